@@ -1,0 +1,48 @@
+#!/usr/bin/env bash
+# Installs the Debian packages that building and testing need, those that are missing only.
+# Needs root (or sudo) only when something is missing.
+set -euo pipefail
+
+usage() {
+  cat <<'USAGE'
+usage: scripts/install-packages.sh [native]
+
+Installs the Debian 12 packages that are missing on this machine.
+  native   compilers, build tools, test tools and libraries of the Linux build (default)
+USAGE
+}
+
+native=(
+  binutils ca-certificates clang clang-format clang-tidy cmake dpkg-dev g++ gcovr git
+  libclang-rt-14-dev libgmock-dev libgtest-dev ninja-build python3 python3-yaml
+)
+
+case "${1:-native}" in
+  native) wanted=("${native[@]}") ;;
+  -h | --help) usage; exit 0 ;;
+  *) usage >&2; exit 2 ;;
+esac
+
+missing=()
+for package in "${wanted[@]}"; do
+  state=$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null) || state=absent
+  [ "$state" = installed ] || missing+=("$package")
+done
+if [ "${#missing[@]}" -eq 0 ]; then
+  echo "packages: all ${#wanted[@]} are installed"
+  exit 0
+fi
+
+as_root=()
+if [ "$(id -u)" -ne 0 ]; then
+  if ! command -v sudo >/dev/null; then
+    echo "packages: ${missing[*]} are missing; install them as root, then run this again" >&2
+    exit 1
+  fi
+  as_root=(sudo)
+fi
+echo "packages: installing ${missing[*]}"
+export DEBIAN_FRONTEND=noninteractive
+"${as_root[@]}" apt-get -qq update </dev/null
+"${as_root[@]}" apt-get -qq -y --no-install-recommends -o Dpkg::Use-Pty=0 install "${missing[@]}" </dev/null >/dev/null
+echo "packages: done"

@@ -1,0 +1,26 @@
+#!/usr/bin/env bash
+# Checks the sources' form: layout with clang-format, mistakes with clang-tidy.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+usage() {
+  cat <<'USAGE'
+usage: scripts/lint.sh format
+       scripts/lint.sh tidy BUILD_FOLDER
+
+  format  fails when clang-format would change a source (mend with: clang-format -i FILE)
+  tidy    fails on any finding; BUILD_FOLDER is one that clang built, for its compile commands
+USAGE
+}
+
+case "${1:-}" in
+  format)
+    find include src platform tests -name '*.h' -o -name '*.cpp' -o -name '*.c' | sort | xargs clang-format --dry-run -Werror
+    ;;
+  tidy)
+    [ -e "${2:?$(usage)}/compile_commands.json" ] || { echo "no compile commands in $2; build it first" >&2; exit 1; }
+    run-clang-tidy -quiet -p "$2"
+    ;;
+  -h | --help) usage ;;
+  *) usage >&2; exit 2 ;;
+esac
