@@ -1,0 +1,19 @@
+// COM and DirectShow, as far as the library calls them: the system's own declarations on Windows, this
+// project's elsewhere, under the same names.
+#pragma once
+
+#ifdef _WIN32
+// The library's file that wants the GUIDs' definitions says so by including <initguid.h> first.
+#include <dshow.h>
+#include <qedit.h>
+#include <windows.h>
+
+// Defined in strmiids; qedit.h does not declare it.
+EXTERN_C const CLSID CLSID_SampleGrabber;
+#else
+#include "declarations/WindowsTypes.h"
+
+#include "declarations/ComInterfaces.h"
+#include "declarations/DirectShowInterfaces.h"
+#include "declarations/MediaTypes.h"
+#endif

@@ -1,0 +1,12 @@
+// The library as a loaded module: when it may be unloaded, and when the process is past caring.
+#pragma once
+
+// Between the two the system does not unload the library, even if its host asks for it; the library holds
+// itself like this while a thread of its own runs. Balanced; never fails. Does nothing on systems where
+// unloading stops and joins that thread safely.
+void HoldModule();
+void LetModuleGo();
+
+// True when the process is ending and its other threads are already gone, perhaps with locks held: nothing
+// may then be waited for.
+bool IsProcessEnding();

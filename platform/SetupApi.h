@@ -1,0 +1,14 @@
+// SetupAPI and the configuration manager, as far as the library calls them: which USB devices the PC has
+// and which of them can be unplugged. The system's own declarations on Windows, this project's elsewhere.
+#pragma once
+
+#ifdef _WIN32
+#include <windows.h>
+
+#include <cfg.h>
+#include <cfgmgr32.h>
+#include <setupapi.h>
+#include <usbiodef.h>
+#else
+#include "declarations/SetupApiFunctions.h"
+#endif
