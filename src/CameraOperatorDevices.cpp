@@ -1,0 +1,231 @@
+// Which capture device is the PC's own camera, how it is bound, and how its id is read.
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <charconv>
+#include <codecvt>
+#include <cstring>
+#include <limits>
+#include <locale>
+#include <memory>
+
+#include "CameraOperator.h"
+#include "Log.h"
+#include "SetupApi.h"
+
+namespace {
+
+constexpr DWORD kTaskAllocator = 1;
+constexpr std::size_t kInterfaceDetailSize = 1024;
+constexpr std::size_t kInstanceIdSize = 256;
+
+// A set of device information elements, closed at scope exit.
+class DeviceInfoSet {
+ public:
+  explicit DeviceInfoSet(HDEVINFO set) : m_set(set) {}
+  DeviceInfoSet(const DeviceInfoSet&) = delete;
+  DeviceInfoSet& operator=(const DeviceInfoSet&) = delete;
+  ~DeviceInfoSet() {
+    if (IsValid()) {
+      SetupDiDestroyDeviceInfoList(m_set);
+    }
+  }
+
+  HDEVINFO Get() const { return m_set; }
+  bool IsValid() const { return m_set != INVALID_HANDLE_VALUE; }
+
+ private:
+  HDEVINFO m_set;
+};
+
+// The device information element that goes with interface number index of the set.
+bool GetDeviceInfo(const DeviceInfoSet& set, DWORD index, SP_DEVICE_INTERFACE_DATA& data,
+                   SP_DEVINFO_DATA& device) {
+  // Only that the path can be read matters, not what it says.
+  alignas(SP_DEVICE_INTERFACE_DETAIL_DATA_W) std::array<unsigned char, kInterfaceDetailSize> buffer{};
+  auto* const detail = reinterpret_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_W*>(buffer.data());
+  detail->cbSize = sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_W);
+  if (SetupDiGetDeviceInterfaceDetailW(set.Get(), &data, detail, kInterfaceDetailSize, nullptr, &device) ==
+      FALSE) {
+    return false;
+  }
+  return SetupDiEnumDeviceInfo(set.Get(), index, &device) != FALSE;
+}
+
+// Outputs start out as what makes a device count for nothing, for systems that answer success and write
+// nothing.
+bool IsFixed(DEVINST device) {
+  ULONG status = DN_REMOVABLE;
+  ULONG problem = 0;
+  return CM_Get_DevNode_Status(&status, &problem, device, 0) == CR_SUCCESS && (status & DN_REMOVABLE) == 0;
+}
+
+// The instance id of the node's first child; empty when there is none.
+std::string GetFirstChildId(DEVINST device) {
+  DEVINST child = 0;
+  if (CM_Get_Child(&child, device, 0) != CR_SUCCESS || child == 0) {
+    return {};
+  }
+  std::array<char, kInstanceIdSize> id{};
+  if (CM_Get_Device_IDA(child, id.data(), kInstanceIdSize, 0) != CR_SUCCESS) {
+    return {};
+  }
+  return {id.data(), std::find(id.begin(), id.end(), '\0')};
+}
+
+// The id as it stands in display names: lower case, with "#" where the id has "\".
+std::string ToDisplayNameForm(std::string id) {
+  for (char& c : id) {
+    c = c == '\\' ? '#' : static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  }
+  return id;
+}
+
+// Task memory that one allocator frees.
+struct FreeWithAllocator {
+  IMalloc* allocator;
+  void operator()(WCHAR* text) const { allocator->Free(text); }
+};
+
+}  // namespace
+
+std::vector<std::string> CameraOperator::QueryFixedUsbDeviceIds() {
+  std::vector<std::string> ids;
+  const DeviceInfoSet set(SetupDiGetClassDevsW(&GUID_DEVINTERFACE_USB_DEVICE, nullptr, nullptr,
+                                               DIGCF_PRESENT | DIGCF_PROFILE | DIGCF_DEVICEINTERFACE));
+  if (!set.IsValid()) {
+    return ids;
+  }
+  for (DWORD index = 0;; ++index) {
+    SP_DEVICE_INTERFACE_DATA data{};
+    data.cbSize = sizeof(data);
+    if (SetupDiEnumDeviceInterfaces(set.Get(), nullptr, &GUID_DEVINTERFACE_USB_DEVICE, index, &data) !=
+        TRUE) {
+      return ids;
+    }
+    SP_DEVINFO_DATA device{};
+    device.cbSize = sizeof(device);
+    if (!GetDeviceInfo(set, index, data, device) || !IsFixed(device.DevInst)) {
+      continue;
+    }
+    if (std::string id = GetFirstChildId(device.DevInst); !id.empty()) {
+      ids.push_back(std::move(id));
+    }
+  }
+}
+
+std::string CameraOperator::GetMonikerDisplayName(const ComPtr<IMoniker>& moniker) {
+  if (!moniker) {
+    return {};
+  }
+  ComPtr<IMalloc> allocator;
+  if (CoGetMalloc(kTaskAllocator, allocator.Put()) != S_OK || !allocator) {
+    return {};
+  }
+  ComPtr<IBindCtx> context;
+  if (CreateBindCtx(0, context.Put()) != S_OK || !context) {
+    return {};
+  }
+  LPOLESTR text = nullptr;
+  if (moniker->GetDisplayName(context.Get(), nullptr, &text) != S_OK || text == nullptr) {
+    return {};
+  }
+  const std::unique_ptr<WCHAR, FreeWithAllocator> owner(text, FreeWithAllocator{allocator.Get()});
+  return std::wstring_convert<std::codecvt_utf8_utf16<wchar_t>>().to_bytes(text);
+}
+
+std::string CameraOperator::FindPCCameraName(const std::vector<std::string>& displayNames) {
+  for (const std::string& id : QueryFixedUsbDeviceIds()) {
+    const std::string part = ToDisplayNameForm(id);
+    for (const std::string& name : displayNames) {
+      if (name.find(part) != std::string::npos) {
+        return name;
+      }
+    }
+  }
+  return {};
+}
+
+unsigned int CameraOperator::CameraCount() {
+  ComPtr<ICreateDevEnum> devices;
+  HRESULT hr = CoCreateInstance(CLSID_SystemDeviceEnum, nullptr, CLSCTX_INPROC_SERVER, IID_ICreateDevEnum,
+                                devices.PutVoid());
+  if (hr != S_OK || !devices) {
+    OPERATOR_LOG(ERROR_LOG_LEVEL, 565, L"fail to create enumrate instance, error:", hr);
+    return 0;
+  }
+  ComPtr<IEnumMoniker> monikers;
+  hr = devices->CreateClassEnumerator(CLSID_VideoInputDeviceCategory, monikers.Put(), 0);
+  if (hr != S_OK || !monikers) {
+    OPERATOR_LOG(ERROR_LOG_LEVEL, 573, L"fail to create enumrate class, error: ", hr);
+    return 0;
+  }
+  m_cameraNames.clear();
+  monikers->Reset();
+  ComPtr<IMoniker> moniker;
+  ULONG fetched = 0;
+  while (monikers->Next(1, moniker.Put(), &fetched) == S_OK) {
+    if (std::string name = GetMonikerDisplayName(moniker); !name.empty()) {
+      m_cameraNames.push_back(std::move(name));
+    }
+  }
+  std::string builtIn = FindPCCameraName(m_cameraNames);
+  m_cameraNames.clear();
+  if (!builtIn.empty()) {
+    m_cameraNames.push_back(std::move(builtIn));
+  }
+  return static_cast<unsigned int>(m_cameraNames.size());
+}
+
+bool CameraOperator::BindDeviceFilter(unsigned int cameraIndex, IBaseFilter** filter) {
+  if (cameraIndex >= m_cameraNames.size()) {
+    return false;
+  }
+  ComPtr<ICreateDevEnum> devices;
+  HRESULT hr = CoCreateInstance(CLSID_SystemDeviceEnum, nullptr, CLSCTX_INPROC_SERVER, IID_ICreateDevEnum,
+                                devices.PutVoid());
+  if (hr != S_OK || !devices) {
+    OPERATOR_LOG(ERROR_LOG_LEVEL, 286, L"fail to create enumlate instance, error:", hr);
+    return false;
+  }
+  ComPtr<IEnumMoniker> monikers;
+  hr = devices->CreateClassEnumerator(CLSID_VideoInputDeviceCategory, monikers.Put(), 0);
+  if (hr != S_OK || !monikers) {
+    OPERATOR_LOG(ERROR_LOG_LEVEL, 294, L"Enumerate device fail, error: ", hr);
+    return false;
+  }
+  monikers->Reset();
+  ComPtr<IMoniker> moniker;
+  ULONG fetched = 0;
+  while (monikers->Next(1, moniker.Put(), &fetched) == S_OK) {
+    if (!moniker || GetMonikerDisplayName(moniker).find(m_cameraNames[cameraIndex]) == std::string::npos) {
+      continue;
+    }
+    hr = moniker->BindToObject(nullptr, nullptr, IID_IBaseFilter, reinterpret_cast<void**>(filter));
+    if (hr != S_OK) {
+      OPERATOR_LOG(ERROR_LOG_LEVEL, 308, L"BindFilter fail. cameraIndex:", cameraIndex);
+      return false;
+    }
+    return true;
+  }
+  return true;
+}
+
+bool CameraOperator::ParseCameraId(const char* id, std::uint32_t idLen, unsigned int* cameraIndex) {
+  if (id == nullptr) {
+    return false;
+  }
+  const char* const end = id + idLen;
+  // Stops at the first character that is no digit, so a length beyond the text is not followed.
+  if (!std::all_of(id, end, [](char c) { return c >= '0' && c <= '9'; })) {
+    return false;
+  }
+  int index = 0;
+  if (std::from_chars(id, end, index).ec == std::errc::result_out_of_range) {
+    index = std::numeric_limits<int>::max();
+  }
+  const std::lock_guard lock(m_cameraIdMutex);
+  m_cameraId.assign(id, end);
+  *cameraIndex = static_cast<unsigned int>(index);
+  return true;
+}

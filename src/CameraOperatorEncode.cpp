@@ -1,0 +1,136 @@
+// The frame path: the encoder's set-up, frames from the graph into the pool, and the encoder thread.
+#include "BoundedCopy.h"
+#include "CameraOperator.h"
+#include "Log.h"
+#include "Module.h"
+
+namespace {
+
+// Raw frames that may wait between the graph and the encoder: enough to ride out a slow packet, few enough
+// that the picture does not lag.
+constexpr std::uint32_t kFrameBuffers = 5;
+
+// Gives a frame back to the pool when the encoder is through with it, however that ends.
+class BorrowedFrame {
+ public:
+  BorrowedFrame(FrameBufQueue& queue, VideoFrame* frame) : m_queue(queue), m_frame(frame) {}
+  BorrowedFrame(const BorrowedFrame&) = delete;
+  BorrowedFrame& operator=(const BorrowedFrame&) = delete;
+  ~BorrowedFrame() { m_queue.PutFreeBuffer(m_frame); }
+
+  VideoFrame* Get() const { return m_frame; }
+
+ private:
+  FrameBufQueue& m_queue;
+  VideoFrame* m_frame;
+};
+
+std::int32_t EncodeAndGiveBack(VideoEncoder& encoder, const BorrowedFrame frame, AVEncodePacket& packet) {
+  return encoder.Encode(frame.Get(), &packet);
+}
+
+}  // namespace
+
+void EncodeThreadEntry() { CameraOperator::GetInstance().EncodeH264(); }
+
+bool CameraOperator::InitVideoEncoder(const VideoEncoder::EncodeParam& param) {
+  VideoEncoder* const encoder = VideoEncoder::CreateDefaultEncoder();
+  if (encoder == nullptr || !encoder->Initialize(param)) {
+    OPERATOR_LOG(ERROR_LOG_LEVEL, 537, L"init video encoder failed");
+    VideoEncoder::ReleaseEncoder(encoder);
+    return false;
+  }
+  // What a failed open left behind is replaced.
+  if (VideoEncoder* const replaced = std::exchange(m_videoEncoder, encoder); replaced != nullptr) {
+    VideoEncoder::ReleaseEncoder(replaced);
+  }
+  if (!m_frameBufQueue.Init(kFrameBuffers, param.width, param.height, param.colorSpace)) {
+    OPERATOR_LOG(ERROR_LOG_LEVEL, 546, L"AllocBuffer fail.");
+    return false;
+  }
+  m_lostBuffers = 0;
+  return true;
+}
+
+void CameraOperator::StartEncodeThread() {
+  HoldModule();
+  try {
+    m_encodeThread = std::thread(EncodeThreadEntry);
+  } catch (...) {
+    LetModuleGo();
+    throw;
+  }
+}
+
+void CameraOperator::StopEncodeThread() {
+  m_stopEncode = true;
+  if (m_encodeThread.joinable()) {
+    m_encodeThread.join();
+    LetModuleGo();
+  }
+}
+
+void CameraOperator::EncodeH264() {
+  std::string id;
+  while (!m_stopEncode) {
+    VideoFrame* const frame = m_frameBufQueue.GetDataBuffer();
+    if (frame == nullptr) {
+      return;
+    }
+    if (m_videoEncoder == nullptr) {
+      OPERATOR_LOG(ERROR_LOG_LEVEL, 1168, L"videoEncoder is null");
+      LoseBuffer();
+      continue;
+    }
+    try {
+      AVEncodePacket packet;
+      const std::int32_t error = EncodeAndGiveBack(*m_videoEncoder, {m_frameBufQueue, frame}, packet);
+      if (error != 0) {
+        OPERATOR_LOG(ERROR_LOG_LEVEL, 1148, L"fail to encode frame, error: ", error);
+      } else if (const std::int32_t refused = SendPacket(packet, id); refused != 0) {
+        OPERATOR_LOG(ERROR_LOG_LEVEL, 1156, L"fail to send encode data, error: ", refused);
+      }
+    } catch (...) {
+      // Costs this packet; an exception that left this thread would cost the process.
+      continue;
+    }
+  }
+}
+
+std::int32_t CameraOperator::SendPacket(const AVEncodePacket& packet, std::string& id) {
+  const SendDataCallback callback = m_sendDataCallback;
+  if (callback == nullptr) {
+    return 0;
+  }
+  {
+    const std::lock_guard lock(m_cameraIdMutex);
+    id = m_cameraId;
+  }
+  return callback(id.data(), static_cast<std::uint32_t>(id.size()), packet.data, packet.length, 1);
+}
+
+void CameraOperator::PushFrame(const std::uint8_t* bytes, std::int32_t length) {
+  if (bytes == nullptr || length <= 0) {
+    return;
+  }
+  VideoFrame* const frame = m_frameBufQueue.GetFreeBuffer();
+  if (frame == nullptr) {
+    return;
+  }
+  if (frame->data == nullptr ||
+      !BoundedCopy(frame->data, frame->size, bytes, static_cast<std::size_t>(length))) {
+    LoseBuffer();
+    return;
+  }
+  m_frameBufQueue.PutDataBuffer(frame);
+}
+
+bool CameraOperator::AreAllBuffersLost() const { return m_lostBuffers >= kFrameBuffers; }
+
+void CameraOperator::LoseBuffer() {
+  ++m_lostBuffers;
+  // The last one may be lost while the graph is being stopped: the next frame must not wait for another.
+  if (m_stoppingGraph && AreAllBuffersLost()) {
+    m_frameBufQueue.Stop();
+  }
+}

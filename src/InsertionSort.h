@@ -1,0 +1,20 @@
+// A sort for orderings that need not be orderings.
+#pragma once
+
+#include <cstddef>
+#include <utility>
+#include <vector>
+
+// Sorts by "comes before". Stays within the list, and ends, whatever comesBefore answers; std::sort promises
+// neither for an ordering in which two elements each come before the other. Lists here have tens of elements.
+template <typename T, typename ComesBefore>
+void InsertionSort(std::vector<T>& list, ComesBefore comesBefore) {
+  for (std::size_t next = 1; next < list.size(); ++next) {
+    T element = std::move(list[next]);
+    std::size_t place = next;
+    for (; place > 0 && comesBefore(element, list[place - 1]); --place) {
+      list[place] = std::move(list[place - 1]);
+    }
+    list[place] = std::move(element);
+  }
+}

@@ -1,0 +1,93 @@
+// The export and the handler table: plain functions that forward to the operator, and the line that no
+// exception crosses.
+#include "NUVEQCameraHandler.h"
+
+#include "CameraOperator.h"
+#include "Log.h"
+
+namespace {
+
+// Runs one of the operator's operations; an exception becomes the failure that the table's slot has for it.
+template <typename Result, typename Operation>
+Result Forward(Result failure, Operation operation) noexcept {
+  try {
+    return operation(CameraOperator::GetInstance());
+  } catch (...) {
+    return failure;
+  }
+}
+
+}  // namespace
+
+extern "C" {
+
+static std::int32_t RegisterSendDataCallback(void* ignored, std::uint32_t ignoredLen,
+                                             SendDataCallback callback) {
+  return Forward<std::int32_t>(NUVEQ_CAMERA_INVALID_ARGUMENT, [&](CameraOperator& camera) {
+    return camera.SetSendDataCallback(ignored, ignoredLen, callback);
+  });
+}
+
+static std::int32_t OpenCameraDevice(const NUVEQCameraParam* param) {
+  return Forward<std::int32_t>(NUVEQ_CAMERA_GRAPH_FAILED,
+                               [&](CameraOperator& camera) { return camera.OpenCameraInner(param); });
+}
+
+static std::int32_t CloseCameraDevice(const char* id, std::uint32_t idLen) {
+  return Forward<std::int32_t>(
+      0, [&](CameraOperator& camera) { return camera.CloseCameraInner(id, idLen) ? 1 : 0; });
+}
+
+static std::int32_t Reserved3(void* /*first*/, std::uint32_t /*second*/, std::uint32_t /*third*/,
+                              void* /*fourth*/) {
+  return 0;
+}
+
+static std::int32_t GetCapability(NUVEQCameraCapabilities** capabilities, std::uint32_t* count) {
+  return Forward<std::int32_t>(NUVEQ_CAMERA_NOT_USABLE, [&](CameraOperator& camera) {
+    return camera.GetCameraCapabilityInner(capabilities, count);
+  });
+}
+
+static std::int32_t Reserved5(void* /*first*/) { return 0; }
+
+static void ReleaseCapability(std::uint32_t ignored, NUVEQCameraCapabilities* capabilities,
+                              std::uint32_t count) {
+  Forward<bool>(false, [&](CameraOperator& camera) {
+    camera.FreeCameraCapabilities(static_cast<int>(ignored), capabilities, count);
+    return true;
+  });
+}
+
+static std::int32_t RegisterServiceListener(const NUVEQServiceListener* listener) {
+  return Forward<std::int32_t>(NUVEQ_CAMERA_INVALID_ARGUMENT,
+                               [&](CameraOperator& camera) { return camera.SetServiceListener(listener); });
+}
+
+static std::int32_t Reserved8(std::uint32_t /*first*/, void* /*second*/, std::uint32_t /*third*/,
+                              void* /*fourth*/) {
+  return 0;
+}
+
+NUVEQ_EXPORT std::int32_t NUVEQGetCameraHandler(NUVEQCameraHandler* handler) try {
+  if (handler == nullptr) {
+    CAMERA_LOG(ERROR_LOG_LEVEL, "CameraOperator", 161, L"[", camera_log::kTag, L"]",
+               L"error param, cameraHandler is nullptr.", L"(", __func__, L")");
+    return NUVEQ_CAMERA_INVALID_ARGUMENT;
+  }
+  *handler = {};
+  handler->RegisterSendDataCallback = RegisterSendDataCallback;
+  handler->OpenCameraDevice = OpenCameraDevice;
+  handler->CloseCameraDevice = CloseCameraDevice;
+  handler->Reserved3 = Reserved3;
+  handler->GetCapability = GetCapability;
+  handler->Reserved5 = Reserved5;
+  handler->ReleaseCapability = ReleaseCapability;
+  handler->RegisterServiceListener = RegisterServiceListener;
+  handler->Reserved8 = Reserved8;
+  return NUVEQ_CAMERA_OK;
+} catch (...) {
+  return NUVEQ_CAMERA_INVALID_ARGUMENT;
+}
+
+}  // extern "C"
