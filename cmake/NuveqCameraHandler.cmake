@@ -1,0 +1,29 @@
+# The library as a shared library over a given platform.
+include_guard()
+
+set(NUVEQ_HOST_LOGGER "" CACHE STRING
+    "Library that defines the host's GetLogger (a target, a name or a path); empty: the default logger")
+
+# nuveq_add_camera_handler(TARGET PLATFORM LIBRARY... [HOST_LOGGER LIBRARY] [DEFAULTS NAME...])
+#
+# PLATFORM     what the free functions that the library calls come from
+# HOST_LOGGER  what GetLogger comes from; without it, the default logger is built in
+# DEFAULTS     which of platform/defaults are built in besides: Allocation, Module
+function(nuveq_add_camera_handler target)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "HOST_LOGGER" "PLATFORM;DEFAULTS")
+  if(NOT arg_HOST_LOGGER)
+    list(APPEND arg_DEFAULTS Logger)
+  endif()
+  list(TRANSFORM arg_DEFAULTS REPLACE "(.+)" "${PROJECT_SOURCE_DIR}/platform/defaults/\\1.cpp")
+  add_library(${target} SHARED ${arg_DEFAULTS})
+  target_link_libraries(${target} PUBLIC nuveq_headers
+                        PRIVATE camera_handler_objects ${arg_HOST_LOGGER} ${arg_PLATFORM})
+  # One symbol leaves the library. The compiler's visibility settings cannot say that: they leave instances of
+  # the standard library's templates visible.
+  set(exports ${PROJECT_SOURCE_DIR}/cmake/exports.map)
+  target_link_options(${target} PRIVATE LINKER:--version-script=${exports})
+  set_target_properties(${target} PROPERTIES LINK_DEPENDS ${exports})
+  if(NOT NUVEQ_INSTRUMENTATION)
+    target_link_options(${target} PRIVATE LINKER:-z,defs)
+  endif()
+endfunction()

@@ -1,0 +1,236 @@
+#include "Filters.h"
+
+#include <cstring>
+
+#include "TaskMemory.h"
+
+namespace scripted {
+namespace {
+
+class PinEnumerator : public Object<IEnumPins> {
+ public:
+  PinEnumerator(const std::string& filterName, std::vector<FilterPin*> pins)
+      : Object(filterName + " pin enumerator"), m_pins(std::move(pins)) {
+    for (FilterPin* const pin : m_pins) {
+      if (pin != nullptr) {
+        pin->AddRef();
+      }
+    }
+  }
+
+  HRESULT STDMETHODCALLTYPE Next(ULONG count, IPin** pins, ULONG* fetched) override {
+    const Answer answer = Platform::Get().Enter("IEnumPins::Next", Name());
+    *pins = nullptr;
+    if (count != 1 || fetched != nullptr) {
+      Platform::Get().NoteMisuse("IEnumPins::Next is called for one pin, without a count");
+    }
+    if (answer.hr != S_OK) {
+      return answer.hr;
+    }
+    if (m_next == m_pins.size()) {
+      return S_FALSE;
+    }
+    return HandOut(answer, m_pins[m_next++], pins);
+  }
+
+ protected:
+  ~PinEnumerator() override {
+    for (FilterPin* const pin : m_pins) {
+      if (pin != nullptr) {
+        pin->Release();
+      }
+    }
+  }
+
+ private:
+  std::vector<FilterPin*> m_pins;
+  std::size_t m_next = 0;
+};
+
+class MediaTypeEnumerator : public Object<IEnumMediaTypes> {
+ public:
+  MediaTypeEnumerator(const std::string& pinName, std::vector<MediaType> types)
+      : Object(pinName + " media type enumerator"), m_types(std::move(types)) {}
+
+  HRESULT STDMETHODCALLTYPE Next(ULONG count, AM_MEDIA_TYPE** types, ULONG* fetched) override {
+    const Answer answer = Platform::Get().Enter("IEnumMediaTypes::Next", Name());
+    *types = nullptr;
+    if (count != 1 || fetched != nullptr) {
+      Platform::Get().NoteMisuse("IEnumMediaTypes::Next is called for one media type, without a count");
+    }
+    if (answer.hr != S_OK) {
+      return answer.hr;
+    }
+    if (m_next == m_types.size()) {
+      return S_FALSE;
+    }
+    const MediaType& type = m_types[m_next++];
+    if (!answer.null && !type.isNull) {
+      *types = MakeMediaType(type, "enumerated media type");
+    }
+    return S_OK;
+  }
+
+ private:
+  std::vector<MediaType> m_types;
+  std::size_t m_next = 0;
+};
+
+class SampleGrabber : public Filter {
+ public:
+  SampleGrabber()
+      : Filter("grabber", {{"in", PINDIR_INPUT, {}}, {"out", PINDIR_OUTPUT, {}}}), m_settings(*this) {}
+
+  const GrabberSettings* Grabber() const override { return &m_settings.settings; }
+
+ protected:
+  ~SampleGrabber() override {
+    if (m_settings.settings.callback != nullptr) {
+      m_settings.settings.callback->Release();
+    }
+  }
+
+  void* Find(REFIID iid) override {
+    return IsEqualGUID(iid, IID_ISampleGrabber) ? static_cast<ISampleGrabber*>(&m_settings) : nullptr;
+  }
+
+ private:
+  // The grabber's second interface; its references are the filter's.
+  class Settings : public ISampleGrabber {
+   public:
+    explicit Settings(SampleGrabber& owner) : m_owner(owner) {}
+
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
+      return m_owner.QueryInterface(iid, out);
+    }
+    ULONG STDMETHODCALLTYPE AddRef() override { return m_owner.AddRef(); }
+    ULONG STDMETHODCALLTYPE Release() override { return m_owner.Release(); }
+
+    HRESULT STDMETHODCALLTYPE SetOneShot(BOOL oneShot) override {
+      const Answer answer = Platform::Get().Enter("ISampleGrabber::SetOneShot", std::to_string(oneShot));
+      settings.oneShot = answer.hr == S_OK && oneShot != FALSE;
+      return answer.hr;
+    }
+
+    HRESULT STDMETHODCALLTYPE SetMediaType(const AM_MEDIA_TYPE* type) override {
+      const Answer answer = Platform::Get().Enter(
+          "ISampleGrabber::SetMediaType", NameOf(type->majortype) + ", " + NameOf(type->subtype) + ", " +
+                                              NameOf(type->formattype) + ", cbFormat " +
+                                              std::to_string(type->cbFormat));
+      if (type->pbFormat != nullptr || type->pUnk != nullptr || type->lSampleSize != 0 ||
+          type->bFixedSizeSamples != FALSE || type->bTemporalCompression != FALSE) {
+        Platform::Get().NoteMisuse("the grabber's media type carries more than its three identifiers");
+      }
+      settings.majorType = type->majortype;
+      settings.subType = type->subtype;
+      settings.formatType = type->formattype;
+      return answer.hr;
+    }
+
+    HRESULT STDMETHODCALLTYPE SetBufferSamples(BOOL bufferThem) override {
+      const Answer answer =
+          Platform::Get().Enter("ISampleGrabber::SetBufferSamples", std::to_string(bufferThem));
+      settings.buffers = bufferThem != FALSE;
+      return answer.hr;
+    }
+
+    HRESULT STDMETHODCALLTYPE SetCallback(ISampleGrabberCB* callback, LONG whichMethod) override {
+      const Answer answer = Platform::Get().Enter("ISampleGrabber::SetCallback", std::to_string(whichMethod));
+      if (answer.hr == S_OK) {
+        // As a grabber does, it asks for the interface that it is going to call.
+        void* found = nullptr;
+        if (callback->QueryInterface(IID_ISampleGrabberCB, &found) != S_OK) {
+          return E_NOINTERFACE;
+        }
+        settings.callback = static_cast<ISampleGrabberCB*>(found);
+        settings.method = whichMethod;
+      }
+      return answer.hr;
+    }
+
+    GrabberSettings settings;
+
+   private:
+    SampleGrabber& m_owner;
+  };
+
+  Settings m_settings;
+};
+
+}  // namespace
+
+FilterPin::FilterPin(Filter* filter, const std::string& filterName, Pin description)
+    : Object(filterName + "." + description.name), m_filter(filter), m_description(std::move(description)) {}
+
+void* FilterPin::Find(REFIID iid) {
+  const bool configurable = m_description.direction == PINDIR_OUTPUT;
+  return configurable && IsEqualGUID(iid, IID_IAMStreamConfig) ? static_cast<IAMStreamConfig*>(this)
+                                                               : nullptr;
+}
+
+HRESULT STDMETHODCALLTYPE FilterPin::QueryPinInfo(PIN_INFO* info) {
+  const Answer answer = Platform::Get().Enter("IPin::QueryPinInfo", Name());
+  *info = {};
+  info->dir = m_description.direction;
+  return HandOut<IBaseFilter>(answer, m_filter, &info->pFilter);
+}
+
+HRESULT STDMETHODCALLTYPE FilterPin::QueryDirection(PIN_DIRECTION* direction) {
+  const Answer answer = Platform::Get().Enter("IPin::QueryDirection", Name());
+  if (answer.hr == S_OK) {
+    *direction = m_description.direction;
+  }
+  return answer.hr;
+}
+
+HRESULT STDMETHODCALLTYPE FilterPin::EnumMediaTypes(IEnumMediaTypes** enumerator) {
+  const Answer answer = Platform::Get().Enter("IPin::EnumMediaTypes", Name());
+  return HandOutNew(answer, enumerator,
+                    [&] { return new MediaTypeEnumerator(Name(), m_description.mediaTypes); });
+}
+
+HRESULT STDMETHODCALLTYPE FilterPin::GetFormat(AM_MEDIA_TYPE** type) {
+  const Answer answer = Platform::Get().Enter("IAMStreamConfig::GetFormat", Name());
+  const MediaType current = m_description.mediaTypes.empty() ? MediaType{} : m_description.mediaTypes.front();
+  *type = answer.null ? nullptr : MakeMediaType(current, "current media type");
+  return answer.hr;
+}
+
+HRESULT STDMETHODCALLTYPE FilterPin::SetFormat(AM_MEDIA_TYPE* type) {
+  VIDEOINFOHEADER header{};
+  std::memcpy(&header, type->pbFormat, type->cbFormat < sizeof(header) ? type->cbFormat : sizeof(header));
+  const RECT& source = header.rcSource;
+  if (source.left != 1 || source.bottom != 4 || header.dwBitRate != 5678 || type->lSampleSize != 91011 ||
+      header.bmiHeader.biCompression != 0x11223344) {
+    Platform::Get().NoteMisuse("SetFormat changes more than size, interval and subtype");
+  }
+  return Platform::Get()
+      .Enter("IAMStreamConfig::SetFormat",
+             Name() + ", " + NameOf(type->subtype) + ", " + std::to_string(header.bmiHeader.biWidth) + "x" +
+                 std::to_string(header.bmiHeader.biHeight) + ", " + std::to_string(header.AvgTimePerFrame))
+      .hr;
+}
+
+Filter::Filter(const std::string& name, const std::vector<Pin>& pins) : Object(name) {
+  for (const Pin& pin : pins) {
+    m_pins.push_back(pin.isNull ? nullptr : new FilterPin(this, name, pin));
+  }
+}
+
+Filter::~Filter() {
+  for (FilterPin* const pin : m_pins) {
+    if (pin != nullptr) {
+      pin->Orphan();
+      pin->Release();
+    }
+  }
+}
+
+HRESULT STDMETHODCALLTYPE Filter::EnumPins(IEnumPins** enumerator) {
+  const Answer answer = Platform::Get().Enter("IBaseFilter::EnumPins", Name());
+  return HandOutNew(answer, enumerator, [&] { return new PinEnumerator(Name(), m_pins); });
+}
+
+IBaseFilter* MakeSampleGrabber() { return new SampleGrabber; }
+
+}  // namespace scripted

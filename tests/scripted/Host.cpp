@@ -1,0 +1,80 @@
+// What the host and the system give the library besides: the logger, memory for the platform, the module.
+#include <log4cplus/appender.h>
+#include <log4cplus/spi/loggingevent.h>
+
+#include <cstdlib>
+
+#include "Allocation.h"
+#include "Logger.h"
+#include "Module.h"
+#include "Platform.h"
+
+using scripted::Platform;
+
+namespace {
+
+// Sends every log line to the platform's journal.
+class JournalAppender : public log4cplus::Appender {
+ public:
+  JournalAppender() = default;
+  ~JournalAppender() override { destructorImpl(); }
+  void close() override { closed = true; }
+
+ protected:
+  void append(const log4cplus::spi::InternalLoggingEvent& event) override {
+    const auto narrow = [](const log4cplus::tstring& text) { return std::string(text.begin(), text.end()); };
+    Platform::Get().NoteLog({event.getLogLevel(), event.getMessage(), narrow(event.getFile()),
+                             event.getLine(), narrow(event.getFunction())});
+  }
+};
+
+// Stands for the module; only its address is used.
+int heldModule = 0;
+
+log4cplus::Logger MakeLogger() {
+  log4cplus::Logger logger = log4cplus::Logger::getInstance(L"host");
+  logger.setLogLevel(log4cplus::ALL_LOG_LEVEL);
+  logger.setAdditivity(false);
+  logger.addAppender(log4cplus::SharedAppenderPtr(new JournalAppender));
+  return logger;
+}
+
+}  // namespace
+
+SCRIPTED_EXPORT log4cplus::Logger GetLogger() {
+  static const log4cplus::Logger logger = MakeLogger();
+  return logger;
+}
+
+SCRIPTED_EXPORT void* AllocatePlatformBlock(std::size_t size) {
+  const auto answer = Platform::Get().Enter("AllocatePlatformBlock", std::to_string(size));
+  if (answer.null || answer.hr != S_OK) {
+    return nullptr;
+  }
+  void* const block = std::calloc(1, size);
+  Platform::Get().Born(block, "block of " + std::to_string(size) + " bytes for the platform",
+                       [block] { FreePlatformBlock(block); });
+  return block;
+}
+
+SCRIPTED_EXPORT void FreePlatformBlock(void* block) {
+  if (block != nullptr && !Platform::Get().Gone(block)) {
+    Platform::Get().NoteMisuse("a block of the platform's is freed twice");
+    return;
+  }
+  std::free(block);
+}
+
+SCRIPTED_EXPORT void HoldModule() {
+  Platform::Get().Enter("HoldModule", "");
+  Platform::Get().Born(&heldModule, "hold on the module", [] { Platform::Get().Gone(&heldModule); });
+}
+
+SCRIPTED_EXPORT void LetModuleGo() {
+  Platform::Get().Enter("LetModuleGo", "");
+  if (!Platform::Get().Gone(&heldModule)) {
+    Platform::Get().NoteMisuse("the module is let go without being held");
+  }
+}
+
+SCRIPTED_EXPORT bool IsProcessEnding() { return Platform::Get().IsProcessEnding(); }

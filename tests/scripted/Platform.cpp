@@ -1,0 +1,265 @@
+#include "Platform.h"
+
+#include <utility>
+
+#include "Graph.h"
+
+namespace scripted {
+
+Platform::Platform() = default;
+
+Platform& Platform::Get() {
+  static Platform platform;
+  return platform;
+}
+
+void Platform::Reset(Pc pc) {
+  const std::lock_guard lock(m_mutex);
+  m_pc = std::move(pc);
+  m_streaming = {};
+  m_processEnding = false;
+  m_recording = true;
+  m_scripts.clear();
+  m_events.clear();
+  m_logs.clear();
+  m_misuse.clear();
+  m_alive.clear();
+  m_encoded.clear();
+  m_encodeParam = {};
+  m_stream = nullptr;
+  m_delivered = 0;
+}
+
+void Platform::SetPc(Pc pc) {
+  const std::lock_guard lock(m_mutex);
+  m_pc = std::move(pc);
+}
+
+void Platform::SetStreaming(Streaming streaming) {
+  const std::lock_guard lock(m_mutex);
+  m_streaming = std::move(streaming);
+}
+
+void Platform::Answers(const std::string& operation, Answer answer) {
+  const std::lock_guard lock(m_mutex);
+  m_scripts[operation].always = true;
+  m_scripts[operation].answer = answer;
+}
+
+void Platform::AnswersNth(const std::string& operation, unsigned nth, Answer answer) {
+  const std::lock_guard lock(m_mutex);
+  Script& script = m_scripts[operation];
+  script.nth[script.calls + nth] = answer;
+}
+
+void Platform::Before(const std::string& operation, std::function<void()> action) {
+  const std::lock_guard lock(m_mutex);
+  m_scripts[operation].before = std::move(action);
+}
+
+void Platform::SetProcessEnding(bool ending) {
+  const std::lock_guard lock(m_mutex);
+  m_processEnding = ending;
+}
+
+void Platform::SetRecording(bool recording) {
+  const std::lock_guard lock(m_mutex);
+  m_recording = recording;
+}
+
+bool Platform::DeliverFrame(const std::uint8_t* bytes, LONG length) {
+  std::shared_ptr<GraphStream> stream;
+  {
+    const std::lock_guard lock(m_mutex);
+    stream = m_stream;
+  }
+  return stream != nullptr && stream->Deliver(bytes, length);
+}
+
+bool Platform::DeliverFrame(const std::vector<std::uint8_t>& frame) {
+  return DeliverFrame(frame.data(), static_cast<LONG>(frame.size()));
+}
+
+std::uint64_t Platform::DeliveredFrames() const {
+  const std::lock_guard lock(m_mutex);
+  return m_delivered;
+}
+
+std::vector<std::string> Platform::Select(bool references, bool logsAndNotes) const {
+  const std::lock_guard lock(m_mutex);
+  std::vector<std::string> texts;
+  for (const Event& event : m_events) {
+    const bool isExtra = event.kind == Event::Kind::kLog || event.kind == Event::Kind::kNote;
+    if ((event.kind == Event::Kind::kReference && !references) || (isExtra && !logsAndNotes)) {
+      continue;
+    }
+    texts.push_back(event.text);
+  }
+  return texts;
+}
+
+std::vector<std::string> Platform::Calls() const { return Select(false, false); }
+
+std::vector<std::string> Platform::Journal() const { return Select(false, true); }
+
+std::vector<std::string> Platform::JournalWithReferences() const { return Select(true, true); }
+
+unsigned Platform::CallCount(const std::string& operation) const {
+  const std::lock_guard lock(m_mutex);
+  const auto found = m_scripts.find(operation);
+  return found == m_scripts.end() ? 0 : found->second.calls;
+}
+
+std::vector<LogLine> Platform::Logs() const {
+  const std::lock_guard lock(m_mutex);
+  return m_logs;
+}
+
+void Platform::ClearJournal() {
+  const std::lock_guard lock(m_mutex);
+  m_events.clear();
+  m_logs.clear();
+  m_encoded.clear();
+}
+
+void Platform::Note(const std::string& text) { Append(Event::Kind::kNote, text); }
+
+std::vector<std::string> Platform::Alive() const {
+  const std::lock_guard lock(m_mutex);
+  std::vector<std::string> labels;
+  for (const auto& [address, thing] : m_alive) {
+    labels.push_back(thing.label);
+  }
+  return labels;
+}
+
+void Platform::DisposeOfLeft() {
+  for (;;) {
+    std::function<void()> dispose;
+    {
+      const std::lock_guard lock(m_mutex);
+      if (m_alive.empty()) {
+        return;
+      }
+      dispose = m_alive.begin()->second.dispose;
+    }
+    // One may take others with it.
+    dispose();
+  }
+}
+
+std::vector<std::string> Platform::Misuse() const {
+  const std::lock_guard lock(m_mutex);
+  return m_misuse;
+}
+
+VideoEncoder::EncodeParam Platform::LastEncodeParam() const {
+  const std::lock_guard lock(m_mutex);
+  return m_encodeParam;
+}
+
+std::vector<std::vector<std::uint8_t>> Platform::EncodedFrames() const {
+  const std::lock_guard lock(m_mutex);
+  return m_encoded;
+}
+
+Answer Platform::Enter(const std::string& operation, const std::string& arguments) {
+  Answer answer;
+  std::function<void()> before;
+  {
+    const std::lock_guard lock(m_mutex);
+    Script& script = m_scripts[operation];
+    ++script.calls;
+    before = script.before;
+    if (script.always) {
+      answer = script.answer;
+    }
+    if (const auto nth = script.nth.find(script.calls); nth != script.nth.end()) {
+      answer = nth->second;
+    }
+    if (m_recording) {
+      std::string text = operation;
+      text.append("(").append(arguments).append(")");
+      m_events.push_back({Event::Kind::kCall, std::move(text)});
+    }
+  }
+  if (before) {
+    before();
+  }
+  return answer;
+}
+
+void Platform::Append(Event::Kind kind, const std::string& text) {
+  const std::lock_guard lock(m_mutex);
+  if (m_recording) {
+    m_events.push_back({kind, text});
+  }
+}
+
+void Platform::NoteReference(const std::string& text) { Append(Event::Kind::kReference, text); }
+
+void Platform::NoteLog(LogLine line) {
+  std::string text = "log: ";
+  for (const wchar_t c : line.text) {
+    text += c < 0x80 ? static_cast<char>(c) : '?';
+  }
+  Append(Event::Kind::kLog, text);
+  const std::lock_guard lock(m_mutex);
+  if (m_recording) {
+    m_logs.push_back(std::move(line));
+  }
+}
+
+void Platform::NoteMisuse(const std::string& text) {
+  const std::lock_guard lock(m_mutex);
+  m_misuse.push_back(text);
+}
+
+void Platform::NoteEncoded(const VideoFrame& frame) {
+  const std::lock_guard lock(m_mutex);
+  if (m_recording) {
+    m_encoded.emplace_back(frame.data, frame.data + frame.size);
+  }
+}
+
+void Platform::NoteEncodeParam(const VideoEncoder::EncodeParam& param) {
+  const std::lock_guard lock(m_mutex);
+  m_encodeParam = param;
+}
+
+Pc Platform::GetPc() const {
+  const std::lock_guard lock(m_mutex);
+  return m_pc;
+}
+
+Streaming Platform::GetStreaming() const {
+  const std::lock_guard lock(m_mutex);
+  return m_streaming;
+}
+
+bool Platform::IsProcessEnding() const {
+  const std::lock_guard lock(m_mutex);
+  return m_processEnding;
+}
+
+void Platform::Born(const void* thing, const std::string& label, std::function<void()> dispose) {
+  const std::lock_guard lock(m_mutex);
+  m_alive[thing] = {label, std::move(dispose)};
+}
+
+bool Platform::Gone(const void* thing) {
+  const std::lock_guard lock(m_mutex);
+  return m_alive.erase(thing) == 1;
+}
+
+void Platform::SetRunningStream(std::shared_ptr<GraphStream> stream) {
+  const std::lock_guard lock(m_mutex);
+  m_stream = std::move(stream);
+}
+
+void Platform::CountDelivered() {
+  const std::lock_guard lock(m_mutex);
+  ++m_delivered;
+}
+
+}  // namespace scripted

@@ -1,0 +1,92 @@
+#include "TaskMemory.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "Object.h"
+
+namespace scripted {
+namespace {
+
+// What a media type's pUnk may hold.
+class Unknown : public Object<IUnknown> {
+ public:
+  using Object::Object;
+};
+
+// The standard's allocator as an object.
+class Allocator : public Object<IMalloc> {
+ public:
+  Allocator() : Object("allocator") {}
+  void STDMETHODCALLTYPE Free(void* block) override {
+    Platform::Get().Enter("IMalloc::Free", "");
+    FreeBlock(block);
+  }
+
+  static void FreeBlock(void* block) {
+    if (block == nullptr) {
+      return;
+    }
+    if (!Platform::Get().Gone(block)) {
+      Platform::Get().NoteMisuse("task memory freed that is not allocated");
+      return;
+    }
+    std::free(block);
+  }
+};
+
+}  // namespace
+
+void* AllocateTaskMemory(std::size_t size, const std::string& label) {
+  void* const block = std::malloc(size == 0 ? 1 : size);
+  Platform::Get().Born(block, label, [block] { Allocator::FreeBlock(block); });
+  return block;
+}
+
+AM_MEDIA_TYPE* MakeMediaType(const MediaType& type, const std::string& label) {
+  VIDEOINFOHEADER header{};
+  header.rcSource = {1, 2, 3, 4};
+  header.dwBitRate = 5678;
+  header.AvgTimePerFrame = type.interval;
+  header.bmiHeader.biSize = sizeof(BITMAPINFOHEADER);
+  header.bmiHeader.biWidth = type.width;
+  header.bmiHeader.biHeight = type.height;
+  header.bmiHeader.biCompression = 0x11223344;
+
+  auto* const made = static_cast<AM_MEDIA_TYPE*>(AllocateTaskMemory(sizeof(AM_MEDIA_TYPE), label));
+  *made = {};
+  made->majortype = MEDIATYPE_Video;
+  made->subtype = type.subType;
+  made->formattype = type.formatType;
+  made->lSampleSize = 91011;
+  made->cbFormat = type.formatSize;
+  if (type.hasFormat) {
+    made->pbFormat = static_cast<BYTE*>(AllocateTaskMemory(type.formatSize, label + " format block"));
+    std::memset(made->pbFormat, 0, type.formatSize);
+    std::memcpy(made->pbFormat, &header, type.formatSize < sizeof(header) ? type.formatSize : sizeof(header));
+  }
+  if (type.hasUnknown) {
+    made->pUnk = new Unknown(label + " pUnk");
+  }
+  return made;
+}
+
+}  // namespace scripted
+
+extern "C" {
+
+SCRIPTED_EXPORT LPVOID WINAPI CoTaskMemAlloc(std::size_t size) {
+  return scripted::AllocateTaskMemory(size, "task memory");
+}
+
+SCRIPTED_EXPORT void WINAPI CoTaskMemFree(LPVOID block) {
+  scripted::Platform::Get().Enter("CoTaskMemFree", "");
+  scripted::Allocator::FreeBlock(block);
+}
+
+SCRIPTED_EXPORT HRESULT WINAPI CoGetMalloc(DWORD context, IMalloc** allocator) {
+  const auto answer = scripted::Platform::Get().Enter("CoGetMalloc", std::to_string(context));
+  return scripted::HandOutNew(answer, allocator, [] { return new scripted::Allocator; });
+}
+
+}  // extern "C"

@@ -1,0 +1,15 @@
+// Task memory of the scripted platform, counted by label.
+#pragma once
+
+#include <string>
+
+#include "Pc.h"
+
+namespace scripted {
+
+void* AllocateTaskMemory(std::size_t size, const std::string& label);
+
+// A media type in task memory, structure and format block, the receiver's to free.
+AM_MEDIA_TYPE* MakeMediaType(const MediaType& type, const std::string& label);
+
+}  // namespace scripted

@@ -1,0 +1,134 @@
+#include "HostCallbacks.h"
+
+#include <utility>
+
+#include "Platform.h"
+
+namespace {
+
+std::string Quote(const char* text, std::uint32_t length) {
+  return text == nullptr ? "null" : "\"" + std::string(text, length) + "\"";
+}
+
+}  // namespace
+
+HostCallbacks& HostCallbacks::Get() {
+  static HostCallbacks host;
+  return host;
+}
+
+std::int32_t HostCallbacks::OnData(const char* id, std::uint32_t idLen, const std::uint8_t* data,
+                                   std::uint32_t dataLen, std::int32_t reserved) {
+  HostCallbacks& host = Get();
+  Packet packet{std::string(id, idLen), std::vector<std::uint8_t>(data, data + dataLen), reserved};
+  scripted::Platform::Get().Note("data callback " + Quote(id, idLen));
+  std::function<void(const Packet&)> action;
+  {
+    const std::lock_guard lock(host.m_mutex);
+    action = host.m_inData;
+  }
+  if (action) {
+    action(packet);
+  }
+  const std::lock_guard lock(host.m_mutex);
+  ++host.m_packetCount;
+  if (host.m_keepPackets) {
+    host.m_packets.push_back(std::move(packet));
+  }
+  host.m_changed.notify_all();
+  return host.m_dataAnswer;
+}
+
+std::int32_t HostCallbacks::OnStatus(const char* id, std::uint32_t idLen, NUVEQServiceStatus status) {
+  HostCallbacks& host = Get();
+  scripted::Platform::Get().Note("status callback " + Quote(id, idLen) + " " + std::to_string(idLen) + " " +
+                                 std::to_string(status));
+  std::function<void(int)> action;
+  std::int32_t answer = 0;
+  {
+    const std::lock_guard lock(host.m_mutex);
+    action = host.m_inStatus;
+    answer = host.m_statusAnswer;
+  }
+  if (action) {
+    action(status);
+  }
+  return answer;
+}
+
+std::int32_t HostCallbacks::OnAction(const char* id, std::uint32_t idLen, NUVEQServiceAction* action) {
+  HostCallbacks& host = Get();
+  scripted::Platform::Get().Note("action callback " + Quote(id, 0) + " " + std::to_string(idLen) + " type " +
+                                 std::to_string(action->type) + " " +
+                                 Quote(action->content, action->contentLen));
+  const std::lock_guard lock(host.m_mutex);
+  return host.m_actionAnswer;
+}
+
+void HostCallbacks::Reset() {
+  const std::lock_guard lock(m_mutex);
+  m_packets.clear();
+  m_packetCount = 0;
+  m_keepPackets = true;
+  m_dataAnswer = 0;
+  m_statusAnswer = 0;
+  m_actionAnswer = 0;
+  m_inData = nullptr;
+  m_inStatus = nullptr;
+}
+
+void HostCallbacks::AnswerData(std::int32_t result) {
+  const std::lock_guard lock(m_mutex);
+  m_dataAnswer = result;
+}
+
+void HostCallbacks::AnswerStatus(std::int32_t result) {
+  const std::lock_guard lock(m_mutex);
+  m_statusAnswer = result;
+}
+
+void HostCallbacks::AnswerAction(std::int32_t result) {
+  const std::lock_guard lock(m_mutex);
+  m_actionAnswer = result;
+}
+
+void HostCallbacks::InData(std::function<void(const Packet&)> action) {
+  const std::lock_guard lock(m_mutex);
+  m_inData = std::move(action);
+}
+
+void HostCallbacks::InStatus(std::function<void(int)> action) {
+  const std::lock_guard lock(m_mutex);
+  m_inStatus = std::move(action);
+}
+
+void HostCallbacks::KeepPackets(bool keep) {
+  const std::lock_guard lock(m_mutex);
+  m_keepPackets = keep;
+}
+
+std::vector<Packet> HostCallbacks::Packets() const {
+  const std::lock_guard lock(m_mutex);
+  return m_packets;
+}
+
+std::uint64_t HostCallbacks::PacketCount() const {
+  const std::lock_guard lock(m_mutex);
+  return m_packetCount;
+}
+
+bool HostCallbacks::WaitForPackets(std::uint64_t count) {
+  std::unique_lock lock(m_mutex);
+  return m_changed.wait_for(lock, kPatience, [&] { return m_packetCount >= count; });
+}
+
+void Gate::Open() {
+  const std::lock_guard lock(m_mutex);
+  m_open = true;
+  m_changed.notify_all();
+}
+
+bool Gate::Wait() {
+  std::unique_lock lock(m_mutex);
+  return m_changed.wait_for(lock, kPatience, [&] { return m_open; });
+}

@@ -1,0 +1,33 @@
+#include "LoadedLibrary.h"
+
+#include <dlfcn.h>
+
+#include <filesystem>
+#include <utility>
+
+LoadedLibrary::LoadedLibrary(const std::string& fileName)
+    : m_path(std::filesystem::read_symlink("/proc/self/exe").replace_filename(fileName).string()) {
+  m_handle = dlopen(m_path.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (m_handle == nullptr) {
+    m_error = dlerror();  // NOLINT(concurrency-mt-unsafe): tests load on one thread
+    return;
+  }
+  GetCameraHandler = reinterpret_cast<int (*)(NUVEQCameraHandler*)>(dlsym(m_handle, "NUVEQGetCameraHandler"));
+  if (GetCameraHandler == nullptr) {
+    m_error = "no NUVEQGetCameraHandler in " + m_path;
+  }
+}
+
+void LoadedLibrary::Unload() {
+  if (void* const handle = std::exchange(m_handle, nullptr); handle != nullptr) {
+    dlclose(handle);
+  }
+}
+
+bool LoadedLibrary::IsMapped() const {
+  void* const handle = dlopen(m_path.c_str(), RTLD_NOW | RTLD_NOLOAD);
+  if (handle != nullptr) {
+    dlclose(handle);
+  }
+  return handle != nullptr;
+}
