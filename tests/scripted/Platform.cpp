@@ -1,5 +1,6 @@
 #include "Platform.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "Graph.h"
@@ -133,18 +134,30 @@ std::vector<std::string> Platform::Alive() const {
   return labels;
 }
 
-void Platform::DisposeOfLeft() {
-  for (;;) {
-    std::function<void()> dispose;
-    {
-      const std::lock_guard lock(m_mutex);
-      if (m_alive.empty()) {
-        return;
-      }
-      dispose = m_alive.begin()->second.dispose;
+bool Platform::DisposeOfOne(const std::string* label) {
+  std::function<void()> dispose;
+  {
+    const std::lock_guard lock(m_mutex);
+    const auto found = std::find_if(m_alive.begin(), m_alive.end(), [&](const auto& entry) {
+      return label == nullptr || entry.second.label == *label;
+    });
+    if (found == m_alive.end()) {
+      return false;
     }
-    // One may take others with it.
-    dispose();
+    dispose = found->second.dispose;
+  }
+  // One may take others with it.
+  dispose();
+  return true;
+}
+
+void Platform::DisposeOf(const std::string& label) {
+  while (DisposeOfOne(&label)) {
+  }
+}
+
+void Platform::DisposeOfAll() {
+  while (DisposeOfOne(nullptr)) {
   }
 }
 

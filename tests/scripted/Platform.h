@@ -97,8 +97,9 @@ class SCRIPTED_EXPORT Platform {
 
   // What is alive: "name: references" of COM objects, labels of task memory, and so on; one line each.
   std::vector<std::string> Alive() const;
-  // Ends the life of all that, for tests in which something is meant to be left.
-  void DisposeOfLeft();
+  // Ends the life of all that is alive under a label, or of everything.
+  void DisposeOf(const std::string& label);
+  void DisposeOfAll();
   // Rules of the platform that the library broke.
   std::vector<std::string> Misuse() const;
 
@@ -142,6 +143,8 @@ class SCRIPTED_EXPORT Platform {
 
   Platform();
 
+  // Disposes of one thing that matches; false when there is none.
+  bool DisposeOfOne(const std::string* label);
   void Append(Event::Kind kind, const std::string& text);
   std::vector<std::string> Select(bool references, bool logsAndNotes) const;
 

@@ -6,6 +6,7 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 TEST_F(HandlerTable, NullTableIsRefusedWithALogLineAndNothingElseHappens) {
+  Unload();
   LoadedLibrary fresh(NUVEQ_LIBRARY_FILE);
   platform.ClearJournal();
   EXPECT_EQ(fresh.GetCameraHandler(nullptr), -2);

@@ -1,0 +1,41 @@
+// The fixture of tests of the operator's single operations, on an operator of the test's own.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "CameraCapabilityMgr.h"
+#include "CameraOperator.h"
+#include "PlatformTest.h"
+
+// What of the operator's state tests set or read where no sequence of calls does.
+struct CameraOperatorTestAccess {
+  static bool IsOpened(const CameraOperator& camera) { return camera.m_isOpened; }
+  static std::string CameraId(const CameraOperator& camera) { return camera.m_cameraId; }
+  static std::vector<std::string> CameraNames(const CameraOperator& camera) { return camera.m_cameraNames; }
+  static bool HasControl(const CameraOperator& camera) { return static_cast<bool>(camera.m_mediaControl); }
+  static bool HasEvent(const CameraOperator& camera) { return static_cast<bool>(camera.m_mediaEvent); }
+  static FrameBufQueue& Queue(CameraOperator& camera) { return camera.m_frameBufQueue; }
+  static void ClearStopFlag(CameraOperator& camera) { camera.m_stopEncode = false; }
+  static void SetEncoder(CameraOperator& camera, VideoEncoder* encoder) { camera.m_videoEncoder = encoder; }
+};
+
+class CameraOperatorTest : public PlatformTest {
+ protected:
+  void SetUp() override {
+    PlatformTest::SetUp();
+    CameraCapabilityMgr::GetInstance().Clear();
+    camera.emplace();
+    platform.ClearJournal();
+  }
+  void TearDown() override {
+    camera.reset();
+    CameraCapabilityMgr::GetInstance().Clear();
+    PlatformTest::TearDown();
+  }
+
+  using Access = CameraOperatorTestAccess;
+
+  std::optional<CameraOperator> camera;
+};

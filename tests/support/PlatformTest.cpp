@@ -1,0 +1,105 @@
+#include "PlatformTest.h"
+
+#include <chrono>
+#include <fstream>
+#include <map>
+#include <thread>
+
+#include "HostCallbacks.h"
+
+namespace {
+
+constexpr int kErrorLevel = 40000;
+constexpr int kWarnLevel = 30000;
+
+// The functions whose messages carry their real lines, and where these are.
+const std::map<std::string, std::string>& FilesOfRealLines() {
+  static const std::map<std::string, std::string> files = {
+      {"OpenCamera", "CameraOperatorGraph.cpp"},
+      {"InitCameraBasicInfo", "CameraOperatorGraph.cpp"},
+      {"AddDeviceFilter", "CameraOperatorGraph.cpp"},
+      {"AddSampleGrabberFilter", "CameraOperatorGraph.cpp"},
+      {"QueryFilterPin", "CameraOperatorGraph.cpp"},
+      {"SetCameraFormat", "CameraOperatorFormat.cpp"},
+      {"ConfigSampleGrabber", "CameraOperatorFormat.cpp"},
+  };
+  return files;
+}
+
+// The file in which the line of a message is to be found; empty for an established line.
+std::string FileOfRealLine(const std::string& text) {
+  for (const auto& [function, file] : FilesOfRealLines()) {
+    if (text.ends_with("(CameraOperator::" + function + ")")) {
+      return file;
+    }
+  }
+  return {};
+}
+
+bool IsLogStatement(const std::string& file, int line) {
+  std::ifstream source(std::string(NUVEQ_SOURCE_FOLDER) + "/" + file);
+  std::string text;
+  // Compilers differ on which line of a statement over several counts.
+  constexpr int kLongestStatement = 2;
+  bool isLog = false;
+  for (int number = 1; number <= line && std::getline(source, text); ++number) {
+    isLog = isLog || (number >= line - kLongestStatement && text.find("OPERATOR_LOG") != std::string::npos);
+  }
+  return isLog;
+}
+
+std::string Line(const char* level, const std::string& file, int line, const std::string& text) {
+  return std::string(level) + " " + file + ":" + std::to_string(line) + " " + text;
+}
+
+const char* LevelName(int level) {
+  return level == kErrorLevel ? "ERROR" : level == kWarnLevel ? "WARN" : "other level";
+}
+
+}  // namespace
+
+std::vector<std::uint8_t> Frame(std::size_t size, std::uint8_t value) {
+  std::vector<std::uint8_t> frame(size, value);
+  return frame;
+}
+
+bool WaitUntil(const std::function<bool()>& reached) {
+  const auto end = std::chrono::steady_clock::now() + kPatience;
+  while (!reached()) {
+    if (std::chrono::steady_clock::now() > end) {
+      return false;
+    }
+    std::this_thread::yield();
+  }
+  return true;
+}
+
+std::string ErrorLine(int line, const std::string& text) {
+  return Line("ERROR", "CameraOperator", line, text);
+}
+
+std::string ErrorLine(const std::string& text) { return ErrorLine(0, text); }
+
+std::string WarnLine(int line, const std::string& text) { return Line("WARN", "CameraOperator", line, text); }
+
+void PlatformTest::SetUp() { platform.Reset(scripted::LaptopPc()); }
+
+void PlatformTest::TearDown() {
+  EXPECT_THAT(platform.Alive(), ::testing::UnorderedElementsAreArray(m_left));
+  EXPECT_THAT(platform.Misuse(), ::testing::IsEmpty());
+  platform.DisposeOfAll();
+}
+
+std::vector<std::string> PlatformTest::LogLines() const {
+  std::vector<std::string> lines;
+  for (const scripted::LogLine& log : platform.Logs()) {
+    const std::string text(log.text.begin(), log.text.end());
+    int line = log.line;
+    if (const std::string file = FileOfRealLine(text); !file.empty()) {
+      EXPECT_TRUE(IsLogStatement(file, line)) << file << ":" << line << " " << text;
+      line = 0;
+    }
+    lines.push_back(Line(LevelName(log.level), log.file, line, text));
+  }
+  return lines;
+}

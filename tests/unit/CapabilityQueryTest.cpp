@@ -1,0 +1,222 @@
+// The capability query: the records that the platform gets, and what it gets instead.
+#include <cstring>
+
+#include "CameraHandlerTest.h"
+
+namespace {
+
+using CapabilityQuery = CameraHandlerTest;
+using scripted::Fails;
+using scripted::LaptopPc;
+using scripted::MediaType;
+using scripted::Mjpg;
+using scripted::PlugInCamera;
+using scripted::Yuy2;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::Not;
+
+template <typename T>
+T ReadAt(const void* record, std::size_t offset) {
+  T value{};
+  std::memcpy(&value, static_cast<const unsigned char*>(record) + offset, sizeof(value));
+  return value;
+}
+
+bool IsZero(const void* record, std::size_t begin, std::size_t end) {
+  for (std::size_t offset = begin; offset < end; ++offset) {
+    if (ReadAt<unsigned char>(record, offset) != 0) {
+      return false;
+    }
+  }
+  return true;
+}
+
+TEST_F(CapabilityQuery, BuiltInCameraIsOneRecordWithIdZero) {
+  EXPECT_EQ(Query(), 0);
+  EXPECT_EQ(cameraNum, 1U);
+  ASSERT_NE(capabilities, nullptr);
+  EXPECT_STREQ(capabilities->id, "0");
+  EXPECT_EQ(capabilities->idLen, 1U);
+  EXPECT_EQ(capabilities->abilityNum, 1U);
+  EXPECT_EQ(capabilities->abilities->abilityFlag, 1U);
+}
+
+TEST_F(CapabilityQuery, RecordsAreLaidOutByteByByte) {
+  platform.SetPc(LaptopPc({Mjpg(1280, 720, 30), Yuy2(640, 480, 30), Yuy2(640, 480, 15)}));
+  ASSERT_EQ(Query(), 0);
+  const void* const record = capabilities;
+  const auto* const id = ReadAt<const char*>(record, 0);
+  EXPECT_EQ(id[0], '0');
+  EXPECT_TRUE(IsZero(id, 1, 64));
+  EXPECT_EQ(ReadAt<std::uint32_t>(record, 8), 1U);
+  EXPECT_TRUE(IsZero(record, 12, 16));
+  const auto* const ability = ReadAt<const void*>(record, 16);
+  EXPECT_EQ(ReadAt<std::uint32_t>(record, 24), 1U);
+  EXPECT_TRUE(IsZero(record, 28, 48));
+
+  const auto* const ranges = ReadAt<const void*>(ability, 0);
+  EXPECT_EQ(ReadAt<std::uint32_t>(ability, 8), 2U);
+  EXPECT_TRUE(IsZero(ability, 12, 16));
+  const auto* const resolutions = ReadAt<const void*>(ability, 16);
+  EXPECT_EQ(ReadAt<std::uint32_t>(ability, 24), 2U);
+  EXPECT_EQ(ReadAt<std::uint32_t>(ability, 28), 1U);
+
+  const std::uint32_t wantedRanges[] = {15000, 15000, 30000, 30000};
+  EXPECT_EQ(std::memcmp(ranges, wantedRanges, sizeof(wantedRanges)), 0);
+  const std::int32_t wantedSizes[] = {640, 480, 1280, 720};
+  EXPECT_EQ(std::memcmp(resolutions, wantedSizes, sizeof(wantedSizes)), 0);
+}
+
+TEST_F(CapabilityQuery, CameraWithoutAnAcceptedTypeHasNullArraysAndIsNoFailure) {
+  platform.SetPc(LaptopPc(std::vector<MediaType>{}));
+  EXPECT_EQ(Query(), 0);
+  const NUVEQCameraAbility& ability = *capabilities->abilities;
+  EXPECT_EQ(ability.fpsRanges, nullptr);
+  EXPECT_EQ(ability.fpsRangeNum, 0U);
+  EXPECT_EQ(ability.resolutions, nullptr);
+  EXPECT_EQ(ability.resolutionNum, 0U);
+  EXPECT_EQ(ability.abilityFlag, 1U);
+}
+
+TEST_F(CapabilityQuery, NoBuiltInCameraIsReportedAsActionSevenAndLeavesTheCountAlone) {
+  platform.SetPc({{}, {PlugInCamera()}});
+  cameraNum = 77;
+  EXPECT_EQ(Query(), -1000);
+  EXPECT_EQ(cameraNum, 77U);
+  EXPECT_THAT(LogLines(), ElementsAre(ErrorLine(792,
+                                                "[CameraOperator]report camera driver error"
+                                                "(CameraOperator::UpdateServiceActionToNuveq)"),
+                                      ErrorLine(981,
+                                                "[CameraOperator]Can not find PC Camera"
+                                                "(CameraOperator::GetCameraCapabilityInner)")));
+  EXPECT_THAT(platform.Journal(), Contains("action callback null 1 type 7 \"440\""));
+}
+
+TEST_F(CapabilityQuery, ActionIsReportedBetweenItsTwoLines) {
+  platform.SetPc({{}, {PlugInCamera()}});
+  EXPECT_EQ(Query(), -1000);
+  const std::vector<std::string> journal = platform.Journal();
+  const std::vector<std::string> end(journal.end() - 3, journal.end());
+  EXPECT_THAT(end, ElementsAre("log: [CameraOperator]report camera driver error"
+                               "(CameraOperator::UpdateServiceActionToNuveq)",
+                               "action callback null 1 type 7 \"440\"",
+                               "log: [CameraOperator]Can not find PC Camera"
+                               "(CameraOperator::GetCameraCapabilityInner)"));
+}
+
+TEST_F(CapabilityQuery, FailingActionCallbackIsLoggedAndChangesNothing) {
+  platform.SetPc({{}, {PlugInCamera()}});
+  host.AnswerAction(55);
+  EXPECT_EQ(Query(), -1000);
+  EXPECT_THAT(LogLines(), Contains(ErrorLine(795,
+                                             "[CameraOperator]fail to update service action, error: 55"
+                                             "(CameraOperator::UpdateServiceActionToNuveq)")));
+}
+
+TEST_F(CapabilityQuery, NullArgumentsAreRefused) {
+  const std::string line = ErrorLine(968,
+                                     "[CameraOperator]input parameter error cameraNum or allAbilities null"
+                                     "(CameraOperator::GetCameraCapabilityInner)");
+  NUVEQCameraCapabilities* records = nullptr;
+  std::uint32_t count = 0;
+  EXPECT_EQ(handler.GetCapability(nullptr, &count), -2);
+  EXPECT_EQ(handler.GetCapability(&records, nullptr), -2);
+  EXPECT_EQ(handler.GetCapability(nullptr, nullptr), -2);
+  EXPECT_THAT(LogLines(), ElementsAre(line, line, line));
+  EXPECT_THAT(platform.Calls(), ElementsAre("CoInitialize()"));
+}
+
+TEST_F(CapabilityQuery, CameraThatCannotBeReadStillGetsItsRecordWhichIsReleased) {
+  platform.Answers("IPin::QueryPinInfo", Fails());
+  NUVEQCameraCapabilities* records = nullptr;
+  EXPECT_EQ(handler.GetCapability(&records, &cameraNum), -1000);
+  EXPECT_EQ(cameraNum, 1U);
+  EXPECT_THAT(platform.Calls(), Contains("AllocatePlatformBlock(48)"));
+  EXPECT_THAT(platform.Alive(), IsEmpty());
+  EXPECT_EQ(LogLines().back(), ErrorLine(1036,
+                                         "[CameraOperator]fail to get allAbilities -1000"
+                                         "(CameraOperator::GetCameraCapabilityInner)"));
+}
+
+struct AllocationFailure {
+  const char* block;
+  unsigned number;
+  int result;
+};
+
+class CapabilityAllocation : public CameraHandlerTest,
+                             public ::testing::WithParamInterface<AllocationFailure> {};
+
+TEST_P(CapabilityAllocation, FailureHasItsCodeAndReleasesTheRecords) {
+  platform.AnswersNth("AllocatePlatformBlock", GetParam().number, Fails());
+  NUVEQCameraCapabilities* records = nullptr;
+  EXPECT_EQ(handler.GetCapability(&records, &cameraNum), GetParam().result);
+  EXPECT_EQ(cameraNum, 1U);
+  EXPECT_EQ(platform.CallCount("AllocatePlatformBlock"), GetParam().number) << "the first failure ends it";
+  EXPECT_EQ(LogLines().back(),
+            ErrorLine(1036, "[CameraOperator]fail to get allAbilities " + std::to_string(GetParam().result) +
+                                "(CameraOperator::GetCameraCapabilityInner)"));
+  EXPECT_THAT(platform.Alive(), IsEmpty());
+  EXPECT_EQ(Query(), 0) << "the next query works";
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, CapabilityAllocation,
+                         ::testing::Values(AllocationFailure{"Record", 1, -3}, AllocationFailure{"Id", 2, -3},
+                                           AllocationFailure{"Ability", 3, -3},
+                                           AllocationFailure{"Rates", 4, -1000},
+                                           AllocationFailure{"Sizes", 5, -3}),
+                         [](const auto& info) { return std::string(info.param.block); });
+
+TEST_F(CapabilityQuery, AllocationFailureAfterAFailedReadingDecidesTheResult) {
+  platform.Answers("IPin::QueryPinInfo", Fails());
+  platform.AnswersNth("AllocatePlatformBlock", 1, Fails());
+  NUVEQCameraCapabilities* records = nullptr;
+  EXPECT_EQ(handler.GetCapability(&records, &cameraNum), -3);
+}
+
+TEST_F(CapabilityQuery, SizeInTwoSubtypesIsOpenedInTheBetterOne) {
+  platform.SetPc(
+      LaptopPc({Mjpg(640, 480, 30), Yuy2(640, 480, 30), Mjpg(1280, 720, 30), Yuy2(1280, 720, 15)}));
+  QueryAndRelease();
+  ExpectFormatLeft(2);
+  EXPECT_EQ(Open("0", 640, 480), 0);
+  EXPECT_EQ(platform.LastEncodeParam().colorSpace, ColorSpace::kYuy2);
+  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Open("0", 1280, 720), 0);
+  EXPECT_EQ(platform.LastEncodeParam().colorSpace, ColorSpace::kArgb32);
+  EXPECT_EQ(Close(), 1);
+}
+
+TEST_F(CapabilityQuery, QueryWhileTheCameraIsOpenLeavesItOpen) {
+  QueryAndOpen();
+  EXPECT_EQ(Query(), 0);
+  DeliverAndReceive(1);
+  EXPECT_EQ(Close(), 1);
+}
+
+TEST_F(CapabilityQuery, RecordsMayBeReleasedAfterMoreQueries) {
+  EXPECT_EQ(Query(), 0);
+  NUVEQCameraCapabilities* const first = capabilities;
+  EXPECT_EQ(Query(), 0);
+  handler.ReleaseCapability(99, first, 1);
+  EXPECT_STREQ(capabilities->id, "0");
+}
+
+TEST_F(CapabilityQuery, RecordsWithoutTheirBlocksAreReleased) {
+  // As a failed query leaves them on its way out.
+  for (const bool withId : {false, true}) {
+    auto* const record =
+        static_cast<NUVEQCameraCapabilities*>(std::calloc(1, sizeof(NUVEQCameraCapabilities)));
+    platform.Born(record, "record of the test's", [] {});
+    if (withId) {
+      record->id = static_cast<char*>(std::calloc(1, 64));
+      platform.Born(record->id, "id of the test's", [] {});
+    }
+    handler.ReleaseCapability(0, record, 1);
+    EXPECT_THAT(platform.Alive(), IsEmpty());
+  }
+}
+
+}  // namespace

@@ -1,0 +1,283 @@
+// Closing, unloading, and the states in which a graph could not be stopped if nothing were done about it.
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <thread>
+
+#include "CameraHandlerTest.h"
+
+namespace {
+
+using CloseSequence = CameraHandlerTest;
+using scripted::Fails;
+using scripted::SFalse;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::ElementsAreArray;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+
+const std::string kCloseLine = "[CameraOperator]CloseCameraInner.(CameraOperator::CloseCameraInner)";
+
+TEST_F(CloseSequence, CloseBeforeAnyOpenAnswersZeroAndReportsNothing) {
+  EXPECT_EQ(Close(), 0);
+  EXPECT_THAT(LogLines(), ElementsAre(ErrorLine(950, kCloseLine)));
+  EXPECT_THAT(platform.Journal(), ElementsAre("CoInitialize()", "log: " + kCloseLine));
+}
+
+TEST_F(CloseSequence, SecondCloseDoesNothing) {
+  QueryAndOpen();
+  EXPECT_EQ(Close(), 1);
+  platform.ClearJournal();
+  EXPECT_EQ(Close(), 0);
+  EXPECT_THAT(platform.Journal(), ElementsAre("log: " + kCloseLine));
+}
+
+TEST_F(CloseSequence, GraphThatHasNotCompletedMakesItAnswerZeroAndIsTornDownAllTheSame) {
+  for (const scripted::Answer answer : {Fails(VFW_E_WRONG_STATE), SFalse()}) {
+    QueryAndOpen();
+    platform.AnswersNth("IMediaEvent::WaitForCompletion", 1, answer);
+    platform.ClearJournal();
+    EXPECT_EQ(Close(), 0);
+    EXPECT_THAT(platform.Journal(), Contains("status callback \"0\" 1 3"));
+    EXPECT_THAT(platform.Alive(), ::testing::Each("current media type"));
+    EXPECT_THAT(LogLines(), ElementsAre(ErrorLine(950, kCloseLine)));
+  }
+}
+
+TEST_F(CloseSequence, GraphThatCannotBeStoppedIsTornDownWithoutAWord) {
+  QueryAndOpen();
+  platform.Answers("IMediaControl::Stop", Fails());
+  platform.ClearJournal();
+  EXPECT_EQ(Close(), 1);
+  EXPECT_THAT(LogLines(), ElementsAre(ErrorLine(950, kCloseLine)));
+}
+
+TEST_F(CloseSequence, IdIsPassedToTheReportAndNotCompared) {
+  QueryAndOpen();
+  EXPECT_EQ(Close("something else"), 1);
+  EXPECT_THAT(platform.Journal(), Contains("status callback \"something else\" 14 3"));
+}
+
+TEST_F(CloseSequence, NullIdIsPassedOnLikeAnyOther) {
+  QueryAndOpen();
+  EXPECT_EQ(handler.CloseCameraDevice(nullptr, 3), 1);
+  EXPECT_THAT(platform.Journal(), Contains("status callback null 3 3"));
+}
+
+TEST_F(CloseSequence, FailingStatusCallbackIsLoggedAndChangesNothing) {
+  QueryAndOpen();
+  host.AnswerStatus(12);
+  platform.ClearJournal();
+  EXPECT_EQ(Close(), 1);
+  EXPECT_THAT(LogLines(), ElementsAre(ErrorLine(950, kCloseLine),
+                                      ErrorLine(784,
+                                                "[CameraOperator]fail to update service status, error: 12"
+                                                "(CameraOperator::UpdateServiceStatusToNuveq)")));
+}
+
+TEST_F(CloseSequence, ControlInterfaceIsReleasedBeforeTheEventInterfaceAndTheEncoderLast) {
+  QueryAndOpen();
+  platform.ClearJournal();
+  EXPECT_EQ(Close(), 1);
+  const std::vector<std::string> journal = platform.JournalWithReferences();
+  std::vector<std::string> ends;
+  for (const std::string& event : journal) {
+    if (event == "Release(graph)" || event == "VideoEncoder::ReleaseEncoder()") {
+      ends.push_back(event);
+    }
+  }
+  EXPECT_THAT(ends, ElementsAre("Release(graph)", "Release(graph)", "VideoEncoder::ReleaseEncoder()"));
+}
+
+TEST_F(CloseSequence, FramesStillQueuedAreNotEncodedAfterTheStop) {
+  QueryAndOpen();
+  Gate encoding;
+  Gate mayFinish;
+  platform.Before("VideoEncoder::Encode", [&] {
+    encoding.Open();
+    EXPECT_TRUE(mayFinish.Wait());
+  });
+  for (std::uint8_t value = 1; value <= 4; ++value) {
+    ASSERT_TRUE(platform.DeliverFrame(Frame(kFrameSize, value)));
+  }
+  ASSERT_TRUE(encoding.Wait());
+  // The status report comes after the graph has stopped and before the encoder thread is told to.
+  std::thread closer([&] { EXPECT_EQ(Close(), 1); });
+  ASSERT_TRUE(WaitUntil([&] { return platform.CallCount("IMediaEvent::WaitForCompletion") == 2; }));
+  mayFinish.Open();
+  closer.join();
+  EXPECT_LE(platform.CallCount("VideoEncoder::Encode"), 4U);
+  EXPECT_THAT(platform.Alive(), Contains("frame").Times(0));
+}
+
+// --- Unloading ---
+
+TEST_F(CloseSequence, UnloadingANeverOpenedCameraOnlyEndsCom) {
+  ASSERT_EQ(Close(), 0);
+  platform.ClearJournal();
+  Unload();
+  EXPECT_THAT(platform.Journal(), ElementsAre("CoUninitialize()"));
+}
+
+TEST_F(CloseSequence, UnloadingWithTheCameraOpenStopsJoinsAndReleases) {
+  QueryAndOpen();
+  DeliverAndReceive(1);
+  ASSERT_TRUE(WaitUntil([&] { return platform.CallCount("AVEncodePacket::~AVEncodePacket") == 1; }));
+  platform.ClearJournal();
+  Unload();
+  EXPECT_THAT(
+      platform.Journal(),
+      ElementsAre("IMediaControl::Stop()", "LetModuleGo()", "VideoFrame::ReleaseBuffer()",
+                  "VideoFrame::ReleaseBuffer()", "VideoFrame::ReleaseBuffer()", "VideoFrame::ReleaseBuffer()",
+                  "VideoFrame::ReleaseBuffer()", "VideoEncoder::ReleaseEncoder()", "CoUninitialize()"));
+}
+
+TEST_F(CloseSequence, UnloadingAfterAFailedOpenReleasesWhatThatLeft) {
+  QueryAndRelease();
+  platform.AnswersNth("IFilterGraph::AddFilter", 1, Fails());
+  ASSERT_EQ(Open(), -1001);
+  platform.ClearJournal();
+  Unload();
+  EXPECT_THAT(platform.Calls(), ElementsAre("VideoFrame::ReleaseBuffer()", "VideoFrame::ReleaseBuffer()",
+                                            "VideoFrame::ReleaseBuffer()", "VideoFrame::ReleaseBuffer()",
+                                            "VideoFrame::ReleaseBuffer()", "VideoEncoder::ReleaseEncoder()",
+                                            "CoUninitialize()"));
+}
+
+// In a process that is ending, the operator's threads may have died holding its locks.
+TEST_F(CloseSequence, EndingProcessIsLeftAlone) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const auto endWithTheCameraOpen = [&] {
+    static const auto failWhenTornDown = [] {
+      const auto calls = scripted::Platform::Get().Calls();
+      for (const char* call : {"CoUninitialize()", "IMediaControl::Stop()", "LetModuleGo()"}) {
+        if (std::find(calls.begin(), calls.end(), call) != calls.end()) {
+          std::_Exit(EXIT_FAILURE);
+        }
+      }
+    };
+    // Runs after the library's own part of the exit, which is registered later.
+    (void)std::atexit(+[] { failWhenTornDown(); });
+    QueryAndOpen();
+    platform.DisposeOf("current media type");
+    platform.SetProcessEnding(true);
+    std::exit(EXIT_SUCCESS);
+  };
+  EXPECT_EXIT(endWithTheCameraOpen(), ::testing::ExitedWithCode(EXIT_SUCCESS), "");
+}
+
+// --- Stopping when buffers cannot come back ---
+
+class StarvedGraph : public CameraHandlerTest {
+ protected:
+  // The camera delivers frames that do not fit, so that each costs the pool a buffer; then it waits for a
+  // sixth.
+  void OpenAndLoseEveryBuffer() {
+    QueryAndRelease();
+    ExpectFormatLeft();
+    platform.SetStreaming({true, [](std::uint64_t) { return Frame(kFrameSize + 1, 1); }});
+    ASSERT_EQ(Open(), 0);
+    ASSERT_TRUE(WaitUntil([&] { return platform.DeliveredFrames() == 5; }));
+  }
+};
+
+TEST_F(StarvedGraph, ClosesAfterEveryBufferWasLost) {
+  OpenAndLoseEveryBuffer();
+  platform.ClearJournal();
+  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(host.PacketCount(), 0U);
+  EXPECT_THAT(platform.Journal(), Contains("IMediaControl::Stop()"));
+}
+
+TEST_F(StarvedGraph, OpensAgainWithAWholePoolAfterEveryBufferWasLost) {
+  OpenAndLoseEveryBuffer();
+  EXPECT_EQ(Close(), 1);
+  platform.SetStreaming({true, [](std::uint64_t) { return Frame(kFrameSize, 1); }});
+  ExpectFormatLeft();
+  EXPECT_EQ(Open(), 0);
+  EXPECT_TRUE(host.WaitForPackets(20));
+  EXPECT_EQ(Close(), 1);
+}
+
+TEST_F(StarvedGraph, UnloadsAfterEveryBufferWasLost) {
+  OpenAndLoseEveryBuffer();
+  Unload();
+  EXPECT_FALSE(IsMapped());
+}
+
+TEST_F(StarvedGraph, ClosesWhenTheLastBufferIsLostWhileTheGraphStops) {
+  QueryAndOpen();
+  for (int i = 0; i < 4; ++i) {
+    ASSERT_TRUE(platform.DeliverFrame(Frame(kFrameSize + 1, 1)));
+  }
+  std::thread camera;
+  platform.Before("IMediaControl::Stop", [&] {
+    // The stop has begun; the streaming thread loses the last buffer and is already at its next frame.
+    EXPECT_TRUE(platform.DeliverFrame(Frame(kFrameSize + 1, 1)));
+    std::atomic<bool> delivering = false;
+    camera = std::thread([&] {
+      delivering = true;
+      platform.DeliverFrame(Frame(kFrameSize, 2));
+    });
+    EXPECT_TRUE(WaitUntil([&] { return delivering.load(); }));
+  });
+  EXPECT_EQ(Close(), 1);
+  camera.join();
+}
+
+TEST_F(StarvedGraph, ClosesWhenTheGraphStreamsButNoThreadEncodes) {
+  QueryAndRelease();
+  ExpectFormatLeft();
+  // The graph says that it will run in a while, which counts as a failure, and does run.
+  platform.Answers("IMediaControl::Run", SFalse());
+  platform.SetStreaming({true, [](std::uint64_t) { return Frame(kFrameSize, 1); }});
+  EXPECT_EQ(Open(), -1001);
+  ASSERT_TRUE(WaitUntil([&] { return platform.DeliveredFrames() == 5; }));
+  EXPECT_EQ(Close(), 1);
+}
+
+TEST_F(StarvedGraph, BlockedCallbackReturnsWhenABufferComesBackAndTheFrameIsNotLost) {
+  QueryAndRelease();
+  ExpectFormatLeft();
+  Gate mayAnswer;
+  host.InData([&](const Packet&) { EXPECT_TRUE(mayAnswer.Wait()); });
+  platform.SetStreaming({true, [](std::uint64_t number) {
+                           return number < 6 ? Frame(kFrameSize, static_cast<std::uint8_t>(number))
+                                             : Frame(0, 0);
+                         }});
+  EXPECT_EQ(Open(), 0);
+  // One frame is in the callback and gave its buffer back, five are queued: the pool is empty, nothing is
+  // lost.
+  ASSERT_TRUE(WaitUntil([&] { return platform.DeliveredFrames() == 6; }));
+  mayAnswer.Open();
+  EXPECT_TRUE(host.WaitForPackets(6));
+  EXPECT_EQ(Close(), 1);
+}
+
+TEST_F(StarvedGraph, ClosesWhileACallbackIsBlockedOnAFullPool) {
+  QueryAndRelease();
+  ExpectFormatLeft();
+  Gate mayAnswer;
+  host.InData([&](const Packet&) { EXPECT_TRUE(mayAnswer.Wait()); });
+  platform.SetStreaming({true, [](std::uint64_t) { return Frame(kFrameSize, 1); }});
+  EXPECT_EQ(Open(), 0);
+  ASSERT_TRUE(WaitUntil([&] { return platform.DeliveredFrames() == 6; }));
+  std::thread closer([&] { EXPECT_EQ(Close(), 1); });
+  ASSERT_TRUE(WaitUntil([&] { return platform.CallCount("IMediaControl::Stop") == 1; }));
+  mayAnswer.Open();
+  closer.join();
+}
+
+TEST_F(StarvedGraph, CloseFromInsideTheDataCallbackAnswersZeroAndALaterCloseFinishes) {
+  QueryAndOpen();
+  std::atomic<int> inside = -1;
+  host.InData([&](const Packet&) { inside = Close(); });
+  DeliverAndReceive(1);
+  EXPECT_EQ(inside, 0);
+  host.InData(nullptr);
+  EXPECT_EQ(Close(), 1);
+}
+
+}  // namespace

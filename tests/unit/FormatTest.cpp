@@ -1,0 +1,151 @@
+// The camera's output format and the sample grabber's settings. How their steps fail is in
+// OpenFailureTest.cpp.
+#include "CameraOperatorTest.h"
+
+namespace {
+
+using scripted::BuiltInCamera;
+using scripted::Fails;
+using scripted::kBuiltInId;
+using scripted::MediaType;
+using scripted::Yuy2;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::StartsWith;
+
+class Format : public CameraOperatorTest {
+ protected:
+  // The output pin of a camera whose current format is the given one.
+  ComPtr<IPin> OutputPin(const MediaType& current) {
+    platform.SetPc({{{0, kBuiltInId}}, {BuiltInCamera({current})}});
+    EXPECT_EQ(camera->CameraCount(), 1U);
+    ComPtr<IBaseFilter> filter;
+    EXPECT_TRUE(camera->BindDeviceFilter(0, filter.Put()));
+    ComPtr<IPin> pin;
+    EXPECT_TRUE(camera->QueryFilterPin(filter.Get(), PINDIR_OUTPUT, pin.Put()));
+    platform.ClearJournal();
+    return pin;
+  }
+
+  // The subtype that the grabber asks for.
+  std::string GrabberSubType(std::uint32_t width, std::uint32_t height) {
+    ComPtr<IBaseFilter> grabber;
+    EXPECT_EQ(CoCreateInstance(CLSID_SampleGrabber, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter,
+                               grabber.PutVoid()),
+              S_OK);
+    platform.ClearJournal();
+    EXPECT_TRUE(camera->ConfigSampleGrabber(grabber.Get(), width, height));
+    for (const std::string subType : {"MEDIASUBTYPE_YUY2", "MEDIASUBTYPE_ARGB32"}) {
+      for (const std::string& call : platform.Calls()) {
+        if (call ==
+            "ISampleGrabber::SetMediaType(MEDIATYPE_Video, " + subType + ", FORMAT_VideoInfo, cbFormat 0)") {
+          return subType;
+        }
+      }
+    }
+    return "none";
+  }
+};
+
+TEST_F(Format, SizeIntervalAndSubtypeAreSetAndNothingElse) {
+  ExpectLeft("current media type");
+  const ComPtr<IPin> pin = OutputPin(Yuy2(1280, 720, 10));
+  EXPECT_TRUE(camera->SetCameraFormat(pin.Get(), 320, 240, 15, MEDIASUBTYPE_MJPG));
+  EXPECT_THAT(platform.Calls(),
+              ElementsAre("IUnknown::QueryInterface(built-in.capture, IID_IAMStreamConfig)",
+                          "IAMStreamConfig::GetFormat(built-in.capture)",
+                          "IAMStreamConfig::SetFormat(built-in.capture, MEDIASUBTYPE_MJPG, 320x240, 666666)",
+                          "CoTaskMemFree()"));
+}
+
+TEST_F(Format, LineShowsTheFirstBitsOfTheSubtype) {
+  ExpectLeft("current media type", 2);
+  const ComPtr<IPin> pin = OutputPin(Yuy2(640, 480, 30));
+  EXPECT_TRUE(camera->SetCameraFormat(pin.Get(), 640, 480, 30, MEDIASUBTYPE_YUY2));
+  EXPECT_TRUE(camera->SetCameraFormat(pin.Get(), 1280, 720, 60, MEDIASUBTYPE_MJPG));
+  EXPECT_THAT(LogLines(),
+              ElementsAre(ErrorLine("[CameraOperator]Set camera parameter, (640,480,30,844715353)"
+                                    "(CameraOperator::SetCameraFormat)"),
+                          ErrorLine("[CameraOperator]Set camera parameter, (1280,720,60,1196444237)"
+                                    "(CameraOperator::SetCameraFormat)")));
+}
+
+TEST_F(Format, PinWithAnotherFormatTypeKeepsItsFormatAndThatIsNoFailure) {
+  ExpectLeft("current media type");
+  MediaType other = Yuy2(640, 480, 30);
+  other.formatType = FORMAT_VideoInfo2;
+  const ComPtr<IPin> pin = OutputPin(other);
+  EXPECT_TRUE(camera->SetCameraFormat(pin.Get(), 640, 480, 30, MEDIASUBTYPE_YUY2));
+  EXPECT_THAT(platform.Calls(), Not(Contains(StartsWith("IAMStreamConfig::SetFormat"))));
+  EXPECT_THAT(LogLines(), IsEmpty());
+}
+
+TEST_F(Format, PinWithoutAWholeFormatBlockKeepsItsFormatAndThatIsNoFailure) {
+  ExpectLeft("current media type", 2);
+  MediaType missing = Yuy2(640, 480, 30);
+  missing.hasFormat = false;
+  MediaType cut = Yuy2(640, 480, 30);
+  cut.formatSize = 87;
+  for (const MediaType& type : {missing, cut}) {
+    const ComPtr<IPin> pin = OutputPin(type);
+    EXPECT_TRUE(camera->SetCameraFormat(pin.Get(), 640, 480, 30, MEDIASUBTYPE_YUY2));
+    EXPECT_THAT(platform.Calls(), Not(Contains(StartsWith("IAMStreamConfig::SetFormat"))));
+    EXPECT_THAT(LogLines(), IsEmpty());
+  }
+}
+
+TEST_F(Format, RateOfZeroIsPassedOnToTheConversion) {
+  ExpectLeft("current media type");
+  const ComPtr<IPin> pin = OutputPin(Yuy2(640, 480, 30));
+  EXPECT_TRUE(camera->SetCameraFormat(pin.Get(), 640, 480, 0, MEDIASUBTYPE_YUY2));
+  EXPECT_THAT(platform.Calls(),
+              Contains("IAMStreamConfig::SetFormat(built-in.capture, MEDIASUBTYPE_YUY2, 640x480, 33)"));
+  EXPECT_THAT(LogLines(),
+              Contains(ErrorLine(445, "[CameraOperator]fps is 0.(CameraOperator::FpsToAvgTimePerFrame)")));
+}
+
+TEST_F(Format, ObjectInTheCurrentFormatIsReleased) {
+  ExpectLeft("current media type");
+  MediaType type = Yuy2(640, 480, 30);
+  type.hasUnknown = true;
+  const ComPtr<IPin> pin = OutputPin(type);
+  EXPECT_TRUE(camera->SetCameraFormat(pin.Get(), 640, 480, 30, MEDIASUBTYPE_YUY2));
+  EXPECT_THAT(platform.Alive(), Not(Contains("current media type pUnk: 1")));
+}
+
+TEST_F(Format, RefusedFormatLeavesOnlyTheStructure) {
+  ExpectLeft("current media type");
+  const ComPtr<IPin> pin = OutputPin(Yuy2(640, 480, 30));
+  platform.Answers("IAMStreamConfig::SetFormat", Fails());
+  EXPECT_FALSE(camera->SetCameraFormat(pin.Get(), 640, 480, 30, MEDIASUBTYPE_YUY2));
+  EXPECT_THAT(platform.Alive(), Not(Contains("current media type format block")));
+}
+
+TEST_F(Format, GrabberAsksForArgb32WhereTheSizeComesAsMjpg) {
+  CameraCapabilityMgr& table = CameraCapabilityMgr::GetInstance();
+  EXPECT_EQ(GrabberSubType(640, 480), "MEDIASUBTYPE_YUY2") << "no entry";
+  table.Add(640, 480, 30, MEDIASUBTYPE_MJPG);
+  EXPECT_EQ(GrabberSubType(640, 480), "MEDIASUBTYPE_ARGB32");
+  EXPECT_EQ(GrabberSubType(640, 481), "MEDIASUBTYPE_YUY2") << "another size";
+  table.Add(320, 240, 30, MEDIASUBTYPE_NV12);
+  EXPECT_EQ(GrabberSubType(320, 240), "MEDIASUBTYPE_YUY2");
+}
+
+TEST_F(Format, LaterUncompressedEntryDecidesAtAnEqualRateAndAFasterMjpgEntryOverASlowerOne) {
+  CameraCapabilityMgr& table = CameraCapabilityMgr::GetInstance();
+  table.Add(640, 480, 30, MEDIASUBTYPE_MJPG);
+  table.Add(640, 480, 30, MEDIASUBTYPE_YUY2);
+  EXPECT_EQ(GrabberSubType(640, 480), "MEDIASUBTYPE_YUY2");
+  table.Add(640, 480, 60, MEDIASUBTYPE_MJPG);
+  EXPECT_EQ(GrabberSubType(640, 480), "MEDIASUBTYPE_ARGB32");
+}
+
+TEST_F(Format, NullGrabberHasItsOwnLine) {
+  EXPECT_FALSE(camera->ConfigSampleGrabber(nullptr, 640, 480));
+  EXPECT_THAT(LogLines(), ElementsAre(ErrorLine("[CameraOperator]sampleGrabberFilter  is nullptr"
+                                                "(CameraOperator::ConfigSampleGrabber)")));
+}
+
+}  // namespace

@@ -1,0 +1,334 @@
+// The pool of buffers between a producer and a consumer thread.
+#include "FrameBufQueue.h"
+
+#include <array>
+#include <atomic>
+#include <memory>
+#include <numeric>
+#include <set>
+#include <thread>
+
+#include "PlatformTest.h"
+
+namespace {
+
+using scripted::Fails;
+using scripted::SucceedsWithNull;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+class FrameQueue : public PlatformTest {
+ protected:
+  bool Init(std::uint32_t count = 5) { return queue.Init(count, 16, 16, ColorSpace::kYuy2); }
+
+  FrameBufQueue queue;
+};
+
+TEST_F(FrameQueue, SizeWithoutPixelsMakesNoBuffer) {
+  EXPECT_FALSE(queue.Init(5, 0, 16, ColorSpace::kYuy2));
+  EXPECT_FALSE(queue.Init(5, 16, 0, ColorSpace::kYuy2));
+  EXPECT_THAT(platform.Calls(), IsEmpty());
+  EXPECT_TRUE(Init()) << "nothing was in the way";
+  queue.Uninit();
+}
+
+TEST_F(FrameQueue, FramesAreAllocatedInTheSizeAndLayoutAskedFor) {
+  EXPECT_TRUE(queue.Init(2, 32, 8, ColorSpace::kArgb32));
+  EXPECT_THAT(platform.Calls(),
+              ElementsAre("VideoFrame::AllocBuffer(32, 8, 4)", "VideoFrame::AllocBuffer(32, 8, 4)"));
+  queue.Uninit();
+}
+
+TEST_F(FrameQueue, UnusedQueueWouldAllocateInTheFirstLayout) {
+  VideoFrame* const frame = queue.CreateBuffer();
+  EXPECT_EQ(frame, nullptr);
+  EXPECT_THAT(platform.Calls(), ElementsAre("VideoFrame::AllocBuffer(0, 0, 1)"));
+}
+
+TEST_F(FrameQueue, SecondInitIsRefusedAndLeavesThePoolAsItWas) {
+  EXPECT_TRUE(Init());
+  VideoFrame* const frame = queue.GetFreeBuffer();
+  platform.ClearJournal();
+  EXPECT_FALSE(Init());
+  EXPECT_THAT(platform.Calls(), IsEmpty());
+  queue.PutDataBuffer(frame);
+  EXPECT_EQ(queue.GetDataBuffer(), frame);
+  queue.Uninit();
+}
+
+TEST_F(FrameQueue, InitIsRefusedUntilAStoppedPoolIsGone) {
+  EXPECT_TRUE(Init());
+  queue.Stop();
+  EXPECT_FALSE(Init());
+  queue.Uninit();
+  EXPECT_TRUE(Init());
+  queue.Uninit();
+}
+
+TEST_F(FrameQueue, PoolIsAllOrNothing) {
+  platform.AnswersNth("VideoFrame::AllocBuffer", 3, Fails());
+  EXPECT_FALSE(Init());
+  EXPECT_THAT(platform.Alive(), IsEmpty());
+  EXPECT_EQ(platform.CallCount("VideoFrame::AllocBuffer"), 3U) << "it stops at the first failure";
+  // The frame that has no buffer is destroyed without releasing one.
+  EXPECT_EQ(platform.CallCount("VideoFrame::ReleaseBuffer"), 2U);
+  EXPECT_EQ(queue.GetFreeBuffer(), nullptr);
+  EXPECT_EQ(queue.GetDataBuffer(), nullptr);
+  EXPECT_TRUE(Init());
+  queue.Uninit();
+}
+
+TEST_F(FrameQueue, EmptyPoolIsAPool) {
+  EXPECT_TRUE(Init(0));
+  EXPECT_FALSE(Init());
+  queue.Uninit();
+}
+
+TEST_F(FrameQueue, BuffersPassInOrder) {
+  EXPECT_TRUE(Init(3));
+  std::array<VideoFrame*, 3> frames{};
+  for (VideoFrame*& frame : frames) {
+    frame = queue.GetFreeBuffer();
+    queue.PutDataBuffer(frame);
+  }
+  for (VideoFrame* const frame : frames) {
+    EXPECT_EQ(queue.GetDataBuffer(), frame);
+    queue.PutFreeBuffer(frame);
+  }
+  for (VideoFrame* const frame : frames) {
+    EXPECT_EQ(queue.GetFreeBuffer(), frame);
+  }
+  queue.Uninit();
+}
+
+TEST_F(FrameQueue, StoppedQueueHandsOutWhatItHoldsThenNull) {
+  EXPECT_TRUE(Init(3));
+  VideoFrame* const first = queue.GetFreeBuffer();
+  VideoFrame* const second = queue.GetFreeBuffer();
+  queue.PutDataBuffer(first);
+  queue.PutDataBuffer(second);
+  queue.Stop();
+  EXPECT_EQ(queue.GetDataBuffer(), first);
+  EXPECT_EQ(queue.GetDataBuffer(), second);
+  EXPECT_EQ(queue.GetDataBuffer(), nullptr);
+  EXPECT_NE(queue.GetFreeBuffer(), nullptr);
+  EXPECT_EQ(queue.GetFreeBuffer(), nullptr);
+  queue.Uninit();
+}
+
+TEST_F(FrameQueue, StoppedQueueTakesNothingAndStillDestroysIt) {
+  EXPECT_TRUE(Init(1));
+  VideoFrame* const frame = queue.GetFreeBuffer();
+  queue.Stop();
+  queue.PutDataBuffer(frame);
+  queue.PutFreeBuffer(frame);
+  EXPECT_EQ(queue.GetDataBuffer(), nullptr);
+  EXPECT_EQ(queue.GetFreeBuffer(), nullptr);
+  EXPECT_THAT(platform.Alive(), ElementsAre("frame"));
+  queue.Uninit();
+  EXPECT_THAT(platform.Alive(), IsEmpty());
+}
+
+TEST_F(FrameQueue, WaitingGetsReturnNullWhenTheQueueStopsOrGoes) {
+  for (const bool uninit : {false, true}) {
+    EXPECT_TRUE(Init(1));
+    VideoFrame* const taken = queue.GetFreeBuffer();
+    EXPECT_NE(taken, nullptr);
+    std::atomic<int> waiting = 0;
+    const auto wait = [&](auto get) {
+      return std::thread([&, get] {
+        ++waiting;
+        EXPECT_EQ((queue.*get)(), nullptr);
+      });
+    };
+    std::array<std::thread, 4> threads = {
+        wait(&FrameBufQueue::GetFreeBuffer), wait(&FrameBufQueue::GetFreeBuffer),
+        wait(&FrameBufQueue::GetDataBuffer), wait(&FrameBufQueue::GetDataBuffer)};
+    EXPECT_TRUE(WaitUntil([&] { return waiting == 4; }));
+    uninit ? queue.Uninit() : queue.Stop();
+    for (std::thread& thread : threads) {
+      thread.join();
+    }
+    queue.Uninit();
+  }
+}
+
+TEST_F(FrameQueue, WaitingGetTakesTheBufferThatIsPut) {
+  EXPECT_TRUE(Init(1));
+  VideoFrame* const frame = queue.GetFreeBuffer();
+  std::thread consumer([&] { EXPECT_EQ(queue.GetDataBuffer(), frame); });
+  std::thread producer([&] { EXPECT_EQ(queue.GetFreeBuffer(), frame); });
+  queue.PutDataBuffer(frame);
+  consumer.join();
+  queue.PutFreeBuffer(frame);
+  producer.join();
+  queue.Uninit();
+}
+
+TEST_F(FrameQueue, StoppingAndUninitialisingTwiceIsHarmless) {
+  queue.Stop();
+  queue.Uninit();
+  EXPECT_TRUE(Init());
+  queue.Stop();
+  queue.Stop();
+  queue.Uninit();
+  queue.Uninit();
+  EXPECT_THAT(platform.Alive(), IsEmpty());
+}
+
+TEST_F(FrameQueue, PuttingNullDoesNothing) {
+  EXPECT_TRUE(Init(1));
+  queue.PutDataBuffer(nullptr);
+  queue.PutFreeBuffer(nullptr);
+  EXPECT_NE(queue.GetFreeBuffer(), nullptr);
+  queue.Stop();
+  EXPECT_EQ(queue.GetDataBuffer(), nullptr);
+  EXPECT_EQ(queue.GetFreeBuffer(), nullptr);
+  queue.Uninit();
+}
+
+TEST_F(FrameQueue, DestroyingNullDoesNothing) {
+  queue.DestroyBuffer(nullptr);
+  EXPECT_THAT(platform.Calls(), IsEmpty());
+}
+
+TEST_F(FrameQueue, RunningQueueFreesItsFramesWhenItIsDestroyed) {
+  {
+    FrameBufQueue other;
+    EXPECT_TRUE(other.Init(5, 16, 16, ColorSpace::kYuy2));
+    EXPECT_NE(other.GetFreeBuffer(), nullptr);
+  }
+  EXPECT_THAT(platform.Alive(), IsEmpty());
+}
+
+TEST_F(FrameQueue, FramesAreReleasedThenDestroyedInTheOrderTheyWereMade) {
+  EXPECT_TRUE(Init(2));
+  platform.ClearJournal();
+  queue.Uninit();
+  EXPECT_THAT(platform.Calls(), ElementsAre("VideoFrame::ReleaseBuffer()", "VideoFrame::ReleaseBuffer()"));
+}
+
+// --- The template alone ---
+
+// Its buffers are numbers; making number `fails` fails, or throws.
+class NumberQueue : public CBufferQueue<int*> {
+ public:
+  ~NumberQueue() override { Uninit(); }
+  int* CreateBuffer() override {
+    const int number = ++made;
+    if (number == throws) {
+      throw std::bad_alloc();
+    }
+    return number == fails ? nullptr : std::make_unique<int>(number).release();
+  }
+  void DestroyBuffer(int* buffer) override {
+    const std::unique_ptr<int> owner(buffer);
+    destroyed.push_back(*owner);
+  }
+
+  int fails = 0;
+  int throws = 0;
+  int made = 0;
+  std::vector<int> destroyed;
+};
+
+TEST(BufferQueue, BuffersAreDestroyedInTheOrderTheyWereMade) {
+  NumberQueue queue;
+  EXPECT_TRUE(queue.Init(4));
+  int* const first = queue.GetFreeBuffer();
+  queue.PutFreeBuffer(first);
+  queue.Uninit();
+  EXPECT_THAT(queue.destroyed, ElementsAre(1, 2, 3, 4));
+}
+
+TEST(BufferQueue, NoMemoryForABufferIsAPoolThatCannotBeMade) {
+  NumberQueue queue;
+  queue.throws = 3;
+  EXPECT_FALSE(queue.Init(5));
+  EXPECT_THAT(queue.destroyed, ElementsAre(1, 2));
+  EXPECT_EQ(queue.GetFreeBuffer(), nullptr);
+  EXPECT_TRUE(queue.Init(5));
+}
+
+// Counts what is asked of the heap through it.
+class CountingMemory : public std::pmr::memory_resource {
+ public:
+  std::atomic<unsigned> allocations = 0;
+
+ private:
+  void* do_allocate(std::size_t bytes, std::size_t alignment) override {
+    ++allocations;
+    return std::pmr::new_delete_resource()->allocate(bytes, alignment);
+  }
+  void do_deallocate(void* block, std::size_t bytes, std::size_t alignment) override {
+    std::pmr::new_delete_resource()->deallocate(block, bytes, alignment);
+  }
+  bool do_is_equal(const memory_resource& other) const noexcept override { return this == &other; }
+};
+
+TEST(BufferQueue, RunningQueueDoesNotTouchTheHeap) {
+  CountingMemory heap;
+  std::pmr::memory_resource* const before = std::pmr::set_default_resource(&heap);
+  {
+    NumberQueue queue;
+    EXPECT_TRUE(queue.Init(5));
+    const auto rotate = [&](int times) {
+      for (int i = 0; i < times; ++i) {
+        int* const number = queue.GetFreeBuffer();
+        queue.PutDataBuffer(number);
+        queue.PutFreeBuffer(queue.GetDataBuffer());
+      }
+    };
+    // A deque asks for its next block after some hundred elements; then it has asked for all it ever needs.
+    rotate(10'000);
+    const unsigned warm = heap.allocations;
+    EXPECT_GT(warm, 0U);
+    rotate(1'000'000);
+    EXPECT_EQ(heap.allocations, warm);
+  }
+  std::pmr::set_default_resource(before);
+}
+
+TEST(BufferQueue, ManyProducersAndConsumersLoseNothingAndRepeatNothing) {
+  constexpr int kThreads = 3;
+  constexpr int kRounds = 20'000;
+  NumberQueue queue;
+  ASSERT_TRUE(queue.Init(5));
+  std::array<std::atomic<int>, 6> holders{};
+  std::atomic<long> produced = 0;
+  std::atomic<long> consumed = 0;
+  std::vector<std::thread> threads;
+  for (int i = 0; i < kThreads; ++i) {
+    threads.emplace_back([&] {
+      for (int round = 0; round < kRounds; ++round) {
+        int* const buffer = queue.GetFreeBuffer();
+        EXPECT_EQ(++holders.at(static_cast<std::size_t>(*buffer)), 1);
+        ++produced;
+        --holders.at(static_cast<std::size_t>(*buffer));
+        queue.PutDataBuffer(buffer);
+      }
+    });
+    threads.emplace_back([&] {
+      for (int round = 0; round < kRounds; ++round) {
+        int* const buffer = queue.GetDataBuffer();
+        EXPECT_EQ(++holders.at(static_cast<std::size_t>(*buffer)), 1);
+        ++consumed;
+        --holders.at(static_cast<std::size_t>(*buffer));
+        queue.PutFreeBuffer(buffer);
+      }
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  EXPECT_EQ(produced, kThreads * kRounds);
+  EXPECT_EQ(consumed, kThreads * kRounds);
+  queue.Stop();
+  std::set<int> all;
+  while (int* const buffer = queue.GetFreeBuffer()) {
+    all.insert(*buffer);
+  }
+  EXPECT_EQ(all, (std::set<int>{1, 2, 3, 4, 5}));
+}
+
+}  // namespace

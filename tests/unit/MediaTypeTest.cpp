@@ -1,0 +1,380 @@
+// How media types become sizes, subtypes and frame rates.
+#include "CameraOperatorTest.h"
+
+namespace {
+
+using scripted::BuiltInCamera;
+using scripted::Fails;
+using scripted::kBuiltInDisplayName;
+using scripted::kBuiltInId;
+using scripted::LaptopPc;
+using scripted::MediaType;
+using scripted::Mjpg;
+using scripted::SFalse;
+using scripted::SucceedsWithNull;
+using scripted::Yuy2;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+class MediaTypes : public CameraOperatorTest {
+ protected:
+  // Reads the capabilities of a PC whose camera has these pins.
+  bool Read(std::vector<scripted::Pin> pins) {
+    platform.SetPc({{{0, kBuiltInId}}, {{"built-in", kBuiltInDisplayName, std::move(pins)}}});
+    EXPECT_EQ(camera->CameraCount(), 1U);
+    platform.ClearJournal();
+    return camera->GetCameraCapabilities(0, sizes, subTypes, fpsList);
+  }
+  bool Read(std::vector<MediaType> types) { return Read({{"capture", PINDIR_OUTPUT, std::move(types)}}); }
+
+  std::vector<std::pair<int, int>> Sizes() const {
+    std::vector<std::pair<int, int>> pairs;
+    for (const tagSIZE& size : sizes) {
+      pairs.emplace_back(size.cx, size.cy);
+    }
+    return pairs;
+  }
+
+  std::vector<tagSIZE> sizes;
+  std::vector<GUID> subTypes;
+  std::vector<unsigned int> fpsList;
+};
+
+using Pairs = std::vector<std::pair<int, int>>;
+
+TEST_F(MediaTypes, IntervalsBecomeRatesRoundedDown) {
+  EXPECT_EQ(camera->AvgTimePerFrameToFps(333333), 30U);
+  EXPECT_EQ(camera->AvgTimePerFrameToFps(333334), 29U);
+  EXPECT_EQ(camera->AvgTimePerFrameToFps(333667), 29U);
+  EXPECT_EQ(camera->AvgTimePerFrameToFps(400000), 25U);
+  EXPECT_EQ(camera->AvgTimePerFrameToFps(666666), 15U);
+  EXPECT_EQ(camera->AvgTimePerFrameToFps(10000001), 0U);
+  EXPECT_EQ(camera->AvgTimePerFrameToFps(1), 10000000U);
+  EXPECT_EQ(camera->AvgTimePerFrameToFps(-3), static_cast<unsigned int>(-3333334));
+  EXPECT_THAT(LogLines(), IsEmpty());
+}
+
+TEST_F(MediaTypes, IntervalOfZeroIsTakenForThirtyFrames) {
+  EXPECT_EQ(camera->AvgTimePerFrameToFps(0), 30U);
+  EXPECT_THAT(LogLines(), ElementsAre(ErrorLine(434,
+                                                "[CameraOperator]avgTimePerFrame is 0."
+                                                "(CameraOperator::AvgTimePerFrameToFps)")));
+}
+
+TEST_F(MediaTypes, RatesBecomeIntervalsRoundedDown) {
+  EXPECT_EQ(camera->FpsToAvgTimePerFrame(30), 333333);
+  EXPECT_EQ(camera->FpsToAvgTimePerFrame(15), 666666);
+  EXPECT_EQ(camera->FpsToAvgTimePerFrame(25), 400000);
+  EXPECT_EQ(camera->FpsToAvgTimePerFrame(60), 166666);
+  EXPECT_EQ(camera->FpsToAvgTimePerFrame(7), 1428571);
+  EXPECT_EQ(camera->FpsToAvgTimePerFrame(1), 10000000);
+  EXPECT_EQ(camera->FpsToAvgTimePerFrame(0xFFFFFFFF), 0);
+  EXPECT_THAT(LogLines(), IsEmpty());
+}
+
+TEST_F(MediaTypes, RateOfZeroHasTheIntervalThirtyThree) {
+  EXPECT_EQ(camera->FpsToAvgTimePerFrame(0), 33);
+  EXPECT_THAT(LogLines(),
+              ElementsAre(ErrorLine(445, "[CameraOperator]fps is 0.(CameraOperator::FpsToAvgTimePerFrame)")));
+}
+
+TEST_F(MediaTypes, SameSizeInTwoSubtypesIsOneSizeTwoSubtypesOneRateAndTwoTableEntries) {
+  EXPECT_TRUE(Read({Mjpg(640, 480, 30), Yuy2(640, 480, 30)}));
+  EXPECT_EQ(Sizes(), (Pairs{{640, 480}}));
+  EXPECT_EQ(subTypes.size(), 2U);
+  EXPECT_THAT(fpsList, ElementsAre(30000U));
+  // Each entry is there: adding either again is refused.
+  platform.ClearJournal();
+  CameraCapabilityMgr::GetInstance().Add(640, 480, 30, MEDIASUBTYPE_MJPG);
+  CameraCapabilityMgr::GetInstance().Add(640, 480, 30, MEDIASUBTYPE_YUY2);
+  EXPECT_EQ(platform.Logs().size(), 2U);
+}
+
+TEST_F(MediaTypes, EachAcceptedTypeIsLogged) {
+  EXPECT_TRUE(Read({Mjpg(1280, 720, 30), Yuy2(640, 480, 15)}));
+  EXPECT_THAT(LogLines(),
+              ElementsAre(ErrorLine(427,
+                                    "[CameraOperator]ParseMediaType success, width: 1280, height:720,fps:30,"
+                                    "subType:1196444237(CameraOperator::ParseMediaType)"),
+                          ErrorLine(427,
+                                    "[CameraOperator]ParseMediaType success, width: 640, height:480,fps:15,"
+                                    "subType:844715353(CameraOperator::ParseMediaType)")));
+}
+
+TEST_F(MediaTypes, OtherFormatTypesContributeNothingNotEvenALogLine) {
+  MediaType other = Yuy2(640, 480, 30);
+  other.formatType = FORMAT_VideoInfo2;
+  EXPECT_TRUE(Read({other}));
+  EXPECT_THAT(sizes, IsEmpty());
+  EXPECT_THAT(subTypes, IsEmpty());
+  EXPECT_THAT(fpsList, IsEmpty());
+  EXPECT_THAT(LogLines(), IsEmpty());
+  EXPECT_EQ(CameraCapabilityMgr::GetInstance().FindCapability(640, 480).fps, 0U);
+}
+
+TEST_F(MediaTypes, FormatBlocksThatAreShortOrMissingContributeNothing) {
+  MediaType shortFormat = Yuy2(640, 480, 30);
+  shortFormat.formatSize = 87;
+  MediaType noFormat = Yuy2(640, 480, 30);
+  noFormat.hasFormat = false;
+  MediaType empty = Yuy2(640, 480, 30);
+  empty.formatSize = 0;
+  empty.hasFormat = false;
+  EXPECT_TRUE(Read({shortFormat, noFormat, empty}));
+  EXPECT_THAT(sizes, IsEmpty());
+  EXPECT_THAT(LogLines(), IsEmpty());
+}
+
+TEST_F(MediaTypes, FormatBlocksThatAreLongerAreAccepted) {
+  MediaType longFormat = Yuy2(640, 480, 30);
+  longFormat.formatSize = 5000;
+  EXPECT_TRUE(Read({longFormat}));
+  EXPECT_EQ(Sizes(), (Pairs{{640, 480}}));
+}
+
+TEST_F(MediaTypes, IntervalOneUnitTooLongLosesAFrame) {
+  MediaType slow = Yuy2(640, 480, 30);
+  slow.interval = 333334;
+  EXPECT_TRUE(Read({slow}));
+  EXPECT_THAT(fpsList, ElementsAre(29000U));
+  EXPECT_EQ(CameraCapabilityMgr::GetInstance().FindCapability(640, 480).fps, 29U);
+}
+
+TEST_F(MediaTypes, NegativeHeightsAreKept) {
+  EXPECT_TRUE(Read({Yuy2(640, -480, 30)}));
+  EXPECT_EQ(Sizes(), (Pairs{{640, -480}}));
+  EXPECT_THAT(LogLines(), ElementsAre(ErrorLine(427,
+                                                "[CameraOperator]ParseMediaType success, width: 640, "
+                                                "height:-480,fps:30,subType:844715353"
+                                                "(CameraOperator::ParseMediaType)")));
+}
+
+TEST_F(MediaTypes, CapturePinAndStillPinBothContribute) {
+  EXPECT_TRUE(Read({{"capture", PINDIR_OUTPUT, {Yuy2(640, 480, 30)}},
+                    {"still", PINDIR_OUTPUT, {Yuy2(1280, 960, 15)}},
+                    {"control", PINDIR_INPUT, {Yuy2(320, 240, 5)}}}));
+  EXPECT_EQ(Sizes(), (Pairs{{320, 240}, {640, 480}, {1280, 960}}));
+  EXPECT_THAT(fpsList, ElementsAre(5000U, 15000U, 30000U));
+}
+
+TEST_F(MediaTypes, CameraWithoutAnAcceptedTypeIsReadAllTheSame) {
+  EXPECT_TRUE(Read(std::vector<MediaType>{}));
+  EXPECT_THAT(sizes, IsEmpty());
+  EXPECT_THAT(subTypes, IsEmpty());
+  EXPECT_THAT(fpsList, IsEmpty());
+}
+
+TEST_F(MediaTypes, NullTypesAndNullPinsAreSkipped) {
+  MediaType null;
+  null.isNull = true;
+  scripted::Pin nullPin;
+  nullPin.isNull = true;
+  EXPECT_TRUE(Read({nullPin, {"capture", PINDIR_OUTPUT, {null, Yuy2(640, 480, 30)}}}));
+  EXPECT_EQ(Sizes(), (Pairs{{640, 480}}));
+  EXPECT_THAT(LogLines(), Contains(ErrorLine(391,
+                                             "[CameraOperator]mediaType is nullptr."
+                                             "(CameraOperator::QueryCameraPinInfo)")));
+}
+
+TEST_F(MediaTypes, NullEntriesOfAPinListAreSkipped) {
+  EXPECT_TRUE(camera->QueryCameraPinInfo({nullptr, nullptr}, subTypes, sizes, fpsList));
+  EXPECT_THAT(platform.Journal(), IsEmpty());
+}
+
+TEST_F(MediaTypes, ObjectInATypeIsReleased) {
+  MediaType type = Yuy2(640, 480, 30);
+  type.hasUnknown = true;
+  EXPECT_TRUE(Read({type}));
+  EXPECT_THAT(platform.Alive(), IsEmpty());
+}
+
+TEST_F(MediaTypes, TableDescribesTheCameraQueriedLast) {
+  EXPECT_TRUE(Read({Yuy2(640, 480, 30)}));
+  EXPECT_TRUE(Read({Yuy2(320, 240, 15)}));
+  EXPECT_EQ(CameraCapabilityMgr::GetInstance().FindCapability(640, 480).fps, 0U);
+  EXPECT_EQ(CameraCapabilityMgr::GetInstance().FindCapability(320, 240).fps, 15U);
+}
+
+TEST_F(MediaTypes, ListsAreAppendedTo) {
+  sizes.push_back({1, 1});
+  fpsList.push_back(1);
+  EXPECT_TRUE(Read({Yuy2(640, 480, 30)}));
+  EXPECT_EQ(Sizes(), (Pairs{{1, 1}, {640, 480}}));
+  EXPECT_THAT(fpsList, ElementsAre(1U, 30000U));
+}
+
+// --- The two orderings that are none ---
+
+TEST_F(MediaTypes, SizesThatComeBeforeEachOtherChangePlacesEveryTime) {
+  sizes = {{1280, 480}, {640, 720}};
+  camera->SortAndUniqueCapabilities(sizes, subTypes, fpsList);
+  EXPECT_EQ(Sizes(), (Pairs{{640, 720}, {1280, 480}}));
+  camera->SortAndUniqueCapabilities(sizes, subTypes, fpsList);
+  EXPECT_EQ(Sizes(), (Pairs{{1280, 480}, {640, 720}}));
+}
+
+TEST_F(MediaTypes, SizesThatGrowBothWaysAreInOrderOnce) {
+  sizes = {{1280, 720}, {320, 240}, {640, 480}, {320, 240}, {1280, 720}, {-1, -1}};
+  camera->SortAndUniqueCapabilities(sizes, subTypes, fpsList);
+  EXPECT_EQ(Sizes(), (Pairs{{-1, -1}, {320, 240}, {640, 480}, {1280, 720}}));
+}
+
+TEST_F(MediaTypes, EqualSizesMeetAlsoWhenTheSizeBetweenThemCannotBeOrdered) {
+  sizes = {{1280, 480}, {640, 720}, {1280, 480}};
+  camera->SortAndUniqueCapabilities(sizes, subTypes, fpsList);
+  EXPECT_EQ(Sizes(), (Pairs{{640, 720}, {1280, 480}}));
+}
+
+TEST_F(MediaTypes, AnySmallerFieldPutsASubtypeBeforeAnother) {
+  const GUID smallFirst{1, 9, 0, {}};
+  const GUID smallSecond{9, 1, 0, {}};
+  subTypes = {smallFirst, smallSecond};
+  camera->SortAndUniqueCapabilities(sizes, subTypes, fpsList);
+  EXPECT_TRUE(IsEqualGUID(subTypes[0], smallSecond));
+  camera->SortAndUniqueCapabilities(sizes, subTypes, fpsList);
+  EXPECT_TRUE(IsEqualGUID(subTypes[0], smallFirst));
+}
+
+TEST_F(MediaTypes, EveryFieldOfASubtypeCounts) {
+  const GUID base{5, 5, 5, {5, 5, 5, 5, 5, 5, 5, 5}};
+  std::vector<GUID> smaller(11, base);
+  smaller[0].Data1 = 4;
+  smaller[1].Data2 = 4;
+  smaller[2].Data3 = 4;
+  for (std::size_t i = 0; i < 8; ++i) {
+    smaller[3 + i].Data4[i] = 4;
+  }
+  for (const GUID& subType : smaller) {
+    subTypes = {base, subType, base};
+    camera->SortAndUniqueCapabilities(sizes, subTypes, fpsList);
+    ASSERT_EQ(subTypes.size(), 2U);
+    EXPECT_TRUE(IsEqualGUID(subTypes[0], subType));
+    EXPECT_TRUE(IsEqualGUID(subTypes[1], base));
+  }
+}
+
+TEST_F(MediaTypes, RatesAreAscendingAndDistinctAndListsShrink) {
+  fpsList = {60000, 15000, 30000, 15000, 60000, 5000};
+  fpsList.reserve(100);
+  camera->SortAndUniqueCapabilities(sizes, subTypes, fpsList);
+  EXPECT_THAT(fpsList, ElementsAre(5000U, 15000U, 30000U, 60000U));
+  EXPECT_EQ(fpsList.capacity(), 4U);
+}
+
+TEST_F(MediaTypes, LongListsOfUnorderableSizesStayWithinBounds) {
+  for (int i = 0; i < 1000; ++i) {
+    sizes.push_back({i % 37, (1000 - i) % 41});
+  }
+  camera->SortAndUniqueCapabilities(sizes, subTypes, fpsList);
+  EXPECT_LE(sizes.size(), 1000U);
+  EXPECT_GE(sizes.size(), 41U);
+}
+
+// --- Failures ---
+
+TEST_F(MediaTypes, NullFilterHasNoPins) {
+  std::vector<IPin*> pins;
+  EXPECT_FALSE(camera->EnumPins(nullptr, pins));
+  EXPECT_THAT(LogLines(),
+              ElementsAre(ErrorLine(
+                  456, "[CameraOperator]invalid para, devFilter is nullptr(CameraOperator::EnumPins)")));
+}
+
+TEST_F(MediaTypes, CameraThatIsNotBoundIsNotRead) {
+  EXPECT_EQ(camera->CameraCount(), 1U);
+  platform.ClearJournal();
+  EXPECT_FALSE(camera->GetCameraCapabilities(3, sizes, subTypes, fpsList));
+  EXPECT_THAT(LogLines(), ElementsAre(ErrorLine(337,
+                                                "[CameraOperator]BindFilter fail, cameraIndex: 3"
+                                                "(CameraOperator::GetCameraCapabilities)")));
+}
+
+TEST_F(MediaTypes, CameraThatDisappearedIsNotReadAndTheTableStays) {
+  EXPECT_TRUE(Read({Yuy2(640, 480, 30)}));
+  platform.SetPc({{}, {scripted::PlugInCamera()}});
+  platform.ClearJournal();
+  EXPECT_FALSE(camera->GetCameraCapabilities(0, sizes, subTypes, fpsList));
+  EXPECT_THAT(LogLines(), ElementsAre(ErrorLine(456,
+                                                "[CameraOperator]invalid para, devFilter is nullptr"
+                                                "(CameraOperator::EnumPins)"),
+                                      ErrorLine(343,
+                                                "[CameraOperator]EnumPins fail, cameraIndex: 0"
+                                                "(CameraOperator::GetCameraCapabilities)")));
+  EXPECT_EQ(CameraCapabilityMgr::GetInstance().FindCapability(640, 480).fps, 30U);
+}
+
+struct ReadFailure {
+  const char* operation;
+  scripted::Answer answer;
+  std::string line;
+  bool clearsTable;
+};
+
+TEST_F(MediaTypes, EachFailureWhileReadingHasItsLineAndLeavesNothing) {
+  const std::string pinInfo = "(CameraOperator::QueryCameraPinInfo)";
+  const std::vector<ReadFailure> failures = {
+      {"IBaseFilter::EnumPins", Fails(),
+       ErrorLine(463, "[CameraOperator]fail to enum pins, error: -2147467259(CameraOperator::EnumPins)"),
+       false},
+      {"IBaseFilter::EnumPins", SFalse(),
+       ErrorLine(463, "[CameraOperator]fail to enum pins, error: 1(CameraOperator::EnumPins)"), false},
+      {"IBaseFilter::EnumPins", SucceedsWithNull(),
+       ErrorLine(463, "[CameraOperator]fail to enum pins, error: 0(CameraOperator::EnumPins)"), false},
+      {"IPin::QueryPinInfo", Fails(),
+       ErrorLine(375, "[CameraOperator]QueryPinInfo fail, error: -2147467259" + pinInfo), true},
+      {"IPin::QueryPinInfo", SFalse(),
+       ErrorLine(375, "[CameraOperator]QueryPinInfo fail, error: 1" + pinInfo), true},
+      {"IPin::EnumMediaTypes", Fails(),
+       ErrorLine(383, "[CameraOperator]EnumMediaTypes fail, error: -2147467259" + pinInfo), true},
+      {"IPin::EnumMediaTypes", SFalse(),
+       ErrorLine(383, "[CameraOperator]EnumMediaTypes fail, error: 1" + pinInfo), true},
+      {"IPin::EnumMediaTypes", SucceedsWithNull(),
+       ErrorLine(383, "[CameraOperator]EnumMediaTypes fail, error: 0" + pinInfo), true},
+  };
+  EXPECT_EQ(camera->CameraCount(), 1U);
+  for (const ReadFailure& failure : failures) {
+    CameraCapabilityMgr::GetInstance().Clear();
+    CameraCapabilityMgr::GetInstance().Add(1, 1, 1, MEDIASUBTYPE_YUY2);
+    platform.ClearJournal();
+    platform.AnswersNth(failure.operation, 1, failure.answer);
+    EXPECT_FALSE(camera->GetCameraCapabilities(0, sizes, subTypes, fpsList));
+    const std::string outer =
+        failure.clearsTable
+            ? ErrorLine(
+                  349,
+                  "[CameraOperator]fail to query camera pin info.(CameraOperator::GetCameraCapabilities)")
+            : ErrorLine(
+                  343,
+                  "[CameraOperator]EnumPins fail, cameraIndex: 0(CameraOperator::GetCameraCapabilities)");
+    EXPECT_THAT(LogLines(), ElementsAre(failure.line, outer));
+    EXPECT_EQ(CameraCapabilityMgr::GetInstance().FindCapability(1, 1).fps, failure.clearsTable ? 0U : 1U);
+    EXPECT_THAT(platform.Alive(), IsEmpty());
+  }
+}
+
+TEST_F(MediaTypes, FailureAtTheSecondPinKeepsWhatTheFirstGave) {
+  platform.SetPc(
+      {{{0, kBuiltInId}},
+       {{"built-in",
+         kBuiltInDisplayName,
+         {{"capture", PINDIR_OUTPUT, {Yuy2(640, 480, 30)}}, {"still", PINDIR_OUTPUT, {Yuy2(1, 1, 1)}}}}}});
+  EXPECT_EQ(camera->CameraCount(), 1U);
+  platform.AnswersNth("IPin::QueryPinInfo", 2, Fails());
+  EXPECT_FALSE(camera->GetCameraCapabilities(0, sizes, subTypes, fpsList));
+  EXPECT_EQ(Sizes(), (Pairs{{640, 480}}));
+  EXPECT_EQ(CameraCapabilityMgr::GetInstance().FindCapability(640, 480).fps, 30U);
+}
+
+TEST_F(MediaTypes, EnumerationOfPinsOrTypesThatBreaksOffEndsTheList) {
+  EXPECT_EQ(camera->CameraCount(), 1U);
+  platform.AnswersNth("IEnumMediaTypes::Next", 2, Fails());
+  EXPECT_TRUE(camera->GetCameraCapabilities(0, sizes, subTypes, fpsList));
+  EXPECT_EQ(sizes.size(), 1U);
+  platform.AnswersNth("IEnumPins::Next", 1, Fails());
+  sizes.clear();
+  EXPECT_TRUE(camera->GetCameraCapabilities(0, sizes, subTypes, fpsList));
+  EXPECT_THAT(sizes, IsEmpty());
+}
+
+}  // namespace
