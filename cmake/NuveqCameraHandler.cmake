@@ -4,20 +4,23 @@ include_guard()
 set(NUVEQ_HOST_LOGGER "" CACHE STRING
     "Library that defines the host's GetLogger (a target, a name or a path); empty: the default logger")
 
-# nuveq_add_camera_handler(TARGET PLATFORM LIBRARY... [HOST_LOGGER LIBRARY] [DEFAULTS NAME...])
+# nuveq_add_camera_handler(TARGET PLATFORM LIBRARY... [DEFAULTS NAME...])
 #
-# PLATFORM     what the free functions that the library calls come from
-# HOST_LOGGER  what GetLogger comes from; without it, the default logger is built in
-# DEFAULTS     which of platform/defaults are built in besides: Allocation, Module
+# PLATFORM  what the free functions that the library calls come from
+# DEFAULTS  which of platform/defaults are built in, for what the platform does not bring: Allocation, Module,
+#           Logger. The logger is built in anyway unless NUVEQ_HOST_LOGGER names the host's.
 function(nuveq_add_camera_handler target)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "HOST_LOGGER" "PLATFORM;DEFAULTS")
-  if(NOT arg_HOST_LOGGER)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "PLATFORM;DEFAULTS")
+  set(host_logger ${NUVEQ_HOST_LOGGER})
+  if(Logger IN_LIST arg_DEFAULTS)
+    set(host_logger)
+  elseif(NOT host_logger)
     list(APPEND arg_DEFAULTS Logger)
   endif()
   list(TRANSFORM arg_DEFAULTS REPLACE "(.+)" "${PROJECT_SOURCE_DIR}/platform/defaults/\\1.cpp")
   add_library(${target} SHARED ${arg_DEFAULTS})
   target_link_libraries(${target} PUBLIC nuveq_headers
-                        PRIVATE camera_handler_objects ${arg_HOST_LOGGER} ${arg_PLATFORM})
+                        PRIVATE camera_handler_objects ${host_logger} ${arg_PLATFORM})
   # One symbol leaves the library. The compiler's visibility settings cannot say that: they leave instances of
   # the standard library's templates visible.
   set(exports ${PROJECT_SOURCE_DIR}/cmake/exports.map)

@@ -77,7 +77,7 @@ typedef struct NUVEQServiceAction {
  * Answers 0, or an error code of the platform's, which is logged; the packet is not sent again.
  * Runs on the encoder thread, one call at a time, never after CloseCameraDevice has returned. While it
  * runs no other frame is encoded, and the capture side waits once its five frame buffers are full.
- * It must not call CloseCameraDevice: closing waits for this thread.
+ * It cannot close the camera: closing waits for this thread.
  */
 typedef int32_t (*SendDataCallback)(const char* id, uint32_t idLen, const uint8_t* data, uint32_t dataLen,
                                     int32_t reserved);
@@ -171,8 +171,8 @@ typedef struct NUVEQCameraHandler {
 
   /*
    * Stops the packets and releases the camera. Reports status 3. id is only passed on to that report.
-   * After it returns no callback runs. Safe to call at any time but from inside the data callback, where
-   * it answers 0 and leaves the camera to be closed by a call from another thread.
+   * After it returns no callback runs. From inside the data callback, whose thread it would wait for, it
+   * does nothing and answers 0.
    * Results: 1 closed, and the graph had completed; 0 nothing was open, or closed without that.
    */
   int32_t (*CloseCameraDevice)(const char* id, uint32_t idLen);

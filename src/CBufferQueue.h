@@ -23,7 +23,7 @@ class CBufferQueue {
   CBufferQueue& operator=(const CBufferQueue&) = delete;
 
   // A derived class calls Uninit in its own destructor: here its DestroyBuffer is no longer there.
-  virtual ~CBufferQueue() { Uninit(); }
+  virtual ~CBufferQueue() = default;
 
   // Makes one buffer, or answers null.
   virtual T CreateBuffer() = 0;

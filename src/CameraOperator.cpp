@@ -131,6 +131,10 @@ bool CameraOperator::CloseCameraInner(const char* id, std::uint32_t idLen) {
   if (!m_mediaControl) {
     return false;
   }
+  // From inside the data callback: closing waits for this very thread.
+  if (m_encodeThreadId == std::this_thread::get_id()) {
+    return false;
+  }
   if (m_isOpened) {
     StopGraph();
   }

@@ -140,6 +140,8 @@ class CameraOperator {
 
   // A refused open request replaces the id while the encoder thread sends packets under it.
   std::mutex m_cameraIdMutex;
+  // The encoder thread while there is one; set by itself.
+  std::atomic<std::thread::id> m_encodeThreadId{};
   // Buffers that have left circulation since the pool was made.
   std::atomic<std::uint32_t> m_lostBuffers = 0;
   // Set while a thread waits for the graph to stop.

@@ -8,6 +8,7 @@
 #include <limits>
 #include <locale>
 #include <memory>
+#include <stdexcept>
 
 #include "CameraOperator.h"
 #include "Log.h"
@@ -81,6 +82,17 @@ std::string ToDisplayNameForm(std::string id) {
   return id;
 }
 
+// Surrogate pairs are understood whatever the width of wchar_t.
+std::string ToUtf8(const std::wstring& text) {
+  std::wstring_convert<std::codecvt_utf8_utf16<wchar_t>> converter;
+  std::string converted = converter.to_bytes(text);
+  // Half a pair at the very end is left out without a word.
+  if (converter.converted() != text.size()) {
+    throw std::range_error("bad conversion");
+  }
+  return converted;
+}
+
 // Task memory that one allocator frees.
 struct FreeWithAllocator {
   IMalloc* allocator;
@@ -131,7 +143,7 @@ std::string CameraOperator::GetMonikerDisplayName(const ComPtr<IMoniker>& monike
     return {};
   }
   const std::unique_ptr<WCHAR, FreeWithAllocator> owner(text, FreeWithAllocator{allocator.Get()});
-  return std::wstring_convert<std::codecvt_utf8_utf16<wchar_t>>().to_bytes(text);
+  return ToUtf8(text);
 }
 
 std::string CameraOperator::FindPCCameraName(const std::vector<std::string>& displayNames) {

@@ -66,11 +66,13 @@ void CameraOperator::StopEncodeThread() {
   m_stopEncode = true;
   if (m_encodeThread.joinable()) {
     m_encodeThread.join();
+    m_encodeThreadId = std::thread::id();
     LetModuleGo();
   }
 }
 
 void CameraOperator::EncodeH264() {
+  m_encodeThreadId = std::this_thread::get_id();
   std::string id;
   while (!m_stopEncode) {
     VideoFrame* const frame = m_frameBufQueue.GetDataBuffer();

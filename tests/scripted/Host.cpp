@@ -42,6 +42,7 @@ log4cplus::Logger MakeLogger() {
 }  // namespace
 
 SCRIPTED_EXPORT log4cplus::Logger GetLogger() {
+  Platform::Get().RunBefore("GetLogger");
   static const log4cplus::Logger logger = MakeLogger();
   return logger;
 }

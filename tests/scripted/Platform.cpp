@@ -202,6 +202,17 @@ Answer Platform::Enter(const std::string& operation, const std::string& argument
   return answer;
 }
 
+void Platform::RunBefore(const std::string& operation) {
+  std::function<void()> before;
+  {
+    const std::lock_guard lock(m_mutex);
+    before = m_scripts[operation].before;
+  }
+  if (before) {
+    before();
+  }
+}
+
 void Platform::Append(Event::Kind kind, const std::string& text) {
   const std::lock_guard lock(m_mutex);
   if (m_recording) {

@@ -111,6 +111,8 @@ class SCRIPTED_EXPORT Platform {
 
   // Enters a call: journals it, runs what is to run before it, and says what it answers.
   Answer Enter(const std::string& operation, const std::string& arguments);
+  // Only runs what is to run before the call.
+  void RunBefore(const std::string& operation);
   void NoteReference(const std::string& text);
   void NoteLog(LogLine line);
   void NoteMisuse(const std::string& text);

@@ -10,12 +10,9 @@ using scripted::Fails;
 using scripted::kBuiltInDisplayName;
 using scripted::kBuiltInId;
 using scripted::kPlugInId;
-using scripted::LaptopPc;
 using scripted::PlugInCamera;
 using scripted::SFalse;
 using scripted::SucceedsWithNull;
-using scripted::UsbDevice;
-using scripted::Yuy2;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
@@ -216,9 +213,21 @@ TEST_F(CameraSelection, NamesOutsideTheBasicPlaneAreUtf8) {
 }
 
 TEST_F(CameraSelection, NameThatIsNoTextThrowsAndLeaksNothing) {
-  platform.SetPc({{{0, "X"}}, {{"broken", std::wstring(1, wchar_t{0xD800}) + L"x", {}}}});
-  EXPECT_THROW(camera->CameraCount(), std::range_error);
-  EXPECT_THAT(platform.Alive(), IsEmpty());
+  const std::wstring high(1, wchar_t{0xD83D});
+  const std::wstring low(1, wchar_t{0xDCF7});
+  const std::wstring beyond(1, static_cast<wchar_t>(0x110000));
+  for (const std::wstring& text :
+       {high + L"x", L"x" + high, low + L"x", L"x" + low, low + high, L"x" + beyond}) {
+    platform.SetPc({{{0, "X"}}, {{"broken", text, {}}}});
+    EXPECT_THROW(camera->CameraCount(), std::range_error);
+    EXPECT_THAT(platform.Alive(), IsEmpty());
+  }
+}
+
+TEST_F(CameraSelection, PairOfSurrogatesIsOneCharacter) {
+  platform.SetPc({{{0, "X"}}, {{"pair", L"x " + std::wstring{wchar_t{0xD83D}, wchar_t{0xDCF7}}, {}}}});
+  EXPECT_EQ(camera->CameraCount(), 1U);
+  EXPECT_THAT(Access::CameraNames(*camera), ElementsAre("x \xF0\x9F\x93\xB7"));
 }
 
 TEST_F(CameraSelection, LongNamesAreTakenWhole) {

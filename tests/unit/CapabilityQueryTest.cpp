@@ -15,7 +15,6 @@ using scripted::Yuy2;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using ::testing::Not;
 
 template <typename T>
 T ReadAt(const void* record, std::size_t offset) {
@@ -146,6 +145,8 @@ struct AllocationFailure {
   int result;
 };
 
+void PrintTo(const AllocationFailure& failure, std::ostream* out) { *out << failure.block; }
+
 class CapabilityAllocation : public CameraHandlerTest,
                              public ::testing::WithParamInterface<AllocationFailure> {};
 
@@ -167,7 +168,7 @@ INSTANTIATE_TEST_SUITE_P(Each, CapabilityAllocation,
                                            AllocationFailure{"Ability", 3, -3},
                                            AllocationFailure{"Rates", 4, -1000},
                                            AllocationFailure{"Sizes", 5, -3}),
-                         [](const auto& info) { return std::string(info.param.block); });
+                         [](const auto& tested) { return std::string(tested.param.block); });
 
 TEST_F(CapabilityQuery, AllocationFailureAfterAFailedReadingDecidesTheResult) {
   platform.Answers("IPin::QueryPinInfo", Fails());

@@ -37,10 +37,10 @@ class Format : public CameraOperatorTest {
               S_OK);
     platform.ClearJournal();
     EXPECT_TRUE(camera->ConfigSampleGrabber(grabber.Get(), width, height));
-    for (const std::string subType : {"MEDIASUBTYPE_YUY2", "MEDIASUBTYPE_ARGB32"}) {
+    for (const char* const subType : {"MEDIASUBTYPE_YUY2", "MEDIASUBTYPE_ARGB32"}) {
       for (const std::string& call : platform.Calls()) {
-        if (call ==
-            "ISampleGrabber::SetMediaType(MEDIATYPE_Video, " + subType + ", FORMAT_VideoInfo, cbFormat 0)") {
+        if (call == "ISampleGrabber::SetMediaType(MEDIATYPE_Video, " + std::string(subType) +
+                        ", FORMAT_VideoInfo, cbFormat 0)") {
           return subType;
         }
       }

@@ -13,7 +13,6 @@
 namespace {
 
 using scripted::Fails;
-using scripted::SucceedsWithNull;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 

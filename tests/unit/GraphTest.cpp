@@ -5,7 +5,6 @@
 
 namespace {
 
-using scripted::BuiltInCamera;
 using scripted::Fails;
 using scripted::kBuiltInDisplayName;
 using scripted::kBuiltInId;
@@ -13,7 +12,6 @@ using scripted::SFalse;
 using scripted::Yuy2;
 using ::testing::Contains;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using ::testing::Not;
 
 class Graph : public CameraOperatorTest {
@@ -120,6 +118,20 @@ TEST_F(Graph, FailedOneKeepsTheOpenFlagOfTheOneBefore) {
   platform.AnswersNth("CoCreateInstance", 1, Fails());
   EXPECT_FALSE(Open());
   EXPECT_TRUE(Access::IsOpened(*camera));
+}
+
+TEST_F(Graph, OpenFlagWithoutAControlInterfaceStopsNothing) {
+  ExpectLeft("current media type");
+  EXPECT_TRUE(Open());
+  // The second graph has no control interface, and the first one's is overwritten by that.
+  platform.AnswersNth("IUnknown::QueryInterface", 1, Fails(E_NOINTERFACE));
+  EXPECT_FALSE(Open());
+  EXPECT_TRUE(Access::IsOpened(*camera));
+  EXPECT_FALSE(Access::HasControl(*camera));
+  EXPECT_FALSE(camera->CloseCameraInner("0", 1));
+  camera.reset();
+  EXPECT_EQ(platform.CallCount("IMediaControl::Stop"), 0U);
+  platform.DisposeOf("graph: 1");
 }
 
 TEST_F(Graph, WhatBuildingItTookIsReleasedInReverseOrder) {

@@ -3,11 +3,9 @@
 
 namespace {
 
-using scripted::BuiltInCamera;
 using scripted::Fails;
 using scripted::kBuiltInDisplayName;
 using scripted::kBuiltInId;
-using scripted::LaptopPc;
 using scripted::MediaType;
 using scripted::Mjpg;
 using scripted::SFalse;

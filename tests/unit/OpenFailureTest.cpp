@@ -239,13 +239,12 @@ std::vector<Case> Cases() {
 
 class OpenFailure : public CameraHandlerTest, public ::testing::WithParamInterface<Case> {};
 
-std::string LastCall(const std::vector<std::string>& calls) {
-  for (auto call = calls.rbegin(); call != calls.rend(); ++call) {
-    if (*call != "CoTaskMemFree()") {
-      return *call;
-    }
+// The last call but for the giving back of memory.
+std::string LastCall(std::vector<std::string> calls) {
+  while (!calls.empty() && calls.back() == "CoTaskMemFree()") {
+    calls.pop_back();
   }
-  return {};
+  return calls.empty() ? std::string() : calls.back();
 }
 
 TEST_P(OpenFailure, AnswersLogsAndLeavesWhatItShould) {
@@ -305,6 +304,6 @@ TEST_P(OpenFailure, ClosesAndOpensAgain) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Each, OpenFailure, ::testing::ValuesIn(Cases()),
-                         [](const auto& info) { return info.param.name; });
+                         [](const auto& tested) { return tested.param.name; });
 
 }  // namespace

@@ -5,9 +5,7 @@ namespace {
 
 using OpenSequence = CameraHandlerTest;
 using scripted::Fails;
-using scripted::Mjpg;
 using scripted::SFalse;
-using scripted::Yuy2;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;

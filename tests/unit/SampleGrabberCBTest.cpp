@@ -10,7 +10,6 @@
 namespace {
 
 using scripted::SucceedsWithNull;
-using ::testing::Contains;
 using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;

@@ -1,0 +1,166 @@
+// No exception leaves the library: what each slot answers instead, and that the library goes on working.
+#include <pthread.h>
+
+#include <stdexcept>
+
+#include "CameraHandlerTest.h"
+
+namespace {
+
+using Boundary = CameraHandlerTest;
+using scripted::BuiltInCamera;
+using scripted::Camera;
+using scripted::kBuiltInId;
+using scripted::LaptopPc;
+using scripted::PlugInCamera;
+using ::testing::Contains;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+
+// A device whose name is no text: half a surrogate pair.
+Camera BrokenCamera() { return {"broken", std::wstring(1, wchar_t{0xD800}), {}}; }
+
+TEST_F(Boundary, NameThatIsNoTextMakesTheQueryFailWithoutALogLine) {
+  platform.SetPc({{{0, kBuiltInId}}, {BrokenCamera(), BuiltInCamera({})}});
+  EXPECT_EQ(Query(), -1000);
+  EXPECT_THAT(LogLines(), IsEmpty());
+  EXPECT_THAT(platform.Alive(), IsEmpty());
+  platform.SetPc(LaptopPc());
+  EXPECT_EQ(Query(), 0);
+}
+
+TEST_F(Boundary, NameThatIsNoTextMakesTheOpenFailAndACloseMendsIt) {
+  QueryAndRelease();
+  platform.SetPc({{}, {BrokenCamera()}});
+  EXPECT_EQ(Open(), -1001);
+  EXPECT_THAT(LogLines(), Not(Contains(HasSubstr("fail"))));
+  EXPECT_EQ(Close(), 1);
+  platform.SetPc(LaptopPc());
+  ExpectFormatLeft();
+  EXPECT_EQ(Open(), 0);
+  EXPECT_EQ(Close(), 1);
+}
+
+TEST_F(Boundary, StatusCallbackThatThrowsMakesTheOpenFailAndACloseMendsIt) {
+  QueryAndRelease();
+  ExpectFormatLeft(2);
+  host.InStatus([](int) { throw std::runtime_error("host"); });
+  EXPECT_EQ(Open(), -1001);
+  host.InStatus(nullptr);
+  EXPECT_EQ(Open(), -4) << "the graph was built";
+  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Open(), 0);
+  EXPECT_EQ(Close(), 1);
+}
+
+TEST_F(Boundary, StatusCallbackThatThrowsMakesTheCloseAnswerZeroAndTheNextOneFinishes) {
+  QueryAndOpen();
+  host.InStatus([](int) { throw std::runtime_error("host"); });
+  EXPECT_EQ(Close(), 0);
+  host.InStatus(nullptr);
+  EXPECT_EQ(Close(), 1);
+}
+
+TEST_F(Boundary, ActionCallbackThatThrowsMakesTheQueryFail) {
+  const NUVEQServiceListener listener{&HostCallbacks::OnStatus,
+                                      [](const char*, std::uint32_t, NUVEQServiceAction*) -> std::int32_t {
+                                        throw std::runtime_error("host");
+                                      }};
+  ASSERT_EQ(handler.RegisterServiceListener(&listener), 0);
+  platform.SetPc({{}, {PlugInCamera()}});
+  EXPECT_EQ(Query(), -1000);
+}
+
+TEST_F(Boundary, PlatformCallThatThrowsIsTheFailureOfItsSlot) {
+  for (const char* operation : {"SetupDiGetClassDevsW", "IPin::EnumMediaTypes", "AllocatePlatformBlock"}) {
+    platform.Before(operation, [] { throw std::bad_alloc(); });
+    NUVEQCameraCapabilities* records = nullptr;
+    std::uint32_t count = 0;
+    EXPECT_EQ(handler.GetCapability(&records, &count), -1000) << operation;
+    platform.Before(operation, nullptr);
+    platform.DisposeOf("device information set");
+  }
+  EXPECT_EQ(Query(), 0);
+}
+
+TEST_F(Boundary, OperatorThatCannotBeMadeIsTheFailureOfEverySlotAndIsTriedAgain) {
+  Unload();
+  LoadedLibrary fresh(NUVEQ_LIBRARY_FILE);
+  ASSERT_EQ(fresh.GetCameraHandler(&handler), 0);
+  platform.Before("CoInitialize", [] { throw std::bad_alloc(); });
+  const unsigned before = platform.CallCount("CoInitialize");
+  const NUVEQServiceListener listener{};
+  EXPECT_EQ(handler.RegisterSendDataCallback(nullptr, 0, &HostCallbacks::OnData), -2);
+  EXPECT_EQ(handler.RegisterServiceListener(&listener), -2);
+  EXPECT_EQ(Open(), -1001);
+  EXPECT_EQ(Close(), 0);
+  EXPECT_EQ(Query(), -1000);
+  handler.ReleaseCapability(0, nullptr, 0);
+  EXPECT_EQ(platform.CallCount("CoInitialize"), before + 6);
+  // The ones that failed are not balanced by an end.
+  platform.Before("CoInitialize", nullptr);
+  EXPECT_EQ(Query(), 0);
+  ReleaseCapabilities();
+  fresh.Unload();
+  EXPECT_EQ(platform.CallCount("CoUninitialize"), platform.CallCount("CoInitialize") - 6);
+  for (int i = 0; i < 6; ++i) {
+    CoUninitialize();
+  }
+}
+
+TEST_F(Boundary, LoggerThatThrowsMakesTheExportFailAndLeavesTheStreamAlone) {
+  QueryAndOpen();
+  platform.Before("GetLogger", [] { throw std::runtime_error("host"); });
+  LoadedLibrary again(NUVEQ_LIBRARY_FILE);
+  EXPECT_EQ(again.GetCameraHandler(nullptr), -2);
+  // An empty frame has its log line; its callback answers S_OK all the same, which the platform checks.
+  EXPECT_TRUE(platform.DeliverFrame(Frame(0, 0)));
+  platform.Before("GetLogger", nullptr);
+  DeliverAndReceive(1);
+  EXPECT_EQ(Close(), 1);
+}
+
+// Makes the system refuse every new thread while it lives: none can have a stack of that size.
+class NoThreads {
+ public:
+  NoThreads() {
+    pthread_getattr_default_np(&m_before);
+    pthread_attr_t huge;
+    pthread_attr_init(&huge);
+    constexpr std::size_t kStack = std::size_t{1} << 46;
+    pthread_attr_setstacksize(&huge, kStack);
+    pthread_setattr_default_np(&huge);
+    pthread_attr_destroy(&huge);
+  }
+  NoThreads(const NoThreads&) = delete;
+  NoThreads& operator=(const NoThreads&) = delete;
+  ~NoThreads() {
+    pthread_setattr_default_np(&m_before);
+    pthread_attr_destroy(&m_before);
+  }
+
+ private:
+  pthread_attr_t m_before{};
+};
+
+TEST_F(Boundary, ThreadThatCannotBeStartedMakesTheOpenFailAndACloseMendsItEvenWhileFramesFlow) {
+  QueryAndRelease();
+  ExpectFormatLeft(2);
+  platform.SetStreaming({true, [](std::uint64_t) { return Frame(kFrameSize, 1); }});
+  std::optional<NoThreads> refusal;
+  // The graph has its thread; the library asks for its own after the first frame.
+  platform.Before("HoldModule", [&] { refusal.emplace(); });
+  EXPECT_EQ(Open(), -1001);
+  refusal.reset();
+  platform.Before("HoldModule", nullptr);
+  EXPECT_THAT(platform.Alive(), Not(Contains("hold on the module")));
+  // Nobody takes the frames: the fifth fills the pool.
+  ASSERT_TRUE(WaitUntil([&] { return platform.DeliveredFrames() == 5; }));
+  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Open(), 0);
+  EXPECT_TRUE(host.WaitForPackets(10));
+  EXPECT_EQ(Close(), 1);
+}
+
+}  // namespace

@@ -1,0 +1,113 @@
+// The library as it is built for a host without a logger of its own, in a process that has configured
+// nothing.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <log4cplus/appender.h>
+#include <log4cplus/logger.h>
+#include <log4cplus/spi/loggingevent.h>
+
+#include <cstdlib>
+
+#include "LoadedLibrary.h"
+#include "Platform.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+// Keeps the names of the loggers and the lines that reach it.
+class KeepingAppender : public log4cplus::Appender {
+ public:
+  ~KeepingAppender() override { destructorImpl(); }
+  void close() override { closed = true; }
+
+  std::vector<std::wstring> lines;
+
+ protected:
+  void append(const log4cplus::spi::InternalLoggingEvent& event) override {
+    lines.push_back(event.getLoggerName() + L" " + event.getMessage());
+  }
+};
+
+class Defaults : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    scripted::Platform::Get().Reset(scripted::LaptopPc());
+    ASSERT_EQ(library.Error(), "");
+    ASSERT_EQ(library.GetCameraHandler(&handler), 0);
+  }
+
+  LoadedLibrary library{NUVEQ_LIBRARY_FILE};
+  NUVEQCameraHandler handler{};
+};
+
+TEST_F(Defaults, HostWithoutLoggingConfigurationGetsNoOutputAndNoWarning) {
+  testing::internal::CaptureStderr();
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(handler.CloseCameraDevice("0", 1), 0);
+  library.Unload();
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+}
+
+TEST_F(Defaults, LinesGoToTheLoggerThatTheHostConfiguresByName) {
+  auto* const appender = new KeepingAppender;
+  const log4cplus::SharedAppenderPtr owner(appender);
+  log4cplus::Logger logger = log4cplus::Logger::getInstance(L"nuveq.camera");
+  logger.addAppender(owner);
+  EXPECT_EQ(handler.CloseCameraDevice("0", 1), 0);
+  logger.removeAppender(owner);
+  EXPECT_THAT(
+      appender->lines,
+      ElementsAre(L"nuveq.camera [CameraOperator]CloseCameraInner.(CameraOperator::CloseCameraInner)"));
+}
+
+TEST_F(Defaults, LinesReachTheRootLoggersAppenders) {
+  auto* const appender = new KeepingAppender;
+  const log4cplus::SharedAppenderPtr owner(appender);
+  log4cplus::Logger::getRoot().addAppender(owner);
+  EXPECT_EQ(handler.CloseCameraDevice("0", 1), 0);
+  log4cplus::Logger::getRoot().removeAppender(owner);
+  EXPECT_EQ(appender->lines.size(), 1U);
+}
+
+TEST_F(Defaults, LevelThatTheHostSetsHolds) {
+  auto* const appender = new KeepingAppender;
+  const log4cplus::SharedAppenderPtr owner(appender);
+  log4cplus::Logger logger = log4cplus::Logger::getInstance(L"nuveq.camera");
+  logger.addAppender(owner);
+  logger.setLogLevel(log4cplus::OFF_LOG_LEVEL);
+  EXPECT_EQ(handler.CloseCameraDevice("0", 1), 0);
+  logger.setLogLevel(log4cplus::NOT_SET_LOG_LEVEL);
+  logger.removeAppender(owner);
+  EXPECT_THAT(appender->lines, IsEmpty());
+}
+
+TEST_F(Defaults, RecordsComeFromTheRuntimesHeap) {
+  NUVEQCameraCapabilities* records = nullptr;
+  std::uint32_t count = 0;
+  ASSERT_EQ(handler.GetCapability(&records, &count), 0);
+  EXPECT_EQ(scripted::Platform::Get().CallCount("AllocatePlatformBlock"), 0U);
+  // A platform may take the records apart by itself.
+  std::free(records->id);
+  std::free(records->abilities->fpsRanges);
+  std::free(records->abilities->resolutions);
+  std::free(records->abilities);
+  std::free(records);
+}
+
+TEST_F(Defaults, ModuleIsNotHeldAndUnloadsWhileTheCameraIsOpen) {
+  NUVEQCameraCapabilities* records = nullptr;
+  std::uint32_t count = 0;
+  ASSERT_EQ(handler.GetCapability(&records, &count), 0);
+  handler.ReleaseCapability(0, records, count);
+  const NUVEQCameraParam param{"0", 1, 640, 480, 30};
+  ASSERT_EQ(handler.OpenCameraDevice(&param), 0);
+  library.Unload();
+  EXPECT_FALSE(library.IsMapped());
+  EXPECT_THAT(scripted::Platform::Get().Alive(), ElementsAre("current media type"));
+  scripted::Platform::Get().DisposeOfAll();
+}
+
+}  // namespace
