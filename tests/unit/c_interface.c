@@ -4,7 +4,8 @@
 
 #include "NUVEQCameraHandler.h"
 
-static int32_t on_data(const char* id, uint32_t id_len, const uint8_t* data, uint32_t data_len, int32_t reserved) {
+static int32_t on_data(const char* id, uint32_t id_len, const uint8_t* data, uint32_t data_len,
+                       int32_t reserved) {
   (void)id;
   (void)id_len;
   (void)data;
@@ -24,7 +25,8 @@ static int32_t on_status(const char* id, uint32_t id_len, NUVEQServiceStatus sta
 
 static int32_t on_action(const char* id, uint32_t id_len, NUVEQServiceAction* action) {
   (void)id_len;
-  reported = id == NULL && action->type == 7 && action->contentLen == 3 && memcmp(action->content, "440", 3) == 0;
+  reported =
+      id == NULL && action->type == 7 && action->contentLen == 3 && memcmp(action->content, "440", 3) == 0;
   return 0;
 }
 
@@ -47,7 +49,8 @@ int main(void) {
   failures += check(NUVEQGetCameraHandler(&handler) == NUVEQ_CAMERA_OK, "the table is filled");
   failures += check(handler.RegisterSendDataCallback(NULL, 0, on_data) == 0, "a data callback is taken");
   failures += check(handler.RegisterServiceListener(&listener) == 0, "a listener is taken");
-  failures += check(handler.GetCapability(&capabilities, &count) == NUVEQ_CAMERA_NOT_USABLE, "there is no camera");
+  failures +=
+      check(handler.GetCapability(&capabilities, &count) == NUVEQ_CAMERA_NOT_USABLE, "there is no camera");
   failures += check(reported, "that is reported");
   failures += check(handler.OpenCameraDevice(&param) == NUVEQ_CAMERA_INVALID_ARGUMENT, "x is no id");
   failures += check(handler.CloseCameraDevice("0", 1) == 0, "nothing is open");
