@@ -71,20 +71,22 @@ typedef struct NUVEQServiceAction {
 
 /*
  * Receives one encoded packet: one whole H.264 access unit in Annex B form.
- *   id, idLen      camera id of the latest open request
+ *   id, idLen      camera id of the latest open request whose id was valid
  *   data, dataLen  the packet's bytes, valid during the callback only
  *   reserved       always 1
  * Answers 0, or an error code of the platform's, which is logged; the packet is not sent again.
  * Runs on the encoder thread, one call at a time, never after CloseCameraDevice has returned. While it
  * runs no other frame is encoded, and the capture side waits once its five frame buffers are full.
- * It cannot close the camera: closing waits for this thread.
+ * It cannot close the camera, and must not wait for another thread that does: closing waits for it.
  */
 typedef int32_t (*SendDataCallback)(const char* id, uint32_t idLen, const uint8_t* data, uint32_t dataLen,
                                     int32_t reserved);
 
 /*
  * Reports a change of the service's state. id and idLen are those of the request that caused it.
- * Answers 0, or an error code, which is logged and changes nothing. Runs on the requesting thread.
+ * Answers 0, or an error code, which is logged and changes nothing. Runs on the requesting thread, inside
+ * its request, and must not open or query. Closing inside the report of an open makes that open fail with
+ * -1001, cleanly; closing inside the report of a close does nothing.
  */
 typedef int32_t (*ServiceStatusCallback)(const char* id, uint32_t idLen, NUVEQServiceStatus status);
 
@@ -104,8 +106,8 @@ typedef struct NUVEQServiceListener {
 typedef struct NUVEQCameraParam {
   const char* id;  /* camera id: idLen decimal digits; no digits mean camera 0 */
   uint32_t idLen;  /* reading stops at the first character that is no digit */
-  uint32_t width;  /* pixels; with height, a size from the camera's capabilities */
-  uint32_t height; /* pixels */
+  uint32_t width;  /* pixels; a size that the capabilities do not list is tried uncompressed */
+  uint32_t height; /* pixels, without the sign that a listed height may have */
   uint32_t fps;    /* whole frames per second */
 } NUVEQCameraParam;
 
@@ -160,20 +162,21 @@ typedef struct NUVEQCameraHandler {
    *   -2     param is null, or its id is null or not all digits; nothing changed
    *   -4     already open; status 4 is reported for this request's id, and the packets that follow carry
    *          that id
-   *   -1004  the encoder or the frame pool refused; close is not needed. It is also the answer to an open
-   *          that follows a failed one (-1001) without a close in between
+   *   -1004  the encoder or the frame pool refuses the request; another may follow at once
    *   -1001  the graph could not be built (no camera by that index, camera in use, format refused) or not
-   *          run, or no thread could be started. Call CloseCameraDevice before the next attempt. When the
-   *          system could not even make a capture graph, close has nothing to work on and answers 0, and
-   *          opening answers -1004 until the library is loaded anew
+   *          run, or no thread could be started; status 4 may have been reported before. Call
+   *          CloseCameraDevice: until then opening answers -1004, or -4 where the graph was built. When the
+   *          system could not even make a capture graph, close has nothing to work on, and opening answers
+   *          -1004 until the library is loaded anew
    */
   int32_t (*OpenCameraDevice)(const NUVEQCameraParam* param);
 
   /*
-   * Stops the packets and releases the camera. Reports status 3. id is only passed on to that report.
+   * Stops the packets, releases the camera and reports status 3. id is only passed on to that report.
    * After it returns no callback runs. From inside the data callback, whose thread it would wait for, it
    * does nothing and answers 0.
-   * Results: 1 closed, and the graph had completed; 0 nothing was open, or closed without that.
+   * Results: 1 closed, and the graph had completed; 0 closed without that, or nothing was open, which is
+   * not reported.
    */
   int32_t (*CloseCameraDevice)(const char* id, uint32_t idLen);
 
@@ -181,13 +184,13 @@ typedef struct NUVEQCameraHandler {
   int32_t (*Reserved3)(void* first, uint32_t second, uint32_t third, void* fourth);
 
   /*
-   * Finds the built-in camera and reads what it can deliver. Not while a camera is open on another
-   * thread's request. On success *capabilities points at *count records (one), which the platform hands
-   * back through ReleaseCapability. Set *capabilities to null before the call: a failure releases what it
-   * finds there, and what it leaves there afterwards must be neither read nor released.
-   * Results: 0; -2 an argument is null; -3 no memory; -1000 no built-in camera (the action callback is
-   * called with type 7) or its capabilities could not be read. Only 0 and failures after the camera was
-   * found write *count.
+   * Finds the built-in camera and reads what it can deliver. A camera that is open is not disturbed. On
+   * success *capabilities points at *count records (one), which the platform hands back through
+   * ReleaseCapability. Set *capabilities to null before the call: a failure releases what it finds there,
+   * and what it leaves there afterwards must be neither read nor released.
+   * Results: 0; -2 an argument is null; -1000 no built-in camera (the action callback is called with type
+   * 7), or its capabilities could not be read, or no memory for the frame rates; -3 no memory for anything
+   * else. *count is left alone when there is no camera, and is 1 after every other result but -2.
    */
   int32_t (*GetCapability)(NUVEQCameraCapabilities** capabilities, uint32_t* count);
 

@@ -3,7 +3,9 @@
 #pragma once
 
 #ifdef _WIN32
-// The library's file that wants the GUIDs' definitions says so by including <initguid.h> first.
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
 #include <dshow.h>
 #include <qedit.h>
 #include <windows.h>

@@ -2,8 +2,9 @@
 #pragma once
 
 // Between the two the system does not unload the library, even if its host asks for it; the library holds
-// itself like this while a thread of its own runs. Balanced; never fails. Does nothing on systems where
-// unloading stops and joins that thread safely.
+// itself like this while a thread of its own runs. Balanced; never fails. LetModuleGo is called from the
+// library's own code, so what it lets go of ends only after it has returned to the host. Both do nothing on
+// systems where unloading stops and joins the thread safely.
 void HoldModule();
 void LetModuleGo();
 

@@ -46,8 +46,12 @@ class MULTI_MEDIA_ENCODER_EXPORT VideoFrame {
   std::uint32_t unused = 0;
   void* memory = nullptr;  // the allocation that data points into
 };
+static_assert(offsetof(VideoFrame, width) == 0);
+static_assert(offsetof(VideoFrame, height) == 4);
+static_assert(offsetof(VideoFrame, colorSpace) == 8);
 static_assert(offsetof(VideoFrame, data) == 16);
 static_assert(offsetof(VideoFrame, size) == 24);
+static_assert(offsetof(VideoFrame, memory) == 32);
 static_assert(sizeof(VideoFrame) == 40);
 
 // One encoded frame: a whole H.264 access unit in Annex B form. Owns its bytes, which are valid until it is
@@ -64,8 +68,10 @@ class MULTI_MEDIA_ENCODER_EXPORT AVEncodePacket {
   std::uint32_t length = 0;      // bytes at data
   std::uint32_t capacity = 0;
 };
+static_assert(offsetof(AVEncodePacket, memory) == 0);
 static_assert(offsetof(AVEncodePacket, data) == 8);
 static_assert(offsetof(AVEncodePacket, length) == 16);
+static_assert(offsetof(AVEncodePacket, capacity) == 20);
 static_assert(sizeof(AVEncodePacket) == 24);
 
 // Encodes a sequence of frames. One thread at a time.
@@ -109,6 +115,7 @@ static_assert(offsetof(VideoEncoder::EncodeParam, height) == 4);
 static_assert(offsetof(VideoEncoder::EncodeParam, frameRate) == 8);
 static_assert(offsetof(VideoEncoder::EncodeParam, colorSpace) == 12);
 static_assert(offsetof(VideoEncoder::EncodeParam, colorCode) == 16);
+static_assert(offsetof(VideoEncoder::EncodeParam, padding18) == 18);
 static_assert(offsetof(VideoEncoder::EncodeParam, outWidth) == 20);
 static_assert(offsetof(VideoEncoder::EncodeParam, outHeight) == 24);
 static_assert(offsetof(VideoEncoder::EncodeParam, unnamed28) == 28);

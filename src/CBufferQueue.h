@@ -38,7 +38,7 @@ class CBufferQueue {
     if (!stopped) {
       return false;
     }
-    if (!allBuffers.empty() || !freeQueue.empty() || !dataQueue.empty()) {
+    if (!allBuffers.empty() || !freeQueue.buffers.empty() || !dataQueue.buffers.empty()) {
       return false;
     }
     if (!CreateBuffers(count)) {
@@ -50,13 +50,13 @@ class CBufferQueue {
   }
 
   // The next empty buffer, waiting for one. Null once the queue is stopped and no buffer is left in it.
-  T GetFreeBuffer() { return Get(freeQueue, freeMutex, freeCond); }
+  T GetFreeBuffer() { return Get(freeQueue.buffers, freeMutex, freeCond); }
   // Puts a buffer back. Null is ignored; so is any buffer once the queue is stopped.
-  void PutFreeBuffer(T buffer) { Put(buffer, freeQueue, freeMutex, freeCond); }
+  void PutFreeBuffer(T buffer) { Put(buffer, freeQueue.buffers, freeMutex, freeCond); }
 
   // The same for filled buffers.
-  T GetDataBuffer() { return Get(dataQueue, dataMutex, dataCond); }
-  void PutDataBuffer(T buffer) { Put(buffer, dataQueue, dataMutex, dataCond); }
+  T GetDataBuffer() { return Get(dataQueue.buffers, dataMutex, dataCond); }
+  void PutDataBuffer(T buffer) { Put(buffer, dataQueue.buffers, dataMutex, dataCond); }
 
   // Ends all waiting, now and later. Harmless when stopped.
   void Stop() {
@@ -75,9 +75,16 @@ class CBufferQueue {
   }
 
  private:
-  using Queue = std::pmr::deque<T>;
+  using Buffers = std::pmr::deque<T>;
 
-  T Get(Queue& queue, std::mutex& mutex, std::condition_variable& cond) {
+  // A deque walks through its memory as elements pass, returning blocks behind and asking for new ones ahead.
+  // A pool of its own, guarded by its mutex, keeps them, so that a running queue does not touch the heap.
+  struct Queue {
+    std::pmr::unsynchronized_pool_resource memory;
+    Buffers buffers{&memory};
+  };
+
+  T Get(Buffers& queue, std::mutex& mutex, std::condition_variable& cond) {
     std::unique_lock lock(mutex);
     cond.wait(lock, [&] { return !queue.empty() || stopped; });
     // Buffers that were queued before the stop are still handed out.
@@ -89,7 +96,7 @@ class CBufferQueue {
     return buffer;
   }
 
-  void Put(T buffer, Queue& queue, std::mutex& mutex, std::condition_variable& cond) {
+  void Put(T buffer, Buffers& queue, std::mutex& mutex, std::condition_variable& cond) {
     if (buffer == nullptr) {
       return;
     }
@@ -110,7 +117,7 @@ class CBufferQueue {
         return false;
       }
       allBuffers.push_back(buffer);
-      freeQueue.push_back(buffer);
+      freeQueue.buffers.push_back(buffer);
     }
     return true;
   } catch (const std::bad_alloc&) {
@@ -127,24 +134,19 @@ class CBufferQueue {
   }
 
   void Release() {
-    freeQueue.clear();
-    dataQueue.clear();
+    freeQueue.buffers.clear();
+    dataQueue.buffers.clear();
     for (T buffer : allBuffers) {
       DestroyBuffer(buffer);
     }
     allBuffers.clear();
   }
 
-  // A deque walks through its memory as elements pass, returning blocks behind and asking for new ones ahead.
-  // Each queue's own pool, guarded by its mutex, keeps them, so that a running queue does not touch the heap.
-  std::pmr::unsynchronized_pool_resource freeMemory;
-  std::pmr::unsynchronized_pool_resource dataMemory;
-
   // Written under both mutexes, read under either. Where both are taken, freeMutex comes first.
   bool stopped = true;
   std::vector<T> allBuffers;  // the owner; the queues borrow
-  Queue freeQueue{&freeMemory};
-  Queue dataQueue{&dataMemory};
+  Queue freeQueue;
+  Queue dataQueue;
   std::mutex freeMutex;
   std::condition_variable freeCond;
   std::mutex dataMutex;

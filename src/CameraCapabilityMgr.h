@@ -43,5 +43,7 @@ class CameraCapabilityMgr {
   GUID GetSubType(unsigned int width, unsigned int height) const;
 
  private:
+  friend struct CameraCapabilityMgrTestAccess;
+
   std::vector<CapabilityEntry> m_entries;  // in order of insertion
 };

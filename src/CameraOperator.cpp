@@ -1,6 +1,8 @@
 // The operator's life, the open and close sequences, the teardown, and the reports to the platform.
 #include "CameraOperator.h"
 
+#include <utility>
+
 #include "CameraCapabilityMgr.h"
 #include "Log.h"
 #include "Module.h"
@@ -16,10 +18,11 @@ class InstanceHolder {
   InstanceHolder() : m_logger(GetLogger()) { new (&m_operator) CameraOperator; }
   InstanceHolder(const InstanceHolder&) = delete;
   InstanceHolder& operator=(const InstanceHolder&) = delete;
-  // In a process that is ending, the operator's threads may have died with its locks held. Its memory and
-  // its devices go back to the system anyway.
+  // In a process that is ending, the operator's threads may have died with its locks held; and one that ends
+  // from inside the data callback would wait for its own thread. Memory and devices go back to the system
+  // anyway.
   ~InstanceHolder() {
-    if (!IsProcessEnding()) {
+    if (!IsProcessEnding() && !m_operator.IsOnEncodeThread()) {
       m_operator.~CameraOperator();
     }
   }
@@ -34,6 +37,21 @@ class InstanceHolder {
 };
 
 }  // namespace
+
+// Tears down at scope exit, whatever a callback of the platform's does.
+class CameraOperator::TearDown {
+ public:
+  explicit TearDown(CameraOperator& camera) : m_camera(camera) { m_camera.m_isClosing = true; }
+  TearDown(const TearDown&) = delete;
+  TearDown& operator=(const TearDown&) = delete;
+  ~TearDown() {
+    m_camera.StopCapture();
+    m_camera.m_isClosing = false;
+  }
+
+ private:
+  CameraOperator& m_camera;
+};
 
 CameraOperator::CameraOperator() { CoInitialize(nullptr); }
 
@@ -95,6 +113,10 @@ int CameraOperator::OpenCameraInner(const NUVEQCameraParam* param) {
     return NUVEQ_CAMERA_GRAPH_FAILED;
   }
   UpdateServiceStatusToNuveq(param->id, param->idLen, NUVEQ_SERVICE_STATUS_CAMERA_OPEN);
+  if (!m_mediaControl) {
+    // The platform has closed the camera from inside the report.
+    return NUVEQ_CAMERA_GRAPH_FAILED;
+  }
   m_stopEncode = false;
   if (const HRESULT hr = m_mediaControl->Run(); hr != S_OK) {
     OPERATOR_LOG(ERROR_LOG_LEVEL, 763, L"fail to update service status, error: ", hr);
@@ -131,10 +153,12 @@ bool CameraOperator::CloseCameraInner(const char* id, std::uint32_t idLen) {
   if (!m_mediaControl) {
     return false;
   }
-  // From inside the data callback: closing waits for this very thread.
-  if (m_encodeThreadId == std::this_thread::get_id()) {
+  // From inside the data callback closing would wait for its own thread, from inside its own report for
+  // itself.
+  if (IsOnEncodeThread() || m_isClosing) {
     return false;
   }
+  const TearDown tearDown(*this);
   if (m_isOpened) {
     StopGraph();
   }
@@ -145,7 +169,6 @@ bool CameraOperator::CloseCameraInner(const char* id, std::uint32_t idLen) {
     completed = m_mediaEvent->WaitForCompletion(kForEver, &eventCode);
   }
   UpdateServiceStatusToNuveq(id, idLen, NUVEQ_SERVICE_STATUS_CAMERA_CLOSED);
-  StopCapture();
   return completed == S_OK;
 }
 
@@ -173,6 +196,10 @@ void CameraOperator::StopCapture() {
   if (m_videoEncoder != nullptr) {
     VideoEncoder::ReleaseEncoder(m_videoEncoder);
     m_videoEncoder = nullptr;
+  }
+  if (std::exchange(m_isModuleHeld, false)) {
+    // Last: what follows may be the end of the library.
+    LetModuleGo();
   }
 }
 

@@ -1,7 +1,9 @@
 // The one object behind the handler table: the camera's whole state, and everything that is done to it.
 //
 // Operations ending in Inner are the table's. Unless a comment says otherwise, operations run on the
-// platform's calling thread, one at a time, answer true for success and log their own failure.
+// platform's calling thread, one at a time, answer true for success and log their own failure. What is just
+// not there (an index out of range, an id that is none, a device without a name) is answered without a
+// message.
 //
 //   Idle --InitVideoEncoder--> Encoder ready --OpenCamera--> Graph built --Run, thread start--> Running
 //   any state with a graph --CloseCameraInner--> Idle; any state --StopCapture--> Idle
@@ -47,6 +49,8 @@ class CameraOperator {
   void UpdateServiceActionToNuveq(const char* id, std::uint32_t idLen, NUVEQServiceAction& action);
   // Tears everything down but the running graph, which the caller has stopped.
   void StopCapture();
+  // True inside the data callback and what it calls.
+  bool IsOnEncodeThread() const { return m_encodeThreadId == std::this_thread::get_id(); }
 
   // --- Which camera is built in: CameraOperatorDevices.cpp ---
 
@@ -114,6 +118,8 @@ class CameraOperator {
   // Tests reach states through it that no sequence of calls leads to.
   friend struct CameraOperatorTestAccess;
 
+  class TearDown;
+
   VideoEncoder::EncodeParam MakeEncodeParam(const NUVEQCameraParam& param) const;
   void StartEncodeThread();
   void StopGraph();
@@ -138,6 +144,8 @@ class CameraOperator {
   std::atomic<ServiceActionCallback> m_actionCallback = nullptr;
   VideoEncoder* m_videoEncoder = nullptr;
 
+  bool m_isClosing = false;
+  bool m_isModuleHeld = false;
   // A refused open request replaces the id while the encoder thread sends packets under it.
   std::mutex m_cameraIdMutex;
   // The encoder thread while there is one; set by itself.

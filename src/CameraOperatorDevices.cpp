@@ -61,17 +61,16 @@ bool IsFixed(DEVINST device) {
   return CM_Get_DevNode_Status(&status, &problem, device, 0) == CR_SUCCESS && (status & DN_REMOVABLE) == 0;
 }
 
-// The instance id of the node's first child; empty when there is none.
-std::string GetFirstChildId(DEVINST device) {
+// Appends the instance id of the node's first child, if it has one.
+void AppendFirstChildId(DEVINST device, std::vector<std::string>& ids) {
   DEVINST child = 0;
   if (CM_Get_Child(&child, device, 0) != CR_SUCCESS || child == 0) {
-    return {};
+    return;
   }
   std::array<char, kInstanceIdSize> id{};
-  if (CM_Get_Device_IDA(child, id.data(), kInstanceIdSize, 0) != CR_SUCCESS) {
-    return {};
+  if (CM_Get_Device_IDA(child, id.data(), kInstanceIdSize, 0) == CR_SUCCESS) {
+    ids.emplace_back(id.begin(), std::find(id.begin(), id.end(), '\0'));
   }
-  return {id.data(), std::find(id.begin(), id.end(), '\0')};
 }
 
 // The id as it stands in display names: lower case, with "#" where the id has "\".
@@ -117,11 +116,8 @@ std::vector<std::string> CameraOperator::QueryFixedUsbDeviceIds() {
     }
     SP_DEVINFO_DATA device{};
     device.cbSize = sizeof(device);
-    if (!GetDeviceInfo(set, index, data, device) || !IsFixed(device.DevInst)) {
-      continue;
-    }
-    if (std::string id = GetFirstChildId(device.DevInst); !id.empty()) {
-      ids.push_back(std::move(id));
+    if (GetDeviceInfo(set, index, data, device) && IsFixed(device.DevInst)) {
+      AppendFirstChildId(device.DevInst, ids);
     }
   }
 }
@@ -174,16 +170,16 @@ unsigned int CameraOperator::CameraCount() {
   }
   m_cameraNames.clear();
   monikers->Reset();
+  // Names of cameras that are not accepted stay out of the list, also when something throws on the way.
+  std::vector<std::string> displayNames;
   ComPtr<IMoniker> moniker;
   ULONG fetched = 0;
   while (monikers->Next(1, moniker.Put(), &fetched) == S_OK) {
     if (std::string name = GetMonikerDisplayName(moniker); !name.empty()) {
-      m_cameraNames.push_back(std::move(name));
+      displayNames.push_back(std::move(name));
     }
   }
-  std::string builtIn = FindPCCameraName(m_cameraNames);
-  m_cameraNames.clear();
-  if (!builtIn.empty()) {
+  if (std::string builtIn = FindPCCameraName(displayNames); !builtIn.empty()) {
     m_cameraNames.push_back(std::move(builtIn));
   }
   return static_cast<unsigned int>(m_cameraNames.size());

@@ -1,4 +1,6 @@
 // The frame path: the encoder's set-up, frames from the graph into the pool, and the encoder thread.
+#include <utility>
+
 #include "BoundedCopy.h"
 #include "CameraOperator.h"
 #include "Log.h"
@@ -10,23 +12,28 @@ namespace {
 // that the picture does not lag.
 constexpr std::uint32_t kFrameBuffers = 5;
 
-// Gives a frame back to the pool when the encoder is through with it, however that ends.
+// A frame that goes back to the pool when the encoder is through with it, however that ends.
 class BorrowedFrame {
  public:
   BorrowedFrame(FrameBufQueue& queue, VideoFrame* frame) : m_queue(queue), m_frame(frame) {}
   BorrowedFrame(const BorrowedFrame&) = delete;
   BorrowedFrame& operator=(const BorrowedFrame&) = delete;
-  ~BorrowedFrame() { m_queue.PutFreeBuffer(m_frame); }
+  ~BorrowedFrame() { GiveBack(); }
 
-  VideoFrame* Get() const { return m_frame; }
+  // The queue ignores null.
+  void GiveBack() { m_queue.PutFreeBuffer(std::exchange(m_frame, nullptr)); }
 
  private:
   FrameBufQueue& m_queue;
   VideoFrame* m_frame;
 };
 
-std::int32_t EncodeAndGiveBack(VideoEncoder& encoder, const BorrowedFrame frame, AVEncodePacket& packet) {
-  return encoder.Encode(frame.Get(), &packet);
+bool IsReady(VideoEncoder& encoder, const VideoEncoder::EncodeParam& param) noexcept {
+  try {
+    return encoder.Initialize(param);
+  } catch (...) {
+    return false;
+  }
 }
 
 }  // namespace
@@ -35,7 +42,7 @@ void EncodeThreadEntry() { CameraOperator::GetInstance().EncodeH264(); }
 
 bool CameraOperator::InitVideoEncoder(const VideoEncoder::EncodeParam& param) {
   VideoEncoder* const encoder = VideoEncoder::CreateDefaultEncoder();
-  if (encoder == nullptr || !encoder->Initialize(param)) {
+  if (encoder == nullptr || !IsReady(*encoder, param)) {
     OPERATOR_LOG(ERROR_LOG_LEVEL, 537, L"init video encoder failed");
     VideoEncoder::ReleaseEncoder(encoder);
     return false;
@@ -53,13 +60,10 @@ bool CameraOperator::InitVideoEncoder(const VideoEncoder::EncodeParam& param) {
 }
 
 void CameraOperator::StartEncodeThread() {
+  // Let go at the end of the teardown, also when no thread can be started.
   HoldModule();
-  try {
-    m_encodeThread = std::thread(EncodeThreadEntry);
-  } catch (...) {
-    LetModuleGo();
-    throw;
-  }
+  m_isModuleHeld = true;
+  m_encodeThread = std::thread(EncodeThreadEntry);
 }
 
 void CameraOperator::StopEncodeThread() {
@@ -67,7 +71,6 @@ void CameraOperator::StopEncodeThread() {
   if (m_encodeThread.joinable()) {
     m_encodeThread.join();
     m_encodeThreadId = std::thread::id();
-    LetModuleGo();
   }
 }
 
@@ -85,8 +88,10 @@ void CameraOperator::EncodeH264() {
       continue;
     }
     try {
+      BorrowedFrame borrowed(m_frameBufQueue, frame);
       AVEncodePacket packet;
-      const std::int32_t error = EncodeAndGiveBack(*m_videoEncoder, {m_frameBufQueue, frame}, packet);
+      const std::int32_t error = m_videoEncoder->Encode(frame, &packet);
+      borrowed.GiveBack();
       if (error != 0) {
         OPERATOR_LOG(ERROR_LOG_LEVEL, 1148, L"fail to encode frame, error: ", error);
       } else if (const std::int32_t refused = SendPacket(packet, id); refused != 0) {

@@ -30,15 +30,20 @@ void Append(log4cplus::tostringstream& text, const Piece& piece) {
   }
 }
 
+// A message that cannot be written (no memory, a logger that throws) is lost: no sequence breaks off for it.
 template <typename... Pieces>
-void Write(log4cplus::LogLevel level, const Place& place, const Pieces&... pieces) {
-  const log4cplus::Logger logger = GetLogger();
-  if (!logger.isEnabledFor(level)) {
+void Write(log4cplus::LogLevel level, const Place& place, const Pieces&... pieces) noexcept {
+  try {
+    const log4cplus::Logger logger = GetLogger();
+    if (!logger.isEnabledFor(level)) {
+      return;
+    }
+    log4cplus::tostringstream& text = log4cplus::detail::get_macro_body_oss();
+    (Append(text, pieces), ...);
+    logger.forcedLog(level, text.str(), place.file, place.line, place.signature);
+  } catch (...) {
     return;
   }
-  log4cplus::tostringstream& text = log4cplus::detail::get_macro_body_oss();
-  (Append(text, pieces), ...);
-  logger.forcedLog(level, text.str(), place.file, place.line, place.signature);
 }
 
 }  // namespace camera_log

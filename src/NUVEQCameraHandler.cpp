@@ -69,7 +69,7 @@ static std::int32_t Reserved8(std::uint32_t /*first*/, void* /*second*/, std::ui
   return 0;
 }
 
-NUVEQ_EXPORT std::int32_t NUVEQGetCameraHandler(NUVEQCameraHandler* handler) try {
+NUVEQ_EXPORT std::int32_t NUVEQGetCameraHandler(NUVEQCameraHandler* handler) {
   if (handler == nullptr) {
     CAMERA_LOG(ERROR_LOG_LEVEL, "CameraOperator", 161, L"[", camera_log::kTag, L"]",
                L"error param, cameraHandler is nullptr.", L"(", __func__, L")");
@@ -86,8 +86,6 @@ NUVEQ_EXPORT std::int32_t NUVEQGetCameraHandler(NUVEQCameraHandler* handler) try
   handler->RegisterServiceListener = RegisterServiceListener;
   handler->Reserved8 = Reserved8;
   return NUVEQ_CAMERA_OK;
-} catch (...) {
-  return NUVEQ_CAMERA_INVALID_ARGUMENT;
 }
 
 }  // extern "C"

@@ -189,19 +189,29 @@ HRESULT STDMETHODCALLTYPE FilterPin::EnumMediaTypes(IEnumMediaTypes** enumerator
                     [&] { return new MediaTypeEnumerator(Name(), m_description.mediaTypes); });
 }
 
+MediaType FilterPin::CurrentFormat() const {
+  return m_description.mediaTypes.empty() ? MediaType{} : m_description.mediaTypes.front();
+}
+
 HRESULT STDMETHODCALLTYPE FilterPin::GetFormat(AM_MEDIA_TYPE** type) {
   const Answer answer = Platform::Get().Enter("IAMStreamConfig::GetFormat", Name());
-  const MediaType current = m_description.mediaTypes.empty() ? MediaType{} : m_description.mediaTypes.front();
-  *type = answer.null ? nullptr : MakeMediaType(current, "current media type");
+  *type = answer.null ? nullptr : MakeMediaType(CurrentFormat(), "current media type");
   return answer.hr;
 }
 
 HRESULT STDMETHODCALLTYPE FilterPin::SetFormat(AM_MEDIA_TYPE* type) {
   VIDEOINFOHEADER header{};
-  std::memcpy(&header, type->pbFormat, type->cbFormat < sizeof(header) ? type->cbFormat : sizeof(header));
-  const RECT& source = header.rcSource;
-  if (source.left != 1 || source.bottom != 4 || header.dwBitRate != 5678 || type->lSampleSize != 91011 ||
-      header.bmiHeader.biCompression != 0x11223344) {
+  std::memcpy(&header, type->pbFormat, sizeof(header));
+  // What was handed out, but for the fields that are the caller's to set.
+  VIDEOINFOHEADER wanted = MakeVideoInfo(CurrentFormat());
+  wanted.bmiHeader.biWidth = header.bmiHeader.biWidth;
+  wanted.bmiHeader.biHeight = header.bmiHeader.biHeight;
+  wanted.AvgTimePerFrame = header.AvgTimePerFrame;
+  constexpr ULONG kSampleSize = 19;
+  if (std::memcmp(&wanted, &header, sizeof(header)) != 0 || !IsEqualGUID(type->majortype, MEDIATYPE_Video) ||
+      !IsEqualGUID(type->formattype, FORMAT_VideoInfo) || type->bFixedSizeSamples != TRUE ||
+      type->bTemporalCompression != TRUE || type->lSampleSize != kSampleSize ||
+      type->cbFormat != CurrentFormat().formatSize) {
     Platform::Get().NoteMisuse("SetFormat changes more than size, interval and subtype");
   }
   return Platform::Get()

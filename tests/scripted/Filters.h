@@ -29,6 +29,8 @@ class FilterPin : public Object<IPin, IAMStreamConfig> {
   void* Find(REFIID iid) override;
 
  private:
+  MediaType CurrentFormat() const;
+
   Filter* m_filter;
   Pin m_description;
 };

@@ -25,6 +25,8 @@ class GraphStream {
   void Stop();
   // Delivers one frame on the calling thread. False when the stream has no callback or has stopped.
   bool Deliver(const std::uint8_t* bytes, LONG length);
+  // Callbacks that have not returned.
+  unsigned FramesInDelivery();
   // S_OK once the graph has completed; without a live stream at once. E_ABORT when stopped before that.
   HRESULT WaitForCompletion();
 

@@ -86,6 +86,15 @@ std::uint64_t Platform::DeliveredFrames() const {
   return m_delivered;
 }
 
+unsigned Platform::FramesInDelivery() const {
+  std::shared_ptr<GraphStream> stream;
+  {
+    const std::lock_guard lock(m_mutex);
+    stream = m_stream;
+  }
+  return stream == nullptr ? 0 : stream->FramesInDelivery();
+}
+
 std::vector<std::string> Platform::Select(bool references, bool logsAndNotes) const {
   const std::lock_guard lock(m_mutex);
   std::vector<std::string> texts;

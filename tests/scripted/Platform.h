@@ -80,6 +80,8 @@ class SCRIPTED_EXPORT Platform {
   bool DeliverFrame(const std::vector<std::uint8_t>& frame);
   // Frames that the live stream has delivered since Reset.
   std::uint64_t DeliveredFrames() const;
+  // Frames whose callback has not returned.
+  unsigned FramesInDelivery() const;
 
   // --- Looking ---
 

@@ -83,11 +83,13 @@ SCRIPTED_EXPORT BOOL WINAPI SetupDiEnumDeviceInfo(HDEVINFO set, DWORD index, SP_
   const auto answer = Platform::Get().Enter("SetupDiEnumDeviceInfo", std::to_string(index));
   CheckSet(set);
   CheckSize(device, "SP_DEVINFO_DATA");
-  if (answer.hr != S_OK || index >= UsbDevices().size()) {
+  if (index >= UsbDevices().size()) {
     return FALSE;
   }
-  device->DevInst = kDevices + index;
-  return TRUE;
+  if (!answer.null) {
+    device->DevInst = kDevices + index;
+  }
+  return answer.hr == S_OK ? TRUE : FALSE;
 }
 
 SCRIPTED_EXPORT BOOL WINAPI SetupDiDestroyDeviceInfoList(HDEVINFO set) {
@@ -104,8 +106,8 @@ SCRIPTED_EXPORT CONFIGRET WINAPI CM_Get_DevNode_Status(ULONG* status, ULONG* pro
   const auto answer = Platform::Get().Enter("CM_Get_DevNode_Status",
                                             std::to_string(device - kDevices) + ", " + std::to_string(flags));
   *problem = 0;
-  // Success with null: the call answers success and writes nothing, as some systems do.
-  if (answer.hr == S_OK && !answer.null) {
+  // Success with null: the call answers success and writes nothing, as some systems do. A failure may write.
+  if (!answer.null) {
     *status = UsbDevices().at(device - kDevices).status;
   }
   return static_cast<CONFIGRET>(answer.hr);
@@ -114,23 +116,20 @@ SCRIPTED_EXPORT CONFIGRET WINAPI CM_Get_DevNode_Status(ULONG* status, ULONG* pro
 SCRIPTED_EXPORT CONFIGRET WINAPI CM_Get_Child(PDEVINST child, DEVINST device, ULONG flags) {
   const auto answer =
       Platform::Get().Enter("CM_Get_Child", std::to_string(device - kDevices) + ", " + std::to_string(flags));
-  if (answer.hr != S_OK) {
-    return static_cast<CONFIGRET>(answer.hr);
-  }
   if (UsbDevices().at(device - kDevices).firstChildId.empty()) {
     return CR_NO_SUCH_DEVNODE;
   }
   if (!answer.null) {
     *child = device - kDevices + kChildren;
   }
-  return CR_SUCCESS;
+  return static_cast<CONFIGRET>(answer.hr);
 }
 
 SCRIPTED_EXPORT CONFIGRET WINAPI CM_Get_Device_IDA(DEVINST device, char* buffer, ULONG length, ULONG flags) {
   const auto answer =
       Platform::Get().Enter("CM_Get_Device_IDA", std::to_string(device - kChildren) + ", " +
                                                      std::to_string(length) + ", " + std::to_string(flags));
-  if (answer.hr == S_OK && !answer.null) {
+  if (!answer.null) {
     // Not terminated when it fills the buffer.
     std::strncpy(buffer, UsbDevices().at(device - kChildren).firstChildId.c_str(), length);
   }

@@ -43,22 +43,28 @@ void* AllocateTaskMemory(std::size_t size, const std::string& label) {
   return block;
 }
 
-AM_MEDIA_TYPE* MakeMediaType(const MediaType& type, const std::string& label) {
+VIDEOINFOHEADER MakeVideoInfo(const MediaType& type) {
   VIDEOINFOHEADER header{};
   header.rcSource = {1, 2, 3, 4};
-  header.dwBitRate = 5678;
+  header.rcTarget = {5, 6, 7, 8};
+  header.dwBitRate = 9;
+  header.dwBitErrorRate = 10;
   header.AvgTimePerFrame = type.interval;
-  header.bmiHeader.biSize = sizeof(BITMAPINFOHEADER);
-  header.bmiHeader.biWidth = type.width;
-  header.bmiHeader.biHeight = type.height;
-  header.bmiHeader.biCompression = 0x11223344;
+  header.bmiHeader = {sizeof(BITMAPINFOHEADER), type.width, type.height, 11, 12, 13, 14, 15, 16, 17, 18};
+  return header;
+}
+
+AM_MEDIA_TYPE* MakeMediaType(const MediaType& type, const std::string& label) {
+  const VIDEOINFOHEADER header = MakeVideoInfo(type);
 
   auto* const made = static_cast<AM_MEDIA_TYPE*>(AllocateTaskMemory(sizeof(AM_MEDIA_TYPE), label));
   *made = {};
   made->majortype = MEDIATYPE_Video;
   made->subtype = type.subType;
   made->formattype = type.formatType;
-  made->lSampleSize = 91011;
+  made->bFixedSizeSamples = TRUE;
+  made->bTemporalCompression = TRUE;
+  made->lSampleSize = 19;
   made->cbFormat = type.formatSize;
   if (type.hasFormat) {
     made->pbFormat = static_cast<BYTE*>(AllocateTaskMemory(type.formatSize, label + " format block"));

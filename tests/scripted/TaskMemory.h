@@ -9,6 +9,9 @@ namespace scripted {
 
 void* AllocateTaskMemory(std::size_t size, const std::string& label);
 
+// The format block of a media type; no field of it is zero.
+VIDEOINFOHEADER MakeVideoInfo(const MediaType& type);
+
 // A media type in task memory, structure and format block, the receiver's to free.
 AM_MEDIA_TYPE* MakeMediaType(const MediaType& type, const std::string& label);
 

@@ -66,7 +66,10 @@ void CameraHandlerTest::QueryAndOpen() {
 }
 
 void CameraHandlerTest::DeliverAndReceive(std::uint8_t value) {
-  const std::uint64_t before = host.PacketCount();
+  const std::uint64_t packets = host.PacketCount();
+  const unsigned destroyed = platform.CallCount("AVEncodePacket::~AVEncodePacket");
   ASSERT_TRUE(platform.DeliverFrame(Frame(kFrameSize, value)));
-  ASSERT_TRUE(host.WaitForPackets(before + 1));
+  ASSERT_TRUE(host.WaitForPackets(packets + 1));
+  // The encoder thread is at rest again.
+  ASSERT_TRUE(WaitUntil([&] { return platform.CallCount("AVEncodePacket::~AVEncodePacket") > destroyed; }));
 }

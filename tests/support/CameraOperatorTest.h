@@ -21,6 +21,10 @@ struct CameraOperatorTestAccess {
   static void SetEncoder(CameraOperator& camera, VideoEncoder* encoder) { camera.m_videoEncoder = encoder; }
 };
 
+struct CameraCapabilityMgrTestAccess {
+  static std::size_t Size(const CameraCapabilityMgr& table) { return table.m_entries.size(); }
+};
+
 class CameraOperatorTest : public PlatformTest {
  protected:
   void SetUp() override {

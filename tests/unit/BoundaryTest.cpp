@@ -54,12 +54,38 @@ TEST_F(Boundary, StatusCallbackThatThrowsMakesTheOpenFailAndACloseMendsIt) {
   EXPECT_EQ(Close(), 1);
 }
 
-TEST_F(Boundary, StatusCallbackThatThrowsMakesTheCloseAnswerZeroAndTheNextOneFinishes) {
+TEST_F(Boundary, StatusCallbackThatThrowsMakesTheCloseAnswerZeroAndTheCameraIsClosedAllTheSame) {
   QueryAndOpen();
   host.InStatus([](int) { throw std::runtime_error("host"); });
   EXPECT_EQ(Close(), 0);
+  EXPECT_THAT(platform.Alive(), ::testing::ElementsAre("current media type"));
   host.InStatus(nullptr);
+  ExpectFormatLeft();
+  EXPECT_EQ(Open(), 0);
   EXPECT_EQ(Close(), 1);
+}
+
+TEST_F(Boundary, CloseInsideTheReportOfAnOpenMakesThatOpenFailCleanly) {
+  QueryAndRelease();
+  ExpectFormatLeft(2);
+  host.InStatus([&](int status) {
+    if (status == NUVEQ_SERVICE_STATUS_CAMERA_OPEN) {
+      EXPECT_EQ(Close(), 1);
+    }
+  });
+  EXPECT_EQ(Open(), -1001);
+  EXPECT_EQ(platform.CallCount("IMediaControl::Run"), 0U);
+  EXPECT_THAT(platform.Alive(), ::testing::ElementsAre("current media type"));
+  host.InStatus(nullptr);
+  EXPECT_EQ(Open(), 0);
+  EXPECT_EQ(Close(), 1);
+}
+
+TEST_F(Boundary, CloseInsideTheReportOfACloseDoesNothing) {
+  QueryAndOpen();
+  host.InStatus([&](int) { EXPECT_EQ(Close(), 0); });
+  EXPECT_EQ(Close(), 1);
+  EXPECT_THAT(platform.Journal(), Contains("status callback \"0\" 1 3").Times(1));
 }
 
 TEST_F(Boundary, ActionCallbackThatThrowsMakesTheQueryFail) {
@@ -109,16 +135,19 @@ TEST_F(Boundary, OperatorThatCannotBeMadeIsTheFailureOfEverySlotAndIsTriedAgain)
   }
 }
 
-TEST_F(Boundary, LoggerThatThrowsMakesTheExportFailAndLeavesTheStreamAlone) {
-  QueryAndOpen();
+TEST_F(Boundary, LoggerThatThrowsCostsTheLinesAndNothingElse) {
+  QueryAndRelease();
+  ExpectFormatLeft();
   platform.Before("GetLogger", [] { throw std::runtime_error("host"); });
   LoadedLibrary again(NUVEQ_LIBRARY_FILE);
   EXPECT_EQ(again.GetCameraHandler(nullptr), -2);
-  // An empty frame has its log line; its callback answers S_OK all the same, which the platform checks.
+  EXPECT_EQ(Open(), 0);
   EXPECT_TRUE(platform.DeliverFrame(Frame(0, 0)));
-  platform.Before("GetLogger", nullptr);
-  DeliverAndReceive(1);
+  platform.AnswersNth("VideoEncoder::Encode", 1, scripted::Fails());
+  EXPECT_TRUE(platform.DeliverFrame(Frame(kFrameSize, 1)));
+  DeliverAndReceive(2);
   EXPECT_EQ(Close(), 1);
+  EXPECT_THAT(platform.Logs(), IsEmpty());
 }
 
 // Makes the system refuse every new thread while it lives: none can have a stack of that size.
@@ -128,7 +157,7 @@ class NoThreads {
     pthread_getattr_default_np(&m_before);
     pthread_attr_t huge;
     pthread_attr_init(&huge);
-    constexpr std::size_t kStack = std::size_t{1} << 46;
+    constexpr std::size_t kStack = std::size_t{1} << 47;
     pthread_attr_setstacksize(&huge, kStack);
     pthread_setattr_default_np(&huge);
     pthread_attr_destroy(&huge);
@@ -148,13 +177,13 @@ TEST_F(Boundary, ThreadThatCannotBeStartedMakesTheOpenFailAndACloseMendsItEvenWh
   QueryAndRelease();
   ExpectFormatLeft(2);
   platform.SetStreaming({true, [](std::uint64_t) { return Frame(kFrameSize, 1); }});
+  platform.SetRecording(false);
   std::optional<NoThreads> refusal;
   // The graph has its thread; the library asks for its own after the first frame.
   platform.Before("HoldModule", [&] { refusal.emplace(); });
   EXPECT_EQ(Open(), -1001);
   refusal.reset();
   platform.Before("HoldModule", nullptr);
-  EXPECT_THAT(platform.Alive(), Not(Contains("hold on the module")));
   // Nobody takes the frames: the fifth fills the pool.
   ASSERT_TRUE(WaitUntil([&] { return platform.DeliveredFrames() == 5; }));
   EXPECT_EQ(Close(), 1);

@@ -255,17 +255,41 @@ TEST_F(CameraSelection, DeviceThatOneCallFailsForIsSkippedAndTheNextOneIsNot) {
   platform.SetPc({{{0, "A"}, {0, "B"}}, {}});
   for (const char* operation : {"SetupDiGetDeviceInterfaceDetailW", "SetupDiEnumDeviceInfo",
                                 "CM_Get_DevNode_Status", "CM_Get_Child", "CM_Get_Device_IDA"}) {
-    platform.AnswersNth(operation, 1, Fails());
-    EXPECT_THAT(camera->QueryFixedUsbDeviceIds(), ElementsAre("B")) << operation;
+    // With outputs written all the same, and without.
+    for (const scripted::Answer answer : {scripted::Answer{E_FAIL, false}, Fails()}) {
+      platform.AnswersNth(operation, 1, answer);
+      EXPECT_THAT(camera->QueryFixedUsbDeviceIds(), ElementsAre("B")) << operation;
+    }
   }
 }
 
 TEST_F(CameraSelection, CallThatSucceedsWithoutWritingItsAnswerMakesNoDeviceBuiltIn) {
   platform.SetPc({{{0, "A"}, {0, "B"}}, {}});
-  for (const char* operation : {"CM_Get_DevNode_Status", "CM_Get_Child", "CM_Get_Device_IDA"}) {
+  for (const char* operation : {"CM_Get_DevNode_Status", "CM_Get_Child"}) {
     platform.AnswersNth(operation, 1, SucceedsWithNull());
     EXPECT_THAT(camera->QueryFixedUsbDeviceIds(), ElementsAre("B")) << operation;
   }
+}
+
+TEST_F(CameraSelection, IdIsTakenAsItIsAlsoWhenItIsEmpty) {
+  platform.SetPc({{{0, "A"}, {0, "B"}}, {}});
+  platform.AnswersNth("CM_Get_Device_IDA", 1, SucceedsWithNull());
+  EXPECT_THAT(camera->QueryFixedUsbDeviceIds(), ElementsAre("", "B"));
+}
+
+TEST_F(CameraSelection, CountThatBreaksOffLeavesNoCameraThatWasNotAccepted) {
+  platform.SetPc(
+      {{{DN_REMOVABLE, kPlugInId}}, {PlugInCamera(), {"broken", std::wstring(1, wchar_t{0xD800}), {}}}});
+  EXPECT_THROW(camera->CameraCount(), std::range_error);
+  EXPECT_THAT(Access::CameraNames(*camera), IsEmpty());
+  IBaseFilter* filter = nullptr;
+  EXPECT_FALSE(camera->BindDeviceFilter(0, &filter));
+}
+
+TEST_F(CameraSelection, InterfaceThatCannotBeEnumeratedEndsTheWalk) {
+  platform.SetPc({{{0, "A"}, {0, "B"}, {0, "C"}}, {}});
+  platform.AnswersNth("SetupDiEnumDeviceInterfaces", 2, Fails());
+  EXPECT_THAT(camera->QueryFixedUsbDeviceIds(), ElementsAre("A"));
 }
 
 TEST_F(CameraSelection, IdThatFillsItsBufferEndsWithTheBuffer) {

@@ -1,5 +1,7 @@
 // The capability query: the records that the platform gets, and what it gets instead.
+#include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "CameraHandlerTest.h"
 
@@ -132,6 +134,7 @@ TEST_F(CapabilityQuery, CameraThatCannotBeReadStillGetsItsRecordWhichIsReleased)
   NUVEQCameraCapabilities* records = nullptr;
   EXPECT_EQ(handler.GetCapability(&records, &cameraNum), -1000);
   EXPECT_EQ(cameraNum, 1U);
+  EXPECT_NE(records, nullptr) << "it points at what was released";
   EXPECT_THAT(platform.Calls(), Contains("AllocatePlatformBlock(48)"));
   EXPECT_THAT(platform.Alive(), IsEmpty());
   EXPECT_EQ(LogLines().back(), ErrorLine(1036,
@@ -156,6 +159,7 @@ TEST_P(CapabilityAllocation, FailureHasItsCodeAndReleasesTheRecords) {
   EXPECT_EQ(handler.GetCapability(&records, &cameraNum), GetParam().result);
   EXPECT_EQ(cameraNum, 1U);
   EXPECT_EQ(platform.CallCount("AllocatePlatformBlock"), GetParam().number) << "the first failure ends it";
+  EXPECT_EQ(records == nullptr, GetParam().number == 1);
   EXPECT_EQ(LogLines().back(),
             ErrorLine(1036, "[CameraOperator]fail to get allAbilities " + std::to_string(GetParam().result) +
                                 "(CameraOperator::GetCameraCapabilityInner)"));
@@ -169,6 +173,14 @@ INSTANTIATE_TEST_SUITE_P(Each, CapabilityAllocation,
                                            AllocationFailure{"Rates", 4, -1000},
                                            AllocationFailure{"Sizes", 5, -3}),
                          [](const auto& tested) { return std::string(tested.param.block); });
+
+TEST_F(CapabilityQuery, FailureBeforeTheFirstRecordReleasesWhatTheCallerStillPointsAt) {
+  EXPECT_EQ(Query(), 0);
+  NUVEQCameraCapabilities* records = std::exchange(capabilities, nullptr);
+  platform.AnswersNth("AllocatePlatformBlock", 1, Fails());
+  EXPECT_EQ(handler.GetCapability(&records, &cameraNum), -3);
+  EXPECT_THAT(platform.Alive(), IsEmpty());
+}
 
 TEST_F(CapabilityQuery, AllocationFailureAfterAFailedReadingDecidesTheResult) {
   platform.Answers("IPin::QueryPinInfo", Fails());
@@ -205,19 +217,25 @@ TEST_F(CapabilityQuery, RecordsMayBeReleasedAfterMoreQueries) {
   EXPECT_STREQ(capabilities->id, "0");
 }
 
-TEST_F(CapabilityQuery, RecordsWithoutTheirBlocksAreReleased) {
-  // As a failed query leaves them on its way out.
-  for (const bool withId : {false, true}) {
-    auto* const record =
-        static_cast<NUVEQCameraCapabilities*>(std::calloc(1, sizeof(NUVEQCameraCapabilities)));
-    platform.Born(record, "record of the test's", [] {});
-    if (withId) {
-      record->id = static_cast<char*>(std::calloc(1, 64));
-      platform.Born(record->id, "id of the test's", [] {});
-    }
-    handler.ReleaseCapability(0, record, 1);
-    EXPECT_THAT(platform.Alive(), IsEmpty());
-  }
+// A block that ReleaseCapability may free.
+template <typename T>
+T* Block(scripted::Platform& platform, std::size_t count) {
+  T* const block = static_cast<T*>(std::calloc(count, sizeof(T)));
+  platform.Born(block, "block of the test's", [] {});
+  return block;
+}
+
+TEST_F(CapabilityQuery, EveryRecordOfAnArrayIsReleasedWithWhatItHas) {
+  auto* const records = Block<NUVEQCameraCapabilities>(platform, 3);
+  records[1].id = Block<char>(platform, 64);
+  records[2].id = Block<char>(platform, 64);
+  records[2].abilities = Block<NUVEQCameraAbility>(platform, 1);
+  records[2].abilityNum = 1;
+  records[2].abilities->fpsRanges = Block<NUVEQFpsRange>(platform, 1);
+  records[2].abilities->resolutions = Block<NUVEQResolution>(platform, 1);
+  EXPECT_EQ(platform.Alive().size(), 6U);
+  handler.ReleaseCapability(0, records, 3);
+  EXPECT_THAT(platform.Alive(), IsEmpty());
 }
 
 }  // namespace

@@ -65,6 +65,7 @@ TEST_F(CapabilityTable, DuplicateIsLoggedWithoutATagAndNotAdded) {
   EXPECT_THAT(LogLines(),
               ElementsAre("ERROR CameraCapabilityMgr.cpp:27 Add CameraCapabilitiy, Capabilitiy already "
                           "exist.(CameraCapabilityMgr::Add)"));
+  EXPECT_EQ(CameraCapabilityMgrTestAccess::Size(table), 1U);
 }
 
 TEST_F(CapabilityTable, EntriesThatDifferInOneFieldAreDistinct) {
@@ -74,6 +75,7 @@ TEST_F(CapabilityTable, EntriesThatDifferInOneFieldAreDistinct) {
   table.Add(640, 480, 31, MEDIASUBTYPE_YUY2);
   table.Add(640, 480, 30, MEDIASUBTYPE_MJPG);
   EXPECT_THAT(LogLines(), IsEmpty());
+  EXPECT_EQ(CameraCapabilityMgrTestAccess::Size(table), 5U);
 }
 
 TEST_F(CapabilityTable, EveryByteOfTheSubtypeDecidesWhetherItIsMjpg) {

@@ -38,6 +38,12 @@ class Defaults : public ::testing::Test {
     ASSERT_EQ(library.GetCameraHandler(&handler), 0);
   }
 
+  void TearDown() override {
+    library.Unload();
+    EXPECT_THAT(scripted::Platform::Get().Alive(), IsEmpty());
+    EXPECT_THAT(scripted::Platform::Get().Misuse(), IsEmpty());
+  }
+
   LoadedLibrary library{NUVEQ_LIBRARY_FILE};
   NUVEQCameraHandler handler{};
 };

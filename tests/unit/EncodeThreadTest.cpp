@@ -170,6 +170,15 @@ TEST_F(EncoderSetUp, EncoderThatRefusesTheParametersIsReleased) {
   EXPECT_THAT(platform.Alive(), IsEmpty());
 }
 
+TEST_F(EncoderSetUp, EncoderThatThrowsAtTheParametersIsReleased) {
+  platform.Before("VideoEncoder::Initialize", [] { throw std::bad_alloc(); });
+  EXPECT_FALSE(camera->InitVideoEncoder(Param()));
+  EXPECT_THAT(LogLines(), ElementsAre(ErrorLine(537,
+                                                "[CameraOperator]init video encoder failed"
+                                                "(CameraOperator::InitVideoEncoder)")));
+  EXPECT_THAT(platform.Alive(), IsEmpty());
+}
+
 TEST_F(EncoderSetUp, EncoderThatCannotBeMadeIsReleasedAsNull) {
   platform.Answers("VideoEncoder::CreateDefaultEncoder", SucceedsWithNull());
   EXPECT_FALSE(camera->InitVideoEncoder(Param()));
@@ -260,6 +269,28 @@ TEST_F(EncoderSetUp, LoopThatIsToldToStopTakesNoFrame) {
   camera->PushFrame(frame.data(), static_cast<std::int32_t>(frame.size()));
   camera->EncodeH264();
   EXPECT_EQ(platform.CallCount("VideoEncoder::Encode"), 0U);
+}
+
+TEST_F(EncoderSetUp, FramesThatWaitWhenTheLoopIsToldToStopAreNotEncoded) {
+  EXPECT_TRUE(camera->InitVideoEncoder(Param()));
+  const std::vector<std::uint8_t> frame = SmallFrame();
+  for (int i = 0; i < 4; ++i) {
+    camera->PushFrame(frame.data(), static_cast<std::int32_t>(frame.size()));
+  }
+  Gate encoding;
+  Gate mayFinish;
+  platform.Before("VideoEncoder::Encode", [&] {
+    encoding.Open();
+    EXPECT_TRUE(mayFinish.Wait());
+  });
+  Access::ClearStopFlag(*camera);
+  std::thread loop([&] { camera->EncodeH264(); });
+  EXPECT_TRUE(encoding.Wait());
+  // There is no thread of the operator's to wait for: only the flag is raised.
+  camera->StopEncodeThread();
+  mayFinish.Open();
+  loop.join();
+  EXPECT_EQ(platform.CallCount("VideoEncoder::Encode"), 1U);
 }
 
 TEST_F(EncoderSetUp, StoppingAThreadThatWasNeverStartedDoesNothing) {

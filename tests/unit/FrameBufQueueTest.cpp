@@ -52,6 +52,11 @@ TEST_F(FrameQueue, SecondInitIsRefusedAndLeavesThePoolAsItWas) {
   EXPECT_THAT(platform.Calls(), IsEmpty());
   queue.PutDataBuffer(frame);
   EXPECT_EQ(queue.GetDataBuffer(), frame);
+  queue.Stop();
+  for (int i = 0; i < 4; ++i) {
+    EXPECT_NE(queue.GetFreeBuffer(), nullptr);
+  }
+  EXPECT_EQ(queue.GetFreeBuffer(), nullptr);
   queue.Uninit();
 }
 
@@ -200,7 +205,7 @@ TEST_F(FrameQueue, RunningQueueFreesItsFramesWhenItIsDestroyed) {
   EXPECT_THAT(platform.Alive(), IsEmpty());
 }
 
-TEST_F(FrameQueue, FramesAreReleasedThenDestroyedInTheOrderTheyWereMade) {
+TEST_F(FrameQueue, FramesReleaseTheirBuffersBeforeTheyAreDestroyed) {
   EXPECT_TRUE(Init(2));
   platform.ClearJournal();
   queue.Uninit();

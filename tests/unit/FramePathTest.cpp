@@ -80,8 +80,6 @@ TEST_F(FramePath, RefusedSecondOpensWhileFramesFlowChangeTheIdAndNothingElse) {
 }
 
 TEST_F(FramePath, PacketsAfterARefusedOpenHasReturnedCarryItsId) {
-  ASSERT_EQ(OpenSmall("1"), -1001);
-  EXPECT_EQ(Close(), 1);
   std::atomic<bool> replaced = false;
   std::atomic<std::uint64_t> oldIds = 0;
   std::atomic<std::uint64_t> newIds = 0;
@@ -124,14 +122,64 @@ TEST_F(FramePath, CallbacksMayBeReplacedWhileFramesFlow) {
 TEST_F(FramePath, NoCallbackRunsAfterCloseHasReturned) {
   std::atomic<bool> closed = true;
   std::atomic<bool> late = false;
-  host.InData([&](const Packet&) { late = late || closed; });
-  for (int round = 0; round < 200; ++round) {
+  host.InData([&](const Packet&) {
+    late = late || closed;
+    std::this_thread::yield();
+    late = late || closed;
+  });
+  for (std::uint64_t round = 0; round < 200; ++round) {
     closed = false;
+    const std::uint64_t packets = host.PacketCount() + 1 + round % 4;
     ASSERT_EQ(OpenSmall(), 0);
+    ASSERT_TRUE(host.WaitForPackets(packets));
     ASSERT_EQ(Close(), 1);
     closed = true;
   }
   EXPECT_FALSE(late);
+}
+
+TEST_F(FramePath, ClosesWhileTheEncoderThreadWaitsForAFrame) {
+  platform.SetStreaming(
+      {true, [](std::uint64_t number) { return number == 0 ? NumberedFrame(number) : Frame(0, 0); }});
+  for (int round = 0; round < 1000; ++round) {
+    const unsigned destroyed = platform.CallCount("AVEncodePacket::~AVEncodePacket");
+    ASSERT_EQ(OpenSmall(), 0);
+    // Its one frame is encoded; there is nothing else for it to do.
+    ASSERT_TRUE(WaitUntil([&] { return platform.CallCount("AVEncodePacket::~AVEncodePacket") > destroyed; }));
+    ASSERT_EQ(Close(), 1);
+  }
+}
+
+TEST_F(FramePath, ClosesWhileTheCameraWaitsForABuffer) {
+  for (int round = 0; round < 300; ++round) {
+    Gate mayAnswer;
+    host.InData([&](const Packet&) { EXPECT_TRUE(mayAnswer.Wait()); });
+    const std::uint64_t full = platform.DeliveredFrames() + 6;
+    const unsigned stops = platform.CallCount("IMediaControl::Stop");
+    ASSERT_EQ(OpenSmall(), 0);
+    // One frame in the callback, five queued, one more at the door.
+    EXPECT_TRUE(
+        WaitUntil([&] { return platform.DeliveredFrames() == full && platform.FramesInDelivery() == 1; }));
+    std::thread closer([&] { EXPECT_EQ(Close(), 1); });
+    EXPECT_TRUE(WaitUntil([&] { return platform.CallCount("IMediaControl::Stop") > stops; }));
+    mayAnswer.Open();
+    closer.join();
+  }
+}
+
+class FramePathWithoutCallback : public FramePath {
+ protected:
+  bool RegistersDataCallback() const override { return false; }
+};
+
+TEST_F(FramePathWithoutCallback, OpensAndClosesWithFramesFlowing) {
+  for (std::uint64_t round = 0; round < 1000; ++round) {
+    const std::uint64_t frames = platform.DeliveredFrames() + 1 + round % 12;
+    ASSERT_EQ(OpenSmall(), 0);
+    ASSERT_TRUE(WaitUntil([&] { return platform.DeliveredFrames() >= frames; }));
+    ASSERT_EQ(Close(), 1);
+  }
+  EXPECT_EQ(host.PacketCount(), 0U);
 }
 
 // What goes on while the camera is closed, round by round.

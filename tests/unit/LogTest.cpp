@@ -40,7 +40,14 @@ TEST_F(LogFormat, LineNamesTheFunctionsFullSignature) {
 
 TEST_F(LogFormat, EveryLineOfARunNamesItsOwnFunction) {
   QueryAndOpen();
+  // The lines of other classes and of the export are signed as well.
+  EXPECT_TRUE(platform.DeliverFrame(Frame(0, 0)));
   EXPECT_EQ(Close(), 1);
+  platform.SetPc(scripted::LaptopPc({scripted::Yuy2(640, 480, 30), scripted::Yuy2(640, 480, 30)}));
+  EXPECT_EQ(Query(), 0);
+  LoadedLibrary same(NUVEQ_LIBRARY_FILE);
+  EXPECT_EQ(same.GetCameraHandler(nullptr), -2);
+  EXPECT_EQ(platform.Logs().size(), 11U);
   for (const scripted::LogLine& log : platform.Logs()) {
     const std::string text(log.text.begin(), log.text.end());
     const std::size_t begin = text.rfind('(') + 1;
@@ -66,6 +73,7 @@ TEST_F(LogFormat, DisabledLevelsAreNotWritten) {
   logger.setLogLevel(log4cplus::ERROR_LOG_LEVEL);
   QueryAndOpen();
   EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(platform.Logs().size(), 4U);
   for (const scripted::LogLine& log : platform.Logs()) {
     EXPECT_EQ(log.level, log4cplus::ERROR_LOG_LEVEL);
   }

@@ -82,6 +82,7 @@ TEST_F(MediaTypes, SameSizeInTwoSubtypesIsOneSizeTwoSubtypesOneRateAndTwoTableEn
   EXPECT_EQ(Sizes(), (Pairs{{640, 480}}));
   EXPECT_EQ(subTypes.size(), 2U);
   EXPECT_THAT(fpsList, ElementsAre(30000U));
+  EXPECT_EQ(CameraCapabilityMgrTestAccess::Size(CameraCapabilityMgr::GetInstance()), 2U);
   // Each entry is there: adding either again is refused.
   platform.ClearJournal();
   CameraCapabilityMgr::GetInstance().Add(640, 480, 30, MEDIASUBTYPE_MJPG);
@@ -121,6 +122,9 @@ TEST_F(MediaTypes, FormatBlocksThatAreShortOrMissingContributeNothing) {
   empty.hasFormat = false;
   EXPECT_TRUE(Read({shortFormat, noFormat, empty}));
   EXPECT_THAT(sizes, IsEmpty());
+  EXPECT_THAT(subTypes, IsEmpty());
+  EXPECT_THAT(fpsList, IsEmpty());
+  EXPECT_EQ(CameraCapabilityMgrTestAccess::Size(CameraCapabilityMgr::GetInstance()), 0U);
   EXPECT_THAT(LogLines(), IsEmpty());
 }
 
@@ -258,6 +262,14 @@ TEST_F(MediaTypes, RatesAreAscendingAndDistinctAndListsShrink) {
   camera->SortAndUniqueCapabilities(sizes, subTypes, fpsList);
   EXPECT_THAT(fpsList, ElementsAre(5000U, 15000U, 30000U, 60000U));
   EXPECT_EQ(fpsList.capacity(), 4U);
+}
+
+TEST_F(MediaTypes, ListsOfSizesAndSubtypesShrinkToo) {
+  sizes.assign(50, {640, 480});
+  subTypes.assign(50, MEDIASUBTYPE_YUY2);
+  camera->SortAndUniqueCapabilities(sizes, subTypes, fpsList);
+  EXPECT_EQ(sizes.capacity(), 1U);
+  EXPECT_EQ(subTypes.capacity(), 1U);
 }
 
 TEST_F(MediaTypes, LongListsOfUnorderableSizesStayWithinBounds) {

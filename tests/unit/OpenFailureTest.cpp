@@ -230,6 +230,35 @@ std::vector<Case> Cases() {
       {"GrabberPinsNotEnumerated", "IBaseFilter::EnumPins", 2, SFalse(), -1001,
        InOpenCamera({ErrorLine(kSetParameter), ErrorLine(Text("QueryFilterPin", "EnumPins fail, error: 1"))}),
        "IBaseFilter::EnumPins(grabber)", Held::kBoth, true},
+      {"GrabberAnswersFalse", "CoCreateInstance", 3, SFalse(), -1001,
+       InAddSampleGrabber({ErrorLine(
+           Text("AddSampleGrabberFilter", "CoCreateInstance sampleGrabberFilter fail, error: 1"))}),
+       grabberCall, Held::kCamera},
+      {"GrabberInterfaceAnswersFalse", "IUnknown::QueryInterface", 3, SFalse(), -1001,
+       InConfigSampleGrabber("QueryInterface IID_ISampleGrabber fail, error: 1"),
+       "IUnknown::QueryInterface(grabber, IID_ISampleGrabber)", Held::kCamera},
+      {"SettingTheCallbackAnswersFalse", "ISampleGrabber::SetCallback", 1, SFalse(), -1001,
+       InConfigSampleGrabber("fail to set grabber callback, error: 1"), "ISampleGrabber::SetCallback(1)",
+       Held::kCamera},
+      {"SettingTheBufferingAnswersFalse", "ISampleGrabber::SetBufferSamples", 1, SFalse(), -1001,
+       InConfigSampleGrabber("fail to set buffer sample, error: 1"), "ISampleGrabber::SetBufferSamples(1)",
+       Held::kCamera},
+      {"SettingOneShotAnswersFalse", "ISampleGrabber::SetOneShot", 1, SFalse(), -1001,
+       InConfigSampleGrabber("fail to set one shot, error: 1"), "ISampleGrabber::SetOneShot(1)",
+       Held::kCamera},
+      {"AddingTheGrabberAnswersFalse", "IFilterGraph::AddFilter", 2, SFalse(), -1001,
+       InAddSampleGrabber({ErrorLine(Text("AddSampleGrabberFilter", "AddFilter fail, error: 1"))}),
+       "IFilterGraph::AddFilter(grabber, Grabber)", Held::kCamera},
+      {"StreamConfigurationAnswersFalse", "IUnknown::QueryInterface", 4, SFalse(), -1001,
+       InOpenCamera({ErrorLine(Text("SetCameraFormat", "fail to get amstream config, error: 1"))}),
+       "IUnknown::QueryInterface(built-in.capture, IID_IAMStreamConfig)", Held::kBoth},
+      {"CurrentFormatAnswersFalse", "IAMStreamConfig::GetFormat", 1, Answer{S_FALSE, true}, -1001,
+       InOpenCamera({ErrorLine(Text("SetCameraFormat", "fail to get camera parameter, error: 1"))}),
+       "IAMStreamConfig::GetFormat(built-in.capture)", Held::kBoth},
+      {"ConnectingThePinsAnswersFalse", "IGraphBuilder::Connect", 1, SFalse(), -1001,
+       InOpenCamera(
+           {ErrorLine(kSetParameter), ErrorLine(Text("OpenCamera", "fail to Connect pin, error: 1"))}),
+       "IGraphBuilder::Connect(built-in.capture, grabber.in)", Held::kBoth, true},
       {"PinsNotConnected", "IGraphBuilder::Connect", 1, Fails(VFW_E_CANNOT_CONNECT), -1001,
        InOpenCamera({ErrorLine(kSetParameter),
                      ErrorLine(Text("OpenCamera", "fail to Connect pin, error: -2147220969"))}),
@@ -268,6 +297,32 @@ TEST_P(OpenFailure, AnswersLogsAndLeavesWhatItShould) {
     held.emplace_back("current media type");
   }
   EXPECT_THAT(platform.Alive(), UnorderedElementsAreArray(held));
+}
+
+TEST_P(OpenFailure, RefusesTheNextOpenWhileItsPoolIsThere) {
+  const Case& c = GetParam();
+  QueryAndRelease();
+  if (c.asksForFormat) {
+    ExpectFormatLeft();
+  }
+  platform.AnswersNth(c.operation, c.nth, c.answer);
+  EXPECT_EQ(Open(), c.result);
+  platform.ClearJournal();
+  if (c.held < Held::kPool) {
+    ExpectFormatLeft();
+    EXPECT_EQ(Open(), 0);
+    return;
+  }
+  EXPECT_EQ(Open(), -1004);
+  EXPECT_THAT(LogLines(),
+              ::testing::ElementsAre(WarnLine(708, Text("OpenCameraInner", "Start open camera")),
+                                     ErrorLine(546, Text("InitVideoEncoder", "AllocBuffer fail.")),
+                                     ErrorLine(743, Text("OpenCameraInner", "fail to init video encoder"))));
+  // The encoder is replaced, the graph is not touched.
+  EXPECT_THAT(platform.Calls(),
+              ::testing::ElementsAre("VideoEncoder::CreateDefaultEncoder()",
+                                     "VideoEncoder::Initialize(640x480, 30 fps, colour space 3)",
+                                     "VideoEncoder::ReleaseEncoder()"));
 }
 
 TEST_P(OpenFailure, ClosesAndOpensAgain) {

@@ -42,6 +42,17 @@ TEST_F(OpenSequence, IdLengthBeyondTheTextIsNotFollowed) {
   EXPECT_EQ(handler.OpenCameraDevice(&param), -2);
 }
 
+TEST_F(OpenSequence, ComThatWasInitialisedAlreadyOrRefusesIsNoMatter) {
+  for (const scripted::Answer answer : {SFalse(), Fails()}) {
+    platform.Answers("CoInitialize", answer);
+    Unload();
+    LoadedLibrary fresh(NUVEQ_LIBRARY_FILE);
+    ASSERT_EQ(fresh.GetCameraHandler(&handler), 0);
+    QueryAndOpen();
+    EXPECT_EQ(Close(), 1);
+  }
+}
+
 TEST_F(OpenSequence, EmptyIdSelectsCameraZero) {
   QueryAndRelease();
   ExpectFormatLeft();
@@ -180,9 +191,9 @@ TEST_F(OpenSequence, WholeRunMakesItsCallsInOrder) {
       platform.Journal(),
       ElementsAre("log: [CameraOperator]CloseCameraInner.(CameraOperator::CloseCameraInner)",
                   "IMediaControl::Stop()", "IMediaEvent::WaitForCompletion(-1)", "status callback \"0\" 1 3",
-                  "LetModuleGo()", "VideoFrame::ReleaseBuffer()", "VideoFrame::ReleaseBuffer()",
                   "VideoFrame::ReleaseBuffer()", "VideoFrame::ReleaseBuffer()", "VideoFrame::ReleaseBuffer()",
-                  "VideoEncoder::ReleaseEncoder()"));
+                  "VideoFrame::ReleaseBuffer()", "VideoFrame::ReleaseBuffer()",
+                  "VideoEncoder::ReleaseEncoder()", "LetModuleGo()"));
 }
 
 TEST_F(OpenSequence, OnlyItsStartAndItsSuccessAreWarningsAllElseIsAnError) {
@@ -275,9 +286,19 @@ TEST_F(OpenSequence, GraphThatDoesNotRunLeavesTheCameraOpenUntilItIsClosed) {
   platform.AnswersNth("IMediaControl::Run", 1, Fails(E_ACCESSDENIED));
   EXPECT_EQ(Open(), -1001);
   EXPECT_THAT(LogLines(),
-              Contains(ErrorLine(763,
-                                 "[CameraOperator]fail to update service status, error: -2147024891"
-                                 "(CameraOperator::OpenCameraInner)")));
+              ElementsAre(WarnLine(708, "[CameraOperator]Start open camera(CameraOperator::OpenCameraInner)"),
+                          ErrorLine("[CameraOperator]start OpenCamera, width:640, height:480, fps:30"
+                                    "(CameraOperator::OpenCamera)"),
+                          ErrorLine("[CameraOperator]Set camera parameter, (640,480,30,844715353)"
+                                    "(CameraOperator::SetCameraFormat)"),
+                          ErrorLine("[CameraOperator]OpenCamera success.(CameraOperator::OpenCamera)"),
+                          ErrorLine(763,
+                                    "[CameraOperator]fail to update service status, error: -2147024891"
+                                    "(CameraOperator::OpenCameraInner)")));
+  EXPECT_THAT(platform.Alive(),
+              ::testing::UnorderedElementsAre("encoder", "frame", "frame", "frame", "frame", "frame",
+                                              "graph: 2", "built-in: 1", "built-in.capture: 1", "grabber: 1",
+                                              "grabber.in: 1", "grabber.out: 1", "current media type"));
   EXPECT_THAT(platform.Journal(), Contains("status callback \"0\" 1 4"));
   EXPECT_EQ(platform.Calls().back(), "IMediaControl::Run()");
   EXPECT_EQ(platform.CallCount("HoldModule"), 0U) << "no thread is started";

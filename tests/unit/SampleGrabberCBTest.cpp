@@ -80,6 +80,13 @@ TEST_F(CallbackObject, ReferencesFromManyThreadsAddUp) {
   EXPECT_EQ(object.AddRef(), 2U);
 }
 
+TEST_F(CallbackObject, FrameThatCannotBeTakenIsLostAndTheStreamGoesOn) {
+  // The operator behind the callback cannot be made.
+  platform.Before("CoInitialize", [] { throw std::bad_alloc(); });
+  std::uint8_t byte = 0;
+  EXPECT_EQ(object.BufferCB(0.0, &byte, 1), 0);
+}
+
 TEST_F(CallbackObject, SamplesAreIgnored) { EXPECT_EQ(object.SampleCB(1.0, nullptr), 0); }
 
 // --- At the running graph ---
@@ -152,11 +159,15 @@ TEST_F(GrabbedFrames, SixthCallbackBlocksUntilTheEncoderGivesABufferBack) {
     EXPECT_TRUE(platform.DeliverFrame(Frame(kFrameSize, 6)));
     returned = true;
   });
-  ASSERT_TRUE(WaitUntil([&] { return platform.CallCount("VideoEncoder::Encode") == 1; }));
+  EXPECT_TRUE(WaitUntil(
+      [&] { return platform.CallCount("VideoEncoder::Encode") == 1 && platform.FramesInDelivery() == 1; }));
   EXPECT_FALSE(returned);
   mayEncode.Open();
   streaming.join();
   EXPECT_TRUE(host.WaitForPackets(6));
+  for (std::uint8_t value = 1; value <= 6; ++value) {
+    EXPECT_EQ(host.Packets().at(value - 1U).bytes.at(0), value);
+  }
   EXPECT_EQ(Close(), 1);
 }
 
