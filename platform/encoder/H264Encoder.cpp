@@ -1,0 +1,121 @@
+#include "H264Encoder.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+#include <thread>
+
+#include "EncoderSettings.h"
+#include "FrameLayout.h"
+#include "PacketMemory.h"
+
+namespace encoder {
+namespace {
+
+// Bytes of the access unit: the layers' NAL units follow one another in memory.
+std::uint32_t LayerBytes(const SLayerBSInfo& layer) {
+  std::uint32_t bytes = 0;
+  for (int i = 0; i < layer.iNalCount; ++i) {
+    bytes += static_cast<std::uint32_t>(layer.pNalLengthInByte[i]);
+  }
+  return bytes;
+}
+
+std::int32_t CopyAccessUnit(const SFrameBSInfo& unit, AVEncodePacket& packet) {
+  std::uint32_t bytes = 0;
+  for (int i = 0; i < unit.iLayerNum; ++i) {
+    bytes += LayerBytes(unit.sLayerInfo[i]);
+  }
+  if (bytes == 0) {
+    return cmUnknownReason;
+  }
+  if (!Reserve(packet, bytes)) {
+    return cmMallocMemeError;
+  }
+  for (int i = 0; i < unit.iLayerNum; ++i) {
+    const std::uint32_t length = LayerBytes(unit.sLayerInfo[i]);
+    std::memcpy(packet.data + packet.length, unit.sLayerInfo[i].pBsBuf, length);
+    packet.length += length;
+  }
+  return cmResultSuccess;
+}
+
+}  // namespace
+
+void H264Encoder::Destroy::operator()(ISVCEncoder* encoder) const {
+  encoder->Uninitialize();
+  WelsDestroySVCEncoder(encoder);
+}
+
+bool H264Encoder::Initialize(const EncodeParam& param) try {
+  if (m_encoder != nullptr || !IsSupported(param)) {
+    return false;
+  }
+  ISVCEncoder* made = nullptr;
+  if (WelsCreateSVCEncoder(&made) != 0 || made == nullptr) {
+    return false;
+  }
+  Handle handle(made);
+  // Before anything else has a chance to write to the host's standard error stream.
+  int quiet = WELS_LOG_QUIET;
+  handle->SetOption(ENCODER_OPTION_TRACE_LEVEL, &quiet);
+  SEncParamExt settings{};
+  if (handle->GetDefaultParams(&settings) != cmResultSuccess) {
+    return false;
+  }
+  PictureConverter converter(param.width, param.height, param.colorSpace);
+  const int threads = m_threads != 0
+                          ? m_threads
+                          : SliceThreads(param.width, param.height, std::thread::hardware_concurrency());
+  ApplySettings(param, converter.EvenWidth(), converter.EvenHeight(), threads, settings);
+  if (handle->InitializeExt(&settings) != cmResultSuccess) {
+    return false;
+  }
+  m_converter.emplace(std::move(converter));
+  m_param = param;
+  m_frameNumber = 0;
+  m_encoder = std::move(handle);
+  return true;
+} catch (const std::bad_alloc&) {
+  return false;
+}
+
+std::int32_t H264Encoder::Encode(VideoFrame* frame, AVEncodePacket* packet) {
+  if (packet != nullptr) {
+    packet->length = 0;
+  }
+  if (m_encoder == nullptr) {
+    return cmInitExpected;
+  }
+  if (frame == nullptr || packet == nullptr || frame->data == nullptr ||
+      frame->size < FrameBytes(m_param.width, m_param.height, m_param.colorSpace)) {
+    return cmUnsupportedData;
+  }
+  return EncodePlanes(m_converter->Convert(frame->data), *packet);
+}
+
+std::int32_t H264Encoder::EncodePlanes(const Planes& planes, AVEncodePacket& packet) {
+  SSourcePicture picture{};
+  picture.iColorFormat = videoFormatI420;
+  picture.iPicWidth = static_cast<int>(m_converter->EvenWidth());
+  picture.iPicHeight = static_cast<int>(m_converter->EvenHeight());
+  std::copy(planes.data.begin(), planes.data.end(), picture.pData);
+  std::copy(planes.stride.begin(), planes.stride.end(), picture.iStride);
+  // Milliseconds since the first frame, as if the camera kept its rate.
+  constexpr std::uint64_t kMilliseconds = 1000;
+  picture.uiTimeStamp =
+      static_cast<long long>(m_frameNumber++ * kMilliseconds / std::max<std::uint32_t>(m_param.frameRate, 1));
+  SFrameBSInfo unit{};
+  if (const int error = m_encoder->EncodeFrame(&picture, &unit); error != cmResultSuccess) {
+    return error;
+  }
+  return CopyAccessUnit(unit, packet);
+}
+
+}  // namespace encoder
+
+VideoEncoder* VideoEncoder::CreateDefaultEncoder() { return new (std::nothrow) encoder::H264Encoder; }
+
+void VideoEncoder::ReleaseEncoder(VideoEncoder* encoder) {
+  delete static_cast<encoder::H264Encoder*>(encoder);
+}

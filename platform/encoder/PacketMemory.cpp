@@ -1,0 +1,100 @@
+#include "PacketMemory.h"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstdlib>
+#include <mutex>
+#include <utility>
+
+namespace encoder {
+namespace {
+
+struct Block {
+  void* memory = nullptr;
+  std::uint32_t capacity = 0;
+};
+
+// A few blocks, for as many packets as are alive at a time; more come and go.
+class KeptBlocks {
+ public:
+  KeptBlocks() = default;
+  KeptBlocks(const KeptBlocks&) = delete;
+  KeptBlocks& operator=(const KeptBlocks&) = delete;
+  ~KeptBlocks() {
+    for (const Block& block : m_blocks) {
+      std::free(block.memory);
+    }
+  }
+
+  // A kept block of at least that many bytes; an empty one when there is none.
+  Block Take(std::uint32_t bytes) {
+    const std::lock_guard lock(m_mutex);
+    const auto found = std::find_if(m_blocks.begin(), m_blocks.end(), [&](const Block& block) {
+      return block.capacity >= bytes && bytes != 0;
+    });
+    return found == m_blocks.end() ? Block() : std::exchange(*found, Block());
+  }
+
+  // Keeps the block in place of the smallest one, which it answers for the caller to free.
+  Block Keep(Block block) {
+    const std::lock_guard lock(m_mutex);
+    const auto smallest =
+        std::min_element(m_blocks.begin(), m_blocks.end(),
+                         [](const Block& a, const Block& b) { return a.capacity < b.capacity; });
+    return smallest->capacity < block.capacity ? std::exchange(*smallest, block) : block;
+  }
+
+ private:
+  std::mutex m_mutex;
+  std::array<Block, 4> m_blocks;
+};
+
+KeptBlocks& Kept() {
+  static KeptBlocks kept;
+  return kept;
+}
+
+}  // namespace
+
+bool Reserve(AVEncodePacket& packet, std::uint32_t bytes) {
+  packet.length = 0;
+  if (packet.capacity >= bytes && packet.memory != nullptr) {
+    return true;
+  }
+  Recycle(packet);
+  Block block = Kept().Take(bytes);
+  if (block.memory == nullptr) {
+    // Powers of two, so that packets that differ a little fit each other's blocks.
+    constexpr std::uint32_t kSmallest = 4096;
+    constexpr std::uint32_t kGreatest = std::uint32_t{1} << 31;
+    if (bytes > kGreatest) {
+      return false;
+    }
+    block.capacity = std::bit_ceil(std::max(bytes, kSmallest));
+    block.memory = std::malloc(block.capacity);
+    if (block.memory == nullptr) {
+      return false;
+    }
+  }
+  packet.memory = block.memory;
+  packet.data = static_cast<std::uint8_t*>(block.memory);
+  packet.capacity = block.capacity;
+  return true;
+}
+
+void Recycle(AVEncodePacket& packet) {
+  if (packet.memory != nullptr) {
+    std::free(Kept().Keep({packet.memory, packet.capacity}).memory);
+  }
+  packet.memory = nullptr;
+  packet.data = nullptr;
+  packet.length = 0;
+  packet.capacity = 0;
+}
+
+}  // namespace encoder
+
+AVEncodePacket::AVEncodePacket() = default;
+
+AVEncodePacket::~AVEncodePacket() { encoder::Recycle(*this); }
