@@ -1,7 +1,13 @@
-# cmake -DNM=... -DLIBRARY=... -P check_exports.cmake: fails unless the library exports its one function only.
-execute_process(COMMAND ${NM} -D --defined-only ${LIBRARY} OUTPUT_VARIABLE symbols COMMAND_ERROR_IS_FATAL ANY)
-string(REGEX REPLACE "(^|\n)[0-9a-f]+ " "\\1" symbols "${symbols}")
-string(STRIP "${symbols}" symbols)
-if(NOT symbols STREQUAL "T NUVEQGetCameraHandler")
-  message(FATAL_ERROR "${LIBRARY} exports:\n${symbols}\ninstead of T NUVEQGetCameraHandler alone")
+# cmake -DNM=... -DLIBRARY=... [-DPATTERN=...] -P check_exports.cmake: fails unless every symbol that the library
+# exports matches the pattern (kind and name, as nm prints them), and there is one at least. Without a pattern: unless
+# it exports the camera handler's one function and nothing else.
+execute_process(COMMAND ${NM} -D --defined-only ${LIBRARY} OUTPUT_VARIABLE output COMMAND_ERROR_IS_FATAL ANY)
+string(REGEX MATCHALL " [A-Za-z] [^\n]+" symbols "${output}")
+if(NOT PATTERN)
+  set(PATTERN "^ T NUVEQGetCameraHandler$")
+endif()
+set(others ${symbols})
+list(FILTER others EXCLUDE REGEX "${PATTERN}")
+if(NOT symbols OR others)
+  message(FATAL_ERROR "${LIBRARY} exports:\n${output}")
 endif()

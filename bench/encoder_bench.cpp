@@ -1,0 +1,155 @@
+// What encoding costs: whole frames by size, layout and slice threads, and the parts that are not the
+// encoder.
+//
+//   build/native/bin/encoder_bench [--benchmark_filter=REGEX]
+//
+// Absolute times are this machine's at this moment; compare lines of one run.
+#include <benchmark/benchmark.h>
+#include <libyuv.h>
+
+#include <cstring>
+#include <memory>
+#include <vector>
+
+#include "FrameLayout.h"
+#include "H264Encoder.h"
+#include "PacketMemory.h"
+#include "PictureConverter.h"
+#include "Pictures.h"
+
+namespace {
+
+// Frames of a moving clip in a layout, made once.
+std::vector<std::unique_ptr<VideoFrame>> MakeClip(int width, int height, ColorSpace layout) {
+  constexpr int kFrames = 30;
+  const auto w = static_cast<std::uint32_t>(width);
+  const auto h = static_cast<std::uint32_t>(height);
+  MovingClip clip(w, h);
+  std::vector<std::uint8_t> i420(encoder::FrameBytes(w, h, ColorSpace::kI420));
+  std::uint8_t* const y = i420.data();
+  std::uint8_t* const u = y + std::size_t{w} * h;
+  std::uint8_t* const v = u + std::size_t{w} * h / 4;
+  std::vector<std::unique_ptr<VideoFrame>> frames;
+  for (int i = 0; i < kFrames; ++i) {
+    clip.Draw(static_cast<std::uint64_t>(i), i420.data());
+    auto frame = std::make_unique<VideoFrame>();
+    if (!frame->AllocBuffer(w, h, layout)) {
+      return {};
+    }
+    if (layout == ColorSpace::kI420) {
+      std::memcpy(frame->data, i420.data(), i420.size());
+    } else if (layout == ColorSpace::kYuy2) {
+      libyuv::I420ToYUY2(y, width, u, width / 2, v, width / 2, frame->data, width * 2, width, height);
+    } else {
+      libyuv::I420ToARGB(y, width, u, width / 2, v, width / 2, frame->data, width * 4, width, -height);
+    }
+    frames.push_back(std::move(frame));
+  }
+  return frames;
+}
+
+VideoEncoder::EncodeParam Param(int width, int height, ColorSpace layout) {
+  VideoEncoder::EncodeParam param{};
+  param.width = static_cast<std::uint32_t>(width);
+  param.height = static_cast<std::uint32_t>(height);
+  param.frameRate = 30;
+  param.colorSpace = layout;
+  param.outWidth = param.width;
+  param.outHeight = param.height;
+  param.keyFrameInterval = 150;
+  param.bitRate = 1536;
+  return param;
+}
+
+// width, height, layout, slice threads
+void EncodeFrame(benchmark::State& state) {
+  const auto width = static_cast<int>(state.range(0));
+  const auto height = static_cast<int>(state.range(1));
+  const auto layout = static_cast<ColorSpace>(state.range(2));
+  const auto frames = MakeClip(width, height, layout);
+  encoder::H264Encoder encoder(static_cast<int>(state.range(3)));
+  if (frames.empty() || !encoder.Initialize(Param(width, height, layout))) {
+    state.SkipWithError("the encoder refuses the parameters");
+    return;
+  }
+  std::size_t next = 0;
+  for (auto _ : state) {
+    AVEncodePacket packet;
+    if (encoder.Encode(frames[next++ % frames.size()].get(), &packet) != 0) {
+      state.SkipWithError("encoding failed");
+      return;
+    }
+  }
+}
+
+// width, height, layout: the conversion alone.
+void ConvertFrame(benchmark::State& state) {
+  const auto width = static_cast<int>(state.range(0));
+  const auto height = static_cast<int>(state.range(1));
+  const auto layout = static_cast<ColorSpace>(state.range(2));
+  const auto frames = MakeClip(width, height, layout);
+  encoder::PictureConverter converter(static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height),
+                                      layout);
+  std::size_t next = 0;
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(converter.Convert(frames[next++ % frames.size()]->data));
+    benchmark::ClobberMemory();
+  }
+}
+
+// width, height, layout: a copy of the same bytes, which is also what a frame costs on its way into the pool.
+void CopyFrame(benchmark::State& state) {
+  const auto layout = static_cast<ColorSpace>(state.range(2));
+  const auto frames = MakeClip(static_cast<int>(state.range(0)), static_cast<int>(state.range(1)), layout);
+  std::vector<std::uint8_t> copy(frames.front()->size);
+  std::size_t next = 0;
+  for (auto _ : state) {
+    std::memcpy(copy.data(), frames[next++ % frames.size()]->data, copy.size());
+    benchmark::ClobberMemory();
+  }
+}
+
+// Bytes of a packet: from construction over a copy of that size to destruction.
+void PassPacket(benchmark::State& state) {
+  const std::vector<std::uint8_t> bytes(static_cast<std::size_t>(state.range(0)));
+  for (auto _ : state) {
+    AVEncodePacket packet;
+    if (encoder::Reserve(packet, static_cast<std::uint32_t>(bytes.size()))) {
+      std::memcpy(packet.data, bytes.data(), bytes.size());
+    }
+    benchmark::ClobberMemory();
+  }
+}
+
+const std::vector<std::vector<std::int64_t>> kSizes = {{320, 240}, {640, 480}, {1280, 720}, {1920, 1080}};
+
+void Sizes(benchmark::internal::Benchmark* bench) {
+  for (const auto& size : kSizes) {
+    for (const std::int64_t layout : {1, 3, 4}) {
+      bench->Args({size[0], size[1], layout});
+    }
+  }
+}
+
+void SizesAndThreads(benchmark::internal::Benchmark* bench) {
+  for (const auto& size : kSizes) {
+    for (const std::int64_t layout : {1, 3, 4}) {
+      for (const std::int64_t threads : {1, 2}) {
+        bench->Args({size[0], size[1], layout, threads});
+      }
+    }
+  }
+}
+
+BENCHMARK(EncodeFrame)
+    ->Apply(SizesAndThreads)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->MeasureProcessCPUTime();
+BENCHMARK(ConvertFrame)->Apply(Sizes)->Unit(benchmark::kMillisecond);
+BENCHMARK(CopyFrame)->Apply(Sizes)->Unit(benchmark::kMillisecond);
+BENCHMARK(PassPacket)->Arg(1000)->Arg(6400)->Arg(100000)->Unit(benchmark::kMicrosecond);
+
+}  // namespace
+
+BENCHMARK_MAIN();
