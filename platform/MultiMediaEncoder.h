@@ -80,14 +80,14 @@ class MULTI_MEDIA_ENCODER_EXPORT VideoEncoder {
   struct EncodeParam {
     std::uint32_t width;  // pixels
     std::uint32_t height;
-    std::uint32_t frameRate;  // whole frames per second
+    std::uint32_t frameRate;  // whole frames per second; 0 means 30
     ColorSpace colorSpace;    // layout of the raw frames
     std::uint16_t colorCode;  // 1 with ColorSpace 3, else 2
     std::uint16_t padding18;
     std::uint32_t outWidth;  // size of the encoded picture: that of the raw frames
     std::uint32_t outHeight;
     std::uint32_t unnamed28;
-    std::uint16_t keyFrameInterval;  // frames from one key frame to the next
+    std::uint16_t keyFrameInterval;  // frames from one key frame to the next; 0: only the first
     std::uint16_t unnamed34;
     std::uint16_t unnamed36;
     std::uint16_t bitRate;  // kbit/s

@@ -13,7 +13,7 @@ USAGE
 }
 
 native=(
-  binutils ca-certificates clang clang-format clang-tidy cmake dpkg-dev g++ gcovr git
+  binutils ca-certificates clang clang-format clang-tidy cmake dpkg-dev ffmpeg g++ gcovr git
   libbenchmark-dev libclang-rt-14-dev libgmock-dev libgtest-dev libopenh264-dev libyuv-dev ninja-build python3 python3-yaml
 )
 

@@ -13,6 +13,11 @@ constexpr std::uint32_t kGreatestFrameRate = 60;
 constexpr std::uint32_t kBitsPerKilobit = 1000;
 constexpr std::uint32_t kGreatestKilobits = 65535;
 
+// Squares of 16 pixels a side.
+constexpr std::uint32_t kGreatestMacroblocks = 36864;
+
+std::uint32_t Macroblocks(std::uint32_t pixels) { return (pixels + 15) / 16; }
+
 bool IsSide(std::uint32_t pixels) { return pixels >= kSmallestSide && pixels <= kGreatestSide; }
 
 // Bits per second for the rate control: above its greatest frame rate it spends per frame what it would at
@@ -40,9 +45,14 @@ void DescribeColours(SSpatialLayerConfig& layer) {
 
 }  // namespace
 
+std::uint32_t EffectiveFrameRate(const VideoEncoder::EncodeParam& param) {
+  return param.frameRate == 0 ? kDefaultFrameRate : param.frameRate;
+}
+
 bool IsSupported(const VideoEncoder::EncodeParam& param) {
-  return IsSide(param.width) && IsSide(param.height) && param.outWidth == param.width &&
-         param.outHeight == param.height && IsKnown(param.colorSpace);
+  return IsSide(param.width) && IsSide(param.height) &&
+         Macroblocks(param.width) * Macroblocks(param.height) <= kGreatestMacroblocks &&
+         param.outWidth == param.width && param.outHeight == param.height && IsKnown(param.colorSpace);
 }
 
 int SliceThreads(std::uint32_t width, std::uint32_t height, unsigned cores) {
@@ -53,7 +63,7 @@ int SliceThreads(std::uint32_t width, std::uint32_t height, unsigned cores) {
 
 void ApplySettings(const VideoEncoder::EncodeParam& param, std::uint32_t evenWidth, std::uint32_t evenHeight,
                    int threads, SEncParamExt& settings) {
-  const std::uint32_t frameRate = param.frameRate == 0 ? kDefaultFrameRate : param.frameRate;
+  const std::uint32_t frameRate = EffectiveFrameRate(param);
   settings.iUsageType = CAMERA_VIDEO_REAL_TIME;
   settings.iPicWidth = static_cast<int>(evenWidth);
   settings.iPicHeight = static_cast<int>(evenHeight);

@@ -9,7 +9,11 @@
 
 namespace encoder {
 
-// True for parameters that can be encoded: sides from 16 to 4096 pixels, a known layout, output as input.
+// Frames per second that a request means: 30 for 0.
+std::uint32_t EffectiveFrameRate(const VideoEncoder::EncodeParam& param);
+
+// True for parameters that can be encoded: sides from 16 to 4096 pixels, together no more than the greatest
+// level allows (ITU-T H.264, table A-1: 36,864 macroblocks), a known layout, output as input.
 bool IsSupported(const VideoEncoder::EncodeParam& param);
 
 // Threads that share a picture, one slice each.

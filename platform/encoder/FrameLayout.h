@@ -18,7 +18,7 @@ bool IsKnown(ColorSpace layout);
 // holds one more pixel than it shows.
 std::uint64_t LineBytes(std::uint32_t width, ColorSpace layout);
 
-// Bytes of one frame; 0 for an unknown layout or an empty picture. Never overflows.
+// Bytes of one frame; 0 for an unknown layout, an empty picture, and sides of more than 2^20 pixels.
 std::uint64_t FrameBytes(std::uint32_t width, std::uint32_t height, ColorSpace layout);
 
 }  // namespace encoder

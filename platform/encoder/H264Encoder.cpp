@@ -103,13 +103,18 @@ std::int32_t H264Encoder::EncodePlanes(const Planes& planes, AVEncodePacket& pac
   std::copy(planes.stride.begin(), planes.stride.end(), picture.iStride);
   // Milliseconds since the first frame, as if the camera kept its rate.
   constexpr std::uint64_t kMilliseconds = 1000;
-  picture.uiTimeStamp =
-      static_cast<long long>(m_frameNumber++ * kMilliseconds / std::max<std::uint32_t>(m_param.frameRate, 1));
+  picture.uiTimeStamp = static_cast<long long>(m_frameNumber++ * kMilliseconds / EffectiveFrameRate(m_param));
   SFrameBSInfo unit{};
-  if (const int error = m_encoder->EncodeFrame(&picture, &unit); error != cmResultSuccess) {
-    return error;
+  int error = m_encoder->EncodeFrame(&picture, &unit);
+  if (error == cmResultSuccess) {
+    error = CopyAccessUnit(unit, packet);
   }
-  return CopyAccessUnit(unit, packet);
+  if (error != cmResultSuccess) {
+    // The receiver never sees this picture: the next one must not refer to it.
+    packet.length = 0;
+    m_encoder->ForceIntraFrame(true);
+  }
+  return error;
 }
 
 }  // namespace encoder

@@ -15,44 +15,51 @@ struct Block {
   std::uint32_t capacity = 0;
 };
 
-// A few blocks, for as many packets as are alive at a time; more come and go.
-class KeptBlocks {
+// A few blocks, for as many packets as are alive at a time; more come and go. Never destroyed: a process that
+// exits with an encoder at work still encodes while static objects go.
+struct KeptBlocks {
+  std::mutex mutex;
+  std::array<Block, 4> blocks;
+  bool closed = false;
+};
+constinit KeptBlocks kept;
+
+// Frees what is kept when the library goes, and sees to it that nothing is kept any more.
+class EndOfKeeping {
  public:
-  KeptBlocks() = default;
-  KeptBlocks(const KeptBlocks&) = delete;
-  KeptBlocks& operator=(const KeptBlocks&) = delete;
-  ~KeptBlocks() {
-    for (const Block& block : m_blocks) {
-      std::free(block.memory);
+  EndOfKeeping() = default;
+  EndOfKeeping(const EndOfKeeping&) = delete;
+  EndOfKeeping& operator=(const EndOfKeeping&) = delete;
+  ~EndOfKeeping() {
+    // A thread that was killed at the end of the process may have held the lock.
+    const std::unique_lock lock(kept.mutex, std::try_to_lock);
+    if (!lock.owns_lock()) {
+      return;
+    }
+    kept.closed = true;
+    for (Block& block : kept.blocks) {
+      std::free(std::exchange(block, Block()).memory);
     }
   }
-
-  // A kept block of at least that many bytes; an empty one when there is none.
-  Block Take(std::uint32_t bytes) {
-    const std::lock_guard lock(m_mutex);
-    const auto found = std::find_if(m_blocks.begin(), m_blocks.end(), [&](const Block& block) {
-      return block.capacity >= bytes && bytes != 0;
-    });
-    return found == m_blocks.end() ? Block() : std::exchange(*found, Block());
-  }
-
-  // Keeps the block in place of the smallest one, which it answers for the caller to free.
-  Block Keep(Block block) {
-    const std::lock_guard lock(m_mutex);
-    const auto smallest =
-        std::min_element(m_blocks.begin(), m_blocks.end(),
-                         [](const Block& a, const Block& b) { return a.capacity < b.capacity; });
-    return smallest->capacity < block.capacity ? std::exchange(*smallest, block) : block;
-  }
-
- private:
-  std::mutex m_mutex;
-  std::array<Block, 4> m_blocks;
 };
+const EndOfKeeping endOfKeeping;
 
-KeptBlocks& Kept() {
-  static KeptBlocks kept;
-  return kept;
+// A kept block of at least that many bytes; an empty one when there is none.
+Block Take(std::uint32_t bytes) {
+  const std::lock_guard lock(kept.mutex);
+  const auto found = std::find_if(kept.blocks.begin(), kept.blocks.end(), [&](const Block& block) {
+    return block.memory != nullptr && block.capacity >= bytes;
+  });
+  return found == kept.blocks.end() ? Block() : std::exchange(*found, Block());
+}
+
+// Keeps the block in place of the smallest one, which it answers for the caller to free.
+Block Keep(Block block) {
+  const std::lock_guard lock(kept.mutex);
+  const auto smallest =
+      std::min_element(kept.blocks.begin(), kept.blocks.end(),
+                       [](const Block& a, const Block& b) { return a.capacity < b.capacity; });
+  return !kept.closed && smallest->capacity < block.capacity ? std::exchange(*smallest, block) : block;
 }
 
 }  // namespace
@@ -63,7 +70,7 @@ bool Reserve(AVEncodePacket& packet, std::uint32_t bytes) {
     return true;
   }
   Recycle(packet);
-  Block block = Kept().Take(bytes);
+  Block block = Take(bytes);
   if (block.memory == nullptr) {
     // Powers of two, so that packets that differ a little fit each other's blocks.
     constexpr std::uint32_t kSmallest = 4096;
@@ -85,7 +92,7 @@ bool Reserve(AVEncodePacket& packet, std::uint32_t bytes) {
 
 void Recycle(AVEncodePacket& packet) {
   if (packet.memory != nullptr) {
-    std::free(Kept().Keep({packet.memory, packet.capacity}).memory);
+    std::free(Keep({packet.memory, packet.capacity}).memory);
   }
   packet.memory = nullptr;
   packet.data = nullptr;

@@ -40,8 +40,9 @@ TEST(Encoder, AcceptsSidesFrom16To4096) {
     EXPECT_NE(MakeEncoder(Param(width, height, ColorSpace::kYuy2)), nullptr) << width << "x" << height;
   }
   for (const auto& [width, height] :
-       {std::pair{0U, 0U}, std::pair{15U, 16U}, std::pair{16U, 15U}, std::pair{4097U, 16U},
-        std::pair{16U, 4097U}, std::pair{0xFFFFFFFFU, 16U}, std::pair{16U, 0xFFFFFFFFU}, std::pair{1U, 1U}}) {
+       {std::pair{4096U, 2320U}, std::pair{0U, 0U}, std::pair{15U, 16U}, std::pair{16U, 15U},
+        std::pair{4097U, 16U}, std::pair{16U, 4097U}, std::pair{0xFFFFFFFFU, 16U},
+        std::pair{16U, 0xFFFFFFFFU}, std::pair{1U, 1U}}) {
     EXPECT_EQ(MakeEncoder(Param(width, height, ColorSpace::kYuy2)), nullptr) << width << "x" << height;
   }
 }
@@ -133,6 +134,9 @@ TEST(Stream, HasOneIdrPictureWithoutAnInterval) {
   const EncoderHandle encoder = MakeEncoder(Param(64, 64, ColorSpace::kI420, 30, 0));
   const std::vector<Bytes> packets = EncodeClip(*encoder, 64, 64, 400);
   EXPECT_EQ(std::count_if(packets.begin(), packets.end(), IsKeyFrame), 1);
+  const Decoded decoded = Decode(packets);
+  EXPECT_EQ(decoded.errors, 0);
+  EXPECT_EQ(decoded.pictures.size(), 400U);
 }
 
 TEST(Stream, PacketIsOneWholePictureOfIOrPSlices) {
@@ -161,8 +165,21 @@ TEST(Stream, PacketIsOneWholePictureOfIOrPSlices) {
 TEST(Stream, IsHighProfileWithOneReferencePicture) {
   const EncoderHandle encoder = MakeEncoder(Param(320, 240, ColorSpace::kI420));
   const std::vector<Bytes> packets = EncodeClip(*encoder, 320, 240, 1);
-  constexpr int kHighProfile = 100;
-  EXPECT_EQ(NalUnits(packets[0]).at(0).payload.at(0), kHighProfile);
+  const SequenceParameters sequence = ReadSequenceParameters(NalUnits(packets[0]).at(0));
+  constexpr std::uint32_t kHighProfile = 100;
+  EXPECT_EQ(sequence.profile, kHighProfile);
+  EXPECT_EQ(sequence.referencePictures, 1U);
+}
+
+TEST(Stream, DescribesItsColoursAsBt601WithLimitedRange) {
+  const EncoderHandle encoder = MakeEncoder(Param(320, 240, ColorSpace::kI420));
+  const std::vector<Bytes> packets = EncodeClip(*encoder, 320, 240, 1);
+  const SequenceParameters sequence = ReadSequenceParameters(NalUnits(packets[0]).at(0));
+  constexpr std::uint32_t kBt601 = 6;
+  EXPECT_FALSE(sequence.isFullRange);
+  EXPECT_EQ(sequence.primaries, kBt601);
+  EXPECT_EQ(sequence.transfer, kBt601);
+  EXPECT_EQ(sequence.matrix, kBt601);
 }
 
 TEST(Stream, DecodesWithoutAnErrorFromAnyIdrPictureOn) {
@@ -183,7 +200,7 @@ TEST(Stream, BringsEveryPictureBack) {
   Bytes frame(encoder::FrameBytes(320, 240, ColorSpace::kI420));
   for (std::size_t i = 0; i < decoded.pictures.size(); ++i) {
     clip.Draw(i, frame.data());
-    const Bytes luma(frame.begin(), frame.begin() + 320 * 240);
+    const Bytes luma(frame.begin(), frame.begin() + std::ptrdiff_t{320} * 240);
     EXPECT_GT(Psnr(decoded.pictures[i].y, luma), 30) << i;
   }
 }
@@ -194,6 +211,16 @@ TEST(Stream, IsTheSameEveryTimeWithOneThread) {
     encoder::H264Encoder encoder(1);
     ASSERT_TRUE(encoder.Initialize(Param(320, 240, ColorSpace::kI420, 30, 30)));
     run = EncodeClip(encoder, 320, 240, 90);
+  }
+  EXPECT_EQ(runs[0], runs[1]);
+}
+
+TEST(Stream, OfRateZeroIsThatOfThirty) {
+  std::array<std::vector<Bytes>, 2> runs;
+  for (const std::uint32_t frameRate : {0U, 30U}) {
+    encoder::H264Encoder encoder(1);
+    ASSERT_TRUE(encoder.Initialize(Param(64, 64, ColorSpace::kI420, frameRate)));
+    runs.at(frameRate == 0 ? 0 : 1) = EncodeClip(encoder, 64, 64, 90);
   }
   EXPECT_EQ(runs[0], runs[1]);
 }

@@ -52,6 +52,10 @@ TEST(Frame, RefusesUnknownLayoutsAndSizesThatAreNoneOrTooLarge) {
     EXPECT_FALSE(frame.AllocBuffer(640, 0, layout));
     EXPECT_FALSE(frame.AllocBuffer(0xFFFFFFFF, 0xFFFFFFFF, layout));
     EXPECT_FALSE(frame.AllocBuffer(65536, 65536, layout));
+    // Products that are small again in 64 bits.
+    EXPECT_FALSE(frame.AllocBuffer(2147527648, 2147439649, layout));
+    EXPECT_FALSE(frame.AllocBuffer(0x80000000, 0x80000000, layout));
+    EXPECT_FALSE(frame.AllocBuffer(1, 0xFFFFFFFF, layout));
     EXPECT_FALSE(frame.AllocBuffer(0x80000000, 1, layout));
   }
   EXPECT_EQ(frame.data, nullptr);

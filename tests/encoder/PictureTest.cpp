@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "H264Encoder.h"
 #include "Stream.h"
 
 namespace {
@@ -10,13 +11,15 @@ struct Case {
   std::uint32_t width;
   std::uint32_t height;
   ColorSpace layout;
+  int threads = 1;
 };
 
 std::string Name(const Case& c) {
   const char* const layout = c.layout == ColorSpace::kI420   ? "I420"
                              : c.layout == ColorSpace::kYuy2 ? "Yuy2"
                                                              : "Argb32";
-  return layout + std::to_string(c.width) + "x" + std::to_string(c.height);
+  return layout + std::to_string(c.width) + "x" + std::to_string(c.height) +
+         (c.threads > 1 ? "InSlices" : "");
 }
 
 void PrintTo(const Case& c, std::ostream* out) { *out << Name(c); }
@@ -29,6 +32,9 @@ std::vector<Case> Cases() {
           std::pair{160U, 120U}, std::pair{321U, 241U}, std::pair{640U, 480U}, std::pair{641U, 479U},
           std::pair{1280U, 720U}, std::pair{1919U, 1081U}}) {
       cases.push_back({width, height, layout});
+      if (width >= 640) {
+        cases.push_back({width, height, layout, 2});
+      }
     }
   }
   return cases;
@@ -37,16 +43,16 @@ std::vector<Case> Cases() {
 class Picture : public ::testing::TestWithParam<Case> {};
 
 TEST_P(Picture, ComesBackUprightAndInItsColours) {
-  const auto [width, height, layout] = GetParam();
+  const auto [width, height, layout, threads] = GetParam();
   const Painter card = TestCard(width, height);
   const auto frame = MakeFrame(PaintFrame(card, width, height, layout), width, height, layout);
   ASSERT_NE(frame, nullptr);
-  const EncoderHandle encoder = MakeEncoder(Param(width, height, layout, 30, 150, 20'000));
-  ASSERT_NE(encoder, nullptr);
+  encoder::H264Encoder encoder(threads);
+  ASSERT_TRUE(encoder.Initialize(Param(width, height, layout, 30, 150, 20'000)));
   // A few frames, for the rate control to find its way.
   std::vector<Bytes> packets;
   for (int i = 0; i < 5; ++i) {
-    packets.push_back(Encode(*encoder, *frame));
+    packets.push_back(Encode(encoder, *frame));
   }
   const Decoded decoded = Decode(packets);
   EXPECT_EQ(decoded.errors, 0);

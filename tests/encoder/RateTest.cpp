@@ -4,6 +4,7 @@
 
 #include <numeric>
 
+#include "H264Encoder.h"
 #include "Stream.h"
 
 namespace {
@@ -13,11 +14,12 @@ struct Case {
   std::uint32_t height;
   std::uint32_t frameRate;
   std::uint16_t bitRate;
+  int threads = 1;
 };
 
 std::string Name(const Case& c) {
   return std::to_string(c.width) + "x" + std::to_string(c.height) + "At" + std::to_string(c.frameRate) +
-         "With" + std::to_string(c.bitRate);
+         "With" + std::to_string(c.bitRate) + "In" + std::to_string(c.threads);
 }
 
 void PrintTo(const Case& c, std::ostream* out) { *out << Name(c); }
@@ -25,10 +27,10 @@ void PrintTo(const Case& c, std::ostream* out) { *out << Name(c); }
 class BitRate : public ::testing::TestWithParam<Case> {};
 
 TEST_P(BitRate, IsWithinFivePercentOfTheTargetOverTenSeconds) {
-  const auto [width, height, frameRate, bitRate] = GetParam();
-  const EncoderHandle encoder = MakeEncoder(
-      Param(width, height, ColorSpace::kI420, frameRate, static_cast<std::uint16_t>(frameRate * 5), bitRate));
-  ASSERT_NE(encoder, nullptr);
+  const auto [width, height, frameRate, bitRate, threads] = GetParam();
+  encoder::H264Encoder encoder(threads);
+  ASSERT_TRUE(encoder.Initialize(Param(width, height, ColorSpace::kI420, frameRate,
+                                       static_cast<std::uint16_t>(frameRate * 5), bitRate)));
   MovingClip clip(width, height);
   VideoFrame frame;
   ASSERT_TRUE(frame.AllocBuffer(width, height, ColorSpace::kI420));
@@ -37,7 +39,7 @@ TEST_P(BitRate, IsWithinFivePercentOfTheTargetOverTenSeconds) {
   for (std::uint64_t number = 0; number < kSeconds * frameRate; ++number) {
     clip.Draw(number, frame.data);
     AVEncodePacket packet;
-    ASSERT_EQ(encoder->Encode(&frame, &packet), 0);
+    ASSERT_EQ(encoder.Encode(&frame, &packet), 0);
     ASSERT_GT(packet.length, 0U);
     bytes += packet.length;
   }
@@ -47,7 +49,8 @@ TEST_P(BitRate, IsWithinFivePercentOfTheTargetOverTenSeconds) {
 
 INSTANTIATE_TEST_SUITE_P(Each, BitRate,
                          ::testing::Values(Case{640, 480, 30, 1536}, Case{1280, 720, 30, 1536},
-                                           Case{1920, 1080, 30, 1536}, Case{640, 480, 15, 1536},
+                                           Case{1920, 1080, 30, 1536}, Case{1280, 720, 30, 1536, 2},
+                                           Case{1920, 1080, 30, 1536, 2}, Case{640, 480, 15, 1536},
                                            Case{640, 480, 120, 1536}),
                          [](const auto& tested) { return Name(tested.param); });
 

@@ -15,6 +15,13 @@ class BitReader {
     ++m_next;
     return bit;
   }
+  std::uint32_t Bits(int count) {
+    std::uint32_t value = 0;
+    for (int i = 0; i < count; ++i) {
+      value = value * 2 + Bit();
+    }
+    return value;
+  }
   std::uint32_t ExpGolomb() {
     int zeros = 0;
     while (Bit() == 0 && zeros < 31) {
@@ -115,6 +122,55 @@ SliceHeader ReadSliceHeader(const NalUnit& unit) {
   BitReader reader(unit.payload);
   const std::uint32_t firstMacroblock = reader.ExpGolomb();
   return {firstMacroblock, reader.ExpGolomb()};
+}
+
+// ITU-T H.264, 7.3.2.1.1 and annex E.1.1.
+SequenceParameters ReadSequenceParameters(const NalUnit& unit) {
+  BitReader reader(unit.payload);
+  const auto skipCodes = [&](int count) {
+    for (int i = 0; i < count; ++i) {
+      reader.ExpGolomb();
+    }
+  };
+  SequenceParameters sequence;
+  sequence.profile = reader.Bits(8);
+  reader.Bits(16);  // constraints, level
+  skipCodes(4);     // id, chroma format, bit depths
+  reader.Bits(2);   // transform bypass, scaling matrix
+  skipCodes(1);     // frame numbers
+  if (reader.ExpGolomb() == 0) {
+    skipCodes(1);  // picture order count
+  }
+  sequence.referencePictures = reader.ExpGolomb();
+  reader.Bit();  // gaps
+  skipCodes(2);  // size
+  if (reader.Bit() == 0) {
+    reader.Bit();  // field coding
+  }
+  reader.Bit();  // direct inference
+  if (reader.Bit() != 0) {
+    skipCodes(4);  // cropping
+  }
+  constexpr std::uint32_t kExtendedRatio = 255;
+  if (reader.Bit() == 0) {
+    return sequence;
+  }
+  if (reader.Bit() != 0 && reader.Bits(8) == kExtendedRatio) {
+    reader.Bits(32);
+  }
+  if (reader.Bit() != 0) {
+    reader.Bit();  // overscan
+  }
+  if (reader.Bit() != 0) {
+    reader.Bits(3);  // video format
+    sequence.isFullRange = reader.Bit() != 0;
+    if (reader.Bit() != 0) {
+      sequence.primaries = reader.Bits(8);
+      sequence.transfer = reader.Bits(8);
+      sequence.matrix = reader.Bits(8);
+    }
+  }
+  return sequence;
 }
 
 bool IsKeyFrame(const Bytes& packet) {

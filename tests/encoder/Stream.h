@@ -36,6 +36,18 @@ struct SliceHeader {
 };
 SliceHeader ReadSliceHeader(const NalUnit& unit);
 
+// What a sequence parameter set says of profile, references and colours.
+struct SequenceParameters {
+  std::uint32_t profile = 0;
+  std::uint32_t referencePictures = 0;
+  bool isFullRange = true;
+  std::uint32_t primaries = 0;
+  std::uint32_t transfer = 0;
+  std::uint32_t matrix = 0;
+};
+// Of High profile, without scaling lists.
+SequenceParameters ReadSequenceParameters(const NalUnit& unit);
+
 bool IsKeyFrame(const Bytes& packet);
 
 // What a decoder makes of a stream.

@@ -30,7 +30,7 @@ std::uint32_t ReadNumber(const Yuv& picture) {
   std::uint32_t number = 0;
   constexpr int kThreshold = 126;
   for (std::uint32_t bit = 0; bit < 8; ++bit) {
-    const std::size_t place = std::size_t{kHeight / 2} * picture.width + 20 * (bit + 1) + 10;
+    const std::size_t place = std::size_t{kHeight / 2} * picture.width + std::size_t{20} * (bit + 1) + 10;
     number |= picture.y[place] > kThreshold ? 1U << bit : 0U;
   }
   return number;
@@ -93,7 +93,9 @@ TEST_P(Pipeline, OpensAgainWithAFreshStream) {
     const std::vector<Bytes> packets = Record(5);
     ASSERT_EQ(packets.size(), 5U);
     EXPECT_TRUE(IsKeyFrame(packets[0]));
-    EXPECT_EQ(Decode(packets).pictures.size(), 5U);
+    const Decoded decoded = Decode(packets);
+    EXPECT_EQ(decoded.errors, 0);
+    EXPECT_EQ(decoded.pictures.size(), 5U);
   }
 }
 
@@ -107,27 +109,72 @@ TEST_P(Pipeline, SizeBeyondTheEncoderIsRefused) {
 }
 
 #ifdef NUVEQ_FFMPEG
-// A decoder that has nothing to do with the encoder, and prints what it finds wrong.
-TEST_P(Pipeline, StreamDecodesInFfmpegWithoutAWarning) {
-  const std::vector<Bytes> packets = Record(200);
-  const std::filesystem::path folder = std::filesystem::temp_directory_path();
-  const std::string name = (folder / (std::string("nuveq-pipeline-") + GetParam().name)).string();
-  std::ofstream stream(name + ".h264", std::ios::binary);
+// What a decoder that has nothing to do with the encoder makes of a stream; a warning counts as an error.
+Decoded DecodeWithFfmpeg(const std::vector<Bytes>& packets) {
+  std::string folder = (std::filesystem::temp_directory_path() / "nuveq-pipeline-XXXXXX").string();
+  if (mkdtemp(folder.data()) == nullptr) {
+    return {{}, 1};
+  }
+  std::ofstream stream(folder + "/in.h264", std::ios::binary);
   for (const Bytes& packet : packets) {
     stream.write(reinterpret_cast<const char*>(packet.data()), static_cast<std::streamsize>(packet.size()));
   }
   stream.close();
-  const std::string command = std::string(NUVEQ_FFMPEG) + " -v warning -y -i " + name +
-                              ".h264 -f rawvideo -pix_fmt " + "yuv420p " + name + ".yuv </dev/null 2>" +
-                              name + ".log";
-  EXPECT_EQ(std::system(command.c_str()), 0);  // NOLINT(concurrency-mt-unsafe,cert-env33-c)
-  EXPECT_EQ(std::filesystem::file_size(name + ".log"), 0U);
-  EXPECT_EQ(std::filesystem::file_size(name + ".yuv"), std::uintmax_t{200} * kWidth * kHeight * 3 / 2);
-  for (const char* ending : {".h264", ".yuv", ".log"}) {
-    std::filesystem::remove(name + ending);
+  const std::string command = "cd " + folder + " && " + NUVEQ_FFMPEG +
+                              " -v warning -i in.h264 -f rawvideo -pix_fmt yuv420p out.yuv </dev/null 2>log";
+  Decoded decoded;
+  decoded.errors += std::system(command.c_str()) != 0 ? 1 : 0;  // NOLINT(concurrency-mt-unsafe,cert-env33-c)
+  decoded.errors += std::filesystem::file_size(folder + "/log") != 0 ? 1 : 0;
+  std::ifstream pictures(folder + "/out.yuv", std::ios::binary);
+  constexpr std::size_t kLuma = std::size_t{kWidth} * kHeight;
+  for (;;) {
+    Yuv picture{kWidth, kHeight, Bytes(kLuma), Bytes(kLuma / 4), Bytes(kLuma / 4)};
+    for (Bytes* const plane : {&picture.y, &picture.u, &picture.v}) {
+      pictures.read(reinterpret_cast<char*>(plane->data()), static_cast<std::streamsize>(plane->size()));
+    }
+    if (!pictures) {
+      break;
+    }
+    decoded.pictures.push_back(std::move(picture));
+  }
+  std::filesystem::remove_all(folder);
+  return decoded;
+}
+
+TEST_P(Pipeline, StreamDecodesInFfmpegFromEveryKeyFrameOn) {
+  constexpr std::uint32_t kFrames = 200;
+  const std::vector<Bytes> packets = Record(kFrames);
+  for (const std::uint32_t start : {0U, 150U}) {
+    const Decoded decoded = DecodeWithFfmpeg({packets.begin() + start, packets.end()});
+    EXPECT_EQ(decoded.errors, 0);
+    ASSERT_EQ(decoded.pictures.size(), kFrames - start);
+    for (std::uint32_t i = 0; i < decoded.pictures.size(); ++i) {
+      EXPECT_EQ(ReadNumber(decoded.pictures[i]), start + i);
+    }
+    const Yuv wanted = PaintYuv(NumberedCard(kFrames - 1), kWidth, kHeight);
+    EXPECT_GT(Psnr(decoded.pictures.back().y, wanted.y), 34);
+    EXPECT_GT(Psnr(decoded.pictures.back().u, wanted.u), 30);
+    EXPECT_GT(Psnr(decoded.pictures.back().v, wanted.v), 30);
   }
 }
 #endif
+
+// The encoder's library goes after the camera's: it is still at work while this one is torn down.
+TEST_P(Pipeline, ProcessMayExitWithFramesFlowing) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const auto exitWithFramesFlowing = [&] {
+    platform.SetPc(scripted::LaptopPc({scripted::OfSubType(GetParam().subType, kWidth, kHeight, 30)}));
+    QueryAndRelease();
+    const std::vector<std::uint8_t> frame = PaintFrame(NumberedCard(1), kWidth, kHeight, GetParam().layout);
+    platform.SetStreaming({true, [=](std::uint64_t) { return std::vector<std::uint8_t>(frame); }});
+    platform.SetRecording(false);
+    EXPECT_EQ(Open("0", kWidth, kHeight, 30), 0);
+    EXPECT_TRUE(host.WaitForPackets(20));
+    platform.DisposeOf("current media type");
+    std::exit(EXIT_SUCCESS);  // NOLINT(concurrency-mt-unsafe): how an exit meets the threads is the matter
+  };
+  EXPECT_EXIT(exitWithFramesFlowing(), ::testing::ExitedWithCode(EXIT_SUCCESS), "");
+}
 
 INSTANTIATE_TEST_SUITE_P(Each, Pipeline,
                          ::testing::Values(Format{"Yuy2", MEDIASUBTYPE_YUY2, ColorSpace::kYuy2},
