@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <vector>
 
 #include "FrameLayout.h"
@@ -35,7 +36,7 @@ std::vector<std::unique_ptr<VideoFrame>> MakeClip(int width, int height, ColorSp
     clip.Draw(static_cast<std::uint64_t>(i), i420.data());
     auto frame = std::make_unique<VideoFrame>();
     if (!frame->AllocBuffer(w, h, layout)) {
-      return {};
+      throw std::bad_alloc();
     }
     if (layout == ColorSpace::kI420) {
       std::memcpy(frame->data, i420.data(), i420.size());
@@ -75,7 +76,7 @@ void EncodeFrame(benchmark::State& state) {
   const auto layout = static_cast<ColorSpace>(state.range(2));
   const auto frames = MakeClip(width, height, layout);
   encoder::H264Encoder encoder(static_cast<int>(state.range(3)));
-  if (frames.empty() || !encoder.Initialize(Param(width, height, layout))) {
+  if (!encoder.Initialize(Param(width, height, layout))) {
     state.SkipWithError("the encoder refuses the parameters");
     return;
   }
@@ -126,7 +127,7 @@ void ShareOfOther(benchmark::State& state) {
                                       layout);
   encoder::H264Encoder encoder(1);
   VideoFrame pooled;
-  if (frames.empty() || !encoder.Initialize(Param(width, height, layout)) ||
+  if (!encoder.Initialize(Param(width, height, layout)) ||
       !pooled.AllocBuffer(static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height), layout)) {
     state.SkipWithError("the encoder refuses the parameters");
     return;

@@ -63,6 +63,6 @@ mount --rbind /dev "$root/dev"
 mount --make-rslave "$root/dev"
 
 git clone -q --no-hardlinks "$top" "$root/project"
-# Left alone, programs in the root would not know the locale of the machine around it.
+# A clean environment: the locale and the settings of the machine around the root mean nothing in it.
 chroot "$root" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LC_ALL=C.UTF-8 \
   bash -c 'cd /project && exec "$@"' fresh-check "${command[@]}" </dev/null

@@ -4,7 +4,6 @@
 #include <cctype>
 #include <charconv>
 #include <codecvt>
-#include <cstring>
 #include <limits>
 #include <locale>
 #include <memory>
