@@ -1,6 +1,7 @@
 #include "PlatformTest.h"
 
 #include <chrono>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <thread>
@@ -37,7 +38,7 @@ std::string FileOfRealLine(const std::string& text) {
 }
 
 bool IsLogStatement(const std::string& file, int line) {
-  std::ifstream source(std::string(NUVEQ_SOURCE_FOLDER) + "/" + file);
+  std::ifstream source(std::filesystem::path(NUVEQ_SOURCE_FOLDER) / file);
   std::string text;
   // Compilers differ on which line of a statement over several counts.
   constexpr int kLongestStatement = 2;
