@@ -14,7 +14,8 @@ USAGE
 
 native=(
   binutils ca-certificates clang clang-format clang-tidy cmake dpkg-dev ffmpeg g++ gcovr git
-  libbenchmark-dev libclang-rt-14-dev libgmock-dev libgtest-dev libopenh264-dev libyuv-dev ninja-build python3 python3-yaml
+  libavcodec-dev libavformat-dev libavutil-dev libbenchmark-dev libclang-rt-14-dev libgmock-dev libgtest-dev
+  libopenh264-dev libswscale-dev libturbojpeg0-dev libyuv-dev mandoc ninja-build pkg-config python3 python3-yaml
 )
 
 case "${1:-native}" in

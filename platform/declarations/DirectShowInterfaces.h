@@ -70,8 +70,12 @@ struct IMediaEvent : IUnknown {
   virtual HRESULT STDMETHODCALLTYPE WaitForCompletion(LONG timeout, LONG* eventCode) = 0;
 };
 
-// A frame with its time stamps; the library never looks into one.
-struct IMediaSample;
+// A frame as a sample grabber's callback gets it, valid during the call only.
+struct IMediaSample : IUnknown {
+  virtual HRESULT STDMETHODCALLTYPE GetPointer(BYTE** data) = 0;
+  // Bytes.
+  virtual LONG STDMETHODCALLTYPE GetActualDataLength() = 0;
+};
 
 // The sample grabber's callback object. Called on the graph's streaming thread.
 struct ISampleGrabberCB : IUnknown {

@@ -1,0 +1,116 @@
+// COM's functions: set-up, classes, task memory.
+#include <cstdlib>
+
+#include "ComObject.h"
+#include "DeviceEnumerator.h"
+#include "Diagnosis.h"
+#include "FilterGraph.h"
+#include "SampleGrabber.h"
+
+namespace {
+
+constexpr DWORD kTaskAllocator = 1;
+constexpr HRESULT CLASS_E_NOAGGREGATION = ResultCode(0x80040110);
+
+std::atomic<std::uint64_t>& LiveTaskBlockCount() {
+  static std::atomic<std::uint64_t> count{0};
+  return count;
+}
+
+// How often COM was set up on this thread. Nothing depends on it here but the answers.
+thread_local unsigned t_initialised = 0;
+
+class TaskAllocator : public ComObject<IMalloc> {
+ public:
+  void STDMETHODCALLTYPE Free(void* block) override { CoTaskMemFree(block); }
+};
+
+class BindContext : public ComObject<IBindCtx> {};
+
+template <typename Object>
+HRESULT Create(REFIID iid, void** out) {
+  return MakeObject<Object>()->QueryInterface(iid, out);
+}
+
+}  // namespace
+
+std::atomic<std::uint64_t>& LiveObjectCount() {
+  static std::atomic<std::uint64_t> count{0};
+  return count;
+}
+
+std::uint64_t LiveObjects() { return LiveObjectCount(); }
+std::uint64_t LiveTaskBlocks() { return LiveTaskBlockCount(); }
+
+NUVEQ_PLATFORM_EXPORT HRESULT WINAPI CoInitialize(LPVOID /*reserved*/) {
+  return ++t_initialised == 1 ? S_OK : S_FALSE;
+}
+
+NUVEQ_PLATFORM_EXPORT void WINAPI CoUninitialize() {
+  if (t_initialised > 0) {
+    --t_initialised;
+  }
+}
+
+NUVEQ_PLATFORM_EXPORT HRESULT WINAPI CoCreateInstance(REFCLSID classId, LPUNKNOWN outer, DWORD context,
+                                                      REFIID iid, LPVOID* object) {
+  if (object == nullptr) {
+    return E_POINTER;
+  }
+  *object = nullptr;
+  if (outer != nullptr) {
+    return CLASS_E_NOAGGREGATION;
+  }
+  if ((context & CLSCTX_INPROC_SERVER) == 0) {
+    return REGDB_E_CLASSNOTREG;
+  }
+  return Guarded([&] {
+    if (classId == CLSID_SystemDeviceEnum) {
+      return Create<DeviceEnumerator>(iid, object);
+    }
+    if (classId == CLSID_FilterGraph) {
+      return Create<FilterGraph>(iid, object);
+    }
+    if (classId == CLSID_SampleGrabber) {
+      return Create<SampleGrabber>(iid, object);
+    }
+    return REGDB_E_CLASSNOTREG;
+  });
+}
+
+NUVEQ_PLATFORM_EXPORT LPVOID WINAPI CoTaskMemAlloc(std::size_t size) {
+  void* const block = std::malloc(size);
+  if (block != nullptr) {
+    ++LiveTaskBlockCount();
+  }
+  return block;
+}
+
+NUVEQ_PLATFORM_EXPORT void WINAPI CoTaskMemFree(LPVOID block) {
+  if (block != nullptr) {
+    --LiveTaskBlockCount();
+    std::free(block);
+  }
+}
+
+NUVEQ_PLATFORM_EXPORT HRESULT WINAPI CoGetMalloc(DWORD context, IMalloc** allocator) {
+  if (allocator == nullptr) {
+    return E_POINTER;
+  }
+  *allocator = nullptr;
+  if (context != kTaskAllocator) {
+    return E_INVALIDARG;
+  }
+  return Guarded([&] { return HandOut(MakeObject<TaskAllocator>(), allocator); });
+}
+
+NUVEQ_PLATFORM_EXPORT HRESULT WINAPI CreateBindCtx(DWORD reserved, IBindCtx** context) {
+  if (context == nullptr) {
+    return E_POINTER;
+  }
+  *context = nullptr;
+  if (reserved != 0) {
+    return E_INVALIDARG;
+  }
+  return Guarded([&] { return HandOut(MakeObject<BindContext>(), context); });
+}

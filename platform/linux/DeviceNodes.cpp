@@ -1,0 +1,32 @@
+#include "DeviceNodes.h"
+
+DeviceNodes& DeviceNodes::Get() {
+  static DeviceNodes nodes;
+  return nodes;
+}
+
+DEVINST DeviceNodes::NumberOf(const std::string& id) {
+  const auto [entry, isNew] = m_numbers.try_emplace(id, static_cast<DEVINST>(m_nodes.size() + 1));
+  if (isNew) {
+    m_nodes.push_back({id});
+  }
+  return entry->second;
+}
+
+DEVINST DeviceNodes::Note(const UsbDevice& device) {
+  const std::lock_guard lock(m_mutex);
+  const DEVINST child = device.firstChildId.empty() ? 0 : NumberOf(device.firstChildId);
+  const DEVINST number = NumberOf(device.id);
+  m_nodes[number - 1].isRemovable = device.isRemovable;
+  m_nodes[number - 1].firstChild = child;
+  return number;
+}
+
+bool DeviceNodes::Find(DEVINST number, DeviceNode& node) {
+  const std::lock_guard lock(m_mutex);
+  if (number == 0 || number > m_nodes.size()) {
+    return false;
+  }
+  node = m_nodes[number - 1];
+  return true;
+}

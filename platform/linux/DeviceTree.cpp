@@ -1,0 +1,32 @@
+#include "DeviceTree.h"
+
+#include <mutex>
+
+#include "LinuxDeviceTree.h"
+
+namespace {
+
+struct Slot {
+  std::mutex mutex;
+  std::shared_ptr<DeviceTree> tree = std::make_shared<LinuxDeviceTree>();
+};
+
+Slot& TheSlot() {
+  static Slot slot;
+  return slot;
+}
+
+}  // namespace
+
+void UseDeviceTree(std::shared_ptr<DeviceTree> tree) {
+  if (tree == nullptr) {
+    tree = std::make_shared<LinuxDeviceTree>();
+  }
+  const std::lock_guard lock(TheSlot().mutex);
+  std::swap(TheSlot().tree, tree);
+}
+
+std::shared_ptr<DeviceTree> CurrentDeviceTree() {
+  const std::lock_guard lock(TheSlot().mutex);
+  return TheSlot().tree;
+}

@@ -1,0 +1,119 @@
+#include "LinuxDeviceTree.h"
+
+#include <linux/videodev2.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "SysfsUsb.h"
+#include "System.h"
+#include "V4l2Device.h"
+#include "V4l2Source.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// The interface class of cameras on Windows, which ends a camera's path there.
+constexpr const char* kCameraClass = "#{65e8773d-8f56-11d0-a3b9-00a0c9223196}";
+
+std::string WhyNotBuiltIn(Attachment attachment) {
+  switch (attachment) {
+    case Attachment::kFixed:
+      return {};
+    case Attachment::kRemovable:
+      return "it is plugged in: its USB device can be removed";
+    case Attachment::kUnknown:
+      return "the PC's firmware does not say that its USB port is an internal one";
+    case Attachment::kBelowRemovableHub:
+      return "it belongs to a USB hub that can be removed";
+  }
+  return {};
+}
+
+// Whether the node delivers video: a camera has others beside it, for its metadata.
+bool IsCaptureNode(const std::string& path, const fs::path& sysfsEntry) {
+  V4l2Device device;
+  if (const int error = device.Open(path); error != 0) {
+    const bool isThere = error != ENOENT && error != ENODEV && error != ENXIO;
+    return isThere && ReadSysfsLine(sysfsEntry / "index") == "0";
+  }
+  v4l2_capability capability{};
+  if (device.Ioctl(VIDIOC_QUERYCAP, &capability) != 0) {
+    return false;
+  }
+  const std::uint32_t capabilities = (capability.capabilities & V4L2_CAP_DEVICE_CAPS) != 0
+                                         ? capability.device_caps
+                                         : capability.capabilities;
+  constexpr std::uint32_t kNeeded = V4L2_CAP_VIDEO_CAPTURE | V4L2_CAP_STREAMING;
+  return (capabilities & kNeeded) == kNeeded;
+}
+
+// A place that is not on USB, as a path text: "platform#vivid.0".
+std::string PlaceText(const fs::path& device, const fs::path& sysfsRoot) {
+  std::string place = device.lexically_relative(sysfsRoot / "devices").generic_string();
+  for (char& c : place) {
+    const auto byte = static_cast<unsigned char>(c);
+    c = c == '/' ? '#' : byte > ' ' && byte < 0x7F ? c : '_';
+  }
+  return DisplayForm(place);
+}
+
+CaptureDevice Describe(const fs::path& entry, const std::string& path, const fs::path& sysfsRoot) {
+  const SysfsUsb usb(sysfsRoot);
+  std::error_code ignored;
+  const fs::path parent = fs::canonical(entry / "device", ignored);
+  const std::string id = usb.InterfaceId(parent);
+  CaptureDevice device;
+  device.displayName = R"(@device:pnp:\\?\)" + (id.empty() ? PlaceText(parent, sysfsRoot) : DisplayForm(id)) +
+                       kCameraClass + R"(\video-index)" + ReadSysfsLine(entry / "index");
+  device.name = ReadSysfsLine(entry / "name");
+  device.node = path;
+  device.whyNotBuiltIn =
+      id.empty() ? "it is not a USB device" : WhyNotBuiltIn(usb.AttachmentOf(parent.parent_path()));
+  device.makeSource = [path] { return std::make_unique<V4l2Source>(path); };
+  return device;
+}
+
+// Of several cameras that could be the PC's own one is; the others are told why not.
+void ChooseOne(const std::vector<UsbDevice>& usbDevices, std::vector<CaptureDevice>& cameras) {
+  const CaptureDevice* chosen = nullptr;
+  for (const UsbDevice& usbDevice : usbDevices) {
+    const std::string part = DisplayForm(usbDevice.firstChildId);
+    const auto match = std::find_if(cameras.begin(), cameras.end(), [&](const CaptureDevice& camera) {
+      return camera.displayName.find(part) != std::string::npos;
+    });
+    if (chosen == nullptr && !usbDevice.isRemovable && !part.empty() && match != cameras.end()) {
+      chosen = &*match;
+    }
+  }
+  for (CaptureDevice& camera : cameras) {
+    if (camera.whyNotBuiltIn.empty() && &camera != chosen) {
+      camera.whyNotBuiltIn = chosen != nullptr ? "another built-in camera comes first"
+                                               : "it is not the first function of its USB device";
+    }
+  }
+}
+
+}  // namespace
+
+std::vector<CaptureDevice> LinuxDeviceTree::CaptureDevices() {
+  const fs::path sysfsRoot = CurrentSystem().SysfsRoot();
+  std::vector<CaptureDevice> cameras;
+  std::error_code ignored;
+  for (fs::directory_iterator entry(sysfsRoot / "class" / "video4linux", ignored), end; entry != end;
+       entry.increment(ignored)) {
+    const std::string path = (CurrentSystem().DevRoot() / entry->path().filename()).string();
+    if (entry->path().filename().string().starts_with("video") && IsCaptureNode(path, entry->path())) {
+      cameras.push_back(Describe(entry->path(), path, sysfsRoot));
+    }
+  }
+  std::sort(cameras.begin(), cameras.end(),
+            [](const auto& a, const auto& b) { return a.displayName < b.displayName; });
+  ChooseOne(UsbDevices(), cameras);
+  return cameras;
+}
+
+std::vector<UsbDevice> LinuxDeviceTree::UsbDevices() {
+  return SysfsUsb(CurrentSystem().SysfsRoot()).Devices();
+}

@@ -1,0 +1,124 @@
+#include "StreamThread.h"
+
+#include <limits>
+#include <system_error>
+
+#include "ComObject.h"
+#include "Counters.h"
+
+namespace {
+
+// After which a camera that has shown nothing no longer keeps anybody waiting.
+constexpr std::chrono::seconds kFirstFrame{5};
+constexpr auto kNever = CaptureSource::Deadline::max();
+
+// The stream that the calling thread carries.
+thread_local const void* t_stream = nullptr;
+
+}  // namespace
+
+// What the thread works on. It keeps all that it needs alive, for a thread that nobody could wait for.
+class StreamThread::Stream {
+ public:
+  Stream(std::shared_ptr<Connection> connection, std::shared_ptr<Completion> completion)
+      : m_connection(std::move(connection)), m_completion(std::move(completion)) {}
+
+  void RequestStop() {
+    m_isStopping = true;
+    m_connection->Camera().Wake();
+  }
+
+  void Run() {
+    t_stream = this;
+    m_deadline = std::chrono::steady_clock::now() + kFirstFrame;
+    while (!m_isStopping && TakeOne()) {
+    }
+    m_connection->Camera().Stop();
+  }
+
+ private:
+  // False when the stream is over.
+  bool TakeOne() {
+    CapturedFrame frame;
+    switch (m_connection->Camera().Next(m_deadline, frame)) {
+      case Arrival::kFrame:
+        PassOn(frame);
+        m_connection->Camera().Recycle(frame);
+        return true;
+      case Arrival::kNothing:
+        m_deadline = kNever;
+        m_completion->Complete(EC_ERRORABORT);
+        return true;
+      case Arrival::kLost:
+        Counters().isLost = true;
+        m_completion->Complete(EC_DEVICE_LOST);
+        return false;
+      case Arrival::kWoken:
+        break;
+    }
+    return false;
+  }
+
+  void PassOn(const CapturedFrame& frame) {
+    FrameConverter::Picture picture{frame.data, frame.size};
+    FrameConverter* const converter = m_connection->Converter();
+    if (converter != nullptr && !converter->Convert(frame.data, frame.size, picture)) {
+      ++Counters().undecodable;
+      return;
+    }
+    if (picture.size > static_cast<std::size_t>(std::numeric_limits<LONG>::max())) {
+      ++Counters().damaged;
+      return;
+    }
+    m_deadline = kNever;
+    ++Counters().delivered;
+    bool isComplete = false;
+    // What a callback throws must not end the process.
+    static_cast<void>(Guarded([&] {
+      isComplete = m_connection->Sink().Receive(frame.time, picture.data, static_cast<LONG>(picture.size));
+      return S_OK;
+    }));
+    if (isComplete) {
+      m_completion->Complete(EC_COMPLETE);
+    }
+  }
+
+  std::shared_ptr<Connection> m_connection;
+  std::shared_ptr<Completion> m_completion;
+  CaptureSource::Deadline m_deadline = kNever;
+  std::atomic<bool> m_isStopping = false;
+};
+
+HRESULT StreamThread::Start(std::shared_ptr<Connection> connection, std::shared_ptr<Completion> completion) {
+  CaptureSource& camera = connection->Camera();
+  const auto stream = std::make_shared<Stream>(std::move(connection), completion);
+  ResetCounters();
+  if (const HRESULT hr = camera.Start(); hr != S_OK) {
+    return hr;
+  }
+  completion->Begin();
+  m_stream = stream;
+  m_current = stream.get();
+  try {
+    m_thread = std::thread([stream] { stream->Run(); });
+  } catch (const std::system_error&) {
+    completion->End();
+    camera.Stop();
+    return E_OUTOFMEMORY;
+  }
+  return S_OK;
+}
+
+void StreamThread::Stop() {
+  if (!m_thread.joinable()) {
+    return;
+  }
+  m_stream->RequestStop();
+  if (IsCurrentThread()) {
+    m_thread.detach();
+  } else {
+    m_thread.join();
+  }
+}
+
+bool StreamThread::IsCurrentThread() const { return t_stream != nullptr && t_stream == m_current; }

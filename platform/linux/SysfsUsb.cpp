@@ -1,0 +1,153 @@
+#include "SysfsUsb.h"
+
+#include <algorithm>
+#include <cctype>
+#include <fstream>
+#include <map>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string UpperCase(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+  return text;
+}
+
+std::vector<fs::path> Entries(const fs::path& folder) {
+  std::vector<fs::path> entries;
+  std::error_code ignored;
+  for (fs::directory_iterator entry(folder, ignored), end; entry != end; entry.increment(ignored)) {
+    entries.push_back(entry->path());
+  }
+  std::sort(entries.begin(), entries.end());
+  return entries;
+}
+
+bool IsRootHub(const fs::path& device) { return device.filename().string().starts_with("usb"); }
+// "1-5:1.0" is an interface of the device "1-5".
+bool IsInterface(const fs::path& entry) { return entry.filename().string().find(':') != std::string::npos; }
+
+fs::path RootHubOf(fs::path device) {
+  while (device.has_relative_path() && !IsRootHub(device)) {
+    device = device.parent_path();
+  }
+  return device;
+}
+
+// The controller's name, with the position of the bus among its buses where that is not the first: a
+// controller has one for each speed class, and their ports bear the same numbers.
+std::string ControllerName(const fs::path& rootHub) {
+  const fs::path controller = rootHub.parent_path();
+  std::vector<long> buses;
+  for (const fs::path& entry : Entries(controller)) {
+    if (IsRootHub(entry)) {
+      buses.push_back(std::strtol(entry.filename().c_str() + 3, nullptr, 10));
+    }
+  }
+  std::sort(buses.begin(), buses.end());
+  const long bus = std::strtol(rootHub.filename().c_str() + 3, nullptr, 10);
+  const auto position = std::find(buses.begin(), buses.end(), bus) - buses.begin();
+  const std::string name = controller.filename().string();
+  return position == 0 ? name : name + "+" + std::to_string(position);
+}
+
+// "0000:00:14.0-1.2": the controller, and the ports on the way to the device.
+std::string PlaceOf(const fs::path& device) {
+  const std::string name = device.filename().string();  // "1-1.2": bus and ports
+  const fs::path rootHub = RootHubOf(device);
+  const auto dash = name.find('-');
+  if (!rootHub.has_relative_path() || dash == std::string::npos) {
+    return {};
+  }
+  return ControllerName(rootHub) + name.substr(dash);
+}
+
+// "USB\VID_04F2&PID_B6BE"
+std::string ModelOf(const fs::path& device) {
+  const std::string vendor = ReadSysfsLine(device / "idVendor");
+  const std::string product = ReadSysfsLine(device / "idProduct");
+  return vendor.empty() || product.empty() ? std::string() : R"(USB\VID_)" + vendor + "&PID_" + product;
+}
+
+std::string MakeId(const std::string& model, const std::string& function, const std::string& place) {
+  return model.empty() || place.empty() ? std::string()
+                                        : UpperCase(model + function + "\\" + place + "&0000");
+}
+
+}  // namespace
+
+std::string ReadSysfsLine(const fs::path& file) {
+  std::ifstream stream(file);
+  std::string line;
+  std::getline(stream, line);
+  return line;
+}
+
+std::string DisplayForm(std::string id) {
+  for (char& c : id) {
+    c = c == '\\' ? '#' : static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  }
+  return id;
+}
+
+std::string SysfsUsb::DeviceId(const fs::path& device) const {
+  return MakeId(ModelOf(device), "", PlaceOf(device));
+}
+
+std::string SysfsUsb::InterfaceId(const fs::path& interface) const {
+  const std::string number = ReadSysfsLine(interface / "bInterfaceNumber");
+  const fs::path device = interface.parent_path();
+  return number.empty() ? std::string() : MakeId(ModelOf(device), "&MI_" + number, PlaceOf(device));
+}
+
+std::string SysfsUsb::FirstInterfaceId(const fs::path& device) const {
+  std::string first;
+  std::string firstNumber;
+  for (const fs::path& entry : Entries(device)) {
+    const std::string number = IsInterface(entry) ? ReadSysfsLine(entry / "bInterfaceNumber") : std::string();
+    // Two hexadecimal digits.
+    if (!number.empty() && (firstNumber.empty() || number < firstNumber)) {
+      firstNumber = number;
+      first = InterfaceId(entry);
+    }
+  }
+  return first;
+}
+
+Attachment SysfsUsb::AttachmentOf(const fs::path& device) const {
+  const std::string own = ReadSysfsLine(device / "removable");
+  if (own != "fixed") {
+    return own == "removable" ? Attachment::kRemovable : Attachment::kUnknown;
+  }
+  for (fs::path hub = device.parent_path(); hub.has_relative_path() && !IsRootHub(hub);
+       hub = hub.parent_path()) {
+    if (ReadSysfsLine(hub / "removable") == "removable") {
+      return Attachment::kBelowRemovableHub;
+    }
+  }
+  return Attachment::kFixed;
+}
+
+std::vector<UsbDevice> SysfsUsb::Devices() const {
+  std::map<std::string, UsbDevice> byId;
+  for (const fs::path& entry : Entries(m_root / "bus" / "usb" / "devices")) {
+    std::error_code error;
+    const fs::path device = fs::canonical(entry, error);
+    if (error || IsInterface(device) || IsRootHub(device)) {
+      continue;
+    }
+    UsbDevice described;
+    described.id = DeviceId(device);
+    described.isRemovable = AttachmentOf(device) != Attachment::kFixed;
+    described.firstChildId = FirstInterfaceId(device);
+    if (!described.id.empty()) {
+      byId.emplace(PlaceOf(device), described);
+    }
+  }
+  std::vector<UsbDevice> devices;
+  std::transform(byId.begin(), byId.end(), std::back_inserter(devices),
+                 [](const auto& entry) { return entry.second; });
+  return devices;
+}

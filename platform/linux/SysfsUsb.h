@@ -1,0 +1,45 @@
+// USB devices and their interfaces as sysfs shows them.
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "DeviceTree.h"
+
+// Whether a device can be taken off the PC. The kernel knows from the firmware (ACPI's _UPC and _PLD) or,
+// below a hub, from the hub's own description.
+enum class Attachment {
+  kFixed,
+  kRemovable,
+  kUnknown,            // nobody says; counts as removable
+  kBelowRemovableHub,  // fixed to something that can be taken off itself
+};
+
+class SysfsUsb {
+ public:
+  explicit SysfsUsb(std::filesystem::path sysfsRoot) : m_root(std::move(sysfsRoot)) {}
+
+  // Every device but the root hubs, in the order of their places. Devices that go while they are read are
+  // left out.
+  std::vector<UsbDevice> Devices() const;
+
+  // Of the folders of devices and interfaces, as the tree /sys/devices has them.
+  Attachment AttachmentOf(const std::filesystem::path& device) const;
+  // Instance ids name a place on the PC and what is there:
+  // USB\VID_04F2&PID_B6BE&MI_00\<controller>-<ports>&0000. They have no bus number, which changes from boot
+  // to boot. Empty for what is no USB device or interface.
+  std::string DeviceId(const std::filesystem::path& device) const;
+  std::string InterfaceId(const std::filesystem::path& interface) const;
+
+ private:
+  std::string FirstInterfaceId(const std::filesystem::path& device) const;
+
+  std::filesystem::path m_root;
+};
+
+// A file's first line; empty when it cannot be read.
+std::string ReadSysfsLine(const std::filesystem::path& file);
+// An id as it stands in display names: lower case, with "#" for "\".
+std::string DisplayForm(std::string id);

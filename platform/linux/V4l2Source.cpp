@@ -1,0 +1,258 @@
+#include "V4l2Source.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <utility>
+
+#include "Counters.h"
+
+namespace {
+
+// One with the callback, the others for the driver to fill meanwhile.
+constexpr std::uint32_t kBuffers = 4;
+constexpr std::size_t kYuyvBytes = 2;
+constexpr short kAlarm = POLLERR | POLLHUP | POLLNVAL;
+
+// Milliseconds for poll, rounded up so that a wait does not end just before its time; -1 for ever.
+int TimeoutUntil(CaptureSource::Deadline deadline) {
+  if (deadline == CaptureSource::Deadline::max()) {
+    return -1;
+  }
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+  return static_cast<int>(
+      std::clamp<std::chrono::milliseconds::rep>(left.count(), 0, std::numeric_limits<int>::max()));
+}
+
+}  // namespace
+
+V4l2Source::V4l2Source(std::string path) : m_path(std::move(path)), m_buffers(m_device) {}
+
+V4l2Source::~V4l2Source() { V4l2Source::Stop(); }
+
+HRESULT V4l2Source::EnsureOpen() { return m_device.IsOpen() ? S_OK : ResultOf(m_device.Open(m_path)); }
+
+HRESULT V4l2Source::EnsureListed() {
+  HRESULT hr = EnsureOpen();
+  if (hr == S_OK && !m_isListed) {
+    hr = ListV4l2Formats(m_device, m_offered);
+    m_isListed = hr == S_OK;
+  }
+  return hr;
+}
+
+HRESULT V4l2Source::ListFormats(std::vector<VideoFormat>& formats) {
+  const HRESULT hr = EnsureListed();
+  if (hr == S_OK) {
+    std::transform(m_offered.begin(), m_offered.end(), std::back_inserter(formats),
+                   [](const V4l2Format& offered) { return offered.format; });
+  }
+  return hr;
+}
+
+HRESULT V4l2Source::SetFormat(VideoFormat& format) {
+  if (const HRESULT hr = EnsureListed(); hr != S_OK) {
+    return hr;
+  }
+  if (m_isStreaming) {
+    return kDeviceInUse;
+  }
+  if (const int error = SetSizeAndLayout(format); error != 0) {
+    return error == EINVAL ? VFW_E_INVALIDMEDIATYPE : ResultOf(error);
+  }
+  REFERENCE_TIME interval = format.interval;
+  if (const int error = SetRate(format, interval); error != 0) {
+    return ResultOf(error);
+  }
+  format.interval = interval;
+  m_format = format;
+  return S_OK;
+}
+
+// EINVAL also when the driver takes something else in its place: frames of another size or layout would be
+// taken for what they are not.
+int V4l2Source::SetSizeAndLayout(const VideoFormat& wanted) {
+  v4l2_format request{};
+  request.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+  request.fmt.pix.width = wanted.width;
+  request.fmt.pix.height = wanted.height;
+  request.fmt.pix.pixelformat = wanted.fourCc;
+  request.fmt.pix.field = V4L2_FIELD_NONE;
+  if (const int error = m_device.Ioctl(VIDIOC_S_FMT, &request); error != 0) {
+    return error;
+  }
+  const v4l2_pix_format& taken = request.fmt.pix;
+  if (taken.width != wanted.width || taken.height != wanted.height || taken.pixelformat != wanted.fourCc) {
+    return EINVAL;
+  }
+  m_layout = taken;
+  return 0;
+}
+
+v4l2_fract V4l2Source::NearestInterval(const VideoFormat& wanted) const {
+  constexpr std::uint32_t kUnitsPerSecond = 10'000'000;
+  const V4l2Format* nearest = nullptr;
+  const auto distance = [&](const V4l2Format& offered) {
+    return std::abs(offered.format.interval - wanted.interval);
+  };
+  for (const V4l2Format& offered : m_offered) {
+    const bool isSamePicture = offered.format.fourCc == wanted.fourCc &&
+                               offered.format.width == wanted.width && offered.format.height == wanted.height;
+    if (isSamePicture && (nearest == nullptr || distance(offered) < distance(*nearest))) {
+      nearest = &offered;
+    }
+  }
+  if (nearest != nullptr) {
+    return nearest->interval;
+  }
+  const auto units = std::clamp<REFERENCE_TIME>(wanted.interval, 1, std::numeric_limits<LONG>::max());
+  return {static_cast<std::uint32_t>(units), kUnitsPerSecond};
+}
+
+// Not every driver lets the rate be set; what it delivers then is its own matter.
+int V4l2Source::SetRate(const VideoFormat& wanted, REFERENCE_TIME& actual) {
+  v4l2_streamparm rate{};
+  rate.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+  int error = m_device.Ioctl(VIDIOC_G_PARM, &rate);
+  if (error == 0 && (rate.parm.capture.capability & V4L2_CAP_TIMEPERFRAME) != 0) {
+    rate.parm.capture.timeperframe = NearestInterval(wanted);
+    error = m_device.Ioctl(VIDIOC_S_PARM, &rate);
+  }
+  if (error == 0) {
+    const REFERENCE_TIME taken = UnitsOf(rate.parm.capture.timeperframe);
+    actual = taken > 0 ? taken : actual;
+  }
+  return error == ENOTTY || error == EINVAL ? 0 : error;
+}
+
+bool V4l2Source::HasPaddedLines() const {
+  return m_format.fourCc == kYuyv && m_layout.bytesperline > kYuyvBytes * m_format.width;
+}
+
+std::size_t V4l2Source::LeastBytes() const {
+  if (m_format.fourCc != kYuyv) {
+    return 1;
+  }
+  const std::size_t line = kYuyvBytes * m_format.width;
+  return std::max<std::size_t>(line, m_layout.bytesperline) * (m_format.height - 1) + line;
+}
+
+HRESULT V4l2Source::Start() {
+  if (m_format.fourCc == 0) {
+    return E_UNEXPECTED;
+  }
+  if (m_isStreaming) {
+    return kDeviceInUse;
+  }
+  m_wakeUp.Clear();
+  m_isLost = false;
+  m_sequence.reset();
+  m_packed.resize(HasPaddedLines() ? kYuyvBytes * m_format.width * m_format.height : 0);
+  if (const int error = m_buffers.Allocate(kBuffers, LeastBytes()); error != 0) {
+    return ResultOf(error);
+  }
+  int type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+  if (const int error = m_device.Ioctl(VIDIOC_STREAMON, &type); error != 0) {
+    m_buffers.Release();
+    return ResultOf(error);
+  }
+  m_start = std::chrono::steady_clock::now();
+  m_isStreaming = true;
+  return S_OK;
+}
+
+void V4l2Source::Stop() {
+  if (!std::exchange(m_isStreaming, false)) {
+    return;
+  }
+  // Fails for a device that has gone, which streams no longer.
+  int type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+  static_cast<void>(m_device.Ioctl(VIDIOC_STREAMOFF, &type));
+  m_buffers.Release();
+}
+
+Arrival V4l2Source::Next(Deadline deadline, CapturedFrame& frame) {
+  while (!m_isLost) {
+    std::array<pollfd, 2> entries{{{m_device.Descriptor(), POLLIN, 0}, {m_wakeUp.Descriptor(), POLLIN, 0}}};
+    const int ready = m_device.Kernel().Poll(entries.data(), entries.size(), TimeoutUntil(deadline));
+    if (ready < 0) {
+      m_isLost = errno != EINTR;
+      continue;
+    }
+    if (ready == 0) {
+      return Arrival::kNothing;
+    }
+    if (entries[1].revents != 0) {
+      return Arrival::kWoken;
+    }
+    if (const auto arrival = TakeFrame((entries[0].revents & kAlarm) != 0, frame)) {
+      return *arrival;
+    }
+  }
+  return Arrival::kLost;
+}
+
+std::optional<Arrival> V4l2Source::TakeFrame(bool isAlarmed, CapturedFrame& frame) {
+  v4l2_buffer buffer{};
+  const int error = m_buffers.Dequeue(buffer);
+  if (error != 0) {
+    // A driver in trouble may fail one buffer and go on. But what raises the alarm as well, or is no such
+    // failure, would be met again and again.
+    const bool isPassing = error == EAGAIN || error == EIO;
+    m_isLost = isAlarmed || !isPassing;
+    Counters().damaged += error == EIO && !m_isLost ? 1 : 0;
+    return std::nullopt;
+  }
+  CountMissed(buffer.sequence);
+  if (IsWhole(buffer)) {
+    Present(buffer, frame);
+    return Arrival::kFrame;
+  }
+  m_isLost = m_buffers.Queue(buffer.index) != 0;
+  return std::nullopt;
+}
+
+bool V4l2Source::IsWhole(const v4l2_buffer& buffer) {
+  if ((buffer.flags & V4L2_BUF_FLAG_ERROR) != 0) {
+    ++Counters().damaged;
+    return false;
+  }
+  if (buffer.bytesused < LeastBytes() || buffer.bytesused > m_buffers.Size(buffer.index)) {
+    ++Counters().tooShort;
+    return false;
+  }
+  return true;
+}
+
+void V4l2Source::CountMissed(std::uint32_t sequence) {
+  if (m_sequence.has_value() && sequence > *m_sequence) {
+    Counters().missed += sequence - *m_sequence - 1;
+  }
+  m_sequence = sequence;
+}
+
+void V4l2Source::Present(const v4l2_buffer& buffer, CapturedFrame& frame) {
+  frame.buffer = buffer.index;
+  frame.data = m_buffers.Data(buffer.index);
+  frame.size = buffer.bytesused;
+  frame.time = std::chrono::duration<double>(std::chrono::steady_clock::now() - m_start).count();
+  if (m_format.fourCc != kYuyv) {
+    return;
+  }
+  const std::size_t line = kYuyvBytes * m_format.width;
+  // Some drivers round up what they say that they used.
+  frame.size = line * m_format.height;
+  if (HasPaddedLines()) {
+    for (std::size_t y = 0; y < m_format.height; ++y) {
+      std::memcpy(m_packed.data() + y * line, frame.data + y * m_layout.bytesperline, line);
+    }
+    frame.data = m_packed.data();
+  }
+}
+
+void V4l2Source::Recycle(const CapturedFrame& frame) {
+  m_isLost = m_buffers.Queue(frame.buffer) != 0 || m_isLost;
+}

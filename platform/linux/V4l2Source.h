@@ -1,0 +1,54 @@
+// A camera behind a V4L2 node.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "MappedBuffers.h"
+#include "V4l2Formats.h"
+#include "WakeUp.h"
+
+class V4l2Source : public CaptureSource {
+ public:
+  explicit V4l2Source(std::string path);
+  ~V4l2Source() override;
+
+  HRESULT ListFormats(std::vector<VideoFormat>& formats) override;
+  HRESULT SetFormat(VideoFormat& format) override;
+  HRESULT Start() override;
+  Arrival Next(Deadline deadline, CapturedFrame& frame) override;
+  void Recycle(const CapturedFrame& frame) override;
+  void Stop() override;
+  void Wake() override { m_wakeUp.Signal(); }
+
+ private:
+  HRESULT EnsureOpen();
+  HRESULT EnsureListed();
+  int SetSizeAndLayout(const VideoFormat& wanted);
+  int SetRate(const VideoFormat& wanted, REFERENCE_TIME& actual);
+  v4l2_fract NearestInterval(const VideoFormat& wanted) const;
+  // Bytes of a whole picture in the driver's buffer; 1 where the picture's size varies.
+  std::size_t LeastBytes() const;
+  bool HasPaddedLines() const;
+
+  // What is known after taking a buffer: a frame, the end, or nothing yet.
+  std::optional<Arrival> TakeFrame(bool isAlarmed, CapturedFrame& frame);
+  bool IsWhole(const v4l2_buffer& buffer);
+  void CountMissed(std::uint32_t sequence);
+  void Present(const v4l2_buffer& buffer, CapturedFrame& frame);
+
+  std::string m_path;
+  V4l2Device m_device;
+  std::vector<V4l2Format> m_offered;
+  bool m_isListed = false;
+  VideoFormat m_format;  // fourCc 0: none set
+  v4l2_pix_format m_layout{};
+  MappedBuffers m_buffers;
+  WakeUp m_wakeUp;
+  std::vector<std::uint8_t> m_packed;  // a picture without the padding of its lines
+  std::chrono::steady_clock::time_point m_start;
+  std::optional<std::uint32_t> m_sequence;  // of the latest buffer
+  bool m_isStreaming = false;
+  bool m_isLost = false;
+};
