@@ -5,21 +5,26 @@ set -euo pipefail
 
 usage() {
   cat <<'USAGE'
-usage: scripts/install-packages.sh [native]
+usage: scripts/install-packages.sh [native | demo]
 
 Installs the Debian 12 packages that are missing on this machine.
   native   compilers, build tools, test tools and libraries of the Linux build (default)
+  demo     what the library and its tool alone are built with
 USAGE
 }
 
+demo=(
+  binutils ca-certificates cmake dpkg-dev g++ libavcodec-dev libavformat-dev libavutil-dev libopenh264-dev
+  libswscale-dev libturbojpeg0-dev libyuv-dev ninja-build pkg-config
+)
 native=(
-  binutils ca-certificates clang clang-format clang-tidy cmake dpkg-dev ffmpeg g++ gcovr git
-  libavcodec-dev libavformat-dev libavutil-dev libbenchmark-dev libclang-rt-14-dev libgmock-dev libgtest-dev
-  libopenh264-dev libswscale-dev libturbojpeg0-dev libyuv-dev mandoc ninja-build pkg-config python3 python3-yaml
+  "${demo[@]}" clang clang-format clang-tidy ffmpeg gcovr git libbenchmark-dev libclang-rt-14-dev libgmock-dev
+  libgtest-dev mandoc python3 python3-yaml
 )
 
 case "${1:-native}" in
   native) wanted=("${native[@]}") ;;
+  demo) wanted=("${demo[@]}") ;;
   -h | --help) usage; exit 0 ;;
   *) usage >&2; exit 2 ;;
 esac

@@ -25,15 +25,19 @@ bool IsHarmless(const char* warning, const std::uint8_t* data, std::size_t size)
 void MjpegDecoder::Destroy::operator()(void* decompressor) const { tjDestroy(decompressor); }
 
 MjpegDecoder::MjpegDecoder(std::uint32_t width, std::uint32_t height, Layout layout)
-    : m_decompressor(tjInitDecompress()),
+    : m_decompressor(MakeDecompressor()),
       m_width(static_cast<int>(width)),
       m_height(static_cast<int>(height)),
       m_layout(layout),
       m_bgra(kBgraBytes * width * height),
-      m_yuy2(layout == Layout::kYuy2 ? std::size_t{2} * width * height : 0) {
-  if (m_decompressor == nullptr) {
+      m_yuy2(layout == Layout::kYuy2 ? std::size_t{2} * width * height : 0) {}
+
+MjpegDecoder::Decompressor MjpegDecoder::MakeDecompressor() {
+  Decompressor made(tjInitDecompress());
+  if (made == nullptr) {
     throw std::bad_alloc();
   }
+  return made;
 }
 
 bool MjpegDecoder::Decompress(const std::uint8_t* data, std::size_t size) {
@@ -42,8 +46,12 @@ bool MjpegDecoder::Decompress(const std::uint8_t* data, std::size_t size) {
   int height = 0;
   int subsampling = 0;
   int colours = 0;
-  if (tjDecompressHeader3(handle, data, size, &width, &height, &subsampling, &colours) != 0 ||
-      width != m_width || height != m_height) {
+  if (tjDecompressHeader3(handle, data, size, &width, &height, &subsampling, &colours) != 0) {
+    // A decompressor that broke off within a header reads the next picture from there on.
+    m_decompressor = MakeDecompressor();
+    return false;
+  }
+  if (width != m_width || height != m_height) {
     return false;
   }
   const int flags = m_layout == Layout::kArgb32 ? TJFLAG_BOTTOMUP : 0;

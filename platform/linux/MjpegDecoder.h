@@ -19,9 +19,12 @@ class MjpegDecoder : public FrameConverter {
   struct Destroy {
     void operator()(void* decompressor) const;
   };
+  using Decompressor = std::unique_ptr<void, Destroy>;
+  // Throws std::bad_alloc.
+  static Decompressor MakeDecompressor();
   bool Decompress(const std::uint8_t* data, std::size_t size);
 
-  std::unique_ptr<void, Destroy> m_decompressor;
+  Decompressor m_decompressor;
   int m_width;
   int m_height;
   Layout m_layout;

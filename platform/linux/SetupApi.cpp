@@ -37,7 +37,7 @@ class OpenSets {
   HDEVINFO Add(std::vector<Entry> entries) {
     const std::lock_guard lock(m_mutex);
     auto set = std::make_unique<DeviceInfoSet>(DeviceInfoSet{std::move(entries)});
-    HDEVINFO const handle = set.get();
+    auto* const handle = set.get();
     m_sets.emplace(handle, std::move(set));
     return handle;
   }
@@ -72,6 +72,15 @@ void Fill(DEVINST number, SP_DEVINFO_DATA& device) {
   device.ClassGuid = GUID{0x36FC9E60, 0xC465, 0x11CF, {0x80, 0x56, 0x44, 0x45, 0x53, 0x54, 0x00, 0x00}};
   device.DevInst = number;
   device.Reserved = 0;
+}
+
+// What the action makes of the node; CR_NO_SUCH_DEVNODE for a number that is none.
+template <typename Action>
+CONFIGRET WithNode(DEVINST number, Action&& action) noexcept try {
+  DeviceNode node;
+  return DeviceNodes::Get().Find(number, node) ? std::forward<Action>(action)(node) : CR_NO_SUCH_DEVNODE;
+} catch (...) {
+  return CR_OUT_OF_MEMORY;
 }
 
 template <typename Action>
@@ -160,25 +169,24 @@ NUVEQ_PLATFORM_EXPORT CONFIGRET WINAPI CM_Get_DevNode_Status(ULONG* status, ULON
   if (status == nullptr || problem == nullptr) {
     return CR_INVALID_POINTER;
   }
-  DeviceNode node;
-  if (!DeviceNodes::Get().Find(device, node)) {
-    return CR_NO_SUCH_DEVNODE;
-  }
-  *status = node.isRemovable ? DN_REMOVABLE : 0;
-  *problem = 0;
-  return CR_SUCCESS;
+  return WithNode(device, [&](const DeviceNode& node) {
+    *status = node.isRemovable ? DN_REMOVABLE : 0;
+    *problem = 0;
+    return CR_SUCCESS;
+  });
 }
 
 NUVEQ_PLATFORM_EXPORT CONFIGRET WINAPI CM_Get_Child(PDEVINST child, DEVINST device, ULONG /*flags*/) {
   if (child == nullptr) {
     return CR_INVALID_POINTER;
   }
-  DeviceNode node;
-  if (!DeviceNodes::Get().Find(device, node) || node.firstChild == 0) {
-    return CR_NO_SUCH_DEVNODE;
-  }
-  *child = node.firstChild;
-  return CR_SUCCESS;
+  return WithNode(device, [&](const DeviceNode& node) {
+    if (node.firstChild == 0) {
+      return CR_NO_SUCH_DEVNODE;
+    }
+    *child = node.firstChild;
+    return CR_SUCCESS;
+  });
 }
 
 NUVEQ_PLATFORM_EXPORT CONFIGRET WINAPI CM_Get_Device_IDA(DEVINST device, char* buffer, ULONG length,
@@ -186,13 +194,11 @@ NUVEQ_PLATFORM_EXPORT CONFIGRET WINAPI CM_Get_Device_IDA(DEVINST device, char* b
   if (buffer == nullptr) {
     return CR_INVALID_POINTER;
   }
-  DeviceNode node;
-  if (!DeviceNodes::Get().Find(device, node)) {
-    return CR_NO_SUCH_DEVNODE;
-  }
-  if (length <= node.id.size()) {
-    return CR_BUFFER_SMALL;
-  }
-  std::memcpy(buffer, node.id.c_str(), node.id.size() + 1);
-  return CR_SUCCESS;
+  return WithNode(device, [&](const DeviceNode& node) {
+    if (length <= node.id.size()) {
+      return CR_BUFFER_SMALL;
+    }
+    std::memcpy(buffer, node.id.c_str(), node.id.size() + 1);
+    return CR_SUCCESS;
+  });
 }

@@ -59,21 +59,16 @@ class StreamThread::Stream {
     return false;
   }
 
+  // Neither what a conversion nor what a callback throws may end the process.
   void PassOn(const CapturedFrame& frame) {
     FrameConverter::Picture picture{frame.data, frame.size};
-    FrameConverter* const converter = m_connection->Converter();
-    if (converter != nullptr && !converter->Convert(frame.data, frame.size, picture)) {
+    if (Guarded([&] { return Convert(picture); }) != S_OK) {
       ++Counters().undecodable;
-      return;
-    }
-    if (picture.size > static_cast<std::size_t>(std::numeric_limits<LONG>::max())) {
-      ++Counters().damaged;
       return;
     }
     m_deadline = kNever;
     ++Counters().delivered;
     bool isComplete = false;
-    // What a callback throws must not end the process.
     static_cast<void>(Guarded([&] {
       isComplete = m_connection->Sink().Receive(frame.time, picture.data, static_cast<LONG>(picture.size));
       return S_OK;
@@ -83,15 +78,24 @@ class StreamThread::Stream {
     }
   }
 
+  HRESULT Convert(FrameConverter::Picture& picture) {
+    FrameConverter* const converter = m_connection->Converter();
+    if (converter != nullptr && !converter->Convert(picture.data, picture.size, picture)) {
+      return E_FAIL;
+    }
+    return picture.size <= static_cast<std::size_t>(std::numeric_limits<LONG>::max()) ? S_OK : E_FAIL;
+  }
+
   std::shared_ptr<Connection> m_connection;
   std::shared_ptr<Completion> m_completion;
   CaptureSource::Deadline m_deadline = kNever;
   std::atomic<bool> m_isStopping = false;
 };
 
-HRESULT StreamThread::Start(std::shared_ptr<Connection> connection, std::shared_ptr<Completion> completion) {
+HRESULT StreamThread::Start(const std::shared_ptr<Connection>& connection,
+                            const std::shared_ptr<Completion>& completion) {
   CaptureSource& camera = connection->Camera();
-  const auto stream = std::make_shared<Stream>(std::move(connection), completion);
+  const auto stream = std::make_shared<Stream>(connection, completion);
   ResetCounters();
   if (const HRESULT hr = camera.Start(); hr != S_OK) {
     return hr;

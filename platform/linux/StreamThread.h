@@ -19,7 +19,7 @@ class StreamThread {
 
   // Starts the camera and the thread. The completion hears of the first frame that completes the graph, of
   // five seconds without any frame, and of a camera that has gone.
-  HRESULT Start(std::shared_ptr<Connection> connection, std::shared_ptr<Completion> completion);
+  HRESULT Start(const std::shared_ptr<Connection>& connection, const std::shared_ptr<Completion>& completion);
   // Returns after the last frame has been passed on and the camera has stopped. The streaming thread itself
   // cannot wait for itself: called there, the stream ends once the frame at hand has been passed on.
   void Stop();

@@ -15,6 +15,8 @@ namespace {
 // One with the callback, the others for the driver to fill meanwhile.
 constexpr std::uint32_t kBuffers = 4;
 constexpr std::size_t kYuyvBytes = 2;
+// In a row, after which a device counts as lost.
+constexpr unsigned kMostFailures = 30;
 constexpr short kAlarm = POLLERR | POLLHUP | POLLNVAL;
 
 // Milliseconds for poll, rounded up so that a wait does not end just before its time; -1 for ever.
@@ -60,16 +62,18 @@ HRESULT V4l2Source::SetFormat(VideoFormat& format) {
   if (m_isStreaming) {
     return kDeviceInUse;
   }
+  const HRESULT hr = Apply(format);
+  if (hr == S_OK) {
+    m_format = format;
+  }
+  return hr;
+}
+
+HRESULT V4l2Source::Apply(VideoFormat& format) {
   if (const int error = SetSizeAndLayout(format); error != 0) {
     return error == EINVAL ? VFW_E_INVALIDMEDIATYPE : ResultOf(error);
   }
-  REFERENCE_TIME interval = format.interval;
-  if (const int error = SetRate(format, interval); error != 0) {
-    return ResultOf(error);
-  }
-  format.interval = interval;
-  m_format = format;
-  return S_OK;
+  return ResultOf(SetRate(format, format.interval));
 }
 
 // EINVAL also when the driver takes something else in its place: frames of another size or layout would be
@@ -95,9 +99,8 @@ int V4l2Source::SetSizeAndLayout(const VideoFormat& wanted) {
 v4l2_fract V4l2Source::NearestInterval(const VideoFormat& wanted) const {
   constexpr std::uint32_t kUnitsPerSecond = 10'000'000;
   const V4l2Format* nearest = nullptr;
-  const auto distance = [&](const V4l2Format& offered) {
-    return std::abs(offered.format.interval - wanted.interval);
-  };
+  const auto units = std::clamp<REFERENCE_TIME>(wanted.interval, 1, std::numeric_limits<LONG>::max());
+  const auto distance = [&](const V4l2Format& offered) { return std::abs(offered.format.interval - units); };
   for (const V4l2Format& offered : m_offered) {
     const bool isSamePicture = offered.format.fourCc == wanted.fourCc &&
                                offered.format.width == wanted.width && offered.format.height == wanted.height;
@@ -108,7 +111,6 @@ v4l2_fract V4l2Source::NearestInterval(const VideoFormat& wanted) const {
   if (nearest != nullptr) {
     return nearest->interval;
   }
-  const auto units = std::clamp<REFERENCE_TIME>(wanted.interval, 1, std::numeric_limits<LONG>::max());
   return {static_cast<std::uint32_t>(units), kUnitsPerSecond};
 }
 
@@ -147,8 +149,13 @@ HRESULT V4l2Source::Start() {
   if (m_isStreaming) {
     return kDeviceInUse;
   }
+  // A format that was refused meanwhile, or another program, may have left the device in another one.
+  if (const HRESULT hr = Apply(m_format); hr != S_OK) {
+    return hr;
+  }
   m_wakeUp.Clear();
   m_isLost = false;
+  m_failures = 0;
   m_sequence.reset();
   m_packed.resize(HasPaddedLines() ? kYuyvBytes * m_format.width * m_format.height : 0);
   if (const int error = m_buffers.Allocate(kBuffers, LeastBytes()); error != 0) {
@@ -191,6 +198,10 @@ Arrival V4l2Source::Next(Deadline deadline, CapturedFrame& frame) {
     if (const auto arrival = TakeFrame((entries[0].revents & kAlarm) != 0, frame)) {
       return *arrival;
     }
+    // Damaged frames that come one after the other do not put the deadline off.
+    if (deadline != Deadline::max() && std::chrono::steady_clock::now() >= deadline) {
+      return m_isLost ? Arrival::kLost : Arrival::kNothing;
+    }
   }
   return Arrival::kLost;
 }
@@ -199,13 +210,14 @@ std::optional<Arrival> V4l2Source::TakeFrame(bool isAlarmed, CapturedFrame& fram
   v4l2_buffer buffer{};
   const int error = m_buffers.Dequeue(buffer);
   if (error != 0) {
-    // A driver in trouble may fail one buffer and go on. But what raises the alarm as well, or is no such
-    // failure, would be met again and again.
-    const bool isPassing = error == EAGAIN || error == EIO;
+    // A driver in trouble may fail some buffers and go on. But what raises the alarm as well, is no such
+    // failure, or does not end, would be met again and again.
+    const bool isPassing = error == EAGAIN || (error == EIO && ++m_failures < kMostFailures);
     m_isLost = isAlarmed || !isPassing;
     Counters().damaged += error == EIO && !m_isLost ? 1 : 0;
     return std::nullopt;
   }
+  m_failures = 0;
   CountMissed(buffer.sequence);
   if (IsWhole(buffer)) {
     Present(buffer, frame);

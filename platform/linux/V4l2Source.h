@@ -25,6 +25,8 @@ class V4l2Source : public CaptureSource {
  private:
   HRESULT EnsureOpen();
   HRESULT EnsureListed();
+  // Sets size, layout and rate; the rate that the device takes goes into the format.
+  HRESULT Apply(VideoFormat& format);
   int SetSizeAndLayout(const VideoFormat& wanted);
   int SetRate(const VideoFormat& wanted, REFERENCE_TIME& actual);
   v4l2_fract NearestInterval(const VideoFormat& wanted) const;
@@ -49,6 +51,7 @@ class V4l2Source : public CaptureSource {
   std::vector<std::uint8_t> m_packed;  // a picture without the padding of its lines
   std::chrono::steady_clock::time_point m_start;
   std::optional<std::uint32_t> m_sequence;  // of the latest buffer
+  unsigned m_failures = 0;                  // buffers that could not be taken, one after the other
   bool m_isStreaming = false;
   bool m_isLost = false;
 };

@@ -108,7 +108,6 @@ TEST_P(Pipeline, SizeBeyondTheEncoderIsRefused) {
                                                         "(CameraOperator::InitVideoEncoder)")));
 }
 
-#ifdef NUVEQ_FFMPEG
 // What a decoder that has nothing to do with the encoder makes of a stream; a warning counts as an error.
 Decoded DecodeWithFfmpeg(const std::vector<Bytes>& packets) {
   std::string folder = (std::filesystem::temp_directory_path() / "nuveq-pipeline-XXXXXX").string();
@@ -157,7 +156,6 @@ TEST_P(Pipeline, StreamDecodesInFfmpegFromEveryKeyFrameOn) {
     EXPECT_GT(Psnr(decoded.pictures.back().v, wanted.v), 30);
   }
 }
-#endif
 
 // The encoder's library goes after the camera's: it is still at work while this one is torn down.
 TEST_P(Pipeline, ProcessMayExitWithFramesFlowing) {

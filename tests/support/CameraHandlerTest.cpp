@@ -6,6 +6,7 @@ CameraHandlerTest::~CameraHandlerTest() = default;
 void CameraHandlerTest::SetUp() {
   PlatformTest::SetUp();
   host.Reset();
+  host.TellTo([](const std::string& report) { scripted::Platform::Get().Note(report); });
   m_library = std::make_unique<LoadedLibrary>(NUVEQ_LIBRARY_FILE);
   ASSERT_EQ(m_library->Error(), "");
   ASSERT_EQ(m_library->GetCameraHandler(&handler), 0);

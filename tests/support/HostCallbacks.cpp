@@ -2,8 +2,6 @@
 
 #include <utility>
 
-#include "Platform.h"
-
 namespace {
 
 std::string Quote(const char* text, std::uint32_t length) {
@@ -21,7 +19,7 @@ std::int32_t HostCallbacks::OnData(const char* id, std::uint32_t idLen, const st
                                    std::uint32_t dataLen, std::int32_t reserved) {
   HostCallbacks& host = Get();
   Packet packet{std::string(id, idLen), std::vector<std::uint8_t>(data, data + dataLen), reserved};
-  scripted::Platform::Get().Note("data callback " + Quote(id, idLen));
+  host.Tell("data callback " + Quote(id, idLen));
   std::function<void(const Packet&)> action;
   {
     const std::lock_guard lock(host.m_mutex);
@@ -41,8 +39,8 @@ std::int32_t HostCallbacks::OnData(const char* id, std::uint32_t idLen, const st
 
 std::int32_t HostCallbacks::OnStatus(const char* id, std::uint32_t idLen, NUVEQServiceStatus status) {
   HostCallbacks& host = Get();
-  scripted::Platform::Get().Note("status callback " + Quote(id, idLen) + " " + std::to_string(idLen) + " " +
-                                 std::to_string(status));
+  host.Tell("status callback " + Quote(id, idLen) + " " + std::to_string(idLen) + " " +
+            std::to_string(status));
   std::function<void(int)> action;
   std::int32_t answer = 0;
   {
@@ -58,11 +56,26 @@ std::int32_t HostCallbacks::OnStatus(const char* id, std::uint32_t idLen, NUVEQS
 
 std::int32_t HostCallbacks::OnAction(const char* id, std::uint32_t idLen, NUVEQServiceAction* action) {
   HostCallbacks& host = Get();
-  scripted::Platform::Get().Note("action callback " + Quote(id, 0) + " " + std::to_string(idLen) + " type " +
-                                 std::to_string(action->type) + " " +
-                                 Quote(action->content, action->contentLen));
+  host.Tell("action callback " + Quote(id, 0) + " " + std::to_string(idLen) + " type " +
+            std::to_string(action->type) + " " + Quote(action->content, action->contentLen));
   const std::lock_guard lock(host.m_mutex);
   return host.m_actionAnswer;
+}
+
+void HostCallbacks::Tell(const std::string& report) {
+  std::function<void(const std::string&)> listener;
+  {
+    const std::lock_guard lock(m_mutex);
+    listener = m_listener;
+  }
+  if (listener) {
+    listener(report);
+  }
+}
+
+void HostCallbacks::TellTo(std::function<void(const std::string&)> listener) {
+  const std::lock_guard lock(m_mutex);
+  m_listener = std::move(listener);
 }
 
 void HostCallbacks::Reset() {

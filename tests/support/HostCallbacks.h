@@ -1,6 +1,7 @@
 // The platform's side of the callbacks: records what the library reports, and answers what a test wants.
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
@@ -29,7 +30,10 @@ class HostCallbacks {
   static std::int32_t OnStatus(const char* id, std::uint32_t idLen, NUVEQServiceStatus status);
   static std::int32_t OnAction(const char* id, std::uint32_t idLen, NUVEQServiceAction* action);
 
+  // Everything but the listener below.
   void Reset();
+  // Hears of every callback, in words, before anything else happens in it.
+  void TellTo(std::function<void(const std::string&)> listener);
   // What the callbacks answer from here on.
   void AnswerData(std::int32_t result);
   void AnswerStatus(std::int32_t result);
@@ -46,8 +50,11 @@ class HostCallbacks {
   bool WaitForPackets(std::uint64_t count);
 
  private:
+  void Tell(const std::string& report);
+
   mutable std::mutex m_mutex;
   std::condition_variable m_changed;
+  std::function<void(const std::string&)> m_listener;
   std::vector<Packet> m_packets;
   std::uint64_t m_packetCount = 0;
   bool m_keepPackets = true;

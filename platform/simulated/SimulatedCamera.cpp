@@ -1,0 +1,203 @@
+#include "SimulatedCamera.h"
+
+#include <algorithm>
+#include <new>
+#include <stdexcept>
+#include <utility>
+
+#include "ClipPlayer.h"
+#include "NumberedPicture.h"
+
+namespace simulated {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using Ticks = std::chrono::duration<REFERENCE_TIME, std::ratio<1, 10'000'000>>;
+
+REFERENCE_TIME Distance(REFERENCE_TIME a, REFERENCE_TIME b) { return a < b ? b - a : a - b; }
+
+}  // namespace
+
+void SimulatedDevice::SetPresent(bool isPresent) {
+  {
+    const std::lock_guard lock(m_mutex);
+    m_isPresent = isPresent;
+    if (!isPresent) {
+      m_streaming = nullptr;
+    }
+  }
+  m_changed.notify_all();
+}
+
+bool SimulatedDevice::IsPresent() {
+  const std::lock_guard lock(m_mutex);
+  return m_isPresent;
+}
+
+void SimulatedDevice::SetFrozen(bool isFrozen) {
+  {
+    const std::lock_guard lock(m_mutex);
+    if (m_isFrozen && !isFrozen) {
+      m_thawed = Clock::now();
+    }
+    m_isFrozen = isFrozen;
+  }
+  m_changed.notify_all();
+}
+
+HRESULT SimulatedCamera::ListFormats(std::vector<VideoFormat>& formats) {
+  if (!m_device->IsPresent()) {
+    return kDeviceGone;
+  }
+  formats = m_device->m_formats;
+  return S_OK;
+}
+
+HRESULT SimulatedCamera::SetFormat(VideoFormat& format) {
+  {
+    const std::lock_guard lock(m_device->m_mutex);
+    if (!m_device->m_isPresent) {
+      return kDeviceGone;
+    }
+    if (m_device->m_streaming == this) {
+      return kDeviceInUse;
+    }
+  }
+  const VideoFormat* nearest = nullptr;
+  for (const VideoFormat& offered : m_device->m_formats) {
+    if (offered.fourCc == format.fourCc && offered.width == format.width && offered.height == format.height &&
+        (nearest == nullptr ||
+         Distance(offered.interval, format.interval) < Distance(nearest->interval, format.interval))) {
+      nearest = &offered;
+    }
+  }
+  if (nearest == nullptr) {
+    return VFW_E_INVALIDMEDIATYPE;
+  }
+  m_format = *nearest;
+  format = m_format;
+  return S_OK;
+}
+
+HRESULT SimulatedCamera::Start() {
+  {
+    const std::lock_guard lock(m_device->m_mutex);
+    if (!m_device->m_isPresent) {
+      return kDeviceGone;
+    }
+    if (m_format.width == 0) {
+      return E_UNEXPECTED;
+    }
+    if (m_device->m_streaming != nullptr) {
+      return kDeviceInUse;
+    }
+    m_device->m_streaming = this;
+    m_isWoken = false;
+  }
+  HRESULT result = S_OK;
+  try {
+    m_nextPicture = MakePictures();
+    m_packer = std::make_unique<FramePacker>(m_format);
+  } catch (const std::bad_alloc&) {
+    result = E_OUTOFMEMORY;
+  } catch (const std::exception&) {
+    result = kDeviceIoError;
+  }
+  if (result != S_OK) {
+    Stop();
+    return result;
+  }
+  m_out = nullptr;
+  m_started = Clock::now();
+  m_due = m_started;
+  return S_OK;
+}
+
+SimulatedCamera::PictureSource SimulatedCamera::MakePictures() const {
+  if (!m_device->m_clip.empty()) {
+    auto player = std::make_shared<ClipPlayer>(m_device->m_clip, m_format.width, m_format.height);
+    return [player]() -> const std::vector<std::uint8_t>& { return player->Next(); };
+  }
+  auto picture = std::make_shared<NumberedPicture>(m_format.width, m_format.height);
+  return [picture, number = std::uint32_t{0}]() mutable -> const std::vector<std::uint8_t>& {
+    return picture->Paint(number++);
+  };
+}
+
+Arrival SimulatedCamera::Next(Deadline deadline, CapturedFrame& frame) {
+  const Arrival arrival = Wait(deadline);
+  if (arrival != Arrival::kFrame) {
+    return arrival;
+  }
+  try {
+    Deliver(frame);
+  } catch (const std::exception&) {
+    // The clip cannot be played any more.
+    GiveUpDevice();
+    return Arrival::kLost;
+  }
+  return Arrival::kFrame;
+}
+
+Arrival SimulatedCamera::Wait(Deadline deadline) {
+  std::unique_lock lock(m_device->m_mutex);
+  for (;;) {
+    if (m_isWoken) {
+      return Arrival::kWoken;
+    }
+    if (m_device->m_streaming != this) {
+      return Arrival::kLost;
+    }
+    // Time in which the camera was frozen does not count: no frames are made up for it.
+    m_due = std::max(m_due, m_device->m_thawed);
+    const bool isReady = !m_device->m_isFrozen && m_out == nullptr;
+    const Deadline now = Clock::now();
+    if (isReady && (m_device->m_pace == Pace::kUnpaced || m_due <= now)) {
+      return Arrival::kFrame;
+    }
+    if (deadline <= now) {
+      return Arrival::kNothing;
+    }
+    m_device->m_changed.wait_until(lock, isReady ? std::min(deadline, m_due) : deadline);
+  }
+}
+
+void SimulatedCamera::Deliver(CapturedFrame& frame) {
+  const std::span<std::uint8_t> bytes = m_packer->Pack(m_nextPicture());
+  frame.data = bytes.data();
+  frame.size = bytes.size();
+  frame.buffer = 0;
+  frame.time = std::chrono::duration<double>(m_due - m_started).count();
+  m_out = bytes.data();
+  m_due += std::chrono::duration_cast<Clock::duration>(Ticks(m_format.interval));
+}
+
+void SimulatedCamera::Recycle(const CapturedFrame& frame) {
+  if (frame.buffer == 0 && frame.data == m_out) {
+    m_out = nullptr;
+  }
+}
+
+void SimulatedCamera::Stop() {
+  GiveUpDevice();
+  m_nextPicture = nullptr;
+  m_packer.reset();
+  m_out = nullptr;
+}
+
+void SimulatedCamera::GiveUpDevice() {
+  const std::lock_guard lock(m_device->m_mutex);
+  if (m_device->m_streaming == this) {
+    m_device->m_streaming = nullptr;
+  }
+}
+
+void SimulatedCamera::Wake() {
+  {
+    const std::lock_guard lock(m_device->m_mutex);
+    m_isWoken = true;
+  }
+  m_device->m_changed.notify_all();
+}
+
+}  // namespace simulated

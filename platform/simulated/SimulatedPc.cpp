@@ -1,0 +1,118 @@
+#include "SimulatedPc.h"
+
+#include <stdexcept>
+
+#include "ClipPlayer.h"
+#include "PictureLayout.h"
+#include "SimulatedCamera.h"
+
+using simulated::SimulatedCamera;
+using simulated::SimulatedDevice;
+
+namespace {
+
+VideoFormat Format(std::uint32_t fourCc, std::uint32_t width, std::uint32_t height, int rate) {
+  constexpr REFERENCE_TIME kSecond = 10'000'000;
+  return {fourCc, width, height, kSecond / rate};
+}
+
+CaptureDevice BuiltInCamera(const std::shared_ptr<SimulatedDevice>& device) {
+  return {R"(@device:pnp:\\?\usb#vid_04f2&pid_b6be&mi_00#simulated-1.5&0000)"
+          R"(#{65e8773d-8f56-11d0-a3b9-00a0c9223196}\video-index0)",
+          "Integrated Camera", "simulated", "",
+          [device] { return std::make_unique<SimulatedCamera>(device); }};
+}
+
+CaptureDevice PlugInCamera(const std::shared_ptr<SimulatedDevice>& device) {
+  return {R"(@device:pnp:\\?\usb#vid_046d&pid_0825&mi_00#simulated-2.1&0000)"
+          R"(#{65e8773d-8f56-11d0-a3b9-00a0c9223196}\video-index0)",
+          "USB Camera", "simulated", "it is plugged in: its USB device can be removed",
+          [device] { return std::make_unique<SimulatedCamera>(device); }};
+}
+
+// Throws for what the cameras could not deliver, while the host that asked for it can still see why.
+void Check(const SimulatedPcSettings& settings) {
+  for (const VideoFormat& format : settings.formats) {
+    if ((format.fourCc != kYuyv && format.fourCc != kMjpg) || format.interval <= 0 ||
+        format.width < simulated::kLeastWidth || format.height < simulated::kLeastHeight ||
+        format.width % 2 != 0 || format.height % 2 != 0) {
+      throw std::invalid_argument(
+          "a simulated camera delivers YUYV or MJPG at a rate, with even sides of at least 64 by 48 pixels");
+    }
+  }
+  if (!settings.clip.empty()) {
+    simulated::ClipPlayer(settings.clip, simulated::kLeastWidth, simulated::kLeastHeight).Next();
+  }
+}
+
+}  // namespace
+
+std::vector<VideoFormat> LaptopCameraFormats() {
+  return {Format(kYuyv, 640, 480, 30),  Format(kYuyv, 640, 480, 15),  Format(kYuyv, 320, 240, 30),
+          Format(kYuyv, 320, 240, 15),  Format(kYuyv, 1280, 720, 10), Format(kMjpg, 640, 480, 30),
+          Format(kMjpg, 1280, 720, 30), Format(kMjpg, 1920, 1080, 30)};
+}
+
+struct SimulatedPc::State {
+  std::shared_ptr<SimulatedDevice> builtIn;  // null: the PC has none
+  std::shared_ptr<SimulatedDevice> plugIn;
+};
+
+SimulatedPc::SimulatedPc(const SimulatedPcSettings& settings) : m_state(std::make_shared<State>()) {
+  Check(settings);
+  if (settings.hasBuiltInCamera) {
+    m_state->builtIn = std::make_shared<SimulatedDevice>(settings.formats, settings.clip, settings.pace);
+  }
+  if (settings.hasPlugInCamera) {
+    m_state->plugIn = std::make_shared<SimulatedDevice>(
+        std::vector{Format(kMjpg, 1920, 1080, 60), Format(kMjpg, 1920, 1080, 30)}, "", settings.pace);
+  }
+}
+
+SimulatedPc::~SimulatedPc() = default;
+
+std::vector<CaptureDevice> SimulatedPc::CaptureDevices() {
+  std::vector<CaptureDevice> devices;
+  if (m_state->plugIn) {
+    devices.push_back(PlugInCamera(m_state->plugIn));
+  }
+  if (m_state->builtIn && m_state->builtIn->IsPresent()) {
+    devices.push_back(BuiltInCamera(m_state->builtIn));
+  }
+  return devices;
+}
+
+std::vector<UsbDevice> SimulatedPc::UsbDevices() {
+  // A Bluetooth radio, soldered in.
+  std::vector<UsbDevice> devices{{R"(USB\VID_8087&PID_0026\SIMULATED-1.10)", false,
+                                  R"(USB\VID_8087&PID_0026&MI_00\SIMULATED-1.10&0000)"}};
+  if (m_state->plugIn) {
+    devices.push_back({R"(USB\VID_046D&PID_0825\SIMULATED-2.1)", true,
+                       R"(USB\VID_046D&PID_0825&MI_00\SIMULATED-2.1&0000)"});
+  }
+  if (m_state->builtIn && m_state->builtIn->IsPresent()) {
+    devices.push_back({R"(USB\VID_04F2&PID_B6BE\SIMULATED-1.5)", false,
+                       R"(USB\VID_04F2&PID_B6BE&MI_00\SIMULATED-1.5&0000)"});
+  }
+  // A fingerprint reader that no driver has taken apart.
+  devices.push_back({R"(USB\VID_27C6&PID_55A2\SIMULATED-1.7)", false, ""});
+  return devices;
+}
+
+void SimulatedPc::RemoveBuiltInCamera() {
+  if (m_state->builtIn) {
+    m_state->builtIn->SetPresent(false);
+  }
+}
+
+void SimulatedPc::ReturnBuiltInCamera() {
+  if (m_state->builtIn) {
+    m_state->builtIn->SetPresent(true);
+  }
+}
+
+void SimulatedPc::Freeze(bool frozen) {
+  if (m_state->builtIn) {
+    m_state->builtIn->SetFrozen(frozen);
+  }
+}

@@ -1,0 +1,79 @@
+#include "Terminal.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <sstream>
+
+namespace {
+
+TEST(Progress, ShowsTimeFramesRateAndBitRate) {
+  EXPECT_EQ(ProgressText({12.34, 370, 2369280}), "   12.3 s      370 frames   30.0 fps    1536 kbit/s");
+}
+
+TEST(Progress, IsAllZeroAtTheBeginning) {
+  EXPECT_EQ(ProgressText({0, 1, 5000}), "    0.0 s        1 frames    0.0 fps       0 kbit/s");
+}
+
+TEST(Progress, KeepsItsWidthForADay) {
+  EXPECT_EQ(ProgressText({86400, 2592000, 16588800000}).size(), ProgressText({}).size());
+}
+
+TEST(ProgressLine, IsWrittenOverAndEndedOnce) {
+  std::ostringstream out;
+  std::ostringstream err;
+  {
+    ProgressLine line({out, err, true});
+    line.Show({});
+    line.Show({});
+    line.End();
+  }
+  EXPECT_EQ(err.str(), "\r" + ProgressText({}) + "\r" + ProgressText({}) + "\n");
+  EXPECT_EQ(out.str(), "");
+}
+
+TEST(ProgressLine, IsAbsentWithoutATerminal) {
+  std::ostringstream out;
+  std::ostringstream err;
+  {
+    ProgressLine line({out, err, false});
+    line.Show({});
+  }
+  EXPECT_EQ(err.str(), "");
+}
+
+TEST(StopSignals, AreNotedInsteadOfEndingTheProcess) {
+  for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+    const StopSignals signals;
+    EXPECT_FALSE(signals.HasArrived());
+    raise(number);
+    EXPECT_TRUE(signals.HasArrived());
+  }
+}
+
+TEST(StopSignals, SecondOfAKindEndsTheProcess) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const auto interruptTwice = [] {
+    const StopSignals signals;
+    raise(SIGTERM);
+    raise(SIGTERM);
+  };
+  EXPECT_EXIT(interruptTwice(), ::testing::KilledBySignal(SIGTERM), "");
+}
+
+TEST(StopSignals, EarlierActionsReturn) {
+  struct sigaction ignore {};
+  ignore.sa_handler = SIG_IGN;
+  sigaction(SIGINT, &ignore, nullptr);
+  {
+    const StopSignals signals;
+    raise(SIGINT);
+    EXPECT_FALSE(signals.HasArrived());
+  }
+  struct sigaction now {};
+  sigaction(SIGINT, nullptr, &now);
+  EXPECT_EQ(now.sa_handler, SIG_IGN);
+}
+
+}  // namespace

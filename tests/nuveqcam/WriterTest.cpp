@@ -1,0 +1,127 @@
+// The writer thread and what it writes to.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <condition_variable>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "Failure.h"
+#include "PacketWriter.h"
+#include "WriterThread.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+
+Packet KeyPacket(std::uint8_t mark) { return {{0, 0, 0, 1, 0x65, mark}, Clock::now()}; }
+Packet OtherPacket(std::uint8_t mark) { return {{0, 0, 0, 1, 0x61, mark}, Clock::now()}; }
+
+class FakeWriter : public PacketWriter {
+ public:
+  void Write(const Packet& packet) override {
+    if (packet.bytes.back() == failsAt) {
+      throw Failure(ExitCode::kCannotWrite, "no room");
+    }
+    marks.push_back(packet.bytes.back());
+  }
+  void Finish() override { isFinished = true; }
+
+  int failsAt = -1;
+  std::vector<int> marks;
+  bool isFinished = false;
+};
+
+TEST(WriterThread, WritesAndCountsAllBeforeItFinishes) {
+  PacketQueue queue(1000);
+  FakeWriter writer;
+  WriterThread thread(queue, writer);
+  const Packet first = KeyPacket(1);
+  queue.Push(first);
+  queue.Push(OtherPacket(2));
+  const Packet last = OtherPacket(3);
+  queue.Push(last);
+  thread.Finish();
+  EXPECT_THAT(writer.marks, ElementsAre(1, 2, 3));
+  EXPECT_TRUE(writer.isFinished);
+  const Written written = thread.Count();
+  EXPECT_EQ(written.frames, 3);
+  EXPECT_EQ(written.keyFrames, 1);
+  EXPECT_EQ(written.bytes, 18);
+  EXPECT_EQ(written.firstArrival, first.arrival);
+  EXPECT_EQ(written.latestArrival, last.arrival);
+}
+
+TEST(WriterThread, FailureStopsThePacketsAndIsThrownAtTheEnd) {
+  PacketQueue queue(1000);
+  FakeWriter writer;
+  writer.failsAt = 2;
+  WriterThread thread(queue, writer);
+  queue.Push(KeyPacket(1));
+  queue.Push(OtherPacket(2));
+  // The queue is abandoned as soon as the failure was met.
+  while (queue.Push(OtherPacket(3))) {
+    std::this_thread::yield();
+  }
+  EXPECT_TRUE(thread.HasFailed());
+  EXPECT_THROW(thread.Finish(), Failure);
+  EXPECT_THAT(writer.marks, ElementsAre(1));
+  EXPECT_FALSE(writer.isFinished);
+}
+
+TEST(WriterThread, WithoutFinishCompletesNothing) {
+  PacketQueue queue(1000);
+  FakeWriter writer;
+  { const WriterThread thread(queue, writer); }
+  EXPECT_FALSE(writer.isFinished);
+  EXPECT_FALSE(queue.Push(KeyPacket(1)));
+}
+
+class WriterFile : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    std::string name = (std::filesystem::temp_directory_path() / "nuveqcam-XXXXXX").string();
+    ASSERT_NE(mkdtemp(name.data()), nullptr);
+    folder = name;
+  }
+  void TearDown() override { std::filesystem::remove_all(folder); }
+
+  std::filesystem::path folder;
+};
+
+TEST_F(WriterFile, Mp4NeedsAKeyFrameFirst) {
+  OutputFile file((folder / "a.mp4").string());
+  const auto writer = MakePacketWriter(OutputKind::kMp4, file, 30);
+  try {
+    writer->Write(OtherPacket(1));
+    FAIL() << "began with a frame that cannot be decoded";
+  } catch (const Failure& failure) {
+    EXPECT_EQ(failure.Code(), ExitCode::kUnexpected);
+  }
+}
+
+TEST_F(WriterFile, Mp4NeedsAFileThatCanBeRewound) {
+  OutputFile file("/dev/null");
+  try {
+    MakePacketWriter(OutputKind::kMp4, file, 30);
+    FAIL() << "took a file that cannot be rewound";
+  } catch (const Failure& failure) {
+    EXPECT_EQ(failure.Code(), ExitCode::kCannotWrite);
+  }
+}
+
+TEST_F(WriterFile, RawKeepsPacketsAsTheyAre) {
+  OutputFile file((folder / "a.h264").string());
+  const auto writer = MakePacketWriter(OutputKind::kRawH264, file, 30);
+  writer->Write(KeyPacket(7));
+  writer->Write(OtherPacket(8));
+  writer->Finish();
+  std::ifstream written(folder / "a.h264", std::ios::binary);
+  std::ostringstream bytes;
+  bytes << written.rdbuf();
+  EXPECT_EQ(bytes.str(), std::string("\0\0\0\1\x65\7\0\0\0\1\x61\x8", 12));
+}
+
+}  // namespace

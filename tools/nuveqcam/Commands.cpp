@@ -1,0 +1,61 @@
+#include "Commands.h"
+
+#include <exception>
+#include <new>
+#include <ostream>
+
+#include "Libav.h"
+
+namespace {
+
+void RunCommand(const Workplace& place) {
+  switch (place.options.command) {
+    case Command::kList:
+      return RunList(place);
+    case Command::kRecord:
+      return RunRecord(place);
+    case Command::kSnapshot:
+      return RunSnapshot(place);
+    case Command::kNone:
+      break;
+  }
+}
+
+void Report(const Console& console, const std::string& text) {
+  console.out << std::flush;
+  console.err << "nuveqcam: " << text << std::endl;
+}
+
+}  // namespace
+
+ExitCode RunTool(const Options& options, const Console& console, const Patience& patience) {
+  try {
+    // libav's own remarks say nothing that the tool's messages do not.
+    av_log_set_level(options.isVerbose ? AV_LOG_ERROR : AV_LOG_QUIET);
+    if (options.isSimulated) {
+      UseSimulatedPc(options.clip);
+    }
+    LibraryLog log(options.isVerbose ? &console.err : nullptr);
+    const CameraLibrary library(options.library);
+    Camera camera(library, log);
+    RunCommand({options, console, camera, patience});
+    console.out << std::flush;
+    return ExitCode::kOk;
+  } catch (const Failure& failure) {
+    Report(console, failure.what());
+    return failure.Code();
+  } catch (const std::bad_alloc&) {
+    Report(console, "no memory; close other programs or choose a smaller size with --size");
+  } catch (const std::exception& error) {
+    Report(console, std::string("unexpected failure: ") + error.what() + "; see more with -v");
+  }
+  return ExitCode::kUnexpected;
+}
+
+CameraRequest ChooseRequest(const Options& options, const Capabilities& camera) {
+  const std::optional<Size> size = options.size ? options.size : ChooseSize(camera.sizes);
+  if (!size) {
+    throw Failure(ExitCode::kCannotOpen, "the camera names no picture size; give one with --size");
+  }
+  return {camera.id, *size, options.fps.value_or(ChooseFps(camera.rates))};
+}

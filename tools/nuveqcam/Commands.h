@@ -1,0 +1,40 @@
+// The tool's commands. Each throws Failure.
+#pragma once
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include "Arguments.h"
+#include "Camera.h"
+#include "Failure.h"
+#include "Terminal.h"
+
+// How long the tool waits for the camera.
+struct Patience {
+  std::chrono::milliseconds withoutPacket{10'000};  // then the stream has ended
+};
+
+// What every command works with.
+struct Workplace {
+  const Options& options;
+  const Console& console;
+  Camera& camera;
+  Patience patience;
+};
+
+// Runs the command of the options, which is not kNone. Reports failures on err; answers the exit code.
+ExitCode RunTool(const Options& options, const Console& console, const Patience& patience = {});
+
+void RunList(const Workplace& place);
+void RunRecord(const Workplace& place);
+void RunSnapshot(const Workplace& place);
+
+// What list prints. The camera's device is the one seen that is built in.
+std::string ListText(const Capabilities& camera, const std::vector<SeenDevice>& seen);
+// One JSON object on one line; camera is null when there is none.
+std::string ListJson(const Capabilities* camera, const std::vector<SeenDevice>& seen);
+
+// Size and rate of the options where they say so, else the best of what the camera offers. Throws Failure
+// (kCannotOpen) when neither says a size.
+CameraRequest ChooseRequest(const Options& options, const Capabilities& camera);

@@ -1,0 +1,104 @@
+#include "OutputFile.h"
+
+#include <cerrno>
+#include <system_error>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "Failure.h"
+#include "Text.h"
+
+namespace {
+
+constexpr mode_t kFileMode = 0666;
+
+std::string NextStep(int reason, bool isStandardOutput) {
+  if (reason == EPIPE) {
+    return "the program that reads it has ended";
+  }
+  if (isStandardOutput) {
+    return "write to a file with -o";
+  }
+  if (reason == ENOSPC || reason == EDQUOT || reason == EFBIG) {
+    return "make room there or choose another place with -o";
+  }
+  if (reason == ENOENT) {
+    return "make the folder first or choose another file with -o";
+  }
+  return "choose another file with -o";
+}
+
+}  // namespace
+
+OutputFile::OutputFile(const std::string& path)
+    : m_path(path),
+      m_name(path == "-" ? "the standard output" : Printable(path)),
+      m_isStandardOutput(path == "-") {
+  if (m_isStandardOutput) {
+    m_descriptor = STDOUT_FILENO;
+  } else {
+    constexpr int kFlags = O_WRONLY | O_CREAT | O_CLOEXEC;
+    // Whether the file is new decides whether it may go again.
+    m_descriptor = open(m_path.c_str(), kFlags | O_EXCL, kFileMode);
+    m_isMade = m_descriptor >= 0;
+    if (!m_isMade && errno == EEXIST) {
+      m_descriptor = open(m_path.c_str(), kFlags, kFileMode);
+    }
+    if (m_descriptor < 0) {
+      Fail(errno);
+    }
+  }
+  struct stat status {};
+  m_isRegular = fstat(m_descriptor, &status) == 0 && S_ISREG(status.st_mode);
+  m_canSeek = !m_isStandardOutput && m_isRegular;
+}
+
+OutputFile::~OutputFile() {
+  if (m_descriptor >= 0 && !m_isStandardOutput) {
+    close(m_descriptor);
+  }
+  if (m_isMade && !m_isBegun) {
+    unlink(m_path.c_str());
+  }
+}
+
+void OutputFile::Write(std::span<const std::uint8_t> bytes) {
+  CutOnce();
+  while (!bytes.empty()) {
+    const ssize_t written = write(m_descriptor, bytes.data(), bytes.size());
+    if (written < 0 && errno != EINTR) {
+      Fail(errno);
+    }
+    if (written > 0) {
+      bytes = bytes.subspan(static_cast<std::size_t>(written));
+    }
+  }
+}
+
+// Standard output that was redirected to a file is the shell's: it may append.
+void OutputFile::CutOnce() {
+  if (!std::exchange(m_isBegun, true) && m_canSeek && ftruncate(m_descriptor, 0) != 0) {
+    Fail(errno);
+  }
+}
+
+// NOLINTNEXTLINE(readability-make-member-function-const): the position is part of the file's state
+std::int64_t OutputFile::Seek(std::int64_t offset, int whence) {
+  return lseek(m_descriptor, static_cast<off_t>(offset), whence);
+}
+
+void OutputFile::Close() {
+  const int descriptor = std::exchange(m_descriptor, -1);
+  if (descriptor >= 0 && !m_isStandardOutput && close(descriptor) != 0) {
+    Fail(errno);
+  }
+}
+
+void OutputFile::Fail(int reason) const {
+  throw Failure(ExitCode::kCannotWrite, "cannot write " + m_name + ": " +
+                                            std::generic_category().message(reason) + "; " +
+                                            NextStep(reason, m_isStandardOutput));
+}

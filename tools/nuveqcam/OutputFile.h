@@ -1,0 +1,44 @@
+// The file, or standard output, that a command writes.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+
+class OutputFile {
+ public:
+  // Opens the file for writing; "-" is the standard output. What the file holds is left alone until the first
+  // Write, so that a camera that cannot be opened costs nobody an earlier recording. Throws Failure
+  // (kCannotWrite), as Write and Close do.
+  explicit OutputFile(const std::string& path);
+  OutputFile(const OutputFile&) = delete;
+  OutputFile& operator=(const OutputFile&) = delete;
+  // Removes a file that the constructor made and nothing was written to.
+  ~OutputFile();
+
+  // Writes at the current position, all of it.
+  void Write(std::span<const std::uint8_t> bytes);
+  // Moves the position as lseek does and answers the new one, or -1.
+  std::int64_t Seek(std::int64_t offset, int whence);
+  bool CanSeek() const { return m_canSeek; }
+  // Writing that the system put off fails here at the latest.
+  void Close();
+
+  // For people.
+  const std::string& Name() const { return m_name; }
+  // The failure to write for that reason, an errno value; after the next step comes what is left, if
+  // anything.
+  [[noreturn]] void Fail(int reason) const;
+
+ private:
+  void CutOnce();
+
+  std::string m_path;
+  std::string m_name;
+  int m_descriptor = -1;
+  bool m_isStandardOutput = false;
+  bool m_isRegular = false;
+  bool m_canSeek = false;
+  bool m_isMade = false;
+  bool m_isBegun = false;
+};

@@ -1,0 +1,74 @@
+#include "PacketQueue.h"
+
+#include <utility>
+
+PacketQueue::PacketQueue(std::size_t capacity) : m_capacity(capacity) {}
+
+bool PacketQueue::Push(Packet packet) {
+  std::unique_lock lock(m_mutex);
+  m_hasRoom.wait(lock, [&] { return m_isAbandoned || !IsFullLocked(); });
+  if (m_isAbandoned) {
+    return false;
+  }
+  const std::size_t size = packet.bytes.size();
+  m_packets.push_back(std::move(packet));
+  m_bytes += size;
+  m_latestArrival = Clock::now();
+  m_hasPacket.notify_one();
+  return true;
+}
+
+Popped PacketQueue::Pop(Packet& packet, std::chrono::milliseconds limit) {
+  std::unique_lock lock(m_mutex);
+  m_hasPacket.wait_for(lock, limit, [&] { return m_isEnded || m_isAbandoned || !m_packets.empty(); });
+  if (m_isAbandoned || (m_isEnded && m_packets.empty())) {
+    return Popped::kEnd;
+  }
+  if (m_packets.empty()) {
+    return Popped::kNothing;
+  }
+  packet = std::move(m_packets.front());
+  m_packets.pop_front();
+  m_bytes -= packet.bytes.size();
+  m_hasRoom.notify_one();
+  return Popped::kPacket;
+}
+
+void PacketQueue::LiftBound() {
+  const std::lock_guard lock(m_mutex);
+  m_isUnbounded = true;
+  m_hasRoom.notify_all();
+}
+
+void PacketQueue::End() {
+  const std::lock_guard lock(m_mutex);
+  m_isEnded = true;
+  m_hasPacket.notify_all();
+}
+
+void PacketQueue::Abandon() {
+  const std::lock_guard lock(m_mutex);
+  m_isAbandoned = true;
+  m_hasRoom.notify_all();
+  m_hasPacket.notify_all();
+}
+
+void PacketQueue::NoteLoss() {
+  const std::lock_guard lock(m_mutex);
+  m_hasLoss = true;
+}
+
+bool PacketQueue::HasLoss() const {
+  const std::lock_guard lock(m_mutex);
+  return m_hasLoss;
+}
+
+bool PacketQueue::IsFull() const {
+  const std::lock_guard lock(m_mutex);
+  return IsFullLocked();
+}
+
+Clock::time_point PacketQueue::LatestArrival() const {
+  const std::lock_guard lock(m_mutex);
+  return m_latestArrival;
+}

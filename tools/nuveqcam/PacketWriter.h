@@ -1,0 +1,26 @@
+// Makes a recording of packets.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "OutputFile.h"
+#include "OutputKind.h"
+#include "PacketQueue.h"
+
+class PacketWriter {
+ public:
+  PacketWriter() = default;
+  PacketWriter(const PacketWriter&) = delete;
+  PacketWriter& operator=(const PacketWriter&) = delete;
+  virtual ~PacketWriter() = default;
+
+  // Packets in the order of their arrival. Throws Failure, as Finish does; after a failure neither may be
+  // called again.
+  virtual void Write(const Packet& packet) = 0;
+  // Completes the file. Once, after the last packet.
+  virtual void Finish() = 0;
+};
+
+// The writer for recordings of that kind, at about that many frames per second. The file outlives it.
+std::unique_ptr<PacketWriter> MakePacketWriter(OutputKind kind, OutputFile& file, std::uint32_t fps);

@@ -1,0 +1,152 @@
+#include <algorithm>
+#include <ostream>
+
+#include "Commands.h"
+#include "PacketWriter.h"
+#include "Text.h"
+#include "WriterThread.h"
+
+namespace {
+
+constexpr std::chrono::milliseconds kLookAround{20};
+constexpr std::chrono::milliseconds kProgressEvery{200};
+// More than a minute of the stream; see PacketQueue.h for what happens beyond.
+constexpr std::size_t kQueueBytes = std::size_t{16} << 20U;
+
+using Seconds = std::chrono::duration<double>;
+
+enum class End { kTimeIsUp, kSignal, kDriedUp, kOutputFailed };
+
+class Recording {
+ public:
+  Recording(const Workplace& place, OutputFile& file, const CameraRequest& request)
+      : m_place(place),
+        m_file(file),
+        m_request(request),
+        m_kind(KindOfRecording(place.options.output)),
+        m_writer(MakePacketWriter(m_kind, file, request.fps)),
+        m_thread(m_queue, *m_writer) {}
+
+  void Run(const StopSignals& signals) {
+    m_openedAt = Clock::now();
+    m_place.camera.Open(m_request, m_queue);
+    const End end = Wait(signals);
+    // From here on the writer may take as long as it needs, and the camera's light goes out at once.
+    m_queue.LiftBound();
+    m_place.camera.Close();
+    Finish();
+    Judge(end);
+  }
+
+ private:
+  End Wait(const StopSignals& signals) {
+    const Console& console = m_place.console;
+    // Log lines would break the progress line, and say more.
+    ProgressLine line({console.out, console.err, console.isErrTerminal && !m_place.options.isVerbose});
+    const std::chrono::seconds limit(m_place.options.seconds);
+    auto nextProgress = Clock::now();
+    const auto begin = nextProgress;
+    Packet ignored;
+    for (;;) {
+      const auto now = Clock::now();
+      const Written written = m_thread.Count();
+      if (m_thread.HasFailed() || m_queue.HasLoss()) {
+        return End::kOutputFailed;
+      }
+      if (signals.HasArrived()) {
+        return End::kSignal;
+      }
+      if (limit.count() != 0 && written.frames > 0 && now - written.firstArrival >= limit) {
+        return End::kTimeIsUp;
+      }
+      // While the output is what everything waits for, the camera is not to blame.
+      const auto latest = std::max(begin, m_queue.LatestArrival());
+      if (!m_queue.IsFull() && now - latest > m_place.patience.withoutPacket) {
+        return End::kDriedUp;
+      }
+      if (now >= nextProgress && written.frames > 0) {
+        line.Show({Seconds(now - written.firstArrival).count(), written.frames, written.bytes});
+        nextProgress = now + kProgressEvery;
+      }
+      std::this_thread::sleep_for(kLookAround);
+    }
+  }
+
+  void Finish() {
+    try {
+      m_thread.Finish();
+    } catch (const Failure& failure) {
+      if (failure.Code() != ExitCode::kCannotWrite || m_thread.Count().frames == 0) {
+        throw;
+      }
+      const char* const left = m_kind == OutputKind::kMp4
+                                   ? "; what is there is incomplete and will not play (an .h264 recording "
+                                     "plays up to where it ends)"
+                                   : "; what is there plays up to where it ends";
+      throw Failure(failure.Code(), failure.what() + std::string(left));
+    }
+  }
+
+  void Judge(End end) {
+    const Written written = m_thread.Count();
+    if (m_queue.HasLoss()) {
+      throw Failure(
+          ExitCode::kUnexpected,
+          "no memory for a packet, the recording ends before it; close other programs and try again");
+    }
+    if (written.frames > 0) {
+      Summarise(written, end);
+    }
+    const std::string soFar =
+        written.frames > 0 ? "the recording is complete up to there" : "nothing was written";
+    if (end == End::kSignal && written.frames == 0) {
+      throw Failure(ExitCode::kEndedEarly, "interrupted before the first picture; " + soFar);
+    }
+    if (end == End::kDriedUp) {
+      throw Failure(ExitCode::kEndedEarly,
+                    "the camera has delivered nothing for " +
+                        Decimal(Seconds(m_place.patience.withoutPacket).count(), 0) + " s; " + soFar +
+                        "; see with 'nuveqcam list' whether the camera is still there");
+    }
+  }
+
+  void Summarise(const Written& written, End end) {
+    // The last picture is shown for one frame's time.
+    const double seconds =
+        Seconds(written.latestArrival - written.firstArrival).count() + 1.0 / m_request.fps;
+    const double kbits = static_cast<double>(written.bytes) * 8 / 1000 / seconds;
+    const double toFirst = Seconds(written.firstArrival - m_openedAt).count() * 1000;
+    // Where the recording itself goes to the standard output, that is no place for a summary.
+    std::ostream& out = m_place.options.output == "-" ? m_place.console.err : m_place.console.out;
+    out << "recorded " + m_file.Name() + (end == End::kSignal ? " (interrupted)" : "") + "\n" +
+               "  request       " + ToText(m_request.size) + ", " + std::to_string(m_request.fps) + " fps\n" +
+               "  frames        " + std::to_string(written.frames) + "\n" + "  key frames    " +
+               std::to_string(written.keyFrames) + "\n" + "  duration      " + Decimal(seconds, 2) + " s\n" +
+               "  bit rate      " + Decimal(kbits, 0) + " kbit/s\n" + "  first packet  " +
+               Decimal(toFirst, 0) + " ms after the open request\n"
+        << std::flush;
+  }
+
+  const Workplace& m_place;
+  OutputFile& m_file;
+  const CameraRequest m_request;
+  const OutputKind m_kind;
+  PacketQueue m_queue{kQueueBytes};
+  std::unique_ptr<PacketWriter> m_writer;
+  WriterThread m_thread;
+  Clock::time_point m_openedAt;
+};
+
+}  // namespace
+
+void RunRecord(const Workplace& place) {
+  if (place.options.output == "-" && place.console.isOutTerminal) {
+    throw Failure(ExitCode::kUsage,
+                  "a terminal cannot show the recording; pipe it on, or choose a file with -o");
+  }
+  const StopSignals signals;
+  // First, so that an output that cannot be written is known before the camera's light goes on.
+  OutputFile file(place.options.output);
+  const CameraRequest request = ChooseRequest(place.options, place.camera.Query());
+  Recording(place, file, request).Run(signals);
+}

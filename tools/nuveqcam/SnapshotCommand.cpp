@@ -1,0 +1,75 @@
+#include <algorithm>
+#include <ostream>
+
+#include "Commands.h"
+#include "OutputFile.h"
+#include "PictureDecoder.h"
+#include "PngWriter.h"
+#include "Text.h"
+
+namespace {
+
+constexpr std::chrono::milliseconds kLookAround{20};
+constexpr std::size_t kQueueBytes = std::size_t{16} << 20U;
+
+// Decodes until the picture after the skipped ones is there.
+void WaitForPicture(const Workplace& place, const StopSignals& signals, PacketQueue& queue,
+                    PictureDecoder& decoder) {
+  const auto begin = Clock::now();
+  std::uint32_t pictures = 0;
+  Packet packet;
+  for (;;) {
+    if (signals.HasArrived()) {
+      throw Failure(ExitCode::kEndedEarly, "interrupted before the picture was there; nothing was written");
+    }
+    if (queue.Pop(packet, kLookAround) == Popped::kPacket) {
+      pictures += decoder.Decode(packet) ? 1U : 0U;
+      if (pictures > place.options.skip) {
+        return;
+      }
+    } else if (Clock::now() - std::max(begin, queue.LatestArrival()) > place.patience.withoutPacket) {
+      throw Failure(ExitCode::kEndedEarly,
+                    "the camera has delivered nothing for " +
+                        Decimal(std::chrono::duration<double>(place.patience.withoutPacket).count(), 0) +
+                        " s after " + std::to_string(pictures) + " of " +
+                        std::to_string(std::uint64_t{place.options.skip} + 1) +
+                        " pictures; see with 'nuveqcam list' whether the camera is still there");
+    }
+  }
+}
+
+}  // namespace
+
+void RunSnapshot(const Workplace& place) {
+  if (place.options.output == "-" && place.console.isOutTerminal) {
+    throw Failure(ExitCode::kUsage,
+                  "a terminal cannot show the picture; pipe it on, or choose a file with -o");
+  }
+  const StopSignals signals;
+  OutputFile file(place.options.output);
+  PictureDecoder decoder;
+  const CameraRequest request = ChooseRequest(place.options, place.camera.Query());
+  PacketQueue queue(kQueueBytes);
+  place.camera.Open(request, queue);
+  // Closing waits for a callback in progress, which nobody makes room for any more.
+  struct CloseCamera {
+    const Workplace& place;
+    PacketQueue& queue;
+    ~CloseCamera() {
+      queue.Abandon();
+      place.camera.Close();
+    }
+  };
+  {
+    const CloseCamera closing{place, queue};
+    WaitForPicture(place, signals, queue, decoder);
+  }
+  const AVFrame& picture = decoder.Picture();
+  file.Write(EncodePng(picture));
+  file.Close();
+  std::ostream& out = place.options.output == "-" ? place.console.err : place.console.out;
+  out << "took " + file.Name() + "\n" + "  size     " + std::to_string(picture.width) + "x" +
+             std::to_string(picture.height) + "\n" + "  picture  " +
+             std::to_string(std::uint64_t{place.options.skip} + 1) + " of the stream\n"
+      << std::flush;
+}

@@ -1,0 +1,69 @@
+#include "WriterThread.h"
+
+#include <utility>
+
+#include "AnnexB.h"
+
+namespace {
+
+// Only how often an idle thread looks around; a packet or the end wakes it at once.
+constexpr std::chrono::milliseconds kLimit{1000};
+
+}  // namespace
+
+WriterThread::WriterThread(PacketQueue& queue, PacketWriter& writer)
+    : m_queue(queue), m_writer(writer), m_thread([this] { Run(); }) {}
+
+WriterThread::~WriterThread() {
+  if (m_thread.joinable()) {
+    m_queue.Abandon();
+    m_thread.join();
+  }
+}
+
+Written WriterThread::Count() const {
+  const std::lock_guard lock(m_mutex);
+  return m_count;
+}
+
+void WriterThread::Finish() {
+  m_queue.End();
+  m_thread.join();
+  if (m_failure != nullptr) {
+    std::rethrow_exception(std::exchange(m_failure, nullptr));
+  }
+  m_writer.Finish();
+}
+
+void WriterThread::Run() {
+  try {
+    WriteAll();
+  } catch (...) {
+    m_failure = std::current_exception();
+    m_hasFailed = true;
+    m_queue.Abandon();
+  }
+}
+
+void WriterThread::WriteAll() {
+  Packet packet;
+  for (;;) {
+    const Popped popped = m_queue.Pop(packet, kLimit);
+    if (popped == Popped::kEnd) {
+      return;
+    }
+    if (popped == Popped::kNothing) {
+      continue;
+    }
+    m_writer.Write(packet);
+    const bool isKeyFrame = IsKeyFrame(packet.bytes);
+    const std::lock_guard lock(m_mutex);
+    if (m_count.frames == 0) {
+      m_count.firstArrival = packet.arrival;
+    }
+    ++m_count.frames;
+    m_count.keyFrames += isKeyFrame ? 1 : 0;
+    m_count.bytes += packet.bytes.size();
+    m_count.latestArrival = packet.arrival;
+  }
+}

@@ -1,0 +1,51 @@
+// Takes packets off the queue and writes them, on a thread of its own.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <exception>
+#include <mutex>
+#include <optional>
+#include <thread>
+
+#include "PacketQueue.h"
+#include "PacketWriter.h"
+
+// What has been written.
+struct Written {
+  std::uint64_t frames = 0;
+  std::uint64_t keyFrames = 0;
+  std::uint64_t bytes = 0;
+  Clock::time_point firstArrival;  // with frames > 0
+  Clock::time_point latestArrival;
+};
+
+class WriterThread {
+ public:
+  // Both outlive it.
+  WriterThread(PacketQueue& queue, PacketWriter& writer);
+  WriterThread(const WriterThread&) = delete;
+  WriterThread& operator=(const WriterThread&) = delete;
+  // Without Finish: gives up what is in the queue.
+  ~WriterThread();
+
+  // True once writing has failed; the queue takes no more packets then.
+  bool HasFailed() const { return m_hasFailed; }
+  Written Count() const;
+
+  // Writes what is left in the queue and completes the recording. After the camera has been closed, once.
+  // Throws what the writer threw.
+  void Finish();
+
+ private:
+  void Run();
+  void WriteAll();
+
+  PacketQueue& m_queue;
+  PacketWriter& m_writer;
+  mutable std::mutex m_mutex;
+  Written m_count;
+  std::exception_ptr m_failure;
+  std::atomic<bool> m_hasFailed = false;
+  std::thread m_thread;
+};

@@ -1,0 +1,39 @@
+// nuveqcam: the command-line host of the camera library.
+#include <exception>
+#include <iostream>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "Arguments.h"
+#include "Commands.h"
+#include "Help.h"
+#include "Terminal.h"
+
+namespace {
+
+ExitCode Run(const std::vector<std::string>& arguments) {
+  MakeWritesFail();
+  const auto parsed = ParseArguments(arguments);
+  if (const auto* const wrong = std::get_if<UsageError>(&parsed)) {
+    std::cerr << "nuveqcam: " << wrong->text << "; see 'nuveqcam --help'" << std::endl;
+    return ExitCode::kUsage;
+  }
+  const auto& options = std::get<Options>(parsed);
+  if (options.wantsHelp || options.wantsVersion) {
+    std::cout << (options.wantsHelp ? HelpText(options.command) : VersionText()) << std::flush;
+    return std::cout ? ExitCode::kOk : ExitCode::kCannotWrite;
+  }
+  return RunTool(options, {std::cout, std::cerr, IsStandardErrorTerminal(), IsStandardOutputTerminal()});
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return static_cast<int>(Run({argv + (argc > 0 ? 1 : 0), argv + argc}));
+  } catch (const std::exception& error) {
+    std::cerr << "nuveqcam: " << error.what() << std::endl;
+    return static_cast<int>(ExitCode::kUnexpected);
+  }
+}
