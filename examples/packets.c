@@ -28,7 +28,7 @@ int main(int argc, char** argv) {
   NUVEQCameraCapabilities* cameras = NULL;
   uint32_t count = 0;
   if (camera.GetCapability(&cameras, &count) != 0) return 3;
-  if (cameras->abilities->resolutionNum == 0) return 4; /* a camera in formats that nobody knows */
+  if (cameras->abilities->resolutionNum == 0) return 4;      /* a camera in formats that nobody knows */
   NUVEQResolution size = cameras->abilities->resolutions[0]; /* one of those that the camera offers */
   NUVEQCameraParam wanted = {"0", 1, (uint32_t)size.width, (uint32_t)size.height, 30};
   camera.ReleaseCapability(0, cameras, count);
