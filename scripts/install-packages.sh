@@ -14,8 +14,8 @@ USAGE
 }
 
 demo=(
-  binutils ca-certificates cmake dpkg-dev g++ libavcodec-dev libavformat-dev libavutil-dev libopenh264-dev
-  libswscale-dev libturbojpeg0-dev libyuv-dev ninja-build pkg-config
+  binutils ca-certificates cmake dpkg-dev g++ libavcodec-dev libavformat-dev libavutil-dev libjpeg62-turbo-dev
+  libopenh264-dev libswscale-dev libturbojpeg0-dev libyuv-dev ninja-build pkg-config
 )
 native=(
   "${demo[@]}" clang clang-format clang-tidy ffmpeg gcovr git libbenchmark-dev libclang-rt-14-dev libgmock-dev

@@ -66,7 +66,8 @@ struct IMediaControl : IUnknown {
 
 struct IMediaEvent : IUnknown {
   // Waits for the graph's completion, at most timeout milliseconds (-1: for ever). S_OK with the event's
-  // code when the graph has completed; E_ABORT after the time-out; VFW_E_WRONG_STATE when it is not running.
+  // code when the graph has completed, also once it has been stopped since; E_ABORT after the time-out;
+  // VFW_E_WRONG_STATE when it has not completed and does not run.
   virtual HRESULT STDMETHODCALLTYPE WaitForCompletion(LONG timeout, LONG* eventCode) = 0;
 };
 

@@ -16,6 +16,8 @@
 // HRESULTs of the system's own error numbers, as on Windows: facility 7.
 constexpr HRESULT kDeviceInUse = ResultCode(0x800700AA);    // ERROR_BUSY
 constexpr HRESULT kDeviceGone = ResultCode(0x8007048F);     // ERROR_DEVICE_NOT_CONNECTED
+constexpr HRESULT kNoBandwidth = ResultCode(0x800705AA);    // ERROR_NO_SYSTEM_RESOURCES: the bus is full
+constexpr HRESULT kTooManyOpen = ResultCode(0x80070004);    // ERROR_TOO_MANY_OPEN_FILES
 constexpr HRESULT kDeviceIoError = ResultCode(0x8007045D);  // ERROR_IO_DEVICE
 constexpr HRESULT VFW_E_INVALIDMEDIATYPE = ResultCode(0x80040200);
 

@@ -1,6 +1,4 @@
-// COM's functions: set-up, classes, task memory.
-#include <cstdlib>
-
+// COM's functions: set-up, and the classes that there are.
 #include "ComObject.h"
 #include "DeviceEnumerator.h"
 #include "Diagnosis.h"
@@ -9,21 +7,10 @@
 
 namespace {
 
-constexpr DWORD kTaskAllocator = 1;
 constexpr HRESULT CLASS_E_NOAGGREGATION = ResultCode(0x80040110);
-
-std::atomic<std::uint64_t>& LiveTaskBlockCount() {
-  static std::atomic<std::uint64_t> count{0};
-  return count;
-}
 
 // How often COM was set up on this thread. Nothing depends on it here but the answers.
 thread_local unsigned t_initialised = 0;
-
-class TaskAllocator : public ComObject<IMalloc> {
- public:
-  void STDMETHODCALLTYPE Free(void* block) override { CoTaskMemFree(block); }
-};
 
 class BindContext : public ComObject<IBindCtx> {};
 
@@ -40,7 +27,6 @@ std::atomic<std::uint64_t>& LiveObjectCount() {
 }
 
 std::uint64_t LiveObjects() { return LiveObjectCount(); }
-std::uint64_t LiveTaskBlocks() { return LiveTaskBlockCount(); }
 
 NUVEQ_PLATFORM_EXPORT HRESULT WINAPI CoInitialize(LPVOID /*reserved*/) {
   return ++t_initialised == 1 ? S_OK : S_FALSE;
@@ -76,32 +62,6 @@ NUVEQ_PLATFORM_EXPORT HRESULT WINAPI CoCreateInstance(REFCLSID classId, LPUNKNOW
     }
     return REGDB_E_CLASSNOTREG;
   });
-}
-
-NUVEQ_PLATFORM_EXPORT LPVOID WINAPI CoTaskMemAlloc(std::size_t size) {
-  void* const block = std::malloc(size);
-  if (block != nullptr) {
-    ++LiveTaskBlockCount();
-  }
-  return block;
-}
-
-NUVEQ_PLATFORM_EXPORT void WINAPI CoTaskMemFree(LPVOID block) {
-  if (block != nullptr) {
-    --LiveTaskBlockCount();
-    std::free(block);
-  }
-}
-
-NUVEQ_PLATFORM_EXPORT HRESULT WINAPI CoGetMalloc(DWORD context, IMalloc** allocator) {
-  if (allocator == nullptr) {
-    return E_POINTER;
-  }
-  *allocator = nullptr;
-  if (context != kTaskAllocator) {
-    return E_INVALIDARG;
-  }
-  return Guarded([&] { return HandOut(MakeObject<TaskAllocator>(), allocator); });
 }
 
 NUVEQ_PLATFORM_EXPORT HRESULT WINAPI CreateBindCtx(DWORD reserved, IBindCtx** context) {

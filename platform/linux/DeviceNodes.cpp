@@ -6,11 +6,14 @@ DeviceNodes& DeviceNodes::Get() {
 }
 
 DEVINST DeviceNodes::NumberOf(const std::string& id) {
-  const auto [entry, isNew] = m_numbers.try_emplace(id, static_cast<DEVINST>(m_nodes.size() + 1));
-  if (isNew) {
-    m_nodes.push_back({id});
+  if (const auto known = m_numbers.find(id); known != m_numbers.end()) {
+    return known->second;
   }
-  return entry->second;
+  // A number without a node must never be; a node without a number does no harm.
+  m_nodes.push_back({id});
+  const auto number = static_cast<DEVINST>(m_nodes.size());
+  m_numbers.emplace(id, number);
+  return number;
 }
 
 DEVINST DeviceNodes::Note(const UsbDevice& device) {

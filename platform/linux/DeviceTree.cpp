@@ -1,5 +1,7 @@
 #include "DeviceTree.h"
 
+#include <algorithm>
+#include <cctype>
 #include <mutex>
 
 #include "LinuxDeviceTree.h"
@@ -17,6 +19,12 @@ Slot& TheSlot() {
 }
 
 }  // namespace
+
+std::string DisplayForm(std::string id) {
+  std::transform(id.begin(), id.end(), id.begin(),
+                 [](unsigned char c) { return c == '\\' ? '#' : static_cast<char>(std::tolower(c)); });
+  return id;
+}
 
 void UseDeviceTree(std::shared_ptr<DeviceTree> tree) {
   if (tree == nullptr) {

@@ -41,6 +41,9 @@ class DeviceTree {
   virtual std::vector<UsbDevice> UsbDevices() = 0;
 };
 
+// An instance id as it stands in display names: lower case, with "#" for "\".
+std::string DisplayForm(std::string id);
+
 // The PC from here on; null means the machine's own. For hosts, before the library's first call, from any
 // thread. Graphs that were built already keep their cameras.
 NUVEQ_PLATFORM_EXPORT void UseDeviceTree(std::shared_ptr<DeviceTree> tree);

@@ -8,7 +8,7 @@
 // What became of the frames of the latest run of a graph. Complete once the graph has been stopped.
 struct StreamCounters {
   std::uint64_t delivered = 0;    // passed to the callback
-  std::uint64_t tooShort = 0;     // dropped: empty, or less than a picture
+  std::uint64_t tooShort = 0;     // dropped: not a whole picture by its size
   std::uint64_t damaged = 0;      // dropped: marked as such by the driver
   std::uint64_t undecodable = 0;  // dropped: corrupt or truncated JPEG pictures
   std::uint64_t missed = 0;       // never seen: gaps in the driver's numbering

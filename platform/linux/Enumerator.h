@@ -1,4 +1,4 @@
-// Enumerators over a list that was taken when they were made.
+// Enumerators over a list that was taken when they were made. Each is for one thread at a time.
 #pragma once
 
 #include <vector>
@@ -28,7 +28,8 @@ class Enumerator : public ComObject<Interface> {
     if (fetched != nullptr) {
       *fetched = handedOut;
     }
-    return hr != S_OK ? hr : handedOut == count ? S_OK : S_FALSE;
+    // What was handed out before a failure is the caller's; the failure is the next call's to meet again.
+    return handedOut == count ? S_OK : hr != S_OK && handedOut == 0 ? hr : S_FALSE;
   }
 
  protected:

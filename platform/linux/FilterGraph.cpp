@@ -54,9 +54,10 @@ HRESULT STDMETHODCALLTYPE FilterGraph::Run() {
   }
   return Guarded([&] {
     const std::lock_guard control(m_controlMutex);
-    if (m_thread.IsStarted()) {
+    if (m_thread.IsRunning()) {
       return S_OK;
     }
+    m_thread.Stop();
     const std::shared_ptr<Connection> connection = [&] {
       const std::lock_guard lock(m_mutex);
       return m_connection;
@@ -74,6 +75,8 @@ HRESULT STDMETHODCALLTYPE FilterGraph::Stop() {
     m_completion->End();
     const std::lock_guard control(m_controlMutex);
     m_thread.Stop();
+    // Once more, for a Run that was under way.
+    m_completion->End();
     return S_OK;
   });
 }

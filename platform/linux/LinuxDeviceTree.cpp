@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <optional>
 
 #include "SysfsUsb.h"
 #include "System.h"
@@ -26,7 +27,7 @@ std::string WhyNotBuiltIn(Attachment attachment) {
     case Attachment::kUnknown:
       return "the PC's firmware does not say that its USB port is an internal one";
     case Attachment::kBelowRemovableHub:
-      return "it belongs to a USB hub that can be removed";
+      return "it belongs to a USB hub that can be removed, or may be";
   }
   return {};
 }
@@ -59,10 +60,19 @@ std::string PlaceText(const fs::path& device, const fs::path& sysfsRoot) {
   return DisplayForm(place);
 }
 
-CaptureDevice Describe(const fs::path& entry, const std::string& path, const fs::path& sysfsRoot) {
+// Nothing for a node that has gone meanwhile.
+std::optional<CaptureDevice> Describe(const fs::path& entry, const std::string& path,
+                                      const fs::path& sysfsRoot) {
   const SysfsUsb usb(sysfsRoot);
-  std::error_code ignored;
-  const fs::path parent = fs::canonical(entry / "device", ignored);
+  std::error_code error;
+  fs::path parent = fs::canonical(entry / "device", error);
+  if (error) {
+    // A node of no device: a loopback camera has only itself.
+    parent = fs::canonical(entry, error);
+  }
+  if (error) {
+    return std::nullopt;
+  }
   const std::string id = usb.InterfaceId(parent);
   CaptureDevice device;
   device.displayName = R"(@device:pnp:\\?\)" + (id.empty() ? PlaceText(parent, sysfsRoot) : DisplayForm(id)) +
@@ -104,8 +114,11 @@ std::vector<CaptureDevice> LinuxDeviceTree::CaptureDevices() {
   for (fs::directory_iterator entry(sysfsRoot / "class" / "video4linux", ignored), end; entry != end;
        entry.increment(ignored)) {
     const std::string path = (CurrentSystem().DevRoot() / entry->path().filename()).string();
-    if (entry->path().filename().string().starts_with("video") && IsCaptureNode(path, entry->path())) {
-      cameras.push_back(Describe(entry->path(), path, sysfsRoot));
+    if (!entry->path().filename().string().starts_with("video") || !IsCaptureNode(path, entry->path())) {
+      continue;
+    }
+    if (auto camera = Describe(entry->path(), path, sysfsRoot)) {
+      cameras.push_back(std::move(*camera));
     }
   }
   std::sort(cameras.begin(), cameras.end(),

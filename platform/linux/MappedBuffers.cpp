@@ -44,9 +44,9 @@ int MappedBuffers::MapAndQueue(std::uint32_t index, std::size_t leastSize) {
 
 int MappedBuffers::Allocate(std::uint32_t count, std::size_t leastSize) {
   Release();
-  m_buffers.reserve(count);
   int error = Request(count);
   m_isRequested = error == 0;
+  m_buffers.reserve(error == 0 ? count : 0);
   if (error == 0 && count == 0) {
     error = ENOMEM;
   }

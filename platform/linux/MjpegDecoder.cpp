@@ -1,76 +1,37 @@
 #include "MjpegDecoder.h"
 
-#include <algorithm>
-#include <array>
-#include <cstring>
-
 #include <libyuv.h>
-#include <turbojpeg.h>
+#include "JpegReader.h"
 #include "Streaming.h"
 
 namespace {
 
 constexpr std::size_t kBgraBytes = 4;
 
-// Cameras that put a byte too many between markers are common, and their pictures are whole. A picture that
-// lacks its end is not: it was cut off on the way.
-bool IsHarmless(const char* warning, const std::uint8_t* data, std::size_t size) {
-  constexpr std::array<std::uint8_t, 2> kEndOfImage{0xFF, 0xD9};
-  return std::strstr(warning, "extraneous bytes before marker") != nullptr &&
-         std::find_end(data, data + size, kEndOfImage.begin(), kEndOfImage.end()) != data + size;
-}
-
 }  // namespace
 
-void MjpegDecoder::Destroy::operator()(void* decompressor) const { tjDestroy(decompressor); }
-
 MjpegDecoder::MjpegDecoder(std::uint32_t width, std::uint32_t height, Layout layout)
-    : m_decompressor(MakeDecompressor()),
-      m_width(static_cast<int>(width)),
+    : m_width(static_cast<int>(width)),
       m_height(static_cast<int>(height)),
       m_layout(layout),
+      m_reader(std::make_unique<JpegReader>()),
       m_bgra(kBgraBytes * width * height),
       m_yuy2(layout == Layout::kYuy2 ? std::size_t{2} * width * height : 0) {}
 
-MjpegDecoder::Decompressor MjpegDecoder::MakeDecompressor() {
-  Decompressor made(tjInitDecompress());
-  if (made == nullptr) {
-    throw std::bad_alloc();
-  }
-  return made;
-}
-
-bool MjpegDecoder::Decompress(const std::uint8_t* data, std::size_t size) {
-  void* const handle = m_decompressor.get();
-  int width = 0;
-  int height = 0;
-  int subsampling = 0;
-  int colours = 0;
-  if (tjDecompressHeader3(handle, data, size, &width, &height, &subsampling, &colours) != 0) {
-    // A decompressor that broke off within a header reads the next picture from there on.
-    m_decompressor = MakeDecompressor();
-    return false;
-  }
-  if (width != m_width || height != m_height) {
-    return false;
-  }
-  const int flags = m_layout == Layout::kArgb32 ? TJFLAG_BOTTOMUP : 0;
-  if (tjDecompress2(handle, data, size, m_bgra.data(), m_width, 0, m_height, TJPF_BGRA, flags) == 0) {
-    return true;
-  }
-  return tjGetErrorCode(handle) == TJERR_WARNING && IsHarmless(tjGetErrorStr2(handle), data, size);
-}
+MjpegDecoder::~MjpegDecoder() = default;
 
 bool MjpegDecoder::Convert(const std::uint8_t* data, std::size_t size, Picture& picture) {
-  if (!Decompress(data, size)) {
+  const bool isBottomUp = m_layout == Layout::kArgb32;
+  const std::size_t stride = kBgraBytes * static_cast<std::size_t>(m_width);
+  if (!m_reader->Read(data, size, {m_bgra.data(), stride, m_width, m_height, isBottomUp})) {
     return false;
   }
   if (m_layout == Layout::kArgb32) {
     picture = {m_bgra.data(), m_bgra.size()};
     return true;
   }
-  const int bgraStride = m_width * static_cast<int>(kBgraBytes);
-  if (libyuv::ARGBToYUY2(m_bgra.data(), bgraStride, m_yuy2.data(), m_width * 2, m_width, m_height) != 0) {
+  if (libyuv::ARGBToYUY2(m_bgra.data(), static_cast<int>(stride), m_yuy2.data(), m_width * 2, m_width,
+                         m_height) != 0) {
     return false;
   }
   picture = {m_yuy2.data(), m_yuy2.size()};

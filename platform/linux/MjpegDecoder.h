@@ -6,28 +6,24 @@
 
 #include "FrameConverter.h"
 
+class JpegReader;
+
 class MjpegDecoder : public FrameConverter {
  public:
   enum class Layout { kArgb32, kYuy2 };
   // width is even for YUY2.
   MjpegDecoder(std::uint32_t width, std::uint32_t height, Layout layout);
+  ~MjpegDecoder() override;
 
-  // False for anything but a whole JPEG picture of the decoder's size.
+  // False for anything but a whole JPEG picture of the decoder's size. Damage that still makes a valid stream
+  // shows in the picture and nowhere else.
   bool Convert(const std::uint8_t* data, std::size_t size, Picture& picture) override;
 
  private:
-  struct Destroy {
-    void operator()(void* decompressor) const;
-  };
-  using Decompressor = std::unique_ptr<void, Destroy>;
-  // Throws std::bad_alloc.
-  static Decompressor MakeDecompressor();
-  bool Decompress(const std::uint8_t* data, std::size_t size);
-
-  Decompressor m_decompressor;
   int m_width;
   int m_height;
   Layout m_layout;
+  std::unique_ptr<JpegReader> m_reader;
   std::vector<std::uint8_t> m_bgra;
   std::vector<std::uint8_t> m_yuy2;
 };

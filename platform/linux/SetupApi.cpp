@@ -9,7 +9,6 @@
 #include "ComObject.h"
 #include "DeviceNodes.h"
 #include "DeviceTree.h"
-#include "SysfsUsb.h"
 
 namespace {
 

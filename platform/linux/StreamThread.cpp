@@ -1,7 +1,6 @@
 #include "StreamThread.h"
 
 #include <limits>
-#include <system_error>
 
 #include "ComObject.h"
 #include "Counters.h"
@@ -34,7 +33,10 @@ class StreamThread::Stream {
     while (!m_isStopping && TakeOne()) {
     }
     m_connection->Camera().Stop();
+    m_isOver = true;
   }
+
+  bool IsOver() const { return m_isOver; }
 
  private:
   // False when the stream is over.
@@ -44,10 +46,13 @@ class StreamThread::Stream {
       case Arrival::kFrame:
         PassOn(frame);
         m_connection->Camera().Recycle(frame);
+        // A camera may have a frame ready at any time and none that is good.
+        if (m_deadline != kNever && std::chrono::steady_clock::now() >= m_deadline) {
+          LetWaitersGo();
+        }
         return true;
       case Arrival::kNothing:
-        m_deadline = kNever;
-        m_completion->Complete(EC_ERRORABORT);
+        LetWaitersGo();
         return true;
       case Arrival::kLost:
         Counters().isLost = true;
@@ -57,6 +62,11 @@ class StreamThread::Stream {
         break;
     }
     return false;
+  }
+
+  void LetWaitersGo() {
+    m_deadline = kNever;
+    m_completion->Complete(EC_ERRORABORT);
   }
 
   // Neither what a conversion nor what a callback throws may end the process.
@@ -90,6 +100,7 @@ class StreamThread::Stream {
   std::shared_ptr<Completion> m_completion;
   CaptureSource::Deadline m_deadline = kNever;
   std::atomic<bool> m_isStopping = false;
+  std::atomic<bool> m_isOver = false;
 };
 
 HRESULT StreamThread::Start(const std::shared_ptr<Connection>& connection,
@@ -105,7 +116,8 @@ HRESULT StreamThread::Start(const std::shared_ptr<Connection>& connection,
   m_current = stream.get();
   try {
     m_thread = std::thread([stream] { stream->Run(); });
-  } catch (const std::system_error&) {
+  } catch (...) {
+    // No thread, or no memory for one.
     completion->End();
     camera.Stop();
     return E_OUTOFMEMORY;
@@ -124,5 +136,7 @@ void StreamThread::Stop() {
     m_thread.join();
   }
 }
+
+bool StreamThread::IsRunning() const { return m_thread.joinable() && !m_stream->IsOver(); }
 
 bool StreamThread::IsCurrentThread() const { return t_stream != nullptr && t_stream == m_current; }

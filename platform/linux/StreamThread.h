@@ -9,7 +9,7 @@
 #include "Completion.h"
 #include "Connection.h"
 
-// Start and Stop take turns; the rest may be called from any thread.
+// Start, Stop and IsRunning take turns; IsCurrentThread may be called from any thread.
 class StreamThread {
  public:
   StreamThread() = default;
@@ -23,7 +23,8 @@ class StreamThread {
   // Returns after the last frame has been passed on and the camera has stopped. The streaming thread itself
   // cannot wait for itself: called there, the stream ends once the frame at hand has been passed on.
   void Stop();
-  bool IsStarted() const { return m_thread.joinable(); }
+  // False also after the camera has gone, which ends the stream. Start wants a Stop before it all the same.
+  bool IsRunning() const;
   bool IsCurrentThread() const;
 
  private:

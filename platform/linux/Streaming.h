@@ -6,7 +6,6 @@
 constexpr HRESULT VFW_E_ALREADY_CONNECTED = ResultCode(0x80040204);
 constexpr HRESULT VFW_E_NO_TYPES = ResultCode(0x80040207);
 constexpr HRESULT VFW_E_NOT_CONNECTED = ResultCode(0x80040209);
-constexpr HRESULT VFW_E_NOT_STOPPED = ResultCode(0x80040224);
 constexpr HRESULT VFW_E_NOT_IN_GRAPH = ResultCode(0x8004025F);
 
 // Codes of graph events.

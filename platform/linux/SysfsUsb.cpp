@@ -85,13 +85,6 @@ std::string ReadSysfsLine(const fs::path& file) {
   return line;
 }
 
-std::string DisplayForm(std::string id) {
-  for (char& c : id) {
-    c = c == '\\' ? '#' : static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  }
-  return id;
-}
-
 std::string SysfsUsb::DeviceId(const fs::path& device) const {
   return MakeId(ModelOf(device), "", PlaceOf(device));
 }
@@ -123,7 +116,7 @@ Attachment SysfsUsb::AttachmentOf(const fs::path& device) const {
   }
   for (fs::path hub = device.parent_path(); hub.has_relative_path() && !IsRootHub(hub);
        hub = hub.parent_path()) {
-    if (ReadSysfsLine(hub / "removable") == "removable") {
+    if (ReadSysfsLine(hub / "removable") != "fixed") {
       return Attachment::kBelowRemovableHub;
     }
   }

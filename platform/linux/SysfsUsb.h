@@ -2,7 +2,6 @@
 #pragma once
 
 #include <filesystem>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,7 +13,7 @@ enum class Attachment {
   kFixed,
   kRemovable,
   kUnknown,            // nobody says; counts as removable
-  kBelowRemovableHub,  // fixed to something that can be taken off itself
+  kBelowRemovableHub,  // fixed to something that can be taken off itself, or may be
 };
 
 class SysfsUsb {
@@ -41,5 +40,3 @@ class SysfsUsb {
 
 // A file's first line; empty when it cannot be read.
 std::string ReadSysfsLine(const std::filesystem::path& file);
-// An id as it stands in display names: lower case, with "#" for "\".
-std::string DisplayForm(std::string id);

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <memory>
 
 namespace {
 
@@ -39,7 +40,8 @@ std::filesystem::path System::DevRoot() const { return "/dev"; }
 void UseSystem(System* system) { Replacement() = system; }
 
 System& CurrentSystem() {
-  static System own;
+  // Never destroyed: at the end of a process a camera that was left open still streams.
+  static System* const own = std::make_unique<System>().release();
   System* const replacement = Replacement();
-  return replacement != nullptr ? *replacement : own;
+  return replacement != nullptr ? *replacement : *own;
 }

@@ -16,6 +16,11 @@ HRESULT ResultOf(int error) {
     case ENOENT:
     case ENXIO:
       return kDeviceGone;
+    case ENOSPC:
+      return kNoBandwidth;
+    case EMFILE:
+    case ENFILE:
+      return kTooManyOpen;
     case ENOMEM:
       return E_OUTOFMEMORY;
     case EIO:

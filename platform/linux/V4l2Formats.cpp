@@ -24,6 +24,7 @@ constexpr v4l2_fract kThirty{1, 30};
 
 // A driver that answers an index without end would never be done with.
 constexpr std::uint32_t kMostEntries = 256;
+constexpr std::size_t kMostFormats = 1024;
 
 // The end of an enumeration, or a driver that knows no such enumeration.
 bool IsEnd(int error) { return error == EINVAL || error == ENOTTY; }
@@ -126,6 +127,9 @@ int ListLayout(const V4l2Device& device, std::uint32_t fourCc, std::vector<V4l2F
     return error;
   }
   for (const Size& size : sizes) {
+    if (formats.size() == kMostFormats) {
+      return 0;
+    }
     if (size.width == 0 || size.height == 0 || size.width > kLargest || size.height > kLargest) {
       continue;
     }
@@ -134,6 +138,9 @@ int ListLayout(const V4l2Device& device, std::uint32_t fourCc, std::vector<V4l2F
       return error;
     }
     for (const v4l2_fract& interval : intervals) {
+      if (formats.size() == kMostFormats) {
+        return 0;
+      }
       if (const REFERENCE_TIME units = UnitsOf(interval); units > 0) {
         formats.push_back({{fourCc, size.width, size.height, units}, interval});
       }
@@ -153,7 +160,7 @@ REFERENCE_TIME UnitsOf(const v4l2_fract& seconds) {
 
 HRESULT ListV4l2Formats(const V4l2Device& device, std::vector<V4l2Format>& formats) {
   formats.clear();
-  for (std::uint32_t index = 0; index < kMostEntries; ++index) {
+  for (std::uint32_t index = 0; index < kMostEntries && formats.size() < kMostFormats; ++index) {
     v4l2_fmtdesc entry{};
     entry.index = index;
     entry.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;

@@ -149,6 +149,9 @@ HRESULT V4l2Source::Start() {
   if (m_isStreaming) {
     return kDeviceInUse;
   }
+  if (const HRESULT hr = EnsureListed(); hr != S_OK) {
+    return hr;
+  }
   // A format that was refused meanwhile, or another program, may have left the device in another one.
   if (const HRESULT hr = Apply(m_format); hr != S_OK) {
     return hr;
@@ -179,6 +182,11 @@ void V4l2Source::Stop() {
   int type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
   static_cast<void>(m_device.Ioctl(VIDIOC_STREAMOFF, &type));
   m_buffers.Release();
+  if (m_isLost) {
+    // As long as the node is open its number stays taken, and the camera comes back under another one.
+    m_device.Close();
+    m_isListed = false;
+  }
 }
 
 Arrival V4l2Source::Next(Deadline deadline, CapturedFrame& frame) {
@@ -218,7 +226,7 @@ std::optional<Arrival> V4l2Source::TakeFrame(bool isAlarmed, CapturedFrame& fram
     return std::nullopt;
   }
   m_failures = 0;
-  CountMissed(buffer.sequence);
+  CountMissed(buffer);
   if (IsWhole(buffer)) {
     Present(buffer, frame);
     return Arrival::kFrame;
@@ -239,11 +247,15 @@ bool V4l2Source::IsWhole(const v4l2_buffer& buffer) {
   return true;
 }
 
-void V4l2Source::CountMissed(std::uint32_t sequence) {
-  if (m_sequence.has_value() && sequence > *m_sequence) {
-    Counters().missed += sequence - *m_sequence - 1;
+void V4l2Source::CountMissed(const v4l2_buffer& buffer) {
+  const bool isAhead = !m_sequence.has_value() || buffer.sequence > *m_sequence;
+  if (m_sequence.has_value() && isAhead) {
+    Counters().missed += buffer.sequence - *m_sequence - 1;
   }
-  m_sequence = sequence;
+  // Buffers that the driver could not fill may come without a number.
+  if (isAhead || (buffer.flags & V4L2_BUF_FLAG_ERROR) == 0) {
+    m_sequence = buffer.sequence;
+  }
 }
 
 void V4l2Source::Present(const v4l2_buffer& buffer, CapturedFrame& frame) {

@@ -37,7 +37,7 @@ class V4l2Source : public CaptureSource {
   // What is known after taking a buffer: a frame, the end, or nothing yet.
   std::optional<Arrival> TakeFrame(bool isAlarmed, CapturedFrame& frame);
   bool IsWhole(const v4l2_buffer& buffer);
-  void CountMissed(std::uint32_t sequence);
+  void CountMissed(const v4l2_buffer& buffer);
   void Present(const v4l2_buffer& buffer, CapturedFrame& frame);
 
   std::string m_path;

@@ -76,8 +76,8 @@ std::vector<std::string> DisplayNames() {
 
 std::vector<UsbDeviceSeen> UsbDevicesSeen() {
   std::vector<UsbDeviceSeen> devices;
-  const HDEVINFO set = SetupDiGetClassDevsW(&GUID_DEVINTERFACE_USB_DEVICE, nullptr, nullptr,
-                                            DIGCF_PRESENT | DIGCF_PROFILE | DIGCF_DEVICEINTERFACE);
+  HDEVINFO set = SetupDiGetClassDevsW(&GUID_DEVINTERFACE_USB_DEVICE, nullptr, nullptr,
+                                      DIGCF_PRESENT | DIGCF_PROFILE | DIGCF_DEVICEINTERFACE);
   SP_DEVICE_INTERFACE_DATA data{};
   data.cbSize = sizeof(data);
   for (DWORD index = 0;
@@ -244,7 +244,7 @@ HRESULT CaptureGraph::AddGrabber(ISampleGrabberCB* callback, const GraphSettings
   return builder->AddFilter(grabberFilter.Get(), L"Grabber");
 }
 
-HRESULT CaptureGraph::Connect() { return builder->Connect(cameraPin.Get(), grabberPin.Get()); }
+HRESULT CaptureGraph::Connect() const { return builder->Connect(cameraPin.Get(), grabberPin.Get()); }
 
 HRESULT CaptureGraph::Build(ISampleGrabberCB* callback, const GraphSettings& settings) {
   if (const HRESULT result = Create(); result != S_OK) {

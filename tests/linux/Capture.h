@@ -94,7 +94,7 @@ struct CaptureGraph {
   HRESULT Create();
   HRESULT AddCamera(const ComPtr<IBaseFilter>& camera);
   HRESULT AddGrabber(ISampleGrabberCB* callback, const GraphSettings& settings);
-  HRESULT Connect();
+  HRESULT Connect() const;
 
   // With the event's code.
   HRESULT Wait(LONG timeout, LONG& code) const { return event->WaitForCompletion(timeout, &code); }

@@ -6,8 +6,6 @@
 
 namespace {
 
-using ::testing::SizeIs;
-
 constexpr GUID kUnknownId = FourCcSubtype(0x12345678);
 
 // Identity by which objects are told apart.

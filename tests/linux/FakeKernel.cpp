@@ -219,7 +219,9 @@ int FakeKernel::Poll(pollfd* entries, nfds_t count, int timeoutMs) {
     }
     std::vector<pollfd> real(entries, entries + count);
     for (nfds_t i = 0; i < count; ++i) {
-      real[i].events = DeviceOf(real[i].fd) != nullptr ? POLLIN : real[i].events;
+      if (DeviceOf(real[i].fd) != nullptr) {
+        real[i].events = POLLIN;
+      }
     }
     const int woken = poll(real.data(), count, wait);
     for (nfds_t i = 0; i < count; ++i) {

@@ -11,12 +11,12 @@ constexpr std::uint8_t kHuffmanTable = 0xC4;
 constexpr std::uint8_t kStartOfScan = 0xDA;
 
 std::vector<std::uint8_t> Compress(const std::vector<std::uint8_t>& bgra, int width, int height,
-                                   TJSAMP subsampling) {
+                                   TJSAMP subsampling, int quality) {
   const std::unique_ptr<void, decltype(&tjDestroy)> handle(tjInitCompress(), &tjDestroy);
   unsigned char* bytes = nullptr;
   unsigned long size = 0;
   const int result = tjCompress2(handle.get(), bgra.data(), width, 0, height, TJPF_BGRA, &bytes, &size,
-                                 subsampling, 100, TJFLAG_ACCURATEDCT);
+                                 subsampling, quality, TJFLAG_ACCURATEDCT);
   const std::unique_ptr<unsigned char, decltype(&tjFree)> owner(bytes, &tjFree);
   if (result != 0) {
     throw std::runtime_error(tjGetErrorStr2(handle.get()));
@@ -41,7 +41,7 @@ std::vector<std::uint8_t> TestJpeg(int width, int height, TJSAMP subsampling) {
       bgra.insert(bgra.end(), {colour.b, colour.g, colour.r, 255});
     }
   }
-  return Compress(bgra, width, height, subsampling);
+  return Compress(bgra, width, height, subsampling, 100);
 }
 
 std::vector<std::uint8_t> NoiseJpeg(int width, int height) {
@@ -50,7 +50,7 @@ std::vector<std::uint8_t> NoiseJpeg(int width, int height) {
   for (std::uint8_t& value : bgra) {
     value = static_cast<std::uint8_t>(random() & 0xFF);
   }
-  return Compress(bgra, width, height, TJSAMP_422);
+  return Compress(bgra, width, height, TJSAMP_422, 50);
 }
 
 std::vector<std::uint8_t> WithoutHuffmanTables(const std::vector<std::uint8_t>& jpeg) {

@@ -32,7 +32,7 @@ class SetupApi : public LinuxTest {
   }
   // Handles that are no set.
   std::vector<HDEVINFO> NoSets() {
-    const HDEVINFO destroyed = SetupDiGetClassDevsW(&GUID_DEVINTERFACE_USB_DEVICE, nullptr, nullptr, kFlags);
+    HDEVINFO destroyed = SetupDiGetClassDevsW(&GUID_DEVINTERFACE_USB_DEVICE, nullptr, nullptr, kFlags);
     EXPECT_EQ(SetupDiDestroyDeviceInfoList(destroyed), TRUE);
     return {nullptr, INVALID_HANDLE_VALUE, &m_noSet, destroyed};
   }
@@ -68,7 +68,7 @@ TEST_F(SetOfDevices, KeepsWhatWasThereWhenItWasMade) {
 
 TEST_F(SetOfDevices, OfAnotherClassHasNothing) {
   EXPECT_EQ(SetupDiEnumDeviceInterfaces(set, nullptr, &kOtherClass, 0, &data), FALSE);
-  const HDEVINFO other = SetupDiGetClassDevsW(&kOtherClass, nullptr, nullptr, kFlags);
+  HDEVINFO other = SetupDiGetClassDevsW(&kOtherClass, nullptr, nullptr, kFlags);
   EXPECT_EQ(SetupDiEnumDeviceInterfaces(other, nullptr, &kOtherClass, 0, &data), FALSE);
   EXPECT_EQ(SetupDiEnumDeviceInfo(other, 0, &device), FALSE);
   if (other != INVALID_HANDLE_VALUE) {
@@ -81,7 +81,7 @@ TEST_F(SetOfDevices, IsKnownByItsHandleOnly) {
   auto* const detail = reinterpret_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_W*>(buffer.data());
   detail->cbSize = kFixedPart;
   ASSERT_EQ(EnumInterface(set, 0), TRUE);
-  for (const HDEVINFO none : NoSets()) {
+  for (HDEVINFO none : NoSets()) {
     EXPECT_EQ(SetupDiGetDeviceInterfaceDetailW(none, &data, detail, 1024, nullptr, nullptr), FALSE);
     EXPECT_EQ(EnumInterface(none, 0), FALSE);
     EXPECT_EQ(SetupDiEnumDeviceInfo(none, 0, &device), FALSE);
@@ -164,7 +164,7 @@ TEST_F(DeviceNode, ThatIsNoneIsUnknown) {
 
 TEST_F(DeviceNode, WithoutAChildHasNoSuchNode) {
   kernel.Tree().AddUsb({"1-7", "0bda", "0129", "fixed", {}});
-  const HDEVINFO now = SetupDiGetClassDevsW(&GUID_DEVINTERFACE_USB_DEVICE, nullptr, nullptr, kFlags);
+  HDEVINFO now = SetupDiGetClassDevsW(&GUID_DEVINTERFACE_USB_DEVICE, nullptr, nullptr, kFlags);
   ASSERT_EQ(SetupDiEnumDeviceInfo(now, 2, &device), TRUE);
   DEVINST child = 0;
   EXPECT_EQ(CM_Get_Child(&child, device.DevInst, 0), CR_NO_SUCH_DEVNODE);
@@ -176,7 +176,7 @@ TEST_F(DeviceNode, WithoutAChildHasNoSuchNode) {
 }
 
 TEST_F(DeviceNode, HasTheSameNumberInEverySet) {
-  const HDEVINFO other = SetupDiGetClassDevsW(&GUID_DEVINTERFACE_USB_DEVICE, nullptr, nullptr, kFlags);
+  HDEVINFO other = SetupDiGetClassDevsW(&GUID_DEVINTERFACE_USB_DEVICE, nullptr, nullptr, kFlags);
   SP_DEVINFO_DATA again{};
   again.cbSize = sizeof(again);
   ASSERT_EQ(SetupDiEnumDeviceInfo(set, 1, &device), TRUE);

@@ -90,7 +90,8 @@ class Tool(unittest.TestCase):
         return streams[0]
 
     def pictures(self, name, width, height, pixels="gray"):
-        """The decoded pictures' bytes; a decoder's complaint is a failure."""
+        """The decoded pictures' bytes; a decoder's complaint is a failure. Without -enc_time_base ffmpeg would round
+        the pictures' times to a rate that it guesses, and complain about two that become the same."""
         size = width * height * (3 if pixels == "rgb24" else 1)
         result = subprocess.run(
             ["ffmpeg", "-v", "error", "-i", str(self.file(name)), "-fps_mode", "passthrough", "-enc_time_base", "-1",
@@ -235,7 +236,8 @@ class Record(Tool):
         self.assertAlmostEqual(float(stream["duration"]), float(summary["duration"]), delta=0.05)
         pictures = self.pictures("camera.mp4", 320, 240)
         self.assertEqual(len(pictures), int(summary["frames"]))
-        played = subprocess.run(["ffmpeg", "-v", "error", "-i", str(self.file("camera.mp4")), "-f", "null", "-"],
+        played = subprocess.run(["ffmpeg", "-v", "error", "-i", str(self.file("camera.mp4")), "-enc_time_base", "-1",
+                                 "-f", "null", "-"],
                                 capture_output=True, stdin=subprocess.DEVNULL, timeout=PATIENCE)
         self.assertEqual((played.returncode, played.stderr), (0, b""))
         self.check_numbers(pictures, 320, 240)

@@ -1,6 +1,7 @@
 #include "Mp4Writer.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <utility>
@@ -11,7 +12,6 @@
 namespace {
 
 constexpr int kTicksPerSecond = 90000;
-constexpr std::int64_t kShortestFrame = kTicksPerSecond / 1000;
 constexpr int kBufferSize = 64 * 1024;
 
 // The size is what the stream says, not what was asked for: the encoder leaves out an odd line.
@@ -50,7 +50,7 @@ Mp4Writer::Mp4Writer(OutputFile& file, std::uint32_t fps)
   }
 }
 
-void Mp4Writer::Write(const Packet& packet) {
+void Mp4Writer::Write(const Packet& packet, FrameClock::Seconds time) {
   if (m_track == nullptr) {
     Begin(packet);
   }
@@ -61,7 +61,7 @@ void Mp4Writer::Write(const Packet& packet) {
   m_packet->stream_index = m_track->index;
   m_packet->flags = IsKeyFrame(packet.bytes) ? AV_PKT_FLAG_KEY : 0;
   const AVRational ticks{1, kTicksPerSecond};
-  m_packet->pts = av_rescale_q(TimeOf(packet), ticks, m_track->time_base);
+  m_packet->pts = av_rescale_q(std::llround(time.count() * kTicksPerSecond), ticks, m_track->time_base);
   m_packet->dts = m_packet->pts;
   m_packet->duration = av_rescale_q(m_frameTime, ticks, m_track->time_base);
   Check(av_write_frame(m_container.get(), m_packet.get()), "write the MP4 file");
@@ -94,22 +94,8 @@ void Mp4Writer::Begin(const Packet& first) {
   ReadSize(first, *track->codecpar);
   // From parameter sets in Annex B form the container knows to convert the packets too.
   SetExtradata(sets, *track->codecpar);
-  m_firstArrival = first.arrival;
   Check(avformat_write_header(m_container.get(), nullptr), "begin the MP4 file");
   m_track = track;
-}
-
-// The packets carry no time stamps, so a picture's time is when its packet arrived: a camera that slows down
-// in the dark or skips frames then plays at the speed at which it was recorded, which counting frames at the
-// nominal rate would not give. Every frame passes the same encoder, so the delay until arrival is nearly the
-// same for all. Frames that had queued up while the camera was opening arrive at once; times have to increase
-// nevertheless, by what players can tell apart: a millisecond, the interval of the highest rate that can be
-// asked for.
-std::int64_t Mp4Writer::TimeOf(const Packet& packet) {
-  using Ticks = std::chrono::duration<std::int64_t, std::ratio<1, kTicksPerSecond>>;
-  const auto time = std::chrono::duration_cast<Ticks>(packet.arrival - m_firstArrival).count();
-  m_latestTime = m_latestTime < 0 ? time : std::max<std::int64_t>(time, m_latestTime + kShortestFrame);
-  return m_latestTime;
 }
 
 void Mp4Writer::Finish() {

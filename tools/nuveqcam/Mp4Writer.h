@@ -13,12 +13,11 @@ class Mp4Writer : public PacketWriter {
   // Throws Failure (kCannotWrite) when the output cannot be rewound: an MP4 file's index is completed last.
   Mp4Writer(OutputFile& file, std::uint32_t fps);
 
-  void Write(const Packet& packet) override;
+  void Write(const Packet& packet, FrameClock::Seconds time) override;
   void Finish() override;
 
  private:
   void Begin(const Packet& first);
-  std::int64_t TimeOf(const Packet& packet);
   void Check(int result, const char* what);
   static int WriteBytes(void* self, std::uint8_t* bytes, int size);
   static std::int64_t Seek(void* self, std::int64_t offset, int whence);
@@ -29,7 +28,5 @@ class Mp4Writer : public PacketWriter {
   Libav<AVFormatContext> m_container;
   Libav<AVPacket> m_packet;
   AVStream* m_track = nullptr;  // the container's
-  Clock::time_point m_firstArrival;
-  std::int64_t m_latestTime = -1;
   std::exception_ptr m_writeFailure;
 };

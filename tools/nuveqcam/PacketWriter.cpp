@@ -9,7 +9,7 @@ class RawWriter : public PacketWriter {
  public:
   explicit RawWriter(OutputFile& file) : m_file(file) {}
 
-  void Write(const Packet& packet) override { m_file.Write(packet.bytes); }
+  void Write(const Packet& packet, FrameClock::Seconds /*time*/) override { m_file.Write(packet.bytes); }
   void Finish() override { m_file.Close(); }
 
  private:

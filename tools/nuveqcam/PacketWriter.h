@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "FrameClock.h"
 #include "OutputFile.h"
 #include "OutputKind.h"
 #include "PacketQueue.h"
@@ -15,9 +16,9 @@ class PacketWriter {
   PacketWriter& operator=(const PacketWriter&) = delete;
   virtual ~PacketWriter() = default;
 
-  // Packets in the order of their arrival. Throws Failure, as Finish does; after a failure neither may be
-  // called again.
-  virtual void Write(const Packet& packet) = 0;
+  // Packets in their order, each with the time at which it is shown, counted from the first. Throws Failure,
+  // as Finish does; after a failure neither may be called again.
+  virtual void Write(const Packet& packet, FrameClock::Seconds time) = 0;
   // Completes the file. Once, after the last packet.
   virtual void Finish() = 0;
 };

@@ -25,7 +25,7 @@ class Recording {
         m_request(request),
         m_kind(KindOfRecording(place.options.output)),
         m_writer(MakePacketWriter(m_kind, file, request.fps)),
-        m_thread(m_queue, *m_writer) {}
+        m_thread(m_queue, *m_writer, request.fps) {}
 
   void Run(const StopSignals& signals) {
     m_openedAt = Clock::now();
@@ -111,9 +111,7 @@ class Recording {
   }
 
   void Summarise(const Written& written, End end) {
-    // The last picture is shown for one frame's time.
-    const double seconds =
-        Seconds(written.latestArrival - written.firstArrival).count() + 1.0 / m_request.fps;
+    const double seconds = written.duration.count();
     const double kbits = static_cast<double>(written.bytes) * 8 / 1000 / seconds;
     const double toFirst = Seconds(written.firstArrival - m_openedAt).count() * 1000;
     // Where the recording itself goes to the standard output, that is no place for a summary.

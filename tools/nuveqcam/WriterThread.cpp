@@ -11,8 +11,8 @@ constexpr std::chrono::milliseconds kLimit{1000};
 
 }  // namespace
 
-WriterThread::WriterThread(PacketQueue& queue, PacketWriter& writer)
-    : m_queue(queue), m_writer(writer), m_thread([this] { Run(); }) {}
+WriterThread::WriterThread(PacketQueue& queue, PacketWriter& writer, std::uint32_t fps)
+    : m_queue(queue), m_writer(writer), m_lastFrame(1.0 / fps), m_clock(fps), m_thread([this] { Run(); }) {}
 
 WriterThread::~WriterThread() {
   if (m_thread.joinable()) {
@@ -55,7 +55,8 @@ void WriterThread::WriteAll() {
     if (popped == Popped::kNothing) {
       continue;
     }
-    m_writer.Write(packet);
+    const FrameClock::Seconds time = m_clock.TimeOf(packet.arrival);
+    m_writer.Write(packet, time);
     const bool isKeyFrame = IsKeyFrame(packet.bytes);
     const std::lock_guard lock(m_mutex);
     if (m_count.frames == 0) {
@@ -64,6 +65,6 @@ void WriterThread::WriteAll() {
     ++m_count.frames;
     m_count.keyFrames += isKeyFrame ? 1 : 0;
     m_count.bytes += packet.bytes.size();
-    m_count.latestArrival = packet.arrival;
+    m_count.duration = time + m_lastFrame;
   }
 }

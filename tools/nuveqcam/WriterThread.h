@@ -16,14 +16,14 @@ struct Written {
   std::uint64_t frames = 0;
   std::uint64_t keyFrames = 0;
   std::uint64_t bytes = 0;
-  Clock::time_point firstArrival;  // with frames > 0
-  Clock::time_point latestArrival;
+  Clock::time_point firstArrival;   // with frames > 0
+  FrameClock::Seconds duration{0};  // the last picture is shown for one frame's time
 };
 
 class WriterThread {
  public:
-  // Both outlive it.
-  WriterThread(PacketQueue& queue, PacketWriter& writer);
+  // Both outlive it. For about that many frames per second.
+  WriterThread(PacketQueue& queue, PacketWriter& writer, std::uint32_t fps);
   WriterThread(const WriterThread&) = delete;
   WriterThread& operator=(const WriterThread&) = delete;
   // Without Finish: gives up what is in the queue.
@@ -43,6 +43,8 @@ class WriterThread {
 
   PacketQueue& m_queue;
   PacketWriter& m_writer;
+  const FrameClock::Seconds m_lastFrame;
+  FrameClock m_clock;  // the thread's
   mutable std::mutex m_mutex;
   Written m_count;
   std::exception_ptr m_failure;

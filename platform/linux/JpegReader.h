@@ -1,0 +1,44 @@
+// libjpeg-turbo, as far as a camera's pictures need it: one whole picture, or nothing.
+#pragma once
+
+#include <csetjmp>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>  // jpeglib.h takes it for granted
+
+#include <jpeglib.h>
+
+class JpegReader {
+ public:
+  // Throws std::bad_alloc.
+  JpegReader();
+  JpegReader(const JpegReader&) = delete;
+  JpegReader& operator=(const JpegReader&) = delete;
+  ~JpegReader();
+
+  // Where the picture goes: BGRA, stride bytes a line.
+  struct Target {
+    std::uint8_t* data;
+    std::size_t stride;
+    int width;
+    int height;
+    bool isBottomUp;
+  };
+  // False for a picture of another size, and for data that is cut off or corrupt; the target may be half
+  // written then. Pictures without Huffman tables, as many cameras send them, have the standard ones.
+  bool Read(const std::uint8_t* data, std::size_t size, const Target& target);
+
+ private:
+  struct Errors {
+    jpeg_error_mgr base;  // first: the library knows the rest by its address
+    std::jmp_buf escape;
+    bool isDamaged;
+  };
+  static void Escape(j_common_ptr info);
+  static void NoteWarning(j_common_ptr info, int level);
+  static void SaySilence(j_common_ptr info);
+  void ReadPicture(const std::uint8_t* data, std::size_t size, const Target& target);
+
+  Errors m_errors{};
+  jpeg_decompress_struct m_jpeg{};
+};
