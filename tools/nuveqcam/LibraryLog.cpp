@@ -28,6 +28,8 @@ constexpr std::array kKnownCodes{
     KnownCode{0x80070005, "there is no permission to use the camera",
               "add your user to the group video and log in again"},
     KnownCode{0x8007048F, "the camera has gone", "see with 'nuveqcam list' whether it has come back"},
+    KnownCode{0x800705AA, "the USB bus has no bandwidth left for the camera",
+              "close other cameras, or ask for a smaller size"},
     KnownCode{0x80040200, "the camera does not deliver that format",
               "choose a size with --size from those of 'nuveqcam list'"},
     KnownCode{0x80040217, "no conversion is known from the camera's format",
