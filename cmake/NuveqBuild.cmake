@@ -30,3 +30,13 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
   # A library with symbols of this kind can never be unloaded.
   add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-fno-gnu-unique>)
 endif()
+
+# nuveq_export_only(TARGET MAP): the shared library shows what the version script names, and defines all that it uses.
+function(nuveq_export_only target map)
+  target_link_options(${target} PRIVATE LINKER:--version-script=${map})
+  set_target_properties(${target} PROPERTIES LINK_DEPENDS ${map})
+  # The sanitizers' functions come with the program.
+  if(NOT NUVEQ_INSTRUMENTATION)
+    target_link_options(${target} PRIVATE LINKER:-z,defs)
+  endif()
+endfunction()

@@ -23,10 +23,5 @@ function(nuveq_add_camera_handler target)
                         PRIVATE camera_handler_objects ${host_logger} ${arg_PLATFORM})
   # One symbol leaves the library. The compiler's visibility settings cannot say that: they leave instances of
   # the standard library's templates visible.
-  set(exports ${PROJECT_SOURCE_DIR}/cmake/exports.map)
-  target_link_options(${target} PRIVATE LINKER:--version-script=${exports})
-  set_target_properties(${target} PROPERTIES LINK_DEPENDS ${exports})
-  if(NOT NUVEQ_INSTRUMENTATION)
-    target_link_options(${target} PRIVATE LINKER:-z,defs)
-  endif()
+  nuveq_export_only(${target} ${PROJECT_SOURCE_DIR}/cmake/exports.map)
 endfunction()

@@ -1,6 +1,7 @@
 /* A platform in C: loads the library and prints a second of the built-in camera's packets. */
 #include <dlfcn.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <unistd.h>
 
 #include "NUVEQCameraHandler.h"
@@ -9,7 +10,6 @@ static int32_t on_packet(const char* id, uint32_t id_len, const uint8_t* data, u
   printf("camera %.*s: %u bytes, NAL unit type %d\n", (int)id_len, id, size, data[4] & 31);
   return one - 1;
 }
-
 static int32_t on_action(const char* id, uint32_t id_len, NUVEQServiceAction* action) {
   fprintf(stderr, "no usable camera (%.*s)\n", (int)action->contentLen, action->content);
   return id == NULL && id_len == 1 ? 0 : -1;
@@ -30,7 +30,7 @@ int main(int argc, char** argv) {
   if (camera.GetCapability(&cameras, &count) != 0) return 3;
   if (cameras->abilities->resolutionNum == 0) return 4;      /* a camera in formats that nobody knows */
   NUVEQResolution size = cameras->abilities->resolutions[0]; /* one of those that the camera offers */
-  NUVEQCameraParam wanted = {"0", 1, (uint32_t)size.width, (uint32_t)size.height, 30};
+  NUVEQCameraParam wanted = {"0", 1, (uint32_t)size.width, (uint32_t)abs(size.height), 30};
   camera.ReleaseCapability(0, cameras, count);
 
   int32_t result = camera.OpenCameraDevice(&wanted);

@@ -55,6 +55,8 @@ class StreamThread::Stream {
         LetWaitersGo();
         return true;
       case Arrival::kLost:
+        // Before anybody hears of it: who runs the graph again then starts a new stream.
+        m_isOver = true;
         Counters().isLost = true;
         m_completion->Complete(EC_DEVICE_LOST);
         return false;

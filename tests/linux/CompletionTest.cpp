@@ -58,6 +58,7 @@ TEST_F(Completion, WaitEndsAfterItsTimeOut) {
   EXPECT_EQ(WaitResult(0), E_ABORT);
   EXPECT_EQ(WaitResult(20), E_ABORT);
   Stream({1});
+  EXPECT_EQ(WaitResult(30'000), S_OK);
   EXPECT_EQ(WaitResult(0), S_OK);
 }
 

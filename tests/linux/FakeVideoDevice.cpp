@@ -166,6 +166,12 @@ bool FakeVideoDevice::Deliver(FakeFrame frame) {
   return m_changed.wait_for(lock, kPatience, [&] { return m_filled >= number; });
 }
 
+void FakeVideoDevice::Disconnect() {
+  const std::lock_guard lock(m_mutex);
+  m_isDisconnected = true;
+  FillBuffers();
+}
+
 void FakeVideoDevice::Unplug() {
   const std::lock_guard lock(m_mutex);
   m_isGone = true;
@@ -322,6 +328,9 @@ int FakeVideoDevice::RequestBuffers(int handle, v4l2_requestbuffers& request) {
 
 // Every change passes here: buffers take frames, waiters look again.
 void FakeVideoDevice::FillBuffers() {
+  while (m_isDisconnected && m_queue.HasRoom() && !m_isGone) {
+    m_queue.Fill({{}, V4L2_BUF_FLAG_ERROR, {}, 0});
+  }
   while (!m_supply.empty() && m_queue.HasRoom() && !m_isGone) {
     m_queue.Fill(m_supply.front());
     m_supply.pop_front();

@@ -58,6 +58,9 @@ class FakeVideoDevice {
   void Supply(FakeFrame frame);
   // The same, and waits until it is in a buffer. False when nobody wanted it for a long time.
   bool Deliver(FakeFrame frame);
+  // The cable is out and the kernel has not taken the device away yet: calls still work, but all buffers that
+  // the driver has or gets come back empty and marked as damaged.
+  void Disconnect();
   // The device goes; nothing brings it back.
   void Unplug();
   void SetSettings(const std::function<void(VideoDeviceSettings&)>& change);
@@ -98,5 +101,6 @@ class FakeVideoDevice {
   std::deque<FakeFrame> m_supply;
   std::uint64_t m_supplied = 0;
   std::uint64_t m_filled = 0;
+  bool m_isDisconnected = false;
   bool m_isGone = false;
 };

@@ -1,8 +1,12 @@
 #include "Jpegs.h"
 
+#include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <random>
 #include <stdexcept>
+
+#include <jpeglib.h>
 
 namespace {
 
@@ -51,6 +55,35 @@ std::vector<std::uint8_t> NoiseJpeg(int width, int height) {
     value = static_cast<std::uint8_t>(random() & 0xFF);
   }
   return Compress(bgra, width, height, TJSAMP_422, 50);
+}
+
+std::vector<std::uint8_t> RestartJpeg(unsigned width, unsigned height) {
+  jpeg_compress_struct compress{};
+  jpeg_error_mgr errors{};
+  compress.err = jpeg_std_error(&errors);
+  jpeg_create_compress(&compress);
+  unsigned char* bytes = nullptr;
+  unsigned long size = 0;
+  jpeg_mem_dest(&compress, &bytes, &size);
+  compress.image_width = width;
+  compress.image_height = height;
+  compress.input_components = 1;
+  compress.in_color_space = JCS_GRAYSCALE;
+  jpeg_set_defaults(&compress);
+  compress.restart_in_rows = 1;
+  jpeg_start_compress(&compress, TRUE);
+  std::vector<std::uint8_t> line(width);
+  for (unsigned y = 0; y < height; ++y) {
+    for (unsigned x = 0; x < width; ++x) {
+      line[x] = static_cast<std::uint8_t>((x * 37 + y * 91 + x * y * 13) & 0xFF);
+    }
+    JSAMPROW row = line.data();
+    jpeg_write_scanlines(&compress, &row, 1);
+  }
+  jpeg_finish_compress(&compress);
+  jpeg_destroy_compress(&compress);
+  const std::unique_ptr<unsigned char, decltype(&std::free)> owner(bytes, &std::free);
+  return {bytes, bytes + size};
 }
 
 std::vector<std::uint8_t> WithoutHuffmanTables(const std::vector<std::uint8_t>& jpeg) {

@@ -22,6 +22,8 @@ inline constexpr Colour kBottomRight{255, 255, 255};
 std::vector<std::uint8_t> TestJpeg(int width, int height, TJSAMP subsampling = TJSAMP_422);
 // Noise, which compresses badly: what is cut off or damaged is sure to be picture data.
 std::vector<std::uint8_t> NoiseJpeg(int width, int height);
+// Grey, with a restart marker after each row of blocks.
+std::vector<std::uint8_t> RestartJpeg(unsigned width, unsigned height);
 
 // Without the Huffman tables, which are then the standard's own.
 std::vector<std::uint8_t> WithoutHuffmanTables(const std::vector<std::uint8_t>& jpeg);

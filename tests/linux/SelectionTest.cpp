@@ -226,6 +226,18 @@ TEST_F(UsbDevices, FixedToARemovableHubAreRemovable) {
   EXPECT_EQ(BuiltInCamera(), "");
 }
 
+TEST_F(UsbDevices, FixedToAHubThatMayBeRemovableAreRemovable) {
+  kernel.Tree().AddUsb({"1-2", "05e3", "0610", "fixed", {0}});
+  kernel.Tree().AddUsb({"1-2.1", "05e3", "0610", "unknown", {0}});
+  AddCamera({"1-2.1.4"}, 0);
+  EXPECT_THAT(DisplayNames(), SizeIs(1));
+  EXPECT_EQ(BuiltInCamera(), "");
+  kernel.Tree().SetUsbAttribute("1-2.1", "removable", {});
+  EXPECT_EQ(BuiltInCamera(), "") << "no such attribute";
+  kernel.Tree().SetUsbAttribute("1-2.1", "removable", "fixed");
+  EXPECT_NE(BuiltInCamera(), "");
+}
+
 TEST_F(UsbDevices, FixedToFixedHubsAreFixed) {
   kernel.Tree().AddUsb({"1-2", "05e3", "0610", "fixed", {0}});
   kernel.Tree().AddUsb({"1-2.1", "05e3", "0610", "fixed", {0}});

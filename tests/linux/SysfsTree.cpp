@@ -126,11 +126,19 @@ void SysfsTree::AddVideoOfUsb(int number, const std::string& interface, const st
 void SysfsTree::AddVideoOf(int number, const fs::path& device, const std::string& name, int index) {
   const fs::path parent = Devices() / device;
   const fs::path folder = parent / "video4linux" / VideoName(number);
+  AddVideoNode(folder, number, name, index);
+  AddLink(folder / "device", parent);
+}
+
+void SysfsTree::AddVirtualVideo(int number, const std::string& name) {
+  AddVideoNode(Devices() / "virtual/video4linux" / VideoName(number), number, name, 0);
+}
+
+void SysfsTree::AddVideoNode(const fs::path& folder, int number, const std::string& name, int index) {
   fs::create_directories(folder);
   WriteAttribute(folder / "name", name);
   WriteAttribute(folder / "index", std::to_string(index));
   WriteAttribute(folder / "dev", std::string("81:").append(std::to_string(number)));
-  AddLink(folder / "device", parent);
   AddLink(folder / "subsystem", SysfsRoot() / "class/video4linux");
   AddLink(VideoLinks() / VideoName(number), folder);
   std::ofstream(DevRoot() / VideoName(number));

@@ -33,6 +33,8 @@ class SysfsTree {
   void AddVideoOfUsb(int number, const std::string& interface, const std::string& name, int index);
   // A node of a driver with a device of another kind, named by its folder ("platform/vivid.0").
   void AddVideoOf(int number, const std::filesystem::path& device, const std::string& name, int index);
+  // A node of no device: a loopback camera.
+  void AddVirtualVideo(int number, const std::string& name);
   // A link of a bus or a class that leads nowhere: its device has just gone.
   void AddDanglingUsb(const std::string& name);
   void AddDanglingVideo(int number);
@@ -50,6 +52,7 @@ class SysfsTree {
   std::filesystem::path VideoLinks() const { return SysfsRoot() / "class/video4linux"; }
   std::filesystem::path UsbFolder(const std::string& name) const;
   void AddRootHub(const std::string& bus, const std::filesystem::path& controller);
+  void AddVideoNode(const std::filesystem::path& folder, int number, const std::string& name, int index);
   void AddInterface(const std::filesystem::path& device, const std::string& deviceName, int number);
 
   std::filesystem::path m_root;

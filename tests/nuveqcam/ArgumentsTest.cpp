@@ -50,6 +50,10 @@ TEST(Arguments, OptionsAreReadInEveryForm) {
   EXPECT_EQ(options.fps, 15);
   EXPECT_EQ(options.seconds, 0);
   EXPECT_EQ(Read({"record", "-oa.264"}).output, "a.264");
+  EXPECT_EQ(Read({"record", "-o=a.264"}).output, "a.264");
+  EXPECT_EQ(Read({"record", "-o=-"}).output, "-");
+  EXPECT_EQ(Read({"record", "-oa=b.mp4"}).output, "a=b.mp4");
+  EXPECT_EQ(Read({"record", "-o", "=.mp4"}).output, "=.mp4");
   EXPECT_EQ(Read({"record", "--output=a=b.mp4"}).output, "a=b.mp4");
   EXPECT_EQ(Read({"record", "-o", "-"}).output, "-");
   EXPECT_EQ(Read({"--library", "x.so", "list", "--json"}).library, "x.so");
@@ -117,6 +121,7 @@ TEST(Arguments, MistakesAreNamed) {
   EXPECT_EQ(Wrong({"list", "--jso"}), "unknown option '--jso'");
   EXPECT_EQ(Wrong({"record", "--fps"}), "--fps lacks its value");
   EXPECT_EQ(Wrong({"record", "--fps="}), "--fps= lacks its value");
+  EXPECT_EQ(Wrong({"record", "-o="}), "--output= lacks its value");
   EXPECT_EQ(Wrong({"record", "-o", ""}), "--output wants a file name");
   EXPECT_EQ(Wrong({"list", "--json=yes"}), "--json takes no value");
   EXPECT_EQ(Wrong({"list", "--fps", "3"}), "--fps is no option of list");

@@ -86,6 +86,29 @@ TEST(FrameClock, FollowsACameraWithAnotherRateThanAsked) {
   }
 }
 
+TEST(FrameClock, DoesNotRunAheadOfACameraThatIsMuchFasterThanAsked) {
+  for (const std::uint32_t asked : {1U, 5U, 10U}) {
+    std::vector<double> arrivals = Steady(90, kFrame);
+    for (std::size_t i = 1; i < arrivals.size(); ++i) {
+      arrivals[i] += i % 3 == 0 ? 0.3 * kFrame : 0;
+    }
+    const std::vector<double> times = TimesOf(arrivals, asked);
+    for (std::size_t i = 0; i < times.size(); ++i) {
+      EXPECT_NEAR(times[i], arrivals[i], 2 * kFrame) << asked << " fps, picture " << i;
+    }
+    EXPECT_GT(ShortestStep(times), 0.5 * kFrame) << asked;
+    EXPECT_LT(LongestStep(times), 1.5 * kFrame) << asked;
+  }
+}
+
+TEST(FrameClock, TakesFramesThatArriveAtOnceForNoFasterCamera) {
+  std::vector<double> arrivals = Steady(90, 1.0);
+  std::fill_n(arrivals.begin(), 5, arrivals[4]);
+  const std::vector<double> times = TimesOf(arrivals, 1);
+  EXPECT_GT(ShortestStep(times), 0.01);
+  EXPECT_NEAR(times.back(), arrivals.back() - arrivals[4], 0.1);
+}
+
 TEST(FrameClock, FollowsACameraThatSlowsDownInTheDark) {
   std::vector<double> arrivals = Steady(100, kFrame);
   for (int i = 0; i < 100; ++i) {

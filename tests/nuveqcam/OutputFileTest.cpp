@@ -59,6 +59,37 @@ TEST_F(Output, RemovesAFileOfItsOwnThatNothingWasWrittenTo) {
   EXPECT_FALSE(std::filesystem::exists(folder / "a"));
 }
 
+TEST_F(Output, LinkThatLeadsNowhereLeadsNowhereAgainWhenNothingWasWritten) {
+  std::filesystem::create_symlink("target", folder / "link");
+  { const OutputFile file((folder / "link").string()); }
+  EXPECT_TRUE(std::filesystem::is_symlink(folder / "link"));
+  EXPECT_FALSE(std::filesystem::exists(folder / "target"));
+  OutputFile file((folder / "link").string());
+  Write(file, "kept");
+  EXPECT_EQ(ContentOf(folder / "target"), "kept");
+}
+
+TEST_F(Output, LinkToAnEarlierFileLeavesItWhenNothingWasWritten) {
+  std::ofstream(folder / "target") << "earlier";
+  std::filesystem::create_symlink("target", folder / "link");
+  { const OutputFile file((folder / "link").string()); }
+  EXPECT_EQ(ContentOf(folder / "target"), "earlier");
+}
+
+TEST_F(Output, KnowsItselfByEveryName) {
+  std::ofstream(folder / "a") << "a";
+  std::ofstream(folder / "b") << "a";
+  std::filesystem::create_symlink("a", folder / "link");
+  std::filesystem::create_hard_link(folder / "a", folder / "second");
+  const OutputFile file((folder / "a").string());
+  for (const char* const name : {"a", "./a", "link", "second"}) {
+    EXPECT_TRUE(file.IsSameAs((folder / name).string())) << name;
+  }
+  EXPECT_FALSE(file.IsSameAs((folder / "b").string()));
+  EXPECT_FALSE(file.IsSameAs((folder / "missing").string()));
+  EXPECT_FALSE(file.IsSameAs(""));
+}
+
 TEST_F(Output, CanGoBack) {
   OutputFile file((folder / "a").string());
   ASSERT_TRUE(file.CanSeek());

@@ -101,6 +101,18 @@ TEST(PacketQueue, WakesItsReader) {
   EXPECT_EQ(popped.get(), Popped::kPacket);
 }
 
+TEST(PacketQueue, RemembersWhenTheFirstPacketArrived) {
+  PacketQueue queue(100);
+  EXPECT_EQ(queue.FirstArrival(), std::nullopt);
+  const auto first = Clock::now() - milliseconds(500);
+  queue.Push({{1}, first});
+  EXPECT_EQ(queue.FirstArrival(), first);
+  Packet packet;
+  ASSERT_EQ(queue.Pop(packet, kNoWait), Popped::kPacket);
+  queue.Push(OfSize(1));
+  EXPECT_EQ(queue.FirstArrival(), first);
+}
+
 TEST(PacketQueue, RemembersALoss) {
   PacketQueue queue(10);
   EXPECT_FALSE(queue.HasLoss());

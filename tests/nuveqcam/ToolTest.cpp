@@ -198,7 +198,8 @@ TEST_F(Tool, ExplainsWhyTheCameraCannotBeOpened) {
       {kDeviceInUse, "the camera is in use by another program; close that program and try again"},
       {E_ACCESSDENIED, "there is no permission to use the camera; add your user to the group video"},
       {kDeviceGone, "the camera has gone; see with 'nuveqcam list'"},
-      {kDeviceIoError, "(the library said: Set camera parameter fail, error:-2147023779); choose a size"}};
+      {kDeviceIoError, "the camera cannot be read; try again; restarting the PC resets a built-in camera"},
+      {E_FAIL, "(the library said: Set camera parameter fail, error:-2147467259); choose a size"}};
   for (const auto& [result, text] : cases) {
     UseDeviceTree(std::make_shared<ObstructedPc>(S_OK, result));
     err.str("");

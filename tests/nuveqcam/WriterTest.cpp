@@ -38,8 +38,7 @@ TEST(WriterThread, WritesAndCountsAllBeforeItFinishes) {
   PacketQueue queue(1000);
   FakeWriter writer;
   WriterThread thread(queue, writer, 30);
-  const Packet first = KeyPacket(1);
-  queue.Push(first);
+  queue.Push(KeyPacket(1));
   queue.Push(OtherPacket(2));
   queue.Push(OtherPacket(3));
   thread.Finish();
@@ -49,7 +48,6 @@ TEST(WriterThread, WritesAndCountsAllBeforeItFinishes) {
   EXPECT_EQ(written.frames, 3);
   EXPECT_EQ(written.keyFrames, 1);
   EXPECT_EQ(written.bytes, 18);
-  EXPECT_EQ(written.firstArrival, first.arrival);
   EXPECT_GT(written.duration.count(), 1.0 / 30);
 }
 

@@ -46,6 +46,9 @@ class SimulatedCameraTest : public ::testing::Test {
   // The frame number in a decoded picture; no number: an impossible one.
   static std::uint32_t NumberIn(const Yuv& picture);
 
+  // An open failed after it had asked the camera for its format.
+  void ExpectOneMoreBlock() { ++m_opens; }
+
   SimulatedPc& Pc() { return *m_pc; }
   void Unload();
 
@@ -59,7 +62,7 @@ class SimulatedCameraTest : public ::testing::Test {
   std::unique_ptr<LoadedLibrary> m_library;
   std::uint64_t m_objects = 0;
   std::uint64_t m_blocks = 0;
-  std::uint64_t m_opens = 0;  // that succeeded
+  std::uint64_t m_opens = 0;  // that got as far as the format
   bool m_isLoaded = false;
 };
 

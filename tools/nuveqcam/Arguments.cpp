@@ -115,7 +115,7 @@ Command CommandNamed(std::string_view word) {
   return Command::kNone;
 }
 
-// One option as it was written: --name, --name=value, -n or -nvalue.
+// One option as it was written: --name, --name=value, -n, -nvalue or -n=value.
 struct Written {
   const Option* option = nullptr;
   std::optional<std::string> value;
@@ -132,7 +132,8 @@ Written ReadOption(const std::string& word) {
     }
     if (!option.shortName.empty() && option.value == Value::kRequired && !word.starts_with("--") &&
         word.starts_with(option.shortName)) {
-      return {&option, word.substr(option.shortName.size())};
+      const std::size_t length = option.shortName.size();
+      return {&option, word.substr(equals == length ? length + 1 : length)};
     }
   }
   throw Wrong{"unknown option '" + Printable(word) + "'"};

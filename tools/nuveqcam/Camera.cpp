@@ -105,18 +105,23 @@ Capabilities Camera::Query() {
 
 void Camera::Open(const CameraRequest& request, PacketQueue& queue) {
   m_log.Forget();
+  m_openId = request.id;
   receivingQueue = &queue;
   const NUVEQCameraParam param{request.id.data(), static_cast<std::uint32_t>(request.id.size()),
                                request.size.width, request.size.height, request.fps};
   // A failed open, too, leaves something to close.
   m_isOpen = true;
-  m_openId = request.id;
   const std::int32_t result = m_table.OpenCameraDevice(&param);
   if (result == NUVEQ_CAMERA_OK) {
     return;
   }
+  // After the log was read, which closing adds to; and also where reading it fails.
+  struct CloseAtEnd {
+    Camera& camera;
+    ~CloseAtEnd() { camera.Close(); }
+  };
+  [[maybe_unused]] const CloseAtEnd closing{*this};
   const std::vector<std::string> lines = m_log.Lines();
-  Close();
   const std::string what = "cannot open the camera at " + ToText(request.size) + ", " +
                            std::to_string(request.fps) + " fps (result " + std::to_string(result) + ")";
   if (result == NUVEQ_CAMERA_ENCODER_FAILED) {

@@ -41,5 +41,27 @@ class Camera {
   bool m_isOpen = false;
 };
 
+// The camera while it delivers: opens it, and closes it on every way out, so that no packet comes for a queue
+// that has gone. Both outlive it.
+class OpenCamera {
+ public:
+  // Throws Failure as Camera::Open does.
+  OpenCamera(Camera& camera, const CameraRequest& request, PacketQueue& queue)
+      : m_camera(camera), m_queue(queue) {
+    m_camera.Open(request, m_queue);
+  }
+  OpenCamera(const OpenCamera&) = delete;
+  OpenCamera& operator=(const OpenCamera&) = delete;
+  // Closing waits for a packet in progress, which nobody may make room for any more.
+  ~OpenCamera() {
+    m_queue.LiftBound();
+    m_camera.Close();
+  }
+
+ private:
+  Camera& m_camera;
+  PacketQueue& m_queue;
+};
+
 // Why there is no camera, device by device, and what to do.
 std::string NoCameraText(const std::vector<SeenDevice>& seen);

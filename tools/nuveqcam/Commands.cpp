@@ -39,7 +39,10 @@ ExitCode RunTool(const Options& options, const Console& console, const Patience&
     const CameraLibrary library(options.library);
     Camera camera(library, log);
     RunCommand({options, console, camera, patience});
-    console.out << std::flush;
+    if (!console.out.flush()) {
+      throw Failure(ExitCode::kCannotWrite,
+                    "cannot write to the standard output; what went into a file is complete");
+    }
     return ExitCode::kOk;
   } catch (const Failure& failure) {
     Report(console, failure.what());

@@ -6,6 +6,10 @@
 // queued up arrive at once, and neither should be seen in the recording. So the times follow the arrivals
 // smoothly: each picture is expected an interval after the one before, and what it is early or late moves
 // time and interval a little (an alpha-beta filter).
+//
+// That suits what is nearly right. A camera that delivers several times the frames that were asked for would
+// have the times run seconds ahead before the filter has taken it in, so the first few arrivals say whether
+// it does.
 #pragma once
 
 #include <cstdint>
@@ -23,7 +27,9 @@ class FrameClock {
   Seconds TimeOf(Clock::time_point arrival);
 
  private:
-  bool m_hasBegun = false;
+  void NoteFasterCamera(Seconds elapsed);
+
+  std::uint64_t m_count = 0;
   Clock::time_point m_first;
   Seconds m_latest{0};
   Seconds m_interval;

@@ -30,6 +30,8 @@ constexpr std::array kKnownCodes{
     KnownCode{0x8007048F, "the camera has gone", "see with 'nuveqcam list' whether it has come back"},
     KnownCode{0x800705AA, "the USB bus has no bandwidth left for the camera",
               "close other cameras, or ask for a smaller size"},
+    KnownCode{0x8007045D, "the camera cannot be read",
+              "try again; restarting the PC resets a built-in camera"},
     KnownCode{0x80040200, "the camera does not deliver that format",
               "choose a size with --size from those of 'nuveqcam list'"},
     KnownCode{0x80040217, "no conversion is known from the camera's format",
@@ -78,7 +80,9 @@ class LibraryLog::Appender : public log4cplus::Appender {
  protected:
   void append(const log4cplus::spi::InternalLoggingEvent& event) override {
     if (m_shown != nullptr) {
-      *m_shown << Utf8(formatEvent(event)) << std::flush;
+      std::string line = Utf8(formatEvent(event));
+      line.resize(std::min(line.size(), line.find('\n')));
+      *m_shown << Printable(line) << "\n" << std::flush;
     }
     const std::lock_guard lock(m_mutex);
     m_lines.push_back(Utf8(event.getMessage()));

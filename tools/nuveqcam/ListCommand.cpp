@@ -34,7 +34,7 @@ template <typename Get>
 std::size_t WidthOf(const std::vector<SeenDevice>& seen, const Get& get) {
   std::size_t width = 0;
   for (const SeenDevice& device : seen) {
-    width = std::max(width, device.whyNotBuiltIn.empty() ? 0 : Printable(get(device)).size());
+    width = std::max(width, device.whyNotBuiltIn.empty() ? 0 : Columns(Printable(get(device))));
   }
   return width;
 }

@@ -26,6 +26,11 @@ void ReadSize(const Packet& packet, AVCodecParameters& parameters) {
   int unitSize = 0;
   av_parser_parse2(parser.get(), context.get(), &unit, &unitSize, bytes.data(),
                    static_cast<int>(packet.bytes.size()), AV_NOPTS_VALUE, AV_NOPTS_VALUE, 0);
+  if (parser->width <= 0 || parser->height <= 0) {
+    throw Failure(
+        ExitCode::kCannotWrite,
+        "cannot begin the MP4 file: the picture size cannot be read from the stream; try .h264 with -o");
+  }
   parameters.width = parser->width;
   parameters.height = parser->height;
 }

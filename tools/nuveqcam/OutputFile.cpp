@@ -5,6 +5,7 @@
 #include <utility>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -14,6 +15,8 @@
 namespace {
 
 constexpr mode_t kFileMode = 0666;
+
+static_assert(EAGAIN == EWOULDBLOCK);
 
 std::string NextStep(int reason, bool isStandardOutput) {
   if (reason == EPIPE) {
@@ -40,28 +43,40 @@ OutputFile::OutputFile(const std::string& path)
   if (m_isStandardOutput) {
     m_descriptor = STDOUT_FILENO;
   } else {
-    constexpr int kFlags = O_WRONLY | O_CREAT | O_CLOEXEC;
-    // Whether the file is new decides whether it may go again.
-    m_descriptor = open(m_path.c_str(), kFlags | O_EXCL, kFileMode);
-    m_isMade = m_descriptor >= 0;
-    if (!m_isMade && errno == EEXIST) {
-      m_descriptor = open(m_path.c_str(), kFlags, kFileMode);
-    }
-    if (m_descriptor < 0) {
-      Fail(errno);
-    }
+    Open();
   }
   struct stat status {};
   m_isRegular = fstat(m_descriptor, &status) == 0 && S_ISREG(status.st_mode);
   m_canSeek = !m_isStandardOutput && m_isRegular;
 }
 
+void OutputFile::Open() {
+  constexpr int kFlags = O_WRONLY | O_CREAT | O_CLOEXEC;
+  // Whether the file is new decides whether it may go again.
+  m_descriptor = open(m_path.c_str(), kFlags | O_EXCL, kFileMode);
+  bool isNew = m_descriptor >= 0;
+  if (!isNew && errno == EEXIST) {
+    // A link that leads nowhere exists, and what it leads to does not.
+    std::error_code error;
+    isNew = !std::filesystem::exists(m_path, error) && !error;
+    m_descriptor = open(m_path.c_str(), kFlags, kFileMode);
+  }
+  if (m_descriptor < 0) {
+    Fail(errno);
+  }
+  if (isNew) {
+    // A link stays; only what it leads to was made. Without an answer the file stays, too.
+    std::error_code error;
+    m_made = std::filesystem::canonical(m_path, error);
+  }
+}
+
 OutputFile::~OutputFile() {
   if (m_descriptor >= 0 && !m_isStandardOutput) {
     close(m_descriptor);
   }
-  if (m_isMade && !m_isBegun) {
-    unlink(m_path.c_str());
+  if (!m_made.empty() && !m_isBegun) {
+    unlink(m_made.c_str());
   }
 }
 
@@ -69,7 +84,11 @@ void OutputFile::Write(std::span<const std::uint8_t> bytes) {
   CutOnce();
   while (!bytes.empty()) {
     const ssize_t written = write(m_descriptor, bytes.data(), bytes.size());
-    if (written < 0 && errno != EINTR) {
+    if (written < 0 && errno == EAGAIN) {
+      // Whoever made the pipe wanted it so; whatever ends the wait shows at the next write.
+      pollfd room{m_descriptor, POLLOUT, 0};
+      poll(&room, 1, -1);
+    } else if (written < 0 && errno != EINTR) {
       Fail(errno);
     }
     if (written > 0) {
@@ -83,6 +102,13 @@ void OutputFile::CutOnce() {
   if (!std::exchange(m_isBegun, true) && m_canSeek && ftruncate(m_descriptor, 0) != 0) {
     Fail(errno);
   }
+}
+
+bool OutputFile::IsSameAs(const std::string& path) const {
+  struct stat other {};
+  struct stat own {};
+  return stat(path.c_str(), &other) == 0 && fstat(m_descriptor, &own) == 0 && own.st_dev == other.st_dev &&
+         own.st_ino == other.st_ino;
 }
 
 // NOLINTNEXTLINE(readability-make-member-function-const): the position is part of the file's state

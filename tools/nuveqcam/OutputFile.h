@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <span>
 #include <string>
 
@@ -16,11 +17,13 @@ class OutputFile {
   // Removes a file that the constructor made and nothing was written to.
   ~OutputFile();
 
-  // Writes at the current position, all of it.
+  // Writes at the current position, all of it. Waits for a reader, however the descriptor was set up.
   void Write(std::span<const std::uint8_t> bytes);
   // Moves the position as lseek does and answers the new one, or -1.
   std::int64_t Seek(std::int64_t offset, int whence);
   bool CanSeek() const { return m_canSeek; }
+  // True where that path leads to this very file.
+  bool IsSameAs(const std::string& path) const;
   // Writing that the system put off fails here at the latest.
   void Close();
 
@@ -31,14 +34,15 @@ class OutputFile {
   [[noreturn]] void Fail(int reason) const;
 
  private:
+  void Open();
   void CutOnce();
 
   std::string m_path;
   std::string m_name;
+  std::filesystem::path m_made;  // what the constructor made; empty: nothing
   int m_descriptor = -1;
   bool m_isStandardOutput = false;
   bool m_isRegular = false;
   bool m_canSeek = false;
-  bool m_isMade = false;
   bool m_isBegun = false;
 };

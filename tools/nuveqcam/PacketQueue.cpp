@@ -11,8 +11,10 @@ bool PacketQueue::Push(Packet packet) {
     return false;
   }
   const std::size_t size = packet.bytes.size();
+  const Clock::time_point arrival = packet.arrival;
   m_packets.push_back(std::move(packet));
   m_bytes += size;
+  m_firstArrival = m_firstArrival.value_or(arrival);
   m_latestArrival = Clock::now();
   m_hasPacket.notify_one();
   return true;
@@ -66,6 +68,11 @@ bool PacketQueue::HasLoss() const {
 bool PacketQueue::IsFull() const {
   const std::lock_guard lock(m_mutex);
   return IsFullLocked();
+}
+
+std::optional<Clock::time_point> PacketQueue::FirstArrival() const {
+  const std::lock_guard lock(m_mutex);
+  return m_firstArrival;
 }
 
 Clock::time_point PacketQueue::LatestArrival() const {

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <deque>
 #include <mutex>
+#include <optional>
 #include <vector>
 
 using Clock = std::chrono::steady_clock;
@@ -45,6 +46,8 @@ class PacketQueue {
 
   bool HasLoss() const;
   bool IsFull() const;
+  // When the first packet arrived, whether it has been taken since or not; none yet: nothing.
+  std::optional<Clock::time_point> FirstArrival() const;
   // When the latest packet was stored, or when the queue was made.
   Clock::time_point LatestArrival() const;
 
@@ -61,5 +64,6 @@ class PacketQueue {
   bool m_isEnded = false;
   bool m_isAbandoned = false;
   bool m_hasLoss = false;
+  std::optional<Clock::time_point> m_firstArrival;
   Clock::time_point m_latestArrival = Clock::now();
 };

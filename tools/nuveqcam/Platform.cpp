@@ -1,5 +1,6 @@
 #include "Platform.h"
 
+#include <filesystem>
 #include <memory>
 #include <stdexcept>
 
@@ -9,6 +10,14 @@
 #include "Text.h"
 
 void UseSimulatedPc(const std::string& clip) {
+  std::error_code ignored;
+  if (!clip.empty() && std::filesystem::exists(clip, ignored) &&
+      !std::filesystem::is_regular_file(clip, ignored)) {
+    // It is read from its beginning every time the camera starts.
+    throw Failure(ExitCode::kUsage, "cannot play " + Printable(clip) +
+                                        ": it is not a file that can be read again; name a video file after "
+                                        "--simulated");
+  }
   SimulatedPcSettings settings;
   settings.clip = clip;
   try {

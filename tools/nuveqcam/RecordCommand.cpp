@@ -28,17 +28,19 @@ class Recording {
         m_thread(m_queue, *m_writer, request.fps) {}
 
   void Run(const StopSignals& signals) {
-    m_openedAt = Clock::now();
-    m_place.camera.Open(m_request, m_queue);
-    const End end = Wait(signals);
-    // From here on the writer may take as long as it needs, and the camera's light goes out at once.
-    m_queue.LiftBound();
-    m_place.camera.Close();
+    const End end = RunCamera(signals);
+    // The camera's light is out; from here on the writer may take as long as it needs.
     Finish();
     Judge(end);
   }
 
  private:
+  End RunCamera(const StopSignals& signals) {
+    m_openedAt = Clock::now();
+    const OpenCamera open(m_place.camera, m_request, m_queue);
+    return Wait(signals);
+  }
+
   End Wait(const StopSignals& signals) {
     const Console& console = m_place.console;
     // Log lines would break the progress line, and say more.
@@ -46,17 +48,19 @@ class Recording {
     const std::chrono::seconds limit(m_place.options.seconds);
     auto nextProgress = Clock::now();
     const auto begin = nextProgress;
-    Packet ignored;
     for (;;) {
-      const auto now = Clock::now();
       const Written written = m_thread.Count();
+      // Not of what has been written: that may wait for its reader for as long as it likes.
+      const auto firstArrival = m_queue.FirstArrival();
+      const auto now = Clock::now();
+      const auto first = firstArrival.value_or(now);
       if (m_thread.HasFailed() || m_queue.HasLoss()) {
         return End::kOutputFailed;
       }
       if (signals.HasArrived()) {
         return End::kSignal;
       }
-      if (limit.count() != 0 && written.frames > 0 && now - written.firstArrival >= limit) {
+      if (limit.count() != 0 && now - first >= limit) {
         return End::kTimeIsUp;
       }
       // While the output is what everything waits for, the camera is not to blame.
@@ -65,7 +69,7 @@ class Recording {
         return End::kDriedUp;
       }
       if (now >= nextProgress && written.frames > 0) {
-        line.Show({Seconds(now - written.firstArrival).count(), written.frames, written.bytes});
+        line.Show({Seconds(now - first).count(), written.frames, written.bytes});
         nextProgress = now + kProgressEvery;
       }
       std::this_thread::sleep_for(kLookAround);
@@ -113,7 +117,7 @@ class Recording {
   void Summarise(const Written& written, End end) {
     const double seconds = written.duration.count();
     const double kbits = static_cast<double>(written.bytes) * 8 / 1000 / seconds;
-    const double toFirst = Seconds(written.firstArrival - m_openedAt).count() * 1000;
+    const double toFirst = Seconds(m_queue.FirstArrival().value_or(m_openedAt) - m_openedAt).count() * 1000;
     // Where the recording itself goes to the standard output, that is no place for a summary.
     std::ostream& out = m_place.options.output == "-" ? m_place.console.err : m_place.console.out;
     out << "recorded " + m_file.Name() + (end == End::kSignal ? " (interrupted)" : "") + "\n" +
@@ -142,9 +146,13 @@ void RunRecord(const Workplace& place) {
     throw Failure(ExitCode::kUsage,
                   "a terminal cannot show the recording; pipe it on, or choose a file with -o");
   }
-  const StopSignals signals;
   // First, so that an output that cannot be written is known before the camera's light goes on.
   OutputFile file(place.options.output);
+  // Afterwards: Ctrl-C shall end the wait for the reader of a named pipe.
+  const StopSignals signals;
+  if (file.IsSameAs(place.options.clip)) {
+    throw Failure(ExitCode::kUsage, "the recording would overwrite the clip; choose another file with -o");
+  }
   const CameraRequest request = ChooseRequest(place.options, place.camera.Query());
   Recording(place, file, request).Run(signals);
 }

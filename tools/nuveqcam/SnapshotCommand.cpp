@@ -45,23 +45,17 @@ void RunSnapshot(const Workplace& place) {
     throw Failure(ExitCode::kUsage,
                   "a terminal cannot show the picture; pipe it on, or choose a file with -o");
   }
-  const StopSignals signals;
   OutputFile file(place.options.output);
+  // Afterwards: Ctrl-C shall end the wait for the reader of a named pipe.
+  const StopSignals signals;
+  if (file.IsSameAs(place.options.clip)) {
+    throw Failure(ExitCode::kUsage, "the picture would overwrite the clip; choose another file with -o");
+  }
   PictureDecoder decoder;
   const CameraRequest request = ChooseRequest(place.options, place.camera.Query());
   PacketQueue queue(kQueueBytes);
-  place.camera.Open(request, queue);
-  // Closing waits for a callback in progress, which nobody makes room for any more.
-  struct CloseCamera {
-    const Workplace& place;
-    PacketQueue& queue;
-    ~CloseCamera() {
-      queue.Abandon();
-      place.camera.Close();
-    }
-  };
   {
-    const CloseCamera closing{place, queue};
+    const OpenCamera open(place.camera, request, queue);
     WaitForPicture(place, signals, queue, decoder);
   }
   const AVFrame& picture = decoder.Picture();

@@ -8,6 +8,8 @@
 // Numbers with that many decimals, with a point whatever the locale.
 std::string Decimal(double number, int decimals);
 
+// How many characters UTF-8 text shows.
+std::size_t Columns(std::string_view text);
 // Left- or right-aligned in that many columns; longer text stays as it is.
 std::string PadRight(std::string text, std::size_t columns);
 std::string PadLeft(std::string text, std::size_t columns);

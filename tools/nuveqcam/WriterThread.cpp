@@ -59,9 +59,6 @@ void WriterThread::WriteAll() {
     m_writer.Write(packet, time);
     const bool isKeyFrame = IsKeyFrame(packet.bytes);
     const std::lock_guard lock(m_mutex);
-    if (m_count.frames == 0) {
-      m_count.firstArrival = packet.arrival;
-    }
     ++m_count.frames;
     m_count.keyFrames += isKeyFrame ? 1 : 0;
     m_count.bytes += packet.bytes.size();

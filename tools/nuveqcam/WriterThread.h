@@ -16,7 +16,6 @@ struct Written {
   std::uint64_t frames = 0;
   std::uint64_t keyFrames = 0;
   std::uint64_t bytes = 0;
-  Clock::time_point firstArrival;   // with frames > 0
   FrameClock::Seconds duration{0};  // the last picture is shown for one frame's time
 };
 

@@ -1,9 +1,14 @@
 // nuveqcam: the command-line host of the camera library.
+#include <array>
 #include <exception>
 #include <iostream>
 #include <string>
+#include <utility>
 #include <variant>
 #include <vector>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 #include "Arguments.h"
 #include "Commands.h"
@@ -11,6 +16,20 @@
 #include "Terminal.h"
 
 namespace {
+
+// A stream that the program was started without would lend its number to the next file that is opened, and
+// messages would go into the recording. Standard output can still not be written: results are not to vanish.
+bool HoldStandardStreams() {
+  constexpr std::array kModes{std::pair{STDIN_FILENO, O_RDONLY}, std::pair{STDOUT_FILENO, O_RDONLY},
+                              std::pair{STDERR_FILENO, O_WRONLY}};
+  for (const auto& [descriptor, mode] : kModes) {
+    // The lowest number that is free: those below have been seen to.
+    if (fcntl(descriptor, F_GETFD) < 0 && open("/dev/null", mode) != descriptor) {
+      return false;
+    }
+  }
+  return true;
+}
 
 ExitCode Run(const std::vector<std::string>& arguments) {
   MakeWritesFail();
@@ -30,6 +49,9 @@ ExitCode Run(const std::vector<std::string>& arguments) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (!HoldStandardStreams()) {
+    return static_cast<int>(ExitCode::kUnexpected);
+  }
   try {
     return static_cast<int>(Run({argv + (argc > 0 ? 1 : 0), argv + argc}));
   } catch (const std::exception& error) {

@@ -1,0 +1,110 @@
+"""What the scripts that run nuveqcam share: the program, its exit codes, and a look at what it wrote."""
+
+import json
+import os
+import re
+import shutil
+import signal
+import subprocess
+import tempfile
+import time
+import unittest
+from pathlib import Path
+
+PROGRAM = os.path.abspath(os.environ["NUVEQCAM"])
+MAN_PAGE = os.environ["NUVEQCAM_MAN"]
+
+# Longer than anything that works takes, also with sanitizers.
+PATIENCE = 120
+
+OK, UNEXPECTED, USAGE, NO_CAMERA, CANNOT_OPEN, CANNOT_WRITE, ENDED_EARLY = range(7)
+
+# Small, so that a build with sanitizers keeps up.
+SMALL = ["--size", "320x240"]
+
+
+def reset_signals():
+    """A shell that runs tests in the background has them ignore Ctrl-C, and children inherit that."""
+    for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+        signal.signal(number, signal.SIG_DFL)
+
+
+def wait_until(condition, process=None):
+    end = time.monotonic() + PATIENCE
+    while not condition():
+        if time.monotonic() > end:
+            raise AssertionError("waited in vain")
+        if process is not None and process.poll() is not None:
+            raise AssertionError(f"the program ended with {process.returncode}")
+        time.sleep(0.02)
+
+
+class Tool(unittest.TestCase):
+    def setUp(self):
+        self.folder = Path(tempfile.mkdtemp(prefix="nuveqcam-test-"))
+        self.addCleanup(shutil.rmtree, self.folder, ignore_errors=True)
+
+    def start(self, *arguments, **options):
+        options = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, "stdin": subprocess.DEVNULL, **options}
+        process = subprocess.Popen([PROGRAM, *map(str, arguments)], cwd=self.folder, preexec_fn=reset_signals, **options)
+        self.addCleanup(self.end, process)
+        return process
+
+    @staticmethod
+    def end(process):
+        if process.poll() is None:
+            process.kill()
+        process.communicate()
+
+    def run_tool(self, *arguments, code=OK, **options):
+        """Standard output and standard error, as text, of a run that ends with that code."""
+        process = self.start(*arguments, **options)
+        out, err = process.communicate(timeout=PATIENCE)
+        err = (err or b"").decode()
+        self.assertEqual(process.returncode, code, err)
+        return (out or b"").decode(errors="replace"), err
+
+    def file(self, name):
+        return self.folder / name
+
+    def probe(self, name, entries):
+        result = subprocess.run(
+            ["ffprobe", "-v", "error", "-count_frames", "-show_entries", entries, "-of", "json", str(self.file(name))],
+            capture_output=True, timeout=PATIENCE, check=True)
+        self.assertEqual(result.stderr, b"")
+        return json.loads(result.stdout)
+
+    def stream(self, name):
+        streams = self.probe(name, "stream=codec_name,width,height,nb_read_frames,duration")["streams"]
+        self.assertEqual(len(streams), 1)
+        return streams[0]
+
+    def pictures(self, name, width, height, pixels="gray"):
+        """The decoded pictures' bytes; a decoder's complaint is a failure. Without -enc_time_base ffmpeg would round
+        the pictures' times to a rate that it guesses, and complain about two that become the same."""
+        size = width * height * (3 if pixels == "rgb24" else 1)
+        result = subprocess.run(
+            ["ffmpeg", "-v", "error", "-i", str(self.file(name)), "-fps_mode", "passthrough", "-enc_time_base", "-1",
+             "-f", "rawvideo", "-pix_fmt", pixels, "-"], capture_output=True, stdin=subprocess.DEVNULL, timeout=PATIENCE, check=True)
+        self.assertEqual(result.stderr, b"")
+        self.assertEqual(len(result.stdout) % size, 0)
+        return [result.stdout[i:i + size] for i in range(0, len(result.stdout), size)]
+
+    def summary(self, text):
+        found = dict(re.findall(r"^  ([a-z ]+?)  +(\S+)", text, re.MULTILINE))
+        self.assertEqual(set(found), {"request", "frames", "key frames", "duration", "bit rate", "first packet"}, text)
+        return found
+
+    def check_numbers(self, pictures, width, height):
+        """No frame was lost, repeated or reordered."""
+        self.assertEqual([frame_number(picture, width, height) for picture in pictures], list(range(len(pictures))))
+
+
+def frame_number(gray, width, height):
+    """The number that the simulated camera paints: 16 bits as blocks along the top, lowest first, 8 more below."""
+    number = 0
+    for bit in range(24):
+        x = (2 * (bit % 16) + 1) * width // 32
+        y = (2 * (bit // 16) + 1) * height // 24
+        number |= (gray[y * width + x] > 127) << bit
+    return number
