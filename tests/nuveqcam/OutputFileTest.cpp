@@ -3,12 +3,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <sstream>
 
 #include "Failure.h"
+#include "TemporaryFolder.h"
 
 namespace {
 
@@ -25,17 +24,7 @@ void Write(OutputFile& file, std::string_view text) {
   file.Write({reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
 }
 
-class Output : public ::testing::Test {
- protected:
-  void SetUp() override {
-    std::string name = (std::filesystem::temp_directory_path() / "nuveqcam-XXXXXX").string();
-    ASSERT_NE(mkdtemp(name.data()), nullptr);
-    folder = name;
-  }
-  void TearDown() override { std::filesystem::remove_all(folder); }
-
-  std::filesystem::path folder;
-};
+using Output = TemporaryFolder;
 
 TEST_F(Output, HoldsWhatWasWritten) {
   OutputFile file((folder / "a").string());

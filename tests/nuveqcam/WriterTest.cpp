@@ -3,13 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <condition_variable>
-#include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <sstream>
 
 #include "Failure.h"
 #include "PacketWriter.h"
+#include "TemporaryFolder.h"
 #include "WriterThread.h"
 
 namespace {
@@ -76,17 +75,7 @@ TEST(WriterThread, WithoutFinishCompletesNothing) {
   EXPECT_FALSE(queue.Push(KeyPacket(1)));
 }
 
-class WriterFile : public ::testing::Test {
- protected:
-  void SetUp() override {
-    std::string name = (std::filesystem::temp_directory_path() / "nuveqcam-XXXXXX").string();
-    ASSERT_NE(mkdtemp(name.data()), nullptr);
-    folder = name;
-  }
-  void TearDown() override { std::filesystem::remove_all(folder); }
-
-  std::filesystem::path folder;
-};
+using WriterFile = TemporaryFolder;
 
 TEST_F(WriterFile, Mp4NeedsAKeyFrameFirst) {
   OutputFile file((folder / "a.mp4").string());
