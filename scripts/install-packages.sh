@@ -19,7 +19,7 @@ demo=(
 )
 native=(
   "${demo[@]}" clang clang-format clang-tidy ffmpeg gcovr git libbenchmark-dev libclang-rt-14-dev libgmock-dev
-  libgtest-dev mandoc python3 python3-yaml
+  libgtest-dev llvm mandoc python3 python3-yaml
 )
 
 case "${1:-native}" in
