@@ -22,21 +22,49 @@ set(NUVEQ_INSTRUMENTATION "" CACHE STRING "Compiler and linker options of a sani
 add_compile_options(${NUVEQ_INSTRUMENTATION})
 add_link_options(${NUVEQ_INSTRUMENTATION})
 
-set(NUVEQ_WARNINGS
-    -Wall -Wextra -Wpedantic -Werror -Wshadow -Wconversion -Wsign-conversion -Wcast-qual -Wformat=2 -Wundef
-    -Wnull-dereference -Wdouble-promotion)
-add_compile_options(${NUVEQ_WARNINGS} $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast>)
-if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+if(MSVC)
+  # Nobody here builds with this compiler; its users tell.
+  add_compile_options(/W4 /WX /permissive- /utf-8 /Zc:__cplusplus)
+else()
+  set(NUVEQ_WARNINGS
+      -Wall -Wextra -Wpedantic -Werror -Wshadow -Wconversion -Wsign-conversion -Wcast-qual -Wformat=2 -Wundef
+      -Wnull-dereference -Wdouble-promotion)
+  add_compile_options(${NUVEQ_WARNINGS} $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast>)
+endif()
+if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND NOT WIN32)
   # A library with symbols of this kind can never be unloaded.
   add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-fno-gnu-unique>)
 endif()
 
-# nuveq_export_only(TARGET MAP): the shared library shows what the version script names, and defines all that it uses.
+# nuveq_export_only(TARGET MAP): the shared library shows what the version script names, and defines all that it
+# uses. On Windows a DLL shows what its sources mark, and always defines what it uses.
 function(nuveq_export_only target map)
+  if(WIN32)
+    return()
+  endif()
   target_link_options(${target} PRIVATE LINKER:--version-script=${map})
   set_target_properties(${target} PROPERTIES LINK_DEPENDS ${map})
   # The sanitizers' functions come with the program.
   if(NOT NUVEQ_INSTRUMENTATION)
     target_link_options(${target} PRIVATE LINKER:-z,defs)
   endif()
+endfunction()
+
+# nuveq_describe(TARGET TEXT): what Windows shows as the details of the file.
+function(nuveq_describe target text)
+  if(NOT WIN32)
+    return()
+  endif()
+  set(NUVEQ_FILE_DESCRIPTION ${text})
+  set(NUVEQ_FILE_NAME $<TARGET_FILE_NAME:${target}>)
+  get_target_property(type ${target} TYPE)
+  if(type STREQUAL EXECUTABLE)
+    set(NUVEQ_FILE_TYPE VFT_APP)
+  else()
+    set(NUVEQ_FILE_TYPE VFT_DLL)
+  endif()
+  set(script ${CMAKE_CURRENT_BINARY_DIR}/${target}.rc)
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/version.rc.in ${script}.in @ONLY)
+  file(GENERATE OUTPUT ${script} INPUT ${script}.in)
+  target_sources(${target} PRIVATE ${script})
 endfunction()

@@ -18,6 +18,10 @@ function(nuveq_add_camera_handler target)
     list(APPEND arg_DEFAULTS Logger)
   endif()
   list(TRANSFORM arg_DEFAULTS REPLACE "(.+)" "${PROJECT_SOURCE_DIR}/platform/defaults/\\1.cpp")
+  if(WIN32)
+    # How a module is held is the system's business.
+    list(TRANSFORM arg_DEFAULTS REPLACE "/defaults/Module.cpp" "/windows/Module.cpp")
+  endif()
   add_library(${target} SHARED ${arg_DEFAULTS})
   target_link_libraries(${target} PUBLIC nuveq_headers
                         PRIVATE camera_handler_objects ${host_logger} ${arg_PLATFORM})

@@ -6,15 +6,17 @@ set -euo pipefail
 
 usage() {
   cat <<'USAGE'
-usage: scripts/bootstrap-deps.sh native
+usage: scripts/bootstrap-deps.sh native | windows
 
 Builds into build/deps/<target>, and does nothing when that is up to date.
-  native   log4cplus with wide characters, shared (Debian's own build is narrow only)
+  native    log4cplus with wide characters, shared (Debian's own build is narrow only)
+  windows   the same for Windows x86-64, and what Debian ships for Linux only: OpenH264, libyuv, and for the
+            tests GoogleTest and libjpeg-turbo, all of them static
 USAGE
 }
 
 case "${1:-}" in
-  native) target=native ;;
+  native | windows) target=$1 ;;
   -h | --help) usage; exit 0 ;;
   *) usage >&2; exit 2 ;;
 esac
@@ -25,7 +27,7 @@ prefix=$deps/$target
 sources=$deps/sources
 log=$deps/$target.log
 # Raise it when a recipe below changes: a prefix with another number is built again.
-recipe=1
+recipe=2
 stamp=$prefix/.recipe-$recipe
 
 if [ -e "$stamp" ]; then
@@ -66,34 +68,88 @@ private_apt() {
     -o "Dir::State::Lists=$deps/apt/lists" -o "Dir::Cache=$deps/apt/cache" -o APT::Sandbox::User=root "$@" </dev/null
 }
 
-# fetch_source PACKAGE: the unpacked source of PACKAGE in $sources/PACKAGE.
-fetch_source() {
-  [ ! -d "$sources/$1" ] || return 0
-  rm -rf "$deps/apt" "$sources/$1.tmp"
-  mkdir -p "$deps/apt/lists/partial" "$deps/apt/cache/archives/partial" "$sources/$1.tmp"
+# fetch_sources PACKAGE...: the unpacked source of each in $sources/PACKAGE.
+fetch_sources() {
+  local package missing=()
+  for package in "$@"; do
+    [ -d "$sources/$package" ] || missing+=("$package")
+  done
+  [ "${#missing[@]}" -gt 0 ] || return 0
+  rm -rf "$deps/apt"
+  mkdir -p "$deps/apt/lists/partial" "$deps/apt/cache/archives/partial"
   write_apt_sources "$deps/apt"
-  echo "dependencies: fetching the source of $1"
+  echo "dependencies: fetching the source of ${missing[*]}"
   private_apt update >>"$log" 2>&1
-  (cd "$sources/$1.tmp" && private_apt source "$1" >>"$log" 2>&1)
-  mv "$sources/$1.tmp/$1"-*/ "$sources/$1"
-  rm -rf "$sources/$1.tmp" "$deps/apt"
+  for package in "${missing[@]}"; do
+    rm -rf "$sources/$package.tmp"
+    mkdir -p "$sources/$package.tmp"
+    (cd "$sources/$package.tmp" && private_apt source "$package" >>"$log" 2>&1)
+    mv "$sources/$package.tmp"/*/ "$sources/$package"
+    rm -rf "$sources/$package.tmp"
+  done
+  rm -rf "$deps/apt"
 }
 
-build_log4cplus() {
-  fetch_source log4cplus
-  echo "dependencies: building log4cplus (wide)"
-  local build=$deps/build-$target-log4cplus
+# build_with_cmake NAME SOURCE_FOLDER OPTION...: builds and installs into the prefix.
+build_with_cmake() {
+  local name=$1 source=$2 build=$deps/build-$target-$1 toolchain=()
+  shift 2
+  echo "dependencies: building $name for $target"
+  [ "$target" = native ] || toolchain=(-DCMAKE_TOOLCHAIN_FILE="$top/cmake/toolchains/windows-x86_64.cmake")
   rm -rf "$build"
-  # No thread pool: fewer threads in somebody else's process, and a clean process exit.
-  cmake -S "$sources/log4cplus" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX="$prefix" \
-    -DCMAKE_INSTALL_LIBDIR=lib -DBUILD_SHARED_LIBS=ON -DUNICODE=ON -DLOG4CPLUS_BUILD_TESTING=OFF \
-    -DLOG4CPLUS_BUILD_LOGGINGSERVER=OFF -DWITH_UNIT_TESTS=OFF -DLOG4CPLUS_ENABLE_DECORATED_LIBRARY_NAME=OFF \
-    -DLOG4CPLUS_ENABLE_THREAD_POOL=OFF >>"$log" 2>&1
+  cmake -S "$source" -B "$build" -G Ninja "${toolchain[@]}" -DCMAKE_BUILD_TYPE=Release \
+    -DCMAKE_INSTALL_PREFIX="$prefix" -DCMAKE_INSTALL_LIBDIR=lib "$@" >>"$log" 2>&1
   cmake --build "$build" >>"$log" 2>&1
   cmake --install "$build" >>"$log" 2>&1
   rm -rf "$build"
 }
 
-build_log4cplus
+build_log4cplus() {
+  # No thread pool: fewer threads in somebody else's process, and a clean process exit.
+  build_with_cmake log4cplus "$sources/log4cplus" -DBUILD_SHARED_LIBS=ON -DUNICODE=ON \
+    -DLOG4CPLUS_BUILD_TESTING=OFF -DLOG4CPLUS_BUILD_LOGGINGSERVER=OFF -DWITH_UNIT_TESTS=OFF \
+    -DLOG4CPLUS_ENABLE_DECORATED_LIBRARY_NAME=OFF -DLOG4CPLUS_ENABLE_THREAD_POOL=OFF
+}
+
+# In a copy of its sources, where its own makefile wants to build.
+build_openh264() {
+  echo "dependencies: building openh264 for $target"
+  local build=$deps/build-$target-openh264 cross=x86_64-w64-mingw32
+  rm -rf "$build"
+  cp -r "$sources/openh264" "$build"
+  make -C "$build" -j"$(nproc)" OS=mingw_nt ARCH=x86_64 CC=$cross-gcc-posix CXX=$cross-g++-posix AR=$cross-gcc-ar-posix \
+    PREFIX="$prefix" libopenh264.a >>"$log" 2>&1
+  make -C "$build" OS=mingw_nt ARCH=x86_64 CC=$cross-gcc-posix CXX=$cross-g++-posix AR=$cross-gcc-ar-posix \
+    PREFIX="$prefix" install-headers install-static-lib >>"$log" 2>&1
+  rm -rf "$build"
+}
+
+build_for_windows() {
+  fetch_sources log4cplus openh264 libyuv libjpeg-turbo
+  build_log4cplus
+  build_openh264
+  # Debian's own recipe of libyuv builds its tools and cannot install for Windows.
+  build_with_cmake libyuv "$top/cmake/libyuv" -DLIBYUV_SOURCE_DIR="$sources/libyuv"
+  build_with_cmake libjpeg-turbo "$sources/libjpeg-turbo" -DENABLE_SHARED=OFF -DWITH_JAVA=OFF
+  build_with_cmake googletest /usr/src/googletest
+  keep_licences
+}
+
+# The licences of what the packages of this project carry.
+keep_licences() {
+  local package
+  mkdir -p "$prefix/share/licences"
+  for package in log4cplus openh264 libyuv; do
+    cp "$sources/$package/LICENSE" "$prefix/share/licences/$package.txt"
+  done
+}
+
+case "$target" in
+  native)
+    fetch_sources log4cplus
+    build_log4cplus
+    ;;
+  windows) build_for_windows ;;
+esac
 touch "$stamp"
 echo "dependencies: build/deps/$target is ready"

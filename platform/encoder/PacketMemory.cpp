@@ -15,14 +15,23 @@ struct Block {
   std::uint32_t capacity = 0;
 };
 
-// A few blocks, for as many packets as are alive at a time; more come and go. Never destroyed: a process that
-// exits with an encoder at work still encodes while static objects go.
+// A few blocks, for as many packets as are alive at a time; more come and go.
 struct KeptBlocks {
   std::mutex mutex;
   std::array<Block, 4> blocks;
   bool closed = false;
 };
-constinit KeptBlocks kept;
+
+// Never destroyed: a process that exits with an encoder at work still encodes while static objects go.
+union Immortal {
+  Immortal() : kept() {}
+  Immortal(const Immortal&) = delete;
+  Immortal& operator=(const Immortal&) = delete;
+  ~Immortal() {}  // NOLINT(modernize-use-equals-default): a defaulted one would be deleted
+  KeptBlocks kept;
+};
+Immortal immortal;
+KeptBlocks& kept = immortal.kept;
 
 // Frees what is kept when the library goes, and sees to it that nothing is kept any more.
 class EndOfKeeping {
