@@ -27,8 +27,12 @@ if(MSVC)
   add_compile_options(/W4 /WX /permissive- /utf-8 /Zc:__cplusplus)
 else()
   set(NUVEQ_WARNINGS
-      -Wall -Wextra -Wpedantic -Werror -Wshadow -Wconversion -Wsign-conversion -Wcast-qual -Wformat=2 -Wundef
+      -Wall -Wextra -Wpedantic -Werror -Wconversion -Wsign-conversion -Wcast-qual -Wformat=2 -Wundef
       -Wnull-dereference -Wdouble-promotion)
+  if(NOT CMAKE_UNITY_BUILD)
+    # Sources that are compiled as one see each other's names.
+    list(APPEND NUVEQ_WARNINGS -Wshadow)
+  endif()
   add_compile_options(${NUVEQ_WARNINGS} $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast>)
 endif()
 if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND NOT WIN32)

@@ -23,6 +23,10 @@ function(nuveq_add_camera_handler target)
     list(TRANSFORM arg_DEFAULTS REPLACE "/defaults/Module.cpp" "/windows/Module.cpp")
   endif()
   add_library(${target} SHARED ${arg_DEFAULTS})
+  if(MSVC)
+    # Platforms load it by the same name whoever has built it.
+    set_target_properties(${target} PROPERTIES PREFIX lib)
+  endif()
   target_link_libraries(${target} PUBLIC nuveq_headers
                         PRIVATE camera_handler_objects ${host_logger} ${arg_PLATFORM})
   # One symbol leaves the library. The compiler's visibility settings cannot say that: they leave instances of

@@ -7,11 +7,17 @@
 #define NOMINMAX
 #endif
 #include <dshow.h>
-#include <qedit.h>
 #include <windows.h>
+
+// Newer SDKs of Microsoft's have none.
+#if __has_include(<qedit.h>)
+#include <qedit.h>
 
 // Defined in strmiids; qedit.h does not declare it.
 EXTERN_C const CLSID CLSID_SampleGrabber;
+#else
+#include "declarations/SampleGrabberInterfaces.h"
+#endif
 #else
 #include "declarations/WindowsTypes.h"
 

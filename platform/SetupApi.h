@@ -11,6 +11,11 @@
 #include <cfg.h>
 #include <cfgmgr32.h>
 #include <setupapi.h>
+
+#ifdef _MSC_VER
+// Defines the identifier that the next header declares, which Microsoft's libraries need not bring.
+#include <initguid.h>
+#endif
 #include <usbiodef.h>
 #else
 #include "declarations/SetupApiFunctions.h"

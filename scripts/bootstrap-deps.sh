@@ -27,7 +27,7 @@ prefix=$deps/$target
 sources=$deps/sources
 log=$deps/$target.log
 # Raise it when a recipe below changes: a prefix with another number is built again.
-recipe=2
+recipe=3
 stamp=$prefix/.recipe-$recipe
 
 if [ -e "$stamp" ]; then
@@ -90,15 +90,24 @@ fetch_sources() {
   rm -rf "$deps/apt"
 }
 
-# build_with_cmake NAME SOURCE_FOLDER OPTION...: builds and installs into the prefix.
-build_with_cmake() {
+# configure NAME SOURCE_FOLDER OPTION...: sets up a build in $deps/build-$target-NAME.
+configure() {
   local name=$1 source=$2 build=$deps/build-$target-$1 toolchain=()
   shift 2
   echo "dependencies: building $name for $target"
   [ "$target" = native ] || toolchain=(-DCMAKE_TOOLCHAIN_FILE="$top/cmake/toolchains/windows-x86_64.cmake")
   rm -rf "$build"
+  # Where this machine keeps the sources is nobody's business.
+  local flags=-ffile-prefix-map=$deps/sources/=
   cmake -S "$source" -B "$build" -G Ninja "${toolchain[@]}" -DCMAKE_BUILD_TYPE=Release \
+    -DCMAKE_C_FLAGS="$flags" -DCMAKE_CXX_FLAGS="$flags" \
     -DCMAKE_INSTALL_PREFIX="$prefix" -DCMAKE_INSTALL_LIBDIR=lib "$@" >>"$log" 2>&1
+}
+
+# build_with_cmake NAME SOURCE_FOLDER OPTION...: builds and installs into the prefix.
+build_with_cmake() {
+  local build=$deps/build-$target-$1
+  configure "$@"
   cmake --build "$build" >>"$log" 2>&1
   cmake --install "$build" >>"$log" 2>&1
   rm -rf "$build"
@@ -124,22 +133,32 @@ build_openh264() {
   rm -rf "$build"
 }
 
+# One library of it.
+build_turbojpeg() {
+  local build=$deps/build-$target-libjpeg-turbo
+  configure libjpeg-turbo "$sources/libjpeg-turbo" -DENABLE_SHARED=OFF -DWITH_JAVA=OFF
+  cmake --build "$build" --target turbojpeg-static >>"$log" 2>&1
+  cp "$build/libturbojpeg.a" "$prefix/lib"
+  cp "$sources/libjpeg-turbo/turbojpeg.h" "$prefix/include"
+  rm -rf "$build"
+}
+
 build_for_windows() {
   fetch_sources log4cplus openh264 libyuv libjpeg-turbo
   build_log4cplus
   build_openh264
   # Debian's own recipe of libyuv builds its tools and cannot install for Windows.
   build_with_cmake libyuv "$top/cmake/libyuv" -DLIBYUV_SOURCE_DIR="$sources/libyuv"
-  build_with_cmake libjpeg-turbo "$sources/libjpeg-turbo" -DENABLE_SHARED=OFF -DWITH_JAVA=OFF
+  build_turbojpeg
   build_with_cmake googletest /usr/src/googletest
-  keep_licences
+  keep_licences log4cplus openh264 libyuv
 }
 
-# The licences of what the packages of this project carry.
+# keep_licences PACKAGE...: the licences of what the packages of this project carry.
 keep_licences() {
   local package
   mkdir -p "$prefix/share/licences"
-  for package in log4cplus openh264 libyuv; do
+  for package in "$@"; do
     cp "$sources/$package/LICENSE" "$prefix/share/licences/$package.txt"
   done
 }
@@ -148,6 +167,7 @@ case "$target" in
   native)
     fetch_sources log4cplus
     build_log4cplus
+    keep_licences log4cplus
     ;;
   windows) build_for_windows ;;
 esac

@@ -5,11 +5,12 @@ set -euo pipefail
 
 usage() {
   cat <<'USAGE'
-usage: scripts/install-packages.sh [native | demo]
+usage: scripts/install-packages.sh [native | demo | windows]...
 
 Installs the Debian 12 packages that are missing on this machine.
-  native   compilers, build tools, test tools and libraries of the Linux build (default)
-  demo     what the library and its tool alone are built with
+  native    compilers, build tools, test tools and libraries of the Linux build (default)
+  demo      what the library and its tool alone are built with
+  windows   the cross compiler and Wine, and what else building and testing for Windows needs
 USAGE
 }
 
@@ -21,13 +22,23 @@ native=(
   "${demo[@]}" clang clang-format clang-tidy ffmpeg gcovr git libbenchmark-dev libclang-rt-14-dev libgmock-dev
   libgtest-dev llvm mandoc python3 python3-yaml
 )
+windows=(
+  ca-certificates cmake dpkg-dev ffmpeg g++ g++-mingw-w64-x86-64-posix googletest make nasm ninja-build python3 wine
+  wine64
+)
 
-case "${1:-native}" in
-  native) wanted=("${native[@]}") ;;
-  demo) wanted=("${demo[@]}") ;;
-  -h | --help) usage; exit 0 ;;
-  *) usage >&2; exit 2 ;;
-esac
+wanted=()
+[ $# -gt 0 ] || set -- native
+for set in "$@"; do
+  case "$set" in
+    native) wanted+=("${native[@]}") ;;
+    demo) wanted+=("${demo[@]}") ;;
+    windows) wanted+=("${windows[@]}") ;;
+    -h | --help) usage; exit 0 ;;
+    *) usage >&2; exit 2 ;;
+  esac
+done
+mapfile -t wanted < <(printf '%s\n' "${wanted[@]}" | sort -u)
 
 missing=()
 for package in "${wanted[@]}"; do

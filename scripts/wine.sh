@@ -35,6 +35,9 @@ export WINEPREFIX=${NUVEQ_WINEPREFIX:-$(dirname "$(dirname "$program")")/wine}
 export WINEARCH=win64 WINEDEBUG=${WINEDEBUG:--all}
 # No Mono, no browser, no menus; a crash ends the program instead of waiting for a debugger.
 export WINEDLLOVERRIDES="mscoree=;mshtml=;winemenubuilder.exe=;winedbg.exe=;cfgmgr32=n,b"
+# Test programs and the fixtures that they load are in two folders; DLLs are looked for in both.
+build=$(dirname "$(dirname "$program")")
+export WINEPATH="Z:${build//\//\\}\\bin;Z:${build//\//\\}\\fixtures"
 unset DISPLAY
 
 # Wine's own processes inherit whatever is open here, and would hold pipes open for as long as they run.

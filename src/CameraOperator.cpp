@@ -186,6 +186,12 @@ void CameraOperator::StopGraph() {
   m_stoppingGraph = false;
 }
 
+void CameraOperator::HoldModuleForGraph() {
+  if (!std::exchange(m_isModuleHeld, true)) {
+    HoldModule();
+  }
+}
+
 void CameraOperator::StopCapture() {
   m_frameBufQueue.Stop();
   StopEncodeThread();

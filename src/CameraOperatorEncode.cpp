@@ -4,7 +4,6 @@
 #include "BoundedCopy.h"
 #include "CameraOperator.h"
 #include "Log.h"
-#include "Module.h"
 
 namespace {
 
@@ -59,12 +58,7 @@ bool CameraOperator::InitVideoEncoder(const VideoEncoder::EncodeParam& param) {
   return true;
 }
 
-void CameraOperator::StartEncodeThread() {
-  // Let go at the end of the teardown, also when no thread can be started.
-  HoldModule();
-  m_isModuleHeld = true;
-  m_encodeThread = std::thread(EncodeThreadEntry);
-}
+void CameraOperator::StartEncodeThread() { m_encodeThread = std::thread(EncodeThreadEntry); }
 
 void CameraOperator::StopEncodeThread() {
   m_stopEncode = true;

@@ -1,8 +1,17 @@
-# cmake -DNM=... -DLIBRARY=... [-DPATTERN=...] -P check_exports.cmake: fails unless every symbol that the library
-# exports matches the pattern (kind and name, as nm prints them), and there is one at least. Without a pattern: unless
-# it exports the camera handler's one function and nothing else.
-execute_process(COMMAND ${NM} -D --defined-only ${LIBRARY} OUTPUT_VARIABLE output COMMAND_ERROR_IS_FATAL ANY)
-string(REGEX MATCHALL " [A-Za-z] [^\n]+" symbols "${output}")
+# cmake -DNM=... | -DOBJDUMP=... -DLIBRARY=... [-DPATTERN=...] -P check_exports.cmake: fails unless every symbol that
+# the library exports matches the pattern (kind and name, as nm prints them), and there is one at least. Without a
+# pattern: unless it exports the camera handler's one function and nothing else. OBJDUMP is for DLLs, whose exports nm
+# does not list; they have no kind there and pass for functions.
+if(OBJDUMP)
+  execute_process(COMMAND ${OBJDUMP} -p ${LIBRARY} OUTPUT_VARIABLE output COMMAND_ERROR_IS_FATAL ANY)
+  string(REGEX MATCH "\\[Ordinal/Name Pointer\\] Table.*" output "${output}")
+  string(REGEX REPLACE "\n\n.*" "" output "${output}")
+  string(REGEX REPLACE "\n\t\\[[^\n]* ([^ \n]+)" "\n T \\1" table "${output}")
+  string(REGEX MATCHALL " T [^\n]+" symbols "${table}")
+else()
+  execute_process(COMMAND ${NM} -D --defined-only ${LIBRARY} OUTPUT_VARIABLE output COMMAND_ERROR_IS_FATAL ANY)
+  string(REGEX MATCHALL " [A-Za-z] [^\n]+" symbols "${output}")
+endif()
 if(NOT PATTERN)
   set(PATTERN "^ T NUVEQGetCameraHandler$")
 endif()

@@ -8,8 +8,7 @@
 #include <vector>
 
 #include "CaptureSource.h"
-
-#define NUVEQ_PLATFORM_EXPORT __attribute__((visibility("default")))
+#include "Export.h"
 
 struct CaptureDevice {
   // Names the device for good, in lower case and in the form of Windows. That of a USB camera contains the

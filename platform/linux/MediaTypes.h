@@ -5,6 +5,17 @@
 
 #include "VideoFormat.h"
 
+constexpr GUID SubtypeOf(std::uint32_t fourCc) {
+  return fourCc == kYuyv ? MEDIASUBTYPE_YUY2 : FourCcSubtype(fourCc);
+}
+// 0 for a subtype that is not named by a FourCC.
+inline std::uint32_t FourCcOf(REFGUID subtype) {
+  if (subtype == MEDIASUBTYPE_YUY2) {
+    return kYuyv;
+  }
+  return subtype == FourCcSubtype(subtype.Data1) ? subtype.Data1 : 0;
+}
+
 struct FreeMediaType {
   void operator()(AM_MEDIA_TYPE* type) const;
 };

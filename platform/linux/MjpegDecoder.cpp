@@ -2,6 +2,7 @@
 
 #include <libyuv.h>
 #include "JpegReader.h"
+#include "MediaTypes.h"
 #include "Streaming.h"
 
 namespace {

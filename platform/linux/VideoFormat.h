@@ -24,14 +24,3 @@ constexpr std::uint32_t FourCc(const char (&text)[5]) {
 }
 constexpr std::uint32_t kYuyv = FourCc("YUYV");
 constexpr std::uint32_t kMjpg = FourCc("MJPG");
-
-constexpr GUID SubtypeOf(std::uint32_t fourCc) {
-  return fourCc == kYuyv ? MEDIASUBTYPE_YUY2 : FourCcSubtype(fourCc);
-}
-// 0 for a subtype that is not named by a FourCC.
-inline std::uint32_t FourCcOf(REFGUID subtype) {
-  if (subtype == MEDIASUBTYPE_YUY2) {
-    return kYuyv;
-  }
-  return subtype == FourCcSubtype(subtype.Data1) ? subtype.Data1 : 0;
-}

@@ -36,7 +36,7 @@ std::span<std::uint8_t> FramePacker::Compress(const std::vector<std::uint8_t>& p
   constexpr int kQuality = 90;
   const auto width = static_cast<int>(m_format.width);
   unsigned char* frame = m_frame.data();
-  unsigned long size = m_frame.size();
+  auto size = static_cast<unsigned long>(m_frame.size());
   if (tjCompress2(m_compressor.get(), picture.data(), width, 4 * width, static_cast<int>(m_format.height),
                   TJPF_BGRX, &frame, &size, TJSAMP_422, kQuality, TJFLAG_NOREALLOC) != 0) {
     throw std::runtime_error(tjGetErrorStr2(m_compressor.get()));

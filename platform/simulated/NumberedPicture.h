@@ -11,7 +11,7 @@
 #include <optional>
 #include <vector>
 
-#include "DeviceTree.h"
+#include "Export.h"
 
 // Numbers have 24 bits; higher ones wrap.
 constexpr std::uint32_t kFrameNumberMask = 0xFFFFFF;

@@ -1,8 +1,8 @@
 // The library as a DLL.
 //
-// A DLL cannot join a thread of its own while it is being unloaded: the ending thread and the unloading one
-// wait for each other's turn at the loader. So the DLL is held in memory while its thread runs, and an unload
-// by its host in the meantime takes effect when the camera is closed.
+// A DLL cannot join a thread of its own while it is being unloaded, nor take apart a graph, which has threads
+// too: the ending thread and the unloading one wait for each other's turn at the loader. So the DLL is held in
+// memory meanwhile, and an unload by its host takes effect when the camera is closed.
 #include "Module.h"
 
 #include <windows.h>

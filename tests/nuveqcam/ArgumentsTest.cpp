@@ -9,19 +9,24 @@
 
 namespace {
 
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using Words = std::vector<std::string>;
 
-Options Read(const Words& words) {
-  auto parsed = ParseArguments(words);
+constexpr SystemTraits kSystem{.recordsMp4 = true, .hasSimulatedPc = true};
+// Without a library for MP4 and without a simulated PC.
+constexpr SystemTraits kPlainSystem{};
+
+Options Read(const Words& words, const SystemTraits& system = kSystem) {
+  auto parsed = ParseArguments(words, system);
   const auto* const wrong = std::get_if<UsageError>(&parsed);
   EXPECT_EQ(wrong, nullptr) << wrong->text;
   return wrong == nullptr ? std::get<Options>(parsed) : Options{};
 }
 
 // What is wrong with the words; empty when nothing is.
-std::string Wrong(const Words& words) {
-  const auto parsed = ParseArguments(words);
+std::string Wrong(const Words& words, const SystemTraits& system = kSystem) {
+  const auto parsed = ParseArguments(words, system);
   const auto* const wrong = std::get_if<UsageError>(&parsed);
   return wrong != nullptr ? wrong->text : "";
 }
@@ -149,6 +154,22 @@ TEST(Arguments, OutputIsWhatItsNameSays) {
   EXPECT_THAT(Wrong({"snapshot", "-o", "a.gif"}), HasSubstr(".png"));
 }
 
+TEST(Arguments, SystemWithoutMp4RecordsTheStreamAsItIs) {
+  EXPECT_EQ(Read({"record"}, kPlainSystem).output, "camera.h264");
+  EXPECT_EQ(Read({"record", "-o", "a.264"}, kPlainSystem).output, "a.264");
+  EXPECT_EQ(Wrong({"record", "-o", "a.MP4"}, kPlainSystem),
+            "this build writes .h264, not .mp4; name the recording .h264 or .264");
+  EXPECT_THAT(Wrong({"record", "-o", "a.avi"}, kPlainSystem), EndsWith("a recording is named .h264 or .264"));
+  EXPECT_EQ(Read({"snapshot"}, kPlainSystem).output, "camera.png");
+}
+
+TEST(Arguments, SystemWithoutASimulatedPcSaysSo) {
+  for (const Words& words : {Words{"list", "--simulated"}, Words{"--simulated=a.mp4", "snapshot"}}) {
+    EXPECT_EQ(Wrong(words, kPlainSystem), "there is no simulated PC on this system; leave --simulated out");
+  }
+  EXPECT_EQ(Wrong({"list"}, kPlainSystem), "");
+}
+
 // Random lines of words that mean something, in part or whole: each is either read or refused with a text,
 // and what is read keeps the promises that the commands rely on.
 TEST(Arguments, AnyLineIsEitherReadOrRefusedWithAReason) {
@@ -168,7 +189,7 @@ TEST(Arguments, AnyLineIsEitherReadOrRefusedWithAReason) {
       }
       words.push_back(word);
     }
-    const auto parsed = ParseArguments(words);
+    const auto parsed = ParseArguments(words, line % 2 == 0 ? kSystem : kPlainSystem);
     if (const auto* const wrong = std::get_if<UsageError>(&parsed)) {
       ASSERT_NE(wrong->text, "");
       continue;

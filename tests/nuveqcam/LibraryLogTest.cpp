@@ -5,13 +5,14 @@
 #include <log4cplus/logger.h>
 #include <log4cplus/loggingmacros.h>
 
+#include <set>
 #include <sstream>
 
 namespace {
 
 using ::testing::ElementsAre;
+using ::testing::EndsWith;
 using ::testing::IsEmpty;
-using ::testing::MatchesRegex;
 
 void LogAsTheLibrary(const wchar_t* text) {
   log4cplus::Logger::getInstance(L"nuveq.camera").log(log4cplus::ERROR_LOG_LEVEL, text);
@@ -35,7 +36,7 @@ TEST(LibraryLog, ShowsLinesInUtf8WhateverTheLocale) {
   std::ostringstream shown;
   const LibraryLog log(&shown);
   LogAsTheLibrary(L"Kamera \u00fc \u4e2d");
-  EXPECT_THAT(shown.str(), MatchesRegex("[0-9:.]+ ERROR Kamera \u00fc \u4e2d\n"));
+  EXPECT_THAT(shown.str(), EndsWith(" ERROR Kamera \u00fc \u4e2d\n"));
 }
 
 TEST(LibraryLog, LetsGoOfTheLoggerWhenItEnds) {
@@ -80,12 +81,14 @@ TEST(ErrorCode, IsReadAsASystemCode) {
   EXPECT_EQ(ErrorCodeIn("fail 5"), std::nullopt);
 }
 
-TEST(Explanation, NamesCauseAndNextStepOfEveryKnownCode) {
-  EXPECT_EQ(Explain(0x800700AA)->cause, "the camera is in use by another program");
-  EXPECT_EQ(Explain(0x80070005)->nextStep, "add your user to the group video and log in again");
-  EXPECT_EQ(Explain(0x8007048F)->cause, "the camera has gone");
-  EXPECT_EQ(Explain(0x80040200)->cause, "the camera does not deliver that format");
-  EXPECT_EQ(Explain(0x80040217)->cause, "no conversion is known from the camera's format");
+TEST(Explanation, HasACauseAndANextStepForEveryCodeOnce) {
+  ASSERT_FALSE(KnownExplanations().empty());
+  std::set<std::uint32_t> codes;
+  for (const Explanation& known : KnownExplanations()) {
+    EXPECT_TRUE(codes.insert(known.code).second) << known.code;
+    EXPECT_STRNE(Explain(known.code)->cause, "") << known.code;
+    EXPECT_STRNE(Explain(known.code)->nextStep, "") << known.code;
+  }
   EXPECT_FALSE(Explain(0x80004005));
 }
 

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "Commands.h"
+#include "ThisSystem.h"
 
 namespace {
 
@@ -59,10 +60,12 @@ TEST(Json, EscapesNames) {
 
 TEST(NoCamera, SaysWhyEachDeviceWasNotTaken) {
   EXPECT_EQ(NoCameraText({kSeen[1], kSeen[2]}),
-            "this PC has no built-in camera; switch it on if it has one, or try --simulated\n"
-            "capture devices seen:\n"
-            "  /dev/video2  Stick, not taken: it is plugged in\n"
-            "  /dev/video10  Loop, not taken: it is not a USB device");
+            std::string("this PC has no built-in camera; switch it on if it has one, or ") +
+                ThisSystem().withoutCamera +
+                "\n"
+                "capture devices seen:\n"
+                "  /dev/video2  Stick, not taken: it is plugged in\n"
+                "  /dev/video10  Loop, not taken: it is not a USB device");
   EXPECT_THAT(NoCameraText({kSeen[0]}), HasSubstr("looks built in, but the library did not take it"));
 }
 

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cwchar>
+
 namespace {
 
 TEST(Decimal, HasAPointAndRounds) {
@@ -50,7 +52,14 @@ TEST(Json, ReplacesWhatIsNotUtf8) {
 TEST(Utf8, TakesWideTextWithoutALocale) {
   EXPECT_EQ(Utf8(L"a\u00e4\u4e2d\U0001F4F7"), "a\u00e4\u4e2d\U0001F4F7");
   EXPECT_EQ(Utf8(std::wstring(1, static_cast<wchar_t>(0xD800))), "\uFFFD");
-  EXPECT_EQ(Utf8(std::wstring(1, static_cast<wchar_t>(0x110000))), "\uFFFD");
+  const std::wstring high(1, static_cast<wchar_t>(0xD83D));
+  const std::wstring low(1, static_cast<wchar_t>(0xDCF7));
+  EXPECT_EQ(Utf8(high + low), "\U0001F4F7");
+  EXPECT_EQ(Utf8(low + high), "\uFFFD\uFFFD");
+  EXPECT_EQ(Utf8(high + L"a"), "\uFFFDa");
+  if constexpr (WCHAR_MAX > 0x10FFFF) {
+    EXPECT_EQ(Utf8(std::wstring(1, static_cast<wchar_t>(0x110000))), "\uFFFD");
+  }
 }
 
 }  // namespace

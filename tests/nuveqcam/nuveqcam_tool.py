@@ -12,7 +12,7 @@ import unittest
 from pathlib import Path
 
 PROGRAM = os.path.abspath(os.environ["NUVEQCAM"])
-MAN_PAGE = os.environ["NUVEQCAM_MAN"]
+MAN_PAGE = os.environ.get("NUVEQCAM_MAN")
 
 # Longer than anything that works takes, also with sanitizers.
 PATIENCE = 120

@@ -96,7 +96,7 @@ class SampleGrabber : public Filter {
 
  private:
   // The grabber's second interface; its references are the filter's.
-  class Settings : public ISampleGrabber {
+  class Settings : public Whole<ISampleGrabber> {
    public:
     explicit Settings(SampleGrabber& owner) : m_owner(owner) {}
 

@@ -12,7 +12,7 @@ constexpr std::chrono::seconds kHang{60};
 
 // One of the graph's further interfaces. Its references are the graph's, journalled under its own name.
 template <typename Interface, typename Graph>
-class Aspect : public Interface {
+class Aspect : public Whole<Interface> {
  public:
   Aspect(Graph& graph, std::string name) : m_graph(graph), m_name(std::move(name)) {}
 

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "Platform.h"
+#include "WholeInterface.h"
 
 namespace scripted {
 
@@ -30,7 +31,7 @@ HRESULT HandOutNew(const Answer& answer, Interface** out, Make make) {
 }
 
 template <typename... Interfaces>
-class Object : public Interfaces... {
+class Object : public Whole<Interfaces>... {
  public:
   explicit Object(std::string name) : m_name(std::move(name)) { Tell(1); }
   Object(const Object&) = delete;

@@ -16,8 +16,10 @@
 #include "MultiMediaEncoder.h"
 #include "Pc.h"
 
-#ifdef _WIN32
+#if defined(_WIN32) && defined(SCRIPTED_PLATFORM_BUILD)
 #define SCRIPTED_EXPORT __declspec(dllexport)
+#elif defined(_WIN32)
+#define SCRIPTED_EXPORT __declspec(dllimport)
 #else
 #define SCRIPTED_EXPORT __attribute__((visibility("default")))
 #endif

@@ -2,11 +2,10 @@
 
 #include <dlfcn.h>
 
-#include <filesystem>
 #include <utility>
 
 LoadedLibrary::LoadedLibrary(const std::string& fileName)
-    : m_path(std::filesystem::read_symlink("/proc/self/exe").replace_filename(fileName).string()) {
+    : m_path(std::filesystem::read_symlink("/proc/self/exe").replace_filename(fileName)) {
   m_handle = dlopen(m_path.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (m_handle == nullptr) {
     m_error = dlerror();  // NOLINT(concurrency-mt-unsafe): tests load on one thread
@@ -14,7 +13,7 @@ LoadedLibrary::LoadedLibrary(const std::string& fileName)
   }
   GetCameraHandler = reinterpret_cast<int (*)(NUVEQCameraHandler*)>(dlsym(m_handle, "NUVEQGetCameraHandler"));
   if (GetCameraHandler == nullptr) {
-    m_error = "no NUVEQGetCameraHandler in " + m_path;
+    m_error = "no NUVEQGetCameraHandler in " + m_path.string();
   }
 }
 

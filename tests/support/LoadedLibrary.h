@@ -1,6 +1,7 @@
 // The library under test, loaded as a platform loads it.
 #pragma once
 
+#include <filesystem>
 #include <string>
 
 #include "NUVEQCameraHandler.h"
@@ -23,7 +24,7 @@ class LoadedLibrary {
   bool IsMapped() const;
 
  private:
-  std::string m_path;
+  std::filesystem::path m_path;
   std::string m_error;
   void* m_handle = nullptr;
 };

@@ -1,9 +1,8 @@
 // No exception leaves the library: what each slot answers instead, and that the library goes on working.
-#include <pthread.h>
-
 #include <stdexcept>
 
 #include "CameraHandlerTest.h"
+#include "NoThreads.h"
 
 namespace {
 
@@ -150,29 +149,6 @@ TEST_F(Boundary, LoggerThatThrowsCostsTheLinesAndNothingElse) {
   EXPECT_THAT(platform.Logs(), IsEmpty());
 }
 
-// Makes the system refuse every new thread while it lives: none can have a stack of that size.
-class NoThreads {
- public:
-  NoThreads() {
-    pthread_getattr_default_np(&m_before);
-    pthread_attr_t huge;
-    pthread_attr_init(&huge);
-    constexpr std::size_t kStack = std::size_t{1} << 47;
-    pthread_attr_setstacksize(&huge, kStack);
-    pthread_setattr_default_np(&huge);
-    pthread_attr_destroy(&huge);
-  }
-  NoThreads(const NoThreads&) = delete;
-  NoThreads& operator=(const NoThreads&) = delete;
-  ~NoThreads() {
-    pthread_setattr_default_np(&m_before);
-    pthread_attr_destroy(&m_before);
-  }
-
- private:
-  pthread_attr_t m_before{};
-};
-
 TEST_F(Boundary, ThreadThatCannotBeStartedMakesTheOpenFailAndACloseMendsItEvenWhileFramesFlow) {
   QueryAndRelease();
   ExpectFormatLeft(2);
@@ -180,10 +156,10 @@ TEST_F(Boundary, ThreadThatCannotBeStartedMakesTheOpenFailAndACloseMendsItEvenWh
   platform.SetRecording(false);
   std::optional<NoThreads> refusal;
   // The graph has its thread; the library asks for its own after the first frame.
-  platform.Before("HoldModule", [&] { refusal.emplace(); });
+  platform.Before("IMediaEvent::WaitForCompletion", [&] { refusal.emplace(); });
   EXPECT_EQ(Open(), -1001);
   refusal.reset();
-  platform.Before("HoldModule", nullptr);
+  platform.Before("IMediaEvent::WaitForCompletion", nullptr);
   // Nobody takes the frames: the fifth fills the pool.
   ASSERT_TRUE(WaitUntil([&] { return platform.DeliveredFrames() == 5; }));
   EXPECT_EQ(Close(), 1);

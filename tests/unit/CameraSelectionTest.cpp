@@ -197,7 +197,7 @@ TEST_F(CameraSelection, DeviceWhoseNameCannotBeHadIsSkipped) {
 }
 
 TEST_F(CameraSelection, DeviceWithAnEmptyNameIsSkipped) {
-  platform.SetPc({{{0, kBuiltInId}}, {{"nameless", L"", {}}}});
+  platform.SetPc({{{0, kBuiltInId}}, {{"nameless", {}, {}}}});
   EXPECT_EQ(camera->CameraCount(), 0U);
 }
 
@@ -213,11 +213,14 @@ TEST_F(CameraSelection, NamesOutsideTheBasicPlaneAreUtf8) {
 }
 
 TEST_F(CameraSelection, NameThatIsNoTextThrowsAndLeaksNothing) {
-  const std::wstring high(1, wchar_t{0xD83D});
-  const std::wstring low(1, wchar_t{0xDCF7});
-  const std::wstring beyond(1, static_cast<wchar_t>(0x110000));
-  for (const std::wstring& text :
-       {high + L"x", L"x" + high, low + L"x", L"x" + low, low + high, L"x" + beyond}) {
+  constexpr wchar_t kHigh = 0xD83D;
+  constexpr wchar_t kLow = 0xDCF7;
+  std::vector<std::wstring> texts{{kHigh, L'x'}, {L'x', kHigh}, {kLow, L'x'}, {L'x', kLow}, {kLow, kHigh}};
+  // Characters of 16 bits have nothing beyond the last plane.
+  if constexpr (constexpr std::uint32_t kBeyond = 0x110000; std::numeric_limits<wchar_t>::max() >= kBeyond) {
+    texts.push_back(std::wstring{L'x', static_cast<wchar_t>(kBeyond)});
+  }
+  for (const std::wstring& text : texts) {
     platform.SetPc({{{0, "X"}}, {{"broken", text, {}}}});
     EXPECT_THROW(camera->CameraCount(), std::range_error);
     EXPECT_THAT(platform.Alive(), IsEmpty());

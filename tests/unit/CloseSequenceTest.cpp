@@ -1,10 +1,10 @@
 // Closing, unloading, and the states in which a graph could not be stopped if nothing were done about it.
 #include <algorithm>
 #include <atomic>
-#include <cstdlib>
 #include <thread>
 
-#include "CameraHandlerTest.h"
+#include "EndOfProcess.h"
+#include "StoppingGraph.h"
 
 namespace {
 
@@ -102,19 +102,6 @@ TEST_F(CloseSequence, UnloadingANeverOpenedCameraOnlyEndsCom) {
   EXPECT_THAT(platform.Journal(), ElementsAre("CoUninitialize()"));
 }
 
-TEST_F(CloseSequence, UnloadingWithTheCameraOpenStopsJoinsAndReleases) {
-  QueryAndOpen();
-  DeliverAndReceive(1);
-  ASSERT_TRUE(WaitUntil([&] { return platform.CallCount("AVEncodePacket::~AVEncodePacket") == 1; }));
-  platform.ClearJournal();
-  Unload();
-  EXPECT_THAT(
-      platform.Journal(),
-      ElementsAre("IMediaControl::Stop()", "VideoFrame::ReleaseBuffer()", "VideoFrame::ReleaseBuffer()",
-                  "VideoFrame::ReleaseBuffer()", "VideoFrame::ReleaseBuffer()", "VideoFrame::ReleaseBuffer()",
-                  "VideoEncoder::ReleaseEncoder()", "LetModuleGo()", "CoUninitialize()"));
-}
-
 TEST_F(CloseSequence, UnloadingAfterAFailedOpenReleasesWhatThatLeft) {
   QueryAndRelease();
   platform.AnswersNth("IFilterGraph::AddFilter", 1, Fails());
@@ -124,52 +111,13 @@ TEST_F(CloseSequence, UnloadingAfterAFailedOpenReleasesWhatThatLeft) {
   EXPECT_THAT(platform.Calls(), ElementsAre("VideoFrame::ReleaseBuffer()", "VideoFrame::ReleaseBuffer()",
                                             "VideoFrame::ReleaseBuffer()", "VideoFrame::ReleaseBuffer()",
                                             "VideoFrame::ReleaseBuffer()", "VideoEncoder::ReleaseEncoder()",
-                                            "CoUninitialize()"));
+                                            "LetModuleGo()", "CoUninitialize()"));
 }
-
-// Ends a process with the camera open, and says in the exit code whether the library tore down.
-class EndOfProcess : public CloseSequence {
- protected:
-  static constexpr int kLeftAlone = 3;
-  static constexpr int kTornDown = 4;
-  static constexpr int kNeverOpened = 5;
-
-  void SetUp() override {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    CloseSequence::SetUp();
-  }
-
-  static void ReportTearDown() {
-    const scripted::Platform& end = scripted::Platform::Get();
-    if (end.CallCount("HoldModule") == 0) {
-      std::_Exit(kNeverOpened);
-    }
-    const unsigned calls =
-        end.CallCount("CoUninitialize") + end.CallCount("IMediaControl::Stop") + end.CallCount("LetModuleGo");
-    // One end of COM is the fixture's own library, which was unloaded before.
-    std::_Exit(calls == 1 ? kLeftAlone : kTornDown);
-  }
-
-  void OpenAndExit(bool processIsEnding) {
-    ASSERT_EQ(Close(), 0);
-    Unload();
-    // What is registered first runs last: after the library's own part of the exit.
-    ASSERT_EQ(std::atexit(&ReportTearDown), 0);
-    static LoadedLibrary library(NUVEQ_LIBRARY_FILE);
-    ASSERT_EQ(library.GetCameraHandler(&handler), 0);
-    QueryAndOpen();
-    platform.SetProcessEnding(processIsEnding);
-    std::exit(EXIT_SUCCESS);  // NOLINT(concurrency-mt-unsafe): how an exit meets a thread is the matter
-  }
-};
 
 // The operator's threads may have died with its locks held.
 TEST_F(EndOfProcess, EndingProcessIsLeftAlone) {
-  EXPECT_EXIT(OpenAndExit(true), ::testing::ExitedWithCode(kLeftAlone), "");
-}
-
-TEST_F(EndOfProcess, ProcessThatExitsInAnOrderlyWayIsTornDown) {
-  EXPECT_EXIT(OpenAndExit(false), ::testing::ExitedWithCode(kTornDown), "");
+  EXPECT_EXIT(OpenAndExit(true, {"IMediaControl::Stop", "LetModuleGo", "CoUninitialize"}),
+              ::testing::ExitedWithCode(kLeftAlone), "");
 }
 
 TEST_F(EndOfProcess, ProcessMayEndFromInsideTheDataCallback) {
@@ -180,26 +128,12 @@ TEST_F(EndOfProcess, ProcessMayEndFromInsideTheDataCallback) {
       std::exit(EXIT_SUCCESS);  // NOLINT(concurrency-mt-unsafe): what a host should not do, and may
     });
     platform.DeliverFrame(Frame(kFrameSize, 1));
-    Gate never;
-    never.Wait();
+    WaitUntil([] { return false; });
   };
   EXPECT_EXIT(endInTheCallback(), ::testing::ExitedWithCode(EXIT_SUCCESS), "");
 }
 
 // --- Stopping when buffers cannot come back ---
-
-class StarvedGraph : public CameraHandlerTest {
- protected:
-  // The camera delivers frames that do not fit, so that each costs the pool a buffer; then it waits for a
-  // sixth.
-  void OpenAndLoseEveryBuffer() {
-    QueryAndRelease();
-    ExpectFormatLeft();
-    platform.SetStreaming({true, [](std::uint64_t) { return Frame(kFrameSize + 1, 1); }});
-    ASSERT_EQ(Open(), 0);
-    ASSERT_TRUE(WaitUntil([&] { return platform.DeliveredFrames() == 5; }));
-  }
-};
 
 TEST_F(StarvedGraph, ClosesAfterEveryBufferWasLost) {
   OpenAndLoseEveryBuffer();
@@ -208,19 +142,6 @@ TEST_F(StarvedGraph, ClosesAfterEveryBufferWasLost) {
   EXPECT_EQ(host.PacketCount(), 0U);
   EXPECT_THAT(platform.Journal(), Contains("IMediaControl::Stop()"));
 }
-
-// What a queue that is stopped too early would refuse: a good frame that comes while the graph is being
-// stopped.
-class StoppingGraph : public StarvedGraph {
- protected:
-  void ExpectAFrameToArriveDuringTheStop() {
-    platform.Before("IMediaControl::Stop", [&] {
-      const std::uint64_t before = host.PacketCount();
-      EXPECT_TRUE(platform.DeliverFrame(Frame(kFrameSize, 9)));
-      EXPECT_TRUE(WaitUntil([&] { return host.PacketCount() == before + 1; }));
-    });
-  }
-};
 
 TEST_F(StoppingGraph, StillTakesFramesWhenNoBufferWasLost) {
   QueryAndOpen();
@@ -239,13 +160,6 @@ TEST_F(StoppingGraph, StillTakesFramesWhenOneBufferIsLeft) {
   EXPECT_EQ(host.PacketCount(), 1U);
 }
 
-TEST_F(StoppingGraph, StillTakesFramesWhenTheLibraryIsUnloaded) {
-  QueryAndOpen();
-  ExpectAFrameToArriveDuringTheStop();
-  Unload();
-  EXPECT_EQ(host.PacketCount(), 1U);
-}
-
 TEST_F(StoppingGraph, HasAWholePoolAgainAfterEveryBufferWasLost) {
   OpenAndLoseEveryBuffer();
   EXPECT_EQ(Close(), 1);
@@ -259,12 +173,6 @@ TEST_F(StoppingGraph, HasAWholePoolAgainAfterEveryBufferWasLost) {
   ExpectAFrameToArriveDuringTheStop();
   EXPECT_EQ(Close(), 1);
   EXPECT_EQ(host.PacketCount(), 1U);
-}
-
-TEST_F(StarvedGraph, UnloadsAfterEveryBufferWasLost) {
-  OpenAndLoseEveryBuffer();
-  Unload();
-  EXPECT_FALSE(IsMapped());
 }
 
 TEST_F(StarvedGraph, ClosesWhenTheLastBufferIsLostWhileTheGraphStops) {

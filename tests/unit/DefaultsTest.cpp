@@ -1,15 +1,12 @@
 // The library as it is built for a host without a logger of its own, in a process that has configured
 // nothing.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <log4cplus/appender.h>
 #include <log4cplus/logger.h>
 #include <log4cplus/spi/loggingevent.h>
 
 #include <cstdlib>
 
-#include "LoadedLibrary.h"
-#include "Platform.h"
+#include "DefaultsTest.h"
 
 namespace {
 
@@ -28,24 +25,6 @@ class KeepingAppender : public log4cplus::Appender {
   void append(const log4cplus::spi::InternalLoggingEvent& event) override {
     lines.push_back(event.getLoggerName() + L" " + event.getMessage());
   }
-};
-
-class Defaults : public ::testing::Test {
- protected:
-  void SetUp() override {
-    scripted::Platform::Get().Reset(scripted::LaptopPc());
-    ASSERT_EQ(library.Error(), "");
-    ASSERT_EQ(library.GetCameraHandler(&handler), 0);
-  }
-
-  void TearDown() override {
-    library.Unload();
-    EXPECT_THAT(scripted::Platform::Get().Alive(), IsEmpty());
-    EXPECT_THAT(scripted::Platform::Get().Misuse(), IsEmpty());
-  }
-
-  LoadedLibrary library{NUVEQ_LIBRARY_FILE};
-  NUVEQCameraHandler handler{};
 };
 
 TEST_F(Defaults, HostWithoutLoggingConfigurationGetsNoOutputAndNoWarning) {
@@ -94,26 +73,13 @@ TEST_F(Defaults, RecordsComeFromTheRuntimesHeap) {
   NUVEQCameraCapabilities* records = nullptr;
   std::uint32_t count = 0;
   ASSERT_EQ(handler.GetCapability(&records, &count), 0);
-  EXPECT_EQ(scripted::Platform::Get().CallCount("AllocatePlatformBlock"), 0U);
+  EXPECT_EQ(platform.CallCount("AllocatePlatformBlock"), 0U);
   // A platform may take the records apart by itself.
   std::free(records->id);
   std::free(records->abilities->fpsRanges);
   std::free(records->abilities->resolutions);
   std::free(records->abilities);
   std::free(records);
-}
-
-TEST_F(Defaults, ModuleIsNotHeldAndUnloadsWhileTheCameraIsOpen) {
-  NUVEQCameraCapabilities* records = nullptr;
-  std::uint32_t count = 0;
-  ASSERT_EQ(handler.GetCapability(&records, &count), 0);
-  handler.ReleaseCapability(0, records, count);
-  const NUVEQCameraParam param{"0", 1, 640, 480, 30};
-  ASSERT_EQ(handler.OpenCameraDevice(&param), 0);
-  library.Unload();
-  EXPECT_FALSE(library.IsMapped());
-  EXPECT_THAT(scripted::Platform::Get().Alive(), ElementsAre("current media type"));
-  scripted::Platform::Get().DisposeOfAll();
 }
 
 }  // namespace

@@ -239,19 +239,4 @@ INSTANTIATE_TEST_SUITE_P(Each, ManyRounds,
                                            Rounds{"OversizeFrames", Weather::kOversizeFrames}),
                          [](const auto& tested) { return std::string(tested.param.name); });
 
-TEST_F(FramePath, UnloadingAndLoadingWithFramesFlowing) {
-  Unload();
-  constexpr int kRounds = 200;
-  for (int round = 0; round < kRounds; ++round) {
-    LoadedLibrary library(NUVEQ_LIBRARY_FILE);
-    ASSERT_EQ(library.GetCameraHandler(&handler), 0);
-    ASSERT_EQ(handler.RegisterSendDataCallback(nullptr, 0, &HostCallbacks::OnData), 0);
-    ASSERT_EQ(Query(), 0);
-    ReleaseCapabilities();
-    ASSERT_EQ(OpenSmall(), 0);
-    library.Unload();
-    ASSERT_FALSE(library.IsMapped());
-  }
-}
-
 }  // namespace

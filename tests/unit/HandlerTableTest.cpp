@@ -1,4 +1,6 @@
 // The export and the handler table: what is in it, how arguments and results pass through it.
+#include <cstring>
+
 #include "CameraHandlerTest.h"
 
 using HandlerTable = CameraHandlerTest;

@@ -116,12 +116,12 @@ Command CommandNamed(std::string_view word) {
 }
 
 // One option as it was written: --name, --name=value, -n, -nvalue or -n=value.
-struct Written {
+struct OptionWord {
   const Option* option = nullptr;
   std::optional<std::string> value;
 };
 
-Written ReadOption(const std::string& word) {
+OptionWord ReadOption(const std::string& word) {
   const std::size_t equals = word.find('=');
   for (const Option& option : kOptions) {
     if (word == option.name || word == option.shortName) {
@@ -141,7 +141,8 @@ Written ReadOption(const std::string& word) {
 
 class Parser {
  public:
-  explicit Parser(const std::vector<std::string>& arguments) : m_arguments(arguments) {}
+  Parser(const std::vector<std::string>& arguments, const SystemTraits& system)
+      : m_arguments(arguments), m_system(system) {}
 
   Options Parse() {
     while (m_next < m_arguments.size()) {
@@ -208,13 +209,26 @@ class Parser {
         throw Wrong{std::string(option->name) + " is no option of " + NameOf(command)};
       }
     }
+    if (m_options.isSimulated && !m_system.hasSimulatedPc) {
+      throw Wrong{"there is no simulated PC on this system; leave --simulated out"};
+    }
     if (command == Command::kRecord) {
-      CheckOutput("camera.mp4", KindOfRecording(OutputOr("camera.mp4")),
-                  "a recording is named .mp4, .h264 or .264");
+      CheckRecording();
     }
     if (command == Command::kSnapshot) {
       CheckOutput("camera.png", KindOfPicture(OutputOr("camera.png")), "a picture is named .png");
     }
+  }
+
+  void CheckRecording() {
+    const char* const standard = m_system.recordsMp4 ? "camera.mp4" : "camera.h264";
+    const OutputKind kind = KindOfRecording(OutputOr(standard));
+    if (kind == OutputKind::kMp4 && !m_system.recordsMp4) {
+      throw Wrong{"this build writes .h264, not .mp4; name the recording .h264 or .264"};
+    }
+    CheckOutput(standard, kind,
+                m_system.recordsMp4 ? "a recording is named .mp4, .h264 or .264"
+                                    : "a recording is named .h264 or .264");
   }
 
   std::string OutputOr(const char* standard) const {
@@ -230,6 +244,7 @@ class Parser {
   }
 
   const std::vector<std::string>& m_arguments;
+  const SystemTraits& m_system;
   std::size_t m_next = 0;
   Options m_options;
   std::vector<const Option*> m_given;
@@ -237,9 +252,10 @@ class Parser {
 
 }  // namespace
 
-std::variant<Options, UsageError> ParseArguments(const std::vector<std::string>& arguments) {
+std::variant<Options, UsageError> ParseArguments(const std::vector<std::string>& arguments,
+                                                 const SystemTraits& system) {
   try {
-    return Parser(arguments).Parse();
+    return Parser(arguments, system).Parse();
   } catch (const Wrong& wrong) {
     return UsageError{wrong.text};
   }

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "Capabilities.h"
+#include "ThisSystem.h"
 
 enum class Command { kNone, kList, kRecord, kSnapshot };
 
@@ -34,9 +35,10 @@ struct UsageError {
   std::string text;
 };
 
-// Reads the arguments, without the program's name. Depends on nothing else and never throws but for want of
-// memory. An option that is given twice counts as given last.
-std::variant<Options, UsageError> ParseArguments(const std::vector<std::string>& arguments);
+// Reads the arguments, without the program's name, for a system. Depends on nothing else and never throws but
+// for want of memory. An option that is given twice counts as given last.
+std::variant<Options, UsageError> ParseArguments(const std::vector<std::string>& arguments,
+                                                 const SystemTraits& system = ThisSystem());
 
 // "record" and so on; empty for kNone.
 std::string NameOf(Command command);

@@ -7,6 +7,7 @@
 
 #include "Failure.h"
 #include "Text.h"
+#include "ThisSystem.h"
 
 namespace {
 
@@ -142,7 +143,8 @@ void Camera::Close() {
 }
 
 std::string NoCameraText(const std::vector<SeenDevice>& seen) {
-  std::string text = "this PC has no built-in camera; switch it on if it has one, or try --simulated";
+  std::string text = std::string("this PC has no built-in camera; switch it on if it has one, or ") +
+                     ThisSystem().withoutCamera;
   if (seen.empty()) {
     return text + "\nno capture device was seen";
   }

@@ -7,8 +7,9 @@
 
 class CameraLibrary {
  public:
-  // Loads the file; empty: the library beside the program, else where the system finds it. Throws Failure
-  // (kUnexpected) when it cannot be loaded or has no handler table.
+  // Loads the file; empty: the library beside the program, or, where programs and libraries are installed
+  // apart, where the system finds it. Throws Failure (kUnexpected) when it cannot be loaded or has no handler
+  // table.
   explicit CameraLibrary(const std::string& file);
   CameraLibrary(const CameraLibrary&) = delete;
   CameraLibrary& operator=(const CameraLibrary&) = delete;

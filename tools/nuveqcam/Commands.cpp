@@ -4,8 +4,6 @@
 #include <new>
 #include <ostream>
 
-#include "Libav.h"
-
 namespace {
 
 void RunCommand(const Workplace& place) {
@@ -30,8 +28,7 @@ void Report(const Console& console, const std::string& text) {
 
 ExitCode RunTool(const Options& options, const Console& console, const Patience& patience) {
   try {
-    // libav's own remarks say nothing that the tool's messages do not.
-    av_log_set_level(options.isVerbose ? AV_LOG_ERROR : AV_LOG_QUIET);
+    const SystemSession session(options.isVerbose);
     if (options.isSimulated) {
       UseSimulatedPc(options.clip);
     }

@@ -15,6 +15,12 @@ struct Patience {
   std::chrono::milliseconds withoutPacket{10'000};  // then the stream has ended
 };
 
+// How often a command that waits for packets sees whether it has been told to stop.
+inline constexpr std::chrono::milliseconds kLookAround{20};
+// Bound of a command's packet queue: more than a minute of the stream. See PacketQueue.h for what happens
+// beyond.
+inline constexpr std::size_t kQueueBytes = std::size_t{16} << 20U;
+
 // What every command works with.
 struct Workplace {
   const Options& options;

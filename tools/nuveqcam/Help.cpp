@@ -1,5 +1,7 @@
 #include "Help.h"
 
+#include <string_view>
+
 namespace {
 
 constexpr const char* kTool = R"(usage: nuveqcam [OPTION...] COMMAND [OPTION...]
@@ -30,14 +32,26 @@ other capture devices with the reason why they are not offered.
 )";
 
 constexpr const char* kRecord =
-    R"(usage: nuveqcam record [-o FILE] [--size WxH] [--fps N] [--seconds S] [OPTION...]
+    R"(usage: nuveqcam record [-o FILE] [--size WxH] [--fps N] [--seconds S]
+                       [OPTION...]
 
 Records H.264 video. Ctrl-C ends a recording early and completes the file; a
 second one ends the program at once.
 
-  -o, --output FILE  what to write (camera.mp4): .mp4, or .h264 or .264 for the
-                     stream as it is (Annex B); - for that on the standard output
-  --size WxH         picture size in pixels, 1x1 to 65535x65535 (the largest
+)";
+
+constexpr const char* kOutputs =
+    R"(  -o, --output FILE  what to write (camera.mp4): .mp4, or .h264 or .264 for the
+                     stream as it is (Annex B); - for that on the standard
+                     output
+)";
+constexpr const char* kRawOutputs =
+    R"(  -o, --output FILE  what to write (camera.h264): .h264 or .264, the stream as
+                     it is (Annex B); - for that on the standard output
+)";
+
+constexpr const char* kRecordRest =
+    R"(  --size WxH         picture size in pixels, 1x1 to 65535x65535 (the largest
                      one offered up to 1280x720, else the smallest)
   --fps N            frames per second, 1 to 1000 (30 or what comes close)
   --seconds S        how long, up to 86400; 0: until Ctrl-C (5)
@@ -48,7 +62,8 @@ constexpr const char* kSnapshot = R"(usage: nuveqcam snapshot [-o FILE] [--size 
 
 Takes one picture.
 
-  -o, --output FILE  what to write (camera.png): .png, or - for the standard output
+  -o, --output FILE  what to write (camera.png): .png, or - for the standard
+                     output
   --size WxH         picture size in pixels, 1x1 to 65535x65535 (the largest
                      one offered up to 1280x720, else the smallest)
   --skip N           pictures to let pass first, up to 100000, while the camera
@@ -56,35 +71,52 @@ Takes one picture.
 
 )";
 
-constexpr const char* kGlobal = R"(options of every command:
-  --simulated [CLIP] use a simulated PC instead of this one; its camera plays
+constexpr const char* kGlobal = "options of every command:\n";
+
+constexpr const char* kSimulated =
+    R"(  --simulated [CLIP] use a simulated PC instead of this one; its camera plays
                      CLIP, a video file, or shows a picture of its own
-  -v, --verbose      the camera library's log on the standard error stream;
+)";
+
+constexpr const char* kGlobalRest =
+    R"(  -v, --verbose      the camera library's log on the standard error stream;
                      no progress line
-  --library FILE     the camera library (libnuveqcamerahandler.so beside the
-                     program, else where the system finds it)
+  --library FILE     the camera library (@LIBRARY@)
   -h, --help         this text
   --version          the version
 
 exit codes:
   0  success
   1  unexpected failure, for example no camera library
-  2  wrong arguments, among them a CLIP that cannot be played
+  2  wrong arguments@CLIP@
   3  this PC has no built-in camera
   4  the camera could not be opened: in use, no permission, size refused
   5  the output cannot be written
   6  the stream ended early: the camera has gone or delivers nothing
 )";
 
+void Replace(std::string& text, std::string_view mark, const std::string& with) {
+  text.replace(text.find(mark), mark.size(), with);
+}
+
+std::string GlobalText(const SystemTraits& system) {
+  std::string text = kGlobal;
+  text += system.hasSimulatedPc ? kSimulated : "";
+  text += kGlobalRest;
+  Replace(text, "@LIBRARY@", std::string(system.libraryFile) + " " + system.libraryPlaces);
+  Replace(text, "@CLIP@", system.hasSimulatedPc ? ", among them a CLIP that cannot be played" : "");
+  return text;
+}
+
 }  // namespace
 
-std::string HelpText(Command command) {
-  const std::string global = kGlobal;
+std::string HelpText(Command command, const SystemTraits& system) {
+  const std::string global = GlobalText(system);
   switch (command) {
     case Command::kList:
       return kList + global;
     case Command::kRecord:
-      return kRecord + global;
+      return std::string(kRecord) + (system.recordsMp4 ? kOutputs : kRawOutputs) + kRecordRest + global;
     case Command::kSnapshot:
       return kSnapshot + global;
     case Command::kNone:

@@ -4,7 +4,8 @@
 #include <string>
 
 #include "Arguments.h"
+#include "ThisSystem.h"
 
 // The whole tool for kNone.
-std::string HelpText(Command command);
+std::string HelpText(Command command, const SystemTraits& system = ThisSystem());
 std::string VersionText();

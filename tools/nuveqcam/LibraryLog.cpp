@@ -1,6 +1,5 @@
 #include "LibraryLog.h"
 
-#include <array>
 #include <charconv>
 #include <deque>
 #include <mutex>
@@ -17,26 +16,6 @@ namespace {
 
 constexpr const wchar_t* kLoggerName = L"nuveq.camera";
 constexpr std::size_t kKeptLines = 24;
-
-struct KnownCode {
-  std::uint32_t code;
-  const char* cause;
-  const char* nextStep;
-};
-constexpr std::array kKnownCodes{
-    KnownCode{0x800700AA, "the camera is in use by another program", "close that program and try again"},
-    KnownCode{0x80070005, "there is no permission to use the camera",
-              "add your user to the group video and log in again"},
-    KnownCode{0x8007048F, "the camera has gone", "see with 'nuveqcam list' whether it has come back"},
-    KnownCode{0x800705AA, "the USB bus has no bandwidth left for the camera",
-              "close other cameras, or ask for a smaller size"},
-    KnownCode{0x8007045D, "the camera cannot be read",
-              "try again; restarting the PC resets a built-in camera"},
-    KnownCode{0x80040200, "the camera does not deliver that format",
-              "choose a size with --size from those of 'nuveqcam list'"},
-    KnownCode{0x80040217, "no conversion is known from the camera's format",
-              "choose another size with --size from those of 'nuveqcam list'"},
-};
 
 bool Contains(const std::string& text, const char* part) { return text.find(part) != std::string::npos; }
 
@@ -142,9 +121,9 @@ std::optional<std::uint32_t> ErrorCodeIn(const std::string& line) {
 }
 
 std::optional<Explanation> Explain(std::uint32_t errorCode) {
-  for (const KnownCode& known : kKnownCodes) {
+  for (const Explanation& known : KnownExplanations()) {
     if (known.code == errorCode) {
-      return Explanation{known.cause, known.nextStep};
+      return known;
     }
   }
   return std::nullopt;
@@ -155,5 +134,5 @@ std::string ReasonText(const std::vector<std::string>& lines, const std::string&
   const std::optional<std::uint32_t> code = ErrorCodeIn(step);
   const std::optional<Explanation> known = code ? Explain(*code) : std::nullopt;
   const std::string said = step.empty() ? "" : " (the library said: " + Printable(step) + ")";
-  return known ? ": " + known->cause + "; " + known->nextStep + said : said + "; " + otherwise;
+  return known ? std::string(": ") + known->cause + "; " + known->nextStep + said : said + "; " + otherwise;
 }

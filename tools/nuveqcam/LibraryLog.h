@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <iosfwd>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -37,9 +38,12 @@ std::optional<std::uint32_t> ErrorCodeIn(const std::string& line);
 
 // What an error code means to people.
 struct Explanation {
-  std::string cause;
-  std::string nextStep;
+  std::uint32_t code = 0;
+  const char* cause = "";
+  const char* nextStep = "";
 };
+// The codes that are known on this system.
+std::span<const Explanation> KnownExplanations();
 // Nothing for a code that is not known.
 std::optional<Explanation> Explain(std::uint32_t errorCode);
 

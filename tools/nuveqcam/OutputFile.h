@@ -6,6 +6,8 @@
 #include <span>
 #include <string>
 
+#include "FileHandle.h"
+
 class OutputFile {
  public:
   // Opens the file for writing; "-" is the standard output. What the file holds is left alone until the first
@@ -29,18 +31,17 @@ class OutputFile {
 
   // For people.
   const std::string& Name() const { return m_name; }
-  // The failure to write for that reason, an errno value; after the next step comes what is left, if
-  // anything.
-  [[noreturn]] void Fail(int reason) const;
 
  private:
+  // The failure to write for that reason, one of the system's error codes.
+  [[noreturn]] void Fail(int reason) const;
   void Open();
   void CutOnce();
 
   std::string m_path;
   std::string m_name;
   std::filesystem::path m_made;  // what the constructor made; empty: nothing
-  int m_descriptor = -1;
+  FileHandle m_handle = kNoFile;
   bool m_isStandardOutput = false;
   bool m_isRegular = false;
   bool m_canSeek = false;

@@ -23,5 +23,6 @@ class PacketWriter {
   virtual void Finish() = 0;
 };
 
-// The writer for recordings of that kind, at about that many frames per second. The file outlives it.
+// The writer for recordings of that kind, at about that many frames per second. The file outlives it. Throws
+// Failure for a kind that this system does not record.
 std::unique_ptr<PacketWriter> MakePacketWriter(OutputKind kind, OutputFile& file, std::uint32_t fps);

@@ -1,21 +1,26 @@
 // Pictures from packets.
 #pragma once
 
-#include "Libav.h"
+#include <memory>
+
 #include "PacketQueue.h"
+#include "Picture.h"
 
 class PictureDecoder {
  public:
-  // Throws Failure (kUnexpected) where libav has no H.264 decoder.
+  // Throws Failure (kUnexpected) where there is no H.264 decoder.
   PictureDecoder();
+  PictureDecoder(const PictureDecoder&) = delete;
+  PictureDecoder& operator=(const PictureDecoder&) = delete;
+  ~PictureDecoder();
 
   // Gives it the next packet. True when there is a picture now. What cannot be decoded gives none.
   bool Decode(const Packet& packet);
-  // The latest picture, valid until the next Decode.
-  const AVFrame& Picture() const { return *m_picture; }
+  // The picture, after Decode has answered true and until the next Decode. Its colours are taken as BT.601 in
+  // limited range, which is what cameras and the encoder library use. Throws Failure (kUnexpected).
+  Picture Current() const;
 
  private:
-  Libav<AVCodecContext> m_decoder;
-  Libav<AVPacket> m_packet;
-  Libav<AVFrame> m_picture;
+  class Decoder;
+  std::unique_ptr<Decoder> m_decoder;
 };

@@ -3,15 +3,13 @@
 
 #include "Commands.h"
 #include "PacketWriter.h"
+#include "StopSignals.h"
 #include "Text.h"
 #include "WriterThread.h"
 
 namespace {
 
-constexpr std::chrono::milliseconds kLookAround{20};
 constexpr std::chrono::milliseconds kProgressEvery{200};
-// More than a minute of the stream; see PacketQueue.h for what happens beyond.
-constexpr std::size_t kQueueBytes = std::size_t{16} << 20U;
 
 using Seconds = std::chrono::duration<double>;
 

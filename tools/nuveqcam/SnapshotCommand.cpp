@@ -5,12 +5,10 @@
 #include "OutputFile.h"
 #include "PictureDecoder.h"
 #include "PngWriter.h"
+#include "StopSignals.h"
 #include "Text.h"
 
 namespace {
-
-constexpr std::chrono::milliseconds kLookAround{20};
-constexpr std::size_t kQueueBytes = std::size_t{16} << 20U;
 
 // Decodes until the picture after the skipped ones is there.
 void WaitForPicture(const Workplace& place, const StopSignals& signals, PacketQueue& queue,
@@ -58,7 +56,7 @@ void RunSnapshot(const Workplace& place) {
     const OpenCamera open(place.camera, request, queue);
     WaitForPicture(place, signals, queue, decoder);
   }
-  const AVFrame& picture = decoder.Picture();
+  const Picture picture = decoder.Current();
   file.Write(EncodePng(picture));
   file.Close();
   std::ostream& out = place.options.output == "-" ? place.console.err : place.console.out;

@@ -1,8 +1,6 @@
-// The person at the other end: the streams that are written to, the progress line, the keys that end a
-// recording.
+// The person at the other end: the streams that are written to, and the progress line.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <iosfwd>
 #include <string>
@@ -14,27 +12,6 @@ struct Console {
   bool isErrTerminal = false;
   bool isOutTerminal = false;
 };
-
-bool IsStandardOutputTerminal();
-bool IsStandardErrorTerminal();
-
-// While one of these lives, Ctrl-C, a request to terminate and a terminal that goes away are noted instead of
-// ending the process; a second of the same kind ends it, so that nobody is kept waiting against their will.
-// A signal that the process was started to ignore stays ignored. One at a time.
-class StopSignals {
- public:
-  StopSignals();
-  StopSignals(const StopSignals&) = delete;
-  StopSignals& operator=(const StopSignals&) = delete;
-  ~StopSignals();
-
-  // True once one has arrived. From any thread.
-  bool HasArrived() const;
-};
-
-// A reader that goes away ("nuveqcam record -o - | head"), or a file that exceeds the process's limit, is an
-// error of the write from here on, not the end of the process with the camera open.
-void MakeWritesFail();
 
 // How far a recording is.
 struct Progress {

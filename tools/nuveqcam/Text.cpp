@@ -32,6 +32,10 @@ bool IsCharacter(char32_t character) {
   return character <= 0x10FFFF && (character < 0xD800 || character > 0xDFFF);
 }
 
+// The two halves of a character beyond U+FFFF, where characters have 16 bits.
+bool IsHighHalf(char32_t code) { return code >= 0xD800 && code < 0xDC00; }
+bool IsLowHalf(char32_t code) { return code >= 0xDC00 && code < 0xE000; }
+
 // Takes the next character off the front of UTF-8 text; of what is invalid, one byte.
 char32_t TakeCharacter(std::string_view& text) {
   const auto first = static_cast<unsigned char>(text.front());
@@ -120,8 +124,11 @@ std::string JsonString(std::string_view text) {
 
 std::string Utf8(std::wstring_view text) {
   std::string bytes;
-  for (const wchar_t character : text) {
-    const auto code = static_cast<char32_t>(character);
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    auto code = static_cast<char32_t>(text[i]);
+    if (i + 1 < text.size() && IsHighHalf(code) && IsLowHalf(static_cast<char32_t>(text[i + 1]))) {
+      code = 0x10000 + ((code - 0xD800) << 10U) + (static_cast<char32_t>(text[++i]) - 0xDC00);
+    }
     AppendUtf8(bytes, IsCharacter(code) ? code : kReplacement);
   }
   return bytes;

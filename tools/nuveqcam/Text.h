@@ -21,5 +21,5 @@ std::string Printable(std::string_view text);
 // The text as a JSON string with its quotes. What is not valid UTF-8 becomes U+FFFD.
 std::string JsonString(std::string_view text);
 
-// As UTF-8, without a locale. What is no character becomes U+FFFD.
+// UTF-16 or UTF-32 as UTF-8, without a locale. What is no character becomes U+FFFD.
 std::string Utf8(std::wstring_view text);

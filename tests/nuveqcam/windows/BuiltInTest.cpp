@@ -1,0 +1,67 @@
+#include "BuiltIn.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Platform.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+constexpr const char* kLid =
+    R"(@device:pnp:\\?\usb#vid_04f2&pid_b6be&mi_00#6&1a2b3c&0&0000#{65e8773d-8f56-11d0-a3b9-00a0c9223196}\global)";
+constexpr const char* kStick =
+    R"(@device:pnp:\\?\usb#vid_046d&pid_0825&mi_00#7&2fd3c3a&0&0000#{65e8773d-8f56-11d0-a3b9-00a0c9223196}\global)";
+constexpr const char* kSoftware = R"(@device:sw:{860BB310-5D01-11D0-BD3B-00A0C911CE86}\Screen Camera)";
+const std::string kLidChild = R"(USB\VID_04F2&PID_B6BE&MI_00\6&1A2B3C&0&0000)";
+const std::string kStickChild = R"(USB\VID_046D&PID_0825&MI_00\7&2FD3C3A&0&0000)";
+
+constexpr const char* kRemovable = "it is plugged in: its USB device can be removed";
+constexpr const char* kNotFirst = "it is not the first function of its USB device";
+
+TEST(BuiltIn, IsTheFirstFunctionOfAUsbDeviceThatStays) {
+  EXPECT_THAT(WhyNotBuiltIn({kStick, kLid, kSoftware}, {{true, kStickChild}, {false, kLidChild}}),
+              ElementsAre(kRemovable, "", "it is not a USB device"));
+}
+
+TEST(BuiltIn, IsTheOneWhoseUsbDeviceComesFirst) {
+  EXPECT_THAT(WhyNotBuiltIn({kStick, kLid}, {{false, kLidChild}, {false, kStickChild}}),
+              ElementsAre("another built-in camera comes first", ""));
+  EXPECT_THAT(WhyNotBuiltIn({kLid, kLid}, {{false, kLidChild}}),
+              ElementsAre("", "another built-in camera comes first"));
+}
+
+TEST(BuiltIn, IsNoneWithoutSuchAUsbDevice) {
+  EXPECT_THAT(WhyNotBuiltIn({kLid}, {}), ElementsAre(kNotFirst));
+  EXPECT_THAT(WhyNotBuiltIn({kLid}, {{false, ""}}), ElementsAre(kNotFirst));
+  EXPECT_THAT(WhyNotBuiltIn({kLid, ""}, {{true, kLidChild}}),
+              ElementsAre(kRemovable, "it is not a USB device"));
+  EXPECT_THAT(WhyNotBuiltIn({}, {{false, kLidChild}}), IsEmpty());
+}
+
+TEST(Place, IsWhatTellsDevicesApart) {
+  EXPECT_EQ(PlaceIn(kLid), "usb#vid_04f2&pid_b6be&mi_00#6&1a2b3c&0&0000");
+  EXPECT_EQ(PlaceIn(kSoftware), "Screen Camera");
+  EXPECT_EQ(PlaceIn(R"(@device:sw:{860BB310-5D01-11D0-BD3B-00A0C911CE86}\usb#a#1#{65e8773d-8f56})"),
+            "usb#a#1");
+}
+
+TEST(Place, IsTheNameItselfWhereItHasAnotherForm) {
+  for (const char* const name : {"", "camera", "@device:", R"(\\?\)", "#{"}) {
+    EXPECT_LE(PlaceIn(name).size(), std::string(name).size());
+  }
+  EXPECT_EQ(PlaceIn("camera"), "camera");
+}
+
+TEST(SystemSession, ListsDevicesAndMayBeHadAgain) {
+  for (int i = 0; i < 3; ++i) {
+    const SystemSession session(false);
+    for (const SeenDevice& device : SeenDevices()) {
+      EXPECT_NE(device.where, "");
+    }
+  }
+}
+
+}  // namespace

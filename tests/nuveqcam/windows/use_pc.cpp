@@ -1,0 +1,32 @@
+// Makes the Wine prefix a PC: use_pc laptop|plug-in|none.
+#include <cstdio>
+#include <exception>
+#include <string_view>
+
+#include "CameraFixtures.h"
+
+namespace {
+
+bool Use(std::string_view name) {
+  if (name == "laptop") {
+    fixtures::UsePc(fixtures::Pc::kLaptop);
+  } else if (name == "plug-in") {
+    fixtures::UsePc(fixtures::Pc::kOnlyPlugIn);
+  } else if (name == "none") {
+    fixtures::UsePc(fixtures::Pc::kNoCamera);
+  } else {
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return argc == 2 && Use(argv[1]) ? 0 : 2;
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "use_pc: %s\n", error.what());
+    return 1;
+  }
+}

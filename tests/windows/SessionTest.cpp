@@ -1,0 +1,174 @@
+// Opening, streaming and closing on Windows, over and over, and the lines that the library logs on the way.
+#include <windows.h>
+
+#include <psapi.h>
+#include <tlhelp32.h>
+
+#include <atomic>
+#include <thread>
+
+#include "WindowsCameraTest.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+using Session = WindowsCameraTest;
+
+// Wine does not say of a stopped graph that it has completed, as the product's own system does; closing
+// answers what it is told.
+constexpr int kClosed = 0;
+
+TEST_F(Session, TellsEveryStepOfItsWay) {
+  UseFormats({{fixtures::Layout::kYuy2, 640, 480, 30}});
+  ASSERT_EQ(Query(), 0);
+  ASSERT_EQ(Open(), 0);
+  EXPECT_TRUE(host.WaitForPackets(1));
+  EXPECT_EQ(Close(), kClosed);
+  EXPECT_THAT(
+      log.Get(),
+      ElementsAre(
+          "ERROR CameraOperator:427 [CameraOperator]ParseMediaType success, width: 640, "
+          "height:480,fps:30,subType:844715353(CameraOperator::ParseMediaType)",
+          "WARN CameraOperator:708 [CameraOperator]Start open camera(CameraOperator::OpenCameraInner)",
+          "ERROR CameraOperator:0 [CameraOperator]start OpenCamera, width:640, height:480, fps:30"
+          "(CameraOperator::OpenCamera)",
+          "ERROR CameraOperator:0 [CameraOperator]Set camera parameter, (640,480,30,844715353)"
+          "(CameraOperator::SetCameraFormat)",
+          "ERROR CameraOperator:0 [CameraOperator]OpenCamera success.(CameraOperator::OpenCamera)",
+          "WARN CameraOperator:775 [CameraOperator]open camera success(CameraOperator::OpenCameraInner)",
+          "ERROR CameraOperator:950 [CameraOperator]CloseCameraInner.(CameraOperator::CloseCameraInner)"));
+  EXPECT_THAT(reports, ElementsAre("status callback \"0\" 1 4", "status callback \"0\" 1 3"));
+}
+
+TEST_F(Session, RefusesASecondOpenAndGoesOn) {
+  ASSERT_EQ(Query(), 0);
+  ASSERT_EQ(Open(), 0);
+  log.Forget();
+  reports.clear();
+  EXPECT_EQ(Open(320, 240), NUVEQ_CAMERA_ALREADY_OPEN);
+  EXPECT_THAT(log.Get(), ElementsAre("WARN CameraOperator:708 [CameraOperator]Start open camera"
+                                     "(CameraOperator::OpenCameraInner)",
+                                     "ERROR CameraOperator:721 [CameraOperator]Camera is already open."
+                                     "(CameraOperator::OpenCameraInner)"));
+  EXPECT_THAT(reports, ElementsAre("status callback \"0\" 1 4"));
+  const std::uint64_t before = host.PacketCount();
+  EXPECT_TRUE(host.WaitForPackets(before + 10));
+  EXPECT_EQ(Close(), kClosed);
+}
+
+TEST_F(Session, HearsNothingAfterTheClose) {
+  ASSERT_NO_FATAL_FAILURE(Record(320, 240, 30, 10));
+  const std::uint64_t packets = host.PacketCount();
+  const std::uint64_t frames = fixtures::DeliveredFrames();
+  EXPECT_EQ(fixtures::StreamingThreads(), 0);
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  EXPECT_EQ(host.PacketCount(), packets);
+  EXPECT_EQ(fixtures::DeliveredFrames(), frames);
+}
+
+unsigned ThreadsOfThisProcess() {
+  const HANDLE all = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
+  THREADENTRY32 entry{};
+  entry.dwSize = sizeof(entry);
+  unsigned count = 0;
+  for (BOOL more = Thread32First(all, &entry); more != FALSE; more = Thread32Next(all, &entry)) {
+    count += entry.th32OwnerProcessID == GetCurrentProcessId() ? 1U : 0U;
+  }
+  CloseHandle(all);
+  return count;
+}
+
+std::size_t PrivateBytes() {
+  PROCESS_MEMORY_COUNTERS memory{};
+  GetProcessMemoryInfo(GetCurrentProcess(), &memory, sizeof(memory));
+  return memory.PagefileUsage;
+}
+
+TEST_F(Session, OpensAndClosesFiftyTimes) {
+  host.KeepPackets(false);
+  ASSERT_EQ(Query(), 0);
+  unsigned threads = 0;
+  std::size_t bytes = 0;
+  for (int round = 0; round < 50; ++round) {
+    // Both layouts in turn, and the decoder that one of them needs.
+    const bool isMjpg = round % 2 != 0;
+    ASSERT_EQ(isMjpg ? Open(1280, 720) : Open(640, 480), 0) << "round " << round;
+    EXPECT_TRUE(host.WaitForPackets(3));
+    ASSERT_EQ(Close(), kClosed) << "round " << round;
+    host.Reset();
+    host.KeepPackets(false);
+    ASSERT_EQ(fixtures::LiveObjects(), 0) << "round " << round;
+    ASSERT_EQ(fixtures::StreamingThreads(), 0) << "round " << round;
+    if (round == 9) {
+      threads = ThreadsOfThisProcess();
+      bytes = PrivateBytes();
+    }
+  }
+  // The system's own pools of threads and memory breathe a little; forty rounds that each kept a thread or a
+  // frame of 600 kB would show.
+  EXPECT_LE(ThreadsOfThisProcess(), threads + 4);
+  EXPECT_LE(PrivateBytes(), bytes + (std::size_t{16} << 20));
+}
+
+TEST_F(Session, QueriesBetweenAndAfterSessions) {
+  for (int round = 0; round < 3; ++round) {
+    ASSERT_EQ(Query(), 0);
+    EXPECT_EQ(sizes.size(), 4U);
+    ASSERT_NO_FATAL_FAILURE(Record(320, 240, 15, 3));
+  }
+}
+
+TEST_F(Session, ClosesWhileTheCameraWaitsForABuffer) {
+  ASSERT_EQ(Query(), 0);
+  Gate mayAnswer;
+  host.InData([&](const Packet&) { EXPECT_TRUE(mayAnswer.Wait()); });
+  ASSERT_EQ(Open(), 0);
+  // One frame is in the callback, five are queued, the seventh waits: the camera stands still.
+  ASSERT_TRUE(WaitFor([] { return fixtures::DeliveredFrames() >= 6; }));
+  std::thread closer([&] { EXPECT_EQ(Close(), kClosed); });
+  mayAnswer.Open();
+  closer.join();
+}
+
+TEST_F(Session, ClosesAfterFramesThatDoNotFitHaveUsedUpTheBuffers) {
+  fixtures::CameraBehaviour behaviour = Fast();
+  behaviour.extraBytes = 16;
+  fixtures::SetBehaviour(behaviour);
+  ASSERT_EQ(Query(), 0);
+  ASSERT_EQ(Open(), 0);
+  ASSERT_TRUE(WaitFor([] { return fixtures::DeliveredFrames() >= 5; }));
+  EXPECT_EQ(Close(), kClosed);
+  EXPECT_EQ(host.PacketCount(), 0U);
+  fixtures::SetBehaviour(Fast());
+  ASSERT_NO_FATAL_FAILURE(Record(640, 480, 30, 10));
+}
+
+TEST_F(Session, ClosesAfterTheCameraHasGone) {
+  fixtures::CameraBehaviour behaviour = Fast();
+  behaviour.lostAfter = 10;
+  fixtures::SetBehaviour(behaviour);
+  ASSERT_EQ(Query(), 0);
+  ASSERT_EQ(Open(), 0);
+  EXPECT_TRUE(host.WaitForPackets(10));
+  EXPECT_EQ(Close(), kClosed);
+  EXPECT_EQ(host.PacketCount(), 10U);
+  fixtures::SetBehaviour(Fast());
+  ASSERT_NO_FATAL_FAILURE(Record(640, 480, 30, 10));
+}
+
+// The platform initialises COM on every thread from which it calls.
+TEST_F(Session, IsDrivenFromOneThreadAfterAnother) {
+  for (const auto& step : std::vector<std::function<void()>>{
+           [&] { EXPECT_EQ(Query(), 0); }, [&] { EXPECT_EQ(Open(), 0); },
+           [&] { EXPECT_TRUE(host.WaitForPackets(5)); }, [&] { EXPECT_EQ(Close(), kClosed); }}) {
+    std::thread([&] {
+      EXPECT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK);
+      step();
+      CoUninitialize();
+    }).join();
+  }
+}
+
+}  // namespace

@@ -1,0 +1,21 @@
+// Which capture device the camera library takes for the PC's own, and why not the others.
+#pragma once
+
+#include <string>
+#include <vector>
+
+// A USB device, which shows its functions as its children.
+struct UsbDevice {
+  bool isRemovable = true;
+  std::string firstChildId;  // "USB\VID_04F2&PID_B6BE&MI_00\6&1A2B3C&0&0000"; empty: none
+};
+
+// Why the camera library does not take each of the capture devices, for people; empty for the one that it
+// takes. It goes through the USB devices in their order and takes the first capture device with the first
+// child of one that cannot be removed in its display name.
+std::vector<std::string> WhyNotBuiltIn(const std::vector<std::string>& displayNames,
+                                       const std::vector<UsbDevice>& usbDevices);
+
+// What people need of a display name: "@device:pnp:\\?\usb#vid_04f2#1#{65e8773d-...}\global" is at
+// "usb#vid_04f2#1".
+std::string PlaceIn(const std::string& displayName);

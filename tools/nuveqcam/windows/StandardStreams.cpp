@@ -1,0 +1,48 @@
+#include "StandardStreams.h"
+
+#include <windows.h>
+
+#include <fcntl.h>
+#include <io.h>
+
+#include <cstdio>
+
+namespace {
+
+UINT earlierCodePage = 0;
+
+// Lines end as on other systems, and a recording is not changed on its way. What is written to a console
+// comes there as a whole: byte by byte, which is the C library's way, characters of several bytes would fall
+// apart.
+void Prepare(std::FILE* stream) {
+  constexpr std::size_t kBufferSize = 8192;
+  // A program without a console has none of them.
+  if (const int descriptor = _fileno(stream); descriptor >= 0) {
+    _setmode(descriptor, _O_BINARY);
+    std::setvbuf(stream, nullptr, _IOFBF, kBufferSize);
+  }
+}
+
+bool IsConsole(DWORD name) {
+  DWORD mode = 0;
+  return GetConsoleMode(GetStdHandle(name), &mode) != FALSE;
+}
+
+}  // namespace
+
+StandardStreams::StandardStreams() {
+  Prepare(stdout);
+  Prepare(stderr);
+  // 0 without a console. The setting is the console's, which other programs go on using.
+  earlierCodePage = GetConsoleOutputCP();
+  SetConsoleOutputCP(CP_UTF8);
+}
+
+StandardStreams::~StandardStreams() {
+  if (earlierCodePage != 0) {
+    SetConsoleOutputCP(earlierCodePage);
+  }
+}
+
+bool IsStandardOutputTerminal() { return IsConsole(STD_OUTPUT_HANDLE); }
+bool IsStandardErrorTerminal() { return IsConsole(STD_ERROR_HANDLE); }
