@@ -1,8 +1,8 @@
 // The library as a DLL.
 //
 // A DLL cannot join a thread of its own while it is being unloaded, nor take apart a graph, which has threads
-// too: the ending thread and the unloading one wait for each other's turn at the loader. So the DLL is held in
-// memory meanwhile, and an unload by its host takes effect when the camera is closed.
+// too: the ending thread and the unloading one wait for each other's turn at the loader. So the DLL is held
+// in memory meanwhile, and an unload by its host takes effect when the camera is closed.
 #include "Module.h"
 
 #include <windows.h>
@@ -41,7 +41,8 @@ void HoldModule() { ThisModule(0); }
 
 // Where the host still holds the DLL, as it should when it calls into it, the hold is gone when this returns.
 // A host that has unloaded it in the meantime closes the camera through a table that it should not use any
-// more: then this is the last hold, and a thread has to let it go that executes nothing of the DLL afterwards.
+// more: then this is the last hold, and a thread has to let it go that executes nothing of the DLL
+// afterwards.
 void LetModuleGo() {
   const HMODULE module = ThisModule(GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT);
   const Handle unloading(CreateEventW(nullptr, TRUE, FALSE, nullptr));

@@ -27,7 +27,8 @@ TEST_F(Unloading, ClosedGoesAtOnce) {
   EXPECT_FALSE(IsMapped());
 }
 
-// A graph cannot be taken apart while its DLL is being unloaded: it waits for threads that wait for the loader.
+// A graph cannot be taken apart while its DLL is being unloaded: it waits for threads that wait for the
+// loader.
 TEST_F(Unloading, AfterAFailedOpenStaysUntilThatIsClosed) {
   ASSERT_EQ(Query(), 0);
   ASSERT_EQ(Open(800, 600), NUVEQ_CAMERA_GRAPH_FAILED);
