@@ -12,8 +12,10 @@ function(nuveq_licence name)
     endif()
   endforeach()
   message(STATUS "No licence text of ${name} here: the build works, installing does not")
-  install(CODE "message(FATAL_ERROR \"The package would lack the licence of ${name}; it was looked for as ${ARGN}. "
-          "scripts/bootstrap-deps.sh keeps those of what it builds: remove the prefix that lacks one and run it again\")")
+  string(CONCAT code
+      "message(FATAL_ERROR \"The package would lack the licence of ${name}; it was looked for as ${ARGN}. "
+      "scripts/bootstrap-deps.sh keeps those of what it builds: remove the prefix that lacks one and run it again\")")
+  install(CODE "${code}")
 endfunction()
 
 # nuveq_dependency_licence(NAME INCLUDE_FOLDER): of a library in the prefix that its headers are in, where

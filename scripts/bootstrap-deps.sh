@@ -98,7 +98,7 @@ configure() {
   [ "$target" = native ] || toolchain=(-DCMAKE_TOOLCHAIN_FILE="$top/cmake/toolchains/windows-x86_64.cmake")
   rm -rf "$build"
   # Where this machine keeps the sources is nobody's business.
-  local flags=-ffile-prefix-map=$deps/sources/=
+  local flags="'-ffile-prefix-map=$deps/sources/='"
   cmake -S "$source" -B "$build" -G Ninja "${toolchain[@]}" -DCMAKE_BUILD_TYPE=Release \
     -DCMAKE_C_FLAGS="$flags" -DCMAKE_CXX_FLAGS="$flags" \
     -DCMAKE_INSTALL_PREFIX="$prefix" -DCMAKE_INSTALL_LIBDIR=lib "$@" >>"$log" 2>&1
@@ -160,6 +160,8 @@ keep_licences() {
   mkdir -p "$prefix/share/licences"
   for package in "$@"; do
     cp "$sources/$package/LICENSE" "$prefix/share/licences/$package.txt"
+    # What comes with the licence, where there is such a thing.
+    [ ! -e "$sources/$package/PATENTS" ] || cat "$sources/$package/PATENTS" >>"$prefix/share/licences/$package.txt"
   done
 }
 

@@ -7,7 +7,7 @@ usage() {
 usage: scripts/fresh-check.sh [--keep] [COMMAND...]
 
 Makes a minimal Debian 12 in a scratch folder, clones HEAD into it and runs COMMAND there (default: ./check).
-Needs root, debootstrap (installed when it is missing) and about 4 GB in the scratch folder, which is made
+Needs root, debootstrap (installed when it is missing) and about 9 GB in the scratch folder, which is made
 below ${TMPDIR:-/tmp}.
   --keep   leaves the scratch folder behind and says where it is
 USAGE

@@ -7,6 +7,7 @@
 //   Idle --Init--> Running --Stop--> Stopping --Uninit--> Idle
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <memory_resource>
@@ -18,7 +19,15 @@
 template <typename T>
 class CBufferQueue {
  public:
-  CBufferQueue() = default;
+  // There are thread libraries that set a condition up when it is first waited on, under a lock of the whole
+  // process. A process that ends just then, and with it the waiting thread, leaves that lock taken for
+  // whoever comes later. So the conditions are waited on once before any thread is there, for no time.
+  CBufferQueue() {
+    std::mutex nobodys;
+    std::unique_lock lock(nobodys);
+    freeCond.wait_for(lock, std::chrono::nanoseconds(0));
+    dataCond.wait_for(lock, std::chrono::nanoseconds(0));
+  }
   CBufferQueue(const CBufferQueue&) = delete;
   CBufferQueue& operator=(const CBufferQueue&) = delete;
 

@@ -186,12 +186,6 @@ void CameraOperator::StopGraph() {
   m_stoppingGraph = false;
 }
 
-void CameraOperator::HoldModuleForGraph() {
-  if (!std::exchange(m_isModuleHeld, true)) {
-    HoldModule();
-  }
-}
-
 void CameraOperator::StopCapture() {
   m_frameBufQueue.Stop();
   StopEncodeThread();

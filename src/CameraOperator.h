@@ -122,8 +122,6 @@ class CameraOperator {
 
   VideoEncoder::EncodeParam MakeEncodeParam(const NUVEQCameraParam& param) const;
   void StartEncodeThread();
-  // Until the end of the teardown, see Module.h. Harmless twice.
-  void HoldModuleForGraph();
   void StopGraph();
   // Hands a packet to the platform under the camera's id, copied into a string that the caller keeps for
   // reuse. The platform's result; 0 without a callback.

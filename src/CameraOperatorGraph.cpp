@@ -51,10 +51,6 @@ bool CameraOperator::InitCameraBasicInfo(IGraphBuilder** graphBuilder) {
   }
   // What is still held from an earlier graph is overwritten.
   hr = (*graphBuilder)->QueryInterface(IID_IMediaControl, m_mediaControl.AddressVoid());
-  if (m_mediaControl) {
-    // From here on there is a graph to take apart, which is the close request's work.
-    HoldModuleForGraph();
-  }
   if (hr != S_OK || !m_mediaControl) {
     OPERATOR_LOG(ERROR_LOG_LEVEL, __LINE__, L"QueryInterface IID_IMediaControl fail, error: ", hr);
     return false;

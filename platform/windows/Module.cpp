@@ -1,8 +1,9 @@
 // The library as a DLL.
 //
-// A DLL cannot join a thread of its own while it is being unloaded, nor take apart a graph, which has threads
-// too: the ending thread and the unloading one wait for each other's turn at the loader. So the DLL is held
-// in memory meanwhile, and an unload by its host takes effect when the camera is closed.
+// A DLL cannot join a thread while it is being unloaded: the ending thread and the unloading one wait for
+// each other's turn at the loader. Its encoder thread, the threads of a graph and those of an encoder are all
+// of that kind. So the DLL is held in memory while it has any, and an unload by its host takes effect when
+// the camera is closed.
 #include "Module.h"
 
 #include <windows.h>
@@ -35,25 +36,25 @@ HMODULE ThisModule(DWORD flags) {
   return found != FALSE ? module : nullptr;
 }
 
+// Lets go of the DLL on a thread that executes nothing of it afterwards.
+DWORD WINAPI LetGo(LPVOID module) { FreeLibraryAndExitThread(static_cast<HMODULE>(module), 0); }
+
 }  // namespace
 
 void HoldModule() { ThisModule(0); }
 
 // Where the host still holds the DLL, as it should when it calls into it, the hold is gone when this returns.
 // A host that has unloaded it in the meantime closes the camera through a table that it should not use any
-// more: then this is the last hold, and a thread has to let it go that executes nothing of the DLL
-// afterwards.
+// more: then this is the last hold, and the end of the DLL gives this thread time to leave it.
 void LetModuleGo() {
   const HMODULE module = ThisModule(GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT);
   const Handle unloading(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-  if (module == nullptr || !unloading) {
+  if (processIsEnding || module == nullptr || !unloading) {
     // It stays for the rest of the process, which hurts less than losing it under way.
     return;
   }
   unloadBegins = unloading.get();
-  // FreeLibrary has the form of a thread's function: it takes a pointer and answers 32 bits.
-  const auto letGo = reinterpret_cast<LPTHREAD_START_ROUTINE>(reinterpret_cast<void*>(&FreeLibrary));
-  if (const Handle thread(CreateThread(nullptr, 0, letGo, module, 0, nullptr)); thread) {
+  if (const Handle thread(CreateThread(nullptr, 0, LetGo, module, 0, nullptr)); thread) {
     const std::array<HANDLE, 2> either{thread.get(), unloading.get()};
     WaitForMultipleObjects(2, either.data(), FALSE, INFINITE);
   }
@@ -66,7 +67,7 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE /*module*/, DWORD reason, LPVOID reserv
   if (reason == DLL_PROCESS_DETACH) {
     // Only an unload has no reserved argument. At the end of the process the other threads are gone already.
     processIsEnding = reserved != nullptr;
-    if (const HANDLE waiting = unloadBegins; waiting != nullptr && !processIsEnding) {
+    if (HANDLE waiting = unloadBegins; waiting != nullptr && !processIsEnding) {
       // The thread that closes the camera is still in here.
       SetEvent(waiting);
       Sleep(kTimeToLeave);

@@ -4,20 +4,18 @@ Run by ctest, a test at a time, or by hand:
 NUVEQCAM=build/native/bin/nuveqcam NUVEQCAM_VERSION=0.1.0 NUVEQCAM_MAN=tools/nuveqcam/nuveqcam.1 python3 FILE
 """
 
-import array
 import fcntl
 import os
 import pty
 import resource
 import signal
 import subprocess
-import termios
 import time
 import unittest
 from pathlib import Path
 
 from nuveqcam_tool import (CANNOT_OPEN, CANNOT_WRITE, OK, PATIENCE, PROGRAM, SMALL, USAGE, Tool, reset_signals,
-                           wait_until)
+                           wait_until, wait_until_stalled)
 
 
 class Record(Tool):
@@ -86,8 +84,8 @@ class Record(Tool):
         self.check_numbers(pictures, 320, 240)
 
     def test_time_runs_while_the_first_packet_waits_for_its_reader(self):
-        process = self.start("record", "--simulated", "--seconds", 1, "-o", "-", "--size", "640x480")
-        fcntl.fcntl(process.stdout, fcntl.F_SETPIPE_SZ, 4096)
+        process = self.start("record", "--simulated", "--seconds", 1, "-o", "-", "--size", "640x480",
+                             pipesize=4096)
         time.sleep(4)
         _, err = process.communicate(timeout=PATIENCE)
         self.assertEqual(process.returncode, OK)
@@ -141,18 +139,8 @@ class Interrupt(Tool):
 
     def start_into_stalled_pipe(self):
         """A recording whose writer waits for its reader while the camera goes on."""
-        process = self.start("record", "--simulated", "--seconds", 0, "-o", "-", *SMALL)
-        fcntl.fcntl(process.stdout, fcntl.F_SETPIPE_SZ, 4096)
-        latest = [0]
-
-        def has_stalled():
-            time.sleep(1)
-            waiting = array.array("i", [0])
-            fcntl.ioctl(process.stdout, termios.FIONREAD, waiting)
-            earlier, latest[0] = latest[0], waiting[0]
-            return latest[0] > 0 and latest[0] == earlier
-
-        wait_until(has_stalled, process)
+        process = self.start("record", "--simulated", "--seconds", 0, "-o", "-", *SMALL, pipesize=4096)
+        wait_until_stalled(process.stdout, process)
         return process
 
     def test_ctrl_c_with_a_stalled_reader_writes_all_once_the_reader_goes_on(self):
@@ -166,14 +154,11 @@ class Interrupt(Tool):
 
     def test_second_ctrl_c_ends_a_program_that_waits_for_its_reader(self):
         process = self.start_into_stalled_pipe()
-
-        def has_ended():
-            process.send_signal(signal.SIGINT)
-            time.sleep(0.2)
-            return process.poll() is not None
-
-        wait_until(has_ended)
-        self.assertEqual(process.returncode, -signal.SIGINT)
+        process.send_signal(signal.SIGINT)
+        time.sleep(0.5)
+        self.assertIsNone(process.poll())
+        process.send_signal(signal.SIGINT)
+        self.assertEqual(process.wait(timeout=PATIENCE), -signal.SIGINT)
 
     def test_ctrl_c_ends_the_wait_for_the_reader_of_a_named_pipe(self):
         os.mkfifo(self.file("pipe.h264"))

@@ -1,5 +1,7 @@
 """What the scripts that run nuveqcam share: the program, its exit codes, and a look at what it wrote."""
 
+import array
+import fcntl
 import json
 import os
 import re
@@ -7,6 +9,7 @@ import shutil
 import signal
 import subprocess
 import tempfile
+import termios
 import time
 import unittest
 from pathlib import Path
@@ -37,6 +40,20 @@ def wait_until(condition, process=None):
         if process is not None and process.poll() is not None:
             raise AssertionError(f"the program ended with {process.returncode}")
         time.sleep(0.02)
+
+
+def wait_until_stalled(reader, process):
+    """Until the program that writes into that pipe waits for somebody to read."""
+    latest = [0]
+
+    def has_stalled():
+        time.sleep(1)
+        waiting = array.array("i", [0])
+        fcntl.ioctl(reader, termios.FIONREAD, waiting)
+        earlier, latest[0] = latest[0], waiting[0]
+        return latest[0] > 0 and latest[0] == earlier
+
+    wait_until(has_stalled, process)
 
 
 class Tool(unittest.TestCase):
@@ -98,6 +115,13 @@ class Tool(unittest.TestCase):
     def check_numbers(self, pictures, width, height):
         """No frame was lost, repeated or reordered."""
         self.assertEqual([frame_number(picture, width, height) for picture in pictures], list(range(len(pictures))))
+
+    def check_corners(self, rgb):
+        """Upright and in its colours is a picture of 640x480 whose corners are those that the camera paints."""
+        for x, y, colour in ((10, 90, (255, 0, 0)), (629, 90, (0, 255, 0)), (10, 469, (0, 0, 255)),
+                             (629, 469, (255, 255, 255))):
+            pixel = rgb[3 * (640 * y + x):][:3]
+            self.assertTrue(all(abs(a - b) < 24 for a, b in zip(pixel, colour)), (x, y, tuple(pixel), colour))
 
 
 def frame_number(gray, width, height):

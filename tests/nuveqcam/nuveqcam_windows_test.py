@@ -5,7 +5,6 @@ NUVEQCAM=build/windows/bin/nuveqcam.exe NUVEQCAM_VERSION=0.1.0 NUVEQCAM_RUNNER=s
 USE_PC=build/windows/fixtures/use_pc.exe python3 FILE
 """
 
-import array
 import fcntl
 import json
 import os
@@ -15,13 +14,12 @@ import select
 import shutil
 import signal
 import subprocess
-import termios
 import time
 import unittest
 from pathlib import Path
 
 from nuveqcam_tool import (CANNOT_OPEN, CANNOT_WRITE, ENDED_EARLY, NO_CAMERA, OK, PROGRAM, SMALL, UNEXPECTED, USAGE,
-                           Tool, frame_number, reset_signals, wait_until)
+                           Tool, frame_number, reset_signals, wait_until, wait_until_stalled)
 
 RUNNER = os.path.abspath(os.environ["NUVEQCAM_RUNNER"])
 USE_PC = os.path.abspath(os.environ["USE_PC"])
@@ -167,21 +165,32 @@ class WindowsListing(WindowsTool):
 
     def test_library_that_is_none_is_refused(self):
         self.file("text.dll").write_text("no library\n")
-        for name in ("missing \u00e4.dll", "text.dll", Path(PROGRAM).parent / "MultiMediaEncoder.dll"):
+        for name, reason in (("missing \u00e4.dll", "Module not found"), ("text.dll", "Bad EXE format for .+"),
+                             (Path(PROGRAM).parent / "MultiMediaEncoder.dll", "it gives no table of camera functions")):
             out, err = self.run_tool("list", "--library", name, code=UNEXPECTED)
             self.assertEqual(out, "")
-            self.assertRegex(err, r"^nuveqcam: cannot load the camera library Z:\\.*: .+; give its file with --library\n$")
+            self.assertRegex(err, rf"^nuveqcam: cannot load the camera library Z:\\.*\\{Path(name).name}: {reason}; "
+                                  r"give its file with --library\n$")
 
-    def test_program_without_its_library_says_where_it_belongs(self):
-        lonely = self.folder.parent / "bin"
-        lonely.mkdir()
-        for name in ("nuveqcam.exe", "liblog4cplus.dll", "libstdc++-6.dll", "libgcc_s_seh-1.dll", "libwinpthread-1.dll"):
-            shutil.copy(Path(PROGRAM).parent / name, lonely)
-        process = subprocess.run([RUNNER, lonely / "nuveqcam.exe", "list"], stdin=subprocess.DEVNULL, capture_output=True,
+    def check_incomplete_copy(self, reason, *more):
+        """What a copy of the program without some of its files says, which has those beside what it starts with."""
+        copy = self.folder.parent / "bin"
+        copy.mkdir()
+        for name in ("nuveqcam.exe", "liblog4cplus.dll", "libstdc++-6.dll", "libgcc_s_seh-1.dll", "libwinpthread-1.dll",
+                     *more):
+            shutil.copy(Path(PROGRAM).parent / name, copy)
+        process = subprocess.run([RUNNER, copy / "nuveqcam.exe", "list"], stdin=subprocess.DEVNULL, capture_output=True,
                                  env={**os.environ, "NUVEQ_WINEPREFIX": str(Path(PROGRAM).parent.parent / "wine")},
                                  timeout=PATIENCE)
         self.assertEqual(process.returncode, UNEXPECTED)
-        self.assertRegex(process.stdout.decode(), r"cannot load the camera library Z:\\.*\\bin\\libnuveqcamerahandler\.dll: ")
+        self.assertRegex(process.stdout.decode(), r"^nuveqcam: cannot load the camera library "
+                                                  rf"Z:\\.*\\bin\\libnuveqcamerahandler\.dll: {reason}; ")
+
+    def test_program_without_its_library_says_where_it_belongs(self):
+        self.check_incomplete_copy("Module not found")
+
+    def test_library_without_a_file_that_it_needs_says_so(self):
+        self.check_incomplete_copy("a DLL that it needs is missing", "libnuveqcamerahandler.dll")
 
 
 class WindowsRecord(WindowsTool):
@@ -221,32 +230,19 @@ class WindowsRecord(WindowsTool):
         self.assertTrue(out.startswith(b"recorded camera.h264 (interrupted)\n"))
         self.check_recording("camera.h264", out.decode(), 320, 240)
 
-    def start_into_pipe(self):
-        process = self.start("record", "--seconds", 0, "-o", "-", *SMALL, stdout=subprocess.PIPE)
+    def start_into_pipe(self, **options):
+        process = self.start("record", "--seconds", 0, "-o", "-", *SMALL, stdout=subprocess.PIPE, **options)
         self.addCleanup(process.stdout.close)
         self.assertEqual(process.stdout.read(4), b"\0\0\0\1")
         return process
 
     def test_second_ctrl_c_ends_a_program_that_waits_for_its_reader(self):
-        process = self.start_into_pipe()
-        fcntl.fcntl(process.stdout, fcntl.F_SETPIPE_SZ, 4096)
-        latest = [0]
-
-        def has_stalled():
-            time.sleep(1)
-            waiting = array.array("i", [0])
-            fcntl.ioctl(process.stdout, termios.FIONREAD, waiting)
-            earlier, latest[0] = latest[0], waiting[0]
-            return latest[0] > 0 and latest[0] == earlier
-
-        wait_until(has_stalled, process)
-
-        def has_ended():
-            process.send_signal(signal.SIGINT)
-            time.sleep(0.5)
-            return process.poll() is not None
-
-        wait_until(has_ended)
+        process = self.start_into_pipe(pipesize=4096)
+        wait_until_stalled(process.stdout, process)
+        process.send_signal(signal.SIGINT)
+        time.sleep(0.5)
+        self.assertIsNone(process.poll())
+        process.send_signal(signal.SIGINT)
         self.finish(process, ENDED_BY_CTRL_C)
 
     def test_reader_that_ends_is_a_failure_to_write(self):
@@ -264,19 +260,16 @@ class WindowsSnapshot(WindowsTool):
         stream = self.stream("camera.png")
         self.assertEqual((stream["codec_name"], stream["width"], stream["height"]), ("png", 640, 480))
         [gray] = self.pictures("camera.png", 640, 480)
-        self.assertEqual(frame_number(gray, 640, 480) & 0xFFFF, 9)
+        self.assertEqual(frame_number(gray, 640, 480), 9)
         [rgb] = self.pictures("camera.png", 640, 480, "rgb24")
-        for x, y, colour in ((10, 90, (255, 0, 0)), (629, 90, (0, 255, 0)), (10, 469, (0, 0, 255)),
-                             (629, 469, (255, 255, 255))):
-            pixel = rgb[3 * (640 * y + x):][:3]
-            self.assertTrue(all(abs(a - b) < 24 for a, b in zip(pixel, colour)), (x, y, tuple(pixel), colour))
+        self.check_corners(rgb)
 
     def test_skip_says_which_picture(self):
         for skip in (0, 25):
             out, _ = self.run_tool("snapshot", "--skip", skip, *SMALL, "-o", "Bild \u4e2d.png")
             self.assertIn(f"picture  {skip + 1} of the stream", out)
             [gray] = self.pictures("Bild \u4e2d.png", 320, 240)
-            self.assertEqual(frame_number(gray, 320, 240) & 0xFFFF, skip)
+            self.assertEqual(frame_number(gray, 320, 240), skip)
 
     def test_size_that_is_no_whole_number_of_blocks_is_cut(self):
         self.run_tool("snapshot", "--size", "1920x1080", "--skip", 0)
@@ -290,10 +283,10 @@ class WindowsSnapshot(WindowsTool):
         self.assertEqual(len(self.pictures("piped.png", 320, 240)), 1)
 
     def test_interrupted_before_the_picture_leaves_nothing(self):
-        process = self.start("snapshot", "--skip", 100000, *SMALL)
-        wait_until(lambda: self.file("camera.png").exists(), process)
-        # The keys are noted from just after the file was made.
-        time.sleep(1)
+        process = self.start("snapshot", "-v", "--skip", 100000, *SMALL)
+        # The keys are noted from before that on.
+        wait_until(lambda: b"open camera success" in self.err.read_bytes(), process)
+        self.assertTrue(self.file("camera.png").exists())
         process.send_signal(signal.SIGINT)
         _, err = self.finish(process, ENDED_EARLY)
         self.assertIn("interrupted", err)
@@ -320,7 +313,7 @@ class WindowsConsole(WindowsTool):
         return re.sub(r"\x1b\[[0-9;?]*[A-Za-z]", "", shown.decode("utf-8"))
 
     def test_shows_progress(self):
-        shown = self.run_on_console("record", "--seconds", 1, *SMALL)
+        shown = self.run_on_console("record", "--seconds", 2, *SMALL)
         self.assertRegex(shown, r"\r +\d+\.\d s +\d+ frames +\d+\.\d fps +\d+ kbit/s\r")
         self.assertGreater(shown.count("\r"), 3)
 
@@ -334,6 +327,67 @@ class WindowsConsole(WindowsTool):
             _, err = self.run_tool(command, "-o", "-", stdout=slave, code=USAGE)
             os.close(slave)
             self.assertEqual(err, f"nuveqcam: a terminal cannot show the {what}; pipe it on, or choose a file with -o\n")
+
+    def code_pages_around(self, arguments, armed, presses):
+        """The console's code page before and after the program, which waits for room in a full pipe until it has got so
+        many Ctrl-C."""
+        reader, writer = os.pipe()
+        self.addCleanup(os.close, reader)
+        fcntl.fcntl(writer, fcntl.F_SETPIPE_SZ, 4096)
+        master, slave = pty.openpty()
+        self.addCleanup(os.close, master)
+        prefix = Path(PROGRAM).parent.parent / "wine"
+        [code_page, program] = (f"Z:{file}".replace("/", "\\") for file in (Path(USE_PC).parent / "code_page.exe", PROGRAM))
+        # The first answer goes to the console, where it is not in the way.
+        process = subprocess.Popen(
+            [RUNNER, "--live", prefix / "drive_c/windows/system32/cmd.exe", "/c",
+             f"{code_page} 1>&2 & {program} {arguments} & {code_page}"], cwd=self.folder, stdin=subprocess.DEVNULL,
+            stdout=writer, stderr=slave, env={**os.environ, "NUVEQ_WINEPREFIX": str(prefix)}, preexec_fn=reset_signals)
+        self.addCleanup(self.end, process)
+        os.write(writer, bytes(4096))
+        os.close(writer)
+        os.close(slave)
+        shown, piped = bytearray(), bytearray()
+
+        def has_come(text, source, into):
+            if select.select([source], [], [], 0)[0]:
+                into += os.read(source, 8192)
+            return text in self.plain(into)
+
+        wait_until(lambda: has_come("codepage:", master, shown) and has_come(armed, master, shown) and self.found(program),
+                   process)
+        time.sleep(0.5)
+        for _ in range(presses):
+            for number in self.found(program):
+                os.kill(number, signal.SIGINT)
+            time.sleep(0.5)
+        self.assertEqual(self.found(program), [])
+        wait_until(lambda: has_come("codepage:", reader, piped))
+        return [re.search(r"codepage:(\d+)\.", self.plain(text))[1] for text in (shown, piped)]
+
+    @staticmethod
+    def plain(text):
+        """Without what steers the console, and without spaces, which may come as steps of its cursor."""
+        return re.sub(rb"\x1b\[[0-9;?]*[A-Za-z]|\s", b"", text).decode(errors="replace")
+
+    def found(self, program):
+        """The processes of that program in the test's folder."""
+        numbers = []
+        for folder in Path("/proc").glob("[0-9]*"):
+            try:
+                command = (folder / "cmdline").read_bytes()
+                if command.startswith(program.encode() + b"\0") and self.folder.samefile(folder / "cwd"):
+                    numbers.append(int(folder.name))
+            except OSError:  # it has ended, or is somebody else's
+                continue
+        return numbers
+
+    def test_gets_its_code_page_back_from_a_program_that_ctrl_c_ends(self):
+        for arguments, armed, presses in (("--help", "", 1),
+                                          ("record -v -o - --seconds 0 --size 320x240", "opencamerasuccess", 2)):
+            before, after = self.code_pages_around(arguments, armed, presses)
+            self.assertNotEqual(before, "65001")
+            self.assertEqual(after, before)
 
     def test_file_gets_no_progress(self):
         _, err = self.run_tool("record", "--seconds", 1, *SMALL)
@@ -367,6 +421,34 @@ class WindowsRefusal(WindowsTool):
         with open("/dev/full", "wb") as full:
             _, err = self.run_tool("record", "-o", "-", *SMALL, stdout=full, code=CANNOT_WRITE)
         self.assertRegex(err, r"nuveqcam: cannot write the standard output: .+; write to a file with -o")
+
+
+class WindowsFailingCamera(WindowsTool):
+    def start(self, *arguments, **options):
+        return super().start(*arguments, env={**os.environ, **self.behaviour}, **options)
+
+    def test_camera_in_use_is_explained(self):
+        self.behaviour = {"NUVEQ_FIXTURE_RUN": "800700AA"}
+        for command in ("record", "snapshot"):
+            out, err = self.run_tool(command, *SMALL, code=CANNOT_OPEN)
+            self.assertEqual(out, "")
+            self.assertRegex(err, r"^nuveqcam: cannot open the camera at 320x240, 30 fps \(result -1001\): the camera is in use "
+                                  r"by another program; close that program and try again \(the library said: .+\)\n$")
+        self.assertEqual(list(self.folder.iterdir()), [])
+
+    def test_recording_is_kept_up_to_where_the_camera_was_lost(self):
+        self.behaviour = {"NUVEQ_FIXTURE_LOST_AFTER": "20"}
+        out, err = self.run_tool("record", "--seconds", 0, *SMALL, code=ENDED_EARLY)
+        self.assertEqual(err, "nuveqcam: the camera has delivered nothing for 10 s; the recording is complete up to there; "
+                              "see with 'nuveqcam list' whether the camera is still there\n")
+        self.assertEqual(len(self.check_recording("camera.h264", out, 320, 240)), 20)
+
+    def test_snapshot_of_a_camera_that_was_lost_leaves_nothing(self):
+        self.behaviour = {"NUVEQ_FIXTURE_LOST_AFTER": "3"}
+        out, err = self.run_tool("snapshot", *SMALL, code=ENDED_EARLY)
+        self.assertEqual((out, err), ("", "nuveqcam: the camera has delivered nothing for 10 s after 3 of 10 pictures; "
+                                          "see with 'nuveqcam list' whether the camera is still there\n"))
+        self.assertEqual(list(self.folder.iterdir()), [])
 
 
 if __name__ == "__main__":

@@ -191,7 +191,7 @@ TEST_F(EncoderSetUp, WidthOfZeroKeepsTheEncoderUntilTheTeardownWhichReleasesItOn
   EXPECT_THAT(LogLines(), ElementsAre(ErrorLine(546,
                                                 "[CameraOperator]AllocBuffer fail."
                                                 "(CameraOperator::InitVideoEncoder)")));
-  EXPECT_THAT(platform.Alive(), ElementsAre("encoder"));
+  EXPECT_THAT(platform.Alive(), ::testing::UnorderedElementsAre("encoder", "hold on the module"));
   camera->StopCapture();
   EXPECT_THAT(platform.Alive(), IsEmpty());
   camera->StopCapture();
@@ -210,7 +210,7 @@ TEST_F(EncoderSetUp, RefusingEncoderLeavesTheOneBeforeInItsPlace) {
   EXPECT_FALSE(camera->InitVideoEncoder(Param(0)));
   platform.Answers("VideoEncoder::Initialize", Fails());
   EXPECT_FALSE(camera->InitVideoEncoder(Param()));
-  EXPECT_THAT(platform.Alive(), ElementsAre("encoder"));
+  EXPECT_THAT(platform.Alive(), ::testing::UnorderedElementsAre("encoder", "hold on the module"));
 }
 
 TEST_F(EncoderSetUp, RunningPoolRefusesASecondSetUp) {

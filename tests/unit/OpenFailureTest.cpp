@@ -21,9 +21,8 @@ std::vector<std::string> Labels(Held held) {
       labels.insert(labels.end(), more.begin(), more.end());
     }
   };
-  add(Held::kEncoder, {"encoder"});
+  add(Held::kEncoder, {"encoder", "hold on the module"});
   add(Held::kPool, {"frame", "frame", "frame", "frame", "frame"});
-  add(Held::kControl, {"hold on the module"});
   if (held == Held::kControl) {
     labels.emplace_back("graph: 1");
   }
@@ -269,9 +268,9 @@ std::vector<Case> Cases() {
 
 class OpenFailure : public CameraHandlerTest, public ::testing::WithParamInterface<Case> {};
 
-// The last call but for the giving back of memory, and for the hold that every graph brings.
+// The last call but for the giving back of memory.
 std::string LastCall(std::vector<std::string> calls) {
-  while (!calls.empty() && (calls.back() == "CoTaskMemFree()" || calls.back() == "HoldModule()")) {
+  while (!calls.empty() && calls.back() == "CoTaskMemFree()") {
     calls.pop_back();
   }
   return calls.empty() ? std::string() : calls.back();

@@ -199,7 +199,7 @@ TEST_F(OpenSequence, GraphThatDoesNotRunLeavesTheCameraOpenUntilItIsClosed) {
                                     "grabber.out: 1", "current media type", "hold on the module"));
   EXPECT_THAT(platform.Journal(), Contains("status callback \"0\" 1 4"));
   EXPECT_EQ(platform.Calls().back(), "IMediaControl::Run()");
-  EXPECT_EQ(platform.CallCount("HoldModule"), 1U) << "there is a graph";
+  EXPECT_EQ(platform.CallCount("HoldModule"), 1U) << "there is something to take apart";
 
   EXPECT_EQ(Open(), -4);
 
@@ -270,7 +270,7 @@ TEST_F(OpenSequence, SizeWithoutPixelsIsRefusedByThePoolAndItsEncoderGoesWithThe
   EXPECT_EQ(Open("0", 0, 480, 30), -1004);
   EXPECT_THAT(LogLines(), Contains(ErrorLine(
                               546, "[CameraOperator]AllocBuffer fail.(CameraOperator::InitVideoEncoder)")));
-  EXPECT_THAT(platform.Alive(), ElementsAre("encoder"));
+  EXPECT_THAT(platform.Alive(), ::testing::UnorderedElementsAre("encoder", "hold on the module"));
   EXPECT_THAT(platform.Calls(), Not(Contains(HasSubstr("AllocBuffer"))));
 
   ExpectFormatLeft();

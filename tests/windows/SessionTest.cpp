@@ -12,12 +12,10 @@
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 
 using Session = WindowsCameraTest;
 
-// Wine does not say of a stopped graph that it has completed, as the product's own system does; closing
-// answers what it is told.
+// The system does not call a stopped graph completed, and closing answers what the system says.
 constexpr int kClosed = 0;
 
 TEST_F(Session, TellsEveryStepOfItsWay) {
@@ -69,7 +67,7 @@ TEST_F(Session, HearsNothingAfterTheClose) {
 }
 
 unsigned ThreadsOfThisProcess() {
-  const HANDLE all = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
+  HANDLE all = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
   THREADENTRY32 entry{};
   entry.dwSize = sizeof(entry);
   unsigned count = 0;
@@ -125,9 +123,10 @@ TEST_F(Session, ClosesWhileTheCameraWaitsForABuffer) {
   Gate mayAnswer;
   host.InData([&](const Packet&) { EXPECT_TRUE(mayAnswer.Wait()); });
   ASSERT_EQ(Open(), 0);
-  // One frame is in the callback, five are queued, the seventh waits: the camera stands still.
-  ASSERT_TRUE(WaitFor([] { return fixtures::DeliveredFrames() >= 6; }));
+  ASSERT_TRUE(WaitFor([] { return fixtures::DeliveredFrames() >= kWaitingFrame; }));
+  log.Forget();
   std::thread closer([&] { EXPECT_EQ(Close(), kClosed); });
+  EXPECT_TRUE(WaitFor([&] { return !log.Get().empty(); })) << "the close has not begun";
   mayAnswer.Open();
   closer.join();
 }
@@ -138,7 +137,8 @@ TEST_F(Session, ClosesAfterFramesThatDoNotFitHaveUsedUpTheBuffers) {
   fixtures::SetBehaviour(behaviour);
   ASSERT_EQ(Query(), 0);
   ASSERT_EQ(Open(), 0);
-  ASSERT_TRUE(WaitFor([] { return fixtures::DeliveredFrames() >= 5; }));
+  // Five have taken the buffers with them, the sixth waits.
+  ASSERT_TRUE(WaitFor([] { return fixtures::DeliveredFrames() >= 6; }));
   EXPECT_EQ(Close(), kClosed);
   EXPECT_EQ(host.PacketCount(), 0U);
   fixtures::SetBehaviour(Fast());

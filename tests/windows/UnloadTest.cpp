@@ -81,10 +81,24 @@ TEST_F(Unloading, LoadsAndUnloadsTenTimes) {
   }
 }
 
+// The encoder of an open that failed without a graph stays, and may have threads of its own.
+TEST_F(Unloading, AfterAnOpenOnAThreadWithoutComStaysToo) {
+  ASSERT_EQ(Query(), 0);
+  log.Forget();
+  std::thread([&] { EXPECT_EQ(Open(1280, 720), NUVEQ_CAMERA_GRAPH_FAILED); }).join();
+  EXPECT_THAT(log.Get(), ::testing::Contains("ERROR CameraOperator:0 [CameraOperator]CoCreateInstance fail, "
+                                             "error: -2147221008(CameraOperator::InitCameraBasicInfo)"));
+  // There is no graph to work on.
+  EXPECT_EQ(Close(), 0);
+  Unload();
+  EXPECT_TRUE(IsMapped());
+}
+
 // --- The end of the process ---
 
-// A code that no crash and no ordinary end has.
+// Codes that no crash and no ordinary end has.
 constexpr int kEndedWell = 42;
+constexpr int kNeverOpened = 43;
 
 class EndOfProcess : public WindowsCameraTest {
  protected:
@@ -94,10 +108,11 @@ class EndOfProcess : public WindowsCameraTest {
     WindowsCameraTest::SetUp();
   }
 
+  // Ends the process with another code when the camera does not stream.
   void QueryAndOpen() {
-    ASSERT_EQ(Query(), 0);
-    ASSERT_EQ(Open(), 0);
-    ASSERT_TRUE(host.WaitForPackets(3));
+    if (Query() != 0 || Open() != 0 || !host.WaitForPackets(3)) {
+      std::_Exit(kNeverOpened);
+    }
   }
 };
 
@@ -105,7 +120,7 @@ TEST_F(EndOfProcess, WithTheCameraOpenByExit) {
   EXPECT_EXIT(
       {
         QueryAndOpen();
-        std::exit(kEndedWell);
+        std::exit(kEndedWell);  // NOLINT(concurrency-mt-unsafe): how an exit meets a thread is the matter
       },
       ::testing::ExitedWithCode(kEndedWell), "");
 }
@@ -124,7 +139,7 @@ TEST_F(EndOfProcess, WithTheCameraOpenAndTheLibraryUnloaded) {
       {
         QueryAndOpen();
         Unload();
-        std::exit(kEndedWell);
+        std::exit(kEndedWell);  // NOLINT(concurrency-mt-unsafe): how an exit meets a thread is the matter
       },
       ::testing::ExitedWithCode(kEndedWell), "");
 }
@@ -133,11 +148,10 @@ TEST_F(EndOfProcess, WithAFullPoolAndTheCameraWaiting) {
   EXPECT_EXIT(
       {
         Gate never;
-        if (Query() == 0) {
-          host.InData([&](const Packet&) { never.Wait(); });
-          if (Open() == 0 && WaitFor([] { return fixtures::DeliveredFrames() >= 6; })) {
-            std::exit(kEndedWell);
-          }
+        host.InData([&](const Packet&) { never.Wait(); });
+        if (Query() == 0 && Open() == 0 &&
+            WaitFor([] { return fixtures::DeliveredFrames() >= kWaitingFrame; })) {
+          std::exit(kEndedWell);  // NOLINT(concurrency-mt-unsafe): how an exit meets a thread is the matter
         }
       },
       ::testing::ExitedWithCode(kEndedWell), "");
@@ -147,7 +161,9 @@ TEST_F(EndOfProcess, FromInsideTheDataCallback) {
   EXPECT_EXIT(
       {
         if (Query() == 0) {
-          host.InData([](const Packet&) { std::exit(kEndedWell); });
+          host.InData([](const Packet&) {
+            std::exit(kEndedWell);  // NOLINT(concurrency-mt-unsafe): what a host should not do, and may
+          });
           Open();
           Gate never;
           never.Wait();
@@ -159,9 +175,9 @@ TEST_F(EndOfProcess, FromInsideTheDataCallback) {
 TEST_F(EndOfProcess, AfterAFailedOpen) {
   EXPECT_EXIT(
       {
-        ASSERT_EQ(Query(), 0);
-        ASSERT_EQ(Open(800, 600), NUVEQ_CAMERA_GRAPH_FAILED);
-        std::exit(kEndedWell);
+        if (Query() == 0 && Open(800, 600) == NUVEQ_CAMERA_GRAPH_FAILED) {
+          std::exit(kEndedWell);  // NOLINT(concurrency-mt-unsafe): how an exit meets a thread is the matter
+        }
       },
       ::testing::ExitedWithCode(kEndedWell), "");
 }
@@ -171,7 +187,17 @@ TEST_F(EndOfProcess, WithTheCameraClosed) {
       {
         QueryAndOpen();
         Close();
-        std::exit(kEndedWell);
+        std::exit(kEndedWell);  // NOLINT(concurrency-mt-unsafe): how an exit meets a thread is the matter
+      },
+      ::testing::ExitedWithCode(kEndedWell), "");
+}
+
+TEST_F(EndOfProcess, AfterAQueryAlone) {
+  EXPECT_EXIT(
+      {
+        if (Query() == 0) {
+          std::exit(kEndedWell);  // NOLINT(concurrency-mt-unsafe): how an exit meets a thread is the matter
+        }
       },
       ::testing::ExitedWithCode(kEndedWell), "");
 }

@@ -29,6 +29,10 @@ void WindowsCameraTest::SetUp() {
 }
 
 void WindowsCameraTest::TearDown() {
+  if (HasFailure() && m_library && IsMapped()) {
+    // What a test did not get to; an open camera would stay for the tests after it.
+    Close();
+  }
   if (m_library) {
     m_library->Unload();
   }

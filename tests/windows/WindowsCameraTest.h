@@ -17,6 +17,10 @@
 #include "LibraryLines.h"
 #include "LoadedLibrary.h"
 
+// The frame that waits for a buffer while a packet's callback blocks: one is in there and has given its
+// buffer back, five are queued. Frames count before they are passed on.
+inline constexpr std::uint64_t kWaitingFrame = 7;
+
 // True once the condition holds; false when it does not in time.
 bool WaitFor(const std::function<bool()>& condition);
 

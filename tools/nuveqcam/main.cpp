@@ -27,14 +27,23 @@ ExitCode Run(const std::vector<std::string>& arguments) {
   return RunTool(options, {std::cout, std::cerr, IsStandardErrorTerminal(), IsStandardOutputTerminal()});
 }
 
+int Report(const std::exception& error) {
+  std::cerr << "nuveqcam: " << error.what() << std::endl;
+  return static_cast<int>(ExitCode::kUnexpected);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   try {
     const StandardStreams streams;
-    return static_cast<int>(Run(ProgramArguments(argc, argv)));
+    // Reported while the streams are still fit for it.
+    try {
+      return static_cast<int>(Run(ProgramArguments(argc, argv)));
+    } catch (const std::exception& error) {
+      return Report(error);
+    }
   } catch (const std::exception& error) {
-    std::cerr << "nuveqcam: " << error.what() << std::endl;
-    return static_cast<int>(ExitCode::kUnexpected);
+    return Report(error);
   }
 }

@@ -3,8 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "Platform.h"
-
 namespace {
 
 using ::testing::ElementsAre;
@@ -48,20 +46,12 @@ TEST(Place, IsWhatTellsDevicesApart) {
             "usb#a#1");
 }
 
-TEST(Place, IsTheNameItselfWhereItHasAnotherForm) {
-  for (const char* const name : {"", "camera", "@device:", R"(\\?\)", "#{"}) {
-    EXPECT_LE(PlaceIn(name).size(), std::string(name).size());
-  }
+TEST(Place, IsWhatIsLeftOfANameOfAnotherForm) {
   EXPECT_EQ(PlaceIn("camera"), "camera");
-}
-
-TEST(SystemSession, ListsDevicesAndMayBeHadAgain) {
-  for (int i = 0; i < 3; ++i) {
-    const SystemSession session(false);
-    for (const SeenDevice& device : SeenDevices()) {
-      EXPECT_NE(device.where, "");
-    }
-  }
+  EXPECT_EQ(PlaceIn("@device:"), "@device:");
+  EXPECT_EQ(PlaceIn(""), "");
+  EXPECT_EQ(PlaceIn(R"(\\?\)"), "");
+  EXPECT_EQ(PlaceIn("#{"), "");
 }
 
 }  // namespace

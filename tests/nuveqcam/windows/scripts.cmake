@@ -1,7 +1,10 @@
 # The program as a person runs it, over the camera fixtures.
 add_executable(use_pc ${CMAKE_CURRENT_LIST_DIR}/use_pc.cpp)
 target_link_libraries(use_pc PRIVATE camera_fixtures)
-set_target_properties(use_pc PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/fixtures)
+add_executable(code_page ${CMAKE_CURRENT_LIST_DIR}/code_page.cpp)
+# It is started by a shell, without the path to the runtime.
+target_link_options(code_page PRIVATE -static)
+set_target_properties(use_pc code_page PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/fixtures)
 
 # One test each for the methods of the script, which is read for them.
 set(script ${CMAKE_CURRENT_SOURCE_DIR}/nuveqcam_windows_test.py)

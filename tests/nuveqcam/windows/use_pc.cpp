@@ -24,7 +24,11 @@ bool Use(std::string_view name) {
 
 int main(int argc, char** argv) {
   try {
-    return argc == 2 && Use(argv[1]) ? 0 : 2;
+    if (argc == 2 && Use(argv[1])) {
+      return 0;
+    }
+    std::fputs("usage: use_pc laptop|plug-in|none\n", stderr);
+    return 2;
   } catch (const std::exception& error) {
     std::fprintf(stderr, "use_pc: %s\n", error.what());
     return 1;

@@ -166,7 +166,7 @@ class HeldAtTheEnd : public HeldModule {
     for (const char* call : {"IMediaControl::Stop", "VideoEncoder::ReleaseEncoder", "CoUninitialize"}) {
       platform.Before(call, [] { std::_Exit(kTornDown); });
     }
-    std::exit(kLeftAlone);
+    std::exit(kLeftAlone);  // NOLINT(concurrency-mt-unsafe): how an exit meets a thread is the matter
   }
 };
 
@@ -180,7 +180,9 @@ TEST_F(HeldAtTheEnd, ProcessEndsWithAnUnloadPending) {
 
 TEST_F(HeldAtTheEnd, ProcessMayEndFromInsideTheDataCallback) {
   const auto endInTheCallback = [&] {
-    host.InData([](const Packet&) { std::exit(kLeftAlone); });
+    host.InData([](const Packet&) {
+      std::exit(kLeftAlone);  // NOLINT(concurrency-mt-unsafe): what a host should not do, and may
+    });
     QueryAndOpen();
     platform.DeliverFrame(Frame(kFrameSize, 1));
     WaitUntil([] { return false; });

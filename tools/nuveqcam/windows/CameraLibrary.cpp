@@ -9,8 +9,6 @@
 
 namespace {
 
-constexpr std::size_t kLongestPath = 32768;
-
 // No dialogue about a file that cannot be loaded: the tool says so itself.
 class WithoutDialogues {
  public:

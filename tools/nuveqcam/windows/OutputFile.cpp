@@ -13,7 +13,6 @@
 namespace {
 
 constexpr std::size_t kLargestWrite = std::size_t{1} << 20U;
-constexpr std::size_t kLongestPath = 32768;
 constexpr DWORD kRetry = 10;  // ms
 // Not in every version of the system's headers.
 constexpr int kDiskQuotaExceeded = 1295;
@@ -81,7 +80,9 @@ OutputFile::OutputFile(const std::string& path)
 
 // Others may read the file meanwhile, not write it.
 void OutputFile::Open() {
-  m_handle = CreateFileW(Wide(m_path).c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_ALWAYS,
+  // Freeing it may change the latest error, so it stays until that has been read.
+  const std::wstring path = Wide(m_path);
+  m_handle = CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_ALWAYS,
                          FILE_ATTRIBUTE_NORMAL, nullptr);
   const int error = LatestError();
   if (m_handle == kNoFile) {

@@ -42,8 +42,12 @@ class PictureDecoder::Decoder {
   bool Decode(const Packet& packet) {
     m_planes = {};
     m_info = {};
-    const DECODING_STATE state = m_decoder->DecodeFrameNoDelay(
+    DECODING_STATE state = m_decoder->DecodeFrameNoDelay(
         packet.bytes.data(), static_cast<int>(packet.bytes.size()), m_planes.data(), &m_info);
+    if (state == dsErrorFree && m_info.iBufferStatus == 0) {
+      // Pictures may change their order in the profiles above the lowest, so it keeps one back. These do not.
+      state = m_decoder->FlushFrame(m_planes.data(), &m_info);
+    }
     return state == dsErrorFree && m_info.iBufferStatus == 1;
   }
 

@@ -1,6 +1,5 @@
 #include "Platform.h"
 
-#include <exception>
 #include <memory>
 
 #include "BuiltIn.h"
@@ -65,12 +64,14 @@ std::vector<CaptureDevice> CaptureDevices() {
   ComPtr<IEnumMoniker> monikers;
   if (CoCreateInstance(CLSID_SystemDeviceEnum, nullptr, CLSCTX_INPROC_SERVER, IID_ICreateDevEnum,
                        devices.PutVoid()) != S_OK ||
+      !devices ||
       // S_FALSE, with a null enumerator, says that there are none.
-      devices->CreateClassEnumerator(CLSID_VideoInputDeviceCategory, monikers.Put(), 0) != S_OK) {
+      devices->CreateClassEnumerator(CLSID_VideoInputDeviceCategory, monikers.Put(), 0) != S_OK ||
+      !monikers) {
     return found;
   }
   ComPtr<IMoniker> moniker;
-  while (monikers->Next(1, moniker.Put(), nullptr) == S_OK) {
+  while (monikers->Next(1, moniker.Put(), nullptr) == S_OK && moniker) {
     found.push_back({FriendlyNameOf(*moniker.Get()), DisplayNameOf(*moniker.Get())});
   }
   return found;

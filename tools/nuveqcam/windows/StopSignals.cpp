@@ -4,6 +4,8 @@
 
 #include <atomic>
 
+#include "CodePage.h"
+
 namespace {
 
 std::atomic<bool> isArmed{false};
@@ -21,6 +23,7 @@ BOOL WINAPI NoteStop(DWORD kind) {
     Sleep(INFINITE);
   }
   if (!isFirst) {
+    RestoreCodePage();
     // At once: an orderly end would run code of DLLs whose other threads have been ended anywhere.
     TerminateProcess(GetCurrentProcess(), static_cast<UINT>(STATUS_CONTROL_C_EXIT));
   }
