@@ -45,6 +45,8 @@ export WINEDLLOVERRIDES="mscoree=;mshtml=;winemenubuilder.exe=;winedbg.exe=;cfgm
 # Test programs and the fixtures that they load are in two folders; DLLs are looked for in both.
 export WINEPATH="Z:${build//\//\\}\\bin;Z:${build//\//\\}\\fixtures"
 unset DISPLAY
+# File names and arguments are UTF-8, whatever the locale.
+[ "$(locale charmap 2>/dev/null)" = UTF-8 ] || export LC_ALL=C.UTF-8
 
 # Wine's own processes inherit whatever is open here, and would hold pipes open for as long as they run.
 quietly() { "$@" </dev/null >>"$WINEPREFIX.log" 2>&1; }
