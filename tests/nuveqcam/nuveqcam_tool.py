@@ -81,6 +81,17 @@ class Tool(unittest.TestCase):
         self.assertEqual(process.returncode, code, err)
         return (out or b"").decode(errors="replace"), err
 
+    def check_snapshot(self, *arguments):
+        """Takes a picture of the camera that numbers its frames: the tenth, upright and in its colours."""
+        out, err = self.run_tool("snapshot", *arguments, "--size", "640x480")
+        self.assertEqual((out, err), ("took camera.png\n  size     640x480\n  picture  10 of the stream\n", ""))
+        stream = self.stream("camera.png")
+        self.assertEqual((stream["codec_name"], stream["width"], stream["height"]), ("png", 640, 480))
+        [gray] = self.pictures("camera.png", 640, 480)
+        self.assertEqual(frame_number(gray, 640, 480), 9)
+        [rgb] = self.pictures("camera.png", 640, 480, "rgb24")
+        self.check_corners(rgb)
+
     def file(self, name):
         return self.folder / name
 
