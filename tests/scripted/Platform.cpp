@@ -21,6 +21,7 @@ void Platform::Reset(Pc pc) {
   m_processEnding = false;
   m_recording = true;
   m_scripts.clear();
+  m_decide = nullptr;
   m_events.clear();
   m_logs.clear();
   m_misuse.clear();
@@ -51,6 +52,11 @@ void Platform::AnswersNth(const std::string& operation, unsigned nth, Answer ans
   const std::lock_guard lock(m_mutex);
   Script& script = m_scripts[operation];
   script.nth[script.calls + nth] = answer;
+}
+
+void Platform::Decide(std::function<std::optional<Answer>(const std::string&)> decide) {
+  const std::lock_guard lock(m_mutex);
+  m_decide = std::move(decide);
 }
 
 void Platform::Before(const std::string& operation, std::function<void()> action) {
@@ -188,8 +194,10 @@ std::vector<std::vector<std::uint8_t>> Platform::EncodedFrames() const {
 Answer Platform::Enter(const std::string& operation, const std::string& arguments) {
   Answer answer;
   std::function<void()> before;
+  std::function<std::optional<Answer>(const std::string&)> decide;
   {
     const std::lock_guard lock(m_mutex);
+    decide = m_decide;
     Script& script = m_scripts[operation];
     ++script.calls;
     before = script.before;
@@ -207,6 +215,9 @@ Answer Platform::Enter(const std::string& operation, const std::string& argument
   }
   if (before) {
     before();
+  }
+  if (decide) {
+    answer = decide(operation).value_or(answer);
   }
   return answer;
 }

@@ -10,6 +10,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -68,6 +69,9 @@ class SCRIPTED_EXPORT Platform {
   // Every later call of the operation, or only the n-th one from now (1 is the next), answers so.
   void Answers(const std::string& operation, Answer answer);
   void AnswersNth(const std::string& operation, unsigned nth, Answer answer);
+  // Asked at each later call of any operation, on the calling thread, outside the platform's locks: what it
+  // answers; nullopt leaves that to the above. Null: nobody is asked.
+  void Decide(std::function<std::optional<Answer>(const std::string& operation)> decide);
   // Runs before each later call of the operation, on the calling thread, outside the platform's locks.
   void Before(const std::string& operation, std::function<void()> action);
   void SetProcessEnding(bool ending);
@@ -160,6 +164,7 @@ class SCRIPTED_EXPORT Platform {
   bool m_processEnding = false;
   bool m_recording = true;
   std::map<std::string, Script> m_scripts;
+  std::function<std::optional<Answer>(const std::string&)> m_decide;
   std::vector<Event> m_events;
   std::vector<LogLine> m_logs;
   std::vector<std::string> m_misuse;
