@@ -77,7 +77,10 @@ typedef struct NUVEQServiceAction {
  * Answers 0, or an error code of the platform's, which is logged; the packet is not sent again.
  * Runs on the encoder thread, one call at a time, never after CloseCameraDevice has returned. While it
  * runs no other frame is encoded, and the capture side waits once its five frame buffers are full.
- * It cannot close the camera, and must not wait for another thread that does: closing waits for it.
+ * It cannot close the camera, and must not wait for another thread that does: closing waits for it, however
+ * long it takes. It may call the rest of the table while no other thread opens, closes or queries: an open is
+ * refused with -4, and its id goes with the packets that follow; a query needs COM on this thread, too. An
+ * exception costs its packet and nothing else.
  */
 typedef int32_t (*SendDataCallback)(const char* id, uint32_t idLen, const uint8_t* data, uint32_t dataLen,
                                     int32_t reserved);
@@ -86,7 +89,8 @@ typedef int32_t (*SendDataCallback)(const char* id, uint32_t idLen, const uint8_
  * Reports a change of the service's state. id and idLen are those of the request that caused it.
  * Answers 0, or an error code, which is logged and changes nothing. Runs on the requesting thread, inside
  * its request, and must not open or query. Closing inside the report of an open makes that open fail with
- * -1001, cleanly; closing inside the report of a close does nothing.
+ * -1001, cleanly; inside the report of a refused one it closes the camera that was open, and the answer is -4
+ * all the same; inside the report of a close it does nothing.
  */
 typedef int32_t (*ServiceStatusCallback)(const char* id, uint32_t idLen, NUVEQServiceStatus status);
 
@@ -102,7 +106,13 @@ typedef struct NUVEQServiceListener {
   ServiceActionCallback onAction;
 } NUVEQServiceListener;
 
-/* An open request. Owned by the caller; read during OpenCameraDevice only. */
+/*
+ * An open request. Owned by the caller; read during OpenCameraDevice only. No number is mended. An id of more
+ * digits than fit is a camera that is not there. The encoder takes 16 to 4096 pixels a side and as many in
+ * all as 4096x2304 has, and refuses others; of an odd side it leaves the last line out. fps 0 asks the camera
+ * for all that it can do. A key frame comes every fps * 5 frames, counted in 16 bits; where that makes 0,
+ * none comes after the first.
+ */
 typedef struct NUVEQCameraParam {
   const char* id;  /* camera id: idLen decimal digits; no digits mean camera 0 */
   uint32_t idLen;  /* reading stops at the first character that is no digit */
@@ -123,7 +133,11 @@ typedef struct NUVEQResolution {
   int32_t height;
 } NUVEQResolution;
 
-/* What a camera can deliver. The two lists are independent: not every rate comes with every size. */
+/*
+ * What a camera can deliver. The two lists are independent: not every rate comes with every size. Formats
+ * that the driver does not describe by a whole VIDEOINFOHEADER are left out; other numbers are the driver's,
+ * whatever they are.
+ */
 typedef struct NUVEQCameraAbility {
   NUVEQFpsRange* fpsRanges; /* fpsRangeNum entries, ascending; null when there is none */
   uint32_t fpsRangeNum;
@@ -172,7 +186,7 @@ typedef struct NUVEQCameraHandler {
   int32_t (*OpenCameraDevice)(const NUVEQCameraParam* param);
 
   /*
-   * Stops the packets, releases the camera and reports status 3. id is only passed on to that report.
+   * Stops the packets, releases the camera and reports status 3. id is only passed on to that report, unread.
    * After it returns no callback runs. From inside the data callback, whose thread it would wait for, it
    * does nothing and answers 0.
    * Results: 1 closed, and the graph had completed; 0 closed without that, or nothing was open, which is
@@ -189,8 +203,9 @@ typedef struct NUVEQCameraHandler {
    * ReleaseCapability. Set *capabilities to null before the call: a failure releases what it finds there,
    * and what it leaves there afterwards must be neither read nor released.
    * Results: 0; -2 an argument is null; -1000 no built-in camera (the action callback is called with type
-   * 7), or its capabilities could not be read, or no memory for the frame rates; -3 no memory for anything
-   * else. *count is left alone when there is no camera, and is 1 after every other result but -2.
+   * 7), its capabilities could not be read, a capture device has a name that is no Unicode text, or no
+   * memory for the frame rates; -3 no memory for anything else. *count is left alone when there is no camera
+   * or such a name, and is 1 after every other result but -2.
    */
   int32_t (*GetCapability)(NUVEQCameraCapabilities** capabilities, uint32_t* count);
 

@@ -9,7 +9,6 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <deque>
 #include <memory_resource>
 #include <mutex>
 #include <new>
@@ -47,7 +46,7 @@ class CBufferQueue {
     if (!stopped) {
       return false;
     }
-    if (!allBuffers.empty() || !freeQueue.buffers.empty() || !dataQueue.buffers.empty()) {
+    if (!allBuffers.empty() || !freeQueue.empty() || !dataQueue.empty()) {
       return false;
     }
     if (!CreateBuffers(count)) {
@@ -59,13 +58,13 @@ class CBufferQueue {
   }
 
   // The next empty buffer, waiting for one. Null once the queue is stopped and no buffer is left in it.
-  T GetFreeBuffer() { return Get(freeQueue.buffers, freeMutex, freeCond); }
+  T GetFreeBuffer() { return Get(freeQueue, freeMutex, freeCond); }
   // Puts a buffer back. Null is ignored; so is any buffer once the queue is stopped.
-  void PutFreeBuffer(T buffer) { Put(buffer, freeQueue.buffers, freeMutex, freeCond); }
+  void PutFreeBuffer(T buffer) { Put(buffer, freeQueue, freeMutex, freeCond); }
 
   // The same for filled buffers.
-  T GetDataBuffer() { return Get(dataQueue.buffers, dataMutex, dataCond); }
-  void PutDataBuffer(T buffer) { Put(buffer, dataQueue.buffers, dataMutex, dataCond); }
+  T GetDataBuffer() { return Get(dataQueue, dataMutex, dataCond); }
+  void PutDataBuffer(T buffer) { Put(buffer, dataQueue, dataMutex, dataCond); }
 
   // Ends all waiting, now and later. Harmless when stopped.
   void Stop() {
@@ -84,14 +83,9 @@ class CBufferQueue {
   }
 
  private:
-  using Buffers = std::pmr::deque<T>;
-
-  // A deque walks through its memory as elements pass, returning blocks behind and asking for new ones ahead.
-  // A pool of its own, guarded by its mutex, keeps them, so that a running queue does not touch the heap.
-  struct Queue {
-    std::pmr::unsynchronized_pool_resource memory;
-    Buffers buffers{&memory};
-  };
+  // In the order in which they come out. Room for the whole pool is made with it, so that a running queue
+  // neither touches the heap nor loses a buffer when there is no memory. There are few: moving up is cheap.
+  using Buffers = std::pmr::vector<T>;
 
   T Get(Buffers& queue, std::mutex& mutex, std::condition_variable& cond) {
     std::unique_lock lock(mutex);
@@ -101,7 +95,7 @@ class CBufferQueue {
       return nullptr;
     }
     T buffer = queue.front();
-    queue.pop_front();
+    queue.erase(queue.begin());
     return buffer;
   }
 
@@ -120,13 +114,15 @@ class CBufferQueue {
   // No memory for the lists counts as a buffer that could not be made.
   bool CreateBuffers(unsigned count) try {
     allBuffers.reserve(count);
+    freeQueue.reserve(count);
+    dataQueue.reserve(count);
     while (allBuffers.size() < count) {
       T buffer = CreateBuffer();
       if (buffer == nullptr) {
         return false;
       }
       allBuffers.push_back(buffer);
-      freeQueue.buffers.push_back(buffer);
+      freeQueue.push_back(buffer);
     }
     return true;
   } catch (const std::bad_alloc&) {
@@ -143,8 +139,8 @@ class CBufferQueue {
   }
 
   void Release() {
-    freeQueue.buffers.clear();
-    dataQueue.buffers.clear();
+    freeQueue.clear();
+    dataQueue.clear();
     for (T buffer : allBuffers) {
       DestroyBuffer(buffer);
     }
@@ -154,8 +150,8 @@ class CBufferQueue {
   // Written under both mutexes, read under either. Where both are taken, freeMutex comes first.
   bool stopped = true;
   std::vector<T> allBuffers;  // the owner; the queues borrow
-  Queue freeQueue;
-  Queue dataQueue;
+  Buffers freeQueue;
+  Buffers dataQueue;
   std::mutex freeMutex;
   std::condition_variable freeCond;
   std::mutex dataMutex;

@@ -189,7 +189,7 @@ void CameraOperator::StopGraph() {
 void CameraOperator::StopCapture() {
   m_frameBufQueue.Stop();
   StopEncodeThread();
-  m_frameBufQueue.Uninit();
+  FreePool();
   m_mediaControl.Reset();
   m_mediaEvent.Reset();
   m_isOpened = false;

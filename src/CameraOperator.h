@@ -129,6 +129,8 @@ class CameraOperator {
   // Counts a buffer that leaves circulation until the pool is torn down.
   void LoseBuffer();
   bool AreAllBuffersLost() const;
+  // Frees the stopped pool, once nobody copies into it.
+  void FreePool();
 
   std::string m_cameraId;  // guarded by m_cameraIdMutex once the encoder thread runs
   bool m_isOpened = false;
@@ -154,4 +156,8 @@ class CameraOperator {
   std::atomic<std::uint32_t> m_lostBuffers = 0;
   // Set while a thread waits for the graph to stop.
   std::atomic<bool> m_stoppingGraph = false;
+  // Frames on their way into the pool, and a bar to more of them while the pool is freed: not every graph has
+  // stopped calling when it says that it has stopped.
+  std::atomic<std::uint32_t> m_framesUnderWay = 0;
+  std::atomic<bool> m_freeingPool = false;
 };

@@ -134,10 +134,13 @@ std::string CameraOperator::GetMonikerDisplayName(const ComPtr<IMoniker>& monike
     return {};
   }
   LPOLESTR text = nullptr;
-  if (moniker->GetDisplayName(context.Get(), nullptr, &text) != S_OK || text == nullptr) {
+  const HRESULT hr = moniker->GetDisplayName(context.Get(), nullptr, &text);
+  // With S_FALSE the text is not used, but it has been handed out.
+  const std::unique_ptr<WCHAR, FreeWithAllocator> owner(hr >= 0 ? text : nullptr,
+                                                        FreeWithAllocator{allocator.Get()});
+  if (hr != S_OK || text == nullptr) {
     return {};
   }
-  const std::unique_ptr<WCHAR, FreeWithAllocator> owner(text, FreeWithAllocator{allocator.Get()});
   return ToUtf8(text);
 }
 

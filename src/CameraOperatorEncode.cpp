@@ -28,6 +28,18 @@ class BorrowedFrame {
   VideoFrame* m_frame;
 };
 
+// Counts a frame for as long as it is on its way.
+class FrameUnderWay {
+ public:
+  explicit FrameUnderWay(std::atomic<std::uint32_t>& count) : m_count(count) { ++m_count; }
+  FrameUnderWay(const FrameUnderWay&) = delete;
+  FrameUnderWay& operator=(const FrameUnderWay&) = delete;
+  ~FrameUnderWay() { --m_count; }
+
+ private:
+  std::atomic<std::uint32_t>& m_count;
+};
+
 bool IsReady(VideoEncoder& encoder, const VideoEncoder::EncodeParam& param) noexcept {
   try {
     return encoder.Initialize(param);
@@ -119,6 +131,10 @@ void CameraOperator::PushFrame(const std::uint8_t* bytes, std::int32_t length) {
   if (bytes == nullptr || length <= 0) {
     return;
   }
+  const FrameUnderWay underWay(m_framesUnderWay);
+  if (m_freeingPool) {
+    return;
+  }
   VideoFrame* const frame = m_frameBufQueue.GetFreeBuffer();
   if (frame == nullptr) {
     return;
@@ -129,6 +145,16 @@ void CameraOperator::PushFrame(const std::uint8_t* bytes, std::int32_t length) {
     return;
   }
   m_frameBufQueue.PutDataBuffer(frame);
+}
+
+void CameraOperator::FreePool() {
+  // Whichever of this and a frame comes second sees what the other wrote. In a stopped queue no frame waits.
+  m_freeingPool = true;
+  while (m_framesUnderWay != 0) {
+    std::this_thread::yield();
+  }
+  m_frameBufQueue.Uninit();
+  m_freeingPool = false;
 }
 
 bool CameraOperator::AreAllBuffersLost() const { return m_lostBuffers >= kFrameBuffers; }

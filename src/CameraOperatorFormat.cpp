@@ -25,6 +25,11 @@ bool CameraOperator::SetCameraFormat(IPin* outputPin, std::uint32_t width, std::
   hr = config->GetFormat(&mediaType);
   if (hr != S_OK || mediaType == nullptr) {
     OPERATOR_LOG(ERROR_LOG_LEVEL, __LINE__, L"fail to get camera parameter, error: ", hr);
+    // With S_FALSE a type is not used, but it has been handed out.
+    if (hr >= 0 && mediaType != nullptr) {
+      FreeMediaTypeContents(*mediaType);
+      CoTaskMemFree(mediaType);
+    }
     return false;
   }
   mediaType->subtype = subType;

@@ -144,6 +144,7 @@ class SampleGrabber : public Filter {
         }
         settings.callback = static_cast<ISampleGrabberCB*>(found);
         settings.method = whichMethod;
+        Platform::Get().NoteGrabberCallback(settings.callback);
       }
       return answer.hr;
     }
@@ -211,7 +212,7 @@ HRESULT STDMETHODCALLTYPE FilterPin::SetFormat(AM_MEDIA_TYPE* type) {
   if (std::memcmp(&wanted, &header, sizeof(header)) != 0 || !IsEqualGUID(type->majortype, MEDIATYPE_Video) ||
       !IsEqualGUID(type->formattype, FORMAT_VideoInfo) || type->bFixedSizeSamples != TRUE ||
       type->bTemporalCompression != TRUE || type->lSampleSize != kSampleSize ||
-      type->cbFormat != CurrentFormat().formatSize) {
+      type->cbFormat != CurrentFormat().SizeField()) {
     Platform::Get().NoteMisuse("SetFormat changes more than size, interval and subtype");
   }
   return Platform::Get()

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <utility>
 
 namespace scripted {
 namespace {
@@ -167,12 +168,7 @@ GraphStream::GraphStream(ISampleGrabberCB* callback, bool oneShot, Streaming str
   }
 }
 
-GraphStream::~GraphStream() {
-  Stop();
-  if (m_callback != nullptr) {
-    m_callback->Release();
-  }
-}
+GraphStream::~GraphStream() { Stop(); }
 
 void GraphStream::Start() {
   if (m_streaming.live) {
@@ -201,15 +197,17 @@ void GraphStream::Run() {
 }
 
 bool GraphStream::Deliver(const std::uint8_t* bytes, LONG length) {
+  ISampleGrabberCB* callback = nullptr;
   {
     const std::lock_guard lock(m_mutex);
     if (m_stopped || m_callback == nullptr) {
       return false;
     }
+    callback = m_callback;
     ++m_inCallback;
   }
   constexpr double kNoTime = 0.0;
-  if (m_callback->BufferCB(kNoTime, const_cast<BYTE*>(bytes), length) != S_OK) {
+  if (callback->BufferCB(kNoTime, const_cast<BYTE*>(bytes), length) != S_OK) {
     Platform::Get().NoteMisuse("BufferCB answers something else than S_OK");
   }
   const std::lock_guard lock(m_mutex);
@@ -232,6 +230,14 @@ void GraphStream::Stop() {
   }
   if (m_thread.joinable()) {
     m_thread.join();
+  }
+  ISampleGrabberCB* released = nullptr;
+  {
+    const std::lock_guard lock(m_mutex);
+    released = std::exchange(m_callback, nullptr);
+  }
+  if (released != nullptr) {
+    released->Release();
   }
 }
 

@@ -21,7 +21,8 @@ class GraphStream {
 
   // Starts the live stream, if that is what was asked for.
   void Start();
-  // Returns after the last callback has returned, which may take as long as that waits.
+  // Returns after the last callback has returned, which may take as long as that waits. The callback object
+  // is let go: whoever has delivered a frame may still be on the way out when the library has gone.
   void Stop();
   // Delivers one frame on the calling thread. False when the stream has no callback or has stopped.
   bool Deliver(const std::uint8_t* bytes, LONG length);
@@ -33,7 +34,7 @@ class GraphStream {
  private:
   void Run();
 
-  ISampleGrabberCB* const m_callback;
+  ISampleGrabberCB* m_callback;
   const bool m_oneShot;
   const Streaming m_streaming;
   std::mutex m_mutex;

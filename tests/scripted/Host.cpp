@@ -59,6 +59,7 @@ SCRIPTED_EXPORT void* AllocatePlatformBlock(std::size_t size) {
 }
 
 SCRIPTED_EXPORT void FreePlatformBlock(void* block) {
+  Platform::Get().RunBefore("FreePlatformBlock");
   if (block != nullptr && !Platform::Get().Gone(block)) {
     Platform::Get().NoteMisuse("a block of the platform's is freed twice");
     return;

@@ -1,6 +1,7 @@
 // The PC that the scripted platform presents: its USB devices and capture devices, as a test describes it.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,10 +17,13 @@ struct MediaType {
   LONG height = 480;
   REFERENCE_TIME interval = 333333;  // 100 ns units
   GUID formatType = FORMAT_VideoInfo;
-  ULONG formatSize = sizeof(VIDEOINFOHEADER);  // cbFormat
+  ULONG formatSize = sizeof(VIDEOINFOHEADER);  // bytes of the format block
+  std::optional<ULONG> claimedSize;            // cbFormat, where it is a lie
   bool hasFormat = true;                       // false: pbFormat is null
   bool isNull = false;                         // true: S_OK with a null media type
   bool hasUnknown = false;                     // true: pUnk holds an object
+
+  ULONG SizeField() const { return claimedSize.value_or(formatSize); }
 };
 
 inline MediaType OfSubType(const GUID& subType, LONG width, LONG height, int fps) {

@@ -29,6 +29,7 @@ void Platform::Reset(Pc pc) {
   m_encoded.clear();
   m_encodeParam = {};
   m_stream = nullptr;
+  m_grabberCallback = nullptr;
   m_delivered = 0;
 }
 
@@ -85,6 +86,11 @@ bool Platform::DeliverFrame(const std::uint8_t* bytes, LONG length) {
 
 bool Platform::DeliverFrame(const std::vector<std::uint8_t>& frame) {
   return DeliverFrame(frame.data(), static_cast<LONG>(frame.size()));
+}
+
+ISampleGrabberCB* Platform::GrabberCallback() const {
+  const std::lock_guard lock(m_mutex);
+  return m_grabberCallback;
 }
 
 std::uint64_t Platform::DeliveredFrames() const {
@@ -299,6 +305,11 @@ bool Platform::Gone(const void* thing) {
 void Platform::SetRunningStream(std::shared_ptr<GraphStream> stream) {
   const std::lock_guard lock(m_mutex);
   m_stream = std::move(stream);
+}
+
+void Platform::NoteGrabberCallback(ISampleGrabberCB* callback) {
+  const std::lock_guard lock(m_mutex);
+  m_grabberCallback = callback;
 }
 
 void Platform::CountDelivered() {

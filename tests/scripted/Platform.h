@@ -84,6 +84,9 @@ class SCRIPTED_EXPORT Platform {
   // grabber has no callback.
   bool DeliverFrame(const std::uint8_t* bytes, LONG length);
   bool DeliverFrame(const std::vector<std::uint8_t>& frame);
+  // The callback object that a grabber was given last, for graphs that call it when they should not; null
+  // before the first. Without a reference: it is the library's while that is loaded.
+  ISampleGrabberCB* GrabberCallback() const;
   // Frames that the live stream has delivered since Reset.
   std::uint64_t DeliveredFrames() const;
   // Frames whose callback has not returned.
@@ -136,6 +139,7 @@ class SCRIPTED_EXPORT Platform {
   bool Gone(const void* thing);
 
   void SetRunningStream(std::shared_ptr<GraphStream> stream);
+  void NoteGrabberCallback(ISampleGrabberCB* callback);
   void CountDelivered();
 
  private:
@@ -176,6 +180,7 @@ class SCRIPTED_EXPORT Platform {
   std::vector<std::vector<std::uint8_t>> m_encoded;
   VideoEncoder::EncodeParam m_encodeParam{};
   std::shared_ptr<GraphStream> m_stream;
+  ISampleGrabberCB* m_grabberCallback = nullptr;
   std::uint64_t m_delivered = 0;
 };
 

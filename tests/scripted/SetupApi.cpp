@@ -106,9 +106,13 @@ SCRIPTED_EXPORT CONFIGRET WINAPI CM_Get_DevNode_Status(ULONG* status, ULONG* pro
   const auto answer = Platform::Get().Enter("CM_Get_DevNode_Status",
                                             std::to_string(device - kDevices) + ", " + std::to_string(flags));
   *problem = 0;
+  const auto devices = UsbDevices();
+  if (device < kDevices || device - kDevices >= devices.size()) {
+    return CR_NO_SUCH_DEVNODE;
+  }
   // Success with null: the call answers success and writes nothing, as some systems do. A failure may write.
   if (!answer.null) {
-    *status = UsbDevices().at(device - kDevices).status;
+    *status = devices[device - kDevices].status;
   }
   return static_cast<CONFIGRET>(answer.hr);
 }

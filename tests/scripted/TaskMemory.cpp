@@ -65,7 +65,7 @@ AM_MEDIA_TYPE* MakeMediaType(const MediaType& type, const std::string& label) {
   made->bFixedSizeSamples = TRUE;
   made->bTemporalCompression = TRUE;
   made->lSampleSize = 19;
-  made->cbFormat = type.formatSize;
+  made->cbFormat = type.SizeField();
   if (type.hasFormat) {
     made->pbFormat = static_cast<BYTE*>(AllocateTaskMemory(type.formatSize, label + " format block"));
     std::memset(made->pbFormat, 0, type.formatSize);

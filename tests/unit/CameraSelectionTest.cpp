@@ -189,8 +189,9 @@ TEST_F(CameraSelection, DeviceWhoseNameCannotBeHadIsSkipped) {
       // The second device is the built-in one.
       platform.AnswersNth(operation, 2, answer);
       EXPECT_EQ(camera->CameraCount(), 0U) << operation;
-      EXPECT_EQ(platform.CallCount("IMalloc::Free"), freed + 1) << operation;
-      platform.DisposeOf("display name");
+      // Text that comes with S_FALSE is not used, but given back.
+      const bool isHandedOut = answer.hr == S_FALSE && operation == std::string("IMoniker::GetDisplayName");
+      EXPECT_EQ(platform.CallCount("IMalloc::Free"), freed + (isHandedOut ? 2 : 1)) << operation;
     }
   }
   EXPECT_THAT(LogLines(), IsEmpty());

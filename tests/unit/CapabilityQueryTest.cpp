@@ -3,6 +3,7 @@
 #include <cstring>
 #include <utility>
 
+#include "Allocation.h"
 #include "CameraHandlerTest.h"
 
 namespace {
@@ -109,11 +110,13 @@ TEST_F(CapabilityQuery, ActionIsReportedBetweenItsTwoLines) {
 
 TEST_F(CapabilityQuery, FailingActionCallbackIsLoggedAndChangesNothing) {
   platform.SetPc({{}, {PlugInCamera()}});
-  host.AnswerAction(55);
-  EXPECT_EQ(Query(), -1000);
-  EXPECT_THAT(LogLines(), Contains(ErrorLine(795,
-                                             "[CameraOperator]fail to update service action, error: 55"
-                                             "(CameraOperator::UpdateServiceActionToNuveq)")));
+  for (const int answer : {55, -55}) {
+    host.AnswerAction(answer);
+    EXPECT_EQ(Query(), -1000);
+    EXPECT_THAT(LogLines(), Contains(ErrorLine(795, "[CameraOperator]fail to update service action, error: " +
+                                                        std::to_string(answer) +
+                                                        "(CameraOperator::UpdateServiceActionToNuveq)")));
+  }
 }
 
 TEST_F(CapabilityQuery, NullArgumentsAreRefused) {
@@ -236,6 +239,33 @@ TEST_F(CapabilityQuery, EveryRecordOfAnArrayIsReleasedWithWhatItHas) {
   EXPECT_EQ(platform.Alive().size(), 6U);
   handler.ReleaseCapability(0, records, 3);
   EXPECT_THAT(platform.Alive(), IsEmpty());
+}
+
+TEST_F(CapabilityQuery, NoMoreRecordsAreReleasedThanTheCountSays) {
+  auto* const records = Block<NUVEQCameraCapabilities>(platform, 2);
+  records[0].id = Block<char>(platform, 64);
+  char* const kept = Block<char>(platform, 64);
+  records[1].id = kept;
+  handler.ReleaseCapability(0, records, 1);
+  EXPECT_EQ(platform.Alive().size(), 1U);
+  FreePlatformBlock(kept);
+}
+
+TEST_F(CapabilityQuery, RecordsPointAtNothingThatHasBeenReleased) {
+  ASSERT_EQ(Query(), 0);
+  NUVEQCameraCapabilities* const records = std::exchange(capabilities, nullptr);
+  NUVEQCameraCapabilities lastRecord = *records;
+  NUVEQCameraAbility lastAbility = *records->abilities;
+  // Before each block goes: the ability goes after what it has, the record last.
+  platform.Before("FreePlatformBlock", [&] {
+    lastRecord = *records;
+    lastAbility = records->abilities != nullptr ? *records->abilities : lastAbility;
+  });
+  handler.ReleaseCapability(0, records, 1);
+  EXPECT_EQ(lastAbility.fpsRanges, nullptr);
+  EXPECT_EQ(lastAbility.resolutions, nullptr);
+  EXPECT_EQ(lastRecord.id, nullptr);
+  EXPECT_EQ(lastRecord.abilities, nullptr);
 }
 
 }  // namespace

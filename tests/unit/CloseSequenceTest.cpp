@@ -160,6 +160,17 @@ TEST_F(StoppingGraph, StillTakesFramesWhenOneBufferIsLeft) {
   EXPECT_EQ(host.PacketCount(), 1U);
 }
 
+TEST_F(StoppingGraph, StillTakesFramesWhenABufferIsLostMeanwhile) {
+  QueryAndOpen();
+  platform.Before("IMediaControl::Stop", [&] {
+    EXPECT_TRUE(platform.DeliverFrame(Frame(kFrameSize + 1, 1)));
+    EXPECT_TRUE(platform.DeliverFrame(Frame(kFrameSize, 2)));
+    EXPECT_TRUE(host.WaitForPackets(1));
+  });
+  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(host.PacketCount(), 1U);
+}
+
 TEST_F(StoppingGraph, HasAWholePoolAgainAfterEveryBufferWasLost) {
   OpenAndLoseEveryBuffer();
   EXPECT_EQ(Close(), 1);

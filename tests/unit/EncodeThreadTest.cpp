@@ -67,6 +67,29 @@ TEST_F(EncodeThread, CallbackErrorIsLoggedOncePerPacketAndTheLoopGoesOn) {
   EXPECT_EQ(host.PacketCount(), 6U) << "no packet is sent twice";
 }
 
+TEST_F(EncodeThread, NegativeAnswerOfTheCallbackIsAnErrorToo) {
+  QueryAndOpen();
+  platform.ClearJournal();
+  host.AnswerData(-7);
+  DeliverAndReceive(1);
+  ASSERT_TRUE(WaitUntil([&] { return platform.Logs().size() == 1; }));
+  EXPECT_THAT(LogLines(), ElementsAre(ErrorLine(1156, kSendError + "-7" + kInEncodeH264)));
+  EXPECT_EQ(Close(), 1);
+}
+
+// Systems give the number of a thread that has ended to the next one.
+TEST_F(EncodeThread, NoLaterThreadIsTakenForIt) {
+  QueryAndOpen();
+  EXPECT_EQ(Close(), 1);
+  // Open cameras without an encoder thread, which would be known by its own number.
+  platform.Answers("IMediaControl::Run", Fails());
+  for (int round = 0; round < 8; ++round) {
+    EXPECT_EQ(Open(), -1001);
+    ExpectFormatLeft();
+    std::thread([&] { EXPECT_EQ(Close(), 1); }).join();
+  }
+}
+
 TEST_F(EncodeThread, PacketIsDestroyedAfterItsCallback) {
   QueryAndOpen();
   platform.ClearJournal();
@@ -204,6 +227,7 @@ TEST_F(EncoderSetUp, EncoderThatIsReplacedIsReleased) {
   EXPECT_TRUE(camera->InitVideoEncoder(Param()));
   EXPECT_THAT(platform.Alive(), Contains("encoder").Times(1));
   EXPECT_EQ(platform.Calls().at(2), "VideoEncoder::ReleaseEncoder()");
+  EXPECT_EQ(platform.CallCount("HoldModule"), 1U) << "it is let go once";
 }
 
 TEST_F(EncoderSetUp, RefusingEncoderLeavesTheOneBeforeInItsPlace) {

@@ -123,15 +123,23 @@ TEST_F(Format, RefusedFormatLeavesOnlyTheStructure) {
   EXPECT_THAT(platform.Alive(), Not(Contains("current media type format block")));
 }
 
+TEST_F(Format, CurrentFormatThatComesWithAnotherSuccessIsGivenBackUnused) {
+  MediaType type = Yuy2(640, 480, 30);
+  type.hasUnknown = true;
+  const ComPtr<IPin> pin = OutputPin(type);
+  platform.Answers("IAMStreamConfig::GetFormat", scripted::SFalse());
+  EXPECT_FALSE(camera->SetCameraFormat(pin.Get(), 640, 480, 30, MEDIASUBTYPE_YUY2));
+  EXPECT_THAT(LogLines(), ElementsAre(ErrorLine("[CameraOperator]fail to get camera parameter, error: 1"
+                                                "(CameraOperator::SetCameraFormat)")));
+}
+
 TEST_F(Format, CurrentFormatThatComesWithAFailureIsNotLookedAt) {
   // Whoever answers a failure and hands out a type all the same keeps the loss.
   ExpectLeft("current media type");
   ExpectLeft("current media type format block");
   const ComPtr<IPin> pin = OutputPin(Yuy2(640, 480, 30));
-  platform.Answers("IAMStreamConfig::GetFormat", scripted::SFalse());
+  platform.Answers("IAMStreamConfig::GetFormat", scripted::Answer{E_FAIL, false});
   EXPECT_FALSE(camera->SetCameraFormat(pin.Get(), 640, 480, 30, MEDIASUBTYPE_YUY2));
-  EXPECT_THAT(LogLines(), ElementsAre(ErrorLine("[CameraOperator]fail to get camera parameter, error: 1"
-                                                "(CameraOperator::SetCameraFormat)")));
 }
 
 TEST_F(Format, GrabberAsksForArgb32WhereTheSizeComesAsMjpg) {

@@ -192,6 +192,13 @@ class PushedFrames : public CameraOperatorTest {
   void Push(std::size_t size, std::uint8_t value) {
     camera->PushFrame(Frame(size, value).data(), static_cast<std::int32_t>(size));
   }
+  // A stopped queue takes nothing.
+  bool IsQueueRunning() {
+    VideoFrame frame;
+    Access::Queue(*camera).PutDataBuffer(&frame);
+    Access::Queue(*camera).Stop();
+    return Access::Queue(*camera).GetDataBuffer() == &frame;
+  }
   // Stops the queue and counts what it still hands out.
   int CountAfterStop(VideoFrame* (FrameBufQueue::*get)()) {
     Access::Queue(*camera).Stop();
@@ -208,6 +215,25 @@ TEST_F(PushedFrames, OversizeFrameIsNotQueuedAndCostsThePoolABuffer) {
   Push(kSize + 1, 2);
   EXPECT_EQ(CountAfterStop(&FrameBufQueue::GetFreeBuffer), 3);
   EXPECT_EQ(CountAfterStop(&FrameBufQueue::GetDataBuffer), 1);
+}
+
+TEST_F(PushedFrames, LosingTheLastBufferDoesNotStopTheQueue) {
+  for (int i = 0; i < 5; ++i) {
+    Push(kSize + 1, 1);
+  }
+  EXPECT_TRUE(IsQueueRunning());
+}
+
+TEST_F(PushedFrames, LosingTheLastBufferDoesNotStopTheQueueAfterAnEarlierGraphWasStopped) {
+  ExpectLeft("current media type");
+  ASSERT_EQ(camera->CameraCount(), 1U);
+  ASSERT_TRUE(camera->OpenCamera(0, 640, 480, 30, MEDIASUBTYPE_YUY2));
+  ASSERT_TRUE(camera->CloseCameraInner("0", 1));
+  ASSERT_TRUE(camera->InitVideoEncoder(Param()));
+  for (int i = 0; i < 5; ++i) {
+    Push(kSize + 1, 1);
+  }
+  EXPECT_TRUE(IsQueueRunning());
 }
 
 TEST_F(PushedFrames, OversizeFrameClearsTheBuffer) {
