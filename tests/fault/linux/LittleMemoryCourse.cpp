@@ -1,0 +1,142 @@
+#include "LittleMemoryCourse.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+
+#include "PlatformTest.h"
+
+namespace {
+
+constexpr unsigned kBuffers = 5;
+
+const std::string kPacketDone = "AVEncodePacket::~AVEncodePacket";
+
+// What the file is called up to its first dot.
+std::string LibraryName() {
+  const std::string file = NUVEQ_LIBRARY_FILE;
+  return file.substr(0, file.find('.'));
+}
+
+}  // namespace
+
+LittleMemoryCourse::LittleMemoryCourse(Faults& faults)
+    : PlayedCourse(faults, {}),
+      m_allocations(FailingAllocations::InLibraries({LibraryName()})),
+      m_faults(faults) {}
+
+void LittleMemoryCourse::BeginToFail(std::uint64_t number, Persistence persistence) {
+  m_number = number;
+  m_persistence = persistence;
+  if (IsLoaded()) {
+    m_allocations.FailNth(m_number, m_persistence);
+  }
+}
+
+void LittleMemoryCourse::FailNothing() {
+  m_number = 0;
+  m_allocations.FailNothing();
+}
+
+void LittleMemoryCourse::Load() {
+  LoadTheLibrary();
+  if (m_number != 0) {
+    m_allocations.FailNth(m_number, m_persistence);
+  }
+  const int result = RegisterCallbacks();
+  m_isRegistered = result == 0;
+  if (!HasFailed()) {
+    EXPECT_EQ(result, 0);
+  } else if (!m_isRegistered) {
+    EXPECT_EQ(result, -2);
+  }
+}
+
+bool LittleMemoryCourse::IsCameraOpen() const {
+  const std::vector<std::string> trace = Trace();
+  return IsLoaded() && LatestResult("close") == kNotCalled &&
+         std::find(trace.begin(), trace.end(), "open answers 0") != trace.end();
+}
+
+void LittleMemoryCourse::RecoverFromAnything() {
+  if (IsLoaded()) {
+    Release();
+    Close();
+  } else {
+    Load();
+  }
+  if (!m_isRegistered) {
+    EXPECT_EQ(RegisterCallbacks(), 0);
+  }
+  Query();
+  EXPECT_EQ(LatestResult("query"), 0);
+  Release();
+  const std::uint64_t packets = HostCallbacks::Get().PacketCount();
+  Open();
+  EXPECT_EQ(LatestResult("open"), 0);
+  DeliverFrames(1);
+  EXPECT_EQ(HostCallbacks::Get().PacketCount(), packets + 1);
+  Close();
+  EXPECT_EQ(LatestResult("close"), 1);
+  Unload();
+}
+
+void LittleMemoryCourse::DeliverFrames(unsigned count) {
+  if (LatestResult("open") != 0) {
+    // Nobody takes them out of the pool, if they get there at all.
+    for (unsigned i = 0; i < kBuffers; ++i) {
+      scripted::Platform::Get().DeliverFrame(SmallFrame());
+    }
+    return;
+  }
+  for (unsigned i = 0; i < count; ++i) {
+    const std::uint64_t packets = m_faults.Calls(kPacketDone);
+    const std::uint64_t failures = m_allocations.Failures();
+    ASSERT_TRUE(scripted::Platform::Get().DeliverFrame(SmallFrame()));
+    ++m_deliveredFrames;
+    ASSERT_TRUE(WaitUntil(
+        [&] { return m_faults.Calls(kPacketDone) > packets || m_allocations.Failures() != failures; }));
+  }
+}
+
+void LittleMemoryCourse::ExpectWholePool() const {
+  WaitForRest();
+  Gate gate;
+  HostCallbacks::Get().InData([&](const Packet&) { EXPECT_TRUE(gate.Wait()); });
+  // One frame is given back before its packet is sent; then there is room for as many as there are buffers.
+  std::atomic<unsigned> delivered = 0;
+  std::thread camera([&] {
+    while (delivered < kBuffers + 1) {
+      EXPECT_TRUE(scripted::Platform::Get().DeliverFrame(SmallFrame()));
+      ++delivered;
+    }
+  });
+  EXPECT_TRUE(WaitUntil([&] { return delivered == kBuffers + 1; })) << "a buffer has not come back";
+  gate.Open();
+  camera.join();
+  WaitForRest();
+}
+
+void LittleMemoryCourse::WaitForRest() const {
+  constexpr std::uint8_t kMark = 2;
+  std::atomic<bool> hasCome = false;
+  HostCallbacks::Get().InData([&](const Packet& packet) { hasCome = packet.bytes.front() == kMark; });
+  // The frames before it are through when it is.
+  EXPECT_TRUE(scripted::Platform::Get().DeliverFrame(Frame(SmallFrame().size(), kMark)));
+  EXPECT_TRUE(WaitUntil([&] {
+    return hasCome && m_faults.Calls("AVEncodePacket::AVEncodePacket") == m_faults.Calls(kPacketDone);
+  }));
+  HostCallbacks::Get().InData(nullptr);
+}
+
+int LittleMemoryCourse::LatestResult(const std::string& function) const {
+  const std::string prefix = function + " answers ";
+  int result = kNotCalled;
+  for (const std::string& event : Trace()) {
+    if (event.starts_with(prefix)) {
+      result = std::stoi(event.substr(prefix.size()));
+    }
+  }
+  return result;
+}
