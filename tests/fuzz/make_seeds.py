@@ -1,0 +1,237 @@
+#!/usr/bin/env python3
+"""Writes the fuzz programs' seeds: inputs that mean something, from which the fuzzer starts.
+
+usage: make_seeds.py
+
+Writes corpus/ beside this file. The layouts are those that the fuzz programs read; all numbers are little-endian.
+"""
+import pathlib
+import struct
+
+from tiny_jpeg import jpeg
+
+CORPUS = pathlib.Path(__file__).resolve().parent / "corpus"
+
+
+def save(program, name, content):
+    (CORPUS / program).mkdir(parents=True, exist_ok=True)
+    (CORPUS / program / name).write_bytes(content)
+
+
+# --- Media types: flags (1: a raw format block first, 2: open in the end), then pins and types ---
+
+YUY2, MJPG, ARGB32, NO_SUBTYPE = range(4)
+SIDES = {640: 0, 480: 1, 16: 2, 32: 3, 1280: 4, 720: 5, 0: 6, -480: 7, 1: 8, 3: 9, 2**31 - 1: 10, -2**31: 11}
+INTERVALS = {333333: 0, 166666: 1, 0: 2, 1: 3, -1: 4, 400000: 5, 10000000: 6, 10000001: 7, 2**63 - 1: 8, -2**63: 9}
+WHOLE_BLOCK = 0
+NEW_PIN, NULL_PIN, INPUT_PIN = b"\xff", b"\xfe", b"\xfd"
+
+
+def side(value):
+    return bytes([SIDES[value]]) if value in SIDES else b"\xff" + struct.pack("<i", value)
+
+
+def interval(value):
+    return bytes([INTERVALS[value]]) if value in INTERVALS else b"\xff" + struct.pack("<q", value)
+
+
+def media_type(subtype, width, height, time, block=WHOLE_BLOCK, flags=0, format_type=b""):
+    """flags: 1 no block, 2 an object besides, 4 null, 8 the format type follows."""
+    return (bytes([0, flags, subtype]) + side(width) + side(height) + interval(time) + bytes([block]) + format_type)
+
+
+def block_of(size):
+    """The selecting byte of a cbFormat, where it is not that of a whole block."""
+    return 0x80 + size if size < 0x40 else size - 88 + 0xC8
+
+
+def raw_block(width, height, time, size=88):
+    block = struct.pack("<4i4iIIq", 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, time)
+    block += struct.pack("<IiiHHIIiiII", 40, width, height, 1, 16, 0, 0, 0, 0, 0, 0)
+    block = block.ljust(size, b"\0")[:size]
+    return bytes([len(block)]) + block + bytes([YUY2, 0])
+
+
+def save_media_types():
+    laptop = media_type(YUY2, 640, 480, 333333) + media_type(MJPG, 1280, 720, 333333)
+    save("media_types", "laptop", b"\0" + laptop)
+    save("media_types", "opened", b"\2" + media_type(MJPG, 16, 32, 166666) + media_type(YUY2, 16, 32, 333333))
+    save("media_types", "raw_block", b"\1" + raw_block(640, -480, 333333) + laptop)
+    save("media_types", "raw_block_too_short", b"\1" + raw_block(640, 480, 333333, 87) + laptop)
+    save("media_types", "raw_block_too_long", b"\1" + raw_block(640, 480, 0, 120))
+    save("media_types", "blocks_of_other_sizes", b"\0" + b"".join(
+        media_type(YUY2, 640, 480, 333333, block_of(size)) for size in (0, 1, 40, 80, 87, 89, 120)))
+    save("media_types", "no_blocks", b"\0" + b"".join(
+        media_type(YUY2, 640, 480, 333333, flags=flags) for flags in (1, 2, 3, 4, 7)) + laptop)
+    save("media_types", "other_format_type", b"\2" + media_type(YUY2, 640, 480, 1, flags=8, format_type=bytes(16)))
+    save("media_types", "extremes", b"\0" + b"".join(
+        media_type(NO_SUBTYPE, a, b, time) for a, b, time in
+        ((2**31 - 1, -2**31, 2**63 - 1), (0, 0, -2**63), (-480, 1, -1), (1, 3, 1), (640, 480, 10000001))))
+    save("media_types", "orders_that_go_round", b"\0" + b"".join(
+        media_type(YUY2, a, b, 400000) for a, b in ((1280, 480), (640, 720), (1280, 16), (16, 720), (640, 480), (640, 720))))
+    save("media_types", "pins", b"\2" + laptop + NULL_PIN + NEW_PIN + media_type(YUY2, 16, 16, 400000) + INPUT_PIN)
+    save("media_types", "sizes_of_its_own", b"\2" + media_type(YUY2, 48, 20, 123456) + media_type(MJPG, 48, 20, 654321))
+
+
+# --- Sessions: the PC, then steps ---
+
+QUERY, OPEN, CLOSE, DELIVER, LATE, DATA_CALLBACK, LISTENER, FAULT, ENCODING, STREAM, HOST, ANOTHER_PC, RELOAD, BAD_CALLS, RELEASE = (
+    0, 1, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15)
+S16, S32, S64, S_EMPTY, S_NEGATIVE, S_GREAT, S_ODD, S_ONE = range(8)
+ID_0, ID_NONE, ID_00, ID_1, ID_0X, ID_MINUS, ID_LONG, ID_SPACE = range(8)
+WHOLE, SHORT, ONE_BYTE, NO_BYTES, NEGATIVE, TOO_LONG, GREATEST, NO_DATA = range(8)
+FAIL, FALSE, NULL, NO_MEMORY, WRONG_STATE, THROW = range(6)
+
+
+def pc(types=((S16, 0, 0), (S64, 1, 0)), flags=0, camera_flags=0, more=b""):
+    """Types: size, 0 for YUY2 or 1 for MJPG, rate."""
+    return bytes([flags, camera_flags, len(types)]) + b"".join(map(bytes, types)) + more
+
+
+def opening(size=S16, camera_id=ID_0, fps=30):
+    return bytes([OPEN, size, camera_id, fps])
+
+
+def stream(*frames):
+    return bytes([STREAM, len(frames), *frames])
+
+
+def fault(call, kind):
+    """The call of that number from now, from 1."""
+    return bytes([FAULT, call - 1, kind])
+
+
+def frame(kind):
+    return bytes([DELIVER, kind])
+
+
+def save_sessions():
+    ready = bytes([DATA_CALLBACK, 0, LISTENER, 0, QUERY, RELEASE])
+    save("session", "plain", pc() + ready + opening() + frame(WHOLE) + frame(SHORT) + bytes([CLOSE]))
+    save("session", "mjpg", pc() + ready + opening(S64) + frame(WHOLE) * 3 + bytes([CLOSE]))
+    save("session", "opened_twice", pc() + ready + opening() + opening(S32, ID_00) + frame(WHOLE) + bytes([CLOSE, CLOSE])
+         + opening() + bytes([CLOSE]))
+    save("session", "all_buffers_lost", pc() + ready + opening() + frame(TOO_LONG) * 4 + frame(GREATEST) + bytes([CLOSE]))
+    save("session", "odd_frames", pc() + ready + opening(S_ODD) + b"".join(map(frame, range(8))) + bytes([CLOSE]))
+    save("session", "streaming", pc() + ready + stream(WHOLE, SHORT, WHOLE) + opening() + bytes([CLOSE]))
+    save("session", "streaming_until_starved", pc() + ready + stream(*[TOO_LONG] * 6) + opening() + bytes([CLOSE]))
+    save("session", "unloaded_while_streaming", pc() + ready + stream(WHOLE, TOO_LONG) + opening() + bytes([RELOAD, QUERY]))
+    save("session", "late_frames", pc() + bytes([LATE, WHOLE]) + ready + opening() + frame(WHOLE)
+         + bytes([CLOSE, LATE, WHOLE, LATE, TOO_LONG, RELOAD, LATE, WHOLE]))
+    save("session", "ids", pc() + b"".join(opening(S16, camera_id) + bytes([CLOSE]) for camera_id in range(8)))
+    save("session", "sizes", pc() + b"".join(opening(size) + bytes([CLOSE]) for size in range(8)))
+    save("session", "encoder_fails", pc() + ready + opening() + bytes([ENCODING, 1]) + frame(WHOLE) + bytes([ENCODING, 3])
+         + frame(WHOLE) + bytes([ENCODING, 0]) + frame(WHOLE) + bytes([CLOSE]))
+    save("session", "host_closes", pc() + ready + bytes([HOST, 8]) + opening() + frame(WHOLE) + bytes([CLOSE, HOST, 31])
+         + opening() + bytes([CLOSE]))
+    save("session", "unplugged", pc() + ready + opening() + pc_step(pc(flags=32)) + bytes([CLOSE, QUERY]) + opening()
+         + bytes([CLOSE]) + pc_step(pc()) + bytes([QUERY]) + opening() + bytes([CLOSE]))
+    save("session", "not_built_in", pc(flags=1) + ready + opening() + bytes([CLOSE]))
+    save("session", "long_child_id", pc(flags=2, more=b"\x80") + ready + opening())
+    save("session", "no_text", pc(camera_flags=8, more=b"\x7c") + ready + opening())
+    save("session", "bad_calls", pc() + bytes([BAD_CALLS, 3, 9, DATA_CALLBACK, 1, LISTENER, 3, QUERY]) + opening())
+    for call, kind in ((1, NULL), (9, FAIL), (20, FALSE), (45, FAIL)):
+        save("session", f"query_fault_{call}", pc() + ready[:4] + fault(call, kind) + bytes([QUERY, QUERY]))
+    for call, kind in ((1, THROW), (2, FALSE), (4, THROW), (6, NULL), (9, NO_MEMORY), (10, NULL), (11, FALSE), (25, FAIL),
+                       (40, NULL), (50, FALSE), (55, WRONG_STATE)):
+        save("session", f"open_fault_{call}", pc() + ready + fault(call, kind) + opening() + frame(WHOLE) + opening()
+             + bytes([CLOSE]) + opening())
+
+
+def pc_step(described):
+    return bytes([ANOTHER_PC]) + described
+
+
+# --- V4L2: 1 to list the machine's cameras, the driver's answers, and between them what is chosen ---
+
+LISTING = bytes(14)  # YUYV, then MJPEG, 64x48 at 30 and 15, from a driver that behaves
+SET_FORMAT = bytes(3)
+START = bytes(3 + 1 + 3 * 4 + 1)  # the format again, four buffers, the start
+TO_YUY2, TO_ARGB32, TO_MJPG, TO_ANY = range(4)
+
+
+def graph(number, wanted, flags=0):
+    """A media type by its number, and what the grabber asks for."""
+    return bytes([number, 0]) + SET_FORMAT + bytes([wanted, flags])
+
+
+def filled(picture=b""):
+    """poll, a buffer, its picture with its length, and the buffer given back."""
+    content = struct.pack("<H", len(picture)) + picture if picture else bytes(8)
+    return bytes(2) + content + bytes(1)
+
+
+def save_v4l2():
+    picture = jpeg(64, 48, "422")
+    plain = b"\0" + LISTING + graph(0, TO_YUY2) + START
+    mjpeg = b"\0" + LISTING + graph(2, TO_ARGB32) + START
+    save("v4l2", "yuyv", plain + filled() * 6)
+    save("v4l2", "mjpeg_to_argb", mjpeg + filled(picture) * 2)
+    save("v4l2", "mjpeg_to_yuy2", b"\0" + LISTING + graph(3, TO_YUY2, 1) + START + filled(picture))
+    save("v4l2", "mjpeg_as_it_is", b"\0" + LISTING + graph(2, TO_ANY) + START + filled(picture))
+    save("v4l2", "mjpeg_cut_off", mjpeg + filled(picture[:-40]) + filled(picture))
+    save("v4l2", "twice", b"\0" + LISTING + graph(0, TO_YUY2, 128) + START + filled() * 2)
+    save("v4l2", "listed", b"\1" + bytes(2) + bytes(2) + LISTING + graph(0, TO_YUY2) + START + filled())
+    save("v4l2", "listed_but_busy", b"\1\2\2")
+    save("v4l2", "in_use", b"\0\2")
+    # Instead of the second enumeration: any error, then a range of sizes with a range of rates.
+    save("v4l2", "lists_badly", b"\0" + bytes(6) + b"\5" + bytes(40))
+    save("v4l2", "ranges", b"\0\0\0" + b"\x40\2" + bytes([5, 6, 4, 5, 6, 4]) + b"\x40\2" + bytes([5, 0, 0]) + bytes(60))
+    # What poll and the buffers may come to: an alarm, a time-out, a failure, a lie about a buffer.
+    save("v4l2", "unplugged", plain + filled() + b"\x41\4" + bytes(8))
+    save("v4l2", "slow", plain + b"\x21" + filled() + b"\x21\x22")
+    save("v4l2", "interrupted", plain + b"\2\2" + b"\0\6\6" + bytes(9) + filled())
+    save("v4l2", "damaged", plain + b"\0\x40\0" + struct.pack("<II", 6144, 7) + b"\1" + bytes(9) + filled())
+    save("v4l2", "wrong_buffer", plain + b"\0\x40\x1f" + struct.pack("<II", 6144, 7) + bytes(9) + filled())
+    save("v4l2", "padded_lines", b"\0" + LISTING + bytes([0, 0]) + b"\x40\0\x20" + bytes(2) + bytes([TO_YUY2, 0])
+         + b"\x40\0\x20" + bytes(2 + 1 + 3 * 4 + 1) + filled() * 3)
+
+
+# --- MJPEG: flags (1: the size follows, else the picture's own; from 16: gaps between lines), a size, a picture ---
+
+def save_mjpeg():
+    whole = jpeg(64, 48, "422")
+    own = bytes(3)
+    save("mjpeg", "422", own + whole)
+    save("mjpeg", "420", own + jpeg(48, 32, "420"))
+    save("mjpeg", "444", own + jpeg(17, 13, "444"))
+    save("mjpeg", "grey", own + jpeg(16, 16, "grey"))
+    save("mjpeg", "restart_markers", own + jpeg(64, 48, "422", restart=3))
+    save("mjpeg", "without_tables", own + jpeg(64, 48, "422", tables=False))
+    save("mjpeg", "without_tables_420", own + jpeg(32, 16, "420", tables=False, restart=1))
+    save("mjpeg", "cut_off", own + whole[:-30])
+    save("mjpeg", "cut_off_in_header", own + whole[:80])
+    save("mjpeg", "without_end", own + whole[:-2])
+    save("mjpeg", "stray_bytes", own + whole[:-2] + bytes(3) + whole[-2:])
+    save("mjpeg", "rubbish_after", own + whole + b"\xa5" * 50)
+    save("mjpeg", "marker_in_the_middle", own + whole[:-25] + b"\xff\xd9" + whole[-23:])
+    save("mjpeg", "gaps", b"\x50\0\0" + jpeg(15, 3, "422"))
+    save("mjpeg", "another_size", bytes([1, 63, 55]) + whole)
+    save("mjpeg", "one_pixel", own + jpeg(1, 1, "420"))
+    save("mjpeg", "start_alone", own + b"\xff\xd8\xff")
+
+
+# --- Arguments: one word a line ---
+
+def save_arguments():
+    lines = {
+        "list": "list --json --verbose",
+        "record": "record -o a.h264 --size 1280x720 --fps=30 --seconds 10",
+        "record_mp4": "-v record -oa=b.mp4 --size=640x480",
+        "record_to_standard_output": "record -o - --seconds=0",
+        "snapshot": "snapshot --output=picture.PNG --skip 3 --size 65535x65535",
+        "simulated": "--simulated clip.mp4 list --simulated",
+        "library": "--library ./x.so snapshot",
+        "help": "record --help -h --version",
+        "numbers": "record --size 0x99999999999 --fps -1 --seconds 86401",
+        "mistakes": "fly --bogus -x -- - list list",
+        "lacks": "record --fps= --output",
+        "steers": "\x1b[2Jlist",
+        "not_text": "record -o\xff\xfe.mp4",
+    }
+    for name, line in lines.items():
+        save("arguments", name, "\n".join(line.split(" ")).encode("latin-1"))
+
+
+for save_all in (save_media_types, save_sessions, save_v4l2, save_mjpeg, save_arguments):
+    save_all()
