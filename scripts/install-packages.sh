@@ -20,7 +20,7 @@ demo=(
 )
 native=(
   "${demo[@]}" clang clang-format clang-tidy ffmpeg gcovr git libbenchmark-dev libclang-rt-14-dev libgmock-dev
-  libgtest-dev llvm mandoc python3 python3-yaml
+  libgtest-dev llvm mandoc python3 python3-yaml valgrind
 )
 windows=(
   ca-certificates cmake dpkg-dev ffmpeg g++ g++-mingw-w64-x86-64-posix googletest make nasm ninja-build python3 wine
