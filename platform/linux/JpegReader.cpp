@@ -41,6 +41,8 @@ JpegReader::JpegReader() {
   m_errors.base.emit_message = NoteWarning;
   m_errors.base.output_message = SaySilence;
   if (setjmp(m_errors.escape) != 0) {
+    // What there is of it already.
+    jpeg_destroy_decompress(&m_jpeg);
     throw std::bad_alloc();
   }
   jpeg_create_decompress(&m_jpeg);

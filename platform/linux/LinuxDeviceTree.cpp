@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <optional>
 
+#include "Sysfs.h"
 #include "SysfsUsb.h"
 #include "System.h"
 #include "V4l2Device.h"
@@ -64,13 +65,12 @@ std::string PlaceText(const fs::path& device, const fs::path& sysfsRoot) {
 std::optional<CaptureDevice> Describe(const fs::path& entry, const std::string& path,
                                       const fs::path& sysfsRoot) {
   const SysfsUsb usb(sysfsRoot);
-  std::error_code error;
-  fs::path parent = fs::canonical(entry / "device", error);
-  if (error) {
+  fs::path parent = SysfsPlaceOf(entry / "device");
+  if (parent.empty()) {
     // A node of no device: a loopback camera has only itself.
-    parent = fs::canonical(entry, error);
+    parent = SysfsPlaceOf(entry);
   }
-  if (error) {
+  if (parent.empty()) {
     return std::nullopt;
   }
   const std::string id = usb.InterfaceId(parent);
@@ -110,14 +110,12 @@ void ChooseOne(const std::vector<UsbDevice>& usbDevices, std::vector<CaptureDevi
 std::vector<CaptureDevice> LinuxDeviceTree::CaptureDevices() {
   const fs::path sysfsRoot = CurrentSystem().SysfsRoot();
   std::vector<CaptureDevice> cameras;
-  std::error_code ignored;
-  for (fs::directory_iterator entry(sysfsRoot / "class" / "video4linux", ignored), end; entry != end;
-       entry.increment(ignored)) {
-    const std::string path = (CurrentSystem().DevRoot() / entry->path().filename()).string();
-    if (!entry->path().filename().string().starts_with("video") || !IsCaptureNode(path, entry->path())) {
+  for (const fs::path& entry : SysfsEntries(sysfsRoot / "class" / "video4linux")) {
+    const std::string path = (CurrentSystem().DevRoot() / entry.filename()).string();
+    if (!entry.filename().string().starts_with("video") || !IsCaptureNode(path, entry)) {
       continue;
     }
-    if (auto camera = Describe(entry->path(), path, sysfsRoot)) {
+    if (auto camera = Describe(entry, path, sysfsRoot)) {
       cameras.push_back(std::move(*camera));
     }
   }

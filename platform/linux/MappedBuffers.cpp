@@ -3,6 +3,7 @@
 #include <sys/mman.h>
 
 #include <cerrno>
+#include <new>
 
 namespace {
 
@@ -42,12 +43,19 @@ int MappedBuffers::MapAndQueue(std::uint32_t index, std::size_t leastSize) {
   return Queue(index);
 }
 
+// What the driver has allocated would keep the device busy, so nothing may be thrown.
+bool MappedBuffers::MakeRoom(std::uint32_t count) try {
+  m_buffers.reserve(count);
+  return true;
+} catch (const std::bad_alloc&) {
+  return false;
+}
+
 int MappedBuffers::Allocate(std::uint32_t count, std::size_t leastSize) {
   Release();
   int error = Request(count);
   m_isRequested = error == 0;
-  m_buffers.reserve(error == 0 ? count : 0);
-  if (error == 0 && count == 0) {
+  if (error == 0 && (count == 0 || !MakeRoom(count))) {
     error = ENOMEM;
   }
   for (std::uint32_t index = 0; error == 0 && index < count; ++index) {

@@ -32,6 +32,7 @@ class MappedBuffers {
     std::size_t size;
   };
   int Request(std::uint32_t& count) const;
+  bool MakeRoom(std::uint32_t count);
   int MapAndQueue(std::uint32_t index, std::size_t leastSize);
 
   const V4l2Device& m_device;

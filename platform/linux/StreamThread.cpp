@@ -78,13 +78,15 @@ class StreamThread::Stream {
       ++Counters().undecodable;
       return;
     }
-    m_deadline = kNever;
     ++Counters().delivered;
     bool isComplete = false;
-    static_cast<void>(Guarded([&] {
+    const HRESULT hr = Guarded([&] {
       isComplete = m_connection->Sink().Receive(frame.time, picture.data, static_cast<LONG>(picture.size));
       return S_OK;
-    }));
+    });
+    if (hr == S_OK) {
+      m_deadline = kNever;
+    }
     if (isComplete) {
       m_completion->Complete(EC_COMPLETE);
     }

@@ -2,8 +2,9 @@
 
 #include <algorithm>
 #include <cctype>
-#include <fstream>
 #include <map>
+
+#include "Sysfs.h"
 
 namespace {
 
@@ -13,16 +14,6 @@ std::string UpperCase(std::string text) {
   std::transform(text.begin(), text.end(), text.begin(),
                  [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
   return text;
-}
-
-std::vector<fs::path> Entries(const fs::path& folder) {
-  std::vector<fs::path> entries;
-  std::error_code ignored;
-  for (fs::directory_iterator entry(folder, ignored), end; entry != end; entry.increment(ignored)) {
-    entries.push_back(entry->path());
-  }
-  std::sort(entries.begin(), entries.end());
-  return entries;
 }
 
 bool IsRootHub(const fs::path& device) { return device.filename().string().starts_with("usb"); }
@@ -41,7 +32,7 @@ fs::path RootHubOf(fs::path device) {
 std::string ControllerName(const fs::path& rootHub) {
   const fs::path controller = rootHub.parent_path();
   std::vector<long> buses;
-  for (const fs::path& entry : Entries(controller)) {
+  for (const fs::path& entry : SysfsEntries(controller)) {
     if (IsRootHub(entry)) {
       buses.push_back(std::strtol(entry.filename().c_str() + 3, nullptr, 10));
     }
@@ -78,13 +69,6 @@ std::string MakeId(const std::string& model, const std::string& function, const 
 
 }  // namespace
 
-std::string ReadSysfsLine(const fs::path& file) {
-  std::ifstream stream(file);
-  std::string line;
-  std::getline(stream, line);
-  return line;
-}
-
 std::string SysfsUsb::DeviceId(const fs::path& device) const {
   return MakeId(ModelOf(device), "", PlaceOf(device));
 }
@@ -98,7 +82,7 @@ std::string SysfsUsb::InterfaceId(const fs::path& interface) const {
 std::string SysfsUsb::FirstInterfaceId(const fs::path& device) const {
   std::string first;
   std::string firstNumber;
-  for (const fs::path& entry : Entries(device)) {
+  for (const fs::path& entry : SysfsEntries(device)) {
     const std::string number = IsInterface(entry) ? ReadSysfsLine(entry / "bInterfaceNumber") : std::string();
     // Two hexadecimal digits.
     if (!number.empty() && (firstNumber.empty() || number < firstNumber)) {
@@ -125,10 +109,9 @@ Attachment SysfsUsb::AttachmentOf(const fs::path& device) const {
 
 std::vector<UsbDevice> SysfsUsb::Devices() const {
   std::map<std::string, UsbDevice> byId;
-  for (const fs::path& entry : Entries(m_root / "bus" / "usb" / "devices")) {
-    std::error_code error;
-    const fs::path device = fs::canonical(entry, error);
-    if (error || IsInterface(device) || IsRootHub(device)) {
+  for (const fs::path& entry : SysfsEntries(m_root / "bus" / "usb" / "devices")) {
+    const fs::path device = SysfsPlaceOf(entry);
+    if (device.empty() || IsInterface(device) || IsRootHub(device)) {
       continue;
     }
     UsbDevice described;

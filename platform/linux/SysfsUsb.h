@@ -37,6 +37,3 @@ class SysfsUsb {
 
   std::filesystem::path m_root;
 };
-
-// A file's first line; empty when it cannot be read.
-std::string ReadSysfsLine(const std::filesystem::path& file);

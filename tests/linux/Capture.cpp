@@ -246,6 +246,12 @@ HRESULT CaptureGraph::AddGrabber(ISampleGrabberCB* callback, const GraphSettings
 
 HRESULT CaptureGraph::Connect() const { return builder->Connect(cameraPin.Get(), grabberPin.Get()); }
 
+HRESULT CaptureGraph::FindPins() {
+  cameraPin = FindPin(*camera.Get(), PINDIR_OUTPUT);
+  grabberPin = FindPin(*grabberFilter.Get(), PINDIR_INPUT);
+  return cameraPin && grabberPin ? S_OK : E_FAIL;
+}
+
 HRESULT CaptureGraph::Build(ISampleGrabberCB* callback, const GraphSettings& settings) {
   if (const HRESULT result = Create(); result != S_OK) {
     return result;
@@ -256,10 +262,8 @@ HRESULT CaptureGraph::Build(ISampleGrabberCB* callback, const GraphSettings& set
   if (const HRESULT result = AddGrabber(callback, settings); result != S_OK) {
     return result;
   }
-  cameraPin = FindPin(*camera.Get(), PINDIR_OUTPUT);
-  grabberPin = FindPin(*grabberFilter.Get(), PINDIR_INPUT);
-  if (!cameraPin || !grabberPin) {
-    return E_FAIL;
+  if (const HRESULT result = FindPins(); result != S_OK) {
+    return result;
   }
   if (const HRESULT result = ChangeFormat(*cameraPin.Get(), settings.cameraSubtype, settings.width,
                                           settings.height, settings.interval);

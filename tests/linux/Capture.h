@@ -94,6 +94,7 @@ struct CaptureGraph {
   HRESULT Create();
   HRESULT AddCamera(const ComPtr<IBaseFilter>& camera);
   HRESULT AddGrabber(ISampleGrabberCB* callback, const GraphSettings& settings);
+  HRESULT FindPins();
   HRESULT Connect() const;
 
   // With the event's code.

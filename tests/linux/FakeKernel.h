@@ -5,6 +5,7 @@
 #include <atomic>
 
 #include "FakeVideoDevice.h"
+#include "Persistence.h"
 #include "SysfsTree.h"
 #include "System.h"
 
@@ -12,8 +13,6 @@
 inline constexpr unsigned long kOpenCall = 1;
 inline constexpr unsigned long kMapCall = 2;
 inline constexpr unsigned long kPollCall = 3;
-
-enum class Persistence { kOnce, kForGood };
 
 // From any thread. Lives longer than every camera that was made under it.
 class FakeKernel : public System {
