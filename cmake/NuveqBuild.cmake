@@ -40,6 +40,8 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND NOT WIN32)
   add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-fno-gnu-unique>)
 endif()
 
+include(Hardening)
+
 # nuveq_export_only(TARGET MAP): the shared library shows what the version script names, and defines all that it
 # uses. On Windows a DLL shows what its sources mark, and always defines what it uses.
 function(nuveq_export_only target map)

@@ -27,7 +27,7 @@ prefix=$deps/$target
 sources=$deps/sources
 log=$deps/$target.log
 # Raise it when a recipe below changes: a prefix with another number is built again.
-recipe=3
+recipe=4
 stamp=$prefix/.recipe-$recipe
 
 if [ -e "$stamp" ]; then
@@ -98,9 +98,16 @@ configure() {
   [ "$target" = native ] || toolchain=(-DCMAKE_TOOLCHAIN_FILE="$top/cmake/toolchains/windows-x86_64.cmake")
   rm -rf "$build"
   # Where this machine keeps the sources is nobody's business.
-  local flags="'-ffile-prefix-map=$deps/sources/='"
+  local flags="'-ffile-prefix-map=$deps/sources/='" link_flags
+  # The packages carry some of it: what the project's own binaries have against hostile data (cmake/Hardening.cmake).
+  if [ "$target" = native ]; then
+    flags+=" -fstack-protector-strong -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2"
+    link_flags=-Wl,-z,relro,-z,now,-z,noexecstack
+  else
+    link_flags=-Wl,--dynamicbase,--nxcompat,--high-entropy-va
+  fi
   cmake -S "$source" -B "$build" -G Ninja "${toolchain[@]}" -DCMAKE_BUILD_TYPE=Release \
-    -DCMAKE_C_FLAGS="$flags" -DCMAKE_CXX_FLAGS="$flags" \
+    -DCMAKE_C_FLAGS="$flags" -DCMAKE_CXX_FLAGS="$flags" -DCMAKE_SHARED_LINKER_FLAGS="$link_flags" \
     -DCMAKE_INSTALL_PREFIX="$prefix" -DCMAKE_INSTALL_LIBDIR=lib "$@" >>"$log" 2>&1
 }
 
