@@ -80,7 +80,7 @@ typedef struct NUVEQServiceAction {
  * It cannot close the camera, and must not wait for another thread that does: closing waits for it, however
  * long it takes. It may call the rest of the table while no other thread opens, closes or queries: an open is
  * refused with -4, and its id goes with the packets that follow; a query needs COM on this thread, too. An
- * exception costs its packet and nothing else.
+ * exception costs its packet and nothing else, where host and library share a C++ runtime.
  */
 typedef int32_t (*SendDataCallback)(const char* id, uint32_t idLen, const uint8_t* data, uint32_t dataLen,
                                     int32_t reserved);
@@ -107,11 +107,11 @@ typedef struct NUVEQServiceListener {
 } NUVEQServiceListener;
 
 /*
- * An open request. Owned by the caller; read during OpenCameraDevice only. No number is mended. An id of more
- * digits than fit is a camera that is not there. The encoder takes 16 to 4096 pixels a side and as many in
- * all as 4096x2304 has, and refuses others; of an odd side it leaves the last line out. fps 0 asks the camera
- * for all that it can do. A key frame comes every fps * 5 frames, counted in 16 bits; where that makes 0,
- * none comes after the first.
+ * An open request. Owned by the caller; read during OpenCameraDevice only. An id of more digits than fit is a
+ * camera that is not there. The encoder takes 16 to 4096 pixels a side and as many blocks of 16x16 in all as
+ * 4096x2304 has, and refuses others; of an odd side it leaves the last line out. fps 0 asks the camera for an
+ * interval of 3.3 us, as fast as it can or a refusal, and is 30 for the encoder. A key frame comes every five
+ * times fps frames, counted in 16 bits; where that makes 0, none comes after the first.
  */
 typedef struct NUVEQCameraParam {
   const char* id;  /* camera id: idLen decimal digits; no digits mean camera 0 */
@@ -204,8 +204,9 @@ typedef struct NUVEQCameraHandler {
    * and what it leaves there afterwards must be neither read nor released.
    * Results: 0; -2 an argument is null; -1000 no built-in camera (the action callback is called with type
    * 7), its capabilities could not be read, a capture device has a name that is no Unicode text, or no
-   * memory for the frame rates; -3 no memory for anything else. *count is left alone when there is no camera
-   * or such a name, and is 1 after every other result but -2.
+   * memory for the frame rates or for anything but the records; -3 no memory for another block of the
+   * records. *count is left alone after -2, when there is no camera or such a name, and when memory ended
+   * before a camera was found; it is 1 otherwise.
    */
   int32_t (*GetCapability)(NUVEQCameraCapabilities** capabilities, uint32_t* count);
 

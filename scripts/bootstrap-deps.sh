@@ -99,7 +99,7 @@ configure() {
   rm -rf "$build"
   # Where this machine keeps the sources is nobody's business.
   local flags="'-ffile-prefix-map=$deps/sources/='" link_flags
-  # The packages carry some of it: what the project's own binaries have against hostile data (cmake/Hardening.cmake).
+  # The packages carry some of it: some of what the project's own binaries have against hostile data (cmake/Hardening.cmake).
   if [ "$target" = native ]; then
     flags+=" -fstack-protector-strong -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2"
     link_flags=-Wl,-z,relro,-z,now,-z,noexecstack

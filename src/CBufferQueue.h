@@ -9,13 +9,13 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <memory_resource>
+#include <memory>
 #include <mutex>
-#include <new>
 #include <vector>
 
-// T is a pointer type. All operations may be called from any thread.
-template <typename T>
+// T is a pointer type. All operations may be called from any thread. The lists' memory comes from the
+// allocator.
+template <typename T, typename Allocator = std::allocator<T>>
 class CBufferQueue {
  public:
   // There are thread libraries that set a condition up when it is first waited on, under a lock of the whole
@@ -85,7 +85,7 @@ class CBufferQueue {
  private:
   // In the order in which they come out. Room for the whole pool is made with it, so that a running queue
   // neither touches the heap nor loses a buffer when there is no memory. There are few: moving up is cheap.
-  using Buffers = std::pmr::vector<T>;
+  using Buffers = std::vector<T, Allocator>;
 
   T Get(Buffers& queue, std::mutex& mutex, std::condition_variable& cond) {
     std::unique_lock lock(mutex);
@@ -111,7 +111,7 @@ class CBufferQueue {
     cond.notify_one();
   }
 
-  // No memory for the lists counts as a buffer that could not be made.
+  // Whatever is thrown on the way counts as a buffer that could not be made: half a pool is none.
   bool CreateBuffers(unsigned count) try {
     allBuffers.reserve(count);
     freeQueue.reserve(count);
@@ -125,7 +125,7 @@ class CBufferQueue {
       freeQueue.push_back(buffer);
     }
     return true;
-  } catch (const std::bad_alloc&) {
+  } catch (...) {
     return false;
   }
 
@@ -149,7 +149,7 @@ class CBufferQueue {
 
   // Written under both mutexes, read under either. Where both are taken, freeMutex comes first.
   bool stopped = true;
-  std::vector<T> allBuffers;  // the owner; the queues borrow
+  Buffers allBuffers;  // the owner; the queues borrow
   Buffers freeQueue;
   Buffers dataQueue;
   std::mutex freeMutex;

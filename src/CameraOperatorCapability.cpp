@@ -82,6 +82,7 @@ int MakeRecord(unsigned int index, const std::vector<unsigned int>& fpsList,
   if (record->abilities == nullptr) {
     return NUVEQ_CAMERA_NO_MEMORY;
   }
+  // Before its lists are made, so that a failure releases those with the record.
   record->abilityNum = 1;
   if (const int result = FillFpsRanges(*record->abilities, fpsList); result != NUVEQ_CAMERA_OK) {
     return result;

@@ -1,4 +1,5 @@
 // The frame path: the encoder's set-up, frames from the graph into the pool, and the encoder thread.
+#include <chrono>
 #include <utility>
 
 #include "BoundedCopy.h"
@@ -71,7 +72,6 @@ bool CameraOperator::InitVideoEncoder(const VideoEncoder::EncodeParam& param) {
     OPERATOR_LOG(ERROR_LOG_LEVEL, 546, L"AllocBuffer fail.");
     return false;
   }
-  m_lostBuffers = 0;
   return true;
 }
 
@@ -131,6 +131,10 @@ void CameraOperator::PushFrame(const std::uint8_t* bytes, std::int32_t length) {
   if (bytes == nullptr || length <= 0) {
     return;
   }
+  if (m_freeingPool) {
+    // Uncounted, so that whoever frees the pool waits for no more frames than are under way already.
+    return;
+  }
   const FrameUnderWay underWay(m_framesUnderWay);
   if (m_freeingPool) {
     return;
@@ -151,9 +155,12 @@ void CameraOperator::FreePool() {
   // Whichever of this and a frame comes second sees what the other wrote. In a stopped queue no frame waits.
   m_freeingPool = true;
   while (m_framesUnderWay != 0) {
-    std::this_thread::yield();
+    // A copy takes less. Yielding would not let threads of lower priority go on.
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
   m_frameBufQueue.Uninit();
+  // Before the next pool can lose any.
+  m_lostBuffers = 0;
   m_freeingPool = false;
 }
 

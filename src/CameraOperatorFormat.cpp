@@ -20,7 +20,6 @@ bool CameraOperator::SetCameraFormat(IPin* outputPin, std::uint32_t width, std::
     OPERATOR_LOG(ERROR_LOG_LEVEL, __LINE__, L"fail to get amstream config, error: ", hr);
     return false;
   }
-  // The structure is not given back to task memory, only what it holds.
   AM_MEDIA_TYPE* mediaType = nullptr;
   hr = config->GetFormat(&mediaType);
   if (hr != S_OK || mediaType == nullptr) {
@@ -48,6 +47,7 @@ bool CameraOperator::SetCameraFormat(IPin* outputPin, std::uint32_t width, std::
       OPERATOR_LOG(ERROR_LOG_LEVEL, __LINE__, L"Set camera parameter fail, error:", hr);
     }
   }
+  // The structure of a type that is used is not given back to task memory, only what it holds.
   FreeMediaTypeContents(*mediaType);
   return hr == S_OK;
 }

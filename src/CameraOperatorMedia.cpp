@@ -148,13 +148,18 @@ bool CameraOperator::QueryCameraPinInfo(const std::vector<IPin*>& pins, std::vec
       OPERATOR_LOG(ERROR_LOG_LEVEL, 383, L"EnumMediaTypes fail, error: ", hr);
       return false;
     }
-    AM_MEDIA_TYPE* next = nullptr;
-    while (enumerator->Next(1, &next, nullptr) == S_OK) {
-      if (next == nullptr) {
+    for (;;) {
+      AM_MEDIA_TYPE* next = nullptr;
+      hr = enumerator->Next(1, &next, nullptr);
+      // With S_FALSE a type is not used, but it may have been handed out.
+      const std::unique_ptr<AM_MEDIA_TYPE, FreeMediaType> mediaType(hr >= 0 ? next : nullptr);
+      if (hr != S_OK) {
+        break;
+      }
+      if (mediaType == nullptr) {
         OPERATOR_LOG(ERROR_LOG_LEVEL, 391, L"mediaType is nullptr.");
         continue;
       }
-      const std::unique_ptr<AM_MEDIA_TYPE, FreeMediaType> mediaType(std::exchange(next, nullptr));
       ParseMediaType(*mediaType, subTypes, sizes, fpsList);
     }
   }

@@ -28,9 +28,19 @@ struct FreeText {
   void operator()(char* text) const { std::free(text); }
 };
 
+void ThrowWithoutMemory() {
+  if (errno == ENOMEM) {
+    throw std::bad_alloc();
+  }
+}
+
 class OpenFile {
  public:
-  explicit OpenFile(const fs::path& file) : m_descriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC)) {}
+  explicit OpenFile(const fs::path& file) : m_descriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC)) {
+    if (m_descriptor < 0) {
+      ThrowWithoutMemory();
+    }
+  }
   OpenFile(const OpenFile&) = delete;
   OpenFile& operator=(const OpenFile&) = delete;
   ~OpenFile() {
@@ -44,18 +54,16 @@ class OpenFile {
     do {
       count = read(m_descriptor, to, size);
     } while (count < 0 && errno == EINTR);
-    return count < 0 ? 0 : static_cast<std::size_t>(count);
+    if (count < 0) {
+      ThrowWithoutMemory();
+      return 0;
+    }
+    return static_cast<std::size_t>(count);
   }
 
  private:
   int m_descriptor;
 };
-
-void ThrowWithoutMemory() {
-  if (errno == ENOMEM) {
-    throw std::bad_alloc();
-  }
-}
 
 }  // namespace
 

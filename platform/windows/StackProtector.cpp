@@ -1,4 +1,4 @@
-// What the compiler's stack protector needs at run time: a value that nobody can guess, between a function's
+// What the compiler's stack protector needs at run time: a value that is hard to guess, between a function's
 // arrays and its return address, and an end for the process in which it was overwritten. Each DLL and program
 // has its own.
 #include <windows.h>
@@ -19,16 +19,16 @@ void __stack_chk_fail() {
 
 namespace {
 
+// Every bit of the result depends on every bit of the value: the last steps of the SplitMix64 generator.
 std::uint64_t Mixed(std::uint64_t value) {
-  // Every bit of the result depends on every bit of the value.
   value = (value ^ (value >> 30)) * 0xBF58476D1CE4E5B9;
   value = (value ^ (value >> 27)) * 0x94D049BB133111EB;
   return value ^ (value >> 31);
 }
 
 // While the image is being loaded, when no other may be: from what changes from one process and moment to the
-// next. No function that has read the value is still to return then.
-__attribute__((constructor)) void ChooseGuard() {
+// next. Before other constructors, so that no function that has read the value is still to return then.
+__attribute__((constructor(101))) void ChooseGuard() {
   FILETIME time{};
   GetSystemTimeAsFileTime(&time);
   LARGE_INTEGER counter{};

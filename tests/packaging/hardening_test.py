@@ -1,6 +1,9 @@
 """Every shipped binary has the protections against hostile data that compiler and linker offer."""
 
+import json
 import os
+import platform
+import re
 import subprocess
 import unittest
 from pathlib import Path
@@ -48,6 +51,23 @@ class Hardening(PackageTest):
             self.assert_none_lacks({path: lacks_of_own_pe(path) for path in unstripped})
         else:
             self.assert_none_lacks({path: lacks_of_own_elf(path, OWN[name]) for name, path in found.items()})
+
+    def test_every_source_of_theirs_is_compiled_so(self):
+        wanted = ["-fstack-protector-strong"]
+        if not IS_WINDOWS:
+            wanted.append("_FORTIFY_SOURCE=[23]")
+        if not IS_WINDOWS and platform.machine() == "x86_64":
+            wanted += ["-fstack-clash-protection", "-fcf-protection=full"]
+        lacks = {}
+        for command in json.loads((BUILD / "compile_commands.json").read_text()):
+            path = Path(command["file"])
+            # The stack protector's own part cannot have one.
+            if path.suffix == ".rc" or path.name == "StackProtector.cpp" or not path.is_relative_to(SOURCE):
+                continue
+            if path.relative_to(SOURCE).parts[0] in ("src", "platform", "tools"):
+                lacks[path] = [option for option in wanted if not re.search(f"{option}( |$)", command["command"])]
+        self.assertGreater(len(lacks), 20)
+        self.assert_none_lacks(lacks)
 
     def build_weak(self, name, *options):
         source = self.scratch / "weak.c"

@@ -70,7 +70,8 @@ bool WaitUntil(const std::function<bool()>& reached) {
     if (std::chrono::steady_clock::now() > end) {
       return false;
     }
-    std::this_thread::yield();
+    // Others need the processor to get there.
+    std::this_thread::sleep_for(std::chrono::microseconds(100));
   }
   return true;
 }

@@ -77,6 +77,14 @@ TEST_F(FrameQueue, InitIsRefusedWhileSomebodyHoldsAllBuffersOfAStoppedPool) {
   queue.Uninit();
 }
 
+TEST_F(FrameQueue, PoolThatIsGoneIsNotInTheWayOfTheNext) {
+  EXPECT_TRUE(Init(2));
+  queue.PutDataBuffer(queue.GetFreeBuffer());
+  queue.Uninit();
+  EXPECT_TRUE(Init(2));
+  queue.Uninit();
+}
+
 TEST_F(FrameQueue, PoolIsAllOrNothing) {
   platform.AnswersNth("VideoFrame::AllocBuffer", 3, Fails());
   EXPECT_FALSE(Init());
@@ -275,41 +283,65 @@ TEST(BufferQueue, NoMemoryForABufferIsAPoolThatCannotBeMade) {
   EXPECT_TRUE(queue.Init(5));
 }
 
-// Counts what is asked of the heap through it.
-class CountingMemory : public std::pmr::memory_resource {
- public:
-  std::atomic<unsigned> allocations = 0;
+unsigned countedAllocations = 0;
+unsigned failingAllocation = 0;  // the number of one; 0: none
 
- private:
-  void* do_allocate(std::size_t bytes, std::size_t alignment) override {
-    ++allocations;
-    return std::pmr::new_delete_resource()->allocate(bytes, alignment);
+// Counts what is asked of the heap through it, and may fail.
+template <typename T>
+struct CountingAllocator : std::allocator<T> {
+  using value_type = T;
+  template <typename Other>
+  struct rebind {
+    using other = CountingAllocator<Other>;
+  };
+  T* allocate(std::size_t count) {
+    if (++countedAllocations == failingAllocation) {
+      throw std::bad_alloc();
+    }
+    return std::allocator<T>::allocate(count);
   }
-  void do_deallocate(void* block, std::size_t bytes, std::size_t alignment) override {
-    std::pmr::new_delete_resource()->deallocate(block, bytes, alignment);
-  }
-  bool do_is_equal(const memory_resource& other) const noexcept override { return this == &other; }
 };
 
-TEST(BufferQueue, RunningQueueDoesNotTouchTheHeap) {
-  CountingMemory heap;
-  std::pmr::memory_resource* const before = std::pmr::set_default_resource(&heap);
-  {
-    NumberQueue queue;
-    EXPECT_TRUE(queue.Init(5));
-    const auto rotate = [&](int times) {
-      for (int i = 0; i < times; ++i) {
-        int* const number = queue.GetFreeBuffer();
-        queue.PutDataBuffer(number);
-        queue.PutFreeBuffer(queue.GetDataBuffer());
-      }
-    };
-    const unsigned atFirst = heap.allocations;
-    EXPECT_GT(atFirst, 0U);
-    rotate(100'000);
-    EXPECT_EQ(heap.allocations, atFirst);
+class CountedQueue : public CBufferQueue<int*, CountingAllocator<int*>> {
+ public:
+  CountedQueue() = default;
+  CountedQueue(const CountedQueue&) = delete;
+  CountedQueue& operator=(const CountedQueue&) = delete;
+  ~CountedQueue() override { Uninit(); }
+  int* CreateBuffer() override {
+    ++alive;
+    return &alive;
   }
-  std::pmr::set_default_resource(before);
+  void DestroyBuffer(int* /*buffer*/) override { --alive; }
+
+  int alive = 0;
+};
+
+TEST(BufferQueue, NoMemoryForTheListsIsAPoolThatCannotBeMadeAndLeavesNoBuffer) {
+  CountedQueue queue;
+  unsigned number = 0;
+  do {
+    EXPECT_EQ(queue.alive, 0);
+    countedAllocations = 0;
+    failingAllocation = ++number;
+  } while (!queue.Init(5));
+  failingAllocation = 0;
+  EXPECT_GT(number, 1U) << "it had to do without memory";
+  EXPECT_EQ(queue.alive, 5);
+}
+
+TEST(BufferQueue, RunningQueueDoesNotTouchTheHeap) {
+  countedAllocations = 0;
+  CountedQueue queue;
+  EXPECT_EQ(countedAllocations, 0U) << "an idle queue needs none";
+  EXPECT_TRUE(queue.Init(5));
+  const unsigned atFirst = countedAllocations;
+  EXPECT_GT(atFirst, 0U);
+  for (int i = 0; i < 100'000; ++i) {
+    queue.PutDataBuffer(queue.GetFreeBuffer());
+    queue.PutFreeBuffer(queue.GetDataBuffer());
+  }
+  EXPECT_EQ(countedAllocations, atFirst);
 }
 
 TEST(BufferQueue, ManyProducersAndConsumersLoseNothingAndRepeatNothing) {
