@@ -19,6 +19,7 @@ targets: all, unless some are named
 
 The exit code is 0 when no input broke a rule. Those that did are in build/fuzz/found; run one again with
   build/asan/bin/TARGET_fuzz build/fuzz/found/TARGET-crash-...
+FUZZ_BUILD names another build folder than build/asan.
 USAGE
 }
 
@@ -28,21 +29,21 @@ declare -A sources=(
   [media_types]='/src/'
   [session]='/src/'
   [v4l2]='/platform/linux/'
-  [mjpeg]='/platform/linux/(MjpegDecoder|JpegReader)\.'
-  [arguments]='/tools/nuveqcam/(Arguments|OutputKind)\.'
+  [mjpeg]='/platform/linux/(MjpegDecoder|JpegReader)[.]'
+  [arguments]='/tools/nuveqcam/(Arguments|OutputKind)[.]'
 )
 
 case "${1:-}" in
   -h | --help) usage; exit 0 ;;
   '' | *[!0-9]*) usage >&2; exit 2 ;;
 esac
-[ "$1" -gt 0 ] || { usage >&2; exit 2; }
-minutes=$1
+[ "$((10#$1))" -gt 0 ] || { usage >&2; exit 2; }
+minutes=$((10#$1))
 shift
 targets=("$@")
 [ $# -gt 0 ] || targets=("${all[@]}")
 for target in "${targets[@]}"; do
-  [ -n "${sources[$target]:-}" ] || { echo "fuzz: there is no target $target; they are: ${all[*]}" >&2; exit 2; }
+  [ -n "$target" ] && [ -n "${sources[$target]:-}" ] || { echo "fuzz: there is no target $target; they are: ${all[*]}" >&2; exit 2; }
 done
 
 # Another build folder than that of the preset, for those who have one.
@@ -52,10 +53,9 @@ found=$kept/found
 mkdir -p "$kept/logs" "$found"
 
 set_up() {
-  scripts/install-packages.sh native
-  scripts/bootstrap-deps.sh native
-  cmake --preset asan -B "$build"
-  cmake --build "$build" --target "${targets[@]/%/_fuzz}"
+  # Joined, since nothing else ends a function that is asked for its result.
+  scripts/install-packages.sh native && scripts/bootstrap-deps.sh native && cmake --preset asan -B "$build" &&
+    cmake --build "$build" --target "${targets[@]/%/_fuzz}"
 }
 echo "fuzz: building (log: $kept/logs/build.log)"
 if ! set_up >"$kept/logs/build.log" 2>&1; then
@@ -75,7 +75,8 @@ trap 'exit 130' INT TERM
 run() {
   local target=$1
   mkdir -p "$kept/$target"
-  "$build/bin/${target}_fuzz" -max_total_time=$((minutes * 60)) -timeout=25 -rss_limit_mb=2048 -print_final_stats=1 \
+  # In place of the shell that was started for it, so that a signal reaches it.
+  exec "$build/bin/${target}_fuzz" -max_total_time=$((minutes * 60)) -timeout=25 -rss_limit_mb=2048 -print_final_stats=1 \
     "-artifact_prefix=$found/$target-" "$kept/$target" "tests/fuzz/corpus/$target" >"$kept/logs/$target.log" 2>&1
 }
 

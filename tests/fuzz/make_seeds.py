@@ -1,21 +1,22 @@
 #!/usr/bin/env python3
 """Writes the fuzz programs' seeds: inputs that mean something, from which the fuzzer starts.
 
-usage: make_seeds.py
+usage: make_seeds.py [--check]
 
-Writes corpus/ beside this file. The layouts are those that the fuzz programs read; all numbers are little-endian.
+Writes corpus/ beside this file; with --check only says where that is something else. The layouts are those that the fuzz programs read; all numbers are little-endian.
 """
 import pathlib
 import struct
+import sys
 
 from tiny_jpeg import jpeg
 
 CORPUS = pathlib.Path(__file__).resolve().parent / "corpus"
+seeds = {}
 
 
 def save(program, name, content):
-    (CORPUS / program).mkdir(parents=True, exist_ok=True)
-    (CORPUS / program / name).write_bytes(content)
+    seeds[CORPUS / program / name] = content
 
 
 # --- Media types: flags (1: a raw format block first, 2: open in the end), then pins and types ---
@@ -235,3 +236,10 @@ def save_arguments():
 
 for save_all in (save_media_types, save_sessions, save_v4l2, save_mjpeg, save_arguments):
     save_all()
+if sys.argv[1:] == ["--check"]:
+    there = {path: path.read_bytes() for path in CORPUS.rglob("*") if path.is_file()}
+    wrong = sorted(str(path.relative_to(CORPUS)) for path in there.keys() | seeds.keys() if there.get(path) != seeds.get(path))
+    sys.exit(f"make_seeds.py: run it again, these are not as it makes them: {', '.join(wrong)}" if wrong else 0)
+for path, content in seeds.items():
+    path.parent.mkdir(parents=True, exist_ok=True)
+    path.write_bytes(content)
