@@ -1,7 +1,9 @@
 // What a host does with the library, step by step: played with the real one, or worked out on paper.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <string>
 
 // The one size that is asked for, and the PC whose cameras are asked.
 inline constexpr std::uint32_t kWidth = 64;
@@ -9,6 +11,11 @@ inline constexpr std::uint32_t kHeight = 48;
 inline constexpr std::uint32_t kFps = 30;
 // What the host's count holds before a query.
 inline constexpr std::uint32_t kNoCount = 99;
+
+// Bytes of every packet that the encoder makes.
+inline constexpr std::size_t kPacketSize = 8;
+// The packet that a data callback was given.
+inline std::string DescribePacket(std::size_t size) { return "packet of " + std::to_string(size) + " bytes"; }
 
 class Course {
  public:

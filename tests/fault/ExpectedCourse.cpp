@@ -57,10 +57,12 @@ void ExpectedCourse::DeliverFrames(unsigned count) {
     }
     m_fates.push_back(FrameFate::kEncoded);
     Call("AVEncodePacket::AVEncodePacket");
-    if (const HRESULT error = Call("VideoEncoder::Encode").hr; error != 0) {
-      Error(1148, "EncodeH264", "fail to encode frame, error: " + std::to_string(error));
+    if (const scripted::Answer answer = Call("VideoEncoder::Encode"); answer.hr != 0) {
+      Error(1148, "EncodeH264", "fail to encode frame, error: " + std::to_string(answer.hr));
     } else {
+      // A packet that the encoder left empty is passed on like any other.
       Note("data callback \"0\"");
+      Note(DescribePacket(answer.null ? 0 : kPacketSize));
     }
     Call("AVEncodePacket::~AVEncodePacket");
     m_freeBuffers.push_back(buffer);

@@ -4,6 +4,7 @@
 
 #include <deque>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -93,8 +94,8 @@ class ExpectedCourse final : public Course {
   bool AddCamera();
   bool AddGrabber();
   bool ConfigureGrabber();
-  // On a filter with so many pins.
-  bool FindPin(unsigned pinsOfFilter);
+  // On a filter with pins of these directions.
+  bool FindPin(std::span<const PIN_DIRECTION> pinsOfFilter, PIN_DIRECTION wanted);
   bool SetFormat();
   // Makes a call whose failure is one line.
   bool Succeeds(const std::string& operation, const std::string& function, const std::string& failure);

@@ -1,4 +1,6 @@
 // The expected course of an open.
+#include <array>
+
 #include "ExpectedCourse.h"
 
 namespace {
@@ -8,8 +10,9 @@ using scripted::Answer;
 bool HasFailed(const Answer& answer) { return answer.hr != S_OK || answer.null; }
 
 constexpr unsigned kFrameBuffers = 5;
-constexpr unsigned kPinsOfCamera = 1;
-constexpr unsigned kPinsOfGrabber = 2;
+// The directions of the filters' pins.
+constexpr std::array kPinsOfCamera = {PINDIR_OUTPUT};
+constexpr std::array kPinsOfGrabber = {PINDIR_INPUT, PINDIR_OUTPUT};
 
 }  // namespace
 
@@ -105,7 +108,7 @@ bool ExpectedCourse::BuildGraph() {
     Error("OpenCamera", "AddSampleGrabberFilter fail.");
     return false;
   }
-  if (!FindPin(kPinsOfCamera) || !SetFormat() || !FindPin(kPinsOfGrabber) ||
+  if (!FindPin(kPinsOfCamera, PINDIR_OUTPUT) || !SetFormat() || !FindPin(kPinsOfGrabber, PINDIR_INPUT) ||
       !Succeeds("IGraphBuilder::Connect", "OpenCamera", "fail to Connect pin, error: ")) {
     return false;
   }
@@ -186,19 +189,23 @@ bool ExpectedCourse::ConfigureGrabber() {
          Succeeds("ISampleGrabber::SetOneShot", function, "fail to set one shot, error: ");
 }
 
-bool ExpectedCourse::FindPin(unsigned pinsOfFilter) {
+bool ExpectedCourse::FindPin(std::span<const PIN_DIRECTION> pinsOfFilter, PIN_DIRECTION wanted) {
   const char* const function = "QueryFilterPin";
   if (!Succeeds("IBaseFilter::EnumPins", function, "EnumPins fail, error: ")) {
     return false;
   }
-  // The first pin is the one that is looked for; another has the other direction.
-  for (unsigned pin = 0;; ++pin) {
+  for (auto pin = pinsOfFilter.begin();; ++pin) {
     const Answer next = Call("IEnumPins::Next");
-    if (next.hr != S_OK || pin == pinsOfFilter) {
+    if (next.hr != S_OK || pin == pinsOfFilter.end()) {
       Error(function, "QueryFilterPin fail.");
       return false;
     }
-    if (!next.null && Call("IPin::QueryDirection").hr == S_OK && pin == 0) {
+    if (next.null) {
+      continue;
+    }
+    const Answer direction = Call("IPin::QueryDirection");
+    // A direction that was not written is still the zero that it starts out as, which means input.
+    if (direction.hr == S_OK && (direction.null ? PINDIR_INPUT : *pin) == wanted) {
       return true;
     }
   }

@@ -91,13 +91,17 @@ std::vector<std::string> ExpectedCourse::ReadFixedIds() {
   // The plug-in device comes first in this list too.
   const std::vector<std::string> usbDevices = {"plug-in", "built-in"};
   std::vector<std::string> ids;
-  if (Call("SetupDiGetClassDevsW").hr != S_OK) {
+  const Answer set = Call("SetupDiGetClassDevsW");
+  if (set.hr != S_OK) {
     return ids;
   }
+  // A null handle is not the invalid one. There is nothing in that set, and it is closed like any other.
+  const std::size_t count = set.null ? 0 : usbDevices.size();
   for (std::size_t index = 0;; ++index) {
-    if (Call("SetupDiEnumDeviceInterfaces").hr != S_OK || index == usbDevices.size()) {
+    if (Call("SetupDiEnumDeviceInterfaces").hr != S_OK || index == count) {
       break;
     }
+    // What it writes is not looked at.
     if (Call("SetupDiGetDeviceInterfaceDetailW").hr != S_OK) {
       continue;
     }
@@ -198,17 +202,22 @@ bool ExpectedCourse::ReadTypes(const Device& device) {
   }
   for (auto type = device.types.begin();; ++type) {
     const Answer answer = Call("IEnumMediaTypes::Next");
-    if (answer.hr != S_OK || type == device.types.end()) {
+    if (answer.hr < 0 || type == device.types.end()) {
       return true;
     }
-    if (answer.null) {
+    if (answer.hr == S_OK && answer.null) {
       Error(391, "QueryCameraPinInfo", "mediaType is nullptr.");
       continue;
     }
-    ParseType(*type);
-    // The format block and the structure.
+    if (answer.hr == S_OK) {
+      ParseType(*type);
+    }
+    // What comes with S_FALSE is given back too: the format block and the structure.
     Call("CoTaskMemFree");
     Call("CoTaskMemFree");
+    if (answer.hr != S_OK) {
+      return true;
+    }
   }
 }
 

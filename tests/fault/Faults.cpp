@@ -40,10 +40,14 @@ const std::set<std::string>& OperationsWithOutput() {
                                                    "IMoniker::BindToObject",
                                                    "IMoniker::GetDisplayName",
                                                    "IPin::EnumMediaTypes",
+                                                   "IPin::QueryDirection",
                                                    "IPin::QueryPinInfo",
                                                    "IUnknown::QueryInterface",
                                                    "SetupDiEnumDeviceInfo",
+                                                   "SetupDiGetClassDevsW",
+                                                   "SetupDiGetDeviceInterfaceDetailW",
                                                    "VideoEncoder::CreateDefaultEncoder",
+                                                   "VideoEncoder::Encode",
                                                    "VideoFrame::AllocBuffer"};
   return operations;
 }

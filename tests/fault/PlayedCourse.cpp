@@ -60,6 +60,8 @@ PlayedCourse::PlayedCourse(Faults& faults, const std::vector<FrameFate>& fates)
   m_platform.Decide([this](const std::string& operation) { return m_faults.At(operation); });
   HostCallbacks::Get().Reset();
   HostCallbacks::Get().TellTo([](const std::string& report) { Platform::Get().Note(report); });
+  HostCallbacks::Get().InData(
+      [](const Packet& packet) { Platform::Get().Note(DescribePacket(packet.bytes.size())); });
 }
 
 PlayedCourse::~PlayedCourse() {

@@ -51,7 +51,7 @@ class MonikerEnumerator : public Object<IEnumMoniker> {
     if (count != 1 || fetched == nullptr) {
       Platform::Get().NoteMisuse("IEnumMoniker::Next is called for one moniker, with a count");
     }
-    if (answer.hr != S_OK) {
+    if (!HandsOutNext(answer)) {
       return answer.hr;
     }
     if (m_next == m_cameras.size()) {
@@ -61,7 +61,7 @@ class MonikerEnumerator : public Object<IEnumMoniker> {
     if (!answer.null && !camera.isNull) {
       *monikers = new Moniker(camera);
     }
-    return S_OK;
+    return answer.hr;
   }
 
   HRESULT STDMETHODCALLTYPE Reset() override {

@@ -12,8 +12,9 @@ using scripted::Platform;
 
 namespace {
 
-// What a packet carries of its frame.
+// What a packet carries of its frame, in memory that has room for more.
 constexpr std::size_t kPacketBytes = 8;
+constexpr std::size_t kPacketCapacity = 32;
 
 class ScriptedEncoder final : public VideoEncoder {
  public:
@@ -35,10 +36,14 @@ class ScriptedEncoder final : public VideoEncoder {
     if (answer.hr != S_OK) {
       return answer.hr;
     }
-    packet->memory = std::calloc(1, kPacketBytes);
+    // Success with null: the packet stays empty.
+    if (answer.null) {
+      return 0;
+    }
+    packet->memory = std::calloc(1, kPacketCapacity);
     packet->data = static_cast<std::uint8_t*>(packet->memory);
     packet->length = kPacketBytes;
-    packet->capacity = kPacketBytes;
+    packet->capacity = kPacketCapacity;
     std::memcpy(packet->data, frame->data, frame->size < kPacketBytes ? frame->size : kPacketBytes);
     return 0;
   }

@@ -24,7 +24,7 @@ class PinEnumerator : public Object<IEnumPins> {
     if (count != 1 || fetched != nullptr) {
       Platform::Get().NoteMisuse("IEnumPins::Next is called for one pin, without a count");
     }
-    if (answer.hr != S_OK) {
+    if (!HandsOutNext(answer)) {
       return answer.hr;
     }
     if (m_next == m_pins.size()) {
@@ -58,7 +58,7 @@ class MediaTypeEnumerator : public Object<IEnumMediaTypes> {
     if (count != 1 || fetched != nullptr) {
       Platform::Get().NoteMisuse("IEnumMediaTypes::Next is called for one media type, without a count");
     }
-    if (answer.hr != S_OK) {
+    if (!HandsOutNext(answer)) {
       return answer.hr;
     }
     if (m_next == m_types.size()) {
@@ -68,7 +68,7 @@ class MediaTypeEnumerator : public Object<IEnumMediaTypes> {
     if (!answer.null && !type.isNull) {
       *types = MakeMediaType(type, "enumerated media type");
     }
-    return S_OK;
+    return answer.hr;
   }
 
  private:
@@ -178,7 +178,8 @@ HRESULT STDMETHODCALLTYPE FilterPin::QueryPinInfo(PIN_INFO* info) {
 
 HRESULT STDMETHODCALLTYPE FilterPin::QueryDirection(PIN_DIRECTION* direction) {
   const Answer answer = Platform::Get().Enter("IPin::QueryDirection", Name());
-  if (answer.hr == S_OK) {
+  // Success with null: the call answers success and writes nothing.
+  if (answer.hr == S_OK && !answer.null) {
     *direction = m_description.direction;
   }
   return answer.hr;

@@ -30,6 +30,12 @@ HRESULT HandOutNew(const Answer& answer, Interface** out, Make make) {
   return answer.hr;
 }
 
+// True when an enumerator that is asked for its next entry hands one out, if it has one: with S_FALSE too,
+// for a caller that does not use it, but gives it back.
+inline bool HandsOutNext(const Answer& answer) {
+  return answer.hr == S_OK || (answer.hr == S_FALSE && !answer.null);
+}
+
 template <typename... Interfaces>
 class Object : public Whole<Interfaces>... {
  public:

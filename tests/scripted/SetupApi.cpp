@@ -2,6 +2,7 @@
 // its first child is node 200 + n.
 #include "SetupApi.h"
 
+#include <atomic>
 #include <cstring>
 
 #include "Object.h"
@@ -14,13 +15,15 @@ constexpr DEVINST kDevices = 100;
 constexpr DEVINST kChildren = 200;
 // Stands for the set; only its address is used.
 int deviceInfoSet = 0;
+// What was handed out last: the set, or null, which is a set without devices.
+std::atomic<HDEVINFO> latestDeviceInfoSet{nullptr};
 
 std::vector<scripted::UsbDevice> UsbDevices() { return Platform::Get().GetPc().usbDevices; }
 
 const char* Past(DWORD index) { return index < UsbDevices().size() ? "" : ", past the end"; }
 
 void CheckSet(HDEVINFO set) {
-  if (set != &deviceInfoSet) {
+  if (set != latestDeviceInfoSet) {
     Platform::Get().NoteMisuse("a SetupAPI call is made on another set than the one opened");
   }
 }
@@ -46,9 +49,11 @@ SCRIPTED_EXPORT HDEVINFO WINAPI SetupDiGetClassDevsW(const GUID* classId, const 
   if (answer.hr != S_OK) {
     return INVALID_HANDLE_VALUE;
   }
-  Platform::Get().Born(&deviceInfoSet, "device information set",
-                       [] { Platform::Get().Gone(&deviceInfoSet); });
-  return &deviceInfoSet;
+  // Only INVALID_HANDLE_VALUE says that there is no set.
+  const HDEVINFO set = answer.null ? nullptr : &deviceInfoSet;
+  latestDeviceInfoSet = set;
+  Platform::Get().Born(set, "device information set", [set] { Platform::Get().Gone(set); });
+  return set;
 }
 
 SCRIPTED_EXPORT BOOL WINAPI SetupDiEnumDeviceInterfaces(HDEVINFO set, SP_DEVINFO_DATA* device,
@@ -61,7 +66,7 @@ SCRIPTED_EXPORT BOOL WINAPI SetupDiEnumDeviceInterfaces(HDEVINFO set, SP_DEVINFO
   if (device != nullptr) {
     Platform::Get().NoteMisuse("the interfaces of the whole set are enumerated");
   }
-  return answer.hr == S_OK && index < UsbDevices().size() ? TRUE : FALSE;
+  return answer.hr == S_OK && set != nullptr && index < UsbDevices().size() ? TRUE : FALSE;
 }
 
 SCRIPTED_EXPORT BOOL WINAPI SetupDiGetDeviceInterfaceDetailW(HDEVINFO set, SP_DEVICE_INTERFACE_DATA* data,

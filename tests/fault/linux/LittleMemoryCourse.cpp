@@ -19,6 +19,12 @@ std::string LibraryName() {
   return file.substr(0, file.find('.'));
 }
 
+std::vector<std::string> AliveButPackets() {
+  std::vector<std::string> labels = scripted::Platform::Get().Alive();
+  std::erase(labels, "packet");
+  return labels;
+}
+
 }  // namespace
 
 LittleMemoryCourse::LittleMemoryCourse(Faults& faults)
@@ -59,19 +65,63 @@ bool LittleMemoryCourse::IsCameraOpen() const {
          std::find(trace.begin(), trace.end(), "open answers 0") != trace.end();
 }
 
-void LittleMemoryCourse::RecoverFromAnything() {
-  if (IsLoaded()) {
+void LittleMemoryCourse::TakeStep(const std::string& function, const std::function<void()>& call) {
+  std::vector<std::string> before = AliveButPackets();
+  call();
+  const scripted::Platform& platform = scripted::Platform::Get();
+  const bool hasOperator = platform.CallCount("CoInitialize") != platform.CallCount("CoUninitialize");
+  m_steps.push_back({function, LatestResult(function), std::move(before), AliveButPackets(), hasOperator});
+}
+
+void LittleMemoryCourse::Query() {
+  TakeStep("query", [this] { PlayedCourse::Query(); });
+}
+
+void LittleMemoryCourse::Open() {
+  TakeStep("open", [this] { PlayedCourse::Open(); });
+}
+
+void LittleMemoryCourse::Close() {
+  TakeStep("close", [this] { PlayedCourse::Close(); });
+}
+
+bool LittleMemoryCourse::HasToClose() const {
+  bool hasTo = false;
+  for (const Step& step : m_steps) {
+    if (step.function == "close") {
+      hasTo = false;
+    } else if (step.function == "open" && step.result != -1004) {
+      hasTo = true;
+    }
+  }
+  return hasTo;
+}
+
+void LittleMemoryCourse::Recover() {
+  bool isFresh = !IsLoaded();
+  if (!isFresh) {
     Release();
-    Close();
-  } else {
+    if (HasToClose()) {
+      Close();
+      const std::vector<std::string>& left = m_steps.back().after;
+      if (std::find(left.begin(), left.end(), "frame") != left.end()) {
+        // Without a graph there was nothing for the close to work on.
+        Unload();
+        isFresh = true;
+      }
+    }
+  }
+  if (isFresh) {
     Load();
   }
   if (!m_isRegistered) {
     EXPECT_EQ(RegisterCallbacks(), 0);
   }
-  Query();
-  EXPECT_EQ(LatestResult("query"), 0);
-  Release();
+  if (isFresh || LatestResult("query") != 0) {
+    Query();
+    EXPECT_EQ(LatestResult("query"), 0);
+    Release();
+  }
   const std::uint64_t packets = HostCallbacks::Get().PacketCount();
   Open();
   EXPECT_EQ(LatestResult("open"), 0);
