@@ -52,7 +52,8 @@ class FilterGraph : public Object<IGraphBuilder> {
       return answer.hr;
     }
     if (added == nullptr) {
-      return E_POINTER;
+      // Success with null: it takes one for a filter.
+      return answer.null ? S_OK : E_POINTER;
     }
     added->AddRef();
     m_filters.push_back(added);

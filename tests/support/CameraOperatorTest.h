@@ -16,6 +16,7 @@ struct CameraOperatorTestAccess {
   static std::vector<std::string> CameraNames(const CameraOperator& camera) { return camera.m_cameraNames; }
   static bool HasControl(const CameraOperator& camera) { return static_cast<bool>(camera.m_mediaControl); }
   static bool HasEvent(const CameraOperator& camera) { return static_cast<bool>(camera.m_mediaEvent); }
+  static std::uint32_t LostBuffers(const CameraOperator& camera) { return camera.m_lostBuffers; }
   static FrameBufQueue& Queue(CameraOperator& camera) { return camera.m_frameBufQueue; }
   static void ClearStopFlag(CameraOperator& camera) { camera.m_stopEncode = false; }
   static void SetEncoder(CameraOperator& camera, VideoEncoder* encoder) { camera.m_videoEncoder = encoder; }

@@ -93,6 +93,16 @@ TEST_F(CameraSelection, CameraThatDisappearedAfterTheCountBindsToNothingAndStill
   EXPECT_THAT(LogLines(), IsEmpty());
 }
 
+TEST_F(CameraSelection, CameraIsBoundByANameThatHasGrownSinceTheCount) {
+  EXPECT_EQ(camera->CameraCount(), 1U);
+  scripted::Camera grown = BuiltInCamera({});
+  grown.displayName = L"1 " + grown.displayName + L" 2";
+  platform.SetPc({{{0, kBuiltInId}}, {PlugInCamera(), grown}});
+  ComPtr<IBaseFilter> filter;
+  EXPECT_TRUE(camera->BindDeviceFilter(0, filter.Put()));
+  EXPECT_TRUE(filter);
+}
+
 TEST_F(CameraSelection, IdsAreDecimalDigitsOrNothing) {
   unsigned int index = 99;
   EXPECT_FALSE(camera->ParseCameraId("12a", 3, &index));
@@ -202,6 +212,13 @@ TEST_F(CameraSelection, DeviceWithAnEmptyNameIsSkipped) {
   EXPECT_EQ(camera->CameraCount(), 0U);
 }
 
+TEST_F(CameraSelection, DeviceWithAnEmptyNameIsNotTheOneOfAnEmptyId) {
+  platform.SetPc({{{0, kBuiltInId}}, {{"nameless", L"", {}}, BuiltInCamera({})}});
+  platform.AnswersNth("CM_Get_Device_IDA", 1, SucceedsWithNull());
+  EXPECT_EQ(camera->CameraCount(), 1U);
+  EXPECT_EQ(Access::CameraNames(*camera).at(0).size(), kBuiltInDisplayName.size());
+}
+
 TEST_F(CameraSelection, NoMonikerHasNoName) {
   EXPECT_EQ(camera->GetMonikerDisplayName(ComPtr<IMoniker>()), "");
   EXPECT_THAT(platform.Calls(), IsEmpty());
@@ -288,6 +305,18 @@ TEST_F(CameraSelection, CountThatBreaksOffLeavesNoCameraThatWasNotAccepted) {
   EXPECT_THAT(Access::CameraNames(*camera), IsEmpty());
   IBaseFilter* filter = nullptr;
   EXPECT_FALSE(camera->BindDeviceFilter(0, &filter));
+}
+
+TEST_F(CameraSelection, DeviceWhosePathCannotBeReadIsAskedNothingElse) {
+  platform.SetPc({{{0, "A"}}, {}});
+  platform.Answers("SetupDiGetDeviceInterfaceDetailW", Fails());
+  EXPECT_THAT(camera->QueryFixedUsbDeviceIds(), IsEmpty());
+  EXPECT_THAT(platform.Calls(),
+              ElementsAre("SetupDiGetClassDevsW(GUID_DEVINTERFACE_USB_DEVICE, 26)",
+                          "SetupDiEnumDeviceInterfaces(GUID_DEVINTERFACE_USB_DEVICE, 0)",
+                          "SetupDiGetDeviceInterfaceDetailW(1024)",
+                          "SetupDiEnumDeviceInterfaces(GUID_DEVINTERFACE_USB_DEVICE, 1, past the end)",
+                          "SetupDiDestroyDeviceInfoList()"));
 }
 
 TEST_F(CameraSelection, InterfaceThatCannotBeEnumeratedEndsTheWalk) {

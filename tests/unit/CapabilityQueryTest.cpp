@@ -231,6 +231,7 @@ T* Block(scripted::Platform& platform, std::size_t count) {
 TEST_F(CapabilityQuery, EveryRecordOfAnArrayIsReleasedWithWhatItHas) {
   auto* const records = Block<NUVEQCameraCapabilities>(platform, 3);
   records[1].id = Block<char>(platform, 64);
+  records[1].abilityNum = 1;  // of none
   records[2].id = Block<char>(platform, 64);
   records[2].abilities = Block<NUVEQCameraAbility>(platform, 1);
   records[2].abilityNum = 1;

@@ -192,15 +192,15 @@ TEST_F(StarvedGraph, ClosesWhenTheLastBufferIsLostWhileTheGraphStops) {
     ASSERT_TRUE(platform.DeliverFrame(Frame(kFrameSize + 1, 1)));
   }
   std::thread camera;
+  std::atomic<bool> isDelivered = false;
   platform.Before("IMediaControl::Stop", [&] {
     // The stop has begun; the streaming thread loses the last buffer and is already at its next frame.
     EXPECT_TRUE(platform.DeliverFrame(Frame(kFrameSize + 1, 1)));
-    std::atomic<bool> delivering = false;
     camera = std::thread([&] {
-      delivering = true;
       platform.DeliverFrame(Frame(kFrameSize, 2));
+      isDelivered = true;
     });
-    EXPECT_TRUE(WaitUntil([&] { return delivering.load(); }));
+    EXPECT_TRUE(WaitUntil([&] { return isDelivered || platform.FramesInDelivery() == 1; }));
   });
   EXPECT_EQ(Close(), 1);
   camera.join();

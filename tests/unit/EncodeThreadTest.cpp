@@ -54,6 +54,17 @@ TEST_F(EncodeThread, EncodeErrorCostsOneFrameAndNoBuffer) {
   EXPECT_EQ(Close(), 1);
 }
 
+TEST_F(EncodeThread, PositiveEncodeErrorIsOneToo) {
+  QueryAndOpen();
+  platform.ClearJournal();
+  platform.AnswersNth("VideoEncoder::Encode", 1, Answer{5, false});
+  EXPECT_TRUE(platform.DeliverFrame(Frame(kFrameSize, 1)));
+  DeliverAndReceive(2);
+  EXPECT_EQ(host.Packets().at(0).bytes.at(0), 2);
+  EXPECT_THAT(LogLines(), ElementsAre(ErrorLine(1148, kEncodeError + "5" + kInEncodeH264)));
+  EXPECT_EQ(Close(), 1);
+}
+
 TEST_F(EncodeThread, CallbackErrorIsLoggedOncePerPacketAndTheLoopGoesOn) {
   QueryAndOpen();
   platform.ClearJournal();
@@ -280,6 +291,7 @@ TEST_F(EncoderSetUp, FrameThatMeetsNoEncoderIsLoggedAndLost) {
   const std::string line =
       ErrorLine(1168, "[CameraOperator]videoEncoder is null(CameraOperator::EncodeH264)");
   EXPECT_THAT(LogLines(), ElementsAre(line, line));
+  EXPECT_EQ(Access::LostBuffers(*camera), 2U);
   int left = 0;
   while (Access::Queue(*camera).GetFreeBuffer() != nullptr) {
     ++left;

@@ -39,6 +39,14 @@ TEST_F(Graph, IsTwoFiltersConnectedAndNotRun) {
                                     "grabber: 1", "grabber.in: 1", "grabber.out: 1"));
 }
 
+TEST_F(Graph, CameraThatHasGoneIsNoneAlsoWhenTheGraphTakesItsMissingFilter) {
+  platform.SetPc({{{0, kBuiltInId}}, {scripted::PlugInCamera()}});
+  platform.Answers("IFilterGraph::AddFilter", scripted::SucceedsWithNull());
+  EXPECT_FALSE(Open());
+  EXPECT_EQ(LogLines().back(),
+            ErrorLine("[CameraOperator]AddDeviceFilter fail.(CameraOperator::OpenCamera)"));
+}
+
 TEST_F(Graph, CameraWithInputPinsOnlyHasNoPinToConnect) {
   SetPins({{"control", PINDIR_INPUT, {}}, {"crossbar", PINDIR_INPUT, {}}});
   EXPECT_FALSE(Open());
@@ -70,6 +78,14 @@ TEST_F(Graph, PinThatDoesNotTellItsDirectionIsPassedOver) {
   SetPins({{"mute", PINDIR_OUTPUT, {}}, {"capture", PINDIR_OUTPUT, {Yuy2(640, 480, 30)}}});
   ExpectLeft("current media type");
   platform.AnswersNth("IPin::QueryDirection", 1, SFalse());
+  EXPECT_TRUE(Open());
+  EXPECT_THAT(platform.Calls(), Contains("IGraphBuilder::Connect(built-in.capture, grabber.in)"));
+}
+
+TEST_F(Graph, PinThatSaysNothingOfItsDirectionIsNoOutput) {
+  SetPins({{"mute", PINDIR_OUTPUT, {}}, {"capture", PINDIR_OUTPUT, {Yuy2(640, 480, 30)}}});
+  ExpectLeft("current media type");
+  platform.AnswersNth("IPin::QueryDirection", 1, scripted::SucceedsWithNull());
   EXPECT_TRUE(Open());
   EXPECT_THAT(platform.Calls(), Contains("IGraphBuilder::Connect(built-in.capture, grabber.in)"));
 }

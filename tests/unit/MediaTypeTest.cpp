@@ -1,4 +1,6 @@
 // How media types become sizes, subtypes and frame rates.
+#include "MediaType.h"
+
 #include "CameraOperatorTest.h"
 
 namespace {
@@ -184,6 +186,20 @@ TEST_F(MediaTypes, NullEntriesOfAPinListAreSkipped) {
   EXPECT_THAT(platform.Journal(), IsEmpty());
 }
 
+TEST_F(MediaTypes, TypeWhoseContentsWereFreedHasNone) {
+  AM_MEDIA_TYPE type{};
+  type.cbFormat = sizeof(VIDEOINFOHEADER);
+  type.pbFormat = static_cast<BYTE*>(CoTaskMemAlloc(type.cbFormat));
+  ComPtr<IMalloc> object;
+  ASSERT_EQ(CoGetMalloc(1, object.Put()), S_OK);
+  type.pUnk = object.Detach();
+  FreeMediaTypeContents(type);
+  EXPECT_EQ(type.cbFormat, 0U);
+  EXPECT_EQ(type.pbFormat, nullptr);
+  EXPECT_EQ(type.pUnk, nullptr);
+  EXPECT_THAT(platform.Alive(), IsEmpty());
+}
+
 TEST_F(MediaTypes, ObjectInATypeIsReleased) {
   MediaType type = Yuy2(640, 480, 30);
   type.hasUnknown = true;
@@ -214,6 +230,12 @@ TEST_F(MediaTypes, SizesThatComeBeforeEachOtherChangePlacesEveryTime) {
   EXPECT_EQ(Sizes(), (Pairs{{640, 720}, {1280, 480}}));
   camera->SortAndUniqueCapabilities(sizes, subTypes, fpsList);
   EXPECT_EQ(Sizes(), (Pairs{{1280, 480}, {640, 720}}));
+}
+
+TEST_F(MediaTypes, SizesThatDifferInOneSideAreTwo) {
+  sizes = {{640, 480}, {640, 360}, {480, 360}};
+  camera->SortAndUniqueCapabilities(sizes, subTypes, fpsList);
+  EXPECT_EQ(Sizes(), (Pairs{{480, 360}, {640, 360}, {640, 480}}));
 }
 
 TEST_F(MediaTypes, SizesThatGrowBothWaysAreInOrderOnce) {

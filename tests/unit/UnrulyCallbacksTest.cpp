@@ -165,6 +165,21 @@ TEST_F(UnrulyGraph, CallbackAfterTheCloseReturnsAtOnceAndTheNextSessionHasAllIts
   EXPECT_EQ(m_outOfOrder, 0);
 }
 
+TEST_F(UnrulyGraph, FrameThatComesWhileThePoolIsFreedIsTurnedAway) {
+  ASSERT_EQ(OpenTiny(), 0);
+  ISampleGrabberCB* const callback = platform.GrabberCallback();
+  std::vector<std::uint8_t> frame = FrameFrom(0, 0);
+  // In the middle of it, with the pool's locks taken: whoever asks for a buffer there waits for good.
+  unsigned calls = 0;
+  platform.Before("VideoFrame::ReleaseBuffer", [&] {
+    EXPECT_EQ(callback->BufferCB(0.0, frame.data(), static_cast<LONG>(frame.size())), S_OK);
+    ++calls;
+  });
+  EXPECT_EQ(CloseTiny(), 1);
+  EXPECT_EQ(calls, 5U);
+  EXPECT_EQ(host.PacketCount(), 0U);
+}
+
 // The threads hold still for nothing: they call before the graph runs, while it stops, and when it is gone.
 // Frames are large, so that there is time for them to go while they are being filled.
 TEST_F(UnrulyGraph, CallsThatOutliveTheStopTouchNothingThatIsGone) {
