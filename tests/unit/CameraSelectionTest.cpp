@@ -213,7 +213,7 @@ TEST_F(CameraSelection, DeviceWithAnEmptyNameIsSkipped) {
 }
 
 TEST_F(CameraSelection, DeviceWithAnEmptyNameIsNotTheOneOfAnEmptyId) {
-  platform.SetPc({{{0, kBuiltInId}}, {{"nameless", L"", {}}, BuiltInCamera({})}});
+  platform.SetPc({{{0, kBuiltInId}}, {{"nameless", std::wstring(), {}}, BuiltInCamera({})}});
   platform.AnswersNth("CM_Get_Device_IDA", 1, SucceedsWithNull());
   EXPECT_EQ(camera->CameraCount(), 1U);
   EXPECT_EQ(Access::CameraNames(*camera).at(0).size(), kBuiltInDisplayName.size());
