@@ -31,10 +31,8 @@ HRESULT HandOutNew(const Answer& answer, Interface** out, Make make) {
 }
 
 // True when an enumerator that is asked for its next entry hands one out, if it has one: with S_FALSE too,
-// for a caller that does not use it, but gives it back.
-inline bool HandsOutNext(const Answer& answer) {
-  return answer.hr == S_OK || (answer.hr == S_FALSE && !answer.null);
-}
+// for a caller that does not use it, but gives it back; and even with a failure, for one that does neither.
+inline bool HandsOutNext(const Answer& answer) { return answer.hr == S_OK || !answer.null; }
 
 template <typename... Interfaces>
 class Object : public Whole<Interfaces>... {

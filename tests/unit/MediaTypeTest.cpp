@@ -398,6 +398,24 @@ TEST_F(MediaTypes, FailureAtTheSecondPinKeepsWhatTheFirstGave) {
   EXPECT_EQ(CameraCapabilityMgr::GetInstance().FindCapability(640, 480).fps, 30U);
 }
 
+TEST_F(MediaTypes, TypeThatComesWithAnotherSuccessEndsTheListAndIsGivenBack) {
+  EXPECT_EQ(camera->CameraCount(), 1U);
+  platform.AnswersNth("IEnumMediaTypes::Next", 2, SFalse());
+  EXPECT_TRUE(camera->GetCameraCapabilities(0, sizes, subTypes, fpsList));
+  EXPECT_EQ(sizes.size(), 1U);
+  EXPECT_THAT(platform.Alive(), IsEmpty());
+}
+
+TEST_F(MediaTypes, TypeThatComesWithAFailureEndsTheListAndIsNotLookedAt) {
+  // Whoever answers a failure and hands out a type all the same keeps the loss.
+  ExpectLeft("enumerated media type");
+  ExpectLeft("enumerated media type format block");
+  EXPECT_EQ(camera->CameraCount(), 1U);
+  platform.AnswersNth("IEnumMediaTypes::Next", 2, scripted::Answer{E_FAIL, false});
+  EXPECT_TRUE(camera->GetCameraCapabilities(0, sizes, subTypes, fpsList));
+  EXPECT_EQ(sizes.size(), 1U);
+}
+
 TEST_F(MediaTypes, EnumerationOfPinsOrTypesThatBreaksOffEndsTheList) {
   EXPECT_EQ(camera->CameraCount(), 1U);
   platform.AnswersNth("IEnumMediaTypes::Next", 2, Fails());
