@@ -84,6 +84,7 @@ std::vector<fs::path> SysfsEntries(const fs::path& folder) {
     ThrowWithoutMemory();
     return entries;
   }
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): safe on a stream that nobody else has
   while (const dirent* const entry = readdir(opened.get())) {
     const fs::path name(entry->d_name);
     if (name != "." && name != "..") {

@@ -50,10 +50,10 @@ SCRIPTED_EXPORT HDEVINFO WINAPI SetupDiGetClassDevsW(const GUID* classId, const 
     return INVALID_HANDLE_VALUE;
   }
   // Only INVALID_HANDLE_VALUE says that there is no set.
-  const HDEVINFO set = answer.null ? nullptr : &deviceInfoSet;
-  latestDeviceInfoSet = set;
-  Platform::Get().Born(set, "device information set", [set] { Platform::Get().Gone(set); });
-  return set;
+  latestDeviceInfoSet = answer.null ? nullptr : &deviceInfoSet;
+  Platform::Get().Born(latestDeviceInfoSet, "device information set",
+                       [] { Platform::Get().Gone(latestDeviceInfoSet); });
+  return latestDeviceInfoSet;
 }
 
 SCRIPTED_EXPORT BOOL WINAPI SetupDiEnumDeviceInterfaces(HDEVINFO set, SP_DEVINFO_DATA* device,

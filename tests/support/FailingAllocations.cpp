@@ -47,13 +47,14 @@ bool IsOnBehalfOfItsCaller(std::string_view fileName) {
 }
 
 struct Search {
-  const void* caller;
+  const void* caller = nullptr;
   bool isPastCaller = false;
   const char* found = "";
 };
 
 _Unwind_Reason_Code LookAtFrame(_Unwind_Context* context, void* argument) {
   auto& search = *static_cast<Search*>(argument);
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): the unwinder gives addresses as numbers
   const auto* const address = reinterpret_cast<const void*>(_Unwind_GetIP(context));
   search.isPastCaller = search.isPastCaller || address == search.caller;
   if (!search.isPastCaller) {

@@ -39,6 +39,7 @@ TEST_F(OwnedReference, OfNothingIsNone) {
 TEST_F(OwnedReference, IsTakenAgainByACopy) {
   const Owner owner(&first);
   {
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): the copy is what this is about
     const Owner copy(owner);
     EXPECT_EQ(copy.Get(), &first);
     EXPECT_EQ(first.references, 2);
