@@ -6,6 +6,7 @@
 #include <memory>
 #include <numeric>
 #include <set>
+#include <stdexcept>
 #include <thread>
 
 #include "PlatformTest.h"
@@ -230,7 +231,7 @@ TEST_F(FrameQueue, FramesReleaseTheirBuffersBeforeTheyAreDestroyed) {
 
 // --- The template alone ---
 
-// Its buffers are numbers; making number `fails` fails, or throws.
+// Its buffers are numbers; making number `fails` fails, or throws, or breaks off with what nobody expects.
 class NumberQueue : public CBufferQueue<int*> {
  public:
   ~NumberQueue() override { Uninit(); }
@@ -238,6 +239,9 @@ class NumberQueue : public CBufferQueue<int*> {
     const int number = ++made;
     if (number == throws) {
       throw std::bad_alloc();
+    }
+    if (number == breaksOff) {
+      throw std::runtime_error("buffer");
     }
     return number == fails ? nullptr : std::make_unique<int>(number).release();
   }
@@ -248,6 +252,7 @@ class NumberQueue : public CBufferQueue<int*> {
 
   int fails = 0;
   int throws = 0;
+  int breaksOff = 0;
   int made = 0;
   std::vector<int> destroyed;
 };
@@ -272,6 +277,14 @@ TEST(BufferQueue, InitIsRefusedWhileAStoppedQueueHasABufferOfNoPool) {
     queue.Uninit();
     EXPECT_TRUE(queue.Init(1));
   }
+}
+
+TEST(BufferQueue, WhateverIsThrownForABufferIsAPoolThatCannotBeMade) {
+  NumberQueue queue;
+  queue.breaksOff = 3;
+  EXPECT_FALSE(queue.Init(5));
+  EXPECT_THAT(queue.destroyed, ElementsAre(1, 2));
+  EXPECT_TRUE(queue.Init(5));
 }
 
 TEST(BufferQueue, NoMemoryForABufferIsAPoolThatCannotBeMade) {
