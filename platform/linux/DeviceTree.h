@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "CaptureSource.h"
+#include "DeviceDetails.h"
 #include "Export.h"
 
 struct CaptureDevice {
@@ -38,10 +39,15 @@ class DeviceTree {
   // What is there at this moment, in an order that does not change from call to call.
   virtual std::vector<CaptureDevice> CaptureDevices() = 0;
   virtual std::vector<UsbDevice> UsbDevices() = 0;
+
+  // For people who look for what is wrong; the camera library never asks. In the order of UsbDevices, and in
+  // that of the nodes' names with those that are no capture devices. None where nothing more is known.
+  virtual std::vector<UsbDetails> DescribeUsbDevices() { return {}; }
+  virtual std::vector<VideoNodeDetails> DescribeVideoNodes() { return {}; }
 };
 
 // An instance id as it stands in display names: lower case, with "#" for "\".
-std::string DisplayForm(std::string id);
+NUVEQ_PLATFORM_EXPORT std::string DisplayForm(std::string id);
 
 // The PC from here on; null means the machine's own. For hosts, before the library's first call, from any
 // thread. Graphs that were built already keep their cameras.

@@ -1,16 +1,14 @@
 #include "LinuxDeviceTree.h"
 
-#include <linux/videodev2.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <optional>
 
 #include "Sysfs.h"
 #include "SysfsUsb.h"
 #include "System.h"
-#include "V4l2Device.h"
+#include "UsbDescription.h"
 #include "V4l2Source.h"
+#include "VideoNode.h"
 
 namespace {
 
@@ -31,24 +29,6 @@ std::string WhyNotBuiltIn(Attachment attachment) {
       return "it belongs to a USB hub that can be removed, or may be";
   }
   return {};
-}
-
-// Whether the node delivers video: a camera has others beside it, for its metadata.
-bool IsCaptureNode(const std::string& path, const fs::path& sysfsEntry) {
-  V4l2Device device;
-  if (const int error = device.Open(path); error != 0) {
-    const bool isThere = error != ENOENT && error != ENODEV && error != ENXIO;
-    return isThere && ReadSysfsLine(sysfsEntry / "index") == "0";
-  }
-  v4l2_capability capability{};
-  if (device.Ioctl(VIDIOC_QUERYCAP, &capability) != 0) {
-    return false;
-  }
-  const std::uint32_t capabilities = (capability.capabilities & V4L2_CAP_DEVICE_CAPS) != 0
-                                         ? capability.device_caps
-                                         : capability.capabilities;
-  constexpr std::uint32_t kNeeded = V4L2_CAP_VIDEO_CAPTURE | V4L2_CAP_STREAMING;
-  return (capabilities & kNeeded) == kNeeded;
 }
 
 // A place that is not on USB, as a path text: "platform#vivid.0".
@@ -112,7 +92,7 @@ std::vector<CaptureDevice> LinuxDeviceTree::CaptureDevices() {
   std::vector<CaptureDevice> cameras;
   for (const fs::path& entry : SysfsEntries(sysfsRoot / "class" / "video4linux")) {
     const std::string path = (CurrentSystem().DevRoot() / entry.filename()).string();
-    if (!entry.filename().string().starts_with("video") || !IsCaptureNode(path, entry)) {
+    if (!IsVideoNode(entry) || !LookAtVideoNode(path, entry).IsCapture()) {
       continue;
     }
     if (auto camera = Describe(entry, path, sysfsRoot)) {
@@ -127,4 +107,30 @@ std::vector<CaptureDevice> LinuxDeviceTree::CaptureDevices() {
 
 std::vector<UsbDevice> LinuxDeviceTree::UsbDevices() {
   return SysfsUsb(CurrentSystem().SysfsRoot()).Devices();
+}
+
+std::vector<UsbDetails> LinuxDeviceTree::DescribeUsbDevices() {
+  return ::DescribeUsbDevices(CurrentSystem().SysfsRoot());
+}
+
+std::vector<VideoNodeDetails> LinuxDeviceTree::DescribeVideoNodes() {
+  const fs::path sysfsRoot = CurrentSystem().SysfsRoot();
+  const SysfsUsb usb(sysfsRoot);
+  std::vector<VideoNodeDetails> nodes;
+  for (const fs::path& entry : SysfsEntries(sysfsRoot / "class" / "video4linux")) {
+    if (!IsVideoNode(entry)) {
+      continue;
+    }
+    VideoNodeDetails node;
+    node.node = (CurrentSystem().DevRoot() / entry.filename()).string();
+    node.name = ReadSysfsLine(entry / "name");
+    const VideoNodeLook look = LookAtVideoNode(node.node, entry);
+    node.whyNotCapture = look.whyNotCapture;
+    node.openError = look.openError;
+    if (const fs::path parent = SysfsPlaceOf(entry / "device"); !usb.InterfaceId(parent).empty()) {
+      node.usbPlace = parent.parent_path().filename().string();
+    }
+    nodes.push_back(std::move(node));
+  }
+  return nodes;
 }

@@ -9,4 +9,6 @@ class LinuxDeviceTree : public DeviceTree {
   // where sysfs has it as its camera's first: what is wrong with it comes out when it is used.
   std::vector<CaptureDevice> CaptureDevices() override;
   std::vector<UsbDevice> UsbDevices() override;
+  std::vector<UsbDetails> DescribeUsbDevices() override;
+  std::vector<VideoNodeDetails> DescribeVideoNodes() override;
 };

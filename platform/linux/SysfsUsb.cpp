@@ -107,23 +107,30 @@ Attachment SysfsUsb::AttachmentOf(const fs::path& device) const {
   return Attachment::kFixed;
 }
 
-std::vector<UsbDevice> SysfsUsb::Devices() const {
-  std::map<std::string, UsbDevice> byId;
+std::vector<fs::path> SysfsUsb::Folders() const {
+  std::map<std::string, fs::path> byPlace;
   for (const fs::path& entry : SysfsEntries(m_root / "bus" / "usb" / "devices")) {
     const fs::path device = SysfsPlaceOf(entry);
-    if (device.empty() || IsInterface(device) || IsRootHub(device)) {
-      continue;
-    }
-    UsbDevice described;
-    described.id = DeviceId(device);
-    described.isRemovable = AttachmentOf(device) != Attachment::kFixed;
-    described.firstChildId = FirstInterfaceId(device);
-    if (!described.id.empty()) {
-      byId.emplace(PlaceOf(device), described);
+    if (!device.empty() && !IsInterface(device) && !IsRootHub(device)) {
+      byPlace.emplace(PlaceOf(device), device);
     }
   }
-  std::vector<UsbDevice> devices;
-  std::transform(byId.begin(), byId.end(), std::back_inserter(devices),
+  std::vector<fs::path> folders;
+  std::transform(byPlace.begin(), byPlace.end(), std::back_inserter(folders),
                  [](const auto& entry) { return entry.second; });
+  return folders;
+}
+
+std::vector<UsbDevice> SysfsUsb::Devices() const {
+  std::vector<UsbDevice> devices;
+  for (const fs::path& folder : Folders()) {
+    UsbDevice device;
+    device.id = DeviceId(folder);
+    device.isRemovable = AttachmentOf(folder) != Attachment::kFixed;
+    device.firstChildId = FirstInterfaceId(folder);
+    if (!device.id.empty()) {
+      devices.push_back(std::move(device));
+    }
+  }
   return devices;
 }

@@ -23,6 +23,8 @@ class SysfsUsb {
   // Every device but the root hubs, in the order of their places. Devices that go while they are read are
   // left out.
   std::vector<UsbDevice> Devices() const;
+  // Their folders, in the same order.
+  std::vector<std::filesystem::path> Folders() const;
 
   // Of the folders of devices and interfaces, as the tree /sys/devices has them.
   Attachment AttachmentOf(const std::filesystem::path& device) const;
@@ -31,9 +33,8 @@ class SysfsUsb {
   // to boot. Empty for what is no USB device or interface.
   std::string DeviceId(const std::filesystem::path& device) const;
   std::string InterfaceId(const std::filesystem::path& interface) const;
-
- private:
   std::string FirstInterfaceId(const std::filesystem::path& device) const;
 
+ private:
   std::filesystem::path m_root;
 };

@@ -30,6 +30,21 @@ CaptureDevice PlugInCamera(const std::shared_ptr<SimulatedDevice>& device) {
           [device] { return std::make_unique<SimulatedCamera>(device); }};
 }
 
+UsbDetails Described(const UsbDevice& device, const char* place, const char* model, const char* name) {
+  UsbDetails details;
+  details.place = place;
+  details.name = name;
+  details.model = model;
+  details.hasVideo = details.name.find("Camera") != std::string::npos;
+  details.isRemovable = device.isRemovable;
+  details.id = device.id;
+  details.firstChildId = device.firstChildId;
+  details.source = VerdictSource::kFirmware;
+  details.attribute = device.isRemovable ? "removable" : "fixed";
+  details.connectType = device.isRemovable ? "hotplug" : "hardwired";
+  return details;
+}
+
 // Throws for what the cameras could not deliver, while the host that asked for it can still see why.
 void Check(const SimulatedPcSettings& settings) {
   for (const VideoFormat& format : settings.formats) {
@@ -83,19 +98,31 @@ std::vector<CaptureDevice> SimulatedPc::CaptureDevices() {
 }
 
 std::vector<UsbDevice> SimulatedPc::UsbDevices() {
+  std::vector<UsbDevice> devices;
+  for (const UsbDetails& details : DescribeUsbDevices()) {
+    devices.push_back({details.id, details.isRemovable, details.firstChildId});
+  }
+  return devices;
+}
+
+std::vector<UsbDetails> SimulatedPc::DescribeUsbDevices() {
   // A Bluetooth radio, soldered in.
-  std::vector<UsbDevice> devices{{R"(USB\VID_8087&PID_0026\SIMULATED-1.10)", false,
-                                  R"(USB\VID_8087&PID_0026&MI_00\SIMULATED-1.10&0000)"}};
+  std::vector<UsbDetails> devices{Described({R"(USB\VID_8087&PID_0026\SIMULATED-1.10)", false,
+                                             R"(USB\VID_8087&PID_0026&MI_00\SIMULATED-1.10&0000)"},
+                                            "1-10", "8087:0026", "Bluetooth Radio")};
   if (m_state->plugIn) {
-    devices.push_back({R"(USB\VID_046D&PID_0825\SIMULATED-2.1)", true,
-                       R"(USB\VID_046D&PID_0825&MI_00\SIMULATED-2.1&0000)"});
+    devices.push_back(Described(
+        {R"(USB\VID_046D&PID_0825\SIMULATED-2.1)", true, R"(USB\VID_046D&PID_0825&MI_00\SIMULATED-2.1&0000)"},
+        "2-1", "046d:0825", "USB Camera"));
   }
   if (m_state->builtIn && m_state->builtIn->IsPresent()) {
-    devices.push_back({R"(USB\VID_04F2&PID_B6BE\SIMULATED-1.5)", false,
-                       R"(USB\VID_04F2&PID_B6BE&MI_00\SIMULATED-1.5&0000)"});
+    devices.push_back(Described({R"(USB\VID_04F2&PID_B6BE\SIMULATED-1.5)", false,
+                                 R"(USB\VID_04F2&PID_B6BE&MI_00\SIMULATED-1.5&0000)"},
+                                "1-5", "04f2:b6be", "Integrated Camera"));
   }
   // A fingerprint reader that no driver has taken apart.
-  devices.push_back({R"(USB\VID_27C6&PID_55A2\SIMULATED-1.7)", false, ""});
+  devices.push_back(Described({R"(USB\VID_27C6&PID_55A2\SIMULATED-1.7)", false, ""}, "1-7", "27c6:55a2",
+                              "Fingerprint Reader"));
   return devices;
 }
 

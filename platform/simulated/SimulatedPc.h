@@ -36,6 +36,8 @@ class NUVEQ_PLATFORM_EXPORT SimulatedPc : public DeviceTree {
 
   std::vector<CaptureDevice> CaptureDevices() override;
   std::vector<UsbDevice> UsbDevices() override;
+  // As on a laptop whose firmware describes its ports.
+  std::vector<UsbDetails> DescribeUsbDevices() override;
 
   // The built-in camera goes, also while it is streaming, and comes back. From any thread.
   void RemoveBuiltInCamera();

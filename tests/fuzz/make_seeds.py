@@ -217,6 +217,7 @@ def save_mjpeg():
 def save_arguments():
     lines = {
         "list": "list --json --verbose",
+        "doctor": "doctor --json --library=x.so",
         "record": "record -o a.h264 --size 1280x720 --fps=30 --seconds 10",
         "record_mp4": "-v record -oa=b.mp4 --size=640x480",
         "record_to_standard_output": "record -o - --seconds=0",

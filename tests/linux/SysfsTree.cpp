@@ -95,6 +95,22 @@ void SysfsTree::AddInterface(const fs::path& device, const std::string& deviceNa
   AddLink(folder / "subsystem", SysfsRoot() / "bus/usb");
 }
 
+// Ports are in the folder of their hub's interface: "1-0:1.0/usb1-port5", "1-2:1.0/1-2-port4".
+void SysfsTree::AddPort(const fs::path& device, const std::string& connectType) {
+  const fs::path hub = device.parent_path();
+  const std::string hubName = hub.filename().string();
+  const bool isRootHub = hubName.starts_with("usb");
+  std::string interface = isRootHub ? hubName.substr(3).append("-0") : hubName;
+  const std::string name = device.filename().string();
+  std::string port = hubName;
+  port.append("-port").append(name.substr(name.find_last_of("-.") + 1));
+  const fs::path folder = hub / interface.append(":1.0") / port;
+  fs::create_directories(folder);
+  WriteAttribute(folder / "connect_type", connectType);
+  AddLink(folder / "device", device);
+  AddLink(device / "port", folder);
+}
+
 void SysfsTree::AddUsb(const UsbNode& node) {
   const std::string parent = ParentOf(node.name);
   if (parent.starts_with("usb") && !fs::exists(UsbLinks() / parent)) {
@@ -111,6 +127,9 @@ void SysfsTree::AddUsb(const UsbNode& node) {
   WriteAttribute(folder / "uevent", "DEVTYPE=usb_device");
   if (node.removable) {
     WriteAttribute(folder / "removable", *node.removable);
+  }
+  if (node.connectType) {
+    AddPort(folder, *node.connectType);
   }
   AddLink(UsbLinks() / node.name, folder);
   AddLink(folder / "subsystem", SysfsRoot() / "bus/usb");

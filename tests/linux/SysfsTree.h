@@ -15,6 +15,9 @@ struct UsbNode {
   std::optional<std::string> removable = "fixed";  // nothing: the kernel has no such attribute
   std::vector<int> interfaces = {0, 1};            // numbers of configuration 1, created in this order
   std::string controller = "pci0000:00/0000:00:14.0";
+  // What the firmware says of its port: "hardwired", "hotplug", "not used", "unknown"; nothing: the kernel
+  // has no such file.
+  std::optional<std::string> connectType = std::nullopt;
 };
 
 class SysfsTree {
@@ -53,6 +56,7 @@ class SysfsTree {
   std::filesystem::path UsbFolder(const std::string& name) const;
   void AddRootHub(const std::string& bus, const std::filesystem::path& controller);
   void AddVideoNode(const std::filesystem::path& folder, int number, const std::string& name, int index);
+  static void AddPort(const std::filesystem::path& device, const std::string& connectType);
   void AddInterface(const std::filesystem::path& device, const std::string& deviceName, int number);
 
   std::filesystem::path m_root;

@@ -44,6 +44,7 @@ TEST(Arguments, CommandsHaveTheirDefaults) {
   const Options snapshot = Read({"snapshot"});
   EXPECT_EQ(snapshot.output, "camera.png");
   EXPECT_EQ(snapshot.skip, 9);
+  EXPECT_EQ(Read({"doctor"}).command, Command::kDoctor);
 }
 
 TEST(Arguments, OptionsAreReadInEveryForm) {
@@ -63,6 +64,7 @@ TEST(Arguments, OptionsAreReadInEveryForm) {
   EXPECT_EQ(Read({"record", "-o", "-"}).output, "-");
   EXPECT_EQ(Read({"--library", "x.so", "list", "--json"}).library, "x.so");
   EXPECT_TRUE(Read({"list", "--json", "--verbose"}).wantsJson);
+  EXPECT_TRUE(Read({"--simulated", "doctor", "--json"}).wantsJson);
   EXPECT_EQ(Read({"snapshot", "--skip", "0"}).skip, 0);
 }
 
@@ -130,12 +132,14 @@ TEST(Arguments, MistakesAreNamed) {
   EXPECT_EQ(Wrong({"record", "-o", ""}), "--output wants a file name");
   EXPECT_EQ(Wrong({"list", "--json=yes"}), "--json takes no value");
   EXPECT_EQ(Wrong({"list", "--fps", "3"}), "--fps is no option of list");
+  EXPECT_EQ(Wrong({"doctor", "--fps", "3"}), "--fps is no option of doctor");
   EXPECT_EQ(Wrong({"record", "--skip", "3"}), "--skip is no option of record");
   EXPECT_EQ(Wrong({"snapshot", "--seconds", "3"}), "--seconds is no option of snapshot");
 }
 
 TEST(Arguments, WhatWouldSteerATerminalIsNotRepeated) {
-  EXPECT_EQ(Wrong({"\x1b[2Jlist"}), "unknown command '?[2Jlist'; the commands are list, record and snapshot");
+  EXPECT_EQ(Wrong({"\x1b[2Jlist"}),
+            "unknown command '?[2Jlist'; the commands are list, record, snapshot and doctor");
 }
 
 TEST(Arguments, OutputIsWhatItsNameSays) {
@@ -177,7 +181,7 @@ TEST(Arguments, AnyLineIsEitherReadOrRefusedWithAReason) {
                      "--size", "640x480", "--fps",     "--seconds",   "--skip", "--json",
                      "-v",     "--help",  "--version", "--library",   "=",      "x",
                      "9",      "0",       "-",         "--",          "a.mp4",  "a.png",
-                     "",       "\xff",    "-o-",       "4294967296"};
+                     "",       "\xff",    "-o-",       "4294967296",  "doctor"};
   std::mt19937 random(1);  // NOLINT(cert-msc32-c,cert-msc51-cpp): the same lines every time
   std::size_t readLines = 0;
   for (int line = 0; line < 20000; ++line) {
@@ -198,7 +202,8 @@ TEST(Arguments, AnyLineIsEitherReadOrRefusedWithAReason) {
     const auto& options = std::get<Options>(parsed);
     ASSERT_TRUE(options.command != Command::kNone || options.wantsHelp || options.wantsVersion);
     if (options.command != Command::kNone && !options.wantsHelp && !options.wantsVersion) {
-      ASSERT_EQ(options.output.empty(), options.command == Command::kList);
+      ASSERT_EQ(options.output.empty(),
+                options.command == Command::kList || options.command == Command::kDoctor);
       ASSERT_TRUE(!options.size || (options.size->width > 0 && options.size->height > 0));
       ASSERT_LE(options.seconds, 86400U);
     }

@@ -14,7 +14,8 @@ using ::testing::Not;
 constexpr SystemTraits kFull{
     .recordsMp4 = true, .hasSimulatedPc = true, .libraryFile = "full.so", .libraryPlaces = "beside it"};
 constexpr SystemTraits kPlain{.libraryFile = "plain.dll", .libraryPlaces = "beside it"};
-constexpr std::array kCommands{Command::kNone, Command::kList, Command::kRecord, Command::kSnapshot};
+constexpr std::array kCommands{Command::kNone, Command::kList, Command::kRecord, Command::kSnapshot,
+                               Command::kDoctor};
 
 TEST(Help, NamesWhatTheSystemHas) {
   EXPECT_THAT(HelpText(Command::kRecord, kFull), HasSubstr("(camera.mp4)"));

@@ -20,7 +20,7 @@ from nuveqcam_tool import (CANNOT_OPEN, CANNOT_WRITE, ENDED_EARLY, MAN_PAGE, NO_
 
 class Words(Tool):
     def test_help_names_every_command_option_and_exit_code_and_the_man_page_the_same(self):
-        helps = [self.run_tool(*words, "--help")[0] for words in ([], ["list"], ["record"], ["snapshot"])]
+        helps = [self.run_tool(*words, "--help")[0] for words in ([], ["list"], ["record"], ["snapshot"], ["doctor"])]
         rendered = subprocess.run(["mandoc", "-T", "utf8", MAN_PAGE], capture_output=True, check=True).stdout.decode()
         page = re.sub(".\b", "", rendered).replace("−", "-")
         of = lambda text: set(re.findall(r"(?<![\w-])--?[a-z]+\b", text))
@@ -29,7 +29,7 @@ class Words(Tool):
         self.assertEqual(set().union(*map(of, helps)), everything)
         # The last two are ffplay's, in an example.
         self.assertEqual(of(page) - {"-f"}, everything)
-        for command in ("list", "record", "snapshot"):
+        for command in ("list", "record", "snapshot", "doctor"):
             self.assertRegex(helps[0], rf"(?m)^  {command} ")
             self.assertRegex(page, rf"(?m)^     {command}\b")
         for text in helps:
@@ -119,6 +119,64 @@ class Listing(Tool):
         for name in ("missing.so", Path(PROGRAM).parent / "libnuveqplatform.so"):
             _, err = self.run_tool("list", "--simulated", "--library", name, code=UNEXPECTED)
             self.assertRegex(err, r"^nuveqcam: cannot load the camera library /.*; give its file with --library\n$")
+
+
+class Doctor(Tool):
+    def test_names_every_device_its_verdict_and_the_camera_that_is_offered(self):
+        out, err = self.run_tool("doctor", "--simulated")
+        self.assertEqual(err, "")
+        self.assertEqual(out, """\
+USB devices
+  1-10  Bluetooth Radio (8087:0026)     built in: the firmware (ACPI) says that its port is hard-wired
+  2-1   USB Camera (046d:0825)          can be removed: the firmware (ACPI) says that its port is one for plugging in
+  1-5   Integrated Camera (04f2:b6be)   built in: the firmware (ACPI) says that its port is hard-wired
+  1-7   Fingerprint Reader (27c6:55a2)  built in: the firmware (ACPI) says that its port is hard-wired
+
+Capture devices
+  simulated  USB Camera         not taken: it is plugged in: its USB device can be removed
+  simulated  Integrated Camera  TAKEN: the first function of USB device 1-5, which is built in
+
+The camera that is offered: Integrated Camera (simulated), 320x240 to 1920x1080, 10 to 30 fps
+""")
+
+    def test_json_has_the_documented_members(self):
+        out, err = self.run_tool("doctor", "--json", "--simulated")
+        self.assertEqual((err, out.count("\n")), ("", 1))
+        answer = json.loads(out)
+        words = set(answer)
+        self.assertTrue(answer["offered"])
+        self.assertEqual((answer["advice"], answer["failure"], answer["otherNodes"]), ([], None, []))
+        self.assertEqual(answer["camera"], json.loads(self.run_tool("list", "--json", "--simulated")[0])["cameras"][0])
+        for device in answer["usbDevices"]:
+            words |= set(device)
+            self.assertEqual(device["verdictFrom"], "firmware")
+            self.assertEqual(device["removable"], device["attribute"] == "removable")
+            self.assertEqual(device["removable"], device["verdict"].startswith("can be removed: "))
+        [taken] = [device for device in answer["captureDevices"] if device["taken"]]
+        self.assertEqual((taken["name"], taken["reason"], taken["usbDevice"]), ("Integrated Camera", None, "1-5"))
+        words |= set(taken)
+        page = Path(MAN_PAGE).read_text()
+        page = page[page.index(".Cm doctor Fl -json"):page.index(".Sh EXIT STATUS")]
+        help_text = self.run_tool("doctor", "--help")[0]
+        for word in words:
+            self.assertRegex(page, rf"(?m)^\.(It )?Li (.*\s)?{word}\b")
+            self.assertRegex(help_text, rf"\b{word}\b")
+
+    def test_this_machine_gets_a_conclusion_and_its_exit_code(self):
+        process = self.start("doctor")
+        out, err = process.communicate(timeout=PATIENCE)
+        self.assertEqual(err, b"")
+        self.assertIn(process.returncode, (OK, NO_CAMERA, CANNOT_OPEN))
+        conclusion = b"The camera that is offered: " if process.returncode == OK else b"No camera is offered: "
+        self.assertEqual(out.count(b"\n" + conclusion), 1)
+        process = self.start("doctor", "--json")
+        out, _ = process.communicate(timeout=PATIENCE)
+        self.assertEqual(json.loads(out)["offered"], process.returncode == OK)
+
+    def test_output_that_cannot_be_written_is_a_failure(self):
+        with open("/dev/full", "wb") as full:
+            _, err = self.run_tool("doctor", "--simulated", code=CANNOT_WRITE, stdout=full)
+        self.assertIn("cannot write to the standard output", err)
 
 
 class Snapshot(Tool):

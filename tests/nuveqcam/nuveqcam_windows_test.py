@@ -84,7 +84,7 @@ class WindowsWords(WindowsTool):
         self.assertEqual(self.run_tool("--version"), (f"nuveqcam {os.environ['NUVEQCAM_VERSION']}\n", ""))
 
     def test_help_is_of_this_system(self):
-        for words in ([], ["list"], ["record"], ["snapshot"]):
+        for words in ([], ["list"], ["record"], ["snapshot"], ["doctor"]):
             out, err = self.run_tool(*words, "--help")
             self.assertEqual(err, "")
             self.assertIn("(libnuveqcamerahandler.dll beside the\n", out)
@@ -191,6 +191,53 @@ class WindowsListing(WindowsTool):
 
     def test_library_without_a_file_that_it_needs_says_so(self):
         self.check_incomplete_copy("a DLL that it needs is missing", "libnuveqcamerahandler.dll")
+
+
+class WindowsDoctor(WindowsTool):
+    def test_names_every_device_its_verdict_and_the_camera_that_is_offered(self):
+        out, err = self.run_tool("doctor")
+        self.assertEqual(err, "")
+        self.assertIn(r"  USB\VID_04F2&PID_B6BE\0001  Integrated Camera (04f2:b6be)  built in: Windows says (device "
+                      "status) that it cannot be removed\n", out)
+        self.assertIn("  Port_#0002.Hub_#0001        USB Camera (046d:0825)         can be removed: Windows says "
+                      "(device status) that it can be\n", out)
+        self.assertIn("  usb#vid_04f2&pid_b6be&mi_00#6&1a2b3c&0&0000   Integrated Camera  TAKEN: the first function of "
+                      "USB device USB\\VID_04F2&PID_B6BE\\0001, which is built in\n", out)
+        self.assertIn("  usb#vid_046d&pid_0825&mi_00#7&2fd3c3a&0&0000  USB Camera         not taken: it is plugged in: "
+                      "its USB device can be removed\n", out)
+        self.assertTrue(out.endswith("\nThe camera that is offered: Integrated Camera "
+                                     "(usb#vid_04f2&pid_b6be&mi_00#6&1a2b3c&0&0000), 320x240 to 1920x1080, 10 to 30 fps\n"),
+                        out)
+
+    def test_json_has_the_documented_members(self):
+        out, err = self.run_tool("doctor", "--json")
+        self.assertEqual((err, out.count("\n")), ("", 1))
+        answer = json.loads(out)
+        self.assertEqual(set(answer), {"offered", "conclusion", "advice", "failure", "camera", "usbDevices",
+                                       "captureDevices", "otherNodes"})
+        devices = {device["model"]: device for device in answer["usbDevices"]}
+        self.assertEqual(set(devices), {"04f2:b6be", "046d:0825"})
+        camera = devices["04f2:b6be"]
+        self.assertEqual((camera["removable"], camera["verdictFrom"], camera["video"], camera["firstFunction"]),
+                         (False, "windows", None, r"USB\VID_04F2&PID_B6BE&MI_00\6&1A2B3C&0&0000"))
+        plug_in = devices["046d:0825"]
+        self.assertTrue(plug_in["removable"])
+        self.assertEqual((plug_in["place"], plug_in["id"]), ("Port_#0002.Hub_#0001", r"USB\VID_046D&PID_0825\0002"))
+        self.assertEqual([device["usbDevice"] for device in answer["captureDevices"] if device["taken"]], [camera["place"]])
+
+    def test_pc_without_a_built_in_camera_gets_advice(self):
+        self.use_pc("plug-in")
+        out, err = self.run_tool("doctor", code=NO_CAMERA)
+        self.assertEqual(err, "")
+        self.assertIn("\nNo camera is offered: the only capture device is not a built-in camera\n  - if USB Camera (usb#vid_"
+                      "046d&pid_0825&mi_00#7&2fd3c3a&0&0000) is inside the PC, the firmware describes the port of USB "
+                      "device Port_#0002.Hub_#0001 wrongly", out)
+        self.use_pc("none")
+        out, err = self.run_tool("doctor", code=NO_CAMERA)
+        self.assertEqual(err, "")
+        self.assertTrue(out.startswith("USB devices\n  none seen\n\nCapture devices\n  none seen\n\n"
+                                       "No camera is offered: no capture device was seen\n"), out)
+        self.assertTrue(out.endswith("\n  - look for it under Cameras in Device Manager\n"), out)
 
 
 class WindowsRecord(WindowsTool):

@@ -25,7 +25,8 @@ enum class Value { kNone, kRequired, kOptional };
 constexpr unsigned kForList = 1;
 constexpr unsigned kForRecord = 2;
 constexpr unsigned kForSnapshot = 4;
-constexpr unsigned kForAll = 7;
+constexpr unsigned kForDoctor = 8;
+constexpr unsigned kForAll = 15;
 
 struct Option {
   std::string_view name;       // with its dashes
@@ -77,7 +78,8 @@ constexpr std::array kOptions{
            [](Options& o, const std::string&) { o.isVerbose = true; }},
     Option{"--library", "", Value::kRequired, kForAll,
            [](Options& o, const std::string& value) { o.library = NotEmpty("--library", value); }},
-    Option{"--json", "", Value::kNone, kForList, [](Options& o, const std::string&) { o.wantsJson = true; }},
+    Option{"--json", "", Value::kNone, kForList | kForDoctor,
+           [](Options& o, const std::string&) { o.wantsJson = true; }},
     Option{"--output", "-o", Value::kRequired, kForRecord | kForSnapshot,
            [](Options& o, const std::string& value) { o.output = NotEmpty("--output", value); }},
     Option{"--size", "", Value::kRequired, kForRecord | kForSnapshot,
@@ -100,6 +102,8 @@ unsigned BitOf(Command command) {
       return kForRecord;
     case Command::kSnapshot:
       return kForSnapshot;
+    case Command::kDoctor:
+      return kForDoctor;
     case Command::kNone:
       break;
   }
@@ -107,7 +111,7 @@ unsigned BitOf(Command command) {
 }
 
 Command CommandNamed(std::string_view word) {
-  for (const Command command : {Command::kList, Command::kRecord, Command::kSnapshot}) {
+  for (const Command command : {Command::kList, Command::kRecord, Command::kSnapshot, Command::kDoctor}) {
     if (word == NameOf(command)) {
       return command;
     }
@@ -191,7 +195,8 @@ class Parser {
       throw Wrong{"'" + Printable(word) + "' is one word too many"};
     }
     if (command == Command::kNone) {
-      throw Wrong{"unknown command '" + Printable(word) + "'; the commands are list, record and snapshot"};
+      throw Wrong{"unknown command '" + Printable(word) +
+                  "'; the commands are list, record, snapshot and doctor"};
     }
     m_options.command = command;
   }
@@ -202,7 +207,7 @@ class Parser {
       return;
     }
     if (command == Command::kNone) {
-      throw Wrong{"a command is missing: list, record or snapshot"};
+      throw Wrong{"a command is missing: list, record, snapshot or doctor"};
     }
     for (const Option* const option : m_given) {
       if ((option->commands & BitOf(command)) == 0) {
@@ -269,6 +274,8 @@ std::string NameOf(Command command) {
       return "record";
     case Command::kSnapshot:
       return "snapshot";
+    case Command::kDoctor:
+      return "doctor";
     case Command::kNone:
       break;
   }

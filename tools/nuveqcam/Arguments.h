@@ -10,7 +10,7 @@
 #include "Capabilities.h"
 #include "ThisSystem.h"
 
-enum class Command { kNone, kList, kRecord, kSnapshot };
+enum class Command { kNone, kList, kRecord, kSnapshot, kDoctor };
 
 struct Options {
   Command command = Command::kNone;  // kNone only with wantsHelp or wantsVersion
@@ -22,7 +22,7 @@ struct Options {
   bool isVerbose = false;
   std::string library;  // empty: the one beside the program
 
-  bool wantsJson = false;            // list
+  bool wantsJson = false;            // list, doctor
   std::string output;                // record, snapshot: a file name, or "-" for the standard output
   std::optional<Size> size;          // record, snapshot
   std::optional<std::uint32_t> fps;  // record

@@ -6,17 +6,23 @@
 
 namespace {
 
-void RunCommand(const Workplace& place) {
+ExitCode RunCommand(const Workplace& place) {
   switch (place.options.command) {
     case Command::kList:
-      return RunList(place);
+      RunList(place);
+      break;
     case Command::kRecord:
-      return RunRecord(place);
+      RunRecord(place);
+      break;
     case Command::kSnapshot:
-      return RunSnapshot(place);
+      RunSnapshot(place);
+      break;
+    case Command::kDoctor:
+      return RunDoctor(place);
     case Command::kNone:
       break;
   }
+  return ExitCode::kOk;
 }
 
 void Report(const Console& console, const std::string& text) {
@@ -35,12 +41,12 @@ ExitCode RunTool(const Options& options, const Console& console, const Patience&
     LibraryLog log(options.isVerbose ? &console.err : nullptr);
     const CameraLibrary library(options.library);
     Camera camera(library, log);
-    RunCommand({options, console, camera, patience});
+    const ExitCode code = RunCommand({options, console, camera, patience});
     if (!console.out.flush()) {
       throw Failure(ExitCode::kCannotWrite,
                     "cannot write to the standard output; what went into a file is complete");
     }
-    return ExitCode::kOk;
+    return code;
   } catch (const Failure& failure) {
     Report(console, failure.what());
     return failure.Code();

@@ -35,9 +35,13 @@ ExitCode RunTool(const Options& options, const Console& console, const Patience&
 void RunList(const Workplace& place);
 void RunRecord(const Workplace& place);
 void RunSnapshot(const Workplace& place);
+// Answers the exit code: that no camera is offered is a result here.
+ExitCode RunDoctor(const Workplace& place);
 
 // What list prints. The camera's device is the one seen that is built in.
 std::string ListText(const Capabilities& camera, const std::vector<SeenDevice>& seen);
+// The camera as a JSON object.
+std::string CameraJson(const Capabilities& camera);
 // One JSON object on one line; camera is null when there is none.
 std::string ListJson(const Capabilities* camera, const std::vector<SeenDevice>& seen);
 

@@ -13,6 +13,7 @@ commands:
   list        the camera, its picture sizes and frame rates
   record      a recording of H.264 video
   snapshot    one picture
+  doctor      which camera is taken, and why no other one is
 
 'nuveqcam COMMAND --help' describes a command and its options.
 
@@ -71,6 +72,28 @@ Takes one picture.
 
 )";
 
+constexpr const char* kDoctor = R"(usage: nuveqcam doctor [--json] [OPTION...]
+
+Shows every USB device with who says whether it can be removed, every capture
+device with why it is taken or not, and, in the last lines, the camera that is
+offered, or why none is and what to do about it.
+
+  --json             one JSON object on one line:
+                       offered, conclusion, advice: [line], failure,
+                       camera   null or as in list
+                       usbDevices      [{place, name, model, id, hub, video,
+                                       removable, verdictFrom, verdict,
+                                       connectType, attribute, verdictHub,
+                                       firstFunction}]
+                       captureDevices  [{taken, node, name, usbDevice, reason,
+                                       openError, openIn}]
+                       otherNodes      as captureDevices, without taken
+
+The exit code is 0 when a camera is offered, 3 when there is none, and 4 when
+there is one that cannot be read; none of these is an error message.
+
+)";
+
 constexpr const char* kGlobal = "options of every command:\n";
 
 constexpr const char* kSimulated =
@@ -119,6 +142,8 @@ std::string HelpText(Command command, const SystemTraits& system) {
       return std::string(kRecord) + (system.recordsMp4 ? kOutputs : kRawOutputs) + kRecordRest + global;
     case Command::kSnapshot:
       return kSnapshot + global;
+    case Command::kDoctor:
+      return kDoctor + global;
     case Command::kNone:
       break;
   }

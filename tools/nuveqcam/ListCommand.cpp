@@ -2,26 +2,10 @@
 #include <ostream>
 
 #include "Commands.h"
+#include "Json.h"
 #include "Text.h"
 
 namespace {
-
-template <typename List, typename Write>
-std::string JsonArray(const List& list, const Write& write) {
-  std::string text;
-  for (const auto& entry : list) {
-    text += (text.empty() ? "" : ",") + write(entry);
-  }
-  return "[" + text + "]";
-}
-
-std::string JsonCamera(const Capabilities& camera) {
-  const std::string sizes = JsonArray(camera.sizes, [](const Size& size) {
-    return "{\"width\":" + std::to_string(size.width) + ",\"height\":" + std::to_string(size.height) + "}";
-  });
-  const std::string rates = JsonArray(camera.rates, RateText);
-  return "{\"id\":" + JsonString(camera.id) + ",\"sizes\":" + sizes + ",\"rates\":" + rates + "}";
-}
 
 std::string JsonDevice(const SeenDevice& device) {
   const std::string reason = device.whyNotBuiltIn.empty() ? "null" : JsonString(device.whyNotBuiltIn);
@@ -73,6 +57,14 @@ std::string RateLines(const std::vector<std::uint32_t>& rates, std::string head)
 
 }  // namespace
 
+std::string CameraJson(const Capabilities& camera) {
+  const std::string sizes = JsonArray(camera.sizes, [](const Size& size) {
+    return "{\"width\":" + std::to_string(size.width) + ",\"height\":" + std::to_string(size.height) + "}";
+  });
+  const std::string rates = JsonArray(camera.rates, RateText);
+  return "{\"id\":" + JsonString(camera.id) + ",\"sizes\":" + sizes + ",\"rates\":" + rates + "}";
+}
+
 std::string ListText(const Capabilities& camera, const std::vector<SeenDevice>& seen) {
   std::string text = "Camera " + Printable(camera.id);
   for (const SeenDevice& device : seen) {
@@ -93,7 +85,7 @@ std::string ListText(const Capabilities& camera, const std::vector<SeenDevice>& 
 }
 
 std::string ListJson(const Capabilities* camera, const std::vector<SeenDevice>& seen) {
-  const std::string cameras = camera != nullptr ? JsonCamera(*camera) : "";
+  const std::string cameras = camera != nullptr ? CameraJson(*camera) : "";
   return "{\"cameras\":[" + cameras + "],\"devices\":" + JsonArray(seen, JsonDevice) + "}\n";
 }
 

@@ -1,5 +1,5 @@
 // What the tool asks the system for beside the camera library's table: for people, and for demonstrations
-// without a camera. The one place that knows the platform.
+// without a camera. With PcSurvey.h the one place that knows the platform.
 #pragma once
 
 #include <string>

@@ -6,6 +6,7 @@ struct SystemTraits {
   bool hasSimulatedPc = false;     // --simulated
   const char* libraryFile = "";    // the camera library
   const char* libraryPlaces = "";  // where it is looked for, for the help's column
+  const char* withoutDriver = "";  // what to do about a camera that has no capture device
   const char* withoutCamera = "";  // what else to try on a PC that has no built-in camera
 };
 

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "UsbDevices.h"
+
 namespace {
 
 using ::testing::ElementsAre;
@@ -37,6 +39,28 @@ TEST(BuiltIn, IsNoneWithoutSuchAUsbDevice) {
   EXPECT_THAT(WhyNotBuiltIn({kLid, ""}, {{true, kLidChild}}),
               ElementsAre(kRemovable, "it is not a USB device"));
   EXPECT_THAT(WhyNotBuiltIn({}, {{false, kLidChild}}), IsEmpty());
+}
+
+TEST(BuiltIn, IsRecognisedByItsFirstFunction) {
+  EXPECT_TRUE(IsFirstFunction({true, kLidChild}, kLid));
+  EXPECT_TRUE(IsFirstFunction({false, kLidChild}, PlaceIn(kLid)));
+  EXPECT_FALSE(IsFirstFunction({false, kStickChild}, kLid));
+  EXPECT_FALSE(IsFirstFunction({false, ""}, kLid));
+}
+
+TEST(UsbVerdict, IsOfTheDeviceStatus) {
+  EXPECT_EQ(VerdictText(true, false), "built in: Windows says (device status) that it cannot be removed");
+  EXPECT_EQ(VerdictText(true, true), "can be removed: Windows says (device status) that it can be");
+  EXPECT_EQ(VerdictText(false, true), "counts as removable: Windows does not tell its device status");
+}
+
+TEST(Model, IsVendorAndProduct) {
+  EXPECT_EQ(ModelIn(R"(USB\VID_04F2&PID_B6BE\0001)"), "04f2:b6be");
+  EXPECT_EQ(ModelIn(kStickChild), "046d:0825");
+  for (const char* const id : {"", "USB", "VID_", "USB\\VID_04F2", "USB\\VID_04F2&PID_B6B",
+                               "USB\\VID_04G2&PID_B6BE", R"(USB\ROOT_HUB30\5&1&0&0)"}) {
+    EXPECT_EQ(ModelIn(id), "") << id;
+  }
 }
 
 TEST(Place, IsWhatTellsDevicesApart) {

@@ -6,6 +6,8 @@ const SystemTraits& ThisSystem() {
       .hasSimulatedPc = true,
       .libraryFile = "libnuveqcamerahandler.so",
       .libraryPlaces = "beside the\n                     program, else where the system finds it",
+      .withoutDriver =
+          "load one with 'sudo modprobe uvcvideo' and see with 'sudo dmesg' what the kernel says",
       .withoutCamera = "try --simulated"};
   return kLinux;
 }

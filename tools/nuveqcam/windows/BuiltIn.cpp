@@ -13,16 +13,11 @@ std::string DisplayForm(std::string id) {
   return id;
 }
 
-bool IsChild(const UsbDevice& usbDevice, const std::string& displayName) {
-  return !usbDevice.firstChildId.empty() &&
-         displayName.find(DisplayForm(usbDevice.firstChildId)) != std::string::npos;
-}
-
 // The place in displayNames of the one that is taken; their number when none is.
 std::size_t TakenOf(const std::vector<std::string>& displayNames, const std::vector<UsbDevice>& usbDevices) {
   for (const UsbDevice& usbDevice : usbDevices) {
     const auto match = std::find_if(displayNames.begin(), displayNames.end(), [&](const std::string& name) {
-      return !name.empty() && IsChild(usbDevice, name);
+      return !name.empty() && IsFirstFunction(usbDevice, name);
     });
     if (!usbDevice.isRemovable && match != displayNames.end()) {
       return static_cast<std::size_t>(match - displayNames.begin());
@@ -34,7 +29,7 @@ std::size_t TakenOf(const std::vector<std::string>& displayNames, const std::vec
 std::string ReasonFor(const std::string& displayName, const std::vector<UsbDevice>& usbDevices) {
   const auto isChildOf = [&](bool isRemovable) {
     return std::any_of(usbDevices.begin(), usbDevices.end(), [&](const UsbDevice& usbDevice) {
-      return usbDevice.isRemovable == isRemovable && IsChild(usbDevice, displayName);
+      return usbDevice.isRemovable == isRemovable && IsFirstFunction(usbDevice, displayName);
     });
   };
   if (isChildOf(false)) {
@@ -57,6 +52,19 @@ std::vector<std::string> WhyNotBuiltIn(const std::vector<std::string>& displayNa
     reasons.push_back(i == taken ? "" : ReasonFor(displayNames[i], usbDevices));
   }
   return reasons;
+}
+
+bool IsFirstFunction(const UsbDevice& usbDevice, const std::string& displayName) {
+  return !usbDevice.firstChildId.empty() &&
+         displayName.find(DisplayForm(usbDevice.firstChildId)) != std::string::npos;
+}
+
+std::string VerdictText(bool isStatusKnown, bool isRemovable) {
+  if (!isStatusKnown) {
+    return "counts as removable: Windows does not tell its device status";
+  }
+  return isRemovable ? "can be removed: Windows says (device status) that it can be"
+                     : "built in: Windows says (device status) that it cannot be removed";
 }
 
 std::string PlaceIn(const std::string& displayName) {

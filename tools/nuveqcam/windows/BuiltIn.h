@@ -16,6 +16,13 @@ struct UsbDevice {
 std::vector<std::string> WhyNotBuiltIn(const std::vector<std::string>& displayNames,
                                        const std::vector<UsbDevice>& usbDevices);
 
+// Whether the capture device of that name is the first function of the USB device.
+bool IsFirstFunction(const UsbDevice& usbDevice, const std::string& displayName);
+
+// Who says that a USB device can be removed, or that it cannot, for people. One whose status is not known
+// counts as removable.
+std::string VerdictText(bool isStatusKnown, bool isRemovable);
+
 // What people need of a display name: "@device:pnp:\\?\usb#vid_04f2#1#{65e8773d-...}\global" is at
 // "usb#vid_04f2#1".
 std::string PlaceIn(const std::string& displayName);

@@ -1,10 +1,12 @@
 #include "ThisSystem.h"
 
 const SystemTraits& ThisSystem() {
-  static constexpr SystemTraits kWindows{.recordsMp4 = false,
-                                         .hasSimulatedPc = false,
-                                         .libraryFile = "libnuveqcamerahandler.dll",
-                                         .libraryPlaces = "beside the\n                     program",
-                                         .withoutCamera = "look for it under Cameras in Device Manager"};
+  static constexpr SystemTraits kWindows{
+      .recordsMp4 = false,
+      .hasSimulatedPc = false,
+      .libraryFile = "libnuveqcamerahandler.dll",
+      .libraryPlaces = "beside the\n                     program",
+      .withoutDriver = "look under Cameras in Device Manager what is wrong",
+      .withoutCamera = "look for it under Cameras in Device Manager"};
   return kWindows;
 }

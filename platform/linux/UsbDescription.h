@@ -1,0 +1,10 @@
+// USB devices of the machine for people: what they are, and who says whether they can be removed.
+#pragma once
+
+#include <filesystem>
+#include <vector>
+
+#include "DeviceDetails.h"
+
+// Of the devices that SysfsUsb lists, in its order.
+std::vector<UsbDetails> DescribeUsbDevices(const std::filesystem::path& sysfsRoot);
