@@ -19,8 +19,9 @@ demo=(
   libopenh264-dev libswscale-dev libturbojpeg0-dev libyuv-dev ninja-build pkg-config
 )
 native=(
-  "${demo[@]}" clang clang-format clang-tidy ffmpeg gcovr git libbenchmark-dev libclang-rt-14-dev libgmock-dev
-  libgtest-dev llvm mandoc python3 python3-yaml valgrind
+  "${demo[@]}" acpica-tools busybox-static clang clang-format clang-tidy cpio ffmpeg gcovr git libbenchmark-dev
+  libclang-rt-14-dev libgmock-dev libgtest-dev libusbredirparser-dev llvm mandoc python3 python3-yaml
+  qemu-system-x86 v4l-utils valgrind
 )
 windows=(
   ca-certificates cmake dpkg-dev ffmpeg g++ g++-mingw-w64-x86-64-posix googletest make nasm ninja-build python3 wine

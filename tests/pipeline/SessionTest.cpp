@@ -1,19 +1,12 @@
 // Sessions as platforms run them, orderly and otherwise.
-#include <filesystem>
+#include <algorithm>
 #include <thread>
 
 #include "SimulatedCameraTest.h"
 
 namespace {
 
-class Session : public SimulatedCameraTest {
- protected:
-  static long Entries(const char* folder) {
-    return std::distance(std::filesystem::directory_iterator(folder), std::filesystem::directory_iterator());
-  }
-  static long Threads() { return Entries("/proc/self/task"); }
-  static long Descriptors() { return Entries("/proc/self/fd"); }
-};
+using Session = SimulatedCameraTest;
 
 TEST_F(Session, EndsAfterAnyNumberOfPackets) {
   ASSERT_EQ(Query(), 0);

@@ -1,19 +1,8 @@
-// The fixture of tests with the whole product: the library, loaded as a platform loads it, over the Linux
-// platform with a simulated PC, and the real encoder.
+// The fixture of tests with the whole product over a simulated PC.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <memory>
-#include <string>
-#include <vector>
-
-#include "Diagnosis.h"
-#include "HostCallbacks.h"
-#include "LoadedLibrary.h"
-#include "NumberedPicture.h"
+#include "ProductTest.h"
 #include "SimulatedPc.h"
-#include "Stream.h"
 
 // Formats of a camera that offers one picture size, or several, in one layout.
 std::vector<VideoFormat> FormatsOf(std::uint32_t fourCc, std::uint32_t width, std::uint32_t height,
@@ -23,7 +12,7 @@ std::vector<VideoFormat> FormatsOf(std::uint32_t fourCc, std::uint32_t width, st
 SimulatedPcSettings Laptop(Pace pace = Pace::kUnpaced,
                            std::vector<VideoFormat> formats = LaptopCameraFormats());
 
-class SimulatedCameraTest : public ::testing::Test {
+class SimulatedCameraTest : public ProductTest {
  protected:
   // The laptop, unpaced, unless a test plugs in another PC before its first call.
   void SetUp() override;
@@ -31,50 +20,8 @@ class SimulatedCameraTest : public ::testing::Test {
 
   void UsePc(const SimulatedPcSettings& settings);
   void UseFormats(std::vector<VideoFormat> formats);
-
-  // Queries and releases the records.
-  int Query();
-  int Open(std::uint32_t width, std::uint32_t height, std::uint32_t fps, const std::string& id = "0");
-  int Close(const std::string& id = "0") const;
-
-  // Queries, opens, waits for that many packets, and closes.
-  void Record(std::uint32_t width, std::uint32_t height, std::uint32_t fps, std::uint64_t packets);
-  // The bytes of what has arrived since the host's last reset.
-  std::vector<Bytes> PacketBytes() const;
-  // What has arrived decodes to the frames from first on, each once and in order.
-  void ExpectNumbersFrom(std::uint32_t first);
-  // The frame number in a decoded picture; no number: an impossible one.
-  static std::uint32_t NumberIn(const Yuv& picture);
-
-  // An open failed after it had asked the camera for its format.
-  void ExpectOneMoreBlock() { ++m_opens; }
-
   SimulatedPc& Pc() { return *m_pc; }
-  void Unload();
-
-  HostCallbacks& host = HostCallbacks::Get();
-  NUVEQCameraHandler handler{};
-  std::vector<NUVEQResolution> resolutions;  // of the latest query
-  std::vector<std::uint32_t> rates;          // in thousandths
 
  private:
   std::shared_ptr<SimulatedPc> m_pc;
-  std::unique_ptr<LoadedLibrary> m_library;
-  std::uint64_t m_objects = 0;
-  std::uint64_t m_blocks = 0;
-  std::uint64_t m_opens = 0;  // that got as far as the format
-  bool m_isLoaded = false;
 };
-
-// True once the condition holds; false when it does not in time.
-template <typename Condition>
-bool WaitFor(Condition condition) {
-  const auto deadline = std::chrono::steady_clock::now() + kPatience;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline) {
-      return false;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  return true;
-}

@@ -8,7 +8,7 @@
 
 #include "FakeKernel.h"
 #include "LibraryLog.h"
-#include "SimulatedCameraTest.h"
+#include "ProductTest.h"
 
 namespace {
 
@@ -23,16 +23,15 @@ constexpr std::uint32_t kFps = 30;
 // The brightness of a frame, by which it is known again.
 std::uint8_t Luma(std::uint32_t number) { return static_cast<std::uint8_t>(40 + 15 * (number % 10)); }
 
-class V4l2Session : public SimulatedCameraTest {
+class V4l2Session : public ProductTest {
  protected:
   void SetUp() override {
-    SimulatedCameraTest::SetUp();
-    UseDeviceTree(nullptr);
+    ProductTest::SetUp();
     UseSystem(&kernel);
     PlugIn();
   }
   void TearDown() override {
-    SimulatedCameraTest::TearDown();
+    ProductTest::TearDown();
     EXPECT_EQ(kernel.OpenHandles(), 0U);
     EXPECT_EQ(kernel.Mappings(), 0U);
     EXPECT_THAT(kernel.Misuse(), IsEmpty());

@@ -1,0 +1,181 @@
+// The stream of the camera: which frame goes when, and in which pieces.
+#include <gtest/gtest.h>
+
+#include <numeric>
+
+#include "FramePacer.h"
+#include "PayloadSender.h"
+
+namespace uvc {
+namespace {
+
+using std::chrono::milliseconds;
+
+// A clock that the test sets; frames 100 ms apart.
+class UvcPace : public ::testing::Test {
+ protected:
+  FramePacer::Due At(int time, bool isBusy = false) {
+    return m_pacer.Advance(m_start + milliseconds(time), isBusy);
+  }
+
+  const FramePacer::Clock::time_point m_start{std::chrono::hours(1)};
+  FramePacer m_pacer{m_start, 1'000'000};
+};
+
+TEST_F(UvcPace, FrameComesWithEachTickAndNoneBetween) {
+  EXPECT_EQ(At(0).number, 0U);
+  EXPECT_EQ(At(99).number, std::nullopt);
+  EXPECT_EQ(At(100).number, 1U);
+  EXPECT_EQ(At(270).number, 2U);
+  EXPECT_EQ(m_pacer.Next(), m_start + milliseconds(300));
+  EXPECT_EQ(At(300).skipped, 0U);
+}
+
+TEST_F(UvcPace, TicksWhileTheFrameBeforeIsGoingPassBy) {
+  EXPECT_EQ(At(0).number, 0U);
+  const FramePacer::Due busy = At(100, true);
+  EXPECT_EQ(busy.number, std::nullopt);
+  EXPECT_EQ(busy.firstSkipped, 1U);
+  EXPECT_EQ(busy.skipped, 1U);
+  EXPECT_EQ(At(150).number, std::nullopt);  // not before the next tick, though nothing is going any more
+  EXPECT_EQ(At(200).number, 2U);
+}
+
+TEST_F(UvcPace, OnlyTheLastOfTicksThatComeTogetherHasAFrame) {
+  EXPECT_EQ(At(0).number, 0U);
+  const FramePacer::Due late = At(420);
+  EXPECT_EQ(late.number, 4U);
+  EXPECT_EQ(late.firstSkipped, 1U);
+  EXPECT_EQ(late.skipped, 3U);
+  const FramePacer::Due busy = At(720, true);
+  EXPECT_EQ(busy.firstSkipped, 5U);
+  EXPECT_EQ(busy.skipped, 3U);
+}
+
+TEST_F(UvcPace, RateHoldsForADay) {
+  FramePacer pacer(m_start, 333'333);
+  const std::uint64_t day = std::uint64_t{86400} * 30;
+  EXPECT_EQ(pacer.Advance(pacer.TimeOf(day), false).number, day);
+  EXPECT_EQ(pacer.TimeOf(day) - m_start, std::chrono::nanoseconds(std::int64_t{33'333'300} * 86400 * 30));
+}
+
+class UvcPayloads : public ::testing::Test {
+ protected:
+  using Answers = std::vector<std::vector<std::uint8_t>>;
+
+  void Send(std::size_t size) {
+    m_frame.resize(size);
+    std::iota(m_frame.begin(), m_frame.end(), std::uint8_t{1});
+    m_sender.Send(m_frame, 0x11223344);
+  }
+  // The answers to requests of that length, as many as are needed until all of the frame is taken.
+  Answers Take(std::size_t length) {
+    Answers answers;
+    while (m_sender.IsBusy() && answers.size() < 100) {
+      m_sender.Request(m_nextId, length);
+      const auto answer = m_sender.Next();
+      EXPECT_TRUE(answer && answer->id == m_nextId);
+      ++m_nextId;
+      answers.emplace_back(answer->data.begin(), answer->data.end());
+    }
+    return answers;
+  }
+  static std::vector<std::size_t> SizesOf(const Answers& answers) {
+    std::vector<std::size_t> sizes;
+    for (const auto& answer : answers) {
+      sizes.push_back(answer.size());
+    }
+    return sizes;
+  }
+  using Sizes = std::vector<std::size_t>;
+
+  std::uint64_t m_nextId = 1;
+  std::vector<std::uint8_t> m_frame;
+  PayloadSender m_sender{[] { return PayloadSender::ClockReading{0x55667788, 0x0F23}; }};
+};
+
+TEST_F(UvcPayloads, HeaderCarriesTheBitsAndTheClocks) {
+  m_sender.Start(100);
+  Send(3);
+  EXPECT_EQ(Take(64), (Answers{{12, kEndOfHeader | kHasScr | kHasPts | kEndOfFrame, 0x44, 0x33, 0x22, 0x11,
+                                0x88, 0x77, 0x66, 0x55, 0x23, 0x07, 1, 2, 3}}));
+}
+
+TEST_F(UvcPayloads, FrameBitTogglesWithEachFrame) {
+  m_sender.Start(100);
+  for (const unsigned bit : {0U, 1U, 0U}) {
+    Send(3);
+    EXPECT_EQ(Take(64).at(0).at(1) & kFrameId, bit);
+  }
+  EXPECT_EQ(m_sender.FramesSent(), 3U);
+}
+
+TEST_F(UvcPayloads, FrameBitTogglesAfterAFrameThatWasDropped) {
+  m_sender.Start(20);
+  Send(20);
+  m_sender.Request(1, 20);
+  ASSERT_TRUE(m_sender.Next());
+  EXPECT_TRUE(m_sender.Stop());
+  EXPECT_FALSE(m_sender.Stop());
+  m_sender.Start(20);
+  Send(3);
+  EXPECT_EQ(Take(64).at(0).at(1) & kFrameId, kFrameId);
+  EXPECT_EQ(m_sender.FramesSent(), 1U);
+}
+
+TEST_F(UvcPayloads, FrameIsSplitAtThePayloadSizeAndOnlyItsLastPayloadEndsIt) {
+  m_sender.Start(20);  // 8 bytes of the frame in each
+  Send(19);
+  const Answers answers = Take(64);
+  ASSERT_EQ(SizesOf(answers), (Sizes{20, 20, 15}));
+  std::vector<std::uint8_t> joined;
+  for (const auto& answer : answers) {
+    EXPECT_EQ(answer[0], 12);
+    EXPECT_EQ((answer[1] & kEndOfFrame) != 0, &answer == &answers.back());
+    joined.insert(joined.end(), answer.begin() + 12, answer.end());
+  }
+  EXPECT_EQ(joined, m_frame);
+}
+
+TEST_F(UvcPayloads, PayloadGoesInThePiecesThatTheHostAsksFor) {
+  m_sender.Start(100);
+  Send(30);
+  const Answers answers = Take(8);  // the header in two pieces
+  EXPECT_EQ(SizesOf(answers), (Sizes{8, 8, 8, 8, 8, 2}));
+  EXPECT_EQ(answers[1], (std::vector<std::uint8_t>{0x66, 0x55, 0x23, 0x07, 1, 2, 3, 4}));
+}
+
+TEST_F(UvcPayloads, PayloadThatFillsTheRequestsEndsWithAnEmptyPacketUnlessItIsAsLongAsTheyGet) {
+  m_sender.Start(100);
+  Send(20);
+  EXPECT_EQ(SizesOf(Take(16)), (Sizes{16, 16, 0}));
+  m_sender.Start(32);
+  Send(20);
+  EXPECT_EQ(SizesOf(Take(16)), (Sizes{16, 16}));
+}
+
+TEST_F(UvcPayloads, PayloadOfWholePacketsIsTwoSoThatNoneEndsWithAnEmptyPacket) {
+  m_sender.Start(100);
+  Send(64 - PayloadSender::kHeaderSize);
+  const auto answers = Take(64);
+  EXPECT_EQ(SizesOf(answers), (Sizes{63, PayloadSender::kHeaderSize + 1}));
+  EXPECT_EQ(answers[0][1] & kEndOfFrame, 0);
+  EXPECT_NE(answers[1][1] & kEndOfFrame, 0);
+}
+
+TEST_F(UvcPayloads, RequestsWaitForAFrameAndCanBeCancelled) {
+  m_sender.Start(100);
+  m_sender.Request(7, 64);
+  m_sender.Request(8, 64);
+  EXPECT_FALSE(m_sender.Next());
+  EXPECT_TRUE(m_sender.Cancel(7));
+  EXPECT_FALSE(m_sender.Cancel(7));
+  Send(3);
+  const auto answer = m_sender.Next();
+  ASSERT_TRUE(answer);
+  EXPECT_EQ(answer->id, 8U);
+  EXPECT_FALSE(m_sender.Next());
+}
+
+}  // namespace
+}  // namespace uvc

@@ -1,0 +1,134 @@
+#include "CameraFiles.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <string_view>
+
+namespace {
+
+std::filesystem::path ShareFolder() { return Environment("NUVEQ_KERNEL_SHARE"); }
+
+std::vector<std::string> LinesOf(const std::filesystem::path& path) {
+  std::ifstream file(path);
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(file, line);) {
+    lines.push_back(line);
+  }
+  return lines;
+}
+
+// "YUYV:320x240@30,15"
+std::vector<OfferedFormat> ParseFormats(const std::string& text) {
+  std::istringstream in(text);
+  OfferedFormat format;
+  char cross = 0;
+  char at = 0;
+  std::getline(in, format.layout, ':');
+  in >> format.width >> cross >> format.height >> at;
+  std::vector<OfferedFormat> formats;
+  for (char comma = ','; in && cross == 'x' && at == '@' && comma == ','; in >> comma) {
+    if (in >> format.fps) {
+      formats.push_back(format);
+    }
+    if (in.peek() == std::char_traits<char>::eof()) {
+      return formats;
+    }
+  }
+  throw std::runtime_error("this is no list of formats: " + text);
+}
+
+bool IsBetter(const OfferedFormat& a, const OfferedFormat& b) {
+  return a.fps != b.fps ? a.fps > b.fps : a.layout == "YUYV" && b.layout != "YUYV";
+}
+
+// What follows the word at the line's start; nothing when another word stands there.
+std::optional<std::string> After(std::string_view word, const std::string& line) {
+  return line.starts_with(word) ? std::optional(line.substr(word.size())) : std::nullopt;
+}
+
+}  // namespace
+
+std::string Environment(const char* name) {
+  const char* const value = std::getenv(name);  // NOLINT(concurrency-mt-unsafe): nobody sets any
+  if (value == nullptr) {
+    throw std::runtime_error(std::string(name) +
+                             " is not set: this program runs in the machine of tests/kernel/kernel_test.py");
+  }
+  return value;
+}
+
+std::string OfferedFormat::Text() const {
+  return layout + " " + std::to_string(width) + "x" + std::to_string(height) + " " + std::to_string(fps) +
+         " fps";
+}
+
+OfferedFormats::OfferedFormats(const std::string& camera) {
+  for (const std::string& line : LinesOf(ShareFolder() / (camera + ".formats"))) {
+    const std::vector<OfferedFormat> formats = ParseFormats(line);
+    m_formats.insert(m_formats.end(), formats.begin(), formats.end());
+  }
+  if (m_formats.empty()) {
+    throw std::runtime_error("nothing says what " + camera + " offers");
+  }
+}
+
+std::set<Size> OfferedFormats::Sizes() const {
+  std::set<Size> sizes;
+  for (const OfferedFormat& format : m_formats) {
+    sizes.emplace(format.width, format.height);
+  }
+  return sizes;
+}
+
+std::set<std::uint32_t> OfferedFormats::Rates() const {
+  std::set<std::uint32_t> rates;
+  for (const OfferedFormat& format : m_formats) {
+    rates.insert(format.fps);
+  }
+  return rates;
+}
+
+OfferedFormat OfferedFormats::Best(const Size& size) const {
+  OfferedFormat best;
+  for (const OfferedFormat& format : m_formats) {
+    if (format.width == size.first && format.height == size.second && IsBetter(format, best)) {
+      best = format;
+    }
+  }
+  return best;
+}
+
+OfferedFormat OfferedFormats::Smallest() const {
+  const std::set<Size> sizes = Sizes();
+  return Best(*std::min_element(sizes.begin(), sizes.end(), [](const Size& a, const Size& b) {
+    return a.first * a.second < b.first * b.second;
+  }));
+}
+
+std::vector<CameraStream> StreamsOf(const std::string& camera) {
+  std::vector<CameraStream> streams;
+  for (const std::string& line : LinesOf(ShareFolder() / (camera + ".log"))) {
+    if (const auto format = After("stream ", line)) {
+      streams.push_back({*format, {}, {}});
+    } else if (const auto number = After("skipped ", line); number && !streams.empty()) {
+      streams.back().skipped.insert(static_cast<std::uint32_t>(std::stoul(*number)));
+    } else if (line.starts_with("stopped") && !streams.empty()) {
+      streams.back().ended = line;
+    }
+  }
+  return streams;
+}
+
+std::vector<std::string> CameraNames() {
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(ShareFolder())) {
+    if (entry.path().extension() == ".formats") {
+      names.push_back(entry.path().stem());
+    }
+  }
+  return names;
+}

@@ -1,0 +1,47 @@
+// PCs with cameras of which the kernel does not know that they are built in.
+#include <gmock/gmock.h>
+
+#include "KernelTest.h"
+#include "Pc.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+// None of these cameras is the PC's own. That none of them streams is checked after each test.
+class NoBuiltInCamera : public KernelTest {
+ protected:
+  void SetUp() override {
+    ASSERT_NO_FATAL_FAILURE(KernelTest::SetUp());
+    for (const std::string& camera : CameraNames()) {
+      ASSERT_NE(PlaceOf(camera).attachment, "fixed");
+    }
+  }
+};
+
+TEST_F(NoBuiltInCamera, IsReportedByEveryQuery) {
+  EXPECT_EQ(Query(), -1000);
+  EXPECT_THAT(TakeReports(), ElementsAre(kNoCameraReport));
+  EXPECT_EQ(Query(), -1000);
+  EXPECT_THAT(TakeReports(), ElementsAre(kNoCameraReport));
+}
+
+TEST_F(NoBuiltInCamera, NoCameraCanBeOpened) {
+  EXPECT_EQ(Query(), -1000);
+  TakeReports();
+  for (const std::string id : {"0", "1"}) {
+    EXPECT_EQ(Open(320, 240, 30, id), -1001) << id;
+    EXPECT_THAT(TakeReports(), IsEmpty());
+    EXPECT_EQ(Close(), 0);
+    EXPECT_THAT(TakeReports(), ElementsAre(kClosedReport)) << "of the graph that the camera was to be in";
+  }
+  EXPECT_EQ(host.PacketCount(), 0U);
+}
+
+TEST_F(NoBuiltInCamera, CloseHasNothingToClose) {
+  EXPECT_EQ(Close(), 0);
+  EXPECT_THAT(TakeReports(), IsEmpty());
+}
+
+}  // namespace
