@@ -10,7 +10,7 @@ enum class VerdictSource {
   kParentHub,  // it is fixed to a hub that can be removed, or may be
   kNobody,     // neither the firmware nor its hub; counts as removable
   kMissing,    // the kernel does not show what is known; counts as removable
-  kAttribute,  // the kernel, against what the firmware says of the port
+  kAttribute,  // the kernel, against what the firmware says of the port, or without a word of who told it
 };
 
 struct UsbDetails {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <utility>
 
 #include "Sysfs.h"
 #include "SysfsUsb.h"
@@ -25,6 +26,8 @@ std::string WhyNotBuiltIn(Attachment attachment) {
       return "it is plugged in: its USB device can be removed";
     case Attachment::kUnknown:
       return "the PC's firmware does not say that its USB port is an internal one";
+    case Attachment::kMissing:
+      return "the kernel does not show whether its USB device can be removed";
     case Attachment::kBelowRemovableHub:
       return "it belongs to a USB hub that can be removed, or may be";
   }
@@ -65,22 +68,39 @@ std::optional<CaptureDevice> Describe(const fs::path& entry, const std::string& 
   return device;
 }
 
+bool IsFirstFunction(const UsbDevice& usbDevice, const CaptureDevice& camera) {
+  return !usbDevice.firstChildId.empty() &&
+         camera.displayName.find(DisplayForm(usbDevice.firstChildId)) != std::string::npos;
+}
+
+// The first USB device that is fixed and has a camera as its first function, as the camera library goes
+// through them; null: there is none.
+const UsbDevice* ChosenOf(const std::vector<UsbDevice>& usbDevices,
+                          const std::vector<CaptureDevice>& cameras) {
+  const auto chosen = std::find_if(usbDevices.begin(), usbDevices.end(), [&](const UsbDevice& usbDevice) {
+    return !usbDevice.isRemovable &&
+           std::any_of(cameras.begin(), cameras.end(),
+                       [&](const CaptureDevice& camera) { return IsFirstFunction(usbDevice, camera); });
+  });
+  return chosen == usbDevices.end() ? nullptr : &*chosen;
+}
+
 // Of several cameras that could be the PC's own one is; the others are told why not.
 void ChooseOne(const std::vector<UsbDevice>& usbDevices, std::vector<CaptureDevice>& cameras) {
-  const CaptureDevice* chosen = nullptr;
-  for (const UsbDevice& usbDevice : usbDevices) {
-    const std::string part = DisplayForm(usbDevice.firstChildId);
-    const auto match = std::find_if(cameras.begin(), cameras.end(), [&](const CaptureDevice& camera) {
-      return camera.displayName.find(part) != std::string::npos;
-    });
-    if (chosen == nullptr && !usbDevice.isRemovable && !part.empty() && match != cameras.end()) {
-      chosen = &*match;
-    }
-  }
+  const UsbDevice* const chosen = ChosenOf(usbDevices, cameras);
+  bool isTaken = false;
   for (CaptureDevice& camera : cameras) {
-    if (camera.whyNotBuiltIn.empty() && &camera != chosen) {
-      camera.whyNotBuiltIn = chosen != nullptr ? "another built-in camera comes first"
-                                               : "it is not the first function of its USB device";
+    const bool isOfChosen = chosen != nullptr && IsFirstFunction(*chosen, camera);
+    const bool isOfFixed = std::any_of(usbDevices.begin(), usbDevices.end(), [&](const UsbDevice& usbDevice) {
+      return !usbDevice.isRemovable && IsFirstFunction(usbDevice, camera);
+    });
+    if (isOfChosen && !std::exchange(isTaken, true)) {
+      continue;
+    }
+    if (camera.whyNotBuiltIn.empty()) {
+      camera.whyNotBuiltIn = isOfChosen  ? "it is another node of the camera that is taken"
+                             : isOfFixed ? "another built-in camera comes first"
+                                         : "it is not the first function of its USB device";
     }
   }
 }

@@ -96,7 +96,9 @@ std::string SysfsUsb::FirstInterfaceId(const fs::path& device) const {
 Attachment SysfsUsb::AttachmentOf(const fs::path& device) const {
   const std::string own = ReadSysfsLine(device / "removable");
   if (own != "fixed") {
-    return own == "removable" ? Attachment::kRemovable : Attachment::kUnknown;
+    return own == "removable" ? Attachment::kRemovable
+           : own == "unknown" ? Attachment::kUnknown
+                              : Attachment::kMissing;
   }
   for (fs::path hub = device.parent_path(); hub.has_relative_path() && !IsRootHub(hub);
        hub = hub.parent_path()) {

@@ -13,6 +13,7 @@ enum class Attachment {
   kFixed,
   kRemovable,
   kUnknown,            // nobody says; counts as removable
+  kMissing,            // the kernel does not show what is known; counts as removable
   kBelowRemovableHub,  // fixed to something that can be taken off itself, or may be
 };
 

@@ -19,8 +19,12 @@ bool HasVideo(const fs::path& device) {
 }
 
 // The kernel goes by the firmware's word of the port, and without one by the hub's description of itself.
+// Where it does not show the firmware's word, who spoke is open.
 VerdictSource SourceOf(const std::string& connectType, bool isRemovable) {
-  if (connectType.empty() || connectType == "unknown") {
+  if (connectType.empty()) {
+    return VerdictSource::kAttribute;
+  }
+  if (connectType == "unknown") {
     return VerdictSource::kHub;
   }
   const bool isForPlugging = connectType == "hotplug";
@@ -49,7 +53,12 @@ void FindSource(const fs::path& device, Attachment attachment, UsbDetails& detai
       details.hub = details.source == VerdictSource::kHub ? device.parent_path().filename().string() : "";
       break;
     case Attachment::kUnknown:
-      details.source = details.attribute == "unknown" ? VerdictSource::kNobody : VerdictSource::kMissing;
+      details.source = details.connectType.empty() || details.connectType == "unknown"
+                           ? VerdictSource::kNobody
+                           : VerdictSource::kAttribute;
+      break;
+    case Attachment::kMissing:
+      details.source = VerdictSource::kMissing;
       break;
     case Attachment::kBelowRemovableHub:
       details.source = VerdictSource::kParentHub;

@@ -56,14 +56,11 @@ TEST_F(Details, HubSpeaksWhereTheFirmwareDoesNot) {
   Add("1-8", "fixed", "hardwired");
   Add("1-8.1", "fixed", "unknown");
   Add("1-8.2", "removable", "unknown");
-  Add("1-8.3", "fixed");
   Add("1-9", "fixed", "unknown");
   ExpectVerdict("1-8.1", false, VerdictSource::kHub, "1-8");
   ExpectVerdict("1-8.2", true, VerdictSource::kHub, "1-8");
-  ExpectVerdict("1-8.3", false, VerdictSource::kHub, "1-8");
   ExpectVerdict("1-9", false, VerdictSource::kHub, "usb1");
   EXPECT_EQ(Of("1-8.1").connectType, "unknown");
-  EXPECT_EQ(Of("1-8.3").connectType, "");
 }
 
 TEST_F(Details, NobodySpeaks) {
@@ -77,6 +74,25 @@ TEST_F(Details, NobodySpeaks) {
   ExpectVerdict("1-3", true, VerdictSource::kMissing);
   ExpectVerdict("1-4", true, VerdictSource::kMissing);
   ExpectVerdict("1-5", true, VerdictSource::kMissing);
+}
+
+TEST_F(Details, NobodyKnowsWhoSpeaksWithoutAConnectType) {
+  Add("1-8", "fixed", "hardwired");
+  Add("1-8.3", "fixed");
+  Add("1-9", "removable");
+  ExpectVerdict("1-8.3", false, VerdictSource::kAttribute);
+  ExpectVerdict("1-9", true, VerdictSource::kAttribute);
+  EXPECT_EQ(Of("1-8.3").connectType, "");
+}
+
+TEST_F(Details, FirmwareSpeaksAndTheKernelDoesNotFollow) {
+  Add("1-1", "unknown", "hardwired");
+  Add("1-2", "unknown", "hotplug");
+  Add("1-3", "unknown", "not used");
+  ExpectVerdict("1-1", true, VerdictSource::kAttribute);
+  ExpectVerdict("1-2", true, VerdictSource::kAttribute);
+  ExpectVerdict("1-3", true, VerdictSource::kAttribute);
+  EXPECT_EQ(Of("1-1").attribute, "unknown");
 }
 
 TEST_F(Details, KernelMayContradictTheFirmware) {

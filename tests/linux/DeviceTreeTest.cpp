@@ -1,5 +1,6 @@
 // The tree of devices behind the enumerators: what it tells people, and another one in its place.
 #include <algorithm>
+#include <map>
 #include <thread>
 
 #include "LinuxTest.h"
@@ -11,6 +12,7 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
+using ::testing::Pair;
 using ::testing::SizeIs;
 
 // A tree of the host's: one camera that cannot be made, on one USB device.
@@ -93,6 +95,36 @@ TEST_F(Tree, GivesTheReasonsApart) {
     reasons.push_back(device.whyNotBuiltIn);
   }
   EXPECT_THAT(reasons, AllOf(SizeIs(3), Not(::testing::Contains(IsEmpty()))));
+}
+
+TEST_F(Tree, SaysThatTheKernelDoesNotShowWhatIsKnown) {
+  AddCamera({"1-3", "046d", "0825", "unknown"}, 3);
+  AddCamera({"1-4", "046d", "0825", std::nullopt}, 4);
+  const std::vector<CaptureDevice> devices = CurrentDeviceTree()->CaptureDevices();
+  ASSERT_THAT(devices, SizeIs(2));
+  EXPECT_EQ(devices[0].whyNotBuiltIn, "the PC's firmware does not say that its USB port is an internal one");
+  EXPECT_EQ(devices[1].whyNotBuiltIn, "the kernel does not show whether its USB device can be removed");
+}
+
+TEST_F(Tree, GivesTheReasonsOfBuiltInCamerasApart) {
+  AddLaptopCamera();
+  kernel.Tree().AddVideoOfUsb(2, "1-5:1.0", "Second node", 2);
+  kernel.AddDevice(2);
+  // As infrared cameras for logging in are.
+  kernel.Tree().AddVideoOfUsb(3, "1-5:1.1", "Infrared", 0);
+  kernel.AddDevice(3);
+  AddCamera({"1-6", "04f2", "b6bf"}, 4);
+  kernel.Tree().AddVideoOfUsb(5, "1-6:1.1", "Other infrared", 0);
+  kernel.AddDevice(5);
+  std::map<std::string, std::string> reasons;
+  for (const CaptureDevice& device : CurrentDeviceTree()->CaptureDevices()) {
+    reasons[std::filesystem::path(device.node).filename().string()] = device.whyNotBuiltIn;
+  }
+  EXPECT_THAT(reasons, ElementsAre(Pair("video0", ""),
+                                   Pair("video2", "it is another node of the camera that is taken"),
+                                   Pair("video3", "it is not the first function of its USB device"),
+                                   Pair("video4", "another built-in camera comes first"),
+                                   Pair("video5", "it is not the first function of its USB device")));
 }
 
 TEST_F(Tree, OfTheHostStandsInThePlaceOfTheMachines) {

@@ -50,7 +50,9 @@ void LinuxTest::TearDown() {
 }
 
 FakeVideoDevice& LinuxTest::AddLaptopCamera(VideoDeviceSettings settings) {
-  kernel.Tree().AddUsb({"1-5"});
+  UsbNode camera{"1-5"};
+  camera.connectType = "hardwired";
+  kernel.Tree().AddUsb(camera);
   kernel.Tree().AddVideoOfUsb(0, "1-5:1.0", settings.card, 0);
   kernel.Tree().AddVideoOfUsb(1, "1-5:1.0", settings.card, 1);
   VideoDeviceSettings metadata;

@@ -172,6 +172,8 @@ void SysfsTree::AddDanglingVideo(int number) {
 }
 
 void SysfsTree::RemoveUsb(const std::string& name) {
+  // The port stays.
+  fs::remove(UsbFolder(name) / "port" / "device");
   fs::remove_all(UsbFolder(name));
   RemoveDanglingLinks(UsbLinks());
   RemoveDanglingLinks(VideoLinks());

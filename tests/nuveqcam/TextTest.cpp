@@ -28,6 +28,13 @@ TEST(Printable, KeepsTextAndReplacesWhatSteersTerminals) {
   EXPECT_EQ(Printable("\x9b"), "\uFFFD");
 }
 
+TEST(Printable, ReplacesWhatTurnsTheDirectionOfTheRest) {
+  EXPECT_EQ(Printable("\u202a\u202ba\u202c\u202d\u202e"), "??a???");
+  EXPECT_EQ(Printable("\u2066\u2067b\u2068\u2069"), "??b??");
+  EXPECT_EQ(Printable("\u2029\u202f\u2065\u206a"), "\u2029\u202f\u2065\u206a");
+  EXPECT_EQ(Printable("\u05d0\u0628"), "\u05d0\u0628");
+}
+
 TEST(Json, QuotesAndEscapes) {
   EXPECT_EQ(JsonString(""), R"("")");
   EXPECT_EQ(JsonString(R"(a"b\c/)"), R"("a\"b\\c/")");

@@ -229,7 +229,7 @@ class WindowsDoctor(WindowsTool):
         self.use_pc("plug-in")
         out, err = self.run_tool("doctor", code=NO_CAMERA)
         self.assertEqual(err, "")
-        self.assertIn("\nNo camera is offered: the only capture device is not a built-in camera\n  - if USB Camera (usb#vid_"
+        self.assertIn("\nNo camera is offered: the only capture device is not a USB camera that is built in\n  - if USB Camera (usb#vid_"
                       "046d&pid_0825&mi_00#7&2fd3c3a&0&0000) is inside the PC, the firmware describes the port of USB "
                       "device Port_#0002.Hub_#0001 wrongly", out)
         self.use_pc("none")

@@ -19,8 +19,13 @@ LibraryAnswer AskLibrary(Camera& camera) {
 }  // namespace
 
 ExitCode RunDoctor(const Workplace& place) {
-  const LibraryAnswer answer = AskLibrary(place.camera);
-  const PcSurvey pc = SurveyPc();
+  LibraryAnswer answer = AskLibrary(place.camera);
+  PcSurvey pc = SurveyPc();
+  if (!Agree(pc, answer)) {
+    // A device came or went in between: what is left of that is over by now.
+    answer = AskLibrary(place.camera);
+    pc = SurveyPc();
+  }
   const DoctorReport report = Conclude(pc, answer);
   place.console.out << (place.options.wantsJson ? DoctorJson(pc, answer, report) : DoctorText(pc, report));
   return report.code;

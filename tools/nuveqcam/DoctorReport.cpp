@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <utility>
 
 #include "Text.h"
 
@@ -41,15 +42,23 @@ std::string WhatItOffers(const Capabilities& camera) {
 }
 
 // What could make a camera count as built in that is inside the PC.
-std::string AdviceOnRemovable(const std::string& camera, const SurveyedUsbDevice& usbDevice) {
+std::string AdviceOnRemovable(const std::string& camera, const SurveyedUsbDevice& usbDevice,
+                              const SystemTraits& system) {
   const std::string condition = "if " + camera + " is inside the PC, ";
   const std::string place = Printable(usbDevice.place);
   if (usbDevice.verdictFrom == "parent") {
     return condition + "ask the PC's maker for firmware that says that hub " +
            Printable(usbDevice.verdictHub) + " stays (ACPI _UPC and _PLD of its port)";
   }
-  if (usbDevice.verdictFrom == "firmware" || usbDevice.verdictFrom == "attribute" ||
-      usbDevice.verdictFrom == "windows") {
+  if (usbDevice.verdictFrom == "missing") {
+    return condition + system.withoutStatus;
+  }
+  const bool isContradicted = usbDevice.verdictFrom == "attribute" && !usbDevice.connectType.empty();
+  if (isContradicted && usbDevice.connectType != "hotplug") {
+    return condition + "the kernel does not go by what the firmware says of the port of USB device " + place +
+           ": use a newer kernel";
+  }
+  if (usbDevice.verdictFrom == "firmware" || usbDevice.verdictFrom == "windows" || isContradicted) {
     return condition + "the firmware describes the port of USB device " + place +
            " wrongly (ACPI _UPC and _PLD): ask the PC's maker for an update";
   }
@@ -60,15 +69,27 @@ std::string AdviceOnRemovable(const std::string& camera, const SurveyedUsbDevice
          " (ACPI _UPC and _PLD)";
 }
 
-std::string AdviceOn(const PcSurvey& pc, const SurveyedNode& device) {
+std::string AdviceOnUsb(const PcSurvey& pc, const SurveyedNode& device, const SystemTraits& system) {
   const std::string camera = NameAndNode(device);
   const SurveyedUsbDevice* const usbDevice = UsbDeviceOf(pc, device);
-  if (usbDevice != nullptr && usbDevice->isRemovable) {
-    return AdviceOnRemovable(camera, *usbDevice);
+  return usbDevice != nullptr && usbDevice->isRemovable
+             ? AdviceOnRemovable(camera, *usbDevice, system)
+             : camera + " cannot be used: the library takes nothing but the first function of a USB device";
+}
+
+// A PC has dozens of capture devices where its cameras are not on USB: one line for all.
+void AdviseOnOthers(const PcSurvey& pc, std::vector<std::string>& advice) {
+  const auto isOther = [](const SurveyedNode& device) { return !device.isUsb; };
+  const auto count = std::count_if(pc.captureDevices.begin(), pc.captureDevices.end(), isOther);
+  const std::string rule = "the library takes nothing but USB cameras that are built in";
+  if (count == 1) {
+    const auto other = std::find_if(pc.captureDevices.begin(), pc.captureDevices.end(), isOther);
+    advice.push_back(NameAndNode(*other) + " cannot be used: " + rule);
+  } else if (count > 1) {
+    advice.push_back(
+        std::to_string(count) +
+        " capture devices are no USB devices (cameras on MIPI, virtual cameras, test devices): " + rule);
   }
-  return usbDevice != nullptr
-             ? camera + " cannot be used: the library takes nothing but the first function of a USB device"
-             : camera + " cannot be used: the library takes nothing but USB cameras that are built in";
 }
 
 // Cameras by their class that no driver has made a capture device.
@@ -87,22 +108,43 @@ void AdviseOnDrivers(const PcSurvey& pc, const SystemTraits& system, std::vector
   }
 }
 
-void AdviseOnNodes(const std::vector<SurveyedNode>& nodes, std::vector<std::string>& advice) {
-  for (const SurveyedNode& node : nodes) {
-    if (!node.openError.empty()) {
-      advice.push_back(Printable(node.node) + " cannot be opened (" + Printable(node.openError) +
-                       "): " + node.openAdvice);
+// " cannot be opened (Permission denied): add your user to the group video and log in again"
+std::string AdviceOnOpening(const SurveyedNode& node) {
+  return " cannot be opened (" + Printable(node.openError) + "): " + node.openAdvice;
+}
+
+// One line for all nodes that fail alike.
+void AdviseOnNodes(const PcSurvey& pc, std::vector<std::string>& advice) {
+  std::vector<std::pair<std::string, std::string>> lines;  // what is wrong, and the nodes
+  for (const auto* const nodes : {&pc.captureDevices, &pc.otherNodes}) {
+    for (const SurveyedNode& node : *nodes) {
+      if (node.openError.empty()) {
+        continue;
+      }
+      const std::string text = AdviceOnOpening(node);
+      const auto same =
+          std::find_if(lines.begin(), lines.end(), [&](const auto& line) { return line.first == text; });
+      if (same != lines.end()) {
+        same->second += ", " + Printable(node.node);
+      } else {
+        lines.emplace_back(text, Printable(node.node));
+      }
     }
+  }
+  for (const auto& [text, names] : lines) {
+    advice.push_back(names + text);
   }
 }
 
 std::vector<std::string> AdviceWithoutCamera(const PcSurvey& pc, const SystemTraits& system) {
   std::vector<std::string> advice;
   for (const SurveyedNode& device : pc.captureDevices) {
-    advice.push_back(AdviceOn(pc, device));
+    if (device.isUsb) {
+      advice.push_back(AdviceOnUsb(pc, device, system));
+    }
   }
-  AdviseOnNodes(pc.captureDevices, advice);
-  AdviseOnNodes(pc.otherNodes, advice);
+  AdviseOnOthers(pc, advice);
+  AdviseOnNodes(pc, advice);
   AdviseOnDrivers(pc, system, advice);
   const bool sawDevices = !pc.captureDevices.empty();
   advice.push_back(std::string("switch the camera on if the PC has ") + (sawDevices ? "another" : "one") +
@@ -116,40 +158,64 @@ std::string WhyNone(const PcSurvey& pc) {
     case 0:
       return "no capture device was seen";
     case 1:
-      return "the only capture device is not a built-in camera";
+      return "the only capture device is not a USB camera that is built in";
     default:
       return "none of the " + std::to_string(pc.captureDevices.size()) +
-             " capture devices is a built-in camera";
+             " capture devices is a USB camera that is built in";
   }
+}
+
+constexpr const char* kNone = "No camera is offered: ";
+constexpr const char* kHasGone = "it has gone while this looked: run this again";
+
+DoctorReport OfOffered(const SurveyedNode* taken, const Capabilities& camera) {
+  const std::string name = taken != nullptr ? NameAndNode(*taken) : "camera " + Printable(camera.id);
+  DoctorReport report{ExitCode::kOk, "The camera that is offered: " + name + WhatItOffers(camera), {}, true};
+  if (taken == nullptr) {
+    report.advice.emplace_back(kHasGone);
+  }
+  return report;
+}
+
+// The library took a camera that does not work.
+DoctorReport OfUseless(const SurveyedNode* taken, const LibraryAnswer& answer) {
+  const std::string camera =
+      taken != nullptr ? NameAndNode(*taken) + " is built in" : "the library took a camera";
+  DoctorReport report{ExitCode::kCannotOpen, kNone + camera + ", but it ", {}, true};
+  if (answer.camera) {
+    report.conclusion += "offers no picture size";
+    report.advice.emplace_back("see with -v what the library makes of its formats");
+  } else {
+    report.conclusion += "cannot be read";
+    report.advice.push_back(Printable(answer.failure));
+  }
+  if (taken == nullptr) {
+    report.advice.emplace_back(kHasGone);
+  } else if (!taken->openError.empty() && answer.failure.find(taken->openAdvice) == std::string::npos) {
+    report.advice.push_back(Printable(taken->node) + AdviceOnOpening(*taken));
+  }
+  return report;
 }
 
 }  // namespace
 
+bool Agree(const PcSurvey& pc, const LibraryAnswer& answer) {
+  return (TakenOf(pc) != nullptr) == answer.TookOne();
+}
+
 DoctorReport Conclude(const PcSurvey& pc, const LibraryAnswer& answer, const SystemTraits& system) {
   const SurveyedNode* const taken = TakenOf(pc);
   if (answer.camera && !answer.camera->sizes.empty()) {
-    return {ExitCode::kOk,
-            "The camera that is offered: " +
-                (taken != nullptr ? NameAndNode(*taken) : "camera " + Printable(answer.camera->id)) +
-                WhatItOffers(*answer.camera),
-            {}};
+    return OfOffered(taken, *answer.camera);
   }
-  const std::string none = "No camera is offered: ";
-  const std::string builtIn = (taken != nullptr ? NameAndNode(*taken) : "the built-in camera");
-  if (answer.camera) {
-    return {ExitCode::kCannotOpen,
-            none + builtIn + " is built in, but offers no picture size",
-            {"see with -v what the library makes of its formats"}};
-  }
-  if (!answer.failure.empty()) {
-    return {ExitCode::kCannotOpen,
-            none + builtIn + " is built in, but it cannot be read",
-            {Printable(answer.failure)}};
+  if (answer.TookOne()) {
+    return OfUseless(taken, answer);
   }
   if (taken != nullptr) {
     return {ExitCode::kNoCamera,
-            none + builtIn + " looks built in, but the library did not take it",
-            {"it may have come or gone just now: run this again, with -v for the library's log"}};
+            kNone + NameAndNode(*taken) + " looks built in, but the library did not take it",
+            {"it may have come or gone just now: run this again, with -v for the library's log"},
+            false};
   }
-  return {ExitCode::kNoCamera, none + WhyNone(pc), AdviceWithoutCamera(pc, system)};
+  return {ExitCode::kNoCamera, kNone + WhyNone(pc), AdviceWithoutCamera(pc, system), false};
 }

@@ -34,23 +34,32 @@ DoctorRow RowOf(const SurveyedUsbDevice& device) {
           Printable(device.verdict)};
 }
 
-DoctorRow RowOf(const SurveyedNode& node, const std::string& verdict) {
-  std::string text = verdict;
-  if (!node.openError.empty()) {
-    text += "; cannot be opened: " + Printable(node.openError);
-  }
+DoctorRow RowOf(const SurveyedNode& node, std::string text) {
   for (const std::string& program : node.openIn) {
     text += "; open in " + Printable(program);
   }
   return {Printable(node.node), Printable(node.name), text};
 }
 
-DoctorRow RowOfCaptureDevice(const SurveyedNode& device) {
+DoctorRow RowOfCaptureDevice(const SurveyedNode& device, bool tookOne) {
   const std::string usbDevice =
       device.usbPlace.empty() ? "a USB device" : "USB device " + Printable(device.usbPlace);
-  return RowOf(device, device.reason.empty()
-                           ? "TAKEN: the first function of " + usbDevice + ", which is built in"
-                           : "not taken: " + Printable(device.reason));
+  std::string text = tookOne ? "TAKEN: " : "would be taken: ";
+  text += "the first function of " + usbDevice + ", which is built in";
+  if (!device.reason.empty()) {
+    text = "not taken: " + Printable(device.reason);
+  }
+  if (!device.openError.empty()) {
+    text += "; cannot be opened: " + Printable(device.openError);
+  }
+  return RowOf(device, text);
+}
+
+DoctorRow RowOfOtherNode(const SurveyedNode& node) {
+  // One that could not be asked may well be a capture device.
+  return RowOf(node, node.openError.empty() ? "not a capture device: " + Printable(node.reason)
+                                            : "not looked into: " + Printable(node.reason) + " (" +
+                                                  Printable(node.openError) + ")");
 }
 
 std::string JsonUsbDevice(const SurveyedUsbDevice& device) {
@@ -66,18 +75,22 @@ std::string JsonUsbDevice(const SurveyedUsbDevice& device) {
          ",\"firstFunction\":" + JsonTextOrNull(device.firstFunction) + "}";
 }
 
-std::string JsonNode(const SurveyedNode& node) {
+std::string JsonNode(const SurveyedNode& node, const std::string& reason) {
   return "\"node\":" + JsonString(node.node) + ",\"name\":" + JsonString(node.name) +
-         ",\"usbDevice\":" + JsonTextOrNull(node.usbPlace) + ",\"reason\":" + JsonTextOrNull(node.reason) +
+         ",\"usbDevice\":" + JsonTextOrNull(node.usbPlace) + ",\"reason\":" + JsonTextOrNull(reason) +
          ",\"openError\":" + JsonTextOrNull(node.openError) +
          ",\"openIn\":" + JsonArray(node.openIn, JsonString);
 }
 
-std::string JsonCaptureDevice(const SurveyedNode& device) {
-  return "{\"taken\":" + JsonBool(device.reason.empty()) + "," + JsonNode(device) + "}";
+std::string JsonCaptureDevice(const SurveyedNode& device, bool tookOne) {
+  const bool isTaken = device.reason.empty() && tookOne;
+  const std::string reason = device.reason.empty() && !isTaken
+                                 ? "the library did not take it, though it looks built in"
+                                 : device.reason;
+  return "{\"taken\":" + JsonBool(isTaken) + "," + JsonNode(device, reason) + "}";
 }
 
-std::string JsonOtherNode(const SurveyedNode& node) { return "{" + JsonNode(node) + "}"; }
+std::string JsonOtherNode(const SurveyedNode& node) { return "{" + JsonNode(node, node.reason) + "}"; }
 
 }  // namespace
 
@@ -88,10 +101,10 @@ std::string DoctorText(const PcSurvey& pc, const DoctorReport& report) {
   }
   std::vector<DoctorRow> nodes;
   for (const SurveyedNode& device : pc.captureDevices) {
-    nodes.push_back(RowOfCaptureDevice(device));
+    nodes.push_back(RowOfCaptureDevice(device, report.tookOne));
   }
   for (const SurveyedNode& node : pc.otherNodes) {
-    nodes.push_back(RowOf(node, "not a capture device: " + Printable(node.reason)));
+    nodes.push_back(RowOfOtherNode(node));
   }
   std::string text = DoctorTable("USB devices", usbDevices) + "\n" + DoctorTable("Capture devices", nodes) +
                      "\n" + report.conclusion + "\n";
@@ -107,7 +120,8 @@ std::string DoctorJson(const PcSurvey& pc, const LibraryAnswer& answer, const Do
          ",\"advice\":" + JsonArray(report.advice, JsonString) +
          ",\"failure\":" + JsonTextOrNull(answer.failure) +
          ",\"camera\":" + (answer.camera ? CameraJson(*answer.camera) : "null") +
-         ",\"usbDevices\":" + JsonArray(pc.usbDevices, JsonUsbDevice) +
-         ",\"captureDevices\":" + JsonArray(pc.captureDevices, JsonCaptureDevice) +
+         ",\"usbDevices\":" + JsonArray(pc.usbDevices, JsonUsbDevice) + ",\"captureDevices\":" +
+         JsonArray(pc.captureDevices,
+                   [&](const SurveyedNode& device) { return JsonCaptureDevice(device, report.tookOne); }) +
          ",\"otherNodes\":" + JsonArray(pc.otherNodes, JsonOtherNode) + "}\n";
 }

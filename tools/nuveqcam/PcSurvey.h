@@ -7,7 +7,7 @@
 #include <vector>
 
 struct SurveyedUsbDevice {
-  std::string place;  // where people find it: "1-5.2"
+  std::string place;  // where people find it: "1-5.2"; no two devices have the same
   std::string name;   // empty: it has none
   std::string model;  // "04f2:b6be"; empty: not known
   std::string id;
@@ -26,7 +26,8 @@ struct SurveyedUsbDevice {
 struct SurveyedNode {
   std::string node;
   std::string name;
-  std::string usbPlace;             // of its USB device; empty: none
+  std::string usbPlace;             // of its USB device; empty: none, or not known
+  bool isUsb = false;               // it is a function of a USB device, known or not
   std::string reason;               // why it is not taken, or no capture device; empty: it is taken
   std::string openError;            // empty: it can be opened, or that is not known
   std::string openAdvice;           // what to do about that; for people

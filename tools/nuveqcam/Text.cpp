@@ -71,6 +71,11 @@ std::string EscapeCode(char32_t character) {
 // C0, DEL and C1.
 bool IsControl(char32_t character) { return character < 0x20 || (character >= 0x7F && character < 0xA0); }
 
+// They outlast the text that they are in: the rest of a line would stand in another order.
+bool TurnsDirection(char32_t character) {
+  return (character >= 0x202A && character <= 0x202E) || (character >= 0x2066 && character <= 0x2069);
+}
+
 }  // namespace
 
 std::string Decimal(double number, int decimals) {
@@ -101,7 +106,7 @@ std::string Printable(std::string_view text) {
   std::string shown;
   while (!text.empty()) {
     const char32_t character = TakeCharacter(text);
-    AppendUtf8(shown, IsControl(character) ? U'?' : character);
+    AppendUtf8(shown, IsControl(character) || TurnsDirection(character) ? U'?' : character);
   }
   return shown;
 }

@@ -15,7 +15,7 @@ std::string PadRight(std::string text, std::size_t columns);
 std::string PadLeft(std::string text, std::size_t columns);
 
 // Text that came from outside (arguments, names of devices), safe to show: control characters, which could
-// steer a terminal, become '?'.
+// steer a terminal, and those that turn the direction of what follows become '?'.
 std::string Printable(std::string_view text);
 
 // The text as a JSON string with its quotes. What is not valid UTF-8 becomes U+FFFD.

@@ -7,6 +7,8 @@ struct SystemTraits {
   const char* libraryFile = "";    // the camera library
   const char* libraryPlaces = "";  // where it is looked for, for the help's column
   const char* withoutDriver = "";  // what to do about a camera that has no capture device
+  const char* withoutStatus =
+      "";  // what to do where the system does not tell whether a device can be removed
   const char* withoutCamera = "";  // what else to try on a PC that has no built-in camera
 };
 

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <csignal>
+#include <filesystem>
 #include <fstream>
 #include <set>
 
@@ -21,6 +22,7 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::Pair;
 
 std::string TextOf(VerdictSource source, bool isRemovable, const std::string& connectType = "",
                    const std::string& hub = "1-8", bool isHubRemovable = false) {
@@ -58,6 +60,22 @@ TEST(UsbVerdict, IsNobodys) {
             "counts as removable: the kernel does not show whether it can be removed");
 }
 
+TEST(UsbVerdict, IsTheKernelsWithoutASource) {
+  EXPECT_EQ(TextOf(VerdictSource::kAttribute, false), "built in: the kernel says so, but not who told it");
+  EXPECT_EQ(TextOf(VerdictSource::kAttribute, true),
+            "can be removed: the kernel says so, but not who told it");
+}
+
+TEST(UsbVerdict, IsTheKernelsSilenceAgainstTheFirmwares) {
+  UsbDetails details;
+  details.source = VerdictSource::kAttribute;
+  details.attribute = "unknown";
+  details.connectType = "hardwired";
+  EXPECT_EQ(VerdictText(details),
+            "counts as removable: the kernel does not say whether it can be removed, though its port's "
+            "connect type is \"hardwired\"");
+}
+
 TEST(UsbVerdict, IsTheKernelsAgainstTheFirmwares) {
   EXPECT_EQ(TextOf(VerdictSource::kAttribute, false, "hotplug"),
             "built in: the kernel says so, though its port's connect type is \"hotplug\"");
@@ -79,8 +97,13 @@ class NodeUsers : public TemporaryFolder {};
 
 TEST_F(NodeUsers, AreOtherProcesses) {
   const std::string file = (folder / "node").string();
+  const std::string link = (folder / "link").string();
+  const std::string other = (folder / "other").string();
+  const std::vector<std::string> files{other, file, link, (folder / "missing").string()};
   std::ofstream own(file);
-  EXPECT_THAT(UsersOf(file), IsEmpty());
+  std::ofstream(other).put('x');
+  std::filesystem::create_symlink("node", link);
+  EXPECT_THAT(UsersOf(files), IsEmpty());
   // Holds it open as its standard input until that is over.
   posix_spawn_file_actions_t actions{};
   posix_spawn_file_actions_init(&actions);
@@ -92,11 +115,12 @@ TEST_F(NodeUsers, AreOtherProcesses) {
   const int error = posix_spawnp(&process, "sleep", &actions, nullptr, words.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
   ASSERT_EQ(error, 0);
-  EXPECT_THAT(UsersOf(file), ElementsAre("sleep (" + std::to_string(process) + ")"));
-  EXPECT_THAT(UsersOf((folder / "other").string()), IsEmpty());
+  const std::string user = "sleep (" + std::to_string(process) + ")";
+  EXPECT_THAT(UsersOf(files), ElementsAre(Pair(link, ElementsAre(user)), Pair(file, ElementsAre(user))));
+  EXPECT_THAT(UsersOf({other}), IsEmpty());
   kill(process, SIGKILL);
   waitpid(process, nullptr, 0);
-  EXPECT_THAT(UsersOf(file), IsEmpty());
+  EXPECT_THAT(UsersOf(files), IsEmpty());
 }
 
 }  // namespace

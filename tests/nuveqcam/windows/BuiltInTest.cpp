@@ -29,8 +29,22 @@ TEST(BuiltIn, IsTheFirstFunctionOfAUsbDeviceThatStays) {
 TEST(BuiltIn, IsTheOneWhoseUsbDeviceComesFirst) {
   EXPECT_THAT(WhyNotBuiltIn({kStick, kLid}, {{false, kLidChild}, {false, kStickChild}}),
               ElementsAre("another built-in camera comes first", ""));
-  EXPECT_THAT(WhyNotBuiltIn({kLid, kLid}, {{false, kLidChild}}),
+  EXPECT_THAT(WhyNotBuiltIn({kLid, kStick}, {{false, kLidChild}, {false, kStickChild}}),
               ElementsAre("", "another built-in camera comes first"));
+}
+
+TEST(BuiltIn, HasOneCaptureDeviceThatIsTaken) {
+  EXPECT_THAT(WhyNotBuiltIn({kLid, kLid}, {{false, kLidChild}}),
+              ElementsAre("", "it is another node of the camera that is taken"));
+  // An infrared camera of the same device.
+  constexpr const char* kInfrared =
+      R"(@device:pnp:\\?\usb#vid_04f2&pid_b6be&mi_02#6&1a2b3c&0&0002#{65e8773d-8f56-11d0-a3b9-00a0c9223196}\global)";
+  EXPECT_THAT(WhyNotBuiltIn({kInfrared, kLid}, {{false, kLidChild}}), ElementsAre(kNotFirst, ""));
+}
+
+TEST(BuiltIn, IsNotOneWhoseStatusIsNotKnown) {
+  EXPECT_THAT(WhyNotBuiltIn({kLid}, {{true, kLidChild, false}}),
+              ElementsAre("Windows does not tell whether its USB device can be removed"));
 }
 
 TEST(BuiltIn, IsNoneWithoutSuchAUsbDevice) {
@@ -46,6 +60,26 @@ TEST(BuiltIn, IsRecognisedByItsFirstFunction) {
   EXPECT_TRUE(IsFirstFunction({false, kLidChild}, PlaceIn(kLid)));
   EXPECT_FALSE(IsFirstFunction({false, kStickChild}, kLid));
   EXPECT_FALSE(IsFirstFunction({false, ""}, kLid));
+}
+
+TEST(BuiltIn, IsOnUsb) {
+  EXPECT_TRUE(IsUsb(kLid));
+  EXPECT_TRUE(IsUsb(PlaceIn(kLid)));
+  EXPECT_FALSE(IsUsb(kSoftware));
+  EXPECT_FALSE(IsUsb(""));
+}
+
+TEST(UsbPlace, TellsDevicesApart) {
+  DescribedUsbDevice camera;
+  camera.id = "USB\\CAMERA";
+  camera.location = "Port_#0002.Hub_#0001";
+  DescribedUsbDevice radio = camera;
+  radio.id = "USB\\RADIO";
+  EXPECT_THAT(PlacesOf({camera, radio}), ElementsAre("USB\\CAMERA", "USB\\RADIO"));
+  radio.location = "Port_#0003.Hub_#0001";
+  EXPECT_THAT(PlacesOf({camera, radio}), ElementsAre("Port_#0002.Hub_#0001", "Port_#0003.Hub_#0001"));
+  radio.location.clear();
+  EXPECT_THAT(PlacesOf({camera, radio}), ElementsAre("Port_#0002.Hub_#0001", "USB\\RADIO"));
 }
 
 TEST(UsbVerdict, IsOfTheDeviceStatus) {

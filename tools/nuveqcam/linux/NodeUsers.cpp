@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <system_error>
+#include <utility>
 
 #include <unistd.h>
 
@@ -21,12 +23,22 @@ std::vector<fs::path> EntriesOf(const fs::path& folder) {
   return entries;
 }
 
-bool HasOpen(const fs::path& process, const fs::path& file) {
-  const std::vector<fs::path> descriptors = EntriesOf(process / "fd");
-  return std::any_of(descriptors.begin(), descriptors.end(), [&](const fs::path& descriptor) {
+// Where the links of a process's descriptors lead.
+std::set<std::string> OpenFilesOf(const fs::path& process) {
+  std::set<std::string> files;
+  for (const fs::path& descriptor : EntriesOf(process / "fd")) {
     std::error_code error;
-    return fs::read_symlink(descriptor, error) == file && !error;
-  });
+    files.insert(fs::read_symlink(descriptor, error).string());
+  }
+  return files;
+}
+
+// "firefox (1234)"
+std::string NameOf(const fs::path& process) {
+  std::string name;
+  std::ifstream stream(process / "comm");
+  std::getline(stream, name);
+  return (name.empty() ? "process" : name) + " (" + process.filename().string() + ")";
 }
 
 bool IsNumber(const std::string& text) {
@@ -35,21 +47,29 @@ bool IsNumber(const std::string& text) {
 
 }  // namespace
 
-std::vector<std::string> UsersOf(const std::string& file) {
-  std::vector<std::string> users;
-  std::error_code error;
-  const fs::path real = fs::canonical(file, error);
-  if (error) {
+std::map<std::string, std::vector<std::string>> UsersOf(const std::vector<std::string>& files) {
+  std::vector<std::pair<std::string, std::string>> realNames;  // and the names by which they were asked for
+  for (const std::string& file : files) {
+    std::error_code error;
+    if (const fs::path real = fs::canonical(file, error); !error) {
+      realNames.emplace_back(real.string(), file);
+    }
+  }
+  std::map<std::string, std::vector<std::string>> users;
+  if (realNames.empty()) {
     return users;
   }
   const std::string self = std::to_string(getpid());
   for (const fs::path& process : EntriesOf("/proc")) {
     const std::string number = process.filename().string();
-    if (IsNumber(number) && number != self && HasOpen(process, real)) {
-      std::string name;
-      std::ifstream stream(process / "comm");
-      std::getline(stream, name);
-      users.push_back((name.empty() ? "process" : name) + " (" + number + ")");
+    if (!IsNumber(number) || number == self) {
+      continue;
+    }
+    const std::set<std::string> open = OpenFilesOf(process);
+    for (const auto& [real, file] : realNames) {
+      if (open.contains(real)) {
+        users[file].push_back(NameOf(process));
+      }
     }
   }
   return users;

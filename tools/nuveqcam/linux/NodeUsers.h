@@ -1,9 +1,10 @@
 // Who has a video node open.
 #pragma once
 
+#include <map>
 #include <string>
 #include <vector>
 
-// "firefox (1234)" for every other process that has the file open, as far as this user may see that. The
-// file itself is not touched.
-std::vector<std::string> UsersOf(const std::string& file);
+// By file, "firefox (1234)" for every other process that has it open, as far as this user may see that. The
+// files themselves are not touched. Files that nobody has open are left out.
+std::map<std::string, std::vector<std::string>> UsersOf(const std::vector<std::string>& files);

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <map>
 #include <system_error>
+#include <utility>
 
 #include "DeviceTree.h"
 #include "NodeUsers.h"
@@ -42,14 +44,21 @@ SurveyedUsbDevice SurveyedOf(const UsbDevice& known) {
 }
 
 std::vector<SurveyedUsbDevice> SurveyUsbDevices(DeviceTree& tree) {
+  std::vector<UsbDetails> described = tree.DescribeUsbDevices();
+  std::vector<UsbDevice> known;
+  if (described.empty()) {
+    known = tree.UsbDevices();
+  }
+  if (!known.empty()) {
+    // The first device may have come just now: a tree that says more of its devices does so by now.
+    described = tree.DescribeUsbDevices();
+  }
   std::vector<SurveyedUsbDevice> devices;
-  for (const UsbDetails& details : tree.DescribeUsbDevices()) {
+  for (const UsbDetails& details : described) {
     devices.push_back(SurveyedOf(details));
   }
-  if (devices.empty()) {
-    for (const UsbDevice& known : tree.UsbDevices()) {
-      devices.push_back(SurveyedOf(known));
-    }
+  for (std::size_t i = 0; described.empty() && i < known.size(); ++i) {
+    devices.push_back(SurveyedOf(known[i]));
   }
   return devices;
 }
@@ -67,8 +76,10 @@ std::string UsbPlaceOf(const CaptureDevice& device, const std::vector<SurveyedUs
 const char* OpenAdvice(int error) {
   switch (error) {
     case EACCES:
-    case EPERM:
       return "add your user to the group video and log in again";
+    case EPERM:
+      // Not the file's permissions: what the control group of a container or a service may use.
+      return "in a container or a service, hand the device in";
     case ENOENT:
     case ENODEV:
     case ENXIO:
@@ -85,12 +96,49 @@ SurveyedNode SurveyedOf(const VideoNodeDetails& details) {
   node.node = details.node;
   node.name = details.name;
   node.usbPlace = details.usbPlace;
+  node.isUsb = !details.usbPlace.empty();
   node.reason = details.whyNotCapture;
   if (details.openError != 0) {
     node.openError = std::generic_category().message(details.openError);
     node.openAdvice = OpenAdvice(details.openError);
   }
-  node.openIn = UsersOf(details.node);
+  return node;
+}
+
+std::vector<SurveyedNode> SurveyNodes(DeviceTree& tree) {
+  std::vector<SurveyedNode> nodes;
+  std::vector<std::string> files;
+  for (const VideoNodeDetails& details : tree.DescribeVideoNodes()) {
+    nodes.push_back(SurveyedOf(details));
+    files.push_back(details.node);
+  }
+  std::map<std::string, std::vector<std::string>> users = UsersOf(files);
+  for (SurveyedNode& node : nodes) {
+    node.openIn = users[node.node];
+  }
+  return nodes;
+}
+
+// Takes what is known of the capture device's node off the nodes.
+SurveyedNode TakeNodeOf(const CaptureDevice& device, PcSurvey& pc) {
+  SurveyedNode node;
+  const auto known = std::find_if(pc.otherNodes.begin(), pc.otherNodes.end(),
+                                  [&](const SurveyedNode& other) { return other.node == device.node; });
+  if (known != pc.otherNodes.end()) {
+    node = std::move(*known);
+    pc.otherNodes.erase(known);
+    if (!node.reason.empty()) {
+      // It was no capture device a moment ago, so that what was wrong with it is over.
+      node.openError.clear();
+      node.openAdvice.clear();
+    }
+  } else {
+    node.node = device.node;
+    node.usbPlace = UsbPlaceOf(device, pc.usbDevices);
+    node.isUsb = device.displayName.find("usb#vid_") != std::string::npos;
+  }
+  node.name = device.name;
+  node.reason = device.whyNotBuiltIn;
   return node;
 }
 
@@ -100,22 +148,9 @@ PcSurvey SurveyPc() {
   const std::shared_ptr<DeviceTree> tree = CurrentDeviceTree();
   PcSurvey pc;
   pc.usbDevices = SurveyUsbDevices(*tree);
-  for (const VideoNodeDetails& details : tree->DescribeVideoNodes()) {
-    pc.otherNodes.push_back(SurveyedOf(details));
-  }
+  pc.otherNodes = SurveyNodes(*tree);
   for (const CaptureDevice& device : tree->CaptureDevices()) {
-    SurveyedNode node;
-    node.node = device.node;
-    node.usbPlace = UsbPlaceOf(device, pc.usbDevices);
-    const auto known = std::find_if(pc.otherNodes.begin(), pc.otherNodes.end(),
-                                    [&](const SurveyedNode& other) { return other.node == device.node; });
-    if (known != pc.otherNodes.end()) {
-      node = *known;
-      pc.otherNodes.erase(known);
-    }
-    node.name = device.name;
-    node.reason = device.whyNotBuiltIn;
-    pc.captureDevices.push_back(std::move(node));
+    pc.captureDevices.push_back(TakeNodeOf(device, pc));
   }
   // Capture devices that have gone between the two looks.
   std::erase_if(pc.otherNodes, [](const SurveyedNode& node) { return node.reason.empty(); });

@@ -10,6 +10,17 @@ std::string TextOfFirmware(const std::string& connectType) {
                                     : "the firmware (ACPI) says that nothing can be plugged into its port";
 }
 
+// What the kernel shows does not follow from what the firmware says.
+std::string TextOfAttribute(const UsbDetails& details, const std::string& verdict) {
+  if (details.connectType.empty()) {
+    return verdict + "the kernel says so, but not who told it";
+  }
+  const std::string port = ", though its port's connect type is \"" + details.connectType + "\"";
+  return details.attribute == "unknown"
+             ? "counts as removable: the kernel does not say whether it can be removed" + port
+             : verdict + "the kernel says so" + port;
+}
+
 }  // namespace
 
 std::string VerdictWord(VerdictSource source) {
@@ -46,8 +57,7 @@ std::string VerdictText(const UsbDetails& details) {
     case VerdictSource::kMissing:
       return "counts as removable: the kernel does not show whether it can be removed";
     case VerdictSource::kAttribute:
-      return verdict + "the kernel says so, though its port's connect type is \"" + details.connectType +
-             "\"";
+      return TextOfAttribute(details, verdict);
   }
   return {};
 }

@@ -13,46 +13,51 @@ std::string DisplayForm(std::string id) {
   return id;
 }
 
-// The place in displayNames of the one that is taken; their number when none is.
-std::size_t TakenOf(const std::vector<std::string>& displayNames, const std::vector<UsbDevice>& usbDevices) {
-  for (const UsbDevice& usbDevice : usbDevices) {
-    const auto match = std::find_if(displayNames.begin(), displayNames.end(), [&](const std::string& name) {
-      return !name.empty() && IsFirstFunction(usbDevice, name);
-    });
-    if (!usbDevice.isRemovable && match != displayNames.end()) {
-      return static_cast<std::size_t>(match - displayNames.begin());
-    }
-  }
-  return displayNames.size();
+// The USB device whose capture device is taken; null: there is none.
+const UsbDevice* ChosenOf(const std::vector<std::string>& displayNames,
+                          const std::vector<UsbDevice>& usbDevices) {
+  const auto chosen = std::find_if(usbDevices.begin(), usbDevices.end(), [&](const UsbDevice& usbDevice) {
+    return !usbDevice.isRemovable &&
+           std::any_of(displayNames.begin(), displayNames.end(),
+                       [&](const std::string& name) { return IsFirstFunction(usbDevice, name); });
+  });
+  return chosen == usbDevices.end() ? nullptr : &*chosen;
 }
 
 std::string ReasonFor(const std::string& displayName, const std::vector<UsbDevice>& usbDevices) {
-  const auto isChildOf = [&](bool isRemovable) {
-    return std::any_of(usbDevices.begin(), usbDevices.end(), [&](const UsbDevice& usbDevice) {
-      return usbDevice.isRemovable == isRemovable && IsFirstFunction(usbDevice, displayName);
-    });
-  };
-  if (isChildOf(false)) {
+  const auto owner = std::find_if(usbDevices.begin(), usbDevices.end(), [&](const UsbDevice& usbDevice) {
+    return IsFirstFunction(usbDevice, displayName);
+  });
+  if (owner == usbDevices.end()) {
+    return IsUsb(displayName) ? "it is not the first function of its USB device" : "it is not a USB device";
+  }
+  if (!owner->isRemovable) {
     return "another built-in camera comes first";
   }
-  if (isChildOf(true)) {
-    return "it is plugged in: its USB device can be removed";
-  }
-  return PlaceIn(displayName).starts_with("usb#") ? "it is not the first function of its USB device"
-                                                  : "it is not a USB device";
+  return owner->isStatusKnown ? "it is plugged in: its USB device can be removed"
+                              : "Windows does not tell whether its USB device can be removed";
 }
 
 }  // namespace
 
 std::vector<std::string> WhyNotBuiltIn(const std::vector<std::string>& displayNames,
                                        const std::vector<UsbDevice>& usbDevices) {
-  const std::size_t taken = TakenOf(displayNames, usbDevices);
+  const UsbDevice* const chosen = ChosenOf(displayNames, usbDevices);
+  bool isTaken = false;
   std::vector<std::string> reasons;
-  for (std::size_t i = 0; i < displayNames.size(); ++i) {
-    reasons.push_back(i == taken ? "" : ReasonFor(displayNames[i], usbDevices));
+  for (const std::string& name : displayNames) {
+    const bool isOfChosen = chosen != nullptr && IsFirstFunction(*chosen, name);
+    if (!isOfChosen) {
+      reasons.push_back(ReasonFor(name, usbDevices));
+    } else {
+      reasons.emplace_back(isTaken ? "it is another node of the camera that is taken" : "");
+      isTaken = true;
+    }
   }
   return reasons;
 }
+
+bool IsUsb(const std::string& displayName) { return PlaceIn(displayName).starts_with("usb#"); }
 
 bool IsFirstFunction(const UsbDevice& usbDevice, const std::string& displayName) {
   return !usbDevice.firstChildId.empty() &&

@@ -7,7 +7,8 @@
 // A USB device, which shows its functions as its children.
 struct UsbDevice {
   bool isRemovable = true;
-  std::string firstChildId;  // "USB\VID_04F2&PID_B6BE&MI_00\6&1A2B3C&0&0000"; empty: none
+  std::string firstChildId;   // "USB\VID_04F2&PID_B6BE&MI_00\6&1A2B3C&0&0000"; empty: none
+  bool isStatusKnown = true;  // else it counts as removable
 };
 
 // Why the camera library does not take each of the capture devices, for people; empty for the one that it
@@ -22,6 +23,9 @@ bool IsFirstFunction(const UsbDevice& usbDevice, const std::string& displayName)
 // Who says that a USB device can be removed, or that it cannot, for people. One whose status is not known
 // counts as removable.
 std::string VerdictText(bool isStatusKnown, bool isRemovable);
+
+// Whether the capture device of that name, or of that place, is a function of a USB device.
+bool IsUsb(const std::string& displayName);
 
 // What people need of a display name: "@device:pnp:\\?\usb#vid_04f2#1#{65e8773d-...}\global" is at
 // "usb#vid_04f2#1".

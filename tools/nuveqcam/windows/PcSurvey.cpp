@@ -7,20 +7,17 @@
 
 namespace {
 
-std::string PlaceOf(const DescribedUsbDevice& described) {
-  return described.location.empty() ? described.id : described.location;
-}
-
-SurveyedUsbDevice SurveyedOf(const DescribedUsbDevice& described) {
+SurveyedUsbDevice SurveyedOf(const DescribedUsbDevice& described, const std::string& place) {
+  const UsbDevice& known = described.device;
   SurveyedUsbDevice device;
-  device.place = PlaceOf(described);
+  device.place = place;
   device.name = described.name;
   device.model = ModelIn(described.id);
   device.id = described.id;
-  device.isRemovable = described.device.isRemovable;
-  device.verdictFrom = described.isStatusKnown ? "windows" : "missing";
-  device.verdict = VerdictText(described.isStatusKnown, described.device.isRemovable);
-  device.firstFunction = described.device.firstChildId;
+  device.isRemovable = known.isRemovable;
+  device.verdictFrom = known.isStatusKnown ? "windows" : "missing";
+  device.verdict = VerdictText(known.isStatusKnown, known.isRemovable);
+  device.firstFunction = known.firstChildId;
   return device;
 }
 
@@ -28,17 +25,22 @@ SurveyedUsbDevice SurveyedOf(const DescribedUsbDevice& described) {
 
 PcSurvey SurveyPc() {
   const std::vector<DescribedUsbDevice> usbDevices = DescribedUsbDevices();
+  const std::vector<std::string> places = PlacesOf(usbDevices);
   PcSurvey pc;
-  std::transform(usbDevices.begin(), usbDevices.end(), std::back_inserter(pc.usbDevices), SurveyedOf);
+  std::transform(usbDevices.begin(), usbDevices.end(), places.begin(), std::back_inserter(pc.usbDevices),
+                 SurveyedOf);
   for (const SeenDevice& seen : SeenDevices()) {
     SurveyedNode device;
     device.node = seen.where;
     device.name = seen.name;
     device.reason = seen.whyNotBuiltIn;
+    device.isUsb = IsUsb(seen.where);
     const auto owner = std::find_if(
         usbDevices.begin(), usbDevices.end(),
         [&](const DescribedUsbDevice& described) { return IsFirstFunction(described.device, seen.where); });
-    device.usbPlace = owner == usbDevices.end() ? "" : PlaceOf(*owner);
+    if (owner != usbDevices.end()) {
+      device.usbPlace = places[static_cast<std::size_t>(owner - usbDevices.begin())];
+    }
     pc.captureDevices.push_back(std::move(device));
   }
   return pc;

@@ -25,8 +25,8 @@ struct DestroyList {
 void ReadStatus(DEVINST device, DescribedUsbDevice& described) {
   ULONG status = DN_REMOVABLE;
   ULONG problem = 0;
-  described.isStatusKnown = CM_Get_DevNode_Status(&status, &problem, device, 0) == CR_SUCCESS;
-  described.device.isRemovable = !described.isStatusKnown || (status & DN_REMOVABLE) != 0;
+  described.device.isStatusKnown = CM_Get_DevNode_Status(&status, &problem, device, 0) == CR_SUCCESS;
+  described.device.isRemovable = !described.device.isStatusKnown || (status & DN_REMOVABLE) != 0;
 }
 
 std::string IdOf(DEVINST device) {
@@ -116,6 +116,17 @@ std::vector<UsbDevice> PresentUsbDevices() {
     devices.push_back(std::move(described.device));
   }
   return devices;
+}
+
+std::vector<std::string> PlacesOf(const std::vector<DescribedUsbDevice>& devices) {
+  std::vector<std::string> places;
+  for (const DescribedUsbDevice& device : devices) {
+    const auto sharing = std::count_if(devices.begin(), devices.end(), [&](const DescribedUsbDevice& other) {
+      return other.location == device.location;
+    });
+    places.push_back(device.location.empty() || sharing > 1 ? device.id : device.location);
+  }
+  return places;
 }
 
 std::string ModelIn(const std::string& id) {
