@@ -11,7 +11,7 @@ struct StreamCounters {
   std::uint64_t tooShort = 0;     // dropped: not a whole picture by its size
   std::uint64_t damaged = 0;      // dropped: marked as such by the driver
   std::uint64_t undecodable = 0;  // dropped: corrupt or truncated JPEG pictures
-  std::uint64_t missed = 0;       // never seen: gaps in the driver's numbering
+  std::uint64_t missed = 0;       // never seen, or behind a later one, by the driver's numbering
   bool isLost = false;            // the device went while it was streaming
 };
 NUVEQ_PLATFORM_EXPORT StreamCounters LatestStreamCounters();

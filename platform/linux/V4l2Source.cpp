@@ -159,7 +159,7 @@ HRESULT V4l2Source::Start() {
   m_wakeUp.Clear();
   m_isLost = false;
   m_failures = 0;
-  m_sequence.reset();
+  m_numbers.Reset();
   m_packed.resize(HasPaddedLines() ? kYuyvBytes * m_format.width * m_format.height : 0);
   if (const int error = m_buffers.Allocate(kBuffers, LeastBytes()); error != 0) {
     return ResultOf(error);
@@ -226,8 +226,7 @@ std::optional<Arrival> V4l2Source::TakeFrame(bool isAlarmed, CapturedFrame& fram
     return std::nullopt;
   }
   m_failures = 0;
-  CountMissed(buffer);
-  if (IsWhole(buffer)) {
+  if (IsInOrder(buffer) && IsWhole(buffer)) {
     Present(buffer, frame);
     return Arrival::kFrame;
   }
@@ -247,15 +246,11 @@ bool V4l2Source::IsWhole(const v4l2_buffer& buffer) {
   return true;
 }
 
-void V4l2Source::CountMissed(const v4l2_buffer& buffer) {
-  const bool isAhead = !m_sequence.has_value() || buffer.sequence > *m_sequence;
-  if (m_sequence.has_value() && isAhead) {
-    Counters().missed += buffer.sequence - *m_sequence - 1;
-  }
-  // Buffers that the driver could not fill may come without a number.
-  if (isAhead || (buffer.flags & V4L2_BUF_FLAG_ERROR) == 0) {
-    m_sequence = buffer.sequence;
-  }
+bool V4l2Source::IsInOrder(const v4l2_buffer& buffer) {
+  const bool isDamaged = (buffer.flags & V4L2_BUF_FLAG_ERROR) != 0;
+  const FrameNumbers::Finding finding = m_numbers.Take(buffer.sequence, isDamaged);
+  Counters().missed += finding.missed;
+  return !finding.isLate;
 }
 
 void V4l2Source::Present(const v4l2_buffer& buffer, CapturedFrame& frame) {

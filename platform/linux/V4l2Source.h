@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "FrameNumbers.h"
 #include "MappedBuffers.h"
 #include "V4l2Formats.h"
 #include "WakeUp.h"
@@ -36,8 +37,8 @@ class V4l2Source : public CaptureSource {
 
   // What is known after taking a buffer: a frame, the end, or nothing yet.
   std::optional<Arrival> TakeFrame(bool isAlarmed, CapturedFrame& frame);
+  bool IsInOrder(const v4l2_buffer& buffer);
   bool IsWhole(const v4l2_buffer& buffer);
-  void CountMissed(const v4l2_buffer& buffer);
   void Present(const v4l2_buffer& buffer, CapturedFrame& frame);
 
   std::string m_path;
@@ -50,8 +51,8 @@ class V4l2Source : public CaptureSource {
   WakeUp m_wakeUp;
   std::vector<std::uint8_t> m_packed;  // a picture without the padding of its lines
   std::chrono::steady_clock::time_point m_start;
-  std::optional<std::uint32_t> m_sequence;  // of the latest buffer
-  unsigned m_failures = 0;                  // buffers that could not be taken, one after the other
+  FrameNumbers m_numbers;
+  unsigned m_failures = 0;  // buffers that could not be taken, one after the other
   bool m_isStreaming = false;
   bool m_isLost = false;
 };

@@ -218,7 +218,8 @@ void FakeBufferQueue::Fill(const FakeFrame& frame) {
   buffer.info.bytesused = frame.bytesUsed.value_or(static_cast<std::uint32_t>(size));
   buffer.info.flags = frame.flags | V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC;
   m_sequence += frame.lost;
-  buffer.info.sequence = m_sequence++;
+  buffer.info.sequence = frame.number.value_or(m_sequence);
+  m_sequence = buffer.info.sequence + 1;
   timespec now{};
   clock_gettime(CLOCK_MONOTONIC, &now);
   buffer.info.timestamp = {now.tv_sec, now.tv_nsec / 1000};

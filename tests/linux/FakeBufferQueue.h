@@ -30,6 +30,7 @@ struct FakeFrame {
   std::uint32_t flags = 0;                 // V4L2_BUF_FLAG_ERROR
   std::optional<std::uint32_t> bytesUsed;  // what the driver says; nothing: all of bytes
   std::uint32_t lost = 0;                  // frames that never made it into a buffer, before this one
+  std::optional<std::uint32_t> number;     // the driver's own, in place of the next one
 };
 
 // Not thread-safe: its device's lock is held. Functions that answer an int answer an error number or 0.

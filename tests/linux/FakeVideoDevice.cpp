@@ -329,7 +329,7 @@ int FakeVideoDevice::RequestBuffers(int handle, v4l2_requestbuffers& request) {
 // Every change passes here: buffers take frames, waiters look again.
 void FakeVideoDevice::FillBuffers() {
   while (m_isDisconnected && m_queue.HasRoom() && !m_isGone) {
-    m_queue.Fill({{}, V4L2_BUF_FLAG_ERROR, {}, 0});
+    m_queue.Fill({{}, V4L2_BUF_FLAG_ERROR, {}, 0, {}});
   }
   while (!m_supply.empty() && m_queue.HasRoom() && !m_isGone) {
     m_queue.Fill(m_supply.front());

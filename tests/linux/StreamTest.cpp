@@ -1,6 +1,7 @@
 // Frames on their way from the device to the callback, and what becomes of bad ones.
 #include <numeric>
 #include <thread>
+#include <utility>
 
 #include "GraphTest.h"
 
@@ -232,6 +233,60 @@ TEST_F(BadFrames, ThatNeverCameAreCounted) {
   EXPECT_EQ(Stop(), S_OK);
   EXPECT_EQ(LatestStreamCounters().missed, 3U);
   EXPECT_EQ(LatestStreamCounters().delivered, 3U);
+}
+
+// Delivers pictures with these bytes under these numbers, and answers the bytes of those that came through.
+class NumberedFrames : public GraphTest {
+ protected:
+  std::vector<int> Deliver(const std::vector<std::pair<std::uint8_t, std::uint32_t>>& frames) {
+    BuildAndRun();
+    for (const auto& [byte, number] : frames) {
+      FakeFrame frame = Picture(byte);
+      frame.number = number;
+      EXPECT_TRUE(device->Deliver(frame));
+    }
+    constexpr std::uint8_t kLast = 200;
+    FakeFrame last = Picture(kLast);
+    EXPECT_TRUE(device->Deliver(last));
+    EXPECT_TRUE(WaitForByte(kLast));
+    EXPECT_EQ(Stop(), S_OK);
+    std::vector<int> bytes = FirstBytes(callback.Frames());
+    EXPECT_EQ(bytes.back(), kLast);
+    bytes.pop_back();
+    return bytes;
+  }
+
+ private:
+  bool WaitForByte(int byte) {
+    for (std::size_t frames = 1; callback.WaitForFrames(frames); ++frames) {
+      if (FirstBytes(callback.Frames()).back() == byte) {
+        return true;
+      }
+    }
+    return false;
+  }
+};
+
+TEST_F(NumberedFrames, ThatComeBehindALaterOneAreDropped) {
+  EXPECT_THAT(Deliver({{10, 0}, {12, 2}, {11, 1}, {13, 3}, {16, 6}, {14, 4}, {15, 5}, {17, 7}}),
+              ElementsAre(10, 12, 13, 16, 17));
+  EXPECT_EQ(LatestStreamCounters().missed, 3U);
+  EXPECT_EQ(LatestStreamCounters().damaged + LatestStreamCounters().tooShort, 0U);
+}
+
+TEST_F(NumberedFrames, ThatComeBehindTheStreamsFirstAreDropped) {
+  EXPECT_THAT(Deliver({{11, 1}, {10, 0}, {12, 2}}), ElementsAre(11, 12));
+  EXPECT_EQ(LatestStreamCounters().missed, 1U);
+}
+
+TEST_F(NumberedFrames, ComeThroughWhereTheDriverDoesNotNumberThem) {
+  EXPECT_THAT(Deliver({{10, 0}, {11, 0}, {12, 0}}), ElementsAre(10, 11, 12));
+  EXPECT_EQ(LatestStreamCounters().missed, 0U);
+}
+
+TEST_F(NumberedFrames, ComeThroughWhereTheDriverNumbersThemAnew) {
+  EXPECT_THAT(Deliver({{10, 7}, {11, 8}, {12, 0}, {13, 1}, {14, 0xFFFFFFFF}, {15, 0}}),
+              ElementsAre(10, 11, 12, 13, 14, 15));
 }
 
 TEST_F(BadFrames, AreCountedAfreshForEveryRun) {

@@ -5,10 +5,8 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "Diagnosis.h"
@@ -16,6 +14,7 @@
 #include "LoadedLibrary.h"
 #include "NumberedPicture.h"
 #include "Stream.h"
+#include "WaitFor.h"
 
 class ProductTest : public ::testing::Test {
  protected:
@@ -59,16 +58,3 @@ class ProductTest : public ::testing::Test {
   std::uint64_t m_opens = 0;  // that got as far as the format
   bool m_isLoaded = false;
 };
-
-// True once the condition holds; false when it does not in time.
-template <typename Condition>
-bool WaitFor(Condition condition) {
-  const auto deadline = std::chrono::steady_clock::now() + kPatience;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline) {
-      return false;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  return true;
-}

@@ -1,20 +1,7 @@
 #include "WindowsCameraTest.h"
 
-#include <chrono>
 #include <filesystem>
 #include <fstream>
-#include <thread>
-
-bool WaitFor(const std::function<bool()>& condition) {
-  const auto deadline = std::chrono::steady_clock::now() + kPatience;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline) {
-      return false;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  return true;
-}
 
 void WindowsCameraTest::SetUp() {
   fixtures::UsePc(fixtures::Pc::kLaptop);

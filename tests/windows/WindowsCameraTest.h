@@ -16,13 +16,11 @@
 #include "HostCallbacks.h"
 #include "LibraryLines.h"
 #include "LoadedLibrary.h"
+#include "WaitFor.h"
 
 // The frame that waits for a buffer while a packet's callback blocks: one is in there and has given its
 // buffer back, five are queued. Frames count before they are passed on.
 inline constexpr std::uint64_t kWaitingFrame = 7;
-
-// True once the condition holds; false when it does not in time.
-bool WaitFor(const std::function<bool()>& condition);
 
 class WindowsCameraTest : public ::testing::Test {
  protected:

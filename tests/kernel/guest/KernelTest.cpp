@@ -115,7 +115,7 @@ void BuiltInCamera::ExpectEveryTickExplained(const OfferedFormat& format,
       std::distance(stream.skipped.begin(), stream.skipped.upper_bound(numbers.back())));
   const StreamCounters counters = LatestStreamCounters();
   std::cout << format.Text() << ": " << numbers.size() << " pictures, " << missing << " not seen, of which "
-            << skipped << " the camera skipped; the driver dropped " << counters.missed << " in all\n";
+            << skipped << " the camera skipped; the driver lost " << counters.missed << " in all\n";
   EXPECT_EQ(counters.damaged, 0U);
   EXPECT_EQ(counters.tooShort, 0U);
   EXPECT_EQ(counters.undecodable, 0U);
