@@ -29,8 +29,13 @@ TEST(Printable, KeepsTextAndReplacesWhatSteersTerminals) {
 }
 
 TEST(Printable, ReplacesWhatTurnsTheDirectionOfTheRest) {
-  EXPECT_EQ(Printable("\u202a\u202ba\u202c\u202d\u202e"), "??a???");
-  EXPECT_EQ(Printable("\u2066\u2067b\u2068\u2069"), "??b??");
+  // Put together, as no source should have them: U+202A to U+202E and U+2066 to U+2069.
+  for (char last = '\xaa'; last <= '\xae'; ++last) {
+    EXPECT_EQ(Printable(std::string("a\xe2\x80") + last + "b"), "a?b");
+  }
+  for (char last = '\xa6'; last <= '\xa9'; ++last) {
+    EXPECT_EQ(Printable(std::string("a\xe2\x81") + last + "b"), "a?b");
+  }
   EXPECT_EQ(Printable("\u2029\u202f\u2065\u206a"), "\u2029\u202f\u2065\u206a");
   EXPECT_EQ(Printable("\u05d0\u0628"), "\u05d0\u0628");
 }

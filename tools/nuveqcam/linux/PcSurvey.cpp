@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <iterator>
 #include <map>
 #include <system_error>
 #include <utility>
@@ -54,11 +55,12 @@ std::vector<SurveyedUsbDevice> SurveyUsbDevices(DeviceTree& tree) {
     described = tree.DescribeUsbDevices();
   }
   std::vector<SurveyedUsbDevice> devices;
-  for (const UsbDetails& details : described) {
-    devices.push_back(SurveyedOf(details));
-  }
-  for (std::size_t i = 0; described.empty() && i < known.size(); ++i) {
-    devices.push_back(SurveyedOf(known[i]));
+  if (described.empty()) {
+    std::transform(known.begin(), known.end(), std::back_inserter(devices),
+                   [](const UsbDevice& device) { return SurveyedOf(device); });
+  } else {
+    std::transform(described.begin(), described.end(), std::back_inserter(devices),
+                   [](const UsbDetails& details) { return SurveyedOf(details); });
   }
   return devices;
 }
