@@ -5,56 +5,17 @@
 //
 // Absolute times are this machine's at this moment; compare lines of one run.
 #include <benchmark/benchmark.h>
-#include <libyuv.h>
 
 #include <chrono>
 #include <cstring>
-#include <memory>
-#include <new>
 #include <vector>
 
-#include "FrameLayout.h"
+#include "Clip.h"
 #include "H264Encoder.h"
 #include "PacketMemory.h"
 #include "PictureConverter.h"
-#include "Pictures.h"
 
 namespace {
-
-// Frames of a moving clip in a layout, made once.
-std::vector<std::unique_ptr<VideoFrame>> MakeClip(int width, int height, ColorSpace layout) {
-  constexpr int kFrames = 30;
-  const auto w = static_cast<std::uint32_t>(width);
-  const auto h = static_cast<std::uint32_t>(height);
-  MovingClip clip(w, h);
-  std::vector<std::uint8_t> i420(encoder::FrameBytes(w, h, ColorSpace::kI420));
-  std::uint8_t* const y = i420.data();
-  std::uint8_t* const u = y + std::size_t{w} * h;
-  std::uint8_t* const v = u + std::size_t{w} * h / 4;
-  std::vector<std::unique_ptr<VideoFrame>> frames;
-  for (int i = 0; i < kFrames; ++i) {
-    clip.Draw(static_cast<std::uint64_t>(i), i420.data());
-    auto frame = std::make_unique<VideoFrame>();
-    if (!frame->AllocBuffer(w, h, layout)) {
-      throw std::bad_alloc();
-    }
-    if (layout == ColorSpace::kI420) {
-      std::memcpy(frame->data, i420.data(), i420.size());
-    } else if (layout == ColorSpace::kYuy2) {
-      libyuv::I420ToYUY2(y, width, u, width / 2, v, width / 2, frame->data, width * 2, width, height);
-    } else {
-      libyuv::I420ToARGB(y, width, u, width / 2, v, width / 2, frame->data, width * 4, width, -height);
-    }
-    frames.push_back(std::move(frame));
-  }
-  return frames;
-}
-
-// Plays a clip to its end and back, again and again: without a cut.
-VideoFrame& FrameOf(const std::vector<std::unique_ptr<VideoFrame>>& clip, std::size_t number) {
-  const std::size_t place = number % (2 * clip.size());
-  return *clip[place < clip.size() ? place : 2 * clip.size() - 1 - place];
-}
 
 VideoEncoder::EncodeParam Param(int width, int height, ColorSpace layout) {
   VideoEncoder::EncodeParam param{};

@@ -39,56 +39,9 @@ mkdir -p "$prefix" "$sources"
 : >"$log"
 trap 'status=$?; [ $status -eq 0 ] || { echo "dependencies: failed; the end of build/deps/$target.log:" >&2; tail -n 25 "$log" >&2; }' EXIT
 
-# deb-src entries for this release, derived from the machine's own deb entries.
-write_apt_sources() {
-  local codename parts=$1/parts list=$1/sources.list file
-  codename=$(. /etc/os-release && echo "$VERSION_CODENAME")
-  mkdir -p "$parts"
-  : >"$list"
-  for file in /etc/apt/sources.list /etc/apt/sources.list.d/*.list; do
-    [ -e "$file" ] || continue
-    sed -E -n "s/^deb( +\[[^]]*\])?( +[^ ]+ +$codename +.*)$/deb-src\1\2/p" "$file" >>"$list"
-  done
-  for file in /etc/apt/sources.list.d/*.sources; do
-    [ -e "$file" ] || continue
-    # A stanza counts when one of its suites is this release by its plain name.
-    awk -v RS= -v codename="$codename" '
-      $0 ~ "(^|\n)Suites:[^\n]*[ \t]" codename "([ \t\n]|$)" { sub(/(^|\n)Types:[^\n]*/, "\nTypes: deb-src"); print; print "" }
-    ' "$file" >"$parts/$(basename "$file")"
-    [ -s "$parts/$(basename "$file")" ] || rm "$parts/$(basename "$file")"
-  done
-  if [ ! -s "$list" ] && [ -z "$(ls "$parts")" ]; then
-    echo "dependencies: no apt entry for $codename found on this machine to derive a source entry from" >&2
-    exit 1
-  fi
-}
-
-private_apt() {
-  apt-get -q -o "Dir::Etc::sourcelist=$deps/apt/sources.list" -o "Dir::Etc::sourceparts=$deps/apt/parts" \
-    -o "Dir::State::Lists=$deps/apt/lists" -o "Dir::Cache=$deps/apt/cache" -o APT::Sandbox::User=root "$@" </dev/null
-}
-
-# fetch_sources PACKAGE...: the unpacked source of each in $sources/PACKAGE.
-fetch_sources() {
-  local package missing=()
-  for package in "$@"; do
-    [ -d "$sources/$package" ] || missing+=("$package")
-  done
-  [ "${#missing[@]}" -gt 0 ] || return 0
-  rm -rf "$deps/apt"
-  mkdir -p "$deps/apt/lists/partial" "$deps/apt/cache/archives/partial"
-  write_apt_sources "$deps/apt"
-  echo "dependencies: fetching the source of ${missing[*]}"
-  private_apt update >>"$log" 2>&1
-  for package in "${missing[@]}"; do
-    rm -rf "$sources/$package.tmp"
-    mkdir -p "$sources/$package.tmp"
-    (cd "$sources/$package.tmp" && private_apt source "$package" >>"$log" 2>&1)
-    mv "$sources/$package.tmp"/*/ "$sources/$package"
-    rm -rf "$sources/$package.tmp"
-  done
-  rm -rf "$deps/apt"
-}
+apt_folder=$deps/apt
+topic=dependencies
+. "$top/scripts/apt-source.sh"
 
 # configure NAME SOURCE_FOLDER OPTION...: sets up a build in $deps/build-$target-NAME.
 configure() {

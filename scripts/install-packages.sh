@@ -5,11 +5,12 @@ set -euo pipefail
 
 usage() {
   cat <<'USAGE'
-usage: scripts/install-packages.sh [native | demo | windows]...
+usage: scripts/install-packages.sh [native | demo | bench | windows]...
 
 Installs the Debian 12 packages that are missing on this machine.
   native    compilers, build tools, test tools and libraries of the Linux build (default)
   demo      what the library and its tool alone are built with
+  bench     what bench/run measures the product against, together with native
   windows   the cross compiler and Wine, and what else building and testing for Windows needs
 USAGE
 }
@@ -23,6 +24,10 @@ native=(
   libclang-rt-14-dev libgmock-dev libgtest-dev libusbredirparser-dev llvm mandoc python3 python3-yaml
   qemu-system-x86 v4l-utils valgrind
 )
+bench=(
+  ca-certificates dpkg-dev ffmpeg gcc gstreamer1.0-plugins-bad gstreamer1.0-plugins-base gstreamer1.0-plugins-ugly
+  gstreamer1.0-tools libopenh264-dev libx264-dev make nasm pkg-config python3
+)
 windows=(
   ca-certificates cmake dpkg-dev ffmpeg g++ g++-mingw-w64-x86-64-posix googletest make nasm ninja-build python3 wine
   wine64
@@ -34,6 +39,7 @@ for set in "$@"; do
   case "$set" in
     native) wanted+=("${native[@]}") ;;
     demo) wanted+=("${demo[@]}") ;;
+    bench) wanted+=("${bench[@]}") ;;
     windows) wanted+=("${windows[@]}") ;;
     -h | --help) usage; exit 0 ;;
     *) usage >&2; exit 2 ;;

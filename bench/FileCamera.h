@@ -1,0 +1,47 @@
+// A PC whose built-in camera delivers the frames of a raw YUY2 file, once, as fast as they are taken.
+#pragma once
+
+#include <condition_variable>
+#include <fstream>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "DeviceTree.h"
+
+class FileCamera final : public CaptureSource {
+ public:
+  FileCamera(std::string path, const VideoFormat& format);
+
+  HRESULT ListFormats(std::vector<VideoFormat>& formats) override;
+  HRESULT SetFormat(VideoFormat& format) override;
+  HRESULT Start() override;
+  // After the last frame nothing more arrives.
+  Arrival Next(Deadline deadline, CapturedFrame& frame) override;
+  void Recycle(const CapturedFrame& frame) override;
+  void Stop() override;
+  void Wake() override;
+
+ private:
+  const std::string m_path;
+  const VideoFormat m_format;
+  std::ifstream m_file;
+  std::vector<char> m_picture;  // one frame: read, not mapped, as other programs read the file
+  std::uint64_t m_number = 0;
+  std::mutex m_mutex;
+  std::condition_variable m_woken;
+  bool m_isWoken = false;  // under the mutex
+};
+
+class FilePc final : public DeviceTree {
+ public:
+  FilePc(std::string path, const VideoFormat& format) : m_path(std::move(path)), m_format(format) {}
+
+  std::vector<CaptureDevice> CaptureDevices() override;
+  std::vector<UsbDevice> UsbDevices() override;
+
+ private:
+  const std::string m_path;
+  const VideoFormat m_format;
+};

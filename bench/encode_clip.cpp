@@ -1,0 +1,166 @@
+// Encodes a raw YUY2 file of 30 frames per second, once, as bench/run has other programs do it:
+//
+//   encode_clip WIDTH HEIGHT IN OUT                     the whole product, at the bit rate that it opens with
+//   encode_clip WIDTH HEIGHT IN OUT --direct KBIT_S     the encoder library alone, at any bit rate
+#include <charconv>
+#include <condition_variable>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "FileCamera.h"
+#include "LoadedLibrary.h"
+#include "MultiMediaEncoder.h"
+
+namespace {
+
+constexpr std::uint32_t kFps = 30;
+
+struct Job {
+  std::uint32_t width = 0;
+  std::uint32_t height = 0;
+  std::string in;
+  std::string out;
+  std::uint32_t directBitRate = 0;  // kbit/s; 0: the whole product
+
+  std::uint64_t FrameBytes() const { return std::uint64_t{width} * height * 2; }
+};
+
+std::uint32_t Number(const std::string& text) {
+  std::uint32_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc() || end != text.data() + text.size() || number == 0) {
+    throw std::invalid_argument("not a number above 0: " + text);
+  }
+  return number;
+}
+
+Job Parse(const std::vector<std::string>& arguments) {
+  const bool isDirect = arguments.size() == 6 && arguments[4] == "--direct";
+  if (arguments.size() != 4 && !isDirect) {
+    throw std::invalid_argument("usage: encode_clip WIDTH HEIGHT IN OUT [--direct KBIT_S]");
+  }
+  Job job{Number(arguments[0]), Number(arguments[1]), arguments[2], arguments[3], 0};
+  if (isDirect) {
+    job.directBitRate = Number(arguments[5]);
+    constexpr std::uint32_t kGreatest = 65535;
+    if (job.directBitRate > kGreatest) {
+      throw std::invalid_argument("the bit rate has 16 bits");
+    }
+  }
+  return job;
+}
+
+void Write(std::ofstream& file, const std::uint8_t* data, std::uint32_t length) {
+  file.write(reinterpret_cast<const char*>(data), length);
+}
+
+// What the callbacks, which carry no context, work on.
+struct Session {
+  std::ofstream out;
+  std::mutex mutex;
+  std::condition_variable changed;
+  std::uint64_t packets = 0;  // under the mutex
+  std::uint64_t wanted = 0;
+};
+
+Session& TheSession() {
+  static Session session;
+  return session;
+}
+
+std::int32_t OnPacket(const char* /*id*/, std::uint32_t /*idLen*/, const std::uint8_t* data,
+                      std::uint32_t length, std::int32_t /*reserved*/) {
+  Session& session = TheSession();
+  Write(session.out, data, length);
+  bool isLast = false;
+  {
+    const std::lock_guard lock(session.mutex);
+    isLast = ++session.packets == session.wanted;
+  }
+  if (isLast) {
+    session.changed.notify_all();
+  }
+  return 0;
+}
+
+void Expect(bool holds, const std::string& what) {
+  if (!holds) {
+    throw std::runtime_error(what);
+  }
+}
+
+void EncodeWithProduct(const Job& job) {
+  Session& session = TheSession();
+  session.wanted = std::filesystem::file_size(job.in) / job.FrameBytes();
+  session.out.open(job.out, std::ios::binary);
+  constexpr REFERENCE_TIME kSecond = 10'000'000;
+  UseDeviceTree(std::make_shared<FilePc>(job.in, VideoFormat{kYuyv, job.width, job.height, kSecond / kFps}));
+
+  LoadedLibrary library(NUVEQ_LIBRARY_FILE);
+  Expect(library.Error().empty(), library.Error());
+  NUVEQCameraHandler handler{};
+  Expect(library.GetCameraHandler(&handler) == 0, "no table");
+  Expect(handler.RegisterSendDataCallback(nullptr, 0, &OnPacket) == 0, "the callback is refused");
+  NUVEQCameraCapabilities* records = nullptr;
+  std::uint32_t count = 0;
+  Expect(handler.GetCapability(&records, &count) == 0, "the file's camera is not found");
+  handler.ReleaseCapability(0, records, count);
+  const std::string id = "0";
+  const NUVEQCameraParam param{id.data(), static_cast<std::uint32_t>(id.size()), job.width, job.height, kFps};
+  const std::int32_t answer = handler.OpenCameraDevice(&param);
+  Expect(answer == NUVEQ_CAMERA_OK, "opening answers " + std::to_string(answer));
+  {
+    constexpr std::chrono::minutes kPatience{5};
+    std::unique_lock lock(session.mutex);
+    Expect(session.changed.wait_for(lock, kPatience, [&] { return session.packets >= session.wanted; }),
+           "no more packets after " + std::to_string(session.packets));
+  }
+  handler.CloseCameraDevice(id.data(), static_cast<std::uint32_t>(id.size()));
+  UseDeviceTree(nullptr);
+  session.out.close();
+  Expect(!session.out.fail(), "cannot write " + job.out);
+}
+
+void EncodeDirectly(const Job& job) {
+  const std::unique_ptr<VideoEncoder, void (*)(VideoEncoder*)> encoder(VideoEncoder::CreateDefaultEncoder(),
+                                                                       &VideoEncoder::ReleaseEncoder);
+  VideoEncoder::EncodeParam param{};
+  param.width = param.outWidth = job.width;
+  param.height = param.outHeight = job.height;
+  param.frameRate = kFps;
+  param.colorSpace = ColorSpace::kYuy2;
+  param.colorCode = 1;
+  constexpr std::uint16_t kKeyFrameInterval = 5 * kFps;
+  param.keyFrameInterval = kKeyFrameInterval;
+  param.bitRate = static_cast<std::uint16_t>(job.directBitRate);
+  Expect(encoder != nullptr && encoder->Initialize(param), "the encoder refuses the parameters");
+  VideoFrame frame;
+  Expect(frame.AllocBuffer(job.width, job.height, ColorSpace::kYuy2), "no memory");
+  std::ifstream in(job.in, std::ios::binary);
+  std::ofstream out(job.out, std::ios::binary);
+  while (in.read(reinterpret_cast<char*>(frame.data), static_cast<std::streamsize>(job.FrameBytes()))) {
+    AVEncodePacket packet;
+    Expect(encoder->Encode(&frame, &packet) == 0, "encoding fails");
+    Write(out, packet.data, packet.length);
+  }
+  Expect(static_cast<bool>(out.flush()), "cannot write " + job.out);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    const Job job = Parse(std::vector<std::string>(argv + 1, argv + argc));
+    job.directBitRate == 0 ? EncodeWithProduct(job) : EncodeDirectly(job);
+  } catch (const std::exception& failure) {
+    std::fprintf(stderr, "encode_clip: %s\n", failure.what());
+    return 1;
+  }
+  return 0;
+}

@@ -1,0 +1,55 @@
+# Sourced by scripts that build from Debian's source packages: apt-get source with a private apt configuration, so
+# that the machine's own is not touched. The caller sets $apt_folder (scratch, removed when done), $sources (where
+# the sources go), $log (where apt's output goes) and $topic (how its messages begin).
+# shellcheck shell=bash
+
+# deb-src entries for this release, derived from the machine's own deb entries.
+write_apt_sources() {
+  local codename parts=$1/parts list=$1/sources.list file
+  codename=$(. /etc/os-release && echo "$VERSION_CODENAME")
+  mkdir -p "$parts"
+  : >"$list"
+  for file in /etc/apt/sources.list /etc/apt/sources.list.d/*.list; do
+    [ -e "$file" ] || continue
+    sed -E -n "s/^deb( +\[[^]]*\])?( +[^ ]+ +$codename +.*)$/deb-src\1\2/p" "$file" >>"$list"
+  done
+  for file in /etc/apt/sources.list.d/*.sources; do
+    [ -e "$file" ] || continue
+    # A stanza counts when one of its suites is this release by its plain name.
+    awk -v RS= -v codename="$codename" '
+      $0 ~ "(^|\n)Suites:[^\n]*[ \t]" codename "([ \t\n]|$)" { sub(/(^|\n)Types:[^\n]*/, "\nTypes: deb-src"); print; print "" }
+    ' "$file" >"$parts/$(basename "$file")"
+    [ -s "$parts/$(basename "$file")" ] || rm "$parts/$(basename "$file")"
+  done
+  if [ ! -s "$list" ] && [ -z "$(ls "$parts")" ]; then
+    echo "$topic: no apt entry for $codename found on this machine to derive a source entry from" >&2
+    exit 1
+  fi
+}
+
+private_apt() {
+  apt-get -q -o "Dir::Etc::sourcelist=$apt_folder/sources.list" -o "Dir::Etc::sourceparts=$apt_folder/parts" \
+    -o "Dir::State::Lists=$apt_folder/lists" -o "Dir::Cache=$apt_folder/cache" -o APT::Sandbox::User=root "$@" </dev/null
+}
+
+# fetch_sources PACKAGE...: the unpacked source of each in $sources/PACKAGE.
+fetch_sources() {
+  local package missing=()
+  for package in "$@"; do
+    [ -d "$sources/$package" ] || missing+=("$package")
+  done
+  [ "${#missing[@]}" -gt 0 ] || return 0
+  rm -rf "$apt_folder"
+  mkdir -p "$apt_folder/lists/partial" "$apt_folder/cache/archives/partial"
+  write_apt_sources "$apt_folder"
+  echo "$topic: fetching the source of ${missing[*]}"
+  private_apt update >>"$log" 2>&1
+  for package in "${missing[@]}"; do
+    rm -rf "$sources/$package.tmp"
+    mkdir -p "$sources/$package.tmp"
+    (cd "$sources/$package.tmp" && private_apt source "$package" >>"$log" 2>&1)
+    mv "$sources/$package.tmp"/*/ "$sources/$package"
+    rm -rf "$sources/$package.tmp"
+  done
+  rm -rf "$apt_folder"
+}
