@@ -21,7 +21,7 @@ DID_NOT_RUN = 77
 SHARE = "/run/share"
 CONSOLE_LINES = 25
 # Frames that v4l2-ctl takes of a camera. v4l2-compliance's own streaming tests (-s) are no use: they want EINVAL of
-# a start without buffers, where the kernel's driver answers EBUSY, whatever the camera.
+# a start without buffers, where the kernel's driver answers EBUSY and does not ask the camera.
 STREAMED = 10
 
 GUEST_FUNCTIONS = """\
@@ -210,7 +210,7 @@ def run(topology, options, folder):
     try:
         results = boot(topology, options, binaries, kernel, folder / "first")
     except BootTimeOut as failure:
-        # Machines in software with two processors do hang before they say a word, once in a hundred boots or so.
+        # One boot was seen to hang before it said a word, in some hundreds, for a reason that is not known.
         print(f"{failure}\nonce more:", flush=True)
         results = boot(topology, options, binaries, kernel, folder / "second")
     print(f"{topology.name}: {time.monotonic() - begin:.1f} s from power-on to power-off")
