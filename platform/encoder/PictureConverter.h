@@ -3,7 +3,7 @@
 
 #include <array>
 #include <cstdint>
-#include <vector>
+#include <memory>
 
 #include "MultiMediaEncoder.h"
 
@@ -19,7 +19,7 @@ struct Planes {
 // range.
 class PictureConverter {
  public:
-  // Sides in pixels and a known layout.
+  // Sides in pixels and a known layout. Throws std::bad_alloc.
   PictureConverter(std::uint32_t width, std::uint32_t height, ColorSpace layout);
 
   std::uint32_t EvenWidth() const { return m_evenWidth; }
@@ -31,7 +31,9 @@ class PictureConverter {
 
  private:
   // Planes of the converter's own, for layouts that are converted.
-  Planes OwnPlanes();
+  Planes OwnPlanes() const;
+  // Two lines of a frame, the first at pair, into lines of the planes from line on.
+  void ConvertPair(const std::uint8_t* pair, const Planes& planes, std::uint32_t line) const;
   // The planes that an I420 frame consists of.
   Planes FramePlanes(std::uint8_t* bytes) const;
 
@@ -40,7 +42,7 @@ class PictureConverter {
   ColorSpace m_layout;
   std::uint32_t m_evenWidth;
   std::uint32_t m_evenHeight;
-  std::vector<std::uint8_t> m_memory;
+  std::unique_ptr<VideoFrame> m_own;  // null for a layout that needs none
 };
 
 }  // namespace encoder
