@@ -8,7 +8,7 @@ set(NUVEQ_HOST_LOGGER "" CACHE STRING
 #
 # PLATFORM  what the free functions that the library calls come from
 # DEFAULTS  which of platform/defaults are built in, for what the platform does not bring: Allocation, Module,
-#           Logger. The logger is built in anyway unless NUVEQ_HOST_LOGGER names the host's.
+#           Thread, Logger. The logger is built in anyway unless NUVEQ_HOST_LOGGER names the host's.
 function(nuveq_add_camera_handler target)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "PLATFORM;DEFAULTS")
   set(host_logger ${NUVEQ_HOST_LOGGER})
@@ -18,9 +18,11 @@ function(nuveq_add_camera_handler target)
     list(APPEND arg_DEFAULTS Logger)
   endif()
   list(TRANSFORM arg_DEFAULTS REPLACE "(.+)" "${PROJECT_SOURCE_DIR}/platform/defaults/\\1.cpp")
+  # How a module is held, and how a thread is named and raised, is the system's business.
   if(WIN32)
-    # How a module is held is the system's business.
-    list(TRANSFORM arg_DEFAULTS REPLACE "/defaults/Module.cpp" "/windows/Module.cpp")
+    list(TRANSFORM arg_DEFAULTS REPLACE "/defaults/(Module|Thread).cpp" "/windows/\\1.cpp")
+  else()
+    list(TRANSFORM arg_DEFAULTS REPLACE "/defaults/Thread.cpp" "/linux/Thread.cpp")
   endif()
   add_library(${target} SHARED ${arg_DEFAULTS})
   if(WIN32)

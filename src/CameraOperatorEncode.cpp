@@ -6,6 +6,7 @@
 #include "CameraOperator.h"
 #include "Log.h"
 #include "Module.h"
+#include "Thread.h"
 
 namespace {
 
@@ -51,7 +52,10 @@ bool IsReady(VideoEncoder& encoder, const VideoEncoder::EncodeParam& param) noex
 
 }  // namespace
 
-void EncodeThreadEntry() { CameraOperator::GetInstance().EncodeH264(); }
+void EncodeThreadEntry() {
+  PrepareEncoderThread();
+  CameraOperator::GetInstance().EncodeH264();
+}
 
 bool CameraOperator::InitVideoEncoder(const VideoEncoder::EncodeParam& param) {
   VideoEncoder* const encoder = VideoEncoder::CreateDefaultEncoder();

@@ -1,5 +1,7 @@
 #include "StreamThread.h"
 
+#include <pthread.h>
+
 #include <limits>
 
 #include "ComObject.h"
@@ -28,6 +30,7 @@ class StreamThread::Stream {
   }
 
   void Run() {
+    pthread_setname_np(pthread_self(), "nuveq-capture");
     t_stream = this;
     m_deadline = std::chrono::steady_clock::now() + kFirstFrame;
     while (!m_isStopping && TakeOne()) {

@@ -1,4 +1,7 @@
 // Frames on their way from the device to the callback, and what becomes of bad ones.
+#include <pthread.h>
+
+#include <array>
 #include <numeric>
 #include <thread>
 #include <utility>
@@ -52,6 +55,18 @@ TEST_F(Frames, AreNotCopied) {
   ASSERT_EQ(Run(), S_OK);
   Stream({1, 2, 3});
   EXPECT_EQ(inPlace, 3);
+}
+
+TEST_F(Frames, ArriveOnAThreadThatItsNameTells) {
+  Build();
+  std::array<char, 16> name{};
+  callback.onFrame = [&](const CollectedFrame&) {
+    pthread_getname_np(pthread_self(), name.data(), name.size());
+  };
+  ASSERT_EQ(Run(), S_OK);
+  Stream({1});
+  EXPECT_EQ(Stop(), S_OK);
+  EXPECT_STREQ(name.data(), "nuveq-capture");
 }
 
 TEST_F(Frames, HaveTimesThatGrow) {

@@ -1,5 +1,9 @@
 // Sessions as platforms run them, orderly and otherwise.
 #include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <string>
 #include <thread>
 
 #include "SimulatedCameraTest.h"
@@ -7,6 +11,20 @@
 namespace {
 
 using Session = SimulatedCameraTest;
+
+// As the system's tools show them.
+std::multiset<std::string> ThreadNames() {
+  std::multiset<std::string> names;
+  for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+    std::ifstream file(task.path() / "comm");
+    std::string name;
+    // A thread may end meanwhile.
+    if (std::getline(file, name)) {
+      names.insert(name);
+    }
+  }
+  return names;
+}
 
 TEST_F(Session, EndsAfterAnyNumberOfPackets) {
   ASSERT_EQ(Query(), 0);
@@ -18,6 +36,18 @@ TEST_F(Session, EndsAfterAnyNumberOfPackets) {
     EXPECT_GE(host.PacketCount(), count);
     ExpectNumbersFrom(0);
   }
+}
+
+TEST_F(Session, ThreadsOfAnOpenCameraAreKnownByTheirNames) {
+  ASSERT_EQ(Query(), 0);
+  const auto before = ThreadNames();
+  ASSERT_EQ(Open(320, 240, 30), 0);
+  EXPECT_TRUE(host.WaitForPackets(1));
+  auto expected = before;
+  expected.insert({"nuveq-capture", "nuveq-encoder"});
+  EXPECT_EQ(ThreadNames(), expected);
+  EXPECT_EQ(Close(), 1);
+  EXPECT_TRUE(WaitFor([&] { return ThreadNames() == before; })) << "the system clears them away in its time";
 }
 
 TEST_F(Session, NothingArrivesAfterClose) {

@@ -1,4 +1,5 @@
-// What the host and the system give the library besides: the logger, memory for the platform, the module.
+// What the host and the system give the library besides: the logger, memory for the platform, the module, the
+// encoder thread's name and priority.
 #include <log4cplus/appender.h>
 #include <log4cplus/spi/loggingevent.h>
 
@@ -8,6 +9,7 @@
 #include "Logger.h"
 #include "Module.h"
 #include "Platform.h"
+#include "Thread.h"
 
 using scripted::Platform;
 
@@ -78,5 +80,9 @@ SCRIPTED_EXPORT void LetModuleGo() {
     Platform::Get().NoteMisuse("the module is let go without being held");
   }
 }
+
+// Not in the journal: it comes on the encoder thread while the open goes on, now before one line, now behind
+// it.
+SCRIPTED_EXPORT void PrepareEncoderThread() noexcept { Platform::Get().RunBefore("PrepareEncoderThread"); }
 
 SCRIPTED_EXPORT bool IsProcessEnding() { return Platform::Get().IsProcessEnding(); }

@@ -1,4 +1,4 @@
-// The fixture of tests with the built-in logger, allocation and module.
+// The fixture of tests with the built-in logger, allocation, module and thread.
 #pragma once
 
 #include "LoadedLibrary.h"

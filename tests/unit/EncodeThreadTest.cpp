@@ -127,6 +127,44 @@ TEST_F(EncodeThread, BufferIsBackBeforeTheCallbackEnds) {
   EXPECT_EQ(Close(), 1);
 }
 
+TEST_F(EncodeThread, IsPreparedOnceAnOpenBeforeItsFirstFrame) {
+  std::atomic<int> prepared = 0;
+  std::atomic<std::thread::id> preparedThread;
+  Gate mayEncode;
+  platform.Before("PrepareEncoderThread", [&] {
+    preparedThread = std::this_thread::get_id();
+    EXPECT_TRUE(mayEncode.Wait());
+    ++prepared;
+  });
+  QueryAndOpen();
+  platform.Before("VideoEncoder::Encode", [&] {
+    EXPECT_EQ(prepared, 1);
+    EXPECT_EQ(preparedThread.load(), std::this_thread::get_id());
+  });
+  EXPECT_TRUE(platform.DeliverFrame(Frame(kFrameSize, 1)));
+  EXPECT_EQ(platform.CallCount("VideoEncoder::Encode"), 0U) << "the frame waits";
+  mayEncode.Open();
+  EXPECT_TRUE(host.WaitForPackets(1));
+  DeliverAndReceive(2);
+  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(prepared, 1);
+  EXPECT_EQ(Open(), 0);
+  ExpectFormatLeft();
+  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(prepared, 2);
+}
+
+TEST_F(EncodeThread, IsNotPreparedByAnOpenThatStartsNone) {
+  std::atomic<int> prepared = 0;
+  platform.Before("PrepareEncoderThread", [&] { ++prepared; });
+  QueryAndRelease();
+  platform.Answers("IMediaControl::Run", Fails());
+  EXPECT_EQ(Open(), -1001);
+  ExpectFormatLeft();
+  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(prepared, 0);
+}
+
 TEST_F(EncodeThread, ClosingWhileItWaitsForAFrameReturns) {
   QueryAndOpen();
   EXPECT_EQ(Close(), 1);

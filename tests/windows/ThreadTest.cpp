@@ -1,0 +1,96 @@
+// The encoder thread as the system sees it: its name, and its place before threads that can wait.
+#include <windows.h>
+
+#include <tlhelp32.h>
+
+#include <atomic>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "WindowsCameraTest.h"
+
+namespace {
+
+struct CloseAtEnd {
+  void operator()(HANDLE handle) const { CloseHandle(handle); }
+};
+using OwnedHandle = std::unique_ptr<void, CloseAtEnd>;
+using GetDescription = HRESULT(WINAPI*)(HANDLE, PWSTR*);
+
+// Of the threads of this process, by their numbers.
+std::map<DWORD, int> Priorities() {
+  std::map<DWORD, int> priorities;
+  const OwnedHandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0));
+  THREADENTRY32 entry{};
+  entry.dwSize = sizeof(entry);
+  for (BOOL more = Thread32First(snapshot.get(), &entry); more != FALSE;
+       more = Thread32Next(snapshot.get(), &entry)) {
+    if (entry.th32OwnerProcessID != GetCurrentProcessId()) {
+      continue;
+    }
+    // A thread may end meanwhile.
+    if (const OwnedHandle thread(OpenThread(THREAD_QUERY_INFORMATION, FALSE, entry.th32ThreadID)); thread) {
+      priorities[entry.th32ThreadID] = GetThreadPriority(thread.get());
+    }
+  }
+  return priorities;
+}
+
+// Null where the system has no names of threads.
+GetDescription Description() {
+  return reinterpret_cast<GetDescription>(
+      reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernelbase.dll"), "GetThreadDescription")));
+}
+
+std::wstring NameOf(DWORD id) {
+  const OwnedHandle thread(OpenThread(THREAD_QUERY_LIMITED_INFORMATION, FALSE, id));
+  PWSTR text = nullptr;
+  if (!thread || Description()(thread.get(), &text) < 0) {
+    return L"(none)";
+  }
+  const std::wstring name(text);
+  LocalFree(text);
+  return name;
+}
+
+class EncoderThread : public WindowsCameraTest {
+ protected:
+  // The number of the thread that brings the packets.
+  DWORD OpenAndFindThread() {
+    host.InData([this](const Packet&) { m_id = GetCurrentThreadId(); });
+    EXPECT_EQ(Query(), 0);
+    EXPECT_EQ(Open(), 0);
+    EXPECT_TRUE(WaitFor([this] { return m_id != 0; }));
+    return m_id;
+  }
+
+ private:
+  std::atomic<DWORD> m_id = 0;
+};
+
+TEST_F(EncoderThread, GoesBeforeOthersWhileTheCameraIsOpen) {
+  const std::map<DWORD, int> before = Priorities();
+  const DWORD id = OpenAndFindThread();
+  const std::map<DWORD, int> priorities = Priorities();
+  ASSERT_TRUE(priorities.contains(id));
+  EXPECT_EQ(priorities.at(id), THREAD_PRIORITY_ABOVE_NORMAL);
+  for (const auto& [thread, priority] : priorities) {
+    if (before.contains(thread)) {
+      EXPECT_EQ(priority, before.at(thread)) << "the host's threads stay as they are";
+    }
+  }
+  Close();
+  EXPECT_FALSE(Priorities().contains(id));
+}
+
+TEST_F(EncoderThread, IsKnownByItsNameWhereTheSystemHasNames) {
+  const DWORD id = OpenAndFindThread();
+  if (Description() != nullptr) {
+    EXPECT_EQ(NameOf(id), L"nuveq-encoder");
+    EXPECT_NE(NameOf(GetCurrentThreadId()), L"nuveq-encoder");
+  }
+  Close();
+}
+
+}  // namespace
