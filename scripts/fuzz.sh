@@ -29,7 +29,7 @@ declare -A sources=(
   [media_types]='/src/'
   [session]='/src/'
   [v4l2]='/platform/linux/'
-  [mjpeg]='/platform/linux/(MjpegDecoder|JpegReader)[.]'
+  [mjpeg]='/platform/linux/(MjpegDecoder|JpegReader|JpegStrip)[.]'
   [arguments]='/tools/nuveqcam/(Arguments|OutputKind)[.]'
 )
 

@@ -2,6 +2,7 @@
 
 #include <jerror.h>
 
+#include <algorithm>
 #include <new>
 
 namespace {
@@ -22,6 +23,16 @@ bool IsHarmless(const jpeg_error_mgr& error) {
   }
 }
 
+// A row of MCUs at most: what can be had at one call.
+constexpr JDIMENSION kMostLines = 2 * DCTSIZE;
+
+// Whether colour can be spread over its pixels and converted in one step. It is then repeated, not
+// interpolated, which is less work. The encoder, which halves the colour again, leaves nothing to be seen of
+// that.
+bool CanBeMerged(const jpeg_decompress_struct& jpeg) {
+  return JpegStrip::HoldsPlanesOf(jpeg) && jpeg.comp_info[1].v_samp_factor == 1;
+}
+
 }  // namespace
 
 // The library, which is C, is left by a jump: nothing on the way may need to be destroyed.
@@ -35,7 +46,8 @@ void JpegReader::NoteWarning(j_common_ptr info, int level) {
 
 void JpegReader::SaySilence(j_common_ptr /*info*/) {}
 
-JpegReader::JpegReader() {
+JpegReader::JpegReader(const Format& format)
+    : m_format(format), m_strip(format.layout == Layout::kYuy2 ? format.width : 0) {
   m_jpeg.err = jpeg_std_error(&m_errors.base);
   m_errors.base.error_exit = Escape;
   m_errors.base.emit_message = NoteWarning;
@@ -56,6 +68,9 @@ bool JpegReader::Read(const std::uint8_t* data, std::size_t size, const Target& 
     jpeg_abort_decompress(&m_jpeg);
     return false;
   }
+  // Tables outlive their picture in the library. One with damaged tables would spoil all that come without.
+  jpeg_destroy_decompress(&m_jpeg);
+  jpeg_create_decompress(&m_jpeg);
   ReadPicture(data, size, target);
   jpeg_abort_decompress(&m_jpeg);
   return !m_errors.isDamaged;
@@ -65,21 +80,68 @@ bool JpegReader::Read(const std::uint8_t* data, std::size_t size, const Target& 
 void JpegReader::ReadPicture(const std::uint8_t* data, std::size_t size, const Target& target) {
   jpeg_mem_src(&m_jpeg, data, size);
   jpeg_read_header(&m_jpeg, TRUE);
-  if (m_jpeg.image_width != static_cast<JDIMENSION>(target.width) ||
-      m_jpeg.image_height != static_cast<JDIMENSION>(target.height)) {
+  if (m_jpeg.image_width != static_cast<JDIMENSION>(m_format.width) ||
+      m_jpeg.image_height != static_cast<JDIMENSION>(m_format.height)) {
     m_errors.isDamaged = true;
     return;
   }
-  m_jpeg.out_color_space = JCS_EXT_BGRA;
-  jpeg_start_decompress(&m_jpeg);
-  // What has lost its place is not read to its end.
-  while (m_jpeg.output_scanline < m_jpeg.output_height && !m_errors.isDamaged) {
-    const std::size_t line = target.isBottomUp ? m_jpeg.output_height - 1 - m_jpeg.output_scanline
-                                               : std::size_t{m_jpeg.output_scanline};
-    JSAMPROW row = target.data + line * target.stride;
-    jpeg_read_scanlines(&m_jpeg, &row, 1);
+  if (m_format.layout != Layout::kYuy2) {
+    ReadBgra(target);
+  } else if (JpegStrip::HoldsPlanesOf(m_jpeg)) {
+    ReadPlanes(target);
+  } else {
+    ReadBgraStrips(target);
   }
   if (!m_errors.isDamaged) {
     jpeg_finish_decompress(&m_jpeg);
+  }
+}
+
+// What has lost its place is not read to its end.
+bool JpegReader::IsToGoOn() const {
+  return m_jpeg.output_scanline < m_jpeg.output_height && !m_errors.isDamaged;
+}
+
+void JpegReader::ReadBgra(const Target& target) {
+  m_jpeg.out_color_space = JCS_EXT_BGRA;
+  m_jpeg.do_fancy_upsampling = CanBeMerged(m_jpeg) ? FALSE : TRUE;
+  jpeg_start_decompress(&m_jpeg);
+  const bool isBottomUp = m_format.layout == Layout::kBgraBottomUp;
+  std::array<JSAMPROW, kMostLines> rows{};
+  while (IsToGoOn()) {
+    const JDIMENSION lines = std::min(kMostLines, m_jpeg.output_height - m_jpeg.output_scanline);
+    for (JDIMENSION i = 0; i < lines; ++i) {
+      const JDIMENSION line = m_jpeg.output_scanline + i;
+      rows[i] = target.data + (isBottomUp ? m_jpeg.output_height - 1 - line : line) * target.stride;
+    }
+    jpeg_read_scanlines(&m_jpeg, rows.data(), lines);
+  }
+}
+
+// Samples as they are coded, half as many as pixels of BGRA have, which would only be thinned out again.
+void JpegReader::ReadPlanes(const Target& target) {
+  m_jpeg.raw_data_out = TRUE;
+  jpeg_start_decompress(&m_jpeg);
+  const int lumaRows = m_jpeg.comp_info[0].v_samp_factor * DCTSIZE;
+  const int chromaRows = m_jpeg.comp_info[1].v_samp_factor * DCTSIZE;
+  while (IsToGoOn()) {
+    const JDIMENSION line = m_jpeg.output_scanline;
+    jpeg_read_raw_data(&m_jpeg, m_strip.Planes(), static_cast<JDIMENSION>(lumaRows));
+    const int lines = std::min(lumaRows, m_format.height - static_cast<int>(line));
+    m_strip.PackPlanes(lumaRows, chromaRows, lines, target.data + line * target.stride, target.stride);
+  }
+}
+
+void JpegReader::ReadBgraStrips(const Target& target) {
+  m_jpeg.out_color_space = JCS_EXT_BGRA;
+  jpeg_start_decompress(&m_jpeg);
+  std::array<JSAMPROW, JpegStrip::kBgraLines> rows{};
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    rows[i] = m_strip.Bgra() + i * m_strip.BgraStride();
+  }
+  while (IsToGoOn()) {
+    const JDIMENSION line = m_jpeg.output_scanline;
+    const JDIMENSION lines = jpeg_read_scanlines(&m_jpeg, rows.data(), JpegStrip::kBgraLines);
+    m_strip.PackBgra(static_cast<int>(lines), target.data + line * target.stride, target.stride);
   }
 }

@@ -8,21 +8,27 @@
 
 #include <jpeglib.h>
 
+#include "JpegStrip.h"
+
 class JpegReader {
  public:
+  // kYuy2: BT.601 with limited range, top-down; the width is even.
+  enum class Layout { kBgra, kBgraBottomUp, kYuy2 };
+  struct Format {
+    int width;
+    int height;
+    Layout layout;
+  };
   // Throws std::bad_alloc.
-  JpegReader();
+  explicit JpegReader(const Format& format);
   JpegReader(const JpegReader&) = delete;
   JpegReader& operator=(const JpegReader&) = delete;
   ~JpegReader();
 
-  // Where the picture goes: BGRA, stride bytes a line.
+  // Where the picture goes, stride bytes a line.
   struct Target {
     std::uint8_t* data;
     std::size_t stride;
-    int width;
-    int height;
-    bool isBottomUp;
   };
   // False for a picture of another size, and for data that is cut off or corrupt; the target may be half
   // written then. Pictures without Huffman tables, as many cameras send them, have the standard ones.
@@ -38,7 +44,13 @@ class JpegReader {
   static void NoteWarning(j_common_ptr info, int level);
   static void SaySilence(j_common_ptr info);
   void ReadPicture(const std::uint8_t* data, std::size_t size, const Target& target);
+  void ReadBgra(const Target& target);
+  void ReadPlanes(const Target& target);
+  void ReadBgraStrips(const Target& target);
+  bool IsToGoOn() const;
 
+  const Format m_format;
+  JpegStrip m_strip;
   Errors m_errors{};
   jpeg_decompress_struct m_jpeg{};
 };

@@ -1,41 +1,35 @@
 #include "MjpegDecoder.h"
 
-#include <libyuv.h>
 #include "JpegReader.h"
 #include "MediaTypes.h"
 #include "Streaming.h"
 
 namespace {
 
-constexpr std::size_t kBgraBytes = 4;
+constexpr std::size_t BytesPerPixel(MjpegDecoder::Layout layout) {
+  return layout == MjpegDecoder::Layout::kArgb32 ? 4 : 2;
+}
+
+JpegReader::Format FormatOf(std::uint32_t width, std::uint32_t height, MjpegDecoder::Layout layout) {
+  return {static_cast<int>(width), static_cast<int>(height),
+          layout == MjpegDecoder::Layout::kArgb32 ? JpegReader::Layout::kBgraBottomUp
+                                                  : JpegReader::Layout::kYuy2};
+}
 
 }  // namespace
 
 MjpegDecoder::MjpegDecoder(std::uint32_t width, std::uint32_t height, Layout layout)
-    : m_width(static_cast<int>(width)),
-      m_height(static_cast<int>(height)),
-      m_layout(layout),
-      m_reader(std::make_unique<JpegReader>()),
-      m_bgra(kBgraBytes * width * height),
-      m_yuy2(layout == Layout::kYuy2 ? std::size_t{2} * width * height : 0) {}
+    : m_stride(BytesPerPixel(layout) * width),
+      m_reader(std::make_unique<JpegReader>(FormatOf(width, height, layout))),
+      m_picture(m_stride * height) {}
 
 MjpegDecoder::~MjpegDecoder() = default;
 
 bool MjpegDecoder::Convert(const std::uint8_t* data, std::size_t size, Picture& picture) {
-  const bool isBottomUp = m_layout == Layout::kArgb32;
-  const std::size_t stride = kBgraBytes * static_cast<std::size_t>(m_width);
-  if (!m_reader->Read(data, size, {m_bgra.data(), stride, m_width, m_height, isBottomUp})) {
+  if (!m_reader->Read(data, size, {m_picture.data(), m_stride})) {
     return false;
   }
-  if (m_layout == Layout::kArgb32) {
-    picture = {m_bgra.data(), m_bgra.size()};
-    return true;
-  }
-  if (libyuv::ARGBToYUY2(m_bgra.data(), static_cast<int>(stride), m_yuy2.data(), m_width * 2, m_width,
-                         m_height) != 0) {
-    return false;
-  }
-  picture = {m_yuy2.data(), m_yuy2.size()};
+  picture = {m_picture.data(), m_picture.size()};
   return true;
 }
 

@@ -20,10 +20,7 @@ class MjpegDecoder : public FrameConverter {
   bool Convert(const std::uint8_t* data, std::size_t size, Picture& picture) override;
 
  private:
-  int m_width;
-  int m_height;
-  Layout m_layout;
+  std::size_t m_stride;
   std::unique_ptr<JpegReader> m_reader;
-  std::vector<std::uint8_t> m_bgra;
-  std::vector<std::uint8_t> m_yuy2;
+  std::vector<std::uint8_t> m_picture;
 };

@@ -9,7 +9,7 @@ import pathlib
 import struct
 import sys
 
-from tiny_jpeg import jpeg
+from tiny_jpeg import huffman_tables, jpeg
 
 CORPUS = pathlib.Path(__file__).resolve().parent / "corpus"
 seeds = {}
@@ -195,11 +195,15 @@ def save_mjpeg():
     own = bytes(3)
     save("mjpeg", "422", own + whole)
     save("mjpeg", "420", own + jpeg(48, 32, "420"))
+    save("mjpeg", "422_tall", own + jpeg(34, 21, "422_tall"))
+    save("mjpeg", "420_with_gaps", b"\x30\0\0" + jpeg(22, 19, "420"))
     save("mjpeg", "444", own + jpeg(17, 13, "444"))
     save("mjpeg", "grey", own + jpeg(16, 16, "grey"))
     save("mjpeg", "restart_markers", own + jpeg(64, 48, "422", restart=3))
     save("mjpeg", "without_tables", own + jpeg(64, 48, "422", tables=False))
     save("mjpeg", "without_tables_420", own + jpeg(32, 16, "420", tables=False, restart=1))
+    bare = jpeg(64, 48, "422", tables=False)
+    save("mjpeg", "tables_too_late", own + bare[:-2] + huffman_tables() + bare[-2:])
     save("mjpeg", "cut_off", own + whole[:-30])
     save("mjpeg", "cut_off_in_header", own + whole[:80])
     save("mjpeg", "without_end", own + whole[:-2])

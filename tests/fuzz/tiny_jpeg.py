@@ -7,8 +7,8 @@ DC_COUNTS = ([0, 1, 5, 1, 1, 1, 1, 1, 1, 0, 0, 0, 0, 0, 0, 0], [0, 3, 1, 1, 1, 1
 AC_STANDARD = ({0x00: (0b1010, 4), 0x01: (0b00, 2)}, {0x00: (0b00, 2), 0x01: (0b01, 2)})
 AC_OWN = {0x00: (0b00, 2), 0x01: (0b01, 2)}
 
-# Blocks of luma across and down in a unit, and whether there is colour.
-SAMPLING = {"422": (2, 1, True), "420": (2, 2, True), "444": (1, 1, True), "grey": (1, 1, False)}
+# Blocks of luma across and down in a unit, and those of each colour, one under the other.
+SAMPLING = {"422": (2, 1, 1), "422_tall": (2, 2, 2), "420": (2, 2, 1), "444": (1, 1, 1), "grey": (1, 1, 0)}
 
 
 def dc_codes(counts):
@@ -59,14 +59,14 @@ def put_block(bits, difference, table, ac, has_ripple):
     bits.put(*ac[0x00])
 
 
-def scan(units, across, down, has_colour, acs, restart):
+def scan(units, across, down, colour, acs, restart):
     bits, data = Bits(), b""
     latest = [0, 0, 0]
     for unit in range(units):
         if restart and unit and unit % restart == 0:
             data += bits.flush() + bytes([0xFF, 0xD0 + (unit // restart - 1) % 8])
             latest = [0, 0, 0]
-        components = [0] * (across * down) + ([1, 2] if has_colour else [])
+        components = [0] * (across * down) + [1] * colour + [2] * colour
         for number, component in enumerate(components):
             level = (unit * 37 + number * 11 + component * 50) % 101 - 50
             table = min(component, 1)
@@ -77,9 +77,9 @@ def scan(units, across, down, has_colour, acs, restart):
 
 def jpeg(width, height, sampling, restart=0, tables=True):
     """A picture; restart markers after that many units; without its Huffman tables, if those are the standard's."""
-    across, down, has_colour = SAMPLING[sampling]
+    across, down, colour = SAMPLING[sampling]
     units = -(-width // (8 * across)) * -(-height // (8 * down))
-    components = [(1, across << 4 | down, 0)] + ([(2, 0x11, 1), (3, 0x11, 1)] if has_colour else [])
+    components = [(1, across << 4 | down, 0)] + ([(2, 0x10 | colour, 1), (3, 0x10 | colour, 1)] if colour else [])
     data = b"\xff\xd8"
     data += segment(0xE0, b"AVI1" + bytes(10) if not tables else b"JFIF\0\1\1\0\0\1\0\1\0\0")
     data += b"".join(segment(0xDB, bytes([table]) + bytes([12] * 64)) for table in (0, 1))
@@ -92,4 +92,4 @@ def jpeg(width, height, sampling, restart=0, tables=True):
     data += segment(0xDA, bytes([len(components)]) + b"".join(bytes([c, t << 4 | t]) for c, _, t in components)
                     + b"\0\x3f\0")
     acs = (AC_OWN, AC_OWN) if tables else AC_STANDARD
-    return data + scan(units, across, down, has_colour, acs, restart) + b"\xff\xd9"
+    return data + scan(units, across, down, colour, acs, restart) + b"\xff\xd9"

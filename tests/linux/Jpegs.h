@@ -21,7 +21,33 @@ inline constexpr Colour kBottomRight{255, 255, 255};
 // The test picture in high quality.
 std::vector<std::uint8_t> TestJpeg(int width, int height, TJSAMP subsampling = TJSAMP_422);
 // Noise, which compresses badly: what is cut off or damaged is sure to be picture data.
-std::vector<std::uint8_t> NoiseJpeg(int width, int height);
+std::vector<std::uint8_t> NoiseJpeg(int width, int height, TJSAMP subsampling = TJSAMP_422);
+
+// How a picture is coded: sampling factors of luma, and down of both chromas, which have one across.
+struct Coding {
+  const char* name = "";
+  int lumaAcross = 2;
+  int lumaDown = 1;
+  int chromaDown = 1;
+  bool isProgressive = false;
+};
+// Gentle waves of colour, none at its limits, with some texture in their brightness.
+std::vector<std::uint8_t> WavesJpeg(unsigned width, unsigned height, const Coding& coding);
+// The picture as libjpeg decodes it with everything at its default: BGRA, top-down.
+std::vector<std::uint8_t> DecodedByDefault(const std::vector<std::uint8_t>& jpeg);
+
+// The samples of a picture as they are coded, of each component, without gaps.
+struct CodedPlanes {
+  int width = 0;
+  int height = 0;
+  int chromaWidth = 0;
+  int chromaHeight = 0;
+  std::vector<std::uint8_t> y;
+  std::vector<std::uint8_t> u;
+  std::vector<std::uint8_t> v;
+};
+CodedPlanes PlanesOf(const std::vector<std::uint8_t>& jpeg);
+
 // Grey, with a restart marker after each row of blocks.
 std::vector<std::uint8_t> RestartJpeg(unsigned width, unsigned height);
 

@@ -133,6 +133,14 @@ TEST_F(Mjpeg, WithoutHuffmanTablesIsDecoded) {
   ExpectTestPicture(Decode(whole));
 }
 
+TEST_F(Mjpeg, WithoutHuffmanTablesIsDecodedAfterOneWithTablesOfItsOwn) {
+  BuildAndRun(MjpgTo(MEDIASUBTYPE_ARGB32));
+  // Its tables are made to measure.
+  const Coding progressive{"", 2, 1, 1, true};
+  EXPECT_THAT(Decode(WavesJpeg(kWidth, kHeight, progressive)), SizeIs(kWidth * kHeight * 4));
+  ExpectTestPicture(Decode(WithoutHuffmanTables(TestJpeg(kWidth, kHeight))));
+}
+
 TEST_F(Mjpeg, WithABitTooMuchBeforeItsEndIsDecoded) {
   BuildAndRun(MjpgTo(MEDIASUBTYPE_ARGB32));
   std::vector<std::uint8_t> padded = TestJpeg(kWidth, kHeight);

@@ -1,0 +1,144 @@
+// What decoding a camera's JPEG pictures costs: the platform's decoder, and beside it, in the same run, the
+// straightforward way: libjpeg's lines of BGRA, and those to YUY2.
+//
+//   build/native/bin/mjpeg_bench --benchmark_repetitions=5 --benchmark_enable_random_interleaving=true
+//
+// Absolute times are this machine's at this moment; compare lines of one run.
+#include <benchmark/benchmark.h>
+#include <libyuv.h>
+#include <turbojpeg.h>
+
+#include <cstdint>
+#include <memory>
+#include <stdexcept>
+#include <vector>
+
+#include "Clip.h"
+// Before libjpeg, whose TRUE and FALSE are macros.
+#include "MjpegDecoder.h"
+
+#include <cstdio>  // jpeglib.h takes it for granted
+
+#include <jpeglib.h>
+
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+using Layout = MjpegDecoder::Layout;
+
+// Of a webcam: about one bit a pixel.
+constexpr int kQuality = 85;
+constexpr int kFrames = 8;
+
+struct Pictures {
+  int width;
+  int height;
+  std::vector<Bytes> jpegs;
+};
+
+// width, height, sampling (422 or 420)
+Pictures MakePictures(const benchmark::State& state) {
+  Pictures pictures{static_cast<int>(state.range(0)), static_cast<int>(state.range(1)), {}};
+  const TJSAMP sampling = state.range(2) == 420 ? TJSAMP_420 : TJSAMP_422;
+  const std::unique_ptr<void, decltype(&tjDestroy)> handle(tjInitCompress(), &tjDestroy);
+  for (const auto& frame : MakeClip(pictures.width, pictures.height, ColorSpace::kArgb32, kFrames)) {
+    unsigned char* bytes = nullptr;
+    unsigned long size = 0;
+    const int result = tjCompress2(handle.get(), frame->data, pictures.width, 0, pictures.height, TJPF_BGRA,
+                                   &bytes, &size, sampling, kQuality, TJFLAG_BOTTOMUP);
+    const std::unique_ptr<unsigned char, decltype(&tjFree)> owner(bytes, &tjFree);
+    if (result != 0) {
+      throw std::runtime_error(tjGetErrorStr2(handle.get()));
+    }
+    pictures.jpegs.emplace_back(bytes, bytes + size);
+  }
+  return pictures;
+}
+
+class StraightDecoder {
+ public:
+  StraightDecoder(int width, int height)
+      : m_width(width),
+        m_height(height),
+        m_bgra(std::size_t{4} * static_cast<std::size_t>(width) * static_cast<std::size_t>(height)),
+        m_yuy2(m_bgra.size() / 2) {
+    m_jpeg.err = jpeg_std_error(&m_errors);
+    jpeg_create_decompress(&m_jpeg);
+  }
+  StraightDecoder(const StraightDecoder&) = delete;
+  StraightDecoder& operator=(const StraightDecoder&) = delete;
+  ~StraightDecoder() { jpeg_destroy_decompress(&m_jpeg); }
+
+  void Decode(const Bytes& jpeg, Layout layout) {
+    ReadLines(jpeg, layout == Layout::kArgb32);
+    if (layout == Layout::kYuy2) {
+      libyuv::ARGBToYUY2(m_bgra.data(), m_width * 4, m_yuy2.data(), m_width * 2, m_width, m_height);
+    }
+  }
+
+ private:
+  void ReadLines(const Bytes& jpeg, bool isBottomUp) {
+    jpeg_mem_src(&m_jpeg, jpeg.data(), jpeg.size());
+    jpeg_read_header(&m_jpeg, TRUE);
+    m_jpeg.out_color_space = JCS_EXT_BGRA;
+    jpeg_start_decompress(&m_jpeg);
+    while (m_jpeg.output_scanline < m_jpeg.output_height) {
+      const JDIMENSION line =
+          isBottomUp ? m_jpeg.output_height - 1 - m_jpeg.output_scanline : m_jpeg.output_scanline;
+      JSAMPROW row = m_bgra.data() + std::size_t{line} * 4 * static_cast<std::size_t>(m_width);
+      jpeg_read_scanlines(&m_jpeg, &row, 1);
+    }
+    jpeg_finish_decompress(&m_jpeg);
+  }
+
+  int m_width;
+  int m_height;
+  Bytes m_bgra;
+  Bytes m_yuy2;
+  jpeg_error_mgr m_errors{};
+  jpeg_decompress_struct m_jpeg{};
+};
+
+void Decode(benchmark::State& state, Layout layout) {
+  const Pictures pictures = MakePictures(state);
+  MjpegDecoder decoder(static_cast<std::uint32_t>(pictures.width),
+                       static_cast<std::uint32_t>(pictures.height), layout);
+  std::size_t next = 0;
+  for (auto _ : state) {
+    const Bytes& jpeg = pictures.jpegs[next++ % pictures.jpegs.size()];
+    FrameConverter::Picture picture;
+    if (!decoder.Convert(jpeg.data(), jpeg.size(), picture)) {
+      state.SkipWithError("decoding failed");
+      return;
+    }
+    benchmark::ClobberMemory();
+  }
+}
+
+void DecodeStraight(benchmark::State& state, Layout layout) {
+  const Pictures pictures = MakePictures(state);
+  StraightDecoder decoder(pictures.width, pictures.height);
+  std::size_t next = 0;
+  for (auto _ : state) {
+    decoder.Decode(pictures.jpegs[next++ % pictures.jpegs.size()], layout);
+    benchmark::ClobberMemory();
+  }
+}
+
+void Sizes(benchmark::internal::Benchmark* bench) {
+  bench->Unit(benchmark::kMillisecond);
+  for (const std::int64_t sampling : {422, 420}) {
+    for (const auto& [width, height] : {std::pair{640, 480}, std::pair{1280, 720}, std::pair{1920, 1080}}) {
+      bench->Args({width, height, sampling});
+    }
+  }
+}
+
+BENCHMARK_CAPTURE(DecodeStraight, argb32, Layout::kArgb32)->Apply(Sizes);
+BENCHMARK_CAPTURE(Decode, argb32, Layout::kArgb32)->Apply(Sizes);
+BENCHMARK_CAPTURE(DecodeStraight, yuy2, Layout::kYuy2)->Apply(Sizes);
+BENCHMARK_CAPTURE(Decode, yuy2, Layout::kYuy2)->Apply(Sizes);
+
+}  // namespace
+
+BENCHMARK_MAIN();
