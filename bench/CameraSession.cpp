@@ -127,7 +127,8 @@ std::vector<FrameTimes> CameraSession::Finish() {
     m_times[i].encode = timed::Times()[i];
     m_times[i].callback = TheArrivals().times[i];
     Require(m_times[i].entry < m_times[i].encode.start && m_times[i].encode.end < m_times[i].callback,
-            "the times of a frame are not in order");
+            "the times of a frame are not in order: is the watch around the encoder library?");
+    Require(m_times[i].encode.convert > Clock::duration::zero(), "the watch has seen no conversion");
   }
   return m_times;
 }

@@ -1,6 +1,7 @@
-// A PC whose built-in camera delivers the frames of a raw YUY2 file, once, as fast as they are taken.
+// A PC whose built-in camera delivers the frames of a raw YUY2 file, once.
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <fstream>
 #include <memory>
@@ -10,9 +11,14 @@
 
 #include "DeviceTree.h"
 
+enum class FilePace {
+  kAsTaken,    // as fast as frames are taken
+  kFrameRate,  // frame n not before n frame times after the start, as a camera
+};
+
 class FileCamera final : public CaptureSource {
  public:
-  FileCamera(std::string path, const VideoFormat& format);
+  FileCamera(std::string path, const VideoFormat& format, FilePace pace);
 
   HRESULT ListFormats(std::vector<VideoFormat>& formats) override;
   HRESULT SetFormat(VideoFormat& format) override;
@@ -24,8 +30,13 @@ class FileCamera final : public CaptureSource {
   void Wake() override;
 
  private:
+  // When the next frame may be delivered.
+  Deadline Due() const;
+
   const std::string m_path;
   const VideoFormat m_format;
+  const FilePace m_pace;
+  Deadline m_start;
   std::ifstream m_file;
   std::vector<char> m_picture;  // one frame: read, not mapped, as other programs read the file
   std::uint64_t m_number = 0;
@@ -36,7 +47,8 @@ class FileCamera final : public CaptureSource {
 
 class FilePc final : public DeviceTree {
  public:
-  FilePc(std::string path, const VideoFormat& format) : m_path(std::move(path)), m_format(format) {}
+  FilePc(std::string path, const VideoFormat& format, FilePace pace)
+      : m_path(std::move(path)), m_format(format), m_pace(pace) {}
 
   std::vector<CaptureDevice> CaptureDevices() override;
   std::vector<UsbDevice> UsbDevices() override;
@@ -44,4 +56,5 @@ class FilePc final : public DeviceTree {
  private:
   const std::string m_path;
   const VideoFormat m_format;
+  const FilePace m_pace;
 };

@@ -73,8 +73,7 @@ void HandOver(benchmark::State& state) {
 void HandOverOnOneThread(benchmark::State& state) {
   FrameBufQueue queue;
   if (!queue.Init(5, 16, 16, ColorSpace::kYuy2)) {
-    state.SkipWithError("no pool");
-    return;
+    throw std::bad_alloc();
   }
   for (auto _ : state) {
     queue.PutDataBuffer(queue.GetFreeBuffer());
@@ -90,8 +89,7 @@ void PoolCopy(benchmark::State& state, const PictureKind& kind) {
   for (VideoFrame& buffer : pool) {
     if (!buffer.AllocBuffer(static_cast<std::uint32_t>(kind.width), static_cast<std::uint32_t>(kind.height),
                             kind.layout)) {
-      state.SkipWithError("no memory");
-      return;
+      throw std::bad_alloc();
     }
     std::memset(buffer.data, 1, buffer.size);
   }
@@ -122,22 +120,27 @@ void PoolCopy(benchmark::State& state, const PictureKind& kind) {
 }  // namespace
 
 void RegisterPartBenchmarks() {
-  benchmark::RegisterBenchmark("HandOver", &HandOver)
+  benchmark::RegisterBenchmark("HandOver",
+                               [](benchmark::State& state) { Guarded(state, [&] { HandOver(state); }); })
       ->ArgName("pause_ms")
       ->Arg(0)
       ->Iterations(20000)
       ->UseManualTime()
       ->Unit(benchmark::kMicrosecond);
-  benchmark::RegisterBenchmark("HandOver", &HandOver)
+  benchmark::RegisterBenchmark("HandOver",
+                               [](benchmark::State& state) { Guarded(state, [&] { HandOver(state); }); })
       ->ArgName("pause_ms")
       ->Arg(5)
       ->Iterations(200)
       ->UseManualTime()
       ->Unit(benchmark::kMicrosecond);
-  benchmark::RegisterBenchmark("HandOverOnOneThread", &HandOverOnOneThread)->Unit(benchmark::kMicrosecond);
+  benchmark::RegisterBenchmark("HandOverOnOneThread", [](benchmark::State& state) {
+    Guarded(state, [&] { HandOverOnOneThread(state); });
+  })->Unit(benchmark::kMicrosecond);
   for (const PictureKind& kind : PictureKinds()) {
-    benchmark::RegisterBenchmark(("PoolCopy/" + kind.Name()).c_str(),
-                                 [=](benchmark::State& state) { PoolCopy(state, kind); })
+    benchmark::RegisterBenchmark(
+        ("PoolCopy/" + kind.Name()).c_str(),
+        [=](benchmark::State& state) { Guarded(state, [&] { PoolCopy(state, kind); }); })
         ->Iterations(kind.height > 1080 ? 41 : 301)
         ->UseManualTime()
         ->Unit(benchmark::kMicrosecond);

@@ -43,6 +43,7 @@ class TimedEncoder final : public VideoEncoder {
 
   std::int32_t Encode(VideoFrame* frame, AVEncodePacket* packet) override {
     Watch& watch = TheWatch();
+    watch.convert = {};
     const Clock::time_point start = Clock::now();
     const std::int32_t error = m_encoder.Encode(frame, packet);
     const Clock::time_point end = Clock::now();

@@ -27,9 +27,15 @@ topic=bench
 rm -rf "$prefix"
 mkdir -p "$prefix" "$sources"
 : >"$log"
-trap 'status=$?; [ $status -eq 0 ] || { echo "bench: failed; the end of build/bench/ffmpeg.log:" >&2; tail -n 25 "$log" >&2; }' EXIT
+complain() {
+  [ "$1" -eq 0 ] || { echo "bench: failed; the end of build/bench/ffmpeg.log:" >&2; tail -n 25 "$log" >&2; }
+}
+trap 'complain $?' EXIT
 
 fetch_sources ffmpeg
+adapter=$sources/ffmpeg/libavcodec/libopenh264enc.c
+# What a run that was stopped in the middle has left: both would have the product's settings.
+[ ! -e "$adapter.debian" ] || mv "$adapter.debian" "$adapter"
 echo "bench: building ffmpeg"
 build=$folder/build-ffmpeg
 rm -rf "$build"
@@ -46,8 +52,7 @@ make -j"$(nproc)" ffmpeg >>"$log" 2>&1
 cp ffmpeg "$prefix"
 
 echo "bench: building ffmpeg-same"
-adapter=$sources/ffmpeg/libavcodec/libopenh264enc.c
-[ -e "$adapter.debian" ] || cp "$adapter" "$adapter.debian"
+cp "$adapter" "$adapter.debian"
 # As platform/encoder/EncoderSettings.cpp has them.
 sed -E -e 's/(param\.bEnableBackgroundDetection +=) 1;/\1 0; param.bEnableSceneChangeDetect = 0; param.bFixRCOverShoot = 1;/' \
   -e 's/(param\.bEnableAdaptiveQuant +=) 1;/\1 0; param.iComplexityMode = LOW_COMPLEXITY; param.bUseLoadBalancing = 0;/' \

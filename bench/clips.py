@@ -1,6 +1,9 @@
 """The clips that bench/run encodes: raw YUY2 files under build/bench/clips, made once."""
 
-import subprocess
+import contextlib
+
+import processes
+from processes import Failed
 
 SIZES = {"320x240": (320, 240), "640x480": (640, 480), "1280x720": (1280, 720), "1920x1080": (1920, 1080)}
 
@@ -33,7 +36,7 @@ def filters(clip, size):
 
 
 def prepare(top, programs, clip, size, frames, say):
-    """The path of a clip; makes it when it is not there."""
+    """The path of a clip; makes it when it is not there. Whoever changes how removes build/bench/clips."""
     folder = top / "build/bench/clips"
     folder.mkdir(parents=True, exist_ok=True)
     path = folder / f"{clip}-{size}-{frames}.yuy2"
@@ -43,17 +46,25 @@ def prepare(top, programs, clip, size, frames, say):
         return path
     say(f"making {path.name}")
     part = path.with_suffix(".part")
-    if clip == "simulated":
-        command = [programs / "simulated_clip", str(width), str(height), str(frames), part]
-    else:
-        recording = top / "build/deps/clips" / RECORDED[clip][0]
-        if not recording.exists():
-            subprocess.run([top / "scripts/fetch-clips.sh", "--all"], check=True)
-        command = ["ffmpeg", "-nostdin", "-v", "error", "-y", "-noautorotate", "-i", recording, "-filter_complex",
-                   filters(clip, size), "-map", "[out]", "-fps_mode", "passthrough", "-frames:v", str(frames), "-f",
-                   "rawvideo", part]
-    subprocess.run(command, check=True)
-    if part.stat().st_size != whole:
-        raise RuntimeError(f"{path.name} has {part.stat().st_size} bytes instead of {whole}")
-    part.rename(path)
+    try:
+        _make(top, programs, clip, size, frames, part)
+        if part.stat().st_size != whole:
+            raise Failed(f"{path.name} would have {part.stat().st_size} bytes instead of {whole}")
+        part.rename(path)
+    finally:
+        with contextlib.suppress(FileNotFoundError):
+            part.unlink()
     return path
+
+
+def _make(top, programs, clip, size, frames, part):
+    width, height = SIZES[size]
+    if clip == "simulated":
+        processes.run([programs / "simulated_clip", width, height, frames, part])
+        return
+    recording = top / "build/deps/clips" / RECORDED[clip][0]
+    if not recording.exists():
+        processes.run([top / "scripts/fetch-clips.sh", "--all"], is_shown=True)
+    processes.run(["ffmpeg", "-nostdin", "-v", "error", "-y", "-noautorotate", "-i", recording, "-filter_complex",
+                   filters(clip, size), "-map", "[out]", "-fps_mode", "passthrough", "-frames:v", frames, "-f",
+                   "rawvideo", part])

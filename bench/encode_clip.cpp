@@ -1,6 +1,7 @@
 // Encodes a raw YUY2 file of 30 frames per second, once, as bench/run has other programs do it:
 //
 //   encode_clip WIDTH HEIGHT IN OUT                     the whole product, at the bit rate that it opens with
+//   encode_clip WIDTH HEIGHT IN OUT --paced             the same, each frame at its time, as from a camera
 //   encode_clip WIDTH HEIGHT IN OUT --direct KBIT_S     the encoder library alone, at any bit rate
 #include <charconv>
 #include <condition_variable>
@@ -26,7 +27,8 @@ struct Job {
   std::uint32_t height = 0;
   std::string in;
   std::string out;
-  std::uint32_t directBitRate = 0;  // kbit/s; 0: the whole product
+  FilePace pace = FilePace::kAsTaken;  // of the whole product
+  std::uint32_t directBitRate = 0;     // kbit/s; 0: the whole product
 
   std::uint64_t FrameBytes() const { return std::uint64_t{width} * height * 2; }
 };
@@ -42,10 +44,14 @@ std::uint32_t Number(const std::string& text) {
 
 Job Parse(const std::vector<std::string>& arguments) {
   const bool isDirect = arguments.size() == 6 && arguments[4] == "--direct";
-  if (arguments.size() != 4 && !isDirect) {
-    throw std::invalid_argument("usage: encode_clip WIDTH HEIGHT IN OUT [--direct KBIT_S]");
+  const bool isPaced = arguments.size() == 5 && arguments[4] == "--paced";
+  if (arguments.size() != 4 && !isDirect && !isPaced) {
+    throw std::invalid_argument("usage: encode_clip WIDTH HEIGHT IN OUT [--paced | --direct KBIT_S]");
   }
-  Job job{Number(arguments[0]), Number(arguments[1]), arguments[2], arguments[3], 0};
+  Job job{Number(arguments[0]), Number(arguments[1]), arguments[2], arguments[3]};
+  if (isPaced) {
+    job.pace = FilePace::kFrameRate;
+  }
   if (isDirect) {
     job.directBitRate = Number(arguments[5]);
     constexpr std::uint32_t kGreatest = 65535;
@@ -95,12 +101,22 @@ void Expect(bool holds, const std::string& what) {
   }
 }
 
+// How many the file has. It is whole frames, and one at least: not a file of another size.
+std::uint64_t Frames(const Job& job) {
+  const std::uint64_t bytes = std::filesystem::file_size(job.in);
+  Expect(bytes != 0 && bytes % job.FrameBytes() == 0,
+         job.in + " is not YUY2 frames of " + std::to_string(job.width) + "x" + std::to_string(job.height));
+  return bytes / job.FrameBytes();
+}
+
 void EncodeWithProduct(const Job& job) {
   Session& session = TheSession();
-  session.wanted = std::filesystem::file_size(job.in) / job.FrameBytes();
+  session.wanted = Frames(job);
   session.out.open(job.out, std::ios::binary);
+  Expect(session.out.is_open(), "cannot write " + job.out);
   constexpr REFERENCE_TIME kSecond = 10'000'000;
-  UseDeviceTree(std::make_shared<FilePc>(job.in, VideoFormat{kYuyv, job.width, job.height, kSecond / kFps}));
+  UseDeviceTree(
+      std::make_shared<FilePc>(job.in, VideoFormat{kYuyv, job.width, job.height, kSecond / kFps}, job.pace));
 
   LoadedLibrary library(NUVEQ_LIBRARY_FILE);
   Expect(library.Error().empty(), library.Error());
@@ -142,13 +158,17 @@ void EncodeDirectly(const Job& job) {
   Expect(encoder != nullptr && encoder->Initialize(param), "the encoder refuses the parameters");
   VideoFrame frame;
   Expect(frame.AllocBuffer(job.width, job.height, ColorSpace::kYuy2), "no memory");
+  std::uint64_t left = Frames(job);
   std::ifstream in(job.in, std::ios::binary);
   std::ofstream out(job.out, std::ios::binary);
-  while (in.read(reinterpret_cast<char*>(frame.data), static_cast<std::streamsize>(job.FrameBytes()))) {
+  for (; left > 0 &&
+         in.read(reinterpret_cast<char*>(frame.data), static_cast<std::streamsize>(job.FrameBytes()));
+       --left) {
     AVEncodePacket packet;
     Expect(encoder->Encode(&frame, &packet) == 0, "encoding fails");
     Write(out, packet.data, packet.length);
   }
+  Expect(left == 0, "cannot read " + job.in);
   Expect(static_cast<bool>(out.flush()), "cannot write " + job.out);
 }
 

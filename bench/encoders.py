@@ -27,20 +27,21 @@ class Job:
 
 
 def slice_threads(width, height, cores):
-    """The product's own rule (platform/encoder/EncoderSettings.cpp): the others get as many."""
+    """The product's own rule (platform/encoder/EncoderSettings.cpp): the others get as many. It counts the machine's
+    cores, also those that this process may not use."""
     return 2 if width * height >= 1280 * 720 and cores >= 4 else 1
 
 
-def _product(programs):
+def _product(programs, *options):
     def command(job):
-        arguments = [str(programs / "encode_clip"), str(job.width), str(job.height), job.clip, job.out]
+        arguments = [str(programs / "encode_clip"), str(job.width), str(job.height), job.clip, job.out, *options]
         return arguments if job.kilobits == PRODUCT_BIT_RATE else arguments + ["--direct", str(job.kilobits)]
     return command
 
 
-def _ffmpeg(binary, options):
+def _ffmpeg(binary, options, *input_options):
     def command(job):
-        return [str(binary), "-nostdin", "-v", "error", "-y", "-f", "rawvideo", "-pix_fmt", "yuyv422", "-s",
+        return [str(binary), "-nostdin", "-v", "error", "-y", *input_options, "-f", "rawvideo", "-pix_fmt", "yuyv422", "-s",
                 f"{job.width}x{job.height}", "-r", str(FPS), "-i", job.clip, "-threads", str(job.threads), "-pix_fmt",
                 "yuv420p", "-g", str(KEY_INTERVAL), "-b:v", f"{job.kilobits}k", *options(job), "-f", "h264", job.out]
     return command
@@ -94,5 +95,18 @@ def encoders(top, programs):
                 "superfast, look-ahead and B pictures: tens of frames late (one thread, as all here)"),
         Encoder("gst openh264", _gstreamer(_gst_openh264, stream + ",profile=high"),
                 "the product's settings, but CAVLC, which is cheaper and worse: the element has no option for CABAC"),
-        Encoder("gst x264", _gstreamer(_gst_x264, stream), "superfast, zerolatency"),
+        Encoder("gst x264", _gstreamer(_gst_x264, stream),
+                "superfast, zerolatency; a constant bit rate with a buffer of 600 ms, which is the element's default"),
+    ]
+
+
+def paced_encoders(top, programs):
+    """What encodes a clip as a camera delivers it, the product first; by the names of the above."""
+    ffmpeg = top / "build/bench/ffmpeg"
+    return [
+        Encoder("product", _product(programs, "--paced"), "frames come at their times"),
+        Encoder("ffmpeg openh264 same", _ffmpeg(ffmpeg / "ffmpeg-same", _openh264_options, "-re"),
+                "with -re: ffmpeg looks every 10 ms whether it is time"),
+        Encoder("ffmpeg x264", _ffmpeg(ffmpeg / "ffmpeg", _x264_options("-tune", "zerolatency"), "-re"),
+                "with -re as well"),
     ]

@@ -28,7 +28,8 @@ bool WriteLine(const char* path, const rusage& used, std::chrono::steady_clock::
          std::fprintf(
              file.get(), "%lld %lld %lld %ld\n", Microseconds(used.ru_utime), Microseconds(used.ru_stime),
              static_cast<long long>(std::chrono::duration_cast<std::chrono::microseconds>(elapsed).count()),
-             used.ru_maxrss) > 0;
+             used.ru_maxrss) > 0 &&
+         std::fflush(file.get()) == 0;
 }
 
 }  // namespace
@@ -53,7 +54,7 @@ int main(int argc, char** argv) {
       ended = wait4(child, &status, 0, &used);
     } while (ended < 0 && errno == EINTR);
   }
-  if (ended != child || !WriteLine(argv[1], used, std::chrono::steady_clock::now() - started)) {
+  if (child < 0 || ended != child || !WriteLine(argv[1], used, std::chrono::steady_clock::now() - started)) {
     std::perror("measured");
     return kCannotMeasure;
   }

@@ -26,8 +26,8 @@
 //   added_*     latency less encode and one copy: what the library itself adds
 //   added_*_pct_of_30fps   the same as a part of the 33.3 ms that a frame has at 30 frames per second
 //   other_*_pct            all of the latency that is not encoding proper: conversion and copy are other, too
-//   timer_late_*           how late this machine woke the camera's thread: what is in a p99 besides the
-//   library encoder_idle_pct       of the time between two packets, what the encoder library did not work in
+//   timer_late_*           how late this machine woke the camera's thread: beside the library in every p99
+//   encoder_idle_pct       of the time between two packets, what the encoder library did not work in
 //   product_slice_threads  how many the product uses for this size on this machine
 //
 // The camera is the benchmark's own thread over the scripted platform of the tests. Its BufferCB is called
@@ -36,7 +36,14 @@
 // with a watch around it (TimedEncoder.h), which also sets the slice threads; the product decides these by
 // itself. The first frames of a session are left out: a key frame, memory that is touched for the first time.
 //
-// Absolute times are this machine's at this moment; compare lines of one run.
+// A p99 is that of 300 frames where the rate is 30 frames per second; of the 40 frames at 10 it is the
+// greatest.
+//
+// That the library was built as DEBUG, which Debian's says of itself, is about the benchmark library:
+// sessions are timed without it.
+//
+// Absolute times are this machine's at this moment; compare lines of one run. Answers 1 when a benchmark
+// could not be run.
 #include <benchmark/benchmark.h>
 
 #include "PipelineBenchmarks.h"
@@ -50,5 +57,5 @@ int main(int argc, char** argv) {
   RegisterPartBenchmarks();
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
-  return 0;
+  return HasAnyFailed() ? 1 : 0;
 }

@@ -16,8 +16,8 @@ FRAMES = 100
 FRAME_BYTES = 640 * 480 * 2
 PATIENCE = 100
 
-# Instructions, for a frame where nothing else is said. A tenth or so above what was measured when they were recorded (docs/performance.md); lower them
-# when the library gets better, and raise them only for something that is worth it.
+# Instructions, for a frame where nothing else is said. A tenth or so above what was measured when they were recorded
+# (docs/performance.md); lower them when the library gets better, and raise them only for something that is worth it.
 BOUNDS = {
     "PushFrame beside the copy": 430,
     "the copy, for 1000 bytes": 210,
