@@ -2,7 +2,7 @@
 """Counts the instructions that a frame costs in the library beside its encoding, and fails above a bound.
 
 No clock: the counts hardly depend on the machine or on what else it does. The environment: COST_PROGRAM, the program
-whose frames are counted; COST_VALGRIND, valgrind.
+whose frames are counted; COST_ENCODER_LIBRARY, the one that converts frames and passes packets; COST_VALGRIND, valgrind.
 """
 
 import os
@@ -13,7 +13,8 @@ import tempfile
 from pathlib import Path
 
 FRAMES = 100
-FRAME_BYTES = 640 * 480 * 2
+PIXELS = 640 * 480
+FRAME_BYTES = PIXELS * 2
 PATIENCE = 100
 
 # Instructions, for a frame where nothing else is said. A tenth or so above what was measured when they were recorded
@@ -22,28 +23,36 @@ BOUNDS = {
     "PushFrame beside the copy": 430,
     "the copy, for 1000 bytes": 210,
     "encoder thread beside the encoder and the callback": 760,
+    "a log line that is off": 80,
+    "conversion of YUY2, for 1000 pixels": 1700,
+    "conversion of ARGB32, for 1000 pixels": 3800,
+    "a packet's memory": 300,
 }
 
 PUSH = r"CameraOperator::PushFrame\("
 ENCODER_THREAD = r"CameraOperator::EncodeH264\("
 COPY = r"\b_*mem(cpy|move|set)\w*"
+CONVERT = r"encoder::PictureConverter::Convert\("
+PACKET = r"encoder::Reserve\(|AVEncodePacket::~?AVEncodePacket\("
 # The scripted encoder and what a packet's callback does.
 NOT_OURS = (r"ScriptedEncoder::Encode\(", r"HostCallbacks::OnData\(", r"AVEncodePacket::~?AVEncodePacket\(")
+# The scripted host's.
+LOGGER = r"^GetLogger\("
 
 
-def count(program, valgrind, folder):
-    """The profile of a run: its file's functions and calls."""
+def count(valgrind, folder, *command):
+    """The profile of a run: its functions' calls."""
     profile = folder / "profile"
     result = subprocess.run(
         [valgrind, "--tool=callgrind", f"--callgrind-out-file={profile}", "--compress-strings=no", "--compress-pos=no",
-         "--fair-sched=try", program, "--gtest_brief=1"],
+         "--fair-sched=try", *command],
         # The C library has a copy for every kind of processor; this is the one that all have.
         env=dict(os.environ, NUVEQ_FRAMES=str(FRAMES),
                  GLIBC_TUNABLES="glibc.cpu.hwcaps=-AVX512F,-AVX512VL,-AVX2,-AVX,-AVX_Fast_Unaligned_Load,-ERMS,-FSRM,-SSSE3"),
         stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=PATIENCE, check=False)
     if result.returncode != 0:
         sys.exit("the run under callgrind failed:\n" + result.stdout.decode(errors="replace"))
-    return profile.read_text(errors="replace").splitlines()
+    return inclusive_calls(profile.read_text(errors="replace").splitlines())
 
 
 def inclusive_calls(profile):
@@ -68,26 +77,70 @@ def total(calls, caller, callee):
     return sum(cost for _, cost in found), sum(number for number, _ in found)
 
 
-def measure(calls):
+def thread_cost(calls):
+    """What the encoder thread costs beside the encoder and the callback."""
+    thread, _ = total(calls, "", ENCODER_THREAD)
+    others = sum(total(calls, "", name)[0] for name in NOT_OURS)
+    if 0 in (thread, others):
+        sys.exit(f"nothing was counted of the encoder thread ({thread}) or the encoder ({others})")
+    return (thread - others) / FRAMES
+
+
+def logger_cost(calls):
+    return total(calls, "", LOGGER)[0] / FRAMES
+
+
+def push_cost(calls):
     push, frames = total(calls, "", PUSH)
     if frames != FRAMES:
         sys.exit(f"{frames} frames were pushed, not {FRAMES}: does the profile still know the functions by these names?")
     copy, _ = total(calls, r"BoundedCopy|CameraOperator::PushFrame\(", COPY)
-    thread, _ = total(calls, "", ENCODER_THREAD)
-    others = sum(total(calls, ENCODER_THREAD + "|CameraOperator::SendPacket", name)[0] for name in NOT_OURS)
-    if 0 in (copy, thread, others):
-        sys.exit(f"nothing was counted of the copy ({copy}), the encoder thread ({thread}) or the encoder ({others})")
+    if copy == 0:
+        sys.exit("nothing was counted of the copy")
+    return (push - copy) / FRAMES, copy / FRAMES
+
+
+def conversion_cost(calls):
+    cost, frames = total(calls, "", CONVERT)
+    if frames != FRAMES:
+        sys.exit(f"{frames} frames were converted, not {FRAMES}")
+    return 1000 * cost / FRAMES / PIXELS
+
+
+def packet_cost(calls):
+    cost, number = total(calls, r"^(?!AVEncodePacket)", PACKET)
+    # Made, reserved, gone.
+    if number != 3 * FRAMES:
+        sys.exit(f"{number} calls for {FRAMES} packets")
+    return cost / FRAMES
+
+
+def measure(frames, library, valgrind, folder):
+    one_at_a_time = count(valgrind, folder, frames, "--gtest_brief=1", "--gtest_filter=*OfFramesOneAtATime")
+    unlogged = count(valgrind, folder, frames, "--gtest_brief=1", "--gtest_filter=*OfFramesWithALogLineThatIsOff")
+    push, copy = push_cost(one_at_a_time)
+    thread = thread_cost(one_at_a_time)
+    more = thread_cost(unlogged) - thread
+    more_of_logger = logger_cost(unlogged) - logger_cost(one_at_a_time)
+    if more_of_logger <= 0:
+        sys.exit("no log line was asked for")
     return {
-        "PushFrame beside the copy": (push - copy) / FRAMES,
-        "the copy, for 1000 bytes": 1000 * copy / FRAMES / FRAME_BYTES,
-        "encoder thread beside the encoder and the callback": (thread - others) / FRAMES,
+        "PushFrame beside the copy": push,
+        "the copy, for 1000 bytes": 1000 * copy / FRAME_BYTES,
+        "encoder thread beside the encoder and the callback": thread,
+        "a log line that is off": more - more_of_logger,
+        "conversion of YUY2, for 1000 pixels":
+            conversion_cost(count(valgrind, folder, library, "yuy2", str(FRAMES))),
+        "conversion of ARGB32, for 1000 pixels":
+            conversion_cost(count(valgrind, folder, library, "argb32", str(FRAMES))),
+        "a packet's memory": packet_cost(count(valgrind, folder, library, "packet", str(FRAMES))),
     }
 
 
 def main():
     with tempfile.TemporaryDirectory() as folder:
-        profile = count(os.environ["COST_PROGRAM"], os.environ["COST_VALGRIND"], Path(folder))
-    measured = measure(inclusive_calls(profile))
+        measured = measure(os.environ["COST_PROGRAM"], os.environ["COST_ENCODER_LIBRARY"], os.environ["COST_VALGRIND"],
+                           Path(folder))
     is_over = False
     for name, bound in BOUNDS.items():
         verdict = "ok" if measured[name] <= bound else "TOO MUCH"
