@@ -5,23 +5,22 @@
 #include <pthread.h>
 #include <sched.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
 namespace {
 
 // Enough to be woken at once beside programs that compute, and less than what plays sound takes.
 constexpr int kNiceSteps = 4;
 
-// A nice value belongs to a thread here, not to the process.
-void Raise(id_t thread) {
+// The calling thread, which 0 is: a nice value belongs to a thread here, not to the process.
+void Raise() {
   if (sched_getscheduler(0) != SCHED_OTHER) {
     // Real time or background: the host has chosen.
     return;
   }
   // Counted from where the host is: one that steps back behind others takes its encoder along.
-  if (const int nice = getpriority(PRIO_PROCESS, thread); nice >= 0) {
+  if (const int nice = getpriority(PRIO_PROCESS, 0); nice >= 0) {
     // Needs a right that ordinary users lack, and is refused without.
-    setpriority(PRIO_PROCESS, thread, nice - kNiceSteps);
+    setpriority(PRIO_PROCESS, 0, nice - kNiceSteps);
   }
 }
 
@@ -30,5 +29,5 @@ void Raise(id_t thread) {
 void PrepareEncoderThread() noexcept {
   // At most 15 characters.
   pthread_setname_np(pthread_self(), "nuveq-encoder");
-  Raise(static_cast<id_t>(gettid()));
+  Raise();
 }
