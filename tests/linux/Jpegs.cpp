@@ -16,6 +16,10 @@ constexpr std::uint8_t kMarker = 0xFF;
 constexpr std::uint8_t kHuffmanTable = 0xC4;
 constexpr std::uint8_t kStartOfScan = 0xDA;
 
+// All coefficients of one component each, at once.
+constexpr std::array<jpeg_scan_info, 3> kScans{
+    {{1, {0}, 0, 63, 0, 0}, {1, {1}, 0, 63, 0, 0}, {1, {2}, 0, 63, 0, 0}}};
+
 std::vector<std::uint8_t> Compress(const std::vector<std::uint8_t>& bgra, int width, int height,
                                    TJSAMP subsampling, int quality) {
   const std::unique_ptr<void, decltype(&tjDestroy)> handle(tjInitCompress(), &tjDestroy);
@@ -117,12 +121,19 @@ std::vector<std::uint8_t> RestartJpeg(unsigned width, unsigned height) {
 std::vector<std::uint8_t> WavesJpeg(unsigned width, unsigned height, const Coding& coding) {
   const auto set = [&coding](jpeg_compress_struct& compress) {
     jpeg_set_quality(&compress, 92, TRUE);
+    if (coding.isRgb) {
+      jpeg_set_colorspace(&compress, JCS_RGB);
+    }
     compress.comp_info[0].h_samp_factor = coding.lumaAcross;
     compress.comp_info[0].v_samp_factor = coding.lumaDown;
     compress.comp_info[1].v_samp_factor = coding.chromaDown;
     compress.comp_info[2].v_samp_factor = coding.chromaDown;
     if (coding.isProgressive) {
       jpeg_simple_progression(&compress);
+    }
+    if (coding.isInScans) {
+      compress.scan_info = kScans.data();
+      compress.num_scans = static_cast<int>(kScans.size());
     }
   };
   const auto paint = [width](unsigned y, std::uint8_t* line) {

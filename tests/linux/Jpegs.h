@@ -30,6 +30,8 @@ struct Coding {
   int lumaDown = 1;
   int chromaDown = 1;
   bool isProgressive = false;
+  bool isInScans = false;  // each component after the other
+  bool isRgb = false;
 };
 // Gentle waves of colour, none at its limits, with some texture in their brightness.
 std::vector<std::uint8_t> WavesJpeg(unsigned width, unsigned height, const Coding& coding);

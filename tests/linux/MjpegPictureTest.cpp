@@ -19,6 +19,8 @@ constexpr Coding kFull{"444", 1, 1, 1, false};
 constexpr Coding kFlat{"440", 1, 2, 1, false};
 constexpr Coding kNarrow{"411", 4, 1, 1, false};
 constexpr Coding kProgressive{"Progressive422", 2, 1, 1, true};
+constexpr Coding kScanned{"ScansOf422", 2, 1, 1, false, true};
+constexpr Coding kRgb{"Rgb422", 2, 1, 1, false, false, true};
 
 struct Case {
   Coding coding;
@@ -208,7 +210,8 @@ TEST_P(MjpegOfOtherColour, IsInYuy2WhatItIsByWayOfBgra) {
 
 INSTANTIATE_TEST_SUITE_P(Cases, MjpegOfOtherColour,
                          ::testing::Values(Case{kFull, 150, 93}, Case{kFlat, 150, 93}, Case{kNarrow, 150, 93},
-                                           Case{kProgressive, 150, 93}),
+                                           Case{kProgressive, 150, 93}, Case{kScanned, 150, 93},
+                                           Case{kRgb, 150, 93}),
                          kNameOfCase);
 
 // --- Bad ones ---
