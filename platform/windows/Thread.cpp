@@ -24,7 +24,7 @@ void Name(HANDLE thread) {
 }  // namespace
 
 void PrepareEncoderThread() noexcept {
-  const HANDLE self = GetCurrentThread();
+  auto* const self = GetCurrentThread();
   Name(self);
   // Counted from the host's own priority class. Whoever has given the thread another one stays right.
   if (GetThreadPriority(self) == THREAD_PRIORITY_NORMAL) {

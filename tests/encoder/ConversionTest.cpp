@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <libyuv.h>
 
+#include <cstddef>
 #include <random>
 #include <string>
 #include <vector>
@@ -34,7 +35,7 @@ Bytes Packed(const encoder::Planes& planes, int width, int height) {
   for (std::size_t plane = 0; plane < 3; ++plane) {
     const int part = plane == 0 ? 1 : 2;
     for (int y = 0; y < height / part; ++y) {
-      const std::uint8_t* const line = planes.data[plane] + y * planes.stride[plane];
+      const std::uint8_t* const line = planes.data[plane] + std::ptrdiff_t{y} * planes.stride[plane];
       packed.insert(packed.end(), line, line + width / part);
     }
   }
