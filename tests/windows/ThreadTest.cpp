@@ -85,11 +85,12 @@ TEST_F(EncoderThread, GoesBeforeOthersWhileTheCameraIsOpen) {
 }
 
 TEST_F(EncoderThread, IsKnownByItsNameWhereTheSystemHasNames) {
-  const DWORD id = OpenAndFindThread();
-  if (Description() != nullptr) {
-    EXPECT_EQ(NameOf(id), L"nuveq-encoder");
-    EXPECT_NE(NameOf(GetCurrentThreadId()), L"nuveq-encoder");
+  if (Description() == nullptr) {
+    GTEST_SKIP() << "this system has no names of threads";
   }
+  const DWORD id = OpenAndFindThread();
+  EXPECT_EQ(NameOf(id), L"nuveq-encoder");
+  EXPECT_NE(NameOf(GetCurrentThreadId()), L"nuveq-encoder");
   Close();
 }
 
