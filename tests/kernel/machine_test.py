@@ -119,9 +119,17 @@ class Runner(unittest.TestCase):
         self.assertIn("ok      list ends with 3\nFAILED  list prints JSON", output)
 
     def test_a_guest_that_goes_down_early_is_a_failure(self):
-        self.write_program("kernel_tests", "#!/bin/sh\necho o >/proc/sysrq-trigger\nsleep 60\n")
+        # What waits must need no file: those go first, and a program that ends lets the guest go on.
+        self.write_program("kernel_tests", "#!/bin/sh\necho o >/proc/sysrq-trigger\nwhile :; do :; done\n")
         code, output = self.run_topology()
         self.assertEqual(code, 1, output)
+        self.assertIn("FAILED  the guest went down before it had finished, and QEMU ended with 0;", output)
+
+    def test_a_guest_that_cannot_leave_its_results_is_a_failure(self):
+        self.write_program("kernel_tests", "#!/bin/sh\nmount -o remount,bind,ro /run/share\n")
+        code, output = self.run_topology()
+        self.assertEqual(code, 1, output)
+        self.assertIn("tests.code: Read-only file system", output)
         self.assertIn("FAILED  the guest went down before it had finished, and QEMU ended with 0;", output)
 
     def test_a_computer_without_qemu_says_that_nothing_ran(self):
