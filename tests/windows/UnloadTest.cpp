@@ -2,6 +2,8 @@
 #include <windows.h>
 
 #include <cstdlib>
+#include <iostream>
+#include <string>
 #include <thread>
 
 #include "WindowsCameraTest.h"
@@ -108,11 +110,19 @@ class EndOfProcess : public WindowsCameraTest {
     WindowsCameraTest::SetUp();
   }
 
-  // Ends the process with another code when the camera does not stream.
+  // Ends the process with another code when the camera does not stream, and says what it came to: what the
+  // process writes is shown when its code is not the one that is waited for.
   void QueryAndOpen() {
-    if (Query() != 0 || Open() != 0 || !host.WaitForPackets(3)) {
-      std::_Exit(kNeverOpened);
+    const int query = Query();
+    const int open = query == 0 ? Open() : -1;
+    if (open == 0 && host.WaitForPackets(3)) {
+      return;
     }
+    std::cerr << "query: " << query << ", open: " << open << ", packets: " << host.PacketCount() << '\n';
+    for (const std::string& line : log.Get()) {
+      std::cerr << line << '\n';
+    }
+    std::_Exit(kNeverOpened);
   }
 };
 
