@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "BoundedCopy.h"
+#include "Failures.h"
 #include "FrameBufQueue.h"
 #include "PipelineBenchmarks.h"
 #include "Statistics.h"

@@ -1,28 +1,7 @@
 #include "PipelineBenchmarks.h"
 
 #include <algorithm>
-#include <exception>
 #include <utility>
-
-namespace {
-
-bool& Failure() {
-  static bool hasFailed = false;
-  return hasFailed;
-}
-
-}  // namespace
-
-void Guarded(benchmark::State& state, const std::function<void()>& body) {
-  try {
-    body();
-  } catch (const std::exception& error) {
-    Failure() = true;
-    state.SkipWithError(error.what());
-  }
-}
-
-bool HasAnyFailed() { return Failure(); }
 
 std::string PictureKind::Name() const {
   return std::to_string(width) + "x" + std::to_string(height) +

@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "CameraSession.h"
+#include "Failures.h"
 #include "PipelineBenchmarks.h"
 #include "Statistics.h"
 

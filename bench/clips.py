@@ -13,6 +13,8 @@ RECORDED = {
     "webcam": ("cockatoo.mp4", 280, False),
     "phone": ("VID_20191220_170832.mp4", 41, True),
 }
+# Part of the files' names. To be raised when they are made in another way or the simulated camera's picture changes.
+RECIPE = 1
 CLIPS = ("webcam", "phone", "simulated")
 MOST_FRAMES = 280
 
@@ -36,10 +38,10 @@ def filters(clip, size):
 
 
 def prepare(top, programs, clip, size, frames, say):
-    """The path of a clip; makes it when it is not there. Whoever changes how removes build/bench/clips."""
+    """The path of a clip; makes it when it is not there."""
     folder = top / "build/bench/clips"
     folder.mkdir(parents=True, exist_ok=True)
-    path = folder / f"{clip}-{size}-{frames}.yuy2"
+    path = folder / f"{clip}-{size}-{frames}-{RECIPE}.yuy2"
     width, height = SIZES[size]
     whole = width * height * 2 * frames
     if path.exists() and path.stat().st_size == whole:

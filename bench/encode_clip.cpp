@@ -62,13 +62,37 @@ Job Parse(const std::vector<std::string>& arguments) {
   return job;
 }
 
-void Write(std::ofstream& file, const std::uint8_t* data, std::uint32_t length) {
-  file.write(reinterpret_cast<const char*>(data), length);
+void Expect(bool holds, const std::string& what) {
+  if (!holds) {
+    throw std::runtime_error(what);
+  }
 }
+
+// A file for packets, in a buffer of its own as the other programs have it: not a call of the system for
+// each.
+class PacketFile {
+ public:
+  void Open(const std::string& path) {
+    m_file.rdbuf()->pubsetbuf(m_buffer.data(), static_cast<std::streamsize>(m_buffer.size()));
+    m_file.open(path, std::ios::binary);
+    Expect(m_file.is_open(), "cannot write " + path);
+  }
+  void Write(const std::uint8_t* data, std::uint32_t length) {
+    m_file.write(reinterpret_cast<const char*>(data), length);
+  }
+  void Close(const std::string& path) {
+    m_file.close();
+    Expect(!m_file.fail(), "cannot write " + path);
+  }
+
+ private:
+  std::vector<char> m_buffer = std::vector<char>(std::size_t{256} * 1024);
+  std::ofstream m_file;
+};
 
 // What the callbacks, which carry no context, work on.
 struct Session {
-  std::ofstream out;
+  PacketFile out;
   std::mutex mutex;
   std::condition_variable changed;
   std::uint64_t packets = 0;  // under the mutex
@@ -83,7 +107,7 @@ Session& TheSession() {
 std::int32_t OnPacket(const char* /*id*/, std::uint32_t /*idLen*/, const std::uint8_t* data,
                       std::uint32_t length, std::int32_t /*reserved*/) {
   Session& session = TheSession();
-  Write(session.out, data, length);
+  session.out.Write(data, length);
   bool isLast = false;
   {
     const std::lock_guard lock(session.mutex);
@@ -93,12 +117,6 @@ std::int32_t OnPacket(const char* /*id*/, std::uint32_t /*idLen*/, const std::ui
     session.changed.notify_all();
   }
   return 0;
-}
-
-void Expect(bool holds, const std::string& what) {
-  if (!holds) {
-    throw std::runtime_error(what);
-  }
 }
 
 // How many the file has. It is whole frames, and one at least: not a file of another size.
@@ -112,8 +130,7 @@ std::uint64_t Frames(const Job& job) {
 void EncodeWithProduct(const Job& job) {
   Session& session = TheSession();
   session.wanted = Frames(job);
-  session.out.open(job.out, std::ios::binary);
-  Expect(session.out.is_open(), "cannot write " + job.out);
+  session.out.Open(job.out);
   constexpr REFERENCE_TIME kSecond = 10'000'000;
   UseDeviceTree(
       std::make_shared<FilePc>(job.in, VideoFormat{kYuyv, job.width, job.height, kSecond / kFps}, job.pace));
@@ -139,8 +156,7 @@ void EncodeWithProduct(const Job& job) {
   }
   handler.CloseCameraDevice(id.data(), static_cast<std::uint32_t>(id.size()));
   UseDeviceTree(nullptr);
-  session.out.close();
-  Expect(!session.out.fail(), "cannot write " + job.out);
+  session.out.Close(job.out);
 }
 
 void EncodeDirectly(const Job& job) {
@@ -160,16 +176,17 @@ void EncodeDirectly(const Job& job) {
   Expect(frame.AllocBuffer(job.width, job.height, ColorSpace::kYuy2), "no memory");
   std::uint64_t left = Frames(job);
   std::ifstream in(job.in, std::ios::binary);
-  std::ofstream out(job.out, std::ios::binary);
+  PacketFile out;
+  out.Open(job.out);
   for (; left > 0 &&
          in.read(reinterpret_cast<char*>(frame.data), static_cast<std::streamsize>(job.FrameBytes()));
        --left) {
     AVEncodePacket packet;
     Expect(encoder->Encode(&frame, &packet) == 0, "encoding fails");
-    Write(out, packet.data, packet.length);
+    out.Write(packet.data, packet.length);
   }
   Expect(left == 0, "cannot read " + job.in);
-  Expect(static_cast<bool>(out.flush()), "cannot write " + job.out);
+  out.Close(job.out);
 }
 
 }  // namespace

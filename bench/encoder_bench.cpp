@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "Clip.h"
+#include "Failures.h"
 #include "H264Encoder.h"
 #include "PacketMemory.h"
 #include "PictureConverter.h"
@@ -39,14 +40,14 @@ void EncodeFrame(benchmark::State& state) {
   const auto frames = MakeClip(width, height, layout);
   encoder::H264Encoder encoder(static_cast<int>(state.range(3)));
   if (!encoder.Initialize(Param(width, height, layout))) {
-    state.SkipWithError("the encoder refuses the parameters");
+    Fail(state, "the encoder refuses the parameters");
     return;
   }
   std::size_t next = 0;
   for (auto _ : state) {
     AVEncodePacket packet;
     if (encoder.Encode(&FrameOf(frames, next++), &packet) != 0) {
-      state.SkipWithError("encoding failed");
+      Fail(state, "encoding failed");
       return;
     }
   }
@@ -77,7 +78,7 @@ void ConvertWhole(benchmark::State& state) {
   VideoFrame planes;
   if (!planes.AllocBuffer(static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height),
                           ColorSpace::kI420)) {
-    state.SkipWithError("no memory");
+    Fail(state, "no memory");
     return;
   }
   std::uint8_t* const u = planes.data + width * height;
@@ -118,7 +119,7 @@ void ShareOfOther(benchmark::State& state) {
   VideoFrame pooled;
   if (!encoder.Initialize(Param(width, height, layout)) ||
       !pooled.AllocBuffer(static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height), layout)) {
-    state.SkipWithError("the encoder refuses the parameters");
+    Fail(state, "the encoder refuses the parameters");
     return;
   }
   using Clock = std::chrono::steady_clock;
@@ -192,4 +193,4 @@ BENCHMARK(PassPacket)->Arg(1000)->Arg(6400)->Arg(100000)->Unit(benchmark::kMicro
 
 }  // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) { return RunBenchmarks(argc, argv); }

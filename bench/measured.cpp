@@ -5,14 +5,16 @@
 //   build/native/bin/measured FILE PROGRAM [ARGUMENT]...
 //
 // writes one line to FILE: user and system time in microseconds, elapsed microseconds, peak resident KiB.
-// Answers what the program answers.
+// Answers what the program answers, and ends by the signal that the program ends by.
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
 
 namespace {
@@ -30,6 +32,15 @@ bool WriteLine(const char* path, const rusage& used, std::chrono::steady_clock::
              static_cast<long long>(std::chrono::duration_cast<std::chrono::microseconds>(elapsed).count()),
              used.ru_maxrss) > 0 &&
          std::fflush(file.get()) == 0;
+}
+
+// Ends like the program, so that whoever waits for this one is told of the signal. The core is the program's.
+[[noreturn]] void EndBy(int signal) {
+  const rlimit noCore{0, 0};
+  setrlimit(RLIMIT_CORE, &noCore);
+  std::signal(signal, SIG_DFL);
+  std::raise(signal);
+  std::abort();  // unless it was blocked
 }
 
 }  // namespace
@@ -58,6 +69,8 @@ int main(int argc, char** argv) {
     std::perror("measured");
     return kCannotMeasure;
   }
-  constexpr int kSignalled = 128;
-  return WIFEXITED(status) ? WEXITSTATUS(status) : kSignalled + WTERMSIG(status);
+  if (WIFSIGNALED(status)) {
+    EndBy(WTERMSIG(status));
+  }
+  return WEXITSTATUS(status);
 }

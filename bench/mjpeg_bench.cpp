@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "Clip.h"
+#include "Failures.h"
 // Before libjpeg, whose TRUE and FALSE are macros.
 #include "MjpegDecoder.h"
 
@@ -108,7 +109,7 @@ void Decode(benchmark::State& state, Layout layout) {
     const Bytes& jpeg = pictures.jpegs[next++ % pictures.jpegs.size()];
     FrameConverter::Picture picture;
     if (!decoder.Convert(jpeg.data(), jpeg.size(), picture)) {
-      state.SkipWithError("decoding failed");
+      Fail(state, "decoding failed");
       return;
     }
     benchmark::ClobberMemory();
@@ -141,4 +142,4 @@ BENCHMARK_CAPTURE(Decode, yuy2, Layout::kYuy2)->Apply(Sizes);
 
 }  // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) { return RunBenchmarks(argc, argv); }

@@ -44,18 +44,11 @@
 //
 // Absolute times are this machine's at this moment; compare lines of one run. Answers 1 when a benchmark
 // could not be run.
-#include <benchmark/benchmark.h>
-
+#include "Failures.h"
 #include "PipelineBenchmarks.h"
 
 int main(int argc, char** argv) {
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
-    return 1;
-  }
   RegisterSessionBenchmarks();
   RegisterPartBenchmarks();
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  return HasAnyFailed() ? 1 : 0;
+  return RunBenchmarks(argc, argv);
 }

@@ -108,6 +108,7 @@ class CBufferQueue {
       return;
     }
     queue.push_back(buffer);
+    // Under the mutex: who waits cannot have taken the buffer and be done with the queue before the signal.
     cond.notify_one();
   }
 

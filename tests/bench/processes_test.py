@@ -79,16 +79,21 @@ class Programs(unittest.TestCase):
     def test_end_with_theirs_on_sigterm(self):
         self.stop_runner(signal.SIGTERM)
 
-    def test_end_with_theirs_when_they_take_too_long(self):
-        with self.assertRaisesRegex(Failed, "sh has not ended within 0.5 s: sh -c"):
-            processes.run(["sh", "-c", self.script], patience=0.5)
+    def take_too_long(self, script):
+        """Runs it for longer and longer, until it has come to start its program."""
+        patience = 0.25
+        while not self.pid_file.exists():
+            patience *= 2
+            self.assertLess(patience, PATIENCE)
+            with self.assertRaisesRegex(Failed, f"sh has not ended within {patience} s: sh -c"):
+                processes.run(["sh", "-c", script], patience=patience)
         self.expect_end()
 
+    def test_end_with_theirs_when_they_take_too_long(self):
+        self.take_too_long(self.script)
+
     def test_can_end_what_is_in_a_group_of_its_own(self):
-        script = "trap 'kill $!' TERM; setsid " + self.script
-        with self.assertRaisesRegex(Failed, "not ended"):
-            processes.run(["sh", "-c", script], patience=0.5)
-        self.expect_end()
+        self.take_too_long("trap 'kill $!' TERM; setsid " + self.script)
 
     def test_end_with_theirs_when_they_fail(self):
         with self.assertRaisesRegex(Failed, "sh answers 4"):
@@ -104,6 +109,14 @@ class Programs(unittest.TestCase):
     def test_that_crash_are_said_to(self):
         with self.assertRaisesRegex(Failed, "SIGSEGV"):
             processes.run(["sh", "-c", "kill -SEGV $$"])
+
+    def test_that_crash_while_they_are_measured_are_said_to_as_well(self):
+        with self.assertRaisesRegex(Failed, "encoder was ended by SIGSEGV"):
+            processes.run([os.environ["MEASURED"], self.folder / "figures", "sh", "-c", "kill -SEGV $$"], name="encoder")
+
+    def test_that_fail_while_they_are_measured_answer_the_same(self):
+        with self.assertRaisesRegex(Failed, "encoder answers 7"):
+            processes.run([os.environ["MEASURED"], self.folder / "figures", "sh", "-c", "exit 7"], name="encoder")
 
     def test_that_are_not_there_are_said_to_be_missing(self):
         with self.assertRaisesRegex(Failed, "nowhere-to-be-found cannot be started"):
