@@ -31,11 +31,9 @@ Results: 0 when every mistake was noticed or has a reason to survive; 1 when one
 has one, or does not compile; 2 when nothing could be found out.
 """
 import argparse
-import collections
 import concurrent.futures
 import dataclasses
 import fcntl
-import hashlib
 import os
 import pathlib
 import queue
@@ -48,12 +46,13 @@ import sys
 import threading
 import time
 
-ROOT = pathlib.Path(__file__).resolve().parent.parent
-LISTS = pathlib.Path("tests/mutation")
-NOT_COPIED = shutil.ignore_patterns("build", "out", ".git", "__pycache__")
+sys.dont_write_bytecode = True
 
-KINDS = ["comparison", "condition", "constant", "argument", "result", "call dropped", "assignment dropped", "reordered",
-         "changed call"]
+from mutant_list import LISTS, Trouble, read_lists, sample  # noqa: E402
+from mutant_report import Outcome, Progress, report, show  # noqa: E402
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+NOT_COPIED = shutil.ignore_patterns("build", "out", ".git", "__pycache__")
 
 # What is built and run, and the library that the first of them loads.
 PROGRAMS = ["unit_tests", "defaults_tests"]
@@ -65,106 +64,6 @@ SLOW_TEST_MS = 100
 PATIENCE_S = 15
 PATIENCE_FACTOR = 5
 BUILD_PATIENCE_S = 900
-
-
-class Trouble(Exception):
-    """Something that stands in the way of finding anything out."""
-
-
-# --- The list ---
-
-
-@dataclasses.dataclass
-class Mutant:
-    source: str  # relative to src
-    kind: str
-    title: str
-    old: list
-    new: list
-    reason: str  # to survive
-    is_matter_of_luck: bool
-    place: str  # in the list
-
-    def __str__(self):
-        return f"{self.source}: [{self.kind}] {self.title}"
-
-    def apply(self, text):
-        """The source's text with the mistake in it."""
-        lines = text.split("\n")
-        stripped = [line.strip() for line in lines]
-        wanted = [line.strip() for line in self.old]
-        places = [i for i in range(len(lines)) if stripped[i:i + len(wanted)] == wanted]
-        if len(places) != 1:
-            times = f"{len(places)} times" if places else "not"
-            raise Trouble(f"{self.place}: {times} in {self.source}: {' / '.join(wanted)}")
-        gap = [""] * (len(self.old) - len(self.new))
-        lines[places[0]:places[0] + len(self.old)] = self.new + gap
-        return "\n".join(lines)
-
-
-def parse_entry(source, place, lines):
-    head = re.fullmatch(r"\[([a-z ]+)\] (\S.*)", lines[0])
-    if not head or head[1] not in KINDS:
-        raise Trouble(f"{place}: does not begin with the kind in brackets, one of {', '.join(KINDS)}, and a title")
-    mutant = Mutant(source, head[1], head[2], [], [], "", False, place)
-    for number, line in enumerate(lines[1:], 1):
-        if reason := re.fullmatch(r"(may survive|survives): (\S.*)", line):
-            mutant.is_matter_of_luck = reason[1] == "may survive"
-            mutant.reason = " ".join([reason[2], *lines[number + 1:]])
-            break
-        if line[0] not in " -+":
-            raise Trouble(f"{place}: neither blank nor - nor + at the beginning of: {line}")
-        if line[0] in " -":
-            mutant.old.append(line[1:])
-        if line[0] in " +":
-            mutant.new.append(line[1:])
-    if mutant.old == mutant.new or len(mutant.old) < len(mutant.new):
-        raise Trouble(f"{place}: changes nothing, or puts in more lines than it takes out")
-    return mutant
-
-
-def read_list(path):
-    """The entries of one file, which is named as its source and ends in .mutants."""
-    entries, entry, begin = [], [], 0
-    for number, line in enumerate([*path.read_text().splitlines(), ""], 1):
-        if line.startswith("#"):
-            continue
-        if line.strip():
-            begin = begin if entry else number
-            entry.append(line)
-        elif entry:
-            entries.append(parse_entry(path.stem, f"{path.name}:{begin}", entry))
-            entry = []
-    return entries
-
-
-def read_lists(root):
-    """All entries, after a check that each fits its source and is like no other."""
-    mutants = [mutant for path in sorted((root / LISTS).glob("*.mutants")) for mutant in read_list(path)]
-    seen, troubles = {}, []
-    for mutant in mutants:
-        try:
-            source = root / "src" / mutant.source
-            if not source.is_file():
-                raise Trouble(f"{mutant.place}: there is no src/{mutant.source}")
-            for key in (str(mutant), (mutant.source, mutant.apply(source.read_text()))):
-                if key in seen:
-                    raise Trouble(f"{mutant.place}: the same as {seen[key]}")
-                seen[key] = mutant.place
-        except Trouble as trouble:
-            troubles.append(str(trouble))
-    if troubles or not mutants:
-        raise Trouble("\n".join(troubles) or "the list is empty")
-    return mutants
-
-
-def sample(mutants, count):
-    """That many, the same ones as long as the list stays: one from each source in turn, in an arbitrary order."""
-    by_source = collections.defaultdict(list)
-    for mutant in sorted(mutants, key=lambda mutant: hashlib.sha256(str(mutant).encode()).hexdigest()):
-        by_source[mutant.source].append(mutant)
-    turns = [entry for entries in by_source.values() for entry in enumerate(entries)]
-    return [mutant for _, mutant in sorted(turns, key=lambda turn: turn[0])][:count]
 
 
 # --- A copy of the sources ---
@@ -336,41 +235,6 @@ def update(source, copy):
 # --- The run ---
 
 
-@dataclasses.dataclass
-class Outcome:
-    mutant: Mutant
-    noticed_by: str | None = None
-    trouble: str = ""
-
-    def word(self):
-        if self.trouble:
-            return "ERROR"
-        if not self.noticed_by:
-            return "survived, as it says" if self.mutant.reason else "SURVIVED"
-        return "NOTICED AFTER ALL" if self.mutant.reason and not self.mutant.is_matter_of_luck else "noticed"
-
-    def is_good(self):
-        return self.word() in ("noticed", "survived, as it says")
-
-
-class Progress:
-    def __init__(self, total, out):
-        self.total = total
-        self.out = out
-        self.done = 0
-        self.begin = time.monotonic()
-        self.lock = threading.Lock()
-
-    def tell(self, outcome):
-        with self.lock:
-            self.done += 1
-            left = (time.monotonic() - self.begin) / self.done * (self.total - self.done)
-            by = f" <- {outcome.noticed_by}" if outcome.noticed_by else ""
-            by += f"\n{outcome.trouble}" if outcome.trouble else ""
-            print(f"[{self.done}/{self.total}, {left / 60:.1f} min left] {outcome.word()}: {outcome.mutant}{by}",
-                  file=self.out, flush=True)
-
-
 def try_all(copies, mutants, progress):
     """The outcomes, in the order of the list. A copy works on its own; the next free one takes the next mutant."""
     # Those of headers take longest. The others follow by source, so that what is put back is compiled together with
@@ -409,38 +273,6 @@ def in_parallel(work, copies):
                 for process in Copy.running:
                     end(process)
             raise
-
-
-def report(outcomes, out):
-    """Prints the table and what needs looking at; true when nothing does."""
-    columns = ["noticed", "survived, as it says", "SURVIVED", "NOTICED AFTER ALL", "ERROR"]
-    counts = {kind: collections.Counter(outcome.word() for outcome in outcomes if outcome.mutant.kind == kind)
-              for kind in KINDS}
-    print(f"\n{'kind':<20}{'made':>6}{'noticed':>9}{'reason':>8}{'survived':>10}{'wrong':>7}", file=out)
-    total = collections.Counter()
-    for kind, count in [*counts.items(), ("all", total)]:
-        if kind != "all":
-            total.update(count)
-        if count:
-            noticed, reason, survived, after_all, error = (count[column] for column in columns)
-            print(f"{kind:<20}{count.total():>6}{noticed:>9}{reason:>8}{survived:>10}{after_all + error:>7}", file=out)
-    bad = [outcome for outcome in outcomes if not outcome.is_good()]
-    for outcome in bad:
-        detail = outcome.trouble or outcome.noticed_by or ""
-        print(f"\n{outcome.word()}: {outcome.mutant} ({outcome.mutant.place}) {detail}", file=out)
-    could = total["noticed"] + total["SURVIVED"]
-    if could:
-        print(f"\nscore: {total['noticed']} of {could} noticed ({100 * total['noticed'] / could:.1f} %); "
-              f"{total['survived, as it says']} more survive for a reason that the list gives", file=out)
-    return not bad
-
-
-def show(mutants, out):
-    for mutant in mutants:
-        print(f"{mutant}{'  survives: ' + mutant.reason if mutant.reason else ''}", file=out)
-    with_reason = sum(bool(mutant.reason) for mutant in mutants)
-    print(f"{len(mutants)} in {len({mutant.source for mutant in mutants})} sources, {with_reason} with a reason to "
-          "survive", file=out)
 
 
 def arguments():

@@ -1,7 +1,6 @@
 """Tests of scripts/mutate.py: of its lists, and of whole runs over a program of one function."""
 
 import contextlib
-import importlib.util
 import io
 import os
 import sys
@@ -10,7 +9,9 @@ import unittest
 from pathlib import Path
 from unittest import mock
 
-SCRIPT = Path(__file__).resolve().parents[2] / "scripts/mutate.py"
+sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "scripts"))
+
+import mutate  # noqa: E402
 
 # Tells in the words of the test library what it does.
 PROGRAM = """
@@ -51,17 +52,6 @@ UNNOTICED = """
 -  sum += 0;
 """
 WITH_A_REASON = UNNOTICED + "survives: it is\nnothing.\n"
-
-
-def load_script():
-    spec = importlib.util.spec_from_file_location("mutate", SCRIPT)
-    module = importlib.util.module_from_spec(spec)
-    sys.modules["mutate"] = module
-    spec.loader.exec_module(module)
-    return module
-
-
-mutate = load_script()
 
 
 class Project(unittest.TestCase):

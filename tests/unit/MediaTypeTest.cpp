@@ -1,47 +1,16 @@
 // How media types become sizes, subtypes and frame rates.
 #include "MediaType.h"
 
-#include "CameraOperatorTest.h"
+#include "MediaTypeTest.h"
 
 namespace {
 
-using scripted::Fails;
-using scripted::kBuiltInDisplayName;
-using scripted::kBuiltInId;
 using scripted::MediaType;
 using scripted::Mjpg;
-using scripted::SFalse;
-using scripted::SucceedsWithNull;
 using scripted::Yuy2;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-
-class MediaTypes : public CameraOperatorTest {
- protected:
-  // Reads the capabilities of a PC whose camera has these pins.
-  bool Read(std::vector<scripted::Pin> pins) {
-    platform.SetPc({{{0, kBuiltInId}}, {{"built-in", kBuiltInDisplayName, std::move(pins)}}});
-    EXPECT_EQ(camera->CameraCount(), 1U);
-    platform.ClearJournal();
-    return camera->GetCameraCapabilities(0, sizes, subTypes, fpsList);
-  }
-  bool Read(std::vector<MediaType> types) { return Read({{"capture", PINDIR_OUTPUT, std::move(types)}}); }
-
-  std::vector<std::pair<int, int>> Sizes() const {
-    std::vector<std::pair<int, int>> pairs;
-    for (const tagSIZE& size : sizes) {
-      pairs.emplace_back(size.cx, size.cy);
-    }
-    return pairs;
-  }
-
-  std::vector<tagSIZE> sizes;
-  std::vector<GUID> subTypes;
-  std::vector<unsigned int> fpsList;
-};
-
-using Pairs = std::vector<std::pair<int, int>>;
 
 TEST_F(MediaTypes, IntervalsBecomeRatesRoundedDown) {
   EXPECT_EQ(camera->AvgTimePerFrameToFps(333333), 30U);
@@ -301,130 +270,6 @@ TEST_F(MediaTypes, LongListsOfUnorderableSizesStayWithinBounds) {
   camera->SortAndUniqueCapabilities(sizes, subTypes, fpsList);
   EXPECT_LE(sizes.size(), 1000U);
   EXPECT_GE(sizes.size(), 41U);
-}
-
-// --- Failures ---
-
-TEST_F(MediaTypes, NullFilterHasNoPins) {
-  std::vector<IPin*> pins;
-  EXPECT_FALSE(camera->EnumPins(nullptr, pins));
-  EXPECT_THAT(LogLines(),
-              ElementsAre(ErrorLine(
-                  456, "[CameraOperator]invalid para, devFilter is nullptr(CameraOperator::EnumPins)")));
-}
-
-TEST_F(MediaTypes, CameraThatIsNotBoundIsNotRead) {
-  EXPECT_EQ(camera->CameraCount(), 1U);
-  platform.ClearJournal();
-  EXPECT_FALSE(camera->GetCameraCapabilities(3, sizes, subTypes, fpsList));
-  EXPECT_THAT(LogLines(), ElementsAre(ErrorLine(337,
-                                                "[CameraOperator]BindFilter fail, cameraIndex: 3"
-                                                "(CameraOperator::GetCameraCapabilities)")));
-}
-
-TEST_F(MediaTypes, CameraThatDisappearedIsNotReadAndTheTableStays) {
-  EXPECT_TRUE(Read({Yuy2(640, 480, 30)}));
-  platform.SetPc({{}, {scripted::PlugInCamera()}});
-  platform.ClearJournal();
-  EXPECT_FALSE(camera->GetCameraCapabilities(0, sizes, subTypes, fpsList));
-  EXPECT_THAT(LogLines(), ElementsAre(ErrorLine(456,
-                                                "[CameraOperator]invalid para, devFilter is nullptr"
-                                                "(CameraOperator::EnumPins)"),
-                                      ErrorLine(343,
-                                                "[CameraOperator]EnumPins fail, cameraIndex: 0"
-                                                "(CameraOperator::GetCameraCapabilities)")));
-  EXPECT_EQ(CameraCapabilityMgr::GetInstance().FindCapability(640, 480).fps, 30U);
-}
-
-struct ReadFailure {
-  const char* operation;
-  scripted::Answer answer;
-  std::string line;
-  bool clearsTable;
-};
-
-TEST_F(MediaTypes, EachFailureWhileReadingHasItsLineAndLeavesNothing) {
-  const std::string pinInfo = "(CameraOperator::QueryCameraPinInfo)";
-  const std::vector<ReadFailure> failures = {
-      {"IBaseFilter::EnumPins", Fails(),
-       ErrorLine(463, "[CameraOperator]fail to enum pins, error: -2147467259(CameraOperator::EnumPins)"),
-       false},
-      {"IBaseFilter::EnumPins", SFalse(),
-       ErrorLine(463, "[CameraOperator]fail to enum pins, error: 1(CameraOperator::EnumPins)"), false},
-      {"IBaseFilter::EnumPins", SucceedsWithNull(),
-       ErrorLine(463, "[CameraOperator]fail to enum pins, error: 0(CameraOperator::EnumPins)"), false},
-      {"IPin::QueryPinInfo", Fails(),
-       ErrorLine(375, "[CameraOperator]QueryPinInfo fail, error: -2147467259" + pinInfo), true},
-      {"IPin::QueryPinInfo", SFalse(),
-       ErrorLine(375, "[CameraOperator]QueryPinInfo fail, error: 1" + pinInfo), true},
-      {"IPin::EnumMediaTypes", Fails(),
-       ErrorLine(383, "[CameraOperator]EnumMediaTypes fail, error: -2147467259" + pinInfo), true},
-      {"IPin::EnumMediaTypes", SFalse(),
-       ErrorLine(383, "[CameraOperator]EnumMediaTypes fail, error: 1" + pinInfo), true},
-      {"IPin::EnumMediaTypes", SucceedsWithNull(),
-       ErrorLine(383, "[CameraOperator]EnumMediaTypes fail, error: 0" + pinInfo), true},
-  };
-  EXPECT_EQ(camera->CameraCount(), 1U);
-  for (const ReadFailure& failure : failures) {
-    CameraCapabilityMgr::GetInstance().Clear();
-    CameraCapabilityMgr::GetInstance().Add(1, 1, 1, MEDIASUBTYPE_YUY2);
-    platform.ClearJournal();
-    platform.AnswersNth(failure.operation, 1, failure.answer);
-    EXPECT_FALSE(camera->GetCameraCapabilities(0, sizes, subTypes, fpsList));
-    const std::string outer =
-        failure.clearsTable
-            ? ErrorLine(
-                  349,
-                  "[CameraOperator]fail to query camera pin info.(CameraOperator::GetCameraCapabilities)")
-            : ErrorLine(
-                  343,
-                  "[CameraOperator]EnumPins fail, cameraIndex: 0(CameraOperator::GetCameraCapabilities)");
-    EXPECT_THAT(LogLines(), ElementsAre(failure.line, outer));
-    EXPECT_EQ(CameraCapabilityMgr::GetInstance().FindCapability(1, 1).fps, failure.clearsTable ? 0U : 1U);
-    EXPECT_THAT(platform.Alive(), IsEmpty());
-  }
-}
-
-TEST_F(MediaTypes, FailureAtTheSecondPinKeepsWhatTheFirstGave) {
-  platform.SetPc(
-      {{{0, kBuiltInId}},
-       {{"built-in",
-         kBuiltInDisplayName,
-         {{"capture", PINDIR_OUTPUT, {Yuy2(640, 480, 30)}}, {"still", PINDIR_OUTPUT, {Yuy2(1, 1, 1)}}}}}});
-  EXPECT_EQ(camera->CameraCount(), 1U);
-  platform.AnswersNth("IPin::QueryPinInfo", 2, Fails());
-  EXPECT_FALSE(camera->GetCameraCapabilities(0, sizes, subTypes, fpsList));
-  EXPECT_EQ(Sizes(), (Pairs{{640, 480}}));
-  EXPECT_EQ(CameraCapabilityMgr::GetInstance().FindCapability(640, 480).fps, 30U);
-}
-
-TEST_F(MediaTypes, TypeThatComesWithAnotherSuccessEndsTheListAndIsGivenBack) {
-  EXPECT_EQ(camera->CameraCount(), 1U);
-  platform.AnswersNth("IEnumMediaTypes::Next", 2, SFalse());
-  EXPECT_TRUE(camera->GetCameraCapabilities(0, sizes, subTypes, fpsList));
-  EXPECT_EQ(sizes.size(), 1U);
-  EXPECT_THAT(platform.Alive(), IsEmpty());
-}
-
-TEST_F(MediaTypes, TypeThatComesWithAFailureEndsTheListAndIsNotLookedAt) {
-  // Whoever answers a failure and hands out a type all the same keeps the loss.
-  ExpectLeft("enumerated media type");
-  ExpectLeft("enumerated media type format block");
-  EXPECT_EQ(camera->CameraCount(), 1U);
-  platform.AnswersNth("IEnumMediaTypes::Next", 2, scripted::Answer{E_FAIL, false});
-  EXPECT_TRUE(camera->GetCameraCapabilities(0, sizes, subTypes, fpsList));
-  EXPECT_EQ(sizes.size(), 1U);
-}
-
-TEST_F(MediaTypes, EnumerationOfPinsOrTypesThatBreaksOffEndsTheList) {
-  EXPECT_EQ(camera->CameraCount(), 1U);
-  platform.AnswersNth("IEnumMediaTypes::Next", 2, Fails());
-  EXPECT_TRUE(camera->GetCameraCapabilities(0, sizes, subTypes, fpsList));
-  EXPECT_EQ(sizes.size(), 1U);
-  platform.AnswersNth("IEnumPins::Next", 1, Fails());
-  sizes.clear();
-  EXPECT_TRUE(camera->GetCameraCapabilities(0, sizes, subTypes, fpsList));
-  EXPECT_THAT(sizes, IsEmpty());
 }
 
 }  // namespace
