@@ -1,7 +1,7 @@
 // What decoding a camera's JPEG pictures costs: the platform's decoder, and beside it, in the same run, the
 // straightforward way: libjpeg's lines of BGRA, and those to YUY2.
 //
-//   build/native/bin/mjpeg_bench --benchmark_repetitions=5 --benchmark_enable_random_interleaving=true
+//   build/native/bin/mjpeg_bench --benchmark_repetitions=9 --benchmark_enable_random_interleaving=true
 //
 // Absolute times are this machine's at this moment; compare lines of one run.
 #include <benchmark/benchmark.h>
