@@ -47,6 +47,8 @@ def prepare(top, programs, clip, size, frames, say):
     if path.exists() and path.stat().st_size == whole:
         return path
     say(f"making {path.name}")
+    for outdated in folder.glob(f"{clip}-{size}-{frames}-*.yuy2"):
+        outdated.unlink()
     part = path.with_suffix(".part")
     try:
         _make(top, programs, clip, size, frames, part)

@@ -68,26 +68,37 @@ void Expect(bool holds, const std::string& what) {
   }
 }
 
-// A file for packets, in a buffer of its own as the other programs have it: not a call of the system for
-// each.
+// A file for packets, written in blocks as the other programs do it: not with a call of the system for each
+// packet, which is what a stream makes of them, however large its buffer.
 class PacketFile {
  public:
   void Open(const std::string& path) {
-    m_file.rdbuf()->pubsetbuf(m_buffer.data(), static_cast<std::streamsize>(m_buffer.size()));
     m_file.open(path, std::ios::binary);
     Expect(m_file.is_open(), "cannot write " + path);
+    m_block.reserve(kBlock);
   }
   void Write(const std::uint8_t* data, std::uint32_t length) {
-    m_file.write(reinterpret_cast<const char*>(data), length);
+    if (m_block.size() + length > kBlock) {
+      WriteBlock();
+    }
+    m_block.insert(m_block.end(), data, data + length);
   }
   void Close(const std::string& path) {
+    WriteBlock();
     m_file.close();
     Expect(!m_file.fail(), "cannot write " + path);
   }
 
  private:
-  std::vector<char> m_buffer = std::vector<char>(std::size_t{256} * 1024);
+  static constexpr std::size_t kBlock = std::size_t{128} * 1024;
+
+  void WriteBlock() {
+    m_file.write(m_block.data(), static_cast<std::streamsize>(m_block.size()));
+    m_block.clear();
+  }
+
   std::ofstream m_file;
+  std::vector<char> m_block;
 };
 
 // What the callbacks, which carry no context, work on.

@@ -143,7 +143,8 @@ def _same_pictures(rows):
     of the two says nothing about what is around the encoder."""
     return _goal("ffmpeg openh264 same makes the product's pictures (otherwise adapt bench/build-ffmpeg.sh)",
                  [(f"{_what(own)} {own['asked']}",
-                   abs(own["psnr_y"] - other["psnr_y"]) <= 0.01 and abs(own["kilobits"] / other["kilobits"] - 1) <= 0.005,
+                   abs(own["psnr_y"] - other["psnr_y"]) <= 0.01
+                   and abs(own["kilobits"] / other["kilobits"] - 1) <= 0.005,
                    f"{own['psnr_y']:.2f} and {other['psnr_y']:.2f} dB at {own['kilobits']:.0f} and "
                    f"{other['kilobits']:.0f} kbit/s")
                   for own, other in pairs(rows, "ffmpeg openh264 same")])
@@ -151,7 +152,8 @@ def _same_pictures(rows):
 
 def command_text(command, top, out):
     """A command line without what is this machine's or this run's."""
-    return " ".join("OUT" if word == out else word for word in command).replace(f"{top}/", "")
+    # The file's place is below the top: it goes first.
+    return " ".join(command).replace(out, "OUT").replace(f"{top}/", "")
 
 
 def is_any_missed(found):

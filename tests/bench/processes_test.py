@@ -112,7 +112,8 @@ class Programs(unittest.TestCase):
 
     def test_that_crash_while_they_are_measured_are_said_to_as_well(self):
         with self.assertRaisesRegex(Failed, "encoder was ended by SIGSEGV"):
-            processes.run([os.environ["MEASURED"], self.folder / "figures", "sh", "-c", "kill -SEGV $$"], name="encoder")
+            processes.run([os.environ["MEASURED"], self.folder / "figures", "sh", "-c", "kill -SEGV $$"],
+                          name="encoder")
 
     def test_that_fail_while_they_are_measured_answer_the_same(self):
         with self.assertRaisesRegex(Failed, "encoder answers 7"):

@@ -163,6 +163,9 @@ class Commands(unittest.TestCase):
         command = ["/home/top/build/encode_clip", "-i", "/home/top/build/clip", "/home/top/build/run-x/out"]
         self.assertEqual(report.command_text(command, "/home/top", "/home/top/build/run-x/out"),
                          "build/encode_clip -i build/clip OUT")
+        command = ["gst-launch-1.0", "location=/home/top/build/clip", "!", "location=/home/top/build/run-x/out"]
+        self.assertEqual(report.command_text(command, "/home/top", "/home/top/build/run-x/out"),
+                         "gst-launch-1.0 location=build/clip ! location=OUT")
 
 
 if __name__ == "__main__":

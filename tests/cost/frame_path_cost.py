@@ -19,7 +19,8 @@ FRAME_BYTES = PIXELS * 2
 PATIENCE = 45
 
 # Instructions, for a frame where nothing else is said. A tenth above what was measured when they were recorded, and
-# more of the small ones (docs/performance.md); lower them when the library gets better, and raise them only for something that is worth it.
+# more of the small ones (docs/performance.md); lower them when the library gets better, and raise them only for
+# something that is worth it.
 BOUNDS = {
     "PushFrame beside the copy": 430,
     "the copy, for 1000 bytes": 210,
