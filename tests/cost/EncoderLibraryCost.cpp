@@ -54,8 +54,8 @@ int main(int argc, char** argv) {
     std::fputs("usage: encoder_library_cost yuy2|argb32|packet TIMES\n", stderr);
     return 2;
   }
-  // The pixel library has rows for every kind of processor; these are those that every one of
-  // the last fifteen years has.
+  // The pixel library has rows for every kind of processor; these are those that every one of the last
+  // fifteen years has.
   libyuv::MaskCpuFlags(libyuv::kCpuHasX86 | libyuv::kCpuHasSSE2 | libyuv::kCpuHasSSSE3);
   return Run(argv[1], std::atoi(argv[2])) ? 0 : 1;
 }

@@ -86,7 +86,7 @@ TEST_F(EncoderThread, GoesBeforeOthersWhileTheCameraIsOpen) {
 
 TEST_F(EncoderThread, IsKnownByItsNameWhereTheSystemHasNames) {
   if (Description() == nullptr) {
-    GTEST_SKIP() << "this system has no names of threads";
+    GTEST_SKIP() << "DID NOT RUN: this system has no names of threads";
   }
   const DWORD id = OpenAndFindThread();
   EXPECT_EQ(NameOf(id), L"nuveq-encoder");

@@ -16,23 +16,12 @@ if(NOT NUVEQ_CAN_MOUNT)
   message(STATUS "nuveqcam: no file system can be mounted here; /dev/full and file size limits stand for full disks")
 endif()
 
-# One test each for the methods of the scripts, which are read for them.
-foreach(script nuveqcam_test.py nuveqcam_record_test.py)
-  set(script ${CMAKE_CURRENT_SOURCE_DIR}/${script})
-  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${script})
-  file(STRINGS ${script} declarations REGEX "^(class [A-Za-z]+\\(Tool\\)|    def test_)")
-  foreach(declaration IN LISTS declarations)
-    if(declaration MATCHES "^class ([A-Za-z]+)")
-      set(class ${CMAKE_MATCH_1})
-    elseif(class STREQUAL FullDisk AND NOT NUVEQ_CAN_MOUNT)
-      continue()
-    elseif(declaration MATCHES "def (test_[a-z0-9_]+)")
-      set(name nuveqcam.${class}.${CMAKE_MATCH_1})
-      add_test(NAME ${name} COMMAND ${Python3_EXECUTABLE} -B ${script} ${class}.${CMAKE_MATCH_1})
-      set_tests_properties(${name} PROPERTIES
-          TIMEOUT 300
-          LABELS pipeline
-          ENVIRONMENT "NUVEQCAM=$<TARGET_FILE:nuveqcam>;NUVEQCAM_VERSION=${PROJECT_VERSION};NUVEQCAM_MAN=${PROJECT_SOURCE_DIR}/tools/nuveqcam/nuveqcam.1")
-    endif()
-  endforeach()
-endforeach()
+set(without "")
+if(NOT NUVEQ_CAN_MOUNT)
+  set(without FullDisk)
+endif()
+nuveq_add_python_tests(tests PREFIX nuveqcam SCRIPTS nuveqcam_test.py nuveqcam_record_test.py WITHOUT ${without})
+set_tests_properties(${tests} PROPERTIES
+    TIMEOUT 300
+    LABELS pipeline
+    ENVIRONMENT "NUVEQCAM=$<TARGET_FILE:nuveqcam>;NUVEQCAM_VERSION=${PROJECT_VERSION};NUVEQCAM_MAN=${PROJECT_SOURCE_DIR}/tools/nuveqcam/nuveqcam.1")
