@@ -8,28 +8,9 @@ namespace {
 
 constexpr std::uint64_t kUnitsPerSecond = 10'000'000;
 
-WORD BitsPerPixel(std::uint32_t fourCc) {
-  switch (fourCc) {
-    case FourCc("GREY"):
-      return 8;
-    case FourCc("NV12"):
-    case FourCc("NV21"):
-    case FourCc("YU12"):
-    case FourCc("YV12"):
-      return 12;
-    case kYuyv:
-    case FourCc("UYVY"):
-    case FourCc("YVYU"):
-    case FourCc("RGBP"):
-      return 16;
-    default:
-      return 24;
-  }
-}
-
-bool IsCompressed(std::uint32_t fourCc) {
-  return fourCc == kMjpg || fourCc == FourCc("JPEG") || fourCc == FourCc("H264") || fourCc == FourCc("HEVC");
-}
+// Of the two layouts that capture devices are offered in. For compressed pictures the number that drivers on
+// Windows give.
+WORD BitsPerPixel(std::uint32_t fourCc) { return fourCc == kYuyv ? 16 : 24; }
 
 DWORD Saturated(std::uint64_t value) {
   return static_cast<DWORD>(std::min<std::uint64_t>(value, std::numeric_limits<DWORD>::max()));
@@ -64,7 +45,7 @@ MediaTypePtr MakeMediaType(const VideoFormat& format) {
   AM_MEDIA_TYPE type{};
   type.majortype = MEDIATYPE_Video;
   type.subtype = SubtypeOf(format.fourCc);
-  type.bFixedSizeSamples = IsCompressed(format.fourCc) ? FALSE : TRUE;
+  type.bFixedSizeSamples = format.fourCc == kMjpg ? FALSE : TRUE;
   type.lSampleSize = header.bmiHeader.biSizeImage;
   type.formattype = FORMAT_VideoInfo;
 

@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <limits>
 
+#include "Yuy2Packer.h"
+
 namespace {
 
 struct Size {
@@ -119,30 +121,45 @@ int ListIntervals(const V4l2Device& device, std::uint32_t fourCc, const Size& si
   return 0;
 }
 
-// Every size and rate of one layout.
-int ListLayout(const V4l2Device& device, std::uint32_t fourCc, std::vector<V4l2Format>& formats) {
-  constexpr auto kLargest = static_cast<std::uint32_t>(std::numeric_limits<LONG>::max());
+// Pixels of YUY2 come in pairs; a device's own YUYV is delivered as the device made it.
+bool HasDeliverableSize(std::uint32_t pixelFormat, const Size& size) {
+  constexpr auto kMaxSide = static_cast<std::uint32_t>(std::numeric_limits<LONG>::max());
+  const bool isSize = size.width > 0 && size.height > 0 && size.width <= kMaxSide && size.height <= kMaxSide;
+  return isSize && (pixelFormat == kMjpg || pixelFormat == kYuyv || size.width % 2 == 0);
+}
+
+// Adds a format, or makes it the native one if it is there already from a format that has to be packed.
+void Offer(const V4l2Format& offer, std::vector<V4l2Format>& formats) {
+  const auto same = std::find_if(formats.begin(), formats.end(),
+                                 [&](const V4l2Format& other) { return other.format == offer.format; });
+  if (same == formats.end()) {
+    formats.push_back(offer);
+  } else if (same->pixelFormat != kYuyv && offer.pixelFormat == kYuyv) {
+    *same = offer;
+  }
+}
+
+// Every size and rate of one pixel format.
+int ListLayout(const V4l2Device& device, std::uint32_t pixelFormat, std::vector<V4l2Format>& formats) {
   std::vector<Size> sizes;
-  if (const int error = ListSizes(device, fourCc, sizes); error != 0) {
+  if (const int error = ListSizes(device, pixelFormat, sizes); error != 0) {
     return error;
   }
   for (const Size& size : sizes) {
-    if (formats.size() == kMostFormats) {
-      return 0;
-    }
-    if (size.width == 0 || size.height == 0 || size.width > kLargest || size.height > kLargest) {
+    if (!HasDeliverableSize(pixelFormat, size)) {
       continue;
     }
     std::vector<v4l2_fract> intervals;
-    if (const int error = ListIntervals(device, fourCc, size, intervals); error != 0) {
+    if (const int error = ListIntervals(device, pixelFormat, size, intervals); error != 0) {
       return error;
     }
     for (const v4l2_fract& interval : intervals) {
       if (formats.size() == kMostFormats) {
         return 0;
       }
+      const std::uint32_t offered = pixelFormat == kMjpg ? kMjpg : kYuyv;
       if (const REFERENCE_TIME units = UnitsOf(interval); units > 0) {
-        formats.push_back({{fourCc, size.width, size.height, units}, interval});
+        Offer({{offered, size.width, size.height, units}, pixelFormat, interval}, formats);
       }
     }
   }
@@ -158,16 +175,33 @@ REFERENCE_TIME UnitsOf(const v4l2_fract& seconds) {
              : static_cast<REFERENCE_TIME>(kUnitsPerSecond * seconds.numerator / seconds.denominator);
 }
 
-HRESULT ListV4l2Formats(const V4l2Device& device, std::vector<V4l2Format>& formats) {
-  formats.clear();
-  for (std::uint32_t index = 0; index < kMostEntries && formats.size() < kMostFormats; ++index) {
+bool IsDeliverable(std::uint32_t pixelFormat) { return pixelFormat == kMjpg || CanPackAsYuy2(pixelFormat); }
+
+int ListPixelFormats(const V4l2Device& device, std::vector<std::uint32_t>& pixelFormats) {
+  pixelFormats.clear();
+  for (std::uint32_t index = 0; index < kMostEntries; ++index) {
     v4l2_fmtdesc entry{};
     entry.index = index;
     entry.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
     if (const int error = device.Ioctl(VIDIOC_ENUM_FMT, &entry); error != 0) {
-      return IsEnd(error) ? S_OK : ResultOf(error);
+      return IsEnd(error) ? 0 : error;
     }
-    if (const int error = ListLayout(device, entry.pixelformat, formats); error != 0) {
+    pixelFormats.push_back(entry.pixelformat);
+  }
+  return 0;
+}
+
+HRESULT ListV4l2Formats(const V4l2Device& device, std::vector<V4l2Format>& formats) {
+  formats.clear();
+  std::vector<std::uint32_t> pixelFormats;
+  if (const int error = ListPixelFormats(device, pixelFormats); error != 0) {
+    return ResultOf(error);
+  }
+  for (const std::uint32_t pixelFormat : pixelFormats) {
+    if (!IsDeliverable(pixelFormat)) {
+      continue;
+    }
+    if (const int error = ListLayout(device, pixelFormat, formats); error != 0) {
       return ResultOf(error);
     }
   }

@@ -8,14 +8,23 @@
 #include "V4l2Device.h"
 #include "VideoFormat.h"
 
-// A format with its interval as the device writes it, in seconds.
+// A format as it is offered, and what the device is set to for it.
 struct V4l2Format {
-  VideoFormat format;
-  v4l2_fract interval{};
+  VideoFormat format;             // YUYV or MJPG
+  std::uint32_t pixelFormat = 0;  // the device's: MJPG, or one that Yuy2Packer reads
+  v4l2_fract interval{};          // as the device writes it, in seconds
 };
+
+// True for pixel formats that are delivered: as they are, or packed as YUY2.
+bool IsDeliverable(std::uint32_t pixelFormat);
+
+// The device's pixel formats in its order. 0 or an error number.
+int ListPixelFormats(const V4l2Device& device, std::vector<std::uint32_t>& pixelFormats);
 
 // In units of 100 ns, rounded down; 0 for what is no interval.
 REFERENCE_TIME UnitsOf(const v4l2_fract& seconds);
 
-// In the device's order. Of ranges of sizes and rates the usual ones within them.
+// Everything deliverable in the device's order, each size and rate of a layout once: from YUYV if the device
+// has it, else from the first format that can be packed. Ranges of sizes and rates are represented by the
+// usual values within them.
 HRESULT ListV4l2Formats(const V4l2Device& device, std::vector<V4l2Format>& formats);

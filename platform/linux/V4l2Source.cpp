@@ -4,7 +4,6 @@
 #include <array>
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <limits>
 #include <utility>
 
@@ -14,7 +13,6 @@ namespace {
 
 // One with the callback, the others for the driver to fill meanwhile.
 constexpr std::uint32_t kBuffers = 4;
-constexpr std::size_t kYuyvBytes = 2;
 // In a row, after which a device counts as lost.
 constexpr unsigned kMostFailures = 30;
 constexpr short kAlarm = POLLERR | POLLHUP | POLLNVAL;
@@ -62,41 +60,48 @@ HRESULT V4l2Source::SetFormat(VideoFormat& format) {
   if (m_isStreaming) {
     return kDeviceInUse;
   }
+  if (format.fourCc != kYuyv && format.fourCc != kMjpg) {
+    return VFW_E_INVALIDMEDIATYPE;
+  }
+  const VideoFormat request = format;
   const HRESULT hr = Apply(format);
   if (hr == S_OK) {
+    m_request = request;
     m_format = format;
   }
   return hr;
 }
 
 HRESULT V4l2Source::Apply(VideoFormat& format) {
-  if (const int error = SetSizeAndLayout(format); error != 0) {
+  const V4l2Format choice = ChooseOffer(format);
+  if (const int error = SetSizeAndPixelFormat(choice); error != 0) {
     return error == EINVAL ? VFW_E_INVALIDMEDIATYPE : ResultOf(error);
   }
-  return ResultOf(SetRate(format, format.interval));
+  return ResultOf(SetRate(choice.interval, format.interval));
 }
 
-// EINVAL also when the driver takes something else in its place: frames of another size or layout would be
-// taken for what they are not.
-int V4l2Source::SetSizeAndLayout(const VideoFormat& wanted) {
+// EINVAL also when the driver takes something else in its place: frames of another size or format would be
+// misread.
+int V4l2Source::SetSizeAndPixelFormat(const V4l2Format& choice) {
   v4l2_format request{};
   request.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
-  request.fmt.pix.width = wanted.width;
-  request.fmt.pix.height = wanted.height;
-  request.fmt.pix.pixelformat = wanted.fourCc;
+  request.fmt.pix.width = choice.format.width;
+  request.fmt.pix.height = choice.format.height;
+  request.fmt.pix.pixelformat = choice.pixelFormat;
   request.fmt.pix.field = V4L2_FIELD_NONE;
   if (const int error = m_device.Ioctl(VIDIOC_S_FMT, &request); error != 0) {
     return error;
   }
   const v4l2_pix_format& taken = request.fmt.pix;
-  if (taken.width != wanted.width || taken.height != wanted.height || taken.pixelformat != wanted.fourCc) {
+  if (taken.width != choice.format.width || taken.height != choice.format.height ||
+      taken.pixelformat != choice.pixelFormat) {
     return EINVAL;
   }
   m_layout = taken;
   return 0;
 }
 
-v4l2_fract V4l2Source::NearestInterval(const VideoFormat& wanted) const {
+V4l2Format V4l2Source::ChooseOffer(const VideoFormat& wanted) const {
   constexpr std::uint32_t kUnitsPerSecond = 10'000'000;
   const V4l2Format* nearest = nullptr;
   const auto units = std::clamp<REFERENCE_TIME>(wanted.interval, 1, std::numeric_limits<LONG>::max());
@@ -109,18 +114,18 @@ v4l2_fract V4l2Source::NearestInterval(const VideoFormat& wanted) const {
     }
   }
   if (nearest != nullptr) {
-    return nearest->interval;
+    return *nearest;
   }
-  return {static_cast<std::uint32_t>(units), kUnitsPerSecond};
+  return {wanted, wanted.fourCc, {static_cast<std::uint32_t>(units), kUnitsPerSecond}};
 }
 
-// Not every driver lets the rate be set; what it delivers then is its own matter.
-int V4l2Source::SetRate(const VideoFormat& wanted, REFERENCE_TIME& actual) {
+// Not every driver lets the rate be set; it then delivers at a rate of its own.
+int V4l2Source::SetRate(const v4l2_fract& interval, REFERENCE_TIME& actual) {
   v4l2_streamparm rate{};
   rate.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
   int error = m_device.Ioctl(VIDIOC_G_PARM, &rate);
   if (error == 0 && (rate.parm.capture.capability & V4L2_CAP_TIMEPERFRAME) != 0) {
-    rate.parm.capture.timeperframe = NearestInterval(wanted);
+    rate.parm.capture.timeperframe = interval;
     error = m_device.Ioctl(VIDIOC_S_PARM, &rate);
   }
   if (error == 0) {
@@ -130,17 +135,7 @@ int V4l2Source::SetRate(const VideoFormat& wanted, REFERENCE_TIME& actual) {
   return error == ENOTTY || error == EINVAL ? 0 : error;
 }
 
-bool V4l2Source::HasPaddedLines() const {
-  return m_format.fourCc == kYuyv && m_layout.bytesperline > kYuyvBytes * m_format.width;
-}
-
-std::size_t V4l2Source::LeastBytes() const {
-  if (m_format.fourCc != kYuyv) {
-    return 1;
-  }
-  const std::size_t line = kYuyvBytes * m_format.width;
-  return std::max<std::size_t>(line, m_layout.bytesperline) * (m_format.height - 1) + line;
-}
+std::size_t V4l2Source::MinBytes() const { return IsCompressed() ? 1 : m_packer.SourceBytes(); }
 
 HRESULT V4l2Source::Start() {
   if (m_format.fourCc == 0) {
@@ -153,15 +148,17 @@ HRESULT V4l2Source::Start() {
     return hr;
   }
   // A format that was refused meanwhile, or another program, may have left the device in another one.
-  if (const HRESULT hr = Apply(m_format); hr != S_OK) {
+  VideoFormat format = m_request;
+  if (const HRESULT hr = Apply(format); hr != S_OK) {
     return hr;
   }
+  m_format = format;
   m_wakeUp.Clear();
   m_isLost = false;
   m_failures = 0;
   m_numbers.Reset();
-  m_packed.resize(HasPaddedLines() ? kYuyvBytes * m_format.width * m_format.height : 0);
-  if (const int error = m_buffers.Allocate(kBuffers, LeastBytes()); error != 0) {
+  m_packer = IsCompressed() ? Yuy2Packer() : Yuy2Packer(m_layout);
+  if (const int error = m_buffers.Allocate(kBuffers, MinBytes()); error != 0) {
     return ResultOf(error);
   }
   int type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
@@ -239,7 +236,7 @@ bool V4l2Source::IsWhole(const v4l2_buffer& buffer) {
     ++Counters().damaged;
     return false;
   }
-  if (buffer.bytesused < LeastBytes() || buffer.bytesused > m_buffers.Size(buffer.index)) {
+  if (buffer.bytesused < MinBytes() || buffer.bytesused > m_buffers.Size(buffer.index)) {
     ++Counters().tooShort;
     return false;
   }
@@ -258,17 +255,10 @@ void V4l2Source::Present(const v4l2_buffer& buffer, CapturedFrame& frame) {
   frame.data = m_buffers.Data(buffer.index);
   frame.size = buffer.bytesused;
   frame.time = std::chrono::duration<double>(std::chrono::steady_clock::now() - m_start).count();
-  if (m_format.fourCc != kYuyv) {
-    return;
-  }
-  const std::size_t line = kYuyvBytes * m_format.width;
-  // Some drivers round up what they say that they used.
-  frame.size = line * m_format.height;
-  if (HasPaddedLines()) {
-    for (std::size_t y = 0; y < m_format.height; ++y) {
-      std::memcpy(m_packed.data() + y * line, frame.data + y * m_layout.bytesperline, line);
-    }
-    frame.data = m_packed.data();
+  if (!IsCompressed()) {
+    frame.data = m_packer.Pack(frame.data);
+    // Some drivers round up the bytes used.
+    frame.size = m_packer.PackedBytes();
   }
 }
 

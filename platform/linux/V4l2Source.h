@@ -9,6 +9,7 @@
 #include "MappedBuffers.h"
 #include "V4l2Formats.h"
 #include "WakeUp.h"
+#include "Yuy2Packer.h"
 
 class V4l2Source : public CaptureSource {
  public:
@@ -26,14 +27,16 @@ class V4l2Source : public CaptureSource {
  private:
   HRESULT EnsureOpen();
   HRESULT EnsureListed();
-  // Sets size, layout and rate; the rate that the device takes goes into the format.
+  // Sets size, pixel format and rate; the rate that the device takes goes into the format.
   HRESULT Apply(VideoFormat& format);
-  int SetSizeAndLayout(const VideoFormat& wanted);
-  int SetRate(const VideoFormat& wanted, REFERENCE_TIME& actual);
-  v4l2_fract NearestInterval(const VideoFormat& wanted) const;
-  // Bytes of a whole picture in the driver's buffer; 1 where the picture's size varies.
-  std::size_t LeastBytes() const;
-  bool HasPaddedLines() const;
+  int SetSizeAndPixelFormat(const V4l2Format& choice);
+  int SetRate(const v4l2_fract& interval, REFERENCE_TIME& actual);
+  // The offer of that size and layout whose interval is nearest; for sizes that are not offered, the layout
+  // as it is.
+  V4l2Format ChooseOffer(const VideoFormat& wanted) const;
+  bool IsCompressed() const { return m_format.fourCc == kMjpg; }
+  // Bytes of a whole picture in the driver's buffer; 1 for compressed pictures, whose size varies.
+  std::size_t MinBytes() const;
 
   // What is known after taking a buffer: a frame, the end, or nothing yet.
   std::optional<Arrival> TakeFrame(bool isAlarmed, CapturedFrame& frame);
@@ -45,11 +48,12 @@ class V4l2Source : public CaptureSource {
   V4l2Device m_device;
   std::vector<V4l2Format> m_offered;
   bool m_isListed = false;
-  VideoFormat m_format;  // fourCc 0: none set
+  VideoFormat m_request;  // as it was asked for
+  VideoFormat m_format;   // as the device delivers it; fourCc 0: none set
   v4l2_pix_format m_layout{};
+  Yuy2Packer m_packer;  // for uncompressed pictures, while streaming
   MappedBuffers m_buffers;
   WakeUp m_wakeUp;
-  std::vector<std::uint8_t> m_packed;  // a picture without the padding of its lines
   std::chrono::steady_clock::time_point m_start;
   FrameNumbers m_numbers;
   unsigned m_failures = 0;  // buffers that could not be taken, one after the other

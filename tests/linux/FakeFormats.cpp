@@ -25,7 +25,41 @@ bool Holds(const SizeOffer& offer, std::uint32_t width, std::uint32_t height) {
 
 }  // namespace
 
-bool IsCompressed(std::uint32_t pixelFormat) { return pixelFormat == V4L2_PIX_FMT_MJPEG; }
+bool IsCompressed(std::uint32_t pixelFormat) {
+  return pixelFormat == V4L2_PIX_FMT_MJPEG || pixelFormat == V4L2_PIX_FMT_H264;
+}
+
+std::uint32_t LineBytes(std::uint32_t pixelFormat, std::uint32_t width) {
+  switch (pixelFormat) {
+    case V4L2_PIX_FMT_GREY:
+    case V4L2_PIX_FMT_NV12:
+    case V4L2_PIX_FMT_NV21:
+    case V4L2_PIX_FMT_NV16:
+    case V4L2_PIX_FMT_NV61:
+    case V4L2_PIX_FMT_YUV420:
+    case V4L2_PIX_FMT_YVU420:
+    case V4L2_PIX_FMT_YUV422P:
+      return width;
+    default:
+      return 2 * width;
+  }
+}
+
+std::uint32_t PictureBytes(std::uint32_t pixelFormat, std::uint32_t bytesPerLine, std::uint32_t height) {
+  switch (pixelFormat) {
+    case V4L2_PIX_FMT_NV12:
+    case V4L2_PIX_FMT_NV21:
+    case V4L2_PIX_FMT_YUV420:
+    case V4L2_PIX_FMT_YVU420:
+      return bytesPerLine * (height + (height + 1) / 2);
+    case V4L2_PIX_FMT_NV16:
+    case V4L2_PIX_FMT_NV61:
+    case V4L2_PIX_FMT_YUV422P:
+      return bytesPerLine * height * 2;
+    default:
+      return bytesPerLine * height;
+  }
+}
 
 SizeOffer Discrete(std::uint32_t width, std::uint32_t height, std::initializer_list<std::uint32_t> rates) {
   SizeOffer offer;

@@ -31,6 +31,10 @@ SizeOffer Discrete(std::uint32_t width, std::uint32_t height, std::initializer_l
 std::vector<FormatOffer> WebcamFormats();
 
 bool IsCompressed(std::uint32_t pixelFormat);
+// Bytes of a line of luma or of packed samples without padding, and of a picture with lines of that many
+// bytes.
+std::uint32_t LineBytes(std::uint32_t pixelFormat, std::uint32_t width);
+std::uint32_t PictureBytes(std::uint32_t pixelFormat, std::uint32_t bytesPerLine, std::uint32_t height);
 // Null when it is not offered.
 const SizeOffer* FindSize(const std::vector<FormatOffer>& formats, const v4l2_pix_format& format);
 // The offer's interval that is nearest to the one asked for.

@@ -215,7 +215,7 @@ v4l2_fract FakeVideoDevice::Interval() const {
 
 std::size_t FakeVideoDevice::PictureSize() const {
   const std::lock_guard lock(m_mutex);
-  return std::size_t{m_format.bytesperline} * m_format.height;
+  return m_format.sizeimage;
 }
 
 void FakeVideoDevice::QueryCapabilities(v4l2_capability& capability) const {
@@ -233,10 +233,10 @@ void FakeVideoDevice::QueryCapabilities(v4l2_capability& capability) const {
 
 void FakeVideoDevice::Complete(v4l2_pix_format& format) const {
   const bool isCompressed = IsCompressed(format.pixelformat);
-  const std::uint32_t line = format.width * 2;
+  const std::uint32_t line = LineBytes(format.pixelformat, format.width) + m_settings.linePadding;
   format.field = V4L2_FIELD_NONE;
-  format.bytesperline = isCompressed ? 0 : line + m_settings.linePadding;
-  format.sizeimage = (line + m_settings.linePadding) * format.height;
+  format.bytesperline = isCompressed ? 0 : line;
+  format.sizeimage = PictureBytes(format.pixelformat, line, format.height);
   format.colorspace = V4L2_COLORSPACE_SRGB;
 }
 

@@ -73,6 +73,12 @@ TEST_F(SetFormat, RefusesWhatTheDeviceReplacesByAnotherSizeOrLayout) {
   EXPECT_EQ(Change(MEDIASUBTYPE_ARGB32, 64, 48, 333333), kInvalidMediaType);
 }
 
+TEST_F(SetFormat, RefusesTheSubtypesOfFormatsThatAreOfferedAsYuy2) {
+  AddCamera({{V4L2_PIX_FMT_NV12, {Discrete(64, 48, {30})}}});
+  EXPECT_EQ(SetWhole(MEDIASUBTYPE_NV12, 64, 48, 333333), kInvalidMediaType);
+  EXPECT_EQ(SetWhole(MEDIASUBTYPE_YUY2, 64, 48, 333333), S_OK);
+}
+
 TEST_F(SetFormat, RefusesAnOfferThatTheDriverDoesNotKeep) {
   FakeVideoDevice& device = AddCamera();
   device.SetSettings([](VideoDeviceSettings& settings) {

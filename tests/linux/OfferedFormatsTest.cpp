@@ -8,6 +8,7 @@ using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
 constexpr std::uint32_t kYuyv = V4L2_PIX_FMT_YUYV;
+constexpr std::uint32_t kMjpeg = V4L2_PIX_FMT_MJPEG;
 
 using OfferedFormats = FormatTest;
 
@@ -59,13 +60,48 @@ TEST_F(OfferedFormats, OfCompressedPicturesAreDescribedInFull) {
   EXPECT_EQ(Video(types.front()).bmiHeader.biCompression, MEDIASUBTYPE_MJPG.Data1);
 }
 
-TEST_F(OfferedFormats, OfOtherLayoutsAreNamedByTheirCode) {
-  AddCamera({{V4L2_PIX_FMT_NV12, {Discrete(64, 48, {30})}}, {V4L2_PIX_FMT_H264, {Discrete(64, 48, {30})}}});
-  std::vector<MediaType> types;
-  ASSERT_EQ(ListMediaTypes(*pin.Get(), types), S_OK);
-  ASSERT_THAT(types, SizeIs(2));
-  EXPECT_TRUE(types[0]->subtype == MEDIASUBTYPE_NV12);
-  EXPECT_TRUE(types[1]->subtype == FourCcSubtype(0x34363248));
+TEST_F(OfferedFormats, OfRawVideoAreOfferedAsYuy2) {
+  for (const std::uint32_t pixelFormat :
+       {V4L2_PIX_FMT_NV12, V4L2_PIX_FMT_NV21, V4L2_PIX_FMT_NV16, V4L2_PIX_FMT_NV61, V4L2_PIX_FMT_YUV420,
+        V4L2_PIX_FMT_YVU420, V4L2_PIX_FMT_YUV422P, V4L2_PIX_FMT_UYVY, V4L2_PIX_FMT_YVYU, V4L2_PIX_FMT_VYUY}) {
+    AddCamera({{pixelFormat, {Discrete(64, 48, {30})}}, {kMjpeg, {Discrete(64, 48, {30})}}});
+    EXPECT_THAT(Offered(), ElementsAre("YUY2 64x48 333333", "MJPG 64x48 333333")) << pixelFormat;
+    UnplugLaptopCamera();
+  }
+}
+
+TEST_F(OfferedFormats, ExcludeWhatIsNotDelivered) {
+  AddCamera({{V4L2_PIX_FMT_H264, {Discrete(1920, 1080, {60})}},
+             {V4L2_PIX_FMT_GREY, {Discrete(640, 360, {60})}},
+             {V4L2_PIX_FMT_Y16, {Discrete(640, 480, {60})}},
+             {V4L2_PIX_FMT_Z16, {Discrete(640, 480, {60})}},
+             {V4L2_PIX_FMT_RGB24, {Discrete(640, 480, {60})}},
+             {kYuyv, {Discrete(320, 240, {30})}}});
+  EXPECT_THAT(Offered(), ElementsAre("YUY2 320x240 333333"));
+}
+
+TEST_F(OfferedFormats, ExcludeOddWidthsThatCannotBePacked) {
+  AddCamera({{V4L2_PIX_FMT_NV12, {Discrete(63, 48, {30}), Discrete(64, 47, {30})}},
+             {kYuyv, {Discrete(65, 48, {30})}}});
+  EXPECT_THAT(Offered(), ElementsAre("YUY2 64x47 333333", "YUY2 65x48 333333"));
+}
+
+TEST_F(OfferedFormats, ListASizeAndRateOnceAndPreferTheNativeFormat) {
+  FakeVideoDevice& device =
+      AddCamera({{V4L2_PIX_FMT_UYVY, {Discrete(64, 48, {60, 30}), Discrete(32, 24, {30})}},
+                 {V4L2_PIX_FMT_NV12, {Discrete(64, 48, {60, 30}), Discrete(128, 96, {30})}},
+                 {kYuyv, {Discrete(64, 48, {30, 15})}}});
+  EXPECT_THAT(Offered(), ElementsAre("YUY2 64x48 166666", "YUY2 64x48 333333", "YUY2 32x24 333333",
+                                     "YUY2 128x96 333333", "YUY2 64x48 666666"));
+  const auto chosenFor = [&](LONG width, LONG height, LONGLONG interval) {
+    EXPECT_EQ(SetWhole(MEDIASUBTYPE_YUY2, width, height, interval), S_OK);
+    return device.Format().pixelformat;
+  };
+  EXPECT_EQ(chosenFor(64, 48, 333333), kYuyv) << "both exist at this size and rate";
+  EXPECT_EQ(chosenFor(64, 48, 666666), kYuyv);
+  EXPECT_EQ(chosenFor(64, 48, 166666), V4L2_PIX_FMT_UYVY) << "the first in the device's order";
+  EXPECT_EQ(chosenFor(32, 24, 333333), V4L2_PIX_FMT_UYVY);
+  EXPECT_EQ(chosenFor(128, 96, 333333), V4L2_PIX_FMT_NV12);
 }
 
 TEST_F(OfferedFormats, HaveIntervalsRoundedDown) {
