@@ -9,19 +9,7 @@ namespace {
 
 // Cameras that put some bytes too many between markers are common, and their pictures are whole. Where it is
 // more, the decoder has lost its place: what it skips is the picture.
-constexpr int kMostStrayBytes = 16;
-
-bool IsHarmless(const jpeg_error_mgr& error) {
-  switch (error.msg_code) {
-    case JWRN_EXTRANEOUS_DATA:
-      return error.msg_parm.i[0] <= kMostStrayBytes;
-    case JWRN_ADOBE_XFORM:
-    case JWRN_JFIF_MAJOR:
-      return true;
-    default:
-      return false;
-  }
-}
+constexpr int kMaxStrayBytes = 16;
 
 // A row of MCUs at most: what can be had at one call.
 constexpr JDIMENSION kMostLines = 2 * DCTSIZE;
@@ -41,7 +29,22 @@ void JpegReader::Escape(j_common_ptr info) { std::longjmp(reinterpret_cast<Error
 
 void JpegReader::NoteWarning(j_common_ptr info, int level) {
   auto* const errors = reinterpret_cast<Errors*>(info->err);
-  errors->isDamaged = errors->isDamaged || (level < 0 && !IsHarmless(errors->base));
+  if (level >= 0) {
+    return;
+  }
+  switch (errors->base.msg_code) {
+    case JWRN_JPEG_EOF:
+      errors->hasReachedEnd = true;
+      break;
+    case JWRN_EXTRANEOUS_DATA:
+      errors->strayBytes = std::max(errors->strayBytes, errors->base.msg_parm.i[0]);
+      break;
+    case JWRN_ADOBE_XFORM:
+    case JWRN_JFIF_MAJOR:
+      break;
+    default:
+      errors->isDamaged = true;
+  }
 }
 
 void JpegReader::SaySilence(j_common_ptr /*info*/) {}
@@ -64,6 +67,8 @@ JpegReader::~JpegReader() { jpeg_destroy_decompress(&m_jpeg); }
 
 bool JpegReader::Read(const std::uint8_t* data, std::size_t size, const Target& target) {
   m_errors.isDamaged = false;
+  m_errors.hasReachedEnd = false;
+  m_errors.strayBytes = 0;
   if (setjmp(m_errors.escape) != 0) {
     jpeg_abort_decompress(&m_jpeg);
     return false;
@@ -72,14 +77,31 @@ bool JpegReader::Read(const std::uint8_t* data, std::size_t size, const Target& 
   jpeg_destroy_decompress(&m_jpeg);
   jpeg_create_decompress(&m_jpeg);
   ReadPicture(data, size, target);
+  const bool isComplete = IsComplete(data, size);
   jpeg_abort_decompress(&m_jpeg);
-  return !m_errors.isDamaged;
+  return isComplete;
 }
 // NOLINTEND(cert-err52-cpp,modernize-avoid-setjmp-longjmp)
+
+bool JpegReader::IsComplete(const std::uint8_t* data, std::size_t size) const {
+  if (m_errors.isDamaged || (m_errors.hasReachedEnd && !m_mayLackEoi)) {
+    return false;
+  }
+  if (m_errors.strayBytes <= kMaxStrayBytes) {
+    return true;
+  }
+  // Zeros that fill up a transfer are no lost part of the picture.
+  const auto stray = static_cast<std::size_t>(m_errors.strayBytes);
+  return m_errors.hasReachedEnd && stray <= size &&
+         std::all_of(data + (size - stray), data + size, [](std::uint8_t byte) { return byte == 0; });
+}
 
 void JpegReader::ReadPicture(const std::uint8_t* data, std::size_t size, const Target& target) {
   jpeg_mem_src(&m_jpeg, data, size);
   jpeg_read_header(&m_jpeg, TRUE);
+  // In a single scan of Huffman codes the decoder notices a block that is missing. Later scans could be
+  // missing unnoticed, and an arithmetic decoder reads zeros for what is not there.
+  m_mayLackEoi = jpeg_has_multiple_scans(&m_jpeg) == FALSE && m_jpeg.arith_code == FALSE;
   if (m_jpeg.image_width != static_cast<JDIMENSION>(m_format.width) ||
       m_jpeg.image_height != static_cast<JDIMENSION>(m_format.height)) {
     m_errors.isDamaged = true;

@@ -31,7 +31,8 @@ class JpegReader {
     std::size_t stride;
   };
   // False for a picture of another size, and for data that is cut off or corrupt; the target may be half
-  // written then. Pictures without Huffman tables, as many cameras send them, have the standard ones.
+  // written then. Accepts what cameras leave out: Huffman tables, which are then the standard ones, and the
+  // EOI marker (ITU-T T.81, B.1.1.3), if every row is there.
   bool Read(const std::uint8_t* data, std::size_t size, const Target& target);
 
  private:
@@ -39,10 +40,13 @@ class JpegReader {
     jpeg_error_mgr base;  // first: the library knows the rest by its address
     std::jmp_buf escape;
     bool isDamaged;
+    bool hasReachedEnd;  // of the data, before an EOI marker
+    int strayBytes;      // the most between two markers
   };
   static void Escape(j_common_ptr info);
   static void NoteWarning(j_common_ptr info, int level);
   static void SaySilence(j_common_ptr info);
+  bool IsComplete(const std::uint8_t* data, std::size_t size) const;
   void ReadPicture(const std::uint8_t* data, std::size_t size, const Target& target);
   void ReadBgra(const Target& target);
   void ReadPlanes(const Target& target);
@@ -53,4 +57,5 @@ class JpegReader {
   JpegStrip m_strip;
   Errors m_errors{};
   jpeg_decompress_struct m_jpeg{};
+  bool m_mayLackEoi = false;  // the picture being read
 };

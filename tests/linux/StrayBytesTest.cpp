@@ -13,7 +13,7 @@ constexpr int kHeight = 48;
 constexpr std::uint8_t kMarker = 0xFF;
 constexpr std::uint8_t kFirstRestart = 0xD0;
 // Between markers, that are harmless.
-constexpr std::size_t kMostStrayBytes = 16;
+constexpr std::size_t kMaxStrayBytes = 16;
 
 class StrayBytes : public GraphTest {
  protected:
@@ -76,18 +76,71 @@ TEST_F(StrayBytes, BeforeAMarkerOfTheHeaderAreHarmlessWhenTheyAreFew) {
   const Jpeg whole = NoiseJpeg(kWidth, kHeight);
   constexpr std::size_t kAfterStart = 2;
   EXPECT_TRUE(Arrives(WithStrayBytes(whole, kAfterStart, 1)));
-  EXPECT_TRUE(Arrives(WithStrayBytes(whole, kAfterStart, kMostStrayBytes)));
-  EXPECT_FALSE(Arrives(WithStrayBytes(whole, kAfterStart, kMostStrayBytes + 1)));
+  EXPECT_TRUE(Arrives(WithStrayBytes(whole, kAfterStart, kMaxStrayBytes)));
+  EXPECT_FALSE(Arrives(WithStrayBytes(whole, kAfterStart, kMaxStrayBytes + 1)));
 }
 
 TEST_F(StrayBytes, BeforeTheEndMarkerAreHarmlessWhenTheyAreFew) {
   const Jpeg whole = NoiseJpeg(kWidth, kHeight);
   const std::size_t end = whole.size() - 2;
   EXPECT_TRUE(Arrives(WithStrayBytes(whole, end, 1)));
-  EXPECT_TRUE(Arrives(WithStrayBytes(whole, end, kMostStrayBytes)));
+  EXPECT_TRUE(Arrives(WithStrayBytes(whole, end, kMaxStrayBytes)));
   // The decoder takes some of them for the last block's before it counts.
-  EXPECT_FALSE(Arrives(WithStrayBytes(whole, end, kMostStrayBytes * 2)));
+  EXPECT_FALSE(Arrives(WithStrayBytes(whole, end, kMaxStrayBytes * 2)));
 }
+
+// --- Without an EOI marker ---
+
+class MissingEoi : public StrayBytes {
+ protected:
+  static Jpeg WithoutEoi(const Jpeg& jpeg) { return Without(jpeg, jpeg.size() - 2, jpeg.size()); }
+};
+
+TEST_F(MissingEoi, IsHarmlessWhenEveryRowIsThere) {
+  EXPECT_TRUE(Arrives(WithoutEoi(NoiseJpeg(kWidth, kHeight))));
+  EXPECT_TRUE(Arrives(WithoutEoi(TestJpeg(kWidth, kHeight))));
+  EXPECT_TRUE(Arrives(WithoutEoi(RestartJpeg(kWidth, kHeight))));
+  EXPECT_TRUE(Arrives(WithoutEoi(WithoutHuffmanTables(NoiseJpeg(kWidth, kHeight)))));
+}
+
+TEST_F(MissingEoi, IsHarmlessWithHalfTheMarker) {
+  Jpeg half = NoiseJpeg(kWidth, kHeight);
+  half.pop_back();
+  EXPECT_TRUE(Arrives(half));
+}
+
+TEST_F(MissingEoi, IsHarmlessWhenZerosFillUpTheTransfer) {
+  Jpeg padded = WithoutEoi(NoiseJpeg(kWidth, kHeight));
+  padded.resize(padded.size() + 1000);
+  EXPECT_TRUE(Arrives(padded));
+  padded.back() = 1;
+  EXPECT_FALSE(Arrives(padded)) << "as much as this could be a lost part of the picture";
+}
+
+TEST_F(MissingEoi, OfAPictureThatLacksDataMakesItDamaged) {
+  const Jpeg whole = NoiseJpeg(kWidth, kHeight);
+  std::vector<Jpeg> cut;
+  for (std::size_t lost = 3; lost + ScanStart(whole) < whole.size(); lost += 41) {
+    cut.push_back(Without(whole, whole.size() - lost, whole.size()));
+  }
+  ASSERT_GT(cut.size(), 20U);
+  EXPECT_EQ(Arriving(cut), 0U);
+}
+
+TEST_F(MissingEoi, OfAPictureInSeveralScansMakesItDamaged) {
+  // Any of the later scans could be missing.
+  Coding progressive;
+  progressive.isProgressive = true;
+  Coding inScans;
+  inScans.isInScans = true;
+  for (const Coding& coding : {progressive, inScans}) {
+    const Jpeg whole = WavesJpeg(kWidth, kHeight, coding);
+    EXPECT_TRUE(Arrives(whole));
+    EXPECT_FALSE(Arrives(WithoutEoi(whole)));
+  }
+}
+
+// --- Damage ---
 
 TEST_F(StrayBytes, ThatAreMuchOfThePictureMakeItDamaged) {
   const Jpeg whole = NoiseJpeg(kWidth, kHeight);
