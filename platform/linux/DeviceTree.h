@@ -24,9 +24,11 @@ struct CaptureDevice {
 };
 
 struct UsbDevice {
-  std::string id;            // instance id: USB\VID_04F2&PID_B6BE\...; names the device for good
-  bool isRemovable = true;   // false for one that is fixed inside the PC
-  std::string firstChildId;  // instance id of its lowest interface; empty: it has none
+  std::string id;           // instance id: USB\VID_04F2&PID_B6BE\...; names the device for good
+  bool isRemovable = true;  // false for one that is fixed inside the PC
+  // Instance id of its lowest interface with a capture device; of its lowest interface if it has no capture
+  // device; empty if it has no interface.
+  std::string firstChildId;
 };
 
 class DeviceTree {

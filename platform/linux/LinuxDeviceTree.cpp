@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <set>
 #include <utility>
 
 #include "Sysfs.h"
@@ -68,6 +69,35 @@ std::optional<CaptureDevice> Describe(const fs::path& entry, const std::string& 
   return device;
 }
 
+// A video node of the machine, and whether it is a capture device.
+struct VideoNode {
+  fs::path entry;  // in sysfs
+  std::string path;
+  VideoNodeLook look;
+};
+
+std::vector<VideoNode> ListVideoNodes(const fs::path& sysfsRoot) {
+  std::vector<VideoNode> nodes;
+  for (const fs::path& entry : SysfsEntries(sysfsRoot / "class" / "video4linux")) {
+    if (IsVideoNode(entry)) {
+      const std::string path = (CurrentSystem().DevRoot() / entry.filename()).string();
+      nodes.push_back({entry, path, LookAtVideoNode(path, entry)});
+    }
+  }
+  return nodes;
+}
+
+// The folders of the USB interfaces, and of other devices, that have a capture device.
+std::set<fs::path> FoldersOfCameras(const std::vector<VideoNode>& nodes) {
+  std::set<fs::path> folders;
+  for (const VideoNode& node : nodes) {
+    if (node.look.IsCapture()) {
+      folders.insert(SysfsPlaceOf(node.entry / "device"));
+    }
+  }
+  return folders;
+}
+
 bool IsFirstFunction(const UsbDevice& usbDevice, const CaptureDevice& camera) {
   return !usbDevice.firstChildId.empty() &&
          camera.displayName.find(DisplayForm(usbDevice.firstChildId)) != std::string::npos;
@@ -100,7 +130,7 @@ void ChooseOne(const std::vector<UsbDevice>& usbDevices, std::vector<CaptureDevi
     if (camera.whyNotBuiltIn.empty()) {
       camera.whyNotBuiltIn = isOfChosen  ? "it is another node of the camera that is taken"
                              : isOfFixed ? "another built-in camera comes first"
-                                         : "it is not the first function of its USB device";
+                                         : "it is not the first camera of its USB device";
     }
   }
 }
@@ -109,48 +139,46 @@ void ChooseOne(const std::vector<UsbDevice>& usbDevices, std::vector<CaptureDevi
 
 std::vector<CaptureDevice> LinuxDeviceTree::CaptureDevices() {
   const fs::path sysfsRoot = CurrentSystem().SysfsRoot();
+  const std::vector<VideoNode> nodes = ListVideoNodes(sysfsRoot);
   std::vector<CaptureDevice> cameras;
-  for (const fs::path& entry : SysfsEntries(sysfsRoot / "class" / "video4linux")) {
-    const std::string path = (CurrentSystem().DevRoot() / entry.filename()).string();
-    if (!IsVideoNode(entry) || !LookAtVideoNode(path, entry).IsCapture()) {
+  for (const VideoNode& node : nodes) {
+    if (!node.look.IsCapture()) {
       continue;
     }
-    if (auto camera = Describe(entry, path, sysfsRoot)) {
+    if (auto camera = Describe(node.entry, node.path, sysfsRoot)) {
       cameras.push_back(std::move(*camera));
     }
   }
   std::sort(cameras.begin(), cameras.end(),
             [](const auto& a, const auto& b) { return a.displayName < b.displayName; });
-  ChooseOne(UsbDevices(), cameras);
+  ChooseOne(SysfsUsb(sysfsRoot).Devices(FoldersOfCameras(nodes)), cameras);
   return cameras;
 }
 
 std::vector<UsbDevice> LinuxDeviceTree::UsbDevices() {
-  return SysfsUsb(CurrentSystem().SysfsRoot()).Devices();
+  const fs::path sysfsRoot = CurrentSystem().SysfsRoot();
+  return SysfsUsb(sysfsRoot).Devices(FoldersOfCameras(ListVideoNodes(sysfsRoot)));
 }
 
 std::vector<UsbDetails> LinuxDeviceTree::DescribeUsbDevices() {
-  return ::DescribeUsbDevices(CurrentSystem().SysfsRoot());
+  const fs::path sysfsRoot = CurrentSystem().SysfsRoot();
+  return ::DescribeUsbDevices(sysfsRoot, FoldersOfCameras(ListVideoNodes(sysfsRoot)));
 }
 
 std::vector<VideoNodeDetails> LinuxDeviceTree::DescribeVideoNodes() {
   const fs::path sysfsRoot = CurrentSystem().SysfsRoot();
   const SysfsUsb usb(sysfsRoot);
-  std::vector<VideoNodeDetails> nodes;
-  for (const fs::path& entry : SysfsEntries(sysfsRoot / "class" / "video4linux")) {
-    if (!IsVideoNode(entry)) {
-      continue;
+  std::vector<VideoNodeDetails> described;
+  for (const VideoNode& node : ListVideoNodes(sysfsRoot)) {
+    VideoNodeDetails details;
+    details.node = node.path;
+    details.name = ReadSysfsLine(node.entry / "name");
+    details.whyNotCapture = node.look.whyNotCapture;
+    details.openError = node.look.openError;
+    if (const fs::path parent = SysfsPlaceOf(node.entry / "device"); !usb.InterfaceId(parent).empty()) {
+      details.usbPlace = parent.parent_path().filename().string();
     }
-    VideoNodeDetails node;
-    node.node = (CurrentSystem().DevRoot() / entry.filename()).string();
-    node.name = ReadSysfsLine(entry / "name");
-    const VideoNodeLook look = LookAtVideoNode(node.node, entry);
-    node.whyNotCapture = look.whyNotCapture;
-    node.openError = look.openError;
-    if (const fs::path parent = SysfsPlaceOf(entry / "device"); !usb.InterfaceId(parent).empty()) {
-      node.usbPlace = parent.parent_path().filename().string();
-    }
-    nodes.push_back(std::move(node));
+    described.push_back(std::move(details));
   }
-  return nodes;
+  return described;
 }

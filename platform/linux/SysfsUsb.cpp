@@ -79,18 +79,20 @@ std::string SysfsUsb::InterfaceId(const fs::path& interface) const {
   return number.empty() ? std::string() : MakeId(ModelOf(device), "&MI_" + number, PlaceOf(device));
 }
 
-std::string SysfsUsb::FirstInterfaceId(const fs::path& device) const {
-  std::string first;
-  std::string firstNumber;
+std::string SysfsUsb::FirstChildId(const fs::path& device, const std::set<fs::path>& cameras) const {
+  // Interface numbers are two hexadecimal digits.
+  std::map<std::string, fs::path> interfaces;
+  std::map<std::string, fs::path> videoInterfaces;
   for (const fs::path& entry : SysfsEntries(device)) {
-    const std::string number = IsInterface(entry) ? ReadSysfsLine(entry / "bInterfaceNumber") : std::string();
-    // Two hexadecimal digits.
-    if (!number.empty() && (firstNumber.empty() || number < firstNumber)) {
-      firstNumber = number;
-      first = InterfaceId(entry);
+    if (!IsInterface(entry)) {
+      continue;
+    }
+    if (const std::string number = ReadSysfsLine(entry / "bInterfaceNumber"); !number.empty()) {
+      (cameras.contains(entry) ? videoInterfaces : interfaces).emplace(number, entry);
     }
   }
-  return first;
+  const auto& candidates = videoInterfaces.empty() ? interfaces : videoInterfaces;
+  return candidates.empty() ? std::string() : InterfaceId(candidates.begin()->second);
 }
 
 Attachment SysfsUsb::AttachmentOf(const fs::path& device) const {
@@ -123,13 +125,13 @@ std::vector<fs::path> SysfsUsb::Folders() const {
   return folders;
 }
 
-std::vector<UsbDevice> SysfsUsb::Devices() const {
+std::vector<UsbDevice> SysfsUsb::Devices(const std::set<fs::path>& cameras) const {
   std::vector<UsbDevice> devices;
   for (const fs::path& folder : Folders()) {
     UsbDevice device;
     device.id = DeviceId(folder);
     device.isRemovable = AttachmentOf(folder) != Attachment::kFixed;
-    device.firstChildId = FirstInterfaceId(folder);
+    device.firstChildId = FirstChildId(folder, cameras);
     if (!device.id.empty()) {
       devices.push_back(std::move(device));
     }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -22,8 +23,9 @@ class SysfsUsb {
   explicit SysfsUsb(std::filesystem::path sysfsRoot) : m_root(std::move(sysfsRoot)) {}
 
   // Every device but the root hubs, in the order of their places. Devices that go while they are read are
-  // left out.
-  std::vector<UsbDevice> Devices() const;
+  // left out. cameras are the folders of the interfaces that deliver video, which come first among a device's
+  // children.
+  std::vector<UsbDevice> Devices(const std::set<std::filesystem::path>& cameras) const;
   // Their folders, in the same order.
   std::vector<std::filesystem::path> Folders() const;
 
@@ -34,7 +36,9 @@ class SysfsUsb {
   // to boot. Empty for what is no USB device or interface.
   std::string DeviceId(const std::filesystem::path& device) const;
   std::string InterfaceId(const std::filesystem::path& interface) const;
-  std::string FirstInterfaceId(const std::filesystem::path& device) const;
+  // Of the lowest interface among the cameras; of the lowest interface if none is a camera.
+  std::string FirstChildId(const std::filesystem::path& device,
+                           const std::set<std::filesystem::path>& cameras) const;
 
  private:
   std::filesystem::path m_root;

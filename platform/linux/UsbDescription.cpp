@@ -67,7 +67,7 @@ void FindSource(const fs::path& device, Attachment attachment, UsbDetails& detai
   }
 }
 
-UsbDetails Describe(const SysfsUsb& usb, const fs::path& device) {
+UsbDetails Describe(const SysfsUsb& usb, const fs::path& device, const std::set<fs::path>& cameras) {
   constexpr const char* kHubClass = "09";
   UsbDetails details;
   details.place = device.filename().string();
@@ -76,7 +76,7 @@ UsbDetails Describe(const SysfsUsb& usb, const fs::path& device) {
   details.isHub = ReadSysfsLine(device / "bDeviceClass") == kHubClass;
   details.hasVideo = HasVideo(device);
   details.id = usb.DeviceId(device);
-  details.firstChildId = usb.FirstInterfaceId(device);
+  details.firstChildId = usb.FirstChildId(device, cameras);
   details.attribute = ReadSysfsLine(device / "removable");
   details.connectType = ReadSysfsLine(device / "port" / "connect_type");
   FindSource(device, usb.AttachmentOf(device), details);
@@ -85,11 +85,11 @@ UsbDetails Describe(const SysfsUsb& usb, const fs::path& device) {
 
 }  // namespace
 
-std::vector<UsbDetails> DescribeUsbDevices(const fs::path& sysfsRoot) {
+std::vector<UsbDetails> DescribeUsbDevices(const fs::path& sysfsRoot, const std::set<fs::path>& cameras) {
   const SysfsUsb usb(sysfsRoot);
   std::vector<UsbDetails> described;
   for (const fs::path& folder : usb.Folders()) {
-    UsbDetails details = Describe(usb, folder);
+    UsbDetails details = Describe(usb, folder, cameras);
     if (!details.id.empty()) {
       described.push_back(std::move(details));
     }

@@ -2,9 +2,11 @@
 #pragma once
 
 #include <filesystem>
+#include <set>
 #include <vector>
 
 #include "DeviceDetails.h"
 
-// Of the devices that SysfsUsb lists, in its order.
-std::vector<UsbDetails> DescribeUsbDevices(const std::filesystem::path& sysfsRoot);
+// Of the devices that SysfsUsb lists for the same cameras, in its order.
+std::vector<UsbDetails> DescribeUsbDevices(const std::filesystem::path& sysfsRoot,
+                                           const std::set<std::filesystem::path>& cameras);

@@ -2,13 +2,46 @@
 
 #include <linux/videodev2.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdint>
+#include <vector>
 
 #include "Sysfs.h"
-#include "V4l2Device.h"
+#include "V4l2Formats.h"
 
 namespace {
+
+// "GREY"; codes of three letters end in a blank, which says nothing.
+std::string FourCcText(std::uint32_t fourCc) {
+  std::string text;
+  for (int shift = 0; shift < 32; shift += 8) {
+    const auto byte = static_cast<unsigned char>(fourCc >> shift);
+    text += std::isgraph(byte) != 0 || byte == ' ' ? static_cast<char>(byte) : '?';
+  }
+  text.erase(text.find_last_not_of(' ') + 1);
+  return text;
+}
+
+// Why none of the device's pixel formats can be used; empty if one can, or if the device fails to list them,
+// which its user then learns.
+std::string WhyNoFormat(const V4l2Device& device) {
+  constexpr std::size_t kMaxNamed = 8;
+  std::vector<std::uint32_t> pixelFormats;
+  if (ListPixelFormats(device, pixelFormats) != 0 ||
+      std::any_of(pixelFormats.begin(), pixelFormats.end(), IsDeliverable)) {
+    return {};
+  }
+  std::string names;
+  for (std::size_t i = 0; i < std::min(pixelFormats.size(), kMaxNamed); ++i) {
+    names += (i == 0 ? "" : ", ") + FourCcText(pixelFormats[i]);
+  }
+  if (pixelFormats.size() > kMaxNamed) {
+    names += ", ...";
+  }
+  return "it delivers no format that the library can use (" + (names.empty() ? "it lists none" : names) + ")";
+}
 
 const char* WhyNotCapture(std::uint32_t capabilities) {
   constexpr std::uint32_t kConverts = V4L2_CAP_VIDEO_M2M | V4L2_CAP_VIDEO_M2M_MPLANE;
@@ -54,7 +87,8 @@ VideoNodeLook LookAtVideoNode(const std::string& node, const std::filesystem::pa
   if (device.Ioctl(VIDIOC_QUERYCAP, &capability) != 0) {
     return {"it does not answer as a video device", 0};
   }
-  return {WhyNotCapture((capability.capabilities & V4L2_CAP_DEVICE_CAPS) != 0 ? capability.device_caps
-                                                                              : capability.capabilities),
-          0};
+  std::string whyNot =
+      WhyNotCapture((capability.capabilities & V4L2_CAP_DEVICE_CAPS) != 0 ? capability.device_caps
+                                                                          : capability.capabilities);
+  return {whyNot.empty() ? WhyNoFormat(device) : std::move(whyNot), 0};
 }

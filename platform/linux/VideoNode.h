@@ -3,11 +3,10 @@
 
 #include <filesystem>
 #include <string>
-#include <string_view>
 
 struct VideoNodeLook {
-  std::string_view whyNotCapture;  // for people; empty: it is a capture device
-  int openError = 0;               // the error number with which it cannot be opened, or 0
+  std::string whyNotCapture;  // human-readable; empty: it is a capture device
+  int openError = 0;          // the error number with which it cannot be opened, or 0
 
   bool IsCapture() const { return whyNotCapture.empty(); }
 };
@@ -15,6 +14,7 @@ struct VideoNodeLook {
 // Whether an entry of the class video4linux is a video node at all: radios and sub-devices stand beside them.
 bool IsVideoNode(const std::filesystem::path& sysfsEntry);
 
-// Opens the node and asks; a camera that streams goes on undisturbed. A node that cannot be opened counts as
-// a capture device where sysfs has it as its camera's first.
+// Opens the node and queries it, which does not disturb a camera that streams. A capture device is one that
+// delivers a format the library can use: infrared cameras and the like are none. A node that cannot be opened
+// counts as a capture device if sysfs has it as its camera's first.
 VideoNodeLook LookAtVideoNode(const std::string& node, const std::filesystem::path& sysfsEntry);

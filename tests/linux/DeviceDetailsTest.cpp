@@ -184,6 +184,30 @@ TEST_F(Details, SayWhyAVideoNodeIsNoCaptureDevice) {
   EXPECT_THAT(CurrentDeviceTree()->CaptureDevices(), SizeIs(1));
 }
 
+TEST_F(Details, NameTheFormatsOfANodeThatDeliversNoneOfUse) {
+  const auto whyNot = [&](const std::vector<std::uint32_t>& pixelFormats) {
+    VideoDeviceSettings settings;
+    settings.formats.clear();
+    for (const std::uint32_t pixelFormat : pixelFormats) {
+      settings.formats.push_back({pixelFormat, {Discrete(640, 360, {15})}});
+    }
+    AddPluggedInCamera("1-5", 0, std::move(settings));
+    const std::vector<VideoNodeDetails> nodes = CurrentDeviceTree()->DescribeVideoNodes();
+    EXPECT_THAT(nodes, SizeIs(1));
+    kernel.Unplug("1-5", {0});
+    return nodes.empty() ? std::string() : nodes.front().whyNotCapture;
+  };
+  EXPECT_EQ(whyNot({V4L2_PIX_FMT_GREY}), "it delivers no format that the library can use (GREY)");
+  EXPECT_EQ(whyNot({V4L2_PIX_FMT_Y16, V4L2_PIX_FMT_H264}),
+            "it delivers no format that the library can use (Y16, H264)");
+  EXPECT_EQ(whyNot({V4L2_PIX_FMT_GREY, V4L2_PIX_FMT_NV12}), "");
+  EXPECT_EQ(whyNot({}), "it delivers no format that the library can use (it lists none)");
+  EXPECT_EQ(whyNot({0x1B5B0A41}), "it delivers no format that the library can use (A?[?)");
+  EXPECT_EQ(whyNot(std::vector<std::uint32_t>(9, V4L2_PIX_FMT_GREY)),
+            "it delivers no format that the library can use (GREY, GREY, GREY, GREY, GREY, GREY, GREY, GREY, "
+            "...)");
+}
+
 TEST_F(Details, SayThatANodeCannotBeOpened) {
   AddLaptopCamera();
   kernel.Fail(kOpenCall, EACCES);

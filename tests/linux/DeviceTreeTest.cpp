@@ -110,11 +110,10 @@ TEST_F(Tree, GivesTheReasonsOfBuiltInCamerasApart) {
   AddLaptopCamera();
   kernel.Tree().AddVideoOfUsb(2, "1-5:1.0", "Second node", 2);
   kernel.AddDevice(2);
-  // As infrared cameras for logging in are.
-  kernel.Tree().AddVideoOfUsb(3, "1-5:1.1", "Infrared", 0);
+  kernel.Tree().AddVideoOfUsb(3, "1-5:1.1", "Second function", 0);
   kernel.AddDevice(3);
   AddCamera({"1-6", "04f2", "b6bf"}, 4);
-  kernel.Tree().AddVideoOfUsb(5, "1-6:1.1", "Other infrared", 0);
+  kernel.Tree().AddVideoOfUsb(5, "1-6:1.1", "Second function", 0);
   kernel.AddDevice(5);
   std::map<std::string, std::string> reasons;
   for (const CaptureDevice& device : CurrentDeviceTree()->CaptureDevices()) {
@@ -122,9 +121,9 @@ TEST_F(Tree, GivesTheReasonsOfBuiltInCamerasApart) {
   }
   EXPECT_THAT(reasons, ElementsAre(Pair("video0", ""),
                                    Pair("video2", "it is another node of the camera that is taken"),
-                                   Pair("video3", "it is not the first function of its USB device"),
+                                   Pair("video3", "it is not the first camera of its USB device"),
                                    Pair("video4", "another built-in camera comes first"),
-                                   Pair("video5", "it is not the first function of its USB device")));
+                                   Pair("video5", "it is not the first camera of its USB device")));
 }
 
 TEST_F(Tree, OfTheHostStandsInThePlaceOfTheMachines) {

@@ -20,8 +20,18 @@ class Selection : public LinuxTest {
   // Puts a camera with one interface's node on a port.
   void AddCamera(const UsbNode& node, int number, int interface = 0) {
     kernel.Tree().AddUsb(node);
-    kernel.Tree().AddVideoOfUsb(number, node.name + ":1." + std::to_string(interface), "Camera", 0);
-    kernel.AddDevice(number);
+    AddFunction(node.name, interface, number);
+  }
+  // One more video function of a USB device, or its first.
+  void AddFunction(const std::string& usbName, int interface, int number, VideoDeviceSettings settings = {}) {
+    kernel.Tree().AddVideoOfUsb(number, usbName + ":1." + std::to_string(interface), "Camera", 0);
+    kernel.AddDevice(number, std::move(settings));
+  }
+  // An infrared camera, as laptops have them for face recognition.
+  static VideoDeviceSettings Infrared() {
+    VideoDeviceSettings settings;
+    settings.formats = {{V4L2_PIX_FMT_GREY, {Discrete(640, 360, {15})}}};
+    return settings;
   }
   // Whether the only USB device can be unplugged.
   static bool IsOnlyOneRemovable() {
@@ -203,6 +213,23 @@ TEST_F(CaptureDevices, AreOpenedSoThatNothingBlocksAndNoChildProcessHasThem) {
   EXPECT_EQ(kernel.OpenFlags() & O_ACCMODE, O_RDWR);
 }
 
+TEST_F(CaptureDevices, WithoutADeliverableFormatAreNotListed) {
+  AddLaptopCamera();
+  for (const std::uint32_t pixelFormat : {V4L2_PIX_FMT_GREY, V4L2_PIX_FMT_Y16, V4L2_PIX_FMT_H264}) {
+    VideoDeviceSettings settings;
+    settings.formats = {{pixelFormat, {Discrete(640, 360, {15})}}};
+    AddPluggedInCamera("1-7", 7, settings);
+    EXPECT_THAT(DisplayNames(), SizeIs(1)) << pixelFormat;
+    kernel.Unplug("1-7", {7});
+  }
+}
+
+TEST_F(CaptureDevices, ThatFailToListTheirFormatsAreListed) {
+  AddLaptopCamera();
+  kernel.Fail(VIDIOC_ENUM_FMT, EIO);
+  EXPECT_THAT(DisplayNames(), SizeIs(1)) << "the failure is reported by the call that needs the formats";
+}
+
 // --- USB devices ---
 
 TEST_F(UsbDevices, AreFixedOnlyIfTheKernelSaysSo) {
@@ -266,6 +293,22 @@ TEST_F(UsbDevices, HaveTheirLowestInterfaceAsFirstChild) {
   kernel.Tree().AddUsb({"1-5", "04f2", "b6be", "fixed", {10, 3, 2}});
   ASSERT_THAT(UsbDevicesSeen(), SizeIs(1));
   EXPECT_THAT(UsbDevicesSeen().front().childId, StartsWith("USB\\VID_04F2&PID_B6BE&MI_02\\"));
+}
+
+TEST_F(UsbDevices, HaveTheirLowestCameraAsFirstChild) {
+  kernel.Tree().AddUsb({"1-5", "04f2", "b6be", "fixed", {0, 1, 2, 3, 4, 10}});
+  AddFunction("1-5", 10, 3);
+  AddFunction("1-5", 4, 2);
+  AddFunction("1-5", 2, 1, Infrared());
+  ASSERT_THAT(UsbDevicesSeen(), SizeIs(1));
+  EXPECT_THAT(UsbDevicesSeen().front().childId, StartsWith("USB\\VID_04F2&PID_B6BE&MI_04\\"));
+}
+
+TEST_F(UsbDevices, WithAnInfraredCameraAloneHaveTheirLowestInterfaceAsFirstChild) {
+  kernel.Tree().AddUsb({"1-5", "04f2", "b6be", "fixed", {0, 2}});
+  AddFunction("1-5", 2, 0, Infrared());
+  ASSERT_THAT(UsbDevicesSeen(), SizeIs(1));
+  EXPECT_THAT(UsbDevicesSeen().front().childId, StartsWith("USB\\VID_04F2&PID_B6BE&MI_00\\"));
 }
 
 TEST_F(UsbDevices, WriteInterfaceNumbersInHexadecimal) {
@@ -341,10 +384,34 @@ TEST_F(Selection, TakesTheCameraOnALongWayFromTheProcessor) {
   EXPECT_THAT(BuiltInCamera(), HasSubstr("usb#vid_04f2&pid_b6be&mi_00#"));
 }
 
-TEST_F(Selection, TakesNoCameraBehindAnotherInterfaceThanTheLowest) {
+TEST_F(Selection, TakesTheCameraBehindAFunctionThatIsNone) {
   AddCamera({"1-5", "04f2", "b6be", "fixed", {0, 2}}, 0, 2);
-  ASSERT_THAT(DisplayNames(), SizeIs(1));
-  EXPECT_THAT(DisplayNames().front(), HasSubstr("mi_02#"));
+  EXPECT_THAT(BuiltInCamera(), HasSubstr("mi_02#"));
+}
+
+TEST_F(Selection, TakesTheColourCameraInFrontOfAnInfraredOne) {
+  AddCamera({"1-5", "04f2", "b6be", "fixed", {0, 1, 2, 3}}, 0);
+  AddFunction("1-5", 2, 2, Infrared());
+  EXPECT_THAT(BuiltInCamera(), HasSubstr("mi_00#"));
+}
+
+TEST_F(Selection, TakesTheColourCameraBehindAnInfraredOne) {
+  kernel.Tree().AddUsb({"1-5", "04f2", "b6be", "fixed", {0, 1, 2, 3}});
+  AddFunction("1-5", 0, 0, Infrared());
+  AddFunction("1-5", 2, 2);
+  EXPECT_THAT(BuiltInCamera(), HasSubstr("mi_02#"));
+}
+
+TEST_F(Selection, TakesTheColourCameraBehindAnInfraredOneOnALowerPort) {
+  kernel.Tree().AddUsb({"1-4", "04f2", "b6bf", "fixed", {0, 1}});
+  AddFunction("1-4", 0, 0, Infrared());
+  AddCamera({"1-5"}, 1);
+  EXPECT_THAT(BuiltInCamera(), HasSubstr("usb#vid_04f2&pid_b6be&mi_00#"));
+}
+
+TEST_F(Selection, TakesNoInfraredCamera) {
+  kernel.Tree().AddUsb({"1-5"});
+  AddFunction("1-5", 0, 0, Infrared());
   EXPECT_EQ(BuiltInCamera(), "");
 }
 

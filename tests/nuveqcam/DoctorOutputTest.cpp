@@ -30,7 +30,7 @@ TEST(Doctor, ShowsDevicesInTablesAndConcludes) {
             "  1-6     hub                        said by nobody\n"
             "\n"
             "Capture devices\n"
-            "  /dev/video0   Camera  TAKEN: the first function of USB device 1-5, which is built in; open in "
+            "  /dev/video0   Camera  TAKEN: the first camera of USB device 1-5, which is built in; open in "
             "firefox (1); open in ffmpeg (22)\n"
             "  /dev/video10  Camera  not taken: it is plugged in; cannot be opened: Permission denied\n"
             "  /dev/video1   Camera  not a capture device: it carries metadata\n"

@@ -55,7 +55,7 @@ TEST(Conclusion, SaysThatTheLibraryAndTheSurveyDiffer) {
   EXPECT_THAT(report.conclusion, HasSubstr("looks built in, but the library did not take it"));
   EXPECT_THAT(
       DoctorText(Laptop(), report),
-      AllOf(HasSubstr("would be taken: the first function of USB device 1-5"), Not(HasSubstr("TAKEN"))));
+      AllOf(HasSubstr("would be taken: the first camera of USB device 1-5"), Not(HasSubstr("TAKEN"))));
   EXPECT_THAT(DoctorJson(Laptop(), {}, report),
               AllOf(HasSubstr(R"("reason":"the library did not take it, though it looks built in")"),
                     Not(HasSubstr(R"("taken":true)"))));
@@ -128,8 +128,10 @@ TEST(DoctorsAdvice, GoesByWhoSaysThatTheDeviceCanBeRemoved) {
 }
 
 TEST(DoctorsAdvice, SaysWhatCanNeverBeUsed) {
-  EXPECT_THAT(AdviceFor(OneCamera(UsbDeviceAt("1-6", false, "firmware"))),
-              Contains(HasSubstr("nothing but the first function of a USB device")));
+  PcSurvey second = OneCamera(UsbDeviceAt("1-6", false, "firmware"));
+  second.captureDevices[0].reason = "it is not the first camera of its USB device";
+  EXPECT_THAT(AdviceFor(second),
+              Contains("Camera (/dev/video0) cannot be used: it is not the first camera of its USB device"));
   PcSurvey pc;
   pc.captureDevices = {NodeAt("/dev/video0", "", "it is not a USB device")};
   EXPECT_THAT(AdviceFor(pc),
@@ -137,7 +139,20 @@ TEST(DoctorsAdvice, SaysWhatCanNeverBeUsed) {
                        "cameras that are built in"));
   // Of a USB device that is not known.
   pc.captureDevices[0].isUsb = true;
-  EXPECT_THAT(AdviceFor(pc), Contains(HasSubstr("nothing but the first function of a USB device")));
+  pc.captureDevices[0].reason = "it is not the first camera of its USB device";
+  EXPECT_THAT(AdviceFor(pc),
+              Contains("Camera (/dev/video0) cannot be used: it is not the first camera of its USB device"));
+}
+
+TEST(DoctorsAdvice, SaysWhyACameraHasNoCaptureDevice) {
+  PcSurvey pc;
+  pc.usbDevices = {UsbDeviceAt("1-6", false, "firmware")};
+  pc.otherNodes = {NodeAt("/dev/video0", "1-6", "it delivers grey"),
+                   NodeAt("/dev/video1", "1-6", "it carries metadata")};
+  EXPECT_THAT(AdviceFor(pc), Contains("Camera (/dev/video0) cannot be used: it delivers grey"));
+  EXPECT_THAT(AdviceFor(pc), Not(Contains(HasSubstr("metadata"))));
+  pc.captureDevices = {NodeAt("/dev/video2", "1-6", "it is not the first camera of its USB device")};
+  EXPECT_THAT(AdviceFor(pc), Not(Contains(HasSubstr("it delivers grey"))));
 }
 
 TEST(DoctorsAdvice, HasOneLineForAllThatAreNotOnUsb) {

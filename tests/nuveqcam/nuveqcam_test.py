@@ -134,7 +134,7 @@ USB devices
 
 Capture devices
   simulated  USB Camera         not taken: it is plugged in: its USB device can be removed
-  simulated  Integrated Camera  TAKEN: the first function of USB device 1-5, which is built in
+  simulated  Integrated Camera  TAKEN: the first camera of USB device 1-5, which is built in
 
 The camera that is offered: Integrated Camera (simulated), 320x240 to 1920x1080, 10 to 30 fps
 """)

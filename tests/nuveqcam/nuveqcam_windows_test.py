@@ -138,7 +138,7 @@ class WindowsDoctor(WindowsTool):
                       "status) that it cannot be removed\n", out)
         self.assertIn("  Port_#0002.Hub_#0001        USB Camera (046d:0825)         can be removed: Windows says "
                       "(device status) that it can be\n", out)
-        self.assertIn("  usb#vid_04f2&pid_b6be&mi_00#6&1a2b3c&0&0000   Integrated Camera  TAKEN: the first function of "
+        self.assertIn("  usb#vid_04f2&pid_b6be&mi_00#6&1a2b3c&0&0000   Integrated Camera  TAKEN: the first camera of "
                       "USB device USB\\VID_04F2&PID_B6BE\\0001, which is built in\n", out)
         self.assertIn("  usb#vid_046d&pid_0825&mi_00#7&2fd3c3a&0&0000  USB Camera         not taken: it is plugged in: "
                       "its USB device can be removed\n", out)

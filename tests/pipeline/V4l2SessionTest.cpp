@@ -38,12 +38,12 @@ class V4l2Session : public ProductTest {
     UseSystem(nullptr);
   }
 
-  // The laptop's own camera, which offers YUYV.
-  void PlugIn() {
+  // The laptop's own camera, which offers YUYV unless told otherwise.
+  void PlugIn(std::vector<FormatOffer> formats = {{V4L2_PIX_FMT_YUYV, {Discrete(kWidth, kHeight, {kFps})}}}) {
     kernel.Tree().AddUsb({"1-5"});
     kernel.Tree().AddVideoOfUsb(0, "1-5:1.0", "Integrated Camera", 0);
     VideoDeviceSettings settings;
-    settings.formats = {{V4L2_PIX_FMT_YUYV, {Discrete(kWidth, kHeight, {kFps})}}};
+    settings.formats = std::move(formats);
     device = &kernel.AddDevice(0, settings);
   }
   void Unplug() { kernel.Unplug("1-5", {0}); }
@@ -56,6 +56,16 @@ class V4l2Session : public ProductTest {
       for (std::size_t at = 0; at < frame.bytes.size(); at += 2) {
         frame.bytes[at] = Luma(i);
       }
+      device->Supply(std::move(frame));
+    }
+  }
+  // The same as NV12.
+  void SupplyNv12(std::uint32_t count) {
+    constexpr std::size_t kPixels = std::size_t{kWidth} * kHeight;
+    for (std::uint32_t i = 0; i < count; ++i) {
+      FakeFrame frame;
+      frame.bytes.assign(kPixels, Luma(i));
+      frame.bytes.resize(kPixels * 3 / 2, 128);
       device->Supply(std::move(frame));
     }
   }
@@ -103,6 +113,27 @@ TEST_F(V4l2Session, BringsTheCamerasPicturesAsPackets) {
   EXPECT_EQ(device->OpenHandles(), 0U);
   EXPECT_EQ(host.PacketCount(), 20U);
   ExpectPicturesFromTheFirst();
+}
+
+TEST_F(V4l2Session, BringsPicturesOfACameraWithNv12BesideMjpg) {
+  Unplug();
+  PlugIn({{V4L2_PIX_FMT_H264, {Discrete(1920, 1080, {kFps})}},
+          {V4L2_PIX_FMT_MJPEG, {Discrete(kWidth, kHeight, {kFps})}},
+          {V4L2_PIX_FMT_NV12, {Discrete(kWidth, kHeight, {kFps})}}});
+  SupplyNv12(20);
+  ASSERT_EQ(Query(), 0);
+  ASSERT_EQ(resolutions.size(), 1U) << "no H.264";
+  ASSERT_EQ(OpenCamera(), 0);
+  EXPECT_EQ(device->Format().pixelformat, std::uint32_t{V4L2_PIX_FMT_NV12});
+  EXPECT_TRUE(host.WaitForPackets(20));
+  EXPECT_EQ(Close(), 1);
+  ExpectPicturesFromTheFirst();
+}
+
+TEST_F(V4l2Session, FindsNoCameraWhereThereIsAnInfraredOneAlone) {
+  Unplug();
+  PlugIn({{V4L2_PIX_FMT_GREY, {Discrete(kWidth, kHeight, {kFps})}}});
+  EXPECT_EQ(Query(), -1000);
 }
 
 TEST_F(V4l2Session, OutlivesItsCameraAndGoesOnOnceItIsBack) {

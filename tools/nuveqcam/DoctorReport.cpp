@@ -74,7 +74,7 @@ std::string AdviceOnUsb(const PcSurvey& pc, const SurveyedNode& device, const Sy
   const SurveyedUsbDevice* const usbDevice = UsbDeviceOf(pc, device);
   return usbDevice != nullptr && usbDevice->isRemovable
              ? AdviceOnRemovable(camera, *usbDevice, system)
-             : camera + " cannot be used: the library takes nothing but the first function of a USB device";
+             : camera + " cannot be used: " + Printable(device.reason);
 }
 
 // A PC has dozens of capture devices where its cameras are not on USB: one line for all.
@@ -92,18 +92,23 @@ void AdviseOnOthers(const PcSurvey& pc, std::vector<std::string>& advice) {
   }
 }
 
-// Cameras by their class that no driver has made a capture device.
-void AdviseOnDrivers(const PcSurvey& pc, const SystemTraits& system, std::vector<std::string>& advice) {
-  const auto belongsTo = [](const SurveyedUsbDevice& device) {
-    return [&device](const SurveyedNode& node) { return node.usbPlace == device.place; };
-  };
+// USB devices that are cameras by their class and have no capture device: no driver made nodes for them, or
+// the nodes deliver nothing that the library can use.
+void AdviseOnDevicesWithoutCapture(const PcSurvey& pc, const SystemTraits& system,
+                                   std::vector<std::string>& advice) {
   for (const SurveyedUsbDevice& device : pc.usbDevices) {
-    if (device.hasVideo.value_or(false) && !device.isHub &&
-        std::none_of(pc.captureDevices.begin(), pc.captureDevices.end(), belongsTo(device)) &&
-        std::none_of(pc.otherNodes.begin(), pc.otherNodes.end(), belongsTo(device))) {
+    const auto belongsToIt = [&device](const SurveyedNode& node) { return node.usbPlace == device.place; };
+    if (!device.hasVideo.value_or(false) || device.isHub ||
+        std::any_of(pc.captureDevices.begin(), pc.captureDevices.end(), belongsToIt)) {
+      continue;
+    }
+    const auto node = std::find_if(pc.otherNodes.begin(), pc.otherNodes.end(), belongsToIt);
+    if (node == pc.otherNodes.end()) {
       advice.push_back(
           "USB device " + Printable(device.place) +
           " is a camera, but no driver has made a capture device of it: " + system.withoutDriver);
+    } else if (node->openError.empty()) {
+      advice.push_back(NameAndNode(*node) + " cannot be used: " + Printable(node->reason));
     }
   }
 }
@@ -145,7 +150,7 @@ std::vector<std::string> AdviceWithoutCamera(const PcSurvey& pc, const SystemTra
   }
   AdviseOnOthers(pc, advice);
   AdviseOnNodes(pc, advice);
-  AdviseOnDrivers(pc, system, advice);
+  AdviseOnDevicesWithoutCapture(pc, system, advice);
   const bool sawDevices = !pc.captureDevices.empty();
   advice.push_back(std::string("switch the camera on if the PC has ") + (sawDevices ? "another" : "one") +
                    ": by a key, a switch or a shutter on the PC, or in its BIOS setup");

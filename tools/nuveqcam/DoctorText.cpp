@@ -45,7 +45,7 @@ DoctorRow RowOfCaptureDevice(const SurveyedNode& device, bool tookOne) {
   const std::string usbDevice =
       device.usbPlace.empty() ? "a USB device" : "USB device " + Printable(device.usbPlace);
   std::string text = tookOne ? "TAKEN: " : "would be taken: ";
-  text += "the first function of " + usbDevice + ", which is built in";
+  text += "the first camera of " + usbDevice + ", which is built in";
   if (!device.reason.empty()) {
     text = "not taken: " + Printable(device.reason);
   }

@@ -65,7 +65,8 @@ TEST_F(DoctorOnPc, ExplainsTheCameraThatIsTakenAndTheOthers) {
   AddCamera("1-8.1", 4, "fixed", "hardwired");
   kernel.Tree().AddVideoOf(5, "platform/vivid.0", "vivid", 0);
   kernel.AddDevice(5);
-  AddCamera("1-9", 6, "fixed", "hardwired", 2);
+  kernel.Tree().AddVideoOfUsb(6, "1-5:1.1", "Second function", 0);
+  kernel.AddDevice(6);
   EXPECT_EQ(Run(), ExitCode::kOk);
   const std::string text = out.str();
   EXPECT_THAT(
@@ -73,10 +74,10 @@ TEST_F(DoctorOnPc, ExplainsTheCameraThatIsTakenAndTheOthers) {
   EXPECT_THAT(text, HasSubstr("\n  1-8    Hub (05e3:0610), hub           counts as removable: neither"));
   EXPECT_THAT(text, HasSubstr("\n  1-8.1  Camera 1-8.1 (04f2:b6be)       counts as removable: it is fixed to "
                               "hub 1-8, which counts as removable\n"));
-  EXPECT_THAT(text, HasSubstr("TAKEN: the first function of USB device 1-5, which is built in\n"));
+  EXPECT_THAT(text, HasSubstr("TAKEN: the first camera of USB device 1-5, which is built in\n"));
   EXPECT_THAT(text, HasSubstr("not taken: it belongs to a USB hub that can be removed, or may be\n"));
   EXPECT_THAT(text, HasSubstr("vivid              not taken: it is not a USB device\n"));
-  EXPECT_THAT(text, HasSubstr("not taken: it is not the first function of its USB device\n"));
+  EXPECT_THAT(text, HasSubstr("not taken: it is not the first camera of its USB device\n"));
   EXPECT_THAT(text, HasSubstr("not a capture device: it carries a camera's metadata, not its pictures\n"));
   EXPECT_THAT(
       text, MatchesRegex("(.|\n)*\nThe camera that is offered: [^\n]* \\(" + Node(0) + "\\), [^\n]* fps\n"));
@@ -87,12 +88,14 @@ TEST_F(DoctorOnPc, GoesByWhatFirmwareAndHubSay) {
   AddCamera("1-2", 2, "removable", "hotplug");
   AddHub("1-3", "removable");
   AddCamera("1-3.1", 3, "fixed", "unknown");
-  AddCamera("1-4", 4, "fixed", "hardwired", 2);
+  VideoDeviceSettings infrared;
+  infrared.formats = {{V4L2_PIX_FMT_GREY, {Discrete(640, 360, {15})}}};
+  AddCamera("1-4", 4, "fixed", "hardwired", 0, infrared);
   EXPECT_EQ(Run(), ExitCode::kNoCamera);
   const std::string text = out.str();
   EXPECT_THAT(
       text,
-      HasSubstr("\nNo camera is offered: none of the 4 capture devices is a USB camera that is built in\n"));
+      HasSubstr("\nNo camera is offered: none of the 3 capture devices is a USB camera that is built in\n"));
   EXPECT_THAT(text, HasSubstr("\n  - if Camera 1-1 (" + Node(1) +
                               ") is inside the PC, ask the PC's maker for firmware that describes the port"));
   EXPECT_THAT(text,
@@ -100,8 +103,9 @@ TEST_F(DoctorOnPc, GoesByWhatFirmwareAndHubSay) {
                         ") is inside the PC, the firmware describes the port of USB device 1-2 wrongly"));
   EXPECT_THAT(text, HasSubstr("\n  - if Camera 1-3.1 (" + Node(3) +
                               ") is inside the PC, ask the PC's maker for firmware that says that hub 1-3"));
-  EXPECT_THAT(text,
-              HasSubstr("\n  - Camera 1-4 (" + Node(4) + ") cannot be used: the library takes nothing"));
+  EXPECT_THAT(text, HasSubstr("  " + Node(4) + "  Camera 1-4    not a capture device: it delivers no format"));
+  EXPECT_THAT(text, HasSubstr("\n  - Camera 1-4 (" + Node(4) +
+                              ") cannot be used: it delivers no format that the library can use (GREY)\n"));
   EXPECT_EQ(Run(true), ExitCode::kNoCamera);
   EXPECT_THAT(out.str(), HasSubstr(R"("verdictFrom":"nobody","verdict":"counts as removable: neither)"));
   EXPECT_THAT(out.str(), HasSubstr(R"("connectType":"hotplug","attribute":"removable","verdictHub":null)"));
@@ -148,7 +152,7 @@ TEST_F(DoctorOnPc, TellsTheTakenCameraFromOthersThatCouldBe) {
   kernel.AddDevice(4);
   EXPECT_EQ(Run(), ExitCode::kOk);
   EXPECT_THAT(out.str(),
-              HasSubstr("  " + Node(3) + "  Camera 1-2  TAKEN: the first function of USB device 1-2"));
+              HasSubstr("  " + Node(3) + "  Camera 1-2  TAKEN: the first camera of USB device 1-2"));
   EXPECT_THAT(out.str(),
               HasSubstr("  " + Node(4) + "  Camera 1-2  not taken: it is another node of the camera"));
   EXPECT_THAT(out.str(),
@@ -171,9 +175,9 @@ TEST_F(DoctorOnPc, SaysThatTheKernelDoesNotShowWhatIsKnown) {
   EXPECT_THAT(out.str(), HasSubstr("is inside the PC, run this outside containers and sandboxes, or use a"));
 }
 
-TEST_F(DoctorOnPc, SaysThatTheTakenCameraDeliversNothingThatIsKnown) {
+TEST_F(DoctorOnPc, SaysThatTheTakenCameraOffersNoSize) {
   VideoDeviceSettings settings;
-  settings.formats.clear();
+  settings.formats = {{V4L2_PIX_FMT_YUYV, {Discrete(0, 0, {30})}}};
   AddLaptopCamera(settings);
   EXPECT_EQ(Run(), ExitCode::kCannotOpen);
   EXPECT_THAT(out.str(), HasSubstr("TAKEN: "));
@@ -250,15 +254,14 @@ class RestlessTree : public PlainTree {
 TEST_F(DoctorOnPc, LooksOnceMoreWhenACameraHasCome) {
   UseDeviceTree(std::make_shared<RestlessTree>(true));
   EXPECT_EQ(Run(), ExitCode::kCannotOpen);
-  EXPECT_THAT(out.str(), HasSubstr("TAKEN: the first function"));
+  EXPECT_THAT(out.str(), HasSubstr("TAKEN: the first camera"));
   EXPECT_THAT(out.str(), HasSubstr("Host's camera (nowhere) is built in, but it cannot be read\n"));
 }
 
 TEST_F(DoctorOnPc, SaysThatItSawACameraThatTheLibraryDidNot) {
   UseDeviceTree(std::make_shared<RestlessTree>(false));
   EXPECT_EQ(Run(), ExitCode::kNoCamera);
-  EXPECT_THAT(out.str(),
-              HasSubstr("would be taken: the first function of a USB device, which is built in\n"));
+  EXPECT_THAT(out.str(), HasSubstr("would be taken: the first camera of a USB device, which is built in\n"));
   EXPECT_THAT(out.str(), HasSubstr("looks built in, but the library did not take it\n"));
   EXPECT_EQ(Run(true), ExitCode::kNoCamera);
   EXPECT_THAT(out.str(), HasSubstr(R"("captureDevices":[{"taken":false,)"));
@@ -304,7 +307,7 @@ TEST_F(DoctorOnPc, TakesTheWordOfAHostProgram) {
   // A camera whose USB device is not known by it.
   UseDeviceTree(std::make_shared<PlainTree>(true, R"(USB\VID_1111&PID_2222&MI_02\HOST)"));
   EXPECT_EQ(Run(), ExitCode::kNoCamera);
-  EXPECT_THAT(out.str(), HasSubstr("the library takes nothing but the first function of a USB device\n"));
+  EXPECT_THAT(out.str(), HasSubstr("Host's camera (nowhere) cannot be used: it is plugged in\n"));
 }
 
 }  // namespace
