@@ -169,8 +169,10 @@ typedef struct NUVEQCameraHandler {
 
   /*
    * Opens the camera and starts the packets. Reports status 4. Returns when the camera has delivered
-   * its first frame; how long that takes is the camera's matter. Query capabilities first: the query
-   * finds the camera and decides which of its formats serves the requested size.
+   * its first frame. If no frame arrives, it returns 0 after five seconds on Linux, and packets start
+   * with the first frame; on Windows it waits until the capture graph completes, without a timeout.
+   * Query capabilities first: the query finds the camera and decides which of its formats serves the
+   * requested size.
    * Results and what they leave:
    *   0      packets flow until CloseCameraDevice
    *   -2     param is null, or its id is null or not all digits; nothing changed
