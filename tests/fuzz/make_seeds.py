@@ -148,7 +148,13 @@ def pc_step(described):
 LISTING = bytes(14)  # YUYV, then MJPEG, 64x48 at 30 and 15, from a driver that behaves
 SET_FORMAT = bytes(3)
 START = bytes(3 + 1 + 3 * 4 + 1)  # the format again, four buffers, the start
+NV12, UYVY, YVU420 = 2, 5, 6  # numbers of pixel formats
 TO_YUY2, TO_ARGB32, TO_MJPG, TO_ANY = range(4)
+
+
+def listing_of(pixel_format):
+    """The same with another format in the place of YUYV."""
+    return b"\x40" + bytes([pixel_format]) + LISTING[1:]
 
 
 def graph(number, wanted, flags=0):
@@ -172,12 +178,17 @@ def save_v4l2():
     save("v4l2", "mjpeg_as_it_is", b"\0" + LISTING + graph(2, TO_ANY) + START + filled(picture))
     save("v4l2", "mjpeg_cut_off", mjpeg + filled(picture[:-40]) + filled(picture))
     save("v4l2", "twice", b"\0" + LISTING + graph(0, TO_YUY2, 128) + START + filled() * 2)
-    save("v4l2", "listed", b"\1" + bytes(2) + bytes(2) + LISTING + graph(0, TO_YUY2) + START + filled())
+    for name, number, size in (("nv12", NV12, 4608), ("uyvy", UYVY, 6144), ("yv12", YVU420, 4608)):
+        raw = b"\0" + listing_of(number) + graph(0, TO_YUY2) + START
+        save("v4l2", name, raw + filled(bytes(range(256)) * (size // 256)) * 2)
+        save("v4l2", name + "_too_short", raw + filled(bytes(size - 1)))
+    # Twice: the node is opened, and asked what it is and for its formats.
+    save("v4l2", "listed", b"\1" + bytes(5) * 2 + LISTING + graph(0, TO_YUY2) + START + filled())
     save("v4l2", "listed_but_busy", b"\1\2\2")
     save("v4l2", "in_use", b"\0\2")
-    # Instead of the second enumeration: any error, then a range of sizes with a range of rates.
-    save("v4l2", "lists_badly", b"\0" + bytes(6) + b"\5" + bytes(40))
-    save("v4l2", "ranges", b"\0\0\0" + b"\x40\2" + bytes([5, 6, 4, 5, 6, 4]) + b"\x40\2" + bytes([5, 0, 0]) + bytes(60))
+    # The enumeration of sizes that fails, then a range of sizes with a range of rates.
+    save("v4l2", "lists_badly", b"\0" + bytes(3) + b"\5" + bytes(40))
+    save("v4l2", "ranges", b"\0" + bytes(3) + b"\x40\2" + bytes([5, 6, 4, 5, 6, 4]) + b"\x40\2" + bytes([5, 0, 0]) + bytes(60))
     # What poll and the buffers may come to: an alarm, a time-out, a failure, a lie about a buffer.
     save("v4l2", "unplugged", plain + filled() + b"\x41\4" + bytes(8))
     save("v4l2", "slow", plain + b"\x21" + filled() + b"\x21\x22")
@@ -207,6 +218,7 @@ def save_mjpeg():
     save("mjpeg", "cut_off", own + whole[:-30])
     save("mjpeg", "cut_off_in_header", own + whole[:80])
     save("mjpeg", "without_end", own + whole[:-2])
+    save("mjpeg", "without_end_padded", own + whole[:-2] + bytes(50))
     save("mjpeg", "stray_bytes", own + whole[:-2] + bytes(3) + whole[-2:])
     save("mjpeg", "rubbish_after", own + whole + b"\xa5" * 50)
     save("mjpeg", "marker_in_the_middle", own + whole[:-25] + b"\xff\xd9" + whole[-23:])
