@@ -16,6 +16,16 @@ Packet OfSize(std::size_t size, std::uint8_t value = 0) {
   return {std::vector<std::uint8_t>(size, value), Clock::now()};
 }
 
+// A moment after this call began.
+Clock::time_point WaitUntilLater() {
+  const auto begin = Clock::now();
+  auto now = begin;
+  while (now <= begin) {
+    now = Clock::now();
+  }
+  return now;
+}
+
 // A Push on another thread that is known not to have got through yet.
 class WaitingPush {
  public:
@@ -111,6 +121,53 @@ TEST(PacketQueue, RemembersWhenTheFirstPacketArrived) {
   ASSERT_EQ(queue.Pop(packet, kNoWait), Popped::kPacket);
   queue.Push(OfSize(1));
   EXPECT_EQ(queue.FirstArrival(), first);
+}
+
+TEST(PacketQueue, MeasuresTheTimeFromTheFirstArrivalToTheLatest) {
+  PacketQueue queue(100);
+  EXPECT_EQ(queue.ReceivedTime(), milliseconds(0));
+  const auto first = Clock::now() - milliseconds(500);
+  queue.Push({{1}, first});
+  EXPECT_EQ(queue.ReceivedTime(), milliseconds(0));
+  queue.Push({{1}, first + milliseconds(300)});
+  EXPECT_EQ(queue.ReceivedTime(), milliseconds(300));
+  Packet packet;
+  ASSERT_EQ(queue.Pop(packet, kNoWait), Popped::kPacket);
+  EXPECT_EQ(queue.ReceivedTime(), milliseconds(300));
+}
+
+TEST(PacketQueue, IsSilentSinceTheLatestPacketWasStored) {
+  const auto before = Clock::now();
+  PacketQueue queue(100);
+  const milliseconds later(1000);
+  EXPECT_LE(queue.SilentFor(before + later), later);
+  const auto beforePush = Clock::now();
+  queue.Push(OfSize(1));
+  EXPECT_LE(queue.SilentFor(beforePush + later), later);
+  EXPECT_GE(queue.SilentFor(Clock::now() + later), later);
+}
+
+TEST(PacketQueue, IsNotSilentWhileItIsFull) {
+  PacketQueue queue(10);
+  queue.Push(OfSize(10));
+  EXPECT_EQ(queue.SilentFor(Clock::now() + kPatience), Clock::duration::zero());
+}
+
+TEST(PacketQueue, SilenceStartsAnewWhenAFullQueueGetsRoom) {
+  const milliseconds later(1000);
+  for (const bool isLifted : {false, true}) {
+    PacketQueue queue(10);
+    queue.Push(OfSize(10));
+    const auto before = WaitUntilLater();
+    Packet packet;
+    if (isLifted) {
+      queue.LiftBound();
+    } else {
+      ASSERT_EQ(queue.Pop(packet, kNoWait), Popped::kPacket);
+    }
+    EXPECT_LE(queue.SilentFor(before + later), later);
+    EXPECT_GT(queue.SilentFor(Clock::now() + later), Clock::duration::zero());
+  }
 }
 
 TEST(PacketQueue, RemembersALoss) {

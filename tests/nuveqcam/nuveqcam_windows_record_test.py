@@ -153,18 +153,26 @@ class WindowsFailingCamera(WindowsTool):
                                   r"by another program; close that program and try again \(the library said: .+\)\n$")
         self.assertEqual(list(self.folder.iterdir()), [])
 
-    def test_recording_is_kept_up_to_where_the_camera_was_lost(self):
+    def check_cut_short(self, seconds, amount):
+        """Records from a camera that is lost after 20 frames."""
         self.behaviour = {"NUVEQ_FIXTURE_LOST_AFTER": "20"}
-        out, err = self.run_tool("record", "--seconds", 0, *SMALL, code=ENDED_EARLY)
-        self.assertEqual(err, "nuveqcam: the camera has delivered nothing for 10 s; the recording is complete up to there; "
-                              "see with 'nuveqcam list' whether the camera is still there\n")
+        out, err = self.run_tool("record", "--seconds", seconds, *SMALL, code=ENDED_EARLY)
+        self.assertRegex(err, rf"^nuveqcam: no packets from the camera for 10 s; recorded \d+\.\d\d s{amount}, complete up to "
+                              r"there; check with 'nuveqcam list' that the camera is there, then try again\n$")
         self.assertEqual(len(self.check_recording("camera.h264", out, 320, 240)), 20)
+
+    def test_unbounded_recording_that_the_camera_cuts_short_is_kept_and_ends_early(self):
+        self.check_cut_short(0, "")
+
+    def test_recording_of_some_seconds_that_the_camera_cuts_short_is_kept_and_ends_early(self):
+        self.check_cut_short(5, " of 5 s")
 
     def test_snapshot_of_a_camera_that_was_lost_leaves_nothing(self):
         self.behaviour = {"NUVEQ_FIXTURE_LOST_AFTER": "3"}
         out, err = self.run_tool("snapshot", *SMALL, code=ENDED_EARLY)
-        self.assertEqual((out, err), ("", "nuveqcam: the camera has delivered nothing for 10 s after 3 of 10 pictures; "
-                                          "see with 'nuveqcam list' whether the camera is still there\n"))
+        self.assertEqual((out, err), ("", "nuveqcam: no packets from the camera for 10 s after 3 of 10 pictures; nothing "
+                                          "was written; check with 'nuveqcam list' that the camera is there, then try "
+                                          "again\n"))
         self.assertEqual(list(self.folder.iterdir()), [])
 
 

@@ -8,12 +8,8 @@
 #include "Arguments.h"
 #include "Camera.h"
 #include "Failure.h"
+#include "StreamEnd.h"
 #include "Terminal.h"
-
-// How long the tool waits for the camera.
-struct Patience {
-  std::chrono::milliseconds withoutPacket{10'000};  // then the stream has ended
-};
 
 // How often a command that waits for packets sees whether it has been told to stop.
 inline constexpr std::chrono::milliseconds kLookAround{20};

@@ -37,7 +37,8 @@ constexpr const char* kRecord =
                        [OPTION...]
 
 Records H.264 video. Ctrl-C ends a recording early and completes the file; a
-second one ends the program at once.
+second one ends the program at once. A recording that the camera cuts short is
+kept, and the exit code is 6.
 
 )";
 
@@ -115,7 +116,8 @@ exit codes:
   3  this PC has no built-in camera
   4  the camera could not be opened: in use, no permission, size refused
   5  the output cannot be written
-  6  the stream ended early: the camera has gone or delivers nothing
+  6  the stream ended early: the camera was disconnected or fell silent, or the
+     program was interrupted before the first picture
 )";
 
 void Replace(std::string& text, std::string_view mark, const std::string& with) {

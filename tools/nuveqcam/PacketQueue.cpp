@@ -15,7 +15,8 @@ bool PacketQueue::Push(Packet packet) {
   m_packets.push_back(std::move(packet));
   m_bytes += size;
   m_firstArrival = m_firstArrival.value_or(arrival);
-  m_latestArrival = Clock::now();
+  m_receivedTime = arrival - *m_firstArrival;
+  m_waitingSince = Clock::now();
   m_hasPacket.notify_one();
   return true;
 }
@@ -29,16 +30,20 @@ Popped PacketQueue::Pop(Packet& packet, std::chrono::milliseconds limit) {
   if (m_packets.empty()) {
     return Popped::kNothing;
   }
+  const bool wasFull = IsFullLocked();
   packet = std::move(m_packets.front());
   m_packets.pop_front();
   m_bytes -= packet.bytes.size();
+  NoteRoomLocked(wasFull);
   m_hasRoom.notify_one();
   return Popped::kPacket;
 }
 
 void PacketQueue::LiftBound() {
   const std::lock_guard lock(m_mutex);
+  const bool wasFull = IsFullLocked();
   m_isUnbounded = true;
+  NoteRoomLocked(wasFull);
   m_hasRoom.notify_all();
 }
 
@@ -75,7 +80,19 @@ std::optional<Clock::time_point> PacketQueue::FirstArrival() const {
   return m_firstArrival;
 }
 
-Clock::time_point PacketQueue::LatestArrival() const {
+Clock::duration PacketQueue::ReceivedTime() const {
   const std::lock_guard lock(m_mutex);
-  return m_latestArrival;
+  return m_receivedTime;
+}
+
+Clock::duration PacketQueue::SilentFor(Clock::time_point now) const {
+  const std::lock_guard lock(m_mutex);
+  return IsFullLocked() ? Clock::duration::zero() : now - m_waitingSince;
+}
+
+// The wait for the camera begins anew: until now it waited for the reader.
+void PacketQueue::NoteRoomLocked(bool wasFull) {
+  if (wasFull && !IsFullLocked()) {
+    m_waitingSince = Clock::now();
+  }
 }

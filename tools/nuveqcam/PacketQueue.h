@@ -48,11 +48,15 @@ class PacketQueue {
   bool IsFull() const;
   // When the first packet arrived, whether it has been taken since or not; none yet: nothing.
   std::optional<Clock::time_point> FirstArrival() const;
-  // When the latest packet was stored, or when the queue was made.
-  Clock::time_point LatestArrival() const;
+  // From the arrival of the first packet to that of the latest one.
+  Clock::duration ReceivedTime() const;
+  // How long the queue has had room and got no packet, at that moment. Zero while it is full: then the packet
+  // waits for the queue, not the queue for the packet.
+  Clock::duration SilentFor(Clock::time_point now) const;
 
  private:
   bool IsFullLocked() const { return !m_isUnbounded && !m_packets.empty() && m_bytes >= m_capacity; }
+  void NoteRoomLocked(bool wasFull);
 
   const std::size_t m_capacity;
   mutable std::mutex m_mutex;
@@ -65,5 +69,6 @@ class PacketQueue {
   bool m_isAbandoned = false;
   bool m_hasLoss = false;
   std::optional<Clock::time_point> m_firstArrival;
-  Clock::time_point m_latestArrival = Clock::now();
+  Clock::duration m_receivedTime{0};
+  Clock::time_point m_waitingSince = Clock::now();
 };

@@ -28,5 +28,9 @@ class SystemSession {
 // systems without a simulated PC.
 void UseSimulatedPc(const std::string& clip);
 
+// True once the platform has noticed that the camera of the latest open request was disconnected. False on
+// systems that do not report it.
+bool IsCameraDisconnected();
+
 // Every capture device of the PC at this moment; none when they cannot be listed.
 std::vector<SeenDevice> SeenDevices();

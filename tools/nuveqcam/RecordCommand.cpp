@@ -13,8 +13,6 @@ constexpr std::chrono::milliseconds kProgressEvery{200};
 
 using Seconds = std::chrono::duration<double>;
 
-enum class End { kTimeIsUp, kSignal, kDriedUp, kOutputFailed };
-
 class Recording {
  public:
   Recording(const Workplace& place, OutputFile& file, const CameraRequest& request)
@@ -22,52 +20,54 @@ class Recording {
         m_file(file),
         m_request(request),
         m_kind(KindOfRecording(place.options.output)),
+        m_limit(place.options.seconds),
         m_writer(MakePacketWriter(m_kind, file, request.fps)),
         m_thread(m_queue, *m_writer, request.fps) {}
 
   void Run(const StopSignals& signals) {
-    const End end = RunCamera(signals);
+    RunCamera(signals);
     // The camera's light is out; from here on the writer may take as long as it needs.
     Finish();
-    Judge(end);
+    ReportOutcome();
   }
 
  private:
-  End RunCamera(const StopSignals& signals) {
-    m_openedAt = Clock::now();
-    const OpenCamera open(m_place.camera, m_request, m_queue);
-    return Wait(signals);
+  void RunCamera(const StopSignals& signals) {
+    m_isInterrupted = signals.HasArrived();
+    if (!m_isInterrupted) {
+      m_openedAt = Clock::now();
+      const OpenCamera open(m_place.camera, m_request, m_queue);
+      Wait(signals);
+    }
   }
 
-  End Wait(const StopSignals& signals) {
+  void Wait(const StopSignals& signals) {
     const Console& console = m_place.console;
     // Log lines would break the progress line, and say more.
     ProgressLine line({console.out, console.err, console.isErrTerminal && !m_place.options.isVerbose});
-    const std::chrono::seconds limit(m_place.options.seconds);
-    auto nextProgress = Clock::now();
-    const auto begin = nextProgress;
-    for (;;) {
-      const Written written = m_thread.Count();
-      // Not of what has been written: that may wait for its reader for as long as it likes.
-      const auto firstArrival = m_queue.FirstArrival();
+    const auto begin = Clock::now();
+    auto nextProgress = begin;
+    while (!m_thread.HasFailed() && !m_queue.HasLoss()) {
+      m_isInterrupted = signals.HasArrived();
+      if (m_isInterrupted) {
+        return;
+      }
       const auto now = Clock::now();
-      const auto first = firstArrival.value_or(now);
-      if (m_thread.HasFailed() || m_queue.HasLoss()) {
-        return End::kOutputFailed;
+      // Not of what has been written: that may wait for its reader for as long as it likes.
+      const auto elapsed = now - m_queue.FirstArrival().value_or(now);
+      if (m_limit.count() != 0 && elapsed >= m_limit) {
+        // The packet that completes the recording must not wait for the output.
+        m_queue.LiftBound();
       }
-      if (signals.HasArrived()) {
-        return End::kSignal;
+      m_end = EndOf(
+          {m_queue.ReceivedTime(), std::min(now - begin, m_queue.SilentFor(now)), IsCameraDisconnected()},
+          m_limit, m_place.patience);
+      if (m_end != StreamEnd::kNone) {
+        return;
       }
-      if (limit.count() != 0 && now - first >= limit) {
-        return End::kTimeIsUp;
-      }
-      // While the output is what everything waits for, the camera is not to blame.
-      const auto latest = std::max(begin, m_queue.LatestArrival());
-      if (!m_queue.IsFull() && now - latest > m_place.patience.withoutPacket) {
-        return End::kDriedUp;
-      }
+      const Written written = m_thread.Count();
       if (now >= nextProgress && written.frames > 0) {
-        line.Show({Seconds(now - first).count(), written.frames, written.bytes});
+        line.Show({Seconds(elapsed).count(), written.frames, written.bytes});
         nextProgress = now + kProgressEvery;
       }
       std::this_thread::sleep_for(kLookAround);
@@ -89,7 +89,7 @@ class Recording {
     }
   }
 
-  void Judge(End end) {
+  void ReportOutcome() {
     const Written written = m_thread.Count();
     if (m_queue.HasLoss()) {
       throw Failure(
@@ -97,28 +97,34 @@ class Recording {
           "no memory for a packet, the recording ends before it; close other programs and try again");
     }
     if (written.frames > 0) {
-      Summarise(written, end);
+      Summarise(written);
     }
-    const std::string soFar =
-        written.frames > 0 ? "the recording is complete up to there" : "nothing was written";
-    if (end == End::kSignal && written.frames == 0) {
-      throw Failure(ExitCode::kEndedEarly, "interrupted before the first picture; " + soFar);
+    if (m_isInterrupted && written.frames == 0) {
+      throw Failure(ExitCode::kEndedEarly, "interrupted before the first picture; nothing was written");
     }
-    if (end == End::kDriedUp) {
-      throw Failure(ExitCode::kEndedEarly,
-                    "the camera has delivered nothing for " +
-                        Decimal(Seconds(m_place.patience.withoutPacket).count(), 0) + " s; " + soFar +
-                        "; see with 'nuveqcam list' whether the camera is still there");
+    if (m_end == StreamEnd::kDisconnected || m_end == StreamEnd::kSilent) {
+      throw Failure(ExitCode::kEndedEarly, CauseText(m_end, m_place.patience) + "; " + AmountText(written) +
+                                               "; " + kAdviceAfterEarlyEnd);
     }
   }
 
-  void Summarise(const Written& written, End end) {
+  // "recorded 2.53 s of 5 s, complete up to there"
+  std::string AmountText(const Written& written) const {
+    if (written.frames == 0) {
+      return "nothing was written";
+    }
+    const std::string wanted =
+        m_limit.count() != 0 ? " of " + std::to_string(m_limit.count()) + " s" : std::string();
+    return "recorded " + Decimal(written.duration.count(), 2) + " s" + wanted + ", complete up to there";
+  }
+
+  void Summarise(const Written& written) {
     const double seconds = written.duration.count();
     const double kbits = static_cast<double>(written.bytes) * 8 / 1000 / seconds;
     const double toFirst = Seconds(m_queue.FirstArrival().value_or(m_openedAt) - m_openedAt).count() * 1000;
     // Where the recording itself goes to the standard output, that is no place for a summary.
     std::ostream& out = m_place.options.output == "-" ? m_place.console.err : m_place.console.out;
-    out << "recorded " + m_file.Name() + (end == End::kSignal ? " (interrupted)" : "") + "\n" +
+    out << "recorded " + m_file.Name() + (m_isInterrupted ? " (interrupted)" : "") + "\n" +
                "  request       " + ToText(m_request.size) + ", " + std::to_string(m_request.fps) + " fps\n" +
                "  frames        " + std::to_string(written.frames) + "\n" + "  key frames    " +
                std::to_string(written.keyFrames) + "\n" + "  duration      " + Decimal(seconds, 2) + " s\n" +
@@ -131,10 +137,13 @@ class Recording {
   OutputFile& m_file;
   const CameraRequest m_request;
   const OutputKind m_kind;
+  const std::chrono::seconds m_limit;  // 0: none
   PacketQueue m_queue{kQueueBytes};
   std::unique_ptr<PacketWriter> m_writer;
   WriterThread m_thread;
   Clock::time_point m_openedAt;
+  StreamEnd m_end = StreamEnd::kNone;
+  bool m_isInterrupted = false;
 };
 
 }  // namespace

@@ -10,6 +10,8 @@
 
 namespace {
 
+constexpr Clock::duration kNoLimit{0};
+
 // Decodes until the picture after the skipped ones is there.
 void WaitForPicture(const Workplace& place, const StopSignals& signals, PacketQueue& queue,
                     PictureDecoder& decoder) {
@@ -25,13 +27,17 @@ void WaitForPicture(const Workplace& place, const StopSignals& signals, PacketQu
       if (pictures > place.options.skip) {
         return;
       }
-    } else if (Clock::now() - std::max(begin, queue.LatestArrival()) > place.patience.withoutPacket) {
-      throw Failure(ExitCode::kEndedEarly,
-                    "the camera has delivered nothing for " +
-                        Decimal(std::chrono::duration<double>(place.patience.withoutPacket).count(), 0) +
-                        " s after " + std::to_string(pictures) + " of " +
-                        std::to_string(std::uint64_t{place.options.skip} + 1) +
-                        " pictures; see with 'nuveqcam list' whether the camera is still there");
+      continue;
+    }
+    const auto now = Clock::now();
+    const StreamEnd end = EndOf(
+        {.silence = std::min(now - begin, queue.SilentFor(now)), .isDisconnected = IsCameraDisconnected()},
+        kNoLimit, place.patience);
+    if (end != StreamEnd::kNone) {
+      throw Failure(ExitCode::kEndedEarly, CauseText(end, place.patience) + " after " +
+                                               std::to_string(pictures) + " of " +
+                                               std::to_string(std::uint64_t{place.options.skip} + 1) +
+                                               " pictures; nothing was written; " + kAdviceAfterEarlyEnd);
     }
   }
 }

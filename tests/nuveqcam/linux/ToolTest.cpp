@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "Commands.h"
+#include "Diagnosis.h"
 #include "SimulatedPc.h"
 #include "TemporaryFolder.h"
 
@@ -41,20 +42,15 @@ class Tool : public TemporaryFolder {
   }
 
   ExitCode Run(const std::vector<std::string>& words) {
-    return RunTool(OptionsOf(words), {out, err}, {std::chrono::milliseconds(1500)});
+    return RunTool(OptionsOf(words), {out, err}, patience);
   }
 
-  // Runs the words and does that once the output has something in it.
-  ExitCode RunAndDisturb(const std::vector<std::string>& words, const std::string& file,
-                         const std::function<void()>& disturb) {
+  // Runs the words and calls disturb as soon as the condition holds.
+  ExitCode RunAndDisturbWhen(const std::vector<std::string>& words, const std::function<bool()>& condition,
+                             const std::function<void()>& disturb) {
     std::atomic<bool> hasEnded = false;
     std::thread disturber([&] {
-      std::error_code error;
-      const auto hasBegun = [&] {
-        const auto size = std::filesystem::file_size(folder / file, error);
-        return !error && size > 0;
-      };
-      while (!hasEnded && !hasBegun()) {
+      while (!hasEnded && !condition()) {
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
       }
       disturb();
@@ -65,6 +61,18 @@ class Tool : public TemporaryFolder {
     return code;
   }
 
+  // Runs the words and calls disturb as soon as the output file has content.
+  ExitCode RunAndDisturb(const std::vector<std::string>& words, const std::string& file,
+                         const std::function<void()>& disturb) {
+    const auto hasContent = [&] {
+      std::error_code error;
+      const auto size = std::filesystem::file_size(folder / file, error);
+      return !error && size > 0;
+    };
+    return RunAndDisturbWhen(words, hasContent, disturb);
+  }
+
+  Patience patience{std::chrono::milliseconds(1500)};
   std::shared_ptr<SimulatedPc> pc;
   std::ostringstream out;
   std::ostringstream err;
@@ -105,22 +113,66 @@ TEST_F(Tool, AnswersJsonWithoutACameraToo) {
   EXPECT_THAT(out.str(), StartsWith(R"({"cameras":[],"devices":[{"name":")"));
 }
 
-TEST_F(Tool, EndsARecordingWhoseCameraGoes) {
-  UsePc({});
-  EXPECT_EQ(RunAndDisturb({"record", "--seconds", "0", "--size", "320x240", "-o", "OUT.mp4"}, "OUT.mp4",
-                          [&] { pc->RemoveBuiltInCamera(); }),
-            ExitCode::kEndedEarly);
-  EXPECT_THAT(out.str(), StartsWith("recorded "));
-  EXPECT_THAT(err.str(), HasSubstr("the camera has delivered nothing for"));
-  EXPECT_THAT(err.str(), HasSubstr("the recording is complete up to there"));
+std::vector<std::string> Recording(const std::string& seconds, const std::string& file) {
+  return {"record", "--seconds", seconds, "--size", "320x240", "-o", file};
 }
 
-TEST_F(Tool, EndsARecordingWhoseCameraFreezes) {
+TEST_F(Tool, RecordingCutShortByADisconnectEndsEarlyAndSaysHowMuchThereIs) {
+  patience = {};
+  const std::vector<std::pair<std::string, std::string>> cases{{"0", " s, "}, {"5", " s of 5 s, "}};
+  for (const auto& [seconds, amount] : cases) {
+    for (const char* const file : {"OUT.mp4", "OUT.h264"}) {
+      UsePc({});
+      out.str("");
+      err.str("");
+      std::filesystem::remove(folder / file);
+      EXPECT_EQ(RunAndDisturb(Recording(seconds, file), file, [&] { pc->RemoveBuiltInCamera(); }),
+                ExitCode::kEndedEarly);
+      EXPECT_THAT(out.str(), StartsWith("recorded "));
+      EXPECT_THAT(err.str(), StartsWith("nuveqcam: the camera was disconnected; recorded "));
+      EXPECT_THAT(err.str(), HasSubstr(amount + "complete up to there; check with 'nuveqcam list'"));
+    }
+  }
+}
+
+TEST_F(Tool, RecordingCutShortByASilentCameraEndsEarlyAndSaysHowMuchThereIs) {
+  patience.withoutPacket = std::chrono::seconds(3);  // longer than the recording
+  const std::vector<std::pair<std::string, std::string>> cases{{"0", " s, "}, {"2", " s of 2 s, "}};
+  for (const auto& [seconds, amount] : cases) {
+    UsePc({});
+    out.str("");
+    err.str("");
+    std::filesystem::remove(folder / "OUT.h264");
+    EXPECT_EQ(RunAndDisturb(Recording(seconds, "OUT.h264"), "OUT.h264", [&] { pc->Freeze(true); }),
+              ExitCode::kEndedEarly);
+    EXPECT_THAT(out.str(), StartsWith("recorded "));
+    EXPECT_THAT(err.str(), StartsWith("nuveqcam: no packets from the camera for 3 s; recorded "));
+    EXPECT_THAT(err.str(), HasSubstr(amount + "complete up to there; check with 'nuveqcam list'"));
+  }
+}
+
+TEST_F(Tool, RecordingOfASlowCameraIsComplete) {
+  SimulatedPcSettings settings;
+  settings.formats = {{FourCc("YUYV"), 320, 240, 2'000'000}};
+  for (const std::string asked : {"5", "10"}) {
+    UsePc(settings);
+    EXPECT_EQ(Run({"record", "--seconds", "1", "--fps", asked, "-o", "OUT.mp4"}), ExitCode::kOk) << err.str();
+    EXPECT_THAT(out.str(), HasSubstr("duration      1."));
+  }
+}
+
+TEST_F(Tool, SnapshotOfACameraThatIsDisconnectedSaysSo) {
   UsePc({});
-  EXPECT_EQ(RunAndDisturb({"record", "--seconds", "0", "--size", "320x240", "-o", "OUT.h264"}, "OUT.h264",
-                          [&] { pc->Freeze(true); }),
+  const auto hasNewFrames = [earlier = LatestStreamCounters().delivered] {
+    const auto delivered = LatestStreamCounters().delivered;
+    return delivered > 0 && delivered != earlier;
+  };
+  EXPECT_EQ(RunAndDisturbWhen({"snapshot", "--skip", "100000", "--size", "320x240", "-o", "OUT.png"},
+                              hasNewFrames, [&] { pc->RemoveBuiltInCamera(); }),
             ExitCode::kEndedEarly);
-  EXPECT_THAT(out.str(), StartsWith("recorded "));
+  EXPECT_THAT(err.str(), StartsWith("nuveqcam: the camera was disconnected after "));
+  EXPECT_THAT(err.str(), HasSubstr(" of 100001 pictures; nothing was written; check with 'nuveqcam list'"));
+  EXPECT_TRUE(std::filesystem::is_empty(folder));
 }
 
 TEST_F(Tool, SurvivesACameraThatNeverDelivers) {

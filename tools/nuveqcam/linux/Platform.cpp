@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "DeviceTree.h"
+#include "Diagnosis.h"
 #include "Failure.h"
 #include "Libav.h"
 #include "SimulatedPc.h"
@@ -32,6 +33,8 @@ void UseSimulatedPc(const std::string& clip) {
     throw Failure(ExitCode::kUsage, Printable(error.what()) + "; name another video file after --simulated");
   }
 }
+
+bool IsCameraDisconnected() { return LatestStreamCounters().isLost; }
 
 std::vector<SeenDevice> SeenDevices() {
   std::vector<SeenDevice> seen;

@@ -93,6 +93,8 @@ void UseSimulatedPc(const std::string& /*clip*/) {
   throw Failure(ExitCode::kUsage, "there is no simulated PC on this system; leave --simulated out");
 }
 
+bool IsCameraDisconnected() { return false; }
+
 std::vector<SeenDevice> SeenDevices() {
   const std::vector<CaptureDevice> devices = CaptureDevices();
   std::vector<std::string> displayNames;
