@@ -77,7 +77,7 @@ TEST(WriterThread, WithoutFinishCompletesNothing) {
 using WriterFile = TemporaryFolder;
 
 TEST_F(WriterFile, RawKeepsPacketsAsTheyAre) {
-  OutputFile file(NameOf(folder / "a.h264"));
+  OutputFile file(NameOf(folder / "a.h264"), StopSignals());
   const auto writer = MakePacketWriter(OutputKind::kRawH264, file, 30);
   writer->Write(KeyPacket(7), {});
   writer->Write(OtherPacket(8), {});

@@ -7,6 +7,7 @@ NUVEQCAM=build/native/bin/nuveqcam NUVEQCAM_VERSION=0.1.0 NUVEQCAM_MAN=tools/nuv
 import fcntl
 import os
 import pty
+import re
 import resource
 import signal
 import subprocess
@@ -14,7 +15,7 @@ import time
 import unittest
 from pathlib import Path
 
-from nuveqcam_tool import (CANNOT_OPEN, CANNOT_WRITE, OK, PATIENCE, PROGRAM, SMALL, USAGE, Tool, reset_signals,
+from nuveqcam_tool import (CANNOT_OPEN, CANNOT_WRITE, ENDED_EARLY, OK, PATIENCE, PROGRAM, SMALL, USAGE, Tool, reset_signals,
                            wait_until, wait_until_stalled)
 
 
@@ -163,11 +164,29 @@ class Interrupt(Tool):
     def test_ctrl_c_ends_the_wait_for_the_reader_of_a_named_pipe(self):
         os.mkfifo(self.file("pipe.h264"))
         process = self.start("record", "--simulated", "-o", "pipe.h264", *SMALL)
-        # The library is loaded just before the output is opened.
-        wait_until(lambda: "libnuveqcamerahandler" in Path(f"/proc/{process.pid}/maps").read_text(), process)
-        time.sleep(0.5)
+        wait_until(lambda: self.catches(process, signal.SIGINT), process)
         process.send_signal(signal.SIGINT)
-        self.assertEqual(process.wait(timeout=PATIENCE), -signal.SIGINT)
+        _, err = process.communicate(timeout=PATIENCE)
+        self.assertEqual((process.returncode, err),
+                         (ENDED_EARLY, b"nuveqcam: interrupted before a program opened pipe.h264 for reading; nothing was "
+                                       b"written\n"))
+        self.assertTrue(self.file("pipe.h264").is_fifo())
+
+    def test_named_pipe_gets_the_recording_once_it_has_a_reader(self):
+        os.mkfifo(self.file("pipe.h264"))
+        process = self.start("record", "--simulated", "--seconds", 1, "-o", "pipe.h264", *SMALL)
+        wait_until(lambda: self.catches(process, signal.SIGINT), process)
+        self.file("copy.h264").write_bytes(self.file("pipe.h264").read_bytes())
+        out, _ = process.communicate(timeout=PATIENCE)
+        self.assertEqual(process.returncode, OK)
+        self.assertEqual(len(self.pictures("copy.h264", 320, 240)), int(self.summary(out.decode())["frames"]))
+
+    @staticmethod
+    def catches(process, number):
+        """Whether the program has installed a handler for the signal."""
+        status = Path(f"/proc/{process.pid}/status").read_text()
+        caught = int(re.search(r"(?m)^SigCgt:\s*([0-9a-f]+)$", status)[1], 16)
+        return caught >> (number - 1) & 1 == 1
 
     def test_ignored_ctrl_c_stays_ignored(self):
         process = subprocess.Popen([PROGRAM, "record", "--simulated", "--seconds", "2", *SMALL, "-o", "camera.h264"],

@@ -7,13 +7,17 @@
 #include <string>
 
 #include "FileHandle.h"
+#include "StopSignals.h"
 
 class OutputFile {
  public:
   // Opens the file for writing; "-" is the standard output. What the file holds is left alone until the first
-  // Write, so that a camera that cannot be opened costs nobody an earlier recording. Throws Failure
-  // (kCannotWrite), as Write and Close do.
-  explicit OutputFile(const std::string& path);
+  // Write, so that a camera that cannot be opened costs nobody an earlier recording. Where the path is a
+  // named pipe (Linux), waits for a reader. Throws Failure: kCannotWrite, as Write and Close do, or
+  // kEndedEarly when a stop signal ends that wait.
+  //
+  // The signals are noted from before the file exists, so that an interrupt cannot leave an empty one behind.
+  OutputFile(const std::string& path, const StopSignals& signals);
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
   // Removes a file that the constructor made and nothing was written to.
@@ -35,7 +39,7 @@ class OutputFile {
  private:
   // The failure to write for that reason, one of the system's error codes.
   [[noreturn]] void Fail(int reason) const;
-  void Open();
+  void Open(const StopSignals& signals);
   void CutOnce();
 
   std::string m_path;

@@ -149,14 +149,13 @@ class Recording {
 }  // namespace
 
 void RunRecord(const Workplace& place) {
+  const StopSignals signals;
   if (place.options.output == "-" && place.console.isOutTerminal) {
     throw Failure(ExitCode::kUsage,
                   "a terminal cannot show the recording; pipe it on, or choose a file with -o");
   }
-  // First, so that an output that cannot be written is known before the camera's light goes on.
-  OutputFile file(place.options.output);
-  // Afterwards: Ctrl-C shall end the wait for the reader of a named pipe.
-  const StopSignals signals;
+  // Before the camera, so that an output that cannot be written is known before the camera's light goes on.
+  OutputFile file(place.options.output, signals);
   if (file.IsSameAs(place.options.clip)) {
     throw Failure(ExitCode::kUsage, "the recording would overwrite the clip; choose another file with -o");
   }

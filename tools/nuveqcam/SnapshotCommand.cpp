@@ -12,6 +12,12 @@ namespace {
 
 constexpr Clock::duration kNoLimit{0};
 
+void ThrowIfInterrupted(const StopSignals& signals) {
+  if (signals.HasArrived()) {
+    throw Failure(ExitCode::kEndedEarly, "interrupted before the picture was there; nothing was written");
+  }
+}
+
 // Decodes until the picture after the skipped ones is there.
 void WaitForPicture(const Workplace& place, const StopSignals& signals, PacketQueue& queue,
                     PictureDecoder& decoder) {
@@ -19,9 +25,7 @@ void WaitForPicture(const Workplace& place, const StopSignals& signals, PacketQu
   std::uint32_t pictures = 0;
   Packet packet;
   for (;;) {
-    if (signals.HasArrived()) {
-      throw Failure(ExitCode::kEndedEarly, "interrupted before the picture was there; nothing was written");
-    }
+    ThrowIfInterrupted(signals);
     if (queue.Pop(packet, kLookAround) == Popped::kPacket) {
       pictures += decoder.Decode(packet) ? 1U : 0U;
       if (pictures > place.options.skip) {
@@ -45,18 +49,18 @@ void WaitForPicture(const Workplace& place, const StopSignals& signals, PacketQu
 }  // namespace
 
 void RunSnapshot(const Workplace& place) {
+  const StopSignals signals;
   if (place.options.output == "-" && place.console.isOutTerminal) {
     throw Failure(ExitCode::kUsage,
                   "a terminal cannot show the picture; pipe it on, or choose a file with -o");
   }
-  OutputFile file(place.options.output);
-  // Afterwards: Ctrl-C shall end the wait for the reader of a named pipe.
-  const StopSignals signals;
+  OutputFile file(place.options.output, signals);
   if (file.IsSameAs(place.options.clip)) {
     throw Failure(ExitCode::kUsage, "the picture would overwrite the clip; choose another file with -o");
   }
   PictureDecoder decoder;
   const CameraRequest request = ChooseRequest(place.options, place.camera.Query());
+  ThrowIfInterrupted(signals);
   PacketQueue queue(kQueueBytes);
   {
     const OpenCamera open(place.camera, request, queue);

@@ -11,7 +11,7 @@ namespace {
 using Mp4 = TemporaryFolder;
 
 TEST_F(Mp4, NeedsAKeyFrameFirst) {
-  OutputFile file(NameOf(folder / "a.mp4"));
+  OutputFile file(NameOf(folder / "a.mp4"), StopSignals());
   const auto writer = MakePacketWriter(OutputKind::kMp4, file, 30);
   try {
     writer->Write({{0, 0, 0, 1, 0x61, 1}, Clock::now()}, {});
@@ -22,7 +22,7 @@ TEST_F(Mp4, NeedsAKeyFrameFirst) {
 }
 
 TEST_F(Mp4, NeedsAFileThatCanBeRewound) {
-  OutputFile file("/dev/null");
+  OutputFile file("/dev/null", StopSignals());
   try {
     MakePacketWriter(OutputKind::kMp4, file, 30);
     FAIL() << "took a file that cannot be rewound";

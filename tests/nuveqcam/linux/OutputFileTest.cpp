@@ -4,7 +4,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <fstream>
+#include <future>
+
+#include <sys/stat.h>
 
 #include "Failure.h"
 #include "Outputs.h"
@@ -12,14 +16,16 @@
 
 namespace {
 
+using ::testing::HasSubstr;
+
 using OutputLink = TemporaryFolder;
 
 TEST_F(OutputLink, ThatLeadsNowhereLeadsNowhereAgainWhenNothingWasWritten) {
   std::filesystem::create_symlink("target", folder / "link");
-  { const OutputFile file(NameOf(folder / "link")); }
+  { const OutputFile file(NameOf(folder / "link"), StopSignals()); }
   EXPECT_TRUE(std::filesystem::is_symlink(folder / "link"));
   EXPECT_FALSE(std::filesystem::exists(folder / "target"));
-  OutputFile file(NameOf(folder / "link"));
+  OutputFile file(NameOf(folder / "link"), StopSignals());
   Write(file, "kept");
   EXPECT_EQ(ContentOf(folder / "target"), "kept");
 }
@@ -27,19 +33,46 @@ TEST_F(OutputLink, ThatLeadsNowhereLeadsNowhereAgainWhenNothingWasWritten) {
 TEST_F(OutputLink, ToAnEarlierFileLeavesItWhenNothingWasWritten) {
   std::ofstream(folder / "target") << "earlier";
   std::filesystem::create_symlink("target", folder / "link");
-  { const OutputFile file(NameOf(folder / "link")); }
+  { const OutputFile file(NameOf(folder / "link"), StopSignals()); }
   EXPECT_EQ(ContentOf(folder / "target"), "earlier");
 }
 
 TEST_F(OutputLink, IsAnotherNameOfTheFile) {
   std::ofstream(folder / "a") << "a";
   std::filesystem::create_symlink("a", folder / "link");
-  const OutputFile file(NameOf(folder / "a"));
+  const OutputFile file(NameOf(folder / "a"), StopSignals());
   EXPECT_TRUE(file.IsSameAs(NameOf(folder / "link")));
 }
 
+using OutputPipe = TemporaryFolder;
+
+TEST_F(OutputPipe, WaitsForAReader) {
+  const std::string name = NameOf(folder / "pipe");
+  ASSERT_EQ(mkfifo(name.c_str(), 0600), 0);
+  auto read = std::async(std::launch::async, [&] { return ContentOf(folder / "pipe"); });
+  {
+    OutputFile file(name, StopSignals());
+    Write(file, "through");
+  }
+  EXPECT_EQ(read.get(), "through");
+}
+
+TEST_F(OutputPipe, StopSignalThatHasArrivedEndsTheWaitForAReader) {
+  const std::string name = NameOf(folder / "pipe");
+  ASSERT_EQ(mkfifo(name.c_str(), 0600), 0);
+  const StopSignals signals;
+  raise(SIGTERM);
+  try {
+    const OutputFile file(name, signals);
+    FAIL() << "opened a pipe that has no reader";
+  } catch (const Failure& failure) {
+    EXPECT_EQ(failure.Code(), ExitCode::kEndedEarly);
+    EXPECT_THAT(failure.what(), HasSubstr("interrupted before a program opened "));
+  }
+}
+
 TEST(OutputDevice, WithoutRoomIsAFailureWithTheCause) {
-  OutputFile file("/dev/full");
+  OutputFile file("/dev/full", StopSignals());
   EXPECT_FALSE(file.CanSeek());
   try {
     Write(file, "x");

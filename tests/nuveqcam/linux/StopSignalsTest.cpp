@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <cstdlib>
 
 namespace {
 
@@ -26,17 +27,26 @@ TEST(StopSignals, SecondOfAKindEndsTheProcess) {
   EXPECT_EXIT(interruptTwice(), ::testing::KilledBySignal(SIGTERM), "");
 }
 
-TEST(StopSignals, EarlierActionsReturn) {
+TEST(StopSignals, DoNotEndAProcessThatIsAboutToEndItself) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const auto interruptTheEnd = [] {
+    { const StopSignals signals; }
+    raise(SIGTERM);
+    std::exit(7);  // NOLINT(concurrency-mt-unsafe): there is no other thread
+  };
+  EXPECT_EXIT(interruptTheEnd(), ::testing::ExitedWithCode(7), "");
+}
+
+TEST(StopSignals, IgnoredSignalsStayIgnored) {
   struct sigaction ignore {};
   ignore.sa_handler = SIG_IGN;
-  sigaction(SIGINT, &ignore, nullptr);
-  {
-    const StopSignals signals;
-    raise(SIGINT);
-    EXPECT_FALSE(signals.HasArrived());
-  }
+  struct sigaction earlier {};
+  sigaction(SIGINT, &ignore, &earlier);
+  const StopSignals signals;
+  raise(SIGINT);
+  EXPECT_FALSE(signals.HasArrived());
   struct sigaction now {};
-  sigaction(SIGINT, nullptr, &now);
+  sigaction(SIGINT, &earlier, &now);
   EXPECT_EQ(now.sa_handler, SIG_IGN);
 }
 

@@ -17,7 +17,7 @@ using Output = TemporaryFolder;
 // What the failure says; empty when there is none.
 std::string WhyNotOpened(const std::string& name) {
   try {
-    const OutputFile file(name);
+    const OutputFile file(name, StopSignals());
     return {};
   } catch (const Failure& failure) {
     EXPECT_EQ(failure.Code(), ExitCode::kCannotWrite);
@@ -26,13 +26,13 @@ std::string WhyNotOpened(const std::string& name) {
 }
 
 TEST_F(Output, CanBeReadWhileItIsWritten) {
-  OutputFile file(NameOf(folder / "a"));
+  OutputFile file(NameOf(folder / "a"), StopSignals());
   Write(file, "so far");
   EXPECT_EQ(ContentOf(folder / "a"), "so far");
 }
 
 TEST_F(Output, IsNotWrittenByTwo) {
-  const OutputFile file(NameOf(folder / "a"));
+  const OutputFile file(NameOf(folder / "a"), StopSignals());
   EXPECT_THAT(WhyNotOpened(NameOf(folder / "a")),
               HasSubstr("; close the program that uses it or choose another"));
 }
@@ -65,7 +65,7 @@ class OutputPipe : public ::testing::Test {
 };
 
 TEST_F(OutputPipe, IsWrittenAndCannotGoBack) {
-  OutputFile file(m_name);
+  OutputFile file(m_name, StopSignals());
   EXPECT_FALSE(file.CanSeek());
   Write(file, "through");
   std::array<char, 16> read{};
@@ -75,7 +75,7 @@ TEST_F(OutputPipe, IsWrittenAndCannotGoBack) {
 }
 
 TEST_F(OutputPipe, WithoutItsReaderIsAFailureWithTheCause) {
-  OutputFile file(m_name);
+  OutputFile file(m_name, StopSignals());
   CloseReader();
   try {
     Write(file, "x");

@@ -1,7 +1,9 @@
 #include "OutputFile.h"
 
 #include <cerrno>
+#include <chrono>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 #include <fcntl.h>
@@ -15,8 +17,34 @@
 namespace {
 
 constexpr mode_t kFileMode = 0666;
+constexpr std::chrono::milliseconds kReaderPollInterval{20};
 
 static_assert(EAGAIN == EWOULDBLOCK);
+
+bool IsNamedPipe(const std::string& path) {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0 && S_ISFIFO(status.st_mode);
+}
+
+// Waits for a reader. A blocking open would miss a stop signal that arrives just before it. Returns -1, with
+// errno, on failure.
+int OpenNamedPipe(const std::string& path, const std::string& name, const StopSignals& signals) {
+  while (!signals.HasArrived()) {
+    const int descriptor = open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    if (descriptor >= 0) {
+      // Writing waits for room again.
+      fcntl(descriptor, F_SETFL, fcntl(descriptor, F_GETFL) & ~O_NONBLOCK);
+      return descriptor;
+    }
+    if (errno != ENXIO) {
+      return descriptor;
+    }
+    // There is no reader yet.
+    std::this_thread::sleep_for(kReaderPollInterval);
+  }
+  throw Failure(ExitCode::kEndedEarly,
+                "interrupted before a program opened " + name + " for reading; nothing was written");
+}
 
 std::string NextStep(int reason, bool isStandardOutput) {
   if (reason == EPIPE) {
@@ -36,21 +64,21 @@ std::string NextStep(int reason, bool isStandardOutput) {
 
 }  // namespace
 
-OutputFile::OutputFile(const std::string& path)
+OutputFile::OutputFile(const std::string& path, const StopSignals& signals)
     : m_path(path),
       m_name(path == "-" ? "the standard output" : Printable(path)),
       m_isStandardOutput(path == "-") {
   if (m_isStandardOutput) {
     m_handle = STDOUT_FILENO;
   } else {
-    Open();
+    Open(signals);
   }
   struct stat status {};
   m_isRegular = fstat(m_handle, &status) == 0 && S_ISREG(status.st_mode);
   m_canSeek = !m_isStandardOutput && m_isRegular;
 }
 
-void OutputFile::Open() {
+void OutputFile::Open(const StopSignals& signals) {
   constexpr int kFlags = O_WRONLY | O_CREAT | O_CLOEXEC;
   // Whether the file is new decides whether it may go again.
   m_handle = open(m_path.c_str(), kFlags | O_EXCL, kFileMode);
@@ -59,7 +87,8 @@ void OutputFile::Open() {
     // A link that leads nowhere exists, and what it leads to does not.
     std::error_code error;
     isNew = !std::filesystem::exists(m_path, error) && !error;
-    m_handle = open(m_path.c_str(), kFlags, kFileMode);
+    m_handle = IsNamedPipe(m_path) ? OpenNamedPipe(m_path, m_name, signals)
+                                   : open(m_path.c_str(), kFlags, kFileMode);
   }
   if (m_handle < 0) {
     Fail(errno);

@@ -12,30 +12,23 @@ constexpr std::array kStopSignals{SIGINT, SIGTERM, SIGHUP};
 std::atomic<bool> stopHasArrived{false};
 static_assert(std::atomic<bool>::is_always_lock_free);
 
-std::array<struct sigaction, kStopSignals.size()> earlierActions{};
-
 extern "C" void NoteStop(int /*signal*/) { stopHasArrived = true; }
 
 }  // namespace
 
 StopSignals::StopSignals() {
   stopHasArrived = false;
-  for (std::size_t i = 0; i < kStopSignals.size(); ++i) {
+  for (const int number : kStopSignals) {
+    struct sigaction earlier {};
     struct sigaction action {};
     action.sa_handler = NoteStop;
     // A write in progress is completed; the second signal meets the default action.
     action.sa_flags = SA_RESTART | static_cast<int>(SA_RESETHAND);
     sigemptyset(&action.sa_mask);
-    sigaction(kStopSignals[i], nullptr, &earlierActions[i]);
-    if (earlierActions[i].sa_handler != SIG_IGN) {
-      sigaction(kStopSignals[i], &action, nullptr);
+    sigaction(number, nullptr, &earlier);
+    if (earlier.sa_handler != SIG_IGN) {
+      sigaction(number, &action, nullptr);
     }
-  }
-}
-
-StopSignals::~StopSignals() {
-  for (std::size_t i = 0; i < kStopSignals.size(); ++i) {
-    sigaction(kStopSignals[i], &earlierActions[i], nullptr);
   }
 }
 

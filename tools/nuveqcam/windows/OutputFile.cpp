@@ -61,7 +61,7 @@ std::wstring PathOf(HANDLE file) {
 
 }  // namespace
 
-OutputFile::OutputFile(const std::string& path)
+OutputFile::OutputFile(const std::string& path, const StopSignals& signals)
     : m_path(path),
       m_name(path == "-" ? "the standard output" : Printable(path)),
       m_isStandardOutput(path == "-") {
@@ -72,14 +72,14 @@ OutputFile::OutputFile(const std::string& path)
       Fail(ERROR_INVALID_HANDLE);
     }
   } else {
-    Open();
+    Open(signals);
   }
   m_isRegular = GetFileType(m_handle) == FILE_TYPE_DISK;
   m_canSeek = !m_isStandardOutput && m_isRegular;
 }
 
 // Others may read the file meanwhile, not write it.
-void OutputFile::Open() {
+void OutputFile::Open(const StopSignals& /*signals*/) {
   // Freeing it may change the latest error, so it stays until that has been read.
   const std::wstring path = Wide(m_path);
   m_handle = CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_ALWAYS,

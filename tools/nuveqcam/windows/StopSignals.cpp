@@ -8,14 +8,10 @@
 
 namespace {
 
-std::atomic<bool> isArmed{false};
 std::atomic<bool> stopHasArrived{false};
 
 // Runs on a thread that the system makes for it.
 BOOL WINAPI NoteStop(DWORD kind) {
-  if (!isArmed) {
-    return FALSE;
-  }
   const bool isFirst = !stopHasArrived.exchange(true);
   if (kind != CTRL_C_EVENT && kind != CTRL_BREAK_EVENT) {
     // The console closes, or the session ends: the process lives until this returns, or for the seconds that
@@ -33,12 +29,10 @@ BOOL WINAPI NoteStop(DWORD kind) {
 }  // namespace
 
 StopSignals::StopSignals() {
-  // Never taken off again: that would wait for a handler that waits for the end of the process.
-  static const BOOL isInstalled = SetConsoleCtrlHandler(NoteStop, TRUE);
   stopHasArrived = false;
-  isArmed = isInstalled != FALSE;
+  // Once: a handler that is added twice is called twice. Removing it would wait for a handler that waits for
+  // the end of the process.
+  [[maybe_unused]] static const BOOL isInstalled = SetConsoleCtrlHandler(NoteStop, TRUE);
 }
-
-StopSignals::~StopSignals() { isArmed = false; }
 
 bool StopSignals::HasArrived() const { return stopHasArrived; }
