@@ -23,9 +23,14 @@ endif()
 add_executable(interrupt_at_call ${CMAKE_CURRENT_LIST_DIR}/interrupt_at_call.cpp)
 set_target_properties(interrupt_at_call PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/fixtures)
 
+set(stride 1)
+if(NUVEQ_INSTRUMENTATION)
+  set(stride 4)
+endif()
+
 nuveq_add_python_tests(tests PREFIX nuveqcam
     SCRIPTS nuveqcam_test.py nuveqcam_record_test.py nuveqcam_interrupt_test.py WITHOUT ${without})
 set_tests_properties(${tests} PROPERTIES
     TIMEOUT 300
     LABELS pipeline
-    ENVIRONMENT "NUVEQCAM=$<TARGET_FILE:nuveqcam>;INTERRUPT_AT_CALL=$<TARGET_FILE:interrupt_at_call>;NUVEQCAM_VERSION=${PROJECT_VERSION};NUVEQCAM_MAN=${PROJECT_SOURCE_DIR}/tools/nuveqcam/nuveqcam.1")
+    ENVIRONMENT "NUVEQCAM=$<TARGET_FILE:nuveqcam>;INTERRUPT_AT_CALL=$<TARGET_FILE:interrupt_at_call>;INTERRUPT_STRIDE=${stride};NUVEQCAM_VERSION=${PROJECT_VERSION};NUVEQCAM_MAN=${PROJECT_SOURCE_DIR}/tools/nuveqcam/nuveqcam.1")
