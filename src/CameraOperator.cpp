@@ -1,6 +1,7 @@
 // The operator's life, the open and close sequences, the teardown, and the reports to the platform.
 #include "CameraOperator.h"
 
+#include <optional>
 #include <utility>
 
 #include "CameraCapabilityMgr.h"
@@ -11,11 +12,21 @@ namespace {
 
 constexpr LONG kForEver = -1;
 
+// The host's logger; none if the host fails to provide it.
+std::optional<log4cplus::Logger> TryGetLogger() noexcept {
+  try {
+    return GetLogger();
+  } catch (...) {
+    return std::nullopt;
+  }
+}
+
 // Holds the process-wide operator.
 class InstanceHolder {
  public:
   // The operator's threads log until it is destroyed, so the logger is made before it and goes after it.
-  InstanceHolder() : m_logger(GetLogger()) { new (&m_operator) CameraOperator; }
+  // Without a logger only the log lines are lost.
+  InstanceHolder() : m_logger(TryGetLogger()) { new (&m_operator) CameraOperator; }
   InstanceHolder(const InstanceHolder&) = delete;
   InstanceHolder& operator=(const InstanceHolder&) = delete;
   // In a process that is ending, the operator's threads may have died with its locks held; and one that ends
@@ -30,7 +41,7 @@ class InstanceHolder {
   CameraOperator& Get() { return m_operator; }
 
  private:
-  log4cplus::Logger m_logger;
+  std::optional<log4cplus::Logger> m_logger;
   union {
     CameraOperator m_operator;
   };

@@ -149,6 +149,22 @@ TEST_F(Boundary, LoggerThatThrowsCostsTheLinesAndNothingElse) {
   EXPECT_THAT(platform.Logs(), IsEmpty());
 }
 
+TEST_F(Boundary, LoggerThatThrowsWhileTheOperatorIsMadeCostsTheLinesAndNothingElse) {
+  Unload();
+  LoadedLibrary fresh(NUVEQ_LIBRARY_FILE);
+  ASSERT_EQ(fresh.GetCameraHandler(&handler), 0);
+  platform.Before("GetLogger", [] { throw std::runtime_error("host"); });
+  EXPECT_EQ(handler.RegisterSendDataCallback(nullptr, 0, &HostCallbacks::OnData), 0);
+  ASSERT_NO_FATAL_FAILURE(QueryAndOpen());
+  DeliverAndReceive(1);
+  EXPECT_EQ(Close(), 1);
+  EXPECT_THAT(platform.Logs(), IsEmpty());
+  platform.Before("GetLogger", nullptr);
+  EXPECT_EQ(Close(), 0);
+  EXPECT_EQ(platform.Logs().size(), 1U) << "a logger that works again is used";
+  fresh.Unload();
+}
+
 TEST_F(Boundary, ThreadThatCannotBeStartedMakesTheOpenFailAndACloseMendsItEvenWhileFramesFlow) {
   QueryAndRelease();
   ExpectFormatLeft(2);
