@@ -117,8 +117,10 @@ class CameraOperator {
  private:
   // Tests reach states through it that no sequence of calls leads to.
   friend struct CameraOperatorTestAccess;
+  friend void EncodeThreadEntry();
 
   class TearDown;
+  class EncodeThreadMark;
 
   VideoEncoder::EncodeParam MakeEncodeParam(const NUVEQCameraParam& param) const;
   void StartEncodeThread();
@@ -150,7 +152,7 @@ class CameraOperator {
   bool m_isModuleHeld = false;
   // A refused open request replaces the id while the encoder thread sends packets under it.
   std::mutex m_cameraIdMutex;
-  // The encoder thread while there is one; set by itself.
+  // The encoder thread while it runs; set and cleared by its entry.
   std::atomic<std::thread::id> m_encodeThreadId{};
   // Buffers that have left circulation since the pool was made.
   std::atomic<std::uint32_t> m_lostBuffers = 0;

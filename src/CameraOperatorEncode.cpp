@@ -52,9 +52,26 @@ bool IsReady(VideoEncoder& encoder, const VideoEncoder::EncodeParam& param) noex
 
 }  // namespace
 
+// Marks the calling thread as the operator's encoder thread while it lives. Systems reuse the ids of threads
+// that have ended.
+class CameraOperator::EncodeThreadMark {
+ public:
+  explicit EncodeThreadMark(CameraOperator& camera) : m_camera(camera) {
+    m_camera.m_encodeThreadId = std::this_thread::get_id();
+  }
+  EncodeThreadMark(const EncodeThreadMark&) = delete;
+  EncodeThreadMark& operator=(const EncodeThreadMark&) = delete;
+  ~EncodeThreadMark() { m_camera.m_encodeThreadId = std::thread::id(); }
+
+ private:
+  CameraOperator& m_camera;
+};
+
 void EncodeThreadEntry() {
   PrepareEncoderThread();
-  CameraOperator::GetInstance().EncodeH264();
+  CameraOperator& camera = CameraOperator::GetInstance();
+  const CameraOperator::EncodeThreadMark mark(camera);
+  camera.EncodeH264();
 }
 
 bool CameraOperator::InitVideoEncoder(const VideoEncoder::EncodeParam& param) {
@@ -85,12 +102,10 @@ void CameraOperator::StopEncodeThread() {
   m_stopEncode = true;
   if (m_encodeThread.joinable()) {
     m_encodeThread.join();
-    m_encodeThreadId = std::thread::id();
   }
 }
 
 void CameraOperator::EncodeH264() {
-  m_encodeThreadId = std::this_thread::get_id();
   std::string id;
   while (!m_stopEncode) {
     VideoFrame* const frame = m_frameBufQueue.GetDataBuffer();

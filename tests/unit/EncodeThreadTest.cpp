@@ -345,6 +345,16 @@ TEST_F(EncoderSetUp, LoopThatIsToldToStopTakesNoFrame) {
   EXPECT_EQ(platform.CallCount("VideoEncoder::Encode"), 0U);
 }
 
+TEST_F(EncoderSetUp, ThreadThatHasRunTheLoopItselfMayCloseTheCamera) {
+  EXPECT_TRUE(camera->InitVideoEncoder(Param()));
+  camera->EncodeH264();
+  EXPECT_FALSE(camera->IsOnEncodeThread());
+  ExpectLeft("current media type");
+  EXPECT_EQ(camera->CameraCount(), 1U);
+  EXPECT_TRUE(camera->OpenCamera(0, 16, 16, 30, MEDIASUBTYPE_YUY2));
+  EXPECT_TRUE(camera->CloseCameraInner("0", 1));
+}
+
 TEST_F(EncoderSetUp, FramesThatWaitWhenTheLoopIsToldToStopAreNotEncoded) {
   EXPECT_TRUE(camera->InitVideoEncoder(Param()));
   const std::vector<std::uint8_t> frame = SmallFrame();
