@@ -202,8 +202,11 @@ typedef struct NUVEQCameraHandler {
   /*
    * Finds the built-in camera and reads what it can deliver. A camera that is open is not disturbed. On
    * success *capabilities points at *count records (one), which the platform hands back through
-   * ReleaseCapability. Set *capabilities to null before the call: a failure releases what it finds there,
-   * and what it leaves there afterwards must be neither read nor released.
+   * ReleaseCapability. The value that *capabilities has before the call is not used. Records of an earlier
+   * query stay valid, also when this one fails; keep another pointer to them, since this one is overwritten.
+   * After a failure *capabilities must be neither read nor released. It is unchanged if the query ended
+   * before the first record was allocated, null if that allocation failed (-3), and otherwise points at
+   * records that have been released already.
    * Results: 0; -2 an argument is null; -1000 no built-in camera (the action callback is called with type
    * 7), its capabilities could not be read, a capture device has a name that is no Unicode text, or no
    * memory for the frame rates or for anything but the records; -3 no memory for another block of the

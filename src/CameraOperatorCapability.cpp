@@ -69,12 +69,12 @@ int FillResolutions(NUVEQCameraAbility& ability, const std::vector<tagSIZE>& siz
 
 // Builds one camera's record. What a failure leaves unfinished is released with the record.
 int MakeRecord(unsigned int index, const std::vector<unsigned int>& fpsList,
-               const std::vector<tagSIZE>& sizes, NUVEQCameraCapabilities*& stored) {
-  auto* const record = AllocateZeroed<NUVEQCameraCapabilities>(1);
+               const std::vector<tagSIZE>& sizes, NUVEQCameraCapabilities*& record) {
+  // Stored even when it is null, so that the clean-up never meets what the host's pointer held before.
+  record = AllocateZeroed<NUVEQCameraCapabilities>(1);
   if (record == nullptr) {
     return NUVEQ_CAMERA_NO_MEMORY;
   }
-  stored = record;
   if (const int result = FillId(*record, index); result != NUVEQ_CAMERA_OK) {
     return result;
   }

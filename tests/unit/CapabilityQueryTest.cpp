@@ -177,12 +177,39 @@ INSTANTIATE_TEST_SUITE_P(Each, CapabilityAllocation,
                                            AllocationFailure{"Sizes", 5, -3}),
                          [](const auto& tested) { return std::string(tested.param.block); });
 
-TEST_F(CapabilityQuery, FailureBeforeTheFirstRecordReleasesWhatTheCallerStillPointsAt) {
-  EXPECT_EQ(Query(), 0);
-  NUVEQCameraCapabilities* records = std::exchange(capabilities, nullptr);
+TEST_F(CapabilityQuery, FailureToAllocateTheRecordClearsTheCallersPointerAndReleasesNothing) {
+  ASSERT_EQ(Query(), 0);
+  NUVEQCameraCapabilities* records = capabilities;
   platform.AnswersNth("AllocatePlatformBlock", 1, Fails());
   EXPECT_EQ(handler.GetCapability(&records, &cameraNum), -3);
+  EXPECT_EQ(records, nullptr);
+  // The records of the query before are still the caller's.
+  EXPECT_STREQ(capabilities->id, "0");
+  ReleaseCapabilities();
   EXPECT_THAT(platform.Alive(), IsEmpty());
+}
+
+TEST_F(CapabilityQuery, LaterFailureReleasesTheNewRecordAndNotTheOneOfTheQueryBefore) {
+  for (const unsigned block : {2U, 3U, 4U, 5U}) {
+    ASSERT_EQ(Query(), 0);
+    NUVEQCameraCapabilities* records = capabilities;
+    platform.AnswersNth("AllocatePlatformBlock", block, Fails());
+    EXPECT_NE(handler.GetCapability(&records, &cameraNum), 0);
+    EXPECT_STREQ(capabilities->id, "0");
+    ReleaseCapabilities();
+    EXPECT_THAT(platform.Alive(), IsEmpty());
+  }
+}
+
+TEST_F(CapabilityQuery, FailureBeforeARecordLeavesTheCallersPointerAlone) {
+  ASSERT_EQ(Query(), 0);
+  NUVEQCameraCapabilities* records = capabilities;
+  EXPECT_EQ(handler.GetCapability(&records, nullptr), -2);
+  EXPECT_EQ(records, capabilities);
+  platform.SetPc({{}, {PlugInCamera()}});
+  EXPECT_EQ(handler.GetCapability(&records, &cameraNum), -1000);
+  EXPECT_EQ(records, capabilities);
+  EXPECT_STREQ(capabilities->id, "0");
 }
 
 TEST_F(CapabilityQuery, AllocationFailureAfterAFailedReadingDecidesTheResult) {
