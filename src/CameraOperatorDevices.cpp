@@ -7,6 +7,7 @@
 #include <limits>
 #include <locale>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 
 #include "CameraOperator.h"
@@ -38,18 +39,24 @@ class DeviceInfoSet {
   HDEVINFO m_set;
 };
 
-// The device information element that goes with interface number index of the set.
-bool GetDeviceInfo(const DeviceInfoSet& set, DWORD index, SP_DEVICE_INTERFACE_DATA& data,
-                   SP_DEVINFO_DATA& device) {
-  // Only that the path can be read matters, not what it says.
+// Device information element number index of the set, provided that the detail of the interface can be read.
+std::optional<DEVINST> GetDevice(const DeviceInfoSet& set, DWORD index, SP_DEVICE_INTERFACE_DATA& data) {
+  // Neither the path nor the element that come with the detail are used.
   alignas(SP_DEVICE_INTERFACE_DETAIL_DATA_W) std::array<unsigned char, kInterfaceDetailSize> buffer{};
   auto* const detail = reinterpret_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_W*>(buffer.data());
   detail->cbSize = sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_W);
-  if (SetupDiGetDeviceInterfaceDetailW(set.Get(), &data, detail, kInterfaceDetailSize, nullptr, &device) ==
+  SP_DEVINFO_DATA unused{};
+  unused.cbSize = sizeof(unused);
+  if (SetupDiGetDeviceInterfaceDetailW(set.Get(), &data, detail, kInterfaceDetailSize, nullptr, &unused) ==
       FALSE) {
-    return false;
+    return std::nullopt;
   }
-  return SetupDiEnumDeviceInfo(set.Get(), index, &device) != FALSE;
+  SP_DEVINFO_DATA device{};
+  device.cbSize = sizeof(device);
+  if (SetupDiEnumDeviceInfo(set.Get(), index, &device) == FALSE) {
+    return std::nullopt;
+  }
+  return device.DevInst;
 }
 
 // Outputs start out as what makes a device count for nothing, for systems that answer success and write
@@ -113,10 +120,8 @@ std::vector<std::string> CameraOperator::QueryFixedUsbDeviceIds() {
         TRUE) {
       return ids;
     }
-    SP_DEVINFO_DATA device{};
-    device.cbSize = sizeof(device);
-    if (GetDeviceInfo(set, index, data, device) && IsFixed(device.DevInst)) {
-      AppendFirstChildId(device.DevInst, ids);
+    if (const std::optional<DEVINST> device = GetDevice(set, index, data); device && IsFixed(*device)) {
+      AppendFirstChildId(*device, ids);
     }
   }
 }

@@ -66,6 +66,7 @@ SCRIPTED_EXPORT BOOL WINAPI SetupDiEnumDeviceInterfaces(HDEVINFO set, SP_DEVINFO
   if (device != nullptr) {
     Platform::Get().NoteMisuse("the interfaces of the whole set are enumerated");
   }
+  data->Reserved = index;
   return answer.hr == S_OK && set != nullptr && index < UsbDevices().size() ? TRUE : FALSE;
 }
 
@@ -81,6 +82,11 @@ SCRIPTED_EXPORT BOOL WINAPI SetupDiGetDeviceInterfaceDetailW(HDEVINFO set, SP_DE
   if (requiredSize != nullptr) {
     Platform::Get().NoteMisuse("no required size is asked for");
   }
+  if (!answer.null) {
+    device->ClassGuid = GUID_DEVINTERFACE_USB_DEVICE;
+    device->DevInst = kDevices + static_cast<DEVINST>(data->Reserved);
+    device->Reserved = 1;
+  }
   return answer.hr == S_OK ? TRUE : FALSE;
 }
 
@@ -88,6 +94,9 @@ SCRIPTED_EXPORT BOOL WINAPI SetupDiEnumDeviceInfo(HDEVINFO set, DWORD index, SP_
   const auto answer = Platform::Get().Enter("SetupDiEnumDeviceInfo", std::to_string(index));
   CheckSet(set);
   CheckSize(device, "SP_DEVINFO_DATA");
+  if (!IsEqualGUID(device->ClassGuid, GUID{}) || device->DevInst != 0 || device->Reserved != 0) {
+    Platform::Get().NoteMisuse("SetupDiEnumDeviceInfo is given a structure that is not zeroed");
+  }
   if (index >= UsbDevices().size()) {
     return FALSE;
   }

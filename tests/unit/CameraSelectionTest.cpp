@@ -292,6 +292,18 @@ TEST_F(CameraSelection, CallThatSucceedsWithoutWritingItsAnswerMakesNoDeviceBuil
   }
 }
 
+TEST_F(CameraSelection, ElementThatIsNotWrittenIsNotThatOfTheInterface) {
+  platform.SetPc({{{0, "A"}, {0, "B"}}, {}});
+  platform.AnswersNth("SetupDiEnumDeviceInfo", 1, SucceedsWithNull());
+  EXPECT_THAT(camera->QueryFixedUsbDeviceIds(), ElementsAre("B"));
+}
+
+TEST_F(CameraSelection, ElementIsReadIntoAZeroedStructureOfItsOwn) {
+  platform.SetPc({{{0, "A"}, {0, "B"}}, {}});
+  EXPECT_THAT(camera->QueryFixedUsbDeviceIds(), ElementsAre("A", "B"));
+  EXPECT_THAT(platform.Misuse(), IsEmpty());
+}
+
 TEST_F(CameraSelection, IdIsTakenAsItIsAlsoWhenItIsEmpty) {
   platform.SetPc({{{0, "A"}, {0, "B"}}, {}});
   platform.AnswersNth("CM_Get_Device_IDA", 1, SucceedsWithNull());
