@@ -12,6 +12,7 @@
 
 #include "CameraOperator.h"
 #include "Log.h"
+#include "Receive.h"
 #include "SetupApi.h"
 
 namespace {
@@ -98,6 +99,24 @@ std::string ToUtf8(const std::wstring& text) {
   return converted;
 }
 
+HRESULT CreateDeviceEnumerator(ComPtr<ICreateDevEnum>& devices) {
+  return Receive(devices.Put(), [](void** out) {
+    return CoCreateInstance(CLSID_SystemDeviceEnum, nullptr, CLSCTX_INPROC_SERVER, IID_ICreateDevEnum, out);
+  });
+}
+
+HRESULT EnumerateCameras(ICreateDevEnum& devices, ComPtr<IEnumMoniker>& monikers) {
+  return Receive(monikers.Put(), [&](IEnumMoniker** out) {
+    return devices.CreateClassEnumerator(CLSID_VideoInputDeviceCategory, out, 0);
+  });
+}
+
+// False at the end. The next moniker may be null.
+bool NextMoniker(IEnumMoniker& monikers, ComPtr<IMoniker>& moniker) {
+  ULONG fetched = 0;
+  return Receive(moniker.Put(), [&](IMoniker** out) { return monikers.Next(1, out, &fetched); }) == S_OK;
+}
+
 // Task memory that one allocator frees.
 struct FreeWithAllocator {
   IMalloc* allocator;
@@ -131,21 +150,21 @@ std::string CameraOperator::GetMonikerDisplayName(const ComPtr<IMoniker>& monike
     return {};
   }
   ComPtr<IMalloc> allocator;
-  if (CoGetMalloc(kTaskAllocator, allocator.Put()) != S_OK || !allocator) {
+  Receive(allocator.Put(), [](IMalloc** out) { return CoGetMalloc(kTaskAllocator, out); });
+  if (!allocator) {
     return {};
   }
   ComPtr<IBindCtx> context;
-  if (CreateBindCtx(0, context.Put()) != S_OK || !context) {
+  Receive(context.Put(), [](IBindCtx** out) { return CreateBindCtx(0, out); });
+  if (!context) {
     return {};
   }
   LPOLESTR text = nullptr;
-  const HRESULT hr = moniker->GetDisplayName(context.Get(), nullptr, &text);
-  // With S_FALSE the text is not used, but it has been handed out.
-  const std::unique_ptr<WCHAR, FreeWithAllocator> owner(hr >= 0 ? text : nullptr,
-                                                        FreeWithAllocator{allocator.Get()});
-  if (hr != S_OK || text == nullptr) {
+  Receive(&text, [&](LPOLESTR* out) { return moniker->GetDisplayName(context.Get(), nullptr, out); });
+  if (text == nullptr) {
     return {};
   }
+  const std::unique_ptr<WCHAR, FreeWithAllocator> owner(text, FreeWithAllocator{allocator.Get()});
   return ToUtf8(text);
 }
 
@@ -163,15 +182,14 @@ std::string CameraOperator::FindPCCameraName(const std::vector<std::string>& dis
 
 unsigned int CameraOperator::CameraCount() {
   ComPtr<ICreateDevEnum> devices;
-  HRESULT hr = CoCreateInstance(CLSID_SystemDeviceEnum, nullptr, CLSCTX_INPROC_SERVER, IID_ICreateDevEnum,
-                                devices.PutVoid());
-  if (hr != S_OK || !devices) {
+  HRESULT hr = CreateDeviceEnumerator(devices);
+  if (!devices) {
     OPERATOR_LOG(ERROR_LOG_LEVEL, 565, L"fail to create enumrate instance, error:", hr);
     return 0;
   }
   ComPtr<IEnumMoniker> monikers;
-  hr = devices->CreateClassEnumerator(CLSID_VideoInputDeviceCategory, monikers.Put(), 0);
-  if (hr != S_OK || !monikers) {
+  hr = EnumerateCameras(*devices.Get(), monikers);
+  if (!monikers) {
     OPERATOR_LOG(ERROR_LOG_LEVEL, 573, L"fail to create enumrate class, error: ", hr);
     return 0;
   }
@@ -180,8 +198,7 @@ unsigned int CameraOperator::CameraCount() {
   // Names of cameras that are not accepted stay out of the list, also when something throws on the way.
   std::vector<std::string> displayNames;
   ComPtr<IMoniker> moniker;
-  ULONG fetched = 0;
-  while (monikers->Next(1, moniker.Put(), &fetched) == S_OK) {
+  while (NextMoniker(*monikers.Get(), moniker)) {
     if (std::string name = GetMonikerDisplayName(moniker); !name.empty()) {
       displayNames.push_back(std::move(name));
     }
@@ -197,26 +214,25 @@ bool CameraOperator::BindDeviceFilter(unsigned int cameraIndex, IBaseFilter** fi
     return false;
   }
   ComPtr<ICreateDevEnum> devices;
-  HRESULT hr = CoCreateInstance(CLSID_SystemDeviceEnum, nullptr, CLSCTX_INPROC_SERVER, IID_ICreateDevEnum,
-                                devices.PutVoid());
-  if (hr != S_OK || !devices) {
+  HRESULT hr = CreateDeviceEnumerator(devices);
+  if (!devices) {
     OPERATOR_LOG(ERROR_LOG_LEVEL, 286, L"fail to create enumlate instance, error:", hr);
     return false;
   }
   ComPtr<IEnumMoniker> monikers;
-  hr = devices->CreateClassEnumerator(CLSID_VideoInputDeviceCategory, monikers.Put(), 0);
-  if (hr != S_OK || !monikers) {
+  hr = EnumerateCameras(*devices.Get(), monikers);
+  if (!monikers) {
     OPERATOR_LOG(ERROR_LOG_LEVEL, 294, L"Enumerate device fail, error: ", hr);
     return false;
   }
   monikers->Reset();
   ComPtr<IMoniker> moniker;
-  ULONG fetched = 0;
-  while (monikers->Next(1, moniker.Put(), &fetched) == S_OK) {
+  while (NextMoniker(*monikers.Get(), moniker)) {
     if (!moniker || GetMonikerDisplayName(moniker).find(m_cameraNames[cameraIndex]) == std::string::npos) {
       continue;
     }
-    hr = moniker->BindToObject(nullptr, nullptr, IID_IBaseFilter, reinterpret_cast<void**>(filter));
+    hr = Receive(filter,
+                 [&](void** out) { return moniker->BindToObject(nullptr, nullptr, IID_IBaseFilter, out); });
     if (hr != S_OK) {
       OPERATOR_LOG(ERROR_LOG_LEVEL, 308, L"BindFilter fail. cameraIndex:", cameraIndex);
       return false;

@@ -5,6 +5,7 @@
 #include "CameraOperator.h"
 #include "Log.h"
 #include "MediaType.h"
+#include "Receive.h"
 
 namespace {
 
@@ -15,20 +16,16 @@ constexpr LONG kCallBufferCB = 1;
 bool CameraOperator::SetCameraFormat(IPin* outputPin, std::uint32_t width, std::uint32_t height,
                                      std::uint32_t fps, GUID subType) {
   ComPtr<IAMStreamConfig> config;
-  HRESULT hr = outputPin->QueryInterface(IID_IAMStreamConfig, config.PutVoid());
-  if (hr != S_OK || !config) {
+  HRESULT hr =
+      Receive(config.Put(), [&](void** out) { return outputPin->QueryInterface(IID_IAMStreamConfig, out); });
+  if (!config) {
     OPERATOR_LOG(ERROR_LOG_LEVEL, __LINE__, L"fail to get amstream config, error: ", hr);
     return false;
   }
   AM_MEDIA_TYPE* mediaType = nullptr;
-  hr = config->GetFormat(&mediaType);
-  if (hr != S_OK || mediaType == nullptr) {
+  hr = Receive(&mediaType, [&](AM_MEDIA_TYPE** out) { return config->GetFormat(out); });
+  if (mediaType == nullptr) {
     OPERATOR_LOG(ERROR_LOG_LEVEL, __LINE__, L"fail to get camera parameter, error: ", hr);
-    // With S_FALSE a type is not used, but it has been handed out.
-    if (hr >= 0 && mediaType != nullptr) {
-      FreeMediaTypeContents(*mediaType);
-      CoTaskMemFree(mediaType);
-    }
     return false;
   }
   mediaType->subtype = subType;
@@ -59,8 +56,9 @@ bool CameraOperator::ConfigSampleGrabber(IBaseFilter* grabberFilter, std::uint32
     return false;
   }
   ComPtr<ISampleGrabber> grabber;
-  HRESULT hr = grabberFilter->QueryInterface(IID_ISampleGrabber, grabber.PutVoid());
-  if (hr != S_OK || !grabber) {
+  HRESULT hr = Receive(grabber.Put(),
+                       [&](void** out) { return grabberFilter->QueryInterface(IID_ISampleGrabber, out); });
+  if (!grabber) {
     OPERATOR_LOG(ERROR_LOG_LEVEL, __LINE__, L"QueryInterface IID_ISampleGrabber fail, error: ", hr);
     return false;
   }

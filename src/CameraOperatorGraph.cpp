@@ -1,6 +1,7 @@
 // The capture graph: the camera's filter, connected to a sample grabber, and nothing else.
 #include "CameraOperator.h"
 #include "Log.h"
+#include "Receive.h"
 
 bool CameraOperator::OpenCamera(unsigned int cameraIndex, std::uint32_t width, std::uint32_t height,
                                 std::uint32_t fps, GUID subType) {
@@ -43,20 +44,26 @@ bool CameraOperator::OpenCamera(unsigned int cameraIndex, std::uint32_t width, s
 }
 
 bool CameraOperator::InitCameraBasicInfo(IGraphBuilder** graphBuilder) {
-  HRESULT hr = CoCreateInstance(CLSID_FilterGraph, nullptr, CLSCTX_INPROC_SERVER | CLSCTX_INPROC_HANDLER,
-                                IID_IGraphBuilder, reinterpret_cast<void**>(graphBuilder));
+  HRESULT hr = Receive(graphBuilder, [](void** out) {
+    return CoCreateInstance(CLSID_FilterGraph, nullptr, CLSCTX_INPROC_SERVER | CLSCTX_INPROC_HANDLER,
+                            IID_IGraphBuilder, out);
+  });
   if (hr != S_OK || *graphBuilder == nullptr) {
     OPERATOR_LOG(ERROR_LOG_LEVEL, __LINE__, L"CoCreateInstance fail, error: ", hr);
     return false;
   }
-  // What is still held from an earlier graph is overwritten.
-  hr = (*graphBuilder)->QueryInterface(IID_IMediaControl, m_mediaControl.AddressVoid());
-  if (hr != S_OK || !m_mediaControl) {
+  // An interface that is still held from an earlier graph is overwritten, not released.
+  static_cast<void>(m_mediaControl.Detach());
+  hr = Receive(m_mediaControl.Put(),
+               [&](void** out) { return (*graphBuilder)->QueryInterface(IID_IMediaControl, out); });
+  if (!m_mediaControl) {
     OPERATOR_LOG(ERROR_LOG_LEVEL, __LINE__, L"QueryInterface IID_IMediaControl fail, error: ", hr);
     return false;
   }
-  hr = (*graphBuilder)->QueryInterface(IID_IMediaEvent, m_mediaEvent.AddressVoid());
-  if (hr != S_OK || !m_mediaEvent) {
+  static_cast<void>(m_mediaEvent.Detach());
+  hr = Receive(m_mediaEvent.Put(),
+               [&](void** out) { return (*graphBuilder)->QueryInterface(IID_IMediaEvent, out); });
+  if (!m_mediaEvent) {
     OPERATOR_LOG(ERROR_LOG_LEVEL, __LINE__, L"QueryInterface IID_IMediaEvent fail, error: ", hr);
     return false;
   }
@@ -79,8 +86,9 @@ bool CameraOperator::AddDeviceFilter(unsigned int cameraIndex, IGraphBuilder* gr
 
 bool CameraOperator::AddSampleGrabberFilter(IGraphBuilder* graphBuilder, std::uint32_t width,
                                             std::uint32_t height, IBaseFilter** grabberFilter) {
-  HRESULT hr = CoCreateInstance(CLSID_SampleGrabber, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter,
-                                reinterpret_cast<void**>(grabberFilter));
+  HRESULT hr = Receive(grabberFilter, [](void** out) {
+    return CoCreateInstance(CLSID_SampleGrabber, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter, out);
+  });
   if (hr != S_OK || *grabberFilter == nullptr) {
     OPERATOR_LOG(ERROR_LOG_LEVEL, __LINE__, L"CoCreateInstance sampleGrabberFilter fail, error: ", hr);
     return false;
@@ -99,14 +107,14 @@ bool CameraOperator::AddSampleGrabberFilter(IGraphBuilder* graphBuilder, std::ui
 
 bool CameraOperator::QueryFilterPin(IBaseFilter* filter, PIN_DIRECTION direction, IPin** pin) {
   ComPtr<IEnumPins> enumerator;
-  const HRESULT hr = filter->EnumPins(enumerator.Put());
-  if (hr != S_OK || !enumerator) {
+  const HRESULT hr = Receive(enumerator.Put(), [&](IEnumPins** out) { return filter->EnumPins(out); });
+  if (!enumerator) {
     OPERATOR_LOG(ERROR_LOG_LEVEL, __LINE__, L"EnumPins fail, error: ", hr);
     return false;
   }
   for (;;) {
     ComPtr<IPin> candidate;
-    if (enumerator->Next(1, candidate.Put(), nullptr) != S_OK) {
+    if (Receive(candidate.Put(), [&](IPin** out) { return enumerator->Next(1, out, nullptr); }) != S_OK) {
       OPERATOR_LOG(ERROR_LOG_LEVEL, __LINE__, L"QueryFilterPin fail.");
       return false;
     }

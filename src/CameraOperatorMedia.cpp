@@ -9,6 +9,7 @@
 #include "InsertionSort.h"
 #include "Log.h"
 #include "MediaType.h"
+#include "Receive.h"
 
 namespace {
 
@@ -92,13 +93,13 @@ bool CameraOperator::EnumPins(IBaseFilter* devFilter, std::vector<IPin*>& pins) 
     return false;
   }
   ComPtr<IEnumPins> enumerator;
-  const HRESULT hr = devFilter->EnumPins(enumerator.Put());
-  if (hr != S_OK || !enumerator) {
+  const HRESULT hr = Receive(enumerator.Put(), [&](IEnumPins** out) { return devFilter->EnumPins(out); });
+  if (!enumerator) {
     OPERATOR_LOG(ERROR_LOG_LEVEL, 463, L"fail to enum pins, error: ", hr);
     return false;
   }
   ComPtr<IPin> pin;
-  while (enumerator->Next(1, pin.Put(), nullptr) == S_OK) {
+  while (Receive(pin.Put(), [&](IPin** out) { return enumerator->Next(1, out, nullptr); }) == S_OK) {
     if (pin) {
       pins.push_back(pin.Get());
       // The list owns the reference from here on.
@@ -133,29 +134,30 @@ bool CameraOperator::QueryCameraPinInfo(const std::vector<IPin*>& pins, std::vec
     if (pin == nullptr) {
       continue;
     }
-    PIN_INFO info{};
-    HRESULT hr = pin->QueryPinInfo(&info);
-    if (info.pFilter != nullptr) {
-      info.pFilter->Release();
-    }
+    // Only whether the pin answers matters; the filter that it names is released.
+    ComPtr<IBaseFilter> unused;
+    HRESULT hr = Receive(unused.Put(), [&](IBaseFilter** out) {
+      PIN_INFO info{};
+      const HRESULT result = pin->QueryPinInfo(&info);
+      *out = info.pFilter;
+      return result;
+    });
     if (hr != S_OK) {
       OPERATOR_LOG(ERROR_LOG_LEVEL, 375, L"QueryPinInfo fail, error: ", hr);
       return false;
     }
     ComPtr<IEnumMediaTypes> enumerator;
-    hr = pin->EnumMediaTypes(enumerator.Put());
-    if (hr != S_OK || !enumerator) {
+    hr = Receive(enumerator.Put(), [&](IEnumMediaTypes** out) { return pin->EnumMediaTypes(out); });
+    if (!enumerator) {
       OPERATOR_LOG(ERROR_LOG_LEVEL, 383, L"EnumMediaTypes fail, error: ", hr);
       return false;
     }
     for (;;) {
       AM_MEDIA_TYPE* next = nullptr;
-      hr = enumerator->Next(1, &next, nullptr);
-      // With S_FALSE a type is not used, but it may have been handed out.
-      const std::unique_ptr<AM_MEDIA_TYPE, FreeMediaType> mediaType(hr >= 0 ? next : nullptr);
-      if (hr != S_OK) {
+      if (Receive(&next, [&](AM_MEDIA_TYPE** out) { return enumerator->Next(1, out, nullptr); }) != S_OK) {
         break;
       }
+      const std::unique_ptr<AM_MEDIA_TYPE, FreeMediaType> mediaType(next);
       if (mediaType == nullptr) {
         OPERATOR_LOG(ERROR_LOG_LEVEL, 391, L"mediaType is nullptr.");
         continue;

@@ -38,9 +38,6 @@ class ComPtr {
   }
   void** PutVoid() { return reinterpret_cast<void**>(Put()); }
 
-  // The same without the release: an interface still held is overwritten.
-  void** AddressVoid() { return reinterpret_cast<void**>(&m_interface); }
-
   // Gives the reference to the caller.
   [[nodiscard]] Interface* Detach() { return std::exchange(m_interface, nullptr); }
 

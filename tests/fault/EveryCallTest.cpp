@@ -97,6 +97,7 @@ void EveryCall::PlayToTheEnd(Subject subject, const std::string& kind, scripted:
 
 TEST_P(EveryCall, MayFail) {
   ASSERT_NO_FATAL_FAILURE(PlayToTheEnd(Subject::kCalls, "E_FAIL", scripted::Fails()));
+  ASSERT_NO_FATAL_FAILURE(PlayToTheEnd(Subject::kCalls, "E_FAIL with output", scripted::FailsWithOutput()));
   ASSERT_NO_FATAL_FAILURE(PlayToTheEnd(Subject::kCalls, "S_FALSE", scripted::SFalse()));
   ASSERT_NO_FATAL_FAILURE(PlayToTheEnd(Subject::kCalls, "success with null", scripted::SucceedsWithNull()));
   if (GetScenario().name != QueryScenario().name) {

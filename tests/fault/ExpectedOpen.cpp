@@ -131,16 +131,15 @@ bool ExpectedCourse::MakeGraph() {
   if (!Succeeds("CoCreateInstance", function, "CoCreateInstance fail, error: ")) {
     return false;
   }
-  // An interface that comes with S_FALSE is kept, though the open fails.
   Answer answer = Call("IUnknown::QueryInterface");
-  m_hasControl = !answer.null;
-  if (HasFailed(answer)) {
+  m_hasControl = !HasFailed(answer);
+  if (!m_hasControl) {
     Error(function, "QueryInterface IID_IMediaControl fail, error: " + std::to_string(answer.hr));
     return false;
   }
   answer = Call("IUnknown::QueryInterface");
-  m_hasEvent = !answer.null;
-  if (HasFailed(answer)) {
+  m_hasEvent = !HasFailed(answer);
+  if (!m_hasEvent) {
     Error(function, "QueryInterface IID_IMediaEvent fail, error: " + std::to_string(answer.hr));
     return false;
   }
@@ -219,11 +218,6 @@ bool ExpectedCourse::SetFormat() {
   const Answer current = Call("IAMStreamConfig::GetFormat");
   if (HasFailed(current)) {
     Error(function, "fail to get camera parameter, error: " + std::to_string(current.hr));
-    if (!current.null) {
-      // What comes with S_FALSE is the receiver's, the format block and the structure.
-      Call("CoTaskMemFree");
-      Call("CoTaskMemFree");
-    }
     return false;
   }
   ++m_formatsLeft;

@@ -79,12 +79,11 @@ std::string ExpectedCourse::ReadDisplayName(const Device& device) {
   if (IsRefusal(Call("CoGetMalloc")) || IsRefusal(Call("CreateBindCtx"))) {
     return {};
   }
-  const Answer answer = Call("IMoniker::GetDisplayName");
-  // A text that is handed out is the receiver's, whatever else the answer means.
-  if (!answer.null) {
-    Call("IMalloc::Free");
+  if (IsRefusal(Call("IMoniker::GetDisplayName"))) {
+    return {};
   }
-  return IsRefusal(answer) ? std::string() : device.name;
+  Call("IMalloc::Free");
+  return device.name;
 }
 
 std::vector<std::string> ExpectedCourse::ReadFixedIds() {
@@ -202,22 +201,17 @@ bool ExpectedCourse::ReadTypes(const Device& device) {
   }
   for (auto type = device.types.begin();; ++type) {
     const Answer answer = Call("IEnumMediaTypes::Next");
-    if (answer.hr < 0 || type == device.types.end()) {
+    if (answer.hr != S_OK || type == device.types.end()) {
       return true;
     }
-    if (answer.hr == S_OK && answer.null) {
+    if (answer.null) {
       Error(391, "QueryCameraPinInfo", "mediaType is nullptr.");
       continue;
     }
-    if (answer.hr == S_OK) {
-      ParseType(*type);
-    }
-    // What comes with S_FALSE is given back too: the format block and the structure.
+    ParseType(*type);
+    // The format block and the structure.
     Call("CoTaskMemFree");
     Call("CoTaskMemFree");
-    if (answer.hr != S_OK) {
-      return true;
-    }
   }
 }
 

@@ -53,9 +53,10 @@ const std::set<std::string>& OperationsWithOutput() {
 }
 
 bool CanAnswer(const std::string& operation, const Answer& answer) {
-  const bool isNullSuccess = answer.hr == S_OK && answer.null;
-  return isNullSuccess ? OperationsWithOutput().contains(operation)
-                       : !OperationsWithoutResult().contains(operation);
+  // The answers that differ from plain success and failure in the output alone.
+  const bool isOfOutput = answer.null == (answer.hr == S_OK) && answer.hr != S_FALSE;
+  return isOfOutput ? OperationsWithOutput().contains(operation)
+                    : !OperationsWithoutResult().contains(operation);
 }
 
 bool IsOf(Subject subject, const std::string& operation) {

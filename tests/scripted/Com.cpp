@@ -14,16 +14,18 @@ class Moniker : public Object<IMoniker> {
 
   HRESULT STDMETHODCALLTYPE BindToObject(IBindCtx* context, IMoniker* left, REFIID iid,
                                          void** object) override {
-    const Answer answer = Platform::Get().Enter("IMoniker::BindToObject", m_camera.name + ", " + NameOf(iid));
+    const Answer answer = Enter("IMoniker::BindToObject", m_camera.name + ", " + NameOf(iid));
     if (context != nullptr || left != nullptr) {
       Platform::Get().NoteMisuse("BindToObject takes no context and no reference moniker");
     }
-    *object = answer.null ? nullptr : static_cast<IBaseFilter*>(new Filter(m_camera.name, m_camera.pins));
+    IBaseFilter* filter = nullptr;
+    HandOutNew(answer, &filter, [&] { return new Filter(m_camera.name, m_camera.pins); });
+    *object = filter;
     return answer.hr;
   }
 
   HRESULT STDMETHODCALLTYPE GetDisplayName(IBindCtx* context, IMoniker* left, LPOLESTR* name) override {
-    const Answer answer = Platform::Get().Enter("IMoniker::GetDisplayName", m_camera.name);
+    const Answer answer = Enter("IMoniker::GetDisplayName", m_camera.name);
     if (context == nullptr || left != nullptr) {
       Platform::Get().NoteMisuse("GetDisplayName takes a context and no reference moniker");
     }
@@ -32,6 +34,9 @@ class Moniker : public Object<IMoniker> {
       const std::size_t size = (m_camera.displayName.size() + 1) * sizeof(WCHAR);
       *name = static_cast<LPOLESTR>(AllocateTaskMemory(size, "display name"));
       std::memcpy(*name, m_camera.displayName.c_str(), size);
+      if (answer.hr != S_OK) {
+        Platform::Get().Lend(*name);
+      }
     }
     return answer.hr;
   }
@@ -46,7 +51,7 @@ class MonikerEnumerator : public Object<IEnumMoniker> {
       : Object("moniker enumerator"), m_cameras(std::move(cameras)) {}
 
   HRESULT STDMETHODCALLTYPE Next(ULONG count, IMoniker** monikers, ULONG* fetched) override {
-    const Answer answer = Platform::Get().Enter("IEnumMoniker::Next", "");
+    const Answer answer = Enter("IEnumMoniker::Next", "");
     *monikers = nullptr;
     if (count != 1 || fetched == nullptr) {
       Platform::Get().NoteMisuse("IEnumMoniker::Next is called for one moniker, with a count");
@@ -58,14 +63,14 @@ class MonikerEnumerator : public Object<IEnumMoniker> {
       return S_FALSE;
     }
     const Camera& camera = m_cameras[m_next++];
-    if (!answer.null && !camera.isNull) {
-      *monikers = new Moniker(camera);
+    if (camera.isNull) {
+      return answer.hr;
     }
-    return answer.hr;
+    return HandOutNew(answer, monikers, [&] { return new Moniker(camera); });
   }
 
   HRESULT STDMETHODCALLTYPE Reset() override {
-    const Answer answer = Platform::Get().Enter("IEnumMoniker::Reset", "");
+    const Answer answer = Enter("IEnumMoniker::Reset", "");
     m_next = 0;
     return answer.hr;
   }
@@ -81,8 +86,8 @@ class DeviceEnumerator : public Object<ICreateDevEnum> {
 
   HRESULT STDMETHODCALLTYPE CreateClassEnumerator(REFCLSID category, IEnumMoniker** enumerator,
                                                   DWORD flags) override {
-    const Answer answer = Platform::Get().Enter("ICreateDevEnum::CreateClassEnumerator",
-                                                NameOf(category) + ", " + std::to_string(flags));
+    const Answer answer =
+        Enter("ICreateDevEnum::CreateClassEnumerator", NameOf(category) + ", " + std::to_string(flags));
     *enumerator = nullptr;
     std::vector<Camera> cameras = Platform::Get().GetPc().cameras;
     if (answer.hr == S_OK && cameras.empty()) {
@@ -158,11 +163,11 @@ SCRIPTED_EXPORT HRESULT WINAPI CoCreateInstance(REFCLSID classId, LPUNKNOWN oute
     return answer.hr;
   }
   if (IsEqualGUID(classId, CLSID_SystemDeviceEnum) && IsEqualGUID(iid, IID_ICreateDevEnum)) {
-    *object = static_cast<ICreateDevEnum*>(new scripted::DeviceEnumerator);
+    *object = static_cast<ICreateDevEnum*>(scripted::LentUnlessOk(answer, new scripted::DeviceEnumerator));
   } else if (IsEqualGUID(classId, CLSID_FilterGraph) && IsEqualGUID(iid, IID_IGraphBuilder)) {
-    *object = scripted::MakeFilterGraph();
+    *object = scripted::MakeFilterGraph(answer);
   } else if (IsEqualGUID(classId, CLSID_SampleGrabber) && IsEqualGUID(iid, IID_IBaseFilter)) {
-    *object = scripted::MakeSampleGrabber();
+    *object = scripted::MakeSampleGrabber(answer);
   } else {
     return REGDB_E_CLASSNOTREG;
   }

@@ -19,7 +19,7 @@ class PinEnumerator : public Object<IEnumPins> {
   }
 
   HRESULT STDMETHODCALLTYPE Next(ULONG count, IPin** pins, ULONG* fetched) override {
-    const Answer answer = Platform::Get().Enter("IEnumPins::Next", Name());
+    const Answer answer = Enter("IEnumPins::Next", Name());
     *pins = nullptr;
     if (count != 1 || fetched != nullptr) {
       Platform::Get().NoteMisuse("IEnumPins::Next is called for one pin, without a count");
@@ -34,15 +34,19 @@ class PinEnumerator : public Object<IEnumPins> {
   }
 
  protected:
-  ~PinEnumerator() override {
+  ~PinEnumerator() override { ReleasePins(); }
+  void LetGoOfParts() override { ReleasePins(); }
+
+ private:
+  void ReleasePins() {
     for (FilterPin* const pin : m_pins) {
       if (pin != nullptr) {
         pin->Release();
       }
     }
+    m_pins.clear();
   }
 
- private:
   std::vector<FilterPin*> m_pins;
   std::size_t m_next = 0;
 };
@@ -53,7 +57,7 @@ class MediaTypeEnumerator : public Object<IEnumMediaTypes> {
       : Object(pinName + " media type enumerator"), m_types(std::move(types)) {}
 
   HRESULT STDMETHODCALLTYPE Next(ULONG count, AM_MEDIA_TYPE** types, ULONG* fetched) override {
-    const Answer answer = Platform::Get().Enter("IEnumMediaTypes::Next", Name());
+    const Answer answer = Enter("IEnumMediaTypes::Next", Name());
     *types = nullptr;
     if (count != 1 || fetched != nullptr) {
       Platform::Get().NoteMisuse("IEnumMediaTypes::Next is called for one media type, without a count");
@@ -66,7 +70,7 @@ class MediaTypeEnumerator : public Object<IEnumMediaTypes> {
     }
     const MediaType& type = m_types[m_next++];
     if (!answer.null && !type.isNull) {
-      *types = MakeMediaType(type, "enumerated media type");
+      *types = MakeMediaType(answer, type, "enumerated media type");
     }
     return answer.hr;
   }
@@ -93,6 +97,7 @@ class SampleGrabber : public Filter {
   void* Find(REFIID iid) override {
     return IsEqualGUID(iid, IID_ISampleGrabber) ? static_cast<ISampleGrabber*>(&m_settings) : nullptr;
   }
+  void* FindInLentCopy(REFIID iid) override { return Lent(new SampleGrabber)->Find(iid); }
 
  private:
   // The grabber's second interface; its references are the filter's.
@@ -107,16 +112,16 @@ class SampleGrabber : public Filter {
     ULONG STDMETHODCALLTYPE Release() override { return m_owner.Release(); }
 
     HRESULT STDMETHODCALLTYPE SetOneShot(BOOL oneShot) override {
-      const Answer answer = Platform::Get().Enter("ISampleGrabber::SetOneShot", std::to_string(oneShot));
+      const Answer answer = m_owner.Enter("ISampleGrabber::SetOneShot", std::to_string(oneShot));
       settings.oneShot = answer.hr == S_OK && oneShot != FALSE;
       return answer.hr;
     }
 
     HRESULT STDMETHODCALLTYPE SetMediaType(const AM_MEDIA_TYPE* type) override {
-      const Answer answer = Platform::Get().Enter(
-          "ISampleGrabber::SetMediaType", NameOf(type->majortype) + ", " + NameOf(type->subtype) + ", " +
-                                              NameOf(type->formattype) + ", cbFormat " +
-                                              std::to_string(type->cbFormat));
+      const Answer answer =
+          m_owner.Enter("ISampleGrabber::SetMediaType",
+                        NameOf(type->majortype) + ", " + NameOf(type->subtype) + ", " +
+                            NameOf(type->formattype) + ", cbFormat " + std::to_string(type->cbFormat));
       if (type->pbFormat != nullptr || type->pUnk != nullptr || type->lSampleSize != 0 ||
           type->bFixedSizeSamples != FALSE || type->bTemporalCompression != FALSE) {
         Platform::Get().NoteMisuse("the grabber's media type carries more than its three identifiers");
@@ -128,14 +133,13 @@ class SampleGrabber : public Filter {
     }
 
     HRESULT STDMETHODCALLTYPE SetBufferSamples(BOOL bufferThem) override {
-      const Answer answer =
-          Platform::Get().Enter("ISampleGrabber::SetBufferSamples", std::to_string(bufferThem));
+      const Answer answer = m_owner.Enter("ISampleGrabber::SetBufferSamples", std::to_string(bufferThem));
       settings.buffers = bufferThem != FALSE;
       return answer.hr;
     }
 
     HRESULT STDMETHODCALLTYPE SetCallback(ISampleGrabberCB* callback, LONG whichMethod) override {
-      const Answer answer = Platform::Get().Enter("ISampleGrabber::SetCallback", std::to_string(whichMethod));
+      const Answer answer = m_owner.Enter("ISampleGrabber::SetCallback", std::to_string(whichMethod));
       if (answer.hr == S_OK) {
         // As a grabber does, it asks for the interface that it is going to call.
         void* found = nullptr;
@@ -163,6 +167,11 @@ class SampleGrabber : public Filter {
 FilterPin::FilterPin(Filter* filter, const std::string& filterName, Pin description)
     : Object(filterName + "." + description.name), m_filter(filter), m_description(std::move(description)) {}
 
+FilterPin::FilterPin(const std::string& name, Pin description)
+    : Object(name), m_filter(nullptr), m_description(std::move(description)) {}
+
+FilterPin* FilterPin::MakeLentCopy() const { return Lent(new FilterPin(Name(), m_description)); }
+
 void* FilterPin::Find(REFIID iid) {
   const bool configurable = m_description.direction == PINDIR_OUTPUT;
   return configurable && IsEqualGUID(iid, IID_IAMStreamConfig) ? static_cast<IAMStreamConfig*>(this)
@@ -170,14 +179,14 @@ void* FilterPin::Find(REFIID iid) {
 }
 
 HRESULT STDMETHODCALLTYPE FilterPin::QueryPinInfo(PIN_INFO* info) {
-  const Answer answer = Platform::Get().Enter("IPin::QueryPinInfo", Name());
+  const Answer answer = Enter("IPin::QueryPinInfo", Name());
   *info = {};
   info->dir = m_description.direction;
   return HandOut<IBaseFilter>(answer, m_filter, &info->pFilter);
 }
 
 HRESULT STDMETHODCALLTYPE FilterPin::QueryDirection(PIN_DIRECTION* direction) {
-  const Answer answer = Platform::Get().Enter("IPin::QueryDirection", Name());
+  const Answer answer = Enter("IPin::QueryDirection", Name());
   // Success with null: the call answers success and writes nothing.
   if (answer.hr == S_OK && !answer.null) {
     *direction = m_description.direction;
@@ -186,7 +195,7 @@ HRESULT STDMETHODCALLTYPE FilterPin::QueryDirection(PIN_DIRECTION* direction) {
 }
 
 HRESULT STDMETHODCALLTYPE FilterPin::EnumMediaTypes(IEnumMediaTypes** enumerator) {
-  const Answer answer = Platform::Get().Enter("IPin::EnumMediaTypes", Name());
+  const Answer answer = Enter("IPin::EnumMediaTypes", Name());
   return HandOutNew(answer, enumerator,
                     [&] { return new MediaTypeEnumerator(Name(), m_description.mediaTypes); });
 }
@@ -196,8 +205,8 @@ MediaType FilterPin::CurrentFormat() const {
 }
 
 HRESULT STDMETHODCALLTYPE FilterPin::GetFormat(AM_MEDIA_TYPE** type) {
-  const Answer answer = Platform::Get().Enter("IAMStreamConfig::GetFormat", Name());
-  *type = answer.null ? nullptr : MakeMediaType(CurrentFormat(), "current media type");
+  const Answer answer = Enter("IAMStreamConfig::GetFormat", Name());
+  *type = answer.null ? nullptr : MakeMediaType(answer, CurrentFormat(), "current media type");
   return answer.hr;
 }
 
@@ -216,10 +225,9 @@ HRESULT STDMETHODCALLTYPE FilterPin::SetFormat(AM_MEDIA_TYPE* type) {
       type->cbFormat != CurrentFormat().SizeField()) {
     Platform::Get().NoteMisuse("SetFormat changes more than size, interval and subtype");
   }
-  return Platform::Get()
-      .Enter("IAMStreamConfig::SetFormat",
-             Name() + ", " + NameOf(type->subtype) + ", " + std::to_string(header.bmiHeader.biWidth) + "x" +
-                 std::to_string(header.bmiHeader.biHeight) + ", " + std::to_string(header.AvgTimePerFrame))
+  return Enter("IAMStreamConfig::SetFormat",
+               Name() + ", " + NameOf(type->subtype) + ", " + std::to_string(header.bmiHeader.biWidth) + "x" +
+                   std::to_string(header.bmiHeader.biHeight) + ", " + std::to_string(header.AvgTimePerFrame))
       .hr;
 }
 
@@ -229,20 +237,25 @@ Filter::Filter(const std::string& name, const std::vector<Pin>& pins) : Object(n
   }
 }
 
-Filter::~Filter() {
+Filter::~Filter() { Filter::LetGoOfParts(); }
+
+void Filter::LetGoOfParts() {
   for (FilterPin* const pin : m_pins) {
     if (pin != nullptr) {
       pin->Orphan();
       pin->Release();
     }
   }
+  m_pins.clear();
 }
 
+Filter* Filter::MakeLentCopy() const { return Lent(new Filter(Name(), {})); }
+
 HRESULT STDMETHODCALLTYPE Filter::EnumPins(IEnumPins** enumerator) {
-  const Answer answer = Platform::Get().Enter("IBaseFilter::EnumPins", Name());
+  const Answer answer = Enter("IBaseFilter::EnumPins", Name());
   return HandOutNew(answer, enumerator, [&] { return new PinEnumerator(Name(), m_pins); });
 }
 
-IBaseFilter* MakeSampleGrabber() { return new SampleGrabber; }
+IBaseFilter* MakeSampleGrabber(const Answer& answer) { return LentUnlessOk(answer, new SampleGrabber); }
 
 }  // namespace scripted

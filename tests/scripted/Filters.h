@@ -24,11 +24,16 @@ class FilterPin : public Object<IPin, IAMStreamConfig> {
   Filter* Owner() const { return m_filter; }
   // The filter goes; references to the pin may outlive it.
   void Orphan() { m_filter = nullptr; }
+  FilterPin* MakeLentCopy() const;
 
  protected:
   void* Find(REFIID iid) override;
+  void* FindInLentCopy(REFIID iid) override { return MakeLentCopy()->Find(iid); }
 
  private:
+  // Of no filter.
+  FilterPin(const std::string& name, Pin description);
+
   MediaType CurrentFormat() const;
 
   Filter* m_filter;
@@ -54,15 +59,18 @@ class Filter : public Object<IBaseFilter> {
 
   // Null for a filter that is no sample grabber.
   virtual const GrabberSettings* Grabber() const { return nullptr; }
+  // Without pins.
+  Filter* MakeLentCopy() const;
 
  protected:
   ~Filter() override;
+  void LetGoOfParts() override;
 
  private:
   std::vector<FilterPin*> m_pins;  // a null entry for a null pin
 };
 
-// The class CLSID_SampleGrabber: one input pin, one output pin.
-IBaseFilter* MakeSampleGrabber();
+// The class CLSID_SampleGrabber: one input pin, one output pin. Lent unless the answer is S_OK.
+IBaseFilter* MakeSampleGrabber(const Answer& answer);
 
 }  // namespace scripted

@@ -44,7 +44,7 @@ class FilterGraph : public Object<IGraphBuilder> {
 
   HRESULT STDMETHODCALLTYPE AddFilter(IBaseFilter* filter, LPCOLESTR name) override {
     auto* const added = static_cast<Filter*>(filter);
-    const Answer answer = Platform::Get().Enter(
+    const Answer answer = Enter(
         "IFilterGraph::AddFilter",
         (added == nullptr ? "null" : added->Name()) + ", " +
             (name == nullptr ? "null" : std::string(name, name + std::char_traits<WCHAR>::length(name))));
@@ -63,7 +63,7 @@ class FilterGraph : public Object<IGraphBuilder> {
   HRESULT STDMETHODCALLTYPE Connect(IPin* output, IPin* input) override {
     auto* const from = static_cast<FilterPin*>(output);
     auto* const to = static_cast<FilterPin*>(input);
-    const Answer answer = Platform::Get().Enter("IGraphBuilder::Connect", from->Name() + ", " + to->Name());
+    const Answer answer = Enter("IGraphBuilder::Connect", from->Name() + ", " + to->Name());
     if (answer.hr != S_OK) {
       return answer.hr;
     }
@@ -75,7 +75,7 @@ class FilterGraph : public Object<IGraphBuilder> {
   }
 
   HRESULT Run() {
-    const Answer answer = Platform::Get().Enter("IMediaControl::Run", "");
+    const Answer answer = Enter("IMediaControl::Run", "");
     // S_FALSE says that the graph runs, but that not every filter has got there yet.
     if (answer.hr < 0) {
       return answer.hr;
@@ -94,13 +94,13 @@ class FilterGraph : public Object<IGraphBuilder> {
   }
 
   HRESULT Stop() {
-    const Answer answer = Platform::Get().Enter("IMediaControl::Stop", "");
+    const Answer answer = Enter("IMediaControl::Stop", "");
     StopStream();
     return answer.hr;
   }
 
   HRESULT WaitForCompletion(LONG timeout, LONG* eventCode) {
-    const Answer answer = Platform::Get().Enter("IMediaEvent::WaitForCompletion", std::to_string(timeout));
+    const Answer answer = Enter("IMediaEvent::WaitForCompletion", std::to_string(timeout));
     if (*eventCode != 0) {
       Platform::Get().NoteMisuse("the event code is not cleared before the wait");
     }
@@ -129,6 +129,7 @@ class FilterGraph : public Object<IGraphBuilder> {
     }
     return nullptr;
   }
+  void* FindInLentCopy(REFIID iid) override { return Lent(new FilterGraph)->Find(iid); }
 
  private:
   class Control final : public Aspect<IMediaControl, FilterGraph> {
@@ -258,6 +259,6 @@ HRESULT GraphStream::WaitForCompletion() {
   return m_completed ? S_OK : E_ABORT;
 }
 
-IGraphBuilder* MakeFilterGraph() { return new FilterGraph; }
+IGraphBuilder* MakeFilterGraph(const Answer& answer) { return LentUnlessOk(answer, new FilterGraph); }
 
 }  // namespace scripted

@@ -45,7 +45,7 @@ class GraphStream {
   std::thread m_thread;
 };
 
-// The class CLSID_FilterGraph.
-IGraphBuilder* MakeFilterGraph();
+// The class CLSID_FilterGraph. Lent unless the answer is S_OK.
+IGraphBuilder* MakeFilterGraph(const Answer& answer);
 
 }  // namespace scripted

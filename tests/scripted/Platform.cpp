@@ -15,6 +15,7 @@ Platform& Platform::Get() {
 }
 
 void Platform::Reset(Pc pc) {
+  DisposeOfLent();
   const std::lock_guard lock(m_mutex);
   m_pc = std::move(pc);
   m_streaming = {};
@@ -180,6 +181,23 @@ void Platform::DisposeOf(const std::string& label) {
 void Platform::DisposeOfAll() {
   while (DisposeOfOne(nullptr)) {
   }
+  DisposeOfLent();
+}
+
+void Platform::DisposeOfLent() {
+  for (;;) {
+    std::function<void()> dispose;
+    {
+      const std::lock_guard lock(m_mutex);
+      if (m_lent.empty()) {
+        return;
+      }
+      // What is disposed of has to be alive.
+      const auto back = m_alive.insert(m_lent.extract(m_lent.begin()));
+      dispose = back.position->second.dispose;
+    }
+    dispose();
+  }
 }
 
 std::vector<std::string> Platform::Misuse() const {
@@ -295,6 +313,11 @@ bool Platform::IsProcessEnding() const {
 void Platform::Born(const void* thing, const std::string& label, std::function<void()> dispose) {
   const std::lock_guard lock(m_mutex);
   m_alive[thing] = {label, std::move(dispose)};
+}
+
+void Platform::Lend(const void* thing) {
+  const std::lock_guard lock(m_mutex);
+  m_lent.insert(m_alive.extract(thing));
 }
 
 bool Platform::Gone(const void* thing) {

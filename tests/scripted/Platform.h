@@ -29,11 +29,15 @@ namespace scripted {
 
 // What a call answers. Calls with another kind of result use the code: functions that answer BOOL or bool
 // fail for any code but S_OK; CONFIGRET and the encoder's error are the code itself.
+//
+// What an out pointer gets with a result other than S_OK is lent: it stays the platform's, and the library
+// must neither use nor release nor free it.
 struct Answer {
   HRESULT hr = S_OK;
   bool null = false;  // the out pointer stays null
 };
 inline Answer Fails(HRESULT hr = E_FAIL) { return {hr, true}; }
+inline Answer FailsWithOutput(HRESULT hr = E_FAIL) { return {hr, false}; }
 inline Answer SFalse() { return {S_FALSE, false}; }
 inline Answer SucceedsWithNull() { return {S_OK, true}; }
 
@@ -108,7 +112,7 @@ class SCRIPTED_EXPORT Platform {
 
   // What is alive: "name: references" of COM objects, labels of task memory, and so on; one line each.
   std::vector<std::string> Alive() const;
-  // Ends the life of all that is alive under a label, or of everything.
+  // Ends the life of all that is alive under a label, or of everything, lent things included.
   void DisposeOf(const std::string& label);
   void DisposeOfAll();
   // Rules of the platform that the library broke.
@@ -120,6 +124,8 @@ class SCRIPTED_EXPORT Platform {
 
   // --- For the platform's own parts ---
 
+  // Takes a thing that is alive out of what is counted: it is lent to the library, and not the library's.
+  void Lend(const void* thing);
   // Enters a call: journals it, runs what is to run before it, and says what it answers.
   Answer Enter(const std::string& operation, const std::string& arguments);
   // Only runs what is to run before the call.
@@ -159,6 +165,7 @@ class SCRIPTED_EXPORT Platform {
 
   // Disposes of one thing that matches; false when there is none.
   bool DisposeOfOne(const std::string* label);
+  void DisposeOfLent();
   void Append(Event::Kind kind, const std::string& text);
   std::vector<std::string> Select(bool references, bool logsAndNotes) const;
 
@@ -177,6 +184,7 @@ class SCRIPTED_EXPORT Platform {
     std::function<void()> dispose;
   };
   std::map<const void*, Thing> m_alive;
+  std::map<const void*, Thing> m_lent;
   std::vector<std::vector<std::uint8_t>> m_encoded;
   VideoEncoder::EncodeParam m_encodeParam{};
   std::shared_ptr<GraphStream> m_stream;

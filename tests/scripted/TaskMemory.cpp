@@ -19,7 +19,7 @@ class Allocator : public Object<IMalloc> {
  public:
   Allocator() : Object("allocator") {}
   void STDMETHODCALLTYPE Free(void* block) override {
-    Platform::Get().Enter("IMalloc::Free", "");
+    Enter("IMalloc::Free", "");
     FreeBlock(block);
   }
 
@@ -54,7 +54,7 @@ VIDEOINFOHEADER MakeVideoInfo(const MediaType& type) {
   return header;
 }
 
-AM_MEDIA_TYPE* MakeMediaType(const MediaType& type, const std::string& label) {
+AM_MEDIA_TYPE* MakeMediaType(const Answer& answer, const MediaType& type, const std::string& label) {
   const VIDEOINFOHEADER header = MakeVideoInfo(type);
 
   auto* const made = static_cast<AM_MEDIA_TYPE*>(AllocateTaskMemory(sizeof(AM_MEDIA_TYPE), label));
@@ -72,7 +72,13 @@ AM_MEDIA_TYPE* MakeMediaType(const MediaType& type, const std::string& label) {
     std::memcpy(made->pbFormat, &header, type.formatSize < sizeof(header) ? type.formatSize : sizeof(header));
   }
   if (type.hasUnknown) {
-    made->pUnk = new Unknown(label + " pUnk");
+    made->pUnk = LentUnlessOk(answer, new Unknown(label + " pUnk"));
+  }
+  if (answer.hr != S_OK) {
+    Platform::Get().Lend(made);
+    if (made->pbFormat != nullptr) {
+      Platform::Get().Lend(made->pbFormat);
+    }
   }
   return made;
 }

@@ -85,13 +85,6 @@ TEST_F(OwnedReference, IsReleasedBeforeAnotherIsPutInItsPlace) {
   EXPECT_EQ(owner.Get(), &second);
 }
 
-TEST_F(OwnedReference, IsOverwrittenAtItsAddress) {
-  Owner owner(&first);
-  void** const address = owner.AddressVoid();
-  EXPECT_EQ(*address, &first);
-  EXPECT_EQ(first.references, 1);
-}
-
 TEST_F(OwnedReference, IsTheCallersOnceItIsDetached) {
   Owner owner(&first);
   EXPECT_EQ(owner.Detach(), &first);

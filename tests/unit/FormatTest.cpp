@@ -123,23 +123,19 @@ TEST_F(Format, RefusedFormatLeavesOnlyTheStructure) {
   EXPECT_THAT(platform.Alive(), Not(Contains("current media type format block")));
 }
 
-TEST_F(Format, CurrentFormatThatComesWithAnotherSuccessIsGivenBackUnused) {
+TEST_F(Format, CurrentFormatThatComesWithAnotherResultIsNeitherUsedNorFreed) {
   MediaType type = Yuy2(640, 480, 30);
   type.hasUnknown = true;
   const ComPtr<IPin> pin = OutputPin(type);
-  platform.Answers("IAMStreamConfig::GetFormat", scripted::SFalse());
-  EXPECT_FALSE(camera->SetCameraFormat(pin.Get(), 640, 480, 30, MEDIASUBTYPE_YUY2));
-  EXPECT_THAT(LogLines(), ElementsAre(ErrorLine("[CameraOperator]fail to get camera parameter, error: 1"
-                                                "(CameraOperator::SetCameraFormat)")));
-}
-
-TEST_F(Format, CurrentFormatThatComesWithAFailureIsNotLookedAt) {
-  // Whoever answers a failure and hands out a type all the same keeps the loss.
-  ExpectLeft("current media type");
-  ExpectLeft("current media type format block");
-  const ComPtr<IPin> pin = OutputPin(Yuy2(640, 480, 30));
-  platform.Answers("IAMStreamConfig::GetFormat", scripted::Answer{E_FAIL, false});
-  EXPECT_FALSE(camera->SetCameraFormat(pin.Get(), 640, 480, 30, MEDIASUBTYPE_YUY2));
+  for (const scripted::Answer answer : {scripted::SFalse(), scripted::FailsWithOutput()}) {
+    platform.ClearJournal();
+    platform.Answers("IAMStreamConfig::GetFormat", answer);
+    EXPECT_FALSE(camera->SetCameraFormat(pin.Get(), 640, 480, 30, MEDIASUBTYPE_YUY2));
+    EXPECT_THAT(LogLines(),
+                ElementsAre(ErrorLine("[CameraOperator]fail to get camera parameter, error: " +
+                                      std::to_string(answer.hr) + "(CameraOperator::SetCameraFormat)")));
+    EXPECT_EQ(platform.CallCount("CoTaskMemFree"), 0U);
+  }
 }
 
 TEST_F(Format, GrabberAsksForArgb32WhereTheSizeComesAsMjpg) {

@@ -128,6 +128,22 @@ TEST_F(Graph, SecondOneOverwritesTheInterfacesOfTheFirstWithoutReleasingThem) {
   platform.DisposeOf("graph: 1");
 }
 
+TEST_F(Graph, WhatAPointerHeldBeforeIsNotTakenForWhatCouldNotBeMade) {
+  ComPtr<IGraphBuilder> graph;
+  ASSERT_TRUE(camera->InitCameraBasicInfo(graph.Put()));
+  ComPtr<IBaseFilter> grabber;
+  ASSERT_TRUE(camera->AddSampleGrabberFilter(graph.Get(), 640, 480, grabber.Put()));
+  for (const scripted::Answer answer : {Fails(), scripted::FailsWithOutput(), SFalse()}) {
+    platform.Answers("CoCreateInstance", answer);
+    IGraphBuilder* sameGraph = graph.Get();
+    EXPECT_FALSE(camera->InitCameraBasicInfo(&sameGraph));
+    EXPECT_EQ(sameGraph, graph.Get());
+    IBaseFilter* sameGrabber = grabber.Get();
+    EXPECT_FALSE(camera->AddSampleGrabberFilter(graph.Get(), 640, 480, &sameGrabber));
+    EXPECT_EQ(sameGrabber, grabber.Get());
+  }
+}
+
 TEST_F(Graph, FailedOneKeepsTheOpenFlagOfTheOneBefore) {
   ExpectLeft("current media type");
   EXPECT_TRUE(Open());

@@ -108,22 +108,34 @@ TEST_F(MediaTypes, FailureAtTheSecondPinKeepsWhatTheFirstGave) {
   EXPECT_EQ(CameraCapabilityMgr::GetInstance().FindCapability(640, 480).fps, 30U);
 }
 
-TEST_F(MediaTypes, TypeThatComesWithAnotherSuccessEndsTheListAndIsGivenBack) {
+TEST_F(MediaTypes, TypeThatComesWithAnotherResultEndsTheListAndIsNeitherUsedNorFreed) {
   EXPECT_EQ(camera->CameraCount(), 1U);
-  platform.AnswersNth("IEnumMediaTypes::Next", 2, SFalse());
-  EXPECT_TRUE(camera->GetCameraCapabilities(0, sizes, subTypes, fpsList));
-  EXPECT_EQ(sizes.size(), 1U);
-  EXPECT_THAT(platform.Alive(), IsEmpty());
+  for (const scripted::Answer answer : {SFalse(), scripted::FailsWithOutput()}) {
+    sizes.clear();
+    platform.AnswersNth("IEnumMediaTypes::Next", 2, answer);
+    EXPECT_TRUE(camera->GetCameraCapabilities(0, sizes, subTypes, fpsList));
+    EXPECT_EQ(sizes.size(), 1U);
+    EXPECT_THAT(platform.Misuse(), IsEmpty()) << answer.hr;
+  }
 }
 
-TEST_F(MediaTypes, TypeThatComesWithAFailureEndsTheListAndIsNotLookedAt) {
-  // Whoever answers a failure and hands out a type all the same keeps the loss.
-  ExpectLeft("enumerated media type");
-  ExpectLeft("enumerated media type format block");
+TEST_F(MediaTypes, PinThatComesWithAnotherResultEndsTheListAndIsNeitherReadNorReleased) {
   EXPECT_EQ(camera->CameraCount(), 1U);
-  platform.AnswersNth("IEnumMediaTypes::Next", 2, scripted::Answer{E_FAIL, false});
-  EXPECT_TRUE(camera->GetCameraCapabilities(0, sizes, subTypes, fpsList));
-  EXPECT_EQ(sizes.size(), 1U);
+  for (const scripted::Answer answer : {SFalse(), scripted::FailsWithOutput()}) {
+    platform.AnswersNth("IEnumPins::Next", 1, answer);
+    EXPECT_TRUE(camera->GetCameraCapabilities(0, sizes, subTypes, fpsList));
+    EXPECT_THAT(sizes, IsEmpty());
+    EXPECT_THAT(platform.Misuse(), IsEmpty()) << answer.hr;
+  }
+}
+
+TEST_F(MediaTypes, FilterThatComesWithAFailureOfThePinsInformationIsNotReleased) {
+  EXPECT_EQ(camera->CameraCount(), 1U);
+  for (const scripted::Answer answer : {SFalse(), scripted::FailsWithOutput()}) {
+    platform.AnswersNth("IPin::QueryPinInfo", 1, answer);
+    EXPECT_FALSE(camera->GetCameraCapabilities(0, sizes, subTypes, fpsList));
+    EXPECT_THAT(platform.Misuse(), IsEmpty()) << answer.hr;
+  }
 }
 
 TEST_F(MediaTypes, EnumerationOfPinsOrTypesThatBreaksOffEndsTheList) {

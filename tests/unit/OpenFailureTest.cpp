@@ -6,6 +6,7 @@ namespace {
 
 using scripted::Answer;
 using scripted::Fails;
+using scripted::FailsWithOutput;
 using scripted::SFalse;
 using scripted::SucceedsWithNull;
 using ::testing::ElementsAreArray;
@@ -124,7 +125,10 @@ std::vector<Case> Cases() {
        "IUnknown::QueryInterface(graph, IID_IMediaControl)", Held::kPool},
       {"ControlInterfaceAnswersFalse", "IUnknown::QueryInterface", 1, SFalse(), -1001,
        InInitCameraBasicInfo("QueryInterface IID_IMediaControl fail, error: 1"),
-       "IUnknown::QueryInterface(graph, IID_IMediaControl)", Held::kControl},
+       "IUnknown::QueryInterface(graph, IID_IMediaControl)", Held::kPool},
+      {"ControlInterfaceComesWithAFailure", "IUnknown::QueryInterface", 1, FailsWithOutput(), -1001,
+       InInitCameraBasicInfo("QueryInterface IID_IMediaControl fail, error: -2147467259"),
+       "IUnknown::QueryInterface(graph, IID_IMediaControl)", Held::kPool},
       {"ControlInterfaceIsNull", "IUnknown::QueryInterface", 1, SucceedsWithNull(), -1001,
        InInitCameraBasicInfo("QueryInterface IID_IMediaControl fail, error: 0"),
        "IUnknown::QueryInterface(graph, IID_IMediaControl)", Held::kPool},
@@ -133,7 +137,10 @@ std::vector<Case> Cases() {
        "IUnknown::QueryInterface(graph, IID_IMediaEvent)", Held::kControl},
       {"EventInterfaceAnswersFalse", "IUnknown::QueryInterface", 2, SFalse(), -1001,
        InInitCameraBasicInfo("QueryInterface IID_IMediaEvent fail, error: 1"),
-       "IUnknown::QueryInterface(graph, IID_IMediaEvent)", Held::kGraph},
+       "IUnknown::QueryInterface(graph, IID_IMediaEvent)", Held::kControl},
+      {"EventInterfaceComesWithAFailure", "IUnknown::QueryInterface", 2, FailsWithOutput(), -1001,
+       InInitCameraBasicInfo("QueryInterface IID_IMediaEvent fail, error: -2147467259"),
+       "IUnknown::QueryInterface(graph, IID_IMediaEvent)", Held::kControl},
       {"EventInterfaceIsNull", "IUnknown::QueryInterface", 2, SucceedsWithNull(), -1001,
        InInitCameraBasicInfo("QueryInterface IID_IMediaEvent fail, error: 0"),
        "IUnknown::QueryInterface(graph, IID_IMediaEvent)", Held::kControl},
@@ -252,7 +259,7 @@ std::vector<Case> Cases() {
       {"StreamConfigurationAnswersFalse", "IUnknown::QueryInterface", 4, SFalse(), -1001,
        InOpenCamera({ErrorLine(Text("SetCameraFormat", "fail to get amstream config, error: 1"))}),
        "IUnknown::QueryInterface(built-in.capture, IID_IAMStreamConfig)", Held::kBoth},
-      {"CurrentFormatAnswersFalse", "IAMStreamConfig::GetFormat", 1, Answer{S_FALSE, true}, -1001,
+      {"CurrentFormatAnswersFalse", "IAMStreamConfig::GetFormat", 1, SFalse(), -1001,
        InOpenCamera({ErrorLine(Text("SetCameraFormat", "fail to get camera parameter, error: 1"))}),
        "IAMStreamConfig::GetFormat(built-in.capture)", Held::kBoth},
       {"ConnectingThePinsAnswersFalse", "IGraphBuilder::Connect", 1, SFalse(), -1001,
