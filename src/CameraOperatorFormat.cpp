@@ -1,4 +1,5 @@
 // What flows through the capture graph: the camera's output format and the sample grabber's settings.
+#include <cstddef>
 #include <cstring>
 
 #include "CameraCapabilityMgr.h"
@@ -10,6 +11,29 @@
 namespace {
 
 constexpr LONG kCallBufferCB = 1;
+
+// The fields of a VIDEOINFOHEADER that SetCameraFormat sets, in bytes from its start.
+constexpr std::size_t kIntervalOffset = offsetof(VIDEOINFOHEADER, AvgTimePerFrame);
+constexpr std::size_t kWidthOffset =
+    offsetof(VIDEOINFOHEADER, bmiHeader) + offsetof(BITMAPINFOHEADER, biWidth);
+constexpr std::size_t kHeightOffset =
+    offsetof(VIDEOINFOHEADER, bmiHeader) + offsetof(BITMAPINFOHEADER, biHeight);
+// The end of the last of them.
+constexpr std::size_t kFrameFormatEnd = kHeightOffset + sizeof(BITMAPINFOHEADER::biHeight);
+static_assert(kIntervalOffset < kWidthOffset && kWidthOffset < kHeightOffset && kFrameFormatEnd == 60);
+
+// True when these fields can be written: the media type has a VIDEOINFOHEADER, and its block does not say
+// that it ends before them. cbFormat 0 says nothing about the length of a block that is there.
+bool HasRoomForFrameFormat(const AM_MEDIA_TYPE& mediaType) {
+  return IsEqualGUID(mediaType.formattype, FORMAT_VideoInfo) && mediaType.pbFormat != nullptr &&
+         (mediaType.cbFormat == 0 || mediaType.cbFormat >= kFrameFormatEnd);
+}
+
+// Sets one field of the format block, which need not be aligned.
+template <typename Field>
+void SetField(AM_MEDIA_TYPE& mediaType, std::size_t offset, Field value) {
+  std::memcpy(mediaType.pbFormat + offset, &value, sizeof(value));
+}
 
 }  // namespace
 
@@ -30,13 +54,10 @@ bool CameraOperator::SetCameraFormat(IPin* outputPin, std::uint32_t width, std::
   }
   mediaType->subtype = subType;
   // A pin with another kind of format keeps the one that it has.
-  if (HasVideoInfo(*mediaType)) {
-    VIDEOINFOHEADER format{};
-    std::memcpy(&format, mediaType->pbFormat, sizeof(format));
-    format.bmiHeader.biWidth = static_cast<LONG>(width);
-    format.bmiHeader.biHeight = static_cast<LONG>(height);
-    format.AvgTimePerFrame = FpsToAvgTimePerFrame(fps);
-    std::memcpy(mediaType->pbFormat, &format, sizeof(format));
+  if (HasRoomForFrameFormat(*mediaType)) {
+    SetField(*mediaType, kWidthOffset, static_cast<LONG>(width));
+    SetField(*mediaType, kHeightOffset, static_cast<LONG>(height));
+    SetField(*mediaType, kIntervalOffset, REFERENCE_TIME{FpsToAvgTimePerFrame(fps)});
     OPERATOR_LOG(ERROR_LOG_LEVEL, __LINE__, L"Set camera parameter, (", width, L",", height, L",", fps, L",",
                  subType.Data1, L")");
     hr = config->SetFormat(mediaType);

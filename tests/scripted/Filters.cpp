@@ -1,5 +1,6 @@
 #include "Filters.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "TaskMemory.h"
@@ -211,15 +212,17 @@ HRESULT STDMETHODCALLTYPE FilterPin::GetFormat(AM_MEDIA_TYPE** type) {
 }
 
 HRESULT STDMETHODCALLTYPE FilterPin::SetFormat(AM_MEDIA_TYPE* type) {
+  // As much of the header as the block has.
+  const std::size_t length = std::min<std::size_t>(CurrentFormat().formatSize, sizeof(VIDEOINFOHEADER));
   VIDEOINFOHEADER header{};
-  std::memcpy(&header, type->pbFormat, sizeof(header));
+  std::memcpy(&header, type->pbFormat, length);
   // What was handed out, but for the fields that are the caller's to set.
   VIDEOINFOHEADER wanted = MakeVideoInfo(CurrentFormat());
   wanted.bmiHeader.biWidth = header.bmiHeader.biWidth;
   wanted.bmiHeader.biHeight = header.bmiHeader.biHeight;
   wanted.AvgTimePerFrame = header.AvgTimePerFrame;
   constexpr ULONG kSampleSize = 19;
-  if (std::memcmp(&wanted, &header, sizeof(header)) != 0 || !IsEqualGUID(type->majortype, MEDIATYPE_Video) ||
+  if (std::memcmp(&wanted, &header, length) != 0 || !IsEqualGUID(type->majortype, MEDIATYPE_Video) ||
       !IsEqualGUID(type->formattype, FORMAT_VideoInfo) || type->bFixedSizeSamples != TRUE ||
       type->bTemporalCompression != TRUE || type->lSampleSize != kSampleSize ||
       type->cbFormat != CurrentFormat().SizeField()) {

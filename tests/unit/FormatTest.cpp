@@ -15,6 +15,9 @@ using ::testing::IsEmpty;
 using ::testing::Not;
 using ::testing::StartsWith;
 
+// Bytes of a VIDEOINFOHEADER up to the end of the height, the last field that is set.
+constexpr ULONG kSizeEnd = 60;
+
 class Format : public CameraOperatorTest {
  protected:
   // The output pin of a camera whose current format is the given one.
@@ -82,18 +85,48 @@ TEST_F(Format, PinWithAnotherFormatTypeKeepsItsFormatAndThatIsNoFailure) {
   EXPECT_THAT(LogLines(), IsEmpty());
 }
 
-TEST_F(Format, PinWithoutAWholeFormatBlockKeepsItsFormatAndThatIsNoFailure) {
-  ExpectLeft("current media type", 2);
+TEST_F(Format, PinWithoutRoomForTheSizeInItsFormatBlockKeepsItsFormatAndThatIsNoFailure) {
+  ExpectLeft("current media type", 3);
   MediaType missing = Yuy2(640, 480, 30);
   missing.hasFormat = false;
+  MediaType tiny = Yuy2(640, 480, 30);
+  tiny.formatSize = 1;
   MediaType cut = Yuy2(640, 480, 30);
-  cut.formatSize = 87;
-  for (const MediaType& type : {missing, cut}) {
+  cut.formatSize = kSizeEnd - 1;
+  for (const MediaType& type : {missing, tiny, cut}) {
     const ComPtr<IPin> pin = OutputPin(type);
     EXPECT_TRUE(camera->SetCameraFormat(pin.Get(), 640, 480, 30, MEDIASUBTYPE_YUY2));
     EXPECT_THAT(platform.Calls(), Not(Contains(StartsWith("IAMStreamConfig::SetFormat"))));
     EXPECT_THAT(LogLines(), IsEmpty());
   }
+}
+
+TEST_F(Format, BlockThatEndsBehindTheSizeIsSetAndNotWrittenBeyondItsEnd) {
+  ExpectLeft("current media type", 2);
+  for (const ULONG size : {kSizeEnd, static_cast<ULONG>(sizeof(VIDEOINFOHEADER)) - 1}) {
+    MediaType cut = Yuy2(1280, 720, 10);
+    cut.formatSize = size;
+    const ComPtr<IPin> pin = OutputPin(cut);
+    EXPECT_TRUE(camera->SetCameraFormat(pin.Get(), 320, 240, 15, MEDIASUBTYPE_YUY2));
+    EXPECT_THAT(platform.Calls(),
+                Contains("IAMStreamConfig::SetFormat(built-in.capture, MEDIASUBTYPE_YUY2, 320x240, 666666)"));
+    EXPECT_THAT(LogLines(),
+                ElementsAre(ErrorLine("[CameraOperator]Set camera parameter, "
+                                      "(320,240,15,844715353)(CameraOperator::SetCameraFormat)")));
+    platform.ClearJournal();
+  }
+}
+
+TEST_F(Format, BlockOfUnknownLengthIsSetAndNotFreed) {
+  ExpectLeft("current media type");
+  // Nothing says that there is a block to free.
+  ExpectLeft("current media type format block");
+  MediaType unknown = Yuy2(1280, 720, 10);
+  unknown.claimedSize = 0;
+  const ComPtr<IPin> pin = OutputPin(unknown);
+  EXPECT_TRUE(camera->SetCameraFormat(pin.Get(), 320, 240, 15, MEDIASUBTYPE_YUY2));
+  EXPECT_THAT(platform.Calls(),
+              Contains("IAMStreamConfig::SetFormat(built-in.capture, MEDIASUBTYPE_YUY2, 320x240, 666666)"));
 }
 
 TEST_F(Format, RateOfZeroIsPassedOnToTheConversion) {

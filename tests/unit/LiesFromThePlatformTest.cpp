@@ -143,16 +143,11 @@ MediaType Lie(const FormatLie& lie) {
   return type;
 }
 
-class LyingFormat : public LyingPlatform, public ::testing::WithParamInterface<FormatLie> {};
+class MissingFormat : public LyingPlatform, public ::testing::WithParamInterface<FormatLie> {};
 
-// What is too short is neither read nor written: the pin keeps its own format.
-TEST_P(LyingFormat, WithoutAWholeBlockListsNothingAndIsOpenedAsItIs) {
-  const MediaType lie = Lie(GetParam());
-  // Of a block of size 0 nobody knows that there is one to give back.
-  const unsigned unknown = lie.hasFormat && lie.SizeField() == 0 ? 1 : 0;
-  ExpectLeft("enumerated media type format block", unknown);
-  ExpectLeft("current media type format block", unknown);
-  platform.SetPc(LaptopPc({lie}));
+// A block without room for the picture's size is neither read nor written: the pin keeps its own format.
+TEST_P(MissingFormat, ListsNothingAndIsOpenedAsItIs) {
+  platform.SetPc(LaptopPc({Lie(GetParam())}));
   ExpectNothingListed();
   platform.ClearJournal();
   ExpectASession();
@@ -160,17 +155,43 @@ TEST_P(LyingFormat, WithoutAWholeBlockListsNothingAndIsOpenedAsItIs) {
 }
 
 constexpr ULONG kWhole = sizeof(VIDEOINFOHEADER);
+// Up to the end of the picture's height.
+constexpr ULONG kPictureSizeEnd = 60;
 constexpr ULONG kHuge = std::numeric_limits<ULONG>::max();
 
-INSTANTIATE_TEST_SUITE_P(Each, LyingFormat,
-                         ::testing::Values(FormatLie{"SizeAndBlockOfNothing", 0, 0, true},
-                                           FormatLie{"SizeOfNothing", kWhole, 0, true},
-                                           FormatLie{"NoSizeNoBlock", 0, 0, false},
-                                           FormatLie{"OneByteShort", kWhole - 1, kWhole - 1, true},
-                                           FormatLie{"OneByte", 1, 1, true},
-                                           FormatLie{"SizeWithoutBlock", 0, kWhole, false},
-                                           FormatLie{"HugeSizeWithoutBlock", 0, kHuge, false}),
-                         [](const auto& tested) { return std::string(tested.param.name); });
+INSTANTIATE_TEST_SUITE_P(
+    Each, MissingFormat,
+    ::testing::Values(FormatLie{"NoSizeNoBlock", 0, 0, false}, FormatLie{"OneByte", 1, 1, true},
+                      FormatLie{"EndsBeforeThePictureSize", kPictureSizeEnd - 1, kPictureSizeEnd - 1, true},
+                      FormatLie{"SizeWithoutBlock", 0, kWhole, false},
+                      FormatLie{"HugeSizeWithoutBlock", 0, kHuge, false}),
+    [](const auto& tested) { return std::string(tested.param.name); });
+
+class ShortFormat : public LyingPlatform, public ::testing::WithParamInterface<FormatLie> {};
+
+// A block that is not a whole header is not listed, but its size and interval are set if it has room for
+// them.
+TEST_P(ShortFormat, ListsNothingAndIsOpenedWithTheRequestedSize) {
+  const MediaType lie = Lie(GetParam());
+  // cbFormat 0 means that there is no block to free.
+  const unsigned notFreed = lie.SizeField() == 0 ? 1 : 0;
+  ExpectLeft("enumerated media type format block", notFreed);
+  ExpectLeft("current media type format block", notFreed);
+  platform.SetPc(LaptopPc({lie}));
+  ExpectNothingListed();
+  platform.ClearJournal();
+  ExpectASession();
+  EXPECT_THAT(platform.Calls(),
+              Contains("IAMStreamConfig::SetFormat(built-in.capture, MEDIASUBTYPE_YUY2, 640x480, 333333)"));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Each, ShortFormat,
+    ::testing::Values(FormatLie{"SizeOfNothing", kWhole, 0, true},
+                      FormatLie{"SizeOfNothingUpToThePictureSize", kPictureSizeEnd, 0, true},
+                      FormatLie{"EndsBehindThePictureSize", kPictureSizeEnd, kPictureSizeEnd, true},
+                      FormatLie{"OneByteShort", kWhole - 1, kWhole - 1, true}),
+    [](const auto& tested) { return std::string(tested.param.name); });
 
 TEST_F(LyingPlatform, BlockIsReadAndWrittenAsFarAsItIsKnownHoweverLongItClaimsToBe) {
   for (const ULONG size : {kWhole, kWhole + 1, ULONG{1} << 20, kHuge}) {
