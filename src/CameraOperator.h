@@ -1,9 +1,9 @@
 // The one object behind the handler table: the camera's whole state, and everything that is done to it.
 //
 // Operations ending in Inner are the table's. Unless a comment says otherwise, operations run on the
-// platform's calling thread, one at a time, answer true for success and log their own failure. What is just
-// not there (an index out of range, an id that is none, a device without a name) is answered without a
-// message.
+// platform's calling thread, one at a time, answer true for success and log their own failure. An index out
+// of range, a malformed id and a device without a name fail without a message, and so does an exception,
+// which the table's functions turn into a result.
 //
 //   Idle --InitVideoEncoder--> Encoder ready --OpenCamera--> Graph built --Run, thread start--> Running
 //   any state with a graph --CloseCameraInner--> Idle; any state --StopCapture--> Idle
