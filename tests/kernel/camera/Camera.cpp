@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <iostream>
+#include <string>
 #include <system_error>
 #include <utility>
 
@@ -17,23 +18,42 @@ std::string Hex(unsigned value) {
   return text.data();
 }
 
+// Several streams in one log are told apart by their function.
+std::vector<std::unique_ptr<VideoStream>> MakeStreams(const CameraModel& model, EventLog& log) {
+  std::vector<std::unique_ptr<VideoStream>> streams;
+  for (std::size_t i = 0; i < model.functions.size(); ++i) {
+    const std::string prefix = model.functions.size() == 1 ? "" : "function " + std::to_string(i) + ": ";
+    streams.push_back(std::make_unique<VideoStream>(log, prefix));
+  }
+  return streams;
+}
+
 }  // namespace
 
 Camera::Camera(FileDescriptor socket, const CameraModel& model, EventLog& log)
     : m_model(model),
       m_log(log),
-      m_stream(log),
-      m_pipe(model, {.start =
-                         [this](const ProbeControl& committed) {
-                           m_stream.Start(committed.CurrentFormat(), committed.PayloadSize());
-                         },
-                     .stop = [this] { m_stream.Stop(); },
-                     .setBrightness =
-                         [this](int brightness) {
-                           m_stream.SetBrightness(brightness);
-                           m_log.Write("brightness " + std::to_string(brightness));
-                         }}),
-      m_link(std::move(socket), *this) {}
+      m_streams(MakeStreams(model, log)),
+      m_pipe(model, AllEffects()),
+      m_link(std::move(socket), model, *this) {}
+
+FunctionEffects Camera::EffectsOf(std::size_t function) {
+  VideoStream& stream = *m_streams[function];
+  return {.start =
+              [this, &stream](const ProbeControl& committed) {
+                stream.Start(committed.CurrentFormat(), committed.PayloadSize(), m_model.hasEndOfImage);
+              },
+          .stop = [&stream] { stream.Stop(); },
+          .setBrightness = [&stream](int brightness) { stream.SetBrightness(brightness); }};
+}
+
+std::vector<FunctionEffects> Camera::AllEffects() {
+  std::vector<FunctionEffects> effects;
+  for (std::size_t i = 0; i < m_streams.size(); ++i) {
+    effects.push_back(EffectsOf(i));
+  }
+  return effects;
+}
 
 void Camera::Run(int stop) {
   for (;;) {
@@ -43,23 +63,47 @@ void Camera::Run(int stop) {
     }
     Wait(descriptors);
     if (descriptors[1].revents != 0) {
-      m_stream.Stop();
+      StopStreams();
       return;
     }
     const bool isOpen = descriptors[0].revents == 0 || m_link.Read();
-    m_stream.Tick();
+    Tick();
     SendAnswers();
     if (!isOpen || !m_link.Write()) {
-      m_stream.Stop();
+      StopStreams();
       m_log.Write("closed");
       return;
     }
   }
 }
 
+void Camera::Tick() {
+  for (const auto& stream : m_streams) {
+    stream->Tick();
+  }
+}
+
+void Camera::StopStreams() {
+  for (const auto& stream : m_streams) {
+    stream->Stop();
+  }
+}
+
+// The earliest of the streams' deadlines.
+std::optional<VideoStream::Clock::time_point> Camera::Deadline() const {
+  std::optional<VideoStream::Clock::time_point> earliest;
+  for (const auto& stream : m_streams) {
+    const auto deadline = stream->Deadline();
+    if (deadline && (!earliest || *deadline < *earliest)) {
+      earliest = deadline;
+    }
+  }
+  return earliest;
+}
+
 void Camera::Wait(std::span<pollfd> descriptors) const {
   std::optional<timespec> timeout;
-  if (const auto deadline = m_stream.Deadline()) {
+  if (const auto deadline = Deadline()) {
     const auto left = std::max(*deadline - VideoStream::Clock::now(), VideoStream::Clock::duration::zero());
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
     timeout = timespec{static_cast<time_t>(seconds.count()),
@@ -72,13 +116,15 @@ void Camera::Wait(std::span<pollfd> descriptors) const {
 }
 
 void Camera::SendAnswers() {
-  while (const auto answer = m_stream.Sender().Next()) {
-    m_link.SendBulk(answer->id, answer->data);
+  for (std::size_t i = 0; i < m_streams.size(); ++i) {
+    while (const auto answer = m_streams[i]->Sender().Next()) {
+      m_link.SendBulk(answer->id, StreamEndpoint(i), answer->data);
+    }
   }
 }
 
 void Camera::OnHello() {
-  m_link.SendConnect(m_model);
+  m_link.SendConnect();
   m_log.Write("ready");
   std::cout << "ready" << std::endl;
 }
@@ -104,13 +150,21 @@ bool Camera::OnSetInterface(std::uint8_t interface, std::uint8_t alternate) {
 }
 
 bool Camera::OnBulk(std::uint64_t id, std::uint8_t endpoint, std::size_t length) {
-  if (endpoint != kStreamEndpoint) {
+  const std::size_t function = FunctionOfEndpoint(endpoint);
+  if (function >= m_streams.size()) {
     return false;
   }
-  m_stream.Sender().Request(id, length);
+  m_streams[function]->Sender().Request(id, length);
   return true;
 }
 
-bool Camera::OnCancel(std::uint64_t id) { return m_stream.Sender().Cancel(id); }
+std::optional<std::uint8_t> Camera::OnCancel(std::uint64_t id) {
+  for (std::size_t i = 0; i < m_streams.size(); ++i) {
+    if (m_streams[i]->Sender().Cancel(id)) {
+      return StreamEndpoint(i);
+    }
+  }
+  return std::nullopt;
+}
 
 }  // namespace uvc

@@ -1,9 +1,12 @@
-// The camera as it hangs on the link: what the host asks goes to the control pipe or to the stream.
+// The camera on the link: passes the host's requests to the control pipe and to the streams.
 #pragma once
 
 #include <poll.h>
 
-#include <string>
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <vector>
 
 #include "ControlPipe.h"
 #include "EventLog.h"
@@ -27,14 +30,19 @@ class Camera final : private RedirDevice {
   std::uint8_t OnGetConfiguration() override { return m_pipe.Configuration(); }
   bool OnSetInterface(std::uint8_t interface, std::uint8_t alternate) override;
   bool OnBulk(std::uint64_t id, std::uint8_t endpoint, std::size_t length) override;
-  bool OnCancel(std::uint64_t id) override;
+  std::optional<std::uint8_t> OnCancel(std::uint64_t id) override;
 
+  FunctionEffects EffectsOf(std::size_t function);
+  std::vector<FunctionEffects> AllEffects();
+  std::optional<VideoStream::Clock::time_point> Deadline() const;
+  void Tick();
+  void StopStreams();
   void SendAnswers();
   void Wait(std::span<pollfd> descriptors) const;
 
   const CameraModel& m_model;
   EventLog& m_log;
-  VideoStream m_stream;
+  std::vector<std::unique_ptr<VideoStream>> m_streams;  // one per function
   ControlPipe m_pipe;
   RedirLink m_link;
 };

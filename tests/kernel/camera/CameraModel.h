@@ -1,11 +1,12 @@
-// What camera this is: its identity, its speed and the table of what it can deliver.
+// What camera this is: its identity, its speed, and its functions with the formats that they offer.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
 
-#include "VideoFormat.h"
+#include "PixelFormats.h"
 
 namespace uvc {
 
@@ -19,15 +20,24 @@ struct FrameSize {
   std::uint16_t height = 0;
   std::vector<std::uint32_t> intervals;
   std::uint32_t defaultInterval = 0;
-
-  // Of an uncompressed frame; no compressed one is allowed to be larger.
-  std::uint32_t LargestFrame() const { return std::uint32_t{2} * width * height; }
 };
 
-// Format and frame indexes of the device count from 1 in the order of these lists.
+// Format and frame indexes of a function count from 1 in the order of these lists.
 struct StreamFormat {
-  std::uint32_t fourCc = 0;  // kYuyv or kMjpg
+  std::uint32_t fourCc = 0;  // one of PixelFormats()
   std::vector<FrameSize> sizes;
+
+  // Bytes of an uncompressed frame; the upper bound for a compressed one.
+  std::uint32_t MaxFrameBytes(const FrameSize& size) const {
+    return std::uint32_t{size.width} * size.height * PixelFormatOf(fourCc).bitsPerPixel / 8;
+  }
+};
+
+// A video function: a video control interface, a video streaming interface and its bulk endpoint. The kernel
+// makes a capture device of each.
+struct VideoFunction {
+  std::string name;
+  std::vector<StreamFormat> formats;  // at least one
 };
 
 struct CameraModel {
@@ -37,17 +47,33 @@ struct CameraModel {
   std::string manufacturer = "Nuveq";
   std::string name = "Integrated Camera";
   std::string serial = "0001";
-  std::vector<StreamFormat> formats;
+  bool hasEndOfImage = true;             // false: MJPG frames end without the EOI marker
+  std::vector<VideoFunction> functions;  // at least one
 };
 
 constexpr std::uint32_t kUnitsInSecond = 10'000'000;
 constexpr std::uint16_t kDeviceVersion = 0x0100;
 constexpr std::uint8_t kConfiguration = 1;
-constexpr std::uint8_t kControlInterface = 0;
-constexpr std::uint8_t kStreamInterface = 1;
-constexpr std::uint8_t kStreamEndpoint = 0x81;
-constexpr std::uint8_t kProcessingUnit = 2;
+constexpr std::uint8_t kProcessingUnit = 2;            // of each function
 constexpr std::uint32_t kClockFrequency = 48'000'000;  // of the clock in payload headers
+constexpr std::size_t kMaxFunctions = 4;
+
+// Functions count from 0. Function N has interfaces 2N (control) and 2N+1 (streaming).
+constexpr std::uint8_t ControlInterface(std::size_t function) {
+  return static_cast<std::uint8_t>(2 * function);
+}
+constexpr std::uint8_t StreamInterface(std::size_t function) {
+  return static_cast<std::uint8_t>(2 * function + 1);
+}
+constexpr std::uint8_t StreamEndpoint(std::size_t function) {
+  return static_cast<std::uint8_t>(0x81 + function);
+}
+constexpr std::size_t FunctionOfInterface(std::uint8_t interface) { return interface / 2; }
+constexpr bool IsStreamInterface(std::uint8_t interface) { return interface % 2 == 1; }
+// An out-of-range number for an endpoint that streams nothing.
+constexpr std::size_t FunctionOfEndpoint(std::uint8_t endpoint) {
+  return static_cast<std::size_t>(static_cast<std::uint8_t>(endpoint - 0x81));
+}
 
 constexpr std::uint16_t BulkPacketSize(Speed speed) { return speed == Speed::kHigh ? 512 : 64; }
 

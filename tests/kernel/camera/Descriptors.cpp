@@ -12,6 +12,25 @@ constexpr std::uint8_t kVideoClass = 0x0E;
 constexpr std::uint8_t kCameraTerminal = 1;
 constexpr std::uint8_t kOutputTerminal = 3;
 constexpr std::uint8_t kNameString = 2;
+constexpr std::uint8_t kFunctionStrings = 4;  // the first function's; the others follow
+
+// Subtypes of descriptors of a streaming interface.
+struct StreamSubtypes {
+  std::uint8_t format = 0;
+  std::uint8_t frame = 0;
+};
+
+constexpr StreamSubtypes SubtypesOf(FormatKind kind) {
+  switch (kind) {
+    case FormatKind::kUncompressed:
+      return {4, 5};
+    case FormatKind::kMjpeg:
+      return {6, 7};
+    case FormatKind::kFrameBased:
+      return {0x10, 0x11};
+  }
+  return {};
+}
 
 // Little endian, as everything on the bus.
 class Writer {
@@ -65,7 +84,7 @@ Bytes String(std::string_view text) {
   return writer.Descriptor();
 }
 
-Bytes VideoControl() {
+Bytes VideoControl(std::size_t function) {
   constexpr std::size_t kHeaderSize = 13;
   const Bytes camera = Writer()
                            .U8(kClassInterfaceDescriptor)
@@ -108,42 +127,52 @@ Bytes VideoControl() {
                            .U16(kHeaderSize + camera.size() + processing.size() + output.size())
                            .U32(kClockFrequency)
                            .U8(1)
-                           .U8(kStreamInterface)
+                           .U8(StreamInterface(function))
                            .Descriptor();
   return Writer().Append(header).Append(camera).Append(processing).Append(output).Raw();
 }
 
+Bytes Guid(std::uint32_t code) {
+  return Writer().U32(code).U16(0).U16(0x10).Append({0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71}).Raw();
+}
+
 Bytes Format(const StreamFormat& format, std::size_t index) {
-  // YUY2 as a GUID.
-  static constexpr std::array<std::uint8_t, 16> kYuy2{'Y',  'U',  'Y', '2',  0,    0,    0x10, 0,
-                                                      0x80, 0x00, 0,   0xAA, 0x00, 0x38, 0x9B, 0x71};
+  const PixelFormat& pixels = PixelFormatOf(format.fourCc);
   Writer writer;
-  writer.U8(kClassInterfaceDescriptor);
-  if (format.fourCc == kYuyv) {
-    writer.U8(4).U8(index).U8(format.sizes.size()).Append({kYuy2.begin(), kYuy2.end()}).U8(16);
+  writer.U8(kClassInterfaceDescriptor).U8(SubtypesOf(pixels.kind).format).U8(index).U8(format.sizes.size());
+  if (pixels.kind == FormatKind::kMjpeg) {
+    writer.U8(0);
   } else {
-    writer.U8(6).U8(index).U8(format.sizes.size()).U8(0);
+    writer.Append(Guid(pixels.guidCode)).U8(pixels.bitsPerPixel);
   }
   // The first frame is the default; no fixed shape, no interlacing, no protection.
-  return writer.U8(1).U8(0).U8(0).U8(0).U8(0).Descriptor();
+  writer.U8(1).U8(0).U8(0).U8(0).U8(0);
+  if (pixels.kind == FormatKind::kFrameBased) {
+    writer.U8(1);  // frames differ in size: the format is compressed
+  }
+  return writer.Descriptor();
 }
 
 Bytes Frame(const StreamFormat& format, const FrameSize& size, std::size_t index) {
+  const FormatKind kind = PixelFormatOf(format.fourCc).kind;
   const auto bitRate = [&](std::uint32_t interval) {
-    return std::size_t{8} * size.LargestFrame() * kUnitsInSecond / interval;
+    return std::size_t{8} * format.MaxFrameBytes(size) * kUnitsInSecond / interval;
   };
   Writer writer;
   writer.U8(kClassInterfaceDescriptor)
-      .U8(format.fourCc == kYuyv ? 5 : 7)
+      .U8(SubtypesOf(kind).frame)
       .U8(index)
       .U8(0)
       .U16(size.width)
       .U16(size.height)
       .U32(bitRate(size.intervals.back()))
-      .U32(bitRate(size.intervals.front()))
-      .U32(size.LargestFrame())
-      .U32(size.defaultInterval)
-      .U8(size.intervals.size());
+      .U32(bitRate(size.intervals.front()));
+  if (kind == FormatKind::kFrameBased) {
+    // The count of intervals precedes the bytes per line, which a compressed format does not have.
+    writer.U32(size.defaultInterval).U8(size.intervals.size()).U32(0);
+  } else {
+    writer.U32(format.MaxFrameBytes(size)).U32(size.defaultInterval).U8(size.intervals.size());
+  }
   for (const std::uint32_t interval : size.intervals) {
     writer.U32(interval);
   }
@@ -155,10 +184,10 @@ Bytes ColourMatching() {
   return Writer().U8(kClassInterfaceDescriptor).U8(0x0D).U8(1).U8(1).U8(4).Descriptor();
 }
 
-Bytes VideoStreaming(const CameraModel& model) {
+Bytes VideoStreaming(const VideoFunction& function, std::uint8_t endpoint) {
   Writer formats;
-  for (std::size_t i = 0; i < model.formats.size(); ++i) {
-    const StreamFormat& format = model.formats[i];
+  for (std::size_t i = 0; i < function.formats.size(); ++i) {
+    const StreamFormat& format = function.formats[i];
     formats.Append(Format(format, i + 1));
     for (std::size_t j = 0; j < format.sizes.size(); ++j) {
       formats.Append(Frame(format, format.sizes[j], j + 1));
@@ -168,22 +197,22 @@ Bytes VideoStreaming(const CameraModel& model) {
   Writer header;
   header.U8(kClassInterfaceDescriptor)
       .U8(1)
-      .U8(model.formats.size())
-      .U16(13 + model.formats.size() + formats.Raw().size())
-      .U8(kStreamEndpoint)
+      .U8(function.formats.size())
+      .U16(13 + function.formats.size() + formats.Raw().size())
+      .U8(endpoint)
       .U8(0)
       .U8(kOutputTerminal)
       .U8(0)  // no still pictures, no trigger
       .U8(0)
       .U8(0)
       .U8(1);
-  for (std::size_t i = 0; i < model.formats.size(); ++i) {
+  for (std::size_t i = 0; i < function.formats.size(); ++i) {
     header.U8(0);
   }
   return Writer().Append(header.Descriptor()).Append(formats.Raw()).Raw();
 }
 
-Bytes Interface(std::uint8_t number, std::size_t endpoints, std::size_t subclass) {
+Bytes Interface(std::uint8_t number, std::size_t endpoints, std::size_t subclass, std::size_t name) {
   return Writer()
       .U8(kInterfaceDescriptor)
       .U8(number)
@@ -192,45 +221,53 @@ Bytes Interface(std::uint8_t number, std::size_t endpoints, std::size_t subclass
       .U8(kVideoClass)
       .U8(subclass)
       .U8(0)
-      .U8(kNameString)
+      .U8(name)
       .Descriptor();
 }
 
-Bytes Configuration(const CameraModel& model, std::uint8_t type, Speed speed) {
+Bytes Function(const VideoFunction& function, std::size_t index, Speed speed) {
+  const std::size_t name = kFunctionStrings + index;
   const Bytes association = Writer()
                                 .U8(kInterfaceAssociationDescriptor)
-                                .U8(kControlInterface)
+                                .U8(ControlInterface(index))
                                 .U8(2)
                                 .U8(kVideoClass)
                                 .U8(3)
                                 .U8(0)
-                                .U8(kNameString)
+                                .U8(name)
                                 .Descriptor();
   const Bytes endpoint = Writer()
                              .U8(kEndpointDescriptor)
-                             .U8(kStreamEndpoint)
+                             .U8(StreamEndpoint(index))
                              .U8(2)  // bulk
                              .U16(BulkPacketSize(speed))
                              .U8(0)
                              .Descriptor();
-  const Bytes body = Writer()
-                         .Append(association)
-                         .Append(Interface(kControlInterface, 0, 1))
-                         .Append(VideoControl())
-                         .Append(Interface(kStreamInterface, 1, 2))
-                         .Append(VideoStreaming(model))
-                         .Append(endpoint)
-                         .Raw();
+  return Writer()
+      .Append(association)
+      .Append(Interface(ControlInterface(index), 0, 1, name))
+      .Append(VideoControl(index))
+      .Append(Interface(StreamInterface(index), 1, 2, name))
+      .Append(VideoStreaming(function, StreamEndpoint(index)))
+      .Append(endpoint)
+      .Raw();
+}
+
+Bytes Configuration(const CameraModel& model, std::uint8_t type, Speed speed) {
+  Writer functions;
+  for (std::size_t i = 0; i < model.functions.size(); ++i) {
+    functions.Append(Function(model.functions[i], i, speed));
+  }
   const Bytes header = Writer()
                            .U8(type)
-                           .U16(9 + body.size())
-                           .U8(2)
+                           .U16(9 + functions.Raw().size())
+                           .U8(2 * model.functions.size())
                            .U8(kConfiguration)
                            .U8(0)
                            .U8(0x80)  // powered by the bus
                            .U8(250)   // 500 mA
                            .Descriptor();
-  return Writer().Append(header).Append(body).Raw();
+  return Writer().Append(header).Append(functions.Raw()).Raw();
 }
 
 std::optional<Bytes> StringAt(const CameraModel& model, std::uint8_t index) {
@@ -244,8 +281,11 @@ std::optional<Bytes> StringAt(const CameraModel& model, std::uint8_t index) {
     case 3:
       return String(model.serial);
     default:
-      return std::nullopt;
+      break;
   }
+  const std::size_t function = std::size_t{index} - kFunctionStrings;
+  return function < model.functions.size() ? std::optional(String(model.functions[function].name))
+                                           : std::nullopt;
 }
 
 }  // namespace

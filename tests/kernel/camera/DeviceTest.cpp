@@ -4,6 +4,7 @@
 #include <array>
 #include <initializer_list>
 #include <string_view>
+#include <utility>
 
 #include "ControlPipe.h"
 #include "Descriptors.h"
@@ -19,6 +20,14 @@ CameraModel ModelOf(std::initializer_list<std::string_view> more = {}) {
   }
   arguments.insert(arguments.end(), more.begin(), more.end());
   return ParseOptions(arguments).model;
+}
+
+// A colour function in front of an infrared one.
+CameraModel TwoFunctions() {
+  return ParseOptions(std::vector<std::string_view>{"--socket", "x", "--function", "Colour", "--format",
+                                                    "NV12:320x240@30", "--format", "H264:1280x720@30,15",
+                                                    "--function", "Infrared", "--format", "GREY:340x340@15"})
+      .model;
 }
 
 std::size_t Word(const Bytes& bytes, std::size_t at) {
@@ -68,15 +77,15 @@ std::size_t SizeOfAll(const std::vector<Bytes>& parts) {
 
 TEST(UvcDescriptors, TotalLengthsOfBothInterfacesAreThoseOfTheirParts) {
   const CameraModel model = ModelOf();
-  const auto control = ClassPartsOf(model, kControlInterface);
-  const auto streaming = ClassPartsOf(model, kStreamInterface);
+  const auto control = ClassPartsOf(model, ControlInterface(0));
+  const auto streaming = ClassPartsOf(model, StreamInterface(0));
   EXPECT_EQ(Word(control.at(0), 3), 0x0110U);
   EXPECT_EQ(Word(control.at(0), 5), SizeOfAll(control));
   EXPECT_EQ(Word(streaming.at(0), 4), SizeOfAll(streaming));
 }
 
 TEST(UvcDescriptors, FormatsAndTheirFramesCountFromOne) {
-  const auto parts = ClassPartsOf(ModelOf(), kStreamInterface);
+  const auto parts = ClassPartsOf(ModelOf(), StreamInterface(0));
   std::vector<std::array<unsigned, 2>> kindsAndIndexes;
   for (std::size_t i = 1; i < parts.size(); ++i) {
     kindsAndIndexes.push_back({parts[i][2], parts[i][3]});
@@ -89,7 +98,7 @@ TEST(UvcDescriptors, FormatsAndTheirFramesCountFromOne) {
 }
 
 TEST(UvcDescriptors, FrameNamesItsSizeAndItsIntervalsAscending) {
-  const Bytes frame = ClassPartsOf(ModelOf(), kStreamInterface).at(3);
+  const Bytes frame = ClassPartsOf(ModelOf(), StreamInterface(0)).at(3);
   EXPECT_EQ(Word(frame, 5), 320U);
   EXPECT_EQ(Word(frame, 7), 240U);
   EXPECT_EQ(Long(frame, 17), 320U * 240U * 2U);
@@ -101,9 +110,10 @@ TEST(UvcDescriptors, FrameNamesItsSizeAndItsIntervalsAscending) {
 }
 
 TEST(UvcDescriptors, BulkEndpointHasThePacketSizeOfTheSpeed) {
-  EXPECT_EQ(ConfigurationOf(ModelOf()).back(), (Bytes{7, kEndpointDescriptor, kStreamEndpoint, 2, 0, 2, 0}));
+  EXPECT_EQ(ConfigurationOf(ModelOf()).back(),
+            (Bytes{7, kEndpointDescriptor, StreamEndpoint(0), 2, 0, 2, 0}));
   EXPECT_EQ(ConfigurationOf(ModelOf({"--speed", "full"})).back(),
-            (Bytes{7, kEndpointDescriptor, kStreamEndpoint, 2, 64, 0, 0}));
+            (Bytes{7, kEndpointDescriptor, StreamEndpoint(0), 2, 64, 0, 0}));
   EXPECT_EQ(Split(DescriptorOf(ModelOf(), kOtherSpeedDescriptor, 0).value()).back().at(4), 64);
 }
 
@@ -119,6 +129,107 @@ TEST(UvcDescriptors, DeviceNamesItsIdentityAndItsStrings) {
   EXPECT_EQ(DescriptorOf(model, kQualifierDescriptor, 0).value().size(), 10U);
 }
 
+// The interfaces of a function, as its association descriptor names them: the first one and how many.
+using Association = std::array<unsigned, 2>;
+
+TEST(UvcDescriptors, EachFunctionIsAnAssociationOfItsTwoInterfaces) {
+  const CameraModel model = TwoFunctions();
+  std::vector<Association> associations;
+  std::vector<unsigned> interfaces;
+  std::vector<unsigned> endpoints;
+  for (const Bytes& part : ConfigurationOf(model)) {
+    if (part[1] == kInterfaceAssociationDescriptor) {
+      associations.push_back({part[2], part[3]});
+    } else if (part[1] == kInterfaceDescriptor) {
+      interfaces.push_back(part[2]);
+    } else if (part[1] == kEndpointDescriptor) {
+      endpoints.push_back(part[2]);
+    }
+  }
+  EXPECT_EQ(associations, (std::vector<Association>{{0, 2}, {2, 2}}));
+  EXPECT_EQ(interfaces, (std::vector<unsigned>{0, 1, 2, 3}));
+  EXPECT_EQ(endpoints, (std::vector<unsigned>{0x81, 0x82}));
+  EXPECT_EQ(ConfigurationOf(model).at(0).at(4), 4);  // interfaces in all
+}
+
+TEST(UvcDescriptors, EachFunctionHasItsOwnFormatsAndLengths) {
+  const CameraModel model = TwoFunctions();
+  for (const std::size_t function : {0U, 1U}) {
+    const auto control = ClassPartsOf(model, ControlInterface(function));
+    const auto streaming = ClassPartsOf(model, StreamInterface(function));
+    EXPECT_EQ(Word(control.at(0), 5), SizeOfAll(control));
+    EXPECT_EQ(control.at(0).at(12), StreamInterface(function));
+    EXPECT_EQ(Word(streaming.at(0), 4), SizeOfAll(streaming));
+    EXPECT_EQ(streaming.at(0).at(6), StreamEndpoint(function));
+    EXPECT_EQ(streaming.at(0).at(3), model.functions[function].formats.size());
+  }
+}
+
+TEST(UvcDescriptors, EachFunctionHasItsName) {
+  const CameraModel model = TwoFunctions();
+  std::vector<Bytes> names;
+  for (const Bytes& part : ConfigurationOf(model)) {
+    if (part[1] == kInterfaceAssociationDescriptor) {
+      names.push_back(DescriptorOf(model, kStringDescriptor, part[7]).value());
+    }
+  }
+  ASSERT_EQ(names.size(), 2U);
+  EXPECT_EQ(names[0].at(2), 'C');
+  EXPECT_EQ(names[1].at(2), 'I');
+}
+
+TEST(UvcDescriptors, UncompressedFormatsAreNamedByGuidAndBitsPerPixel) {
+  const CameraModel model = TwoFunctions();
+  const Bytes nv12 = ClassPartsOf(model, StreamInterface(0)).at(1);
+  EXPECT_EQ(Bytes(nv12.begin() + 5, nv12.begin() + 21),
+            (Bytes{'N', 'V', '1', '2', 0, 0, 0x10, 0, 0x80, 0, 0, 0xAA, 0, 0x38, 0x9B, 0x71}));
+  EXPECT_EQ(nv12.at(21), 12);
+  const Bytes nv12Frame = ClassPartsOf(model, StreamInterface(0)).at(2);
+  EXPECT_EQ(Long(nv12Frame, 17), 320U * 240U * 3U / 2U);
+  const Bytes grey = ClassPartsOf(model, StreamInterface(1)).at(1);
+  EXPECT_EQ(Bytes(grey.begin() + 5, grey.begin() + 9), (Bytes{'Y', '8', '0', '0'}));
+  EXPECT_EQ(grey.at(21), 8);
+}
+
+TEST(UvcDescriptors, H264IsAFrameBasedFormat) {
+  const auto parts = ClassPartsOf(TwoFunctions(), StreamInterface(0));
+  const Bytes& format = parts.at(4);
+  ASSERT_EQ(format.size(), 28U);
+  EXPECT_EQ(format.at(2), 0x10);
+  EXPECT_EQ(Bytes(format.begin() + 5, format.begin() + 9), (Bytes{'H', '2', '6', '4'}));
+  EXPECT_EQ(format.at(27), 1);  // of variable size
+  const Bytes& frame = parts.at(5);
+  ASSERT_EQ(frame.size(), 34U);
+  EXPECT_EQ(frame.at(2), 0x11);
+  EXPECT_EQ(Word(frame, 5), 1280U);
+  EXPECT_EQ(Long(frame, 17), 333333U);  // the default interval
+  EXPECT_EQ(frame.at(21), 2);
+  EXPECT_EQ(Long(frame, 22), 0U);  // bytes per line
+  EXPECT_EQ(Long(frame, 26), 333333U);
+  EXPECT_EQ(Long(frame, 30), 666666U);
+}
+
+TEST(UvcOptions, FormatsBelongToTheFunctionInFrontOfThem) {
+  const CameraModel model = TwoFunctions();
+  ASSERT_EQ(model.functions.size(), 2U);
+  EXPECT_EQ(model.functions[0].name, "Colour");
+  EXPECT_EQ(model.functions[0].formats.at(1).fourCc, kH264);
+  EXPECT_EQ(model.functions[1].name, "Infrared");
+  EXPECT_EQ(model.functions[1].formats.at(0).fourCc, kGrey);
+}
+
+TEST(UvcOptions, WithoutAFunctionThereIsOneNamedLikeTheProduct) {
+  const CameraModel model = ModelOf({"--product", "Webcam"});
+  ASSERT_EQ(model.functions.size(), 1U);
+  EXPECT_EQ(model.functions[0].name, "Webcam");
+  EXPECT_EQ(model.functions[0].formats.size(), 2U);
+}
+
+TEST(UvcOptions, EndOfImageIsLeftOutOnRequest) {
+  EXPECT_TRUE(ModelOf().hasEndOfImage);
+  EXPECT_FALSE(ModelOf({"--no-eoi"}).hasEndOfImage);
+}
+
 TEST(UvcOptions, AreRefusedWhenTheyAreWrong) {
   using Arguments = std::vector<std::string_view>;
   for (const Arguments& wrong : {Arguments{},
@@ -127,12 +238,16 @@ TEST(UvcOptions, AreRefusedWhenTheyAreWrong) {
                                  {"--socket", "x", "--speed", "low"},
                                  {"--socket", "x", "--id", "12345:1"},
                                  {"--socket", "x", "--id", "1234"},
-                                 {"--socket", "x", "--format", "NV12:640x480@30"},
+                                 {"--socket", "x", "--format", "RGB3:640x480@30"},
                                  {"--socket", "x", "--format", "YUYV:640x481@30"},
                                  {"--socket", "x", "--format", "YUYV:640x480"},
                                  {"--socket", "x", "--format", "YUYV:640x480@30,30"},
                                  {"--socket", "x", "--format", "YUYV:640x480@0"},
-                                 {"--socket", "x", "--serial", ""}}) {
+                                 {"--socket", "x", "--serial", ""},
+                                 {"--socket", "x", "--function", "A"},
+                                 {"--socket", "x", "--function", "A", "--function", "B"},
+                                 {"--socket", "x", "--function", "A", "--format", "YUYV:640x480@30",
+                                  "--function", "A", "--format", "GREY:640x480@30"}}) {
     EXPECT_THROW(ParseOptions(wrong), UsageError) << ::testing::PrintToString(wrong);
   }
 }
@@ -163,57 +278,63 @@ class UvcControl : public ::testing::Test {
     return wish;
   }
   StreamSettings Probe(std::uint8_t request = kGetCur) {
-    const Bytes answer = Ask(request, 1, kStreamInterface).value();
+    const Bytes answer = Ask(request, 1, StreamInterface(0)).value();
     return {answer.at(2), answer.at(3), static_cast<std::uint32_t>(Long(answer, 4))};
   }
 
-  const CameraModel m_model = ModelOf();
+  explicit UvcControl(CameraModel model = ModelOf()) : m_model(std::move(model)) {}
+
+  const CameraModel m_model;
   std::vector<StreamSettings> m_started;
   int m_stops = 0;
   int m_brightness = 0;
-  ControlPipe m_pipe{
-      m_model,
-      {.start = [this](const ProbeControl& control) { m_started.push_back(control.Current()); },
-       .stop = [this] { ++m_stops; },
-       .setBrightness = [this](int value) { m_brightness = value; }}};
+  ControlPipe m_pipe{m_model, EffectsOnAll()};
+
+ private:
+  std::vector<FunctionEffects> EffectsOnAll() {
+    return {m_model.functions.size(),
+            {.start = [this](const ProbeControl& control) { m_started.push_back(control.Current()); },
+             .stop = [this] { ++m_stops; },
+             .setBrightness = [this](int value) { m_brightness = value; }}};
+  }
 };
 
 constexpr unsigned kProcessing = kProcessingUnit << 8;
 
 TEST_F(UvcControl, ProbeTakesWhatComesNearestToTheWish) {
-  EXPECT_TRUE(Set(1, kStreamInterface, Wish(1, 2, 600000)));
+  EXPECT_TRUE(Set(1, StreamInterface(0), Wish(1, 2, 600000)));
   EXPECT_EQ(Probe(), (StreamSettings{1, 2, 666666}));
-  EXPECT_TRUE(Set(1, kStreamInterface, Wish(9, 9, 1)));
+  EXPECT_TRUE(Set(1, StreamInterface(0), Wish(9, 9, 1)));
   EXPECT_EQ(Probe(), (StreamSettings{2, 1, 333333}));
-  EXPECT_TRUE(Set(1, kStreamInterface, Wish(0, 0, 0, 26)));
+  EXPECT_TRUE(Set(1, StreamInterface(0), Wish(0, 0, 0, 26)));
   EXPECT_EQ(Probe(), (StreamSettings{1, 1, 333333}));
-  EXPECT_FALSE(Set(1, kStreamInterface, Wish(1, 1, 0, 20)));
+  EXPECT_FALSE(Set(1, StreamInterface(0), Wish(1, 1, 0, 20)));
 }
 
 TEST_F(UvcControl, ProbeTellsTheRangeOfIntervalsAndTheSizes) {
-  ASSERT_TRUE(Set(1, kStreamInterface, Wish(1, 2, 333333)));
+  ASSERT_TRUE(Set(1, StreamInterface(0), Wish(1, 2, 333333)));
   EXPECT_EQ(Probe(kGetMin).interval, 333333U);
   EXPECT_EQ(Probe(kGetMax).interval, 2000000U);
   EXPECT_EQ(Probe(kGetDef), (StreamSettings{1, 1, 333333}));
-  const Bytes current = Ask(kGetCur, 1, kStreamInterface).value();
+  const Bytes current = Ask(kGetCur, 1, StreamInterface(0)).value();
   ASSERT_EQ(current.size(), 34U);
   EXPECT_EQ(Long(current, 18), 320U * 240U * 2U);
   EXPECT_EQ(Long(current, 22), 65536U);
-  EXPECT_EQ(Ask(kGetLen, 1, kStreamInterface), (Bytes{34, 0}));
-  EXPECT_EQ(Ask(kGetInfo, 1, kStreamInterface), Bytes{3});
-  EXPECT_EQ(Ask(kGetCur, 1, kStreamInterface, 26).value().size(), 26U);
+  EXPECT_EQ(Ask(kGetLen, 1, StreamInterface(0)), (Bytes{34, 0}));
+  EXPECT_EQ(Ask(kGetInfo, 1, StreamInterface(0)), Bytes{3});
+  EXPECT_EQ(Ask(kGetCur, 1, StreamInterface(0), 26).value().size(), 26U);
 }
 
 TEST_F(UvcControl, CommitStartsAndClearedHaltStops) {
-  EXPECT_TRUE(Set(1, kStreamInterface, Wish(2, 1, 333333)));
+  EXPECT_TRUE(Set(1, StreamInterface(0), Wish(2, 1, 333333)));
   EXPECT_TRUE(m_started.empty());
-  EXPECT_TRUE(Set(2, kStreamInterface, Wish(1, 2, 2000000)));
+  EXPECT_TRUE(Set(2, StreamInterface(0), Wish(1, 2, 2000000)));
   EXPECT_EQ(m_started, (std::vector<StreamSettings>{{1, 2, 2000000}}));
-  EXPECT_TRUE(m_pipe.Handle({0x02, 1, 0, kStreamEndpoint, 0}, {}).has_value());
+  EXPECT_TRUE(m_pipe.Handle({0x02, 1, 0, StreamEndpoint(0), 0}, {}).has_value());
   EXPECT_EQ(m_stops, 1);
-  EXPECT_TRUE(m_pipe.SetInterface(kStreamInterface, 0));
+  EXPECT_TRUE(m_pipe.SetInterface(StreamInterface(0), 0));
   EXPECT_EQ(m_stops, 2);
-  EXPECT_FALSE(m_pipe.SetInterface(kStreamInterface, 1));
+  EXPECT_FALSE(m_pipe.SetInterface(StreamInterface(0), 1));
   EXPECT_TRUE(m_pipe.SetConfiguration(1));
   EXPECT_EQ(m_stops, 3);
 }
@@ -224,17 +345,58 @@ TEST_F(UvcControl, BrightnessIsKeptWithinItsRange) {
   EXPECT_EQ(Ask(kGetCur, 2, kProcessing), (Bytes{0xF6, 0xFF}));
   EXPECT_FALSE(Set(2, kProcessing, {65, 0}));
   EXPECT_EQ(m_brightness, -10);
-  EXPECT_EQ(Ask(kGetCur, 2, kControlInterface), Bytes{4});  // out of range
-  EXPECT_EQ(Ask(kGetCur, 2, kControlInterface), Bytes{0});
+  EXPECT_EQ(Ask(kGetCur, 2, ControlInterface(0)), Bytes{4});  // out of range
+  EXPECT_EQ(Ask(kGetCur, 2, ControlInterface(0)), Bytes{0});
 }
 
 TEST_F(UvcControl, RefusesWhatItHasNotGotAndSaysWhy) {
   EXPECT_EQ(Ask(kGetCur, 3, kProcessing), std::nullopt);
-  EXPECT_EQ(Ask(kGetCur, 2, kControlInterface), Bytes{6});  // no such control
+  EXPECT_EQ(Ask(kGetCur, 2, ControlInterface(0)), Bytes{6});  // no such control
   EXPECT_EQ(Ask(kGetCur, 2, 7 << 8), std::nullopt);
-  EXPECT_EQ(Ask(kGetCur, 2, kControlInterface), Bytes{5});  // no such unit
-  EXPECT_EQ(Ask(kGetMin, 2, kStreamInterface), std::nullopt);
-  EXPECT_EQ(Ask(kGetCur, 2, kControlInterface), Bytes{7});  // no such request
+  EXPECT_EQ(Ask(kGetCur, 2, ControlInterface(0)), Bytes{5});  // no such unit
+  EXPECT_EQ(Ask(kGetMin, 2, StreamInterface(0)), std::nullopt);
+  EXPECT_EQ(Ask(kGetCur, 2, ControlInterface(0)), Bytes{7});  // no such request
+}
+
+class UvcControlOfTwoFunctions : public UvcControl {
+ protected:
+  UvcControlOfTwoFunctions() : UvcControl(TwoFunctions()) {}
+};
+
+TEST_F(UvcControlOfTwoFunctions, EachNegotiatesItsOwnStream) {
+  EXPECT_TRUE(Set(1, StreamInterface(0), Wish(2, 1, 666666)));
+  EXPECT_TRUE(Set(1, StreamInterface(1), Wish(2, 1, 333333)));
+  EXPECT_EQ(Probe(), (StreamSettings{2, 1, 666666}));
+  const Bytes infrared = Ask(kGetCur, 1, StreamInterface(1)).value();
+  EXPECT_EQ(infrared.at(2), 1);
+  EXPECT_EQ(Long(infrared, 4), 666666U);
+  EXPECT_EQ(Long(infrared, 18), 340U * 340U);
+}
+
+TEST_F(UvcControlOfTwoFunctions, EachHasItsOwnErrorAndBrightness) {
+  EXPECT_TRUE(Set(2, kProcessing | ControlInterface(1), {5, 0}));
+  EXPECT_EQ(Ask(kGetCur, 2, kProcessing | ControlInterface(0)), (Bytes{0, 0}));
+  EXPECT_EQ(Ask(kGetCur, 2, kProcessing | ControlInterface(1)), (Bytes{5, 0}));
+  EXPECT_FALSE(Set(2, kProcessing | ControlInterface(1), {65, 0}));
+  EXPECT_EQ(Ask(kGetCur, 2, ControlInterface(0)), Bytes{0});
+  EXPECT_EQ(Ask(kGetCur, 2, ControlInterface(1)), Bytes{4});  // out of range
+}
+
+TEST_F(UvcControlOfTwoFunctions, OthersDoNotExist) {
+  EXPECT_EQ(Ask(kGetCur, 1, StreamInterface(2)), std::nullopt);
+  EXPECT_TRUE(m_pipe.SetInterface(StreamInterface(1), 0));
+  EXPECT_FALSE(m_pipe.SetInterface(ControlInterface(2), 0));
+  EXPECT_TRUE(m_pipe.Handle({0x02, 1, 0, StreamEndpoint(1), 0}, {}).has_value());
+  EXPECT_FALSE(m_pipe.Handle({0x02, 1, 0, StreamEndpoint(2), 0}, {}).has_value());
+  EXPECT_FALSE(m_pipe.Handle({0x02, 1, 0, 0, 0}, {}).has_value());  // the control pipe never halts
+}
+
+TEST_F(UvcControlOfTwoFunctions, H264CannotBeStarted) {
+  EXPECT_FALSE(Set(2, StreamInterface(0), Wish(2, 1, 333333)));
+  EXPECT_EQ(Ask(kGetCur, 2, ControlInterface(0)), Bytes{2});  // wrong state
+  EXPECT_TRUE(m_started.empty());
+  EXPECT_TRUE(Set(2, StreamInterface(0), Wish(1, 1, 333333)));
+  EXPECT_EQ(m_started.size(), 1U);
 }
 
 }  // namespace

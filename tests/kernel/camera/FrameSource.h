@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <vector>
 
@@ -12,16 +13,23 @@ namespace uvc {
 
 class FrameSource {
  public:
-  explicit FrameSource(const VideoFormat& format);
+  // format: one that can stream. hasEndOfImage: whether MJPG frames end with the EOI marker.
+  FrameSource(const VideoFormat& format, bool hasEndOfImage);
 
   // The numbered picture of that number, brighter by so much of 255. In the source's memory until the next
   // call. Throws std::runtime_error when it is larger than the camera has promised.
   std::span<const std::uint8_t> Make(std::uint64_t number, int brightness);
 
  private:
-  std::size_t m_largest;
+  // BGRA to the format.
+  std::span<const std::uint8_t> Pack(const std::vector<std::uint8_t>& picture);
+
+  VideoFormat m_format;
+  bool m_hasEndOfImage;
+  std::size_t m_maxBytes;
   NumberedPicture m_picture;
-  simulated::FramePacker m_packer;
+  std::unique_ptr<simulated::FramePacker> m_packer;  // for YUYV and MJPG
+  std::vector<std::uint8_t> m_frame;                 // of the other formats
   std::vector<std::uint8_t> m_brightened;
 };
 

@@ -5,6 +5,7 @@
 #include <functional>
 #include <limits>
 #include <map>
+#include <utility>
 
 namespace uvc {
 namespace {
@@ -21,8 +22,12 @@ picture. It is unplugged by ending it; it ends by itself when the machine does.
   --id VVVV:PPPP    vendor and product, hexadecimal; 04f2:b6be without it
   --product TEXT    the product's name; "Integrated Camera" without it
   --serial TEXT     the serial number; "0001" without it
+  --function TEXT   begins a video function of that name, to which the formats that follow belong; at most
+                    four. Without it the camera has one function, named like the product
   --format FORMAT:WIDTHxHEIGHT@RATE[,RATE...]
-                    a size of YUYV or MJPG with its frame rates, the default one first; any number of times
+                    a size with its frame rates, the default one first; any number of times. FORMAT is YUYV,
+                    UYVY, NV12, GREY, MJPG or H264; H264 is offered and cannot be started
+  --no-eoi          MJPG frames end without the EOI marker
   --help            this text
 
 It prints "ready" once it is plugged in. Exit codes: 0 ended by a signal or by QEMU, 1 failed, 2 wrong
@@ -30,7 +35,7 @@ arguments.
 
 Lines of the log:
   ready                        the camera is plugged in
-  stream MJPG 640x480 30 fps   the host has started the stream; its pictures are numbered from 0
+  stream MJPG 640x480 30 fps   the host has started a stream; its pictures are numbered from 0
   skipped N                    the picture of that number was never sent: the one before it had not been taken
   unfinished N                 the stream stopped while that picture had not been taken wholly
   stopped after N frames       how many pictures the host took wholly
@@ -38,6 +43,8 @@ Lines of the log:
   reset                        the host has reset the camera
   stalled T R value V index I  the camera has refused a control request of that type and number (hexadecimal)
   closed                       QEMU has closed the socket
+A camera with several functions begins lines other than ready, reset, stalled and closed with
+"function N: ", counted from 0.
 )";
 
 template <typename Number>
@@ -105,22 +112,37 @@ void ParseRates(std::string_view text, FrameSize& size) {
   std::ranges::sort(size.intervals);
 }
 
+void AddFunction(std::string name, CameraModel& model) {
+  const bool isUnique =
+      std::ranges::find(model.functions, name, &VideoFunction::name) == model.functions.end();
+  if (!isUnique || model.functions.size() == kMaxFunctions) {
+    Refuse("the function is a duplicate, or there are too many", name);
+  }
+  if (!model.functions.empty() && model.functions.back().formats.empty()) {
+    Refuse("the function has no format", model.functions.back().name);
+  }
+  model.functions.push_back({std::move(name), {}});
+}
+
 void ParseFormat(std::string_view text, CameraModel& model) {
   constexpr std::size_t kMostSizes = 32;
   std::string_view rest = text;
-  const std::string_view name = Cut(rest, ':');
+  const PixelFormat* const pixels = FindPixelFormat(Cut(rest, ':'));
   FrameSize size;
-  const bool isGood = (name == "YUYV" || name == "MJPG") && ParseSide(Cut(rest, 'x'), 64, size.width) &&
+  const bool isGood = pixels != nullptr && ParseSide(Cut(rest, 'x'), 64, size.width) &&
                       ParseSide(Cut(rest, '@'), 48, size.height);
   if (!isGood) {
     Refuse("no format such as MJPG:640x480@30,15 with even sides of 64x48 to 4096x4096 pixels", text);
   }
   ParseRates(rest, size);
-  const std::uint32_t fourCc = name == "YUYV" ? kYuyv : kMjpg;
-  auto format = std::ranges::find(model.formats, fourCc, &StreamFormat::fourCc);
-  if (format == model.formats.end()) {
-    model.formats.push_back({fourCc, {}});
-    format = model.formats.end() - 1;
+  if (model.functions.empty()) {
+    AddFunction("", model);
+  }
+  std::vector<StreamFormat>& formats = model.functions.back().formats;
+  auto format = std::ranges::find(formats, pixels->fourCc, &StreamFormat::fourCc);
+  if (format == formats.end()) {
+    formats.push_back({pixels->fourCc, {}});
+    format = formats.end() - 1;
   }
   const bool isNew = std::ranges::none_of(format->sizes, [&](const FrameSize& other) {
     return other.width == size.width && other.height == size.height;
@@ -129,6 +151,22 @@ void ParseFormat(std::string_view text, CameraModel& model) {
     Refuse("the size has been given before, or there are too many", text);
   }
   format->sizes.push_back(std::move(size));
+}
+
+// What was not given.
+void FillIn(CameraModel& model) {
+  if (model.functions.empty()) {
+    for (const std::string_view format : {"YUYV:640x480@30,15", "YUYV:320x240@30,15", "MJPG:1280x720@30,15",
+                                          "MJPG:640x480@30,15", "MJPG:320x240@30,15"}) {
+      ParseFormat(format, model);
+    }
+  }
+  if (model.functions.back().formats.empty()) {
+    Refuse("the function has no format", model.functions.back().name);
+  }
+  if (model.functions.front().name.empty()) {
+    model.functions.front().name = model.name;
+  }
 }
 
 using Setter = std::function<void(Options&, std::string_view)>;
@@ -141,6 +179,8 @@ const std::map<std::string_view, Setter>& Setters() {
       {"--id", [](Options& options, std::string_view value) { ParseId(value, options.model); }},
       {"--product", [](Options& options, std::string_view value) { options.model.name = ParseText(value); }},
       {"--serial", [](Options& options, std::string_view value) { options.model.serial = ParseText(value); }},
+      {"--function",
+       [](Options& options, std::string_view value) { AddFunction(ParseText(value), options.model); }},
       {"--format", [](Options& options, std::string_view value) { ParseFormat(value, options.model); }}};
   return setters;
 }
@@ -154,6 +194,10 @@ Options ParseOptions(std::span<const std::string_view> arguments) {
       options.wantsHelp = true;
       return options;
     }
+    if (arguments[i] == "--no-eoi") {
+      options.model.hasEndOfImage = false;
+      continue;
+    }
     const auto setter = Setters().find(arguments[i]);
     if (setter == Setters().end()) {
       Refuse("no such option", arguments[i]);
@@ -166,12 +210,7 @@ Options ParseOptions(std::span<const std::string_view> arguments) {
   if (options.socket.empty()) {
     throw UsageError("--socket is missing");
   }
-  if (options.model.formats.empty()) {
-    for (const std::string_view format : {"YUYV:640x480@30,15", "YUYV:320x240@30,15", "MJPG:1280x720@30,15",
-                                          "MJPG:640x480@30,15", "MJPG:320x240@30,15"}) {
-      ParseFormat(format, options.model);
-    }
-  }
+  FillIn(options.model);
   return options;
 }
 

@@ -32,10 +32,10 @@ std::uint32_t Distance(std::uint32_t a, std::uint32_t b) { return a < b ? b - a 
 
 }  // namespace
 
-ProbeControl::ProbeControl(const CameraModel& model) : m_model(model), m_current(Nearest({})) {}
+ProbeControl::ProbeControl(const VideoFunction& function) : m_function(function), m_current(Nearest({})) {}
 
 const StreamFormat& ProbeControl::FormatOf(const StreamSettings& settings) const {
-  return m_model.formats[settings.format - std::size_t{1}];
+  return m_function.formats[settings.format - std::size_t{1}];
 }
 
 const FrameSize& ProbeControl::SizeOf(const StreamSettings& settings) const {
@@ -48,14 +48,14 @@ VideoFormat ProbeControl::CurrentFormat() const {
 }
 
 std::uint32_t ProbeControl::PayloadSize(const StreamSettings& settings) const {
-  return std::min(SizeOf(settings).LargestFrame() + kHeaderSize, kLargestPayload);
+  return std::min(FormatOf(settings).MaxFrameBytes(SizeOf(settings)) + kHeaderSize, kLargestPayload);
 }
 
 StreamSettings ProbeControl::Nearest(StreamSettings wish) const {
   const auto clamp = [](std::uint8_t index, std::size_t count) {
     return static_cast<std::uint8_t>(std::clamp<std::size_t>(index, 1, count));
   };
-  wish.format = clamp(wish.format, m_model.formats.size());
+  wish.format = clamp(wish.format, m_function.formats.size());
   wish.frame = clamp(wish.frame, FormatOf(wish).sizes.size());
   const FrameSize& size = SizeOf(wish);
   if (wish.interval == 0) {
@@ -72,7 +72,7 @@ Bytes ProbeControl::Pack(const StreamSettings& settings) const {
   bytes[kFormatAt] = settings.format;
   bytes[kFrameAt] = settings.frame;
   Put32(bytes, kIntervalAt, settings.interval);
-  Put32(bytes, kFrameBytesAt, SizeOf(settings).LargestFrame());
+  Put32(bytes, kFrameBytesAt, FormatOf(settings).MaxFrameBytes(SizeOf(settings)));
   Put32(bytes, kPayloadBytesAt, PayloadSize(settings));
   Put32(bytes, kClockAt, kClockFrequency);
   bytes[kFramingAt] = 3;  // headers say which frame they belong to and where it ends

@@ -41,7 +41,7 @@ class ProbeControl {
   static constexpr std::uint32_t kLargestPayload = 65536;
   static constexpr std::uint32_t kHeaderSize = 12;
 
-  explicit ProbeControl(const CameraModel& model);
+  explicit ProbeControl(const VideoFunction& function);
 
   // The answer to a request other than kSetCur; nothing when the control does not have it.
   std::optional<Bytes> Get(std::uint8_t request) const;
@@ -59,7 +59,7 @@ class ProbeControl {
   StreamSettings Nearest(StreamSettings wish) const;
   Bytes Pack(const StreamSettings& settings) const;
 
-  const CameraModel& m_model;
+  const VideoFunction& m_function;
   StreamSettings m_current;
 };
 

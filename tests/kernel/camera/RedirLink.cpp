@@ -17,27 +17,31 @@ void LogNothing(void*, int, const char*) {}
 // Where usbredir keeps what it says about an endpoint.
 constexpr std::size_t SlotOf(std::uint8_t endpoint) { return (endpoint & 0x80U) >> 3 | (endpoint & 0x0FU); }
 
-usb_redir_ep_info_header EndpointInfo(Speed speed) {
+usb_redir_ep_info_header EndpointInfo(const CameraModel& model) {
   usb_redir_ep_info_header info{};
   std::ranges::fill(info.type, std::uint8_t{usb_redir_type_invalid});
   for (const std::size_t slot : {SlotOf(0x00), SlotOf(0x80)}) {
     info.type[slot] = usb_redir_type_control;
     info.max_packet_size[slot] = 64;
   }
-  const std::size_t stream = SlotOf(kStreamEndpoint);
-  info.type[stream] = usb_redir_type_bulk;
-  info.interface[stream] = kStreamInterface;
-  info.max_packet_size[stream] = BulkPacketSize(speed);
+  for (std::size_t i = 0; i < model.functions.size(); ++i) {
+    const std::size_t stream = SlotOf(StreamEndpoint(i));
+    info.type[stream] = usb_redir_type_bulk;
+    info.interface[stream] = StreamInterface(i);
+    info.max_packet_size[stream] = BulkPacketSize(model.speed);
+  }
   return info;
 }
 
-usb_redir_interface_info_header InterfaceInfo() {
+constexpr std::size_t InterfaceCount(const CameraModel& model) { return 2 * model.functions.size(); }
+
+usb_redir_interface_info_header InterfaceInfo(const CameraModel& model) {
   usb_redir_interface_info_header info{};
-  info.interface_count = 2;
-  for (const std::uint8_t interface : {kControlInterface, kStreamInterface}) {
+  info.interface_count = static_cast<std::uint32_t>(InterfaceCount(model));
+  for (std::uint8_t interface = 0; interface < InterfaceCount(model); ++interface) {
     info.interface[interface] = interface;
     info.interface_class[interface] = 0x0E;
-    info.interface_subclass[interface] = static_cast<std::uint8_t>(interface + 1);
+    info.interface_subclass[interface] = IsStreamInterface(interface) ? 2 : 1;
   }
   return info;
 }
@@ -79,8 +83,8 @@ void RedirLink::Unexpected(void* link, Arguments...) {
       std::make_exception_ptr(std::runtime_error("the machine has asked for what the camera has not got"));
 }
 
-RedirLink::RedirLink(FileDescriptor socket, RedirDevice& device)
-    : m_socket(std::move(socket)), m_device(device), m_parser(usbredirparser_create()) {
+RedirLink::RedirLink(FileDescriptor socket, const CameraModel& model, RedirDevice& device)
+    : m_socket(std::move(socket)), m_model(model), m_device(device), m_parser(usbredirparser_create()) {
   if (!m_parser) {
     throw std::bad_alloc();
   }
@@ -181,18 +185,18 @@ void RedirLink::Reset() { m_device.OnReset(); }
 
 void RedirLink::FilterReject() { throw std::runtime_error("the machine does not take the camera"); }
 
-void RedirLink::SendConnect(const CameraModel& model) {
-  usb_redir_interface_info_header interfaces = InterfaceInfo();
+void RedirLink::SendConnect() {
+  usb_redir_interface_info_header interfaces = InterfaceInfo(m_model);
   usbredirparser_send_interface_info(m_parser.get(), &interfaces);
-  usb_redir_ep_info_header endpoints = EndpointInfo(model.speed);
+  usb_redir_ep_info_header endpoints = EndpointInfo(m_model);
   usbredirparser_send_ep_info(m_parser.get(), &endpoints);
   usb_redir_device_connect_header connect{};
-  connect.speed = model.speed == Speed::kHigh ? usb_redir_speed_high : usb_redir_speed_full;
+  connect.speed = m_model.speed == Speed::kHigh ? usb_redir_speed_high : usb_redir_speed_full;
   connect.device_class = 0xEF;
   connect.device_subclass = 2;
   connect.device_protocol = 1;
-  connect.vendor_id = model.vendor;
-  connect.product_id = model.product;
+  connect.vendor_id = m_model.vendor;
+  connect.product_id = m_model.product;
   connect.device_version_bcd = kDeviceVersion;
   usbredirparser_send_device_connect(m_parser.get(), &connect);
 }
@@ -220,7 +224,7 @@ void RedirLink::SetAlternate(std::uint64_t id, usb_redir_set_alt_setting_header*
 
 void RedirLink::GetAlternate(std::uint64_t id, usb_redir_get_alt_setting_header* header) {
   usb_redir_alt_setting_status_header answer{};
-  answer.status = header->interface <= kStreamInterface ? usb_redir_success : usb_redir_stall;
+  answer.status = header->interface < InterfaceCount(m_model) ? usb_redir_success : usb_redir_stall;
   answer.interface = header->interface;
   usbredirparser_send_alt_setting_status(m_parser.get(), id, &answer);
 }
@@ -252,13 +256,13 @@ void RedirLink::Bulk(std::uint64_t id, usb_redir_bulk_packet_header* header, std
 }
 
 void RedirLink::Cancel(std::uint64_t id) {
-  if (m_device.OnCancel(id)) {
-    AnswerBulk(id, kStreamEndpoint, usb_redir_cancelled, {});
+  if (const std::optional<std::uint8_t> endpoint = m_device.OnCancel(id)) {
+    AnswerBulk(id, *endpoint, usb_redir_cancelled, {});
   }
 }
 
-void RedirLink::SendBulk(std::uint64_t id, std::span<const std::uint8_t> data) {
-  AnswerBulk(id, kStreamEndpoint, usb_redir_success, data);
+void RedirLink::SendBulk(std::uint64_t id, std::uint8_t endpoint, std::span<const std::uint8_t> data) {
+  AnswerBulk(id, endpoint, usb_redir_success, data);
 }
 
 void RedirLink::AnswerBulk(std::uint64_t id, std::uint8_t endpoint, std::uint8_t status,

@@ -29,14 +29,14 @@ class RedirDevice {
   virtual bool OnSetInterface(std::uint8_t interface, std::uint8_t alternate) = 0;
   // A bulk transfer from the device, to be answered with SendBulk; false is a stall.
   virtual bool OnBulk(std::uint64_t id, std::uint8_t endpoint, std::size_t length) = 0;
-  // True when the transfer had not been answered.
-  virtual bool OnCancel(std::uint64_t id) = 0;
+  // The endpoint of the transfer; nothing when it has been answered.
+  virtual std::optional<std::uint8_t> OnCancel(std::uint64_t id) = 0;
 };
 
 class RedirLink {
  public:
   // The socket, connected and non-blocking.
-  RedirLink(FileDescriptor socket, RedirDevice& device);
+  RedirLink(FileDescriptor socket, const CameraModel& model, RedirDevice& device);
 
   int Socket() const { return m_socket.Get(); }
   // Takes in what has arrived. False when the machine has hung up. Throws std::runtime_error for what cannot
@@ -46,8 +46,8 @@ class RedirLink {
   bool Write();
 
   // Plugs the device in.
-  void SendConnect(const CameraModel& model);
-  void SendBulk(std::uint64_t id, std::span<const std::uint8_t> data);
+  void SendConnect();
+  void SendBulk(std::uint64_t id, std::uint8_t endpoint, std::span<const std::uint8_t> data);
 
  private:
   struct DestroyParser {
@@ -81,6 +81,7 @@ class RedirLink {
                   std::span<const std::uint8_t> data);
 
   FileDescriptor m_socket;
+  const CameraModel& m_model;
   RedirDevice& m_device;
   std::unique_ptr<usbredirparser, DestroyParser> m_parser;
   bool m_isClosed = false;

@@ -2,9 +2,14 @@
 #include <gtest/gtest.h>
 
 #include <numeric>
+#include <optional>
+#include <stdexcept>
+#include <vector>
 
 #include "FramePacer.h"
+#include "FrameSource.h"
 #include "PayloadSender.h"
+#include "PixelFormats.h"
 
 namespace uvc {
 namespace {
@@ -176,6 +181,78 @@ TEST_F(UvcPayloads, RequestsWaitForAFrameAndCanBeCancelled) {
   EXPECT_EQ(answer->id, 8U);
   EXPECT_FALSE(m_sender.Next());
 }
+
+constexpr std::uint32_t kWidth = 160;
+constexpr std::uint32_t kHeight = 120;
+constexpr std::size_t kPixels = std::size_t{kWidth} * kHeight;
+
+std::vector<std::uint8_t> FrameOf(std::uint32_t fourCc, std::uint32_t number, bool hasEndOfImage = true) {
+  FrameSource source({fourCc, kWidth, kHeight, 333'333}, hasEndOfImage);
+  const auto frame = source.Make(number, 0);
+  return {frame.begin(), frame.end()};
+}
+
+// Every so many bytes of a frame, as a plane of its own.
+std::vector<std::uint8_t> Every(const std::vector<std::uint8_t>& frame, std::size_t first, std::size_t step,
+                                std::size_t count) {
+  std::vector<std::uint8_t> plane;
+  for (std::size_t i = 0; i < count; ++i) {
+    plane.push_back(frame.at(first + i * step));
+  }
+  return plane;
+}
+
+std::optional<std::uint32_t> NumberIn(const std::vector<std::uint8_t>& luma) {
+  return ReadFrameNumber(luma.data(), kWidth, kWidth, kHeight);
+}
+
+// A chroma plane without every second line.
+std::vector<std::uint8_t> HalfOfLines(const std::vector<std::uint8_t>& plane) {
+  std::vector<std::uint8_t> half;
+  for (std::size_t line = 0; line < kHeight; line += 2) {
+    const auto begin = plane.begin() + static_cast<std::ptrdiff_t>(line * kWidth / 2);
+    half.insert(half.end(), begin, begin + kWidth / 2);
+  }
+  return half;
+}
+
+TEST(UvcFrames, Nv12HasTheNumberAndTheColours) {
+  const auto frame = FrameOf(kNv12, 0x123456);
+  ASSERT_EQ(frame.size(), kPixels * 3 / 2);
+  const auto luma = Every(frame, 0, 1, kPixels);
+  EXPECT_EQ(NumberIn(luma), 0x123456U);
+  const auto u = Every(frame, kPixels, 2, kPixels / 4);
+  const auto v = Every(frame, kPixels + 1, 2, kPixels / 4);
+  EXPECT_LT(CornerColourError(luma.data(), u.data(), v.data(), kWidth, kHeight), 3);
+}
+
+TEST(UvcFrames, UyvyHasTheNumberAndTheColours) {
+  const auto frame = FrameOf(kUyvy, 77);
+  ASSERT_EQ(frame.size(), kPixels * 2);
+  const auto luma = Every(frame, 1, 2, kPixels);
+  EXPECT_EQ(NumberIn(luma), 77U);
+  const auto u = HalfOfLines(Every(frame, 0, 4, kPixels / 2));
+  const auto v = HalfOfLines(Every(frame, 2, 4, kPixels / 2));
+  EXPECT_LT(CornerColourError(luma.data(), u.data(), v.data(), kWidth, kHeight), 3);
+}
+
+TEST(UvcFrames, GreyHasTheNumber) {
+  const auto frame = FrameOf(kGrey, 78);
+  ASSERT_EQ(frame.size(), kPixels);
+  EXPECT_EQ(NumberIn(frame), 78U);
+}
+
+TEST(UvcFrames, WithoutEndOfImageMjpgLacksTheMarkerAndNothingElse) {
+  auto whole = FrameOf(kMjpg, 5);
+  const auto cut = FrameOf(kMjpg, 5, false);
+  ASSERT_GT(whole.size(), 2U);
+  EXPECT_EQ(whole[whole.size() - 2], 0xFF);
+  EXPECT_EQ(whole[whole.size() - 1], 0xD9);
+  whole.resize(whole.size() - 2);
+  EXPECT_EQ(cut, whole);
+}
+
+TEST(UvcFrames, H264HasNone) { EXPECT_THROW(FrameOf(kH264, 0), std::invalid_argument); }
 
 }  // namespace
 }  // namespace uvc

@@ -1,6 +1,7 @@
 #include "VideoStream.h"
 
 #include <string>
+#include <utility>
 
 #include "CameraModel.h"
 
@@ -8,15 +9,15 @@ namespace uvc {
 namespace {
 
 std::string TextOf(const VideoFormat& format) {
-  std::string text = format.fourCc == kYuyv ? "YUYV " : "MJPG ";
-  text += std::to_string(format.width) + "x" + std::to_string(format.height) + " ";
+  std::string text(PixelFormatOf(format.fourCc).name);
+  text += " " + std::to_string(format.width) + "x" + std::to_string(format.height) + " ";
   return text + std::to_string((kUnitsInSecond + format.interval / 2) / format.interval) + " fps";
 }
 
 }  // namespace
 
-VideoStream::VideoStream(EventLog& log)
-    : m_log(log), m_sender([this] {
+VideoStream::VideoStream(EventLog& log, std::string prefix)
+    : m_log(log), m_prefix(std::move(prefix)), m_sender([this] {
         const Clock::time_point now = Clock::now();
         const auto age = std::chrono::duration_cast<std::chrono::milliseconds>(now - m_born).count();
         return PayloadSender::ClockReading{DeviceTime(now), static_cast<std::uint16_t>(age & 0x7FF)};
@@ -28,11 +29,11 @@ std::uint32_t VideoStream::DeviceTime(Clock::time_point time) const {
   return static_cast<std::uint32_t>(static_cast<std::uint64_t>(age) * kTicksInMicrosecond / 1000);
 }
 
-void VideoStream::Start(const VideoFormat& format, std::size_t payloadSize) {
+void VideoStream::Start(const VideoFormat& format, std::size_t payloadSize, bool hasEndOfImage) {
   Stop();
-  m_source = std::make_unique<FrameSource>(format);
+  m_source = std::make_unique<FrameSource>(format, hasEndOfImage);
   m_sender.Start(payloadSize);
-  m_log.Write("stream " + TextOf(format));
+  Log("stream " + TextOf(format));
   m_pacer.emplace(Clock::now(), static_cast<std::uint32_t>(format.interval));
 }
 
@@ -42,10 +43,10 @@ void VideoStream::Stop() {
   }
   m_pacer.reset();
   if (m_sender.Stop()) {
-    m_log.Write("unfinished " + std::to_string(m_number));
+    Log("unfinished " + std::to_string(m_number));
   }
   m_source.reset();
-  m_log.Write("stopped after " + std::to_string(m_sender.FramesSent()) + " frames");
+  Log("stopped after " + std::to_string(m_sender.FramesSent()) + " frames");
 }
 
 void VideoStream::Tick() {
@@ -54,12 +55,17 @@ void VideoStream::Tick() {
   }
   const FramePacer::Due due = m_pacer->Advance(Clock::now(), m_sender.IsBusy());
   for (std::uint64_t i = 0; i < due.skipped; ++i) {
-    m_log.Write("skipped " + std::to_string(due.firstSkipped + i));
+    Log("skipped " + std::to_string(due.firstSkipped + i));
   }
   if (due.number) {
     m_number = *due.number;
     m_sender.Send(m_source->Make(m_number, m_brightness), DeviceTime(m_pacer->TimeOf(m_number)));
   }
+}
+
+void VideoStream::SetBrightness(int brightness) {
+  m_brightness = brightness;
+  Log("brightness " + std::to_string(brightness));
 }
 
 std::optional<VideoStream::Clock::time_point> VideoStream::Deadline() const {
