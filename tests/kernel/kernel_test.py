@@ -14,11 +14,12 @@ import time
 from pathlib import Path
 
 from machine import BootTimeOut, CannotRun, Machine, MachineFailure, environment_for_guest, require_qemu
-from topologies import TOPOLOGIES
+from topologies import METADATA_REASON, TOPOLOGIES
 
 # What ctest takes for "did not run".
 DID_NOT_RUN = 77
 SHARE = "/run/share"
+CONTROL_LINE = "/dev/ttyS1"
 CONSOLE_LINES = 25
 # Frames that v4l2-ctl takes of a camera. v4l2-compliance's own streaming tests (-s) are no use: they want EINVAL of
 # a start without buffers, where the kernel's driver answers EBUSY and does not ask the camera.
@@ -28,51 +29,82 @@ GUEST_FUNCTIONS = """\
 step() { name=$1; shift; "$@" >$S/$name.out 2>$S/$name.err; echo $? >$S/$name.code; }
 node_of() {
   for place in /sys/class/video4linux/video*; do
-    read -r name <$place/name; read -r index <$place/index
+    { read -r name <$place/name && read -r index <$place/index; } 2>/dev/null || continue
     case "$index $name" in "0 $1"*) echo /dev/${place##*/}; return ;; esac
   done
   return 1
 }
-wait_for() {
+is_gone() {
+  for place in /sys/bus/usb/devices/*/serial; do
+    read -r serial 2>/dev/null <$place && [ "$serial" = "$1" ] && return 1
+  done
+  return 0
+}
+wait_until() {
   left=$PATIENCE
-  until node_of "$1" >/dev/null; do
+  until "$@" >/dev/null; do
     left=$((left - 1))
-    [ $left -gt 0 ] || { echo "the camera $1 does not appear"; return; }
+    [ $left -gt 0 ] || { echo "waited in vain: $*"; return; }
     sleep 0.1
   done
 }
+# Asks the host for something, such as to plug a camera in.
+ask() { echo "$*" >&3; read -r answer <&3; [ "$answer" = ok ] || echo "$*: $answer"; }
 """
 
 
-def guest_script(topology, binaries, options):
-    """What the guest runs: the tool, the checks of the cameras themselves, the tests."""
-    lines = [f"S={SHARE}", f"cd {shlex.quote(str(binaries))} || exit 1"]
-    lines.append(f"PATIENCE={10 * options.camera_patience}  # in tenths of a second")
-    variables = {"NUVEQ_KERNEL_SHARE": SHARE, "NUVEQ_KERNEL_CONTROL": "/dev/ttyS1",
-                 "NUVEQ_KERNEL_TOPOLOGY": topology.name, **environment_for_guest()}
-    lines += [f"export {name}={shlex.quote(value)}" for name, value in variables.items()]
-    lines.append(GUEST_FUNCTIONS)
-    # The tool's libraries take longer to come over than cameras to appear.
-    lines.append("./nuveqcam --version >/dev/null &")
-    lines += [f"wait_for {shlex.quote(camera.product)}" for camera in topology.cameras]
+def scene_script(scene, options):
+    """Commands of the guest for a scene, whose cameras are being plugged in: the tool, v4l2-ctl, the tests."""
+    lines = [f"S={SHARE}/{scene.name}", "export NUVEQ_KERNEL_SHARE=$S"]
+    nodes = [(camera, function, camera.node_name(function)) for camera in scene.cameras
+             for function in camera.functions]
+    lines += [f"wait_until node_of {shlex.quote(node)}" for _, _, node in nodes]
     lines += ["step list ./nuveqcam list --json", "step doctor ./nuveqcam doctor",
               "step doctor_json ./nuveqcam doctor --json"]
-    for camera in topology.cameras:
-        lines += [f"node=$(node_of {shlex.quote(camera.product)})",
-                  f"step formats_{camera.name} v4l2-ctl -d $node --list-formats-ext"]
-        if camera.name in topology.checked:
-            lines += [f"step compliance_{camera.name} v4l2-compliance -d $node",
-                      f"step stream_{camera.name} v4l2-ctl -d $node --stream-mmap --stream-count={STREAMED}"]
-    lines += [f"./kernel_tests --gtest_color=no --gtest_filter={shlex.quote(options.filter or topology.tests)}",
-              "echo $? >$S/tests.code"]
+    for camera, function, node in nodes:
+        name = function_id(camera, function)
+        lines += [f"node=$(node_of {shlex.quote(node)})", f"step formats_{name} v4l2-ctl -d $node --list-formats-ext"]
+        if camera.name in scene.checked:
+            lines.append(f"step compliance_{name} v4l2-compliance -d $node")
+        if camera.name in scene.checked + scene.streamed:
+            lines.append(f"step stream_{name} v4l2-ctl -d $node --stream-mmap --stream-count={STREAMED}")
+    return lines + [f"./kernel_tests --gtest_color=no --gtest_filter={shlex.quote(options.filter or scene.tests)}",
+                    "echo $? >$S/tests.code"]
+
+
+def change_script(before, after):
+    """Commands of the guest that replace the cameras of a scene by those of another one."""
+    lines = [f"ask unplug {camera.name}" for camera in before.cameras]
+    lines += [f"wait_until is_gone {camera.name}" for camera in before.cameras]
+    return lines + [f"ask scene {after.name}"]
+
+
+def guest_script(topology, binaries, options):
+    """What the guest runs: all scenes of the topology."""
+    lines = [f"cd {shlex.quote(str(binaries))} || exit 1"]
+    lines.append(f"PATIENCE={10 * options.camera_patience}  # in tenths of a second")
+    variables = {"NUVEQ_KERNEL_CONTROL": CONTROL_LINE, "NUVEQ_KERNEL_TOPOLOGY": topology.name,
+                 **environment_for_guest()}
+    lines += [f"export {name}={shlex.quote(value)}" for name, value in variables.items()]
+    lines += [GUEST_FUNCTIONS, f"exec 3<>{CONTROL_LINE}"]
+    # The tool's libraries take longer to come over than cameras to appear.
+    lines.append("./nuveqcam --version >/dev/null &")
+    for before, scene in zip((None,) + topology.scenes, topology.scenes):
+        lines += change_script(before, scene) if before else []
+        lines += scene_script(scene, options)
     return "\n".join(lines) + "\n"
 
 
-class Results:
-    """What the guest left, checked; prints each check and counts those that fail."""
+def function_id(camera, function):
+    """Part of file names."""
+    return f"{camera.name}_{camera.functions.index(function)}"
 
-    def __init__(self, topology, share):
-        self._topology = topology
+
+class Results:
+    """What the guest left of a scene, checked; prints each check and counts those that fail."""
+
+    def __init__(self, scene, share):
+        self._scene = scene
         self._share = share
         self.failures = 0
 
@@ -110,13 +142,20 @@ class Results:
         self.check("the tests in the guest pass", self.exit_code("tests") == 0, f"they ended with {self.exit_code('tests')}")
         self.check_list()
         self.check_doctor()
-        for camera in self._topology.cameras:
-            self.check_formats(camera)
-        for name in self._topology.checked:
+        for camera in self._scene.cameras:
+            for function in camera.functions:
+                self.check_function(camera, function)
+
+    def check_function(self, camera, function):
+        name = function_id(camera, function)
+        self.check_formats(name, camera.node_name(function), function.formats)
+        if camera.name in self._scene.checked:
             self.check_compliance(name)
+        if camera.name in self._scene.checked + self._scene.streamed:
+            self.check_stream(name)
 
     def check_list(self):
-        taken = self._topology.expected.taken
+        taken = self._scene.expected.taken
         answer = self.check_json("list", 0 if taken else 3)
         if answer:
             built_in = [device["name"] for device in answer["devices"] if device["builtIn"]]
@@ -126,7 +165,7 @@ class Results:
 
     def check_doctor(self):
         """The doctor says what the camera library goes by, of every device."""
-        expected = self._topology.expected
+        expected = self._scene.expected
         self.check_step("doctor", 0 if expected.taken else 3)
         answer = self.check_json("doctor_json", 0 if expected.taken else 3)
         if not answer:
@@ -147,14 +186,18 @@ class Results:
             device = next((device for device in answer["captureDevices"] if device["name"].startswith(name)), {})
             self.check(f"the doctor on {name}: {reason or 'taken'}",
                        device.get("taken") == (not reason) and (device.get("reason") or "") == reason, raw)
+        others = {node["name"]: node["reason"] for node in answer["otherNodes"] if node["reason"] != METADATA_REASON}
+        self.check("the doctor says why other nodes are not capture devices",
+                   others == expected.other_nodes and
+                   all(re.search(re.escape(name) + " .*not a capture device: " + re.escape(reason) + "$", text, re.M)
+                       for name, reason in others.items()), f"expected {expected.other_nodes}\nseen {others}\n" + text)
 
-    def check_formats(self, camera):
-        """v4l2-ctl sees what the camera's descriptors say."""
-        name = camera.name
+    def check_formats(self, name, node, formats):
+        """v4l2-ctl sees what the function's descriptors say."""
         if not self.check_step(f"formats_{name}"):
             return
         wanted = set()
-        for text in camera.formats:
+        for text in formats:
             layout, rest = text.split(":")
             size, rates = rest.split("@")
             wanted |= {(layout, size, float(rate)) for rate in rates.split(",")}
@@ -166,12 +209,14 @@ class Results:
                 size = found.group(1)
             elif found := re.search(r"\(([\d.]+) fps\)", line):
                 seen.add((layout, size, float(found.group(1))))
-        self.check(f"v4l2-ctl lists the formats of {name}", seen == wanted, f"wanted {wanted}\nseen {seen}")
+        self.check(f"v4l2-ctl lists the formats of {node}", seen == wanted, f"wanted {wanted}\nseen {seen}")
 
     def check_compliance(self, name):
         if self.check_step(f"compliance_{name}"):
             total = self.read(f"compliance_{name}.out").strip().splitlines()[-1]
             self.check(f"v4l2-compliance of {name}: {total}", re.search(r", Failed: 0,", total) is not None, total)
+
+    def check_stream(self, name):
         if self.check_step(f"stream_{name}"):
             # It prints a "<" for each frame that it gets.
             frames = (self.read(f"stream_{name}.out") + self.read(f"stream_{name}.err")).count("<")
@@ -179,11 +224,13 @@ class Results:
 
 
 def boot(topology, options, binaries, kernel, folder):
-    """Boots, has the guest do its work, and answers its checked results."""
+    """Boots, has the guest do its work, checks its results, and returns the number of failures."""
     folder.mkdir()
     with Machine(topology, kernel, binaries, folder, options.append, options.boot_patience) as machine:
-        for camera in topology.cameras:
-            (machine.share / f"{camera.name}.formats").write_text("\n".join(camera.formats) + "\n")
+        for scene in topology.scenes:
+            for camera in scene.cameras:
+                formats = machine.share / scene.name / f"{camera.name}.formats"
+                formats.write_text("\n".join(camera.formats) + "\n")
         (machine.share / "commands").write_text(guest_script(topology, binaries, options))
         try:
             machine.start()
@@ -192,9 +239,14 @@ def boot(topology, options, binaries, kernel, folder):
         except MachineFailure as failure:
             end = "\n".join("  | " + line for line in machine.console[-CONSOLE_LINES:])
             raise type(failure)(f"{failure}; the end of the console:\n{end}") from None
-        results = Results(topology, machine.share)
-        results.check_all()
-        return results
+        failures = 0
+        for scene in topology.scenes:
+            if len(topology.scenes) > 1:
+                print(f"{scene.name}:", flush=True)
+            results = Results(scene, machine.share / scene.name)
+            results.check_all()
+            failures += results.failures
+        return failures
 
 
 def run(topology, options, folder):
@@ -208,13 +260,13 @@ def run(topology, options, folder):
         raise MachineFailure(f"the guest has a {hidden[0]} of its own and does not see {binaries}; build elsewhere")
     begin = time.monotonic()
     try:
-        results = boot(topology, options, binaries, kernel, folder / "first")
+        failures = boot(topology, options, binaries, kernel, folder / "first")
     except BootTimeOut as failure:
         # One boot was seen to hang before it said a word, in some hundreds, for a reason that is not known.
         print(f"{failure}\nonce more:", flush=True)
-        results = boot(topology, options, binaries, kernel, folder / "second")
+        failures = boot(topology, options, binaries, kernel, folder / "second")
     print(f"{topology.name}: {time.monotonic() - begin:.1f} s from power-on to power-off")
-    return results.failures
+    return failures
 
 
 def main():

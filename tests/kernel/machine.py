@@ -79,7 +79,7 @@ class CameraProcess:
 
     def __init__(self, camera, program, folder):
         self.camera = camera
-        self.log = folder / "share" / f"{camera.name}.log"
+        self.log = None  # where the camera logs; each scene has its own folder
         self._program = program
         self._socket = folder / f"{camera.name}.sock"
         self._process = None
@@ -87,10 +87,8 @@ class CameraProcess:
     def plug_in(self):
         if self._process is not None and self._process.poll() is None:
             raise MachineFailure(f"{self.camera.name} is plugged in already")
-        formats = [part for text in self.camera.formats for part in ("--format", text)]
         self._process = subprocess.Popen(
-            [str(self._program), "--socket", str(self._socket), "--log", str(self.log), "--speed", self.camera.speed,
-             "--id", self.camera.usb_id, "--product", self.camera.product, "--serial", self.camera.name, *formats],
+            [str(self._program), "--socket", str(self._socket), "--log", str(self.log), *self.camera.arguments],
             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=sys.stderr)
         readable, _, _ = select.select([self._process.stdout], [], [], START_PATIENCE)
         if not readable:
@@ -131,6 +129,9 @@ class Machine:
         self._boot_patience = boot_patience
         self.share = folder / "share"
         self.share.mkdir()
+        self._scenes = {scene.name: scene for scene in topology.scenes}
+        for name in self._scenes:
+            (self.share / name).mkdir()
         self.cameras = {camera.name: CameraProcess(camera, binaries / "uvc_camera", folder)
                         for camera in topology.cameras}
         self.console = []  # lines
@@ -197,9 +198,16 @@ class Machine:
             raise BootTimeOut(str(failure)) from None
         self.boot_time = time.monotonic() - begin
         # Not before: the machine's BIOS has USB drivers of its own, which are none of the tests' business.
-        for camera in self.cameras.values():
-            self._fail_if_ended("the kernel did not boot")
-            camera.plug_in()
+        self._fail_if_ended("the kernel did not boot")
+        self._begin_scene(self._topology.scenes[0])
+
+    def _begin_scene(self, scene):
+        """Plugs the cameras of a scene in."""
+        for camera in scene.cameras:
+            process = self.cameras[camera.name]
+            process.camera = camera
+            process.log = self.share / scene.name / f"{camera.name}.log"
+            process.plug_in()
 
     def run(self):
         """Waits until the guest has done its work and switched itself off."""
@@ -251,9 +259,11 @@ class Machine:
                 pass  # the machine is off
 
     def _answer(self, words):
-        actions = {"plug": CameraProcess.plug_in, "unplug": CameraProcess.pull_out}
+        actions = {"plug": lambda name: self.cameras[name].plug_in(),
+                   "unplug": lambda name: self.cameras[name].pull_out(),
+                   "scene": lambda name: self._begin_scene(self._scenes[name])}
         try:
-            actions[words[0]](self.cameras[words[1]])
+            actions[words[0]](words[1])
             return "ok"
         except KeyError:
             self.trouble = "the guest asked for " + " ".join(words) + ", which nobody knows"

@@ -51,8 +51,9 @@ class StreamOfBuiltInCamera : public BuiltInCamera {
     Recording recording;
     host.Reset();
     host.InData([&](const Packet&) { recording.times.push_back(Clock::now()); });
-    EXPECT_EQ(OpenAt(format), 0);
-    EXPECT_TRUE(host.WaitForPackets(kPackets));
+    const int opened = OpenAt(format);
+    EXPECT_EQ(opened, 0);
+    EXPECT_TRUE(opened == 0 && host.WaitForPackets(kPackets));
     EXPECT_EQ(Close(), 1);
     recording.numbers = NumbersOfGoodPictures(format);
     ExpectEveryTickExplained(format, recording.numbers);

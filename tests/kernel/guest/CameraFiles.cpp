@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <sstream>
 #include <stdexcept>
 #include <string_view>
@@ -41,8 +42,22 @@ std::vector<OfferedFormat> ParseFormats(const std::string& text) {
   throw std::runtime_error("this is no list of formats: " + text);
 }
 
+// How much work a layout is for the library; nothing for one that the library cannot use.
+std::optional<int> CostOf(const std::string& layout) {
+  static const std::map<std::string, int> costs{{"YUYV", 0}, {"NV12", 1}, {"UYVY", 1}, {"MJPG", 2}};
+  const auto cost = costs.find(layout);
+  return cost == costs.end() ? std::nullopt : std::optional(cost->second);
+}
+
 bool IsBetter(const OfferedFormat& a, const OfferedFormat& b) {
-  return a.fps != b.fps ? a.fps > b.fps : a.layout == "YUYV" && b.layout != "YUYV";
+  return a.fps != b.fps ? a.fps > b.fps : CostOf(a.layout) < CostOf(b.layout);
+}
+
+// A line of a camera's log without the function's name, which cameras with several functions put in front.
+std::string WithoutFunction(const std::string& line) {
+  const std::string separator = ": ";
+  const auto at = line.starts_with("function ") ? line.find(separator) : std::string::npos;
+  return at == std::string::npos ? line : line.substr(at + separator.size());
 }
 
 // What follows the word at the line's start; nothing when another word stands there.
@@ -67,14 +82,20 @@ std::string OfferedFormat::Text() const {
 }
 
 OfferedFormats::OfferedFormats(const std::string& camera) {
-  for (const std::string& line : LinesOf(ShareFolder() / (camera + ".formats"))) {
-    const std::vector<OfferedFormat> formats = ParseFormats(line);
-    m_formats.insert(m_formats.end(), formats.begin(), formats.end());
-  }
-  if (m_formats.empty()) {
+  const std::vector<std::string> lines = LinesOf(ShareFolder() / (camera + ".formats"));
+  if (lines.empty()) {
     throw std::runtime_error("nothing says what " + camera + " offers");
   }
+  for (const std::string& line : lines) {
+    for (const OfferedFormat& format : ParseFormats(line)) {
+      if (IsUsable(format.layout)) {
+        m_formats.push_back(format);
+      }
+    }
+  }
 }
+
+bool IsUsable(const std::string& layout) { return CostOf(layout).has_value(); }
 
 std::set<Size> OfferedFormats::Sizes() const {
   std::set<Size> sizes;
@@ -111,9 +132,10 @@ OfferedFormat OfferedFormats::Smallest() const {
 
 std::vector<CameraStream> StreamsOf(const std::string& camera) {
   std::vector<CameraStream> streams;
-  for (const std::string& line : LinesOf(ShareFolder() / (camera + ".log"))) {
+  for (const std::string& logged : LinesOf(ShareFolder() / (camera + ".log"))) {
+    const std::string line = WithoutFunction(logged);
     if (const auto format = After("stream ", line)) {
-      streams.push_back({*format, {}, {}});
+      streams.push_back({*format, format->substr(0, format->find(' ')), {}, {}});
     } else if (const auto number = After("skipped ", line); number && !streams.empty()) {
       streams.back().skipped.insert(static_cast<std::uint32_t>(std::stoul(*number)));
     } else if (line.starts_with("stopped") && !streams.empty()) {

@@ -13,7 +13,7 @@
 std::string Environment(const char* name);
 
 struct OfferedFormat {
-  std::string layout;  // "YUYV" or "MJPG"
+  std::string layout;  // V4L2's name: "YUYV", "MJPG", "NV12", ...
   std::uint32_t width = 0;
   std::uint32_t height = 0;
   std::uint32_t fps = 0;
@@ -24,17 +24,24 @@ struct OfferedFormat {
 
 using Size = std::pair<std::uint32_t, std::uint32_t>;
 
-// One camera's list, of one entry a rate. Throws std::runtime_error for text that is none.
+// Whether the library can deliver pictures of that layout.
+bool IsUsable(const std::string& layout);
+
+// What one camera's functions offer that the library can use, an entry per rate. Throws std::runtime_error
+// for text that is none.
 class OfferedFormats {
  public:
   explicit OfferedFormats(const std::string& camera);
 
+  bool IsEmpty() const { return m_formats.empty(); }
+
   // Ascending, each once.
   std::set<Size> Sizes() const;
   std::set<std::uint32_t> Rates() const;
-  // What the library takes of a size: its highest rate, uncompressed where both layouts have it.
+  // What the library takes of a size: its highest rate; where several layouts have it, YUYV if possible, then
+  // one that is converted, then MJPG.
   OfferedFormat Best(const Size& size) const;
-  // The best of the size with the fewest pixels.
+  // The best of the size with the fewest pixels. Not to be called when empty.
   OfferedFormat Smallest() const;
 
  private:
@@ -44,11 +51,12 @@ class OfferedFormats {
 // One stream, as its camera saw it.
 struct CameraStream {
   std::string format;                // "YUYV 320x240 30 fps"
+  std::string layout;                // "YUYV"
   std::set<std::uint32_t> skipped;   // ticks whose pictures the PC did not take
   std::optional<std::string> ended;  // what the camera says of its end
 };
 
-// All streams of a camera since it was plugged in, the oldest first.
+// All streams of a camera since it was plugged in, the oldest first. Of its functions one streams at a time.
 std::vector<CameraStream> StreamsOf(const std::string& camera);
 
 // The cameras of the PC.

@@ -40,9 +40,14 @@ void KernelTest::SetUp() {
 void KernelTest::TearDown() {
   ProductTest::TearDown();
   host.TellTo(nullptr);
-  for (const auto& [camera, streams] : m_streams) {
+  for (const auto& [camera, before] : m_streams) {
+    const std::vector<CameraStream> streams = StreamsOf(camera);
     if (camera != kBuiltIn) {
-      EXPECT_EQ(StreamsOf(camera).size(), streams) << camera << " was made to stream";
+      EXPECT_EQ(streams.size(), before) << camera << " was made to stream";
+    }
+    // It was unplugged if there are fewer.
+    for (std::size_t i = std::min(before, streams.size()); i < streams.size(); ++i) {
+      EXPECT_TRUE(IsUsable(streams[i].layout)) << camera << " was made to stream " << streams[i].format;
     }
   }
 }
@@ -55,6 +60,8 @@ std::vector<std::string> KernelTest::TakeReports() {
 void BuiltInCamera::SetUp() {
   ASSERT_NO_FATAL_FAILURE(KernelTest::SetUp());
   ASSERT_EQ(PlaceOf(kBuiltIn).attachment, "fixed");
+  ASSERT_FALSE(formats.IsEmpty());
+  smallest = formats.Smallest();
 }
 
 void BuiltInCamera::TearDown() {

@@ -21,7 +21,7 @@ class KernelTest : public ProductTest {
  protected:
   // Waits for the PC's cameras.
   void SetUp() override;
-  // Checks that no camera but the built-in one was made to stream.
+  // Checks that no camera but the built-in one was made to stream, and that one in a usable format.
   void TearDown() override;
 
   // The reports of status and action since the last call.
@@ -58,5 +58,5 @@ class BuiltInCamera : public KernelTest {
   }
 
   const OfferedFormats formats{kBuiltIn};
-  const OfferedFormat smallest = formats.Smallest();
+  OfferedFormat smallest;  // the best format of the smallest size
 };

@@ -1,4 +1,4 @@
-// PCs with cameras of which the kernel does not know that they are built in.
+// PCs without a camera that the kernel knows to be built in and that delivers a usable format.
 #include <gmock/gmock.h>
 
 #include "KernelTest.h"
@@ -9,13 +9,13 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-// None of these cameras is the PC's own. That none of them streams is checked after each test.
+// The library can take none of these cameras. That none of them streams is checked after each test.
 class NoBuiltInCamera : public KernelTest {
  protected:
   void SetUp() override {
     ASSERT_NO_FATAL_FAILURE(KernelTest::SetUp());
     for (const std::string& camera : CameraNames()) {
-      ASSERT_NE(PlaceOf(camera).attachment, "fixed");
+      ASSERT_TRUE(PlaceOf(camera).attachment != "fixed" || OfferedFormats(camera).IsEmpty()) << camera;
     }
   }
 };
