@@ -25,6 +25,7 @@ CPU = "Nehalem"
 # Longer than anything that works takes.
 START_PATIENCE = 30
 RUN_PATIENCE = 240
+FURTHER_SCENE_PATIENCE = 60
 
 
 class MachineFailure(Exception):
@@ -211,7 +212,8 @@ class Machine:
 
     def run(self):
         """Waits until the guest has done its work and switched itself off."""
-        wait_for(lambda: self._qemu.poll() is not None, RUN_PATIENCE, "the guest does not come to an end")
+        patience = RUN_PATIENCE + FURTHER_SCENE_PATIENCE * (len(self._topology.scenes) - 1)
+        wait_for(lambda: self._qemu.poll() is not None, patience, "the guest does not come to an end")
         for thread in self._threads:
             thread.join(START_PATIENCE)
         if "finished" not in self.reached:

@@ -33,11 +33,11 @@ usb_redir_ep_info_header EndpointInfo(const CameraModel& model) {
   return info;
 }
 
-constexpr std::size_t InterfaceCount(const CameraModel& model) { return 2 * model.functions.size(); }
+std::uint8_t InterfaceCount(const CameraModel& model) { return ControlInterface(model.functions.size()); }
 
 usb_redir_interface_info_header InterfaceInfo(const CameraModel& model) {
   usb_redir_interface_info_header info{};
-  info.interface_count = static_cast<std::uint32_t>(InterfaceCount(model));
+  info.interface_count = InterfaceCount(model);
   for (std::uint8_t interface = 0; interface < InterfaceCount(model); ++interface) {
     info.interface[interface] = interface;
     info.interface_class[interface] = 0x0E;
