@@ -12,9 +12,9 @@ constexpr std::array kErrors = {EINVAL, ENOTTY, EBUSY,  ENODEV, EIO,    EAGAIN, 
                                 EACCES, ENOSPC, EPROTO, ENOMEM, ENOENT, EMFILE, ETIMEDOUT};
 constexpr std::array<std::uint32_t, 14> kSides = {64,  48,  16,    2,          1,          0,          17,
                                                   640, 480, 65535, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF, 63};
-constexpr std::array<std::uint32_t, 8> kFourCcs = {V4L2_PIX_FMT_YUYV, V4L2_PIX_FMT_MJPEG, V4L2_PIX_FMT_NV12,
-                                                   0, V4L2_PIX_FMT_H264, V4L2_PIX_FMT_UYVY,
-                                                   V4L2_PIX_FMT_YVU420, V4L2_PIX_FMT_NV61};
+constexpr std::array<std::uint32_t, 8> kFourCcs = {
+    V4L2_PIX_FMT_YUYV, V4L2_PIX_FMT_MJPEG, V4L2_PIX_FMT_NV12,   0,
+    V4L2_PIX_FMT_H264, V4L2_PIX_FMT_UYVY,  V4L2_PIX_FMT_YVU420, V4L2_PIX_FMT_NV61};
 constexpr std::array<v4l2_fract, 8> kFractions = {
     {{1, 30}, {1, 15}, {0, 0}, {0, 1}, {1, 0}, {0xFFFFFFFF, 1}, {1, 0xFFFFFFFF}, {1001, 30000}}};
 // Frame memory above this is refused, as by a machine that has no more.

@@ -1,7 +1,5 @@
 """What the scripts that run nuveqcam share: the program, its exit codes, and a look at what it wrote."""
 
-import array
-import fcntl
 import json
 import os
 import re
@@ -9,7 +7,6 @@ import shutil
 import signal
 import subprocess
 import tempfile
-import termios
 import time
 import unittest
 from pathlib import Path
@@ -42,18 +39,26 @@ def wait_until(condition, process=None):
         time.sleep(0.02)
 
 
-def wait_until_stalled(reader, process):
-    """Until the program that writes into that pipe waits for somebody to read."""
-    latest = [0]
+def wait_until_blocked_writing(process):
+    """Until a thread of the program is blocked in a write to its standard output."""
+    write, standard_output = 1, 1
 
-    def has_stalled():
-        time.sleep(1)
-        waiting = array.array("i", [0])
-        fcntl.ioctl(reader, termios.FIONREAD, waiting)
-        earlier, latest[0] = latest[0], waiting[0]
-        return latest[0] > 0 and latest[0] == earlier
+    def is_blocked(task):
+        try:
+            words = (task / "syscall").read_text().split()
+        except OSError:  # the thread has ended
+            return False
+        # "running", or the number of the system call and its arguments in hexadecimal digits
+        return len(words) > 2 and (int(words[0]), int(words[1], 16)) == (write, standard_output)
 
-    wait_until(has_stalled, process)
+    wait_until(lambda: any(is_blocked(task) for task in Path(f"/proc/{process.pid}/task").iterdir()), process)
+
+
+def catches(process, number):
+    """Whether the program has installed a handler for the signal."""
+    status = Path(f"/proc/{process.pid}/status").read_text()
+    caught = int(re.search(r"(?m)^SigCgt:\s*([0-9a-f]+)$", status)[1], 16)
+    return caught >> (number - 1) & 1 == 1
 
 
 class Tool(unittest.TestCase):

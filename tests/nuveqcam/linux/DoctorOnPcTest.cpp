@@ -103,7 +103,8 @@ TEST_F(DoctorOnPc, GoesByWhatFirmwareAndHubSay) {
                         ") is inside the PC, the firmware describes the port of USB device 1-2 wrongly"));
   EXPECT_THAT(text, HasSubstr("\n  - if Camera 1-3.1 (" + Node(3) +
                               ") is inside the PC, ask the PC's maker for firmware that says that hub 1-3"));
-  EXPECT_THAT(text, HasSubstr("  " + Node(4) + "  Camera 1-4    not a capture device: it delivers no format"));
+  EXPECT_THAT(text,
+              HasSubstr("  " + Node(4) + "  Camera 1-4    not a capture device: it delivers no format"));
   EXPECT_THAT(text, HasSubstr("\n  - Camera 1-4 (" + Node(4) +
                               ") cannot be used: it delivers no format that the library can use (GREY)\n"));
   EXPECT_EQ(Run(true), ExitCode::kNoCamera);
