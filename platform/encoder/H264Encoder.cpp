@@ -4,6 +4,7 @@
 #include <cstring>
 #include <new>
 #include <thread>
+#include <utility>
 
 #include "EncoderSettings.h"
 #include "FrameLayout.h"
@@ -47,13 +48,11 @@ void H264Encoder::Destroy::operator()(ISVCEncoder* encoder) const {
   WelsDestroySVCEncoder(encoder);
 }
 
-bool H264Encoder::Initialize(const EncodeParam& param) try {
-  if (m_encoder != nullptr || !IsSupported(param)) {
-    return false;
-  }
+H264Encoder::Handle H264Encoder::MakeEncoder(const EncodeParam& param, const PictureConverter& converter,
+                                             int threads) {
   ISVCEncoder* made = nullptr;
   if (WelsCreateSVCEncoder(&made) != 0 || made == nullptr) {
-    return false;
+    return nullptr;
   }
   Handle handle(made);
   // Before anything else has a chance to write to the host's standard error stream.
@@ -61,16 +60,24 @@ bool H264Encoder::Initialize(const EncodeParam& param) try {
   handle->SetOption(ENCODER_OPTION_TRACE_LEVEL, &quiet);
   SEncParamExt settings{};
   if (handle->GetDefaultParams(&settings) != cmResultSuccess) {
+    return nullptr;
+  }
+  ApplySettings(param, converter.EvenWidth(), converter.EvenHeight(), threads, settings);
+  return handle->InitializeExt(&settings) == cmResultSuccess ? std::move(handle) : nullptr;
+}
+
+bool H264Encoder::Initialize(const EncodeParam& param) try {
+  if (m_encoder != nullptr || !IsSupported(param)) {
     return false;
   }
   PictureConverter converter(param.width, param.height, param.colorSpace);
-  const int threads = m_threads != 0
-                          ? m_threads
-                          : SliceThreads(param.width, param.height, std::thread::hardware_concurrency());
-  ApplySettings(param, converter.EvenWidth(), converter.EvenHeight(), threads, settings);
-  if (handle->InitializeExt(&settings) != cmResultSuccess) {
+  Handle handle = MakeEncoder(param, converter, 1);
+  if (handle == nullptr) {
     return false;
   }
+  m_threadsToStart = m_threads != 0
+                         ? m_threads
+                         : SliceThreads(param.width, param.height, std::thread::hardware_concurrency());
   m_converter.emplace(std::move(converter));
   m_param = param;
   m_frameNumber = 0;
@@ -78,6 +85,20 @@ bool H264Encoder::Initialize(const EncodeParam& param) try {
   return true;
 } catch (const std::bad_alloc&) {
   return false;
+}
+
+void H264Encoder::StartSliceThreads() try {
+  const int threads = std::exchange(m_threadsToStart, 1);
+  if (threads == 1) {
+    return;
+  }
+  // OpenH264 starts its threads when it is initialised, and cannot be given any later.
+  if (Handle threaded = MakeEncoder(m_param, *m_converter, threads); threaded != nullptr) {
+    m_encoder = std::move(threaded);
+  }
+} catch (const std::bad_alloc&) {
+  // Encoding goes on without threads.
+  return;
 }
 
 std::int32_t H264Encoder::Encode(VideoFrame* frame, AVEncodePacket* packet) {
@@ -91,6 +112,7 @@ std::int32_t H264Encoder::Encode(VideoFrame* frame, AVEncodePacket* packet) {
       frame->size < FrameBytes(m_param.width, m_param.height, m_param.colorSpace)) {
     return cmUnsupportedData;
   }
+  StartSliceThreads();
   return EncodePlanes(m_converter->Convert(frame->data), *packet);
 }
 
@@ -118,9 +140,3 @@ std::int32_t H264Encoder::EncodePlanes(const Planes& planes, AVEncodePacket& pac
 }
 
 }  // namespace encoder
-
-VideoEncoder* VideoEncoder::CreateDefaultEncoder() { return new (std::nothrow) encoder::H264Encoder; }
-
-void VideoEncoder::ReleaseEncoder(VideoEncoder* encoder) {
-  delete static_cast<encoder::H264Encoder*>(encoder);
-}

@@ -1,4 +1,8 @@
 // The H.264 encoder behind the encoder library's interface.
+//
+// An encoder that has not encoded a frame yet has no threads: slice threads start with the first frame, on
+// the thread that encodes it, and end when the encoder is released. Until then an encoder can be released
+// where no thread can be joined, as on Windows while a DLL is being unloaded.
 #pragma once
 
 #include <wels/codec_api.h>
@@ -13,7 +17,7 @@ namespace encoder {
 
 class H264Encoder final : public VideoEncoder {
  public:
-  // A number of slice threads in place of the one that size and PC suggest; 0 for that.
+  // threads: the number of slice threads; 0 selects it by picture size and number of cores.
   explicit H264Encoder(int threads = 0) : m_threads(threads) {}
 
   // False for parameters that are not supported, without memory, and for an encoder that is ready already,
@@ -34,9 +38,15 @@ class H264Encoder final : public VideoEncoder {
   };
   using Handle = std::unique_ptr<ISVCEncoder, Destroy>;
 
+  // Null when OpenH264 refuses the settings or has no memory. May throw std::bad_alloc.
+  static Handle MakeEncoder(const EncodeParam& param, const PictureConverter& converter, int threads);
+  // Replaces the encoder by one with slice threads if they are due. If they cannot be started, encoding goes
+  // on without them.
+  void StartSliceThreads();
   std::int32_t EncodePlanes(const Planes& planes, AVEncodePacket& packet);
 
   int m_threads;
+  int m_threadsToStart = 1;  // with the next frame; 1: none
   Handle m_encoder;
   std::optional<PictureConverter> m_converter;
   EncodeParam m_param{};
