@@ -71,6 +71,7 @@ CameraOperator::~CameraOperator() {
     StopGraph();
   }
   StopCapture();
+  UnpinModuleAfterClose();
   CoUninitialize();
 }
 
@@ -198,6 +199,7 @@ void CameraOperator::StopGraph() {
 }
 
 void CameraOperator::StopCapture() {
+  const bool hasEncodeThread = m_encodeThread.joinable();
   m_frameBufQueue.Stop();
   StopEncodeThread();
   FreePool();
@@ -208,9 +210,14 @@ void CameraOperator::StopCapture() {
     VideoEncoder::ReleaseEncoder(m_videoEncoder);
     m_videoEncoder = nullptr;
   }
-  if (std::exchange(m_isModuleHeld, false)) {
-    // Last: what follows may be the end of the library.
-    LetModuleGo();
+  // Joining a thread took the loader lock. Without one the caller may hold that lock, and must not wait for
+  // it.
+  m_unpinTiming = hasEncodeThread ? UnpinTiming::kBeforeReturning : UnpinTiming::kSoon;
+}
+
+void CameraOperator::UnpinModuleAfterClose() {
+  if (!m_mediaControl && std::exchange(m_isModulePinned, false)) {
+    UnpinModule(m_unpinTiming);
   }
 }
 

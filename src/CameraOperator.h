@@ -19,6 +19,7 @@
 #include "ComPtr.h"
 #include "DirectShow.h"
 #include "FrameBufQueue.h"
+#include "Module.h"
 #include "MultiMediaEncoder.h"
 #include "NUVEQCameraHandler.h"
 #include "SampleGrabberCB.h"
@@ -49,6 +50,9 @@ class CameraOperator {
   void UpdateServiceActionToNuveq(const char* id, std::uint32_t idLen, NUVEQServiceAction& action);
   // Tears everything down but the running graph, which the caller has stopped.
   void StopCapture();
+  // Unpins the module once there is no graph to close any more. The caller returns to the host without
+  // calling anything else, and no other frame of the library is on its stack.
+  void UnpinModuleAfterClose();
   // True inside the data callback and what it calls.
   bool IsOnEncodeThread() const { return m_encodeThreadId == std::this_thread::get_id(); }
 
@@ -149,7 +153,8 @@ class CameraOperator {
   VideoEncoder* m_videoEncoder = nullptr;
 
   bool m_isClosing = false;
-  bool m_isModuleHeld = false;
+  bool m_isModulePinned = false;
+  UnpinTiming m_unpinTiming = UnpinTiming::kSoon;
   // A refused open request replaces the id while the encoder thread sends packets under it.
   std::mutex m_cameraIdMutex;
   // The encoder thread while it runs; set and cleared by its entry.

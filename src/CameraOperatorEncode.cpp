@@ -5,7 +5,6 @@
 #include "BoundedCopy.h"
 #include "CameraOperator.h"
 #include "Log.h"
-#include "Module.h"
 #include "Thread.h"
 
 namespace {
@@ -84,10 +83,6 @@ bool CameraOperator::InitVideoEncoder(const VideoEncoder::EncodeParam& param) {
   // What a failed open left behind is replaced.
   if (VideoEncoder* const replaced = std::exchange(m_videoEncoder, encoder); replaced != nullptr) {
     VideoEncoder::ReleaseEncoder(replaced);
-  }
-  if (!std::exchange(m_isModuleHeld, true)) {
-    // The first of what may have threads; let go at the end of the teardown, when all of it is gone.
-    HoldModule();
   }
   if (!m_frameBufQueue.Init(kFrameBuffers, param.width, param.height, param.colorSpace)) {
     OPERATOR_LOG(ERROR_LOG_LEVEL, 546, L"AllocBuffer fail.");

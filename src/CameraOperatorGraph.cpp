@@ -1,6 +1,9 @@
 // The capture graph: the camera's filter, connected to a sample grabber, and nothing else.
+#include <utility>
+
 #include "CameraOperator.h"
 #include "Log.h"
+#include "Module.h"
 #include "Receive.h"
 
 bool CameraOperator::OpenCamera(unsigned int cameraIndex, std::uint32_t width, std::uint32_t height,
@@ -59,6 +62,10 @@ bool CameraOperator::InitCameraBasicInfo(IGraphBuilder** graphBuilder) {
   if (!m_mediaControl) {
     OPERATOR_LOG(ERROR_LOG_LEVEL, __LINE__, L"QueryInterface IID_IMediaControl fail, error: ", hr);
     return false;
+  }
+  if (!std::exchange(m_isModulePinned, true)) {
+    // From here on there is something that only a close can take apart, and a close that can do it.
+    PinModule();
   }
   static_cast<void>(m_mediaEvent.Detach());
   hr = Receive(m_mediaEvent.Put(),

@@ -2,6 +2,8 @@
 // exception crosses.
 #include "NUVEQCameraHandler.h"
 
+#include <atomic>
+
 #include "CameraOperator.h"
 #include "Log.h"
 
@@ -17,6 +19,26 @@ Result Forward(Result failure, Operation operation) noexcept {
   }
 }
 
+// Calls that may report to the host and are under way: one, or more where a report's callback calls back.
+std::atomic<int> activeRequests = 0;
+
+// The same for the operations that may report to the host. A close may be nested in any of them; the module
+// is unpinned when the outermost one returns, since that may unmap the library as soon as this thread has
+// left it.
+template <typename Operation>
+std::int32_t ForwardRequest(std::int32_t failure, Operation operation) noexcept {
+  CameraOperator* closed = nullptr;
+  ++activeRequests;
+  const std::int32_t result = Forward<std::int32_t>(failure, [&](CameraOperator& camera) {
+    closed = &camera;
+    return operation(camera);
+  });
+  if (--activeRequests == 0 && closed != nullptr) {
+    closed->UnpinModuleAfterClose();
+  }
+  return result;
+}
+
 }  // namespace
 
 extern "C" {
@@ -29,13 +51,13 @@ static std::int32_t RegisterSendDataCallback(void* ignored, std::uint32_t ignore
 }
 
 static std::int32_t OpenCameraDevice(const NUVEQCameraParam* param) {
-  return Forward<std::int32_t>(NUVEQ_CAMERA_GRAPH_FAILED,
-                               [&](CameraOperator& camera) { return camera.OpenCameraInner(param); });
+  return ForwardRequest(NUVEQ_CAMERA_GRAPH_FAILED,
+                        [&](CameraOperator& camera) { return camera.OpenCameraInner(param); });
 }
 
 static std::int32_t CloseCameraDevice(const char* id, std::uint32_t idLen) {
-  return Forward<std::int32_t>(
-      0, [&](CameraOperator& camera) { return camera.CloseCameraInner(id, idLen) ? 1 : 0; });
+  return ForwardRequest(0,
+                        [&](CameraOperator& camera) { return camera.CloseCameraInner(id, idLen) ? 1 : 0; });
 }
 
 static std::int32_t Reserved3(void* /*first*/, std::uint32_t /*second*/, std::uint32_t /*third*/,
@@ -44,7 +66,7 @@ static std::int32_t Reserved3(void* /*first*/, std::uint32_t /*second*/, std::ui
 }
 
 static std::int32_t GetCapability(NUVEQCameraCapabilities** capabilities, std::uint32_t* count) {
-  return Forward<std::int32_t>(NUVEQ_CAMERA_NOT_USABLE, [&](CameraOperator& camera) {
+  return ForwardRequest(NUVEQ_CAMERA_NOT_USABLE, [&](CameraOperator& camera) {
     return camera.GetCameraCapabilityInner(capabilities, count);
   });
 }

@@ -1,9 +1,9 @@
 #include "Module.h"
 
-// Unloading, and exiting with the library loaded, run its destructors while its thread still lives: they
-// stop and join it.
-void HoldModule() {}
+// Unloading the library, and exiting with it loaded, run its destructors while its threads still run: the
+// destructors stop and join them.
+void PinModule() {}
 
-void LetModuleGo() {}
+void UnpinModule(UnpinTiming /*timing*/) {}
 
 bool IsProcessEnding() { return false; }

@@ -103,9 +103,9 @@ void ExpectedCourse::StopCapture() {
     Call("VideoEncoder::ReleaseEncoder");
     m_hasEncoder = false;
   }
-  if (m_holdsModule) {
-    Call("LetModuleGo");
-    m_holdsModule = false;
+  if (m_isModulePinned) {
+    Call("UnpinModule");
+    m_isModulePinned = false;
   }
 }
 
@@ -129,8 +129,8 @@ std::vector<std::string> ExpectedCourse::Alive() const {
   if (m_hasEncoder) {
     labels.emplace_back("encoder");
   }
-  if (m_holdsModule) {
-    labels.emplace_back("hold on the module");
+  if (m_isModulePinned) {
+    labels.emplace_back("pin of the module");
   }
   if (const int references = (m_hasControl ? 1 : 0) + (m_hasEvent ? 1 : 0); references != 0) {
     labels.push_back("graph: " + std::to_string(references));

@@ -119,7 +119,7 @@ class ExpectedCourse final : public Course {
   std::vector<std::size_t> m_blocks;
 
   bool m_hasEncoder = false;
-  bool m_holdsModule = false;
+  bool m_isModulePinned = false;
   unsigned m_poolSize = 0;
   std::deque<Buffer> m_freeBuffers;
   bool m_hasControl = false;

@@ -64,10 +64,6 @@ bool ExpectedCourse::MakeEncoder() {
     Call("VideoEncoder::ReleaseEncoder");
   }
   m_hasEncoder = true;
-  if (!m_holdsModule) {
-    Call("HoldModule");
-    m_holdsModule = true;
-  }
   return true;
 }
 
@@ -137,6 +133,9 @@ bool ExpectedCourse::MakeGraph() {
     Error(function, "QueryInterface IID_IMediaControl fail, error: " + std::to_string(answer.hr));
     return false;
   }
+  // From here on a close can take apart what there is.
+  Call("PinModule");
+  m_isModulePinned = true;
   answer = Call("IUnknown::QueryInterface");
   m_hasEvent = !HasFailed(answer);
   if (!m_hasEvent) {

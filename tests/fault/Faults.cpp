@@ -14,9 +14,9 @@ const std::set<std::string>& OperationsWithoutResult() {
                                                    "AVEncodePacket::~AVEncodePacket",
                                                    "CoTaskMemFree",
                                                    "CoUninitialize",
-                                                   "HoldModule",
+                                                   "PinModule",
                                                    "IMalloc::Free",
-                                                   "LetModuleGo",
+                                                   "UnpinModule",
                                                    "VideoEncoder::ReleaseEncoder",
                                                    "VideoFrame::ReleaseBuffer"};
   return operations;

@@ -31,7 +31,7 @@ class JournalAppender : public log4cplus::Appender {
 };
 
 // Stands for the module; only its address is used.
-int heldModule = 0;
+int pinnedModule = 0;
 
 log4cplus::Logger MakeLogger() {
   log4cplus::Logger logger = log4cplus::Logger::getInstance(L"host");
@@ -69,15 +69,15 @@ SCRIPTED_EXPORT void FreePlatformBlock(void* block) {
   std::free(block);
 }
 
-SCRIPTED_EXPORT void HoldModule() {
-  Platform::Get().Enter("HoldModule", "");
-  Platform::Get().Born(&heldModule, "hold on the module", [] { Platform::Get().Gone(&heldModule); });
+SCRIPTED_EXPORT void PinModule() {
+  Platform::Get().Enter("PinModule", "");
+  Platform::Get().Born(&pinnedModule, "pin of the module", [] { Platform::Get().Gone(&pinnedModule); });
 }
 
-SCRIPTED_EXPORT void LetModuleGo() {
-  Platform::Get().Enter("LetModuleGo", "");
-  if (!Platform::Get().Gone(&heldModule)) {
-    Platform::Get().NoteMisuse("the module is let go without being held");
+SCRIPTED_EXPORT void UnpinModule(UnpinTiming timing) {
+  Platform::Get().Enter("UnpinModule", timing == UnpinTiming::kSoon ? "soon" : "before returning");
+  if (!Platform::Get().Gone(&pinnedModule)) {
+    Platform::Get().NoteMisuse("the module is unpinned without being pinned");
   }
 }
 

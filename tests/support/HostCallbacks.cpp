@@ -58,8 +58,17 @@ std::int32_t HostCallbacks::OnAction(const char* id, std::uint32_t idLen, NUVEQS
   HostCallbacks& host = Get();
   host.Tell("action callback " + Quote(id, 0) + " " + std::to_string(idLen) + " type " +
             std::to_string(action->type) + " " + Quote(action->content, action->contentLen));
-  const std::lock_guard lock(host.m_mutex);
-  return host.m_actionAnswer;
+  std::function<void()> run;
+  std::int32_t answer = 0;
+  {
+    const std::lock_guard lock(host.m_mutex);
+    run = host.m_inAction;
+    answer = host.m_actionAnswer;
+  }
+  if (run) {
+    run();
+  }
+  return answer;
 }
 
 void HostCallbacks::Tell(const std::string& report) {
@@ -88,6 +97,7 @@ void HostCallbacks::Reset() {
   m_actionAnswer = 0;
   m_inData = nullptr;
   m_inStatus = nullptr;
+  m_inAction = nullptr;
 }
 
 void HostCallbacks::AnswerData(std::int32_t result) {
@@ -113,6 +123,11 @@ void HostCallbacks::InData(std::function<void(const Packet&)> action) {
 void HostCallbacks::InStatus(std::function<void(int)> action) {
   const std::lock_guard lock(m_mutex);
   m_inStatus = std::move(action);
+}
+
+void HostCallbacks::InAction(std::function<void()> action) {
+  const std::lock_guard lock(m_mutex);
+  m_inAction = std::move(action);
 }
 
 void HostCallbacks::KeepPackets(bool keep) {

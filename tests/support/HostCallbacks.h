@@ -41,6 +41,7 @@ class HostCallbacks {
   // Runs inside every later callback, before it answers.
   void InData(std::function<void(const Packet&)> action);
   void InStatus(std::function<void(int status)> action);
+  void InAction(std::function<void()> action);
   // Long runs count packets without keeping them.
   void KeepPackets(bool keep);
 
@@ -63,6 +64,7 @@ class HostCallbacks {
   std::int32_t m_actionAnswer = 0;
   std::function<void(const Packet&)> m_inData;
   std::function<void(int)> m_inStatus;
+  std::function<void()> m_inAction;
 };
 
 // A gate that a thread waits at until a test opens it.

@@ -87,6 +87,53 @@ TEST_F(Boundary, CloseInsideTheReportOfACloseDoesNothing) {
   EXPECT_THAT(platform.Journal(), Contains("status callback \"0\" 1 3").Times(1));
 }
 
+// --- The module's pin: unpinning it may unmap the library as soon as the calling thread has left it ---
+
+TEST_F(Boundary, CloseInsideTheReportOfAnOpenUnpinsTheModuleWhenTheOpenReturns) {
+  QueryAndRelease();
+  ExpectFormatLeft();
+  host.InStatus([&](int status) {
+    if (status == NUVEQ_SERVICE_STATUS_CAMERA_OPEN) {
+      EXPECT_EQ(Close(), 1);
+      EXPECT_EQ(platform.CallCount("UnpinModule"), 0U);
+    }
+  });
+  EXPECT_EQ(Open(), -1001);
+  EXPECT_EQ(platform.Calls().back(), "UnpinModule(soon)");
+}
+
+TEST_F(Boundary, CloseInsideTheReportOfARefusedOpenUnpinsTheModuleWhenThatReturns) {
+  QueryAndOpen();
+  host.InStatus([&](int status) {
+    if (status == NUVEQ_SERVICE_STATUS_CAMERA_OPEN) {
+      EXPECT_EQ(Close(), 1);
+      EXPECT_EQ(platform.CallCount("UnpinModule"), 0U);
+    }
+  });
+  EXPECT_EQ(Open(), -4);
+  EXPECT_EQ(platform.Calls().back(), "UnpinModule(before returning)");
+}
+
+TEST_F(Boundary, CloseInsideTheReportOfAQueryUnpinsTheModuleWhenTheQueryReturns) {
+  QueryAndOpen();
+  platform.SetPc({{}, {PlugInCamera()}});
+  host.InAction([&] {
+    EXPECT_EQ(Close(), 1);
+    EXPECT_EQ(platform.CallCount("UnpinModule"), 0U);
+  });
+  EXPECT_EQ(Query(), -1000);
+  EXPECT_EQ(platform.Calls().back(), "UnpinModule(before returning)");
+}
+
+TEST_F(Boundary, ModuleIsUnpinnedWithNoExceptionInFlight) {
+  QueryAndOpen();
+  int inFlight = -1;
+  platform.Before("UnpinModule", [&] { inFlight = std::uncaught_exceptions(); });
+  host.InStatus([](int) { throw std::runtime_error("host"); });
+  EXPECT_EQ(Close(), 0);
+  EXPECT_EQ(inFlight, 0);
+}
+
 TEST_F(Boundary, ActionCallbackThatThrowsMakesTheQueryFail) {
   const NUVEQServiceListener listener{&HostCallbacks::OnStatus,
                                       [](const char*, std::uint32_t, NUVEQServiceAction*) -> std::int32_t {

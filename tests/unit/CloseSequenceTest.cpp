@@ -87,10 +87,11 @@ TEST_F(CloseSequence, FramesGoBeforeTheControlInterfaceThenTheEventInterfaceThen
     return !event.starts_with("Release(") || event.starts_with("Release(graph control") ||
            event.starts_with("Release(graph event");
   });
-  EXPECT_THAT(ends, ElementsAre("VideoFrame::ReleaseBuffer()", "VideoFrame::ReleaseBuffer()",
-                                "VideoFrame::ReleaseBuffer()", "VideoFrame::ReleaseBuffer()",
-                                "VideoFrame::ReleaseBuffer()", "Release(graph control)",
-                                "Release(graph event)", "VideoEncoder::ReleaseEncoder()", "LetModuleGo()"));
+  EXPECT_THAT(
+      ends,
+      ElementsAre("VideoFrame::ReleaseBuffer()", "VideoFrame::ReleaseBuffer()", "VideoFrame::ReleaseBuffer()",
+                  "VideoFrame::ReleaseBuffer()", "VideoFrame::ReleaseBuffer()", "Release(graph control)",
+                  "Release(graph event)", "VideoEncoder::ReleaseEncoder()", "UnpinModule(before returning)"));
 }
 
 // --- Unloading ---
@@ -111,12 +112,12 @@ TEST_F(CloseSequence, UnloadingAfterAFailedOpenReleasesWhatThatLeft) {
   EXPECT_THAT(platform.Calls(), ElementsAre("VideoFrame::ReleaseBuffer()", "VideoFrame::ReleaseBuffer()",
                                             "VideoFrame::ReleaseBuffer()", "VideoFrame::ReleaseBuffer()",
                                             "VideoFrame::ReleaseBuffer()", "VideoEncoder::ReleaseEncoder()",
-                                            "LetModuleGo()", "CoUninitialize()"));
+                                            "UnpinModule(soon)", "CoUninitialize()"));
 }
 
 // The operator's threads may have died with its locks held.
 TEST_F(EndOfProcess, EndingProcessIsLeftAlone) {
-  EXPECT_EXIT(OpenAndExit(true, {"IMediaControl::Stop", "LetModuleGo", "CoUninitialize"}),
+  EXPECT_EXIT(OpenAndExit(true, {"IMediaControl::Stop", "UnpinModule", "CoUninitialize"}),
               ::testing::ExitedWithCode(kLeftAlone), "");
 }
 

@@ -22,7 +22,7 @@ class EndOfProcess : public CameraHandlerTest {
   // way.
   void OpenAndExit(bool processIsEnding, const std::vector<std::string>& callsOfTheTearDown) {
     QueryAndOpen();
-    if (platform.CallCount("HoldModule") == 0) {
+    if (platform.CallCount("PinModule") == 0) {
       std::_Exit(kNeverOpened);
     }
     if (processIsEnding) {

@@ -35,8 +35,8 @@ TEST_F(Graph, IsTwoFiltersConnectedAndNotRun) {
   EXPECT_THAT(platform.Calls(), Contains("IGraphBuilder::Connect(built-in.capture, grabber.in)"));
   EXPECT_EQ(platform.CallCount("IMediaControl::Run"), 0U);
   EXPECT_THAT(platform.Alive(), ::testing::UnorderedElementsAre(
-                                    "current media type", "graph: 2", "built-in: 1", "built-in.capture: 1",
-                                    "grabber: 1", "grabber.in: 1", "grabber.out: 1"));
+                                    "current media type", "pin of the module", "graph: 2", "built-in: 1",
+                                    "built-in.capture: 1", "grabber: 1", "grabber.in: 1", "grabber.out: 1"));
 }
 
 TEST_F(Graph, CameraThatHasGoneIsNoneAlsoWhenTheGraphTakesItsMissingFilter) {
@@ -119,7 +119,9 @@ TEST_F(Graph, SecondOneOverwritesTheInterfacesOfTheFirstWithoutReleasingThem) {
   EXPECT_TRUE(Open());
   EXPECT_TRUE(Open());
   EXPECT_THAT(platform.Alive(), Contains("graph: 2").Times(2));
+  EXPECT_EQ(platform.CallCount("PinModule"), 1U);
   camera->StopCapture();
+  camera->UnpinModuleAfterClose();
   // The first graph is left behind with both references and all that it holds.
   EXPECT_THAT(platform.Alive(), ::testing::UnorderedElementsAre(
                                     "current media type", "current media type", "graph: 2", "built-in: 1",

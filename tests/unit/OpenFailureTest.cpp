@@ -22,8 +22,10 @@ std::vector<std::string> Labels(Held held) {
       labels.insert(labels.end(), more.begin(), more.end());
     }
   };
-  add(Held::kEncoder, {"encoder", "hold on the module"});
+  add(Held::kEncoder, {"encoder"});
   add(Held::kPool, {"frame", "frame", "frame", "frame", "frame"});
+  // Only where a close can drop it.
+  add(Held::kControl, {"pin of the module"});
   if (held == Held::kControl) {
     labels.emplace_back("graph: 1");
   }

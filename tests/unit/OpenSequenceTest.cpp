@@ -196,10 +196,10 @@ TEST_F(OpenSequence, GraphThatDoesNotRunLeavesTheCameraOpenUntilItIsClosed) {
   EXPECT_THAT(platform.Alive(), ::testing::UnorderedElementsAre(
                                     "encoder", "frame", "frame", "frame", "frame", "frame", "graph: 2",
                                     "built-in: 1", "built-in.capture: 1", "grabber: 1", "grabber.in: 1",
-                                    "grabber.out: 1", "current media type", "hold on the module"));
+                                    "grabber.out: 1", "current media type", "pin of the module"));
   EXPECT_THAT(platform.Journal(), Contains("status callback \"0\" 1 4"));
   EXPECT_EQ(platform.Calls().back(), "IMediaControl::Run()");
-  EXPECT_EQ(platform.CallCount("HoldModule"), 1U) << "there is something to take apart";
+  EXPECT_EQ(platform.CallCount("PinModule"), 1U) << "only a close can take the graph apart";
 
   EXPECT_EQ(Open(), -4);
 
@@ -211,7 +211,7 @@ TEST_F(OpenSequence, GraphThatDoesNotRunLeavesTheCameraOpenUntilItIsClosed) {
                   "IMediaControl::Stop()", "IMediaEvent::WaitForCompletion(-1)", "status callback \"0\" 1 3",
                   "VideoFrame::ReleaseBuffer()", "VideoFrame::ReleaseBuffer()", "VideoFrame::ReleaseBuffer()",
                   "VideoFrame::ReleaseBuffer()", "VideoFrame::ReleaseBuffer()",
-                  "VideoEncoder::ReleaseEncoder()", "LetModuleGo()"));
+                  "VideoEncoder::ReleaseEncoder()", "UnpinModule(soon)"));
   EXPECT_EQ(Open(), 0);
   EXPECT_EQ(Close(), 1);
 }
@@ -270,7 +270,7 @@ TEST_F(OpenSequence, SizeWithoutPixelsIsRefusedByThePoolAndItsEncoderGoesWithThe
   EXPECT_EQ(Open("0", 0, 480, 30), -1004);
   EXPECT_THAT(LogLines(), Contains(ErrorLine(
                               546, "[CameraOperator]AllocBuffer fail.(CameraOperator::InitVideoEncoder)")));
-  EXPECT_THAT(platform.Alive(), ::testing::UnorderedElementsAre("encoder", "hold on the module"));
+  EXPECT_THAT(platform.Alive(), ElementsAre("encoder"));
   EXPECT_THAT(platform.Calls(), Not(Contains(HasSubstr("AllocBuffer"))));
 
   ExpectFormatLeft();

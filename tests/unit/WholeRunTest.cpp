@@ -60,12 +60,12 @@ TEST_F(WholeRun, MakesItsCallsInOrder) {
       ElementsAre(
           "log: [CameraOperator]Start open camera(CameraOperator::OpenCameraInner)",
           "VideoEncoder::CreateDefaultEncoder()", "VideoEncoder::Initialize(640x480, 30 fps, colour space 3)",
-          "HoldModule()", "VideoFrame::AllocBuffer(640, 480, 3)", "VideoFrame::AllocBuffer(640, 480, 3)",
+          "VideoFrame::AllocBuffer(640, 480, 3)", "VideoFrame::AllocBuffer(640, 480, 3)",
           "VideoFrame::AllocBuffer(640, 480, 3)", "VideoFrame::AllocBuffer(640, 480, 3)",
           "VideoFrame::AllocBuffer(640, 480, 3)",
           "log: [CameraOperator]start OpenCamera, width:640, height:480, fps:30(CameraOperator::OpenCamera)",
           "CoCreateInstance(CLSID_FilterGraph, 3, IID_IGraphBuilder)",
-          "IUnknown::QueryInterface(graph, IID_IMediaControl)",
+          "IUnknown::QueryInterface(graph, IID_IMediaControl)", "PinModule()",
           "IUnknown::QueryInterface(graph, IID_IMediaEvent)",
           "CoCreateInstance(CLSID_SystemDeviceEnum, 1, IID_ICreateDevEnum)",
           "ICreateDevEnum::CreateClassEnumerator(CLSID_VideoInputDeviceCategory, 0)", "IEnumMoniker::Reset()",
@@ -105,7 +105,7 @@ TEST_F(WholeRun, MakesItsCallsInOrder) {
                   "IMediaControl::Stop()", "IMediaEvent::WaitForCompletion(-1)", "status callback \"0\" 1 3",
                   "VideoFrame::ReleaseBuffer()", "VideoFrame::ReleaseBuffer()", "VideoFrame::ReleaseBuffer()",
                   "VideoFrame::ReleaseBuffer()", "VideoFrame::ReleaseBuffer()",
-                  "VideoEncoder::ReleaseEncoder()", "LetModuleGo()"));
+                  "VideoEncoder::ReleaseEncoder()", "UnpinModule(before returning)"));
 }
 
 }  // namespace

@@ -67,9 +67,9 @@ void ExpectOpen(const Step& step, const Step* earlierOpen) {
   const bool hadPool = std::count(step.before.begin(), step.before.end(), "frame") != 0;
   // Structures of formats set earlier stay for good.
   Labels encoder(Formats(step.before), kFormat);
-  encoder.insert(encoder.end(), {"encoder", "hold on the module"});
+  encoder.emplace_back("encoder");
   const Labels pool = encoder + Labels(kBuffersOfThePool, "frame");
-  const Labels graph = pool + Labels{"graph: 2"};
+  const Labels graph = pool + Labels{"graph: 2", "pin of the module"};
   const Labels camera = graph + Labels{"built-in: 1", "built-in.capture: 1"};
   const Labels whole = camera + Labels{"grabber: 1", "grabber.in: 1", "grabber.out: 1", kFormat};
   switch (step.result) {
