@@ -1,14 +1,51 @@
 // Unloading the DLL and ending its process in every state of the camera.
 #include <windows.h>
 
+#include <dshow.h>
+
+#include <array>
 #include <cstdlib>
+#include <filesystem>
 #include <iostream>
 #include <string>
 #include <thread>
 
+#include "ComPtr.h"
 #include "WindowsCameraTest.h"
 
 namespace {
+
+// A DLL of the fixtures.
+class FixtureLibrary {
+ public:
+  explicit FixtureLibrary(const std::string& fileName)
+      : m_module(
+            LoadLibraryW((FolderOfThisProgram() / NUVEQ_FIXTURES / fileName).lexically_normal().c_str())) {}
+  FixtureLibrary(const FixtureLibrary&) = delete;
+  FixtureLibrary& operator=(const FixtureLibrary&) = delete;
+  ~FixtureLibrary() { Unload(); }
+
+  bool IsLoaded() const { return m_module != nullptr; }
+  void Unload() {
+    if (m_module != nullptr) {
+      FreeLibrary(std::exchange(m_module, nullptr));
+    }
+  }
+  template <typename Function>
+  Function* Find(const char* name) const {
+    return reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(m_module, name)));
+  }
+
+ private:
+  static std::filesystem::path FolderOfThisProgram() {
+    std::array<wchar_t, 4096> name{};
+    return std::filesystem::path(name.data(),
+                                 name.data() + GetModuleFileNameW(nullptr, name.data(), name.size()))
+        .parent_path();
+  }
+
+  HMODULE m_module;
+};
 
 using Unloading = WindowsCameraTest;
 
@@ -40,12 +77,13 @@ TEST_F(Unloading, AfterAFailedOpenStaysUntilThatIsClosed) {
   EXPECT_TRUE(WaitFor([&] { return !IsMapped(); }));
 }
 
-TEST_F(Unloading, ClosedAfterAFailedOpenGoesAtOnce) {
+// That close joins no thread, so it does not wait for the one that drops the pin either.
+TEST_F(Unloading, ClosedAfterAFailedOpenGoesSoonAfter) {
   ASSERT_EQ(Query(), 0);
   ASSERT_EQ(Open(800, 600), NUVEQ_CAMERA_GRAPH_FAILED);
   Close();
   Unload();
-  EXPECT_FALSE(IsMapped());
+  EXPECT_TRUE(WaitFor([&] { return !IsMapped(); }));
 }
 
 // The thread that encodes is in the DLL, which therefore stays until the camera is closed.
@@ -83,17 +121,109 @@ TEST_F(Unloading, LoadsAndUnloadsTenTimes) {
   }
 }
 
-// The encoder of an open that failed without a graph stays, and may have threads of its own.
-TEST_F(Unloading, AfterAnOpenOnAThreadWithoutComStaysToo) {
+// --- Opens that leave nothing for a close to work on ---
+
+class DeadEnd : public WindowsCameraTest {
+ protected:
+  // No graph can be made on a thread without COM.
+  void OpenOnAThreadWithoutCom(std::uint32_t width = 640, std::uint32_t height = 480) {
+    ASSERT_EQ(Query(), 0);
+    log.Forget();
+    std::thread([&] { EXPECT_EQ(Open(width, height), NUVEQ_CAMERA_GRAPH_FAILED); }).join();
+    EXPECT_THAT(log.Get(),
+                ::testing::Contains("ERROR CameraOperator:0 [CameraOperator]CoCreateInstance fail, "
+                                    "error: -2147221008(CameraOperator::InitCameraBasicInfo)"));
+    EXPECT_EQ(Close(), 0) << "there is no graph to work on";
+    EXPECT_EQ(Open(width, height), NUVEQ_CAMERA_ENCODER_FAILED) << "the frame pool is there already";
+    EXPECT_EQ(Close(), 0);
+  }
+
+  void UnloadLoadAndRecord() {
+    Unload();
+    ASSERT_FALSE(IsMapped());
+    ASSERT_NO_FATAL_FAILURE(Load());
+    ASSERT_NO_FATAL_FAILURE(Record(640, 480, 30, 10));
+    Unload();
+    EXPECT_FALSE(IsMapped());
+  }
+};
+
+TEST_F(DeadEnd, OfAnOpenOnAThreadWithoutComEndsWhenTheLibraryIsLoadedAnew) {
+  ASSERT_NO_FATAL_FAILURE(OpenOnAThreadWithoutCom());
+  UnloadLoadAndRecord();
+}
+
+TEST_F(DeadEnd, MayBeReachedOverAndOver) {
+  for (int round = 0; round < 10; ++round) {
+    ASSERT_NO_FATAL_FAILURE(OpenOnAThreadWithoutCom(1280, 720));
+    ASSERT_NO_FATAL_FAILURE(UnloadLoadAndRecord());
+    ASSERT_NO_FATAL_FAILURE(Load());
+  }
+}
+
+// The same with the fixtures' encoder library.
+class DeadEndOfTheTestEncoder : public DeadEnd {
+ protected:
+  void SetUp() override {
+    DeadEnd::SetUp();
+    Unload();
+    // The system gives a DLL that is loaded already to whoever asks for one of that name.
+    ASSERT_TRUE(encoder.IsLoaded());
+    ASSERT_NO_FATAL_FAILURE(Load());
+  }
+
+  // There is memory for that many frames, the encoder's own included.
+  void LimitFrames(int count) { encoder.Find<void(int)>("LimitFrames")(count); }
+  void LiftLimit() { LimitFrames(-1); }
+
+  FixtureLibrary encoder{"encoder/MultiMediaEncoder.dll"};
+};
+
+// Releasing an encoder that has threads joins them, which is impossible while a DLL is being unloaded.
+TEST_F(DeadEndOfTheTestEncoder, HasNoSliceThreadsToJoin) {
+  ASSERT_NO_FATAL_FAILURE(OpenOnAThreadWithoutCom());
+  UnloadLoadAndRecord();
+}
+
+TEST_F(DeadEndOfTheTestEncoder, OfAFramePoolWithoutMemoryIsNone) {
   ASSERT_EQ(Query(), 0);
+  LimitFrames(3);
   log.Forget();
-  std::thread([&] { EXPECT_EQ(Open(1280, 720), NUVEQ_CAMERA_GRAPH_FAILED); }).join();
-  EXPECT_THAT(log.Get(), ::testing::Contains("ERROR CameraOperator:0 [CameraOperator]CoCreateInstance fail, "
-                                             "error: -2147221008(CameraOperator::InitCameraBasicInfo)"));
-  // There is no graph to work on.
-  EXPECT_EQ(Close(), 0);
+  EXPECT_EQ(Open(), NUVEQ_CAMERA_ENCODER_FAILED);
+  EXPECT_THAT(log.Get(), ::testing::Contains("ERROR CameraOperator:546 [CameraOperator]AllocBuffer fail."
+                                             "(CameraOperator::InitVideoEncoder)"));
+  EXPECT_EQ(Close(), 0) << "there is no graph to work on";
+  LiftLimit();
+  ASSERT_NO_FATAL_FAILURE(Record(640, 480, 30, 10));
+  LimitFrames(3);
+  EXPECT_EQ(Open(), NUVEQ_CAMERA_ENCODER_FAILED);
+  LiftLimit();
+  UnloadLoadAndRecord();
+}
+
+// --- A host that holds the loader lock ---
+
+// There is no encoder thread to join, so nothing in the library needs the lock.
+TEST_F(Unloading, AFailedOpenMayBeClosedFromDllMain) {
+  // Wine ends a thread of its own, and waits for it, with the last graph of the process: another one is kept.
+  ComPtr<IGraphBuilder> another;
+  ASSERT_EQ(CoCreateInstance(CLSID_FilterGraph, nullptr, CLSCTX_INPROC_SERVER, IID_IGraphBuilder,
+                             another.PutVoid()),
+            S_OK);
+  ASSERT_EQ(Query(), 0);
+  ASSERT_EQ(Open(800, 600), NUVEQ_CAMERA_GRAPH_FAILED);
+  constexpr std::int32_t kNotCalled = -1;
+  std::int32_t result = kNotCalled;
+  FixtureLibrary closingHost("closinghost.dll");
+  ASSERT_TRUE(closingHost.IsLoaded());
+  closingHost.Find<void(std::int32_t(*)(const char*, std::uint32_t), std::int32_t*)>("CloseOnUnload")(
+      handler.CloseCameraDevice, &result);
+  closingHost.Unload();
+  EXPECT_NE(result, kNotCalled);
+  EXPECT_THAT(reports, ::testing::Contains("status callback \"0\" 1 3"));
+  ASSERT_NO_FATAL_FAILURE(Record(640, 480, 30, 10));
   Unload();
-  EXPECT_TRUE(IsMapped());
+  EXPECT_TRUE(WaitFor([&] { return !IsMapped(); }));
 }
 
 // --- The end of the process ---
