@@ -181,16 +181,19 @@ typedef struct NUVEQCameraHandler {
    *   -1004  the encoder or the frame pool refuses the request; another may follow at once
    *   -1001  the graph could not be built (no camera by that index, camera in use, format refused) or not
    *          run, or no thread could be started; status 4 may have been reported before. Call
-   *          CloseCameraDevice: until then opening answers -1004, or -4 where the graph was built. When the
-   *          system could not even make a capture graph, close has nothing to work on, and opening answers
-   *          -1004 until the library is loaded anew
+   *          CloseCameraDevice: until then opening answers -1004, or -4 where the graph was built. If not
+   *          even an empty capture graph could be made, for example on a thread without COM, there is
+   *          nothing to close: CloseCameraDevice answers 0 and opening answers -1004. Then unload the
+   *          library (Windows: FreeLibrary; Linux: dlclose), which unmaps it at once if nobody else has
+   *          loaded it, and load it again (LoadLibrary, dlopen)
    */
   int32_t (*OpenCameraDevice)(const NUVEQCameraParam* param);
 
   /*
    * Stops the packets, releases the camera and reports status 3. id is only passed on to that report, unread.
-   * After it returns no callback runs. From inside the data callback, whose thread it would wait for, it
-   * does nothing and answers 0.
+   * After it returns no callback runs. On Windows it waits for the library's thread to end, so the caller
+   * must not hold the loader lock (DllMain); after an open that failed it waits for no thread. From inside
+   * the data callback, whose thread it would wait for, it does nothing and answers 0.
    * Results: 1 closed, and the graph had completed; 0 closed without that, or nothing was open, which is
    * not reported.
    */
