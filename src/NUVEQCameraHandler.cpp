@@ -29,7 +29,7 @@ template <typename Operation>
 std::int32_t ForwardRequest(std::int32_t failure, Operation operation) noexcept {
   CameraOperator* closed = nullptr;
   ++activeRequests;
-  const std::int32_t result = Forward<std::int32_t>(failure, [&](CameraOperator& camera) {
+  const auto result = Forward<std::int32_t>(failure, [&](CameraOperator& camera) {
     closed = &camera;
     return operation(camera);
   });

@@ -56,6 +56,7 @@ HMODULE ThisModule() { return reinterpret_cast<HMODULE>(&__ImageBase); }
 
 bool IsInThisModule(DWORD64 address) {
   MEMORY_BASIC_INFORMATION region{};
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): the address comes from a register
   return VirtualQuery(reinterpret_cast<LPCVOID>(address), &region, sizeof(region)) != 0 &&
          region.AllocationBase == &__ImageBase;
 }
