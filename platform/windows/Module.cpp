@@ -1,27 +1,15 @@
-// The library as a DLL.
+// The library as a DLL. docs/windows.md says why all this is needed and why it is sound.
 //
 // While a DLL is being unloaded it cannot join a thread: the unloading thread holds the loader lock, and
-// every thread takes it when it ends. The encoder thread, those of a graph and those of an encoder at work
-// are all of that kind. So the DLL is pinned, by a reference of its own, from the moment it has a graph until
-// the camera is closed, and an unload by its host in between takes effect when the camera is closed.
+// every thread takes it when it ends. So the DLL is pinned, by a reference of its own, from the moment it has
+// a graph until the camera is closed. An unload by its host in between takes effect when the camera is
+// closed.
 //
-// Dropping the pin. FreeLibrary on the closing thread would return into unmapped code if the pin is the last
-// reference, and Windows does not tell whether it is. So another thread drops it, with
-// FreeLibraryAndExitThread, and executes nothing of the DLL afterwards. What is left is the closing thread,
-// which still has to return through the DLL to its host:
-//
-// - If the host has a reference, nothing is unmapped, and all that matters is when the pin is gone
-// (UnpinTiming).
-// - If it has none, dropping the pin starts the unload. That cannot be stopped, but it first calls DllMain,
-// which
-//   waits there until the closing thread has left. There is no last instruction with which that thread could
-//   say so itself. It announces that from now on it only returns (Departure::isReturning); from then on its
-//   instruction pointer tells: while it is in the DLL, the thread is, and once it is outside, the thread does
-//   not come back. This is why UnpinModule is called at the table's boundary by the outermost call alone,
-//   with no exception in flight, and why nothing may be called after it. The wait ends: what the thread has
-//   left to do takes no lock. The thread is suspended only while its instruction pointer is read, and the
-//   reading thread takes no lock meanwhile. It holds the loader lock, without which no process exits, so it
-//   cannot be ended before it has resumed the other.
+// The pin may be the last reference, and FreeLibrary would then return into unmapped code. So another thread
+// drops it, with FreeLibraryAndExitThread. If it was the last, DllMain holds up the unload until the closing
+// thread has left the DLL: until that thread has announced that it only returns (Departure::isReturning), and
+// its instruction pointer is outside. Therefore UnpinModule is the last thing that the outermost call through
+// the table does.
 #include "Module.h"
 
 #include <windows.h>
@@ -29,6 +17,7 @@
 #include <array>
 #include <atomic>
 #include <memory>
+#include <utility>
 
 // The start of the DLL that this code is in; the linker defines it.
 extern "C" IMAGE_DOS_HEADER __ImageBase;  // NOLINT(bugprone-reserved-identifier)
