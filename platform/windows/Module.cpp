@@ -6,8 +6,9 @@
 // closed.
 //
 // The pin may be the last reference, and FreeLibrary would then return into unmapped code. So another thread
-// drops it, with FreeLibraryAndExitThread. If it was the last, DllMain holds up the unload until the closing
-// thread has left the DLL: until that thread has announced that it only returns (Departure::isReturning), and
+// drops it, with FreeLibraryAndExitThread. Whoever drops the last reference, that thread or one of the host's
+// while the close is still returning, DllMain holds up the unload until the closing thread has left the DLL:
+// until that thread has announced that it only returns (Departure::isReturning), and
 // its instruction pointer is outside. Therefore UnpinModule is the last thing that the outermost call through
 // the table does.
 #include "Module.h"
@@ -33,7 +34,7 @@ std::atomic<bool> processIsEnding{false};
 
 // The thread that closed the camera last, on its way out of the DLL.
 struct Departure {
-  Handle thread;  // null: nobody has to be waited for
+  Handle thread;  // null: the camera was never closed
   DWORD threadId = 0;
   Handle unloadBegins;  // an event
   // Set when the thread does nothing in the DLL any more but return from it.
@@ -94,10 +95,7 @@ void DropPin(UnpinTiming timing) {
   const Handle dropping(CreateThread(nullptr, 0, DropPinOnThisThread, nullptr, 0, nullptr));
   if (dropping && timing == UnpinTiming::kBeforeReturning) {
     const std::array<HANDLE, 2> either{dropping.get(), departure.unloadBegins.get()};
-    if (WaitForMultipleObjects(2, either.data(), FALSE, INFINITE) == WAIT_OBJECT_0) {
-      // The host has a reference.
-      departure.thread.reset();
-    }
+    WaitForMultipleObjects(2, either.data(), FALSE, INFINITE);
   }
 }
 

@@ -181,6 +181,35 @@ TEST_F(PinnedModule, ClosingThreadsLeaveBeforeTheLibraryIsUnmapped) {
   }
 }
 
+// The host's other thread unloads the library while the close is still returning.
+TEST_F(PinnedModule, ClosingThreadLeavesBeforeAnotherThreadsUnloadUnmapsTheLibrary) {
+  platform.SetRecording(false);
+  host.KeepPackets(false);
+  library.Unload();
+  constexpr int kRounds = 40;
+  for (int round = 0; round < kRounds; ++round) {
+    LoadedLibrary loaded(NUVEQ_LIBRARY_FILE);
+    ASSERT_EQ(loaded.GetCameraHandler(&handler), 0);
+    const NUVEQServiceListener listener{&HostCallbacks::OnStatus, nullptr};
+    ASSERT_EQ(handler.RegisterServiceListener(&listener), 0);
+    ASSERT_NO_FATAL_FAILURE(QueryAndOpen());
+    Gate closing;
+    host.InStatus([&](int status) {
+      if (status == NUVEQ_SERVICE_STATUS_CAMERA_CLOSED) {
+        closing.Open();
+      }
+    });
+    std::thread unloader([&] {
+      closing.Wait();
+      loaded.Unload();
+    });
+    EXPECT_EQ(Close(), 1);
+    unloader.join();
+    ASSERT_TRUE(IsUnloadedInTheEnd());
+    host.InStatus(nullptr);
+  }
+}
+
 TEST_F(PinnedModule, ThreadOfLowestPriorityLeavesToo) {
   library.Unload();
   for (int round = 0; round < 3; ++round) {
