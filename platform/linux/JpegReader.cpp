@@ -37,7 +37,12 @@ void JpegReader::NoteWarning(j_common_ptr info, int level) {
       errors->hasReachedEnd = true;
       break;
     case JWRN_EXTRANEOUS_DATA:
-      errors->strayBytes = std::max(errors->strayBytes, errors->base.msg_parm.i[0]);
+      // After the last row there may be more, up to the end of the data.
+      if (errors->hasReachedEnd) {
+        errors->trailingBytes = errors->base.msg_parm.i[0];
+      } else {
+        errors->isDamaged = errors->isDamaged || errors->base.msg_parm.i[0] > kMaxStrayBytes;
+      }
       break;
     case JWRN_ADOBE_XFORM:
     case JWRN_JFIF_MAJOR:
@@ -68,7 +73,7 @@ JpegReader::~JpegReader() { jpeg_destroy_decompress(&m_jpeg); }
 bool JpegReader::Read(const std::uint8_t* data, std::size_t size, const Target& target) {
   m_errors.isDamaged = false;
   m_errors.hasReachedEnd = false;
-  m_errors.strayBytes = 0;
+  m_errors.trailingBytes = 0;
   if (setjmp(m_errors.escape) != 0) {
     jpeg_abort_decompress(&m_jpeg);
     return false;
@@ -87,13 +92,13 @@ bool JpegReader::IsComplete(const std::uint8_t* data, std::size_t size) const {
   if (m_errors.isDamaged || (m_errors.hasReachedEnd && !m_mayLackEoi)) {
     return false;
   }
-  if (m_errors.strayBytes <= kMaxStrayBytes) {
+  if (m_errors.trailingBytes <= kMaxStrayBytes) {
     return true;
   }
   // Zeros that fill up a transfer are no lost part of the picture.
-  const auto stray = static_cast<std::size_t>(m_errors.strayBytes);
-  return m_errors.hasReachedEnd && stray <= size &&
-         std::all_of(data + (size - stray), data + size, [](std::uint8_t byte) { return byte == 0; });
+  const auto trailing = static_cast<std::size_t>(m_errors.trailingBytes);
+  return trailing <= size &&
+         std::all_of(data + (size - trailing), data + size, [](std::uint8_t byte) { return byte == 0; });
 }
 
 void JpegReader::ReadPicture(const std::uint8_t* data, std::size_t size, const Target& target) {

@@ -41,7 +41,7 @@ class JpegReader {
     std::jmp_buf escape;
     bool isDamaged;
     bool hasReachedEnd;  // of the data, before an EOI marker
-    int strayBytes;      // the most between two markers
+    int trailingBytes;   // skipped before that end
   };
   static void Escape(j_common_ptr info);
   static void NoteWarning(j_common_ptr info, int level);

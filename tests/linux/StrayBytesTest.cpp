@@ -117,6 +117,13 @@ TEST_F(MissingEoi, IsHarmlessWhenZerosFillUpTheTransfer) {
   EXPECT_FALSE(Arrives(padded)) << "as much as this could be a lost part of the picture";
 }
 
+TEST_F(MissingEoi, DoesNotHideStrayBytesInsideThePicture) {
+  const Jpeg whole = RestartJpeg(kWidth, kHeight);
+  Jpeg padded = WithoutEoi(WithStrayBytes(whole, FindRestart(whole, 1), 40));
+  padded.resize(padded.size() + 1000);
+  EXPECT_FALSE(Arrives(padded));
+}
+
 TEST_F(MissingEoi, OfAPictureThatLacksDataMakesItDamaged) {
   const Jpeg whole = NoiseJpeg(kWidth, kHeight);
   std::vector<Jpeg> cut;
