@@ -43,7 +43,7 @@ class DeviceTree {
   virtual std::vector<UsbDevice> UsbDevices() = 0;
 
   // For people who look for what is wrong; the camera library never asks. In the order of UsbDevices, and in
-  // that of the nodes' names with those that are no capture devices. None where nothing more is known.
+  // that of the nodes' numbers with those that are no capture devices. None where nothing more is known.
   virtual std::vector<UsbDetails> DescribeUsbDevices() { return {}; }
   virtual std::vector<VideoNodeDetails> DescribeVideoNodes() { return {}; }
 };

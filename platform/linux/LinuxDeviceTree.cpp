@@ -84,6 +84,10 @@ std::vector<VideoNode> ListVideoNodes(const fs::path& sysfsRoot) {
       nodes.push_back({entry, path, LookAtVideoNode(path, entry)});
     }
   }
+  // By number: a device's metadata node follows the node that it belongs to.
+  std::sort(nodes.begin(), nodes.end(), [](const VideoNode& a, const VideoNode& b) {
+    return std::pair(a.path.size(), a.path) < std::pair(b.path.size(), b.path);
+  });
   return nodes;
 }
 
@@ -103,7 +107,7 @@ bool IsFirstFunction(const UsbDevice& usbDevice, const CaptureDevice& camera) {
          camera.displayName.find(DisplayForm(usbDevice.firstChildId)) != std::string::npos;
 }
 
-// The first USB device that is fixed and has a camera as its first function, as the camera library goes
+// The first USB device that is fixed and has a camera as its first child, as the camera library goes
 // through them; null: there is none.
 const UsbDevice* ChosenOf(const std::vector<UsbDevice>& usbDevices,
                           const std::vector<CaptureDevice>& cameras) {

@@ -15,6 +15,6 @@ struct VideoNodeLook {
 bool IsVideoNode(const std::filesystem::path& sysfsEntry);
 
 // Opens the node and queries it, which does not disturb a camera that streams. A capture device is one that
-// delivers a format the library can use: infrared cameras and the like are none. A node that cannot be opened
-// counts as a capture device if sysfs has it as its camera's first.
+// delivers a pixel format the library can use: infrared cameras and the like are none. Sizes are not looked
+// at. A node that cannot be opened counts as a capture device if sysfs has it as its camera's first.
 VideoNodeLook LookAtVideoNode(const std::string& node, const std::filesystem::path& sysfsEntry);
