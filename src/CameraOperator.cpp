@@ -25,7 +25,7 @@ std::optional<log4cplus::Logger> TryGetLogger() noexcept {
 class InstanceHolder {
  public:
   // The operator's threads log until it is destroyed, so the logger is made before it and goes after it.
-  // Without a logger only the log lines are lost.
+  // Without a logger only the log lines are lost, and one that is made later may go before the operator.
   InstanceHolder() : m_logger(TryGetLogger()) { new (&m_operator) CameraOperator; }
   InstanceHolder(const InstanceHolder&) = delete;
   InstanceHolder& operator=(const InstanceHolder&) = delete;
@@ -71,6 +71,7 @@ CameraOperator::~CameraOperator() {
     StopGraph();
   }
   StopCapture();
+  // Where a pin means anything, a library that is being unloaded has none left.
   UnpinModuleAfterClose();
   CoUninitialize();
 }
@@ -217,7 +218,7 @@ void CameraOperator::StopCapture() {
 
 void CameraOperator::UnpinModuleAfterClose() {
   if (!m_mediaControl && std::exchange(m_isModulePinned, false)) {
-    UnpinModule(m_unpinTiming);
+    UnpinModule(std::exchange(m_unpinTiming, UnpinTiming::kSoon));
   }
 }
 

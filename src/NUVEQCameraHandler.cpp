@@ -19,7 +19,7 @@ Result Forward(Result failure, Operation operation) noexcept {
   }
 }
 
-// Calls that may report to the host and are under way: one, or more where a report's callback calls back.
+// Number of active calls that may report to the host; more than one when a callback calls back.
 std::atomic<int> activeRequests = 0;
 
 // The same for the operations that may report to the host. A close may be nested in any of them; the module
@@ -27,14 +27,14 @@ std::atomic<int> activeRequests = 0;
 // left it.
 template <typename Operation>
 std::int32_t ForwardRequest(std::int32_t failure, Operation operation) noexcept {
-  CameraOperator* closed = nullptr;
+  CameraOperator* used = nullptr;
   ++activeRequests;
   const auto result = Forward<std::int32_t>(failure, [&](CameraOperator& camera) {
-    closed = &camera;
+    used = &camera;
     return operation(camera);
   });
-  if (--activeRequests == 0 && closed != nullptr) {
-    closed->UnpinModuleAfterClose();
+  if (--activeRequests == 0 && used != nullptr) {
+    used->UnpinModuleAfterClose();
   }
   return result;
 }

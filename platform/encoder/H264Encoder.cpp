@@ -92,7 +92,8 @@ void H264Encoder::StartSliceThreads() try {
   if (threads == 1) {
     return;
   }
-  // OpenH264 starts its threads when it is initialised, and cannot be given any later.
+  // OpenH264 starts its threads when it is initialised, and cannot add any later. Both encoders exist for a
+  // moment.
   if (Handle threaded = MakeEncoder(m_param, *m_converter, threads); threaded != nullptr) {
     m_encoder = std::move(threaded);
   }
