@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstring>
 #include <filesystem>
+#include <string>
 #include <thread>
 
 #include "EncoderSettings.h"
@@ -23,10 +24,11 @@ std::ptrdiff_t ThreadCount() {
                        std::filesystem::directory_iterator());
 }
 
-// A thread that has been joined may be listed a moment longer.
-bool ThreadCountBecomes(std::ptrdiff_t count) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-  while (ThreadCount() != count) {
+// A thread that has been joined may be listed a moment longer. Returns false on timeout.
+template <typename Condition>
+bool WaitFor(Condition condition) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  while (!condition()) {
     if (std::chrono::steady_clock::now() > deadline) {
       return false;
     }
@@ -35,13 +37,21 @@ bool ThreadCountBecomes(std::ptrdiff_t count) {
   return true;
 }
 
+bool ThreadCountBecomes(std::ptrdiff_t count) {
+  return WaitFor([&] { return ThreadCount() == count; });
+}
+
+bool IsListed(pid_t thread) { return std::filesystem::exists("/proc/self/task/" + std::to_string(thread)); }
+
 class Threads : public ::testing::Test {
  protected:
   void SetUp() override {
     ASSERT_TRUE(frame.AllocBuffer(kWidth, kHeight, ColorSpace::kI420));
     // Sanitizers start a thread of theirs with the first thread of the program.
-    std::thread([] {}).join();
-    ASSERT_TRUE(ThreadCountBecomes(before = ThreadCount()));
+    pid_t first = 0;
+    std::thread([&] { first = gettid(); }).join();
+    ASSERT_TRUE(WaitFor([&] { return !IsListed(first); }));
+    before = ThreadCount();
   }
 
   static VideoEncoder::EncodeParam ClipParam() { return Param(kWidth, kHeight, ColorSpace::kI420, 30, 10); }

@@ -89,7 +89,7 @@ std::size_t ResidentBytes() {
 }
 
 void AwaitThreads(long count) {
-  constexpr std::chrono::seconds kPatience{10};
+  constexpr std::chrono::seconds kPatience{60};
   const auto deadline = std::chrono::steady_clock::now() + kPatience;
   long threads = Threads();
   while (threads != count) {
