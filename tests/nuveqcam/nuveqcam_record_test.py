@@ -14,8 +14,8 @@ import time
 import unittest
 from pathlib import Path
 
-from nuveqcam_tool import (CANNOT_OPEN, CANNOT_WRITE, ENDED_EARLY, OK, PATIENCE, PROGRAM, SMALL, USAGE, Tool, reset_signals,
-                           catches, wait_until, wait_until_blocked_writing)
+from nuveqcam_tool import (CANNOT_OPEN, CANNOT_WRITE, ENDED_EARLY, OK, PATIENCE, PROGRAM, SMALL, USAGE, Tool, catches,
+                           is_capturing, reset_signals, wait_until, wait_until_blocked_writing, wait_until_polling)
 
 
 class Record(Tool):
@@ -74,8 +74,10 @@ class Record(Tool):
         self.assertEqual(len(self.pictures("piped.h264", 320, 240)), frames)
 
     def test_slow_reader_loses_nothing(self):
-        process = self.start("record", "--simulated", "--seconds", 3, "-o", "-", *SMALL)
-        time.sleep(2)
+        process = self.start("record", "--simulated", "--seconds", 3, "-o", "-", *SMALL, pipesize=4096)
+        wait_until_blocked_writing(process)
+        # The reader stalls while the camera delivers more frames.
+        time.sleep(1)
         out, err = process.communicate(timeout=PATIENCE)
         self.assertEqual(process.returncode, OK)
         self.file("slow.h264").write_bytes(out)
@@ -84,13 +86,17 @@ class Record(Tool):
         self.check_numbers(pictures, 320, 240)
 
     def test_time_runs_while_the_first_packet_waits_for_its_reader(self):
-        process = self.start("record", "--simulated", "--seconds", 1, "-o", "-", "--size", "640x480",
-                             pipesize=4096)
-        time.sleep(4)
-        _, err = process.communicate(timeout=PATIENCE)
-        self.assertEqual(process.returncode, OK)
-        # Four seconds would be 120.
-        self.assertLess(int(self.summary(err.decode())["frames"]), 75)
+        endless, limited = (self.start("record", "--simulated", "--seconds", seconds, "-o", "-", "--size", "640x480",
+                                       pipesize=4096) for seconds in (0, 1))
+        for process in (endless, limited):
+            wait_until_blocked_writing(process)
+        # The camera is closed before anything is read.
+        wait_until(lambda: not is_capturing(limited), limited)
+        self.assertTrue(is_capturing(endless))
+        out, err = limited.communicate(timeout=PATIENCE)
+        self.assertEqual(limited.returncode, OK)
+        self.file("limited.h264").write_bytes(out)
+        self.assertEqual(len(self.pictures("limited.h264", 640, 480)), int(self.summary(err.decode())["frames"]))
 
     def test_pipe_that_does_not_wait_gets_everything(self):
         reader, writer = os.pipe()
@@ -98,7 +104,7 @@ class Record(Tool):
         os.set_blocking(writer, False)
         process = self.start("record", "--simulated", "--seconds", 1, "-o", "-", *SMALL, stdout=writer)
         os.close(writer)
-        time.sleep(1)
+        wait_until_polling(process)
         with open(reader, "rb") as pipe:
             self.file("piped.h264").write_bytes(pipe.read())
         _, err = process.communicate(timeout=PATIENCE)
@@ -195,7 +201,7 @@ class Interrupt(Tool):
 class Progress(Tool):
     def test_terminal_shows_progress_and_the_summary_begins_a_new_line(self):
         master, slave = pty.openpty()
-        process = self.start("record", "--simulated", "--seconds", 1, *SMALL, stderr=slave)
+        process = self.start("record", "--simulated", "--seconds", 3, *SMALL, stderr=slave)
         os.close(slave)
         shown = b""
         while True:

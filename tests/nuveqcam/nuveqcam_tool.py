@@ -39,26 +39,71 @@ def wait_until(condition, process=None):
         time.sleep(0.02)
 
 
-def wait_until_blocked_writing(process):
-    """Until a thread of the program is blocked in a write to its standard output."""
-    write, standard_output = 1, 1
-
-    def is_blocked(task):
+def in_threads(pid, name):
+    """That file of each thread of the process in /proc; nothing once the process has ended."""
+    for file in Path(f"/proc/{pid}/task").glob(f"*/{name}"):
         try:
-            words = (task / "syscall").read_text().split()
+            yield file.read_text()
         except OSError:  # the thread has ended
-            return False
-        # "running", or the number of the system call and its arguments in hexadecimal digits
-        return len(words) > 2 and (int(words[0]), int(words[1], 16)) == (write, standard_output)
+            continue
 
-    wait_until(lambda: any(is_blocked(task) for task in Path(f"/proc/{process.pid}/task").iterdir()), process)
+
+def blocking_calls(pid):
+    """The number and the first argument of each system call in which a thread of the process is blocked."""
+    for text in in_threads(pid, "syscall"):
+        # "running", or the number of the system call and its arguments in hexadecimal digits
+        words = text.split()
+        if len(words) > 2:
+            yield int(words[0]), int(words[1], 16)
+
+
+def is_blocked_writing(pid, pipe):
+    """Whether a thread of the process is blocked in a write to the pipe, which the descriptor is an end of."""
+    write = 1
+    descriptors = Path(f"/proc/{pid}/fd")
+    wanted = os.readlink(f"/proc/self/fd/{pipe}")
+    for number, descriptor in blocking_calls(pid):
+        try:
+            if number == write and os.readlink(descriptors / str(descriptor)) == wanted:
+                return True
+        except OSError:  # the process has ended or closed the descriptor
+            continue
+    return False
+
+
+def wait_until_blocked_writing(process):
+    """Until a thread of the program is blocked in a write to the pipe that is its standard output."""
+    wait_until(lambda: is_blocked_writing(process.pid, process.stdout.fileno()), process)
+
+
+def wait_until_polling(process):
+    """Until a thread of the program is blocked in poll, as it is when a pipe without room does not block writes."""
+    poll = 7
+    wait_until(lambda: any(number == poll for number, _ in blocking_calls(process.pid)), process)
+
+
+def is_capturing(process):
+    """Whether the program has the thread that captures the camera's frames."""
+    return "nuveq-capture\n" in in_threads(process.pid, "comm")
+
+
+def signal_set(pid, name):
+    """The signals in that set of /proc, as bits; none once the process has ended."""
+    try:
+        status = Path(f"/proc/{pid}/status").read_text()
+    except OSError:
+        return 0
+    return int(re.search(rf"(?m)^{name}:\s*([0-9a-f]+)$", status)[1], 16)
 
 
 def catches(process, number):
     """Whether the program has installed a handler for the signal."""
-    status = Path(f"/proc/{process.pid}/status").read_text()
-    caught = int(re.search(r"(?m)^SigCgt:\s*([0-9a-f]+)$", status)[1], 16)
-    return caught >> (number - 1) & 1 == 1
+    return signal_set(process.pid, "SigCgt") >> (number - 1) & 1 == 1
+
+
+def is_pending(pid, number):
+    """Whether the signal was sent to the process and not delivered yet. Another one would be merged with it."""
+    return signal_set(pid, "ShdPnd") >> (number - 1) & 1 == 1
 
 
 class Tool(unittest.TestCase):
