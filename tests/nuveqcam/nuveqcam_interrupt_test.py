@@ -6,6 +6,7 @@ NUVEQCAM=build/native/bin/nuveqcam INTERRUPT_AT_CALL=build/native/fixtures/inter
 
 import concurrent.futures
 import json
+import math
 import os
 import signal
 import subprocess
@@ -20,6 +21,9 @@ RECORD = ["record", "--simulated", "--seconds", "1", "-o", "camera.mp4", *SMALL]
 
 # Every call, or every fourth where runs are slow because of sanitizers.
 STRIDE = int(os.environ.get("INTERRUPT_STRIDE", "1"))
+
+# The reference run waits in short polls. A loaded machine has more of them; then the calls are sampled.
+MAX_RUNS = 250
 
 # Before the signal handlers are installed the program only loads libraries: samples suffice.
 SAMPLES_BEFORE_HANDLERS = 8
@@ -57,8 +61,8 @@ class InterruptAtCall(Tool):
             self.check_complete(files)
 
     def check_all(self, arguments, last):
-        """Interrupts at the calls from just before the handlers are installed to the last one, and at some before. Returns
-        the ends."""
+        """Interrupts at the calls from just before the handlers are installed to the last one, and at some before. Checks
+        each end, and that there are interrupts both before and after the handlers are installed."""
         report, _, files = self.run_interrupted(0, arguments)
         self.assertEqual(report["status"], OK)
         self.check_complete(files)
@@ -66,23 +70,23 @@ class InterruptAtCall(Tool):
         with self.subTest("order"):
             self.assertGreater(report["created"], report["handled"])
         first = min(report["created"], report["handled"]) - 2
-        calls = [*range(1, first, first // SAMPLES_BEFORE_HANDLERS), *range(first, last(report) + 1, STRIDE)]
+        end = last(report) + 1
+        stride = max(STRIDE, math.ceil((end - first) / MAX_RUNS))
+        calls = [*range(1, first, first // SAMPLES_BEFORE_HANDLERS), *range(first, end, stride)]
         ends = set()
         with concurrent.futures.ThreadPoolExecutor(2 * os.cpu_count()) as runs:
             for call, run in zip(calls, runs.map(lambda call: self.run_interrupted(call, arguments), calls)):
                 with self.subTest(call=call, report=run[0], err=run[1], files=list(run[2])):
                     self.check_interrupted(*run)
                 ends.add(run[0]["status"])
-        return ends
+        # A run may need more calls than the reference run, so none has to be interrupted too late.
+        self.assertLessEqual({-signal.SIGINT, ENDED_EARLY}, ends)
 
     def test_snapshot_interrupted_at_any_call_is_complete_or_leaves_nothing(self):
-        ends = self.check_all(SNAPSHOT, lambda report: report["calls"])
-        self.assertEqual(ends, {-signal.SIGINT, ENDED_EARLY, OK})
+        self.check_all(SNAPSHOT, lambda report: report["calls"])
 
     def test_recording_interrupted_at_any_call_until_it_has_begun_is_complete_or_leaves_nothing(self):
-        ends = self.check_all(RECORD, lambda report: report["slept"] + 10)
-        self.assertLessEqual({-signal.SIGINT, ENDED_EARLY}, ends)
-        self.assertLessEqual(ends, {-signal.SIGINT, ENDED_EARLY, OK})
+        self.check_all(RECORD, lambda report: report["slept"] + 10)
 
 
 if __name__ == "__main__":

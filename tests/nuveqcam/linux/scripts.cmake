@@ -34,3 +34,7 @@ set_tests_properties(${tests} PROPERTIES
     TIMEOUT 300
     LABELS pipeline
     ENVIRONMENT "NUVEQCAM=$<TARGET_FILE:nuveqcam>;INTERRUPT_AT_CALL=$<TARGET_FILE:interrupt_at_call>;INTERRUPT_STRIDE=${stride};NUVEQCAM_VERSION=${PROJECT_VERSION};NUVEQCAM_MAN=${PROJECT_SOURCE_DIR}/tools/nuveqcam/nuveqcam.1")
+# They run the program several hundred times, as many runs at once as two per processor.
+set(interrupted ${tests})
+list(FILTER interrupted INCLUDE REGEX "InterruptAtCall")
+set_tests_properties(${interrupted} PROPERTIES TIMEOUT 900 PROCESSORS 2)
