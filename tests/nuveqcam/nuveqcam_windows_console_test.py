@@ -12,11 +12,10 @@ import re
 import select
 import signal
 import subprocess
-import time
 import unittest
 from pathlib import Path
 
-from nuveqcam_tool import OK, PROGRAM, SMALL, USAGE, reset_signals, wait_until
+from nuveqcam_tool import OK, PROGRAM, SMALL, USAGE, is_blocked_writing, is_pending, reset_signals, wait_until
 from nuveqcam_windows_tool import RUNNER, USE_PC, WindowsTool
 
 
@@ -42,7 +41,6 @@ class WindowsConsole(WindowsTool):
     def test_shows_progress(self):
         shown = self.run_on_console("record", "--seconds", 2, *SMALL)
         self.assertRegex(shown, r"\r +\d+\.\d s +\d+ frames +\d+\.\d fps +\d+ kbit/s\r")
-        self.assertGreater(shown.count("\r"), 3)
 
     def test_shows_characters_of_every_kind(self):
         self.assertIn("gr\u00fc\u00df", self.run_on_console("gr\u00fc\u00df", code=USAGE))
@@ -55,7 +53,7 @@ class WindowsConsole(WindowsTool):
             os.close(slave)
             self.assertEqual(err, f"nuveqcam: a terminal cannot show the {what}; pipe it on, or choose a file with -o\n")
 
-    def code_pages_around(self, arguments, armed, presses):
+    def code_pages_around(self, arguments, presses):
         """The console's code page before and after the program, which waits for room in a full pipe until it has got so
         many Ctrl-C."""
         reader, writer = os.pipe()
@@ -81,14 +79,13 @@ class WindowsConsole(WindowsTool):
                 into += os.read(source, 8192)
             return text in self.plain(into)
 
-        wait_until(lambda: has_come("codepage:", master, shown) and has_come(armed, master, shown) and self.found(program),
-                   process)
-        time.sleep(0.5)
+        wait_until(lambda: has_come("codepage:", master, shown) and
+                   any(is_blocked_writing(number, reader) for number in self.found(program)), process)
+        [number] = self.found(program)
         for _ in range(presses):
-            for number in self.found(program):
-                os.kill(number, signal.SIGINT)
-            time.sleep(0.5)
-        self.assertEqual(self.found(program), [])
+            os.kill(number, signal.SIGINT)
+            wait_until(lambda: not is_pending(number, signal.SIGINT))
+        wait_until(lambda: not self.found(program))
         wait_until(lambda: has_come("codepage:", reader, piped))
         return [re.search(r"codepage:(\d+)\.", self.plain(text))[1] for text in (shown, piped)]
 
@@ -110,9 +107,8 @@ class WindowsConsole(WindowsTool):
         return numbers
 
     def test_gets_its_code_page_back_from_a_program_that_ctrl_c_ends(self):
-        for arguments, armed, presses in (("--help", "", 1),
-                                          ("record -v -o - --seconds 0 --size 320x240", "opencamerasuccess", 2)):
-            before, after = self.code_pages_around(arguments, armed, presses)
+        for arguments, presses in (("--help", 1), ("record -o - --seconds 0 --size 320x240", 2)):
+            before, after = self.code_pages_around(arguments, presses)
             self.assertNotEqual(before, "65001")
             self.assertEqual(after, before)
 

@@ -11,7 +11,7 @@ import subprocess
 import time
 import unittest
 
-from nuveqcam_tool import CANNOT_OPEN, CANNOT_WRITE, ENDED_EARLY, SMALL, frame_number, wait_until, wait_until_stalled
+from nuveqcam_tool import CANNOT_OPEN, CANNOT_WRITE, ENDED_EARLY, SMALL, frame_number, is_pending, wait_until, wait_until_blocked_writing
 from nuveqcam_windows_tool import WindowsTool
 
 # What the lowest eight bits of STATUS_CONTROL_C_EXIT are, which is all that a process under Wine can end with.
@@ -63,8 +63,10 @@ class WindowsRecord(WindowsTool):
 
     def test_second_ctrl_c_ends_a_program_that_waits_for_its_reader(self):
         process = self.start_into_pipe(pipesize=4096)
-        wait_until_stalled(process.stdout, process)
+        wait_until_blocked_writing(process)
         process.send_signal(signal.SIGINT)
+        wait_until(lambda: not is_pending(process.pid, signal.SIGINT), process)
+        # Time enough for a program that the first one ends to end.
         time.sleep(0.5)
         self.assertIsNone(process.poll())
         process.send_signal(signal.SIGINT)

@@ -9,7 +9,7 @@ set_target_properties(use_pc code_page PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMA
 nuveq_add_python_tests(tests PREFIX nuveqcam
     SCRIPTS nuveqcam_windows_test.py nuveqcam_windows_record_test.py nuveqcam_windows_console_test.py)
 set_tests_properties(${tests} PROPERTIES
-    TIMEOUT 120
+    TIMEOUT 300
     LABELS windows
     RESOURCE_LOCK wine_registry
     FIXTURES_REQUIRED wine_camera
