@@ -150,13 +150,23 @@ TEST_F(Tool, RecordingCutShortByASilentCameraEndsEarlyAndSaysHowMuchThereIs) {
   }
 }
 
+// The duration in the summary of a recording, in seconds; 0 without one.
+double DurationIn(const std::string& summary) {
+  const std::string name = "  duration ";
+  const std::size_t begin = summary.find(name);
+  return begin == std::string::npos ? 0 : std::stod(summary.substr(begin + name.size()));
+}
+
 TEST_F(Tool, RecordingOfASlowCameraIsComplete) {
   SimulatedPcSettings settings;
   settings.formats = {{FourCc("YUYV"), 320, 240, 2'000'000}};
   for (const std::string asked : {"5", "10"}) {
     UsePc(settings);
+    out.str("");
     EXPECT_EQ(Run({"record", "--seconds", "1", "--fps", asked, "-o", "OUT.mp4"}), ExitCode::kOk) << err.str();
-    EXPECT_THAT(out.str(), HasSubstr("duration      1."));
+    // The last packet arrives a second after the first one or later. The recording's times are smoothed; they
+    // lag behind the arrivals by less than half a second.
+    EXPECT_GT(DurationIn(out.str()), 0.5) << out.str();
   }
 }
 
