@@ -277,7 +277,7 @@ def main():
     parser.add_argument("--filter", default="", help="tests to run in the guest, in place of all of the topology")
     parser.add_argument("--append", default="", help="more arguments for the kernel")
     parser.add_argument("--boot-patience", type=float, default=60, help="seconds until a boot counts as failed")
-    parser.add_argument("--camera-patience", type=int, default=20,
+    parser.add_argument("--camera-patience", type=int, default=60,
                         help="seconds that the guest waits for a camera to appear before it goes on")
     parser.add_argument("--keep", action="store_true", help="keep the folder that the guest shared")
     options = parser.parse_args()

@@ -23,7 +23,7 @@ QEMU = "qemu-system-x86_64"
 # In software the instructions of newer ones take longer than those that they replace.
 CPU = "Nehalem"
 # Longer than anything that works takes.
-START_PATIENCE = 30
+START_PATIENCE = 120
 RUN_PATIENCE = 240
 FURTHER_SCENE_PATIENCE = 60
 

@@ -57,7 +57,7 @@ class Runner(unittest.TestCase):
         environment = dict(os.environ, PATH=path or os.environ["PATH"])
         result = subprocess.run([sys.executable, "-B", str(RUNNER), "--bin", str(self.folder), "--kernel", str(kernel),
                                  "--camera-patience", "0", *options, "no_built_in"], env=environment, stdin=subprocess.DEVNULL,
-                                stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=110)
+                                stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=280)
         return result.returncode, result.stdout.decode(errors="replace")
 
     def test_a_kernel_that_panics_is_a_failure_with_its_last_words(self):
