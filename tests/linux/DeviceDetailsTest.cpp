@@ -184,6 +184,18 @@ TEST_F(Details, SayWhyAVideoNodeIsNoCaptureDevice) {
   EXPECT_THAT(CurrentDeviceTree()->CaptureDevices(), SizeIs(1));
 }
 
+TEST_F(Details, ListVideoNodesByNumber) {
+  for (const int number : {10, 9, 2}) {
+    kernel.Tree().AddVideoOf(number, "platform/vivid.0", "vivid", number);
+    kernel.AddDevice(number);
+  }
+  std::vector<std::string> names;
+  for (const VideoNodeDetails& node : CurrentDeviceTree()->DescribeVideoNodes()) {
+    names.push_back(std::filesystem::path(node.node).filename().string());
+  }
+  EXPECT_THAT(names, ::testing::ElementsAre("video2", "video9", "video10"));
+}
+
 TEST_F(Details, NameTheFormatsOfANodeThatDeliversNoneOfUse) {
   const auto whyNot = [&](const std::vector<std::uint32_t>& pixelFormats) {
     VideoDeviceSettings settings;
