@@ -5,9 +5,9 @@
 #include <string>
 #include <thread>
 
-#include "LoadedLibrary.h"
 #include "NUVEQCameraHandler.h"
-#include "Platform.h"
+#include "support/LoadedLibrary.h"
+#include "support/scripted/ScriptedPlatform.h"
 
 namespace {
 

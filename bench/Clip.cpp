@@ -6,7 +6,7 @@
 #include <cstring>
 #include <new>
 
-#include "Pictures.h"
+#include "support/video/TestPictures.h"
 
 Clip MakeClip(int width, int height, ColorSpace layout, int frames) {
   const auto w = static_cast<std::uint32_t>(width);

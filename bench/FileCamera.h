@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "DeviceTree.h"
+#include "devices/DeviceProvider.h"
 
 enum class FilePace {
   kAsTaken,    // as fast as frames are taken

@@ -3,8 +3,8 @@
 #include <new>
 #include <thread>
 
-#include "EncoderSettings.h"
-#include "H264Encoder.h"
+#include "encoder/EncoderSettings.h"
+#include "encoder/H264Encoder.h"
 
 // The linker's --wrap leads the camera library's calls here, and those of the encoder's conversion, by these
 // symbols.

@@ -53,7 +53,7 @@ cp ffmpeg "$prefix"
 
 echo "bench: building ffmpeg-same"
 cp "$adapter" "$adapter.debian"
-# As platform/encoder/EncoderSettings.cpp has them.
+# As encoder/EncoderSettings.cpp has them.
 sed -E -e 's/(param\.bEnableBackgroundDetection +=) 1;/\1 0; param.bEnableSceneChangeDetect = 0; param.bFixRCOverShoot = 1;/' \
   -e 's/(param\.bEnableAdaptiveQuant +=) 1;/\1 0; param.iComplexityMode = LOW_COMPLEXITY; param.bUseLoadBalancing = 0;/' \
   -e 's/(param\.iMaxBitrate +=) .*;/\1 UNSPECIFIED_BIT_RATE;/' "$adapter.debian" >"$adapter"

@@ -15,8 +15,8 @@
 #include <vector>
 
 #include "FileCamera.h"
-#include "LoadedLibrary.h"
 #include "MultiMediaEncoder.h"
+#include "support/LoadedLibrary.h"
 
 namespace {
 

@@ -13,9 +13,9 @@
 
 #include "Clip.h"
 #include "Failures.h"
-#include "H264Encoder.h"
-#include "PacketMemory.h"
-#include "PictureConverter.h"
+#include "encoder/H264Encoder.h"
+#include "encoder/I420Converter.h"
+#include "encoder/PacketMemory.h"
 
 namespace {
 

@@ -27,7 +27,7 @@ class Job:
 
 
 def slice_threads(width, height, cores):
-    """The product's own rule (platform/encoder/EncoderSettings.cpp): the others get as many. It counts the machine's
+    """The product's own rule (encoder/EncoderSettings.cpp): the others get as many. It counts the machine's
     cores, also those that this process may not use."""
     return 2 if width * height >= 1280 * 720 and cores >= 4 else 1
 

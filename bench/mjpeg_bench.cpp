@@ -16,7 +16,7 @@
 #include "Clip.h"
 #include "Failures.h"
 // Before libjpeg, whose TRUE and FALSE are macros.
-#include "MjpegDecoder.h"
+#include "mjpeg/MjpegDecoder.h"
 
 #include <cstdio>  // jpeglib.h takes it for granted
 

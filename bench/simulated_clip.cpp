@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "SimulatedPc.h"
+#include "simulated/SimulatedPc.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 # What the compiler and the linker can do against data that means harm: what reaches this project comes from cameras,
-# drivers and files of strangers. tests/packaging/hardening_test.py looks for it in everything that is shipped.
+# drivers and files of strangers. tests/integration/packaging/hardening_test.py looks for it in everything that is shipped.
 #
 # Not in instrumented builds: sanitizers find more, and fortified functions would keep some of it from them.
 include_guard()

@@ -7,7 +7,7 @@ set(NUVEQ_HOST_LOGGER "" CACHE STRING
 # nuveq_add_camera_handler(TARGET PLATFORM LIBRARY... [DEFAULTS NAME...])
 #
 # PLATFORM  what the free functions that the library calls come from
-# DEFAULTS  which of platform/defaults are built in, for what the platform does not bring: Allocation, Module,
+# DEFAULTS  which of platform/default are built in, for what the platform does not bring: Allocation, Module,
 #           Thread, Logger. The logger is built in anyway unless NUVEQ_HOST_LOGGER names the host's.
 function(nuveq_add_camera_handler target)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "PLATFORM;DEFAULTS")
@@ -17,14 +17,20 @@ function(nuveq_add_camera_handler target)
   elseif(NOT host_logger)
     list(APPEND arg_DEFAULTS Logger)
   endif()
-  list(TRANSFORM arg_DEFAULTS REPLACE "(.+)" "${PROJECT_SOURCE_DIR}/platform/defaults/\\1.cpp")
-  # How a module is held, and how a thread is named and raised, is the system's business.
+  set(platform ${PROJECT_SOURCE_DIR}/platform)
   if(WIN32)
-    list(TRANSFORM arg_DEFAULTS REPLACE "/defaults/(Module|Thread).cpp" "/windows/\\1.cpp")
+    set(default_Module ${platform}/windows/Module_windows.cpp)
+    set(default_Thread ${platform}/windows/Thread_windows.cpp)
   else()
-    list(TRANSFORM arg_DEFAULTS REPLACE "/defaults/Thread.cpp" "/linux/Thread.cpp")
+    set(default_Module ${platform}/linux/Module_linux.cpp)
+    set(default_Thread ${platform}/linux/Thread_linux.cpp)
   endif()
-  add_library(${target} SHARED ${arg_DEFAULTS})
+  set(default_Allocation ${platform}/default/Allocation.cpp)
+  set(default_Logger ${platform}/default/Logger.cpp)
+  add_library(${target} SHARED)
+  foreach(name IN LISTS arg_DEFAULTS)
+    target_sources(${target} PRIVATE ${default_${name}})
+  endforeach()
   if(WIN32)
     add_dependencies(${target} windows_runtime)
   endif()
@@ -36,5 +42,5 @@ function(nuveq_add_camera_handler target)
                         PRIVATE camera_handler_objects ${host_logger} ${arg_PLATFORM})
   # One symbol leaves the library. The compiler's visibility settings cannot say that: they leave instances of
   # the standard library's templates visible.
-  nuveq_export_only(${target} ${PROJECT_SOURCE_DIR}/cmake/exports.map)
+  nuveq_export_only(${target} ${PROJECT_SOURCE_DIR}/cmake/nuveqcamerahandler.map)
 endfunction()

@@ -16,12 +16,12 @@
 // Defined in strmiids; qedit.h does not declare it.
 EXTERN_C const CLSID CLSID_SampleGrabber;
 #else
-#include "declarations/SampleGrabberInterfaces.h"
+#include "win32/SampleGrabberInterfaces.h"
 #endif
 #else
-#include "declarations/WindowsTypes.h"
+#include "win32/WindowsTypes.h"
 
-#include "declarations/ComInterfaces.h"
-#include "declarations/DirectShowInterfaces.h"
-#include "declarations/MediaTypes.h"
+#include "win32/ComInterfaces.h"
+#include "win32/DirectShowInterfaces.h"
+#include "win32/MediaTypes.h"
 #endif

@@ -18,5 +18,5 @@
 #endif
 #include <usbiodef.h>
 #else
-#include "declarations/SetupApiFunctions.h"
+#include "win32/SetupApiFunctions.h"
 #endif

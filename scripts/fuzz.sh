@@ -29,8 +29,8 @@ declare -A sources=(
   [media_types]='/src/'
   [session]='/src/'
   [v4l2]='/platform/linux/'
-  [mjpeg]='/platform/linux/(MjpegDecoder|JpegReader|JpegStrip)[.]'
-  [arguments]='/tools/nuveqcam/(Arguments|OutputKind)[.]'
+  [mjpeg]='/platform/linux/mjpeg/'
+  [arguments]='/tools/nuveqcam/(cli/Arguments|recording/OutputKind)[.]'
 )
 
 case "${1:-}" in
@@ -77,7 +77,7 @@ run() {
   mkdir -p "$kept/$target"
   # In place of the shell that was started for it, so that a signal reaches it.
   exec "$build/bin/${target}_fuzz" -max_total_time=$((minutes * 60)) -timeout=25 -rss_limit_mb=2048 -print_final_stats=1 \
-    "-artifact_prefix=$found/$target-" "$kept/$target" "tests/fuzz/corpus/$target" >"$kept/logs/$target.log" 2>&1
+    "-artifact_prefix=$found/$target-" "$kept/$target" "tests/robustness/fuzz/corpus/$target" >"$kept/logs/$target.log" 2>&1
 }
 
 echo "fuzz: ${#targets[@]} targets, $minutes min each, two at a time"
@@ -103,7 +103,7 @@ done
 # edges TARGET: "reached of all" in the sources that the target is about, by its corpus.
 edges() {
   local target=$1
-  "$build/bin/${target}_fuzz" -runs=0 -print_coverage=1 "$kept/$target" "tests/fuzz/corpus/$target" 2>&1 |
+  "$build/bin/${target}_fuzz" -runs=0 -print_coverage=1 "$kept/$target" "tests/robustness/fuzz/corpus/$target" 2>&1 |
     awk -v pattern="${sources[$target]}" '
       /COVERED_FUNC: / && $NF ~ pattern { split($5, edges, "/"); reached += edges[1]; all += edges[2] }
       END { printf "%d of %d (%d%%)", reached, all, all ? 100 * reached / all : 0 }'

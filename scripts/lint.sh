@@ -16,7 +16,7 @@ USAGE
 
 case "${1:-}" in
   format)
-    find bench examples include platform src tests tools -name '*.h' -o -name '*.cpp' -o -name '*.c' | sort | xargs clang-format --dry-run -Werror
+    find bench encoder examples include platform src tests tools -name '*.h' -o -name '*.cpp' -o -name '*.c' | sort | xargs clang-format --dry-run -Werror
     ;;
   tidy)
     [ -e "${2:?$(usage)}/compile_commands.json" ] || { echo "no compile commands in $2; build it first" >&2; exit 1; }

@@ -5,7 +5,8 @@ import hashlib
 import pathlib
 import re
 
-LISTS = pathlib.Path("tests/mutation")
+LISTS = pathlib.Path("tests/robustness/mutation")
+SOURCES = [pathlib.Path("src"), pathlib.Path("platform/com")]
 
 KINDS = ["comparison", "condition", "constant", "argument", "result", "call dropped", "assignment dropped", "reordered",
          "changed call"]
@@ -17,7 +18,7 @@ class Trouble(Exception):
 
 @dataclasses.dataclass
 class Mutant:
-    source: str  # relative to src
+    source: str  # name of a file in one of SOURCES
     kind: str
     title: str
     old: list
@@ -79,15 +80,24 @@ def read_list(path):
     return entries
 
 
+def find_source(root, name):
+    """The source of that name in a tree."""
+    for folder in SOURCES:
+        if (root / folder / name).is_file():
+            return root / folder / name
+    raise Trouble(f"there is no {name} in {' or '.join(str(folder) for folder in SOURCES)}")
+
+
 def read_lists(root):
     """All entries, after a check that each fits its source and is like no other."""
     mutants = [mutant for path in sorted((root / LISTS).glob("*.mutants")) for mutant in read_list(path)]
     seen, troubles = {}, []
     for mutant in mutants:
         try:
-            source = root / "src" / mutant.source
-            if not source.is_file():
-                raise Trouble(f"{mutant.place}: there is no src/{mutant.source}")
+            try:
+                source = find_source(root, mutant.source)
+            except Trouble as trouble:
+                raise Trouble(f"{mutant.place}: {trouble}") from None
             for key in (str(mutant), (mutant.source, mutant.apply(source.read_text()))):
                 if key in seen:
                     raise Trouble(f"{mutant.place}: the same as {seen[key]}")

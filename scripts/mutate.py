@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Makes small mistakes in src/, one at a time, and says which of them the unit tests do not notice.
 
-The mistakes are listed in tests/mutation/, one file for each source. A copy of the sources is built in BUILD once, without
+The mistakes are listed in tests/robustness/mutation/, one file for each source. A copy of the sources is built in BUILD once, without
 optimisation; then one mistake after another is made in the copy, which is built and tested again. A failure, a crash and
 a test that does not end in time all count as noticed. The work tree is never written to.
 
@@ -48,7 +48,7 @@ import time
 
 sys.dont_write_bytecode = True
 
-from mutant_list import LISTS, Trouble, read_lists, sample  # noqa: E402
+from mutant_list import LISTS, Trouble, find_source, read_lists, sample  # noqa: E402
 from mutant_report import Outcome, Progress, report, show  # noqa: E402
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
@@ -185,7 +185,7 @@ class Copy:
         return None
 
     def try_out(self, mutant):
-        file = self.tree / "src" / mutant.source
+        file = find_source(self.tree, mutant.source)
         text = file.read_text()
         file.write_text(mutant.apply(text))
         try:

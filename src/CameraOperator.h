@@ -16,13 +16,13 @@
 #include <thread>
 #include <vector>
 
-#include "ComPtr.h"
 #include "DirectShow.h"
 #include "FrameBufQueue.h"
 #include "Module.h"
 #include "MultiMediaEncoder.h"
 #include "NUVEQCameraHandler.h"
 #include "SampleGrabberCB.h"
+#include "com/ComPtr.h"
 
 // The encoder thread's entry.
 void EncodeThreadEntry();

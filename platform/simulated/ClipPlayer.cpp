@@ -1,4 +1,4 @@
-#include "ClipPlayer.h"
+#include "simulated/ClipPlayer.h"
 
 #include <array>
 #include <cerrno>

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "ClipScaler.h"
-#include "LibAv.h"
+#include "simulated/AvPointers.h"
+#include "simulated/ClipScaler.h"
 
 namespace simulated {
 

@@ -1,4 +1,4 @@
-#include "ClipScaler.h"
+#include "simulated/ClipScaler.h"
 
 #include <algorithm>
 #include <cmath>

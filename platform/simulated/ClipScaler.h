@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "LibAv.h"
+#include "simulated/AvPointers.h"
 
 namespace simulated {
 

@@ -1,4 +1,4 @@
-#include "FramePacker.h"
+#include "simulated/FramePacker.h"
 
 #include <libyuv.h>
 

@@ -8,7 +8,7 @@
 #include <span>
 #include <vector>
 
-#include "VideoFormat.h"
+#include "graph/VideoFormat.h"
 
 namespace simulated {
 

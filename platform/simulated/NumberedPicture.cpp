@@ -1,11 +1,11 @@
-#include "NumberedPicture.h"
+#include "simulated/NumberedPicture.h"
 
 #include <algorithm>
 #include <array>
 #include <stdexcept>
 
-#include "PictureGround.h"
-#include "PictureLayout.h"
+#include "simulated/PictureGround.h"
+#include "simulated/PictureLayout.h"
 
 using simulated::PictureLayout;
 using simulated::Rect;

@@ -1,10 +1,10 @@
-#include "PictureGround.h"
+#include "simulated/PictureGround.h"
 
 #include <algorithm>
 #include <array>
 #include <cmath>
 
-#include "PictureLayout.h"
+#include "simulated/PictureLayout.h"
 
 namespace simulated {
 namespace {

@@ -3,8 +3,8 @@
 #include <array>
 #include <cmath>
 
-#include "NumberedPicture.h"
-#include "PictureLayout.h"
+#include "simulated/NumberedPicture.h"
+#include "simulated/PictureLayout.h"
 
 using simulated::PictureLayout;
 using simulated::Rect;

@@ -1,12 +1,12 @@
-#include "SimulatedCamera.h"
+#include "simulated/SimulatedCamera.h"
 
 #include <algorithm>
 #include <new>
 #include <stdexcept>
 #include <utility>
 
-#include "ClipPlayer.h"
-#include "NumberedPicture.h"
+#include "simulated/ClipPlayer.h"
+#include "simulated/NumberedPicture.h"
 
 namespace simulated {
 namespace {

@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "CaptureSource.h"
-#include "FramePacker.h"
-#include "SimulatedPc.h"
+#include "graph/CaptureSource.h"
+#include "simulated/FramePacker.h"
+#include "simulated/SimulatedPc.h"
 
 namespace simulated {
 

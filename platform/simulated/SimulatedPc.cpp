@@ -1,10 +1,10 @@
-#include "SimulatedPc.h"
+#include "simulated/SimulatedPc.h"
 
 #include <stdexcept>
 
-#include "ClipPlayer.h"
-#include "PictureLayout.h"
-#include "SimulatedCamera.h"
+#include "simulated/ClipPlayer.h"
+#include "simulated/PictureLayout.h"
+#include "simulated/SimulatedCamera.h"
 
 using simulated::SimulatedCamera;
 using simulated::SimulatedDevice;

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "DeviceTree.h"
+#include "devices/DeviceProvider.h"
 
 enum class Pace {
   kRealTime,  // at the format's rate; a frame that nobody took in time comes late, none is left out

@@ -1,4 +1,4 @@
-#include "CameraHandlerTest.h"
+#include "support/CameraHandlerTest.h"
 
 CameraHandlerTest::CameraHandlerTest() = default;
 CameraHandlerTest::~CameraHandlerTest() = default;

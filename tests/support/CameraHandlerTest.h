@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "HostCallbacks.h"
-#include "LoadedLibrary.h"
-#include "PlatformTest.h"
+#include "support/HostCallbacks.h"
+#include "support/LoadedLibrary.h"
+#include "support/PlatformTest.h"
 
 class CameraHandlerTest : public PlatformTest {
  protected:

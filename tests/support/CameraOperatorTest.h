@@ -7,7 +7,7 @@
 
 #include "CameraCapabilityMgr.h"
 #include "CameraOperator.h"
-#include "PlatformTest.h"
+#include "support/PlatformTest.h"
 
 // What of the operator's state tests set or read where no sequence of calls does.
 struct CameraOperatorTestAccess {

@@ -1,4 +1,4 @@
-#include "FailingAllocations.h"
+#include "support/FailingAllocations.h"
 
 #include <dlfcn.h>
 #include <link.h>

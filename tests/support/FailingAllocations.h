@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "Persistence.h"
+#include "support/Persistence.h"
 
 // While it lives it counts the allocations of those libraries, from any thread, and fails the ones it is told
 // to: operator new throws std::bad_alloc; its forms that do not throw, and malloc, calloc and realloc, answer

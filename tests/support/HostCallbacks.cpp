@@ -1,4 +1,4 @@
-#include "HostCallbacks.h"
+#include "support/HostCallbacks.h"
 
 #include <utility>
 

@@ -1,4 +1,4 @@
-#include "PlatformTest.h"
+#include "support/PlatformTest.h"
 
 #include <chrono>
 #include <filesystem>
@@ -6,7 +6,7 @@
 #include <map>
 #include <thread>
 
-#include "HostCallbacks.h"
+#include "support/HostCallbacks.h"
 
 namespace {
 

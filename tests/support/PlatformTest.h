@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "Platform.h"
+#include "support/scripted/ScriptedPlatform.h"
 
 // Bytes of a 640x480 YUY2 frame.
 inline constexpr std::size_t kFrameSize = std::size_t{640} * 480 * 2;

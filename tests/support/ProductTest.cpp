@@ -1,4 +1,4 @@
-#include "ProductTest.h"
+#include "support/ProductTest.h"
 
 #include <algorithm>
 #include <filesystem>

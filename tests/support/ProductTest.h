@@ -9,12 +9,12 @@
 #include <string>
 #include <vector>
 
-#include "Diagnosis.h"
-#include "HostCallbacks.h"
-#include "LoadedLibrary.h"
-#include "NumberedPicture.h"
-#include "Stream.h"
-#include "WaitFor.h"
+#include "graph/StreamStats.h"
+#include "simulated/NumberedPicture.h"
+#include "support/HostCallbacks.h"
+#include "support/LoadedLibrary.h"
+#include "support/WaitFor.h"
+#include "support/video/DecodedStream.h"
 
 class ProductTest : public ::testing::Test {
  protected:

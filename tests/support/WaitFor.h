@@ -4,7 +4,7 @@
 #include <chrono>
 #include <thread>
 
-#include "HostCallbacks.h"
+#include "support/HostCallbacks.h"
 
 // True once the condition holds; false when it does not in time.
 template <typename Condition>

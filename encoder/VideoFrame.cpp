@@ -1,0 +1,44 @@
+// Raw frames.
+#include <limits>
+#include <new>
+
+#include "MultiMediaEncoder.h"
+#include "encoder/FrameLayout.h"
+
+namespace {
+
+// A cache line, and enough for every vector instruction.
+constexpr std::align_val_t kAlignment{64};
+
+}  // namespace
+
+VideoFrame::VideoFrame() = default;
+
+VideoFrame::~VideoFrame() { ReleaseBuffer(); }
+
+bool VideoFrame::AllocBuffer(std::uint32_t frameWidth, std::uint32_t frameHeight, ColorSpace layout) {
+  ReleaseBuffer();
+  const std::uint64_t bytes = encoder::FrameBytes(frameWidth, frameHeight, layout);
+  if (bytes == 0 || bytes > std::numeric_limits<std::int32_t>::max()) {
+    return false;
+  }
+  memory = ::operator new(bytes, kAlignment, std::nothrow);
+  if (memory == nullptr) {
+    return false;
+  }
+  width = frameWidth;
+  height = frameHeight;
+  colorSpace = layout;
+  data = static_cast<std::uint8_t*>(memory);
+  size = static_cast<std::uint32_t>(bytes);
+  return true;
+}
+
+void VideoFrame::ReleaseBuffer() {
+  ::operator delete(memory, kAlignment);
+  memory = nullptr;
+  data = nullptr;
+  size = 0;
+  width = 0;
+  height = 0;
+}

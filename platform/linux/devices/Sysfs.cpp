@@ -1,0 +1,105 @@
+// The system's own calls: streams and the standard library's folders take a want of memory for the end of a
+// file or of a folder, or end the process.
+#include "devices/Sysfs.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <memory>
+#include <new>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// The kernel hands out no more than that for a file here.
+constexpr std::size_t kMostBytes = 4096;
+
+struct CloseFolder {
+  void operator()(DIR* folder) const { closedir(folder); }
+};
+
+struct FreeText {
+  void operator()(char* text) const { std::free(text); }
+};
+
+void ThrowWithoutMemory() {
+  if (errno == ENOMEM) {
+    throw std::bad_alloc();
+  }
+}
+
+class OpenFile {
+ public:
+  explicit OpenFile(const fs::path& file) : m_descriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC)) {
+    if (m_descriptor < 0) {
+      ThrowWithoutMemory();
+    }
+  }
+  OpenFile(const OpenFile&) = delete;
+  OpenFile& operator=(const OpenFile&) = delete;
+  ~OpenFile() {
+    if (m_descriptor >= 0) {
+      close(m_descriptor);
+    }
+  }
+  // Bytes read; none at the end and when the file cannot be read.
+  std::size_t Read(char* to, std::size_t size) const {
+    ssize_t count = -1;
+    do {
+      count = read(m_descriptor, to, size);
+    } while (count < 0 && errno == EINTR);
+    if (count < 0) {
+      ThrowWithoutMemory();
+      return 0;
+    }
+    return static_cast<std::size_t>(count);
+  }
+
+ private:
+  int m_descriptor;
+};
+
+}  // namespace
+
+std::string ReadSysfsLine(const fs::path& file) {
+  const OpenFile opened(file);
+  std::array<char, kMostBytes> text{};
+  std::size_t size = 0;
+  for (std::size_t count = 1; count > 0 && size < text.size(); size += count) {
+    count = opened.Read(text.data() + size, text.size() - size);
+  }
+  return {text.begin(), std::find(text.begin(), text.begin() + size, '\n')};
+}
+
+std::vector<fs::path> SysfsEntries(const fs::path& folder) {
+  std::vector<fs::path> entries;
+  const std::unique_ptr<DIR, CloseFolder> opened(opendir(folder.c_str()));
+  if (opened == nullptr) {
+    ThrowWithoutMemory();
+    return entries;
+  }
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): safe on a stream that nobody else has
+  while (const dirent* const entry = readdir(opened.get())) {
+    const fs::path name(entry->d_name);
+    if (name != "." && name != "..") {
+      entries.push_back(folder / name);
+    }
+  }
+  std::sort(entries.begin(), entries.end());
+  return entries;
+}
+
+fs::path SysfsPlaceOf(const fs::path& path) {
+  const std::unique_ptr<char, FreeText> place(realpath(path.c_str(), nullptr));
+  if (place == nullptr) {
+    ThrowWithoutMemory();
+    return {};
+  }
+  return place.get();
+}

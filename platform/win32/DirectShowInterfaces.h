@@ -1,0 +1,119 @@
+// DirectShow for systems that do not bring it: the interfaces that the library calls, and of each only the
+// methods that it calls. See ComInterfaces.h for the rules on references and threads.
+#pragma once
+
+#include "win32/ComInterfaces.h"
+#include "win32/MediaTypes.h"
+
+struct IBaseFilter;
+
+enum PIN_DIRECTION { PINDIR_INPUT = 0, PINDIR_OUTPUT = 1 };
+
+struct PIN_INFO {
+  IBaseFilter* pFilter;  // carries a reference of the receiver's
+  PIN_DIRECTION dir;
+  WCHAR achName[128];
+};
+
+// Makes the enumerator of a device category: S_FALSE and null for an empty one.
+struct ICreateDevEnum : IUnknown {
+  virtual HRESULT STDMETHODCALLTYPE CreateClassEnumerator(REFCLSID category, IEnumMoniker** enumerator,
+                                                          DWORD flags) = 0;
+};
+
+struct IEnumMediaTypes : IUnknown {
+  // Hands out media types in task memory, structure and format block.
+  virtual HRESULT STDMETHODCALLTYPE Next(ULONG count, AM_MEDIA_TYPE** types, ULONG* fetched) = 0;
+};
+
+struct IPin : IUnknown {
+  virtual HRESULT STDMETHODCALLTYPE QueryPinInfo(PIN_INFO* info) = 0;
+  virtual HRESULT STDMETHODCALLTYPE QueryDirection(PIN_DIRECTION* direction) = 0;
+  virtual HRESULT STDMETHODCALLTYPE EnumMediaTypes(IEnumMediaTypes** enumerator) = 0;
+};
+
+struct IEnumPins : IUnknown {
+  virtual HRESULT STDMETHODCALLTYPE Next(ULONG count, IPin** pins, ULONG* fetched) = 0;
+};
+
+struct IBaseFilter : IUnknown {
+  virtual HRESULT STDMETHODCALLTYPE EnumPins(IEnumPins** enumerator) = 0;
+};
+
+// On an output pin that is not connected: what it is to deliver.
+struct IAMStreamConfig : IUnknown {
+  virtual HRESULT STDMETHODCALLTYPE SetFormat(AM_MEDIA_TYPE* type) = 0;
+  // The current format in task memory, structure and format block.
+  virtual HRESULT STDMETHODCALLTYPE GetFormat(AM_MEDIA_TYPE** type) = 0;
+};
+
+struct IFilterGraph : IUnknown {
+  // The graph takes a reference of its own. A null name lets the graph invent one; a null filter is
+  // E_POINTER.
+  virtual HRESULT STDMETHODCALLTYPE AddFilter(IBaseFilter* filter, LPCOLESTR name) = 0;
+};
+
+struct IGraphBuilder : IFilterGraph {
+  // Connects the two, through transform filters where their types differ.
+  virtual HRESULT STDMETHODCALLTYPE Connect(IPin* output, IPin* input) = 0;
+};
+
+struct IMediaControl : IUnknown {
+  virtual HRESULT STDMETHODCALLTYPE Run() = 0;
+  // Returns after the last callback of the graph's filters has returned.
+  virtual HRESULT STDMETHODCALLTYPE Stop() = 0;
+};
+
+struct IMediaEvent : IUnknown {
+  // Waits for the graph's completion, at most timeout milliseconds (-1: for ever). S_OK with the event's
+  // code when the graph has completed, also once it has been stopped since; E_ABORT after the time-out;
+  // VFW_E_WRONG_STATE when it has not completed and does not run.
+  virtual HRESULT STDMETHODCALLTYPE WaitForCompletion(LONG timeout, LONG* eventCode) = 0;
+};
+
+// A frame as a sample grabber's callback gets it, valid during the call only.
+struct IMediaSample : IUnknown {
+  virtual HRESULT STDMETHODCALLTYPE GetPointer(BYTE** data) = 0;
+  // Bytes.
+  virtual LONG STDMETHODCALLTYPE GetActualDataLength() = 0;
+};
+
+// The sample grabber's callback object. Called on the graph's streaming thread.
+struct ISampleGrabberCB : IUnknown {
+  virtual HRESULT STDMETHODCALLTYPE SampleCB(double sampleTime, IMediaSample* sample) = 0;
+  // buffer holds bufferLen bytes, valid during the call only.
+  virtual HRESULT STDMETHODCALLTYPE BufferCB(double sampleTime, BYTE* buffer, LONG bufferLen) = 0;
+};
+
+// A filter that shows the samples passing through it.
+struct ISampleGrabber : IUnknown {
+  // TRUE: the first sample completes the graph.
+  virtual HRESULT STDMETHODCALLTYPE SetOneShot(BOOL oneShot) = 0;
+  // The media type that its input pin accepts; a field left zero accepts anything.
+  virtual HRESULT STDMETHODCALLTYPE SetMediaType(const AM_MEDIA_TYPE* type) = 0;
+  virtual HRESULT STDMETHODCALLTYPE SetBufferSamples(BOOL bufferThem) = 0;
+  // Which method is called: 0 SampleCB, 1 BufferCB. The grabber takes a reference.
+  virtual HRESULT STDMETHODCALLTYPE SetCallback(ISampleGrabberCB* callback, LONG whichMethod) = 0;
+};
+
+constexpr CLSID CLSID_SystemDeviceEnum{
+    0x62BE5D10, 0x60EB, 0x11D0, {0xBD, 0x3B, 0x00, 0xA0, 0xC9, 0x11, 0xCE, 0x86}};
+constexpr CLSID CLSID_VideoInputDeviceCategory{
+    0x860BB310, 0x5D01, 0x11D0, {0xBD, 0x3B, 0x00, 0xA0, 0xC9, 0x11, 0xCE, 0x86}};
+constexpr CLSID CLSID_FilterGraph{
+    0xE436EBB3, 0x524F, 0x11CE, {0x9F, 0x53, 0x00, 0x20, 0xAF, 0x0B, 0xA7, 0x70}};
+constexpr CLSID CLSID_SampleGrabber{
+    0xC1F400A0, 0x3F08, 0x11D3, {0x9F, 0x0B, 0x00, 0x60, 0x08, 0x03, 0x9E, 0x37}};
+
+constexpr IID IID_ICreateDevEnum{
+    0x29840822, 0x5B84, 0x11D0, {0xBD, 0x3B, 0x00, 0xA0, 0xC9, 0x11, 0xCE, 0x86}};
+constexpr IID IID_IBaseFilter{0x56A86895, 0x0AD4, 0x11CE, {0xB0, 0x3A, 0x00, 0x20, 0xAF, 0x0B, 0xA7, 0x70}};
+constexpr IID IID_IGraphBuilder{0x56A868A9, 0x0AD4, 0x11CE, {0xB0, 0x3A, 0x00, 0x20, 0xAF, 0x0B, 0xA7, 0x70}};
+constexpr IID IID_IMediaControl{0x56A868B1, 0x0AD4, 0x11CE, {0xB0, 0x3A, 0x00, 0x20, 0xAF, 0x0B, 0xA7, 0x70}};
+constexpr IID IID_IMediaEvent{0x56A868B6, 0x0AD4, 0x11CE, {0xB0, 0x3A, 0x00, 0x20, 0xAF, 0x0B, 0xA7, 0x70}};
+constexpr IID IID_IAMStreamConfig{
+    0xC6E13340, 0x30AC, 0x11D0, {0xA1, 0x8C, 0x00, 0xA0, 0xC9, 0x11, 0x89, 0x56}};
+constexpr IID IID_ISampleGrabber{
+    0x6B652FFF, 0x11FE, 0x4FCE, {0x92, 0xAD, 0x02, 0x66, 0xB5, 0xD7, 0xC7, 0x8F}};
+constexpr IID IID_ISampleGrabberCB{
+    0x0579154A, 0x2B53, 0x4994, {0xB0, 0xD0, 0xE7, 0x73, 0x14, 0x8E, 0xFF, 0x85}};

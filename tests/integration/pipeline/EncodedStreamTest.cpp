@@ -1,0 +1,182 @@
+// From the grabber's callback to decoded pictures: the library with the real encoder, over a scripted camera.
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+#include "support/CameraHandlerTest.h"
+#include "support/video/DecodedStream.h"
+
+namespace {
+
+constexpr std::uint32_t kWidth = 320;
+constexpr std::uint32_t kHeight = 240;
+
+// A test card with its number along the middle, in blocks that survive compression.
+Painter NumberedCard(std::uint32_t number) {
+  const Painter card = TestCard(kWidth, kHeight);
+  return [=](std::uint32_t x, std::uint32_t y) -> Rgb {
+    constexpr std::uint32_t kBlock = 20;
+    constexpr std::uint32_t kBits = 8;
+    const std::uint32_t middle = kHeight / 2 - kBlock / 2;
+    if (y < middle || y >= middle + kBlock || x < kBlock || x >= kBlock * (kBits + 1)) {
+      return card(x, y);
+    }
+    const bool set = ((number >> (x / kBlock - 1)) & 1U) != 0;
+    return set ? Rgb{255, 255, 255} : Rgb{0, 0, 0};
+  };
+}
+
+std::uint32_t ReadNumber(const Yuv& picture) {
+  std::uint32_t number = 0;
+  constexpr int kThreshold = 126;
+  for (std::uint32_t bit = 0; bit < 8; ++bit) {
+    const std::size_t place = std::size_t{kHeight / 2} * picture.width + std::size_t{20} * (bit + 1) + 10;
+    number |= picture.y[place] > kThreshold ? 1U << bit : 0U;
+  }
+  return number;
+}
+
+struct Format {
+  const char* name;
+  GUID subType;
+  ColorSpace layout;  // of the frames that the grabber delivers
+};
+
+void PrintTo(const Format& format, std::ostream* out) { *out << format.name; }
+
+class Pipeline : public CameraHandlerTest, public ::testing::WithParamInterface<Format> {
+ protected:
+  // Opens a camera of the format, delivers numbered cards and answers their packets.
+  std::vector<Bytes> Record(std::uint32_t frames) {
+    platform.SetPc(scripted::LaptopPc({scripted::OfSubType(GetParam().subType, kWidth, kHeight, 30)}));
+    QueryAndRelease();
+    ExpectFormatLeft();
+    EXPECT_EQ(Open("0", kWidth, kHeight, 30), 0);
+    for (std::uint32_t number = 0; number < frames; ++number) {
+      EXPECT_TRUE(
+          platform.DeliverFrame(PaintFrame(NumberedCard(number), kWidth, kHeight, GetParam().layout)));
+    }
+    EXPECT_TRUE(host.WaitForPackets(frames));
+    EXPECT_EQ(Close(), 1);
+    std::vector<Bytes> packets;
+    for (const Packet& packet : host.Packets()) {
+      EXPECT_EQ(packet.id, "0");
+      EXPECT_EQ(packet.reserved, 1);
+      packets.push_back(packet.bytes);
+    }
+    return packets;
+  }
+};
+
+TEST_P(Pipeline, EveryFrameArrivesInOrderUprightAndInItsColours) {
+  constexpr std::uint32_t kFrames = 200;
+  const std::vector<Bytes> packets = Record(kFrames);
+  ASSERT_EQ(packets.size(), kFrames);
+  for (std::uint32_t i = 0; i < kFrames; ++i) {
+    EXPECT_EQ(IsKeyFrame(packets[i]), i % 150 == 0) << i;
+  }
+  const Decoded decoded = Decode(packets);
+  EXPECT_EQ(decoded.errors, 0);
+  ASSERT_EQ(decoded.pictures.size(), kFrames);
+  for (std::uint32_t i = 0; i < kFrames; ++i) {
+    EXPECT_EQ(ReadNumber(decoded.pictures[i]), i);
+  }
+  const Yuv wanted = PaintYuv(NumberedCard(kFrames - 1), kWidth, kHeight);
+  EXPECT_GT(Psnr(decoded.pictures.back().y, wanted.y), 34);
+  EXPECT_GT(Psnr(decoded.pictures.back().u, wanted.u), 30);
+  EXPECT_GT(Psnr(decoded.pictures.back().v, wanted.v), 30);
+}
+
+TEST_P(Pipeline, OpensAgainWithAFreshStream) {
+  for (int round = 0; round < 3; ++round) {
+    host.Reset();
+    const std::vector<Bytes> packets = Record(5);
+    ASSERT_EQ(packets.size(), 5U);
+    EXPECT_TRUE(IsKeyFrame(packets[0]));
+    const Decoded decoded = Decode(packets);
+    EXPECT_EQ(decoded.errors, 0);
+    EXPECT_EQ(decoded.pictures.size(), 5U);
+  }
+}
+
+TEST_P(Pipeline, SizeBeyondTheEncoderIsRefused) {
+  platform.SetPc(scripted::LaptopPc({scripted::OfSubType(GetParam().subType, 8, 8, 30)}));
+  QueryAndRelease();
+  EXPECT_EQ(Open("0", 8, 8, 30), -1004);
+  EXPECT_THAT(LogLines(), ::testing::Contains(ErrorLine(537,
+                                                        "[CameraOperator]init video encoder failed"
+                                                        "(CameraOperator::InitVideoEncoder)")));
+}
+
+// What a decoder that has nothing to do with the encoder makes of a stream; a warning counts as an error.
+Decoded DecodeWithFfmpeg(const std::vector<Bytes>& packets) {
+  std::string folder = (std::filesystem::temp_directory_path() / "nuveq-pipeline-XXXXXX").string();
+  if (mkdtemp(folder.data()) == nullptr) {
+    return {{}, 1};
+  }
+  std::ofstream stream(folder + "/in.h264", std::ios::binary);
+  for (const Bytes& packet : packets) {
+    stream.write(reinterpret_cast<const char*>(packet.data()), static_cast<std::streamsize>(packet.size()));
+  }
+  stream.close();
+  const std::string command = "cd " + folder + " && " + NUVEQ_FFMPEG +
+                              " -v warning -i in.h264 -f rawvideo -pix_fmt yuv420p out.yuv </dev/null 2>log";
+  Decoded decoded;
+  decoded.errors += std::system(command.c_str()) != 0 ? 1 : 0;  // NOLINT(concurrency-mt-unsafe,cert-env33-c)
+  decoded.errors += std::filesystem::file_size(folder + "/log") != 0 ? 1 : 0;
+  std::ifstream pictures(folder + "/out.yuv", std::ios::binary);
+  constexpr std::size_t kLuma = std::size_t{kWidth} * kHeight;
+  for (;;) {
+    Yuv picture{kWidth, kHeight, Bytes(kLuma), Bytes(kLuma / 4), Bytes(kLuma / 4)};
+    for (Bytes* const plane : {&picture.y, &picture.u, &picture.v}) {
+      pictures.read(reinterpret_cast<char*>(plane->data()), static_cast<std::streamsize>(plane->size()));
+    }
+    if (!pictures) {
+      break;
+    }
+    decoded.pictures.push_back(std::move(picture));
+  }
+  std::filesystem::remove_all(folder);
+  return decoded;
+}
+
+TEST_P(Pipeline, StreamDecodesInFfmpegFromEveryKeyFrameOn) {
+  constexpr std::uint32_t kFrames = 200;
+  const std::vector<Bytes> packets = Record(kFrames);
+  for (const std::uint32_t start : {0U, 150U}) {
+    const Decoded decoded = DecodeWithFfmpeg({packets.begin() + start, packets.end()});
+    EXPECT_EQ(decoded.errors, 0);
+    ASSERT_EQ(decoded.pictures.size(), kFrames - start);
+    for (std::uint32_t i = 0; i < decoded.pictures.size(); ++i) {
+      EXPECT_EQ(ReadNumber(decoded.pictures[i]), start + i);
+    }
+    const Yuv wanted = PaintYuv(NumberedCard(kFrames - 1), kWidth, kHeight);
+    EXPECT_GT(Psnr(decoded.pictures.back().y, wanted.y), 34);
+    EXPECT_GT(Psnr(decoded.pictures.back().u, wanted.u), 30);
+    EXPECT_GT(Psnr(decoded.pictures.back().v, wanted.v), 30);
+  }
+}
+
+// The encoder's library goes after the camera's: it is still at work while this one is torn down.
+TEST_P(Pipeline, ProcessMayExitWithFramesFlowing) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const auto exitWithFramesFlowing = [&] {
+    platform.SetPc(scripted::LaptopPc({scripted::OfSubType(GetParam().subType, kWidth, kHeight, 30)}));
+    QueryAndRelease();
+    const std::vector<std::uint8_t> frame = PaintFrame(NumberedCard(1), kWidth, kHeight, GetParam().layout);
+    platform.SetStreaming({true, [=](std::uint64_t) { return std::vector<std::uint8_t>(frame); }});
+    platform.SetRecording(false);
+    EXPECT_EQ(Open("0", kWidth, kHeight, 30), 0);
+    EXPECT_TRUE(host.WaitForPackets(20));
+    platform.DisposeOf("current media type");
+    std::exit(EXIT_SUCCESS);  // NOLINT(concurrency-mt-unsafe): how an exit meets the threads is the matter
+  };
+  EXPECT_EXIT(exitWithFramesFlowing(), ::testing::ExitedWithCode(EXIT_SUCCESS), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, Pipeline,
+                         ::testing::Values(Format{"Yuy2", MEDIASUBTYPE_YUY2, ColorSpace::kYuy2},
+                                           Format{"Mjpg", MEDIASUBTYPE_MJPG, ColorSpace::kArgb32}),
+                         [](const auto& tested) { return std::string(tested.param.name); });
+
+}  // namespace

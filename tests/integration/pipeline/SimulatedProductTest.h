@@ -1,0 +1,27 @@
+// The fixture of tests with the whole product over a simulated PC.
+#pragma once
+
+#include "simulated/SimulatedPc.h"
+#include "support/ProductTest.h"
+
+// Formats of a camera that offers one picture size, or several, in one layout.
+std::vector<VideoFormat> FormatsOf(std::uint32_t fourCc, std::uint32_t width, std::uint32_t height,
+                                   std::uint32_t fps);
+
+// The laptop whose camera offers these.
+SimulatedPcSettings Laptop(Pace pace = Pace::kUnpaced,
+                           std::vector<VideoFormat> formats = LaptopCameraFormats());
+
+class SimulatedCameraTest : public ProductTest {
+ protected:
+  // The laptop, unpaced, unless a test plugs in another PC before its first call.
+  void SetUp() override;
+  void TearDown() override;
+
+  void UsePc(const SimulatedPcSettings& settings);
+  void UseFormats(std::vector<VideoFormat> formats);
+  SimulatedPc& Pc() { return *m_pc; }
+
+ private:
+  std::shared_ptr<SimulatedPc> m_pc;
+};

@@ -1,0 +1,17 @@
+// Linked into the example program, puts the simulated PC in the place of the machine's devices.
+#include <cstdlib>
+#include <string_view>
+
+#include "simulated/SimulatedPc.h"
+
+namespace {
+
+const bool kIsInUse = [] {
+  SimulatedPcSettings settings;
+  const char* const wanted = std::getenv("NUVEQ_TEST_PC");  // NOLINT(concurrency-mt-unsafe): before main
+  settings.hasBuiltInCamera = wanted == nullptr || std::string_view(wanted) != "without a camera";
+  UseDeviceTree(std::make_shared<SimulatedPc>(settings));
+  return true;
+}();
+
+}  // namespace

@@ -1,0 +1,63 @@
+// Looks at every picture of a decoded stream: the numbered picture, in order from number 0, upright and in
+// its colours.
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "simulated/NumberedPicture.h"
+
+namespace {
+
+// Upside down or with colours swapped it is above a hundred.
+constexpr double kGreatestColourError = 12;
+
+struct Stream {
+  std::uint32_t width;
+  std::uint32_t height;
+  std::uint32_t pictures;
+};
+
+// What is wrong with the picture; empty when nothing is.
+std::string Complaint(const std::vector<std::uint8_t>& picture, const Stream& stream, std::uint32_t number) {
+  const std::size_t luma = std::size_t{stream.width} * stream.height;
+  const auto seen = ReadFrameNumber(picture.data(), stream.width, stream.width, stream.height);
+  if (seen != number) {
+    return "shows " + (seen ? "number " + std::to_string(*seen) : "no number");
+  }
+  const double error = CornerColourError(picture.data(), picture.data() + luma,
+                                         picture.data() + luma + luma / 4, stream.width, stream.height);
+  return error < kGreatestColourError ? "" : "has its colours wrong by " + std::to_string(error);
+}
+
+int Check(std::istream& in, const Stream& stream) {
+  std::vector<std::uint8_t> picture(std::size_t{stream.width} * stream.height * 3 / 2);
+  std::uint32_t number = 0;
+  while (in.read(reinterpret_cast<char*>(picture.data()), static_cast<std::streamsize>(picture.size()))) {
+    if (const std::string complaint = Complaint(picture, stream, number); !complaint.empty()) {
+      std::printf("picture %u %s\n", number, complaint.c_str());
+      return EXIT_FAILURE;
+    }
+    ++number;
+  }
+  if (in.gcount() != 0 || number != stream.pictures || number == 0) {
+    std::printf("%u pictures of %u packets, then %lld bytes\n", number, stream.pictures,
+                static_cast<long long>(in.gcount()));
+    return EXIT_FAILURE;
+  }
+  std::printf("%u pictures of %ux%u, each in its place\n", number, stream.width, stream.height);
+  return EXIT_SUCCESS;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 5) {
+    std::puts("usage: read_pictures FILE.yuv WIDTH HEIGHT PICTURES");
+    return EXIT_FAILURE;
+  }
+  std::ifstream in(argv[1], std::ios::binary);
+  const auto number = [](const char* text) { return static_cast<std::uint32_t>(std::stoul(text)); };
+  return Check(in, {number(argv[2]), number(argv[3]), number(argv[4])});
+}

@@ -1,0 +1,61 @@
+// What the encoder library does beside encoding, for an instruction counter: frames into planes, packets.
+#include <libyuv.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+#include "encoder/I420Converter.h"
+#include "encoder/PacketMemory.h"
+
+namespace {
+
+constexpr std::uint32_t kWidth = 640;
+constexpr std::uint32_t kHeight = 480;
+
+bool Convert(ColorSpace layout, int frames) {
+  VideoFrame frame;
+  if (!frame.AllocBuffer(kWidth, kHeight, layout)) {
+    return false;
+  }
+  std::memset(frame.data, 1, frame.size);
+  encoder::PictureConverter converter(kWidth, kHeight, layout);
+  for (int i = 0; i < frames; ++i) {
+    converter.Convert(frame.data);
+  }
+  return true;
+}
+
+// What the receiver of a packet never sees: its memory. That of the first one is made, the others' is its.
+bool PassPackets(int packets) {
+  constexpr std::uint32_t kBytes = 6400;
+  for (int i = 0; i < packets; ++i) {
+    AVEncodePacket packet;
+    if (!encoder::Reserve(packet, kBytes)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+bool Run(std::string_view what, int times) {
+  if (what == "packet") {
+    return PassPackets(times);
+  }
+  return Convert(what == "yuy2" ? ColorSpace::kYuy2 : ColorSpace::kArgb32, times);
+}
+
+}  // namespace
+
+// encoder_library_cost yuy2|argb32|packet TIMES
+int main(int argc, char** argv) {
+  if (argc != 3) {
+    std::fputs("usage: encoder_library_cost yuy2|argb32|packet TIMES\n", stderr);
+    return 2;
+  }
+  // The pixel library has rows for every kind of processor; these are those that every one of the last
+  // fifteen years has.
+  libyuv::MaskCpuFlags(libyuv::kCpuHasX86 | libyuv::kCpuHasSSE2 | libyuv::kCpuHasSSSE3);
+  return Run(argv[1], std::atoi(argv[2])) ? 0 : 1;
+}

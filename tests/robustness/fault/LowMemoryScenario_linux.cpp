@@ -1,0 +1,192 @@
+#include "LowMemoryScenario.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+
+#include "support/PlatformTest.h"
+
+namespace {
+
+constexpr unsigned kBuffers = 5;
+
+const std::string kPacketDone = "AVEncodePacket::~AVEncodePacket";
+
+// What the file is called up to its first dot.
+std::string LibraryName() {
+  const std::string file = NUVEQ_LIBRARY_FILE;
+  return file.substr(0, file.find('.'));
+}
+
+std::vector<std::string> AliveButPackets() {
+  std::vector<std::string> labels = scripted::Platform::Get().Alive();
+  std::erase(labels, "packet");
+  return labels;
+}
+
+}  // namespace
+
+LittleMemoryCourse::LittleMemoryCourse(Faults& faults)
+    : PlayedCourse(faults, {}),
+      m_allocations(FailingAllocations::InLibraries({LibraryName()})),
+      m_faults(faults) {}
+
+void LittleMemoryCourse::BeginToFail(std::uint64_t number, Persistence persistence) {
+  m_number = number;
+  m_persistence = persistence;
+  if (IsLoaded()) {
+    m_allocations.FailNth(m_number, m_persistence);
+  }
+}
+
+void LittleMemoryCourse::FailNothing() {
+  m_number = 0;
+  m_allocations.FailNothing();
+}
+
+void LittleMemoryCourse::Load() {
+  LoadTheLibrary();
+  if (m_number != 0) {
+    m_allocations.FailNth(m_number, m_persistence);
+  }
+  const int result = RegisterCallbacks();
+  m_isRegistered = result == 0;
+  if (!HasFailed()) {
+    EXPECT_EQ(result, 0);
+  } else if (!m_isRegistered) {
+    EXPECT_EQ(result, -2);
+  }
+}
+
+bool LittleMemoryCourse::IsCameraOpen() const {
+  const std::vector<std::string> trace = Trace();
+  return IsLoaded() && LatestResult("close") == kNotCalled &&
+         std::find(trace.begin(), trace.end(), "open answers 0") != trace.end();
+}
+
+void LittleMemoryCourse::TakeStep(const std::string& function, const std::function<void()>& call) {
+  std::vector<std::string> before = AliveButPackets();
+  call();
+  const scripted::Platform& platform = scripted::Platform::Get();
+  const bool hasOperator = platform.CallCount("CoInitialize") != platform.CallCount("CoUninitialize");
+  m_steps.push_back({function, LatestResult(function), std::move(before), AliveButPackets(), hasOperator});
+}
+
+void LittleMemoryCourse::Query() {
+  TakeStep("query", [this] { PlayedCourse::Query(); });
+}
+
+void LittleMemoryCourse::Open() {
+  TakeStep("open", [this] { PlayedCourse::Open(); });
+}
+
+void LittleMemoryCourse::Close() {
+  TakeStep("close", [this] { PlayedCourse::Close(); });
+}
+
+bool LittleMemoryCourse::HasToClose() const {
+  bool hasTo = false;
+  for (const Step& step : m_steps) {
+    if (step.function == "close") {
+      hasTo = false;
+    } else if (step.function == "open" && step.result != -1004) {
+      hasTo = true;
+    }
+  }
+  return hasTo;
+}
+
+void LittleMemoryCourse::Recover() {
+  bool isFresh = !IsLoaded();
+  if (!isFresh) {
+    Release();
+    if (HasToClose()) {
+      Close();
+      const std::vector<std::string>& left = m_steps.back().after;
+      if (std::find(left.begin(), left.end(), "frame") != left.end()) {
+        // Without a graph there was nothing for the close to work on.
+        Unload();
+        isFresh = true;
+      }
+    }
+  }
+  if (isFresh) {
+    Load();
+  }
+  if (!m_isRegistered) {
+    EXPECT_EQ(RegisterCallbacks(), 0);
+  }
+  if (isFresh || LatestResult("query") != 0) {
+    Query();
+    EXPECT_EQ(LatestResult("query"), 0);
+    Release();
+  }
+  const std::uint64_t packets = HostCallbacks::Get().PacketCount();
+  Open();
+  EXPECT_EQ(LatestResult("open"), 0);
+  DeliverFrames(1);
+  EXPECT_EQ(HostCallbacks::Get().PacketCount(), packets + 1);
+  Close();
+  EXPECT_EQ(LatestResult("close"), 1);
+  Unload();
+}
+
+void LittleMemoryCourse::DeliverFrames(unsigned count) {
+  if (LatestResult("open") != 0) {
+    // Nobody takes them out of the pool, if they get there at all.
+    for (unsigned i = 0; i < kBuffers; ++i) {
+      scripted::Platform::Get().DeliverFrame(SmallFrame());
+    }
+    return;
+  }
+  for (unsigned i = 0; i < count; ++i) {
+    const std::uint64_t packets = m_faults.Calls(kPacketDone);
+    const std::uint64_t failures = m_allocations.Failures();
+    ASSERT_TRUE(scripted::Platform::Get().DeliverFrame(SmallFrame()));
+    ++m_deliveredFrames;
+    ASSERT_TRUE(WaitUntil(
+        [&] { return m_faults.Calls(kPacketDone) > packets || m_allocations.Failures() != failures; }));
+  }
+}
+
+void LittleMemoryCourse::ExpectWholePool() const {
+  WaitForRest();
+  Gate gate;
+  HostCallbacks::Get().InData([&](const Packet&) { EXPECT_TRUE(gate.Wait()); });
+  // One frame is given back before its packet is sent; then there is room for as many as there are buffers.
+  std::atomic<unsigned> delivered = 0;
+  std::thread camera([&] {
+    while (delivered < kBuffers + 1) {
+      EXPECT_TRUE(scripted::Platform::Get().DeliverFrame(SmallFrame()));
+      ++delivered;
+    }
+  });
+  EXPECT_TRUE(WaitUntil([&] { return delivered == kBuffers + 1; })) << "a buffer has not come back";
+  gate.Open();
+  camera.join();
+  WaitForRest();
+}
+
+void LittleMemoryCourse::WaitForRest() const {
+  constexpr std::uint8_t kMark = 2;
+  std::atomic<bool> hasCome = false;
+  HostCallbacks::Get().InData([&](const Packet& packet) { hasCome = packet.bytes.front() == kMark; });
+  // The frames before it are through when it is.
+  EXPECT_TRUE(scripted::Platform::Get().DeliverFrame(Frame(SmallFrame().size(), kMark)));
+  EXPECT_TRUE(WaitUntil([&] {
+    return hasCome && m_faults.Calls("AVEncodePacket::AVEncodePacket") == m_faults.Calls(kPacketDone);
+  }));
+  HostCallbacks::Get().InData(nullptr);
+}
+
+int LittleMemoryCourse::LatestResult(const std::string& function) const {
+  const std::string prefix = function + " answers ";
+  int result = kNotCalled;
+  for (const std::string& event : Trace()) {
+    if (event.starts_with(prefix)) {
+      result = std::stoi(event.substr(prefix.size()));
+    }
+  }
+  return result;
+}

@@ -1,0 +1,184 @@
+#include "RecordedRun.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+
+#include "support/NoThreads.h"
+#include "support/PlatformTest.h"
+
+namespace {
+
+using scripted::Platform;
+
+constexpr int kError = 40000;
+
+// The functions whose lines in the log are those of the source.
+bool HasRealLine(const std::string& text) {
+  static const std::array<std::string, 7> functions = {
+      "OpenCamera",     "InitCameraBasicInfo", "AddDeviceFilter",    "AddSampleGrabberFilter",
+      "QueryFilterPin", "SetCameraFormat",     "ConfigSampleGrabber"};
+  return std::any_of(functions.begin(), functions.end(), [&](const std::string& function) {
+    return text.ends_with("(CameraOperator::" + function + ")");
+  });
+}
+
+std::string Describe(const scripted::LogLine& log) {
+  const std::string text(log.text.begin(), log.text.end());
+  std::string line = log.level == kError ? "ERROR " : "WARN ";
+  line += log.file;
+  if (!HasRealLine(text)) {
+    line += ":" + std::to_string(log.line);
+  }
+  return line + " " + text;
+}
+
+std::string Describe(const NUVEQCameraCapabilities& record) {
+  EXPECT_EQ(record.abilityNum, 1U);
+  EXPECT_EQ(record.abilities->abilityFlag, 1U);
+  std::string text = ", id \"" + std::string(record.id, record.idLen) + "\"";
+  for (std::uint32_t i = 0; i < record.abilities->fpsRangeNum; ++i) {
+    text += ", " + std::to_string(record.abilities->fpsRanges[i].minimum);
+  }
+  for (std::uint32_t i = 0; i < record.abilities->resolutionNum; ++i) {
+    const NUVEQResolution& size = record.abilities->resolutions[i];
+    text += ", " + std::to_string(size.width) + "x" + std::to_string(size.height);
+  }
+  return text;
+}
+
+const std::string kPacketDestroyed = "AVEncodePacket::~AVEncodePacket";
+
+}  // namespace
+
+std::vector<std::uint8_t> SmallFrame() { return Frame(std::size_t{kWidth} * kHeight, 1); }
+
+PlayedCourse::PlayedCourse(Faults& faults, const std::vector<FrameFate>& fates)
+    : m_faults(faults), m_fates(fates.begin(), fates.end()) {
+  m_platform.Reset(scripted::LaptopPc(ExpectedCourse::BuiltInTypes()));
+  m_platform.Decide([this](const std::string& operation) { return m_faults.At(operation); });
+  HostCallbacks::Get().Reset();
+  HostCallbacks::Get().TellTo([](const std::string& report) { Platform::Get().Note(report); });
+  HostCallbacks::Get().InData(
+      [](const Packet& packet) { Platform::Get().Note(DescribePacket(packet.bytes.size())); });
+}
+
+PlayedCourse::~PlayedCourse() {
+  LetHeldUpFrameGo();
+  m_platform.Decide(nullptr);
+}
+
+void PlayedCourse::Load() {
+  LoadTheLibrary();
+  EXPECT_EQ(RegisterCallbacks(), 0);
+}
+
+void PlayedCourse::LoadTheLibrary() {
+  m_library = std::make_unique<LoadedLibrary>(NUVEQ_LIBRARY_FILE);
+  ASSERT_EQ(m_library->Error(), "");
+  ASSERT_EQ(m_library->GetCameraHandler(&m_handler), 0);
+}
+
+int PlayedCourse::RegisterCallbacks() const {
+  if (const int result = m_handler.RegisterSendDataCallback(nullptr, 0, &HostCallbacks::OnData);
+      result != 0) {
+    return result;
+  }
+  const NUVEQServiceListener listener{&HostCallbacks::OnStatus, &HostCallbacks::OnAction};
+  return m_handler.RegisterServiceListener(&listener);
+}
+
+void PlayedCourse::Answered(const std::string& function, int result) {
+  m_platform.Note(function + " answers " + std::to_string(result));
+}
+
+void PlayedCourse::Query() {
+  m_records = nullptr;
+  m_recordCount = kNoCount;
+  const int result = m_handler.GetCapability(&m_records, &m_recordCount);
+  Answered("query", result);
+  if (result != 0) {
+    // It may point at released memory.
+    m_records = nullptr;
+  }
+  m_platform.Note("count " + std::to_string(m_recordCount) +
+                  (m_records == nullptr ? std::string() : Describe(*m_records)));
+}
+
+void PlayedCourse::Release() {
+  if (m_records != nullptr) {
+    m_handler.ReleaseCapability(0, m_records, m_recordCount);
+    m_records = nullptr;
+  }
+}
+
+void PlayedCourse::Open() {
+  std::optional<NoThreads> refusal;
+  // The last call before the library starts its thread.
+  m_platform.Before("IMediaEvent::WaitForCompletion", [&] {
+    if (m_faults.At(kThreadStart)) {
+      refusal.emplace();
+    }
+  });
+  const std::string id = "0";
+  const NUVEQCameraParam param{id.data(), static_cast<std::uint32_t>(id.size()), kWidth, kHeight, kFps};
+  const int result = m_handler.OpenCameraDevice(&param);
+  m_platform.Before("IMediaEvent::WaitForCompletion", nullptr);
+  Answered("open", result);
+}
+
+void PlayedCourse::DeliverFrames(unsigned count) {
+  for (unsigned i = 0; i < count && !m_heldUpFrame.joinable(); ++i) {
+    ASSERT_FALSE(m_fates.empty());
+    Deliver(m_fates.front());
+    m_fates.pop_front();
+  }
+}
+
+void PlayedCourse::Deliver(FrameFate fate) {
+  if (fate == FrameFate::kHeldUp) {
+    m_heldUpFrame = std::thread([this] { EXPECT_TRUE(m_platform.DeliverFrame(SmallFrame())); });
+    EXPECT_TRUE(WaitUntil([&] { return m_platform.FramesInDelivery() == 1; }));
+    return;
+  }
+  const std::uint64_t packets = m_faults.Calls(kPacketDestroyed);
+  EXPECT_EQ(m_platform.DeliverFrame(SmallFrame()), fate != FrameFate::kRefused);
+  if (fate == FrameFate::kEncoded) {
+    EXPECT_TRUE(m_faults.WaitForCalls(kPacketDestroyed, packets + 1));
+  }
+}
+
+void PlayedCourse::Close() {
+  const std::string id = "0";
+  const int result = m_handler.CloseCameraDevice(id.data(), static_cast<std::uint32_t>(id.size()));
+  LetHeldUpFrameGo();
+  Answered("close", result);
+}
+
+void PlayedCourse::Unload() {
+  m_library->Unload();
+  EXPECT_FALSE(m_library->IsMapped());
+  LetHeldUpFrameGo();
+}
+
+void PlayedCourse::LetHeldUpFrameGo() {
+  if (m_heldUpFrame.joinable()) {
+    m_heldUpFrame.join();
+  }
+}
+
+std::vector<std::string> PlayedCourse::Trace() const {
+  std::vector<std::string> trace = m_platform.Journal();
+  const std::vector<scripted::LogLine> logs = m_platform.Logs();
+  auto log = logs.begin();
+  for (std::string& event : trace) {
+    if (event.starts_with("log: ")) {
+      event = Describe(*log++);
+    } else {
+      // Without the arguments.
+      event.resize(std::min(event.find('('), event.size()));
+    }
+  }
+  return trace;
+}

@@ -1,0 +1,226 @@
+// Every allocation of the library fails, one after another: the function that meets it answers its failure,
+// or a log line or a packet is lost; no buffer is, and the host can go on.
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <iostream>
+
+#include "EveryCall.h"
+#include "LowMemoryScenario.h"
+#include "ReferenceModel.h"
+
+namespace {
+
+using ::testing::AnyOf;
+using ::testing::Contains;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using ::testing::UnorderedElementsAreArray;
+
+// More allocations than any scenario makes; reached only by one that does not end.
+constexpr std::uint64_t kTooManyAllocations = 5000;
+// So many that a queue which takes memory as buffers pass has to ask for more.
+constexpr unsigned kManyFrames = 200;
+
+constexpr unsigned kBuffersOfThePool = 5;
+// The record, its id, its abilities and their two lists.
+constexpr std::size_t kBlocksOfARecord = 5;
+const std::string kFormat = "current media type";
+
+using Labels = std::vector<std::string>;
+
+Labels operator+(Labels labels, const Labels& more) {
+  labels.insert(labels.end(), more.begin(), more.end());
+  return labels;
+}
+
+std::size_t Formats(const Labels& labels) {
+  return static_cast<std::size_t>(std::count(labels.begin(), labels.end(), kFormat));
+}
+
+bool Contained(const Labels& lines, const std::string& line) {
+  return std::find(lines.begin(), lines.end(), line) != lines.end();
+}
+
+class EveryAllocation : public EveryCall {
+ protected:
+  // One run. True when the allocation of that number was made, and failed.
+  bool PlayWithout(std::uint64_t number) const;
+
+  void ExpectTold(const LittleMemoryCourse& course) const;
+
+  Persistence HowLong() const { return std::get<Persistence>(GetParam()); }
+};
+
+// What one step may answer, and what it may leave.
+void ExpectQuery(const Step& step) {
+  if (step.result == 0) {
+    EXPECT_EQ(step.after.size(), step.before.size() + kBlocksOfARecord);
+    return;
+  }
+  // What came too late for a record is a capability that could not be read.
+  EXPECT_EQ(step.result, -1000);
+  EXPECT_THAT(step.after, UnorderedElementsAreArray(step.before));
+}
+
+void ExpectOpen(const Step& step, const Step* earlierOpen) {
+  const bool hadPool = std::count(step.before.begin(), step.before.end(), "frame") != 0;
+  // Structures of formats set earlier stay for good.
+  Labels encoder(Formats(step.before), kFormat);
+  encoder.emplace_back("encoder");
+  const Labels pool = encoder + Labels(kBuffersOfThePool, "frame");
+  const Labels graph = pool + Labels{"graph: 2", "pin of the module"};
+  const Labels camera = graph + Labels{"built-in: 1", "built-in.capture: 1"};
+  const Labels whole = camera + Labels{"grabber: 1", "grabber.in: 1", "grabber.out: 1", kFormat};
+  switch (step.result) {
+    case 0:
+      EXPECT_FALSE(hadPool);
+      EXPECT_THAT(step.after, UnorderedElementsAreArray(whole));
+      break;
+    case -4:
+      // After an open that has built its graph, though it may have had no memory for a thread.
+      ASSERT_NE(earlierOpen, nullptr);
+      EXPECT_THAT(earlierOpen->result, AnyOf(0, -1001));
+      EXPECT_THAT(earlierOpen->after, Contains("grabber: 1"));
+      EXPECT_THAT(step.after, UnorderedElementsAreArray(step.before));
+      break;
+    case -1004:
+      // There is no part of a pool: none, or the one of an open that came further.
+      if (hadPool) {
+        ASSERT_NE(earlierOpen, nullptr);
+        EXPECT_EQ(earlierOpen->result, -1001);
+        EXPECT_THAT(earlierOpen->after, Not(Contains("grabber: 1"))) << "the graph was built";
+        EXPECT_THAT(step.after, UnorderedElementsAreArray(step.before));
+      } else {
+        EXPECT_THAT(step.after, UnorderedElementsAreArray(encoder));
+      }
+      break;
+    case -1001:
+      if (!step.hasOperator) {
+        EXPECT_THAT(step.after, ::testing::IsEmpty());
+        break;
+      }
+      // The graph is there as far as it was built.
+      EXPECT_FALSE(hadPool);
+      EXPECT_THAT(step.after, AnyOf(UnorderedElementsAreArray(graph), UnorderedElementsAreArray(camera),
+                                    UnorderedElementsAreArray(whole)));
+      break;
+    default:
+      ADD_FAILURE() << "open answers " << step.result;
+  }
+}
+
+// Closing needs no memory.
+void ExpectClose(const Step& step) {
+  const bool hadGraph = std::count(step.before.begin(), step.before.end(), "graph: 2") != 0;
+  EXPECT_EQ(step.result, hadGraph ? 1 : 0);
+  EXPECT_THAT(step.after,
+              UnorderedElementsAreArray(hadGraph ? Labels(Formats(step.before), kFormat) : step.before));
+}
+
+void ExpectSteps(const std::vector<Step>& steps) {
+  const Step* earlierOpen = nullptr;
+  for (const Step& step : steps) {
+    if (step.function == "query") {
+      ExpectQuery(step);
+    } else if (step.function == "close") {
+      ExpectClose(step);
+    } else {
+      ExpectOpen(step, earlierOpen);
+      earlierOpen = &step;
+    }
+  }
+}
+
+auto CountLogLines(const std::vector<std::string>& trace) {
+  return std::count_if(trace.begin(), trace.end(), [](const std::string& event) {
+    return event.starts_with("ERROR ") || event.starts_with("WARN ");
+  });
+}
+
+// Where one allocation alone failed, there was memory for the lines that tell of it.
+void EveryAllocation::ExpectTold(const LittleMemoryCourse& course) const {
+  const std::vector<std::string> trace = course.Trace();
+  const std::vector<std::string> results = ResultsIn(trace);
+  if (HowLong() == Persistence::kOnce && Contained(results, "open answers -1004")) {
+    EXPECT_THAT(trace, Contains(HasSubstr("Start open camera")));
+    EXPECT_THAT(trace, Contains(HasSubstr("AllocBuffer fail.")));
+    EXPECT_THAT(trace, Contains(HasSubstr("fail to init video encoder")));
+  }
+  if (HowLong() == Persistence::kOnce && results == GetScenario().results) {
+    // The line whose own memory it was is the only one that can be lost.
+    Faults none;
+    ExpectedCourse expected(none);
+    GetScenario().prepare(expected);
+    GetScenario().play(expected);
+    EXPECT_GE(CountLogLines(trace) + (course.HasFailed() ? 1 : 0), CountLogLines(expected.Trace()));
+  }
+  if (course.LatestResult("query") == 0) {
+    EXPECT_THAT(trace, Contains("count 1, id \"0\", 15000, 30000, 64x48"));
+  }
+}
+
+bool EveryAllocation::PlayWithout(std::uint64_t number) const {
+  scripted::Platform& platform = scripted::Platform::Get();
+  Faults faults;
+  LittleMemoryCourse course(faults);
+  GetScenario().prepare(course);
+  course.BeginToFail(number, HowLong());
+  GetScenario().play(course);
+  course.FailNothing();
+  ExpectTold(course);
+  const bool hasFailed = course.HasFailed();
+  if (!hasFailed) {
+    EXPECT_EQ(ResultsIn(course.Trace()), GetScenario().results) << "the end was not reached";
+  }
+  const unsigned frames = course.DeliveredFrames();
+  if (frames != 0 && HowLong() == Persistence::kOnce) {
+    EXPECT_GE(HostCallbacks::Get().PacketCount() + 1, frames) << "more than one packet was lost";
+  }
+  if (course.IsCameraOpen()) {
+    course.ExpectWholePool();
+  }
+  course.Recover();
+  ExpectSteps(course.Steps());
+  EXPECT_EQ(platform.CallCount("CoInitialize"), platform.CallCount("CoUninitialize"));
+  EXPECT_THAT(platform.Alive(), ::testing::Each("current media type"));
+  EXPECT_THAT(platform.Misuse(), ::testing::IsEmpty());
+  platform.DisposeOfAll();
+  return hasFailed;
+}
+
+TEST_P(EveryAllocation, MayFail) {
+  std::uint64_t number = 0;
+  do {
+    ++number;
+    ASSERT_LT(number, kTooManyAllocations);
+    const bool hasFailed = PlayWithout(number);
+    ASSERT_FALSE(HasFailure()) << "allocation " << number;
+    if (!hasFailed) {
+      break;
+    }
+  } while (true);
+  std::cout << GetScenario().name << ", no memory: " << number << " runs\n";
+  EXPECT_GT(number, 1U) << "nothing has failed";
+}
+
+// The camera stays open, for a look at its pool.
+Scenario OpenManyFramesScenario() {
+  Scenario scenario = OpenScenario();
+  scenario.name = "OpenManyFrames";
+  scenario.play = [](Course& course) {
+    course.Open();
+    course.DeliverFrames(kManyFrames);
+  };
+  return scenario;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Of, EveryAllocation,
+    ::testing::Combine(::testing::Values(QueryScenario(), OpenScenario(), OpenManyFramesScenario(),
+                                         OpenFramesCloseScenario(), OpenTwiceScenario(),
+                                         QueryOpenCloseQueryScenario(), DestroyWhileOpenScenario()),
+                       ::testing::Values(Persistence::kOnce, Persistence::kForGood)),
+    EveryCall::NameOf);
+
+}  // namespace

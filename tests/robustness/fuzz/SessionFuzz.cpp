@@ -1,0 +1,382 @@
+// A whole life of the library: the bytes choose the PC, the table's calls, what the platform answers, and the
+// frames. Whatever they choose, results are the documented ones, nothing is left, and a camera that is well
+// again can be used.
+#include <chrono>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "ByteReader.h"
+#include "FuzzedFaults.h"
+#include "FuzzedLibrary.h"
+#include "Require.h"
+
+namespace {
+
+constexpr unsigned kMostSteps = 40;
+constexpr unsigned kBuffers = 5;
+constexpr std::size_t kMostBytes = 65536;
+// Most sessions do without the one that follows, which takes longer than they do.
+constexpr std::uint8_t kUnchecked = 0x40;
+
+struct Size {
+  std::uint32_t width;
+  std::uint32_t height;
+};
+constexpr std::array<Size, 8> kSizes = {
+    {{16, 16}, {32, 16}, {64, 48}, {0, 0}, {16, 0xFFFFFFF0}, {65535, 65535}, {3, 5}, {1, 1}}};
+const std::array<std::string, 8> kIds = {"0", "", "00", "1", "0x", "-1", "99999999999999999999", "0 "};
+// Against a frame of the size that was asked for.
+enum class Length { kWhole, kShort, kOneByte, kNone, kNegative, kTooLong, kGreatest, kNoData };
+constexpr std::array kLengths = {Length::kWhole,    Length::kShort,   Length::kOneByte,  Length::kNone,
+                                 Length::kNegative, Length::kTooLong, Length::kGreatest, Length::kNoData};
+
+bool IsId(const std::string& id) { return id.find_first_not_of("0123456789") == std::string::npos; }
+
+scripted::Camera ReadCamera(ByteReader& reader) {
+  constexpr std::array<int, 4> kRates = {30, 15, 60, 1};
+  const std::uint8_t flags = reader.Byte();
+  scripted::Camera camera = scripted::BuiltInCamera({});
+  const std::size_t count = reader.Below(6);
+  for (std::size_t i = 0; i < count; ++i) {
+    const Size& size = reader.OneOf(kSizes);
+    const GUID subType = reader.Byte() % 2 == 0 ? MEDIASUBTYPE_YUY2 : MEDIASUBTYPE_MJPG;
+    camera.pins.front().mediaTypes.push_back(scripted::OfSubType(
+        subType, static_cast<LONG>(size.width), static_cast<LONG>(size.height), reader.OneOf(kRates)));
+  }
+  if ((flags & 1) != 0) {
+    camera.pins.insert(camera.pins.begin(), scripted::Pin{"in", PINDIR_INPUT, {}});
+  }
+  if ((flags & 2) != 0) {
+    camera.pins.insert(camera.pins.begin(), scripted::Pin{"null", PINDIR_OUTPUT, {}, true});
+  }
+  if ((flags & 4) != 0) {
+    camera.pins.clear();
+  }
+  if ((flags & 8) != 0) {
+    // Half a surrogate pair is no text.
+    camera.displayName.insert(reader.Below(camera.displayName.size()), 1, wchar_t{0xD800});
+  }
+  return camera;
+}
+
+scripted::Pc ReadPc(ByteReader& reader, std::uint8_t flags) {
+  scripted::Pc pc = scripted::LaptopPc({});
+  pc.cameras.back() = ReadCamera(reader);
+  if ((flags & 1) != 0) {
+    pc.usbDevices.back().status = DN_REMOVABLE;
+  }
+  if ((flags & 2) != 0) {
+    // Shorter and longer than the room that there is for it.
+    pc.usbDevices.back().firstChildId = std::string(std::size_t{2} * reader.Byte(), 'A');
+  }
+  if ((flags & 4) != 0) {
+    pc.cameras.front().isNull = true;
+  }
+  if ((flags & 8) != 0) {
+    pc.cameras.pop_back();
+  }
+  if ((flags & 16) != 0) {
+    pc.usbDevices.clear();
+  }
+  if ((flags & 32) != 0) {
+    pc.cameras.clear();
+  }
+  return pc;
+}
+
+// Text in a block of its own, so that a step beyond it is seen.
+struct Text {
+  explicit Text(const std::string& text) : bytes(text.begin(), text.end()) {}
+  const char* Data() const { return bytes.data() == nullptr ? "" : bytes.data(); }
+
+  std::vector<char> bytes;
+};
+
+class Session {
+ public:
+  explicit Session(ByteReader& reader)
+      : m_reader(reader), m_flags(reader.Byte()), m_library(ReadPc(reader, m_flags)) {
+    m_faults.Attach(m_library.platform);
+  }
+
+  void Run() {
+    for (unsigned step = 0; step < kMostSteps && !m_reader.IsEmpty(); ++step) {
+      Step();
+      m_frameless += m_faults.TakeFramesWithoutMemory();
+    }
+    Finish();
+  }
+
+ private:
+  void Step() {
+    switch (m_reader.Below(16)) {
+      case 0:
+        return Query();
+      case 1:
+      case 2:
+        return Open();
+      case 3:
+        return Close();
+      case 4:
+        return Deliver();
+      case 5:
+        return DeliverLate();
+      case 6:
+        return RegisterData();
+      case 7:
+        return RegisterListener();
+      case 8:
+        return m_faults.Arm(m_reader);
+      case 9:
+        return m_faults.ChooseEncoding(m_reader);
+      case 10:
+        return StreamByItself();
+      case 11:
+        return ChooseHost();
+      case 12:
+        return m_library.platform.SetPc(ReadPc(m_reader, m_reader.Byte()));
+      case 13:
+        return Reload();
+      case 14:
+        return CallBadly();
+      default:
+        return ReleaseRecord();
+    }
+  }
+
+  void Query() {
+    ReleaseRecord();
+    m_library.Query(m_record);
+  }
+
+  void ReleaseRecord() { m_library.Release(std::exchange(m_record, nullptr)); }
+
+  void Open() {
+    const Size& size = m_reader.OneOf(kSizes);
+    const std::string& id = m_reader.OneOf(kIds);
+    const Text text(id);
+    const NUVEQCameraParam param{text.Data(), static_cast<std::uint32_t>(id.size()), size.width, size.height,
+                                 m_reader.Byte()};
+    const bool wasOpened = FuzzedLibrary::IsOpened();
+    const int result = m_library.table.OpenCameraDevice(&param);
+    if (!IsId(id)) {
+      Require(result == NUVEQ_CAMERA_INVALID_ARGUMENT, "an id is all digits", std::to_string(result));
+    } else if (wasOpened) {
+      Require(result == NUVEQ_CAMERA_ALREADY_OPEN, "what is open is not opened", std::to_string(result));
+    } else {
+      Require(result == NUVEQ_CAMERA_OK || result == NUVEQ_CAMERA_GRAPH_FAILED ||
+                  result == NUVEQ_CAMERA_ENCODER_FAILED,
+              "an open request's results", std::to_string(result));
+      m_isEncoding = result == NUVEQ_CAMERA_OK;
+    }
+    if (result == NUVEQ_CAMERA_OK) {
+      // The pool is a new one.
+      m_lost = 0;
+      m_unencoded = 0;
+      m_frameless = 0;
+    }
+  }
+
+  void Close() {
+    const bool hadControl = FuzzedLibrary::HasControl();
+    const int result = m_library.Close();
+    Require(result == 0 || (result == 1 && hadControl), "a close request's results", std::to_string(result));
+    Require(!FuzzedLibrary::IsOpened() && !FuzzedLibrary::HasControl(), "what was closed is closed");
+    if (hadControl) {
+      NoteClosed();
+    }
+  }
+
+  void NoteClosed() {
+    m_library.RequireNothingAlive(m_record != nullptr);
+    m_isEncoding = false;
+    m_lost = 0;
+    m_unencoded = 0;
+    m_frameless = 0;
+  }
+
+  // Whether a frame can be delivered on this thread: when there is no buffer for it the graph's thread has to
+  // wait, and this one cannot.
+  bool HasBuffer() const {
+    return m_library.FrameSize() <= kMostBytes && m_lost + m_frameless < kBuffers &&
+           (m_isEncoding || m_unencoded < kBuffers);
+  }
+
+  static LONG LengthOf(Length kind, const std::vector<std::uint8_t>& frame) {
+    return kind == Length::kNegative   ? -1
+           : kind == Length::kGreatest ? INT32_MAX
+                                       : static_cast<LONG>(frame.size());
+  }
+
+  void NoteDelivered(Length kind) {
+    m_lost += kind == Length::kTooLong || kind == Length::kGreatest ? 1U : 0U;
+    ++m_unencoded;
+  }
+
+  void Deliver() {
+    const Length kind = m_reader.OneOf(kLengths);
+    if (m_isLive || !HasBuffer()) {
+      return;
+    }
+    const std::vector<std::uint8_t> frame = FrameOf(kind);
+    const std::uint64_t packets = m_library.host.PacketCount();
+    if (!m_library.platform.DeliverFrame(kind == Length::kNoData ? nullptr : frame.data(),
+                                         LengthOf(kind, frame))) {
+      return;
+    }
+    NoteDelivered(kind);
+    const bool isWhole = kind == Length::kWhole || kind == Length::kShort || kind == Length::kOneByte;
+    if (isWhole && m_isEncoding && m_hasDataCallback && m_frameless == 0 && m_faults.EncodesWell()) {
+      Require(m_library.host.WaitForPackets(packets + 1), "a frame becomes a packet");
+    }
+  }
+
+  // By a graph that has been stopped and given back, and does not mind.
+  void DeliverLate() {
+    const Length kind = m_reader.OneOf(kLengths);
+    ISampleGrabberCB* const callback = m_library.platform.GrabberCallback();
+    if (callback == nullptr || FuzzedLibrary::HasControl() || !HasBuffer()) {
+      return;
+    }
+    std::vector<std::uint8_t> frame = FrameOf(kind);
+    Require(callback->BufferCB(0, kind == Length::kNoData ? nullptr : frame.data(), LengthOf(kind, frame)) ==
+                S_OK,
+            "a frame is answered with S_OK");
+    NoteDelivered(kind);
+  }
+
+  std::vector<std::uint8_t> FrameOf(Length kind) const {
+    const std::size_t size = m_library.FrameSize();
+    switch (kind) {
+      case Length::kShort:
+        return std::vector<std::uint8_t>(size / 2 + 1, 1);
+      case Length::kOneByte:
+      case Length::kGreatest:
+      case Length::kNegative:
+        return std::vector<std::uint8_t>(1, 1);
+      case Length::kNone:
+        return {};
+      case Length::kTooLong:
+        return std::vector<std::uint8_t>(size + 1, 1);
+      case Length::kWhole:
+      case Length::kNoData:
+        break;
+    }
+    return std::vector<std::uint8_t>(size, 1);
+  }
+
+  // Graphs that run from now on have a thread of their own, which delivers what the bytes say, and then a
+  // whole frame: a graph completes at some time.
+  void StreamByItself() {
+    const std::size_t count = m_reader.Below(12);
+    std::vector<Length> frames;
+    for (std::size_t i = 0; i < count; ++i) {
+      frames.push_back(m_reader.OneOf(kLengths));
+    }
+    frames.push_back(Length::kWhole);
+    if (!FuzzedLibrary::HasControl()) {
+      m_isLive = count > 0;
+      m_library.platform.SetStreaming({m_isLive, [this, frames](std::uint64_t number) {
+                                         if (number < frames.size()) {
+                                           return FrameOf(frames[number]);
+                                         }
+                                         std::this_thread::sleep_for(std::chrono::microseconds(100));
+                                         return std::vector<std::uint8_t>();
+                                       }});
+    }
+  }
+
+  void RegisterData() {
+    const bool isNull = m_reader.Byte() % 2 != 0;
+    const int result =
+        m_library.table.RegisterSendDataCallback(nullptr, 0, isNull ? nullptr : &HostCallbacks::OnData);
+    Require(result == (isNull ? NUVEQ_CAMERA_INVALID_ARGUMENT : NUVEQ_CAMERA_OK),
+            "a data callback that is there is taken");
+    m_hasDataCallback = m_hasDataCallback || !isNull;
+  }
+
+  void RegisterListener() {
+    const std::uint8_t flags = m_reader.Byte();
+    const NUVEQServiceListener listener{(flags & 1) != 0 ? nullptr : &HostCallbacks::OnStatus,
+                                        (flags & 2) != 0 ? nullptr : &HostCallbacks::OnAction};
+    Require(m_library.table.RegisterServiceListener(&listener) == NUVEQ_CAMERA_OK, "a listener is taken");
+  }
+
+  // What the host's callbacks answer, and whether they close the camera.
+  void ChooseHost() {
+    const std::uint8_t flags = m_reader.Byte();
+    const auto close = [this](const auto&) { m_library.Close(); };
+    m_library.host.AnswerData((flags & 1) != 0 ? -1 : 0);
+    m_library.host.AnswerStatus((flags & 2) != 0 ? -1 : 0);
+    m_library.host.AnswerAction((flags & 4) != 0 ? -1 : 0);
+    m_library.host.InData((flags & 8) != 0 ? std::function<void(const Packet&)>(close) : nullptr);
+    m_library.host.InStatus((flags & 16) != 0 ? std::function<void(int)>(close) : nullptr);
+  }
+
+  // Also while the camera is open.
+  void Reload() {
+    ReleaseRecord();
+    FuzzedLibrary::Reload();
+    m_hasDataCallback = false;
+    NoteClosed();
+  }
+
+  void CallBadly() {
+    const NUVEQCameraHandler& table = m_library.table;
+    NUVEQCameraCapabilities* record = nullptr;
+    std::uint32_t count = 0;
+    const NUVEQCameraParam withoutId{nullptr, m_reader.Byte(), 16, 16, 30};
+    for (const int result :
+         {NUVEQGetCameraHandler(nullptr), table.OpenCameraDevice(nullptr), table.OpenCameraDevice(&withoutId),
+          table.GetCapability(nullptr, &count), table.GetCapability(&record, nullptr),
+          table.RegisterServiceListener(nullptr), table.RegisterSendDataCallback(nullptr, 0, nullptr)}) {
+      Require(result == NUVEQ_CAMERA_INVALID_ARGUMENT, "what is null is refused", std::to_string(result));
+    }
+    table.ReleaseCapability(0, nullptr, m_reader.Byte());
+    Require(table.Reserved3(nullptr, 0, 0, nullptr) == 0 && table.Reserved5(nullptr) == 0 &&
+                table.Reserved8(0, nullptr, 0, nullptr) == 0,
+            "what is reserved answers 0");
+  }
+
+  // However it went: after a close the camera, which is well now, can be used. Where the graph could not even
+  // be controlled it takes loading the library anew.
+  void Finish() {
+    m_faults.Disarm();
+    m_library.host.Reset();
+    m_library.host.KeepPackets(false);
+    ReleaseRecord();
+    if (FuzzedLibrary::HasControl()) {
+      Close();
+    } else {
+      FuzzedLibrary::Reload();
+      NoteClosed();
+    }
+    if (m_flags >= kUnchecked) {
+      return;
+    }
+    m_library.platform.SetStreaming({});
+    m_library.platform.SetPc(scripted::LaptopPc({scripted::Yuy2(16, 16, 30)}));
+    m_library.RunWholeSession(16, 16);
+  }
+
+  ByteReader& m_reader;
+  std::uint8_t m_flags;
+  Faults m_faults;
+  FuzzedLibrary m_library;
+  NUVEQCameraCapabilities* m_record = nullptr;
+  bool m_hasDataCallback = false;
+  bool m_isEncoding = false;  // an open request has succeeded: there is an encoder thread
+  bool m_isLive = false;
+  unsigned m_lost = 0;       // buffers, to frames that were too long
+  unsigned m_frameless = 0;  // buffers without memory
+  unsigned m_unencoded = 0;  // frames delivered since the open request
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  ByteReader reader(data, size);
+  Session(reader).Run();
+  return 0;
+}

@@ -1,0 +1,204 @@
+#include "support/linux/Jpegs.h"
+
+#include <array>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <random>
+#include <stdexcept>
+
+#include <jpeglib.h>
+
+namespace {
+
+constexpr std::uint8_t kMarker = 0xFF;
+constexpr std::uint8_t kHuffmanTable = 0xC4;
+constexpr std::uint8_t kStartOfScan = 0xDA;
+
+// All coefficients of one component each, at once.
+constexpr std::array<jpeg_scan_info, 3> kScans{
+    {{1, {0}, 0, 63, 0, 0}, {1, {1}, 0, 63, 0, 0}, {1, {2}, 0, 63, 0, 0}}};
+
+std::vector<std::uint8_t> Compress(const std::vector<std::uint8_t>& bgra, int width, int height,
+                                   TJSAMP subsampling, int quality) {
+  const std::unique_ptr<void, decltype(&tjDestroy)> handle(tjInitCompress(), &tjDestroy);
+  unsigned char* bytes = nullptr;
+  unsigned long size = 0;
+  const int result = tjCompress2(handle.get(), bgra.data(), width, 0, height, TJPF_BGRA, &bytes, &size,
+                                 subsampling, quality, TJFLAG_ACCURATEDCT);
+  const std::unique_ptr<unsigned char, decltype(&tjFree)> owner(bytes, &tjFree);
+  if (result != 0) {
+    throw std::runtime_error(tjGetErrorStr2(handle.get()));
+  }
+  return {bytes, bytes + size};
+}
+
+// Lines from a painter, after the settings have been made.
+template <typename Set, typename Paint>
+std::vector<std::uint8_t> CompressLines(unsigned width, unsigned height, J_COLOR_SPACE colours, Set&& set,
+                                        Paint&& paint) {
+  jpeg_compress_struct compress{};
+  jpeg_error_mgr errors{};
+  compress.err = jpeg_std_error(&errors);
+  jpeg_create_compress(&compress);
+  unsigned char* bytes = nullptr;
+  unsigned long size = 0;
+  jpeg_mem_dest(&compress, &bytes, &size);
+  compress.image_width = width;
+  compress.image_height = height;
+  compress.input_components = colours == JCS_GRAYSCALE ? 1 : 3;
+  compress.in_color_space = colours;
+  jpeg_set_defaults(&compress);
+  set(compress);
+  jpeg_start_compress(&compress, TRUE);
+  std::vector<std::uint8_t> line(std::size_t{3} * width);
+  for (unsigned y = 0; y < height; ++y) {
+    paint(y, line.data());
+    JSAMPROW row = line.data();
+    jpeg_write_scanlines(&compress, &row, 1);
+  }
+  jpeg_finish_compress(&compress);
+  jpeg_destroy_compress(&compress);
+  const std::unique_ptr<unsigned char, decltype(&std::free)> owner(bytes, &std::free);
+  return {bytes, bytes + size};
+}
+
+struct Header {
+  int width = 0;
+  int height = 0;
+  int subsampling = 0;
+};
+Header HeaderOf(tjhandle handle, const std::vector<std::uint8_t>& jpeg) {
+  Header header;
+  int colours = 0;
+  if (tjDecompressHeader3(handle, jpeg.data(), jpeg.size(), &header.width, &header.height,
+                          &header.subsampling, &colours) != 0) {
+    throw std::runtime_error(tjGetErrorStr2(handle));
+  }
+  return header;
+}
+
+// Size of the segment at that place, with its marker.
+std::size_t SegmentSize(const std::vector<std::uint8_t>& jpeg, std::size_t at) {
+  return std::size_t{2} + (std::size_t{jpeg.at(at + 2)} << 8) + jpeg.at(at + 3);
+}
+
+}  // namespace
+
+std::vector<std::uint8_t> TestJpeg(int width, int height, TJSAMP subsampling) {
+  std::vector<std::uint8_t> bgra;
+  for (int y = 0; y < height; ++y) {
+    for (int x = 0; x < width; ++x) {
+      const bool isLeft = x < width / 2;
+      const Colour colour =
+          y < height / 2 ? (isLeft ? kTopLeft : kTopRight) : (isLeft ? kBottomLeft : kBottomRight);
+      bgra.insert(bgra.end(), {colour.b, colour.g, colour.r, 255});
+    }
+  }
+  return Compress(bgra, width, height, subsampling, 100);
+}
+
+std::vector<std::uint8_t> NoiseJpeg(int width, int height, TJSAMP subsampling) {
+  std::mt19937 random(1);
+  std::vector<std::uint8_t> bgra(static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 4);
+  for (std::uint8_t& value : bgra) {
+    value = static_cast<std::uint8_t>(random() & 0xFF);
+  }
+  return Compress(bgra, width, height, subsampling, 50);
+}
+
+std::vector<std::uint8_t> RestartJpeg(unsigned width, unsigned height) {
+  const auto set = [](jpeg_compress_struct& compress) { compress.restart_in_rows = 1; };
+  const auto paint = [width](unsigned y, std::uint8_t* line) {
+    for (unsigned x = 0; x < width; ++x) {
+      line[x] = static_cast<std::uint8_t>((x * 37 + y * 91 + x * y * 13) & 0xFF);
+    }
+  };
+  return CompressLines(width, height, JCS_GRAYSCALE, set, paint);
+}
+
+std::vector<std::uint8_t> WavesJpeg(unsigned width, unsigned height, const Coding& coding) {
+  const auto set = [&coding](jpeg_compress_struct& compress) {
+    jpeg_set_quality(&compress, 92, TRUE);
+    if (coding.isRgb) {
+      jpeg_set_colorspace(&compress, JCS_RGB);
+    }
+    compress.comp_info[0].h_samp_factor = coding.lumaAcross;
+    compress.comp_info[0].v_samp_factor = coding.lumaDown;
+    compress.comp_info[1].v_samp_factor = coding.chromaDown;
+    compress.comp_info[2].v_samp_factor = coding.chromaDown;
+    if (coding.isProgressive) {
+      jpeg_simple_progression(&compress);
+    }
+    if (coding.isInScans) {
+      compress.scan_info = kScans.data();
+      compress.num_scans = static_cast<int>(kScans.size());
+    }
+  };
+  const auto paint = [width](unsigned y, std::uint8_t* line) {
+    for (unsigned x = 0; x < width; ++x, line += 3) {
+      const double texture = 12 * std::sin(x * 1.1 + y * 0.7);
+      line[0] = static_cast<std::uint8_t>(128 + 70 * std::sin(x * 0.06 + y * 0.03) + texture);
+      line[1] = static_cast<std::uint8_t>(128 + 60 * std::sin(y * 0.08 - x * 0.02 + 1) + texture);
+      line[2] = static_cast<std::uint8_t>(128 + 70 * std::sin((x + y) * 0.05 + 2) + texture);
+    }
+  };
+  return CompressLines(width, height, JCS_RGB, set, paint);
+}
+
+std::vector<std::uint8_t> DecodedByDefault(const std::vector<std::uint8_t>& jpeg) {
+  const std::unique_ptr<void, decltype(&tjDestroy)> handle(tjInitDecompress(), &tjDestroy);
+  const Header header = HeaderOf(handle.get(), jpeg);
+  std::vector<std::uint8_t> bgra(static_cast<std::size_t>(header.width) *
+                                 static_cast<std::size_t>(header.height) * 4);
+  if (tjDecompress2(handle.get(), jpeg.data(), jpeg.size(), bgra.data(), header.width, 0, header.height,
+                    TJPF_BGRA, TJFLAG_ACCURATEDCT) != 0) {
+    throw std::runtime_error(tjGetErrorStr2(handle.get()));
+  }
+  return bgra;
+}
+
+CodedPlanes PlanesOf(const std::vector<std::uint8_t>& jpeg) {
+  const std::unique_ptr<void, decltype(&tjDestroy)> handle(tjInitDecompress(), &tjDestroy);
+  const Header header = HeaderOf(handle.get(), jpeg);
+  CodedPlanes planes{header.width,
+                     header.height,
+                     tjPlaneWidth(1, header.width, header.subsampling),
+                     tjPlaneHeight(1, header.height, header.subsampling),
+                     {},
+                     {},
+                     {}};
+  planes.y.resize(tjPlaneSizeYUV(0, header.width, 0, header.height, header.subsampling));
+  planes.u.resize(tjPlaneSizeYUV(1, header.width, 0, header.height, header.subsampling));
+  planes.v.resize(planes.u.size());
+  std::array<unsigned char*, 3> starts{planes.y.data(), planes.u.data(), planes.v.data()};
+  if (tjDecompressToYUVPlanes(handle.get(), jpeg.data(), jpeg.size(), starts.data(), header.width, nullptr,
+                              header.height, TJFLAG_ACCURATEDCT) != 0) {
+    throw std::runtime_error(tjGetErrorStr2(handle.get()));
+  }
+  return planes;
+}
+
+std::vector<std::uint8_t> WithoutHuffmanTables(const std::vector<std::uint8_t>& jpeg) {
+  std::vector<std::uint8_t> stripped(jpeg.begin(), jpeg.begin() + 2);
+  std::size_t at = 2;
+  while (jpeg.at(at) == kMarker && jpeg.at(at + 1) != kStartOfScan) {
+    const std::size_t size = SegmentSize(jpeg, at);
+    if (jpeg.at(at + 1) != kHuffmanTable) {
+      const auto from = jpeg.begin() + static_cast<std::ptrdiff_t>(at);
+      stripped.insert(stripped.end(), from, from + static_cast<std::ptrdiff_t>(size));
+    }
+    at += size;
+  }
+  stripped.insert(stripped.end(), jpeg.begin() + static_cast<std::ptrdiff_t>(at), jpeg.end());
+  return stripped;
+}
+
+std::size_t ScanStart(const std::vector<std::uint8_t>& jpeg) {
+  std::size_t at = 2;
+  while (jpeg.at(at + 1) != kStartOfScan) {
+    at += SegmentSize(jpeg, at);
+  }
+  return at + SegmentSize(jpeg, at);
+}

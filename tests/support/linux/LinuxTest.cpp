@@ -1,0 +1,70 @@
+#include "support/linux/LinuxTest.h"
+
+#include <chrono>
+#include <thread>
+
+#include "v4l2/SystemCalls.h"
+
+namespace {
+
+constexpr std::chrono::seconds kPatience{30};
+
+// Descriptors that the process has open.
+std::size_t CountDescriptors() {
+  const std::filesystem::directory_iterator all("/proc/self/fd");
+  return static_cast<std::size_t>(std::distance(begin(all), end(all)));
+}
+
+}  // namespace
+
+bool WaitUntil(const std::function<bool()>& reached) {
+  const auto end = std::chrono::steady_clock::now() + kPatience;
+  while (!reached()) {
+    if (std::chrono::steady_clock::now() > end) {
+      return false;
+    }
+    std::this_thread::yield();
+  }
+  return true;
+}
+
+Holdings Holdings::Now(const FakeKernel& kernel) {
+  return {LiveObjects(), LiveTaskBlocks(), CountDescriptors(), kernel.OpenHandles(), kernel.Mappings()};
+}
+
+std::ostream& operator<<(std::ostream& out, const Holdings& holdings) {
+  return out << holdings.objects << " objects, " << holdings.taskBlocks << " blocks, " << holdings.descriptors
+             << " descriptors, " << holdings.handles << " handles, " << holdings.mappings << " mappings";
+}
+
+void LinuxTest::SetUp() {
+  UseSystem(&kernel);
+  UseDeviceTree(nullptr);
+  m_before = Holdings::Now(kernel);
+}
+
+void LinuxTest::TearDown() {
+  EXPECT_EQ(Holdings::Now(kernel), m_before);
+  EXPECT_THAT(kernel.Misuse(), ::testing::IsEmpty());
+  UseSystem(nullptr);
+}
+
+FakeVideoDevice& LinuxTest::AddLaptopCamera(VideoDeviceSettings settings) {
+  UsbNode camera{"1-5"};
+  camera.connectType = "hardwired";
+  kernel.Tree().AddUsb(camera);
+  kernel.Tree().AddVideoOfUsb(0, "1-5:1.0", settings.card, 0);
+  kernel.Tree().AddVideoOfUsb(1, "1-5:1.0", settings.card, 1);
+  VideoDeviceSettings metadata;
+  metadata.nodeCapabilities = V4L2_CAP_META_CAPTURE | V4L2_CAP_STREAMING;
+  metadata.formats.clear();
+  kernel.AddDevice(1, std::move(metadata));
+  return kernel.AddDevice(0, std::move(settings));
+}
+
+FakeVideoDevice& LinuxTest::AddPluggedInCamera(const std::string& usbName, int number,
+                                               VideoDeviceSettings settings) {
+  kernel.Tree().AddUsb({usbName, "046d", "0825", "removable"});
+  kernel.Tree().AddVideoOfUsb(number, usbName + ":1.0", settings.card, 0);
+  return kernel.AddDevice(number, std::move(settings));
+}

@@ -1,0 +1,42 @@
+// The cameras of a simulated PC as their user drives them, and what is in their frames.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "simulated/NumberedPicture.h"
+#include "simulated/SimulatedPc.h"
+#include "support/video/TestPictures.h"
+
+using Bytes = std::vector<std::uint8_t>;
+
+VideoFormat MakeFormat(std::uint32_t fourCc, std::uint32_t width, std::uint32_t height, int rate = 30);
+std::string NameOf(const VideoFormat& format);
+void PrintTo(const VideoFormat& format, std::ostream* out);  // for the test framework
+
+// A PC whose cameras deliver as fast as their frames are taken.
+SimulatedPcSettings Unpaced();
+
+// Null when the PC has no such camera.
+std::unique_ptr<CaptureSource> BuiltInCamera(SimulatedPc& pc);
+std::unique_ptr<CaptureSource> PlugInCamera(SimulatedPc& pc);
+
+// Sets the format, which has to be one that the camera offers, and starts.
+HRESULT StartWith(CaptureSource& source, VideoFormat format);
+
+// No test gets as far as this unless it fails.
+CaptureSource::Deadline FarDeadline();
+
+// The bytes of the next frame, which is recycled at once; empty when none comes.
+Bytes Take(CaptureSource& source);
+
+// The picture in a frame; empty planes for a frame that is damaged or of another size.
+Yuv PictureOf(const Bytes& frame, const VideoFormat& format);
+// Of BGRA, top-down.
+Yuv PictureOf(const Bytes& bgra, std::uint32_t width, std::uint32_t height);
+
+std::optional<std::uint32_t> NumberIn(const Yuv& picture);
+double ColourError(const Yuv& picture);

@@ -1,0 +1,88 @@
+#include "support/video/NumberReader.h"
+
+#include <array>
+#include <string>
+
+#include "robustness/soak/SoakFailure.h"
+#include "simulated/NumberedPicture.h"
+
+namespace {
+
+using Planes = std::array<std::uint8_t*, 3>;
+
+std::string InWords(std::optional<std::uint32_t> number) {
+  return number ? "number " + std::to_string(*number) : "no number";
+}
+
+}  // namespace
+
+void NumberReader::DestroyDecoder::operator()(ISVCDecoder* decoder) const {
+  decoder->Uninitialize();
+  WelsDestroyDecoder(decoder);
+}
+
+NumberReader::NumberReader(PictureSize size) : m_size(size) {
+  ISVCDecoder* made = nullptr;
+  if (WelsCreateDecoder(&made) != 0) {
+    throw SoakFailure("there is no decoder to be had");
+  }
+  m_decoder.reset(made);
+  int quiet = WELS_LOG_QUIET;
+  m_decoder->SetOption(DECODER_OPTION_TRACE_LEVEL, &quiet);
+  SDecodingParam param{};
+  param.sVideoProperty.eVideoBsType = VIDEO_BITSTREAM_AVC;
+  param.eEcActiveIdc = ERROR_CON_DISABLE;
+  if (m_decoder->Initialize(&param) != 0) {
+    throw SoakFailure("the decoder cannot be set up");
+  }
+}
+
+void NumberReader::Read(const std::uint8_t* data, std::uint32_t length) {
+  ++m_packets;
+  Planes planes{};
+  SBufferInfo info{};
+  const DECODING_STATE state =
+      m_decoder->DecodeFrameNoDelay(data, static_cast<int>(length), planes.data(), &info);
+  Take(state, planes.data(), info);
+}
+
+void NumberReader::Finish() {
+  // In profiles that could have pictures out of order this decoder keeps the latest ones back.
+  int remaining = 0;
+  m_decoder->GetOption(DECODER_OPTION_NUM_OF_FRAMES_REMAINING_IN_BUFFER, &remaining);
+  for (; remaining > 0; --remaining) {
+    Planes planes{};
+    SBufferInfo info{};
+    const DECODING_STATE state = m_decoder->FlushFrame(planes.data(), &info);
+    Take(state, planes.data(), info);
+  }
+  if (m_pictures != m_packets) {
+    throw SoakFailure(std::to_string(m_packets) + " packets have become " + std::to_string(m_pictures) +
+                      " pictures");
+  }
+}
+
+void NumberReader::Take(DECODING_STATE state, std::uint8_t* const* planes, const SBufferInfo& info) {
+  if (state != dsErrorFree) {
+    throw SoakFailure("the decoder answers " + std::to_string(state) + " to packet " +
+                      std::to_string(m_packets - 1));
+  }
+  if (info.iBufferStatus == 1) {
+    Look(planes[0], info.UsrData.sSystemBuffer);
+    ++m_pictures;
+  }
+}
+
+void NumberReader::Look(const std::uint8_t* luma, const SSysMEMBuffer& memory) const {
+  const auto width = static_cast<std::uint32_t>(memory.iWidth);
+  const auto height = static_cast<std::uint32_t>(memory.iHeight);
+  if (width != m_size.width || height != m_size.height) {
+    throw SoakFailure("picture " + std::to_string(m_pictures) + " is " + std::to_string(width) + "x" +
+                      std::to_string(height) + " in size");
+  }
+  const auto stride = static_cast<std::size_t>(memory.iStride[0]);
+  const std::optional<std::uint32_t> number = ReadFrameNumber(luma, stride, width, height);
+  if (number != static_cast<std::uint32_t>(m_pictures & kFrameNumberMask)) {
+    throw SoakFailure("picture " + std::to_string(m_pictures) + " shows " + InWords(number));
+  }
+}

@@ -1,0 +1,91 @@
+#include "support/windows/Behaviour.h"
+
+#include <array>
+#include <cwchar>
+#include <mutex>
+#include <optional>
+
+#include "support/windows/FixtureObject.h"
+
+namespace fixtures {
+namespace {
+
+struct BuiltInBehaviour {
+  std::mutex mutex;
+  std::optional<CameraBehaviour> current;  // none: nobody has set one
+};
+
+BuiltInBehaviour& TheBehaviour() {
+  static BuiltInBehaviour behaviour;
+  return behaviour;
+}
+
+using EnvironmentValue = std::array<wchar_t, 16>;
+
+// Empty where it is not set.
+EnvironmentValue FromEnvironment(const wchar_t* name) {
+  EnvironmentValue value{};
+  GetEnvironmentVariableW(name, value.data(), static_cast<DWORD>(value.size()));
+  return value;
+}
+
+CameraBehaviour BehaviourInEnvironment() {
+  constexpr int kDecimal = 10;
+  constexpr int kHexadecimal = 16;
+  CameraBehaviour behaviour;
+  behaviour.run =
+      static_cast<HRESULT>(std::wcstoul(FromEnvironment(L"NUVEQ_FIXTURE_RUN").data(), nullptr, kHexadecimal));
+  behaviour.lostAfter = std::wcstoull(FromEnvironment(L"NUVEQ_FIXTURE_LOST_AFTER").data(), nullptr, kDecimal);
+  return behaviour;
+}
+
+}  // namespace
+
+std::vector<Format> LaptopFormats() {
+  return {{Layout::kYuy2, 640, 480, 30},  {Layout::kYuy2, 640, 480, 15},  {Layout::kYuy2, 320, 240, 30},
+          {Layout::kYuy2, 320, 240, 15},  {Layout::kYuy2, 1280, 720, 10}, {Layout::kMjpg, 640, 480, 30},
+          {Layout::kMjpg, 1280, 720, 30}, {Layout::kMjpg, 1920, 1080, 30}};
+}
+
+void SetBehaviour(const CameraBehaviour& behaviour) {
+  const std::lock_guard lock(TheBehaviour().mutex);
+  TheBehaviour().current = behaviour;
+}
+
+CameraBehaviour CurrentBehaviour(Camera camera) {
+  if (camera != Camera::kBuiltIn) {
+    return {};
+  }
+  const std::lock_guard lock(TheBehaviour().mutex);
+  const std::optional<CameraBehaviour>& current = TheBehaviour().current;
+  return current ? *current : BehaviourInEnvironment();
+}
+
+bool IsPaced(const CameraBehaviour& behaviour) {
+  if (behaviour.pace != Pace::kAsInEnvironment) {
+    return behaviour.pace == Pace::kReal;
+  }
+  return std::wstring(FromEnvironment(L"NUVEQ_FIXTURE_PACE").data()) != L"fast";
+}
+
+CameraCounters& CountersOf(Camera camera) {
+  static std::array<CameraCounters, 2> counters;
+  return counters[camera == Camera::kBuiltIn ? 0 : 1];
+}
+
+std::atomic<long>& StreamingThreadCount() {
+  static std::atomic<long> count{0};
+  return count;
+}
+
+std::atomic<long>& LiveObjectCount() {
+  static std::atomic<long> count{0};
+  return count;
+}
+
+long LiveObjects() { return LiveObjectCount(); }
+long StreamingThreads() { return StreamingThreadCount(); }
+std::uint64_t DeliveredFrames() { return CountersOf(Camera::kBuiltIn).delivered; }
+std::uint64_t Runs() { return CountersOf(Camera::kBuiltIn).runs; }
+
+}  // namespace fixtures

@@ -1,0 +1,101 @@
+#include "support/windows/DecoderFilter.h"
+
+#include <libyuv.h>
+
+#include <new>
+
+#include "support/windows/ClassIds.h"
+
+namespace fixtures {
+
+DecoderInput::DecoderInput(DecoderFilter& decoder) : InputPin(decoder, L"In"), m_decoder(decoder) {}
+
+HRESULT STDMETHODCALLTYPE DecoderInput::EndOfStream() {
+  m_decoder.EndStream();
+  return S_OK;
+}
+
+bool DecoderInput::Accepts(const AM_MEDIA_TYPE& type) {
+  const std::optional<Video> video = ReadVideoType(type);
+  return video && video->subtype == MEDIASUBTYPE_MJPG && video->width > 0 && video->height > 0;
+}
+
+HRESULT DecoderInput::Take(IMediaSample& sample) { return m_decoder.Decode(sample); }
+
+std::vector<MediaType> DecoderOutput::Types() {
+  if (!m_input.IsConnected()) {
+    return {};
+  }
+  Video video = ReadVideoType(m_input.Type()).value();
+  const auto pixels = static_cast<DWORD>(video.width) * static_cast<DWORD>(video.height);
+  video.isVideoInfo2 = false;
+  video.subtype = MEDIASUBTYPE_ARGB32;
+  video.sampleSize = 4 * pixels;
+  const MediaType argb = MakeVideoType(video);
+  video.subtype = MEDIASUBTYPE_YUY2;
+  video.sampleSize = 2 * pixels;
+  return {argb, MakeVideoType(video)};
+}
+
+std::size_t DecoderOutput::SampleSize(const AM_MEDIA_TYPE& type) { return type.lSampleSize; }
+
+DecoderFilter::DecoderFilter()
+    : Filter(kMjpgDecoderClass),
+      m_input(*this),
+      m_output(*this, m_input),
+      m_decompressor(tjInitDecompress()) {
+  if (!m_decompressor) {
+    throw std::bad_alloc();
+  }
+}
+
+HRESULT DecoderFilter::Decode(IMediaSample& sample) {
+  const std::optional<Video> video = ReadVideoType(m_output.Type());
+  if (!video) {
+    return VFW_E_NOT_CONNECTED;
+  }
+  ComPtr<IMediaSample> decoded;
+  if (const HRESULT hr = m_output.GetSample(decoded); FAILED(hr)) {
+    return hr;
+  }
+  if (!DecodeInto(RoomOf(*decoded.Get()), BytesOf(sample), *video)) {
+    // A frame that is no picture of that size is left out.
+    return S_OK;
+  }
+  decoded->SetActualDataLength(static_cast<LONG>(video->sampleSize));
+  REFERENCE_TIME start = 0;
+  REFERENCE_TIME end = 0;
+  if (SUCCEEDED(sample.GetTime(&start, &end))) {
+    decoded->SetTime(&start, &end);
+  }
+  decoded->SetSyncPoint(TRUE);
+  return m_output.Deliver(*decoded.Get());
+}
+
+bool DecoderFilter::DecodeInto(std::span<BYTE> room, std::span<const BYTE> jpeg, const Video& video) {
+  if (room.size() < video.sampleSize) {
+    return false;
+  }
+  if (video.subtype == MEDIASUBTYPE_ARGB32) {
+    return DecodeArgb(room.data(), jpeg, video, TJFLAG_BOTTOMUP);
+  }
+  m_argb.resize(std::size_t{2} * video.sampleSize);
+  return DecodeArgb(m_argb.data(), jpeg, video, 0) &&
+         libyuv::ARGBToYUY2(m_argb.data(), 4 * video.width, room.data(), 2 * video.width, video.width,
+                            video.height) == 0;
+}
+
+bool DecoderFilter::DecodeArgb(BYTE* out, std::span<const BYTE> jpeg, const Video& video, int flags) {
+  int width = 0;
+  int height = 0;
+  int sampling = 0;
+  int colours = 0;
+  const auto size = static_cast<unsigned long>(jpeg.size());
+  return tjDecompressHeader3(m_decompressor.get(), jpeg.data(), size, &width, &height, &sampling, &colours) ==
+             0 &&
+         width == video.width && height == video.height &&
+         tjDecompress2(m_decompressor.get(), jpeg.data(), size, out, width, 4 * width, height, TJPF_BGRA,
+                       flags | TJFLAG_STOPONWARNING) == 0;
+}
+
+}  // namespace fixtures

@@ -1,0 +1,118 @@
+#include "support/windows/GrabberFilter.h"
+
+#include <algorithm>
+
+namespace fixtures {
+namespace {
+
+constexpr LONG kCallSampleCB = 0;
+constexpr LONG kCallBufferCB = 1;
+
+double SampleTime(IMediaSample& sample) {
+  constexpr double kUnitsPerSecond = 10'000'000;
+  REFERENCE_TIME start = 0;
+  REFERENCE_TIME end = 0;
+  return SUCCEEDED(sample.GetTime(&start, &end)) ? static_cast<double>(start) / kUnitsPerSecond : 0;
+}
+
+}  // namespace
+
+GrabberInput::GrabberInput(GrabberFilter& grabber) : InputPin(grabber, L"In"), m_grabber(grabber) {}
+bool GrabberInput::Accepts(const AM_MEDIA_TYPE& type) { return m_grabber.Accepts(type); }
+HRESULT GrabberInput::Take(IMediaSample& sample) { return m_grabber.Show(sample); }
+
+GrabberFilter::GrabberFilter() : Also(CLSID_SampleGrabber), m_input(*this), m_output(*this) {}
+
+HRESULT STDMETHODCALLTYPE GrabberFilter::SetOneShot(BOOL isOneShot) {
+  const std::lock_guard lock(m_mutex);
+  m_settings.isOneShot = isOneShot != FALSE;
+  return S_OK;
+}
+
+HRESULT STDMETHODCALLTYPE GrabberFilter::SetMediaType(const AM_MEDIA_TYPE* type) {
+  return Guarded([&] {
+    const std::lock_guard lock(m_mutex);
+    m_wanted = type != nullptr ? MediaType(*type) : MediaType();
+    return S_OK;
+  });
+}
+
+HRESULT STDMETHODCALLTYPE GrabberFilter::GetConnectedMediaType(AM_MEDIA_TYPE* type) {
+  return m_input.ConnectionMediaType(type);
+}
+
+HRESULT STDMETHODCALLTYPE GrabberFilter::SetBufferSamples(BOOL isBuffering) {
+  const std::lock_guard lock(m_mutex);
+  m_settings.isBuffering = isBuffering != FALSE;
+  return S_OK;
+}
+
+HRESULT STDMETHODCALLTYPE GrabberFilter::GetCurrentBuffer(LONG* size, LONG* buffer) {
+  if (size == nullptr) {
+    return E_POINTER;
+  }
+  const std::lock_guard lock(m_mutex);
+  if (!m_settings.isBuffering) {
+    return E_INVALIDARG;
+  }
+  if (!m_hasBuffered) {
+    return VFW_E_WRONG_STATE;
+  }
+  const auto length = static_cast<LONG>(m_buffered.size());
+  if (buffer != nullptr) {
+    if (*size < length) {
+      return E_OUTOFMEMORY;
+    }
+    std::copy(m_buffered.begin(), m_buffered.end(), reinterpret_cast<BYTE*>(buffer));
+  }
+  *size = length;
+  return S_OK;
+}
+
+HRESULT STDMETHODCALLTYPE GrabberFilter::GetCurrentSample(IMediaSample** /*sample*/) { return E_NOTIMPL; }
+
+HRESULT STDMETHODCALLTYPE GrabberFilter::SetCallback(ISampleGrabberCB* callback, LONG method) {
+  if (method != kCallSampleCB && method != kCallBufferCB) {
+    return E_INVALIDARG;
+  }
+  // Released without the lock.
+  ComPtr<ISampleGrabberCB> replaced(callback);
+  const std::lock_guard lock(m_mutex);
+  std::swap(m_settings.callback, replaced);
+  m_settings.method = method;
+  return S_OK;
+}
+
+bool GrabberFilter::Accepts(const AM_MEDIA_TYPE& type) {
+  const std::lock_guard lock(m_mutex);
+  return Matches(type, m_wanted.Get());
+}
+
+HRESULT GrabberFilter::Start() {
+  m_isComplete = false;
+  return S_OK;
+}
+
+HRESULT GrabberFilter::Show(IMediaSample& sample) {
+  const std::span<BYTE> bytes = BytesOf(sample);
+  Settings settings;
+  {
+    const std::lock_guard lock(m_mutex);
+    settings = m_settings;
+    if (settings.isBuffering) {
+      m_buffered.assign(bytes.begin(), bytes.end());
+      m_hasBuffered = true;
+    }
+  }
+  if (settings.callback && settings.method == kCallBufferCB) {
+    settings.callback->BufferCB(SampleTime(sample), bytes.data(), static_cast<LONG>(bytes.size()));
+  } else if (settings.callback) {
+    settings.callback->SampleCB(SampleTime(sample), &sample);
+  }
+  if (settings.isOneShot && !m_isComplete.exchange(true)) {
+    NotifyGraph(EC_COMPLETE, S_OK, reinterpret_cast<LONG_PTR>(static_cast<IBaseFilter*>(this)));
+  }
+  return S_OK;
+}
+
+}  // namespace fixtures

@@ -1,0 +1,37 @@
+// The pixel formats that a function can offer, by their V4L2 names.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string_view>
+
+#include "graph/VideoFormat.h"
+
+namespace uvc {
+
+// How the video class describes a format.
+enum class FormatKind { kUncompressed, kMjpeg, kFrameBased };
+
+struct PixelFormat {
+  std::string_view name;
+  std::uint32_t fourCc = 0;    // of V4L2
+  std::uint32_t guidCode = 0;  // first four bytes of the GUID; unused for MJPG
+  FormatKind kind = FormatKind::kUncompressed;
+  std::uint8_t bitsPerPixel = 16;  // of a compressed format: an upper bound
+  bool canStream = true;           // false: the camera offers the format and refuses to start it
+};
+
+constexpr std::uint32_t kNv12 = FourCc("NV12");
+constexpr std::uint32_t kUyvy = FourCc("UYVY");
+constexpr std::uint32_t kGrey = FourCc("GREY");
+constexpr std::uint32_t kH264 = FourCc("H264");
+
+std::span<const PixelFormat> PixelFormats();
+
+// Returns null for an unknown name.
+const PixelFormat* FindPixelFormat(std::string_view name);
+
+// fourCc: one of PixelFormats().
+const PixelFormat& PixelFormatOf(std::uint32_t fourCc);
+
+}  // namespace uvc

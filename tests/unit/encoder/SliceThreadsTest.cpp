@@ -1,0 +1,211 @@
+// Slice threads: they start with the first frame, end with the encoder, and leave the stream as it is.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <thread>
+
+#include "encoder/EncoderSettings.h"
+#include "encoder/H264Encoder.h"
+#include "encoder/I420Converter.h"
+#include "support/NoThreads.h"
+#include "support/video/DecodedStream.h"
+
+namespace {
+
+constexpr int kThreads = 2;
+
+std::ptrdiff_t ThreadCount() {
+  return std::distance(std::filesystem::directory_iterator("/proc/self/task"),
+                       std::filesystem::directory_iterator());
+}
+
+// A thread that has been joined may be listed a moment longer. Returns false on timeout.
+template <typename Condition>
+bool WaitFor(Condition condition) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) {
+      return false;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  return true;
+}
+
+bool ThreadCountBecomes(std::ptrdiff_t count) {
+  return WaitFor([&] { return ThreadCount() == count; });
+}
+
+bool IsListed(pid_t thread) { return std::filesystem::exists("/proc/self/task/" + std::to_string(thread)); }
+
+class Threads : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(frame.AllocBuffer(kWidth, kHeight, ColorSpace::kI420));
+    // Sanitizers start a thread of theirs with the first thread of the program.
+    pid_t first = 0;
+    std::thread([&] { first = gettid(); }).join();
+    ASSERT_TRUE(WaitFor([&] { return !IsListed(first); }));
+    before = ThreadCount();
+  }
+
+  static VideoEncoder::EncodeParam ClipParam() { return Param(kWidth, kHeight, ColorSpace::kI420, 30, 10); }
+  Bytes EncodeNext(VideoEncoder& encoder, std::uint64_t number) {
+    clip.Draw(number, frame.data);
+    return Encode(encoder, frame);
+  }
+
+  static constexpr std::uint32_t kWidth = 320;
+  static constexpr std::uint32_t kHeight = 240;
+  MovingClip clip{kWidth, kHeight};
+  VideoFrame frame;
+  std::ptrdiff_t before = 0;
+};
+
+TEST_F(Threads, StartWithTheFirstFrameAndEndWithTheEncoder) {
+  {
+    encoder::H264Encoder encoder(kThreads);
+    ASSERT_TRUE(encoder.Initialize(ClipParam()));
+    EXPECT_EQ(ThreadCount(), before);
+    EXPECT_FALSE(EncodeNext(encoder, 0).empty());
+    // The threads that encode slices, and those that OpenH264 manages them with.
+    const std::ptrdiff_t encoding = ThreadCount();
+    EXPECT_GE(encoding, before + kThreads);
+    EXPECT_FALSE(EncodeNext(encoder, 1).empty());
+    EXPECT_EQ(ThreadCount(), encoding);
+  }
+  EXPECT_TRUE(ThreadCountBecomes(before));
+}
+
+TEST_F(Threads, DoNotStartForAFrameThatIsRefused) {
+  encoder::H264Encoder encoder(kThreads);
+  ASSERT_TRUE(encoder.Initialize(ClipParam()));
+  VideoFrame small;
+  ASSERT_TRUE(small.AllocBuffer(kWidth / 2, kHeight, ColorSpace::kI420));
+  AVEncodePacket packet;
+  EXPECT_NE(encoder.Encode(&small, &packet), 0);
+  EXPECT_EQ(ThreadCount(), before);
+}
+
+TEST_F(Threads, AreNoneWithoutAFrame) {
+  { encoder::H264Encoder never(kThreads); }
+  {
+    encoder::H264Encoder encoder(kThreads);
+    ASSERT_TRUE(encoder.Initialize(ClipParam()));
+    EXPECT_FALSE(encoder.Initialize(ClipParam()));
+    EXPECT_EQ(ThreadCount(), before);
+  }
+  EXPECT_EQ(ThreadCount(), before);
+}
+
+TEST_F(Threads, ThatCannotBeStartedAreDoneWithout) {
+  std::vector<Bytes> packets;
+  encoder::H264Encoder encoder(kThreads);
+  {
+    const NoThreads noThreads;
+    ASSERT_TRUE(encoder.Initialize(ClipParam()));
+    packets.push_back(EncodeNext(encoder, 0));
+    EXPECT_EQ(ThreadCount(), before);
+  }
+  packets.push_back(EncodeNext(encoder, 1));
+  EXPECT_EQ(ThreadCount(), before) << "the stream goes on as it has begun";
+  EXPECT_THAT(packets, ::testing::Each(::testing::Not(::testing::IsEmpty())));
+  EXPECT_EQ(Decode(packets).errors, 0);
+}
+
+TEST_F(Threads, ShareEveryPictureFromTheFirstOn) {
+  encoder::H264Encoder encoder(kThreads);
+  ASSERT_TRUE(encoder.Initialize(ClipParam()));
+  for (std::uint64_t number = 0; number < 20; ++number) {
+    const std::vector<int> types = NalTypes(EncodeNext(encoder, number));
+    const std::vector<int> expected = number % 10 == 0 ? std::vector<int>{kSps, kPps, kIdrSlice, kIdrSlice}
+                                                       : std::vector<int>{kSlice, kSlice};
+    EXPECT_EQ(types, expected) << number;
+  }
+}
+
+// What OpenH264 makes of the clip when it has its threads from the beginning.
+std::vector<Bytes> ReferenceStream(const VideoEncoder::EncodeParam& param, int threads,
+                                   const std::vector<Bytes>& frames) {
+  ISVCEncoder* reference = nullptr;
+  EXPECT_EQ(WelsCreateSVCEncoder(&reference), 0);
+  int quiet = WELS_LOG_QUIET;
+  reference->SetOption(ENCODER_OPTION_TRACE_LEVEL, &quiet);
+  SEncParamExt settings{};
+  EXPECT_EQ(reference->GetDefaultParams(&settings), 0);
+  encoder::ApplySettings(param, param.width, param.height, threads, settings);
+  EXPECT_EQ(reference->InitializeExt(&settings), 0);
+  encoder::PictureConverter converter(param.width, param.height, param.colorSpace);
+  std::vector<Bytes> stream;
+  for (std::size_t number = 0; number < frames.size(); ++number) {
+    Bytes bytes = frames[number];
+    const encoder::Planes planes = converter.Convert(bytes.data());
+    SSourcePicture picture{};
+    picture.iColorFormat = videoFormatI420;
+    picture.iPicWidth = static_cast<int>(param.width);
+    picture.iPicHeight = static_cast<int>(param.height);
+    std::copy(planes.data.begin(), planes.data.end(), picture.pData);
+    std::copy(planes.stride.begin(), planes.stride.end(), picture.iStride);
+    picture.uiTimeStamp = static_cast<long long>(number * 1000 / param.frameRate);
+    SFrameBSInfo unit{};
+    EXPECT_EQ(reference->EncodeFrame(&picture, &unit), 0);
+    Bytes& packet = stream.emplace_back();
+    for (int layer = 0; layer < unit.iLayerNum; ++layer) {
+      const SLayerBSInfo& part = unit.sLayerInfo[layer];
+      int length = 0;
+      for (int nal = 0; nal < part.iNalCount; ++nal) {
+        length += part.pNalLengthInByte[nal];
+      }
+      packet.insert(packet.end(), part.pBsBuf, part.pBsBuf + length);
+    }
+  }
+  reference->Uninitialize();
+  WelsDestroySVCEncoder(reference);
+  return stream;
+}
+
+class StreamWithThreads : public ::testing::TestWithParam<int> {};
+
+TEST_P(StreamWithThreads, IsThatOfAnEncoderThatHasThemFromTheBeginning) {
+  constexpr std::uint32_t kWidth = 640;
+  constexpr std::uint32_t kHeight = 360;
+  const VideoEncoder::EncodeParam param = Param(kWidth, kHeight, ColorSpace::kI420, 30, 20);
+  MovingClip clip(kWidth, kHeight);
+  VideoFrame frame;
+  ASSERT_TRUE(frame.AllocBuffer(kWidth, kHeight, ColorSpace::kI420));
+  encoder::H264Encoder encoder(GetParam());
+  ASSERT_TRUE(encoder.Initialize(param));
+  std::vector<Bytes> frames;
+  std::vector<Bytes> stream;
+  for (std::uint64_t number = 0; number < 45; ++number) {
+    clip.Draw(number, frame.data);
+    frames.emplace_back(frame.data, frame.data + frame.size);
+    stream.push_back(Encode(encoder, frame));
+  }
+  EXPECT_EQ(stream, ReferenceStream(param, GetParam(), frames));
+}
+
+INSTANTIATE_TEST_SUITE_P(Count, StreamWithThreads, ::testing::Values(1, 2, 4));
+
+// The smallest and the largest pictures, with more threads than some of them have lines of macroblocks.
+TEST(SizesWithThreads, AreTheSameAsWithoutAndEveryFrameIsEncoded) {
+  for (const auto& [width, height] :
+       {std::pair{16U, 16U}, std::pair{17U, 16U}, std::pair{4096U, 16U}, std::pair{4096U, 225U},
+        std::pair{225U, 4096U}, std::pair{641U, 479U}, std::pair{4096U, 2304U}}) {
+    encoder::H264Encoder encoder(kThreads);
+    ASSERT_TRUE(encoder.Initialize(Param(width, height, ColorSpace::kI420))) << width << "x" << height;
+    VideoFrame frame;
+    ASSERT_TRUE(frame.AllocBuffer(width, height, ColorSpace::kI420));
+    std::memset(frame.data, 128, frame.size);
+    for (int i = 0; i < 2; ++i) {
+      EXPECT_FALSE(Encode(encoder, frame).empty()) << width << "x" << height;
+    }
+  }
+}
+
+}  // namespace

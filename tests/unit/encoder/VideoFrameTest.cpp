@@ -1,0 +1,120 @@
+// Raw frames and the memory of packets.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "encoder/PacketMemory.h"
+#include "support/video/DecodedStream.h"
+
+namespace {
+
+TEST(Frame, IsEmptyAtFirst) {
+  const VideoFrame frame;
+  EXPECT_EQ(frame.data, nullptr);
+  EXPECT_EQ(frame.size, 0U);
+}
+
+TEST(Frame, HoldsOnePictureOfItsLayout) {
+  struct Case {
+    std::uint32_t width;
+    std::uint32_t height;
+    ColorSpace layout;
+    std::uint32_t size;
+  };
+  const std::vector<Case> cases = {
+      {640, 480, ColorSpace::kI420, 460800},
+      {640, 480, ColorSpace::kYuy2, 614400},
+      {640, 480, ColorSpace::kArgb32, 1228800},
+      {1, 1, ColorSpace::kI420, 3},
+      {1, 1, ColorSpace::kYuy2, 4},
+      {1, 1, ColorSpace::kArgb32, 4},
+      {17, 15, ColorSpace::kI420, 399},
+      {17, 15, ColorSpace::kYuy2, 540},
+      {17, 15, ColorSpace::kArgb32, 1020},
+      {4096, 4096, ColorSpace::kArgb32, 67108864},
+  };
+  for (const Case& c : cases) {
+    VideoFrame frame;
+    ASSERT_TRUE(frame.AllocBuffer(c.width, c.height, c.layout));
+    EXPECT_EQ(frame.size, c.size);
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(frame.data) % 64, 0U);
+    frame.data[0] = 1;
+    frame.data[frame.size - 1] = 1;
+  }
+}
+
+TEST(Frame, RefusesUnknownLayoutsAndSizesThatAreNoneOrTooLarge) {
+  VideoFrame frame;
+  EXPECT_FALSE(frame.AllocBuffer(640, 480, static_cast<ColorSpace>(0)));
+  EXPECT_FALSE(frame.AllocBuffer(640, 480, static_cast<ColorSpace>(2)));
+  EXPECT_FALSE(frame.AllocBuffer(640, 480, static_cast<ColorSpace>(0xFFFFFFFF)));
+  for (const ColorSpace layout : {ColorSpace::kI420, ColorSpace::kYuy2, ColorSpace::kArgb32}) {
+    EXPECT_FALSE(frame.AllocBuffer(0, 480, layout));
+    EXPECT_FALSE(frame.AllocBuffer(640, 0, layout));
+    EXPECT_FALSE(frame.AllocBuffer(0xFFFFFFFF, 0xFFFFFFFF, layout));
+    EXPECT_FALSE(frame.AllocBuffer(65536, 65536, layout));
+    // Products that are small again in 64 bits.
+    EXPECT_FALSE(frame.AllocBuffer(2147527648, 2147439649, layout));
+    EXPECT_FALSE(frame.AllocBuffer(0x80000000, 0x80000000, layout));
+    EXPECT_FALSE(frame.AllocBuffer(1, 0xFFFFFFFF, layout));
+    EXPECT_FALSE(frame.AllocBuffer(0x80000000, 1, layout));
+  }
+  EXPECT_EQ(frame.data, nullptr);
+  EXPECT_EQ(frame.size, 0U);
+}
+
+TEST(Frame, MayBeAllocatedAnewAndReleasedAnyNumberOfTimes) {
+  VideoFrame frame;
+  frame.ReleaseBuffer();
+  EXPECT_TRUE(frame.AllocBuffer(16, 16, ColorSpace::kYuy2));
+  EXPECT_TRUE(frame.AllocBuffer(32, 32, ColorSpace::kYuy2));
+  EXPECT_EQ(frame.size, 2048U);
+  EXPECT_FALSE(frame.AllocBuffer(0, 0, ColorSpace::kYuy2)) << "and is empty then";
+  EXPECT_EQ(frame.data, nullptr);
+  frame.ReleaseBuffer();
+  frame.ReleaseBuffer();
+}
+
+TEST(PacketMemory, BlockOfAPacketIsUsedForTheNextOne) {
+  const void* block = nullptr;
+  {
+    AVEncodePacket packet;
+    ASSERT_TRUE(encoder::Reserve(packet, 100'000));
+    block = packet.data;
+  }
+  for (const std::uint32_t bytes : {100'000U, 1U, 120'000U}) {
+    AVEncodePacket packet;
+    ASSERT_TRUE(encoder::Reserve(packet, bytes));
+    EXPECT_EQ(packet.data, block);
+    EXPECT_GE(packet.capacity, bytes);
+    EXPECT_EQ(packet.length, 0U);
+  }
+}
+
+TEST(PacketMemory, PacketsThatAreAliveTogetherHaveBlocksOfTheirOwn) {
+  std::array<AVEncodePacket, 8> packets;
+  for (AVEncodePacket& packet : packets) {
+    ASSERT_TRUE(encoder::Reserve(packet, 5000));
+    std::fill_n(packet.data, 5000, static_cast<std::uint8_t>(&packet - packets.data()));
+  }
+  for (const AVEncodePacket& packet : packets) {
+    EXPECT_EQ(packet.data[0], &packet - packets.data());
+    EXPECT_EQ(packet.data[4999], &packet - packets.data());
+  }
+}
+
+TEST(PacketMemory, PacketGrowsWhenItHasTo) {
+  AVEncodePacket packet;
+  ASSERT_TRUE(encoder::Reserve(packet, 10));
+  const std::uint32_t first = packet.capacity;
+  ASSERT_TRUE(encoder::Reserve(packet, first + 1));
+  EXPECT_GT(packet.capacity, first);
+}
+
+TEST(PacketMemory, MoreThanCanBeHadLeavesThePacketEmpty) {
+  AVEncodePacket packet;
+  EXPECT_FALSE(encoder::Reserve(packet, 0xFFFFFFFF));
+  EXPECT_EQ(packet.data, nullptr);
+  EXPECT_EQ(packet.length, 0U);
+}
+
+}  // namespace

@@ -1,0 +1,234 @@
+// No exception leaves the library: what each slot answers instead, and that the library goes on working.
+#include <stdexcept>
+
+#include "support/CameraHandlerTest.h"
+#include "support/NoThreads.h"
+
+namespace {
+
+using Boundary = CameraHandlerTest;
+using scripted::BuiltInCamera;
+using scripted::Camera;
+using scripted::kBuiltInId;
+using scripted::LaptopPc;
+using scripted::PlugInCamera;
+using ::testing::Contains;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+
+// A device whose name is no text: half a surrogate pair.
+Camera BrokenCamera() { return {"broken", std::wstring(1, wchar_t{0xD800}), {}}; }
+
+TEST_F(Boundary, NameThatIsNoTextMakesTheQueryFailWithoutALogLine) {
+  platform.SetPc({{{0, kBuiltInId}}, {BrokenCamera(), BuiltInCamera({})}});
+  EXPECT_EQ(Query(), -1000);
+  EXPECT_THAT(LogLines(), IsEmpty());
+  EXPECT_THAT(platform.Alive(), IsEmpty());
+  platform.SetPc(LaptopPc());
+  EXPECT_EQ(Query(), 0);
+}
+
+TEST_F(Boundary, NameThatIsNoTextMakesTheOpenFailAndACloseMendsIt) {
+  QueryAndRelease();
+  platform.SetPc({{}, {BrokenCamera()}});
+  EXPECT_EQ(Open(), -1001);
+  EXPECT_THAT(LogLines(), Not(Contains(HasSubstr("fail"))));
+  EXPECT_EQ(Close(), 1);
+  platform.SetPc(LaptopPc());
+  ExpectFormatLeft();
+  EXPECT_EQ(Open(), 0);
+  EXPECT_EQ(Close(), 1);
+}
+
+TEST_F(Boundary, StatusCallbackThatThrowsMakesTheOpenFailAndACloseMendsIt) {
+  QueryAndRelease();
+  ExpectFormatLeft(2);
+  host.InStatus([](int) { throw std::runtime_error("host"); });
+  EXPECT_EQ(Open(), -1001);
+  host.InStatus(nullptr);
+  EXPECT_EQ(Open(), -4) << "the graph was built";
+  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Open(), 0);
+  EXPECT_EQ(Close(), 1);
+}
+
+TEST_F(Boundary, StatusCallbackThatThrowsMakesTheCloseAnswerZeroAndTheCameraIsClosedAllTheSame) {
+  QueryAndOpen();
+  host.InStatus([](int) { throw std::runtime_error("host"); });
+  EXPECT_EQ(Close(), 0);
+  EXPECT_THAT(platform.Alive(), ::testing::ElementsAre("current media type"));
+  host.InStatus(nullptr);
+  ExpectFormatLeft();
+  EXPECT_EQ(Open(), 0);
+  EXPECT_EQ(Close(), 1);
+}
+
+TEST_F(Boundary, CloseInsideTheReportOfAnOpenMakesThatOpenFailCleanly) {
+  QueryAndRelease();
+  ExpectFormatLeft(2);
+  host.InStatus([&](int status) {
+    if (status == NUVEQ_SERVICE_STATUS_CAMERA_OPEN) {
+      EXPECT_EQ(Close(), 1);
+    }
+  });
+  EXPECT_EQ(Open(), -1001);
+  EXPECT_EQ(platform.CallCount("IMediaControl::Run"), 0U);
+  EXPECT_THAT(platform.Alive(), ::testing::ElementsAre("current media type"));
+  host.InStatus(nullptr);
+  EXPECT_EQ(Open(), 0);
+  EXPECT_EQ(Close(), 1);
+}
+
+TEST_F(Boundary, CloseInsideTheReportOfACloseDoesNothing) {
+  QueryAndOpen();
+  host.InStatus([&](int) { EXPECT_EQ(Close(), 0); });
+  EXPECT_EQ(Close(), 1);
+  EXPECT_THAT(platform.Journal(), Contains("status callback \"0\" 1 3").Times(1));
+}
+
+// --- The module's pin: unpinning it may unmap the library as soon as the calling thread has left it ---
+
+TEST_F(Boundary, CloseInsideTheReportOfAnOpenUnpinsTheModuleWhenTheOpenReturns) {
+  QueryAndRelease();
+  ExpectFormatLeft();
+  host.InStatus([&](int status) {
+    if (status == NUVEQ_SERVICE_STATUS_CAMERA_OPEN) {
+      EXPECT_EQ(Close(), 1);
+      EXPECT_EQ(platform.CallCount("UnpinModule"), 0U);
+    }
+  });
+  EXPECT_EQ(Open(), -1001);
+  EXPECT_EQ(platform.Calls().back(), "UnpinModule(soon)");
+}
+
+TEST_F(Boundary, CloseInsideTheReportOfARefusedOpenUnpinsTheModuleWhenThatReturns) {
+  QueryAndOpen();
+  host.InStatus([&](int status) {
+    if (status == NUVEQ_SERVICE_STATUS_CAMERA_OPEN) {
+      EXPECT_EQ(Close(), 1);
+      EXPECT_EQ(platform.CallCount("UnpinModule"), 0U);
+    }
+  });
+  EXPECT_EQ(Open(), -4);
+  EXPECT_EQ(platform.Calls().back(), "UnpinModule(before returning)");
+}
+
+TEST_F(Boundary, CloseInsideTheReportOfAQueryUnpinsTheModuleWhenTheQueryReturns) {
+  QueryAndOpen();
+  platform.SetPc({{}, {PlugInCamera()}});
+  host.InAction([&] {
+    EXPECT_EQ(Close(), 1);
+    EXPECT_EQ(platform.CallCount("UnpinModule"), 0U);
+  });
+  EXPECT_EQ(Query(), -1000);
+  EXPECT_EQ(platform.Calls().back(), "UnpinModule(before returning)");
+}
+
+TEST_F(Boundary, ModuleIsUnpinnedWithNoExceptionInFlight) {
+  QueryAndOpen();
+  int inFlight = -1;
+  platform.Before("UnpinModule", [&] { inFlight = std::uncaught_exceptions(); });
+  host.InStatus([](int) { throw std::runtime_error("host"); });
+  EXPECT_EQ(Close(), 0);
+  EXPECT_EQ(inFlight, 0);
+}
+
+TEST_F(Boundary, ActionCallbackThatThrowsMakesTheQueryFail) {
+  const NUVEQServiceListener listener{&HostCallbacks::OnStatus,
+                                      [](const char*, std::uint32_t, NUVEQServiceAction*) -> std::int32_t {
+                                        throw std::runtime_error("host");
+                                      }};
+  ASSERT_EQ(handler.RegisterServiceListener(&listener), 0);
+  platform.SetPc({{}, {PlugInCamera()}});
+  EXPECT_EQ(Query(), -1000);
+}
+
+TEST_F(Boundary, PlatformCallThatThrowsIsTheFailureOfItsSlot) {
+  for (const char* operation : {"SetupDiGetClassDevsW", "IPin::EnumMediaTypes", "AllocatePlatformBlock"}) {
+    platform.Before(operation, [] { throw std::bad_alloc(); });
+    NUVEQCameraCapabilities* records = nullptr;
+    std::uint32_t count = 0;
+    EXPECT_EQ(handler.GetCapability(&records, &count), -1000) << operation;
+    platform.Before(operation, nullptr);
+    platform.DisposeOf("device information set");
+  }
+  EXPECT_EQ(Query(), 0);
+}
+
+TEST_F(Boundary, OperatorThatCannotBeMadeIsTheFailureOfEverySlotAndIsTriedAgain) {
+  Unload();
+  LoadedLibrary fresh(NUVEQ_LIBRARY_FILE);
+  ASSERT_EQ(fresh.GetCameraHandler(&handler), 0);
+  platform.Before("CoInitialize", [] { throw std::bad_alloc(); });
+  const unsigned before = platform.CallCount("CoInitialize");
+  const NUVEQServiceListener listener{};
+  EXPECT_EQ(handler.RegisterSendDataCallback(nullptr, 0, &HostCallbacks::OnData), -2);
+  EXPECT_EQ(handler.RegisterServiceListener(&listener), -2);
+  EXPECT_EQ(Open(), -1001);
+  EXPECT_EQ(Close(), 0);
+  EXPECT_EQ(Query(), -1000);
+  handler.ReleaseCapability(0, nullptr, 0);
+  EXPECT_EQ(platform.CallCount("CoInitialize"), before + 6);
+  // The ones that failed are not balanced by an end.
+  platform.Before("CoInitialize", nullptr);
+  EXPECT_EQ(Query(), 0);
+  ReleaseCapabilities();
+  fresh.Unload();
+  EXPECT_EQ(platform.CallCount("CoUninitialize"), platform.CallCount("CoInitialize") - 6);
+  for (int i = 0; i < 6; ++i) {
+    CoUninitialize();
+  }
+}
+
+TEST_F(Boundary, LoggerThatThrowsCostsTheLinesAndNothingElse) {
+  QueryAndRelease();
+  ExpectFormatLeft();
+  platform.Before("GetLogger", [] { throw std::runtime_error("host"); });
+  LoadedLibrary again(NUVEQ_LIBRARY_FILE);
+  EXPECT_EQ(again.GetCameraHandler(nullptr), -2);
+  EXPECT_EQ(Open(), 0);
+  EXPECT_TRUE(platform.DeliverFrame(Frame(0, 0)));
+  platform.AnswersNth("VideoEncoder::Encode", 1, scripted::Fails());
+  EXPECT_TRUE(platform.DeliverFrame(Frame(kFrameSize, 1)));
+  DeliverAndReceive(2);
+  EXPECT_EQ(Close(), 1);
+  EXPECT_THAT(platform.Logs(), IsEmpty());
+}
+
+TEST_F(Boundary, LoggerThatThrowsWhileTheOperatorIsMadeCostsTheLinesAndNothingElse) {
+  Unload();
+  LoadedLibrary fresh(NUVEQ_LIBRARY_FILE);
+  ASSERT_EQ(fresh.GetCameraHandler(&handler), 0);
+  platform.Before("GetLogger", [] { throw std::runtime_error("host"); });
+  EXPECT_EQ(handler.RegisterSendDataCallback(nullptr, 0, &HostCallbacks::OnData), 0);
+  ASSERT_NO_FATAL_FAILURE(QueryAndOpen());
+  DeliverAndReceive(1);
+  EXPECT_EQ(Close(), 1);
+  EXPECT_THAT(platform.Logs(), IsEmpty());
+  platform.Before("GetLogger", nullptr);
+  EXPECT_EQ(Close(), 0);
+  EXPECT_EQ(platform.Logs().size(), 1U) << "a logger that works again is used";
+  fresh.Unload();
+}
+
+TEST_F(Boundary, ThreadThatCannotBeStartedMakesTheOpenFailAndACloseMendsItEvenWhileFramesFlow) {
+  QueryAndRelease();
+  ExpectFormatLeft(2);
+  platform.SetStreaming({true, [](std::uint64_t) { return Frame(kFrameSize, 1); }});
+  platform.SetRecording(false);
+  std::optional<NoThreads> refusal;
+  // The graph has its thread; the library asks for its own after the first frame.
+  platform.Before("IMediaEvent::WaitForCompletion", [&] { refusal.emplace(); });
+  EXPECT_EQ(Open(), -1001);
+  refusal.reset();
+  platform.Before("IMediaEvent::WaitForCompletion", nullptr);
+  // Nobody takes the frames: the fifth fills the pool.
+  ASSERT_TRUE(WaitUntil([&] { return platform.DeliveredFrames() == 5; }));
+  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Open(), 0);
+  EXPECT_TRUE(host.WaitForPackets(10));
+  EXPECT_EQ(Close(), 1);
+}
+
+}  // namespace

@@ -1,0 +1,299 @@
+// The capability query: the records that the platform gets, and what it gets instead.
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+#include "Allocation.h"
+#include "support/CameraHandlerTest.h"
+
+namespace {
+
+using CapabilityQuery = CameraHandlerTest;
+using scripted::Fails;
+using scripted::LaptopPc;
+using scripted::MediaType;
+using scripted::Mjpg;
+using scripted::PlugInCamera;
+using scripted::Yuy2;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+template <typename T>
+T ReadAt(const void* record, std::size_t offset) {
+  T value{};
+  std::memcpy(&value, static_cast<const unsigned char*>(record) + offset, sizeof(value));
+  return value;
+}
+
+bool IsZero(const void* record, std::size_t begin, std::size_t end) {
+  for (std::size_t offset = begin; offset < end; ++offset) {
+    if (ReadAt<unsigned char>(record, offset) != 0) {
+      return false;
+    }
+  }
+  return true;
+}
+
+TEST_F(CapabilityQuery, BuiltInCameraIsOneRecordWithIdZero) {
+  EXPECT_EQ(Query(), 0);
+  EXPECT_EQ(cameraNum, 1U);
+  ASSERT_NE(capabilities, nullptr);
+  EXPECT_STREQ(capabilities->id, "0");
+  EXPECT_EQ(capabilities->idLen, 1U);
+  EXPECT_EQ(capabilities->abilityNum, 1U);
+  EXPECT_EQ(capabilities->abilities->abilityFlag, 1U);
+}
+
+TEST_F(CapabilityQuery, RecordsAreLaidOutByteByByte) {
+  platform.SetPc(LaptopPc({Mjpg(1280, 720, 30), Yuy2(640, 480, 30), Yuy2(640, 480, 15)}));
+  ASSERT_EQ(Query(), 0);
+  const void* const record = capabilities;
+  const auto* const id = ReadAt<const char*>(record, 0);
+  EXPECT_EQ(id[0], '0');
+  EXPECT_TRUE(IsZero(id, 1, 64));
+  EXPECT_EQ(ReadAt<std::uint32_t>(record, 8), 1U);
+  EXPECT_TRUE(IsZero(record, 12, 16));
+  const auto* const ability = ReadAt<const void*>(record, 16);
+  EXPECT_EQ(ReadAt<std::uint32_t>(record, 24), 1U);
+  EXPECT_TRUE(IsZero(record, 28, 48));
+
+  const auto* const ranges = ReadAt<const void*>(ability, 0);
+  EXPECT_EQ(ReadAt<std::uint32_t>(ability, 8), 2U);
+  EXPECT_TRUE(IsZero(ability, 12, 16));
+  const auto* const resolutions = ReadAt<const void*>(ability, 16);
+  EXPECT_EQ(ReadAt<std::uint32_t>(ability, 24), 2U);
+  EXPECT_EQ(ReadAt<std::uint32_t>(ability, 28), 1U);
+
+  const std::uint32_t wantedRanges[] = {15000, 15000, 30000, 30000};
+  EXPECT_EQ(std::memcmp(ranges, wantedRanges, sizeof(wantedRanges)), 0);
+  const std::int32_t wantedSizes[] = {640, 480, 1280, 720};
+  EXPECT_EQ(std::memcmp(resolutions, wantedSizes, sizeof(wantedSizes)), 0);
+}
+
+TEST_F(CapabilityQuery, CameraWithoutAnAcceptedTypeHasNullArraysAndIsNoFailure) {
+  platform.SetPc(LaptopPc(std::vector<MediaType>{}));
+  EXPECT_EQ(Query(), 0);
+  const NUVEQCameraAbility& ability = *capabilities->abilities;
+  EXPECT_EQ(ability.fpsRanges, nullptr);
+  EXPECT_EQ(ability.fpsRangeNum, 0U);
+  EXPECT_EQ(ability.resolutions, nullptr);
+  EXPECT_EQ(ability.resolutionNum, 0U);
+  EXPECT_EQ(ability.abilityFlag, 1U);
+}
+
+TEST_F(CapabilityQuery, NoBuiltInCameraIsReportedAsActionSevenAndLeavesTheCountAlone) {
+  platform.SetPc({{}, {PlugInCamera()}});
+  cameraNum = 77;
+  EXPECT_EQ(Query(), -1000);
+  EXPECT_EQ(cameraNum, 77U);
+  EXPECT_THAT(LogLines(), ElementsAre(ErrorLine(792,
+                                                "[CameraOperator]report camera driver error"
+                                                "(CameraOperator::UpdateServiceActionToNuveq)"),
+                                      ErrorLine(981,
+                                                "[CameraOperator]Can not find PC Camera"
+                                                "(CameraOperator::GetCameraCapabilityInner)")));
+  EXPECT_THAT(platform.Journal(), Contains("action callback null 1 type 7 \"440\""));
+}
+
+TEST_F(CapabilityQuery, ActionIsReportedBetweenItsTwoLines) {
+  platform.SetPc({{}, {PlugInCamera()}});
+  EXPECT_EQ(Query(), -1000);
+  const std::vector<std::string> journal = platform.Journal();
+  const std::vector<std::string> end(journal.end() - 3, journal.end());
+  EXPECT_THAT(end, ElementsAre("log: [CameraOperator]report camera driver error"
+                               "(CameraOperator::UpdateServiceActionToNuveq)",
+                               "action callback null 1 type 7 \"440\"",
+                               "log: [CameraOperator]Can not find PC Camera"
+                               "(CameraOperator::GetCameraCapabilityInner)"));
+}
+
+TEST_F(CapabilityQuery, FailingActionCallbackIsLoggedAndChangesNothing) {
+  platform.SetPc({{}, {PlugInCamera()}});
+  for (const int answer : {55, -55}) {
+    host.AnswerAction(answer);
+    EXPECT_EQ(Query(), -1000);
+    EXPECT_THAT(LogLines(), Contains(ErrorLine(795, "[CameraOperator]fail to update service action, error: " +
+                                                        std::to_string(answer) +
+                                                        "(CameraOperator::UpdateServiceActionToNuveq)")));
+  }
+}
+
+TEST_F(CapabilityQuery, NullArgumentsAreRefused) {
+  const std::string line = ErrorLine(968,
+                                     "[CameraOperator]input parameter error cameraNum or allAbilities null"
+                                     "(CameraOperator::GetCameraCapabilityInner)");
+  NUVEQCameraCapabilities* records = nullptr;
+  std::uint32_t count = 0;
+  EXPECT_EQ(handler.GetCapability(nullptr, &count), -2);
+  EXPECT_EQ(handler.GetCapability(&records, nullptr), -2);
+  EXPECT_EQ(handler.GetCapability(nullptr, nullptr), -2);
+  EXPECT_THAT(LogLines(), ElementsAre(line, line, line));
+  EXPECT_THAT(platform.Calls(), ElementsAre("CoInitialize()"));
+}
+
+TEST_F(CapabilityQuery, CameraThatCannotBeReadStillGetsItsRecordWhichIsReleased) {
+  platform.Answers("IPin::QueryPinInfo", Fails());
+  NUVEQCameraCapabilities* records = nullptr;
+  EXPECT_EQ(handler.GetCapability(&records, &cameraNum), -1000);
+  EXPECT_EQ(cameraNum, 1U);
+  EXPECT_NE(records, nullptr) << "it points at what was released";
+  EXPECT_THAT(platform.Calls(), Contains("AllocatePlatformBlock(48)"));
+  EXPECT_THAT(platform.Alive(), IsEmpty());
+  EXPECT_EQ(LogLines().back(), ErrorLine(1036,
+                                         "[CameraOperator]fail to get allAbilities -1000"
+                                         "(CameraOperator::GetCameraCapabilityInner)"));
+}
+
+struct AllocationFailure {
+  const char* block;
+  unsigned number;
+  int result;
+};
+
+void PrintTo(const AllocationFailure& failure, std::ostream* out) { *out << failure.block; }
+
+class CapabilityAllocation : public CameraHandlerTest,
+                             public ::testing::WithParamInterface<AllocationFailure> {};
+
+TEST_P(CapabilityAllocation, FailureHasItsCodeAndReleasesTheRecords) {
+  platform.AnswersNth("AllocatePlatformBlock", GetParam().number, Fails());
+  NUVEQCameraCapabilities* records = nullptr;
+  EXPECT_EQ(handler.GetCapability(&records, &cameraNum), GetParam().result);
+  EXPECT_EQ(cameraNum, 1U);
+  EXPECT_EQ(platform.CallCount("AllocatePlatformBlock"), GetParam().number) << "the first failure ends it";
+  EXPECT_EQ(records == nullptr, GetParam().number == 1);
+  EXPECT_EQ(LogLines().back(),
+            ErrorLine(1036, "[CameraOperator]fail to get allAbilities " + std::to_string(GetParam().result) +
+                                "(CameraOperator::GetCameraCapabilityInner)"));
+  EXPECT_THAT(platform.Alive(), IsEmpty());
+  EXPECT_EQ(Query(), 0) << "the next query works";
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, CapabilityAllocation,
+                         ::testing::Values(AllocationFailure{"Record", 1, -3}, AllocationFailure{"Id", 2, -3},
+                                           AllocationFailure{"Ability", 3, -3},
+                                           AllocationFailure{"Rates", 4, -1000},
+                                           AllocationFailure{"Sizes", 5, -3}),
+                         [](const auto& tested) { return std::string(tested.param.block); });
+
+TEST_F(CapabilityQuery, FailureToAllocateTheRecordClearsTheCallersPointerAndReleasesNothing) {
+  ASSERT_EQ(Query(), 0);
+  NUVEQCameraCapabilities* records = capabilities;
+  platform.AnswersNth("AllocatePlatformBlock", 1, Fails());
+  EXPECT_EQ(handler.GetCapability(&records, &cameraNum), -3);
+  EXPECT_EQ(records, nullptr);
+  // The records of the query before are still the caller's.
+  EXPECT_STREQ(capabilities->id, "0");
+  ReleaseCapabilities();
+  EXPECT_THAT(platform.Alive(), IsEmpty());
+}
+
+TEST_F(CapabilityQuery, LaterFailureReleasesTheNewRecordAndNotTheOneOfTheQueryBefore) {
+  for (const unsigned block : {2U, 3U, 4U, 5U}) {
+    ASSERT_EQ(Query(), 0);
+    NUVEQCameraCapabilities* records = capabilities;
+    platform.AnswersNth("AllocatePlatformBlock", block, Fails());
+    EXPECT_NE(handler.GetCapability(&records, &cameraNum), 0);
+    EXPECT_STREQ(capabilities->id, "0");
+    ReleaseCapabilities();
+    EXPECT_THAT(platform.Alive(), IsEmpty());
+  }
+}
+
+TEST_F(CapabilityQuery, FailureBeforeARecordLeavesTheCallersPointerAlone) {
+  ASSERT_EQ(Query(), 0);
+  NUVEQCameraCapabilities* records = capabilities;
+  EXPECT_EQ(handler.GetCapability(&records, nullptr), -2);
+  EXPECT_EQ(records, capabilities);
+  platform.SetPc({{}, {PlugInCamera()}});
+  EXPECT_EQ(handler.GetCapability(&records, &cameraNum), -1000);
+  EXPECT_EQ(records, capabilities);
+  EXPECT_STREQ(capabilities->id, "0");
+}
+
+TEST_F(CapabilityQuery, AllocationFailureAfterAFailedReadingDecidesTheResult) {
+  platform.Answers("IPin::QueryPinInfo", Fails());
+  platform.AnswersNth("AllocatePlatformBlock", 1, Fails());
+  NUVEQCameraCapabilities* records = nullptr;
+  EXPECT_EQ(handler.GetCapability(&records, &cameraNum), -3);
+}
+
+TEST_F(CapabilityQuery, SizeInTwoSubtypesIsOpenedInTheBetterOne) {
+  platform.SetPc(
+      LaptopPc({Mjpg(640, 480, 30), Yuy2(640, 480, 30), Mjpg(1280, 720, 30), Yuy2(1280, 720, 15)}));
+  QueryAndRelease();
+  ExpectFormatLeft(2);
+  EXPECT_EQ(Open("0", 640, 480), 0);
+  EXPECT_EQ(platform.LastEncodeParam().colorSpace, ColorSpace::kYuy2);
+  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Open("0", 1280, 720), 0);
+  EXPECT_EQ(platform.LastEncodeParam().colorSpace, ColorSpace::kArgb32);
+  EXPECT_EQ(Close(), 1);
+}
+
+TEST_F(CapabilityQuery, QueryWhileTheCameraIsOpenLeavesItOpen) {
+  QueryAndOpen();
+  EXPECT_EQ(Query(), 0);
+  DeliverAndReceive(1);
+  EXPECT_EQ(Close(), 1);
+}
+
+TEST_F(CapabilityQuery, RecordsMayBeReleasedAfterMoreQueries) {
+  EXPECT_EQ(Query(), 0);
+  NUVEQCameraCapabilities* const first = capabilities;
+  EXPECT_EQ(Query(), 0);
+  handler.ReleaseCapability(99, first, 1);
+  EXPECT_STREQ(capabilities->id, "0");
+}
+
+// A block that ReleaseCapability may free.
+template <typename T>
+T* Block(scripted::Platform& platform, std::size_t count) {
+  T* const block = static_cast<T*>(std::calloc(count, sizeof(T)));
+  platform.Born(block, "block of the test's", [] {});
+  return block;
+}
+
+TEST_F(CapabilityQuery, EveryRecordOfAnArrayIsReleasedWithWhatItHas) {
+  auto* const records = Block<NUVEQCameraCapabilities>(platform, 3);
+  records[1].id = Block<char>(platform, 64);
+  records[1].abilityNum = 1;  // of none
+  records[2].id = Block<char>(platform, 64);
+  records[2].abilities = Block<NUVEQCameraAbility>(platform, 1);
+  records[2].abilityNum = 1;
+  records[2].abilities->fpsRanges = Block<NUVEQFpsRange>(platform, 1);
+  records[2].abilities->resolutions = Block<NUVEQResolution>(platform, 1);
+  EXPECT_EQ(platform.Alive().size(), 6U);
+  handler.ReleaseCapability(0, records, 3);
+  EXPECT_THAT(platform.Alive(), IsEmpty());
+}
+
+TEST_F(CapabilityQuery, NoMoreRecordsAreReleasedThanTheCountSays) {
+  auto* const records = Block<NUVEQCameraCapabilities>(platform, 2);
+  records[0].id = Block<char>(platform, 64);
+  char* const kept = Block<char>(platform, 64);
+  records[1].id = kept;
+  handler.ReleaseCapability(0, records, 1);
+  EXPECT_EQ(platform.Alive().size(), 1U);
+  FreePlatformBlock(kept);
+}
+
+TEST_F(CapabilityQuery, RecordsPointAtNothingThatHasBeenReleased) {
+  ASSERT_EQ(Query(), 0);
+  NUVEQCameraCapabilities* const records = std::exchange(capabilities, nullptr);
+  NUVEQCameraCapabilities lastRecord = *records;
+  NUVEQCameraAbility lastAbility = *records->abilities;
+  // Before each block goes: the ability goes after what it has, the record last.
+  platform.Before("FreePlatformBlock", [&] {
+    lastRecord = *records;
+    lastAbility = records->abilities != nullptr ? *records->abilities : lastAbility;
+  });
+  handler.ReleaseCapability(0, records, 1);
+  EXPECT_EQ(lastAbility.fpsRanges, nullptr);
+  EXPECT_EQ(lastAbility.resolutions, nullptr);
+  EXPECT_EQ(lastRecord.id, nullptr);
+  EXPECT_EQ(lastRecord.abilities, nullptr);
+}
+
+}  // namespace

@@ -1,0 +1,221 @@
+// A graph that calls from several threads at once, while it is being stopped, and after that.
+#include <array>
+#include <atomic>
+#include <cstring>
+#include <limits>
+#include <thread>
+
+#include "support/CameraHandlerTest.h"
+
+namespace {
+
+constexpr std::size_t kCallers = 4;
+constexpr std::uint32_t kTinySide = 16;
+constexpr std::size_t kTinySize = std::size_t{kTinySide} * kTinySide * 2;
+
+struct Origin {
+  std::uint32_t caller = 0;
+  std::uint32_t number = 0;
+};
+
+std::vector<std::uint8_t> FrameFrom(std::size_t caller, std::uint32_t number) {
+  std::vector<std::uint8_t> frame(kTinySize);
+  const Origin origin{static_cast<std::uint32_t>(caller), number};
+  std::memcpy(frame.data(), &origin, sizeof(origin));
+  return frame;
+}
+
+Origin OriginOf(const Packet& packet) {
+  Origin origin;
+  std::memcpy(&origin, packet.bytes.data(), sizeof(origin));
+  return origin;
+}
+
+// Runs one piece of work on several threads at once.
+class Callers {
+ public:
+  explicit Callers(const std::function<void(std::size_t caller)>& work) {
+    for (std::size_t caller = 0; caller < m_threads.size(); ++caller) {
+      m_threads.at(caller) = std::thread(work, caller);
+    }
+  }
+  Callers(const Callers&) = delete;
+  Callers& operator=(const Callers&) = delete;
+  ~Callers() { Join(); }
+
+  void Join() {
+    for (std::thread& thread : m_threads) {
+      if (thread.joinable()) {
+        thread.join();
+      }
+    }
+  }
+
+ private:
+  std::array<std::thread, kCallers> m_threads;
+};
+
+class UnrulyGraph : public CameraHandlerTest {
+ protected:
+  void SetUp() override {
+    CameraHandlerTest::SetUp();
+    platform.SetPc(
+        {{{0, scripted::kBuiltInId}}, {scripted::BuiltInCamera({scripted::Yuy2(kTinySide, kTinySide, 30)})}});
+    QueryAndRelease();
+    platform.SetRecording(false);
+    host.KeepPackets(false);
+  }
+  // Expects of the packets that follow that each caller's frames come in their order, without gaps: what is
+  // lost at the end of a session is lost from its end.
+  void ExpectOrder() {
+    m_next = {};
+    host.InData([this](const Packet& packet) {
+      const Origin origin = OriginOf(packet);
+      m_outOfOrder += m_next.at(origin.caller)++ == origin.number ? 0 : 1;
+      m_late += m_closed ? 1 : 0;
+    });
+  }
+  int OpenTiny() {
+    const int result = Open("0", kTinySide, kTinySide, 30);
+    if (result == 0) {
+      ExpectFormatLeft();
+      m_closed = false;
+    }
+    return result;
+  }
+  int CloseTiny() {
+    const int result = Close();
+    m_closed = true;
+    return result;
+  }
+
+  std::array<std::uint32_t, kCallers> m_next{};
+  std::atomic<int> m_outOfOrder = 0;
+  std::atomic<int> m_late = 0;
+  std::atomic<bool> m_closed = true;
+};
+
+TEST_F(UnrulyGraph, FramesFromSeveralThreadsArriveOnceEachInTheOrderOfTheirThread) {
+  constexpr std::uint32_t kFrames = 2000;
+  ExpectOrder();
+  ASSERT_EQ(OpenTiny(), 0);
+  Callers callers([&](std::size_t caller) {
+    for (std::uint32_t number = 0; number < kFrames; ++number) {
+      EXPECT_TRUE(platform.DeliverFrame(FrameFrom(caller, number)));
+    }
+  });
+  callers.Join();
+  EXPECT_TRUE(host.WaitForPackets(kCallers * kFrames));
+  EXPECT_EQ(CloseTiny(), 1);
+  EXPECT_EQ(host.PacketCount(), kCallers * kFrames);
+  EXPECT_EQ(m_outOfOrder, 0);
+  EXPECT_THAT(m_next, ::testing::Each(kFrames));
+}
+
+TEST_F(UnrulyGraph, ClosesWhileSeveralThreadsDeliverAndNothingArrivesAfterwards) {
+  for (std::uint64_t round = 0; round < 100; ++round) {
+    ExpectOrder();
+    const std::uint64_t before = host.PacketCount();
+    std::atomic<std::uint64_t> delivered = 0;
+    ASSERT_EQ(OpenTiny(), 0);
+    Callers callers([&](std::size_t caller) {
+      for (std::uint32_t number = 0; platform.DeliverFrame(FrameFrom(caller, number)); ++number) {
+        ++delivered;
+      }
+    });
+    ASSERT_TRUE(host.WaitForPackets(before + 1 + round % 16));
+    ASSERT_EQ(CloseTiny(), 1);
+    callers.Join();
+    const std::uint64_t arrived = host.PacketCount() - before;
+    // The rest was in the pool.
+    EXPECT_LE(arrived, delivered);
+    EXPECT_LE(delivered - arrived, 5U);
+  }
+  EXPECT_EQ(m_outOfOrder, 0);
+  EXPECT_EQ(m_late, 0);
+}
+
+TEST_F(UnrulyGraph, CallbackAfterTheCloseReturnsAtOnceAndTheNextSessionHasAllItsBuffers) {
+  ExpectOrder();
+  ASSERT_EQ(OpenTiny(), 0);
+  ISampleGrabberCB* const callback = platform.GrabberCallback();
+  ASSERT_NE(callback, nullptr);
+  ASSERT_EQ(CloseTiny(), 1);
+  std::vector<std::uint8_t> frame = FrameFrom(0, 0);
+  // More than the pool would have taken.
+  for (int i = 0; i < 10; ++i) {
+    for (const LONG length : {static_cast<LONG>(kTinySize), LONG{1}, LONG{0}, LONG{-1},
+                              static_cast<LONG>(kTinySize) + 1, std::numeric_limits<LONG>::max()}) {
+      EXPECT_EQ(callback->BufferCB(0.0, frame.data(), length), S_OK);
+    }
+    EXPECT_EQ(callback->SampleCB(0.0, nullptr), S_OK);
+  }
+  EXPECT_EQ(host.PacketCount(), 0U);
+
+  Gate mayEncode;
+  platform.Before("VideoEncoder::Encode", [&] { EXPECT_TRUE(mayEncode.Wait()); });
+  ASSERT_EQ(OpenTiny(), 0);
+  for (std::uint32_t number = 0; number < 5; ++number) {
+    EXPECT_TRUE(platform.DeliverFrame(FrameFrom(0, number)));
+  }
+  EXPECT_EQ(host.PacketCount(), 0U);
+  mayEncode.Open();
+  EXPECT_TRUE(host.WaitForPackets(5));
+  EXPECT_EQ(CloseTiny(), 1);
+  EXPECT_EQ(m_outOfOrder, 0);
+}
+
+TEST_F(UnrulyGraph, FrameThatComesWhileThePoolIsFreedIsTurnedAway) {
+  ASSERT_EQ(OpenTiny(), 0);
+  ISampleGrabberCB* const callback = platform.GrabberCallback();
+  std::vector<std::uint8_t> frame = FrameFrom(0, 0);
+  // In the middle of it, with the pool's locks taken: whoever asks for a buffer there waits for good.
+  unsigned calls = 0;
+  platform.Before("VideoFrame::ReleaseBuffer", [&] {
+    EXPECT_EQ(callback->BufferCB(0.0, frame.data(), static_cast<LONG>(frame.size())), S_OK);
+    ++calls;
+  });
+  EXPECT_EQ(CloseTiny(), 1);
+  EXPECT_EQ(calls, 5U);
+  EXPECT_EQ(host.PacketCount(), 0U);
+}
+
+// The threads hold still for nothing: they call before the graph runs, while it stops, and when it is gone.
+// Frames are large, so that there is time for them to go while they are being filled.
+TEST_F(UnrulyGraph, CallsThatOutliveTheStopTouchNothingThatIsGone) {
+  platform.SetPc(scripted::LaptopPc());
+  QueryAndRelease();
+  platform.SetRecording(false);
+  std::vector<std::uint8_t> frame = Frame(kFrameSize, 1);
+  ExpectFormatLeft();
+  ASSERT_EQ(Open(), 0);
+  ISampleGrabberCB* const callback = platform.GrabberCallback();
+  ASSERT_EQ(Close(), 1);
+  host.InData([&](const Packet&) { m_late += m_closed ? 1 : 0; });
+  std::atomic<bool> done = false;
+  std::atomic<std::uint64_t> calls = 0;
+  Callers callers([&](std::size_t) {
+    while (!done) {
+      EXPECT_EQ(callback->BufferCB(0.0, frame.data(), static_cast<LONG>(frame.size())), S_OK);
+      ++calls;
+      std::this_thread::yield();
+    }
+  });
+  for (std::uint64_t round = 0; round < 25 && !HasFailure(); ++round) {
+    ExpectFormatLeft();
+    const std::uint64_t before = host.PacketCount();
+    m_closed = false;
+    EXPECT_EQ(Open(), 0);
+    EXPECT_TRUE(host.WaitForPackets(before + round % 8));
+    EXPECT_EQ(Close(), 1);
+    m_closed = true;
+    // Calls go on, and return, while nothing is open.
+    const std::uint64_t sofar = calls;
+    EXPECT_TRUE(WaitUntil([&] { return calls >= sofar + 2 * kCallers; }));
+  }
+  done = true;
+  callers.Join();
+  EXPECT_EQ(m_late, 0);
+}
+
+}  // namespace

@@ -1,0 +1,336 @@
+// Unloading with the camera open: the system cannot let the library join its thread meanwhile, so the unload
+// waits until the camera is closed. The end of the process does not wait.
+#include <windows.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <stdexcept>
+#include <thread>
+
+#include "DefaultsTest.h"
+#include "support/HostCallbacks.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+
+// Holds the loader lock, as the system does around every DllMain.
+class LoaderLock {
+ public:
+  LoaderLock() {
+    const HMODULE ntdll = GetModuleHandleW(L"ntdll.dll");
+    m_unlock = Find<Unlock>(ntdll, "LdrUnlockLoaderLock");
+    EXPECT_EQ(Find<Lock>(ntdll, "LdrLockLoaderLock")(0, nullptr, &m_cookie), 0);
+  }
+  LoaderLock(const LoaderLock&) = delete;
+  LoaderLock& operator=(const LoaderLock&) = delete;
+  ~LoaderLock() { m_unlock(0, m_cookie); }
+
+ private:
+  using Lock = LONG(WINAPI*)(ULONG flags, ULONG* disposition, ULONG_PTR* cookie);
+  using Unlock = LONG(WINAPI*)(ULONG flags, ULONG_PTR cookie);
+
+  template <typename Function>
+  static Function Find(HMODULE module, const char* name) {
+    return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(module, name)));
+  }
+
+  Unlock m_unlock = nullptr;
+  ULONG_PTR m_cookie = 0;
+};
+
+class PinnedModule : public Defaults {
+ protected:
+  void SetUp() override {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    Defaults::SetUp();
+    host.Reset();
+    ASSERT_EQ(handler.RegisterSendDataCallback(nullptr, 0, &HostCallbacks::OnData), 0);
+  }
+
+  void TearDown() override {
+    if (HasFailure() && library.IsMapped()) {
+      // What a failed test has left open would stay for the rest of the process.
+      handler.CloseCameraDevice("0", 1);
+    }
+    Defaults::TearDown();
+    EXPECT_TRUE(IsUnloadedInTheEnd());
+    EXPECT_EQ(platform.CallCount("CoInitialize"), platform.CallCount("CoUninitialize"));
+    host.Reset();
+  }
+
+  int Close() const { return handler.CloseCameraDevice("0", 1); }
+
+  // The pin is dropped on a thread of its own.
+  bool IsUnloadedInTheEnd() const {
+    return WaitUntil([&] { return !library.IsMapped(); });
+  }
+
+  void DeliverAndReceive(std::uint8_t value) {
+    const std::uint64_t packets = host.PacketCount();
+    ASSERT_TRUE(platform.DeliverFrame(Frame(kFrameSize, value)));
+    ASSERT_TRUE(host.WaitForPackets(packets + 1));
+    EXPECT_EQ(host.Packets().back().bytes.at(0), value);
+  }
+
+  HostCallbacks& host = HostCallbacks::Get();
+};
+
+TEST_F(PinnedModule, UnloadWhileTheCameraIsOpenTakesEffectWhenItIsClosed) {
+  QueryAndOpen();
+  DeliverAndReceive(1);
+  library.Unload();
+  EXPECT_TRUE(library.IsMapped());
+  DeliverAndReceive(2);
+  EXPECT_EQ(platform.CallCount("IMediaControl::Stop"), 0U);
+  EXPECT_EQ(Close(), 1);
+  EXPECT_TRUE(IsUnloadedInTheEnd());
+  EXPECT_THAT(platform.Alive(), ElementsAre("current media type"));
+}
+
+TEST_F(PinnedModule, LibraryWithTheCameraClosedUnloadsAtOnce) {
+  QueryAndOpen();
+  DeliverAndReceive(1);
+  EXPECT_EQ(Close(), 1);
+  EXPECT_TRUE(library.IsMapped());
+  library.Unload();
+  EXPECT_FALSE(library.IsMapped());
+}
+
+TEST_F(PinnedModule, LibraryThatNeverOpenedUnloadsAtOnce) {
+  EXPECT_EQ(Close(), 0);
+  library.Unload();
+  EXPECT_FALSE(library.IsMapped());
+}
+
+TEST_F(PinnedModule, LibraryThatIsLoadedAgainWhilePinnedIsTheSameOneAndUnloadsOnceItIsClosed) {
+  QueryAndOpen();
+  library.Unload();
+  LoadedLibrary again(NUVEQ_LIBRARY_FILE);
+  NUVEQCameraHandler sameHandler{};
+  ASSERT_EQ(again.GetCameraHandler(&sameHandler), 0);
+  EXPECT_EQ(sameHandler.CloseCameraDevice, handler.CloseCameraDevice);
+  const NUVEQCameraParam param{"0", 1, 640, 480, 30};
+  EXPECT_EQ(sameHandler.OpenCameraDevice(&param), -4);
+  DeliverAndReceive(1);
+  EXPECT_EQ(sameHandler.CloseCameraDevice("0", 1), 1);
+  // The host's own reference counts.
+  EXPECT_TRUE(again.IsMapped());
+  again.Unload();
+  EXPECT_FALSE(again.IsMapped());
+}
+
+TEST_F(PinnedModule, PinIsOnePerOpenAndDroppedByEveryClose) {
+  constexpr int kRounds = 50;
+  for (int round = 0; round < kRounds; ++round) {
+    ASSERT_NO_FATAL_FAILURE(QueryAndOpen());
+    ASSERT_EQ(Close(), 1);
+  }
+  library.Unload();
+  EXPECT_FALSE(library.IsMapped());
+}
+
+TEST_F(PinnedModule, UnloadsAndLoadsAgainWithFramesFlowing) {
+  platform.SetStreaming({true, [](std::uint64_t) { return Frame(kFrameSize, 1); }});
+  platform.SetRecording(false);
+  host.KeepPackets(false);
+  library.Unload();
+  constexpr int kRounds = 3;
+  for (int round = 0; round < kRounds; ++round) {
+    LoadedLibrary loaded(NUVEQ_LIBRARY_FILE);
+    ASSERT_EQ(loaded.GetCameraHandler(&handler), 0);
+    ASSERT_EQ(handler.RegisterSendDataCallback(nullptr, 0, &HostCallbacks::OnData), 0);
+    ASSERT_NO_FATAL_FAILURE(QueryAndOpen());
+    loaded.Unload();
+    ASSERT_TRUE(host.WaitForPackets(host.PacketCount() + 5));
+    ASSERT_EQ(Close(), 1);
+    ASSERT_TRUE(IsUnloadedInTheEnd());
+  }
+}
+
+TEST_F(PinnedModule, UnloadsAfterEveryBufferWasLost) {
+  platform.SetStreaming({true, [](std::uint64_t) { return Frame(kFrameSize + 1, 1); }});
+  QueryAndOpen();
+  ASSERT_TRUE(WaitUntil([&] { return platform.DeliveredFrames() == 5; }));
+  library.Unload();
+  EXPECT_TRUE(library.IsMapped());
+  EXPECT_EQ(Close(), 1);
+  EXPECT_TRUE(IsUnloadedInTheEnd());
+}
+
+// --- The pin is the last reference, and the closing thread still has to leave the library ---
+
+TEST_F(PinnedModule, ClosingThreadsLeaveBeforeTheLibraryIsUnmapped) {
+  platform.SetRecording(false);
+  host.KeepPackets(false);
+  library.Unload();
+  constexpr int kRounds = 40;
+  for (int round = 0; round < kRounds; ++round) {
+    LoadedLibrary loaded(NUVEQ_LIBRARY_FILE);
+    ASSERT_EQ(loaded.GetCameraHandler(&handler), 0);
+    ASSERT_NO_FATAL_FAILURE(QueryAndOpen());
+    loaded.Unload();
+    // One that goes on, or one that ends.
+    if (round % 2 == 0) {
+      ASSERT_EQ(Close(), 1);
+    } else {
+      std::thread([&] { ASSERT_EQ(Close(), 1); }).join();
+    }
+    ASSERT_TRUE(IsUnloadedInTheEnd());
+  }
+}
+
+// The host's other thread unloads the library while the close is still returning.
+TEST_F(PinnedModule, ClosingThreadLeavesBeforeAnotherThreadsUnloadUnmapsTheLibrary) {
+  platform.SetRecording(false);
+  host.KeepPackets(false);
+  library.Unload();
+  constexpr int kRounds = 40;
+  for (int round = 0; round < kRounds; ++round) {
+    LoadedLibrary loaded(NUVEQ_LIBRARY_FILE);
+    ASSERT_EQ(loaded.GetCameraHandler(&handler), 0);
+    const NUVEQServiceListener listener{&HostCallbacks::OnStatus, nullptr};
+    ASSERT_EQ(handler.RegisterServiceListener(&listener), 0);
+    ASSERT_NO_FATAL_FAILURE(QueryAndOpen());
+    Gate closing;
+    host.InStatus([&](int status) {
+      if (status == NUVEQ_SERVICE_STATUS_CAMERA_CLOSED) {
+        closing.Open();
+      }
+    });
+    std::thread unloader([&] {
+      closing.Wait();
+      loaded.Unload();
+    });
+    EXPECT_EQ(Close(), 1);
+    unloader.join();
+    ASSERT_TRUE(IsUnloadedInTheEnd());
+    host.InStatus(nullptr);
+  }
+}
+
+TEST_F(PinnedModule, ThreadOfLowestPriorityLeavesToo) {
+  library.Unload();
+  for (int round = 0; round < 3; ++round) {
+    LoadedLibrary loaded(NUVEQ_LIBRARY_FILE);
+    ASSERT_EQ(loaded.GetCameraHandler(&handler), 0);
+    ASSERT_NO_FATAL_FAILURE(QueryAndOpen());
+    loaded.Unload();
+    std::thread([&] {
+      EXPECT_TRUE(SetThreadPriority(GetCurrentThread(), THREAD_PRIORITY_IDLE));
+      EXPECT_EQ(Close(), 1);
+    }).join();
+    ASSERT_TRUE(IsUnloadedInTheEnd());
+  }
+}
+
+// The open is still in the library when the close inside its report returns.
+TEST_F(PinnedModule, CloseInsideTheReportOfAnOpenWaitsForTheOpenToLeave) {
+  const NUVEQServiceListener listener{&HostCallbacks::OnStatus, nullptr};
+  ASSERT_EQ(handler.RegisterServiceListener(&listener), 0);
+  ExpectLeft("current media type");
+  NUVEQCameraCapabilities* records = nullptr;
+  std::uint32_t count = 0;
+  ASSERT_EQ(handler.GetCapability(&records, &count), 0);
+  handler.ReleaseCapability(0, records, count);
+  host.InStatus([&](int status) {
+    if (status == NUVEQ_SERVICE_STATUS_CAMERA_OPEN) {
+      library.Unload();
+      EXPECT_EQ(Close(), 1);
+      EXPECT_TRUE(library.IsMapped());
+    }
+  });
+  const NUVEQCameraParam param{"0", 1, 640, 480, 30};
+  EXPECT_EQ(handler.OpenCameraDevice(&param), NUVEQ_CAMERA_GRAPH_FAILED);
+  EXPECT_TRUE(IsUnloadedInTheEnd());
+}
+
+TEST_F(PinnedModule, CloseThatAnExceptionPassesThroughLeavesBeforeTheLibraryIsUnmapped) {
+  const NUVEQServiceListener listener{&HostCallbacks::OnStatus, nullptr};
+  ASSERT_EQ(handler.RegisterServiceListener(&listener), 0);
+  QueryAndOpen();
+  library.Unload();
+  host.InStatus([](int) { throw std::runtime_error("host"); });
+  EXPECT_EQ(Close(), 0);
+  EXPECT_TRUE(IsUnloadedInTheEnd());
+}
+
+// --- The loader lock ---
+
+TEST_F(PinnedModule, CloseOfAnOpenWithoutAnEncoderThreadDoesNotNeedTheLoaderLock) {
+  NUVEQCameraCapabilities* records = nullptr;
+  std::uint32_t count = 0;
+  ASSERT_EQ(handler.GetCapability(&records, &count), 0);
+  handler.ReleaseCapability(0, records, count);
+  platform.AnswersNth("IFilterGraph::AddFilter", 1, scripted::Fails());
+  const NUVEQCameraParam param{"0", 1, 640, 480, 30};
+  ASSERT_EQ(handler.OpenCameraDevice(&param), NUVEQ_CAMERA_GRAPH_FAILED);
+  {
+    const LoaderLock lock;
+    EXPECT_EQ(Close(), 1);
+  }
+  library.Unload();
+  EXPECT_TRUE(IsUnloadedInTheEnd());
+}
+
+// --- The end of the process ---
+
+class PinnedAtTheEnd : public PinnedModule {
+ protected:
+  static constexpr int kLeftAlone = 3;
+  static constexpr int kTornDown = 4;
+  static constexpr int kNeverOpened = 5;
+
+  // The code is kTornDown if the library makes any call of its teardown on the way.
+  void OpenAndExit(bool unload) {
+    platform.SetStreaming({true, [](std::uint64_t) {
+                             std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                             return Frame(kFrameSize, 1);
+                           }});
+    // The program's objects go while packets still arrive, so the callback uses none.
+    static std::atomic<unsigned> packets;
+    handler.RegisterSendDataCallback(
+        nullptr, 0,
+        [](const char*, std::uint32_t, const std::uint8_t*, std::uint32_t, std::int32_t) -> std::int32_t {
+          ++packets;
+          return 0;
+        });
+    QueryAndOpen();
+    // The thread library takes a lock of the whole process when a condition is waited on for the first time.
+    // A thread that ends in there leaves it locked, and no process can then end: that is long past.
+    constexpr unsigned kWellUnderWay = 50;
+    if (!WaitUntil([] { return packets >= kWellUnderWay; })) {
+      std::_Exit(kNeverOpened);
+    }
+    if (unload) {
+      library.Unload();
+    }
+    for (const char* call : {"IMediaControl::Stop", "VideoEncoder::ReleaseEncoder", "CoUninitialize"}) {
+      platform.Before(call, [] { std::_Exit(kTornDown); });
+    }
+    std::exit(kLeftAlone);  // NOLINT(concurrency-mt-unsafe): how an exit meets a thread is the matter
+  }
+};
+
+TEST_F(PinnedAtTheEnd, ProcessEndsWithTheCameraOpenAndFramesFlowing) {
+  EXPECT_EXIT(OpenAndExit(false), ::testing::ExitedWithCode(kLeftAlone), "");
+}
+
+TEST_F(PinnedAtTheEnd, ProcessEndsWithAnUnloadPending) {
+  EXPECT_EXIT(OpenAndExit(true), ::testing::ExitedWithCode(kLeftAlone), "");
+}
+
+TEST_F(PinnedAtTheEnd, ProcessMayEndFromInsideTheDataCallback) {
+  const auto endInTheCallback = [&] {
+    host.InData([](const Packet&) {
+      std::exit(kLeftAlone);  // NOLINT(concurrency-mt-unsafe): what a host should not do, and may
+    });
+    QueryAndOpen();
+    platform.DeliverFrame(Frame(kFrameSize, 1));
+    WaitUntil([] { return false; });
+  };
+  EXPECT_EXIT(endInTheCallback(), ::testing::ExitedWithCode(kLeftAlone), "");
+}
+
+}  // namespace

@@ -1,0 +1,385 @@
+// The encoder's set-up and the thread that turns frames into packets.
+#include <atomic>
+#include <cstring>
+#include <stdexcept>
+#include <thread>
+
+#include "support/CameraHandlerTest.h"
+#include "support/CameraOperatorTest.h"
+
+namespace {
+
+using EncodeThread = CameraHandlerTest;
+using scripted::Answer;
+using scripted::Fails;
+using scripted::SucceedsWithNull;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+const std::string kEncodeError = "[CameraOperator]fail to encode frame, error: ";
+const std::string kSendError = "[CameraOperator]fail to send encode data, error: ";
+const std::string kInEncodeH264 = "(CameraOperator::EncodeH264)";
+
+TEST_F(EncodeThread, PacketIsPassedWholeWithTheIdAndAOne) {
+  QueryAndOpen();
+  std::vector<std::uint8_t> frame = Frame(kFrameSize, 0);
+  const std::vector<std::uint8_t> start = {1, 2, 3, 4, 5, 6, 7, 8};
+  std::copy(start.begin(), start.end(), frame.begin());
+  EXPECT_TRUE(platform.DeliverFrame(frame));
+  EXPECT_TRUE(host.WaitForPackets(1));
+  const Packet packet = host.Packets().at(0);
+  EXPECT_EQ(packet.id, "0");
+  EXPECT_EQ(packet.bytes, start);
+  EXPECT_EQ(packet.reserved, 1);
+  EXPECT_EQ(Close(), 1);
+}
+
+TEST_F(EncodeThread, EncodeErrorCostsOneFrameAndNoBuffer) {
+  QueryAndOpen();
+  platform.ClearJournal();
+  // More failures than the pool has buffers.
+  for (unsigned nth = 2; nth <= 8; ++nth) {
+    platform.AnswersNth("VideoEncoder::Encode", nth, Answer{-7, false});
+  }
+  for (std::uint8_t value = 1; value <= 9; ++value) {
+    ASSERT_TRUE(platform.DeliverFrame(Frame(kFrameSize, value)));
+  }
+  EXPECT_TRUE(host.WaitForPackets(2));
+  EXPECT_EQ(host.Packets().at(0).bytes.at(0), 1);
+  EXPECT_EQ(host.Packets().at(1).bytes.at(0), 9);
+  EXPECT_THAT(LogLines(),
+              ::testing::AllOf(::testing::SizeIs(7),
+                               ::testing::Each(ErrorLine(1148, kEncodeError + "-7" + kInEncodeH264))));
+  EXPECT_EQ(Close(), 1);
+}
+
+TEST_F(EncodeThread, PositiveEncodeErrorIsOneToo) {
+  QueryAndOpen();
+  platform.ClearJournal();
+  platform.AnswersNth("VideoEncoder::Encode", 1, Answer{5, false});
+  EXPECT_TRUE(platform.DeliverFrame(Frame(kFrameSize, 1)));
+  DeliverAndReceive(2);
+  EXPECT_EQ(host.Packets().at(0).bytes.at(0), 2);
+  EXPECT_THAT(LogLines(), ElementsAre(ErrorLine(1148, kEncodeError + "5" + kInEncodeH264)));
+  EXPECT_EQ(Close(), 1);
+}
+
+TEST_F(EncodeThread, CallbackErrorIsLoggedOncePerPacketAndTheLoopGoesOn) {
+  QueryAndOpen();
+  platform.ClearJournal();
+  host.AnswerData(7);
+  for (std::uint8_t value = 1; value <= 6; ++value) {
+    DeliverAndReceive(value);
+  }
+  ASSERT_TRUE(WaitUntil([&] { return platform.Logs().size() == 6; }));
+  EXPECT_THAT(LogLines(), ::testing::Each(ErrorLine(1156, kSendError + "7" + kInEncodeH264)));
+  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(host.PacketCount(), 6U) << "no packet is sent twice";
+}
+
+TEST_F(EncodeThread, NegativeAnswerOfTheCallbackIsAnErrorToo) {
+  QueryAndOpen();
+  platform.ClearJournal();
+  host.AnswerData(-7);
+  DeliverAndReceive(1);
+  ASSERT_TRUE(WaitUntil([&] { return platform.Logs().size() == 1; }));
+  EXPECT_THAT(LogLines(), ElementsAre(ErrorLine(1156, kSendError + "-7" + kInEncodeH264)));
+  EXPECT_EQ(Close(), 1);
+}
+
+// Systems give the number of a thread that has ended to the next one.
+TEST_F(EncodeThread, NoLaterThreadIsTakenForIt) {
+  QueryAndOpen();
+  EXPECT_EQ(Close(), 1);
+  // Open cameras without an encoder thread, which would be known by its own number.
+  platform.Answers("IMediaControl::Run", Fails());
+  for (int round = 0; round < 8; ++round) {
+    EXPECT_EQ(Open(), -1001);
+    ExpectFormatLeft();
+    std::thread([&] { EXPECT_EQ(Close(), 1); }).join();
+  }
+}
+
+TEST_F(EncodeThread, PacketIsDestroyedAfterItsCallback) {
+  QueryAndOpen();
+  platform.ClearJournal();
+  DeliverAndReceive(1);
+  ASSERT_TRUE(WaitUntil([&] { return platform.Journal().size() == 4; }));
+  EXPECT_THAT(platform.Journal(), ElementsAre("AVEncodePacket::AVEncodePacket()", "VideoEncoder::Encode(1)",
+                                              "data callback \"0\"", "AVEncodePacket::~AVEncodePacket()"));
+  EXPECT_EQ(Close(), 1);
+}
+
+TEST_F(EncodeThread, BufferIsBackBeforeTheCallbackEnds) {
+  QueryAndOpen();
+  Gate mayAnswer;
+  host.InData([&](const Packet&) { EXPECT_TRUE(mayAnswer.Wait()); });
+  // One in the callback and five in the pool: none of the calls blocks.
+  for (std::uint8_t value = 1; value <= 6; ++value) {
+    EXPECT_TRUE(platform.DeliverFrame(Frame(kFrameSize, value)));
+    if (value == 1) {
+      ASSERT_TRUE(WaitUntil([&] { return platform.CallCount("VideoEncoder::Encode") == 1; }));
+    }
+  }
+  mayAnswer.Open();
+  EXPECT_TRUE(host.WaitForPackets(6));
+  EXPECT_EQ(Close(), 1);
+}
+
+TEST_F(EncodeThread, IsPreparedOnceAnOpenBeforeItsFirstFrame) {
+  std::atomic<int> prepared = 0;
+  std::atomic<std::thread::id> preparedThread;
+  Gate mayEncode;
+  platform.Before("PrepareEncoderThread", [&] {
+    preparedThread = std::this_thread::get_id();
+    EXPECT_TRUE(mayEncode.Wait());
+    ++prepared;
+  });
+  QueryAndOpen();
+  platform.Before("VideoEncoder::Encode", [&] {
+    EXPECT_EQ(prepared, 1);
+    EXPECT_EQ(preparedThread.load(), std::this_thread::get_id());
+  });
+  EXPECT_TRUE(platform.DeliverFrame(Frame(kFrameSize, 1)));
+  EXPECT_EQ(platform.CallCount("VideoEncoder::Encode"), 0U) << "the frame waits";
+  mayEncode.Open();
+  EXPECT_TRUE(host.WaitForPackets(1));
+  DeliverAndReceive(2);
+  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(prepared, 1);
+  EXPECT_EQ(Open(), 0);
+  ExpectFormatLeft();
+  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(prepared, 2);
+}
+
+TEST_F(EncodeThread, IsNotPreparedByAnOpenThatStartsNone) {
+  std::atomic<int> prepared = 0;
+  platform.Before("PrepareEncoderThread", [&] { ++prepared; });
+  QueryAndRelease();
+  platform.Answers("IMediaControl::Run", Fails());
+  EXPECT_EQ(Open(), -1001);
+  ExpectFormatLeft();
+  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(prepared, 0);
+}
+
+TEST_F(EncodeThread, ClosingWhileItWaitsForAFrameReturns) {
+  QueryAndOpen();
+  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(platform.CallCount("VideoEncoder::Encode"), 0U);
+}
+
+TEST_F(EncodeThread, CallbackThatThrowsCostsItsPacketOnly) {
+  QueryAndOpen();
+  std::atomic<int> calls = 0;
+  host.InData([&](const Packet&) {
+    if (++calls <= 6) {
+      throw std::runtime_error("host");
+    }
+  });
+  for (std::uint8_t value = 1; value <= 7; ++value) {
+    ASSERT_TRUE(platform.DeliverFrame(Frame(kFrameSize, value)));
+  }
+  EXPECT_TRUE(host.WaitForPackets(1));
+  EXPECT_EQ(host.Packets().at(0).bytes.at(0), 7);
+  EXPECT_EQ(Close(), 1);
+}
+
+TEST_F(EncodeThread, EncoderThatThrowsCostsItsFrameAndNoBuffer) {
+  QueryAndOpen();
+  platform.Before("VideoEncoder::Encode", [&] {
+    if (platform.CallCount("VideoEncoder::Encode") <= 6) {
+      throw std::bad_alloc();
+    }
+  });
+  for (std::uint8_t value = 1; value <= 7; ++value) {
+    ASSERT_TRUE(platform.DeliverFrame(Frame(kFrameSize, value)));
+  }
+  EXPECT_TRUE(host.WaitForPackets(1));
+  EXPECT_EQ(host.Packets().at(0).bytes.at(0), 7);
+  EXPECT_EQ(Close(), 1);
+}
+
+class WithoutDataCallback : public CameraHandlerTest {
+ protected:
+  bool RegistersDataCallback() const override { return false; }
+};
+
+TEST_F(WithoutDataCallback, FramesAreEncodedAndTheirBuffersComeBack) {
+  QueryAndOpen();
+  for (std::uint8_t value = 1; value <= 20; ++value) {
+    EXPECT_TRUE(platform.DeliverFrame(Frame(kFrameSize, value)));
+  }
+  EXPECT_TRUE(WaitUntil([&] { return platform.CallCount("AVEncodePacket::~AVEncodePacket") == 20; }));
+  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(host.PacketCount(), 0U);
+}
+
+// --- Set-up, on an operator of the test's own ---
+
+class EncoderSetUp : public CameraOperatorTest {
+ protected:
+  static VideoEncoder::EncodeParam Param(std::uint32_t width = 16) {
+    VideoEncoder::EncodeParam param{};
+    param.width = width;
+    param.height = 16;
+    param.frameRate = 30;
+    param.colorSpace = ColorSpace::kYuy2;
+    return param;
+  }
+  static std::vector<std::uint8_t> SmallFrame() { return Frame(std::size_t{16} * 16 * 2, 1); }
+};
+
+TEST_F(EncoderSetUp, EncoderThatRefusesTheParametersIsReleased) {
+  platform.Answers("VideoEncoder::Initialize", Fails());
+  EXPECT_FALSE(camera->InitVideoEncoder(Param()));
+  EXPECT_THAT(LogLines(), ElementsAre(ErrorLine(537,
+                                                "[CameraOperator]init video encoder failed"
+                                                "(CameraOperator::InitVideoEncoder)")));
+  EXPECT_EQ(platform.CallCount("VideoEncoder::ReleaseEncoder"), 1U);
+  EXPECT_THAT(platform.Alive(), IsEmpty());
+}
+
+TEST_F(EncoderSetUp, EncoderThatThrowsAtTheParametersIsReleased) {
+  platform.Before("VideoEncoder::Initialize", [] { throw std::bad_alloc(); });
+  EXPECT_FALSE(camera->InitVideoEncoder(Param()));
+  EXPECT_THAT(LogLines(), ElementsAre(ErrorLine(537,
+                                                "[CameraOperator]init video encoder failed"
+                                                "(CameraOperator::InitVideoEncoder)")));
+  EXPECT_THAT(platform.Alive(), IsEmpty());
+}
+
+TEST_F(EncoderSetUp, EncoderThatCannotBeMadeIsReleasedAsNull) {
+  platform.Answers("VideoEncoder::CreateDefaultEncoder", SucceedsWithNull());
+  EXPECT_FALSE(camera->InitVideoEncoder(Param()));
+  EXPECT_THAT(platform.Calls(),
+              ElementsAre("VideoEncoder::CreateDefaultEncoder()", "VideoEncoder::ReleaseEncoder(null)"));
+}
+
+TEST_F(EncoderSetUp, WidthOfZeroKeepsTheEncoderUntilTheTeardownWhichReleasesItOnce) {
+  EXPECT_FALSE(camera->InitVideoEncoder(Param(0)));
+  EXPECT_THAT(LogLines(), ElementsAre(ErrorLine(546,
+                                                "[CameraOperator]AllocBuffer fail."
+                                                "(CameraOperator::InitVideoEncoder)")));
+  EXPECT_THAT(platform.Alive(), ::testing::ElementsAre("encoder"));
+  camera->StopCapture();
+  EXPECT_THAT(platform.Alive(), IsEmpty());
+  camera->StopCapture();
+  EXPECT_EQ(platform.CallCount("VideoEncoder::ReleaseEncoder"), 1U);
+}
+
+TEST_F(EncoderSetUp, EncoderThatIsReplacedIsReleased) {
+  EXPECT_FALSE(camera->InitVideoEncoder(Param(0)));
+  platform.ClearJournal();
+  EXPECT_TRUE(camera->InitVideoEncoder(Param()));
+  EXPECT_THAT(platform.Alive(), Contains("encoder").Times(1));
+  EXPECT_EQ(platform.Calls().at(2), "VideoEncoder::ReleaseEncoder()");
+}
+
+TEST_F(EncoderSetUp, RefusingEncoderLeavesTheOneBeforeInItsPlace) {
+  EXPECT_FALSE(camera->InitVideoEncoder(Param(0)));
+  platform.Answers("VideoEncoder::Initialize", Fails());
+  EXPECT_FALSE(camera->InitVideoEncoder(Param()));
+  EXPECT_THAT(platform.Alive(), ::testing::ElementsAre("encoder"));
+}
+
+TEST_F(EncoderSetUp, RunningPoolRefusesASecondSetUp) {
+  EXPECT_TRUE(camera->InitVideoEncoder(Param()));
+  EXPECT_FALSE(camera->InitVideoEncoder(Param()));
+  EXPECT_THAT(LogLines(), ElementsAre(ErrorLine(546,
+                                                "[CameraOperator]AllocBuffer fail."
+                                                "(CameraOperator::InitVideoEncoder)")));
+  EXPECT_THAT(platform.Alive(), Contains("encoder").Times(1));
+  EXPECT_THAT(platform.Alive(), Contains("frame").Times(5));
+}
+
+TEST_F(EncoderSetUp, TeardownReleasesAProducerThatWaitsForABuffer) {
+  EXPECT_TRUE(camera->InitVideoEncoder(Param()));
+  const std::vector<std::uint8_t> frame = SmallFrame();
+  std::atomic<int> pushed = 0;
+  std::thread streaming([&] {
+    for (int i = 0; i < 6; ++i) {
+      camera->PushFrame(frame.data(), static_cast<std::int32_t>(frame.size()));
+      ++pushed;
+    }
+  });
+  EXPECT_TRUE(WaitUntil([&] { return pushed == 5; }));
+  camera->StopCapture();
+  streaming.join();
+  EXPECT_EQ(pushed, 6);
+}
+
+TEST_F(EncoderSetUp, FrameThatMeetsNoEncoderIsLoggedAndLost) {
+  EXPECT_TRUE(camera->InitVideoEncoder(Param()));
+  const std::vector<std::uint8_t> frame = SmallFrame();
+  platform.DisposeOf("encoder");
+  Access::SetEncoder(*camera, nullptr);
+  Access::ClearStopFlag(*camera);
+  platform.ClearJournal();
+  std::thread encoding([&] { camera->EncodeH264(); });
+  for (int i = 0; i < 2; ++i) {
+    camera->PushFrame(frame.data(), static_cast<std::int32_t>(frame.size()));
+  }
+  EXPECT_TRUE(WaitUntil([&] { return platform.Logs().size() == 2; }));
+  Access::Queue(*camera).Stop();
+  encoding.join();
+  const std::string line =
+      ErrorLine(1168, "[CameraOperator]videoEncoder is null(CameraOperator::EncodeH264)");
+  EXPECT_THAT(LogLines(), ElementsAre(line, line));
+  EXPECT_EQ(Access::LostBuffers(*camera), 2U);
+  int left = 0;
+  while (Access::Queue(*camera).GetFreeBuffer() != nullptr) {
+    ++left;
+  }
+  EXPECT_EQ(left, 3);
+}
+
+TEST_F(EncoderSetUp, LoopThatIsToldToStopTakesNoFrame) {
+  EXPECT_TRUE(camera->InitVideoEncoder(Param()));
+  const std::vector<std::uint8_t> frame = SmallFrame();
+  camera->PushFrame(frame.data(), static_cast<std::int32_t>(frame.size()));
+  camera->EncodeH264();
+  EXPECT_EQ(platform.CallCount("VideoEncoder::Encode"), 0U);
+}
+
+TEST_F(EncoderSetUp, ThreadThatHasRunTheLoopItselfMayCloseTheCamera) {
+  EXPECT_TRUE(camera->InitVideoEncoder(Param()));
+  camera->EncodeH264();
+  EXPECT_FALSE(camera->IsOnEncodeThread());
+  ExpectLeft("current media type");
+  EXPECT_EQ(camera->CameraCount(), 1U);
+  EXPECT_TRUE(camera->OpenCamera(0, 16, 16, 30, MEDIASUBTYPE_YUY2));
+  EXPECT_TRUE(camera->CloseCameraInner("0", 1));
+}
+
+TEST_F(EncoderSetUp, FramesThatWaitWhenTheLoopIsToldToStopAreNotEncoded) {
+  EXPECT_TRUE(camera->InitVideoEncoder(Param()));
+  const std::vector<std::uint8_t> frame = SmallFrame();
+  for (int i = 0; i < 4; ++i) {
+    camera->PushFrame(frame.data(), static_cast<std::int32_t>(frame.size()));
+  }
+  Gate encoding;
+  Gate mayFinish;
+  platform.Before("VideoEncoder::Encode", [&] {
+    encoding.Open();
+    EXPECT_TRUE(mayFinish.Wait());
+  });
+  Access::ClearStopFlag(*camera);
+  std::thread loop([&] { camera->EncodeH264(); });
+  EXPECT_TRUE(encoding.Wait());
+  // There is no thread of the operator's to wait for: only the flag is raised.
+  camera->StopEncodeThread();
+  mayFinish.Open();
+  loop.join();
+  EXPECT_EQ(platform.CallCount("VideoEncoder::Encode"), 1U);
+}
+
+TEST_F(EncoderSetUp, StoppingAThreadThatWasNeverStartedDoesNothing) {
+  camera->StopEncodeThread();
+  camera->StopEncodeThread();
+  EXPECT_THAT(platform.Journal(), IsEmpty());
+}
+
+}  // namespace

@@ -1,0 +1,228 @@
+// The pool of buffers between a producer and a consumer thread.
+#include "FrameBufQueue.h"
+
+#include <array>
+#include <atomic>
+#include <thread>
+
+#include "support/PlatformTest.h"
+
+namespace {
+
+using scripted::Fails;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+class FrameQueue : public PlatformTest {
+ protected:
+  bool Init(std::uint32_t count = 5) { return queue.Init(count, 16, 16, ColorSpace::kYuy2); }
+
+  FrameBufQueue queue;
+};
+
+TEST_F(FrameQueue, SizeWithoutPixelsMakesNoBuffer) {
+  EXPECT_FALSE(queue.Init(5, 0, 16, ColorSpace::kYuy2));
+  EXPECT_FALSE(queue.Init(5, 16, 0, ColorSpace::kYuy2));
+  EXPECT_THAT(platform.Calls(), IsEmpty());
+  EXPECT_TRUE(Init()) << "nothing was in the way";
+  queue.Uninit();
+}
+
+TEST_F(FrameQueue, FramesAreAllocatedInTheSizeAndLayoutAskedFor) {
+  EXPECT_TRUE(queue.Init(2, 32, 8, ColorSpace::kArgb32));
+  EXPECT_THAT(platform.Calls(),
+              ElementsAre("VideoFrame::AllocBuffer(32, 8, 4)", "VideoFrame::AllocBuffer(32, 8, 4)"));
+  queue.Uninit();
+}
+
+TEST_F(FrameQueue, UnusedQueueWouldAllocateInTheFirstLayout) {
+  VideoFrame* const frame = queue.CreateBuffer();
+  EXPECT_EQ(frame, nullptr);
+  EXPECT_THAT(platform.Calls(), ElementsAre("VideoFrame::AllocBuffer(0, 0, 1)"));
+}
+
+TEST_F(FrameQueue, SecondInitIsRefusedAndLeavesThePoolAsItWas) {
+  EXPECT_TRUE(Init());
+  VideoFrame* const frame = queue.GetFreeBuffer();
+  platform.ClearJournal();
+  EXPECT_FALSE(Init());
+  EXPECT_THAT(platform.Calls(), IsEmpty());
+  queue.PutDataBuffer(frame);
+  EXPECT_EQ(queue.GetDataBuffer(), frame);
+  queue.Stop();
+  for (int i = 0; i < 4; ++i) {
+    EXPECT_NE(queue.GetFreeBuffer(), nullptr);
+  }
+  EXPECT_EQ(queue.GetFreeBuffer(), nullptr);
+  queue.Uninit();
+}
+
+TEST_F(FrameQueue, InitIsRefusedUntilAStoppedPoolIsGone) {
+  EXPECT_TRUE(Init());
+  queue.Stop();
+  EXPECT_FALSE(Init());
+  queue.Uninit();
+  EXPECT_TRUE(Init());
+  queue.Uninit();
+}
+
+TEST_F(FrameQueue, InitIsRefusedWhileSomebodyHoldsAllBuffersOfAStoppedPool) {
+  EXPECT_TRUE(Init(1));
+  EXPECT_NE(queue.GetFreeBuffer(), nullptr);
+  queue.Stop();
+  EXPECT_FALSE(Init(1));
+  queue.Uninit();
+}
+
+TEST_F(FrameQueue, PoolThatIsGoneIsNotInTheWayOfTheNext) {
+  EXPECT_TRUE(Init(2));
+  queue.PutDataBuffer(queue.GetFreeBuffer());
+  queue.Uninit();
+  EXPECT_TRUE(Init(2));
+  queue.Uninit();
+}
+
+TEST_F(FrameQueue, PoolIsAllOrNothing) {
+  platform.AnswersNth("VideoFrame::AllocBuffer", 3, Fails());
+  EXPECT_FALSE(Init());
+  EXPECT_THAT(platform.Alive(), IsEmpty());
+  EXPECT_EQ(platform.CallCount("VideoFrame::AllocBuffer"), 3U) << "it stops at the first failure";
+  // The frame that has no buffer is destroyed without releasing one.
+  EXPECT_EQ(platform.CallCount("VideoFrame::ReleaseBuffer"), 2U);
+  EXPECT_EQ(queue.GetFreeBuffer(), nullptr);
+  EXPECT_EQ(queue.GetDataBuffer(), nullptr);
+  EXPECT_TRUE(Init());
+  queue.Uninit();
+}
+
+TEST_F(FrameQueue, EmptyPoolIsAPool) {
+  EXPECT_TRUE(Init(0));
+  EXPECT_FALSE(Init());
+  queue.Uninit();
+}
+
+TEST_F(FrameQueue, BuffersPassInOrder) {
+  EXPECT_TRUE(Init(3));
+  std::array<VideoFrame*, 3> frames{};
+  for (VideoFrame*& frame : frames) {
+    frame = queue.GetFreeBuffer();
+    queue.PutDataBuffer(frame);
+  }
+  for (VideoFrame* const frame : frames) {
+    EXPECT_EQ(queue.GetDataBuffer(), frame);
+    queue.PutFreeBuffer(frame);
+  }
+  for (VideoFrame* const frame : frames) {
+    EXPECT_EQ(queue.GetFreeBuffer(), frame);
+  }
+  queue.Uninit();
+}
+
+TEST_F(FrameQueue, StoppedQueueHandsOutWhatItHoldsThenNull) {
+  EXPECT_TRUE(Init(3));
+  VideoFrame* const first = queue.GetFreeBuffer();
+  VideoFrame* const second = queue.GetFreeBuffer();
+  queue.PutDataBuffer(first);
+  queue.PutDataBuffer(second);
+  queue.Stop();
+  EXPECT_EQ(queue.GetDataBuffer(), first);
+  EXPECT_EQ(queue.GetDataBuffer(), second);
+  EXPECT_EQ(queue.GetDataBuffer(), nullptr);
+  EXPECT_NE(queue.GetFreeBuffer(), nullptr);
+  EXPECT_EQ(queue.GetFreeBuffer(), nullptr);
+  queue.Uninit();
+}
+
+TEST_F(FrameQueue, StoppedQueueTakesNothingAndStillDestroysIt) {
+  EXPECT_TRUE(Init(1));
+  VideoFrame* const frame = queue.GetFreeBuffer();
+  queue.Stop();
+  queue.PutDataBuffer(frame);
+  queue.PutFreeBuffer(frame);
+  EXPECT_EQ(queue.GetDataBuffer(), nullptr);
+  EXPECT_EQ(queue.GetFreeBuffer(), nullptr);
+  EXPECT_THAT(platform.Alive(), ElementsAre("frame"));
+  queue.Uninit();
+  EXPECT_THAT(platform.Alive(), IsEmpty());
+}
+
+TEST_F(FrameQueue, WaitingGetsReturnNullWhenTheQueueStopsOrGoes) {
+  for (const bool uninit : {false, true}) {
+    EXPECT_TRUE(Init(1));
+    VideoFrame* const taken = queue.GetFreeBuffer();
+    EXPECT_NE(taken, nullptr);
+    std::atomic<int> waiting = 0;
+    const auto wait = [&](auto get) {
+      return std::thread([&, get] {
+        ++waiting;
+        EXPECT_EQ((queue.*get)(), nullptr);
+      });
+    };
+    std::array<std::thread, 4> threads = {
+        wait(&FrameBufQueue::GetFreeBuffer), wait(&FrameBufQueue::GetFreeBuffer),
+        wait(&FrameBufQueue::GetDataBuffer), wait(&FrameBufQueue::GetDataBuffer)};
+    EXPECT_TRUE(WaitUntil([&] { return waiting == 4; }));
+    uninit ? queue.Uninit() : queue.Stop();
+    for (std::thread& thread : threads) {
+      thread.join();
+    }
+    queue.Uninit();
+  }
+}
+
+TEST_F(FrameQueue, WaitingGetTakesTheBufferThatIsPut) {
+  EXPECT_TRUE(Init(1));
+  VideoFrame* const frame = queue.GetFreeBuffer();
+  std::thread consumer([&] { EXPECT_EQ(queue.GetDataBuffer(), frame); });
+  std::thread producer([&] { EXPECT_EQ(queue.GetFreeBuffer(), frame); });
+  queue.PutDataBuffer(frame);
+  consumer.join();
+  queue.PutFreeBuffer(frame);
+  producer.join();
+  queue.Uninit();
+}
+
+TEST_F(FrameQueue, StoppingAndUninitialisingTwiceIsHarmless) {
+  queue.Stop();
+  queue.Uninit();
+  EXPECT_TRUE(Init());
+  queue.Stop();
+  queue.Stop();
+  queue.Uninit();
+  queue.Uninit();
+  EXPECT_THAT(platform.Alive(), IsEmpty());
+}
+
+TEST_F(FrameQueue, PuttingNullDoesNothing) {
+  EXPECT_TRUE(Init(1));
+  queue.PutDataBuffer(nullptr);
+  queue.PutFreeBuffer(nullptr);
+  EXPECT_NE(queue.GetFreeBuffer(), nullptr);
+  queue.Stop();
+  EXPECT_EQ(queue.GetDataBuffer(), nullptr);
+  EXPECT_EQ(queue.GetFreeBuffer(), nullptr);
+  queue.Uninit();
+}
+
+TEST_F(FrameQueue, DestroyingNullDoesNothing) {
+  queue.DestroyBuffer(nullptr);
+  EXPECT_THAT(platform.Calls(), IsEmpty());
+}
+
+TEST_F(FrameQueue, RunningQueueFreesItsFramesWhenItIsDestroyed) {
+  {
+    FrameBufQueue other;
+    EXPECT_TRUE(other.Init(5, 16, 16, ColorSpace::kYuy2));
+    EXPECT_NE(other.GetFreeBuffer(), nullptr);
+  }
+  EXPECT_THAT(platform.Alive(), IsEmpty());
+}
+
+TEST_F(FrameQueue, FramesReleaseTheirBuffersBeforeTheyAreDestroyed) {
+  EXPECT_TRUE(Init(2));
+  platform.ClearJournal();
+  queue.Uninit();
+  EXPECT_THAT(platform.Calls(), ElementsAre("VideoFrame::ReleaseBuffer()", "VideoFrame::ReleaseBuffer()"));
+}
+
+}  // namespace

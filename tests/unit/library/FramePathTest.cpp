@@ -1,0 +1,242 @@
+// Frames from the graph's thread to the platform's callback, with real threads, in every state of open and
+// close.
+#include <atomic>
+#include <cstring>
+#include <thread>
+
+#include "support/CameraHandlerTest.h"
+
+namespace {
+
+using scripted::Answer;
+using scripted::kBuiltInId;
+using scripted::Yuy2;
+
+// Small pictures, so that rounds are about threads and not about memory.
+constexpr std::uint32_t kSide = 16;
+constexpr std::size_t kSize = std::size_t{kSide} * kSide * 2;
+
+std::vector<std::uint8_t> NumberedFrame(std::uint64_t number) {
+  std::vector<std::uint8_t> frame(kSize);
+  std::memcpy(frame.data(), &number, sizeof(number));
+  return frame;
+}
+
+std::uint64_t NumberOf(const Packet& packet) {
+  std::uint64_t number = 0;
+  std::memcpy(&number, packet.bytes.data(), sizeof(number));
+  return number;
+}
+
+class FramePath : public CameraHandlerTest {
+ protected:
+  void SetUp() override {
+    CameraHandlerTest::SetUp();
+    platform.SetPc({{{0, kBuiltInId}}, {scripted::BuiltInCamera({Yuy2(kSide, kSide, 30)})}});
+    QueryAndRelease();
+    platform.SetStreaming({true, NumberedFrame});
+    platform.SetRecording(false);
+    host.KeepPackets(false);
+  }
+  int OpenSmall(const std::string& id = "0") {
+    const int result = Open(id, kSide, kSide, 30);
+    if (result == 0) {
+      ExpectFormatLeft();
+    }
+    return result;
+  }
+};
+
+TEST_F(FramePath, EveryFrameArrivesOnceAndInOrder) {
+  std::atomic<std::uint64_t> next = 0;
+  std::atomic<std::uint64_t> outOfOrder = 0;
+  host.InData([&](const Packet& packet) {
+    if (NumberOf(packet) != next++) {
+      ++outOfOrder;
+    }
+  });
+  ASSERT_EQ(OpenSmall(), 0);
+  EXPECT_TRUE(host.WaitForPackets(20'000));
+  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(outOfOrder, 0U);
+  // Whatever else was delivered was in the pool when it closed.
+  EXPECT_LE(host.PacketCount(), platform.DeliveredFrames());
+  EXPECT_LE(platform.DeliveredFrames() - host.PacketCount(), 6U);
+}
+
+TEST_F(FramePath, RefusedSecondOpensWhileFramesFlowChangeTheIdAndNothingElse) {
+  std::atomic<bool> strangeId = false;
+  host.InData([&](const Packet& packet) {
+    const bool known = packet.id == "0" || packet.id == "1" || packet.id == std::string(40, '2');
+    strangeId = strangeId || !known;
+  });
+  ASSERT_EQ(OpenSmall(), 0);
+  for (int round = 0; round < 2000; ++round) {
+    EXPECT_EQ(OpenSmall(round % 2 == 0 ? "1" : std::string(40, '2')), -4);
+  }
+  EXPECT_TRUE(host.WaitForPackets(host.PacketCount() + 100));
+  EXPECT_EQ(Close(), 1);
+  EXPECT_FALSE(strangeId);
+}
+
+TEST_F(FramePath, PacketsAfterARefusedOpenHasReturnedCarryItsId) {
+  std::atomic<bool> replaced = false;
+  std::atomic<std::uint64_t> oldIds = 0;
+  std::atomic<std::uint64_t> newIds = 0;
+  host.InData([&](const Packet& packet) {
+    if (replaced) {
+      ++(packet.id == "5" ? newIds : oldIds);
+    }
+  });
+  ASSERT_EQ(OpenSmall(), 0);
+  EXPECT_TRUE(host.WaitForPackets(10));
+  EXPECT_EQ(OpenSmall("5"), -4);
+  replaced = true;
+  EXPECT_TRUE(WaitUntil([&] { return newIds >= 100; }));
+  // At most the one whose callback had begun.
+  EXPECT_LE(oldIds, 1U);
+  EXPECT_EQ(Close(), 1);
+}
+
+TEST_F(FramePath, CallbacksMayBeReplacedWhileFramesFlow) {
+  static std::atomic<std::uint64_t> others = 0;
+  others = 0;
+  const SendDataCallback other = [](const char*, std::uint32_t, const std::uint8_t*, std::uint32_t,
+                                    std::int32_t) {
+    ++others;
+    return std::int32_t{0};
+  };
+  ASSERT_EQ(OpenSmall(), 0);
+  const NUVEQServiceListener listener{&HostCallbacks::OnStatus, nullptr};
+  for (int round = 0; round < 1000; ++round) {
+    EXPECT_EQ(handler.RegisterSendDataCallback(nullptr, 0, round % 2 == 0 ? other : &HostCallbacks::OnData),
+              0);
+    EXPECT_EQ(handler.RegisterServiceListener(&listener), 0);
+  }
+  EXPECT_EQ(handler.RegisterSendDataCallback(nullptr, 0, other), 0);
+  const std::uint64_t before = others;
+  EXPECT_TRUE(WaitUntil([&] { return others > before; }));
+  EXPECT_EQ(Close(), 1);
+}
+
+TEST_F(FramePath, NoCallbackRunsAfterCloseHasReturned) {
+  std::atomic<bool> closed = true;
+  std::atomic<bool> late = false;
+  host.InData([&](const Packet&) {
+    late = late || closed;
+    std::this_thread::yield();
+    late = late || closed;
+  });
+  for (std::uint64_t round = 0; round < 200; ++round) {
+    closed = false;
+    const std::uint64_t packets = host.PacketCount() + 1 + round % 4;
+    ASSERT_EQ(OpenSmall(), 0);
+    ASSERT_TRUE(host.WaitForPackets(packets));
+    ASSERT_EQ(Close(), 1);
+    closed = true;
+  }
+  EXPECT_FALSE(late);
+}
+
+TEST_F(FramePath, ClosesWhileTheEncoderThreadWaitsForAFrame) {
+  platform.SetStreaming(
+      {true, [](std::uint64_t number) { return number == 0 ? NumberedFrame(number) : Frame(0, 0); }});
+  for (int round = 0; round < 1000; ++round) {
+    const unsigned destroyed = platform.CallCount("AVEncodePacket::~AVEncodePacket");
+    ASSERT_EQ(OpenSmall(), 0);
+    // Its one frame is encoded; there is nothing else for it to do.
+    ASSERT_TRUE(WaitUntil([&] { return platform.CallCount("AVEncodePacket::~AVEncodePacket") > destroyed; }));
+    ASSERT_EQ(Close(), 1);
+  }
+}
+
+TEST_F(FramePath, ClosesWhileTheCameraWaitsForABuffer) {
+  for (int round = 0; round < 300; ++round) {
+    Gate mayAnswer;
+    host.InData([&](const Packet&) { EXPECT_TRUE(mayAnswer.Wait()); });
+    const std::uint64_t full = platform.DeliveredFrames() + 6;
+    const unsigned stops = platform.CallCount("IMediaControl::Stop");
+    ASSERT_EQ(OpenSmall(), 0);
+    // One frame in the callback, five queued, one more at the door.
+    EXPECT_TRUE(
+        WaitUntil([&] { return platform.DeliveredFrames() == full && platform.FramesInDelivery() == 1; }));
+    std::thread closer([&] { EXPECT_EQ(Close(), 1); });
+    EXPECT_TRUE(WaitUntil([&] { return platform.CallCount("IMediaControl::Stop") > stops; }));
+    mayAnswer.Open();
+    closer.join();
+  }
+}
+
+class FramePathWithoutCallback : public FramePath {
+ protected:
+  bool RegistersDataCallback() const override { return false; }
+};
+
+TEST_F(FramePathWithoutCallback, OpensAndClosesWithFramesFlowing) {
+  for (std::uint64_t round = 0; round < 1000; ++round) {
+    const std::uint64_t frames = platform.DeliveredFrames() + 1 + round % 12;
+    ASSERT_EQ(OpenSmall(), 0);
+    ASSERT_TRUE(WaitUntil([&] { return platform.DeliveredFrames() >= frames; }));
+    ASSERT_EQ(Close(), 1);
+  }
+  EXPECT_EQ(host.PacketCount(), 0U);
+}
+
+// What goes on while the camera is closed, round by round.
+enum class Weather { kFine, kCallbackFails, kEncodeFails, kSlowCallback, kSlowCamera, kOversizeFrames };
+
+struct Rounds {
+  const char* name;
+  Weather weather;
+};
+
+void PrintTo(const Rounds& rounds, std::ostream* out) { *out << rounds.name; }
+
+class ManyRounds : public FramePath, public ::testing::WithParamInterface<Rounds> {};
+
+TEST_P(ManyRounds, OpenAndCloseWithFramesFlowing) {
+  const Weather weather = GetParam().weather;
+  constexpr int kRounds = 1000;
+  switch (weather) {
+    case Weather::kFine:
+      break;
+    case Weather::kCallbackFails:
+      host.AnswerData(3);
+      break;
+    case Weather::kEncodeFails:
+      platform.Answers("VideoEncoder::Encode", Answer{5, false});
+      break;
+    case Weather::kSlowCallback:
+      host.InData([](const Packet&) { std::this_thread::sleep_for(std::chrono::microseconds(200)); });
+      break;
+    case Weather::kSlowCamera:
+      platform.SetStreaming({true, [](std::uint64_t number) {
+                               std::this_thread::sleep_for(std::chrono::microseconds(200));
+                               return NumberedFrame(number);
+                             }});
+      break;
+    case Weather::kOversizeFrames:
+      platform.SetStreaming({true, [](std::uint64_t number) {
+                               return number % 3 == 0 ? NumberedFrame(number) : Frame(kSize + 1, 0);
+                             }});
+      break;
+  }
+  for (int round = 0; round < kRounds; ++round) {
+    // Close early, late, and in between; at the latest when oversize frames have cost the whole pool.
+    const std::uint64_t frames = platform.DeliveredFrames() + 1 + static_cast<std::uint64_t>(round % 8);
+    ASSERT_EQ(OpenSmall(), 0);
+    ASSERT_TRUE(WaitUntil([&] { return platform.DeliveredFrames() >= frames; }));
+    ASSERT_EQ(Close(), 1);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, ManyRounds,
+                         ::testing::Values(Rounds{"Fine", Weather::kFine},
+                                           Rounds{"CallbackFails", Weather::kCallbackFails},
+                                           Rounds{"EncodeFails", Weather::kEncodeFails},
+                                           Rounds{"SlowCallback", Weather::kSlowCallback},
+                                           Rounds{"SlowCamera", Weather::kSlowCamera},
+                                           Rounds{"OversizeFrames", Weather::kOversizeFrames}),
+                         [](const auto& tested) { return std::string(tested.param.name); });
+
+}  // namespace

@@ -1,0 +1,101 @@
+// The export and the handler table: what is in it, how arguments and results pass through it.
+#include <cstring>
+
+#include "support/CameraHandlerTest.h"
+
+using HandlerTable = CameraHandlerTest;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+TEST_F(HandlerTable, NullTableIsRefusedWithALogLineAndNothingElseHappens) {
+  Unload();
+  LoadedLibrary fresh(NUVEQ_LIBRARY_FILE);
+  platform.ClearJournal();
+  EXPECT_EQ(fresh.GetCameraHandler(nullptr), -2);
+  EXPECT_THAT(LogLines(), ElementsAre(ErrorLine(161,
+                                                "[CameraOperator]error param, cameraHandler is nullptr."
+                                                "(NUVEQGetCameraHandler)")));
+  EXPECT_THAT(platform.Calls(), IsEmpty());
+}
+
+TEST_F(HandlerTable, FillingTheTableCreatesNoOperatorAndMayBeRepeated) {
+  Unload();
+  LoadedLibrary fresh(NUVEQ_LIBRARY_FILE);
+  const unsigned created = platform.CallCount("CoInitialize");
+  NUVEQCameraHandler first{};
+  NUVEQCameraHandler second{};
+  EXPECT_EQ(fresh.GetCameraHandler(&first), 0);
+  EXPECT_EQ(fresh.GetCameraHandler(&second), 0);
+  EXPECT_EQ(std::memcmp(&first, &second, sizeof(first)), 0);
+  EXPECT_EQ(platform.CallCount("CoInitialize"), created);
+}
+
+TEST_F(HandlerTable, EverySlotIsFilled) {
+  EXPECT_NE(handler.RegisterSendDataCallback, nullptr);
+  EXPECT_NE(handler.OpenCameraDevice, nullptr);
+  EXPECT_NE(handler.CloseCameraDevice, nullptr);
+  EXPECT_NE(handler.Reserved3, nullptr);
+  EXPECT_NE(handler.GetCapability, nullptr);
+  EXPECT_NE(handler.Reserved5, nullptr);
+  EXPECT_NE(handler.ReleaseCapability, nullptr);
+  EXPECT_NE(handler.RegisterServiceListener, nullptr);
+  EXPECT_NE(handler.Reserved8, nullptr);
+}
+
+TEST_F(HandlerTable, ReservedSlotsAnswerZeroForAnyArguments) {
+  platform.ClearJournal();
+  int something = 1;
+  EXPECT_EQ(handler.Reserved3(nullptr, 0, 0, nullptr), 0);
+  EXPECT_EQ(handler.Reserved3(&something, 1, 0xFFFFFFFF, &something), 0);
+  EXPECT_EQ(handler.Reserved5(nullptr), 0);
+  EXPECT_EQ(handler.Reserved5(&something), 0);
+  EXPECT_EQ(handler.Reserved8(0, nullptr, 0, nullptr), 0);
+  EXPECT_EQ(handler.Reserved8(0xFFFFFFFF, &something, 1, &something), 0);
+  EXPECT_THAT(platform.Journal(), IsEmpty());
+}
+
+TEST_F(HandlerTable, NullDataCallbackIsRefusedAndTheEarlierOneStays) {
+  EXPECT_EQ(handler.RegisterSendDataCallback(nullptr, 0, nullptr), -2);
+  QueryAndOpen();
+  DeliverAndReceive(1);
+  EXPECT_EQ(Close(), 1);
+}
+
+TEST_F(HandlerTable, FirstTwoArgumentsOfTheDataCallbackSlotMayBeAnything) {
+  int something = 1;
+  EXPECT_EQ(handler.RegisterSendDataCallback(&something, 0xFFFFFFFF, &HostCallbacks::OnData), 0);
+  EXPECT_EQ(handler.RegisterSendDataCallback(&something, 7, nullptr), -2);
+}
+
+TEST_F(HandlerTable, NullListenerIsRefusedAndTheEarlierOneStays) {
+  EXPECT_EQ(handler.RegisterServiceListener(nullptr), -2);
+  QueryAndOpen();
+  EXPECT_EQ(Close(), 1);
+  EXPECT_THAT(platform.Journal(), ::testing::Contains("status callback \"0\" 1 4"));
+  EXPECT_THAT(platform.Journal(), ::testing::Contains("status callback \"0\" 1 3"));
+}
+
+TEST_F(HandlerTable, ListenerOfTwoNullsIsAcceptedAndDisablesBothReports) {
+  const NUVEQServiceListener nobody{nullptr, nullptr};
+  EXPECT_EQ(handler.RegisterServiceListener(&nobody), 0);
+  QueryAndOpen();
+  EXPECT_EQ(Open("1"), -4);
+  EXPECT_EQ(Close(), 1);
+  platform.SetPc({});
+  EXPECT_EQ(Query(), -1000);
+  EXPECT_THAT(platform.Journal(), ::testing::Not(::testing::Contains(::testing::HasSubstr("callback"))));
+  EXPECT_THAT(platform.Journal(), ::testing::Not(::testing::Contains(::testing::HasSubstr("driver error"))));
+}
+
+TEST_F(HandlerTable, CloseAnswersZeroWhenNoCameraWasEverOpened) { EXPECT_EQ(Close(), 0); }
+
+TEST_F(HandlerTable, CloseAnswersOneAfterAnOpenCamera) {
+  QueryAndOpen();
+  EXPECT_EQ(Close(), 1);
+}
+
+TEST_F(HandlerTable, ReleasingANullArrayDoesNothing) {
+  platform.ClearJournal();
+  handler.ReleaseCapability(0, nullptr, 5);
+  EXPECT_THAT(platform.Journal(), IsEmpty());
+}

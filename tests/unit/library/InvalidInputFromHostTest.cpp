@@ -1,0 +1,321 @@
+// A host that asks for what makes no sense, and callbacks that do what they should not.
+#include <atomic>
+#include <cstring>
+#include <limits>
+#include <stdexcept>
+#include <thread>
+
+#include "support/CameraHandlerTest.h"
+#include "support/EndOfPage.h"
+
+namespace {
+
+using scripted::Yuy2;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+
+constexpr std::uint32_t kMost = std::numeric_limits<std::uint32_t>::max();
+
+class LyingHost : public CameraHandlerTest {
+ protected:
+  void OpenListed() {
+    QueryAndRelease();
+    ASSERT_EQ(Open(), 0);
+  }
+  // Whatever came before: a session works, and leaves nothing but what every open leaves.
+  void ExpectASoundSession() {
+    ASSERT_EQ(Open(), 0);
+    DeliverAndReceive(1);
+    EXPECT_EQ(Close(), 1);
+    platform.DisposeOf("current media type");
+    EXPECT_THAT(platform.Alive(), IsEmpty());
+  }
+};
+
+// --- Ids ---
+
+TEST_F(LyingHost, IdIsReadNoFurtherThanItsFirstCharacterThatIsNoDigit) {
+  QueryAndRelease();
+  // The last byte of each is the last that can be read.
+  std::vector<std::string> texts = {std::string("0\0", 2), "x", "00000000000000000000 "};
+  texts.emplace_back(5000, '9').back() = '-';
+  for (const std::string& text : texts) {
+    const EndOfPage id(text);
+    for (const std::uint32_t length :
+         {static_cast<std::uint32_t>(text.size()), 100'000U, 0x7FFFFFFFU, kMost}) {
+      const NUVEQCameraParam param{id.Text(), length, 640, 480, 30};
+      EXPECT_EQ(handler.OpenCameraDevice(&param), -2);
+    }
+  }
+  EXPECT_THAT(platform.Calls(), IsEmpty());
+  ExpectASoundSession();
+}
+
+TEST_F(LyingHost, IdWithoutALengthIsNotReadAtAll) {
+  QueryAndRelease();
+  const EndOfPage nothing(std::string{});
+  const NUVEQCameraParam param{nothing.Text(), 0, 640, 480, 30};
+  ASSERT_EQ(handler.OpenCameraDevice(&param), 0);
+  DeliverAndReceive(1);
+  EXPECT_EQ(host.Packets().at(0).id, "");
+  EXPECT_EQ(Close(), 1);
+  ExpectFormatLeft();
+}
+
+TEST_F(LyingHost, IdOfTooManyDigitsIsACameraThatIsNotThereNeverOneThatIs) {
+  QueryAndRelease();
+  // Numbers that would be 0 if they were cut off at 31, 32, 63 or 64 bits, and the greatest of them.
+  for (const char* const id :
+       {"2147483648", "4294967295", "4294967296", "9223372036854775808", "18446744073709551615",
+        "18446744073709551616", "99999999999999999999", "340282366920938463463374607431768211456"}) {
+    platform.ClearJournal();
+    EXPECT_EQ(Open(id), -1001) << id;
+    EXPECT_THAT(platform.Calls(), Not(Contains(HasSubstr("BindToObject"))));
+    EXPECT_EQ(Close(id), 1);
+  }
+  // Digits that make a small number are one, however many.
+  EXPECT_EQ(Open("00000000000000000000"), 0);
+  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Open(std::string(100'000, '0')), 0);
+  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Open(std::string(100'000, '0') + "1"), -1001);
+  EXPECT_EQ(Close(), 1);
+  platform.DisposeOf("current media type");
+}
+
+TEST_F(LyingHost, IdOfACloseIsPassedOnWithoutBeingRead) {
+  static std::atomic<const char*> idSeen = nullptr;
+  static std::atomic<std::uint32_t> lengthSeen = 0;
+  const NUVEQServiceListener listener{[](const char* id, std::uint32_t idLen, NUVEQServiceStatus) {
+                                        idSeen = id;
+                                        lengthSeen = idLen;
+                                        return std::int32_t{0};
+                                      },
+                                      nullptr};
+  ASSERT_EQ(handler.RegisterServiceListener(&listener), 0);
+  QueryAndOpen();
+  const EndOfPage nothing(std::string{});
+  EXPECT_EQ(handler.CloseCameraDevice(nothing.Text(), kMost), 1);
+  EXPECT_EQ(idSeen, nothing.Text());
+  EXPECT_EQ(lengthSeen, kMost);
+}
+
+// --- Sizes and rates ---
+
+struct Request {
+  std::uint32_t width;
+  std::uint32_t height;
+  int result;
+};
+
+TEST_F(LyingHost, SizesOfAnyNumbersAreOpenedOrRefusedAndLeaveNothing) {
+  QueryAndRelease();
+  // This encoder takes any size; what the pool refuses is an empty frame and one of more than 2 GiB.
+  const std::vector<Request> requests = {
+      {0, 0, -1004},
+      {0, 480, -1004},
+      {640, 0, -1004},
+      {0, kMost, -1004},
+      {kMost, 0, -1004},
+      {1, 1, 0},
+      {1, 480, 0},
+      {640, 1, 0},
+      {641, 481, 0},
+      {65535, 1, 0},
+      {1, 65535, 0},
+      {65535, 65535, -1004},
+      {kMost, 1, -1004},
+      {1, kMost, -1004},
+      {640, kMost, -1004},
+      {kMost, 480, -1004},
+      {kMost, kMost, -1004},
+      {0x80000000U, 2, -1004},
+      {0x80000000U, 0x80000000U, -1004},
+  };
+  for (const Request& request : requests) {
+    SCOPED_TRACE(std::to_string(request.width) + "x" + std::to_string(request.height));
+    platform.ClearJournal();
+    EXPECT_EQ(Open("0", request.width, request.height, 30), request.result);
+    if (request.result == 0) {
+      EXPECT_EQ(platform.LastEncodeParam().width, request.width);
+      EXPECT_EQ(platform.LastEncodeParam().height, request.height);
+      EXPECT_THAT(platform.Calls(), Contains(HasSubstr(std::to_string(request.width) + "x" +
+                                                       std::to_string(request.height) + ", 333333")));
+      // All the frame buffers that such a picture needs, filled and encoded.
+      const std::size_t bytes = std::size_t{request.width} * request.height * 2;
+      EXPECT_TRUE(platform.DeliverFrame(Frame(bytes, 1)));
+      EXPECT_TRUE(platform.DeliverFrame(Frame(bytes + 1, 1)));
+      EXPECT_TRUE(WaitUntil([&] { return platform.EncodedFrames().size() == 1; }));
+      EXPECT_EQ(Close(), 1);
+    } else {
+      EXPECT_THAT(platform.Alive(), Not(Contains("frame")));
+      EXPECT_EQ(Close(), 0) << "there is no graph";
+    }
+    // Another request may follow at once.
+    ExpectASoundSession();
+  }
+}
+
+TEST_F(LyingHost, RateOfZeroAsksForTheShortestIntervalsAndOneKeyFrame) {
+  QueryAndRelease();
+  ASSERT_EQ(Open("0", 640, 480, 0), 0);
+  EXPECT_THAT(platform.Calls(),
+              Contains(HasSubstr("SetFormat(built-in.capture, MEDIASUBTYPE_YUY2, 640x480, 33)")));
+  EXPECT_EQ(platform.LastEncodeParam().frameRate, 0U);
+  EXPECT_EQ(platform.LastEncodeParam().keyFrameInterval, 0);
+  DeliverAndReceive(1);
+  EXPECT_EQ(Close(), 1);
+  ExpectASoundSession();
+}
+
+TEST_F(LyingHost, GreatestRateHasNoIntervalAndItsKeyFramesWrap) {
+  QueryAndRelease();
+  for (const std::uint32_t fps : {10'000'001U, 0x80000000U, kMost}) {
+    platform.ClearJournal();
+    ASSERT_EQ(Open("0", 640, 480, fps), 0);
+    EXPECT_THAT(platform.Calls(),
+                Contains(HasSubstr("SetFormat(built-in.capture, MEDIASUBTYPE_YUY2, 640x480, 0)")));
+    EXPECT_EQ(platform.LastEncodeParam().frameRate, fps);
+    EXPECT_EQ(platform.LastEncodeParam().keyFrameInterval, static_cast<std::uint16_t>(fps * 5));
+    DeliverAndReceive(1);
+    EXPECT_EQ(Close(), 1);
+    ExpectASoundSession();
+  }
+}
+
+// --- Callbacks ---
+
+TEST_F(LyingHost, CloseInsideTheReportOfARefusedOpenClosesTheCamera) {
+  OpenListed();
+  DeliverAndReceive(1);
+  host.InStatus([&](int status) {
+    if (status == NUVEQ_SERVICE_STATUS_CAMERA_OPEN) {
+      EXPECT_EQ(Close("inner"), 1);
+    }
+  });
+  EXPECT_EQ(Open("7"), -4);
+  host.InStatus(nullptr);
+  EXPECT_THAT(platform.Journal(), Contains("status callback \"inner\" 5 3").Times(1));
+  EXPECT_THAT(platform.Alive(), ElementsAre("current media type"));
+  EXPECT_EQ(Close(), 0) << "it is closed";
+  platform.DisposeOf("current media type");
+  ExpectASoundSession();
+}
+
+TEST_F(LyingHost, OpenInsideTheReportOfACloseIsRefusedAndTheCameraIsClosed) {
+  OpenListed();
+  std::atomic<int> inside = 1;
+  host.InStatus([&](int status) {
+    if (status == NUVEQ_SERVICE_STATUS_CAMERA_CLOSED) {
+      inside = Open("7");
+    }
+  });
+  EXPECT_EQ(Close(), 1);
+  host.InStatus(nullptr);
+  EXPECT_EQ(inside, -4);
+  EXPECT_THAT(platform.Alive(), ElementsAre("current media type"));
+  platform.DisposeOf("current media type");
+  ExpectASoundSession();
+}
+
+TEST_F(LyingHost, DataCallbackMayCallEverySlotOfTheTable) {
+  QueryAndOpen();
+  std::atomic<int> opened = 1;
+  std::atomic<int> closed = 1;
+  std::atomic<int> queried = 1;
+  host.InData([&](const Packet&) {
+    const NUVEQServiceListener listener{&HostCallbacks::OnStatus, nullptr};
+    EXPECT_EQ(handler.RegisterServiceListener(&listener), 0);
+    EXPECT_EQ(handler.RegisterSendDataCallback(nullptr, 0, &HostCallbacks::OnData), 0);
+    queried = Query();
+    ReleaseCapabilities();
+    opened = Open("7");
+    closed = Close();
+    EXPECT_EQ(handler.Reserved3(nullptr, 0, 0, nullptr), 0);
+    EXPECT_EQ(handler.Reserved5(nullptr), 0);
+    EXPECT_EQ(handler.Reserved8(0, nullptr, 0, nullptr), 0);
+  });
+  DeliverAndReceive(1);
+  EXPECT_EQ(queried, 0) << "the camera is open and stays so";
+  EXPECT_EQ(opened, -4);
+  EXPECT_EQ(closed, 0);
+  EXPECT_THAT(platform.Journal(), Contains("status callback \"7\" 1 4"));
+  host.InData(nullptr);
+  DeliverAndReceive(2);
+  EXPECT_EQ(host.Packets().at(0).id, "0");
+  EXPECT_EQ(host.Packets().at(1).id, "7") << "a refused open renames what follows";
+  EXPECT_EQ(Close(), 1);
+}
+
+TEST_F(LyingHost, DataCallbackThatThrowsWhileTheCameraClosesDoesNotHoldItUp) {
+  OpenListed();
+  Gate inside;
+  Gate mayThrow;
+  host.InData([&](const Packet&) {
+    inside.Open();
+    EXPECT_TRUE(mayThrow.Wait());
+    throw std::runtime_error("host");
+  });
+  ASSERT_TRUE(platform.DeliverFrame(Frame(kFrameSize, 1)));
+  ASSERT_TRUE(inside.Wait());
+  std::thread closer([&] { EXPECT_EQ(Close(), 1); });
+  EXPECT_TRUE(WaitUntil([&] { return platform.CallCount("IMediaControl::Stop") == 1; }));
+  mayThrow.Open();
+  closer.join();
+  host.InData(nullptr);
+  platform.DisposeOf("current media type");
+  ExpectASoundSession();
+}
+
+// Ten seconds are longer than any wait of the library's would be, if it had one.
+TEST_F(LyingHost, DataCallbackThatBlocksForTenSecondsHoldsTheCameraAndCostsNothing) {
+  constexpr std::uint64_t kBlocking = 3;
+  constexpr std::chrono::seconds kBlock{10};
+  platform.SetPc(scripted::LaptopPc({Yuy2(16, 16, 30)}));
+  QueryAndRelease();
+  platform.SetRecording(false);
+  platform.SetStreaming({true, [](std::uint64_t number) {
+                           std::vector<std::uint8_t> frame = Frame(std::size_t{16} * 16 * 2, 0);
+                           std::memcpy(frame.data(), &number, sizeof(number));
+                           return frame;
+                         }});
+  host.KeepPackets(false);
+  std::atomic<std::uint64_t> next = 0;
+  std::atomic<std::uint64_t> outOfOrder = 0;
+  std::atomic<std::uint64_t> heldBack = 0;
+  Gate blocks;
+  Gate mayEnd;
+  std::atomic<bool> ended = false;
+  host.InData([&](const Packet& packet) {
+    std::uint64_t number = 0;
+    std::memcpy(&number, packet.bytes.data(), sizeof(number));
+    outOfOrder += number == next++ ? 0 : 1;
+    if (number == kBlocking) {
+      std::this_thread::sleep_for(kBlock);
+      // In all that time: what came before, this one, and a full pool behind it.
+      heldBack = platform.DeliveredFrames();
+    } else if (number == 100 * kBlocking) {
+      blocks.Open();
+      EXPECT_TRUE(mayEnd.Wait());
+      ended = true;
+    }
+  });
+  ASSERT_EQ(Open("0", 16, 16, 30), 0);
+  ExpectFormatLeft();
+  ASSERT_TRUE(blocks.Wait());
+  EXPECT_EQ(heldBack, kBlocking + 1 + 5);
+  std::thread closer([&] {
+    EXPECT_EQ(Close(), 1);
+    EXPECT_TRUE(ended) << "closing waits for the callback";
+  });
+  EXPECT_TRUE(WaitUntil([&] { return platform.CallCount("IMediaControl::Stop") == 1; }));
+  EXPECT_FALSE(ended);
+  mayEnd.Open();
+  closer.join();
+  EXPECT_EQ(outOfOrder, 0U) << "nothing is lost, nothing comes twice";
+}
+
+}  // namespace

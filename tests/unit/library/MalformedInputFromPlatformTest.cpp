@@ -1,0 +1,308 @@
+// A platform that answers success and hands out what it should not: through the table, on the way of a query
+// and on that of an open.
+#include <limits>
+#include <optional>
+
+#include "support/CameraHandlerTest.h"
+#include "support/EndOfPage.h"
+
+namespace {
+
+using scripted::BuiltInCamera;
+using scripted::Camera;
+using scripted::kBuiltInDisplayName;
+using scripted::kBuiltInId;
+using scripted::LaptopPc;
+using scripted::MediaType;
+using scripted::Mjpg;
+using scripted::SucceedsWithNull;
+using scripted::Yuy2;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::StartsWith;
+
+class LyingPlatform : public CameraHandlerTest {
+ protected:
+  // The records say 640x480 at 30 and nothing else.
+  void ExpectOneSizeListed() {
+    ASSERT_EQ(Query(), 0);
+    const NUVEQCameraAbility& ability = *capabilities->abilities;
+    ASSERT_EQ(ability.resolutionNum, 1U);
+    EXPECT_EQ(ability.resolutions[0].width, 640);
+    EXPECT_EQ(ability.resolutions[0].height, 480);
+    ASSERT_EQ(ability.fpsRangeNum, 1U);
+    EXPECT_EQ(ability.fpsRanges[0].minimum, 30000U);
+    ReleaseCapabilities();
+    EXPECT_THAT(platform.Alive(), IsEmpty());
+  }
+  void ExpectNothingListed() {
+    ASSERT_EQ(Query(), 0);
+    EXPECT_EQ(capabilities->abilities->resolutionNum, 0U);
+    EXPECT_EQ(capabilities->abilities->fpsRangeNum, 0U);
+    ReleaseCapabilities();
+  }
+  // Opens, gets a packet, closes. The format structure that each open leaves is put out of the way.
+  void ExpectASession() {
+    ASSERT_EQ(Open(), 0);
+    DeliverAndReceive(1);
+    EXPECT_EQ(Close(), 1);
+    platform.DisposeOf("current media type");
+  }
+};
+
+// --- Null with success ---
+
+struct NullInTheQuery {
+  const char* operation;
+  unsigned nth;  // from the query's start
+  int result;
+};
+
+TEST_F(LyingPlatform, NullWithSuccessFailsTheQueryAndLeavesNothing) {
+  const std::vector<NullInTheQuery> lies = {
+      {"CoCreateInstance", 1, -1000},
+      {"ICreateDevEnum::CreateClassEnumerator", 1, -1000},
+      // The second name is the built-in camera's.
+      {"CoGetMalloc", 2, -1000},
+      {"CreateBindCtx", 2, -1000},
+      {"IMoniker::GetDisplayName", 2, -1000},
+      {"CM_Get_DevNode_Status", 2, -1000},
+      {"CM_Get_Child", 1, -1000},
+      {"CoCreateInstance", 2, -1000},
+      {"ICreateDevEnum::CreateClassEnumerator", 2, -1000},
+      {"IMoniker::BindToObject", 1, -1000},
+      {"IBaseFilter::EnumPins", 1, -1000},
+      {"IPin::EnumMediaTypes", 1, -1000},
+      {"AllocatePlatformBlock", 1, -3},
+  };
+  for (const NullInTheQuery& lie : lies) {
+    SCOPED_TRACE(lie.operation + std::string(" ") + std::to_string(lie.nth));
+    platform.AnswersNth(lie.operation, lie.nth, SucceedsWithNull());
+    EXPECT_EQ(Query(), lie.result);
+    EXPECT_THAT(platform.Alive(), IsEmpty());
+  }
+  QueryAndRelease();
+  ExpectASession();
+}
+
+TEST_F(LyingPlatform, PinThatDoesNotNameItsFilterIsReadAllTheSame) {
+  platform.SetPc(LaptopPc({Yuy2(640, 480, 30)}));
+  platform.Answers("IPin::QueryPinInfo", SucceedsWithNull());
+  ExpectOneSizeListed();
+  ExpectASession();
+}
+
+TEST_F(LyingPlatform, NullsAmongTheEntriesOfEveryEnumeratorAreSkippedByQueryAndOpen) {
+  Camera nobody;
+  nobody.isNull = true;
+  scripted::Pin noPin;
+  noPin.isNull = true;
+  MediaType noType;
+  noType.isNull = true;
+  Camera camera = BuiltInCamera({noType, Yuy2(640, 480, 30), noType});
+  camera.pins.insert(camera.pins.begin(), noPin);
+  camera.pins.push_back(noPin);
+  platform.SetPc({{{0, kBuiltInId}}, {nobody, camera, nobody}});
+  ExpectOneSizeListed();
+  ExpectASession();
+}
+
+TEST_F(LyingPlatform, EnumeratorsThatHandOutNothingButNullsAreEmpty) {
+  Camera nobody;
+  nobody.isNull = true;
+  platform.SetPc({{{0, kBuiltInId}}, {nobody, nobody}});
+  EXPECT_EQ(Query(), -1000);
+  scripted::Pin noPin;
+  noPin.isNull = true;
+  Camera camera = BuiltInCamera({});
+  camera.pins = {noPin, noPin};
+  platform.SetPc({{{0, kBuiltInId}}, {camera}});
+  ExpectNothingListed();
+  EXPECT_EQ(Open(), -1001) << "there is no pin to connect";
+  EXPECT_EQ(Close(), 1);
+}
+
+// --- Format blocks ---
+
+struct FormatLie {
+  const char* name;
+  ULONG block;  // bytes
+  ULONG size;   // what the structure says
+  bool hasBlock;
+};
+
+void PrintTo(const FormatLie& lie, std::ostream* out) { *out << lie.name; }
+
+MediaType Lie(const FormatLie& lie) {
+  MediaType type = Yuy2(640, 480, 30);
+  type.formatSize = lie.block;
+  type.claimedSize = lie.size;
+  type.hasFormat = lie.hasBlock;
+  return type;
+}
+
+class MissingFormat : public LyingPlatform, public ::testing::WithParamInterface<FormatLie> {};
+
+// A block without room for the picture's size is neither read nor written: the pin keeps its own format.
+TEST_P(MissingFormat, ListsNothingAndIsOpenedAsItIs) {
+  platform.SetPc(LaptopPc({Lie(GetParam())}));
+  ExpectNothingListed();
+  platform.ClearJournal();
+  ExpectASession();
+  EXPECT_THAT(platform.Calls(), Not(Contains(StartsWith("IAMStreamConfig::SetFormat"))));
+}
+
+constexpr ULONG kWhole = sizeof(VIDEOINFOHEADER);
+// Up to the end of the picture's height.
+constexpr ULONG kPictureSizeEnd = 60;
+constexpr ULONG kHuge = std::numeric_limits<ULONG>::max();
+
+INSTANTIATE_TEST_SUITE_P(
+    Each, MissingFormat,
+    ::testing::Values(FormatLie{"NoSizeNoBlock", 0, 0, false}, FormatLie{"OneByte", 1, 1, true},
+                      FormatLie{"EndsBeforeThePictureSize", kPictureSizeEnd - 1, kPictureSizeEnd - 1, true},
+                      FormatLie{"SizeWithoutBlock", 0, kWhole, false},
+                      FormatLie{"HugeSizeWithoutBlock", 0, kHuge, false}),
+    [](const auto& tested) { return std::string(tested.param.name); });
+
+class ShortFormat : public LyingPlatform, public ::testing::WithParamInterface<FormatLie> {};
+
+// A block that is not a whole header is not listed, but its size and interval are set if it has room for
+// them.
+TEST_P(ShortFormat, ListsNothingAndIsOpenedWithTheRequestedSize) {
+  const MediaType lie = Lie(GetParam());
+  // cbFormat 0 means that there is no block to free.
+  const unsigned notFreed = lie.SizeField() == 0 ? 1 : 0;
+  ExpectLeft("enumerated media type format block", notFreed);
+  ExpectLeft("current media type format block", notFreed);
+  platform.SetPc(LaptopPc({lie}));
+  ExpectNothingListed();
+  platform.ClearJournal();
+  ExpectASession();
+  EXPECT_THAT(platform.Calls(),
+              Contains("IAMStreamConfig::SetFormat(built-in.capture, MEDIASUBTYPE_YUY2, 640x480, 333333)"));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Each, ShortFormat,
+    ::testing::Values(FormatLie{"SizeOfNothing", kWhole, 0, true},
+                      FormatLie{"SizeOfNothingUpToThePictureSize", kPictureSizeEnd, 0, true},
+                      FormatLie{"EndsBehindThePictureSize", kPictureSizeEnd, kPictureSizeEnd, true},
+                      FormatLie{"OneByteShort", kWhole - 1, kWhole - 1, true}),
+    [](const auto& tested) { return std::string(tested.param.name); });
+
+TEST_F(LyingPlatform, BlockIsReadAndWrittenAsFarAsItIsKnownHoweverLongItClaimsToBe) {
+  for (const ULONG size : {kWhole, kWhole + 1, ULONG{1} << 20, kHuge}) {
+    SCOPED_TRACE(size);
+    platform.SetPc(LaptopPc({Lie({"", kWhole, size, true})}));
+    ExpectOneSizeListed();
+    platform.ClearJournal();
+    ASSERT_EQ(Open(), 0);
+    EXPECT_THAT(platform.Calls(),
+                Contains("IAMStreamConfig::SetFormat(built-in.capture, MEDIASUBTYPE_YUY2, 640x480, 333333)"));
+    EXPECT_EQ(Close(), 1);
+    platform.DisposeOf("current media type");
+  }
+}
+
+// --- Names and ids ---
+
+// A device path of the form that display names have, with that many characters for the instance id.
+std::wstring NameForId(std::size_t length) {
+  return LR"(@device:pnp:\\?\usb#)" + std::wstring(length - 4, L'a') + L"#{65e8}";
+}
+
+TEST_F(LyingPlatform, InstanceIdOfTwoHundredFiftyFiveCharactersFindsItsCamera) {
+  // One less than there is room for, so that it is terminated; and one that fills the room, which is not.
+  for (const std::size_t length : {std::size_t{255}, std::size_t{256}}) {
+    const scripted::UsbDevice device{0, "USB\\" + std::string(length - 4, 'A')};
+    Camera camera = BuiltInCamera({Yuy2(640, 480, 30)});
+    camera.displayName = NameForId(length);
+    platform.SetPc({{{DN_REMOVABLE, scripted::kPlugInId}, device}, {scripted::PlugInCamera(), camera}});
+    ExpectOneSizeListed();
+    ExpectASession();
+    // One character less is another camera's.
+    camera.displayName = NameForId(length - 1);
+    platform.SetPc({{device}, {camera}});
+    EXPECT_EQ(Query(), -1000);
+  }
+}
+
+TEST_F(LyingPlatform, DisplayNamesOfManyKilobytesAreTakenWholeByQueryAndOpen) {
+  const std::wstring padding(std::size_t{64} * 1024 / sizeof(wchar_t), L'x');
+  Camera stranger = scripted::PlugInCamera();
+  stranger.displayName = padding + stranger.displayName;
+  Camera camera = BuiltInCamera({Yuy2(640, 480, 30)});
+  camera.displayName = padding + kBuiltInDisplayName + padding;
+  platform.SetPc({{{0, kBuiltInId}}, {stranger, camera}});
+  ExpectOneSizeListed();
+  platform.ClearJournal();
+  ExpectASession();
+  EXPECT_THAT(platform.Calls(), Contains("IMoniker::BindToObject(built-in, IID_IBaseFilter)"));
+}
+
+TEST_F(LyingPlatform, DeviceWithoutANameIsPassedOverByQueryAndOpen) {
+  platform.SetPc({{{0, kBuiltInId}},
+                  {{"nameless", {}, {}}, BuiltInCamera({Yuy2(640, 480, 30)}), {"nameless too", {}, {}}}});
+  ExpectOneSizeListed();
+  ExpectASession();
+}
+
+// Half a pair of surrogates is no text. Wherever in the name, whichever half: the slot's failure, no log line
+// of it, and nothing held.
+TEST_F(LyingPlatform, NameWithHalfAPairOfSurrogatesFailsQueryAndOpen) {
+  constexpr wchar_t kHigh = 0xD83D;
+  constexpr wchar_t kLow = 0xDCF7;
+  const std::wstring name = kBuiltInDisplayName;
+  for (const std::wstring& text :
+       {name + kHigh, name + kLow, kHigh + name, kLow + name, name + kHigh + L"x", name + kLow + kHigh}) {
+    platform.SetPc(LaptopPc());
+    QueryAndRelease();
+    Camera broken = BuiltInCamera({Yuy2(640, 480, 30)});
+    broken.displayName = text;
+    platform.SetPc({{{0, kBuiltInId}}, {broken}});
+    EXPECT_EQ(Open(), -1001);
+    EXPECT_EQ(Close(), 1);
+    cameraNum = 77;
+    EXPECT_EQ(Query(), -1000);
+    EXPECT_EQ(cameraNum, 77U);
+    EXPECT_THAT(platform.Alive(), IsEmpty());
+    EXPECT_EQ(Open(), -1001) << "there is no camera";
+    EXPECT_EQ(Close(), 1);
+  }
+}
+
+// --- Samples ---
+
+TEST_F(LyingPlatform, SamplesAreReadAsFarAsTheySayAndNotAtAllWhenTheyDoNotFit) {
+  QueryAndOpen();
+  const EndOfPage whole(Frame(kFrameSize, 1));
+  const EndOfPage one(Frame(1, 2));
+  // None of them costs a buffer, and none is encoded.
+  for (const LONG length : {LONG{0}, LONG{-1}, std::numeric_limits<LONG>::min()}) {
+    for (int i = 0; i < 5; ++i) {
+      EXPECT_TRUE(platform.DeliverFrame(one.Bytes(), length));
+      EXPECT_TRUE(platform.DeliverFrame(nullptr, length));
+    }
+  }
+  // These do not fit; each costs a buffer.
+  for (const LONG length : {static_cast<LONG>(kFrameSize) + 1, std::numeric_limits<LONG>::max()}) {
+    EXPECT_TRUE(platform.DeliverFrame(one.Bytes(), length));
+    EXPECT_TRUE(platform.DeliverFrame(one.Bytes(), length));
+  }
+  // The fifth goes on.
+  EXPECT_TRUE(platform.DeliverFrame(whole.Bytes(), static_cast<LONG>(kFrameSize)));
+  EXPECT_TRUE(platform.DeliverFrame(one.Bytes(), 1));
+  ASSERT_TRUE(host.WaitForPackets(2));
+  const std::vector<std::vector<std::uint8_t>> encoded = platform.EncodedFrames();
+  ASSERT_EQ(encoded.size(), 2U);
+  EXPECT_EQ(encoded[0], Frame(kFrameSize, 1));
+  std::vector<std::uint8_t> shortFrame = Frame(kFrameSize, 0);
+  shortFrame[0] = 2;
+  EXPECT_EQ(encoded[1], shortFrame);
+  EXPECT_EQ(Close(), 1);
+}
+
+}  // namespace

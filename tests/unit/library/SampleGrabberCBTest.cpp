@@ -1,0 +1,287 @@
+// The grabber's callback object, and what becomes of the frames that it is called with.
+#include "SampleGrabberCB.h"
+
+#include <atomic>
+#include <thread>
+
+#include "support/CameraHandlerTest.h"
+#include "support/CameraOperatorTest.h"
+
+namespace {
+
+using scripted::SucceedsWithNull;
+using ::testing::Each;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+class CallbackObject : public PlatformTest {
+ protected:
+  SampleGrabberCB object;
+};
+
+TEST_F(CallbackObject, AnswersItsTwoInterfacesWithAReference) {
+  for (const IID& iid : {IID_IUnknown, IID_ISampleGrabberCB}) {
+    void* out = nullptr;
+    EXPECT_EQ(object.QueryInterface(iid, &out), 0);
+    EXPECT_EQ(out, static_cast<ISampleGrabberCB*>(&object));
+    EXPECT_EQ(object.Release(), 1U) << "the count had gone up by one";
+  }
+}
+
+TEST_F(CallbackObject, AnswersNoOtherInterface) {
+  void* out = &object;
+  EXPECT_EQ(static_cast<std::uint32_t>(object.QueryInterface(IID_IBaseFilter, &out)), 0x80004002U);
+  EXPECT_EQ(out, nullptr);
+  EXPECT_EQ(object.AddRef(), 2U);
+}
+
+TEST_F(CallbackObject, NullOutPointerIsAnInvalidArgument) {
+  EXPECT_EQ(static_cast<std::uint32_t>(object.QueryInterface(IID_IUnknown, nullptr)), 0x80070057U);
+  EXPECT_EQ(static_cast<std::uint32_t>(object.QueryInterface(IID_IBaseFilter, nullptr)), 0x80070057U);
+}
+
+TEST_F(CallbackObject, CountStartsWithTheOwnersReference) {
+  EXPECT_EQ(object.AddRef(), 2U);
+  EXPECT_EQ(object.Release(), 1U);
+  EXPECT_EQ(object.AddRef(), 2U) << "it was not destroyed";
+}
+
+TEST_F(CallbackObject, LastReleaseDestroysAnObjectOnTheHeap) {
+  bool destroyed = false;
+  class Watched : public SampleGrabberCB {
+   public:
+    explicit Watched(bool& flag) : m_flag(flag) {}
+    ~Watched() override { m_flag = true; }
+
+   private:
+    bool& m_flag;
+  };
+  SampleGrabberCB* const heap = std::make_unique<Watched>(destroyed).release();
+  EXPECT_EQ(heap->AddRef(), 2U);
+  EXPECT_EQ(heap->Release(), 1U);
+  EXPECT_FALSE(destroyed);
+  EXPECT_EQ(heap->Release(), 0U);
+  EXPECT_TRUE(destroyed);
+}
+
+TEST_F(CallbackObject, ReferencesFromManyThreadsAddUp) {
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([&] {
+      for (int round = 0; round < 10'000; ++round) {
+        object.AddRef();
+        object.Release();
+      }
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  EXPECT_EQ(object.AddRef(), 2U);
+}
+
+TEST_F(CallbackObject, FrameThatCannotBeTakenIsLostAndTheStreamGoesOn) {
+  // The operator behind the callback cannot be made.
+  platform.Before("CoInitialize", [] { throw std::bad_alloc(); });
+  std::uint8_t byte = 0;
+  EXPECT_EQ(object.BufferCB(0.0, &byte, 1), 0);
+}
+
+TEST_F(CallbackObject, SamplesAreIgnored) { EXPECT_EQ(object.SampleCB(1.0, nullptr), 0); }
+
+// --- At the running graph ---
+
+using GrabbedFrames = CameraHandlerTest;
+
+TEST_F(GrabbedFrames, EmptyFrameIsLoggedWithoutATagAndWithoutABlank) {
+  QueryAndOpen();
+  platform.ClearJournal();
+  EXPECT_TRUE(platform.DeliverFrame(Frame(0, 0)));
+  EXPECT_THAT(LogLines(),
+              ElementsAre("ERROR SampleGrabberCB:60 error buffer size0(SampleGrabberCB::BufferCB)"));
+  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(host.PacketCount(), 0U);
+}
+
+TEST_F(GrabbedFrames, NegativeLengthQueuesNothing) {
+  QueryAndOpen();
+  platform.ClearJournal();
+  const std::vector<std::uint8_t> frame = Frame(kFrameSize, 1);
+  EXPECT_TRUE(platform.DeliverFrame(frame.data(), -1));
+  EXPECT_TRUE(platform.DeliverFrame(frame.data(), std::numeric_limits<LONG>::min()));
+  EXPECT_THAT(LogLines(), IsEmpty());
+  DeliverAndReceive(2);
+  EXPECT_EQ(host.Packets().at(0).bytes.at(0), 2);
+  EXPECT_EQ(Close(), 1);
+}
+
+TEST_F(GrabbedFrames, NullBytesQueueNothing) {
+  QueryAndOpen();
+  EXPECT_TRUE(platform.DeliverFrame(nullptr, 100));
+  DeliverAndReceive(2);
+  EXPECT_EQ(host.PacketCount(), 1U);
+  EXPECT_EQ(Close(), 1);
+}
+
+TEST_F(GrabbedFrames, FrameAsLongAsTheBufferIsEncodedWhole) {
+  QueryAndOpen();
+  std::vector<std::uint8_t> frame = Frame(kFrameSize, 3);
+  frame.back() = 99;
+  EXPECT_TRUE(platform.DeliverFrame(frame));
+  EXPECT_TRUE(host.WaitForPackets(1));
+  EXPECT_EQ(platform.EncodedFrames().at(0), frame);
+  EXPECT_EQ(Close(), 1);
+}
+
+TEST_F(GrabbedFrames, RestOfTheBufferBehindAShortFrameIsZero) {
+  QueryAndOpen();
+  // Every buffer has been full before.
+  for (std::uint8_t value = 1; value <= 5; ++value) {
+    DeliverAndReceive(value);
+  }
+  EXPECT_TRUE(platform.DeliverFrame(Frame(1000, 7)));
+  EXPECT_TRUE(host.WaitForPackets(6));
+  std::vector<std::uint8_t> wanted = Frame(kFrameSize, 0);
+  std::fill_n(wanted.begin(), 1000, std::uint8_t{7});
+  EXPECT_EQ(platform.EncodedFrames().at(5), wanted);
+  EXPECT_EQ(Close(), 1);
+}
+
+TEST_F(GrabbedFrames, SixthCallbackBlocksUntilTheEncoderGivesABufferBack) {
+  QueryAndOpen();
+  Gate mayEncode;
+  platform.Before("VideoEncoder::Encode", [&] { EXPECT_TRUE(mayEncode.Wait()); });
+  for (std::uint8_t value = 1; value <= 5; ++value) {
+    EXPECT_TRUE(platform.DeliverFrame(Frame(kFrameSize, value)));
+  }
+  std::atomic<bool> returned = false;
+  std::thread streaming([&] {
+    EXPECT_TRUE(platform.DeliverFrame(Frame(kFrameSize, 6)));
+    returned = true;
+  });
+  EXPECT_TRUE(WaitUntil(
+      [&] { return platform.CallCount("VideoEncoder::Encode") == 1 && platform.FramesInDelivery() == 1; }));
+  EXPECT_FALSE(returned);
+  mayEncode.Open();
+  streaming.join();
+  EXPECT_TRUE(host.WaitForPackets(6));
+  for (std::uint8_t value = 1; value <= 6; ++value) {
+    EXPECT_EQ(host.Packets().at(value - 1U).bytes.at(0), value);
+  }
+  EXPECT_EQ(Close(), 1);
+}
+
+// --- At the pool ---
+
+class PushedFrames : public CameraOperatorTest {
+ protected:
+  static constexpr std::size_t kSize = std::size_t{16} * 16 * 2;
+
+  void SetUp() override {
+    CameraOperatorTest::SetUp();
+    ASSERT_TRUE(camera->InitVideoEncoder(Param()));
+  }
+  static VideoEncoder::EncodeParam Param() {
+    VideoEncoder::EncodeParam param{};
+    param.width = 16;
+    param.height = 16;
+    param.frameRate = 30;
+    param.colorSpace = ColorSpace::kYuy2;
+    return param;
+  }
+  void Push(std::size_t size, std::uint8_t value) {
+    camera->PushFrame(Frame(size, value).data(), static_cast<std::int32_t>(size));
+  }
+  // A stopped queue takes nothing.
+  bool IsQueueRunning() {
+    VideoFrame frame;
+    Access::Queue(*camera).PutDataBuffer(&frame);
+    Access::Queue(*camera).Stop();
+    return Access::Queue(*camera).GetDataBuffer() == &frame;
+  }
+  // Stops the queue and counts what it still hands out.
+  int CountAfterStop(VideoFrame* (FrameBufQueue::*get)()) {
+    Access::Queue(*camera).Stop();
+    int count = 0;
+    while ((Access::Queue(*camera).*get)() != nullptr) {
+      ++count;
+    }
+    return count;
+  }
+};
+
+TEST_F(PushedFrames, OversizeFrameIsNotQueuedAndCostsThePoolABuffer) {
+  Push(kSize, 1);
+  Push(kSize + 1, 2);
+  EXPECT_EQ(CountAfterStop(&FrameBufQueue::GetFreeBuffer), 3);
+  EXPECT_EQ(CountAfterStop(&FrameBufQueue::GetDataBuffer), 1);
+}
+
+TEST_F(PushedFrames, LosingTheLastBufferDoesNotStopTheQueue) {
+  for (int i = 0; i < 5; ++i) {
+    Push(kSize + 1, 1);
+  }
+  EXPECT_TRUE(IsQueueRunning());
+}
+
+TEST_F(PushedFrames, LosingTheLastBufferDoesNotStopTheQueueAfterAnEarlierGraphWasStopped) {
+  ExpectLeft("current media type");
+  ASSERT_EQ(camera->CameraCount(), 1U);
+  ASSERT_TRUE(camera->OpenCamera(0, 640, 480, 30, MEDIASUBTYPE_YUY2));
+  ASSERT_TRUE(camera->CloseCameraInner("0", 1));
+  ASSERT_TRUE(camera->InitVideoEncoder(Param()));
+  for (int i = 0; i < 5; ++i) {
+    Push(kSize + 1, 1);
+  }
+  EXPECT_TRUE(IsQueueRunning());
+}
+
+TEST_F(PushedFrames, OversizeFrameClearsTheBuffer) {
+  VideoFrame* const next = Access::Queue(*camera).GetFreeBuffer();
+  for (int i = 0; i < 4; ++i) {
+    Access::Queue(*camera).PutFreeBuffer(Access::Queue(*camera).GetFreeBuffer());
+  }
+  Access::Queue(*camera).PutFreeBuffer(next);
+  for (int i = 0; i < 4; ++i) {
+    Push(kSize, 1);
+  }
+  EXPECT_THAT(std::vector<std::uint8_t>(next->data, next->data + next->size), Each(0xCD));
+  Push(kSize + 1, 2);
+  EXPECT_THAT(std::vector<std::uint8_t>(next->data, next->data + next->size), Each(0));
+}
+
+TEST_F(PushedFrames, LargestLengthIsRefusedBeforeABlockOfThatSizeIsRead) {
+  const std::uint8_t byte = 1;
+  camera->PushFrame(&byte, std::numeric_limits<std::int32_t>::max());
+  EXPECT_EQ(CountAfterStop(&FrameBufQueue::GetFreeBuffer), 4);
+}
+
+TEST_F(PushedFrames, LengthThatIsNotPositiveTakesNoBuffer) {
+  const std::uint8_t byte = 1;
+  camera->PushFrame(&byte, 0);
+  camera->PushFrame(&byte, -1);
+  camera->PushFrame(nullptr, 1);
+  EXPECT_EQ(CountAfterStop(&FrameBufQueue::GetFreeBuffer), 5);
+}
+
+TEST_F(PushedFrames, StoppedQueueDiscardsTheFrame) {
+  for (int i = 0; i < 5; ++i) {
+    Push(kSize, 1);
+  }
+  std::thread streaming([&] { Push(kSize, 2); });
+  Access::Queue(*camera).Stop();
+  streaming.join();
+  EXPECT_EQ(CountAfterStop(&FrameBufQueue::GetDataBuffer), 5);
+}
+
+TEST_F(PushedFrames, FrameWithoutMemoryIsLost) {
+  camera->StopCapture();
+  platform.AnswersNth("VideoFrame::AllocBuffer", 1, SucceedsWithNull());
+  ASSERT_TRUE(camera->InitVideoEncoder(Param()));
+  Push(kSize, 1);
+  Push(kSize, 2);
+  EXPECT_EQ(CountAfterStop(&FrameBufQueue::GetFreeBuffer), 3);
+  EXPECT_EQ(CountAfterStop(&FrameBufQueue::GetDataBuffer), 1);
+}
+
+}  // namespace

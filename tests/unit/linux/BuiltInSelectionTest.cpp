@@ -1,0 +1,428 @@
+// Which devices there are, what they are called, and which of them can be unplugged.
+#include <algorithm>
+#include <cctype>
+
+#include "support/linux/LinuxTest.h"
+
+#include <fcntl.h>
+
+namespace {
+
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+using ::testing::StartsWith;
+using ::testing::UnorderedElementsAre;
+
+class Selection : public LinuxTest {
+ protected:
+  // Puts a camera with one interface's node on a port.
+  void AddCamera(const UsbNode& node, int number, int interface = 0) {
+    kernel.Tree().AddUsb(node);
+    AddFunction(node.name, interface, number);
+  }
+  // One more video function of a USB device, or its first.
+  void AddFunction(const std::string& usbName, int interface, int number, VideoDeviceSettings settings = {}) {
+    kernel.Tree().AddVideoOfUsb(number, usbName + ":1." + std::to_string(interface), "Camera", 0);
+    kernel.AddDevice(number, std::move(settings));
+  }
+  // An infrared camera, as laptops have them for face recognition.
+  static VideoDeviceSettings Infrared() {
+    VideoDeviceSettings settings;
+    settings.formats = {{V4L2_PIX_FMT_GREY, {Discrete(640, 360, {15})}}};
+    return settings;
+  }
+  // Whether the only USB device can be unplugged.
+  static bool IsOnlyOneRemovable() {
+    const std::vector<UsbDeviceSeen> devices = UsbDevicesSeen();
+    EXPECT_THAT(devices, SizeIs(1));
+    return devices.empty() || devices.front().isRemovable;
+  }
+};
+
+using CaptureDevices = Selection;
+using UsbDevices = Selection;
+
+// --- Capture devices ---
+
+TEST_F(CaptureDevices, AreNoneOnAPcWithoutCameras) {
+  ComPtr<ICreateDevEnum> devices;
+  ASSERT_EQ(CoCreateInstance(CLSID_SystemDeviceEnum, nullptr, CLSCTX_INPROC_SERVER, IID_ICreateDevEnum,
+                             devices.PutVoid()),
+            S_OK);
+  FakeVideoDevice& device = AddLaptopCamera();
+  ComPtr<IEnumMoniker> monikers;
+  EXPECT_EQ(devices->CreateClassEnumerator(CLSID_VideoInputDeviceCategory, monikers.Put(), 0), S_OK);
+  ASSERT_TRUE(monikers);
+  UnplugLaptopCamera();
+  auto* notNull = monikers.Get();
+  EXPECT_EQ(devices->CreateClassEnumerator(CLSID_VideoInputDeviceCategory, &notNull, 0), S_FALSE);
+  EXPECT_EQ(notNull, nullptr);
+  EXPECT_EQ(device.OpenHandles(), 0U);
+}
+
+TEST_F(CaptureDevices, AreNodesThatCapturePictures) {
+  AddLaptopCamera();
+  kernel.Tree().AddVideoOf(7, "platform/codec.0", "a decoder", 0);
+  VideoDeviceSettings decoder;
+  decoder.nodeCapabilities = V4L2_CAP_VIDEO_M2M_MPLANE | V4L2_CAP_STREAMING;
+  decoder.deviceCapabilities = decoder.nodeCapabilities;
+  kernel.AddDevice(7, decoder);
+  EXPECT_THAT(DisplayNames(), SizeIs(1)) << "the node beside it says of the whole device that it captures";
+}
+
+TEST_F(CaptureDevices, OfOldDriversAreKnownByTheWholeDevice) {
+  VideoDeviceSettings old;
+  old.tellsNodeCapabilities = false;
+  AddPluggedInCamera("1-2", 3, old);
+  EXPECT_THAT(DisplayNames(), SizeIs(1));
+}
+
+TEST_F(CaptureDevices, ThatMayNotBeOpenedAreListedByTheirPlace) {
+  AddLaptopCamera();
+  kernel.Fail(kOpenCall, EACCES);
+  EXPECT_THAT(DisplayNames(), SizeIs(1)) << "the first node of a device is the one that captures";
+}
+
+TEST_F(CaptureDevices, AreListedWhileAnotherProgramUsesThem) {
+  AddLaptopCamera();
+  kernel.Fail(kOpenCall, EBUSY);
+  EXPECT_THAT(DisplayNames(), SizeIs(1));
+}
+
+TEST_F(CaptureDevices, ThatAreNotOnUsbAreListed) {
+  kernel.Tree().AddVideoOf(2, "platform/vivid.0", "vivid", 0);
+  kernel.AddDevice(2);
+  ASSERT_THAT(DisplayNames(), SizeIs(1));
+  EXPECT_THAT(DisplayNames().front(), ::testing::Not(HasSubstr("usb#")));
+  EXPECT_EQ(BuiltInCamera(), "");
+}
+
+TEST_F(CaptureDevices, AreNamedInLowerCaseByTheIdOfTheirInterface) {
+  UsbNode node{"1-5", "04F2", "B6BE"};
+  node.controller = "pci0000:00/0000:00:1C.5/0000:02:00.0";
+  AddCamera(node, 0);
+  const std::vector<UsbDeviceSeen> devices = UsbDevicesSeen();
+  ASSERT_THAT(devices, SizeIs(1));
+  ASSERT_THAT(DisplayNames(), SizeIs(1));
+  const std::string name = DisplayNames().front();
+  EXPECT_THAT(devices.front().childId, StartsWith("USB\\VID_04F2&PID_B6BE&MI_00\\"));
+  EXPECT_THAT(name, AllOf(HasSubstr("usb#vid_04f2&pid_b6be&mi_00#"),
+                          HasSubstr(InDisplayNameForm(devices.front().childId))));
+  EXPECT_TRUE(std::none_of(name.begin(), name.end(), [](unsigned char c) { return std::isupper(c) != 0; }))
+      << name;
+}
+
+TEST_F(CaptureDevices, KeepTheirNamesWhenBusAndNodeNumbersChange) {
+  kernel.Tree().AddUsb({"1-5", "05e3", "0610"});
+  AddCamera({"1-5.3"}, 0);
+  const std::vector<std::string> before = DisplayNames();
+  FakeKernel rebooted;
+  rebooted.Tree().AddUsb({"3-5", "05e3", "0610"});
+  rebooted.Tree().AddUsb({"3-5.3"});
+  rebooted.Tree().AddVideoOfUsb(4, "3-5.3:1.0", "Camera", 0);
+  rebooted.AddDevice(4);
+  UseSystem(&rebooted);
+  EXPECT_THAT(before, SizeIs(1));
+  EXPECT_EQ(DisplayNames(), before);
+  UseSystem(&kernel);
+}
+
+TEST_F(CaptureDevices, HaveNamesNoneOfWhichContainsAnother) {
+  // The same model on ports 1 and 1.1 and 11, two nodes of one interface, and two of another kind.
+  AddCamera({"1-1"}, 0);
+  kernel.Tree().AddVideoOfUsb(1, "1-1:1.0", "Camera", 1);
+  kernel.AddDevice(1);
+  AddCamera({"1-1.1"}, 2);
+  AddCamera({"1-11"}, 3);
+  UsbNode onAnotherController{"2-1"};
+  onAnotherController.controller = "pci0000:00/0000:00:14.1";
+  AddCamera(onAnotherController, 4);
+  kernel.Tree().AddVideoOf(5, "platform/vivid.0", "vivid", 0);
+  kernel.AddDevice(5);
+  kernel.Tree().AddVideoOf(10, "platform/vivid.0", "vivid", 1);
+  kernel.AddDevice(10);
+  const std::vector<std::string> names = DisplayNames();
+  EXPECT_THAT(names, SizeIs(7));
+  for (const std::string& name : names) {
+    EXPECT_EQ(
+        std::count_if(names.begin(), names.end(),
+                      [&name](const std::string& other) { return other.find(name) != std::string::npos; }),
+        1)
+        << name;
+  }
+}
+
+TEST_F(CaptureDevices, ComeInTheSameOrderWhateverTheFoldersOrder) {
+  const auto listWithOrder = [](const std::vector<int>& ports) {
+    FakeKernel other;
+    UseSystem(&other);
+    for (const int port : ports) {
+      const std::string name = "1-" + std::to_string(port);
+      other.Tree().AddUsb({name, "04f2", "b6be", "removable"});
+      other.Tree().AddVideoOfUsb(port, name + ":1.0", "Camera", 0);
+      other.AddDevice(port);
+    }
+    std::vector<std::string> all = DisplayNames();
+    for (const UsbDeviceSeen& device : UsbDevicesSeen()) {
+      all.push_back(device.id);
+    }
+    return all;
+  };
+  const std::vector<std::string> first = listWithOrder({1, 2, 3, 4, 5, 6});
+  EXPECT_THAT(first, SizeIs(12));
+  EXPECT_EQ(listWithOrder({6, 5, 4, 3, 2, 1}), first);
+  EXPECT_EQ(listWithOrder({4, 1, 6, 3, 5, 2}), first);
+  UseSystem(&kernel);
+}
+
+TEST_F(CaptureDevices, ThatGoWhileTheyAreListedAreLeftOut) {
+  AddLaptopCamera();
+  kernel.Tree().AddDanglingVideo(8);
+  kernel.Tree().AddDanglingUsb("1-8");
+  kernel.Tree().AddUsb({"1-9"});
+  kernel.Tree().SetUsbAttribute("1-9", "idVendor", {});
+  EXPECT_THAT(DisplayNames(), SizeIs(1));
+  EXPECT_THAT(UsbDevicesSeen(), SizeIs(1));
+  EXPECT_NE(BuiltInCamera(), "");
+}
+
+TEST_F(CaptureDevices, WithoutTheirFoldersAreNone) {
+  std::filesystem::remove_all(kernel.SysfsRoot());
+  EXPECT_THAT(DisplayNames(), IsEmpty());
+  EXPECT_THAT(UsbDevicesSeen(), IsEmpty());
+}
+
+TEST_F(CaptureDevices, ThatHaveGoneSinceTheyWereListedSayWhenUsed) {
+  AddLaptopCamera();
+  const std::vector<CaptureDeviceSeen> devices = CaptureDevicesSeen();
+  ASSERT_THAT(devices, SizeIs(1));
+  UnplugLaptopCamera();
+  ComPtr<IBaseFilter> filter;
+  ASSERT_EQ(devices.front().moniker->BindToObject(nullptr, nullptr, IID_IBaseFilter, filter.PutVoid()), S_OK);
+  std::vector<MediaType> types;
+  EXPECT_EQ(ListMediaTypes(*FindPin(*filter.Get(), PINDIR_OUTPUT).Get(), types), kGone);
+}
+
+TEST_F(CaptureDevices, AreOpenedSoThatNothingBlocksAndNoChildProcessHasThem) {
+  AddLaptopCamera();
+  EXPECT_THAT(DisplayNames(), SizeIs(1));
+  EXPECT_NE(kernel.OpenFlags() & O_NONBLOCK, 0);
+  EXPECT_NE(kernel.OpenFlags() & O_CLOEXEC, 0);
+  EXPECT_EQ(kernel.OpenFlags() & O_ACCMODE, O_RDWR);
+}
+
+TEST_F(CaptureDevices, WithoutADeliverableFormatAreNotListed) {
+  AddLaptopCamera();
+  for (const std::uint32_t pixelFormat : {V4L2_PIX_FMT_GREY, V4L2_PIX_FMT_Y16, V4L2_PIX_FMT_H264}) {
+    VideoDeviceSettings settings;
+    settings.formats = {{pixelFormat, {Discrete(640, 360, {15})}}};
+    AddPluggedInCamera("1-7", 7, settings);
+    EXPECT_THAT(DisplayNames(), SizeIs(1)) << pixelFormat;
+    kernel.Unplug("1-7", {7});
+  }
+}
+
+TEST_F(CaptureDevices, ThatFailToListTheirFormatsAreListed) {
+  AddLaptopCamera();
+  kernel.Fail(VIDIOC_ENUM_FMT, EIO);
+  EXPECT_THAT(DisplayNames(), SizeIs(1)) << "the failure is reported by the call that needs the formats";
+}
+
+// --- USB devices ---
+
+TEST_F(UsbDevices, AreFixedOnlyIfTheKernelSaysSo) {
+  kernel.Tree().AddUsb({"1-5"});
+  EXPECT_FALSE(IsOnlyOneRemovable());
+  for (const char* const text : {"removable", "unknown", "", "Fixed", "nonsense"}) {
+    kernel.Tree().SetUsbAttribute("1-5", "removable", text);
+    EXPECT_TRUE(IsOnlyOneRemovable()) << text;
+  }
+  kernel.Tree().SetUsbAttribute("1-5", "removable", {});
+  EXPECT_TRUE(IsOnlyOneRemovable()) << "no such attribute";
+}
+
+TEST_F(UsbDevices, FixedToARemovableHubAreRemovable) {
+  kernel.Tree().AddUsb({"1-2", "05e3", "0610", "removable", {0}});
+  kernel.Tree().AddUsb({"1-2.1", "05e3", "0610", "fixed", {0}});
+  AddCamera({"1-2.1.4"}, 0);
+  for (const UsbDeviceSeen& device : UsbDevicesSeen()) {
+    EXPECT_TRUE(device.isRemovable) << device.id;
+  }
+  EXPECT_EQ(BuiltInCamera(), "");
+}
+
+TEST_F(UsbDevices, FixedToAHubThatMayBeRemovableAreRemovable) {
+  kernel.Tree().AddUsb({"1-2", "05e3", "0610", "fixed", {0}});
+  kernel.Tree().AddUsb({"1-2.1", "05e3", "0610", "unknown", {0}});
+  AddCamera({"1-2.1.4"}, 0);
+  EXPECT_THAT(DisplayNames(), SizeIs(1));
+  EXPECT_EQ(BuiltInCamera(), "");
+  kernel.Tree().SetUsbAttribute("1-2.1", "removable", {});
+  EXPECT_EQ(BuiltInCamera(), "") << "no such attribute";
+  kernel.Tree().SetUsbAttribute("1-2.1", "removable", "fixed");
+  EXPECT_NE(BuiltInCamera(), "");
+}
+
+TEST_F(UsbDevices, FixedToFixedHubsAreFixed) {
+  kernel.Tree().AddUsb({"1-2", "05e3", "0610", "fixed", {0}});
+  kernel.Tree().AddUsb({"1-2.1", "05e3", "0610", "fixed", {0}});
+  AddCamera({"1-2.1.4"}, 0);
+  const std::vector<UsbDeviceSeen> devices = UsbDevicesSeen();
+  EXPECT_THAT(devices, SizeIs(3));
+  for (const UsbDeviceSeen& device : devices) {
+    EXPECT_FALSE(device.isRemovable) << device.id;
+  }
+  ASSERT_THAT(DisplayNames(), SizeIs(1));
+  EXPECT_EQ(BuiltInCamera(), DisplayNames().front());
+}
+
+TEST_F(UsbDevices, AreNeitherRootHubsNorInterfaces) {
+  kernel.Tree().AddUsb({"1-5"});
+  kernel.Tree().AddUsb({"2-1", "8087", "0026"});
+  std::vector<std::string> ids;
+  for (const UsbDeviceSeen& device : UsbDevicesSeen()) {
+    ids.push_back(device.id);
+  }
+  EXPECT_THAT(ids, UnorderedElementsAre(StartsWith("USB\\VID_04F2&PID_B6BE\\"),
+                                        StartsWith("USB\\VID_8087&PID_0026\\")));
+}
+
+TEST_F(UsbDevices, HaveTheirLowestInterfaceAsFirstChild) {
+  kernel.Tree().AddUsb({"1-5", "04f2", "b6be", "fixed", {10, 3, 2}});
+  ASSERT_THAT(UsbDevicesSeen(), SizeIs(1));
+  EXPECT_THAT(UsbDevicesSeen().front().childId, StartsWith("USB\\VID_04F2&PID_B6BE&MI_02\\"));
+}
+
+TEST_F(UsbDevices, HaveTheirLowestCameraAsFirstChild) {
+  kernel.Tree().AddUsb({"1-5", "04f2", "b6be", "fixed", {0, 1, 2, 3, 4, 10}});
+  AddFunction("1-5", 10, 3);
+  AddFunction("1-5", 4, 2);
+  AddFunction("1-5", 2, 1, Infrared());
+  ASSERT_THAT(UsbDevicesSeen(), SizeIs(1));
+  EXPECT_THAT(UsbDevicesSeen().front().childId, StartsWith("USB\\VID_04F2&PID_B6BE&MI_04\\"));
+}
+
+TEST_F(UsbDevices, WithAnInfraredCameraAloneHaveTheirLowestInterfaceAsFirstChild) {
+  kernel.Tree().AddUsb({"1-5", "04f2", "b6be", "fixed", {0, 2}});
+  AddFunction("1-5", 2, 0, Infrared());
+  ASSERT_THAT(UsbDevicesSeen(), SizeIs(1));
+  EXPECT_THAT(UsbDevicesSeen().front().childId, StartsWith("USB\\VID_04F2&PID_B6BE&MI_00\\"));
+}
+
+TEST_F(UsbDevices, WriteInterfaceNumbersInHexadecimal) {
+  kernel.Tree().AddUsb({"1-5", "04f2", "b6be", "fixed", {10}});
+  ASSERT_THAT(UsbDevicesSeen(), SizeIs(1));
+  EXPECT_THAT(UsbDevicesSeen().front().childId, StartsWith("USB\\VID_04F2&PID_B6BE&MI_0A\\"));
+}
+
+TEST_F(UsbDevices, WithoutInterfacesHaveNoChild) {
+  kernel.Tree().AddUsb({"1-5", "04f2", "b6be", "fixed", {}});
+  ASSERT_THAT(UsbDevicesSeen(), SizeIs(1));
+  EXPECT_EQ(UsbDevicesSeen().front().childId, "");
+  EXPECT_FALSE(UsbDevicesSeen().front().isRemovable);
+}
+
+TEST_F(UsbDevices, BelowAHubAreNoChildrenOfIt) {
+  kernel.Tree().AddUsb({"1-2", "05e3", "0610", "fixed", {}});
+  kernel.Tree().AddUsb({"1-2.1"});
+  const std::vector<UsbDeviceSeen> devices = UsbDevicesSeen();
+  ASSERT_THAT(devices, SizeIs(2));
+  EXPECT_EQ(devices.front().childId, "");
+}
+
+TEST_F(UsbDevices, OfTheSameModelHaveIdsOfTheirOwn) {
+  kernel.Tree().AddUsb({"1-5"});
+  kernel.Tree().AddUsb({"1-6"});
+  const std::vector<UsbDeviceSeen> devices = UsbDevicesSeen();
+  ASSERT_THAT(devices, SizeIs(2));
+  EXPECT_NE(devices[0].id, devices[1].id);
+  EXPECT_NE(devices[0].childId, devices[1].childId);
+}
+
+// --- The PC's own camera ---
+
+TEST_F(Selection, TakesTheFixedCamera) {
+  AddPluggedInCamera("1-2", 2);
+  AddLaptopCamera();
+  AddPluggedInCamera("1-7", 3);
+  EXPECT_THAT(DisplayNames(), SizeIs(3));
+  EXPECT_THAT(BuiltInCamera(), HasSubstr("usb#vid_04f2&pid_b6be&mi_00#"));
+}
+
+TEST_F(Selection, TakesNoPluggedInCamera) {
+  AddPluggedInCamera("1-2", 0);
+  kernel.Tree().AddUsb({"1-10", "8087", "0aaa", "fixed"});
+  EXPECT_THAT(DisplayNames(), SizeIs(1));
+  EXPECT_EQ(BuiltInCamera(), "");
+}
+
+TEST_F(Selection, TellsCamerasOfTheSameModelApart) {
+  AddCamera({"1-4", "04f2", "b6be", "removable"}, 0);
+  AddCamera({"1-5", "04f2", "b6be", "fixed"}, 1);
+  ComPtr<IBaseFilter> filter;
+  ASSERT_EQ(BindCamera(BuiltInCamera(), filter), S_OK);
+  kernel.Fail(VIDIOC_ENUM_FMT, EIO);
+  std::vector<MediaType> types;
+  kernel.Unplug("1-5", {1});
+  EXPECT_EQ(ListMediaTypes(*FindPin(*filter.Get(), PINDIR_OUTPUT).Get(), types), kGone);
+}
+
+TEST_F(Selection, TakesTheCameraOnALongWayFromTheProcessor) {
+  UsbNode node{"1-1.2.3.4.5"};
+  node.controller =
+      "pci0000:00/0000:00:1c.0/0000:02:00.0/0000:03:01.0/0000:05:00.0/0000:06:02.0/0000:08:00.0/"
+      "0000:09:02.0/0000:0b:00.0/0000:0c:01.0/0000:0e:00.0/0000:0f:02.0/0000:11:00.0/0000:12:02.0/"
+      "0000:14:00.0/0000:15:02.0";
+  for (const char* const hub : {"1-1", "1-1.2", "1-1.2.3", "1-1.2.3.4"}) {
+    UsbNode fixedHub{hub, "05e3", "0610", "fixed", {0}};
+    fixedHub.controller = node.controller;
+    kernel.Tree().AddUsb(fixedHub);
+  }
+  AddCamera(node, 0);
+  EXPECT_THAT(BuiltInCamera(), HasSubstr("usb#vid_04f2&pid_b6be&mi_00#"));
+}
+
+TEST_F(Selection, TakesTheCameraBehindAFunctionThatIsNone) {
+  AddCamera({"1-5", "04f2", "b6be", "fixed", {0, 2}}, 0, 2);
+  EXPECT_THAT(BuiltInCamera(), HasSubstr("mi_02#"));
+}
+
+TEST_F(Selection, TakesTheColourCameraInFrontOfAnInfraredOne) {
+  AddCamera({"1-5", "04f2", "b6be", "fixed", {0, 1, 2, 3}}, 0);
+  AddFunction("1-5", 2, 2, Infrared());
+  EXPECT_THAT(BuiltInCamera(), HasSubstr("mi_00#"));
+}
+
+TEST_F(Selection, TakesTheColourCameraBehindAnInfraredOne) {
+  kernel.Tree().AddUsb({"1-5", "04f2", "b6be", "fixed", {0, 1, 2, 3}});
+  AddFunction("1-5", 0, 0, Infrared());
+  AddFunction("1-5", 2, 2);
+  EXPECT_THAT(BuiltInCamera(), HasSubstr("mi_02#"));
+}
+
+TEST_F(Selection, TakesTheColourCameraBehindAnInfraredOneOnALowerPort) {
+  kernel.Tree().AddUsb({"1-4", "04f2", "b6bf", "fixed", {0, 1}});
+  AddFunction("1-4", 0, 0, Infrared());
+  AddCamera({"1-5"}, 1);
+  EXPECT_THAT(BuiltInCamera(), HasSubstr("usb#vid_04f2&pid_b6be&mi_00#"));
+}
+
+TEST_F(Selection, TakesNoInfraredCamera) {
+  kernel.Tree().AddUsb({"1-5"});
+  AddFunction("1-5", 0, 0, Infrared());
+  EXPECT_EQ(BuiltInCamera(), "");
+}
+
+TEST_F(Selection, FollowsUnpluggingAndPluggingIn) {
+  AddLaptopCamera();
+  const std::string name = BuiltInCamera();
+  EXPECT_NE(name, "");
+  UnplugLaptopCamera();
+  EXPECT_EQ(BuiltInCamera(), "");
+  AddLaptopCamera();
+  EXPECT_EQ(BuiltInCamera(), name);
+}
+
+}  // namespace

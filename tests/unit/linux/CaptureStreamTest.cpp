@@ -1,0 +1,320 @@
+// Frames on their way from the device to the callback, and what becomes of bad ones.
+#include <pthread.h>
+
+#include <array>
+#include <numeric>
+#include <thread>
+#include <utility>
+
+#include "support/linux/CaptureGraphTest.h"
+
+namespace {
+
+using ::testing::Each;
+using ::testing::ElementsAre;
+using ::testing::SizeIs;
+
+constexpr std::size_t kPictureSize = std::size_t{64} * 48 * 2;
+
+using Frames = GraphTest;
+using BadFrames = GraphTest;
+
+std::vector<int> FirstBytes(const std::vector<CollectedFrame>& frames) {
+  std::vector<int> bytes;
+  for (const CollectedFrame& frame : frames) {
+    bytes.push_back(frame.bytes.empty() ? -1 : frame.bytes.front());
+  }
+  return bytes;
+}
+
+// --- Good frames ---
+
+TEST_F(Frames, ArriveWholeAndInOrder) {
+  BuildAndRun();
+  FakeFrame frame = Picture(0);
+  std::iota(frame.bytes.begin(), frame.bytes.end(), std::uint8_t{0});
+  ASSERT_TRUE(device->Deliver(frame));
+  ASSERT_TRUE(callback.WaitForFrames(1));
+  EXPECT_EQ(callback.Frames().front().bytes, frame.bytes);
+  Stream({1, 2, 3, 4, 5, 6, 7, 8, 9, 10});
+  EXPECT_THAT(FirstBytes(callback.Frames()), ElementsAre(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10));
+  EXPECT_EQ(Stop(), S_OK);
+  const StreamCounters counters = LatestStreamCounters();
+  EXPECT_EQ(counters.delivered, 11U);
+  EXPECT_EQ(counters.tooShort + counters.damaged + counters.undecodable + counters.missed, 0U);
+}
+
+TEST_F(Frames, AreNotCopied) {
+  Build();
+  std::atomic<int> inPlace = 0;
+  callback.onFrame = [&](const CollectedFrame& frame) {
+    inPlace += device->IsBufferMemory(frame.address, frame.bytes.size()) ? 1 : 0;
+  };
+  ASSERT_EQ(Run(), S_OK);
+  Stream({1, 2, 3});
+  EXPECT_EQ(inPlace, 3);
+}
+
+TEST_F(Frames, ArriveOnAThreadThatItsNameTells) {
+  Build();
+  std::array<char, 16> name{};
+  callback.onFrame = [&](const CollectedFrame&) {
+    pthread_getname_np(pthread_self(), name.data(), name.size());
+  };
+  ASSERT_EQ(Run(), S_OK);
+  Stream({1});
+  EXPECT_EQ(Stop(), S_OK);
+  EXPECT_STREQ(name.data(), "nuveq-capture");
+}
+
+TEST_F(Frames, HaveTimesThatGrow) {
+  BuildAndRun();
+  Stream({1, 2, 3});
+  double latest = -1;
+  for (const CollectedFrame& frame : callback.Frames()) {
+    EXPECT_GE(frame.time, 0);
+    EXPECT_GT(frame.time, latest);
+    latest = frame.time;
+  }
+}
+
+TEST_F(Frames, ThatCouldNotBeTakenInTimeComeLate) {
+  BuildAndRun();
+  callback.CloseGate();
+  ASSERT_TRUE(device->Deliver(Picture(1)));
+  ASSERT_TRUE(callback.WaitForOneAtTheGate());
+  device->Supply(Picture(2));
+  device->Supply(Picture(3));
+  callback.OpenGate();
+  ASSERT_TRUE(callback.WaitForFrames(3));
+  EXPECT_THAT(FirstBytes(callback.Frames()), ElementsAre(1, 2, 3));
+}
+
+TEST_F(Frames, WithPaddedLinesArePacked) {
+  VideoDeviceSettings camera;
+  camera.linePadding = 32;
+  BuildAndRun({}, camera);
+  FakeFrame padded;
+  std::vector<std::uint8_t> packed;
+  for (std::uint8_t line = 0; line < 48; ++line) {
+    for (std::uint8_t x = 0; x < 128; ++x) {
+      packed.push_back(static_cast<std::uint8_t>(line * 3 + x));
+    }
+    padded.bytes.insert(padded.bytes.end(), packed.end() - 128, packed.end());
+    padded.bytes.insert(padded.bytes.end(), 32, 0xEE);
+  }
+  ASSERT_TRUE(device->Deliver(padded));
+  ASSERT_TRUE(device->Deliver(padded));
+  ASSERT_TRUE(callback.WaitForFrames(2));
+  for (const CollectedFrame& frame : callback.Frames()) {
+    EXPECT_EQ(frame.bytes, packed);
+  }
+}
+
+TEST_F(Frames, WithoutTheLastLinesPaddingAreWhole) {
+  VideoDeviceSettings camera;
+  camera.linePadding = 32;
+  BuildAndRun({}, camera);
+  FakeFrame frame;
+  frame.bytes.assign(std::size_t{160} * 48 - 32, 7);
+  ASSERT_TRUE(device->Deliver(frame));
+  ASSERT_TRUE(callback.WaitForFrames(1));
+  EXPECT_THAT(callback.Frames().front().bytes, SizeIs(kPictureSize));
+  EXPECT_THAT(callback.Frames().front().bytes, Each(7));
+}
+
+TEST_F(Frames, LongerThanAPictureAreCutToOne) {
+  BuildAndRun();
+  FakeFrame frame = Picture(5);
+  frame.bytes.insert(frame.bytes.end(), 0, 0);
+  frame.bytes.resize(kPictureSize + 16, 5);
+  device->Supply(frame);
+  ASSERT_TRUE(callback.WaitForFrames(1));
+  EXPECT_THAT(callback.Frames().front().bytes, SizeIs(kPictureSize));
+}
+
+TEST_F(Frames, FlowThroughFewBuffersToo) {
+  for (const std::uint32_t buffers : {1U, 2U, 3U}) {
+    VideoDeviceSettings camera;
+    camera.greatestBufferCount = buffers;
+    BuildAndRun({}, camera);
+    Stream({1, 2, 3, 4, 5, 6});
+    EXPECT_EQ(Stop(), S_OK);
+    graph.Release();
+    UnplugLaptopCamera();
+  }
+}
+
+TEST_F(Frames, GoToSampleCbWhenThatWasAskedFor) {
+  GraphSettings settings;
+  settings.whichMethod = kCallSampleCB;
+  BuildAndRun(settings);
+  ASSERT_TRUE(device->Deliver(Picture(1)));
+  ASSERT_TRUE(device->Deliver(Picture(2)));
+  EXPECT_TRUE(WaitUntil([&] { return callback.SampleCalls() == 2; }));
+  EXPECT_EQ(WaitForEvent(), kEventComplete);
+  EXPECT_EQ(callback.Count(), 0U);
+}
+
+TEST_F(Frames, CompleteTheGraphWithoutACallbackToo) {
+  device = &AddLaptopCamera();
+  ASSERT_EQ(graph.Build(nullptr), S_OK);
+  ASSERT_EQ(Run(), S_OK);
+  ASSERT_TRUE(device->Deliver(Picture(1)));
+  EXPECT_EQ(WaitForEvent(), kEventComplete);
+}
+
+TEST_F(Frames, AreInTheFormatThatWasSetAgainAfterAFirstOne) {
+  Build();
+  graph.Release();
+  GraphSettings smaller;
+  smaller.width = 32;
+  smaller.height = 24;
+  ASSERT_EQ(graph.Build(&callback, smaller), S_OK);
+  ASSERT_EQ(Run(), S_OK);
+  FakeFrame frame;
+  frame.bytes.assign(std::size_t{32} * 24 * 2, 9);
+  ASSERT_TRUE(device->Deliver(frame));
+  ASSERT_TRUE(callback.WaitForFrames(1));
+  EXPECT_THAT(callback.Frames().front().bytes, SizeIs(std::size_t{32} * 24 * 2));
+}
+
+TEST_F(Frames, AreInTheFormatThatWasSetLastSuccessfully) {
+  device = &AddLaptopCamera();
+  ASSERT_EQ(graph.Create(), S_OK);
+  ASSERT_EQ(graph.AddCamera(FirstCamera()), S_OK);
+  ASSERT_EQ(graph.AddGrabber(&callback, {}), S_OK);
+  graph.cameraPin = FindPin(*graph.camera.Get(), PINDIR_OUTPUT);
+  graph.grabberPin = FindPin(*graph.grabberFilter.Get(), PINDIR_INPUT);
+  ASSERT_EQ(ChangeFormat(*graph.cameraPin.Get(), MEDIASUBTYPE_YUY2, 32, 24, 333333), S_OK);
+  ASSERT_EQ(ChangeFormat(*graph.cameraPin.Get(), MEDIASUBTYPE_YUY2, 640, 480, 333333), kInvalidMediaType)
+      << "the driver offers another size in its place";
+  ASSERT_EQ(graph.Connect(), S_OK);
+  ASSERT_EQ(Run(), S_OK);
+  EXPECT_EQ(device->Format().width, 32U);
+}
+
+TEST_F(Frames, AreInTheGraphsFormatThoughAnotherProgramSetAnother) {
+  Build();
+  const ComPtr<IBaseFilter> other = FirstCamera();
+  ASSERT_EQ(ChangeFormat(*FindPin(*other.Get(), PINDIR_OUTPUT).Get(), MEDIASUBTYPE_MJPG, 128, 96, 166666),
+            S_OK);
+  ASSERT_EQ(Run(), S_OK);
+  EXPECT_EQ(device->Format().pixelformat, V4L2_PIX_FMT_YUYV);
+  EXPECT_EQ(device->Format().width, 64U);
+  EXPECT_EQ(device->Interval().denominator, 30U);
+}
+
+// --- Bad frames ---
+
+TEST_F(BadFrames, ThatAreShortOrEmptyAreDroppedAndCounted) {
+  BuildAndRun();
+  FakeFrame empty = Picture(1);
+  empty.bytesUsed = 0;
+  FakeFrame shortOne = Picture(2);
+  shortOne.bytesUsed = static_cast<std::uint32_t>(kPictureSize - 1);
+  ASSERT_TRUE(device->Deliver(empty));
+  ASSERT_TRUE(device->Deliver(shortOne));
+  Stream({3});
+  EXPECT_THAT(FirstBytes(callback.Frames()), ElementsAre(3));
+  EXPECT_EQ(Stop(), S_OK);
+  EXPECT_EQ(LatestStreamCounters().tooShort, 2U);
+  EXPECT_EQ(LatestStreamCounters().delivered, 1U);
+}
+
+TEST_F(BadFrames, ThatTheDriverMarksAreDroppedAndCounted) {
+  BuildAndRun();
+  FakeFrame marked = Picture(1);
+  marked.flags = V4L2_BUF_FLAG_ERROR;
+  for (int i = 0; i < 20; ++i) {
+    ASSERT_TRUE(device->Deliver(marked)) << "buffers go round";
+  }
+  Stream({2});
+  EXPECT_THAT(FirstBytes(callback.Frames()), ElementsAre(2));
+  EXPECT_EQ(Stop(), S_OK);
+  EXPECT_EQ(LatestStreamCounters().damaged, 20U);
+}
+
+TEST_F(BadFrames, ThatNeverCameAreCounted) {
+  BuildAndRun();
+  Stream({1});
+  FakeFrame after = Picture(2);
+  after.lost = 3;
+  ASSERT_TRUE(device->Deliver(after));
+  ASSERT_TRUE(callback.WaitForFrames(2));
+  Stream({3});
+  EXPECT_EQ(Stop(), S_OK);
+  EXPECT_EQ(LatestStreamCounters().missed, 3U);
+  EXPECT_EQ(LatestStreamCounters().delivered, 3U);
+}
+
+// Delivers pictures with these bytes under these numbers, and answers the bytes of those that came through.
+class NumberedFrames : public GraphTest {
+ protected:
+  std::vector<int> Deliver(const std::vector<std::pair<std::uint8_t, std::uint32_t>>& frames) {
+    BuildAndRun();
+    for (const auto& [byte, number] : frames) {
+      FakeFrame frame = Picture(byte);
+      frame.number = number;
+      EXPECT_TRUE(device->Deliver(frame));
+    }
+    constexpr std::uint8_t kLast = 200;
+    FakeFrame last = Picture(kLast);
+    EXPECT_TRUE(device->Deliver(last));
+    EXPECT_TRUE(WaitForByte(kLast));
+    EXPECT_EQ(Stop(), S_OK);
+    std::vector<int> bytes = FirstBytes(callback.Frames());
+    EXPECT_EQ(bytes.back(), kLast);
+    bytes.pop_back();
+    return bytes;
+  }
+
+ private:
+  bool WaitForByte(int byte) {
+    for (std::size_t frames = 1; callback.WaitForFrames(frames); ++frames) {
+      if (FirstBytes(callback.Frames()).back() == byte) {
+        return true;
+      }
+    }
+    return false;
+  }
+};
+
+TEST_F(NumberedFrames, ThatComeBehindALaterOneAreDropped) {
+  EXPECT_THAT(Deliver({{10, 0}, {12, 2}, {11, 1}, {13, 3}, {16, 6}, {14, 4}, {15, 5}, {17, 7}}),
+              ElementsAre(10, 12, 13, 16, 17));
+  EXPECT_EQ(LatestStreamCounters().missed, 3U);
+  EXPECT_EQ(LatestStreamCounters().damaged + LatestStreamCounters().tooShort, 0U);
+}
+
+TEST_F(NumberedFrames, ThatComeBehindTheStreamsFirstAreDropped) {
+  EXPECT_THAT(Deliver({{11, 1}, {10, 0}, {12, 2}}), ElementsAre(11, 12));
+  EXPECT_EQ(LatestStreamCounters().missed, 1U);
+}
+
+TEST_F(NumberedFrames, ComeThroughWhereTheDriverDoesNotNumberThem) {
+  EXPECT_THAT(Deliver({{10, 0}, {11, 0}, {12, 0}}), ElementsAre(10, 11, 12));
+  EXPECT_EQ(LatestStreamCounters().missed, 0U);
+}
+
+TEST_F(NumberedFrames, ComeThroughWhereTheDriverNumbersThemAnew) {
+  EXPECT_THAT(Deliver({{10, 7}, {11, 8}, {12, 0}, {13, 1}, {14, 0xFFFFFFFF}, {15, 0}}),
+              ElementsAre(10, 11, 12, 13, 14, 15));
+}
+
+TEST_F(BadFrames, AreCountedAfreshForEveryRun) {
+  BuildAndRun();
+  FakeFrame marked = Picture(1);
+  marked.flags = V4L2_BUF_FLAG_ERROR;
+  ASSERT_TRUE(device->Deliver(marked));
+  Stream({2});
+  EXPECT_EQ(Stop(), S_OK);
+  ASSERT_EQ(Run(), S_OK);
+  Stream({3});
+  EXPECT_EQ(Stop(), S_OK);
+  EXPECT_EQ(LatestStreamCounters().damaged, 0U);
+  EXPECT_EQ(LatestStreamCounters().missed, 0U);
+  EXPECT_EQ(LatestStreamCounters().delivered, 1U);
+}
+
+}  // namespace

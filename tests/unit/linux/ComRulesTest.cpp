@@ -1,0 +1,363 @@
+// The rules that every object of the platform keeps.
+#include <cwchar>
+#include <thread>
+
+#include "support/linux/LinuxTest.h"
+
+namespace {
+
+constexpr GUID kUnknownId = FourCcSubtype(0x12345678);
+
+// Identity by which objects are told apart.
+void* Identity(IUnknown& object) {
+  ComPtr<IUnknown> unknown;
+  EXPECT_EQ(object.QueryInterface(IID_IUnknown, unknown.PutVoid()), S_OK);
+  return unknown.Get();
+}
+
+// An interface under its id, with all others that the same object is said to have.
+struct Offered {
+  const char* name;
+  IUnknown* object;
+  std::vector<IID> interfaces;
+};
+
+class ComRules : public LinuxTest {
+ protected:
+  void SetUp() override {
+    LinuxTest::SetUp();
+    AddLaptopCamera();
+    ASSERT_EQ(CoCreateInstance(CLSID_SystemDeviceEnum, nullptr, CLSCTX_INPROC_SERVER, IID_ICreateDevEnum,
+                               devices.PutVoid()),
+              S_OK);
+    ASSERT_EQ(graph.Build(&callback), S_OK);
+    moniker = CaptureDevicesSeen().front().moniker;
+    monikers = EnumerateCaptureDevices();
+    ASSERT_EQ(graph.camera->EnumPins(pins.Put()), S_OK);
+    ASSERT_EQ(graph.cameraPin->EnumMediaTypes(types.Put()), S_OK);
+    ASSERT_EQ(CoGetMalloc(1, allocator.Put()), S_OK);
+    ASSERT_EQ(CreateBindCtx(0, context.Put()), S_OK);
+    config = StreamConfig(*graph.cameraPin.Get());
+  }
+  void TearDown() override {
+    devices.Reset();
+    moniker.Reset();
+    monikers.Reset();
+    pins.Reset();
+    types.Reset();
+    allocator.Reset();
+    context.Reset();
+    config.Reset();
+    graph.Release();
+    LinuxTest::TearDown();
+  }
+
+  std::vector<Offered> Objects() {
+    return {{"device enumerator", devices.Get(), {IID_ICreateDevEnum}},
+            {"monikers", monikers.Get(), {}},
+            {"moniker", moniker.Get(), {}},
+            {"graph", graph.builder.Get(), {IID_IGraphBuilder, IID_IMediaControl, IID_IMediaEvent}},
+            {"camera", graph.camera.Get(), {IID_IBaseFilter}},
+            {"grabber", graph.grabberFilter.Get(), {IID_IBaseFilter, IID_ISampleGrabber}},
+            {"pins", pins.Get(), {}},
+            {"camera's pin", graph.cameraPin.Get(), {IID_IAMStreamConfig}},
+            {"grabber's pin", graph.grabberPin.Get(), {}},
+            {"media types", types.Get(), {}},
+            {"allocator", allocator.Get(), {}},
+            {"context", context.Get(), {}}};
+  }
+
+  FrameCollector callback;
+  CaptureGraph graph;
+  ComPtr<ICreateDevEnum> devices;
+  ComPtr<IEnumMoniker> monikers;
+  ComPtr<IMoniker> moniker;
+  ComPtr<IEnumPins> pins;
+  ComPtr<IEnumMediaTypes> types;
+  ComPtr<IMalloc> allocator;
+  ComPtr<IBindCtx> context;
+  ComPtr<IAMStreamConfig> config;
+};
+
+using Enumerators = ComRules;
+
+TEST_F(ComRules, EveryInterfaceOfAnObjectLeadsToEveryOther) {
+  for (const Offered& offered : Objects()) {
+    std::vector<IID> all = offered.interfaces;
+    all.push_back(IID_IUnknown);
+    void* const identity = Identity(*offered.object);
+    for (const IID& from : all) {
+      ComPtr<IUnknown> first;
+      ASSERT_EQ(offered.object->QueryInterface(from, first.PutVoid()), S_OK) << offered.name;
+      EXPECT_EQ(Identity(*first.Get()), identity) << offered.name;
+      for (const IID& to : all) {
+        ComPtr<IUnknown> second;
+        ASSERT_EQ(first->QueryInterface(to, second.PutVoid()), S_OK) << offered.name;
+        EXPECT_EQ(Identity(*second.Get()), identity) << offered.name;
+        ComPtr<IUnknown> again;
+        ASSERT_EQ(offered.object->QueryInterface(to, again.PutVoid()), S_OK) << offered.name;
+        EXPECT_EQ(again.Get(), second.Get()) << offered.name << ": the same pointer every time";
+      }
+    }
+  }
+}
+
+TEST_F(ComRules, ObjectsHaveIdentitiesOfTheirOwn) {
+  std::vector<void*> identities;
+  for (const Offered& offered : Objects()) {
+    EXPECT_THAT(identities, ::testing::Not(::testing::Contains(Identity(*offered.object)))) << offered.name;
+    identities.push_back(Identity(*offered.object));
+  }
+}
+
+TEST_F(ComRules, UnknownInterfaceIsAnsweredWithNull) {
+  for (const Offered& offered : Objects()) {
+    void* notNull = this;
+    EXPECT_EQ(offered.object->QueryInterface(kUnknownId, &notNull), E_NOINTERFACE) << offered.name;
+    EXPECT_EQ(notNull, nullptr) << offered.name;
+    EXPECT_EQ(offered.object->QueryInterface(IID_IUnknown, nullptr), E_POINTER) << offered.name;
+  }
+}
+
+TEST_F(ComRules, ObjectsLackInterfacesOfOthers) {
+  for (const Offered& offered : Objects()) {
+    for (const IID& other : {IID_ICreateDevEnum, IID_IGraphBuilder, IID_IMediaControl, IID_IMediaEvent,
+                             IID_IBaseFilter, IID_ISampleGrabber, IID_IAMStreamConfig}) {
+      ComPtr<IUnknown> found;
+      const bool isOffered = std::any_of(offered.interfaces.begin(), offered.interfaces.end(),
+                                         [&other](const IID& known) { return known == other; });
+      EXPECT_EQ(offered.object->QueryInterface(other, found.PutVoid()), isOffered ? S_OK : E_NOINTERFACE)
+          << offered.name;
+    }
+  }
+}
+
+TEST_F(ComRules, ReferencesAreCounted) {
+  for (const Offered& offered : Objects()) {
+    const ULONG count = offered.object->AddRef();
+    EXPECT_EQ(offered.object->AddRef(), count + 1) << offered.name;
+    EXPECT_EQ(offered.object->Release(), count) << offered.name;
+    EXPECT_EQ(offered.object->Release(), count - 1) << offered.name;
+  }
+}
+
+TEST_F(ComRules, EveryThreadMayHoldReferences) {
+  const auto work = [this] {
+    for (int i = 0; i < 1000; ++i) {
+      for (const Offered& offered : Objects()) {
+        ComPtr<IUnknown> unknown;
+        EXPECT_EQ(offered.object->QueryInterface(IID_IUnknown, unknown.PutVoid()), S_OK);
+      }
+    }
+  };
+  std::thread other(work);
+  work();
+  other.join();
+}
+
+TEST_F(ComRules, PinKeepsItsFilterAlive) {
+  ComPtr<IBaseFilter> camera = FirstCamera();
+  const ComPtr<IPin> pin = FindPin(*camera.Get(), PINDIR_OUTPUT);
+  void* const identity = Identity(*camera.Get());
+  camera.Reset();
+  PIN_INFO info{};
+  ASSERT_EQ(pin->QueryPinInfo(&info), S_OK);
+  EXPECT_EQ(Identity(*info.pFilter), identity);
+  EXPECT_EQ(info.dir, PINDIR_OUTPUT);
+  EXPECT_LT(wcsnlen(info.achName, 128), 128U);
+  EXPECT_GT(wcsnlen(info.achName, 128), 0U);
+  info.pFilter->Release();
+}
+
+TEST_F(ComRules, PinsHaveOneDirection) {
+  EXPECT_FALSE(FindPin(*graph.camera.Get(), PINDIR_INPUT));
+  PIN_DIRECTION direction = PINDIR_OUTPUT;
+  EXPECT_EQ(graph.grabberPin->QueryDirection(&direction), S_OK);
+  EXPECT_EQ(direction, PINDIR_INPUT);
+}
+
+TEST_F(ComRules, NullOutPointersAreRefused) {
+  EXPECT_EQ(devices->CreateClassEnumerator(CLSID_VideoInputDeviceCategory, nullptr, 0), E_POINTER);
+  EXPECT_EQ(monikers->Next(1, nullptr, nullptr), E_POINTER);
+  EXPECT_EQ(moniker->BindToObject(nullptr, nullptr, IID_IBaseFilter, nullptr), E_POINTER);
+  EXPECT_EQ(moniker->GetDisplayName(nullptr, nullptr, nullptr), E_POINTER);
+  EXPECT_EQ(graph.camera->EnumPins(nullptr), E_POINTER);
+  EXPECT_EQ(pins->Next(1, nullptr, nullptr), E_POINTER);
+  EXPECT_EQ(graph.cameraPin->QueryPinInfo(nullptr), E_POINTER);
+  EXPECT_EQ(graph.cameraPin->QueryDirection(nullptr), E_POINTER);
+  EXPECT_EQ(graph.cameraPin->EnumMediaTypes(nullptr), E_POINTER);
+  EXPECT_EQ(types->Next(1, nullptr, nullptr), E_POINTER);
+  EXPECT_EQ(config->GetFormat(nullptr), E_POINTER);
+  EXPECT_EQ(config->SetFormat(nullptr), E_POINTER);
+  EXPECT_EQ(graph.builder->AddFilter(nullptr, L"none"), E_POINTER);
+  EXPECT_EQ(graph.builder->Connect(nullptr, graph.grabberPin.Get()), E_POINTER);
+  EXPECT_EQ(graph.builder->Connect(graph.cameraPin.Get(), nullptr), E_POINTER);
+  EXPECT_EQ(graph.grabber->SetMediaType(nullptr), E_POINTER);
+  EXPECT_EQ(CoCreateInstance(CLSID_FilterGraph, nullptr, CLSCTX_INPROC_SERVER, IID_IGraphBuilder, nullptr),
+            E_POINTER);
+}
+
+TEST_F(ComRules, OutPointersAreNullAfterAFailure) {
+  void* notNull = this;
+  EXPECT_EQ(CoCreateInstance(kUnknownId, nullptr, CLSCTX_INPROC_SERVER, IID_IUnknown, &notNull),
+            REGDB_E_CLASSNOTREG);
+  EXPECT_EQ(notNull, nullptr);
+  notNull = this;
+  EXPECT_EQ(CoCreateInstance(CLSID_FilterGraph, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter, &notNull),
+            E_NOINTERFACE);
+  EXPECT_EQ(notNull, nullptr);
+  notNull = this;
+  EXPECT_EQ(moniker->BindToObject(nullptr, nullptr, kUnknownId, &notNull), E_NOINTERFACE);
+  EXPECT_EQ(notNull, nullptr);
+  auto* notNullAllocator = reinterpret_cast<IMalloc*>(this);
+  EXPECT_EQ(CoGetMalloc(2, &notNullAllocator), E_INVALIDARG);
+  EXPECT_EQ(notNullAllocator, nullptr);
+  kernel.Fail(kOpenCall, EACCES);
+  const ComPtr<IBaseFilter> closed = FirstCamera();
+  const ComPtr<IPin> pin = FindPin(*closed.Get(), PINDIR_OUTPUT);
+  auto* notNullTypes = reinterpret_cast<IEnumMediaTypes*>(this);
+  EXPECT_EQ(pin->EnumMediaTypes(&notNullTypes), E_ACCESSDENIED);
+  EXPECT_EQ(notNullTypes, nullptr);
+  auto* notNullType = reinterpret_cast<AM_MEDIA_TYPE*>(this);
+  EXPECT_EQ(StreamConfig(*pin.Get())->GetFormat(&notNullType), E_ACCESSDENIED);
+  EXPECT_EQ(notNullType, nullptr);
+}
+
+TEST_F(ComRules, ClassesGiveEveryInterfaceOfTheirObjects) {
+  for (const auto& [classId, interface] :
+       {std::pair{CLSID_SystemDeviceEnum, IID_IUnknown}, std::pair{CLSID_FilterGraph, IID_IMediaControl},
+        std::pair{CLSID_FilterGraph, IID_IMediaEvent}, std::pair{CLSID_SampleGrabber, IID_ISampleGrabber},
+        std::pair{CLSID_SampleGrabber, IID_IUnknown}}) {
+    ComPtr<IUnknown> object;
+    EXPECT_EQ(CoCreateInstance(classId, nullptr, CLSCTX_INPROC_SERVER, interface, object.PutVoid()), S_OK);
+    EXPECT_TRUE(object);
+  }
+}
+
+TEST_F(ComRules, AnotherCategoryIsEmpty) {
+  ComPtr<IEnumMoniker> none;
+  EXPECT_EQ(devices->CreateClassEnumerator(kUnknownId, none.Put(), 0), S_FALSE);
+  EXPECT_FALSE(none);
+}
+
+TEST_F(ComRules, TaskMemoryComesFromOnePlace) {
+  const std::uint64_t before = LiveTaskBlocks();
+  void* const block = CoTaskMemAlloc(100);
+  ASSERT_NE(block, nullptr);
+  std::fill_n(static_cast<char*>(block), 100, 'x');
+  EXPECT_EQ(LiveTaskBlocks(), before + 1);
+  allocator->Free(block);
+  EXPECT_EQ(LiveTaskBlocks(), before);
+  CoTaskMemFree(CoTaskMemAlloc(0));
+  CoTaskMemFree(nullptr);
+  allocator->Free(nullptr);
+  EXPECT_EQ(LiveTaskBlocks(), before);
+}
+
+TEST_F(ComRules, ContextIsEmptyAndReservedIsZero) {
+  ComPtr<IBindCtx> refused;
+  EXPECT_EQ(CreateBindCtx(1, refused.Put()), E_INVALIDARG);
+  EXPECT_FALSE(refused);
+  EXPECT_EQ(CreateBindCtx(0, nullptr), E_POINTER);
+  EXPECT_EQ(CoGetMalloc(1, nullptr), E_POINTER);
+}
+
+TEST(ComSetUp, CountsPerThread) {
+  std::thread other([] {
+    EXPECT_EQ(CoInitialize(nullptr), S_OK);
+    EXPECT_EQ(CoInitialize(nullptr), S_FALSE);
+    std::thread third([] {
+      EXPECT_EQ(CoInitialize(nullptr), S_OK);
+      CoUninitialize();
+    });
+    third.join();
+    CoUninitialize();
+    EXPECT_EQ(CoInitialize(nullptr), S_FALSE) << "still set up";
+    CoUninitialize();
+    CoUninitialize();
+    EXPECT_EQ(CoInitialize(nullptr), S_OK) << "set up afresh";
+    CoUninitialize();
+    CoUninitialize();
+    EXPECT_EQ(CoInitialize(nullptr), S_OK) << "one too many ends nothing";
+    CoUninitialize();
+  });
+  other.join();
+}
+
+// --- Enumerators ---
+
+TEST_F(Enumerators, OfMonikersEndAndBeginAgain) {
+  AddPluggedInCamera("1-2", 2);
+  AddPluggedInCamera("1-3", 3);
+  const ComPtr<IEnumMoniker> three = EnumerateCaptureDevices();
+  std::array<IMoniker*, 4> handedOut{};
+  ULONG fetched = 99;
+  EXPECT_EQ(three->Next(2, handedOut.data(), &fetched), S_OK);
+  EXPECT_EQ(fetched, 2U);
+  EXPECT_EQ(three->Next(2, handedOut.data() + 2, &fetched), S_FALSE);
+  EXPECT_EQ(fetched, 1U);
+  ComPtr<IMoniker> none;
+  EXPECT_EQ(three->Next(1, none.Put(), &fetched), S_FALSE);
+  EXPECT_EQ(fetched, 0U);
+  EXPECT_FALSE(none);
+  EXPECT_EQ(three->Reset(), S_OK);
+  EXPECT_EQ(three->Next(1, none.Put(), nullptr), S_OK);
+  EXPECT_TRUE(none);
+  for (IMoniker* const given : handedOut) {
+    if (given != nullptr) {
+      given->Release();
+    }
+  }
+}
+
+TEST_F(Enumerators, NeedACountForMoreThanOne) {
+  std::array<IMoniker*, 2> handedOut{};
+  EXPECT_EQ(monikers->Next(2, handedOut.data(), nullptr), E_POINTER);
+  EXPECT_EQ(handedOut[0], nullptr);
+}
+
+TEST_F(Enumerators, OfPinsEnd) {
+  ComPtr<IPin> pin;
+  ULONG fetched = 99;
+  EXPECT_EQ(pins->Next(1, pin.Put(), &fetched), S_OK);
+  EXPECT_EQ(fetched, 1U);
+  EXPECT_EQ(pins->Next(1, pin.Put(), &fetched), S_FALSE);
+  EXPECT_EQ(fetched, 0U);
+  EXPECT_FALSE(pin);
+}
+
+TEST_F(Enumerators, OfMediaTypesEnd) {
+  std::array<AM_MEDIA_TYPE*, 8> handedOut{};
+  ULONG fetched = 99;
+  EXPECT_EQ(types->Next(8, handedOut.data(), &fetched), S_FALSE);
+  EXPECT_EQ(fetched, 6U);
+  std::vector<MediaType> owned;
+  for (ULONG i = 0; i < fetched; ++i) {
+    owned.emplace_back(handedOut.at(i));
+  }
+  AM_MEDIA_TYPE* none = handedOut[0];
+  EXPECT_EQ(types->Next(1, &none, nullptr), S_FALSE);
+}
+
+TEST_F(Enumerators, HandOutCopies) {
+  AM_MEDIA_TYPE* type = nullptr;
+  ASSERT_EQ(types->Next(1, &type, nullptr), S_OK);
+  const MediaType first(type);
+  Video(first).bmiHeader.biWidth = 1;
+  std::vector<MediaType> again;
+  ASSERT_EQ(ListMediaTypes(*graph.cameraPin.Get(), again), S_OK);
+  EXPECT_EQ(Video(again.front()).bmiHeader.biWidth, 64);
+}
+
+TEST_F(Enumerators, OutliveWhatTheyEnumerate) {
+  ComPtr<IEnumMediaTypes> ofAnother;
+  {
+    const ComPtr<IBaseFilter> camera = FirstCamera();
+    ASSERT_EQ(FindPin(*camera.Get(), PINDIR_OUTPUT)->EnumMediaTypes(ofAnother.Put()), S_OK);
+  }
+  AM_MEDIA_TYPE* type = nullptr;
+  ASSERT_EQ(ofAnother->Next(1, &type, nullptr), S_OK);
+  EXPECT_EQ(Describe(MediaType(type)), "YUY2 64x48 333333");
+}
+
+}  // namespace

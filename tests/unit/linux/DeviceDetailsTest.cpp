@@ -1,0 +1,256 @@
+// What the machine's tree tells people beside its lists: who says that a device can be removed, and what the
+// video nodes are.
+#include <cerrno>
+
+#include "support/linux/LinuxTest.h"
+
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+
+class Details : public LinuxTest {
+ protected:
+  static UsbDetails Of(const std::string& place) {
+    for (UsbDetails& details : CurrentDeviceTree()->DescribeUsbDevices()) {
+      if (details.place == place) {
+        return details;
+      }
+    }
+    ADD_FAILURE() << place << " is not described";
+    return {};
+  }
+  void Add(const std::string& name, const std::optional<std::string>& removable,
+           const std::optional<std::string>& connectType = std::nullopt) {
+    UsbNode node{name};
+    node.removable = removable;
+    node.connectType = connectType;
+    kernel.Tree().AddUsb(node);
+  }
+  static void ExpectVerdict(const std::string& place, bool isRemovable, VerdictSource source,
+                            const std::string& hub = "") {
+    const UsbDetails details = Of(place);
+    EXPECT_EQ(details.isRemovable, isRemovable) << place;
+    EXPECT_EQ(static_cast<int>(details.source), static_cast<int>(source)) << place;
+    EXPECT_EQ(details.hub, hub) << place;
+  }
+};
+
+TEST_F(Details, FirmwareSpeaksThroughThePort) {
+  Add("1-1", "fixed", "hardwired");
+  Add("1-2", "fixed", "not used");
+  Add("1-3", "removable", "hotplug");
+  Add("1-4", "removable", "hotplug");
+  Add("1-4.2", "removable", "hotplug");
+  ExpectVerdict("1-1", false, VerdictSource::kFirmware);
+  ExpectVerdict("1-2", false, VerdictSource::kFirmware);
+  ExpectVerdict("1-3", true, VerdictSource::kFirmware);
+  ExpectVerdict("1-4.2", true, VerdictSource::kFirmware);
+  EXPECT_EQ(Of("1-2").connectType, "not used");
+  EXPECT_EQ(Of("1-4.2").connectType, "hotplug");
+  EXPECT_EQ(Of("1-3").attribute, "removable");
+}
+
+TEST_F(Details, HubSpeaksWhereTheFirmwareDoesNot) {
+  Add("1-8", "fixed", "hardwired");
+  Add("1-8.1", "fixed", "unknown");
+  Add("1-8.2", "removable", "unknown");
+  Add("1-9", "fixed", "unknown");
+  ExpectVerdict("1-8.1", false, VerdictSource::kHub, "1-8");
+  ExpectVerdict("1-8.2", true, VerdictSource::kHub, "1-8");
+  ExpectVerdict("1-9", false, VerdictSource::kHub, "usb1");
+  EXPECT_EQ(Of("1-8.1").connectType, "unknown");
+}
+
+TEST_F(Details, NobodySpeaks) {
+  Add("1-1", "unknown", "unknown");
+  Add("1-2", "unknown");
+  Add("1-3", std::nullopt, "unknown");
+  Add("1-4", "");
+  Add("1-5", "perhaps", "hardwired");
+  ExpectVerdict("1-1", true, VerdictSource::kNobody);
+  ExpectVerdict("1-2", true, VerdictSource::kNobody);
+  ExpectVerdict("1-3", true, VerdictSource::kMissing);
+  ExpectVerdict("1-4", true, VerdictSource::kMissing);
+  ExpectVerdict("1-5", true, VerdictSource::kMissing);
+}
+
+TEST_F(Details, NobodyKnowsWhoSpeaksWithoutAConnectType) {
+  Add("1-8", "fixed", "hardwired");
+  Add("1-8.3", "fixed");
+  Add("1-9", "removable");
+  ExpectVerdict("1-8.3", false, VerdictSource::kAttribute);
+  ExpectVerdict("1-9", true, VerdictSource::kAttribute);
+  EXPECT_EQ(Of("1-8.3").connectType, "");
+}
+
+TEST_F(Details, FirmwareSpeaksAndTheKernelDoesNotFollow) {
+  Add("1-1", "unknown", "hardwired");
+  Add("1-2", "unknown", "hotplug");
+  Add("1-3", "unknown", "not used");
+  ExpectVerdict("1-1", true, VerdictSource::kAttribute);
+  ExpectVerdict("1-2", true, VerdictSource::kAttribute);
+  ExpectVerdict("1-3", true, VerdictSource::kAttribute);
+  EXPECT_EQ(Of("1-1").attribute, "unknown");
+}
+
+TEST_F(Details, KernelMayContradictTheFirmware) {
+  Add("1-1", "fixed", "hotplug");
+  Add("1-2", "removable", "hardwired");
+  ExpectVerdict("1-1", false, VerdictSource::kAttribute);
+  ExpectVerdict("1-2", true, VerdictSource::kAttribute);
+}
+
+TEST_F(Details, HubThatMayGoTakesWhatIsFixedToItAlong) {
+  Add("1-7", "removable", "hotplug");
+  Add("1-7.1", "fixed", "hardwired");
+  Add("1-7.1.4", "fixed", "unknown");
+  Add("1-7.2", "unknown");
+  Add("1-7.2.3", "fixed", "hardwired");
+  Add("1-6", std::nullopt);
+  Add("1-6.1", "fixed");
+  ExpectVerdict("1-7.1", true, VerdictSource::kParentHub, "1-7");
+  ExpectVerdict("1-7.1.4", true, VerdictSource::kParentHub, "1-7");
+  ExpectVerdict("1-7.2.3", true, VerdictSource::kParentHub, "1-7.2");
+  ExpectVerdict("1-6.1", true, VerdictSource::kParentHub, "1-6");
+  EXPECT_TRUE(Of("1-7.1.4").isHubRemovable);
+  EXPECT_FALSE(Of("1-7.2.3").isHubRemovable);
+  EXPECT_FALSE(Of("1-6.1").isHubRemovable);
+}
+
+TEST_F(Details, AgreeWithTheListInTheSameOrder) {
+  Add("1-10", "fixed", "hardwired");
+  Add("1-9", "removable");
+  Add("1-9.1", "fixed");
+  Add("2-1", "unknown");
+  kernel.Tree().AddUsb({"1-3", "", "", "fixed"});
+  kernel.Tree().AddDanglingUsb("1-4");
+  const std::vector<UsbDevice> devices = CurrentDeviceTree()->UsbDevices();
+  const std::vector<UsbDetails> details = CurrentDeviceTree()->DescribeUsbDevices();
+  ASSERT_EQ(devices.size(), 4U);
+  ASSERT_EQ(details.size(), devices.size());
+  for (std::size_t i = 0; i < devices.size(); ++i) {
+    EXPECT_EQ(details[i].id, devices[i].id);
+    EXPECT_EQ(details[i].isRemovable, devices[i].isRemovable);
+    EXPECT_EQ(details[i].firstChildId, devices[i].firstChildId);
+  }
+}
+
+TEST_F(Details, SayWhatADeviceIs) {
+  kernel.Tree().AddUsb({"1-5", "04f2", "b6be"});
+  kernel.Tree().SetUsbAttribute("1-5", "product", "Integrated Camera");
+  kernel.Tree().AddUsb({"1-8", "05e3", "0610", "removable", {0}});
+  kernel.Tree().SetUsbAttribute("1-8", "product", std::nullopt);
+  kernel.Tree().SetUsbAttribute("1-8", "bDeviceClass", "09");
+  kernel.Tree().SetUsbAttribute("1-8:1.0", "bInterfaceClass", "09");
+  const UsbDetails camera = Of("1-5");
+  EXPECT_EQ(camera.name, "Integrated Camera");
+  EXPECT_EQ(camera.model, "04f2:b6be");
+  EXPECT_FALSE(camera.isHub);
+  EXPECT_TRUE(camera.hasVideo);
+  const UsbDetails hub = Of("1-8");
+  EXPECT_EQ(hub.name, "");
+  EXPECT_TRUE(hub.isHub);
+  EXPECT_FALSE(hub.hasVideo);
+}
+
+TEST_F(Details, SayWhyAVideoNodeIsNoCaptureDevice) {
+  AddLaptopCamera();
+  const std::vector<std::pair<std::uint32_t, std::string>> kinds{
+      {V4L2_CAP_VIDEO_OUTPUT | V4L2_CAP_STREAMING, "takes pictures in"},
+      {V4L2_CAP_VIDEO_M2M | V4L2_CAP_STREAMING, "converts pictures"},
+      {V4L2_CAP_VIDEO_CAPTURE | V4L2_CAP_READWRITE, "cannot stream into memory"},
+      {V4L2_CAP_VIDEO_CAPTURE_MPLANE | V4L2_CAP_STREAMING, "several planes"},
+      {V4L2_CAP_STREAMING, "delivers no video"}};
+  for (std::size_t i = 0; i < kinds.size(); ++i) {
+    VideoDeviceSettings settings;
+    settings.nodeCapabilities = kinds[i].first;
+    const int number = static_cast<int>(i) + 2;
+    kernel.Tree().AddVideoOf(number, "platform/codec.0", "Codec", static_cast<int>(i));
+    kernel.AddDevice(number, std::move(settings));
+  }
+  const std::vector<VideoNodeDetails> nodes = CurrentDeviceTree()->DescribeVideoNodes();
+  ASSERT_THAT(nodes, SizeIs(7));
+  EXPECT_EQ(nodes[0].node, (kernel.DevRoot() / "video0").string());
+  EXPECT_EQ(nodes[0].whyNotCapture, "");
+  EXPECT_EQ(nodes[0].usbPlace, "1-5");
+  EXPECT_THAT(nodes[1].whyNotCapture, HasSubstr("metadata"));
+  EXPECT_EQ(nodes[1].usbPlace, "1-5");
+  for (std::size_t i = 0; i < kinds.size(); ++i) {
+    EXPECT_THAT(nodes[i + 2].whyNotCapture, HasSubstr(kinds[i].second));
+    EXPECT_EQ(nodes[i + 2].usbPlace, "");
+  }
+  EXPECT_THAT(CurrentDeviceTree()->CaptureDevices(), SizeIs(1));
+}
+
+TEST_F(Details, ListVideoNodesByNumber) {
+  for (const int number : {10, 9, 2}) {
+    kernel.Tree().AddVideoOf(number, "platform/vivid.0", "vivid", number);
+    kernel.AddDevice(number);
+  }
+  std::vector<std::string> names;
+  for (const VideoNodeDetails& node : CurrentDeviceTree()->DescribeVideoNodes()) {
+    names.push_back(std::filesystem::path(node.node).filename().string());
+  }
+  EXPECT_THAT(names, ::testing::ElementsAre("video2", "video9", "video10"));
+}
+
+TEST_F(Details, NameTheFormatsOfANodeThatDeliversNoneOfUse) {
+  const auto whyNot = [&](const std::vector<std::uint32_t>& pixelFormats) {
+    VideoDeviceSettings settings;
+    settings.formats.clear();
+    for (const std::uint32_t pixelFormat : pixelFormats) {
+      settings.formats.push_back({pixelFormat, {Discrete(640, 360, {15})}});
+    }
+    AddPluggedInCamera("1-5", 0, std::move(settings));
+    const std::vector<VideoNodeDetails> nodes = CurrentDeviceTree()->DescribeVideoNodes();
+    EXPECT_THAT(nodes, SizeIs(1));
+    kernel.Unplug("1-5", {0});
+    return nodes.empty() ? std::string() : nodes.front().whyNotCapture;
+  };
+  EXPECT_EQ(whyNot({V4L2_PIX_FMT_GREY}), "it delivers no format that the library can use (GREY)");
+  EXPECT_EQ(whyNot({V4L2_PIX_FMT_Y16, V4L2_PIX_FMT_H264}),
+            "it delivers no format that the library can use (Y16, H264)");
+  EXPECT_EQ(whyNot({V4L2_PIX_FMT_GREY, V4L2_PIX_FMT_NV12}), "");
+  EXPECT_EQ(whyNot({}), "it delivers no format that the library can use (it lists none)");
+  EXPECT_EQ(whyNot({0x1B5B0A41}), "it delivers no format that the library can use (A?[?)");
+  EXPECT_EQ(whyNot(std::vector<std::uint32_t>(9, V4L2_PIX_FMT_GREY)),
+            "it delivers no format that the library can use (GREY, GREY, GREY, GREY, GREY, GREY, GREY, GREY, "
+            "...)");
+}
+
+TEST_F(Details, SayThatANodeCannotBeOpened) {
+  AddLaptopCamera();
+  kernel.Fail(kOpenCall, EACCES);
+  std::vector<VideoNodeDetails> nodes = CurrentDeviceTree()->DescribeVideoNodes();
+  ASSERT_THAT(nodes, SizeIs(2));
+  EXPECT_EQ(nodes[0].openError, EACCES);
+  EXPECT_EQ(nodes[0].whyNotCapture, "");
+  EXPECT_EQ(nodes[1].openError, EACCES);
+  EXPECT_THAT(nodes[1].whyNotCapture, HasSubstr("not its camera's first node"));
+  kernel.Fail(kOpenCall, ENOENT);
+  nodes = CurrentDeviceTree()->DescribeVideoNodes();
+  ASSERT_THAT(nodes, SizeIs(2));
+  EXPECT_EQ(nodes[0].openError, ENOENT);
+  EXPECT_THAT(nodes[0].whyNotCapture, HasSubstr("no device behind it"));
+  EXPECT_THAT(CurrentDeviceTree()->CaptureDevices(), IsEmpty());
+  kernel.FailNothing();
+  kernel.Fail(VIDIOC_QUERYCAP, EIO);
+  nodes = CurrentDeviceTree()->DescribeVideoNodes();
+  ASSERT_THAT(nodes, SizeIs(2));
+  EXPECT_EQ(nodes[0].openError, 0);
+  EXPECT_THAT(nodes[0].whyNotCapture, HasSubstr("does not answer"));
+}
+
+TEST_F(Details, ChangeNothingOfACamera) {
+  AddLaptopCamera();
+  const std::vector<unsigned long> disturbing{VIDIOC_REQBUFS, VIDIOC_S_FMT, VIDIOC_S_PARM, VIDIOC_STREAMON,
+                                              VIDIOC_STREAMOFF};
+  EXPECT_THAT(CurrentDeviceTree()->DescribeVideoNodes(), SizeIs(2));
+  for (const unsigned long call : disturbing) {
+    EXPECT_EQ(kernel.CallsOf(call), 0U) << call;
+  }
+}
+
+}  // namespace

@@ -1,0 +1,171 @@
+// The tree of devices behind the enumerators: what it tells people, and another one in its place.
+#include <algorithm>
+#include <map>
+#include <thread>
+
+#include "support/linux/LinuxTest.h"
+
+namespace {
+
+using ::testing::AllOf;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::Pair;
+using ::testing::SizeIs;
+
+// A tree of the host's: one camera that cannot be made, on one USB device.
+class HostTree : public DeviceTree {
+ public:
+  std::vector<CaptureDevice> CaptureDevices() override {
+    return {{"@device:usb#vid_1111&pid_2222&mi_00#host#camera", "Host's camera", "nowhere", "",
+             [] { return std::unique_ptr<CaptureSource>(); }}};
+  }
+  std::vector<UsbDevice> UsbDevices() override {
+    return {{"USB\\VID_1111&PID_2222\\HOST", false, "USB\\VID_1111&PID_2222&MI_00\\HOST"}};
+  }
+};
+
+class Tree : public LinuxTest {
+ protected:
+  void TearDown() override {
+    UseDeviceTree(nullptr);
+    LinuxTest::TearDown();
+  }
+  // A reason is given for every camera but the one that is taken.
+  static void ExpectReasonsFor(std::size_t cameras) {
+    const std::vector<CaptureDevice> devices = CurrentDeviceTree()->CaptureDevices();
+    const std::string builtIn = BuiltInCamera();
+    EXPECT_THAT(devices, SizeIs(cameras));
+    for (const CaptureDevice& device : devices) {
+      EXPECT_EQ(device.whyNotBuiltIn.empty(), device.displayName == builtIn)
+          << device.displayName << ": " << device.whyNotBuiltIn;
+    }
+  }
+  void AddCamera(const UsbNode& node, int number, int interface = 0) {
+    kernel.Tree().AddUsb(node);
+    kernel.Tree().AddVideoOfUsb(number, node.name + ":1." + std::to_string(interface), "Camera", 0);
+    kernel.AddDevice(number);
+  }
+};
+
+TEST_F(Tree, TellsNameAndNodeOfACamera) {
+  VideoDeviceSettings settings;
+  settings.card =
+      "Cam\xC3\xA9ra int\xC3\xA9gr\xC3\xA9"
+      "e";
+  AddLaptopCamera(settings);
+  const std::vector<CaptureDevice> devices = CurrentDeviceTree()->CaptureDevices();
+  ASSERT_THAT(devices, SizeIs(1));
+  EXPECT_EQ(devices.front().name, settings.card);
+  EXPECT_EQ(devices.front().node, (kernel.DevRoot() / "video0").string());
+  EXPECT_EQ(devices.front().displayName, DisplayNames().front());
+}
+
+TEST_F(Tree, SaysWhyACameraIsNotThePcsOwn) {
+  AddLaptopCamera();
+  ExpectReasonsFor(1);
+  AddPluggedInCamera("1-2", 2);
+  ExpectReasonsFor(2);
+  AddCamera({"1-3", "046d", "0825", "unknown"}, 3);
+  ExpectReasonsFor(3);
+  kernel.Tree().AddVideoOf(4, "platform/vivid.0", "vivid", 0);
+  kernel.AddDevice(4);
+  ExpectReasonsFor(4);
+  AddCamera({"1-6", "04f2", "b6bf"}, 5);
+  ExpectReasonsFor(5);
+  kernel.Tree().AddUsb({"1-7", "05e3", "0610", "removable", {0}});
+  AddCamera({"1-7.1"}, 6);
+  ExpectReasonsFor(6);
+  AddCamera({"1-8", "04f2", "b6c0", "fixed", {0, 2}}, 7, 2);
+  ExpectReasonsFor(7);
+  UnplugLaptopCamera();
+  ExpectReasonsFor(6);
+}
+
+TEST_F(Tree, GivesTheReasonsApart) {
+  AddPluggedInCamera("1-2", 2);
+  AddCamera({"1-3", "046d", "0825", "unknown"}, 3);
+  kernel.Tree().AddVideoOf(4, "platform/vivid.0", "vivid", 0);
+  kernel.AddDevice(4);
+  std::vector<std::string> reasons;
+  for (const CaptureDevice& device : CurrentDeviceTree()->CaptureDevices()) {
+    EXPECT_THAT(reasons, Not(::testing::Contains(device.whyNotBuiltIn)));
+    reasons.push_back(device.whyNotBuiltIn);
+  }
+  EXPECT_THAT(reasons, AllOf(SizeIs(3), Not(::testing::Contains(IsEmpty()))));
+}
+
+TEST_F(Tree, SaysThatTheKernelDoesNotShowWhatIsKnown) {
+  AddCamera({"1-3", "046d", "0825", "unknown"}, 3);
+  AddCamera({"1-4", "046d", "0825", std::nullopt}, 4);
+  const std::vector<CaptureDevice> devices = CurrentDeviceTree()->CaptureDevices();
+  ASSERT_THAT(devices, SizeIs(2));
+  EXPECT_EQ(devices[0].whyNotBuiltIn, "the PC's firmware does not say that its USB port is an internal one");
+  EXPECT_EQ(devices[1].whyNotBuiltIn, "the kernel does not show whether its USB device can be removed");
+}
+
+TEST_F(Tree, GivesTheReasonsOfBuiltInCamerasApart) {
+  AddLaptopCamera();
+  kernel.Tree().AddVideoOfUsb(2, "1-5:1.0", "Second node", 2);
+  kernel.AddDevice(2);
+  kernel.Tree().AddVideoOfUsb(3, "1-5:1.1", "Second function", 0);
+  kernel.AddDevice(3);
+  AddCamera({"1-6", "04f2", "b6bf"}, 4);
+  kernel.Tree().AddVideoOfUsb(5, "1-6:1.1", "Second function", 0);
+  kernel.AddDevice(5);
+  std::map<std::string, std::string> reasons;
+  for (const CaptureDevice& device : CurrentDeviceTree()->CaptureDevices()) {
+    reasons[std::filesystem::path(device.node).filename().string()] = device.whyNotBuiltIn;
+  }
+  EXPECT_THAT(reasons, ElementsAre(Pair("video0", ""),
+                                   Pair("video2", "it is another node of the camera that is taken"),
+                                   Pair("video3", "it is not the first camera of its USB device"),
+                                   Pair("video4", "another built-in camera comes first"),
+                                   Pair("video5", "it is not the first camera of its USB device")));
+}
+
+TEST_F(Tree, OfTheHostStandsInThePlaceOfTheMachines) {
+  AddLaptopCamera();
+  const auto tree = std::make_shared<HostTree>();
+  UseDeviceTree(tree);
+  EXPECT_EQ(CurrentDeviceTree(), tree);
+  EXPECT_THAT(DisplayNames(), ElementsAre(HasSubstr("#host#")));
+  EXPECT_EQ(BuiltInCamera(), DisplayNames().front());
+  UseDeviceTree(nullptr);
+  EXPECT_NE(CurrentDeviceTree(), nullptr);
+  EXPECT_THAT(DisplayNames(), ElementsAre(Not(HasSubstr("#host#"))));
+}
+
+TEST_F(Tree, CameraThatCannotBeMadeIsNotBound) {
+  UseDeviceTree(std::make_shared<HostTree>());
+  ComPtr<IBaseFilter> filter;
+  EXPECT_LT(BindCamera("", filter), 0);
+  EXPECT_FALSE(filter);
+}
+
+TEST_F(Tree, MayBeReplacedWhileItsCamerasAreInUse) {
+  AddLaptopCamera();
+  const ComPtr<IBaseFilter> camera = FirstCamera();
+  const std::vector<CaptureDeviceSeen> devices = CaptureDevicesSeen();
+  UseDeviceTree(std::make_shared<HostTree>());
+  EXPECT_EQ(DescribeCurrentFormat(*FindPin(*camera.Get(), PINDIR_OUTPUT).Get()), "YUY2 64x48 333333");
+  ComPtr<IBaseFilter> late;
+  EXPECT_EQ(devices.front().moniker->BindToObject(nullptr, nullptr, IID_IBaseFilter, late.PutVoid()), S_OK);
+}
+
+TEST_F(Tree, MayBeReplacedAndReadByTwoThreads) {
+  AddLaptopCamera();
+  std::thread other([] {
+    for (int i = 0; i < 100; ++i) {
+      UseDeviceTree(i % 2 == 0 ? std::make_shared<HostTree>() : nullptr);
+    }
+  });
+  for (int i = 0; i < 20; ++i) {
+    EXPECT_THAT(DisplayNames(), SizeIs(1));
+  }
+  other.join();
+}
+
+}  // namespace

@@ -1,0 +1,104 @@
+// Cameras whose places are alike, or that have none on USB.
+#include <algorithm>
+
+#include "support/linux/LinuxTest.h"
+
+namespace {
+
+using ::testing::Each;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using ::testing::SizeIs;
+
+// The same model on the same port of two buses of one controller: one for each speed class.
+class TwoBuses : public LinuxTest {
+ protected:
+  static void AddTo(FakeKernel& pc, int bus, const std::string& removable) {
+    const std::string name = std::to_string(bus) + "-5";
+    pc.Tree().AddUsb({name, "04f2", "b6be", removable});
+    pc.Tree().AddVideoOfUsb(bus, name + ":1.0", "Camera", 0);
+    pc.AddDevice(bus);
+  }
+  // Names of cameras, then the USB devices' ids.
+  static std::vector<std::string> AllNames() {
+    std::vector<std::string> all = DisplayNames();
+    for (const UsbDeviceSeen& device : UsbDevicesSeen()) {
+      all.push_back(device.id);
+      all.push_back(device.childId);
+    }
+    return all;
+  }
+};
+
+using LoopbackCameras = LinuxTest;
+
+TEST_F(TwoBuses, OfOneControllerGiveTheirDevicesNamesOfTheirOwn) {
+  AddTo(kernel, 1, "removable");
+  AddTo(kernel, 2, "removable");
+  std::vector<std::string> names = AllNames();
+  EXPECT_THAT(names, SizeIs(6));
+  EXPECT_EQ(std::count_if(names.begin(), names.end(),
+                          [](const std::string& name) { return name.find("+1-5&") != std::string::npos; }),
+            3)
+      << "those on the second bus";
+  std::sort(names.begin(), names.end());
+  EXPECT_EQ(std::adjacent_find(names.begin(), names.end()), names.end());
+}
+
+TEST_F(TwoBuses, AreToldApartInTheSameOrderWhateverTheirNumbers) {
+  AddTo(kernel, 1, "removable");
+  AddTo(kernel, 2, "removable");
+  const std::vector<std::string> first = AllNames();
+  FakeKernel found;  // in another order
+  UseSystem(&found);
+  AddTo(found, 2, "removable");
+  AddTo(found, 1, "removable");
+  EXPECT_EQ(AllNames(), first);
+  FakeKernel renumbered;  // beside another controller's buses, with a digit more
+  UseSystem(&renumbered);
+  AddTo(renumbered, 10, "removable");
+  AddTo(renumbered, 9, "removable");
+  EXPECT_EQ(AllNames(), first);
+  UseSystem(&kernel);
+}
+
+TEST_F(TwoBuses, HaveTheFixedOneOfTwoCamerasBuiltIn) {
+  AddTo(kernel, 1, "removable");
+  AddTo(kernel, 2, "fixed");
+  EXPECT_THAT(BuiltInCamera(), HasSubstr("+1-5&"));
+  kernel.Tree().SetUsbAttribute("1-5", "removable", "fixed");
+  kernel.Tree().SetUsbAttribute("2-5", "removable", "removable");
+  EXPECT_NE(BuiltInCamera(), "");
+  EXPECT_THAT(BuiltInCamera(), Not(HasSubstr("+1-5&")));
+}
+
+TEST_F(LoopbackCameras, AreListedUnderNamesOfTheirOwn) {
+  for (const int number : {10, 1}) {
+    kernel.Tree().AddVirtualVideo(number, "Loopback");
+    kernel.AddDevice(number);
+  }
+  const std::vector<std::string> names = DisplayNames();
+  ASSERT_THAT(names, SizeIs(2));
+  EXPECT_NE(names[0], names[1]);
+  EXPECT_THAT(names, Each(Not(HasSubstr("usb#"))));
+  EXPECT_EQ(DisplayNames(), names);
+  EXPECT_EQ(BuiltInCamera(), "");
+  FakeKernel other;  // where they came in another order
+  UseSystem(&other);
+  for (const int number : {1, 10}) {
+    other.Tree().AddVirtualVideo(number, "Loopback");
+    other.AddDevice(number);
+  }
+  EXPECT_EQ(DisplayNames(), names);
+  UseSystem(&kernel);
+}
+
+TEST_F(LoopbackCameras, DoNotKeepThePcsOwnCameraFromBeingFound) {
+  kernel.Tree().AddVirtualVideo(7, "Loopback");
+  kernel.AddDevice(7);
+  AddLaptopCamera();
+  EXPECT_THAT(DisplayNames(), SizeIs(2));
+  EXPECT_THAT(BuiltInCamera(), HasSubstr("usb#vid_04f2&pid_b6be&mi_00#"));
+}
+
+}  // namespace

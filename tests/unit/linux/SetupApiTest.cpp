@@ -1,0 +1,216 @@
+// The SetupAPI and configuration manager functions when they are called wrongly or with little room.
+#include <array>
+#include <cstring>
+#include <cwchar>
+
+#include "support/linux/LinuxTest.h"
+
+namespace {
+
+constexpr DWORD kFlags = DIGCF_PRESENT | DIGCF_PROFILE | DIGCF_DEVICEINTERFACE;
+constexpr GUID kOtherClass = FourCcSubtype(1);
+constexpr DWORD kFixedPart = sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_W);
+
+class SetupApi : public LinuxTest {
+ protected:
+  void SetUp() override {
+    LinuxTest::SetUp();
+    kernel.Tree().AddUsb({"1-5"});
+    kernel.Tree().AddUsb({"1-6", "046d", "0825", "removable"});
+    set = SetupDiGetClassDevsW(&GUID_DEVINTERFACE_USB_DEVICE, nullptr, nullptr, kFlags);
+    ASSERT_NE(set, INVALID_HANDLE_VALUE);
+    data.cbSize = sizeof(data);
+    device.cbSize = sizeof(device);
+  }
+  void TearDown() override {
+    EXPECT_EQ(SetupDiDestroyDeviceInfoList(set), TRUE);
+    LinuxTest::TearDown();
+  }
+
+  BOOL EnumInterface(HDEVINFO of, DWORD index) {
+    return SetupDiEnumDeviceInterfaces(of, nullptr, &GUID_DEVINTERFACE_USB_DEVICE, index, &data);
+  }
+  // Handles that are no set.
+  std::vector<HDEVINFO> NoSets() {
+    HDEVINFO destroyed = SetupDiGetClassDevsW(&GUID_DEVINTERFACE_USB_DEVICE, nullptr, nullptr, kFlags);
+    EXPECT_EQ(SetupDiDestroyDeviceInfoList(destroyed), TRUE);
+    return {nullptr, INVALID_HANDLE_VALUE, &m_noSet, destroyed};
+  }
+
+  HDEVINFO set = nullptr;
+  SP_DEVICE_INTERFACE_DATA data{};
+  SP_DEVINFO_DATA device{};
+
+ private:
+  std::array<std::uint64_t, 64> m_noSet{};
+};
+
+using SetOfDevices = SetupApi;
+using DeviceNode = SetupApi;
+
+TEST_F(SetOfDevices, EndsAfterTheLast) {
+  EXPECT_EQ(EnumInterface(set, 0), TRUE);
+  EXPECT_TRUE(data.InterfaceClassGuid == GUID_DEVINTERFACE_USB_DEVICE);
+  EXPECT_EQ(EnumInterface(set, 1), TRUE);
+  EXPECT_EQ(EnumInterface(set, 2), FALSE);
+  EXPECT_EQ(EnumInterface(set, 0xFFFFFFFF), FALSE);
+  EXPECT_EQ(SetupDiEnumDeviceInfo(set, 1, &device), TRUE);
+  EXPECT_EQ(SetupDiEnumDeviceInfo(set, 2, &device), FALSE);
+  EXPECT_EQ(SetupDiEnumDeviceInfo(set, 0xFFFFFFFF, &device), FALSE);
+}
+
+TEST_F(SetOfDevices, KeepsWhatWasThereWhenItWasMade) {
+  kernel.Tree().RemoveUsb("1-6");
+  EXPECT_EQ(EnumInterface(set, 1), TRUE);
+  EXPECT_EQ(SetupDiEnumDeviceInfo(set, 1, &device), TRUE);
+  EXPECT_EQ(UsbDevicesSeen().size(), 1U);
+}
+
+TEST_F(SetOfDevices, OfAnotherClassHasNothing) {
+  EXPECT_EQ(SetupDiEnumDeviceInterfaces(set, nullptr, &kOtherClass, 0, &data), FALSE);
+  HDEVINFO other = SetupDiGetClassDevsW(&kOtherClass, nullptr, nullptr, kFlags);
+  EXPECT_EQ(SetupDiEnumDeviceInterfaces(other, nullptr, &kOtherClass, 0, &data), FALSE);
+  EXPECT_EQ(SetupDiEnumDeviceInfo(other, 0, &device), FALSE);
+  if (other != INVALID_HANDLE_VALUE) {
+    EXPECT_EQ(SetupDiDestroyDeviceInfoList(other), TRUE);
+  }
+}
+
+TEST_F(SetOfDevices, IsKnownByItsHandleOnly) {
+  alignas(8) std::array<unsigned char, 1024> buffer{};
+  auto* const detail = reinterpret_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_W*>(buffer.data());
+  detail->cbSize = kFixedPart;
+  ASSERT_EQ(EnumInterface(set, 0), TRUE);
+  for (HDEVINFO none : NoSets()) {
+    EXPECT_EQ(SetupDiGetDeviceInterfaceDetailW(none, &data, detail, 1024, nullptr, nullptr), FALSE);
+    EXPECT_EQ(EnumInterface(none, 0), FALSE);
+    EXPECT_EQ(SetupDiEnumDeviceInfo(none, 0, &device), FALSE);
+    EXPECT_EQ(SetupDiDestroyDeviceInfoList(none), FALSE);
+  }
+}
+
+TEST_F(SetOfDevices, RefusesStructuresOfTheWrongSizeAndNull) {
+  data.cbSize = 0;
+  EXPECT_EQ(EnumInterface(set, 0), FALSE);
+  data.cbSize = sizeof(data) + 1;
+  EXPECT_EQ(EnumInterface(set, 0), FALSE);
+  EXPECT_EQ(SetupDiEnumDeviceInterfaces(set, nullptr, &GUID_DEVINTERFACE_USB_DEVICE, 0, nullptr), FALSE);
+  device.cbSize = sizeof(device) - 1;
+  EXPECT_EQ(SetupDiEnumDeviceInfo(set, 0, &device), FALSE);
+  EXPECT_EQ(SetupDiEnumDeviceInfo(set, 0, nullptr), FALSE);
+}
+
+TEST_F(SetOfDevices, TellsHowMuchRoomAPathTakesAndWritesNoMoreThanThereIs) {
+  ASSERT_EQ(EnumInterface(set, 0), TRUE);
+  DWORD required = 0;
+  EXPECT_EQ(SetupDiGetDeviceInterfaceDetailW(set, &data, nullptr, 0, &required, nullptr), FALSE);
+  ASSERT_GT(required, kFixedPart);
+  constexpr unsigned char kUntouched = 0xA5;
+  for (DWORD size = kFixedPart; size <= required; ++size) {
+    alignas(8) std::array<unsigned char, 2048> buffer{};
+    buffer.fill(kUntouched);
+    auto* const detail = reinterpret_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_W*>(buffer.data());
+    detail->cbSize = kFixedPart;
+    EXPECT_EQ(SetupDiGetDeviceInterfaceDetailW(set, &data, detail, size, nullptr, &device), size == required)
+        << size;
+    for (std::size_t i = size; i < buffer.size(); ++i) {
+      ASSERT_EQ(buffer.at(i), kUntouched) << "byte " << i << " behind " << size;
+    }
+  }
+}
+
+TEST_F(SetOfDevices, PathsAreTerminatedAndOfTheDevice) {
+  ASSERT_EQ(EnumInterface(set, 1), TRUE);
+  alignas(8) std::array<unsigned char, 2048> buffer{};
+  buffer.fill(0xFF);
+  auto* const detail = reinterpret_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_W*>(buffer.data());
+  detail->cbSize = kFixedPart;
+  DWORD required = 0;
+  ASSERT_EQ(SetupDiGetDeviceInterfaceDetailW(set, &data, detail, 2048, &required, &device), TRUE);
+  const WCHAR* const path = detail->DevicePath;
+  EXPECT_NE(std::wcsstr(path, L"vid_046d&pid_0825"), nullptr);
+  EXPECT_GE(required, offsetof(SP_DEVICE_INTERFACE_DETAIL_DATA_W, DevicePath) +
+                          (std::wcslen(path) + 1) * sizeof(WCHAR));
+  SP_DEVINFO_DATA numbered{};
+  numbered.cbSize = sizeof(numbered);
+  ASSERT_EQ(SetupDiEnumDeviceInfo(set, 1, &numbered), TRUE);
+  EXPECT_EQ(device.DevInst, numbered.DevInst);
+}
+
+TEST_F(SetOfDevices, RefusesDetailsOfTheWrongSize) {
+  ASSERT_EQ(EnumInterface(set, 0), TRUE);
+  alignas(8) std::array<unsigned char, 2048> buffer{};
+  auto* const detail = reinterpret_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_W*>(buffer.data());
+  detail->cbSize = kFixedPart + 4;
+  EXPECT_EQ(SetupDiGetDeviceInterfaceDetailW(set, &data, detail, 2048, nullptr, &device), FALSE);
+  detail->cbSize = kFixedPart;
+  EXPECT_EQ(SetupDiGetDeviceInterfaceDetailW(set, nullptr, detail, 2048, nullptr, &device), FALSE);
+  SP_DEVICE_INTERFACE_DATA empty{};
+  EXPECT_EQ(SetupDiGetDeviceInterfaceDetailW(set, &empty, detail, 2048, nullptr, &device), FALSE);
+  EXPECT_EQ(SetupDiGetDeviceInterfaceDetailW(set, &data, detail, 2048, nullptr, nullptr), TRUE);
+}
+
+TEST_F(DeviceNode, ThatIsNoneIsUnknown) {
+  for (const DEVINST none : {0U, 0x7FFFFFFFU, 0xFFFFFFFFU}) {
+    ULONG status = 0;
+    ULONG problem = 0;
+    DEVINST child = 0;
+    std::array<char, 256> id{};
+    EXPECT_EQ(CM_Get_DevNode_Status(&status, &problem, none, 0), CR_NO_SUCH_DEVNODE);
+    EXPECT_EQ(CM_Get_Child(&child, none, 0), CR_NO_SUCH_DEVNODE);
+    EXPECT_EQ(CM_Get_Device_IDA(none, id.data(), 256, 0), CR_NO_SUCH_DEVNODE);
+  }
+}
+
+TEST_F(DeviceNode, WithoutAChildHasNoSuchNode) {
+  kernel.Tree().AddUsb({"1-7", "0bda", "0129", "fixed", {}});
+  HDEVINFO now = SetupDiGetClassDevsW(&GUID_DEVINTERFACE_USB_DEVICE, nullptr, nullptr, kFlags);
+  ASSERT_EQ(SetupDiEnumDeviceInfo(now, 2, &device), TRUE);
+  DEVINST child = 0;
+  EXPECT_EQ(CM_Get_Child(&child, device.DevInst, 0), CR_NO_SUCH_DEVNODE);
+  ASSERT_EQ(SetupDiEnumDeviceInfo(now, 0, &device), TRUE);
+  ASSERT_EQ(CM_Get_Child(&child, device.DevInst, 0), CR_SUCCESS);
+  DEVINST grandchild = 0;
+  EXPECT_EQ(CM_Get_Child(&grandchild, child, 0), CR_NO_SUCH_DEVNODE);
+  EXPECT_EQ(SetupDiDestroyDeviceInfoList(now), TRUE);
+}
+
+TEST_F(DeviceNode, HasTheSameNumberInEverySet) {
+  HDEVINFO other = SetupDiGetClassDevsW(&GUID_DEVINTERFACE_USB_DEVICE, nullptr, nullptr, kFlags);
+  SP_DEVINFO_DATA again{};
+  again.cbSize = sizeof(again);
+  ASSERT_EQ(SetupDiEnumDeviceInfo(set, 1, &device), TRUE);
+  ASSERT_EQ(SetupDiEnumDeviceInfo(other, 1, &again), TRUE);
+  EXPECT_EQ(device.DevInst, again.DevInst);
+  EXPECT_NE(device.DevInst, 0U);
+  EXPECT_EQ(SetupDiDestroyDeviceInfoList(other), TRUE);
+}
+
+TEST_F(DeviceNode, IdFitsWhateverTheRoom) {
+  ASSERT_EQ(SetupDiEnumDeviceInfo(set, 0, &device), TRUE);
+  std::array<char, 256> whole{};
+  ASSERT_EQ(CM_Get_Device_IDA(device.DevInst, whole.data(), 256, 0), CR_SUCCESS);
+  for (ULONG room = 0; room < std::strlen(whole.data()) + 2; ++room) {
+    std::array<char, 256> id{};
+    id.fill('~');
+    if (CM_Get_Device_IDA(device.DevInst, id.data(), room, 0) == CR_SUCCESS) {
+      ASSERT_GT(room, 0U);
+      EXPECT_LT(strnlen(id.data(), room), room) << "terminated";
+      EXPECT_EQ(std::strncmp(id.data(), whole.data(), std::strlen(id.data())), 0);
+    } else {
+      EXPECT_LE(room, std::strlen(whole.data())) << "there is room";
+    }
+    for (std::size_t i = room; i < id.size(); ++i) {
+      ASSERT_EQ(id.at(i), '~') << "byte " << i << " behind " << room;
+    }
+  }
+}
+
+TEST_F(DeviceNode, NeedsAPlaceForTheAnswer) {
+  ASSERT_EQ(SetupDiEnumDeviceInfo(set, 0, &device), TRUE);
+  EXPECT_NE(CM_Get_Device_IDA(device.DevInst, nullptr, 256, 0), CR_SUCCESS);
+  EXPECT_NE(CM_Get_Child(nullptr, device.DevInst, 0), CR_SUCCESS);
+  EXPECT_NE(CM_Get_DevNode_Status(nullptr, nullptr, device.DevInst, 0), CR_SUCCESS);
+}
+
+}  // namespace

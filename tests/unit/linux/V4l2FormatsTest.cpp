@@ -1,0 +1,234 @@
+// What a camera is set to, and what stands in the way of that.
+#include <array>
+#include <cstring>
+#include <limits>
+
+#include "support/linux/V4l2FormatTest.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+
+constexpr std::uint32_t kYuyv = V4L2_PIX_FMT_YUYV;
+
+using Format = FormatTest;
+using SetFormat = FormatTest;
+
+// --- What is set ---
+
+TEST_F(SetFormat, BeforeItTheFirstOfferIsTheCurrentFormat) {
+  AddCamera();
+  EXPECT_EQ(DescribeCurrentFormat(*pin.Get()), "YUY2 64x48 333333");
+}
+
+TEST_F(SetFormat, SetsTheDeviceAndIsTheCurrentFormatFromThenOn) {
+  FakeVideoDevice& device = AddCamera();
+  EXPECT_EQ(Change(MEDIASUBTYPE_MJPG, 128, 96, 166666), S_OK);
+  EXPECT_EQ(DescribeCurrentFormat(*pin.Get()), "MJPG 128x96 166666");
+  EXPECT_EQ(Change(MEDIASUBTYPE_YUY2, 64, 48, 666666), S_OK);
+  EXPECT_EQ(DescribeCurrentFormat(*pin.Get()), "YUY2 64x48 666666");
+  EXPECT_EQ(device.Format().pixelformat, kYuyv);
+  EXPECT_EQ(device.Format().width, 64U);
+  EXPECT_EQ(device.Format().height, 48U);
+  EXPECT_EQ(device.Interval().numerator, 1U);
+  EXPECT_EQ(device.Interval().denominator, 15U);
+}
+
+TEST_F(SetFormat, CurrentFormatIsDescribedInFullThoughOnlyPartsOfItWereChanged) {
+  AddCamera();
+  ASSERT_EQ(Change(MEDIASUBTYPE_MJPG, 128, 96, 333333), S_OK);
+  ASSERT_EQ(Change(MEDIASUBTYPE_YUY2, 32, 24, 333333), S_OK);
+  MediaType type;
+  ASSERT_EQ(CurrentFormat(*pin.Get(), type), S_OK);
+  EXPECT_EQ(Video(type).bmiHeader.biSizeImage, 32U * 24 * 2);
+  EXPECT_EQ(Video(type).bmiHeader.biCompression, MEDIASUBTYPE_YUY2.Data1);
+  EXPECT_EQ(Video(type).bmiHeader.biBitCount, 16);
+  EXPECT_EQ(type->lSampleSize, 32U * 24 * 2);
+}
+
+TEST_F(SetFormat, EveryOfferCanBeSet) {
+  AddCamera();
+  std::vector<MediaType> types;
+  ASSERT_EQ(ListMediaTypes(*pin.Get(), types), S_OK);
+  for (const MediaType& type : types) {
+    EXPECT_EQ(StreamConfig(*pin.Get())->SetFormat(type.get()), S_OK) << Describe(type);
+    EXPECT_EQ(DescribeCurrentFormat(*pin.Get()), Describe(type));
+  }
+}
+
+TEST_F(SetFormat, AcceptsTheOfferedIntervalAsTheLibraryComputesItFromARate) {
+  SizeOffer size = Discrete(64, 48, {});
+  size.intervals.values = {{1001, 30000}, {1, 15}};
+  FakeVideoDevice& device = AddCamera({{kYuyv, {size}}});
+  // 29.97 frames per second are 29 whole ones, 344827 units.
+  EXPECT_EQ(Change(MEDIASUBTYPE_YUY2, 64, 48, 344827), S_OK);
+  EXPECT_EQ(device.Interval().denominator, 30000U);
+  EXPECT_EQ(DescribeCurrentFormat(*pin.Get()), "YUY2 64x48 333666");
+}
+
+TEST_F(SetFormat, RefusesWhatTheDeviceReplacesByAnotherSizeOrLayout) {
+  AddCamera();
+  EXPECT_EQ(Change(MEDIASUBTYPE_YUY2, 640, 480, 333333), kInvalidMediaType);
+  EXPECT_EQ(Change(MEDIASUBTYPE_NV12, 64, 48, 333333), kInvalidMediaType);
+  EXPECT_EQ(Change(MEDIASUBTYPE_ARGB32, 64, 48, 333333), kInvalidMediaType);
+}
+
+TEST_F(SetFormat, RefusesTheSubtypesOfFormatsThatAreOfferedAsYuy2) {
+  AddCamera({{V4L2_PIX_FMT_NV12, {Discrete(64, 48, {30})}}});
+  EXPECT_EQ(SetWhole(MEDIASUBTYPE_NV12, 64, 48, 333333), kInvalidMediaType);
+  EXPECT_EQ(SetWhole(MEDIASUBTYPE_YUY2, 64, 48, 333333), S_OK);
+}
+
+TEST_F(SetFormat, RefusesAnOfferThatTheDriverDoesNotKeep) {
+  FakeVideoDevice& device = AddCamera();
+  device.SetSettings([](VideoDeviceSettings& settings) {
+    settings.substituteFormat = [](v4l2_pix_format& format) { format.width = 32; };
+  });
+  EXPECT_EQ(Change(MEDIASUBTYPE_YUY2, 64, 48, 333333), kInvalidMediaType);
+  device.SetSettings([](VideoDeviceSettings& settings) {
+    settings.substituteFormat = [](v4l2_pix_format& format) { format.pixelformat = V4L2_PIX_FMT_MJPEG; };
+  });
+  EXPECT_EQ(Change(MEDIASUBTYPE_YUY2, 64, 48, 333333), kInvalidMediaType);
+}
+
+TEST_F(SetFormat, AcceptsAnotherRateAndSaysWhichItIs) {
+  FakeVideoDevice& device = AddCamera();
+  EXPECT_EQ(Change(MEDIASUBTYPE_YUY2, 64, 48, 1'000'000), S_OK);
+  EXPECT_EQ(DescribeCurrentFormat(*pin.Get()), "YUY2 64x48 666666");
+  device.SetSettings([](VideoDeviceSettings& settings) {
+    settings.substituteInterval = [](v4l2_fract& interval) { interval = {1, 12}; };
+  });
+  EXPECT_EQ(Change(MEDIASUBTYPE_YUY2, 64, 48, 333333), S_OK);
+  EXPECT_EQ(DescribeCurrentFormat(*pin.Get()), "YUY2 64x48 833333");
+}
+
+TEST_F(SetFormat, AcceptsIntervalsThatAreNone) {
+  AddCamera();
+  // 33 is what a request for no frames per second comes to.
+  for (const LONGLONG interval :
+       {0LL, 33LL, -1LL, std::numeric_limits<LONGLONG>::max(), std::numeric_limits<LONGLONG>::min()}) {
+    EXPECT_EQ(Change(MEDIASUBTYPE_YUY2, 64, 48, interval), S_OK) << interval;
+    EXPECT_THAT(DescribeCurrentFormat(*pin.Get()), ::testing::StartsWith("YUY2 64x48 ")) << interval;
+  }
+}
+
+TEST_F(SetFormat, WorksWithDriversThatCannotSetTheRate) {
+  VideoDeviceSettings settings;
+  settings.rate = RateControl::kFixed;
+  FakeVideoDevice& device = AddCamera(settings);
+  EXPECT_EQ(Change(MEDIASUBTYPE_YUY2, 64, 48, 666666), S_OK);
+  EXPECT_EQ(DescribeCurrentFormat(*pin.Get()), "YUY2 64x48 333333") << "what the device says it delivers";
+  device.SetSettings([](VideoDeviceSettings& changed) { changed.rate = RateControl::kNone; });
+  EXPECT_EQ(Change(MEDIASUBTYPE_YUY2, 64, 48, 666666), S_OK);
+}
+
+TEST_F(SetFormat, RefusesWhatIsNoVideoType) {
+  AddCamera();
+  const ComPtr<IAMStreamConfig> config = StreamConfig(*pin.Get());
+  VIDEOINFOHEADER video = VideoHeader(64, 48, 333333);
+  const AM_MEDIA_TYPE good = VideoType(MEDIASUBTYPE_YUY2, video);
+  EXPECT_EQ(config->SetFormat(nullptr), E_POINTER);
+  const auto refuses = [&config, &good](const std::function<void(AM_MEDIA_TYPE&)>& spoil) {
+    AM_MEDIA_TYPE type = good;
+    spoil(type);
+    return config->SetFormat(&type) == kInvalidMediaType;
+  };
+  EXPECT_TRUE(refuses([](AM_MEDIA_TYPE& type) { type.pbFormat = nullptr; }));
+  EXPECT_TRUE(refuses([](AM_MEDIA_TYPE& type) { type.cbFormat = 87; }));
+  EXPECT_TRUE(refuses([](AM_MEDIA_TYPE& type) { type.cbFormat = 0; }));
+  EXPECT_TRUE(refuses([](AM_MEDIA_TYPE& type) { type.formattype = FORMAT_VideoInfo2; }));
+  EXPECT_TRUE(refuses([](AM_MEDIA_TYPE& type) { type.formattype = {}; }));
+  EXPECT_TRUE(refuses([](AM_MEDIA_TYPE& type) { type.majortype = FourCcSubtype(0x73647561); }));
+  EXPECT_TRUE(refuses([](AM_MEDIA_TYPE& type) { type.subtype = {}; }));
+  AM_MEDIA_TYPE unspoilt = good;
+  EXPECT_EQ(config->SetFormat(&unspoilt), S_OK);
+}
+
+TEST_F(SetFormat, RefusesSizesThatAreNone) {
+  AddCamera();
+  for (const auto& [width, height] :
+       {std::pair<LONG, LONG>{0, 48}, {64, 0}, {-64, 48}, {64, -48}, {0x7FFFFFFF, 0x7FFFFFFF}}) {
+    EXPECT_EQ(Change(MEDIASUBTYPE_YUY2, width, height, 333333), kInvalidMediaType) << width << "x" << height;
+  }
+}
+
+TEST_F(SetFormat, ReadsAFormatBlockThatIsNotAligned) {
+  AddCamera();
+  VIDEOINFOHEADER video = VideoHeader(64, 48, 666666);
+  std::array<BYTE, sizeof(video) + 1> block{};
+  std::memcpy(block.data() + 1, &video, sizeof(video));
+  AM_MEDIA_TYPE type = VideoType(MEDIASUBTYPE_YUY2, video);
+  type.pbFormat = block.data() + 1;
+  EXPECT_EQ(StreamConfig(*pin.Get())->SetFormat(&type), S_OK);
+  EXPECT_EQ(DescribeCurrentFormat(*pin.Get()), "YUY2 64x48 666666");
+}
+
+TEST_F(SetFormat, KeepsTheCurrentFormatWhenItIsRefused) {
+  AddCamera();
+  ASSERT_EQ(Change(MEDIASUBTYPE_MJPG, 128, 96, 333333), S_OK);
+  EXPECT_EQ(Change(MEDIASUBTYPE_YUY2, 640, 480, 333333), kInvalidMediaType);
+  EXPECT_EQ(DescribeCurrentFormat(*pin.Get()), "MJPG 128x96 333333");
+}
+
+// --- What stands in the way ---
+
+TEST_F(Format, OfADeviceThatMayNotBeOpenedIsAccessDenied) {
+  AddCamera();
+  for (const int error : {EACCES, EPERM}) {
+    kernel.Fail(kOpenCall, error);
+    EXPECT_THAT(Results(), ElementsAre(E_ACCESSDENIED, E_ACCESSDENIED, E_ACCESSDENIED));
+  }
+}
+
+TEST_F(Format, OfADeviceThatHasGoneIsNotConnected) {
+  AddCamera();
+  for (const int error : {ENODEV, ENOENT, ENXIO}) {
+    kernel.Fail(kOpenCall, error);
+    EXPECT_THAT(Results(), ElementsAre(kGone, kGone, kGone));
+  }
+}
+
+TEST_F(Format, OfADeviceThatGoesAfterItWasOpenedIsNotConnected) {
+  AddCamera();
+  ASSERT_EQ(Change(MEDIASUBTYPE_YUY2, 64, 48, 333333), S_OK);
+  UnplugLaptopCamera();
+  EXPECT_EQ(SetWhole(MEDIASUBTYPE_YUY2, 32, 24, 333333), kGone);
+  EXPECT_EQ(SetWhole(MEDIASUBTYPE_MJPG, 64, 48, 333333), kGone) << "and stays so";
+}
+
+TEST_F(Format, OfADeviceThatIsInUseIsBusy) {
+  AddCamera();
+  kernel.Fail(kOpenCall, EBUSY);
+  EXPECT_THAT(Results(), ElementsAre(kInUse, kInUse, kInUse));
+  kernel.FailNothing();
+  kernel.Fail(VIDIOC_S_FMT, EBUSY);
+  EXPECT_EQ(Change(MEDIASUBTYPE_YUY2, 64, 48, 333333), kInUse);
+  kernel.FailNothing();
+  EXPECT_EQ(Change(MEDIASUBTYPE_YUY2, 64, 48, 333333), S_OK);
+}
+
+TEST_F(Format, OfABrokenDeviceIsAnIoError) {
+  AddCamera();
+  kernel.Fail(VIDIOC_S_FMT, EIO);
+  EXPECT_EQ(Change(MEDIASUBTYPE_YUY2, 64, 48, 333333), kIoError);
+}
+
+TEST_F(Format, IsSetOnASecondTryAfterTheObstacleHasGone) {
+  AddCamera();
+  kernel.Fail(kOpenCall, EACCES);
+  EXPECT_EQ(Results()[2], E_ACCESSDENIED);
+  kernel.FailNothing();
+  EXPECT_THAT(Results(), ElementsAre(S_OK, S_OK, S_OK));
+}
+
+TEST_F(Format, OfADeviceWhoseDriverKeepsItForTheFirstHandleIsBusyForTheSecond) {
+  VideoDeviceSettings settings;
+  settings.hasPrivileges = true;
+  AddCamera(settings);
+  ASSERT_EQ(Change(MEDIASUBTYPE_YUY2, 64, 48, 333333), S_OK);
+  const ComPtr<IBaseFilter> second = FirstCamera();
+  EXPECT_EQ(ChangeFormat(*FindPin(*second.Get(), PINDIR_OUTPUT).Get(), MEDIASUBTYPE_YUY2, 64, 48, 333333),
+            kInUse);
+}
+
+}  // namespace

@@ -1,0 +1,31 @@
+#include "recording/AnnexB.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using Bytes = std::vector<std::uint8_t>;
+
+TEST(AnnexB, IdrSliceMakesAKeyFrameWhereverItStands) {
+  EXPECT_TRUE(IsKeyFrame(Bytes{0, 0, 0, 1, 0x67, 9, 0, 0, 0, 1, 0x68, 9, 0, 0, 1, 0x65, 1}));
+  EXPECT_TRUE(IsKeyFrame(Bytes{0, 0, 1, 0x25}));
+  EXPECT_FALSE(IsKeyFrame(Bytes{0, 0, 0, 1, 0x61, 0x65, 5}));
+}
+
+TEST(AnnexB, ParameterSetsAreTakenWithStartCodesAndWithoutTheRest) {
+  EXPECT_THAT(ParameterSets(Bytes{0, 0, 1, 0x67, 1, 2, 0, 0, 0, 1, 0x68, 3, 0, 0, 1, 0x65, 4}),
+              ElementsAre(0, 0, 0, 1, 0x67, 1, 2, 0, 0, 0, 1, 0x68, 3));
+  EXPECT_THAT(ParameterSets(Bytes{0, 0, 0, 1, 0x61, 4}), IsEmpty());
+}
+
+TEST(AnnexB, BytesWithoutUnitsHoldNothing) {
+  for (const Bytes& bytes : {Bytes{}, Bytes{0}, Bytes{0, 0, 1}, Bytes{0, 0, 1, 0, 0, 1}, Bytes{0x65, 0x67}}) {
+    EXPECT_FALSE(IsKeyFrame(bytes));
+    EXPECT_THAT(ParameterSets(bytes), IsEmpty());
+  }
+}
+
+}  // namespace

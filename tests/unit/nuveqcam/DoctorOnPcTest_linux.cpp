@@ -1,0 +1,314 @@
+// The doctor in this process, over PCs whose devices a kernel of the tests' own presents.
+#include <cerrno>
+#include <map>
+#include <sstream>
+#include <system_error>
+
+#include "commands/Commands.h"
+#include "support/linux/LinuxTest.h"
+
+namespace {
+
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::MatchesRegex;
+using ::testing::Not;
+
+class DoctorOnPc : public LinuxTest {
+ protected:
+  ExitCode Run(bool wantsJson = false) {
+    Options options;
+    options.command = Command::kDoctor;
+    options.wantsJson = wantsJson;
+    out.str("");
+    const ExitCode code = RunTool(options, {out, err});
+    EXPECT_EQ(err.str(), "");
+    return code;
+  }
+  // A camera with that verdict, and its node.
+  void AddCamera(const std::string& name, int number, const std::string& removable,
+                 const std::optional<std::string>& connectType, int interface = 0,
+                 VideoDeviceSettings settings = {}) {
+    UsbNode node{name};
+    node.removable = removable;
+    node.connectType = connectType;
+    if (interface != 0) {
+      node.interfaces = {0, interface};
+    }
+    kernel.Tree().AddUsb(node);
+    kernel.Tree().SetUsbAttribute(name, "product", "Camera " + name);
+    kernel.Tree().AddVideoOfUsb(number, name + ":1." + std::to_string(interface), "Camera " + name, 0);
+    kernel.AddDevice(number, std::move(settings));
+  }
+  void AddHub(const std::string& name, const std::string& removable) {
+    kernel.Tree().AddUsb({name, "05e3", "0610", removable, {0}});
+    kernel.Tree().SetUsbAttribute(name, "product", "Hub");
+    kernel.Tree().SetUsbAttribute(name, "bDeviceClass", "09");
+    kernel.Tree().SetUsbAttribute(name + ":1.0", "bInterfaceClass", "09");
+  }
+  void TearDown() override {
+    UseDeviceTree(nullptr);
+    LinuxTest::TearDown();
+  }
+  std::string Node(int number) const {
+    return (kernel.DevRoot() / ("video" + std::to_string(number))).string();
+  }
+
+  std::ostringstream out;
+  std::ostringstream err;
+};
+
+TEST_F(DoctorOnPc, ExplainsTheCameraThatIsTakenAndTheOthers) {
+  AddLaptopCamera();
+  kernel.Tree().SetUsbAttribute("1-5", "product", "Integrated Camera");
+  AddHub("1-8", "unknown");
+  AddCamera("1-8.1", 4, "fixed", "hardwired");
+  kernel.Tree().AddVideoOf(5, "platform/vivid.0", "vivid", 0);
+  kernel.AddDevice(5);
+  kernel.Tree().AddVideoOfUsb(6, "1-5:1.1", "Second function", 0);
+  kernel.AddDevice(6);
+  EXPECT_EQ(Run(), ExitCode::kOk);
+  const std::string text = out.str();
+  EXPECT_THAT(
+      text, HasSubstr("USB devices\n  1-5    Integrated Camera (04f2:b6be)  built in: the firmware (ACPI)"));
+  EXPECT_THAT(text, HasSubstr("\n  1-8    Hub (05e3:0610), hub           counts as removable: neither"));
+  EXPECT_THAT(text, HasSubstr("\n  1-8.1  Camera 1-8.1 (04f2:b6be)       counts as removable: it is fixed to "
+                              "hub 1-8, which counts as removable\n"));
+  EXPECT_THAT(text, HasSubstr("TAKEN: the first camera of USB device 1-5, which is built in\n"));
+  EXPECT_THAT(text, HasSubstr("not taken: it belongs to a USB hub that can be removed, or may be\n"));
+  EXPECT_THAT(text, HasSubstr("vivid              not taken: it is not a USB device\n"));
+  EXPECT_THAT(text, HasSubstr("not taken: it is not the first camera of its USB device\n"));
+  EXPECT_THAT(text, HasSubstr("not a capture device: it carries a camera's metadata, not its pictures\n"));
+  EXPECT_THAT(
+      text, MatchesRegex("(.|\n)*\nThe camera that is offered: [^\n]* \\(" + Node(0) + "\\), [^\n]* fps\n"));
+}
+
+TEST_F(DoctorOnPc, GoesByWhatFirmwareAndHubSay) {
+  AddCamera("1-1", 1, "unknown", "unknown");
+  AddCamera("1-2", 2, "removable", "hotplug");
+  AddHub("1-3", "removable");
+  AddCamera("1-3.1", 3, "fixed", "unknown");
+  VideoDeviceSettings infrared;
+  infrared.formats = {{V4L2_PIX_FMT_GREY, {Discrete(640, 360, {15})}}};
+  AddCamera("1-4", 4, "fixed", "hardwired", 0, infrared);
+  EXPECT_EQ(Run(), ExitCode::kNoCamera);
+  const std::string text = out.str();
+  EXPECT_THAT(
+      text,
+      HasSubstr("\nNo camera is offered: none of the 3 capture devices is a USB camera that is built in\n"));
+  EXPECT_THAT(text, HasSubstr("\n  - if Camera 1-1 (" + Node(1) +
+                              ") is inside the PC, ask the PC's maker for firmware that describes the port"));
+  EXPECT_THAT(text,
+              HasSubstr("\n  - if Camera 1-2 (" + Node(2) +
+                        ") is inside the PC, the firmware describes the port of USB device 1-2 wrongly"));
+  EXPECT_THAT(text, HasSubstr("\n  - if Camera 1-3.1 (" + Node(3) +
+                              ") is inside the PC, ask the PC's maker for firmware that says that hub 1-3"));
+  EXPECT_THAT(text,
+              HasSubstr("  " + Node(4) + "  Camera 1-4    not a capture device: it delivers no format"));
+  EXPECT_THAT(text, HasSubstr("\n  - Camera 1-4 (" + Node(4) +
+                              ") cannot be used: it delivers no format that the library can use (GREY)\n"));
+  EXPECT_EQ(Run(true), ExitCode::kNoCamera);
+  EXPECT_THAT(out.str(), HasSubstr(R"("verdictFrom":"nobody","verdict":"counts as removable: neither)"));
+  EXPECT_THAT(out.str(), HasSubstr(R"("connectType":"hotplug","attribute":"removable","verdictHub":null)"));
+  EXPECT_THAT(out.str(), HasSubstr(R"("connectType":"unknown","attribute":"fixed","verdictHub":"1-3")"));
+}
+
+TEST_F(DoctorOnPc, SaysThatTheTakenCameraMayNotBeOpened) {
+  AddLaptopCamera();
+  kernel.Fail(kOpenCall, EACCES);
+  EXPECT_EQ(Run(), ExitCode::kCannotOpen);
+  EXPECT_THAT(out.str(), HasSubstr("which is built in; cannot be opened: Permission denied\n"));
+  EXPECT_THAT(out.str(), HasSubstr("(" + Node(0) + ") is built in, but it cannot be read\n"));
+  EXPECT_THAT(out.str(), HasSubstr("not looked into: it cannot be opened and is not its camera's first node "
+                                   "(Permission denied)\n"));
+  EXPECT_THAT(out.str(), HasSubstr("add your user to the group video and log in again"));
+  AddCamera("1-6", 2, "removable", "hotplug");
+  UnplugLaptopCamera();
+  EXPECT_EQ(Run(), ExitCode::kNoCamera);
+  EXPECT_THAT(out.str(),
+              HasSubstr("\n  - " + Node(2) + " cannot be opened (Permission denied): add your user"));
+}
+
+TEST_F(DoctorOnPc, AdvisesByWhyANodeCannotBeOpened) {
+  AddCamera("1-6", 2, "removable", "hotplug");
+  const std::map<int, std::string> advices{{EPERM, "in a container or a service, hand the device in\n"},
+                                           {EBUSY, "close the program that uses it\n"},
+                                           {ENODEV, "in a container, hand the device in; else see with"},
+                                           {EIO, "see with 'sudo dmesg' what the kernel says of it\n"}};
+  for (const auto& [error, advice] : advices) {
+    kernel.Fail(kOpenCall, error);
+    EXPECT_EQ(Run(), ExitCode::kNoCamera);
+    EXPECT_THAT(out.str(), HasSubstr("\n  - " + Node(2) + " cannot be opened (" +
+                                     std::generic_category().message(error) + "): " + advice));
+  }
+}
+
+TEST_F(DoctorOnPc, TellsTheTakenCameraFromOthersThatCouldBe) {
+  // The camera that comes first on the bus has the later node, and other sizes.
+  VideoDeviceSettings first;
+  first.formats = {{V4L2_PIX_FMT_YUYV, {Discrete(352, 288, {25})}}};
+  AddCamera("1-7", 0, "fixed", "hardwired");
+  AddCamera("1-2", 3, "fixed", "hardwired", 0, first);
+  kernel.Tree().AddVideoOfUsb(4, "1-2:1.0", "Camera 1-2", 1);
+  kernel.AddDevice(4);
+  EXPECT_EQ(Run(), ExitCode::kOk);
+  EXPECT_THAT(out.str(),
+              HasSubstr("  " + Node(3) + "  Camera 1-2  TAKEN: the first camera of USB device 1-2"));
+  EXPECT_THAT(out.str(),
+              HasSubstr("  " + Node(4) + "  Camera 1-2  not taken: it is another node of the camera"));
+  EXPECT_THAT(out.str(),
+              HasSubstr("  " + Node(0) + "  Camera 1-7  not taken: another built-in camera comes"));
+  EXPECT_THAT(out.str(),
+              HasSubstr("\nThe camera that is offered: Camera 1-2 (" + Node(3) + "), 352x288, 25 fps\n"));
+}
+
+TEST_F(DoctorOnPc, SaysThatTheKernelDoesNotShowWhatIsKnown) {
+  UsbNode node{"1-6"};
+  node.removable = std::nullopt;
+  kernel.Tree().AddUsb(node);
+  kernel.Tree().AddVideoOfUsb(2, "1-6:1.0", "Camera", 0);
+  kernel.AddDevice(2);
+  EXPECT_EQ(Run(), ExitCode::kNoCamera);
+  EXPECT_THAT(out.str(),
+              HasSubstr("counts as removable: the kernel does not show whether it can be removed\n"));
+  EXPECT_THAT(out.str(),
+              HasSubstr("not taken: the kernel does not show whether its USB device can be removed\n"));
+  EXPECT_THAT(out.str(), HasSubstr("is inside the PC, run this outside containers and sandboxes, or use a"));
+}
+
+TEST_F(DoctorOnPc, SaysThatTheTakenCameraOffersNoSize) {
+  VideoDeviceSettings settings;
+  settings.formats = {{V4L2_PIX_FMT_YUYV, {Discrete(0, 0, {30})}}};
+  AddLaptopCamera(settings);
+  EXPECT_EQ(Run(), ExitCode::kCannotOpen);
+  EXPECT_THAT(out.str(), HasSubstr("TAKEN: "));
+  EXPECT_THAT(out.str(), HasSubstr("(" + Node(0) + ") is built in, but it offers no picture size\n"));
+}
+
+TEST_F(DoctorOnPc, SaysThatACameraHasNoDriver) {
+  kernel.Tree().AddUsb({"1-5"});
+  EXPECT_EQ(Run(), ExitCode::kNoCamera);
+  EXPECT_THAT(out.str(), HasSubstr("\nCapture devices\n  none seen\n"));
+  EXPECT_THAT(out.str(),
+              HasSubstr("\n  - USB device 1-5 is a camera, but no driver has made a capture device"));
+}
+
+TEST_F(DoctorOnPc, SaysThatANodeIsOutOfReach) {
+  AddLaptopCamera();
+  kernel.Fail(kOpenCall, ENOENT);
+  EXPECT_EQ(Run(), ExitCode::kNoCamera);
+  EXPECT_THAT(out.str(),
+              HasSubstr("not looked into: there is no device behind it, or not where this program may "
+                        "see it (No such file or directory)\n"));
+  EXPECT_THAT(out.str(), HasSubstr("- " + Node(0) + ", " + Node(1) +
+                                   " cannot be opened (No such file or directory): in a container"));
+  EXPECT_THAT(out.str(), Not(HasSubstr("no driver")));
+}
+
+// A tree of a host that says nothing more of its devices.
+class PlainTree : public DeviceTree {
+ public:
+  explicit PlainTree(bool isRemovable, std::string firstFunction = R"(USB\VID_1111&PID_2222&MI_00\HOST)")
+      : m_isRemovable(isRemovable), m_firstFunction(std::move(firstFunction)) {}
+  std::vector<CaptureDevice> CaptureDevices() override {
+    return {{R"(@device:pnp:\\?\usb#vid_1111&pid_2222&mi_00#host#camera)", "Host's camera", "nowhere",
+             m_isRemovable ? "it is plugged in" : "", [] { return std::unique_ptr<CaptureSource>(); }}};
+  }
+  std::vector<UsbDevice> UsbDevices() override {
+    return {{R"(USB\VID_1111&PID_2222\HOST)", m_isRemovable, m_firstFunction}};
+  }
+
+ private:
+  bool m_isRemovable;
+  std::string m_firstFunction;
+};
+
+UsbDetails HostsUsbDevice() {
+  UsbDetails details;
+  details.place = "1-5";
+  details.id = R"(USB\VID_1111&PID_2222\HOST)";
+  details.isRemovable = false;
+  details.source = VerdictSource::kFirmware;
+  details.connectType = "hardwired";
+  return details;
+}
+
+// A camera that comes and goes. The camera library never asks for descriptions, so that these tell when the
+// doctor itself looks.
+class RestlessTree : public PlainTree {
+ public:
+  explicit RestlessTree(bool stays) : PlainTree(false), m_stays(stays) {}
+  std::vector<CaptureDevice> CaptureDevices() override {
+    return std::exchange(m_isThere, m_isThere && m_stays) ? PlainTree::CaptureDevices()
+                                                          : std::vector<CaptureDevice>();
+  }
+  std::vector<UsbDetails> DescribeUsbDevices() override {
+    m_isThere = true;
+    return {HostsUsbDevice()};
+  }
+
+ private:
+  bool m_stays;
+  bool m_isThere = false;
+};
+
+TEST_F(DoctorOnPc, LooksOnceMoreWhenACameraHasCome) {
+  UseDeviceTree(std::make_shared<RestlessTree>(true));
+  EXPECT_EQ(Run(), ExitCode::kCannotOpen);
+  EXPECT_THAT(out.str(), HasSubstr("TAKEN: the first camera"));
+  EXPECT_THAT(out.str(), HasSubstr("Host's camera (nowhere) is built in, but it cannot be read\n"));
+}
+
+TEST_F(DoctorOnPc, SaysThatItSawACameraThatTheLibraryDidNot) {
+  UseDeviceTree(std::make_shared<RestlessTree>(false));
+  EXPECT_EQ(Run(), ExitCode::kNoCamera);
+  EXPECT_THAT(out.str(), HasSubstr("would be taken: the first camera of a USB device, which is built in\n"));
+  EXPECT_THAT(out.str(), HasSubstr("looks built in, but the library did not take it\n"));
+  EXPECT_EQ(Run(true), ExitCode::kNoCamera);
+  EXPECT_THAT(out.str(), HasSubstr(R"("captureDevices":[{"taken":false,)"));
+}
+
+// A tree whose devices change between the doctor's looks: first its USB devices are not described, then its
+// nodes are not yet, or no longer, capture devices.
+class ChangingTree : public PlainTree {
+ public:
+  ChangingTree() : PlainTree(true) {}
+  std::vector<UsbDetails> DescribeUsbDevices() override {
+    return m_usbLooks++ % 2 == 0 ? std::vector<UsbDetails>() : std::vector{HostsUsbDevice()};
+  }
+  std::vector<VideoNodeDetails> DescribeVideoNodes() override {
+    return {{"nowhere", "Node", "1-5", "there is no device behind it", ENODEV},
+            {"gone", "Node", "1-5", "", 0}};
+  }
+
+ private:
+  int m_usbLooks = 0;
+};
+
+TEST_F(DoctorOnPc, SaysNothingThatIsOverOfDevicesThatChange) {
+  UseDeviceTree(std::make_shared<ChangingTree>());
+  EXPECT_EQ(Run(), ExitCode::kNoCamera);
+  EXPECT_THAT(out.str(), Not(HasSubstr("host program")));
+  EXPECT_THAT(out.str(), HasSubstr("  1-5  "));
+  EXPECT_THAT(out.str(), HasSubstr("  nowhere  Host's camera  not taken: it is plugged in\n"));
+  EXPECT_THAT(out.str(), Not(HasSubstr("cannot be opened")));
+  EXPECT_THAT(out.str(), Not(HasSubstr("gone  ")));
+}
+
+TEST_F(DoctorOnPc, TakesTheWordOfAHostProgram) {
+  UseDeviceTree(std::make_shared<PlainTree>(true));
+  EXPECT_EQ(Run(), ExitCode::kNoCamera);
+  EXPECT_THAT(out.str(),
+              HasSubstr(R"(  USB\VID_1111&PID_2222\HOST    can be removed: the host program says so)"));
+  EXPECT_THAT(out.str(), HasSubstr("correct the host program's list of devices\n"));
+  UseDeviceTree(std::make_shared<PlainTree>(false));
+  EXPECT_EQ(Run(true), ExitCode::kCannotOpen);
+  EXPECT_THAT(out.str(), HasSubstr(R"("verdictFrom":"host","verdict":"built in: the host program says so")"));
+  EXPECT_THAT(out.str(), EndsWith("\"otherNodes\":[]}\n"));
+  // A camera whose USB device is not known by it.
+  UseDeviceTree(std::make_shared<PlainTree>(true, R"(USB\VID_1111&PID_2222&MI_02\HOST)"));
+  EXPECT_EQ(Run(), ExitCode::kNoCamera);
+  EXPECT_THAT(out.str(), HasSubstr("Host's camera (nowhere) cannot be used: it is plugged in\n"));
+}
+
+}  // namespace

@@ -1,0 +1,180 @@
+#include "recording/PacketQueue.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <future>
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr milliseconds kNoWait{0};
+constexpr milliseconds kPatience{60000};
+
+Packet OfSize(std::size_t size, std::uint8_t value = 0) {
+  return {std::vector<std::uint8_t>(size, value), Clock::now()};
+}
+
+// A moment after this call began.
+Clock::time_point WaitUntilLater() {
+  const auto begin = Clock::now();
+  auto now = begin;
+  while (now <= begin) {
+    now = Clock::now();
+  }
+  return now;
+}
+
+// A Push on another thread that is known not to have got through yet.
+class WaitingPush {
+ public:
+  explicit WaitingPush(PacketQueue& queue)
+      : m_result(std::async(std::launch::async, [&queue] { return queue.Push(OfSize(1, 99)); })) {
+    EXPECT_EQ(m_result.wait_for(milliseconds(100)), std::future_status::timeout);
+  }
+  bool Result() {
+    EXPECT_EQ(m_result.wait_for(kPatience), std::future_status::ready);
+    return m_result.get();
+  }
+
+ private:
+  std::future<bool> m_result;
+};
+
+TEST(PacketQueue, GivesPacketsInTheirOrder) {
+  PacketQueue queue(100);
+  EXPECT_TRUE(queue.Push(OfSize(1, 1)));
+  EXPECT_TRUE(queue.Push(OfSize(1, 2)));
+  Packet packet;
+  ASSERT_EQ(queue.Pop(packet, kNoWait), Popped::kPacket);
+  EXPECT_EQ(packet.bytes[0], 1);
+  ASSERT_EQ(queue.Pop(packet, kNoWait), Popped::kPacket);
+  EXPECT_EQ(packet.bytes[0], 2);
+  EXPECT_EQ(queue.Pop(packet, kNoWait), Popped::kNothing);
+}
+
+TEST(PacketQueue, TakesAPacketThatIsLargerThanItself) {
+  PacketQueue queue(10);
+  EXPECT_TRUE(queue.Push(OfSize(100)));
+  EXPECT_TRUE(queue.IsFull());
+}
+
+TEST(PacketQueue, MakesPushWaitForRoom) {
+  PacketQueue queue(10);
+  queue.Push(OfSize(10));
+  WaitingPush push(queue);
+  Packet packet;
+  ASSERT_EQ(queue.Pop(packet, kNoWait), Popped::kPacket);
+  EXPECT_TRUE(push.Result());
+  ASSERT_EQ(queue.Pop(packet, kNoWait), Popped::kPacket);
+  EXPECT_EQ(packet.bytes[0], 99);
+}
+
+TEST(PacketQueue, WithoutItsBoundNeverMakesPushWait) {
+  PacketQueue queue(10);
+  queue.Push(OfSize(10));
+  WaitingPush push(queue);
+  queue.LiftBound();
+  EXPECT_TRUE(push.Result());
+  EXPECT_TRUE(queue.Push(OfSize(1000)));
+  EXPECT_FALSE(queue.IsFull());
+}
+
+TEST(PacketQueue, AbandonedRefusesPacketsAndEndsItsReader) {
+  PacketQueue queue(10);
+  queue.Push(OfSize(10));
+  WaitingPush push(queue);
+  queue.Abandon();
+  EXPECT_FALSE(push.Result());
+  EXPECT_FALSE(queue.Push(OfSize(1)));
+  Packet packet;
+  EXPECT_EQ(queue.Pop(packet, kPatience), Popped::kEnd);
+}
+
+TEST(PacketQueue, EndedGivesWhatItHoldsFirst) {
+  PacketQueue queue(10);
+  queue.Push(OfSize(3));
+  queue.End();
+  Packet packet;
+  EXPECT_EQ(queue.Pop(packet, kPatience), Popped::kPacket);
+  EXPECT_EQ(queue.Pop(packet, kPatience), Popped::kEnd);
+}
+
+TEST(PacketQueue, WakesItsReader) {
+  PacketQueue queue(10);
+  auto popped = std::async(std::launch::async, [&queue] {
+    Packet packet;
+    return queue.Pop(packet, kPatience);
+  });
+  queue.Push(OfSize(1));
+  EXPECT_EQ(popped.get(), Popped::kPacket);
+}
+
+TEST(PacketQueue, RemembersWhenTheFirstPacketArrived) {
+  PacketQueue queue(100);
+  EXPECT_EQ(queue.FirstArrival(), std::nullopt);
+  const auto first = Clock::now() - milliseconds(500);
+  queue.Push({{1}, first});
+  EXPECT_EQ(queue.FirstArrival(), first);
+  Packet packet;
+  ASSERT_EQ(queue.Pop(packet, kNoWait), Popped::kPacket);
+  queue.Push(OfSize(1));
+  EXPECT_EQ(queue.FirstArrival(), first);
+}
+
+TEST(PacketQueue, MeasuresTheTimeFromTheFirstArrivalToTheLatest) {
+  PacketQueue queue(100);
+  EXPECT_EQ(queue.ReceivedTime(), milliseconds(0));
+  const auto first = Clock::now() - milliseconds(500);
+  queue.Push({{1}, first});
+  EXPECT_EQ(queue.ReceivedTime(), milliseconds(0));
+  queue.Push({{1}, first + milliseconds(300)});
+  EXPECT_EQ(queue.ReceivedTime(), milliseconds(300));
+  Packet packet;
+  ASSERT_EQ(queue.Pop(packet, kNoWait), Popped::kPacket);
+  EXPECT_EQ(queue.ReceivedTime(), milliseconds(300));
+}
+
+TEST(PacketQueue, IsSilentSinceTheLatestPacketWasStored) {
+  const auto before = Clock::now();
+  PacketQueue queue(100);
+  const milliseconds later(1000);
+  EXPECT_LE(queue.SilentFor(before + later), later);
+  const auto beforePush = Clock::now();
+  queue.Push(OfSize(1));
+  EXPECT_LE(queue.SilentFor(beforePush + later), later);
+  EXPECT_GE(queue.SilentFor(Clock::now() + later), later);
+}
+
+TEST(PacketQueue, IsNotSilentWhileItIsFull) {
+  PacketQueue queue(10);
+  queue.Push(OfSize(10));
+  EXPECT_EQ(queue.SilentFor(Clock::now() + kPatience), Clock::duration::zero());
+}
+
+TEST(PacketQueue, SilenceStartsAnewWhenAFullQueueGetsRoom) {
+  const milliseconds later(1000);
+  for (const bool isLifted : {false, true}) {
+    PacketQueue queue(10);
+    queue.Push(OfSize(10));
+    const auto before = WaitUntilLater();
+    Packet packet;
+    if (isLifted) {
+      queue.LiftBound();
+    } else {
+      ASSERT_EQ(queue.Pop(packet, kNoWait), Popped::kPacket);
+    }
+    EXPECT_LE(queue.SilentFor(before + later), later);
+    EXPECT_GT(queue.SilentFor(Clock::now() + later), Clock::duration::zero());
+  }
+}
+
+TEST(PacketQueue, RemembersALoss) {
+  PacketQueue queue(10);
+  EXPECT_FALSE(queue.HasLoss());
+  queue.NoteLoss();
+  EXPECT_TRUE(queue.HasLoss());
+}
+
+}  // namespace

@@ -1,0 +1,77 @@
+#include "cli/Text.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cwchar>
+
+namespace {
+
+TEST(Decimal, HasAPointAndRounds) {
+  EXPECT_EQ(Decimal(1.25, 1), "1.2");
+  EXPECT_EQ(Decimal(0.999, 2), "1.00");
+  EXPECT_EQ(Decimal(1536.4, 0), "1536");
+  EXPECT_EQ(Decimal(1e300, 1).size(), 303);
+}
+
+TEST(Pad, AlignsAndNeverCuts) {
+  EXPECT_EQ(PadLeft("ab", 4), "  ab");
+  EXPECT_EQ(PadRight("ab", 4), "ab  ");
+  EXPECT_EQ(PadLeft("abcde", 4), "abcde");
+  EXPECT_EQ(PadRight("abcde", 4), "abcde");
+}
+
+TEST(Printable, KeepsTextAndReplacesWhatSteersTerminals) {
+  EXPECT_EQ(Printable("K\u00e4mera \u4e2d \U0001F4F7"), "K\u00e4mera \u4e2d \U0001F4F7");
+  EXPECT_EQ(Printable("a\nb\x1b[31m\x7f"), "a?b?[31m?");
+  EXPECT_EQ(Printable("\u009b31m"), "?31m");
+  EXPECT_EQ(Printable("\x9b"), "\uFFFD");
+}
+
+TEST(Printable, ReplacesWhatTurnsTheDirectionOfTheRest) {
+  // Put together, as no source should have them: U+202A to U+202E and U+2066 to U+2069.
+  for (char last = '\xaa'; last <= '\xae'; ++last) {
+    EXPECT_EQ(Printable(std::string("a\xe2\x80") + last + "b"), "a?b");
+  }
+  for (char last = '\xa6'; last <= '\xa9'; ++last) {
+    EXPECT_EQ(Printable(std::string("a\xe2\x81") + last + "b"), "a?b");
+  }
+  EXPECT_EQ(Printable("\u2029\u202f\u2065\u206a"), "\u2029\u202f\u2065\u206a");
+  EXPECT_EQ(Printable("\u05d0\u0628"), "\u05d0\u0628");
+}
+
+TEST(Json, QuotesAndEscapes) {
+  EXPECT_EQ(JsonString(""), R"("")");
+  EXPECT_EQ(JsonString(R"(a"b\c/)"), R"("a\"b\\c/")");
+  EXPECT_EQ(JsonString("\n\x1f\x7f"), R"("\u000a\u001f\u007f")");
+  EXPECT_EQ(JsonString({"\0", 1}), R"("\u0000")");
+  EXPECT_EQ(JsonString("\u00e4\u4e2d\U0001F4F7"), "\"\u00e4\u4e2d\U0001F4F7\"");
+}
+
+TEST(Json, ReplacesWhatIsNotUtf8) {
+  for (const char* const invalid : {"\xff", "\x80", "\xc0", "\xc1", "\xf5", "\xc3", "\xfe"}) {
+    EXPECT_EQ(JsonString(invalid), "\"\uFFFD\"") << invalid;
+  }
+  // Overlong, a surrogate, beyond the last character, cut off: each byte for itself.
+  EXPECT_EQ(JsonString("\xe0\x80\x80"), "\"\uFFFD\uFFFD\uFFFD\"");
+  EXPECT_EQ(JsonString("\xed\xa0\x80"), "\"\uFFFD\uFFFD\uFFFD\"");
+  EXPECT_EQ(JsonString("\xf4\x90\x80\x80"), "\"\uFFFD\uFFFD\uFFFD\uFFFD\"");
+  EXPECT_EQ(JsonString("\xe4\xb8"
+                       "a"),
+            "\"\uFFFD\uFFFDa\"");
+}
+
+TEST(Utf8, TakesWideTextWithoutALocale) {
+  EXPECT_EQ(Utf8(L"a\u00e4\u4e2d\U0001F4F7"), "a\u00e4\u4e2d\U0001F4F7");
+  EXPECT_EQ(Utf8(std::wstring(1, static_cast<wchar_t>(0xD800))), "\uFFFD");
+  const std::wstring high(1, static_cast<wchar_t>(0xD83D));
+  const std::wstring low(1, static_cast<wchar_t>(0xDCF7));
+  EXPECT_EQ(Utf8(high + low), "\U0001F4F7");
+  EXPECT_EQ(Utf8(low + high), "\uFFFD\uFFFD");
+  EXPECT_EQ(Utf8(high + L"a"), "\uFFFDa");
+  if constexpr (WCHAR_MAX > 0x10FFFF) {
+    EXPECT_EQ(Utf8(std::wstring(1, static_cast<wchar_t>(0x110000))), "\uFFFD");
+  }
+}
+
+}  // namespace

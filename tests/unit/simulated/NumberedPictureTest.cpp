@@ -1,0 +1,227 @@
+// The number and the colours of the numbered picture, and when they are not to be believed.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+#include <set>
+
+#include "encoder/H264Encoder.h"
+#include "support/simulated/Cameras.h"
+#include "support/video/DecodedStream.h"
+
+namespace {
+
+using ::testing::Eq;
+using ::testing::Optional;
+
+constexpr double kGoodColour = 6;
+// Another corner's colour, or its mirror image, is far beyond this.
+constexpr double kWrongColour = 60;
+
+// Bits that change alone and together, up to the last number.
+const std::vector<std::uint32_t> kNumbers{0,      1,        2,        3,        255,     256,
+                                          0x5555, 0xAAAA,   0xFFFF,   0x10000,  0x35F00, 0x555555,
+                                          719,    0x800000, 0xAAAAAA, 0xFEDCBA, 0xFFFFFF};
+
+Yuv Painted(NumberedPicture& painter, std::uint32_t number, std::uint32_t width, std::uint32_t height) {
+  return PictureOf(painter.Paint(number), width, height);
+}
+
+class PictureSize : public ::testing::TestWithParam<std::pair<std::uint32_t, std::uint32_t>> {};
+
+TEST_P(PictureSize, GivesItsNumberAndColoursBack) {
+  const auto [width, height] = GetParam();
+  NumberedPicture painter(width, height);
+  for (const std::uint32_t number : kNumbers) {
+    const Yuv picture = Painted(painter, number, width, height);
+    EXPECT_THAT(NumberIn(picture), Optional(number));
+    EXPECT_LT(ColourError(picture), kGoodColour);
+  }
+}
+
+TEST_P(PictureSize, GivesNothingUpsideDownAndOtherColoursMirrored) {
+  const auto [width, height] = GetParam();
+  NumberedPicture painter(width, height);
+  const std::size_t line = std::size_t{4} * width;
+  // The ball in many places; in fewer for large pictures, which take their time.
+  for (std::uint32_t number = 0; number<720; number += width> 640 ? 101 : 13) {
+    const Bytes upright = painter.Paint(number);
+    Bytes turned(upright.size());
+    Bytes mirrored(upright.size());
+    for (std::size_t y = 0; y < height; ++y) {
+      std::copy_n(&upright[y * line], line, &turned[(height - 1 - y) * line]);
+      for (std::size_t x = 0; x < width; ++x) {
+        std::copy_n(&upright[y * line + 4 * x], 4, &mirrored[y * line + 4 * (width - 1 - x)]);
+      }
+    }
+    EXPECT_EQ(NumberIn(PictureOf(turned, width, height)), std::nullopt) << number;
+    EXPECT_GT(ColourError(PictureOf(turned, width, height)), kWrongColour);
+    EXPECT_GT(ColourError(PictureOf(mirrored, width, height)), kWrongColour);
+  }
+}
+
+TEST_P(PictureSize, IsTheSameForTheSameNumberAndMovesWithEvery) {
+  const auto [width, height] = GetParam();
+  NumberedPicture painter(width, height);
+  NumberedPicture another(width, height);
+  const std::size_t belowBlocks = std::size_t{4} * width * (height / 6);
+  std::set<Bytes> below;
+  for (std::uint32_t number = 0; number < 10; ++number) {
+    const Bytes& picture = painter.Paint(number);
+    below.insert(Bytes(picture.begin() + static_cast<std::ptrdiff_t>(belowBlocks), picture.end()));
+  }
+  EXPECT_EQ(below.size(), 10U);
+  EXPECT_EQ(painter.Paint(7), another.Paint(7));
+  EXPECT_EQ(painter.Paint(0x1000007), another.Paint(7));
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, PictureSize,
+                         ::testing::Values(std::pair{64U, 48U}, std::pair{66U, 50U}, std::pair{64U, 480U},
+                                           std::pair{320U, 240U}, std::pair{640U, 480U},
+                                           std::pair{1280U, 720U}, std::pair{1920U, 1080U}),
+                         [](const auto& tested) {
+                           return std::to_string(tested.param.first) + "x" +
+                                  std::to_string(tested.param.second);
+                         });
+
+TEST(NumberedPicture, GivesItsNumberBackFromLinesWithGapsAndInFullRange) {
+  NumberedPicture painter(320, 240);
+  const Yuv picture = Painted(painter, 0xABCDE, 320, 240);
+  constexpr std::size_t kStride = 384;
+  Bytes luma(kStride * 240, 77);
+  for (std::size_t y = 0; y < 240; ++y) {
+    std::transform(&picture.y[y * 320], &picture.y[y * 320] + 320, &luma[y * kStride],
+                   [](std::uint8_t value) { return static_cast<std::uint8_t>((value - 16) * 255 / 219); });
+  }
+  EXPECT_THAT(ReadFrameNumber(luma.data(), kStride, 320, 240), Optional(Eq(0xABCDEU)));
+}
+
+TEST(NumberedPicture, GivesItsNumberBackThroughNoise) {
+  NumberedPicture painter(320, 240);
+  std::mt19937 random(5);
+  std::normal_distribution<double> noise(0, 60);
+  for (const std::uint32_t number : kNumbers) {
+    Yuv picture = Painted(painter, number, 320, 240);
+    for (std::uint8_t& value : picture.y) {
+      value = static_cast<std::uint8_t>(std::clamp(value + noise(random), 0.0, 255.0));
+    }
+    EXPECT_THAT(NumberIn(picture), Optional(number));
+  }
+}
+
+// The mean of 15 by 15 pixels; blocks are 20 by 20.
+std::uint8_t Blurred(const Yuv& picture, int x, int y) {
+  unsigned sum = 0;
+  for (int i = 0; i < 225; ++i) {
+    const auto fromX = static_cast<std::size_t>(std::clamp(x + i % 15 - 7, 0, 319));
+    const auto fromY = static_cast<std::size_t>(std::clamp(y + i / 15 - 7, 0, 239));
+    sum += picture.y[fromY * 320 + fromX];
+  }
+  return static_cast<std::uint8_t>(sum / 225);
+}
+
+TEST(NumberedPicture, GivesItsNumberBackThroughBlur) {
+  NumberedPicture painter(320, 240);
+  for (const std::uint32_t number : kNumbers) {
+    const Yuv picture = Painted(painter, number, 320, 240);
+    Yuv blurred = picture;
+    auto pixel = blurred.y.begin();
+    for (int y = 0; y < 240; ++y) {
+      for (int x = 0; x < 320; ++x) {
+        *pixel++ = Blurred(picture, x, y);
+      }
+    }
+    EXPECT_THAT(NumberIn(blurred), Optional(number));
+  }
+}
+
+// 150 kbit/s is a tenth of what the camera handler uses, for the smallest picture and its worst quality.
+TEST(NumberedPicture, GivesItsNumberBackFromAStreamOfLowBitRate) {
+  constexpr std::uint32_t kFrames = 90;
+  NumberedPicture painter(320, 240);
+  encoder::H264Encoder encoder;
+  ASSERT_TRUE(encoder.Initialize(Param(320, 240, ColorSpace::kI420, 30, 150, 150)));
+  std::vector<Bytes> packets;
+  for (std::uint32_t number = 0; number < kFrames; ++number) {
+    const Yuv picture = Painted(painter, number, 320, 240);
+    Bytes bytes = picture.y;
+    bytes.insert(bytes.end(), picture.u.begin(), picture.u.end());
+    bytes.insert(bytes.end(), picture.v.begin(), picture.v.end());
+    const auto frame = MakeFrame(bytes, 320, 240, ColorSpace::kI420);
+    ASSERT_NE(frame, nullptr);
+    packets.push_back(Encode(encoder, *frame));
+  }
+  const Decoded decoded = Decode(packets);
+  ASSERT_EQ(decoded.pictures.size(), kFrames);
+  for (std::uint32_t number = 0; number < kFrames; ++number) {
+    EXPECT_THAT(NumberIn(decoded.pictures[number]), Optional(number));
+    EXPECT_LT(ColourError(decoded.pictures[number]), 12);
+  }
+}
+
+// Fills a block of the 32 with one luma.
+void FillBlock(Yuv& picture, std::uint32_t bit, std::uint8_t luma) {
+  for (std::uint32_t y = bit / 16 * 20; y < (bit / 16 + 1) * 20; ++y) {
+    for (std::uint32_t x = bit % 16 * 20; x < (bit % 16 + 1) * 20; ++x) {
+      picture.y[std::size_t{y} * 320 + x] = luma;
+    }
+  }
+}
+
+TEST(NumberedPicture, GivesNothingWhenABlockIsGrey) {
+  NumberedPicture painter(320, 240);
+  for (std::uint32_t bit = 0; bit < 32; ++bit) {
+    Yuv picture = Painted(painter, 0x123456, 320, 240);
+    FillBlock(picture, bit, 126);
+    EXPECT_EQ(NumberIn(picture), std::nullopt) << bit;
+  }
+}
+
+TEST(NumberedPicture, GivesNothingWhenAnyOneOrTwoBlocksAreInverted) {
+  NumberedPicture painter(320, 240);
+  const Yuv right = Painted(painter, 0x123456, 320, 240);
+  const auto invert = [&](Yuv& picture, std::uint32_t bit) {
+    const std::size_t middle = std::size_t{bit / 16 * 20 + 10} * 320 + std::size_t{20} * (bit % 16) + 10;
+    const bool isWhite = right.y[middle] > 128;
+    FillBlock(picture, bit, isWhite ? 16 : 235);
+  };
+  for (std::uint32_t first = 0; first < 32; ++first) {
+    for (std::uint32_t second = first; second < 32; ++second) {
+      Yuv picture = right;
+      invert(picture, first);
+      invert(picture, second);
+      EXPECT_EQ(NumberIn(picture), std::nullopt) << first << " and " << second;
+    }
+  }
+}
+
+TEST(NumberedPicture, GivesNothingOfAPictureWithoutBlocks) {
+  for (const std::uint8_t luma : {std::uint8_t{0}, std::uint8_t{16}, std::uint8_t{235}}) {
+    const Bytes plane(std::size_t{320} * 240, luma);
+    EXPECT_EQ(ReadFrameNumber(plane.data(), 320, 320, 240), std::nullopt);
+  }
+  const Bytes small(16, 0);
+  EXPECT_EQ(ReadFrameNumber(small.data(), 4, 4, 4), std::nullopt);
+}
+
+TEST(NumberedPicture, RefusesSizesThatItCannotShow) {
+  EXPECT_THROW(NumberedPicture(62, 48), std::invalid_argument);
+  EXPECT_THROW(NumberedPicture(64, 46), std::invalid_argument);
+  EXPECT_THROW(NumberedPicture(65, 48), std::invalid_argument);
+  EXPECT_THROW(NumberedPicture(64, 49), std::invalid_argument);
+}
+
+TEST(CornerColours, AreFarOffWithRedAndBlueInTurnOrInAnotherRange) {
+  NumberedPicture painter(320, 240);
+  Yuv swapped = Painted(painter, 5, 320, 240);
+  std::swap(swapped.u, swapped.v);
+  EXPECT_GT(ColourError(swapped), kWrongColour);
+  Yuv full = Painted(painter, 5, 320, 240);
+  for (std::uint8_t& value : full.y) {
+    value = static_cast<std::uint8_t>(std::clamp((value - 16) * 255 / 219, 0, 255));
+  }
+  EXPECT_GT(ColourError(full), 15);
+}
+
+}  // namespace

@@ -1,0 +1,139 @@
+// The devices that the simulated PC presents.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cctype>
+
+#include "support/simulated/Cameras.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+
+std::vector<std::string> NamesOf(SimulatedPc& pc) {
+  std::vector<std::string> names;
+  for (const CaptureDevice& device : pc.CaptureDevices()) {
+    names.push_back(device.name);
+  }
+  return names;
+}
+
+// The id of an interface as it stands in display names.
+std::string InDisplayName(std::string id) {
+  std::transform(id.begin(), id.end(), id.begin(), [](char c) {
+    return c == '\\' ? '#' : static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  });
+  return id;
+}
+
+// The cameras that belong to a USB device which is fixed, or is not.
+std::vector<std::string> CamerasOfDevices(SimulatedPc& pc, bool isRemovable) {
+  std::vector<std::string> names;
+  for (const UsbDevice& usb : pc.UsbDevices()) {
+    for (const CaptureDevice& device : pc.CaptureDevices()) {
+      if (usb.isRemovable == isRemovable && !usb.firstChildId.empty() &&
+          device.displayName.find(InDisplayName(usb.firstChildId)) != std::string::npos) {
+        names.push_back(device.name);
+      }
+    }
+  }
+  return names;
+}
+
+TEST(SimulatedPc, HasACameraInItsLidAndOnePluggedInBeforeIt) {
+  SimulatedPc pc;
+  const std::vector<CaptureDevice> devices = pc.CaptureDevices();
+  ASSERT_EQ(devices.size(), 2U);
+  EXPECT_EQ(devices[0].name, "USB Camera");
+  EXPECT_THAT(devices[0].whyNotBuiltIn, HasSubstr("plugged in"));
+  EXPECT_EQ(devices[0].displayName, R"(@device:pnp:\\?\usb#vid_046d&pid_0825&mi_00#simulated-2.1&0000)"
+                                    R"(#{65e8773d-8f56-11d0-a3b9-00a0c9223196}\video-index0)");
+  EXPECT_EQ(devices[1].name, "Integrated Camera");
+  EXPECT_EQ(devices[1].whyNotBuiltIn, "");
+  EXPECT_EQ(devices[1].displayName, R"(@device:pnp:\\?\usb#vid_04f2&pid_b6be&mi_00#simulated-1.5&0000)"
+                                    R"(#{65e8773d-8f56-11d0-a3b9-00a0c9223196}\video-index0)");
+  for (const CaptureDevice& device : devices) {
+    EXPECT_EQ(device.node, "simulated");
+  }
+}
+
+TEST(SimulatedPc, HasFixedUsbDevicesThatAreNoCameras) {
+  SimulatedPc pc;
+  std::vector<std::string> ids;
+  bool hasFixedWithoutChild = false;
+  for (const UsbDevice& device : pc.UsbDevices()) {
+    ids.push_back(device.id);
+    hasFixedWithoutChild = hasFixedWithoutChild || (!device.isRemovable && device.firstChildId.empty());
+  }
+  EXPECT_THAT(ids, ElementsAre(HasSubstr("VID_8087"), HasSubstr("VID_046D&PID_0825"),
+                               HasSubstr("VID_04F2&PID_B6BE"), HasSubstr("VID_27C6")));
+  EXPECT_TRUE(hasFixedWithoutChild);
+}
+
+TEST(SimulatedPc, HasOneCameraOnAFixedUsbDevice) {
+  SimulatedPc pc;
+  EXPECT_THAT(CamerasOfDevices(pc, false), ElementsAre("Integrated Camera"));
+  EXPECT_THAT(CamerasOfDevices(pc, true), ElementsAre("USB Camera"));
+}
+
+TEST(SimulatedPc, CanBeWithoutEitherCamera) {
+  SimulatedPcSettings settings;
+  settings.hasBuiltInCamera = false;
+  SimulatedPc plugInOnly(settings);
+  EXPECT_THAT(NamesOf(plugInOnly), ElementsAre("USB Camera"));
+  EXPECT_THAT(CamerasOfDevices(plugInOnly, false), IsEmpty());
+  // What is done to a camera that is not there does nothing.
+  plugInOnly.RemoveBuiltInCamera();
+  plugInOnly.ReturnBuiltInCamera();
+  plugInOnly.Freeze(true);
+  EXPECT_THAT(NamesOf(plugInOnly), ElementsAre("USB Camera"));
+
+  settings.hasPlugInCamera = false;
+  SimulatedPc none(settings);
+  EXPECT_THAT(NamesOf(none), IsEmpty());
+  EXPECT_THAT(none.UsbDevices(), Not(IsEmpty()));
+
+  settings.hasBuiltInCamera = true;
+  SimulatedPc builtInOnly(settings);
+  EXPECT_THAT(NamesOf(builtInOnly), ElementsAre("Integrated Camera"));
+  EXPECT_THAT(CamerasOfDevices(builtInOnly, false), ElementsAre("Integrated Camera"));
+}
+
+TEST(SimulatedPc, LosesItsCameraAndGetsItBack) {
+  SimulatedPc pc;
+  const std::size_t usbDevices = pc.UsbDevices().size();
+  pc.RemoveBuiltInCamera();
+  EXPECT_THAT(NamesOf(pc), ElementsAre("USB Camera"));
+  EXPECT_EQ(pc.UsbDevices().size(), usbDevices - 1);
+  EXPECT_THAT(CamerasOfDevices(pc, false), IsEmpty());
+  pc.ReturnBuiltInCamera();
+  EXPECT_THAT(NamesOf(pc), ElementsAre("USB Camera", "Integrated Camera"));
+  EXPECT_THAT(CamerasOfDevices(pc, false), ElementsAre("Integrated Camera"));
+}
+
+TEST(SimulatedPc, MakesSourcesOfDevicesThatWereListedBeforeTheCameraWent) {
+  SimulatedPc pc(Unpaced());
+  const CaptureDevice device = pc.CaptureDevices().at(1);
+  pc.RemoveBuiltInCamera();
+  const auto source = device.makeSource();
+  ASSERT_NE(source, nullptr);
+  EXPECT_EQ(StartWith(*source, MakeFormat(kYuyv, 320, 240)), kDeviceGone);
+  pc.ReturnBuiltInCamera();
+  EXPECT_EQ(StartWith(*source, MakeFormat(kYuyv, 320, 240)), S_OK);
+}
+
+TEST(SimulatedPc, RefusesFormatsThatItsCameraCannotDeliver) {
+  for (const VideoFormat& format :
+       {MakeFormat(FourCc("NV12"), 640, 480), MakeFormat(kYuyv, 62, 48), MakeFormat(kYuyv, 64, 46),
+        MakeFormat(kYuyv, 321, 240), MakeFormat(kMjpg, 320, 241), VideoFormat{kYuyv, 320, 240, 0}}) {
+    SimulatedPcSettings settings;
+    settings.formats = {format};
+    EXPECT_THROW(SimulatedPc{settings}, std::invalid_argument);
+  }
+}
+
+}  // namespace

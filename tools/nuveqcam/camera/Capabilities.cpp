@@ -1,0 +1,67 @@
+#include "camera/Capabilities.h"
+
+#include <algorithm>
+
+namespace {
+
+constexpr Size kPreferredSize{1280, 720};
+constexpr std::uint32_t kPreferredFps = 30;
+
+std::uint64_t AreaOf(const Size& size) { return std::uint64_t{size.width} * size.height; }
+
+bool IsSmaller(const Size& a, const Size& b) { return AreaOf(a) < AreaOf(b); }
+
+bool IsWithinPreferred(const Size& size) {
+  return size.width <= kPreferredSize.width && size.height <= kPreferredSize.height;
+}
+
+// 29.97 is asked for as 30; what the camera makes of it is its own matter.
+std::uint32_t WholeFps(std::uint32_t rate) {
+  return std::max<std::uint32_t>(1, static_cast<std::uint32_t>((std::uint64_t{rate} + 500) / 1000));
+}
+
+}  // namespace
+
+std::optional<Size> ChooseSize(const std::vector<Size>& sizes) {
+  if (sizes.empty()) {
+    return std::nullopt;
+  }
+  std::optional<Size> best;
+  for (const Size& size : sizes) {
+    if (IsWithinPreferred(size) && (!best || IsSmaller(*best, size))) {
+      best = size;
+    }
+  }
+  return best ? best : *std::min_element(sizes.begin(), sizes.end(), IsSmaller);
+}
+
+std::uint32_t ChooseFps(const std::vector<std::uint32_t>& rates) {
+  if (rates.empty()) {
+    return kPreferredFps;
+  }
+  std::uint32_t below = 0;
+  std::uint32_t lowest = WholeFps(rates.front());
+  for (const std::uint32_t rate : rates) {
+    const std::uint32_t fps = WholeFps(rate);
+    lowest = std::min(lowest, fps);
+    if (fps <= kPreferredFps) {
+      below = std::max(below, fps);
+    }
+  }
+  return below != 0 ? below : lowest;
+}
+
+std::string ToText(const Size& size) {
+  return std::to_string(size.width) + "x" + std::to_string(size.height);
+}
+
+std::string RateText(std::uint32_t rate) {
+  std::string text = std::to_string(rate / 1000);
+  const std::uint32_t thousandths = rate % 1000;
+  if (thousandths == 0) {
+    return text;
+  }
+  std::string decimals = std::to_string(1000 + thousandths).substr(1);
+  decimals.erase(decimals.find_last_not_of('0') + 1);
+  return text + "." + decimals;
+}

@@ -1,0 +1,138 @@
+#include "camera/LibraryLog.h"
+
+#include <charconv>
+#include <deque>
+#include <mutex>
+#include <ostream>
+#include <utility>
+
+#include <log4cplus/layout.h>
+#include <log4cplus/logger.h>
+#include <log4cplus/spi/loggingevent.h>
+
+#include "cli/Text.h"
+
+namespace {
+
+constexpr const wchar_t* kLoggerName = L"nuveq.camera";
+constexpr std::size_t kKeptLines = 24;
+
+bool Contains(const std::string& text, const char* part) { return text.find(part) != std::string::npos; }
+
+// "[CameraOperator]AddFilter fail, error: -1(CameraOperator::AddDeviceFilter)"
+std::string WithoutSource(std::string line) {
+  const std::size_t function = line.rfind('(');
+  if (function != std::string::npos && line.ends_with(')')) {
+    line.erase(function);
+  }
+  const std::size_t tagEnd = line.find(']');
+  if (tagEnd != std::string::npos && line.starts_with('[')) {
+    line.erase(0, tagEnd + 1);
+  }
+  return line;
+}
+
+}  // namespace
+
+// Not log4cplus's console appender: that writes wide characters, after which the narrow text of the tool's
+// own messages could no longer be written to the same stream, and it depends on the locale.
+class LibraryLog::Appender : public log4cplus::Appender {
+ public:
+  explicit Appender(std::ostream* shown) : m_shown(shown) {
+    setLayout(std::make_unique<log4cplus::PatternLayout>(L"%D{%H:%M:%S.%q} %-5p %m%n"));
+  }
+  Appender(const Appender&) = delete;
+  Appender& operator=(const Appender&) = delete;
+  ~Appender() override { destructorImpl(); }
+
+  void close() override { closed = true; }
+
+  void Forget() {
+    const std::lock_guard lock(m_mutex);
+    m_lines.clear();
+  }
+  std::vector<std::string> Lines() const {
+    const std::lock_guard lock(m_mutex);
+    return {m_lines.begin(), m_lines.end()};
+  }
+
+ protected:
+  void append(const log4cplus::spi::InternalLoggingEvent& event) override {
+    if (m_shown != nullptr) {
+      std::string line = Utf8(formatEvent(event));
+      line.resize(std::min(line.size(), line.find('\n')));
+      *m_shown << Printable(line) << "\n" << std::flush;
+    }
+    const std::lock_guard lock(m_mutex);
+    m_lines.push_back(Utf8(event.getMessage()));
+    if (m_lines.size() > kKeptLines) {
+      m_lines.pop_front();
+    }
+  }
+
+ private:
+  std::ostream* m_shown;
+  mutable std::mutex m_mutex;
+  std::deque<std::string> m_lines;
+};
+
+LibraryLog::LibraryLog(std::ostream* shown) : m_appender(new Appender(shown)) {
+  log4cplus::Logger::getInstance(kLoggerName).addAppender(log4cplus::SharedAppenderPtr(m_appender.get()));
+}
+
+LibraryLog::~LibraryLog() {
+  log4cplus::Logger::getInstance(kLoggerName).removeAppender(log4cplus::SharedAppenderPtr(m_appender.get()));
+}
+
+void LibraryLog::Forget() { m_appender->Forget(); }
+
+std::vector<std::string> LibraryLog::Lines() const { return m_appender->Lines(); }
+
+std::string FailingStep(const std::vector<std::string>& lines) {
+  // The innermost step reports first, the calls around it after it; and only the innermost has a code.
+  std::string step;
+  for (const std::string& line : lines) {
+    if (ErrorCodeIn(line)) {
+      return WithoutSource(line);
+    }
+    if (step.empty() && Contains(line, "fail")) {
+      step = WithoutSource(line);
+    }
+  }
+  return step;
+}
+
+std::optional<std::uint32_t> ErrorCodeIn(const std::string& line) {
+  constexpr std::string_view kMark = "error:";
+  const std::size_t mark = line.find(kMark);
+  if (mark == std::string::npos) {
+    return std::nullopt;
+  }
+  const std::size_t digits = line.find_first_not_of(' ', mark + kMark.size());
+  if (digits == std::string::npos) {
+    return std::nullopt;
+  }
+  std::int32_t code = 0;
+  const auto [end, error] = std::from_chars(line.data() + digits, line.data() + line.size(), code);
+  if (error != std::errc{}) {
+    return std::nullopt;
+  }
+  return static_cast<std::uint32_t>(code);
+}
+
+std::optional<Explanation> Explain(std::uint32_t errorCode) {
+  for (const Explanation& known : KnownExplanations()) {
+    if (known.code == errorCode) {
+      return known;
+    }
+  }
+  return std::nullopt;
+}
+
+std::string ReasonText(const std::vector<std::string>& lines, const std::string& otherwise) {
+  const std::string step = FailingStep(lines);
+  const std::optional<std::uint32_t> code = ErrorCodeIn(step);
+  const std::optional<Explanation> known = code ? Explain(*code) : std::nullopt;
+  const std::string said = step.empty() ? "" : " (the library said: " + Printable(step) + ")";
+  return known ? std::string(": ") + known->cause + "; " + known->nextStep + said : said + "; " + otherwise;
+}

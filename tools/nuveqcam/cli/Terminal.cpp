@@ -1,0 +1,28 @@
+#include "cli/Terminal.h"
+
+#include <ostream>
+
+#include "cli/Text.h"
+
+std::string ProgressText(const Progress& progress) {
+  const double fps = progress.seconds > 0 ? static_cast<double>(progress.frames) / progress.seconds : 0;
+  const double kbits =
+      progress.seconds > 0 ? static_cast<double>(progress.bytes) * 8 / 1000 / progress.seconds : 0;
+  return PadLeft(Decimal(progress.seconds, 1), 7) + " s  " + PadLeft(std::to_string(progress.frames), 7) +
+         " frames  " + PadLeft(Decimal(fps, 1), 5) + " fps  " + PadLeft(Decimal(kbits, 0), 6) + " kbit/s";
+}
+
+void ProgressLine::Show(const Progress& progress) {
+  if (m_console.isErrTerminal) {
+    // The text never gets shorter, so that nothing of an earlier one is left over.
+    m_console.err << '\r' + ProgressText(progress) << std::flush;
+    m_isShown = true;
+  }
+}
+
+void ProgressLine::End() {
+  if (m_isShown) {
+    m_console.err << std::endl;
+    m_isShown = false;
+  }
+}

@@ -1,0 +1,42 @@
+#include "cli/WideText.h"
+
+#include <windows.h>
+
+#include <array>
+#include <charconv>
+
+#include "cli/Text.h"
+
+namespace {
+
+std::string NumberText(unsigned long code) {
+  std::array<char, 16> digits{};
+  const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), code, 16).ptr;
+  return "error 0x" + std::string(digits.data(), end);
+}
+
+}  // namespace
+
+std::wstring Wide(std::string_view text) {
+  if (text.empty()) {
+    return {};
+  }
+  const int bytes = static_cast<int>(text.size());
+  const int length = MultiByteToWideChar(CP_UTF8, 0, text.data(), bytes, nullptr, 0);
+  std::wstring wide(static_cast<std::size_t>(length), L'\0');
+  MultiByteToWideChar(CP_UTF8, 0, text.data(), bytes, wide.data(), length);
+  return wide;
+}
+
+std::string SystemMessage(unsigned long code) {
+  std::array<wchar_t, 512> text{};
+  const DWORD length = FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
+                                      code, 0, text.data(), static_cast<DWORD>(text.size()), nullptr);
+  // The system's messages are sentences with an end of line.
+  std::wstring_view message(text.data(), length);
+  const std::size_t last = message.find_last_not_of(L" \t\r\n.");
+  message = message.substr(0, last + 1);
+  return message.empty() ? NumberText(code) : Utf8(message);
+}
+
+std::string ComMessage(long result) { return SystemMessage(static_cast<unsigned long>(result)); }

@@ -1,0 +1,11 @@
+// Why a USB device counts as removable or as built in, in words.
+#pragma once
+
+#include <string>
+
+#include "devices/DeviceDetails.h"
+
+// "firmware": a word that programs can rely on.
+std::string VerdictWord(VerdictSource source);
+// "built in: the firmware (ACPI) says that its port is hard-wired"
+std::string VerdictText(const UsbDetails& details);

@@ -1,0 +1,141 @@
+#include "recording/Mp4Writer.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <utility>
+
+#include "cli/Failure.h"
+#include "recording/AnnexB.h"
+
+namespace {
+
+constexpr int kTicksPerSecond = 90000;
+constexpr int kBufferSize = 64 * 1024;
+
+// The size is what the stream says, not what was asked for: the encoder leaves out an odd line.
+void ReadSize(const Packet& packet, AVCodecParameters& parameters) {
+  const auto parser = OwnLibav(av_parser_init(AV_CODEC_ID_H264));
+  const auto context = OwnLibav(avcodec_alloc_context3(nullptr));
+  parser->flags |= PARSER_FLAG_COMPLETE_FRAMES;
+  // libav reads a little past the end.
+  std::vector<std::uint8_t> bytes = packet.bytes;
+  bytes.resize(bytes.size() + AV_INPUT_BUFFER_PADDING_SIZE);
+  std::uint8_t* unit = nullptr;
+  int unitSize = 0;
+  av_parser_parse2(parser.get(), context.get(), &unit, &unitSize, bytes.data(),
+                   static_cast<int>(packet.bytes.size()), AV_NOPTS_VALUE, AV_NOPTS_VALUE, 0);
+  if (parser->width <= 0 || parser->height <= 0) {
+    throw Failure(
+        ExitCode::kCannotWrite,
+        "cannot begin the MP4 file: the picture size cannot be read from the stream; try .h264 with -o");
+  }
+  parameters.width = parser->width;
+  parameters.height = parser->height;
+}
+
+void SetExtradata(const std::vector<std::uint8_t>& bytes, AVCodecParameters& parameters) {
+  parameters.extradata = static_cast<std::uint8_t*>(av_mallocz(bytes.size() + AV_INPUT_BUFFER_PADDING_SIZE));
+  if (parameters.extradata == nullptr) {
+    throw std::bad_alloc();
+  }
+  std::memcpy(parameters.extradata, bytes.data(), bytes.size());
+  parameters.extradata_size = static_cast<int>(bytes.size());
+}
+
+}  // namespace
+
+Mp4Writer::Mp4Writer(OutputFile& file, std::uint32_t fps)
+    : m_file(file), m_frameTime(kTicksPerSecond / std::max<std::uint32_t>(fps, 1)) {
+  if (!file.CanSeek()) {
+    throw Failure(ExitCode::kCannotWrite, "cannot write " + file.Name() +
+                                              ": an MP4 file needs a place that can be rewound; choose a "
+                                              "regular file, or .h264, with -o");
+  }
+}
+
+void Mp4Writer::Write(const Packet& packet, FrameClock::Seconds time) {
+  if (m_track == nullptr) {
+    Begin(packet);
+  }
+  // The packet belongs to the queue's reader: the container writes it out before it returns.
+  m_packet->data =
+      const_cast<std::uint8_t*>(packet.bytes.data());  // NOLINT(cppcoreguidelines-pro-type-const-cast)
+  m_packet->size = static_cast<int>(packet.bytes.size());
+  m_packet->stream_index = m_track->index;
+  m_packet->flags = IsKeyFrame(packet.bytes) ? AV_PKT_FLAG_KEY : 0;
+  const AVRational ticks{1, kTicksPerSecond};
+  m_packet->pts = av_rescale_q(std::llround(time.count() * kTicksPerSecond), ticks, m_track->time_base);
+  m_packet->dts = m_packet->pts;
+  m_packet->duration = av_rescale_q(m_frameTime, ticks, m_track->time_base);
+  Check(av_write_frame(m_container.get(), m_packet.get()), "write the MP4 file");
+}
+
+void Mp4Writer::Begin(const Packet& first) {
+  const std::vector<std::uint8_t> sets = ParameterSets(first.bytes);
+  if (sets.empty() || !IsKeyFrame(first.bytes)) {
+    throw Failure(
+        ExitCode::kUnexpected,
+        "the stream does not begin with a key frame; record to an .h264 file instead, or report this");
+  }
+  m_io = OwnLibav(avio_alloc_context(static_cast<unsigned char*>(av_malloc(kBufferSize)), kBufferSize, 1,
+                                     this, nullptr, WriteBytes, Seek));
+  AVFormatContext* container = nullptr;
+  avformat_alloc_output_context2(&container, nullptr, "mp4", nullptr);
+  m_container = OwnLibav(container);
+  m_container->pb = m_io.get();
+  // A full disk is met with the packet that does not fit, not some time later.
+  m_container->flush_packets = 1;
+  m_packet = OwnLibav(av_packet_alloc());
+  AVStream* const track = avformat_new_stream(m_container.get(), nullptr);
+  if (track == nullptr) {
+    throw std::bad_alloc();
+  }
+  track->time_base = {1, kTicksPerSecond};
+  track->codecpar->codec_type = AVMEDIA_TYPE_VIDEO;
+  track->codecpar->codec_id = AV_CODEC_ID_H264;
+  track->codecpar->format = AV_PIX_FMT_YUV420P;
+  ReadSize(first, *track->codecpar);
+  // From parameter sets in Annex B form the container knows to convert the packets too.
+  SetExtradata(sets, *track->codecpar);
+  Check(avformat_write_header(m_container.get(), nullptr), "begin the MP4 file");
+  m_track = track;
+}
+
+void Mp4Writer::Finish() {
+  if (m_track != nullptr) {
+    Check(av_write_trailer(m_container.get()), "complete the MP4 file");
+  }
+  m_file.Close();
+}
+
+void Mp4Writer::Check(int result, const char* what) {
+  if (m_writeFailure != nullptr) {
+    std::rethrow_exception(std::exchange(m_writeFailure, nullptr));
+  }
+  RequireLibav(result, what);
+}
+
+// No exception may pass through libav.
+int Mp4Writer::WriteBytes(void* self, std::uint8_t* bytes, int size) {
+  auto& writer = *static_cast<Mp4Writer*>(self);
+  if (writer.m_writeFailure != nullptr) {
+    return AVERROR(EIO);
+  }
+  try {
+    writer.m_file.Write({bytes, static_cast<std::size_t>(size)});
+    return size;
+  } catch (...) {
+    writer.m_writeFailure = std::current_exception();
+    return AVERROR(EIO);
+  }
+}
+
+std::int64_t Mp4Writer::Seek(void* self, std::int64_t offset, int whence) {
+  if (whence != SEEK_SET && whence != SEEK_CUR && whence != SEEK_END) {
+    return AVERROR(ENOSYS);
+  }
+  const std::int64_t position = static_cast<Mp4Writer*>(self)->m_file.Seek(offset, whence);
+  return position < 0 ? AVERROR(EIO) : position;
+}

@@ -1,0 +1,98 @@
+#include "recording/PacketQueue.h"
+
+#include <utility>
+
+PacketQueue::PacketQueue(std::size_t capacity) : m_capacity(capacity) {}
+
+bool PacketQueue::Push(Packet packet) {
+  std::unique_lock lock(m_mutex);
+  m_hasRoom.wait(lock, [&] { return m_isAbandoned || !IsFullLocked(); });
+  if (m_isAbandoned) {
+    return false;
+  }
+  const std::size_t size = packet.bytes.size();
+  const Clock::time_point arrival = packet.arrival;
+  m_packets.push_back(std::move(packet));
+  m_bytes += size;
+  m_firstArrival = m_firstArrival.value_or(arrival);
+  m_receivedTime = arrival - *m_firstArrival;
+  m_waitingSince = Clock::now();
+  m_hasPacket.notify_one();
+  return true;
+}
+
+Popped PacketQueue::Pop(Packet& packet, std::chrono::milliseconds limit) {
+  std::unique_lock lock(m_mutex);
+  m_hasPacket.wait_for(lock, limit, [&] { return m_isEnded || m_isAbandoned || !m_packets.empty(); });
+  if (m_isAbandoned || (m_isEnded && m_packets.empty())) {
+    return Popped::kEnd;
+  }
+  if (m_packets.empty()) {
+    return Popped::kNothing;
+  }
+  const bool wasFull = IsFullLocked();
+  packet = std::move(m_packets.front());
+  m_packets.pop_front();
+  m_bytes -= packet.bytes.size();
+  NoteRoomLocked(wasFull);
+  m_hasRoom.notify_one();
+  return Popped::kPacket;
+}
+
+void PacketQueue::LiftBound() {
+  const std::lock_guard lock(m_mutex);
+  const bool wasFull = IsFullLocked();
+  m_isUnbounded = true;
+  NoteRoomLocked(wasFull);
+  m_hasRoom.notify_all();
+}
+
+void PacketQueue::End() {
+  const std::lock_guard lock(m_mutex);
+  m_isEnded = true;
+  m_hasPacket.notify_all();
+}
+
+void PacketQueue::Abandon() {
+  const std::lock_guard lock(m_mutex);
+  m_isAbandoned = true;
+  m_hasRoom.notify_all();
+  m_hasPacket.notify_all();
+}
+
+void PacketQueue::NoteLoss() {
+  const std::lock_guard lock(m_mutex);
+  m_hasLoss = true;
+}
+
+bool PacketQueue::HasLoss() const {
+  const std::lock_guard lock(m_mutex);
+  return m_hasLoss;
+}
+
+bool PacketQueue::IsFull() const {
+  const std::lock_guard lock(m_mutex);
+  return IsFullLocked();
+}
+
+std::optional<Clock::time_point> PacketQueue::FirstArrival() const {
+  const std::lock_guard lock(m_mutex);
+  return m_firstArrival;
+}
+
+Clock::duration PacketQueue::ReceivedTime() const {
+  const std::lock_guard lock(m_mutex);
+  return m_receivedTime;
+}
+
+Clock::duration PacketQueue::SilentFor(Clock::time_point now) const {
+  const std::lock_guard lock(m_mutex);
+  return IsFullLocked() ? Clock::duration::zero() : now - m_waitingSince;
+}
+
+// The wait for the camera begins anew: until now it waited for the reader.
+void PacketQueue::NoteRoomLocked(bool wasFull) {
+  if (wasFull && !IsFullLocked()) {
+    m_waitingSince = Clock::now();
+  }
+}

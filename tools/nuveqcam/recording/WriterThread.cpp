@@ -1,0 +1,67 @@
+#include "recording/WriterThread.h"
+
+#include <utility>
+
+#include "recording/AnnexB.h"
+
+namespace {
+
+// Only how often an idle thread looks around; a packet or the end wakes it at once.
+constexpr std::chrono::milliseconds kLimit{1000};
+
+}  // namespace
+
+WriterThread::WriterThread(PacketQueue& queue, PacketWriter& writer, std::uint32_t fps)
+    : m_queue(queue), m_writer(writer), m_lastFrame(1.0 / fps), m_clock(fps), m_thread([this] { Run(); }) {}
+
+WriterThread::~WriterThread() {
+  if (m_thread.joinable()) {
+    m_queue.Abandon();
+    m_thread.join();
+  }
+}
+
+Written WriterThread::Count() const {
+  const std::lock_guard lock(m_mutex);
+  return m_count;
+}
+
+void WriterThread::Finish() {
+  m_queue.End();
+  m_thread.join();
+  if (m_failure != nullptr) {
+    std::rethrow_exception(std::exchange(m_failure, nullptr));
+  }
+  m_writer.Finish();
+}
+
+void WriterThread::Run() {
+  try {
+    WriteAll();
+  } catch (...) {
+    m_failure = std::current_exception();
+    m_hasFailed = true;
+    m_queue.Abandon();
+  }
+}
+
+void WriterThread::WriteAll() {
+  Packet packet;
+  for (;;) {
+    const Popped popped = m_queue.Pop(packet, kLimit);
+    if (popped == Popped::kEnd) {
+      return;
+    }
+    if (popped == Popped::kNothing) {
+      continue;
+    }
+    const FrameClock::Seconds time = m_clock.TimeOf(packet.arrival);
+    m_writer.Write(packet, time);
+    const bool isKeyFrame = IsKeyFrame(packet.bytes);
+    const std::lock_guard lock(m_mutex);
+    ++m_count.frames;
+    m_count.keyFrames += isKeyFrame ? 1 : 0;
+    m_count.bytes += packet.bytes.size();
+    m_count.duration = time + m_lastFrame;
+  }
+}
