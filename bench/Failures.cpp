@@ -16,7 +16,7 @@ void Fail(benchmark::State& state, const std::string& reason) {
   state.SkipWithError(reason.c_str());
 }
 
-void Guarded(benchmark::State& state, const std::function<void()>& body) {
+void ReportExceptions(benchmark::State& state, const std::function<void()>& body) {
   try {
     body();
   } catch (const std::exception& error) {

@@ -9,7 +9,7 @@
 // Ends a benchmark, which returns then, with the reason in its line.
 void Fail(benchmark::State& state, const std::string& reason);
 // Runs a benchmark's body; one that throws is a failure, with its words.
-void Guarded(benchmark::State& state, const std::function<void()>& body);
+void ReportExceptions(benchmark::State& state, const std::function<void()>& body);
 
 // Runs the registered benchmarks by the program's arguments. What main is to answer: 1 for wrong arguments,
 // and when a benchmark has failed.

@@ -12,18 +12,18 @@ using ReferenceTime = std::chrono::duration<REFERENCE_TIME, std::ratio<1, 10'000
 
 }  // namespace
 
-FileCamera::FileCamera(std::string path, const VideoFormat& format, FilePace pace)
+FileCamera::FileCamera(std::string path, const graph::VideoFormat& format, FilePace pace)
     : m_path(std::move(path)),
       m_format(format),
       m_pace(pace),
       m_picture(std::size_t{format.width} * format.height * 2) {}
 
-HRESULT FileCamera::ListFormats(std::vector<VideoFormat>& formats) {
+HRESULT FileCamera::ListFormats(std::vector<graph::VideoFormat>& formats) {
   formats = {m_format};
   return S_OK;
 }
 
-HRESULT FileCamera::SetFormat(VideoFormat& format) {
+HRESULT FileCamera::SetFormat(graph::VideoFormat& format) {
   if (format.fourCc != m_format.fourCc || format.width != m_format.width ||
       format.height != m_format.height) {
     return VFW_E_INVALIDMEDIATYPE;
@@ -38,7 +38,7 @@ HRESULT FileCamera::Start() {
   m_file.rdbuf()->pubsetbuf(nullptr, 0);
   m_file.open(m_path, std::ios::binary);
   if (!m_file) {
-    return kDeviceIoError;
+    return com::kDeviceIoError;
   }
   m_number = 0;
   m_start = Clock::now();
@@ -47,7 +47,7 @@ HRESULT FileCamera::Start() {
   return S_OK;
 }
 
-CaptureSource::Deadline FileCamera::Due() const {
+graph::CaptureSource::Deadline FileCamera::Due() const {
   if (!m_file) {
     return Deadline::max();
   }
@@ -56,37 +56,37 @@ CaptureSource::Deadline FileCamera::Due() const {
                                         : m_start;
 }
 
-Arrival FileCamera::Next(Deadline deadline, CapturedFrame& frame) {
+graph::CaptureResult FileCamera::Next(Deadline deadline, graph::CapturedFrame& frame) {
   {
     std::unique_lock lock(m_mutex);
     if (m_isWoken) {
-      return Arrival::kWoken;
+      return graph::CaptureResult::kInterrupted;
     }
     const Deadline due = Due();
     if (due > Clock::now()) {
       if (m_woken.wait_until(lock, std::min(due, deadline), [this] { return m_isWoken; })) {
-        return Arrival::kWoken;
+        return graph::CaptureResult::kInterrupted;
       }
       if (due > deadline) {
-        return Arrival::kNothing;
+        return graph::CaptureResult::kTimeout;
       }
     }
   }
   if (!m_file.read(m_picture.data(), static_cast<std::streamsize>(m_picture.size()))) {
-    return Arrival::kNothing;
+    return graph::CaptureResult::kTimeout;
   }
   frame.data = reinterpret_cast<std::uint8_t*>(m_picture.data());
   frame.size = m_picture.size();
   frame.buffer = 0;
   frame.time = std::chrono::duration<double>(ReferenceTime(m_format.interval) * m_number++).count();
-  return Arrival::kFrame;
+  return graph::CaptureResult::kFrame;
 }
 
-void FileCamera::Recycle(const CapturedFrame& /*frame*/) {}
+void FileCamera::Recycle(const graph::CapturedFrame& /*frame*/) {}
 
 void FileCamera::Stop() { m_file.close(); }
 
-void FileCamera::Wake() {
+void FileCamera::Interrupt() {
   {
     const std::lock_guard lock(m_mutex);
     m_isWoken = true;
@@ -94,7 +94,7 @@ void FileCamera::Wake() {
   m_woken.notify_all();
 }
 
-std::vector<CaptureDevice> FilePc::CaptureDevices() {
+std::vector<devices::CaptureDevice> FilePc::CaptureDevices() {
   return {{R"(@device:pnp:\\?\usb#vid_04f2&pid_b6be&mi_00#file-1.5&0000)"
            R"(#{65e8773d-8f56-11d0-a3b9-00a0c9223196}\video-index0)",
            "File Camera", m_path, "", [path = m_path, format = m_format, pace = m_pace] {
@@ -102,6 +102,6 @@ std::vector<CaptureDevice> FilePc::CaptureDevices() {
            }}};
 }
 
-std::vector<UsbDevice> FilePc::UsbDevices() {
+std::vector<devices::UsbDevice> FilePc::UsbDevices() {
   return {{R"(USB\VID_04F2&PID_B6BE\FILE-1.5)", false, R"(USB\VID_04F2&PID_B6BE&MI_00\FILE-1.5&0000)"}};
 }

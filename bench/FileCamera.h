@@ -16,25 +16,25 @@ enum class FilePace {
   kFrameRate,  // frame n not before n frame times after the start, as a camera
 };
 
-class FileCamera final : public CaptureSource {
+class FileCamera final : public graph::CaptureSource {
  public:
-  FileCamera(std::string path, const VideoFormat& format, FilePace pace);
+  FileCamera(std::string path, const graph::VideoFormat& format, FilePace pace);
 
-  HRESULT ListFormats(std::vector<VideoFormat>& formats) override;
-  HRESULT SetFormat(VideoFormat& format) override;
+  HRESULT ListFormats(std::vector<graph::VideoFormat>& formats) override;
+  HRESULT SetFormat(graph::VideoFormat& format) override;
   HRESULT Start() override;
   // After the last frame nothing more arrives.
-  Arrival Next(Deadline deadline, CapturedFrame& frame) override;
-  void Recycle(const CapturedFrame& frame) override;
+  graph::CaptureResult Next(Deadline deadline, graph::CapturedFrame& frame) override;
+  void Recycle(const graph::CapturedFrame& frame) override;
   void Stop() override;
-  void Wake() override;
+  void Interrupt() override;
 
  private:
   // When the next frame may be delivered.
   Deadline Due() const;
 
   const std::string m_path;
-  const VideoFormat m_format;
+  const graph::VideoFormat m_format;
   const FilePace m_pace;
   Deadline m_start;
   std::ifstream m_file;
@@ -45,16 +45,16 @@ class FileCamera final : public CaptureSource {
   bool m_isWoken = false;  // under the mutex
 };
 
-class FilePc final : public DeviceTree {
+class FilePc final : public devices::DeviceProvider {
  public:
-  FilePc(std::string path, const VideoFormat& format, FilePace pace)
+  FilePc(std::string path, const graph::VideoFormat& format, FilePace pace)
       : m_path(std::move(path)), m_format(format), m_pace(pace) {}
 
-  std::vector<CaptureDevice> CaptureDevices() override;
-  std::vector<UsbDevice> UsbDevices() override;
+  std::vector<devices::CaptureDevice> CaptureDevices() override;
+  std::vector<devices::UsbDevice> UsbDevices() override;
 
  private:
   const std::string m_path;
-  const VideoFormat m_format;
+  const graph::VideoFormat m_format;
   const FilePace m_pace;
 };

@@ -121,27 +121,27 @@ void PoolCopy(benchmark::State& state, const PictureKind& kind) {
 }  // namespace
 
 void RegisterPartBenchmarks() {
-  benchmark::RegisterBenchmark("HandOver",
-                               [](benchmark::State& state) { Guarded(state, [&] { HandOver(state); }); })
+  benchmark::RegisterBenchmark(
+      "HandOver", [](benchmark::State& state) { ReportExceptions(state, [&] { HandOver(state); }); })
       ->ArgName("pause_ms")
       ->Arg(0)
       ->Iterations(20000)
       ->UseManualTime()
       ->Unit(benchmark::kMicrosecond);
-  benchmark::RegisterBenchmark("HandOver",
-                               [](benchmark::State& state) { Guarded(state, [&] { HandOver(state); }); })
+  benchmark::RegisterBenchmark(
+      "HandOver", [](benchmark::State& state) { ReportExceptions(state, [&] { HandOver(state); }); })
       ->ArgName("pause_ms")
       ->Arg(5)
       ->Iterations(200)
       ->UseManualTime()
       ->Unit(benchmark::kMicrosecond);
   benchmark::RegisterBenchmark("HandOverOnOneThread", [](benchmark::State& state) {
-    Guarded(state, [&] { HandOverOnOneThread(state); });
+    ReportExceptions(state, [&] { HandOverOnOneThread(state); });
   })->Unit(benchmark::kMicrosecond);
   for (const PictureKind& kind : PictureKinds()) {
     benchmark::RegisterBenchmark(
         ("PoolCopy/" + kind.Name()).c_str(),
-        [=](benchmark::State& state) { Guarded(state, [&] { PoolCopy(state, kind); }); })
+        [=](benchmark::State& state) { ReportExceptions(state, [&] { PoolCopy(state, kind); }); })
         ->Iterations(kind.height > 1080 ? 41 : 301)
         ->UseManualTime()
         ->Unit(benchmark::kMicrosecond);

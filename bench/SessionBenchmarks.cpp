@@ -178,8 +178,9 @@ void Open(benchmark::State& state, const PictureKind& kind) {
 using Run = void (*)(benchmark::State&, const Session&);
 
 void Register(const std::string& name, Run run, const Session& session) {
-  benchmark::RegisterBenchmark((name + "/" + session.Name()).c_str(),
-                               [=](benchmark::State& state) { Guarded(state, [&] { run(state, session); }); })
+  benchmark::RegisterBenchmark(
+      (name + "/" + session.Name()).c_str(),
+      [=](benchmark::State& state) { ReportExceptions(state, [&] { run(state, session); }); })
       ->Iterations(1)
       ->UseManualTime()
       ->Unit(benchmark::kMillisecond);
@@ -187,8 +188,9 @@ void Register(const std::string& name, Run run, const Session& session) {
 
 void RegisterOpen(const PictureKind& kind) {
   constexpr int kSessions = 20;
-  benchmark::RegisterBenchmark(("Open/" + kind.Name()).c_str(),
-                               [=](benchmark::State& state) { Guarded(state, [&] { Open(state, kind); }); })
+  benchmark::RegisterBenchmark(
+      ("Open/" + kind.Name()).c_str(),
+      [=](benchmark::State& state) { ReportExceptions(state, [&] { Open(state, kind); }); })
       ->Iterations(kSessions)
       ->UseManualTime()
       ->Unit(benchmark::kMillisecond);

@@ -54,8 +54,8 @@ Job Parse(const std::vector<std::string>& arguments) {
   }
   if (isDirect) {
     job.directBitRate = Number(arguments[5]);
-    constexpr std::uint32_t kGreatest = 65535;
-    if (job.directBitRate > kGreatest) {
+    constexpr std::uint32_t kMax = 65535;
+    if (job.directBitRate > kMax) {
       throw std::invalid_argument("the bit rate has 16 bits");
     }
   }
@@ -143,8 +143,8 @@ void EncodeWithProduct(const Job& job) {
   session.wanted = Frames(job);
   session.out.Open(job.out);
   constexpr REFERENCE_TIME kSecond = 10'000'000;
-  UseDeviceTree(
-      std::make_shared<FilePc>(job.in, VideoFormat{kYuyv, job.width, job.height, kSecond / kFps}, job.pace));
+  devices::SetDeviceProvider(std::make_shared<FilePc>(
+      job.in, graph::VideoFormat{graph::kYuyv, job.width, job.height, kSecond / kFps}, job.pace));
 
   LoadedLibrary library(NUVEQ_LIBRARY_FILE);
   Expect(library.Error().empty(), library.Error());
@@ -166,7 +166,7 @@ void EncodeWithProduct(const Job& job) {
            "no more packets after " + std::to_string(session.packets));
   }
   handler.CloseCameraDevice(id.data(), static_cast<std::uint32_t>(id.size()));
-  UseDeviceTree(nullptr);
+  devices::SetDeviceProvider(nullptr);
   session.out.Close(job.out);
 }
 

@@ -1,11 +1,10 @@
-// What decoding a camera's JPEG pictures costs: the platform's decoder, and beside it, in the same run, the
-// straightforward way: libjpeg's lines of BGRA, and those to YUY2.
+// Cost of decoding a camera's JPEG pictures to ARGB32: the platform's decoder, compared in the same run with
+// reading libjpeg's BGRA lines one by one with its default settings.
 //
 //   build/native/bin/mjpeg_bench --benchmark_repetitions=9 --benchmark_enable_random_interleaving=true
 //
-// Absolute times are this machine's at this moment; compare lines of one run.
+// Compare the lines of one run; absolute times depend on the machine and its load.
 #include <benchmark/benchmark.h>
-#include <libyuv.h>
 #include <turbojpeg.h>
 
 #include <cstdint>
@@ -15,19 +14,17 @@
 
 #include "Clip.h"
 #include "Failures.h"
-// Before libjpeg, whose TRUE and FALSE are macros.
 #include "mjpeg/MjpegDecoder.h"
 
-#include <cstdio>  // jpeglib.h takes it for granted
+#include <cstdio>  // required by jpeglib.h
 
 #include <jpeglib.h>
 
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
-using Layout = MjpegDecoder::Layout;
 
-// Of a webcam: about one bit a pixel.
+// Like a webcam: about one bit per pixel.
 constexpr int kQuality = 85;
 constexpr int kFrames = 8;
 
@@ -56,58 +53,46 @@ Pictures MakePictures(const benchmark::State& state) {
   return pictures;
 }
 
-class StraightDecoder {
+class LineDecoder {
  public:
-  StraightDecoder(int width, int height)
+  LineDecoder(int width, int height)
       : m_width(width),
-        m_height(height),
-        m_bgra(std::size_t{4} * static_cast<std::size_t>(width) * static_cast<std::size_t>(height)),
-        m_yuy2(m_bgra.size() / 2) {
+        m_bgra(std::size_t{4} * static_cast<std::size_t>(width) * static_cast<std::size_t>(height)) {
     m_jpeg.err = jpeg_std_error(&m_errors);
     jpeg_create_decompress(&m_jpeg);
   }
-  StraightDecoder(const StraightDecoder&) = delete;
-  StraightDecoder& operator=(const StraightDecoder&) = delete;
-  ~StraightDecoder() { jpeg_destroy_decompress(&m_jpeg); }
+  LineDecoder(const LineDecoder&) = delete;
+  LineDecoder& operator=(const LineDecoder&) = delete;
+  ~LineDecoder() { jpeg_destroy_decompress(&m_jpeg); }
 
-  void Decode(const Bytes& jpeg, Layout layout) {
-    ReadLines(jpeg, layout == Layout::kArgb32);
-    if (layout == Layout::kYuy2) {
-      libyuv::ARGBToYUY2(m_bgra.data(), m_width * 4, m_yuy2.data(), m_width * 2, m_width, m_height);
-    }
-  }
-
- private:
-  void ReadLines(const Bytes& jpeg, bool isBottomUp) {
+  void Decode(const Bytes& jpeg) {
     jpeg_mem_src(&m_jpeg, jpeg.data(), jpeg.size());
     jpeg_read_header(&m_jpeg, TRUE);
     m_jpeg.out_color_space = JCS_EXT_BGRA;
     jpeg_start_decompress(&m_jpeg);
     while (m_jpeg.output_scanline < m_jpeg.output_height) {
-      const JDIMENSION line =
-          isBottomUp ? m_jpeg.output_height - 1 - m_jpeg.output_scanline : m_jpeg.output_scanline;
+      const JDIMENSION line = m_jpeg.output_height - 1 - m_jpeg.output_scanline;
       JSAMPROW row = m_bgra.data() + std::size_t{line} * 4 * static_cast<std::size_t>(m_width);
       jpeg_read_scanlines(&m_jpeg, &row, 1);
     }
     jpeg_finish_decompress(&m_jpeg);
   }
 
+ private:
   int m_width;
-  int m_height;
   Bytes m_bgra;
-  Bytes m_yuy2;
   jpeg_error_mgr m_errors{};
   jpeg_decompress_struct m_jpeg{};
 };
 
-void Decode(benchmark::State& state, Layout layout) {
+void Decode(benchmark::State& state) {
   const Pictures pictures = MakePictures(state);
-  MjpegDecoder decoder(static_cast<std::uint32_t>(pictures.width),
-                       static_cast<std::uint32_t>(pictures.height), layout);
+  mjpeg::MjpegDecoder decoder(static_cast<std::uint32_t>(pictures.width),
+                              static_cast<std::uint32_t>(pictures.height));
   std::size_t next = 0;
   for (auto _ : state) {
     const Bytes& jpeg = pictures.jpegs[next++ % pictures.jpegs.size()];
-    FrameConverter::Picture picture;
+    graph::FrameConverter::Picture picture;
     if (!decoder.Convert(jpeg.data(), jpeg.size(), picture)) {
       Fail(state, "decoding failed");
       return;
@@ -116,12 +101,12 @@ void Decode(benchmark::State& state, Layout layout) {
   }
 }
 
-void DecodeStraight(benchmark::State& state, Layout layout) {
+void DecodeLineByLine(benchmark::State& state) {
   const Pictures pictures = MakePictures(state);
-  StraightDecoder decoder(pictures.width, pictures.height);
+  LineDecoder decoder(pictures.width, pictures.height);
   std::size_t next = 0;
   for (auto _ : state) {
-    decoder.Decode(pictures.jpegs[next++ % pictures.jpegs.size()], layout);
+    decoder.Decode(pictures.jpegs[next++ % pictures.jpegs.size()]);
     benchmark::ClobberMemory();
   }
 }
@@ -135,10 +120,8 @@ void Sizes(benchmark::internal::Benchmark* bench) {
   }
 }
 
-BENCHMARK_CAPTURE(DecodeStraight, argb32, Layout::kArgb32)->Apply(Sizes);
-BENCHMARK_CAPTURE(Decode, argb32, Layout::kArgb32)->Apply(Sizes);
-BENCHMARK_CAPTURE(DecodeStraight, yuy2, Layout::kYuy2)->Apply(Sizes);
-BENCHMARK_CAPTURE(Decode, yuy2, Layout::kYuy2)->Apply(Sizes);
+BENCHMARK(DecodeLineByLine)->Apply(Sizes);
+BENCHMARK(Decode)->Apply(Sizes);
 
 }  // namespace
 

@@ -20,20 +20,20 @@ std::uint32_t Number(const std::string& text) {
   return number;
 }
 
-void WriteClip(VideoFormat format, std::uint32_t frames, const std::string& path) {
-  SimulatedPcSettings settings;
-  settings.pace = Pace::kUnpaced;
+void WriteClip(graph::VideoFormat format, std::uint32_t frames, const std::string& path) {
+  simulated::SimulatedPcSettings settings;
+  settings.pace = simulated::Pace::kUnpaced;
   settings.formats = {format};
   settings.hasPlugInCamera = false;
-  SimulatedPc pc(settings);
+  simulated::SimulatedPc pc(settings);
   const auto camera = pc.CaptureDevices().front().makeSource();
   if (camera->SetFormat(format) != S_OK || camera->Start() != S_OK) {
     throw std::runtime_error("the simulated camera does not start");
   }
   std::ofstream file(path, std::ios::binary);
   for (std::uint32_t i = 0; i < frames; ++i) {
-    CapturedFrame frame;
-    if (camera->Next(CaptureSource::Deadline::max(), frame) != Arrival::kFrame) {
+    graph::CapturedFrame frame;
+    if (camera->Next(graph::CaptureSource::Deadline::max(), frame) != graph::CaptureResult::kFrame) {
       throw std::runtime_error("the simulated camera has stopped");
     }
     file.write(reinterpret_cast<const char*>(frame.data), static_cast<std::streamsize>(frame.size));
@@ -53,7 +53,7 @@ int main(int argc, char** argv) {
       throw std::invalid_argument("usage: simulated_clip WIDTH HEIGHT FRAMES FILE");
     }
     constexpr REFERENCE_TIME kThirtyFps = 10'000'000 / 30;
-    WriteClip({kYuyv, Number(argv[1]), Number(argv[2]), kThirtyFps}, Number(argv[3]), argv[4]);
+    WriteClip({graph::kYuyv, Number(argv[1]), Number(argv[2]), kThirtyFps}, Number(argv[3]), argv[4]);
   } catch (const std::exception& failure) {
     std::fprintf(stderr, "simulated_clip: %s\n", failure.what());
     return 1;

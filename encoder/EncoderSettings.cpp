@@ -9,25 +9,25 @@ namespace {
 
 constexpr std::uint32_t kDefaultFrameRate = 30;
 // The rate control does not reckon with more.
-constexpr std::uint32_t kGreatestFrameRate = 60;
+constexpr std::uint32_t kMaxFrameRate = 60;
 constexpr std::uint32_t kBitsPerKilobit = 1000;
-constexpr std::uint32_t kGreatestKilobits = 65535;
+constexpr std::uint32_t kMaxKilobits = 65535;
 
 // Squares of 16 pixels a side.
-constexpr std::uint32_t kGreatestMacroblocks = 36864;
+constexpr std::uint32_t kMaxMacroblocks = 36864;
 
 std::uint32_t Macroblocks(std::uint32_t pixels) { return (pixels + 15) / 16; }
 
-bool IsSide(std::uint32_t pixels) { return pixels >= kSmallestSide && pixels <= kGreatestSide; }
+bool IsSide(std::uint32_t pixels) { return pixels >= kMinSide && pixels <= kMaxSide; }
 
 // Bits per second for the rate control: above its greatest frame rate it spends per frame what it would at
 // that.
 int TargetBitRate(const VideoEncoder::EncodeParam& param, std::uint32_t frameRate) {
   std::uint64_t bits = std::uint64_t{std::max<std::uint32_t>(param.bitRate, 1)} * kBitsPerKilobit;
-  if (frameRate > kGreatestFrameRate) {
-    bits = bits * kGreatestFrameRate / frameRate;
+  if (frameRate > kMaxFrameRate) {
+    bits = bits * kMaxFrameRate / frameRate;
   }
-  static_assert(std::uint64_t{kGreatestKilobits} * kBitsPerKilobit < 0x7FFFFFFF);
+  static_assert(std::uint64_t{kMaxKilobits} * kBitsPerKilobit < 0x7FFFFFFF);
   return static_cast<int>(std::max<std::uint64_t>(bits, kBitsPerKilobit));
 }
 
@@ -51,7 +51,7 @@ std::uint32_t EffectiveFrameRate(const VideoEncoder::EncodeParam& param) {
 
 bool IsSupported(const VideoEncoder::EncodeParam& param) {
   return IsSide(param.width) && IsSide(param.height) &&
-         Macroblocks(param.width) * Macroblocks(param.height) <= kGreatestMacroblocks &&
+         Macroblocks(param.width) * Macroblocks(param.height) <= kMaxMacroblocks &&
          param.outWidth == param.width && param.outHeight == param.height && IsKnown(param.colorSpace);
 }
 
@@ -67,7 +67,7 @@ void ApplySettings(const VideoEncoder::EncodeParam& param, std::uint32_t evenWid
   settings.iUsageType = CAMERA_VIDEO_REAL_TIME;
   settings.iPicWidth = static_cast<int>(evenWidth);
   settings.iPicHeight = static_cast<int>(evenHeight);
-  settings.fMaxFrameRate = static_cast<float>(std::min(frameRate, kGreatestFrameRate));
+  settings.fMaxFrameRate = static_cast<float>(std::min(frameRate, kMaxFrameRate));
   settings.iTargetBitrate = TargetBitRate(param, frameRate);
   settings.iMaxBitrate = UNSPECIFIED_BIT_RATE;
   settings.iRCMode = RC_QUALITY_MODE;

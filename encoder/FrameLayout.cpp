@@ -25,8 +25,8 @@ std::uint64_t LineBytes(std::uint32_t width, ColorSpace layout) {
 
 std::uint64_t FrameBytes(std::uint32_t width, std::uint32_t height, ColorSpace layout) {
   // Far beyond any picture, and far from what 64 bits hold.
-  constexpr std::uint32_t kGreatest = std::uint32_t{1} << 20;
-  if (width == 0 || height == 0 || width > kGreatest || height > kGreatest) {
+  constexpr std::uint32_t kMax = std::uint32_t{1} << 20;
+  if (width == 0 || height == 0 || width > kMax || height > kMax) {
     return 0;
   }
   const std::uint64_t bytes = LineBytes(width, layout) * height;

@@ -9,8 +9,8 @@
 namespace encoder {
 
 // Pixels a side. Pictures beyond them cannot be encoded; frames of other sizes may still be allocated.
-constexpr std::uint32_t kSmallestSide = 16;
-constexpr std::uint32_t kGreatestSide = 4096;
+constexpr std::uint32_t kMinSide = 16;
+constexpr std::uint32_t kMaxSide = 4096;
 
 bool IsKnown(ColorSpace layout);
 

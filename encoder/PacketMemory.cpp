@@ -23,23 +23,23 @@ struct KeptBlocks {
 };
 
 // Never destroyed: a process that exits with an encoder at work still encodes while static objects go.
-union Immortal {
-  Immortal() : kept() {}
-  Immortal(const Immortal&) = delete;
-  Immortal& operator=(const Immortal&) = delete;
-  ~Immortal() {}  // NOLINT(modernize-use-equals-default): a defaulted one would be deleted
+union NoDestructor {
+  NoDestructor() : kept() {}
+  NoDestructor(const NoDestructor&) = delete;
+  NoDestructor& operator=(const NoDestructor&) = delete;
+  ~NoDestructor() {}  // NOLINT(modernize-use-equals-default): a defaulted one would be deleted
   KeptBlocks kept;
 };
-Immortal immortal;
+NoDestructor immortal;
 KeptBlocks& kept = immortal.kept;
 
 // Frees what is kept when the library goes, and sees to it that nothing is kept any more.
-class EndOfKeeping {
+class PoolCleanup {
  public:
-  EndOfKeeping() = default;
-  EndOfKeeping(const EndOfKeeping&) = delete;
-  EndOfKeeping& operator=(const EndOfKeeping&) = delete;
-  ~EndOfKeeping() {
+  PoolCleanup() = default;
+  PoolCleanup(const PoolCleanup&) = delete;
+  PoolCleanup& operator=(const PoolCleanup&) = delete;
+  ~PoolCleanup() {
     // A thread that was killed at the end of the process may have held the lock.
     const std::unique_lock lock(kept.mutex, std::try_to_lock);
     if (!lock.owns_lock()) {
@@ -51,7 +51,7 @@ class EndOfKeeping {
     }
   }
 };
-const EndOfKeeping endOfKeeping;
+const PoolCleanup endOfKeeping;
 
 // A kept block of at least that many bytes; an empty one when there is none.
 Block Take(std::uint32_t bytes) {
@@ -83,8 +83,8 @@ bool Reserve(AVEncodePacket& packet, std::uint32_t bytes) {
   if (block.memory == nullptr) {
     // Powers of two, so that packets that differ a little fit each other's blocks.
     constexpr std::uint32_t kSmallest = 4096;
-    constexpr std::uint32_t kGreatest = std::uint32_t{1} << 31;
-    if (bytes > kGreatest) {
+    constexpr std::uint32_t kMax = std::uint32_t{1} << 31;
+    if (bytes > kMax) {
       return false;
     }
     block.capacity = std::bit_ceil(std::max(bytes, kSmallest));

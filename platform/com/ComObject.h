@@ -1,59 +1,35 @@
-// The base of the platform's COM objects: one counted reference, the interfaces that the object names.
+// Base classes and helpers for COM objects.
+//
+// Reference counting and QueryInterface are callable from any thread.
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
 #include <new>
 #include <utility>
 
+#include "DirectShow.h"
 #include "com/ComPtr.h"
-#include "graph/StreamInterfaces.h"
 
-// The identifier of each interface that objects here can have.
+namespace com {
+
+// The IID of an interface.
 template <typename Interface>
-inline constexpr IID kIidOf{};
-template <>
-inline constexpr IID kIidOf<IBaseFilter> = IID_IBaseFilter;
-template <>
-inline constexpr IID kIidOf<ICreateDevEnum> = IID_ICreateDevEnum;
-template <>
-inline constexpr IID kIidOf<IGraphBuilder> = IID_IGraphBuilder;
-template <>
-inline constexpr IID kIidOf<IMediaControl> = IID_IMediaControl;
-template <>
-inline constexpr IID kIidOf<IMediaEvent> = IID_IMediaEvent;
-template <>
-inline constexpr IID kIidOf<IAMStreamConfig> = IID_IAMStreamConfig;
-template <>
-inline constexpr IID kIidOf<ISampleGrabber> = IID_ISampleGrabber;
-template <>
-inline constexpr IID kIidOf<IFrameSource> = IID_IFrameSource;
-template <>
-inline constexpr IID kIidOf<IFrameSink> = IID_IFrameSink;
-// Interfaces that nobody asks for by an identifier.
-template <>
-inline constexpr IID kIidOf<IBindCtx> = IID_IUnknown;
-template <>
-inline constexpr IID kIidOf<IEnumMediaTypes> = IID_IUnknown;
-template <>
-inline constexpr IID kIidOf<IEnumMoniker> = IID_IUnknown;
-template <>
-inline constexpr IID kIidOf<IEnumPins> = IID_IUnknown;
-template <>
-inline constexpr IID kIidOf<IMalloc> = IID_IUnknown;
-template <>
-inline constexpr IID kIidOf<IMediaSample> = IID_IUnknown;
-template <>
-inline constexpr IID kIidOf<IMoniker> = IID_IUnknown;
-template <>
-inline constexpr IID kIidOf<IPin> = IID_IUnknown;
+const IID& InterfaceId() {
+#ifdef _WIN32
+  return __uuidof(Interface);
+#else
+  return kInterfaceId<Interface>;
+#endif
+}
 
-// How many objects are alive.
+// Number of live ComObjects. Each library that contains COM objects defines it once.
 std::atomic<std::uint64_t>& LiveObjectCount();
 
-// What QueryInterface answers of an object with these interfaces, the first of which is also its IUnknown.
+// QueryInterface of an object that implements these interfaces. The first one doubles as its IUnknown.
 template <typename First, typename... Others, typename Object>
-HRESULT AnswerQuery(Object* object, REFIID iid, void** out) {
+HRESULT QueryInterfaceImpl(Object* object, REFIID iid, void** out) {
   if (out == nullptr) {
     return E_POINTER;
   }
@@ -64,8 +40,8 @@ HRESULT AnswerQuery(Object* object, REFIID iid, void** out) {
     }
   };
   offer(IID_IUnknown, static_cast<First*>(object));
-  offer(kIidOf<First>, static_cast<First*>(object));
-  (offer(kIidOf<Others>, static_cast<Others*>(object)), ...);
+  offer(InterfaceId<First>(), static_cast<First*>(object));
+  (offer(InterfaceId<Others>(), static_cast<Others*>(object)), ...);
   if (*out == nullptr) {
     return E_NOINTERFACE;
   }
@@ -73,6 +49,7 @@ HRESULT AnswerQuery(Object* object, REFIID iid, void** out) {
   return S_OK;
 }
 
+// A reference-counted object. Create it with MakeComObject.
 template <typename... Interfaces>
 class ComObject : public Interfaces... {
  public:
@@ -80,16 +57,16 @@ class ComObject : public Interfaces... {
   ComObject(const ComObject&) = delete;
   ComObject& operator=(const ComObject&) = delete;
 
-  ULONG STDMETHODCALLTYPE AddRef() final { return ++m_references; }
-  ULONG STDMETHODCALLTYPE Release() final {
-    const ULONG left = --m_references;
-    if (left == 0) {
-      const std::unique_ptr<ComObject> last(this);
+  ULONG STDMETHODCALLTYPE AddRef() override { return ++m_references; }
+  ULONG STDMETHODCALLTYPE Release() override {
+    const ULONG remaining = --m_references;
+    if (remaining == 0) {
+      const std::unique_ptr<ComObject> deleter(this);
     }
-    return left;
+    return remaining;
   }
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) final {
-    return AnswerQuery<Interfaces...>(this, iid, out);
+  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
+    return QueryInterfaceImpl<Interfaces...>(this, iid, out);
   }
 
  protected:
@@ -100,7 +77,8 @@ class ComObject : public Interfaces... {
   std::atomic<ULONG> m_references{1};
 };
 
-// A part of an object, with an identity of its own and its owner's lifetime: a pin of a filter.
+// A member of a filter with an identity of its own, such as a pin. It forwards its references to the filter,
+// so both have one lifetime.
 template <typename... Interfaces>
 class ComPart : public Interfaces... {
  public:
@@ -108,31 +86,32 @@ class ComPart : public Interfaces... {
   ComPart(const ComPart&) = delete;
   ComPart& operator=(const ComPart&) = delete;
 
-  ULONG STDMETHODCALLTYPE AddRef() final { return m_owner.AddRef(); }
-  ULONG STDMETHODCALLTYPE Release() final { return m_owner.Release(); }
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) final {
-    return AnswerQuery<Interfaces...>(this, iid, out);
+  ULONG STDMETHODCALLTYPE AddRef() override { return m_owner.AddRef(); }
+  ULONG STDMETHODCALLTYPE Release() override { return m_owner.Release(); }
+  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
+    return QueryInterfaceImpl<Interfaces...>(this, iid, out);
   }
 
  protected:
-  ~ComPart() = default;
+  virtual ~ComPart() = default;
   IBaseFilter& Owner() const { return m_owner; }
 
  private:
   IBaseFilter& m_owner;
 };
 
-// A new object, with the one reference that the pointer owns.
+// Creates an object; the returned pointer owns its only reference.
 template <typename Object, typename... Arguments>
-ComPtr<Object> MakeObject(Arguments&&... arguments) {
-  ComPtr<Object> made;
-  *made.Put() = std::make_unique<Object>(std::forward<Arguments>(arguments)...).release();
-  return made;
+ComPtr<Object> MakeComObject(Arguments&&... arguments) {
+  ComPtr<Object> object;
+  *object.Put() = std::make_unique<Object>(std::forward<Arguments>(arguments)...).release();
+  return object;
 }
 
-// Runs what may throw inside a call that must not.
+// Runs an action inside an interface method, which must not throw: std::bad_alloc becomes E_OUTOFMEMORY, any
+// other exception E_FAIL.
 template <typename Action>
-HRESULT Guarded(Action&& action) noexcept try {
+HRESULT CatchToHresult(Action&& action) noexcept try {
   return std::forward<Action>(action)();
 } catch (const std::bad_alloc&) {
   return E_OUTOFMEMORY;
@@ -140,9 +119,14 @@ HRESULT Guarded(Action&& action) noexcept try {
   return E_FAIL;
 }
 
-// Hands an interface to a caller, with a reference of the caller's.
+// Returns an interface through an out parameter, together with a reference.
 template <typename Interface, typename Object>
-HRESULT HandOut(ComPtr<Object> object, Interface** out) {
+HRESULT CopyTo(ComPtr<Object> object, Interface** out) {
+  if (out == nullptr) {
+    return E_POINTER;
+  }
   *out = object.Detach();
   return S_OK;
 }
+
+}  // namespace com

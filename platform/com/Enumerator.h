@@ -1,43 +1,58 @@
-// Enumerators over a list that was taken when they were made. Each is for one thread at a time.
+// Base class of the COM enumerators.
 #pragma once
 
+#include <algorithm>
+#include <cstddef>
+#include <utility>
 #include <vector>
 
 #include "com/ComObject.h"
 
+namespace com {
+
+// Enumerates a snapshot of items. Not thread-safe: one thread at a time may use an enumerator.
 template <typename Interface, typename Output, typename Item>
 class Enumerator : public ComObject<Interface> {
  public:
   explicit Enumerator(std::vector<Item> items) : m_items(std::move(items)) {}
 
+  // If an item fails after others were copied, returns S_FALSE with those; the next call then returns the
+  // failure.
   HRESULT STDMETHODCALLTYPE Next(ULONG count, Output** out, ULONG* fetched) override {
     if (out == nullptr || (fetched == nullptr && count != 1)) {
       return E_POINTER;
     }
-    ULONG handedOut = 0;
+    ULONG copied = 0;
     HRESULT hr = S_OK;
-    for (; handedOut < count && m_next < m_items.size() && hr == S_OK; ++handedOut, ++m_next) {
-      hr = Guarded([&] { return HandOutItem(m_items[m_next], &out[handedOut]); });
+    for (; copied < count && m_next < m_items.size(); ++copied, ++m_next) {
+      hr = CatchToHresult([&] { return CopyItem(m_items[m_next], &out[copied]); });
       if (hr != S_OK) {
         break;
       }
     }
-    if (handedOut < count) {
-      out[handedOut] = nullptr;
+    if (copied < count) {
+      out[copied] = nullptr;
     }
     if (fetched != nullptr) {
-      *fetched = handedOut;
+      *fetched = copied;
     }
-    // What was handed out before a failure is the caller's; the failure is the next call's to meet again.
-    return handedOut == count ? S_OK : hr != S_OK && handedOut == 0 ? hr : S_FALSE;
+    if (copied == count) {
+      return S_OK;
+    }
+    return hr != S_OK && copied == 0 ? hr : S_FALSE;
   }
 
  protected:
-  // One item as a caller gets it.
-  virtual HRESULT HandOutItem(Item& item, Output** out) = 0;
-  void StartOver() { m_next = 0; }
+  // Gives the caller its own copy of, or reference to, an item.
+  virtual HRESULT CopyItem(const Item& item, Output** out) = 0;
+
+  const std::vector<Item>& Items() const { return m_items; }
+  std::size_t Position() const { return m_next; }
+  void SeekTo(std::size_t position) { m_next = std::min(position, m_items.size()); }
 
  private:
   std::vector<Item> m_items;
   std::size_t m_next = 0;
 };
+
+}  // namespace com

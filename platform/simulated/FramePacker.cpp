@@ -7,11 +7,11 @@
 
 namespace simulated {
 
-FramePacker::FramePacker(const VideoFormat& format) : m_format(format) {
+FramePacker::FramePacker(const graph::VideoFormat& format) : m_format(format) {
   const std::size_t pixels = std::size_t{format.width} * format.height;
-  if (format.fourCc == kYuyv) {
+  if (format.fourCc == graph::kYuyv) {
     m_frame.resize(2 * pixels);
-  } else if (format.fourCc == kMjpg) {
+  } else if (format.fourCc == graph::kMjpg) {
     m_compressor.reset(tjInitCompress());
     if (!m_compressor) {
       throw std::bad_alloc();

@@ -7,8 +7,7 @@
 #include "simulated/PictureGround.h"
 #include "simulated/PictureLayout.h"
 
-using simulated::PictureLayout;
-using simulated::Rect;
+namespace simulated {
 
 namespace {
 
@@ -29,13 +28,12 @@ void Blend(const std::uint8_t* over, std::uint8_t* pixel) {
 
 NumberedPicture::NumberedPicture(std::uint32_t width, std::uint32_t height)
     : m_width(width), m_height(height), m_ballSide(std::min(width, height) / 6) {
-  if (width < simulated::kLeastWidth || height < simulated::kLeastHeight || width % 2 != 0 ||
-      height % 2 != 0) {
+  if (width < kMinWidth || height < kMinHeight || width % 2 != 0 || height % 2 != 0) {
     throw std::invalid_argument("a numbered picture has even sides, at least 64 by 48 pixels");
   }
-  m_ground = simulated::PaintGround(width, height);
+  m_ground = PaintGround(width, height);
   m_picture = m_ground;
-  m_ball = simulated::PaintBall(m_ballSide);
+  m_ball = PaintBall(m_ballSide);
 }
 
 const std::vector<std::uint8_t>& NumberedPicture::Paint(std::uint32_t number) {
@@ -48,9 +46,9 @@ void NumberedPicture::PaintNumber(std::uint32_t number) {
   constexpr std::array<std::uint8_t, 4> kBlack{0, 0, 0, 255};
   constexpr std::array<std::uint8_t, 4> kWhite{255, 255, 255, 255};
   const PictureLayout layout{m_width, m_height};
-  const std::uint32_t bits = simulated::WithChecksum(number);
+  const std::uint32_t bits = WithChecksum(number);
   const std::size_t line = std::size_t{4} * m_width;
-  for (std::uint32_t bit = 0; bit < simulated::kBlocks; ++bit) {
+  for (std::uint32_t bit = 0; bit < kBlocks; ++bit) {
     const Rect block = layout.Block(bit);
     const auto& colour = (bits >> bit & 1U) != 0 ? kWhite : kBlack;
     const auto first = m_picture.begin() + Offset(block.top * line + std::size_t{4} * block.left);
@@ -88,3 +86,5 @@ void NumberedPicture::MoveBall(std::uint32_t number) {
     }
   }
 }
+
+}  // namespace simulated

@@ -13,6 +13,8 @@
 
 #include "Export.h"
 
+namespace simulated {
+
 // Numbers have 24 bits; higher ones wrap.
 constexpr std::uint32_t kFrameNumberMask = 0xFFFFFF;
 
@@ -51,3 +53,5 @@ NUVEQ_PLATFORM_EXPORT std::optional<std::uint32_t> ReadFrameNumber(const std::ui
 NUVEQ_PLATFORM_EXPORT double CornerColourError(const std::uint8_t* y, const std::uint8_t* u,
                                                const std::uint8_t* v, std::uint32_t width,
                                                std::uint32_t height);
+
+}  // namespace simulated

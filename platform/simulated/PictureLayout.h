@@ -10,8 +10,8 @@ namespace simulated {
 
 constexpr std::uint32_t kBlocksInRow = 16;
 constexpr std::uint32_t kBlocks = 2 * kBlocksInRow;
-constexpr std::uint32_t kLeastWidth = 64;
-constexpr std::uint32_t kLeastHeight = 48;
+constexpr std::uint32_t kMinWidth = 64;
+constexpr std::uint32_t kMinHeight = 48;
 
 struct Rgb {
   std::uint8_t r = 0;

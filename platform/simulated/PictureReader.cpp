@@ -6,14 +6,13 @@
 #include "simulated/NumberedPicture.h"
 #include "simulated/PictureLayout.h"
 
-using simulated::PictureLayout;
-using simulated::Rect;
+namespace simulated {
 
 namespace {
 
 // Black and white blocks are at least this far apart, and a block within a tenth of the way from the middle
 // between them is neither.
-constexpr double kLeastContrast = 48;
+constexpr double kMinContrast = 48;
 constexpr double kUnclearShare = 0.1;
 
 double Mean(const std::uint8_t* plane, std::size_t stride, const Rect& rect) {
@@ -28,7 +27,7 @@ double Mean(const std::uint8_t* plane, std::size_t stride, const Rect& rect) {
 }
 
 // ITU-R BT.601, limited range.
-std::array<double, 3> YuvOf(const simulated::Rgb& c) {
+std::array<double, 3> YuvOf(const Rgb& c) {
   return {16 + (65.481 * c.r + 128.553 * c.g + 24.966 * c.b) / 255,
           128 + (-37.797 * c.r - 74.203 * c.g + 112.0 * c.b) / 255,
           128 + (112.0 * c.r - 93.786 * c.g - 18.214 * c.b) / 255};
@@ -38,29 +37,29 @@ std::array<double, 3> YuvOf(const simulated::Rgb& c) {
 
 std::optional<std::uint32_t> ReadFrameNumber(const std::uint8_t* luma, std::size_t stride,
                                              std::uint32_t width, std::uint32_t height) {
-  if (width < simulated::kLeastWidth || height < simulated::kLeastHeight) {
+  if (width < kMinWidth || height < kMinHeight) {
     return std::nullopt;
   }
-  std::array<double, simulated::kBlocks> blocks{};
+  std::array<double, kBlocks> blocks{};
   const PictureLayout layout{width, height};
-  for (std::uint32_t bit = 0; bit < simulated::kBlocks; ++bit) {
-    blocks[bit] = Mean(luma, stride, simulated::Middle(layout.Block(bit)));
+  for (std::uint32_t bit = 0; bit < kBlocks; ++bit) {
+    blocks[bit] = Mean(luma, stride, Middle(layout.Block(bit)));
   }
   const auto [darkest, brightest] = std::minmax_element(blocks.begin(), blocks.end());
   const double contrast = *brightest - *darkest;
-  if (contrast < kLeastContrast) {
+  if (contrast < kMinContrast) {
     return std::nullopt;
   }
   const double threshold = *darkest + contrast / 2;
   std::uint32_t bits = 0;
-  for (std::uint32_t bit = 0; bit < simulated::kBlocks; ++bit) {
+  for (std::uint32_t bit = 0; bit < kBlocks; ++bit) {
     if (std::abs(blocks[bit] - threshold) < kUnclearShare * contrast) {
       return std::nullopt;
     }
     bits |= (blocks[bit] > threshold ? 1U : 0U) << bit;
   }
   const std::uint32_t number = bits & kFrameNumberMask;
-  return simulated::WithChecksum(number) == bits ? std::optional(number) : std::nullopt;
+  return WithChecksum(number) == bits ? std::optional(number) : std::nullopt;
 }
 
 double CornerColourError(const std::uint8_t* y, const std::uint8_t* u, const std::uint8_t* v,
@@ -68,13 +67,14 @@ double CornerColourError(const std::uint8_t* y, const std::uint8_t* u, const std
   double error = 0;
   const auto squares = PictureLayout{width, height}.CornerSquares();
   for (std::size_t i = 0; i < squares.size(); ++i) {
-    const auto [wantedY, wantedU, wantedV] = YuvOf(simulated::kCornerColours[i]);
+    const auto [wantedY, wantedU, wantedV] = YuvOf(kCornerColours[i]);
     const Rect& square = squares[i];
-    const Rect chroma =
-        simulated::Middle({square.left / 2, square.top / 2, square.right / 2, square.bottom / 2});
-    error = std::max({error, std::abs(Mean(y, width, simulated::Middle(square)) - wantedY),
+    const Rect chroma = Middle({square.left / 2, square.top / 2, square.right / 2, square.bottom / 2});
+    error = std::max({error, std::abs(Mean(y, width, Middle(square)) - wantedY),
                       std::abs(Mean(u, width / 2, chroma) - wantedU),
                       std::abs(Mean(v, width / 2, chroma) - wantedV)});
   }
   return error;
 }
+
+}  // namespace simulated

@@ -45,26 +45,26 @@ void SimulatedDevice::SetFrozen(bool isFrozen) {
   m_changed.notify_all();
 }
 
-HRESULT SimulatedCamera::ListFormats(std::vector<VideoFormat>& formats) {
+HRESULT SimulatedCamera::ListFormats(std::vector<graph::VideoFormat>& formats) {
   if (!m_device->IsPresent()) {
-    return kDeviceGone;
+    return com::kDeviceGone;
   }
   formats = m_device->m_formats;
   return S_OK;
 }
 
-HRESULT SimulatedCamera::SetFormat(VideoFormat& format) {
+HRESULT SimulatedCamera::SetFormat(graph::VideoFormat& format) {
   {
     const std::lock_guard lock(m_device->m_mutex);
     if (!m_device->m_isPresent) {
-      return kDeviceGone;
+      return com::kDeviceGone;
     }
     if (m_device->m_streaming == this) {
-      return kDeviceInUse;
+      return com::kDeviceInUse;
     }
   }
-  const VideoFormat* nearest = nullptr;
-  for (const VideoFormat& offered : m_device->m_formats) {
+  const graph::VideoFormat* nearest = nullptr;
+  for (const graph::VideoFormat& offered : m_device->m_formats) {
     if (offered.fourCc == format.fourCc && offered.width == format.width && offered.height == format.height &&
         (nearest == nullptr ||
          Distance(offered.interval, format.interval) < Distance(nearest->interval, format.interval))) {
@@ -83,13 +83,13 @@ HRESULT SimulatedCamera::Start() {
   {
     const std::lock_guard lock(m_device->m_mutex);
     if (!m_device->m_isPresent) {
-      return kDeviceGone;
+      return com::kDeviceGone;
     }
     if (m_format.width == 0) {
       return E_UNEXPECTED;
     }
     if (m_device->m_streaming != nullptr) {
-      return kDeviceInUse;
+      return com::kDeviceInUse;
     }
     m_device->m_streaming = this;
     m_isWoken = false;
@@ -101,7 +101,7 @@ HRESULT SimulatedCamera::Start() {
   } catch (const std::bad_alloc&) {
     result = E_OUTOFMEMORY;
   } catch (const std::exception&) {
-    result = kDeviceIoError;
+    result = com::kDeviceIoError;
   }
   if (result != S_OK) {
     Stop();
@@ -124,9 +124,9 @@ SimulatedCamera::PictureSource SimulatedCamera::MakePictures() const {
   };
 }
 
-Arrival SimulatedCamera::Next(Deadline deadline, CapturedFrame& frame) {
-  const Arrival arrival = Wait(deadline);
-  if (arrival != Arrival::kFrame) {
+graph::CaptureResult SimulatedCamera::Next(Deadline deadline, graph::CapturedFrame& frame) {
+  const graph::CaptureResult arrival = Wait(deadline);
+  if (arrival != graph::CaptureResult::kFrame) {
     return arrival;
   }
   try {
@@ -134,35 +134,35 @@ Arrival SimulatedCamera::Next(Deadline deadline, CapturedFrame& frame) {
   } catch (const std::exception&) {
     // The clip cannot be played any more.
     GiveUpDevice();
-    return Arrival::kLost;
+    return graph::CaptureResult::kDisconnected;
   }
-  return Arrival::kFrame;
+  return graph::CaptureResult::kFrame;
 }
 
-Arrival SimulatedCamera::Wait(Deadline deadline) {
+graph::CaptureResult SimulatedCamera::Wait(Deadline deadline) {
   std::unique_lock lock(m_device->m_mutex);
   for (;;) {
     if (m_isWoken) {
-      return Arrival::kWoken;
+      return graph::CaptureResult::kInterrupted;
     }
     if (m_device->m_streaming != this) {
-      return Arrival::kLost;
+      return graph::CaptureResult::kDisconnected;
     }
     // Time in which the camera was frozen does not count: no frames are made up for it.
     m_due = std::max(m_due, m_device->m_thawed);
     const bool isReady = !m_device->m_isFrozen && m_out == nullptr;
     const Deadline now = Clock::now();
     if (isReady && (m_device->m_pace == Pace::kUnpaced || m_due <= now)) {
-      return Arrival::kFrame;
+      return graph::CaptureResult::kFrame;
     }
     if (deadline <= now) {
-      return Arrival::kNothing;
+      return graph::CaptureResult::kTimeout;
     }
     m_device->m_changed.wait_until(lock, isReady ? std::min(deadline, m_due) : deadline);
   }
 }
 
-void SimulatedCamera::Deliver(CapturedFrame& frame) {
+void SimulatedCamera::Deliver(graph::CapturedFrame& frame) {
   const std::span<std::uint8_t> bytes = m_packer->Pack(m_nextPicture());
   frame.data = bytes.data();
   frame.size = bytes.size();
@@ -172,7 +172,7 @@ void SimulatedCamera::Deliver(CapturedFrame& frame) {
   m_due += std::chrono::duration_cast<Clock::duration>(Ticks(m_format.interval));
 }
 
-void SimulatedCamera::Recycle(const CapturedFrame& frame) {
+void SimulatedCamera::Recycle(const graph::CapturedFrame& frame) {
   if (frame.buffer == 0 && frame.data == m_out) {
     m_out = nullptr;
   }
@@ -192,7 +192,7 @@ void SimulatedCamera::GiveUpDevice() {
   }
 }
 
-void SimulatedCamera::Wake() {
+void SimulatedCamera::Interrupt() {
   {
     const std::lock_guard lock(m_device->m_mutex);
     m_isWoken = true;

@@ -18,7 +18,7 @@ namespace simulated {
 class SimulatedDevice {
  public:
   // The clip is played frame by frame at the format's rate; empty: the numbered picture.
-  SimulatedDevice(std::vector<VideoFormat> formats, std::string clip, Pace pace)
+  SimulatedDevice(std::vector<graph::VideoFormat> formats, std::string clip, Pace pace)
       : m_formats(std::move(formats)), m_clip(std::move(clip)), m_pace(pace) {}
 
   // A source that is streaming when the camera goes has lost it for good, until it starts again.
@@ -29,7 +29,7 @@ class SimulatedDevice {
  private:
   friend class SimulatedCamera;
 
-  const std::vector<VideoFormat> m_formats;
+  const std::vector<graph::VideoFormat> m_formats;
   const std::string m_clip;
   const Pace m_pace;
 
@@ -37,40 +37,41 @@ class SimulatedDevice {
   std::condition_variable m_changed;
   bool m_isPresent = true;
   bool m_isFrozen = false;
-  CaptureSource::Deadline m_thawed;            // when it last went on after having been frozen
-  const CaptureSource* m_streaming = nullptr;  // the one that streams
+  graph::CaptureSource::Deadline m_thawed;            // when it last went on after having been frozen
+  const graph::CaptureSource* m_streaming = nullptr;  // the one that streams
 };
 
-class SimulatedCamera final : public CaptureSource {
+class SimulatedCamera final : public graph::CaptureSource {
  public:
   explicit SimulatedCamera(std::shared_ptr<SimulatedDevice> device) : m_device(std::move(device)) {}
   ~SimulatedCamera() override { SimulatedCamera::Stop(); }
 
-  HRESULT ListFormats(std::vector<VideoFormat>& formats) override;
+  HRESULT ListFormats(std::vector<graph::VideoFormat>& formats) override;
   // kDeviceInUse while this source streams.
-  HRESULT SetFormat(VideoFormat& format) override;
+  HRESULT SetFormat(graph::VideoFormat& format) override;
   // E_UNEXPECTED without a format, kDeviceInUse while any source streams, kDeviceIoError when the clip can no
   // longer be played.
   HRESULT Start() override;
-  // There is one buffer: while it is out nothing arrives. kLost also when the source is not streaming.
-  Arrival Next(Deadline deadline, CapturedFrame& frame) override;
+  // There is one buffer: while it is out nothing arrives. kDisconnected also when the source is not
+  // streaming.
+  graph::CaptureResult Next(Deadline deadline, graph::CapturedFrame& frame) override;
   // Anything but the frame that is out is ignored.
-  void Recycle(const CapturedFrame& frame) override;
+  void Recycle(const graph::CapturedFrame& frame) override;
   void Stop() override;
-  void Wake() override;
+  void Interrupt() override;
 
  private:
   using PictureSource = std::function<const std::vector<std::uint8_t>&()>;
 
   PictureSource MakePictures() const;
   // Waits until a frame may be delivered: kFrame.
-  Arrival Wait(Deadline deadline);
-  void Deliver(CapturedFrame& frame);
+  graph::CaptureResult Wait(Deadline deadline);
+  void Deliver(graph::CapturedFrame& frame);
   void GiveUpDevice();
 
   const std::shared_ptr<SimulatedDevice> m_device;
-  VideoFormat m_format;    // no width: none has been set
-  bool m_isWoken = false;  // under the device's mutex
+  graph::VideoFormat m_format;  // no width: none has been set
+  bool m_isWoken = false;       // under the device's mutex
 
   // While streaming.
   PictureSource m_nextPicture;

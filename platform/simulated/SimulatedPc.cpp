@@ -6,66 +6,67 @@
 #include "simulated/PictureLayout.h"
 #include "simulated/SimulatedCamera.h"
 
-using simulated::SimulatedCamera;
-using simulated::SimulatedDevice;
+namespace simulated {
 
 namespace {
 
-VideoFormat Format(std::uint32_t fourCc, std::uint32_t width, std::uint32_t height, int rate) {
+graph::VideoFormat Format(std::uint32_t fourCc, std::uint32_t width, std::uint32_t height, int rate) {
   constexpr REFERENCE_TIME kSecond = 10'000'000;
   return {fourCc, width, height, kSecond / rate};
 }
 
-CaptureDevice BuiltInCamera(const std::shared_ptr<SimulatedDevice>& device) {
+devices::CaptureDevice BuiltInCamera(const std::shared_ptr<SimulatedDevice>& device) {
   return {R"(@device:pnp:\\?\usb#vid_04f2&pid_b6be&mi_00#simulated-1.5&0000)"
           R"(#{65e8773d-8f56-11d0-a3b9-00a0c9223196}\video-index0)",
           "Integrated Camera", "simulated", "",
           [device] { return std::make_unique<SimulatedCamera>(device); }};
 }
 
-CaptureDevice PlugInCamera(const std::shared_ptr<SimulatedDevice>& device) {
+devices::CaptureDevice PlugInCamera(const std::shared_ptr<SimulatedDevice>& device) {
   return {R"(@device:pnp:\\?\usb#vid_046d&pid_0825&mi_00#simulated-2.1&0000)"
           R"(#{65e8773d-8f56-11d0-a3b9-00a0c9223196}\video-index0)",
           "USB Camera", "simulated", "it is plugged in: its USB device can be removed",
           [device] { return std::make_unique<SimulatedCamera>(device); }};
 }
 
-UsbDetails Described(const UsbDevice& device, const char* place, const char* model, const char* name) {
-  UsbDetails details;
+devices::UsbDetails Described(const devices::UsbDevice& device, const char* place, const char* model,
+                              const char* name) {
+  devices::UsbDetails details;
   details.place = place;
   details.name = name;
   details.model = model;
   details.hasVideo = details.name.find("Camera") != std::string::npos;
-  details.isRemovable = device.isRemovable;
+  details.removability.isRemovable = device.isRemovable;
   details.id = device.id;
   details.firstChildId = device.firstChildId;
-  details.source = VerdictSource::kFirmware;
-  details.attribute = device.isRemovable ? "removable" : "fixed";
-  details.connectType = device.isRemovable ? "hotplug" : "hardwired";
+  details.removability.source = devices::RemovabilitySource::kFirmware;
+  details.removability.attribute = device.isRemovable ? "removable" : "fixed";
+  details.removability.connectType = device.isRemovable ? "hotplug" : "hardwired";
   return details;
 }
 
 // Throws for what the cameras could not deliver, while the host that asked for it can still see why.
 void Check(const SimulatedPcSettings& settings) {
-  for (const VideoFormat& format : settings.formats) {
-    if ((format.fourCc != kYuyv && format.fourCc != kMjpg) || format.interval <= 0 ||
-        format.width < simulated::kLeastWidth || format.height < simulated::kLeastHeight ||
-        format.width % 2 != 0 || format.height % 2 != 0) {
+  for (const graph::VideoFormat& format : settings.formats) {
+    if ((format.fourCc != graph::kYuyv && format.fourCc != graph::kMjpg) || format.interval <= 0 ||
+        format.width < kMinWidth || format.height < kMinHeight || format.width % 2 != 0 ||
+        format.height % 2 != 0) {
       throw std::invalid_argument(
           "a simulated camera delivers YUYV or MJPG at a rate, with even sides of at least 64 by 48 pixels");
     }
   }
   if (!settings.clip.empty()) {
-    simulated::ClipPlayer(settings.clip, simulated::kLeastWidth, simulated::kLeastHeight).Next();
+    ClipPlayer(settings.clip, kMinWidth, kMinHeight).Next();
   }
 }
 
 }  // namespace
 
-std::vector<VideoFormat> LaptopCameraFormats() {
-  return {Format(kYuyv, 640, 480, 30),  Format(kYuyv, 640, 480, 15),  Format(kYuyv, 320, 240, 30),
-          Format(kYuyv, 320, 240, 15),  Format(kYuyv, 1280, 720, 10), Format(kMjpg, 640, 480, 30),
-          Format(kMjpg, 1280, 720, 30), Format(kMjpg, 1920, 1080, 30)};
+std::vector<graph::VideoFormat> LaptopCameraFormats() {
+  return {Format(graph::kYuyv, 640, 480, 30),  Format(graph::kYuyv, 640, 480, 15),
+          Format(graph::kYuyv, 320, 240, 30),  Format(graph::kYuyv, 320, 240, 15),
+          Format(graph::kYuyv, 1280, 720, 10), Format(graph::kMjpg, 640, 480, 30),
+          Format(graph::kMjpg, 1280, 720, 30), Format(graph::kMjpg, 1920, 1080, 30)};
 }
 
 struct SimulatedPc::State {
@@ -80,14 +81,15 @@ SimulatedPc::SimulatedPc(const SimulatedPcSettings& settings) : m_state(std::mak
   }
   if (settings.hasPlugInCamera) {
     m_state->plugIn = std::make_shared<SimulatedDevice>(
-        std::vector{Format(kMjpg, 1920, 1080, 60), Format(kMjpg, 1920, 1080, 30)}, "", settings.pace);
+        std::vector{Format(graph::kMjpg, 1920, 1080, 60), Format(graph::kMjpg, 1920, 1080, 30)}, "",
+        settings.pace);
   }
 }
 
 SimulatedPc::~SimulatedPc() = default;
 
-std::vector<CaptureDevice> SimulatedPc::CaptureDevices() {
-  std::vector<CaptureDevice> devices;
+std::vector<devices::CaptureDevice> SimulatedPc::CaptureDevices() {
+  std::vector<devices::CaptureDevice> devices;
   if (m_state->plugIn) {
     devices.push_back(PlugInCamera(m_state->plugIn));
   }
@@ -97,19 +99,19 @@ std::vector<CaptureDevice> SimulatedPc::CaptureDevices() {
   return devices;
 }
 
-std::vector<UsbDevice> SimulatedPc::UsbDevices() {
-  std::vector<UsbDevice> devices;
-  for (const UsbDetails& details : DescribeUsbDevices()) {
-    devices.push_back({details.id, details.isRemovable, details.firstChildId});
+std::vector<devices::UsbDevice> SimulatedPc::UsbDevices() {
+  std::vector<devices::UsbDevice> devices;
+  for (const devices::UsbDetails& details : DescribeUsbDevices()) {
+    devices.push_back({details.id, details.removability.isRemovable, details.firstChildId});
   }
   return devices;
 }
 
-std::vector<UsbDetails> SimulatedPc::DescribeUsbDevices() {
+std::vector<devices::UsbDetails> SimulatedPc::DescribeUsbDevices() {
   // A Bluetooth radio, soldered in.
-  std::vector<UsbDetails> devices{Described({R"(USB\VID_8087&PID_0026\SIMULATED-1.10)", false,
-                                             R"(USB\VID_8087&PID_0026&MI_00\SIMULATED-1.10&0000)"},
-                                            "1-10", "8087:0026", "Bluetooth Radio")};
+  std::vector<devices::UsbDetails> devices{Described({R"(USB\VID_8087&PID_0026\SIMULATED-1.10)", false,
+                                                      R"(USB\VID_8087&PID_0026&MI_00\SIMULATED-1.10&0000)"},
+                                                     "1-10", "8087:0026", "Bluetooth Radio")};
   if (m_state->plugIn) {
     devices.push_back(Described(
         {R"(USB\VID_046D&PID_0825\SIMULATED-2.1)", true, R"(USB\VID_046D&PID_0825&MI_00\SIMULATED-2.1&0000)"},
@@ -143,3 +145,5 @@ void SimulatedPc::Freeze(bool frozen) {
     m_state->builtIn->SetFrozen(frozen);
   }
 }
+
+}  // namespace simulated

@@ -1,5 +1,5 @@
 // A PC that is not there: a laptop with a camera in its lid and another one plugged in, for demonstrations
-// and tests. A host puts it in the place of the machine's own devices with UseDeviceTree.
+// and tests. A host puts it in the place of the machine's own devices with SetDeviceProvider.
 #pragma once
 
 #include <memory>
@@ -8,13 +8,15 @@
 
 #include "devices/DeviceProvider.h"
 
+namespace simulated {
+
 enum class Pace {
   kRealTime,  // at the format's rate; a frame that nobody took in time comes late, none is left out
   kUnpaced,   // as fast as frames are taken
 };
 
 // What the built-in camera of a real laptop offers.
-NUVEQ_PLATFORM_EXPORT std::vector<VideoFormat> LaptopCameraFormats();
+NUVEQ_PLATFORM_EXPORT std::vector<graph::VideoFormat> LaptopCameraFormats();
 
 struct SimulatedPcSettings {
   // A clip that the built-in camera plays over and over from its beginning, scaled to its picture: any file
@@ -24,20 +26,20 @@ struct SimulatedPcSettings {
   Pace pace = Pace::kRealTime;
   bool hasBuiltInCamera = true;
   bool hasPlugInCamera = true;
-  std::vector<VideoFormat> formats = LaptopCameraFormats();  // of the built-in camera
+  std::vector<graph::VideoFormat> formats = LaptopCameraFormats();  // of the built-in camera
 };
 
-class NUVEQ_PLATFORM_EXPORT SimulatedPc : public DeviceTree {
+class NUVEQ_PLATFORM_EXPORT SimulatedPc : public devices::DeviceProvider {
  public:
   // Throws std::runtime_error, with a text for people, when the clip cannot be played, and
   // std::invalid_argument for formats other than YUYV and MJPG with even sides of at least 64 by 48 pixels.
   explicit SimulatedPc(const SimulatedPcSettings& settings = {});
   ~SimulatedPc() override;
 
-  std::vector<CaptureDevice> CaptureDevices() override;
-  std::vector<UsbDevice> UsbDevices() override;
+  std::vector<devices::CaptureDevice> CaptureDevices() override;
+  std::vector<devices::UsbDevice> UsbDevices() override;
   // As on a laptop whose firmware describes its ports.
-  std::vector<UsbDetails> DescribeUsbDevices() override;
+  std::vector<devices::UsbDetails> DescribeUsbDevices() override;
 
   // The built-in camera goes, also while it is streaming, and comes back. From any thread.
   void RemoveBuiltInCamera();
@@ -49,3 +51,5 @@ class NUVEQ_PLATFORM_EXPORT SimulatedPc : public DeviceTree {
   struct State;
   std::shared_ptr<State> m_state;
 };
+
+}  // namespace simulated

@@ -22,6 +22,15 @@ using LPUNKNOWN = IUnknown*;
 
 constexpr IID IID_IUnknown{0x00000000, 0x0000, 0x0000, {0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46}};
 
+namespace com {
+
+// The IID of an interface, like __uuidof on Windows; specialised next to each IID. Interfaces without a
+// specialisation are available only through IUnknown.
+template <typename Interface>
+inline constexpr IID kInterfaceId = IID_IUnknown;
+
+}  // namespace com
+
 // The task allocator.
 struct IMalloc : IUnknown {
   virtual void STDMETHODCALLTYPE Free(void* block) = 0;

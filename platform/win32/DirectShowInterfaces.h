@@ -117,3 +117,24 @@ constexpr IID IID_ISampleGrabber{
     0x6B652FFF, 0x11FE, 0x4FCE, {0x92, 0xAD, 0x02, 0x66, 0xB5, 0xD7, 0xC7, 0x8F}};
 constexpr IID IID_ISampleGrabberCB{
     0x0579154A, 0x2B53, 0x4994, {0xB0, 0xD0, 0xE7, 0x73, 0x14, 0x8E, 0xFF, 0x85}};
+
+namespace com {
+
+template <>
+inline constexpr IID kInterfaceId<ICreateDevEnum> = IID_ICreateDevEnum;
+template <>
+inline constexpr IID kInterfaceId<IBaseFilter> = IID_IBaseFilter;
+template <>
+inline constexpr IID kInterfaceId<IGraphBuilder> = IID_IGraphBuilder;
+template <>
+inline constexpr IID kInterfaceId<IMediaControl> = IID_IMediaControl;
+template <>
+inline constexpr IID kInterfaceId<IMediaEvent> = IID_IMediaEvent;
+template <>
+inline constexpr IID kInterfaceId<IAMStreamConfig> = IID_IAMStreamConfig;
+template <>
+inline constexpr IID kInterfaceId<ISampleGrabber> = IID_ISampleGrabber;
+template <>
+inline constexpr IID kInterfaceId<ISampleGrabberCB> = IID_ISampleGrabberCB;
+
+}  // namespace com

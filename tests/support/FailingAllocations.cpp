@@ -141,7 +141,7 @@ bool FailingAllocations::IsToFail(const char* library) {
     return false;
   }
   ++m_count;
-  const bool isDue = m_persistence == Persistence::kOnce ? m_count == m_number : m_count >= m_number;
+  const bool isDue = m_persistence == Persistence::kTransient ? m_count == m_number : m_count >= m_number;
   const bool isToFail = m_number != 0 && isDue;
   m_failures += isToFail ? 1U : 0U;
   return isToFail;

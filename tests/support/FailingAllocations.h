@@ -48,7 +48,7 @@ class FailingAllocations {
 
   std::vector<std::string> m_names;
   std::uint64_t m_number = 0;
-  Persistence m_persistence = Persistence::kOnce;
+  Persistence m_persistence = Persistence::kTransient;
   std::uint64_t m_count = 0;
   std::uint64_t m_failures = 0;
 };

@@ -1,4 +1,4 @@
 // How long a failure that a test brings about goes on.
 #pragma once
 
-enum class Persistence { kOnce, kForGood };
+enum class Persistence { kTransient, kPersistent };

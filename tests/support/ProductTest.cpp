@@ -12,8 +12,8 @@ long EntriesIn(const char* folder) {
 }  // namespace
 
 void ProductTest::SetUp() {
-  m_objects = LiveObjects();
-  m_blocks = LiveTaskBlocks();
+  m_objects = com::LiveObjects();
+  m_blocks = com::LiveTaskBlocks();
   host.Reset();
   m_library = std::make_unique<LoadedLibrary>(NUVEQ_LIBRARY_FILE);
   ASSERT_EQ(m_library->Error(), "");
@@ -28,9 +28,9 @@ void ProductTest::TearDown() {
   Close();
   Unload();
   EXPECT_FALSE(m_library->IsMapped());
-  EXPECT_EQ(LiveObjects(), m_objects);
+  EXPECT_EQ(com::LiveObjects(), m_objects);
   // Each open leaves the structure, not the contents, of the format that it asked the camera for.
-  EXPECT_EQ(LiveTaskBlocks(), m_blocks + m_opens);
+  EXPECT_EQ(com::LiveTaskBlocks(), m_blocks + m_opens);
   host.Reset();
 }
 
@@ -86,8 +86,8 @@ std::vector<Bytes> ProductTest::PacketBytes() const {
 }
 
 std::uint32_t ProductTest::NumberIn(const Yuv& picture) {
-  return ReadFrameNumber(picture.y.data(), picture.width, picture.width, picture.height)
-      .value_or(kFrameNumberMask + 1);
+  return simulated::ReadFrameNumber(picture.y.data(), picture.width, picture.width, picture.height)
+      .value_or(simulated::kFrameNumberMask + 1);
 }
 
 void ProductTest::ExpectNumbersFrom(std::uint32_t first) {

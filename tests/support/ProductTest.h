@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "com/Com.h"
+#include "devices/DeviceProvider.h"
 #include "graph/StreamStats.h"
 #include "simulated/NumberedPicture.h"
 #include "support/HostCallbacks.h"

@@ -1,22 +1,38 @@
-// COM's functions: set-up, and the classes that there are.
+// COM's functions: initialisation, class objects, bind contexts and task memory.
+#include "com/Com.h"
+
+#include <cstdlib>
+
 #include "com/ComObject.h"
 #include "devices/DeviceEnumerator.h"
 #include "graph/FilterGraph.h"
 #include "graph/SampleGrabber.h"
-#include "graph/StreamStats.h"
+
+namespace com {
 
 namespace {
 
 constexpr HRESULT CLASS_E_NOAGGREGATION = ResultCode(0x80040110);
+constexpr DWORD kTaskAllocator = 1;
 
-// How often COM was set up on this thread. Nothing depends on it here but the answers.
+// Nesting of CoInitialize on this thread. Only the results depend on it.
 thread_local unsigned t_initialised = 0;
+
+std::atomic<std::uint64_t>& LiveTaskBlockCount() {
+  static std::atomic<std::uint64_t> count{0};
+  return count;
+}
 
 class BindContext : public ComObject<IBindCtx> {};
 
+class TaskAllocator : public ComObject<IMalloc> {
+ public:
+  void STDMETHODCALLTYPE Free(void* block) override { CoTaskMemFree(block); }
+};
+
 template <typename Object>
 HRESULT Create(REFIID iid, void** out) {
-  return MakeObject<Object>()->QueryInterface(iid, out);
+  return MakeComObject<Object>()->QueryInterface(iid, out);
 }
 
 }  // namespace
@@ -28,13 +44,17 @@ std::atomic<std::uint64_t>& LiveObjectCount() {
 
 std::uint64_t LiveObjects() { return LiveObjectCount(); }
 
+std::uint64_t LiveTaskBlocks() { return LiveTaskBlockCount(); }
+
+}  // namespace com
+
 NUVEQ_PLATFORM_EXPORT HRESULT WINAPI CoInitialize(LPVOID /*reserved*/) {
-  return ++t_initialised == 1 ? S_OK : S_FALSE;
+  return ++com::t_initialised == 1 ? S_OK : S_FALSE;
 }
 
 NUVEQ_PLATFORM_EXPORT void WINAPI CoUninitialize() {
-  if (t_initialised > 0) {
-    --t_initialised;
+  if (com::t_initialised > 0) {
+    --com::t_initialised;
   }
 }
 
@@ -45,20 +65,20 @@ NUVEQ_PLATFORM_EXPORT HRESULT WINAPI CoCreateInstance(REFCLSID classId, LPUNKNOW
   }
   *object = nullptr;
   if (outer != nullptr) {
-    return CLASS_E_NOAGGREGATION;
+    return com::CLASS_E_NOAGGREGATION;
   }
   if ((context & CLSCTX_INPROC_SERVER) == 0) {
     return REGDB_E_CLASSNOTREG;
   }
-  return Guarded([&] {
+  return com::CatchToHresult([&] {
     if (classId == CLSID_SystemDeviceEnum) {
-      return Create<DeviceEnumerator>(iid, object);
+      return com::Create<devices::DeviceEnumerator>(iid, object);
     }
     if (classId == CLSID_FilterGraph) {
-      return Create<FilterGraph>(iid, object);
+      return com::Create<graph::FilterGraph>(iid, object);
     }
     if (classId == CLSID_SampleGrabber) {
-      return Create<SampleGrabber>(iid, object);
+      return com::Create<graph::SampleGrabber>(iid, object);
     }
     return REGDB_E_CLASSNOTREG;
   });
@@ -72,5 +92,32 @@ NUVEQ_PLATFORM_EXPORT HRESULT WINAPI CreateBindCtx(DWORD reserved, IBindCtx** co
   if (reserved != 0) {
     return E_INVALIDARG;
   }
-  return Guarded([&] { return HandOut(MakeObject<BindContext>(), context); });
+  return com::CatchToHresult([&] { return com::CopyTo(com::MakeComObject<com::BindContext>(), context); });
+}
+
+NUVEQ_PLATFORM_EXPORT LPVOID WINAPI CoTaskMemAlloc(std::size_t size) {
+  void* const block = std::malloc(size);
+  if (block != nullptr) {
+    ++com::LiveTaskBlockCount();
+  }
+  return block;
+}
+
+NUVEQ_PLATFORM_EXPORT void WINAPI CoTaskMemFree(LPVOID block) {
+  if (block != nullptr) {
+    --com::LiveTaskBlockCount();
+    std::free(block);
+  }
+}
+
+NUVEQ_PLATFORM_EXPORT HRESULT WINAPI CoGetMalloc(DWORD context, IMalloc** allocator) {
+  if (allocator == nullptr) {
+    return E_POINTER;
+  }
+  *allocator = nullptr;
+  if (context != com::kTaskAllocator) {
+    return E_INVALIDARG;
+  }
+  return com::CatchToHresult(
+      [&] { return com::CopyTo(com::MakeComObject<com::TaskAllocator>(), allocator); });
 }

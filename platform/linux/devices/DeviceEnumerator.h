@@ -1,11 +1,16 @@
-// Lists the PC's capture devices.
+// Enumerates the PC's capture devices as monikers.
 #pragma once
 
 #include "com/ComObject.h"
 
-class DeviceEnumerator : public ComObject<ICreateDevEnum> {
+namespace devices {
+
+class DeviceEnumerator : public com::ComObject<ICreateDevEnum> {
  public:
-  // S_FALSE and null for a category without a device, and for every category but that of video inputs.
+  // Supports the category of video input devices. S_FALSE and null for an empty category and for any other
+  // one.
   HRESULT STDMETHODCALLTYPE CreateClassEnumerator(REFCLSID category, IEnumMoniker** enumerator,
                                                   DWORD flags) override;
 };
+
+}  // namespace devices

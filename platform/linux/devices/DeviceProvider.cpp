@@ -6,35 +6,39 @@
 
 #include "devices/LinuxDeviceProvider.h"
 
+namespace devices {
+
 namespace {
 
-struct Slot {
+struct Current {
   std::mutex mutex;
-  std::shared_ptr<DeviceTree> tree = std::make_shared<LinuxDeviceTree>();
+  std::shared_ptr<DeviceProvider> provider = std::make_shared<LinuxDeviceProvider>();
 };
 
-Slot& TheSlot() {
-  static Slot slot;
-  return slot;
+Current& GetCurrent() {
+  static Current current;
+  return current;
 }
 
 }  // namespace
 
-std::string DisplayForm(std::string id) {
+std::string ToDisplayNameForm(std::string id) {
   std::transform(id.begin(), id.end(), id.begin(),
                  [](unsigned char c) { return c == '\\' ? '#' : static_cast<char>(std::tolower(c)); });
   return id;
 }
 
-void UseDeviceTree(std::shared_ptr<DeviceTree> tree) {
-  if (tree == nullptr) {
-    tree = std::make_shared<LinuxDeviceTree>();
+void SetDeviceProvider(std::shared_ptr<DeviceProvider> provider) {
+  if (provider == nullptr) {
+    provider = std::make_shared<LinuxDeviceProvider>();
   }
-  const std::lock_guard lock(TheSlot().mutex);
-  std::swap(TheSlot().tree, tree);
+  const std::lock_guard lock(GetCurrent().mutex);
+  std::swap(GetCurrent().provider, provider);
 }
 
-std::shared_ptr<DeviceTree> CurrentDeviceTree() {
-  const std::lock_guard lock(TheSlot().mutex);
-  return TheSlot().tree;
+std::shared_ptr<DeviceProvider> CurrentDeviceProvider() {
+  const std::lock_guard lock(GetCurrent().mutex);
+  return GetCurrent().provider;
 }
+
+}  // namespace devices

@@ -2,101 +2,101 @@
 
 #include <algorithm>
 #include <optional>
-#include <set>
 #include <utility>
 
 #include "devices/Sysfs.h"
 #include "devices/SysfsUsb.h"
-#include "devices/UsbDescription.h"
 #include "devices/VideoNode.h"
 #include "v4l2/SystemCalls.h"
 #include "v4l2/V4l2Source.h"
+
+namespace devices {
 
 namespace {
 
 namespace fs = std::filesystem;
 
-// The interface class of cameras on Windows, which ends a camera's path there.
+// The device interface class of cameras on Windows, the last part of their display names.
 constexpr const char* kCameraClass = "#{65e8773d-8f56-11d0-a3b9-00a0c9223196}";
 
-std::string WhyNotBuiltIn(Attachment attachment) {
-  switch (attachment) {
-    case Attachment::kFixed:
-      return {};
-    case Attachment::kRemovable:
-      return "it is plugged in: its USB device can be removed";
-    case Attachment::kUnknown:
-      return "the PC's firmware does not say that its USB port is an internal one";
-    case Attachment::kMissing:
-      return "the kernel does not show whether its USB device can be removed";
-    case Attachment::kBelowRemovableHub:
-      return "it belongs to a USB hub that can be removed, or may be";
+// Human-readable; empty for a fixed device.
+std::string ExclusionReason(const UsbRemovability& removability) {
+  if (!removability.isRemovable) {
+    return {};
   }
-  return {};
+  if (removability.source == RemovabilitySource::kParentHub) {
+    return "it belongs to a USB hub that can be removed, or may be";
+  }
+  if (removability.attribute == "removable") {
+    return "it is plugged in: its USB device can be removed";
+  }
+  return removability.attribute == "unknown"
+             ? "the PC's firmware does not say that its USB port is an internal one"
+             : "the kernel does not show whether its USB device can be removed";
 }
 
-// A place that is not on USB, as a path text: "platform#vivid.0".
-std::string PlaceText(const fs::path& device, const fs::path& sysfsRoot) {
+// The path of a device that is not on USB: "platform#vivid.0".
+std::string DevicePathText(const fs::path& device, const fs::path& sysfsRoot) {
   std::string place = device.lexically_relative(sysfsRoot / "devices").generic_string();
   for (char& c : place) {
     const auto byte = static_cast<unsigned char>(c);
     c = c == '/' ? '#' : byte > ' ' && byte < 0x7F ? c : '_';
   }
-  return DisplayForm(place);
+  return ToDisplayNameForm(place);
 }
 
-// Nothing for a node that has gone meanwhile.
+// Returns nothing for a node that has disappeared.
 std::optional<CaptureDevice> Describe(const fs::path& entry, const std::string& path,
                                       const fs::path& sysfsRoot) {
   const SysfsUsb usb(sysfsRoot);
-  fs::path parent = SysfsPlaceOf(entry / "device");
+  fs::path parent = ResolveSysfsPath(entry / "device");
   if (parent.empty()) {
-    // A node of no device: a loopback camera has only itself.
-    parent = SysfsPlaceOf(entry);
+    // A node without a device, such as a loopback camera.
+    parent = ResolveSysfsPath(entry);
   }
   if (parent.empty()) {
     return std::nullopt;
   }
   const std::string id = usb.InterfaceId(parent);
   CaptureDevice device;
-  device.displayName = R"(@device:pnp:\\?\)" + (id.empty() ? PlaceText(parent, sysfsRoot) : DisplayForm(id)) +
+  device.displayName = R"(@device:pnp:\\?\)" +
+                       (id.empty() ? DevicePathText(parent, sysfsRoot) : ToDisplayNameForm(id)) +
                        kCameraClass + R"(\video-index)" + ReadSysfsLine(entry / "index");
   device.name = ReadSysfsLine(entry / "name");
   device.node = path;
-  device.whyNotBuiltIn =
-      id.empty() ? "it is not a USB device" : WhyNotBuiltIn(usb.AttachmentOf(parent.parent_path()));
-  device.makeSource = [path] { return std::make_unique<V4l2Source>(path); };
+  device.exclusionReason =
+      id.empty() ? "it is not a USB device" : ExclusionReason(DetermineUsbRemovability(parent.parent_path()));
+  device.makeSource = [path] { return std::make_unique<v4l2::V4l2Source>(path); };
   return device;
 }
 
-// A video node of the machine, and whether it is a capture device.
+// A video node of the machine.
 struct VideoNode {
   fs::path entry;  // in sysfs
   std::string path;
-  VideoNodeLook look;
+  VideoNodeStatus status;
 };
 
 std::vector<VideoNode> ListVideoNodes(const fs::path& sysfsRoot) {
   std::vector<VideoNode> nodes;
-  for (const fs::path& entry : SysfsEntries(sysfsRoot / "class" / "video4linux")) {
+  for (const fs::path& entry : ListSysfsEntries(sysfsRoot / "class" / "video4linux")) {
     if (IsVideoNode(entry)) {
-      const std::string path = (CurrentSystem().DevRoot() / entry.filename()).string();
-      nodes.push_back({entry, path, LookAtVideoNode(path, entry)});
+      const std::string path = (v4l2::CurrentSystemCalls().DevRoot() / entry.filename()).string();
+      nodes.push_back({entry, path, ProbeVideoNode(path, entry)});
     }
   }
-  // By number: a device's metadata node follows the node that it belongs to.
+  // By number: a device's metadata node follows its capture node.
   std::sort(nodes.begin(), nodes.end(), [](const VideoNode& a, const VideoNode& b) {
     return std::pair(a.path.size(), a.path) < std::pair(b.path.size(), b.path);
   });
   return nodes;
 }
 
-// The folders of the USB interfaces, and of other devices, that have a capture device.
-std::set<fs::path> FoldersOfCameras(const std::vector<VideoNode>& nodes) {
-  std::set<fs::path> folders;
+CameraFolders FoldersOfCameras(const std::vector<VideoNode>& nodes) {
+  CameraFolders folders;
   for (const VideoNode& node : nodes) {
-    if (node.look.IsCapture()) {
-      folders.insert(SysfsPlaceOf(node.entry / "device"));
+    if (node.status.IsCapture()) {
+      folders.insert(ResolveSysfsPath(node.entry / "device"));
     }
   }
   return folders;
@@ -104,13 +104,13 @@ std::set<fs::path> FoldersOfCameras(const std::vector<VideoNode>& nodes) {
 
 bool IsFirstFunction(const UsbDevice& usbDevice, const CaptureDevice& camera) {
   return !usbDevice.firstChildId.empty() &&
-         camera.displayName.find(DisplayForm(usbDevice.firstChildId)) != std::string::npos;
+         camera.displayName.find(ToDisplayNameForm(usbDevice.firstChildId)) != std::string::npos;
 }
 
-// The first USB device that is fixed and has a camera as its first child, as the camera library goes
-// through them; null: there is none.
-const UsbDevice* ChosenOf(const std::vector<UsbDevice>& usbDevices,
-                          const std::vector<CaptureDevice>& cameras) {
+// Returns the first USB device that is fixed and has a camera as its first child, which is how the camera
+// library chooses; null if there is none.
+const UsbDevice* FindBuiltInDevice(const std::vector<UsbDevice>& usbDevices,
+                                   const std::vector<CaptureDevice>& cameras) {
   const auto chosen = std::find_if(usbDevices.begin(), usbDevices.end(), [&](const UsbDevice& usbDevice) {
     return !usbDevice.isRemovable &&
            std::any_of(cameras.begin(), cameras.end(),
@@ -119,34 +119,34 @@ const UsbDevice* ChosenOf(const std::vector<UsbDevice>& usbDevices,
   return chosen == usbDevices.end() ? nullptr : &*chosen;
 }
 
-// Of several cameras that could be the PC's own one is; the others are told why not.
-void ChooseOne(const std::vector<UsbDevice>& usbDevices, std::vector<CaptureDevice>& cameras) {
-  const UsbDevice* const chosen = ChosenOf(usbDevices, cameras);
-  bool isTaken = false;
+// Marks one camera as the built-in camera and gives all others a reason for their exclusion.
+void SetExclusionReasons(const std::vector<UsbDevice>& usbDevices, std::vector<CaptureDevice>& cameras) {
+  const UsbDevice* const builtIn = FindBuiltInDevice(usbDevices, cameras);
+  bool isFound = false;
   for (CaptureDevice& camera : cameras) {
-    const bool isOfChosen = chosen != nullptr && IsFirstFunction(*chosen, camera);
+    const bool isOfBuiltIn = builtIn != nullptr && IsFirstFunction(*builtIn, camera);
     const bool isOfFixed = std::any_of(usbDevices.begin(), usbDevices.end(), [&](const UsbDevice& usbDevice) {
       return !usbDevice.isRemovable && IsFirstFunction(usbDevice, camera);
     });
-    if (isOfChosen && !std::exchange(isTaken, true)) {
+    if (isOfBuiltIn && !std::exchange(isFound, true)) {
       continue;
     }
-    if (camera.whyNotBuiltIn.empty()) {
-      camera.whyNotBuiltIn = isOfChosen  ? "it is another node of the camera that is taken"
-                             : isOfFixed ? "another built-in camera comes first"
-                                         : "it is not the first camera of its USB device";
+    if (camera.exclusionReason.empty()) {
+      camera.exclusionReason = isOfBuiltIn ? "it is another node of the camera that is taken"
+                               : isOfFixed ? "another built-in camera comes first"
+                                           : "it is not the first camera of its USB device";
     }
   }
 }
 
 }  // namespace
 
-std::vector<CaptureDevice> LinuxDeviceTree::CaptureDevices() {
-  const fs::path sysfsRoot = CurrentSystem().SysfsRoot();
+std::vector<CaptureDevice> LinuxDeviceProvider::CaptureDevices() {
+  const fs::path sysfsRoot = v4l2::CurrentSystemCalls().SysfsRoot();
   const std::vector<VideoNode> nodes = ListVideoNodes(sysfsRoot);
   std::vector<CaptureDevice> cameras;
   for (const VideoNode& node : nodes) {
-    if (!node.look.IsCapture()) {
+    if (!node.status.IsCapture()) {
       continue;
     }
     if (auto camera = Describe(node.entry, node.path, sysfsRoot)) {
@@ -155,34 +155,36 @@ std::vector<CaptureDevice> LinuxDeviceTree::CaptureDevices() {
   }
   std::sort(cameras.begin(), cameras.end(),
             [](const auto& a, const auto& b) { return a.displayName < b.displayName; });
-  ChooseOne(SysfsUsb(sysfsRoot).Devices(FoldersOfCameras(nodes)), cameras);
+  SetExclusionReasons(SysfsUsb(sysfsRoot).Devices(FoldersOfCameras(nodes)), cameras);
   return cameras;
 }
 
-std::vector<UsbDevice> LinuxDeviceTree::UsbDevices() {
-  const fs::path sysfsRoot = CurrentSystem().SysfsRoot();
+std::vector<UsbDevice> LinuxDeviceProvider::UsbDevices() {
+  const fs::path sysfsRoot = v4l2::CurrentSystemCalls().SysfsRoot();
   return SysfsUsb(sysfsRoot).Devices(FoldersOfCameras(ListVideoNodes(sysfsRoot)));
 }
 
-std::vector<UsbDetails> LinuxDeviceTree::DescribeUsbDevices() {
-  const fs::path sysfsRoot = CurrentSystem().SysfsRoot();
-  return ::DescribeUsbDevices(sysfsRoot, FoldersOfCameras(ListVideoNodes(sysfsRoot)));
+std::vector<UsbDetails> LinuxDeviceProvider::DescribeUsbDevices() {
+  const fs::path sysfsRoot = v4l2::CurrentSystemCalls().SysfsRoot();
+  return SysfsUsb(sysfsRoot).Describe(FoldersOfCameras(ListVideoNodes(sysfsRoot)));
 }
 
-std::vector<VideoNodeDetails> LinuxDeviceTree::DescribeVideoNodes() {
-  const fs::path sysfsRoot = CurrentSystem().SysfsRoot();
+std::vector<VideoNodeDetails> LinuxDeviceProvider::DescribeVideoNodes() {
+  const fs::path sysfsRoot = v4l2::CurrentSystemCalls().SysfsRoot();
   const SysfsUsb usb(sysfsRoot);
   std::vector<VideoNodeDetails> described;
   for (const VideoNode& node : ListVideoNodes(sysfsRoot)) {
     VideoNodeDetails details;
     details.node = node.path;
     details.name = ReadSysfsLine(node.entry / "name");
-    details.whyNotCapture = node.look.whyNotCapture;
-    details.openError = node.look.openError;
-    if (const fs::path parent = SysfsPlaceOf(node.entry / "device"); !usb.InterfaceId(parent).empty()) {
+    details.rejectionReason = node.status.rejectionReason;
+    details.openError = node.status.openError;
+    if (const fs::path parent = ResolveSysfsPath(node.entry / "device"); !usb.InterfaceId(parent).empty()) {
       details.usbPlace = parent.parent_path().filename().string();
     }
     described.push_back(std::move(details));
   }
   return described;
 }
+
+}  // namespace devices

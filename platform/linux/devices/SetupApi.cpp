@@ -3,12 +3,17 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstring>
+#include <map>
+#include <memory>
 #include <mutex>
-#include <set>
+#include <string>
+#include <vector>
 
 #include "com/ComObject.h"
-#include "devices/DeviceNodes.h"
 #include "devices/DeviceProvider.h"
+
+namespace devices {
 
 namespace {
 
@@ -16,20 +21,72 @@ constexpr CONFIGRET CR_INVALID_POINTER = 0x03;
 constexpr CONFIGRET CR_BUFFER_SMALL = 0x1A;
 constexpr CONFIGRET CR_OUT_OF_MEMORY = 0x02;
 
+struct DeviceNode {
+  std::string id;
+  bool isRemovable = true;
+  DEVINST firstChild = 0;  // 0: none
+};
+
+// Device instance handles of USB devices and their children. A handle stays valid and refers to the same
+// instance id for the life of the process. May be called from any thread.
+class DeviceNodes {
+ public:
+  static DeviceNodes& Get() {
+    static DeviceNodes nodes;
+    return nodes;
+  }
+
+  // Stores the current state of a device and returns its handle.
+  DEVINST Update(const UsbDevice& device) {
+    const std::lock_guard lock(m_mutex);
+    const DEVINST child = device.firstChildId.empty() ? 0 : HandleOf(device.firstChildId);
+    const DEVINST handle = HandleOf(device.id);
+    m_nodes[handle - 1].isRemovable = device.isRemovable;
+    m_nodes[handle - 1].firstChild = child;
+    return handle;
+  }
+
+  // Returns false for an invalid handle.
+  bool Find(DEVINST handle, DeviceNode& node) {
+    const std::lock_guard lock(m_mutex);
+    if (handle == 0 || handle > m_nodes.size()) {
+      return false;
+    }
+    node = m_nodes[handle - 1];
+    return true;
+  }
+
+ private:
+  DEVINST HandleOf(const std::string& id) {
+    if (const auto known = m_handles.find(id); known != m_handles.end()) {
+      return known->second;
+    }
+    // The node comes first: if the map then throws, a node without a handle does no harm.
+    m_nodes.push_back({id});
+    const auto handle = static_cast<DEVINST>(m_nodes.size());
+    m_handles.emplace(id, handle);
+    return handle;
+  }
+
+  std::mutex m_mutex;
+  std::map<std::string, DEVINST> m_handles;
+  std::vector<DeviceNode> m_nodes;  // handle 1 first
+};
+
 struct Entry {
-  DEVINST number = 0;
-  std::wstring path;  // of its interface
+  DEVINST handle = 0;
+  std::wstring path;  // of the device interface
 };
 
 struct DeviceInfoSet {
   std::vector<Entry> entries;
 };
 
-// The sets that callers hold. A handle is the address of one.
-class OpenSets {
+// The open device information sets. An HDEVINFO is the address of one.
+class DeviceInfoSets {
  public:
-  static OpenSets& Get() {
-    static OpenSets sets;
+  static DeviceInfoSets& Get() {
+    static DeviceInfoSets sets;
     return sets;
   }
 
@@ -46,7 +103,7 @@ class OpenSets {
     return m_sets.erase(handle) == 1;
   }
 
-  // False for a handle that is none, or an index past the last.
+  // Returns false for an invalid handle or index.
   bool Find(HDEVINFO handle, std::size_t index, Entry& entry) {
     const std::lock_guard lock(m_mutex);
     const auto found = m_sets.find(handle);
@@ -63,42 +120,46 @@ class OpenSets {
 };
 
 Entry MakeEntry(const UsbDevice& device) {
-  const std::string path = R"(\\?\)" + DisplayForm(device.id) + "#{a5dcbf10-6530-11d2-901f-00c04fb951ed}";
-  return {DeviceNodes::Get().Note(device), std::wstring(path.begin(), path.end())};
+  const std::string path =
+      R"(\\?\)" + ToDisplayNameForm(device.id) + "#{a5dcbf10-6530-11d2-901f-00c04fb951ed}";
+  return {DeviceNodes::Get().Update(device), std::wstring(path.begin(), path.end())};
 }
 
-void Fill(DEVINST number, SP_DEVINFO_DATA& device) {
+void Fill(DEVINST handle, SP_DEVINFO_DATA& device) {
   device.ClassGuid = GUID{0x36FC9E60, 0xC465, 0x11CF, {0x80, 0x56, 0x44, 0x45, 0x53, 0x54, 0x00, 0x00}};
-  device.DevInst = number;
+  device.DevInst = handle;
   device.Reserved = 0;
 }
 
-// What the action makes of the node; CR_NO_SUCH_DEVNODE for a number that is none.
+// Returns the result of the action with the node, or CR_NO_SUCH_DEVNODE for an invalid handle.
 template <typename Action>
-CONFIGRET WithNode(DEVINST number, Action&& action) noexcept try {
+CONFIGRET WithNode(DEVINST handle, Action&& action) noexcept try {
   DeviceNode node;
-  return DeviceNodes::Get().Find(number, node) ? std::forward<Action>(action)(node) : CR_NO_SUCH_DEVNODE;
+  return DeviceNodes::Get().Find(handle, node) ? std::forward<Action>(action)(node) : CR_NO_SUCH_DEVNODE;
 } catch (...) {
   return CR_OUT_OF_MEMORY;
 }
 
 template <typename Action>
-BOOL Succeeds(Action&& action) {
-  return Guarded([&] { return std::forward<Action>(action)() ? S_OK : E_FAIL; }) == S_OK ? TRUE : FALSE;
+BOOL CatchToBool(Action&& action) {
+  return com::CatchToHresult([&] { return std::forward<Action>(action)() ? S_OK : E_FAIL; }) == S_OK ? TRUE
+                                                                                                     : FALSE;
 }
 
 }  // namespace
 
+}  // namespace devices
+
 NUVEQ_PLATFORM_EXPORT HDEVINFO WINAPI SetupDiGetClassDevsW(const GUID* classId, const WCHAR* /*enumerator*/,
                                                            HWND /*parent*/, DWORD /*flags*/) {
   HDEVINFO set = INVALID_HANDLE_VALUE;
-  static_cast<void>(Guarded([&] {
-    std::vector<Entry> entries;
+  static_cast<void>(com::CatchToHresult([&] {
+    std::vector<devices::Entry> entries;
     if (classId != nullptr && *classId == GUID_DEVINTERFACE_USB_DEVICE) {
-      const std::vector<UsbDevice> devices = CurrentDeviceTree()->UsbDevices();
-      std::transform(devices.begin(), devices.end(), std::back_inserter(entries), MakeEntry);
+      const std::vector<devices::UsbDevice> devices = devices::CurrentDeviceProvider()->UsbDevices();
+      std::transform(devices.begin(), devices.end(), std::back_inserter(entries), devices::MakeEntry);
     }
-    set = OpenSets::Get().Add(std::move(entries));
+    set = devices::DeviceInfoSets::Get().Add(std::move(entries));
     return S_OK;
   }));
   return set;
@@ -107,10 +168,11 @@ NUVEQ_PLATFORM_EXPORT HDEVINFO WINAPI SetupDiGetClassDevsW(const GUID* classId, 
 NUVEQ_PLATFORM_EXPORT BOOL WINAPI SetupDiEnumDeviceInterfaces(HDEVINFO set, SP_DEVINFO_DATA* /*device*/,
                                                               const GUID* classId, DWORD index,
                                                               SP_DEVICE_INTERFACE_DATA* data) {
-  return Succeeds([&] {
-    Entry entry;
+  return devices::CatchToBool([&] {
+    devices::Entry entry;
     if (data == nullptr || data->cbSize != sizeof(*data) || classId == nullptr ||
-        !(*classId == GUID_DEVINTERFACE_USB_DEVICE) || !OpenSets::Get().Find(set, index, entry)) {
+        !(*classId == GUID_DEVINTERFACE_USB_DEVICE) ||
+        !devices::DeviceInfoSets::Get().Find(set, index, entry)) {
       return false;
     }
     data->InterfaceClassGuid = *classId;
@@ -125,10 +187,10 @@ NUVEQ_PLATFORM_EXPORT BOOL WINAPI SetupDiGetDeviceInterfaceDetailW(HDEVINFO set,
                                                                    SP_DEVICE_INTERFACE_DETAIL_DATA_W* detail,
                                                                    DWORD detailSize, DWORD* requiredSize,
                                                                    SP_DEVINFO_DATA* device) {
-  return Succeeds([&] {
-    Entry entry;
+  return devices::CatchToBool([&] {
+    devices::Entry entry;
     if (data == nullptr || data->cbSize != sizeof(*data) ||
-        !OpenSets::Get().Find(set, data->Reserved, entry)) {
+        !devices::DeviceInfoSets::Get().Find(set, data->Reserved, entry)) {
       return false;
     }
     constexpr std::size_t kPathOffset = offsetof(SP_DEVICE_INTERFACE_DETAIL_DATA_W, DevicePath);
@@ -142,33 +204,34 @@ NUVEQ_PLATFORM_EXPORT BOOL WINAPI SetupDiGetDeviceInterfaceDetailW(HDEVINFO set,
     }
     std::memcpy(reinterpret_cast<BYTE*>(detail) + kPathOffset, entry.path.c_str(), required - kPathOffset);
     if (device != nullptr) {
-      Fill(entry.number, *device);
+      devices::Fill(entry.handle, *device);
     }
     return true;
   });
 }
 
 NUVEQ_PLATFORM_EXPORT BOOL WINAPI SetupDiEnumDeviceInfo(HDEVINFO set, DWORD index, SP_DEVINFO_DATA* device) {
-  return Succeeds([&] {
-    Entry entry;
-    if (device == nullptr || device->cbSize != sizeof(*device) || !OpenSets::Get().Find(set, index, entry)) {
+  return devices::CatchToBool([&] {
+    devices::Entry entry;
+    if (device == nullptr || device->cbSize != sizeof(*device) ||
+        !devices::DeviceInfoSets::Get().Find(set, index, entry)) {
       return false;
     }
-    Fill(entry.number, *device);
+    devices::Fill(entry.handle, *device);
     return true;
   });
 }
 
 NUVEQ_PLATFORM_EXPORT BOOL WINAPI SetupDiDestroyDeviceInfoList(HDEVINFO set) {
-  return Succeeds([&] { return OpenSets::Get().Remove(set); });
+  return devices::CatchToBool([&] { return devices::DeviceInfoSets::Get().Remove(set); });
 }
 
 NUVEQ_PLATFORM_EXPORT CONFIGRET WINAPI CM_Get_DevNode_Status(ULONG* status, ULONG* problem, DEVINST device,
                                                              ULONG /*flags*/) {
   if (status == nullptr || problem == nullptr) {
-    return CR_INVALID_POINTER;
+    return devices::CR_INVALID_POINTER;
   }
-  return WithNode(device, [&](const DeviceNode& node) {
+  return devices::WithNode(device, [&](const devices::DeviceNode& node) {
     *status = node.isRemovable ? DN_REMOVABLE : 0;
     *problem = 0;
     return CR_SUCCESS;
@@ -177,9 +240,9 @@ NUVEQ_PLATFORM_EXPORT CONFIGRET WINAPI CM_Get_DevNode_Status(ULONG* status, ULON
 
 NUVEQ_PLATFORM_EXPORT CONFIGRET WINAPI CM_Get_Child(PDEVINST child, DEVINST device, ULONG /*flags*/) {
   if (child == nullptr) {
-    return CR_INVALID_POINTER;
+    return devices::CR_INVALID_POINTER;
   }
-  return WithNode(device, [&](const DeviceNode& node) {
+  return devices::WithNode(device, [&](const devices::DeviceNode& node) {
     if (node.firstChild == 0) {
       return CR_NO_SUCH_DEVNODE;
     }
@@ -191,11 +254,11 @@ NUVEQ_PLATFORM_EXPORT CONFIGRET WINAPI CM_Get_Child(PDEVINST child, DEVINST devi
 NUVEQ_PLATFORM_EXPORT CONFIGRET WINAPI CM_Get_Device_IDA(DEVINST device, char* buffer, ULONG length,
                                                          ULONG /*flags*/) {
   if (buffer == nullptr) {
-    return CR_INVALID_POINTER;
+    return devices::CR_INVALID_POINTER;
   }
-  return WithNode(device, [&](const DeviceNode& node) {
+  return devices::WithNode(device, [&](const devices::DeviceNode& node) {
     if (length <= node.id.size()) {
-      return CR_BUFFER_SMALL;
+      return devices::CR_BUFFER_SMALL;
     }
     std::memcpy(buffer, node.id.c_str(), node.id.size() + 1);
     return CR_SUCCESS;

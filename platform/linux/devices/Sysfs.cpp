@@ -1,5 +1,5 @@
-// The system's own calls: streams and the standard library's folders take a want of memory for the end of a
-// file or of a folder, or end the process.
+// Uses system calls: out of memory, the standard library's streams report the end of the file, and its
+// directory iterators end the process.
 #include "devices/Sysfs.h"
 
 #include <dirent.h>
@@ -13,12 +13,14 @@
 #include <memory>
 #include <new>
 
+namespace devices {
+
 namespace {
 
 namespace fs = std::filesystem;
 
-// The kernel hands out no more than that for a file here.
-constexpr std::size_t kMostBytes = 4096;
+// The maximum size of a sysfs attribute: one page.
+constexpr std::size_t kMaxAttributeSize = 4096;
 
 struct CloseFolder {
   void operator()(DIR* folder) const { closedir(folder); }
@@ -28,7 +30,7 @@ struct FreeText {
   void operator()(char* text) const { std::free(text); }
 };
 
-void ThrowWithoutMemory() {
+void ThrowIfOutOfMemory() {
   if (errno == ENOMEM) {
     throw std::bad_alloc();
   }
@@ -38,7 +40,7 @@ class OpenFile {
  public:
   explicit OpenFile(const fs::path& file) : m_descriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC)) {
     if (m_descriptor < 0) {
-      ThrowWithoutMemory();
+      ThrowIfOutOfMemory();
     }
   }
   OpenFile(const OpenFile&) = delete;
@@ -48,14 +50,14 @@ class OpenFile {
       close(m_descriptor);
     }
   }
-  // Bytes read; none at the end and when the file cannot be read.
+  // Returns the number of bytes read; 0 at the end of the file and if it cannot be read.
   std::size_t Read(char* to, std::size_t size) const {
     ssize_t count = -1;
     do {
       count = read(m_descriptor, to, size);
     } while (count < 0 && errno == EINTR);
     if (count < 0) {
-      ThrowWithoutMemory();
+      ThrowIfOutOfMemory();
       return 0;
     }
     return static_cast<std::size_t>(count);
@@ -69,7 +71,7 @@ class OpenFile {
 
 std::string ReadSysfsLine(const fs::path& file) {
   const OpenFile opened(file);
-  std::array<char, kMostBytes> text{};
+  std::array<char, kMaxAttributeSize> text{};
   std::size_t size = 0;
   for (std::size_t count = 1; count > 0 && size < text.size(); size += count) {
     count = opened.Read(text.data() + size, text.size() - size);
@@ -77,14 +79,14 @@ std::string ReadSysfsLine(const fs::path& file) {
   return {text.begin(), std::find(text.begin(), text.begin() + size, '\n')};
 }
 
-std::vector<fs::path> SysfsEntries(const fs::path& folder) {
+std::vector<fs::path> ListSysfsEntries(const fs::path& folder) {
   std::vector<fs::path> entries;
   const std::unique_ptr<DIR, CloseFolder> opened(opendir(folder.c_str()));
   if (opened == nullptr) {
-    ThrowWithoutMemory();
+    ThrowIfOutOfMemory();
     return entries;
   }
-  // NOLINTNEXTLINE(concurrency-mt-unsafe): safe on a stream that nobody else has
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): this stream is not shared
   while (const dirent* const entry = readdir(opened.get())) {
     const fs::path name(entry->d_name);
     if (name != "." && name != "..") {
@@ -95,11 +97,15 @@ std::vector<fs::path> SysfsEntries(const fs::path& folder) {
   return entries;
 }
 
-fs::path SysfsPlaceOf(const fs::path& path) {
+fs::path ResolveSysfsPath(const fs::path& path) {
   const std::unique_ptr<char, FreeText> place(realpath(path.c_str(), nullptr));
   if (place == nullptr) {
-    ThrowWithoutMemory();
+    ThrowIfOutOfMemory();
     return {};
   }
   return place.get();
 }
+
+bool IsRootHub(const fs::path& device) { return device.filename().string().starts_with("usb"); }
+
+}  // namespace devices

@@ -1,16 +1,23 @@
-// Files and folders of sysfs. What is not there, or goes meanwhile, reads as empty; a want of memory never
-// does: it throws std::bad_alloc.
+// Reads files and folders of sysfs. Missing entries, also those that disappear meanwhile, read as empty. Out
+// of memory throws std::bad_alloc.
 #pragma once
 
 #include <filesystem>
 #include <string>
 #include <vector>
 
-// A file's first line; empty when it cannot be read.
+namespace devices {
+
+// The first line of a file; empty if it cannot be read.
 std::string ReadSysfsLine(const std::filesystem::path& file);
 
-// What is in a folder, sorted.
-std::vector<std::filesystem::path> SysfsEntries(const std::filesystem::path& folder);
+// The entries of a folder, sorted.
+std::vector<std::filesystem::path> ListSysfsEntries(const std::filesystem::path& folder);
 
-// The place that links on the way lead to; empty when there is none.
-std::filesystem::path SysfsPlaceOf(const std::filesystem::path& path);
+// The path with all links resolved; empty if it does not exist.
+std::filesystem::path ResolveSysfsPath(const std::filesystem::path& path);
+
+// True for the folder of a USB root hub, such as "usb1".
+bool IsRootHub(const std::filesystem::path& device);
+
+}  // namespace devices

@@ -6,6 +6,8 @@
 
 #include "devices/Sysfs.h"
 
+namespace devices {
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -16,7 +18,6 @@ std::string UpperCase(std::string text) {
   return text;
 }
 
-bool IsRootHub(const fs::path& device) { return device.filename().string().starts_with("usb"); }
 // "1-5:1.0" is an interface of the device "1-5".
 bool IsInterface(const fs::path& entry) { return entry.filename().string().find(':') != std::string::npos; }
 
@@ -27,12 +28,12 @@ fs::path RootHubOf(fs::path device) {
   return device;
 }
 
-// The controller's name, with the position of the bus among its buses where that is not the first: a
-// controller has one for each speed class, and their ports bear the same numbers.
+// The controller's name, followed by the position of the bus among its buses unless it is the first. A
+// controller has one bus for each speed class, with the same port numbers.
 std::string ControllerName(const fs::path& rootHub) {
   const fs::path controller = rootHub.parent_path();
   std::vector<long> buses;
-  for (const fs::path& entry : SysfsEntries(controller)) {
+  for (const fs::path& entry : ListSysfsEntries(controller)) {
     if (IsRootHub(entry)) {
       buses.push_back(std::strtol(entry.filename().c_str() + 3, nullptr, 10));
     }
@@ -44,8 +45,8 @@ std::string ControllerName(const fs::path& rootHub) {
   return position == 0 ? name : name + "+" + std::to_string(position);
 }
 
-// "0000:00:14.0-1.2": the controller, and the ports on the way to the device.
-std::string PlaceOf(const fs::path& device) {
+// "0000:00:14.0-1.2": the controller and the ports on the path to the device.
+std::string PortPath(const fs::path& device) {
   const std::string name = device.filename().string();  // "1-1.2": bus and ports
   const fs::path rootHub = RootHubOf(device);
   const auto dash = name.find('-');
@@ -56,34 +57,43 @@ std::string PlaceOf(const fs::path& device) {
 }
 
 // "USB\VID_04F2&PID_B6BE"
-std::string ModelOf(const fs::path& device) {
+std::string HardwareId(const fs::path& device) {
   const std::string vendor = ReadSysfsLine(device / "idVendor");
   const std::string product = ReadSysfsLine(device / "idProduct");
   return vendor.empty() || product.empty() ? std::string() : R"(USB\VID_)" + vendor + "&PID_" + product;
 }
 
-std::string MakeId(const std::string& model, const std::string& function, const std::string& place) {
-  return model.empty() || place.empty() ? std::string()
-                                        : UpperCase(model + function + "\\" + place + "&0000");
+std::string MakeId(const std::string& hardwareId, const std::string& function, const std::string& portPath) {
+  return hardwareId.empty() || portPath.empty()
+             ? std::string()
+             : UpperCase(hardwareId + function + "\\" + portPath + "&0000");
+}
+
+bool HasVideoInterface(const fs::path& device) {
+  constexpr const char* kVideoClass = "0e";
+  const std::vector<fs::path> entries = ListSysfsEntries(device);
+  return std::any_of(entries.begin(), entries.end(), [](const fs::path& entry) {
+    return IsInterface(entry) && ReadSysfsLine(entry / "bInterfaceClass") == kVideoClass;
+  });
 }
 
 }  // namespace
 
 std::string SysfsUsb::DeviceId(const fs::path& device) const {
-  return MakeId(ModelOf(device), "", PlaceOf(device));
+  return MakeId(HardwareId(device), "", PortPath(device));
 }
 
 std::string SysfsUsb::InterfaceId(const fs::path& interface) const {
   const std::string number = ReadSysfsLine(interface / "bInterfaceNumber");
   const fs::path device = interface.parent_path();
-  return number.empty() ? std::string() : MakeId(ModelOf(device), "&MI_" + number, PlaceOf(device));
+  return number.empty() ? std::string() : MakeId(HardwareId(device), "&MI_" + number, PortPath(device));
 }
 
-std::string SysfsUsb::FirstChildId(const fs::path& device, const std::set<fs::path>& cameras) const {
+std::string SysfsUsb::FirstChildId(const fs::path& device, const CameraFolders& cameras) const {
   // Interface numbers are two hexadecimal digits.
   std::map<std::string, fs::path> interfaces;
   std::map<std::string, fs::path> videoInterfaces;
-  for (const fs::path& entry : SysfsEntries(device)) {
+  for (const fs::path& entry : ListSysfsEntries(device)) {
     if (!IsInterface(entry)) {
       continue;
     }
@@ -95,42 +105,26 @@ std::string SysfsUsb::FirstChildId(const fs::path& device, const std::set<fs::pa
   return candidates.empty() ? std::string() : InterfaceId(candidates.begin()->second);
 }
 
-Attachment SysfsUsb::AttachmentOf(const fs::path& device) const {
-  const std::string own = ReadSysfsLine(device / "removable");
-  if (own != "fixed") {
-    return own == "removable" ? Attachment::kRemovable
-           : own == "unknown" ? Attachment::kUnknown
-                              : Attachment::kMissing;
-  }
-  for (fs::path hub = device.parent_path(); hub.has_relative_path() && !IsRootHub(hub);
-       hub = hub.parent_path()) {
-    if (ReadSysfsLine(hub / "removable") != "fixed") {
-      return Attachment::kBelowRemovableHub;
-    }
-  }
-  return Attachment::kFixed;
-}
-
 std::vector<fs::path> SysfsUsb::Folders() const {
-  std::map<std::string, fs::path> byPlace;
-  for (const fs::path& entry : SysfsEntries(m_root / "bus" / "usb" / "devices")) {
-    const fs::path device = SysfsPlaceOf(entry);
+  std::map<std::string, fs::path> byPortPath;
+  for (const fs::path& entry : ListSysfsEntries(m_root / "bus" / "usb" / "devices")) {
+    const fs::path device = ResolveSysfsPath(entry);
     if (!device.empty() && !IsInterface(device) && !IsRootHub(device)) {
-      byPlace.emplace(PlaceOf(device), device);
+      byPortPath.emplace(PortPath(device), device);
     }
   }
   std::vector<fs::path> folders;
-  std::transform(byPlace.begin(), byPlace.end(), std::back_inserter(folders),
+  std::transform(byPortPath.begin(), byPortPath.end(), std::back_inserter(folders),
                  [](const auto& entry) { return entry.second; });
   return folders;
 }
 
-std::vector<UsbDevice> SysfsUsb::Devices(const std::set<fs::path>& cameras) const {
+std::vector<UsbDevice> SysfsUsb::Devices(const CameraFolders& cameras) const {
   std::vector<UsbDevice> devices;
   for (const fs::path& folder : Folders()) {
     UsbDevice device;
     device.id = DeviceId(folder);
-    device.isRemovable = AttachmentOf(folder) != Attachment::kFixed;
+    device.isRemovable = DetermineUsbRemovability(folder).isRemovable;
     device.firstChildId = FirstChildId(folder, cameras);
     if (!device.id.empty()) {
       devices.push_back(std::move(device));
@@ -138,3 +132,25 @@ std::vector<UsbDevice> SysfsUsb::Devices(const std::set<fs::path>& cameras) cons
   }
   return devices;
 }
+
+std::vector<UsbDetails> SysfsUsb::Describe(const CameraFolders& cameras) const {
+  constexpr const char* kHubClass = "09";
+  std::vector<UsbDetails> described;
+  for (const fs::path& folder : Folders()) {
+    UsbDetails details;
+    details.place = folder.filename().string();
+    details.name = ReadSysfsLine(folder / "product");
+    details.model = ReadSysfsLine(folder / "idVendor") + ":" + ReadSysfsLine(folder / "idProduct");
+    details.isHub = ReadSysfsLine(folder / "bDeviceClass") == kHubClass;
+    details.hasVideo = HasVideoInterface(folder);
+    details.id = DeviceId(folder);
+    details.firstChildId = FirstChildId(folder, cameras);
+    details.removability = DetermineUsbRemovability(folder);
+    if (!details.id.empty()) {
+      described.push_back(std::move(details));
+    }
+  }
+  return described;
+}
+
+}  // namespace devices

@@ -11,9 +11,11 @@
 #include "devices/Sysfs.h"
 #include "v4l2/V4l2Formats.h"
 
+namespace devices {
+
 namespace {
 
-// "GREY"; codes of three letters end in a blank, which says nothing.
+// "GREY"; the trailing space of three-letter codes is dropped.
 std::string FourCcText(std::uint32_t fourCc) {
   std::string text;
   for (int shift = 0; shift < 32; shift += 8) {
@@ -24,13 +26,13 @@ std::string FourCcText(std::uint32_t fourCc) {
   return text;
 }
 
-// Why none of the device's pixel formats can be used; empty if one can, or if the device fails to list them,
-// which its user then learns.
-std::string WhyNoFormat(const V4l2Device& device) {
+// Returns why none of the device's pixel formats can be used; empty if one can. Also empty if listing them
+// fails: using the camera then reports the error.
+std::string FormatRejectionReason(const v4l2::V4l2Device& device) {
   constexpr std::size_t kMaxNamed = 8;
   std::vector<std::uint32_t> pixelFormats;
-  if (ListPixelFormats(device, pixelFormats) != 0 ||
-      std::any_of(pixelFormats.begin(), pixelFormats.end(), IsDeliverable)) {
+  if (v4l2::ListPixelFormats(device, pixelFormats) != 0 ||
+      std::any_of(pixelFormats.begin(), pixelFormats.end(), v4l2::IsDeliverable)) {
     return {};
   }
   std::string names;
@@ -43,7 +45,7 @@ std::string WhyNoFormat(const V4l2Device& device) {
   return "it delivers no format that the library can use (" + (names.empty() ? "it lists none" : names) + ")";
 }
 
-const char* WhyNotCapture(std::uint32_t capabilities) {
+const char* CapabilityRejectionReason(std::uint32_t capabilities) {
   constexpr std::uint32_t kConverts = V4L2_CAP_VIDEO_M2M | V4L2_CAP_VIDEO_M2M_MPLANE;
   constexpr std::uint32_t kShows =
       V4L2_CAP_VIDEO_OUTPUT | V4L2_CAP_VIDEO_OUTPUT_MPLANE | V4L2_CAP_VIDEO_OVERLAY;
@@ -62,7 +64,7 @@ const char* WhyNotCapture(std::uint32_t capabilities) {
   return (capabilities & kShows) != 0 ? "it takes pictures in" : "it delivers no video";
 }
 
-VideoNodeLook OfUnopened(int error, const std::filesystem::path& sysfsEntry) {
+VideoNodeStatus StatusOfUnopened(int error, const std::filesystem::path& sysfsEntry) {
   if (error == ENOENT || error == ENODEV || error == ENXIO) {
     return {"there is no device behind it, or not where this program may see it", error};
   }
@@ -78,17 +80,19 @@ bool IsVideoNode(const std::filesystem::path& sysfsEntry) {
   return sysfsEntry.filename().string().starts_with("video");
 }
 
-VideoNodeLook LookAtVideoNode(const std::string& node, const std::filesystem::path& sysfsEntry) {
-  V4l2Device device;
+VideoNodeStatus ProbeVideoNode(const std::string& node, const std::filesystem::path& sysfsEntry) {
+  v4l2::V4l2Device device;
   if (const int error = device.Open(node); error != 0) {
-    return OfUnopened(error, sysfsEntry);
+    return StatusOfUnopened(error, sysfsEntry);
   }
   v4l2_capability capability{};
   if (device.Ioctl(VIDIOC_QUERYCAP, &capability) != 0) {
     return {"it does not answer as a video device", 0};
   }
-  std::string whyNot =
-      WhyNotCapture((capability.capabilities & V4L2_CAP_DEVICE_CAPS) != 0 ? capability.device_caps
-                                                                          : capability.capabilities);
-  return {whyNot.empty() ? WhyNoFormat(device) : std::move(whyNot), 0};
+  std::string reason = CapabilityRejectionReason((capability.capabilities & V4L2_CAP_DEVICE_CAPS) != 0
+                                                     ? capability.device_caps
+                                                     : capability.capabilities);
+  return {reason.empty() ? FormatRejectionReason(device) : std::move(reason), 0};
 }
+
+}  // namespace devices

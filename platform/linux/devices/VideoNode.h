@@ -1,20 +1,24 @@
-// What a video node is: a camera has others beside the one that captures, for its metadata.
+// Classifies video nodes. A camera has other nodes besides the capture node, for example for metadata.
 #pragma once
 
 #include <filesystem>
 #include <string>
 
-struct VideoNodeLook {
-  std::string whyNotCapture;  // human-readable; empty: it is a capture device
-  int openError = 0;          // the error number with which it cannot be opened, or 0
+namespace devices {
 
-  bool IsCapture() const { return whyNotCapture.empty(); }
+struct VideoNodeStatus {
+  std::string rejectionReason;  // human-readable: why it is not a capture device; empty: it is one
+  int openError = 0;            // errno of a failed open, or 0
+
+  bool IsCapture() const { return rejectionReason.empty(); }
 };
 
-// Whether an entry of the class video4linux is a video node at all: radios and sub-devices stand beside them.
+// True if an entry of the class video4linux is a video node; the class also has radios and sub-devices.
 bool IsVideoNode(const std::filesystem::path& sysfsEntry);
 
-// Opens the node and queries it, which does not disturb a camera that streams. A capture device is one that
-// delivers a pixel format the library can use: infrared cameras and the like are none. Sizes are not looked
-// at. A node that cannot be opened counts as a capture device if sysfs has it as its camera's first.
-VideoNodeLook LookAtVideoNode(const std::string& node, const std::filesystem::path& sysfsEntry);
+// Opens and queries the node, which does not disturb a camera that is streaming. A capture device delivers at
+// least one pixel format that the library can use, which infrared cameras do not. Sizes are not checked. A
+// node that cannot be opened counts as a capture device if it is its camera's first node in sysfs.
+VideoNodeStatus ProbeVideoNode(const std::string& node, const std::filesystem::path& sysfsEntry);
+
+}  // namespace devices

@@ -1,41 +1,34 @@
 // One camera as the capture filter drives it: a V4L2 node, or a simulated camera.
-//
-//   Closed --ListFormats, SetFormat--> Ready --Start--> Streaming --Stop--> Ready
-//
-// One thread at a time, but for Wake. The device is opened when it is first needed, so that what stands in
-// the way is answered by the call that met it, with a result of its own: kDeviceInUse, kDeviceGone,
-// E_ACCESSDENIED.
 #pragma once
 
 #include <chrono>
 #include <cstddef>
 #include <vector>
 
+#include "com/Results.h"
 #include "graph/VideoFormat.h"
 
-// HRESULTs of the system's own error numbers, as on Windows: facility 7.
-constexpr HRESULT kDeviceInUse = ResultCode(0x800700AA);    // ERROR_BUSY
-constexpr HRESULT kDeviceGone = ResultCode(0x8007048F);     // ERROR_DEVICE_NOT_CONNECTED
-constexpr HRESULT kNoBandwidth = ResultCode(0x800705AA);    // ERROR_NO_SYSTEM_RESOURCES: the bus is full
-constexpr HRESULT kTooManyOpen = ResultCode(0x80070004);    // ERROR_TOO_MANY_OPEN_FILES
-constexpr HRESULT kDeviceIoError = ResultCode(0x8007045D);  // ERROR_IO_DEVICE
-constexpr HRESULT VFW_E_INVALIDMEDIATYPE = ResultCode(0x80040200);
+namespace graph {
 
-// A picture in the device's own memory.
+// A frame in the device's own memory.
 struct CapturedFrame {
   std::uint8_t* data = nullptr;
   std::size_t size = 0;      // bytes
-  std::uint32_t buffer = 0;  // the source's number of it
+  std::uint32_t buffer = 0;  // index of the source's buffer that holds it
   double time = 0;           // seconds since Start
 };
 
-enum class Arrival {
-  kFrame,    // a frame, to be given back with Recycle
-  kNothing,  // the deadline has passed
-  kWoken,    // Wake was called
-  kLost,     // the device has gone; there will be no more frames
+enum class CaptureResult {
+  kFrame,         // a frame, to be returned with Recycle
+  kTimeout,       // the deadline has passed
+  kInterrupted,   // Interrupt was called
+  kDisconnected,  // the device is gone; no more frames follow
 };
 
+//   Closed --ListFormats, SetFormat--> Ready --Start--> Streaming --Stop--> Ready
+//
+// All functions but Interrupt are called by one thread at a time. The device is opened when it is first
+// needed, and the call that needs it reports the error: kDeviceInUse, kDeviceGone, E_ACCESSDENIED.
 class CaptureSource {
  public:
   using Deadline = std::chrono::steady_clock::time_point;
@@ -45,21 +38,24 @@ class CaptureSource {
   CaptureSource& operator=(const CaptureSource&) = delete;
   virtual ~CaptureSource() = default;
 
-  // Everything that the device offers, in the device's order, its preference first.
+  // Lists all formats in the device's order, its preferred format first.
   virtual HRESULT ListFormats(std::vector<VideoFormat>& formats) = 0;
-  // Sets size, layout and rate together. S_OK: format holds what the device will deliver; its interval may
-  // differ from the one asked for, size and layout do not. VFW_E_INVALIDMEDIATYPE: the device does not
-  // deliver that.
+  // Sets size, pixel format and frame rate together. On S_OK, format is what the device will deliver: its
+  // interval may differ from the requested one, size and pixel format do not. Returns
+  // VFW_E_INVALIDMEDIATYPE if the device cannot deliver the size in that pixel format.
   virtual HRESULT SetFormat(VideoFormat& format) = 0;
 
-  // Streaming, after a SetFormat that succeeded.
+  // Starts streaming. Requires a successful SetFormat.
   virtual HRESULT Start() = 0;
-  // The next frame; damaged ones are dropped and counted on the way. kWoken again and again after Wake.
-  virtual Arrival Next(Deadline deadline, CapturedFrame& frame) = 0;
-  // Gives the frame's memory back. Each frame once, before Stop.
+  // Waits for the next good frame; damaged frames are dropped and counted. Returns kInterrupted at every
+  // call between Interrupt and the next Start.
+  virtual CaptureResult Next(Deadline deadline, CapturedFrame& frame) = 0;
+  // Returns a frame's buffer to the device. Once per frame, before Stop.
   virtual void Recycle(const CapturedFrame& frame) = 0;
   virtual void Stop() = 0;
 
-  // Makes a Next in progress return, and every later one until the next Start. From any thread.
-  virtual void Wake() = 0;
+  // Ends a pending Next. May be called from any thread.
+  virtual void Interrupt() = 0;
 };
+
+}  // namespace graph

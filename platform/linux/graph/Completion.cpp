@@ -2,6 +2,8 @@
 
 #include <chrono>
 
+namespace graph {
+
 void Completion::Begin() {
   const std::lock_guard lock(m_mutex);
   m_state = State::kRunning;
@@ -44,3 +46,5 @@ HRESULT Completion::Wait(LONG timeoutMs, LONG& eventCode) {
   eventCode = m_eventCode;
   return S_OK;
 }
+
+}  // namespace graph

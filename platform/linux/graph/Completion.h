@@ -1,22 +1,27 @@
-// Whether a graph has completed, and the threads that wait for it.
+// Completion of a graph's run, and the threads that wait for it.
 #pragma once
 
 #include <condition_variable>
 #include <mutex>
 
-#include "graph/StreamInterfaces.h"
+#include "com/Results.h"
 
+namespace graph {
+
+// May be called from any thread.
 class Completion {
  public:
-  // A run begins; what the one before came to is forgotten.
+  // A run starts; the result of the previous run is discarded.
   void Begin();
-  // The run has come to its end, with the first code that is told; later ones change nothing.
+  // Completes the run with an event code. Only the first code of a run counts.
   void Complete(LONG eventCode);
-  // The graph has been stopped: nobody waits on. What has completed stays completed.
+  // The graph has been stopped: wakes all waiters. A completed run stays completed.
   void End();
 
-  // Waits at most timeoutMs milliseconds, -1 for ever. S_OK and the code once completed; E_ABORT after the
-  // time or when the graph is stopped first; VFW_E_WRONG_STATE for a graph that does not run.
+  // Waits at most timeoutMs milliseconds, -1 for ever.
+  //   S_OK                completed; eventCode is set
+  //   E_ABORT             timed out, or the graph was stopped first
+  //   VFW_E_WRONG_STATE   the graph is not running and has not completed
   HRESULT Wait(LONG timeoutMs, LONG& eventCode);
 
  private:
@@ -28,3 +33,5 @@ class Completion {
   LONG m_eventCode = 0;
   unsigned m_run = 0;
 };
+
+}  // namespace graph

@@ -1,13 +1,14 @@
-// The two ends of a connection and what lies between them.
+// A connection between two pins, with the converter between them.
 #pragma once
 
 #include <memory>
 
-#include "com/ComPtr.h"
 #include "graph/FrameConverter.h"
 #include "graph/StreamInterfaces.h"
 
-// Holds both pins for as long as it lives.
+namespace graph {
+
+// Holds both pins for its lifetime.
 class Connection {
  public:
   Connection() = default;
@@ -15,19 +16,25 @@ class Connection {
   Connection& operator=(const Connection&) = delete;
   ~Connection();
 
-  // Once. VFW_E_ALREADY_CONNECTED for a pin that is held already; VFW_E_CANNOT_CONNECT when there is no way
-  // from what the output delivers to what the input wants; the camera's own failure to take its format.
-  HRESULT Tie(IPin& output, IPin& input);
+  // Connects the pins. Called once.
+  //   VFW_E_ALREADY_CONNECTED  a pin is already connected
+  //   VFW_E_CANNOT_CONNECT     no converter from the camera's format to the requested subtype
+  //   other                    the camera's error when setting its format
+  HRESULT Connect(IPin& output, IPin& input);
 
   CaptureSource& Camera() const { return *m_source->Source(); }
   IFrameSink& Sink() const { return *m_sink.Get(); }
-  // Null: frames go through as they are.
+  // Null: frames are passed on unchanged.
   FrameConverter* Converter() const { return m_converter.get(); }
 
  private:
+  HRESULT MakeConverter(const VideoFormat& from, const GUID& wanted);
+
   ComPtr<IFrameSource> m_source;
   ComPtr<IFrameSink> m_sink;
   std::unique_ptr<FrameConverter> m_converter;
   bool m_holdsSource = false;
   bool m_holdsSink = false;
 };
+
+}  // namespace graph

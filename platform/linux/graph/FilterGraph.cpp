@@ -2,11 +2,13 @@
 
 #include <algorithm>
 
+namespace graph {
+
 HRESULT STDMETHODCALLTYPE FilterGraph::AddFilter(IBaseFilter* filter, LPCOLESTR /*name*/) {
   if (filter == nullptr) {
     return E_POINTER;
   }
-  return Guarded([&] {
+  return com::CatchToHresult([&] {
     const std::lock_guard lock(m_mutex);
     const bool isKnown = std::any_of(m_filters.begin(), m_filters.end(),
                                      [&](const auto& known) { return known.Get() == filter; });
@@ -31,7 +33,7 @@ HRESULT STDMETHODCALLTYPE FilterGraph::Connect(IPin* output, IPin* input) {
   if (output == nullptr || input == nullptr) {
     return E_POINTER;
   }
-  return Guarded([&] {
+  return com::CatchToHresult([&] {
     const std::lock_guard lock(m_mutex);
     if (!Contains(*output) || !Contains(*input)) {
       return VFW_E_NOT_IN_GRAPH;
@@ -40,7 +42,7 @@ HRESULT STDMETHODCALLTYPE FilterGraph::Connect(IPin* output, IPin* input) {
       return VFW_E_ALREADY_CONNECTED;
     }
     const auto connection = std::make_shared<Connection>();
-    const HRESULT hr = connection->Tie(*output, *input);
+    const HRESULT hr = connection->Connect(*output, *input);
     if (hr == S_OK) {
       m_connection = connection;
     }
@@ -52,7 +54,7 @@ HRESULT STDMETHODCALLTYPE FilterGraph::Run() {
   if (m_thread.IsCurrentThread()) {
     return S_OK;
   }
-  return Guarded([&] {
+  return com::CatchToHresult([&] {
     const std::lock_guard control(m_controlMutex);
     if (m_thread.IsRunning()) {
       return S_OK;
@@ -70,12 +72,12 @@ HRESULT STDMETHODCALLTYPE FilterGraph::Stop() {
   if (m_thread.IsCurrentThread()) {
     return VFW_E_WRONG_STATE;
   }
-  return Guarded([&] {
-    // Whoever waits for the completion is let go first, so that a frame on its way cannot keep them.
+  return com::CatchToHresult([&] {
+    // Wake waiters first: a frame in delivery must not delay them.
     m_completion->End();
     const std::lock_guard control(m_controlMutex);
     m_thread.Stop();
-    // Once more, for a Run that was under way.
+    // Again, for a Run that was in progress.
     m_completion->End();
     return S_OK;
   });
@@ -83,9 +85,11 @@ HRESULT STDMETHODCALLTYPE FilterGraph::Stop() {
 
 HRESULT STDMETHODCALLTYPE FilterGraph::WaitForCompletion(LONG timeout, LONG* eventCode) {
   LONG code = 0;
-  const HRESULT hr = Guarded([&] { return m_completion->Wait(timeout, code); });
+  const HRESULT hr = com::CatchToHresult([&] { return m_completion->Wait(timeout, code); });
   if (eventCode != nullptr) {
     *eventCode = code;
   }
   return hr;
 }
+
+}  // namespace graph

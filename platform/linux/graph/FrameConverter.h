@@ -1,9 +1,11 @@
-// Turns the frames of a camera into what a sink asks for.
+// Converts a camera's frames to the subtype that a sink requests.
 #pragma once
 
 #include <memory>
 
 #include "graph/VideoFormat.h"
+
+namespace graph {
 
 class FrameConverter {
  public:
@@ -13,13 +15,11 @@ class FrameConverter {
   virtual ~FrameConverter() = default;
 
   struct Picture {
-    std::uint8_t* data = nullptr;  // the converter's, until its next call
+    std::uint8_t* data = nullptr;  // owned by the converter, valid until its next call
     std::size_t size = 0;          // bytes
   };
-  // False for a frame that cannot be converted: it is to be dropped.
+  // Returns false for a frame that cannot be converted and must be dropped.
   virtual bool Convert(const std::uint8_t* data, std::size_t size, Picture& picture) = 0;
 };
 
-// The way from a camera's format to a subtype (all zero: any). S_OK with a null converter: frames go through
-// as they are. VFW_E_CANNOT_CONNECT: there is no way.
-HRESULT FindConversion(const VideoFormat& from, REFGUID wanted, std::unique_ptr<FrameConverter>& converter);
+}  // namespace graph

@@ -4,15 +4,16 @@
 #include <cstring>
 #include <limits>
 
+namespace graph {
+
 namespace {
 
 constexpr std::uint64_t kUnitsPerSecond = 10'000'000;
 
-// Of the two layouts that capture devices are offered in. For compressed pictures the number that drivers on
-// Windows give.
+// MJPG has no bits per pixel; drivers on Windows report 24.
 WORD BitsPerPixel(std::uint32_t fourCc) { return fourCc == kYuyv ? 16 : 24; }
 
-DWORD Saturated(std::uint64_t value) {
+DWORD SaturateToDword(std::uint64_t value) {
   return static_cast<DWORD>(std::min<std::uint64_t>(value, std::numeric_limits<DWORD>::max()));
 }
 
@@ -21,7 +22,7 @@ VIDEOINFOHEADER MakeHeader(const VideoFormat& format) {
   VIDEOINFOHEADER header{};
   header.AvgTimePerFrame = format.interval;
   if (format.interval > 0) {
-    header.dwBitRate = Saturated(bits * kUnitsPerSecond / static_cast<std::uint64_t>(format.interval));
+    header.dwBitRate = SaturateToDword(bits * kUnitsPerSecond / static_cast<std::uint64_t>(format.interval));
   }
   header.bmiHeader.biSize = sizeof(header.bmiHeader);
   header.bmiHeader.biWidth = static_cast<LONG>(format.width);
@@ -29,7 +30,7 @@ VIDEOINFOHEADER MakeHeader(const VideoFormat& format) {
   header.bmiHeader.biPlanes = 1;
   header.bmiHeader.biBitCount = BitsPerPixel(format.fourCc);
   header.bmiHeader.biCompression = SubtypeOf(format.fourCc).Data1;
-  header.bmiHeader.biSizeImage = Saturated(bits / 8);
+  header.bmiHeader.biSizeImage = SaturateToDword(bits / 8);
   return header;
 }
 
@@ -80,3 +81,5 @@ bool ReadMediaType(const AM_MEDIA_TYPE& type, VideoFormat& format) {
   format.interval = header.AvgTimePerFrame;
   return format.fourCc != 0;
 }
+
+}  // namespace graph

@@ -1,14 +1,16 @@
-// Picture formats as media types in task memory, and back.
+// Converts video formats to media types in task memory and back.
 #pragma once
 
 #include <memory>
 
 #include "graph/VideoFormat.h"
 
+namespace graph {
+
 constexpr GUID SubtypeOf(std::uint32_t fourCc) {
   return fourCc == kYuyv ? MEDIASUBTYPE_YUY2 : FourCcSubtype(fourCc);
 }
-// 0 for a subtype that is not named by a FourCC.
+// 0 if the subtype has no FourCC.
 inline std::uint32_t FourCcOf(REFGUID subtype) {
   if (subtype == MEDIASUBTYPE_YUY2) {
     return kYuyv;
@@ -21,8 +23,10 @@ struct FreeMediaType {
 };
 using MediaTypePtr = std::unique_ptr<AM_MEDIA_TYPE, FreeMediaType>;
 
-// Null when there is no memory.
+// Null if out of memory.
 MediaTypePtr MakeMediaType(const VideoFormat& format);
 
-// False for a type that is no video, has no VIDEOINFOHEADER, or a size that is none.
+// False unless the type is video with a VIDEOINFOHEADER and a positive width and height.
 bool ReadMediaType(const AM_MEDIA_TYPE& type, VideoFormat& format);
+
+}  // namespace graph

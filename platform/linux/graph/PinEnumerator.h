@@ -1,26 +1,46 @@
-// The pins of a filter.
+// Enumerates the pins of a filter.
 #pragma once
+
+#include <cwchar>
+#include <iterator>
+#include <vector>
 
 #include "com/Enumerator.h"
 
-class PinEnumerator : public Enumerator<IEnumPins, IPin, ComPtr<IPin>> {
+namespace graph {
+
+class PinEnumerator : public com::Enumerator<IEnumPins, IPin, ComPtr<IPin>> {
  public:
   using Enumerator::Enumerator;
 
  protected:
-  HRESULT HandOutItem(ComPtr<IPin>& pin, IPin** out) override { return HandOut(pin, out); }
+  HRESULT CopyItem(const ComPtr<IPin>& pin, IPin** out) override { return com::CopyTo(pin, out); }
 };
 
-// The one pin of a filter, as IBaseFilter::EnumPins answers it.
+// IBaseFilter::EnumPins of a filter with one pin.
 inline HRESULT EnumOnePin(IPin& pin, IEnumPins** enumerator) {
   if (enumerator == nullptr) {
     return E_POINTER;
   }
   *enumerator = nullptr;
-  return Guarded([&] {
-    return HandOut(MakeObject<PinEnumerator>(std::vector<ComPtr<IPin>>{ComPtr<IPin>(&pin)}), enumerator);
+  return com::CatchToHresult([&] {
+    return com::CopyTo(com::MakeComObject<PinEnumerator>(std::vector<ComPtr<IPin>>{ComPtr<IPin>(&pin)}),
+                       enumerator);
   });
 }
 
-// IPin::QueryPinInfo of a pin.
-HRESULT DescribePin(IBaseFilter& filter, PIN_DIRECTION direction, const wchar_t* name, PIN_INFO* info);
+// IPin::QueryPinInfo of a filter's pin.
+inline HRESULT DescribePin(IBaseFilter& filter, PIN_DIRECTION direction, const wchar_t* name,
+                           PIN_INFO* info) {
+  if (info == nullptr) {
+    return E_POINTER;
+  }
+  *info = {};
+  std::wcsncpy(info->achName, name, std::size(info->achName) - 1);
+  info->dir = direction;
+  info->pFilter = &filter;
+  filter.AddRef();
+  return S_OK;
+}
+
+}  // namespace graph

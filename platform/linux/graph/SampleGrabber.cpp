@@ -1,14 +1,18 @@
 #include "graph/SampleGrabber.h"
 
+#include <utility>
+
 #include "graph/PinEnumerator.h"
+
+namespace graph {
 
 namespace {
 
 constexpr LONG kCallSampleCB = 0;
 constexpr LONG kCallBufferCB = 1;
 
-// A frame as SampleCB gets it. Whoever keeps it past the call finds it empty.
-class MediaSample : public ComObject<IMediaSample> {
+// A frame as SampleCB receives it. The callback may keep the object, but it is empty after the call.
+class MediaSample : public com::ComObject<IMediaSample> {
  public:
   MediaSample(BYTE* data, LONG size) : m_data(data), m_size(size) {}
 
@@ -32,6 +36,44 @@ class MediaSample : public ComObject<IMediaSample> {
 };
 
 }  // namespace
+
+GrabberPin::GrabberPin(SampleGrabber& owner) : ComPart(owner), m_grabber(owner) {}
+
+HRESULT STDMETHODCALLTYPE GrabberPin::QueryPinInfo(PIN_INFO* info) {
+  return DescribePin(Owner(), PINDIR_INPUT, L"Input", info);
+}
+
+HRESULT STDMETHODCALLTYPE GrabberPin::QueryDirection(PIN_DIRECTION* direction) {
+  if (direction == nullptr) {
+    return E_POINTER;
+  }
+  *direction = PINDIR_INPUT;
+  return S_OK;
+}
+
+HRESULT STDMETHODCALLTYPE GrabberPin::EnumMediaTypes(IEnumMediaTypes** enumerator) {
+  if (enumerator == nullptr) {
+    return E_POINTER;
+  }
+  *enumerator = nullptr;
+  return E_NOTIMPL;
+}
+
+GUID STDMETHODCALLTYPE GrabberPin::WantedSubtype() { return m_grabber.WantedSubtype(); }
+
+HRESULT STDMETHODCALLTYPE GrabberPin::AcquireStream() {
+  const std::lock_guard lock(m_mutex);
+  return std::exchange(m_isAcquired, true) ? VFW_E_ALREADY_CONNECTED : S_OK;
+}
+
+void STDMETHODCALLTYPE GrabberPin::ReleaseStream() {
+  const std::lock_guard lock(m_mutex);
+  m_isAcquired = false;
+}
+
+bool STDMETHODCALLTYPE GrabberPin::Receive(double time, BYTE* data, LONG size) {
+  return m_grabber.Deliver(time, data, size);
+}
 
 SampleGrabber::SampleGrabber() : m_pin(*this) {}
 
@@ -75,7 +117,7 @@ GUID SampleGrabber::WantedSubtype() {
   return m_settings.subtype;
 }
 
-bool SampleGrabber::Show(double time, BYTE* data, LONG size) {
+bool SampleGrabber::Deliver(double time, BYTE* data, LONG size) {
   Settings settings;
   {
     const std::lock_guard lock(m_mutex);
@@ -87,9 +129,11 @@ bool SampleGrabber::Show(double time, BYTE* data, LONG size) {
   if (settings.method == kCallBufferCB) {
     settings.callback->BufferCB(time, data, size);
   } else {
-    const ComPtr<MediaSample> sample = MakeObject<MediaSample>(data, size);
+    const ComPtr<MediaSample> sample = com::MakeComObject<MediaSample>(data, size);
     settings.callback->SampleCB(time, sample.Get());
     sample->Empty();
   }
   return settings.isOneShot;
 }
+
+}  // namespace graph

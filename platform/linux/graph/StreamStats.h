@@ -1,21 +1,35 @@
-// What a host can ask the platform for people and for tests; the camera library never does.
+// Statistics of the platform for tools and tests. The camera library does not use them.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
-#include "devices/DeviceProvider.h"
+#include "Export.h"
 
-// What became of the frames of the latest run of a graph. Complete once the graph has been stopped.
-struct StreamCounters {
+namespace graph {
+
+// What happened to the frames of the latest run of a graph. Final once the graph has been stopped.
+struct StreamStats {
   std::uint64_t delivered = 0;    // passed to the callback
-  std::uint64_t tooShort = 0;     // dropped: not a whole picture by its size
-  std::uint64_t damaged = 0;      // dropped: marked as such by the driver
+  std::uint64_t tooShort = 0;     // dropped: smaller than a whole picture
+  std::uint64_t damaged = 0;      // dropped: marked as damaged by the driver
   std::uint64_t undecodable = 0;  // dropped: corrupt or truncated JPEG pictures
-  std::uint64_t missed = 0;       // never seen, or behind a later one, by the driver's numbering
-  bool isLost = false;            // the device went while it was streaming
+  std::uint64_t missed = 0;       // gaps in the driver's sequence numbers, or frames out of order
+  bool isDisconnected = false;    // the device was disconnected while streaming
 };
-NUVEQ_PLATFORM_EXPORT StreamCounters LatestStreamCounters();
+NUVEQ_PLATFORM_EXPORT StreamStats LatestStreamStats();
 
-// Platform objects and task memory blocks that are alive, for leak tests.
-NUVEQ_PLATFORM_EXPORT std::uint64_t LiveObjects();
-NUVEQ_PLATFORM_EXPORT std::uint64_t LiveTaskBlocks();
+// The counters behind LatestStreamStats.
+struct LiveStreamStats {
+  std::atomic<std::uint64_t> delivered = 0;
+  std::atomic<std::uint64_t> tooShort = 0;
+  std::atomic<std::uint64_t> damaged = 0;
+  std::atomic<std::uint64_t> undecodable = 0;
+  std::atomic<std::uint64_t> missed = 0;
+  std::atomic<bool> isDisconnected = false;
+};
+LiveStreamStats& CurrentStreamStats();
+// Called at the start of each run.
+void ResetStreamStats();
+
+}  // namespace graph

@@ -5,20 +5,22 @@
 #include <limits>
 
 #include "com/ComObject.h"
-#include "graph/StreamCounters.h"
+#include "graph/StreamStats.h"
+
+namespace graph {
 
 namespace {
 
-// After which a camera that has shown nothing no longer keeps anybody waiting.
-constexpr std::chrono::seconds kFirstFrame{5};
+// How long a wait for the graph's completion lasts at most if the camera delivers no good frame.
+constexpr std::chrono::seconds kFirstFrameTimeout{5};
 constexpr auto kNever = CaptureSource::Deadline::max();
 
-// The stream that the calling thread carries.
+// The stream that the current thread runs.
 thread_local const void* t_stream = nullptr;
 
 }  // namespace
 
-// What the thread works on. It keeps all that it needs alive, for a thread that nobody could wait for.
+// The thread's state. Shared with the thread, which may outlive the StreamThread when Stop is called on it.
 class StreamThread::Stream {
  public:
   Stream(std::shared_ptr<Connection> connection, std::shared_ptr<Completion> completion)
@@ -26,14 +28,14 @@ class StreamThread::Stream {
 
   void RequestStop() {
     m_isStopping = true;
-    m_connection->Camera().Wake();
+    m_connection->Camera().Interrupt();
   }
 
   void Run() {
     pthread_setname_np(pthread_self(), "nuveq-capture");
     t_stream = this;
-    m_deadline = std::chrono::steady_clock::now() + kFirstFrame;
-    while (!m_isStopping && TakeOne()) {
+    m_deadline = std::chrono::steady_clock::now() + kFirstFrameTimeout;
+    while (!m_isStopping && ProcessNext()) {
     }
     m_connection->Camera().Stop();
     m_isOver = true;
@@ -42,48 +44,48 @@ class StreamThread::Stream {
   bool IsOver() const { return m_isOver; }
 
  private:
-  // False when the stream is over.
-  bool TakeOne() {
+  // Returns false at the end of the stream.
+  bool ProcessNext() {
     CapturedFrame frame;
     switch (m_connection->Camera().Next(m_deadline, frame)) {
-      case Arrival::kFrame:
-        PassOn(frame);
+      case CaptureResult::kFrame:
+        Deliver(frame);
         m_connection->Camera().Recycle(frame);
-        // A camera may have a frame ready at any time and none that is good.
+        // A camera may keep delivering frames, none of which can be decoded.
         if (m_deadline != kNever && std::chrono::steady_clock::now() >= m_deadline) {
-          LetWaitersGo();
+          CompleteWithoutFrame();
         }
         return true;
-      case Arrival::kNothing:
-        LetWaitersGo();
+      case CaptureResult::kTimeout:
+        CompleteWithoutFrame();
         return true;
-      case Arrival::kLost:
-        // Before anybody hears of it: who runs the graph again then starts a new stream.
+      case CaptureResult::kDisconnected:
+        // Before the completion: a waiter that runs the graph again must find this stream over.
         m_isOver = true;
-        Counters().isLost = true;
+        CurrentStreamStats().isDisconnected = true;
         m_completion->Complete(EC_DEVICE_LOST);
         return false;
-      case Arrival::kWoken:
+      case CaptureResult::kInterrupted:
         break;
     }
     return false;
   }
 
-  void LetWaitersGo() {
+  void CompleteWithoutFrame() {
     m_deadline = kNever;
     m_completion->Complete(EC_ERRORABORT);
   }
 
-  // Neither what a conversion nor what a callback throws may end the process.
-  void PassOn(const CapturedFrame& frame) {
+  // Exceptions of the converter and of the callback must not end the process.
+  void Deliver(const CapturedFrame& frame) {
     FrameConverter::Picture picture{frame.data, frame.size};
-    if (Guarded([&] { return Convert(picture); }) != S_OK) {
-      ++Counters().undecodable;
+    if (com::CatchToHresult([&] { return Convert(picture); }) != S_OK) {
+      ++CurrentStreamStats().undecodable;
       return;
     }
-    ++Counters().delivered;
+    ++CurrentStreamStats().delivered;
     bool isComplete = false;
-    const HRESULT hr = Guarded([&] {
+    const HRESULT hr = com::CatchToHresult([&] {
       isComplete = m_connection->Sink().Receive(frame.time, picture.data, static_cast<LONG>(picture.size));
       return S_OK;
     });
@@ -114,7 +116,7 @@ HRESULT StreamThread::Start(const std::shared_ptr<Connection>& connection,
                             const std::shared_ptr<Completion>& completion) {
   CaptureSource& camera = connection->Camera();
   const auto stream = std::make_shared<Stream>(connection, completion);
-  ResetCounters();
+  ResetStreamStats();
   if (const HRESULT hr = camera.Start(); hr != S_OK) {
     return hr;
   }
@@ -124,7 +126,7 @@ HRESULT StreamThread::Start(const std::shared_ptr<Connection>& connection,
   try {
     m_thread = std::thread([stream] { stream->Run(); });
   } catch (...) {
-    // No thread, or no memory for one.
+    // The thread could not be started.
     completion->End();
     camera.Stop();
     return E_OUTOFMEMORY;
@@ -147,3 +149,5 @@ void StreamThread::Stop() {
 bool StreamThread::IsRunning() const { return m_thread.joinable() && !m_stream->IsOver(); }
 
 bool StreamThread::IsCurrentThread() const { return t_stream != nullptr && t_stream == m_current; }
+
+}  // namespace graph

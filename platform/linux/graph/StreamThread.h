@@ -1,5 +1,5 @@
-// The streaming thread of a connection: takes frames from the camera, converts them where needed, and passes
-// them on, until it is stopped or the camera has gone.
+// The streaming thread of a connection: reads frames from the camera, converts them if necessary and passes
+// them to the sink until it is stopped or the camera is disconnected.
 #pragma once
 
 #include <atomic>
@@ -9,7 +9,9 @@
 #include "graph/Completion.h"
 #include "graph/Connection.h"
 
-// Start, Stop and IsRunning take turns; IsCurrentThread may be called from any thread.
+namespace graph {
+
+// Calls of Start, Stop and IsRunning must be serialised. IsCurrentThread may be called from any thread.
 class StreamThread {
  public:
   StreamThread() = default;
@@ -17,13 +19,13 @@ class StreamThread {
   StreamThread& operator=(const StreamThread&) = delete;
   ~StreamThread() { Stop(); }
 
-  // Starts the camera and the thread. The completion hears of the first frame that completes the graph, of
-  // five seconds without any frame, and of a camera that has gone.
+  // Starts the camera and the thread. The graph completes with the first frame for which the sink says so,
+  // after five seconds without a good frame, or when the camera is disconnected.
   HRESULT Start(const std::shared_ptr<Connection>& connection, const std::shared_ptr<Completion>& completion);
-  // Returns after the last frame has been passed on and the camera has stopped. The streaming thread itself
-  // cannot wait for itself: called there, the stream ends once the frame at hand has been passed on.
+  // Returns after the last frame has been delivered and the camera has stopped. On the streaming thread
+  // itself it returns at once, and the stream ends after the current frame.
   void Stop();
-  // False also after the camera has gone, which ends the stream. Start wants a Stop before it all the same.
+  // False after a disconnect, too. Stop must still be called before the next Start.
   bool IsRunning() const;
   bool IsCurrentThread() const;
 
@@ -31,6 +33,8 @@ class StreamThread {
   class Stream;
 
   std::shared_ptr<Stream> m_stream;
-  std::atomic<const Stream*> m_current = nullptr;  // m_stream, for threads that ask whether they are its own
+  std::atomic<const Stream*> m_current = nullptr;  // m_stream, read by IsCurrentThread
   std::thread m_thread;
 };
+
+}  // namespace graph

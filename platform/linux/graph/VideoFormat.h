@@ -1,20 +1,20 @@
-// A picture format as capture devices offer it.
+// A video format as capture devices offer it.
 #pragma once
 
 #include "DirectShow.h"
+
+namespace graph {
 
 struct VideoFormat {
   std::uint32_t fourCc = 0;
   std::uint32_t width = 0;  // pixels
   std::uint32_t height = 0;
-  REFERENCE_TIME interval = 0;  // of a frame, in units of 100 ns, rounded down
+  REFERENCE_TIME interval = 0;  // frame interval in units of 100 ns, rounded down
 
-  friend bool operator==(const VideoFormat& a, const VideoFormat& b) {
-    return a.fourCc == b.fourCc && a.width == b.width && a.height == b.height && a.interval == b.interval;
-  }
+  bool operator==(const VideoFormat&) const = default;
 };
 
-// V4L2's codes, which are also those of the DirectShow subtypes but for YUYV, there called YUY2.
+// V4L2's four-character codes. DirectShow's subtypes have the same codes, except YUYV, which is YUY2 there.
 constexpr std::uint32_t FourCc(const char (&text)[5]) {
   std::uint32_t code = 0;
   for (int i = 0; i < 4; ++i) {
@@ -24,3 +24,5 @@ constexpr std::uint32_t FourCc(const char (&text)[5]) {
 }
 constexpr std::uint32_t kYuyv = FourCc("YUYV");
 constexpr std::uint32_t kMjpg = FourCc("MJPG");
+
+}  // namespace graph

@@ -1,54 +1,185 @@
 #include "mjpeg/MjpegDecoder.h"
 
-#include "graph/MediaTypeConversion.h"
-#include "graph/StreamInterfaces.h"
-#include "mjpeg/JpegReader.h"
+#include <algorithm>
+#include <array>
+#include <csetjmp>
+#include <cstdio>  // required by jpeglib.h
+#include <new>
+
+#include <jpeglib.h>
+
+#include <jerror.h>
+
+namespace mjpeg {
 
 namespace {
 
-constexpr std::size_t BytesPerPixel(MjpegDecoder::Layout layout) {
-  return layout == MjpegDecoder::Layout::kArgb32 ? 4 : 2;
-}
+// Many cameras insert a few bytes between markers, and their pictures are complete. With more, the decoder
+// has lost synchronisation and skips picture data.
+constexpr int kMaxStrayBytes = 16;
 
-JpegReader::Format FormatOf(std::uint32_t width, std::uint32_t height, MjpegDecoder::Layout layout) {
-  return {static_cast<int>(width), static_cast<int>(height),
-          layout == MjpegDecoder::Layout::kArgb32 ? JpegReader::Layout::kBgraBottomUp
-                                                  : JpegReader::Layout::kYuy2};
+// One row of MCUs, the most that one call can return.
+constexpr JDIMENSION kMaxLines = 2 * DCTSIZE;
+
+constexpr std::size_t kBytesPerPixel = 4;
+
+// True for 4:2:0 and 4:2:2, which libjpeg-turbo can upsample and convert in one pass if chroma is repeated
+// instead of interpolated. That is faster, and the encoder subsamples chroma again.
+bool CanMergeUpsampling(const jpeg_decompress_struct& jpeg) {
+  if (jpeg.jpeg_color_space != JCS_YCbCr || jpeg.num_components != 3 ||
+      jpeg.comps_in_scan != jpeg.num_components || jpeg.progressive_mode != FALSE) {
+    return false;
+  }
+  const jpeg_component_info& luma = jpeg.comp_info[0];
+  const jpeg_component_info& cb = jpeg.comp_info[1];
+  const jpeg_component_info& cr = jpeg.comp_info[2];
+  return luma.h_samp_factor == 2 && (luma.v_samp_factor == 1 || luma.v_samp_factor == 2) &&
+         cb.h_samp_factor == 1 && cr.h_samp_factor == 1 && cb.v_samp_factor == 1 && cr.v_samp_factor == 1;
 }
 
 }  // namespace
 
-MjpegDecoder::MjpegDecoder(std::uint32_t width, std::uint32_t height, Layout layout)
-    : m_stride(BytesPerPixel(layout) * width),
-      m_reader(std::make_unique<JpegReader>(FormatOf(width, height, layout))),
-      m_picture(m_stride * height) {}
+// Calls libjpeg, which is C and reports fatal errors through longjmp: nothing between setjmp and the call may
+// need destruction.
+// NOLINTBEGIN(cert-err52-cpp,modernize-avoid-setjmp-longjmp)
+class MjpegDecoder::JpegLibrary {
+ public:
+  JpegLibrary(std::uint32_t width, std::uint32_t height) : m_width(width), m_height(height) {
+    m_jpeg.err = jpeg_std_error(&m_errors.base);
+    m_errors.base.error_exit = Escape;
+    m_errors.base.emit_message = NoteWarning;
+    m_errors.base.output_message = IgnoreMessage;
+    if (setjmp(m_errors.escape) != 0) {
+      jpeg_destroy_decompress(&m_jpeg);
+      throw std::bad_alloc();
+    }
+    jpeg_create_decompress(&m_jpeg);
+  }
+  JpegLibrary(const JpegLibrary&) = delete;
+  JpegLibrary& operator=(const JpegLibrary&) = delete;
+  ~JpegLibrary() { jpeg_destroy_decompress(&m_jpeg); }
+
+  // Decodes to BGRA, bottom-up. On failure the target may be partly written.
+  bool Decode(const std::uint8_t* data, std::size_t size, std::uint8_t* target) {
+    m_errors.isDamaged = false;
+    m_errors.hasReachedEnd = false;
+    m_errors.trailingBytes = 0;
+    if (setjmp(m_errors.escape) != 0) {
+      jpeg_abort_decompress(&m_jpeg);
+      return false;
+    }
+    // libjpeg keeps tables from picture to picture. Damaged tables would spoil later pictures that come
+    // without.
+    jpeg_destroy_decompress(&m_jpeg);
+    jpeg_create_decompress(&m_jpeg);
+    DecodePicture(data, size, target);
+    const bool isComplete = IsComplete(data, size);
+    jpeg_abort_decompress(&m_jpeg);
+    return isComplete;
+  }
+
+ private:
+  struct Errors {
+    jpeg_error_mgr base;  // first member: libjpeg passes its address
+    std::jmp_buf escape;
+    bool isDamaged;
+    bool hasReachedEnd;  // end of the data before an EOI marker
+    int trailingBytes;   // skipped before that end
+  };
+
+  static void Escape(j_common_ptr info) { std::longjmp(reinterpret_cast<Errors*>(info->err)->escape, 1); }
+
+  static void NoteWarning(j_common_ptr info, int level) {
+    auto* const errors = reinterpret_cast<Errors*>(info->err);
+    if (level >= 0) {
+      return;
+    }
+    switch (errors->base.msg_code) {
+      case JWRN_JPEG_EOF:
+        errors->hasReachedEnd = true;
+        break;
+      case JWRN_EXTRANEOUS_DATA:
+        // Any number of bytes may follow the last row.
+        if (errors->hasReachedEnd) {
+          errors->trailingBytes = errors->base.msg_parm.i[0];
+        } else {
+          errors->isDamaged = errors->isDamaged || errors->base.msg_parm.i[0] > kMaxStrayBytes;
+        }
+        break;
+      case JWRN_ADOBE_XFORM:
+      case JWRN_JFIF_MAJOR:
+        break;
+      default:
+        errors->isDamaged = true;
+    }
+  }
+
+  static void IgnoreMessage(j_common_ptr /*info*/) {}
+
+  bool IsComplete(const std::uint8_t* data, std::size_t size) const {
+    if (m_errors.isDamaged || (m_errors.hasReachedEnd && !m_mayLackEoi)) {
+      return false;
+    }
+    if (m_errors.trailingBytes <= kMaxStrayBytes) {
+      return true;
+    }
+    // Zero padding at the end of a transfer is not picture data.
+    const auto trailing = static_cast<std::size_t>(m_errors.trailingBytes);
+    return trailing <= size &&
+           std::all_of(data + (size - trailing), data + size, [](std::uint8_t byte) { return byte == 0; });
+  }
+
+  void DecodePicture(const std::uint8_t* data, std::size_t size, std::uint8_t* target) {
+    jpeg_mem_src(&m_jpeg, data, size);
+    jpeg_read_header(&m_jpeg, TRUE);
+    // In a single Huffman-coded scan the decoder detects a missing block. Later scans could be missing
+    // without notice, and an arithmetic decoder reads zeros for missing data.
+    m_mayLackEoi = jpeg_has_multiple_scans(&m_jpeg) == FALSE && m_jpeg.arith_code == FALSE;
+    if (m_jpeg.image_width != m_width || m_jpeg.image_height != m_height) {
+      m_errors.isDamaged = true;
+      return;
+    }
+    m_jpeg.out_color_space = JCS_EXT_BGRA;
+    m_jpeg.do_fancy_upsampling = CanMergeUpsampling(m_jpeg) ? FALSE : TRUE;
+    jpeg_start_decompress(&m_jpeg);
+    const std::size_t stride = kBytesPerPixel * m_width;
+    std::array<JSAMPROW, kMaxLines> rows{};
+    while (HasMoreScanlines()) {
+      const JDIMENSION lines = std::min(kMaxLines, m_jpeg.output_height - m_jpeg.output_scanline);
+      for (JDIMENSION i = 0; i < lines; ++i) {
+        rows[i] = target + (m_jpeg.output_height - 1 - m_jpeg.output_scanline - i) * stride;
+      }
+      jpeg_read_scanlines(&m_jpeg, rows.data(), lines);
+    }
+    if (!m_errors.isDamaged) {
+      jpeg_finish_decompress(&m_jpeg);
+    }
+  }
+
+  // Decoding stops once the data is known to be corrupt.
+  bool HasMoreScanlines() const {
+    return m_jpeg.output_scanline < m_jpeg.output_height && !m_errors.isDamaged;
+  }
+
+  const JDIMENSION m_width;
+  const JDIMENSION m_height;
+  Errors m_errors{};
+  jpeg_decompress_struct m_jpeg{};
+  bool m_mayLackEoi = false;  // of the current picture
+};
+// NOLINTEND(cert-err52-cpp,modernize-avoid-setjmp-longjmp)
+
+MjpegDecoder::MjpegDecoder(std::uint32_t width, std::uint32_t height)
+    : m_library(std::make_unique<JpegLibrary>(width, height)), m_picture(kBytesPerPixel * width * height) {}
 
 MjpegDecoder::~MjpegDecoder() = default;
 
 bool MjpegDecoder::Convert(const std::uint8_t* data, std::size_t size, Picture& picture) {
-  if (!m_reader->Read(data, size, {m_picture.data(), m_stride})) {
+  if (!m_library->Decode(data, size, m_picture.data())) {
     return false;
   }
   picture = {m_picture.data(), m_picture.size()};
   return true;
 }
 
-HRESULT FindConversion(const VideoFormat& from, REFGUID wanted, std::unique_ptr<FrameConverter>& converter) {
-  converter = nullptr;
-  if (wanted == GUID{} || wanted == SubtypeOf(from.fourCc)) {
-    return S_OK;
-  }
-  if (from.fourCc != kMjpg) {
-    return VFW_E_CANNOT_CONNECT;
-  }
-  if (wanted == MEDIASUBTYPE_ARGB32) {
-    converter = std::make_unique<MjpegDecoder>(from.width, from.height, MjpegDecoder::Layout::kArgb32);
-    return S_OK;
-  }
-  // Pixels of YUY2 come in pairs.
-  if (wanted == MEDIASUBTYPE_YUY2 && from.width % 2 == 0) {
-    converter = std::make_unique<MjpegDecoder>(from.width, from.height, MjpegDecoder::Layout::kYuy2);
-    return S_OK;
-  }
-  return VFW_E_CANNOT_CONNECT;
-}
+}  // namespace mjpeg

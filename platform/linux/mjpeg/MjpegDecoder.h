@@ -1,4 +1,4 @@
-// JPEG pictures to ARGB32 (BGRA in memory, bottom-up) or YUY2 (top-down, BT.601 with limited range).
+// Decodes a camera's JPEG pictures to ARGB32 (BGRA in memory, bottom-up) with libjpeg-turbo.
 #pragma once
 
 #include <memory>
@@ -6,21 +6,24 @@
 
 #include "graph/FrameConverter.h"
 
-class JpegReader;
+namespace mjpeg {
 
-class MjpegDecoder : public FrameConverter {
+class MjpegDecoder : public graph::FrameConverter {
  public:
-  enum class Layout { kArgb32, kYuy2 };
-  // width is even for YUY2.
-  MjpegDecoder(std::uint32_t width, std::uint32_t height, Layout layout);
+  // For pictures of one size in pixels. Throws std::bad_alloc.
+  MjpegDecoder(std::uint32_t width, std::uint32_t height);
   ~MjpegDecoder() override;
 
-  // False for anything but a whole JPEG picture of the decoder's size. Damage that still makes a valid stream
-  // shows in the picture and nowhere else.
+  // Returns false for a picture of another size and for truncated or corrupt data. Accepts what cameras leave
+  // out: Huffman tables, for which the standard ones are used, and the EOI marker (ITU-T T.81, B.1.1.3), if
+  // all rows are there. Damage that leaves a valid stream is not detected.
   bool Convert(const std::uint8_t* data, std::size_t size, Picture& picture) override;
 
  private:
-  std::size_t m_stride;
-  std::unique_ptr<JpegReader> m_reader;
+  class JpegLibrary;
+
+  std::unique_ptr<JpegLibrary> m_library;
   std::vector<std::uint8_t> m_picture;
 };
+
+}  // namespace mjpeg

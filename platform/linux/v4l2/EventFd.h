@@ -1,15 +1,17 @@
-// A descriptor that ends a wait in poll.
+// An eventfd that ends a wait in poll.
 #pragma once
 
-class WakeUp {
- public:
-  // Throws std::system_error when the process has no descriptor left.
-  WakeUp();
-  WakeUp(const WakeUp&) = delete;
-  WakeUp& operator=(const WakeUp&) = delete;
-  ~WakeUp();
+namespace v4l2 {
 
-  // Readable from Signal to Clear. Any thread.
+class EventFd {
+ public:
+  // Throws std::system_error if the process has no descriptor left.
+  EventFd();
+  EventFd(const EventFd&) = delete;
+  EventFd& operator=(const EventFd&) = delete;
+  ~EventFd();
+
+  // The descriptor is readable from Signal to Clear. May be called from any thread.
   void Signal() const;
   void Clear() const;
   int Descriptor() const { return m_descriptor; }
@@ -17,3 +19,5 @@ class WakeUp {
  private:
   int m_descriptor;
 };
+
+}  // namespace v4l2

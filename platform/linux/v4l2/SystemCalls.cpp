@@ -8,40 +8,46 @@
 #include <atomic>
 #include <memory>
 
+namespace v4l2 {
+
 namespace {
 
-std::atomic<System*>& Replacement() {
-  static std::atomic<System*> replacement{nullptr};
+std::atomic<SystemCalls*>& Replacement() {
+  static std::atomic<SystemCalls*> replacement{nullptr};
   return replacement;
 }
 
 }  // namespace
 
-// NOLINTBEGIN(cppcoreguidelines-pro-type-vararg, hicpp-vararg): the system's own interfaces
-int System::Open(const char* path, int flags) { return ::open(path, flags); }
-int System::Ioctl(int descriptor, unsigned long request, void* argument) {
+// NOLINTBEGIN(cppcoreguidelines-pro-type-vararg, hicpp-vararg): the signatures of open and ioctl
+int SystemCalls::Open(const char* path, int flags) { return ::open(path, flags); }
+int SystemCalls::Ioctl(int descriptor, unsigned long request, void* argument) {
   return ::ioctl(descriptor, request, argument);
 }
 // NOLINTEND(cppcoreguidelines-pro-type-vararg, hicpp-vararg)
 
-int System::Close(int descriptor) { return ::close(descriptor); }
+int SystemCalls::Close(int descriptor) { return ::close(descriptor); }
 
-void* System::Map(std::size_t size, int descriptor, off_t offset) {
+void* SystemCalls::Map(std::size_t size, int descriptor, off_t offset) {
   return ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, offset);
 }
 
-int System::Unmap(void* address, std::size_t size) { return ::munmap(address, size); }
+int SystemCalls::Unmap(void* address, std::size_t size) { return ::munmap(address, size); }
 
-int System::Poll(pollfd* entries, nfds_t count, int timeoutMs) { return ::poll(entries, count, timeoutMs); }
+int SystemCalls::Poll(pollfd* entries, nfds_t count, int timeoutMs) {
+  return ::poll(entries, count, timeoutMs);
+}
 
-std::filesystem::path System::SysfsRoot() const { return "/sys"; }
-std::filesystem::path System::DevRoot() const { return "/dev"; }
+std::filesystem::path SystemCalls::SysfsRoot() const { return "/sys"; }
+std::filesystem::path SystemCalls::DevRoot() const { return "/dev"; }
 
-void UseSystem(System* system) { Replacement() = system; }
+void SetSystemCallsForTesting(SystemCalls* calls) { Replacement() = calls; }
 
-System& CurrentSystem() {
-  // Never destroyed: at the end of a process a camera that was left open still streams.
-  static System* const own = std::make_unique<System>().release();
-  System* const replacement = Replacement();
+SystemCalls& CurrentSystemCalls() {
+  // Never destroyed: a camera may still be streaming while the process exits.
+  static SystemCalls* const own = std::make_unique<SystemCalls>().release();
+  SystemCalls* const replacement = Replacement();
   return replacement != nullptr ? *replacement : *own;
 }
+
+}  // namespace v4l2

@@ -1,23 +1,25 @@
-// The system calls that reach a video device, and where the trees of devices begin. Tests put a kernel of
-// their own in their place.
+// The system calls that reach video devices, and the roots of sysfs and /dev. Tests replace them with fakes.
 #pragma once
 
+#include <cstddef>
 #include <filesystem>
-
-#include "devices/DeviceProvider.h"
 
 #include <poll.h>
 #include <sys/types.h>
 
-class NUVEQ_PLATFORM_EXPORT System {
- public:
-  System() = default;
-  System(const System&) = delete;
-  System& operator=(const System&) = delete;
-  virtual ~System() = default;
+#include "Export.h"
 
-  // As the calls of the same names: -1 (MAP_FAILED) and errno on failure. poll's entries may hold, besides
-  // descriptors of Open, real ones of the caller's.
+namespace v4l2 {
+
+class NUVEQ_PLATFORM_EXPORT SystemCalls {
+ public:
+  SystemCalls() = default;
+  SystemCalls(const SystemCalls&) = delete;
+  SystemCalls& operator=(const SystemCalls&) = delete;
+  virtual ~SystemCalls() = default;
+
+  // The calls of the same names. They return -1 (MAP_FAILED) and set errno on failure. The entries of Poll
+  // may contain real descriptors besides those that Open returned.
   virtual int Open(const char* path, int flags);
   virtual int Close(int descriptor);
   virtual int Ioctl(int descriptor, unsigned long request, void* argument);
@@ -25,12 +27,14 @@ class NUVEQ_PLATFORM_EXPORT System {
   virtual int Unmap(void* address, std::size_t size);
   virtual int Poll(pollfd* entries, nfds_t count, int timeoutMs);
 
-  // "/sys" and "/dev" on the machine itself.
+  // "/sys" and "/dev" by default.
   virtual std::filesystem::path SysfsRoot() const;
   virtual std::filesystem::path DevRoot() const;
 };
 
-// The system from here on; null means the machine's own. The caller keeps it alive until it is replaced and
-// every camera that was made under it is gone.
-NUVEQ_PLATFORM_EXPORT void UseSystem(System* system);
-System& CurrentSystem();
+// Replaces the system calls; null restores the real ones. The replacement must outlive every camera that was
+// created while it was set.
+NUVEQ_PLATFORM_EXPORT void SetSystemCallsForTesting(SystemCalls* calls);
+SystemCalls& CurrentSystemCalls();
+
+}  // namespace v4l2

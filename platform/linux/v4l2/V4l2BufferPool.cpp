@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <new>
 
+namespace v4l2 {
+
 namespace {
 
 v4l2_buffer Describe(std::uint32_t index) {
@@ -17,7 +19,7 @@ v4l2_buffer Describe(std::uint32_t index) {
 
 }  // namespace
 
-int MappedBuffers::Request(std::uint32_t& count) const {
+int V4l2BufferPool::Request(std::uint32_t& count) const {
   v4l2_requestbuffers request{};
   request.count = count;
   request.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
@@ -27,15 +29,15 @@ int MappedBuffers::Request(std::uint32_t& count) const {
   return error;
 }
 
-int MappedBuffers::MapAndQueue(std::uint32_t index, std::size_t leastSize) {
+int V4l2BufferPool::MapAndQueue(std::uint32_t index, std::size_t minSize) {
   v4l2_buffer buffer = Describe(index);
   if (const int error = m_device.Ioctl(VIDIOC_QUERYBUF, &buffer); error != 0) {
     return error;
   }
-  if (buffer.length < leastSize) {
+  if (buffer.length < minSize) {
     return EIO;
   }
-  void* const data = m_device.Kernel().Map(buffer.length, m_device.Descriptor(), buffer.m.offset);
+  void* const data = m_device.System().Map(buffer.length, m_device.Descriptor(), buffer.m.offset);
   if (data == MAP_FAILED) {
     return errno;
   }
@@ -43,23 +45,23 @@ int MappedBuffers::MapAndQueue(std::uint32_t index, std::size_t leastSize) {
   return Queue(index);
 }
 
-// What the driver has allocated would keep the device busy, so nothing may be thrown.
-bool MappedBuffers::MakeRoom(std::uint32_t count) try {
+// Does not throw: buffers that the driver has allocated would keep the device busy.
+bool V4l2BufferPool::Reserve(std::uint32_t count) try {
   m_buffers.reserve(count);
   return true;
 } catch (const std::bad_alloc&) {
   return false;
 }
 
-int MappedBuffers::Allocate(std::uint32_t count, std::size_t leastSize) {
+int V4l2BufferPool::Allocate(std::uint32_t count, std::size_t minSize) {
   Release();
   int error = Request(count);
   m_isRequested = error == 0;
-  if (error == 0 && (count == 0 || !MakeRoom(count))) {
+  if (error == 0 && (count == 0 || !Reserve(count))) {
     error = ENOMEM;
   }
   for (std::uint32_t index = 0; error == 0 && index < count; ++index) {
-    error = MapAndQueue(index, leastSize);
+    error = MapAndQueue(index, minSize);
   }
   if (error != 0) {
     Release();
@@ -67,28 +69,30 @@ int MappedBuffers::Allocate(std::uint32_t count, std::size_t leastSize) {
   return error;
 }
 
-void MappedBuffers::Release() {
+void V4l2BufferPool::Release() {
   for (const Buffer& buffer : m_buffers) {
-    m_device.Kernel().Unmap(buffer.data, buffer.size);
+    m_device.System().Unmap(buffer.data, buffer.size);
   }
   m_buffers.clear();
   if (m_isRequested) {
-    // A device that has gone has no buffers left to give back.
+    // Fails for a disconnected device, which has no buffers to free.
     std::uint32_t none = 0;
     static_cast<void>(Request(none));
     m_isRequested = false;
   }
 }
 
-int MappedBuffers::Queue(std::uint32_t index) const {
+int V4l2BufferPool::Queue(std::uint32_t index) const {
   v4l2_buffer buffer = Describe(index);
   return m_device.Ioctl(VIDIOC_QBUF, &buffer);
 }
 
-int MappedBuffers::Dequeue(v4l2_buffer& buffer) const {
+int V4l2BufferPool::Dequeue(v4l2_buffer& buffer) const {
   buffer = Describe(0);
   if (const int error = m_device.Ioctl(VIDIOC_DQBUF, &buffer); error != 0) {
     return error;
   }
   return buffer.index < m_buffers.size() ? 0 : EPROTO;
 }
+
+}  // namespace v4l2

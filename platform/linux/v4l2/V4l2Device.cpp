@@ -3,30 +3,32 @@
 #include <fcntl.h>
 #include <cerrno>
 
-HRESULT ResultOf(int error) {
+namespace v4l2 {
+
+HRESULT HresultFromErrno(int error) {
   switch (error) {
     case 0:
       return S_OK;
     case EBUSY:
-      return kDeviceInUse;
+      return com::kDeviceInUse;
     case EACCES:
     case EPERM:
       return E_ACCESSDENIED;
     case ENODEV:
     case ENOENT:
     case ENXIO:
-      return kDeviceGone;
+      return com::kDeviceGone;
     case ENOSPC:
-      return kNoBandwidth;
+      return com::kNoBandwidth;
     case EMFILE:
     case ENFILE:
-      return kTooManyOpen;
+      return com::kTooManyOpen;
     case ENOMEM:
       return E_OUTOFMEMORY;
     case EIO:
     case ETIMEDOUT:
     case EPROTO:
-      return kDeviceIoError;
+      return com::kDeviceIoError;
     default:
       return E_FAIL;
   }
@@ -34,7 +36,7 @@ HRESULT ResultOf(int error) {
 
 int V4l2Device::Open(const std::string& path) {
   Close();
-  m_system = &CurrentSystem();
+  m_system = &CurrentSystemCalls();
   do {
     m_descriptor = m_system->Open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
   } while (m_descriptor < 0 && errno == EINTR);
@@ -58,3 +60,5 @@ int V4l2Device::Ioctl(unsigned long request, void* argument) const {
     }
   }
 }
+
+}  // namespace v4l2

@@ -1,13 +1,15 @@
-// A V4L2 node, open.
+// An open V4L2 device node.
 #pragma once
 
 #include <string>
 
-#include "graph/CaptureSource.h"
+#include "com/Results.h"
 #include "v4l2/SystemCalls.h"
 
-// The result that stands for an error number of the system's.
-HRESULT ResultOf(int error);
+namespace v4l2 {
+
+// The result code for an error number.
+HRESULT HresultFromErrno(int error);
 
 class V4l2Device {
  public:
@@ -16,17 +18,19 @@ class V4l2Device {
   V4l2Device& operator=(const V4l2Device&) = delete;
   ~V4l2Device() { Close(); }
 
-  // 0 or an error number. Never blocks.
+  // Returns 0 or an error number. Does not block.
   int Open(const std::string& path);
   void Close();
   bool IsOpen() const { return m_descriptor >= 0; }
   int Descriptor() const { return m_descriptor; }
-  System& Kernel() const { return *m_system; }
+  SystemCalls& System() const { return *m_system; }
 
-  // 0 or an error number; repeats what a signal interrupted.
+  // Returns 0 or an error number. Repeats calls that a signal interrupted.
   int Ioctl(unsigned long request, void* argument) const;
 
  private:
-  System* m_system = nullptr;
+  SystemCalls* m_system = nullptr;
   int m_descriptor = -1;
 };
+
+}  // namespace v4l2

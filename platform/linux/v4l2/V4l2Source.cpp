@@ -7,19 +7,21 @@
 #include <limits>
 #include <utility>
 
-#include "graph/StreamCounters.h"
+#include "graph/StreamStats.h"
+
+namespace v4l2 {
 
 namespace {
 
-// One with the callback, the others for the driver to fill meanwhile.
+// One is in the callback while the driver fills the others.
 constexpr std::uint32_t kBuffers = 4;
-// In a row, after which a device counts as lost.
-constexpr unsigned kMostFailures = 30;
-constexpr short kAlarm = POLLERR | POLLHUP | POLLNVAL;
+// Consecutive failures after which a device counts as disconnected.
+constexpr unsigned kMaxFailures = 30;
+constexpr short kPollErrors = POLLERR | POLLHUP | POLLNVAL;
 
-// Milliseconds for poll, rounded up so that a wait does not end just before its time; -1 for ever.
-int TimeoutUntil(CaptureSource::Deadline deadline) {
-  if (deadline == CaptureSource::Deadline::max()) {
+// Timeout for poll in milliseconds, rounded up so that a wait does not end before the deadline; -1: none.
+int TimeoutUntil(graph::CaptureSource::Deadline deadline) {
+  if (deadline == graph::CaptureSource::Deadline::max()) {
     return -1;
   }
   const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
@@ -33,7 +35,9 @@ V4l2Source::V4l2Source(std::string path) : m_path(std::move(path)), m_buffers(m_
 
 V4l2Source::~V4l2Source() { V4l2Source::Stop(); }
 
-HRESULT V4l2Source::EnsureOpen() { return m_device.IsOpen() ? S_OK : ResultOf(m_device.Open(m_path)); }
+HRESULT V4l2Source::EnsureOpen() {
+  return m_device.IsOpen() ? S_OK : HresultFromErrno(m_device.Open(m_path));
+}
 
 HRESULT V4l2Source::EnsureListed() {
   HRESULT hr = EnsureOpen();
@@ -44,7 +48,7 @@ HRESULT V4l2Source::EnsureListed() {
   return hr;
 }
 
-HRESULT V4l2Source::ListFormats(std::vector<VideoFormat>& formats) {
+HRESULT V4l2Source::ListFormats(std::vector<graph::VideoFormat>& formats) {
   const HRESULT hr = EnsureListed();
   if (hr == S_OK) {
     std::transform(m_offered.begin(), m_offered.end(), std::back_inserter(formats),
@@ -53,17 +57,17 @@ HRESULT V4l2Source::ListFormats(std::vector<VideoFormat>& formats) {
   return hr;
 }
 
-HRESULT V4l2Source::SetFormat(VideoFormat& format) {
+HRESULT V4l2Source::SetFormat(graph::VideoFormat& format) {
   if (const HRESULT hr = EnsureListed(); hr != S_OK) {
     return hr;
   }
   if (m_isStreaming) {
-    return kDeviceInUse;
+    return com::kDeviceInUse;
   }
-  if (format.fourCc != kYuyv && format.fourCc != kMjpg) {
+  if (format.fourCc != graph::kYuyv && format.fourCc != graph::kMjpg) {
     return VFW_E_INVALIDMEDIATYPE;
   }
-  const VideoFormat request = format;
+  const graph::VideoFormat request = format;
   const HRESULT hr = Apply(format);
   if (hr == S_OK) {
     m_request = request;
@@ -72,16 +76,15 @@ HRESULT V4l2Source::SetFormat(VideoFormat& format) {
   return hr;
 }
 
-HRESULT V4l2Source::Apply(VideoFormat& format) {
+HRESULT V4l2Source::Apply(graph::VideoFormat& format) {
   const V4l2Format choice = ChooseOffer(format);
   if (const int error = SetSizeAndPixelFormat(choice); error != 0) {
-    return error == EINVAL ? VFW_E_INVALIDMEDIATYPE : ResultOf(error);
+    return error == EINVAL ? VFW_E_INVALIDMEDIATYPE : HresultFromErrno(error);
   }
-  return ResultOf(SetRate(choice.interval, format.interval));
+  return HresultFromErrno(SetRate(choice.interval, format.interval));
 }
 
-// EINVAL also when the driver takes something else in its place: frames of another size or format would be
-// misread.
+// Returns EINVAL if the driver substitutes another size or pixel format, whose frames would be misread.
 int V4l2Source::SetSizeAndPixelFormat(const V4l2Format& choice) {
   v4l2_format request{};
   request.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
@@ -92,16 +95,16 @@ int V4l2Source::SetSizeAndPixelFormat(const V4l2Format& choice) {
   if (const int error = m_device.Ioctl(VIDIOC_S_FMT, &request); error != 0) {
     return error;
   }
-  const v4l2_pix_format& taken = request.fmt.pix;
-  if (taken.width != choice.format.width || taken.height != choice.format.height ||
-      taken.pixelformat != choice.pixelFormat) {
+  const v4l2_pix_format& actual = request.fmt.pix;
+  if (actual.width != choice.format.width || actual.height != choice.format.height ||
+      actual.pixelformat != choice.pixelFormat) {
     return EINVAL;
   }
-  m_layout = taken;
+  m_layout = actual;
   return 0;
 }
 
-V4l2Format V4l2Source::ChooseOffer(const VideoFormat& wanted) const {
+V4l2Format V4l2Source::ChooseOffer(const graph::VideoFormat& wanted) const {
   constexpr std::uint32_t kUnitsPerSecond = 10'000'000;
   const V4l2Format* nearest = nullptr;
   const auto units = std::clamp<REFERENCE_TIME>(wanted.interval, 1, std::numeric_limits<LONG>::max());
@@ -119,7 +122,7 @@ V4l2Format V4l2Source::ChooseOffer(const VideoFormat& wanted) const {
   return {wanted, wanted.fourCc, {static_cast<std::uint32_t>(units), kUnitsPerSecond}};
 }
 
-// Not every driver lets the rate be set; it then delivers at a rate of its own.
+// Some drivers do not support setting the rate and deliver at their own rate.
 int V4l2Source::SetRate(const v4l2_fract& interval, REFERENCE_TIME& actual) {
   v4l2_streamparm rate{};
   rate.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
@@ -129,7 +132,7 @@ int V4l2Source::SetRate(const v4l2_fract& interval, REFERENCE_TIME& actual) {
     error = m_device.Ioctl(VIDIOC_S_PARM, &rate);
   }
   if (error == 0) {
-    const REFERENCE_TIME taken = UnitsOf(rate.parm.capture.timeperframe);
+    const REFERENCE_TIME taken = ToReferenceTime(rate.parm.capture.timeperframe);
     actual = taken > 0 ? taken : actual;
   }
   return error == ENOTTY || error == EINVAL ? 0 : error;
@@ -142,29 +145,29 @@ HRESULT V4l2Source::Start() {
     return E_UNEXPECTED;
   }
   if (m_isStreaming) {
-    return kDeviceInUse;
+    return com::kDeviceInUse;
   }
   if (const HRESULT hr = EnsureListed(); hr != S_OK) {
     return hr;
   }
-  // A format that was refused meanwhile, or another program, may have left the device in another one.
-  VideoFormat format = m_request;
+  // A rejected format or another program may have changed the device's format since SetFormat.
+  graph::VideoFormat format = m_request;
   if (const HRESULT hr = Apply(format); hr != S_OK) {
     return hr;
   }
   m_format = format;
-  m_wakeUp.Clear();
-  m_isLost = false;
+  m_interrupt.Clear();
+  m_isDisconnected = false;
   m_failures = 0;
   m_numbers.Reset();
   m_packer = IsCompressed() ? Yuy2Packer() : Yuy2Packer(m_layout);
   if (const int error = m_buffers.Allocate(kBuffers, MinBytes()); error != 0) {
-    return ResultOf(error);
+    return HresultFromErrno(error);
   }
   int type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
   if (const int error = m_device.Ioctl(VIDIOC_STREAMON, &type); error != 0) {
     m_buffers.Release();
-    return ResultOf(error);
+    return HresultFromErrno(error);
   }
   m_start = std::chrono::steady_clock::now();
   m_isStreaming = true;
@@ -175,69 +178,70 @@ void V4l2Source::Stop() {
   if (!std::exchange(m_isStreaming, false)) {
     return;
   }
-  // Fails for a device that has gone, which streams no longer.
+  // Fails for a disconnected device, which has stopped streaming.
   int type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
   static_cast<void>(m_device.Ioctl(VIDIOC_STREAMOFF, &type));
   m_buffers.Release();
-  if (m_isLost) {
-    // As long as the node is open its number stays taken, and the camera comes back under another one.
+  if (m_isDisconnected) {
+    // While the node is open its number stays in use, and a reconnected camera gets another one.
     m_device.Close();
     m_isListed = false;
   }
 }
 
-Arrival V4l2Source::Next(Deadline deadline, CapturedFrame& frame) {
-  while (!m_isLost) {
-    std::array<pollfd, 2> entries{{{m_device.Descriptor(), POLLIN, 0}, {m_wakeUp.Descriptor(), POLLIN, 0}}};
-    const int ready = m_device.Kernel().Poll(entries.data(), entries.size(), TimeoutUntil(deadline));
+graph::CaptureResult V4l2Source::Next(Deadline deadline, graph::CapturedFrame& frame) {
+  while (!m_isDisconnected) {
+    std::array<pollfd, 2> entries{
+        {{m_device.Descriptor(), POLLIN, 0}, {m_interrupt.Descriptor(), POLLIN, 0}}};
+    const int ready = m_device.System().Poll(entries.data(), entries.size(), TimeoutUntil(deadline));
     if (ready < 0) {
-      m_isLost = errno != EINTR;
+      m_isDisconnected = errno != EINTR;
       continue;
     }
     if (ready == 0) {
-      return Arrival::kNothing;
+      return graph::CaptureResult::kTimeout;
     }
     if (entries[1].revents != 0) {
-      return Arrival::kWoken;
+      return graph::CaptureResult::kInterrupted;
     }
-    if (const auto arrival = TakeFrame((entries[0].revents & kAlarm) != 0, frame)) {
+    if (const auto arrival = TakeFrame((entries[0].revents & kPollErrors) != 0, frame)) {
       return *arrival;
     }
-    // Damaged frames that come one after the other do not put the deadline off.
+    // A run of damaged frames does not extend the deadline.
     if (deadline != Deadline::max() && std::chrono::steady_clock::now() >= deadline) {
-      return m_isLost ? Arrival::kLost : Arrival::kNothing;
+      return m_isDisconnected ? graph::CaptureResult::kDisconnected : graph::CaptureResult::kTimeout;
     }
   }
-  return Arrival::kLost;
+  return graph::CaptureResult::kDisconnected;
 }
 
-std::optional<Arrival> V4l2Source::TakeFrame(bool isAlarmed, CapturedFrame& frame) {
+std::optional<graph::CaptureResult> V4l2Source::TakeFrame(bool hasPollError, graph::CapturedFrame& frame) {
   v4l2_buffer buffer{};
   const int error = m_buffers.Dequeue(buffer);
   if (error != 0) {
-    // A driver in trouble may fail some buffers and go on. But what raises the alarm as well, is no such
-    // failure, or does not end, would be met again and again.
-    const bool isPassing = error == EAGAIN || (error == EIO && ++m_failures < kMostFailures);
-    m_isLost = isAlarmed || !isPassing;
-    Counters().damaged += error == EIO && !m_isLost ? 1 : 0;
+    // A driver may fail single buffers with EIO and continue. Any other error, a poll error, or a long series
+    // of failures would repeat for ever.
+    const bool isTransient = error == EAGAIN || (error == EIO && ++m_failures < kMaxFailures);
+    m_isDisconnected = hasPollError || !isTransient;
+    graph::CurrentStreamStats().damaged += error == EIO && !m_isDisconnected ? 1 : 0;
     return std::nullopt;
   }
   m_failures = 0;
   if (IsInOrder(buffer) && IsWhole(buffer)) {
-    Present(buffer, frame);
-    return Arrival::kFrame;
+    FillFrame(buffer, frame);
+    return graph::CaptureResult::kFrame;
   }
-  m_isLost = m_buffers.Queue(buffer.index) != 0;
+  m_isDisconnected = m_buffers.Queue(buffer.index) != 0;
   return std::nullopt;
 }
 
 bool V4l2Source::IsWhole(const v4l2_buffer& buffer) {
   if ((buffer.flags & V4L2_BUF_FLAG_ERROR) != 0) {
-    ++Counters().damaged;
+    ++graph::CurrentStreamStats().damaged;
     return false;
   }
   if (buffer.bytesused < MinBytes() || buffer.bytesused > m_buffers.Size(buffer.index)) {
-    ++Counters().tooShort;
+    ++graph::CurrentStreamStats().tooShort;
     return false;
   }
   return true;
@@ -245,23 +249,25 @@ bool V4l2Source::IsWhole(const v4l2_buffer& buffer) {
 
 bool V4l2Source::IsInOrder(const v4l2_buffer& buffer) {
   const bool isDamaged = (buffer.flags & V4L2_BUF_FLAG_ERROR) != 0;
-  const FrameNumbers::Finding finding = m_numbers.Take(buffer.sequence, isDamaged);
-  Counters().missed += finding.missed;
-  return !finding.isLate;
+  const SequenceTracker::Result result = m_numbers.Take(buffer.sequence, isDamaged);
+  graph::CurrentStreamStats().missed += result.missed;
+  return !result.isLate;
 }
 
-void V4l2Source::Present(const v4l2_buffer& buffer, CapturedFrame& frame) {
+void V4l2Source::FillFrame(const v4l2_buffer& buffer, graph::CapturedFrame& frame) {
   frame.buffer = buffer.index;
   frame.data = m_buffers.Data(buffer.index);
   frame.size = buffer.bytesused;
   frame.time = std::chrono::duration<double>(std::chrono::steady_clock::now() - m_start).count();
   if (!IsCompressed()) {
     frame.data = m_packer.Pack(frame.data);
-    // Some drivers round up the bytes used.
+    // Some drivers round bytesused up.
     frame.size = m_packer.PackedBytes();
   }
 }
 
-void V4l2Source::Recycle(const CapturedFrame& frame) {
-  m_isLost = m_buffers.Queue(frame.buffer) != 0 || m_isLost;
+void V4l2Source::Recycle(const graph::CapturedFrame& frame) {
+  m_isDisconnected = m_buffers.Queue(frame.buffer) != 0 || m_isDisconnected;
 }
+
+}  // namespace v4l2

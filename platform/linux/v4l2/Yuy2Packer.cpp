@@ -6,6 +6,8 @@
 #include <array>
 #include <utility>
 
+namespace v4l2 {
+
 namespace {
 
 enum class Arrangement {
@@ -18,9 +20,9 @@ struct Layout {
   std::uint32_t pixelFormat;
   Arrangement arrangement;
   std::size_t linesPerChromaLine;
-  // Packed: where each byte of YUY2 is in its group of four. Others: whether V comes before U.
+  // Packed formats: the position of each byte of YUY2 in its group of four.
   std::array<std::uint8_t, 4> order;
-  bool isVFirst;
+  bool isVFirst;  // other formats: V precedes U
 };
 
 constexpr std::array<std::uint8_t, 4> kNoOrder{};
@@ -46,12 +48,12 @@ const Layout* FindLayout(std::uint32_t pixelFormat) {
   return found == kLayouts.end() ? nullptr : found;
 }
 
-// Of a format that is known to be there.
+// Requires CanPackAsYuy2(pixelFormat).
 const Layout& LayoutOf(std::uint32_t pixelFormat) { return *FindLayout(pixelFormat); }
 
 constexpr std::size_t kPackedBytesPerPixel = 2;
 
-// Some drivers leave the line length out.
+// Some drivers do not set bytesperline.
 std::size_t StrideOf(const v4l2_pix_format& format) {
   const bool isPacked = LayoutOf(format.pixelformat).arrangement == Arrangement::kPacked;
   return std::max<std::size_t>(format.bytesperline,
@@ -140,3 +142,5 @@ void Yuy2Packer::PackPlanes(const std::uint8_t* source, std::uint8_t* target) {
   pack(source, static_cast<int>(m_stride), u, chromaStride, v, chromaStride, target,
        static_cast<int>(kPackedBytesPerPixel * m_width), width, static_cast<int>(m_height));
 }
+
+}  // namespace v4l2

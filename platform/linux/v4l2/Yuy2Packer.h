@@ -1,4 +1,4 @@
-// Packs the raw YUV formats of V4L2 devices as YUY2.
+// Converts the raw YUV formats of V4L2 devices to YUY2.
 #pragma once
 
 #include <linux/videodev2.h>
@@ -7,25 +7,28 @@
 #include <cstdint>
 #include <vector>
 
+namespace v4l2 {
+
 // True for the pixel formats of linux/videodev2.h that Yuy2Packer reads: 8-bit 4:2:2 and 4:2:0 in one buffer,
 // packed (YUYV and its permutations), semi-planar (NV12 and the like) or planar (YU12 and the like).
 bool CanPackAsYuy2(std::uint32_t pixelFormat);
 
-// Turns the pictures of one format into YUY2 (top-down, without padding between lines). Chroma that two lines
-// share is repeated for both. One thread at a time.
+// Converts pictures of one format to YUY2 (top-down, without padding between lines). Chroma of 4:2:0 formats
+// is repeated for the second line. Used by one thread at a time.
 class Yuy2Packer {
  public:
   Yuy2Packer() = default;
-  // The format as the driver returned it, with CanPackAsYuy2(pixelformat). A width other than YUYV's is even.
+  // The format as the driver returned it, with CanPackAsYuy2(pixelformat). The width is even unless it is
+  // YUYV.
   explicit Yuy2Packer(const v4l2_pix_format& format);
 
-  // Bytes of the driver's buffer up to the last sample of a picture.
+  // Size of a picture in the driver's buffer in bytes, up to the last sample.
   std::size_t SourceBytes() const;
-  // Bytes of a picture as YUY2.
+  // Size of a picture as YUY2 in bytes.
   std::size_t PackedBytes() const { return 2 * m_width * m_height; }
 
-  // The picture as YUY2: the source itself if it is that already, else the packer's memory, valid until the
-  // next call. Reads SourceBytes() bytes.
+  // Returns the picture as YUY2: the source itself if it is YUY2 without padding, otherwise the packer's
+  // memory, valid until the next call. Reads SourceBytes() bytes.
   std::uint8_t* Pack(std::uint8_t* source);
 
  private:
@@ -35,7 +38,9 @@ class Yuy2Packer {
   std::uint32_t m_pixelFormat = 0;
   std::size_t m_width = 0;   // pixels
   std::size_t m_height = 0;  // lines
-  std::size_t m_stride = 0;  // bytes between lines of luma or of packed samples
+  std::size_t m_stride = 0;  // bytes from line to line of luma or of packed samples
   std::vector<std::uint8_t> m_packed;
-  std::vector<std::uint8_t> m_chroma;  // of semi-planar formats: both planes, one after the other
+  std::vector<std::uint8_t> m_chroma;  // semi-planar formats: the U and V planes, one after the other
 };
+
+}  // namespace v4l2

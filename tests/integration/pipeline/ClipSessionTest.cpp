@@ -47,7 +47,8 @@ TEST_P(RecordedCamera, ComesThroughCloseToTheRecording) {
   ASSERT_TRUE(std::filesystem::exists(NUVEQ_CLIP)) << "run scripts/fetch-clips.sh first";
   const std::vector<Yuv> recorded = ReadClip();
   ASSERT_EQ(recorded.size(), kFrames);
-  SimulatedPcSettings playing = Laptop(Pace::kUnpaced, FormatsOf(GetParam(), kWidth, kHeight, 30));
+  simulated::SimulatedPcSettings playing =
+      Laptop(simulated::Pace::kUnpaced, FormatsOf(GetParam(), kWidth, kHeight, 30));
   playing.clip = NUVEQ_CLIP;
   UsePc(playing);
   ASSERT_NO_FATAL_FAILURE(Record(kWidth, kHeight, 30, kFrames));
@@ -68,8 +69,9 @@ TEST_P(RecordedCamera, ComesThroughCloseToTheRecording) {
   EXPECT_GT(chroma, 34);
 }
 
-INSTANTIATE_TEST_SUITE_P(BothLayouts, RecordedCamera, ::testing::Values(kYuyv, kMjpg), [](const auto& tried) {
-  return std::string(tried.param == kYuyv ? "Yuy2" : "Mjpg");
-});
+INSTANTIATE_TEST_SUITE_P(BothLayouts, RecordedCamera, ::testing::Values(graph::kYuyv, graph::kMjpg),
+                         [](const auto& tried) {
+                           return std::string(tried.param == graph::kYuyv ? "Yuy2" : "Mjpg");
+                         });
 
 }  // namespace

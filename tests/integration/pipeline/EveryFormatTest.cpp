@@ -11,7 +11,7 @@ struct Tried {
 };
 
 void PrintTo(const Tried& tried, std::ostream* out) {
-  *out << (tried.fourCc == kYuyv ? "YUY2 " : "MJPG ") << tried.width << "x" << tried.height << " at "
+  *out << (tried.fourCc == graph::kYuyv ? "YUY2 " : "MJPG ") << tried.width << "x" << tried.height << " at "
        << tried.fps;
 }
 
@@ -37,15 +37,15 @@ TEST_P(EveryFormat, ArrivesWholeInOrderUprightAndInItsColours) {
     EXPECT_EQ(picture.height, tried.height);
     EXPECT_EQ(NumberIn(picture), i);
     // Upside down or with colours swapped it is above a hundred.
-    EXPECT_LT(CornerColourError(picture.y.data(), picture.u.data(), picture.v.data(), picture.width,
-                                picture.height),
+    EXPECT_LT(simulated::CornerColourError(picture.y.data(), picture.u.data(), picture.v.data(),
+                                           picture.width, picture.height),
               12);
   }
 }
 
 std::vector<Tried> AllFormats() {
   std::vector<Tried> all;
-  for (const std::uint32_t fourCc : {kYuyv, kMjpg}) {
+  for (const std::uint32_t fourCc : {graph::kYuyv, graph::kMjpg}) {
     for (const std::uint32_t fps : {30U, 15U, 10U}) {
       all.push_back({fourCc, 320, 240, fps});
       all.push_back({fourCc, 640, 480, fps});
@@ -58,7 +58,7 @@ std::vector<Tried> AllFormats() {
 
 INSTANTIATE_TEST_SUITE_P(All, EveryFormat, ::testing::ValuesIn(AllFormats()), [](const auto& tried) {
   const Tried& one = tried.param;
-  return std::string(one.fourCc == kYuyv ? "Yuy2_" : "Mjpg_") + std::to_string(one.width) + "x" +
+  return std::string(one.fourCc == graph::kYuyv ? "Yuy2_" : "Mjpg_") + std::to_string(one.width) + "x" +
          std::to_string(one.height) + "_at_" + std::to_string(one.fps);
 });
 
@@ -87,7 +87,7 @@ TEST_F(LaptopCamera, OpensEverySizeOfItsList) {
 }
 
 TEST_F(LaptopCamera, InRealTimeLosesNothingEither) {
-  UsePc(Laptop(Pace::kRealTime));
+  UsePc(Laptop(simulated::Pace::kRealTime));
   ASSERT_NO_FATAL_FAILURE(Record(320, 240, 30, 60));
   ExpectNumbersFrom(0);
 }

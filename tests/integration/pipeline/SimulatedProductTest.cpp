@@ -1,12 +1,12 @@
 #include "SimulatedProductTest.h"
 
-std::vector<VideoFormat> FormatsOf(std::uint32_t fourCc, std::uint32_t width, std::uint32_t height,
-                                   std::uint32_t fps) {
+std::vector<graph::VideoFormat> FormatsOf(std::uint32_t fourCc, std::uint32_t width, std::uint32_t height,
+                                          std::uint32_t fps) {
   return {{fourCc, width, height, 10'000'000 / fps}};
 }
 
-SimulatedPcSettings Laptop(Pace pace, std::vector<VideoFormat> formats) {
-  SimulatedPcSettings settings;
+simulated::SimulatedPcSettings Laptop(simulated::Pace pace, std::vector<graph::VideoFormat> formats) {
+  simulated::SimulatedPcSettings settings;
   settings.pace = pace;
   settings.formats = std::move(formats);
   return settings;
@@ -19,14 +19,14 @@ void SimulatedCameraTest::SetUp() {
 
 void SimulatedCameraTest::TearDown() {
   ProductTest::TearDown();
-  UseDeviceTree(nullptr);
+  devices::SetDeviceProvider(nullptr);
 }
 
-void SimulatedCameraTest::UsePc(const SimulatedPcSettings& settings) {
-  m_pc = std::make_shared<SimulatedPc>(settings);
-  UseDeviceTree(m_pc);
+void SimulatedCameraTest::UsePc(const simulated::SimulatedPcSettings& settings) {
+  m_pc = std::make_shared<simulated::SimulatedPc>(settings);
+  devices::SetDeviceProvider(m_pc);
 }
 
-void SimulatedCameraTest::UseFormats(std::vector<VideoFormat> formats) {
-  UsePc(Laptop(Pace::kUnpaced, std::move(formats)));
+void SimulatedCameraTest::UseFormats(std::vector<graph::VideoFormat> formats) {
+  UsePc(Laptop(simulated::Pace::kUnpaced, std::move(formats)));
 }

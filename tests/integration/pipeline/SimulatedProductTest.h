@@ -5,12 +5,13 @@
 #include "support/ProductTest.h"
 
 // Formats of a camera that offers one picture size, or several, in one layout.
-std::vector<VideoFormat> FormatsOf(std::uint32_t fourCc, std::uint32_t width, std::uint32_t height,
-                                   std::uint32_t fps);
+std::vector<graph::VideoFormat> FormatsOf(std::uint32_t fourCc, std::uint32_t width, std::uint32_t height,
+                                          std::uint32_t fps);
 
 // The laptop whose camera offers these.
-SimulatedPcSettings Laptop(Pace pace = Pace::kUnpaced,
-                           std::vector<VideoFormat> formats = LaptopCameraFormats());
+simulated::SimulatedPcSettings Laptop(
+    simulated::Pace pace = simulated::Pace::kUnpaced,
+    std::vector<graph::VideoFormat> formats = simulated::LaptopCameraFormats());
 
 class SimulatedCameraTest : public ProductTest {
  protected:
@@ -18,10 +19,10 @@ class SimulatedCameraTest : public ProductTest {
   void SetUp() override;
   void TearDown() override;
 
-  void UsePc(const SimulatedPcSettings& settings);
-  void UseFormats(std::vector<VideoFormat> formats);
-  SimulatedPc& Pc() { return *m_pc; }
+  void UsePc(const simulated::SimulatedPcSettings& settings);
+  void UseFormats(std::vector<graph::VideoFormat> formats);
+  simulated::SimulatedPc& Pc() { return *m_pc; }
 
  private:
-  std::shared_ptr<SimulatedPc> m_pc;
+  std::shared_ptr<simulated::SimulatedPc> m_pc;
 };

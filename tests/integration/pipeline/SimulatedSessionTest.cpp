@@ -54,7 +54,7 @@ TEST_F(Session, NothingArrivesAfterClose) {
   const std::uint64_t packets = host.PacketCount();
   ASSERT_EQ(Query(), 0);
   EXPECT_EQ(host.PacketCount(), packets);
-  EXPECT_LE(packets, LatestStreamCounters().delivered);
+  EXPECT_LE(packets, graph::LatestStreamStats().delivered);
 }
 
 TEST_F(Session, CloseWithoutOpenAnswersZero) {
@@ -78,13 +78,13 @@ TEST_F(Session, OpensAndClosesTwoHundredTimes) {
   ASSERT_NO_FATAL_FAILURE(Record(320, 240, 30, 2));
   const long threads = Threads();
   const long descriptors = Descriptors();
-  const std::uint64_t objects = LiveObjects();
+  const std::uint64_t objects = com::LiveObjects();
   for (int round = 0; round < 200; ++round) {
     host.Reset();
     ASSERT_EQ(Open(320, 240, 30), 0) << round;
     ASSERT_TRUE(host.WaitForPackets(2)) << round;
     ASSERT_EQ(Close(), 1) << round;
-    ASSERT_EQ(LiveObjects(), objects) << round;
+    ASSERT_EQ(com::LiveObjects(), objects) << round;
   }
   ExpectNumbersFrom(0);
   EXPECT_EQ(Threads(), threads);
@@ -99,7 +99,7 @@ TEST_F(Session, ClosesWhileTheCameraWaitsForABuffer) {
   // One frame has become the packet that the host holds on to, five fill the pool, the seventh waits with the
   // camera's thread.
   constexpr std::uint64_t kWaiting = 7;
-  EXPECT_TRUE(WaitFor([] { return LatestStreamCounters().delivered == kWaiting; }));
+  EXPECT_TRUE(WaitFor([] { return graph::LatestStreamStats().delivered == kWaiting; }));
   std::thread closing([&] { EXPECT_EQ(Close(), 1); });
   gate.Open();
   closing.join();
@@ -123,7 +123,7 @@ TEST_F(Session, RefusedSecondOpenChangesTheIdOfLaterPackets) {
 TEST_F(Session, PlugInCameraIsNeverOffered) {
   ASSERT_EQ(Query(), 0);
   EXPECT_EQ(std::count(rates.begin(), rates.end(), 60000U), 0);
-  SimulatedPcSettings plugInOnly = Laptop();
+  simulated::SimulatedPcSettings plugInOnly = Laptop();
   plugInOnly.hasBuiltInCamera = false;
   UsePc(plugInOnly);
   EXPECT_EQ(Query(), -1000);
@@ -132,7 +132,7 @@ TEST_F(Session, PlugInCameraIsNeverOffered) {
 }
 
 TEST_F(Session, PcWithoutAnyCameraHasNone) {
-  SimulatedPcSettings bare = Laptop();
+  simulated::SimulatedPcSettings bare = Laptop();
   bare.hasBuiltInCamera = false;
   bare.hasPlugInCamera = false;
   UsePc(bare);
@@ -144,7 +144,7 @@ TEST_F(Session, CameraThatGoesWhileItIsOpenCanBeClosedAndOpenedAgainOnceItIsBack
   ASSERT_EQ(Open(320, 240, 30), 0);
   ASSERT_TRUE(host.WaitForPackets(3));
   Pc().RemoveBuiltInCamera();
-  EXPECT_TRUE(WaitFor([] { return LatestStreamCounters().isLost; }));
+  EXPECT_TRUE(WaitFor([] { return graph::LatestStreamStats().isDisconnected; }));
   EXPECT_EQ(Query(), -1000);
   EXPECT_EQ(Close(), 1);
   ExpectNumbersFrom(0);

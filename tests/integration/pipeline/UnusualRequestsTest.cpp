@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr std::uint32_t kMost = std::numeric_limits<std::uint32_t>::max();
+constexpr std::uint32_t kMax = std::numeric_limits<std::uint32_t>::max();
 
 class UnusualRequest : public CameraHandlerTest {
  protected:
@@ -57,8 +57,8 @@ TEST_F(UnusualRequest, SizesThatTheEncoderDoesNotTakeAreRefusedAndLeaveNothing) 
   for (const auto& [width, height] :
        {Size{0, 0}, Size{0, 480}, Size{640, 0}, Size{1, 1}, Size{15, 480}, Size{640, 15}, Size{1, 480},
         Size{4097, 480}, Size{640, 4097}, Size{4096, 4096}, Size{65535, 16}, Size{16, 65535},
-        Size{65535, 65535}, Size{65536, 65536}, Size{kMost, 16}, Size{16, kMost}, Size{kMost, kMost},
-        Size{kMost - 15, kMost - 15}, Size{0x80000000U, 0x80000000U}}) {
+        Size{65535, 65535}, Size{65536, 65536}, Size{kMax, 16}, Size{16, kMax}, Size{kMax, kMax},
+        Size{kMax - 15, kMax - 15}, Size{0x80000000U, 0x80000000U}}) {
     SCOPED_TRACE(std::to_string(width) + "x" + std::to_string(height));
     platform.ClearJournal();
     EXPECT_EQ(Open("0", width, height, 30), -1004);
@@ -71,7 +71,7 @@ TEST_F(UnusualRequest, SizesThatTheEncoderDoesNotTakeAreRefusedAndLeaveNothing) 
 
 TEST_F(UnusualRequest, RefusedSizeIsFollowedByASoundSessionWithoutAClose) {
   QueryAndRelease();
-  for (const auto& [width, height] : {Size{0, 0}, Size{65535, 65535}, Size{kMost, kMost}}) {
+  for (const auto& [width, height] : {Size{0, 0}, Size{65535, 65535}, Size{kMax, kMax}}) {
     EXPECT_EQ(Open("0", width, height, 30), -1004);
     ExpectASoundSession();
   }
@@ -109,7 +109,7 @@ TEST_F(UnusualRequest, EveryRateEncodesEveryFrame) {
   QueryAndRelease();
   for (const auto& [fps, frames, keyFrames] :
        {Rate{0, 200, 1}, Rate{1, 12, 3}, Rate{13108, 12, 3}, Rate{65536, 200, 1}, Rate{0x80000000U, 200, 1},
-        Rate{kMost, 200, 1}}) {
+        Rate{kMax, 200, 1}}) {
     SCOPED_TRACE(fps);
     const Decoded decoded = Record(64, 48, fps, frames);
     EXPECT_EQ(decoded.errors, 0);
@@ -122,7 +122,7 @@ TEST_F(UnusualRequest, EveryRateEncodesEveryFrame) {
 TEST_F(UnusualRequest, AllThatIsUnusualAtOnceIsRefusedForItsId) {
   QueryAndRelease();
   platform.ClearJournal();
-  EXPECT_EQ(Open("camera", kMost, 0, kMost), -2);
+  EXPECT_EQ(Open("camera", kMax, 0, kMax), -2);
   EXPECT_THAT(platform.Calls(), ::testing::IsEmpty());
   ExpectASoundSession();
 }

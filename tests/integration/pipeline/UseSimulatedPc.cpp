@@ -7,10 +7,10 @@
 namespace {
 
 const bool kIsInUse = [] {
-  SimulatedPcSettings settings;
+  simulated::SimulatedPcSettings settings;
   const char* const wanted = std::getenv("NUVEQ_TEST_PC");  // NOLINT(concurrency-mt-unsafe): before main
   settings.hasBuiltInCamera = wanted == nullptr || std::string_view(wanted) != "without a camera";
-  UseDeviceTree(std::make_shared<SimulatedPc>(settings));
+  devices::SetDeviceProvider(std::make_shared<simulated::SimulatedPc>(settings));
   return true;
 }();
 

@@ -27,7 +27,7 @@ class V4l2Session : public ProductTest {
  protected:
   void SetUp() override {
     ProductTest::SetUp();
-    UseSystem(&kernel);
+    v4l2::SetSystemCallsForTesting(&kernel);
     PlugIn();
   }
   void TearDown() override {
@@ -35,7 +35,7 @@ class V4l2Session : public ProductTest {
     EXPECT_EQ(kernel.OpenHandles(), 0U);
     EXPECT_EQ(kernel.Mappings(), 0U);
     EXPECT_THAT(kernel.Misuse(), IsEmpty());
-    UseSystem(nullptr);
+    v4l2::SetSystemCallsForTesting(nullptr);
   }
 
   // The laptop's own camera, which offers YUYV unless told otherwise.
@@ -92,8 +92,8 @@ class V4l2Session : public ProductTest {
     }
   }
 
-  FakeKernel kernel;
-  FakeVideoDevice* device = nullptr;
+  FakeSystemCalls kernel;
+  FakeV4l2Device* device = nullptr;
 };
 
 TEST_F(V4l2Session, BringsTheCamerasPicturesAsPackets) {
@@ -139,7 +139,7 @@ TEST_F(V4l2Session, FindsNoCameraWhereThereIsAnInfraredOneAlone) {
 TEST_F(V4l2Session, OutlivesItsCameraAndGoesOnOnceItIsBack) {
   ASSERT_NO_FATAL_FAILURE(Begin());
   Unplug();
-  EXPECT_TRUE(WaitFor([] { return LatestStreamCounters().isLost; }));
+  EXPECT_TRUE(WaitFor([] { return graph::LatestStreamStats().isDisconnected; }));
   EXPECT_EQ(Query(), -1000);
   EXPECT_EQ(Close(), 1);
   ExpectPicturesFromTheFirst();
@@ -155,9 +155,9 @@ TEST_F(V4l2Session, OutlivesItsCameraAndGoesOnOnceItIsBack) {
 TEST_F(V4l2Session, OutlivesACameraWhoseCableIsPulled) {
   ASSERT_NO_FATAL_FAILURE(Begin());
   device->Disconnect();
-  EXPECT_TRUE(WaitFor([] { return LatestStreamCounters().damaged > 0; }));
+  EXPECT_TRUE(WaitFor([] { return graph::LatestStreamStats().damaged > 0; }));
   Unplug();
-  EXPECT_TRUE(WaitFor([] { return LatestStreamCounters().isLost; }));
+  EXPECT_TRUE(WaitFor([] { return graph::LatestStreamStats().isDisconnected; }));
   EXPECT_EQ(Close(), 1);
   ExpectPicturesFromTheFirst();
 }

@@ -11,7 +11,7 @@
 class EveryCall : public ::testing::TestWithParam<std::tuple<Scenario, Persistence>> {
  public:
   static std::string NameOf(const ::testing::TestParamInfo<ParamType>& info) {
-    const bool isOnce = std::get<Persistence>(info.param) == Persistence::kOnce;
+    const bool isOnce = std::get<Persistence>(info.param) == Persistence::kTransient;
     return std::get<Scenario>(info.param).name + (isOnce ? "Once" : "ForGood");
   }
 

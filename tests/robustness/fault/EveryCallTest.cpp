@@ -42,20 +42,20 @@ bool EveryCall::Play(const Plan& plan) const {
   const Scenario& scenario = GetScenario();
   // On paper.
   Faults paperFaults;
-  ExpectedCourse expected(paperFaults);
+  ReferenceModel expected(paperFaults);
   scenario.prepare(expected);
   paperFaults.Begin(plan);
   scenario.play(expected);
   paperFaults.End();
   const std::vector<std::string> expectedAlive = expected.Alive();
   const std::vector<std::string> results = ResultsIn(expected.Trace());
-  const Aftermath aftermath = expected.After();
+  const PostState aftermath = expected.After();
   Recover(expected, aftermath);
 
   // With the library.
   scripted::Platform& platform = scripted::Platform::Get();
   Faults faults;
-  PlayedCourse played(faults, expected.Fates());
+  RecordedRun played(faults, expected.Fates());
   scenario.prepare(played);
   faults.Begin(plan);
   scenario.play(played);
@@ -107,5 +107,6 @@ TEST_P(EveryCall, MayFail) {
 
 INSTANTIATE_TEST_SUITE_P(Of, EveryCall,
                          ::testing::Combine(::testing::ValuesIn(EverySystemsScenarios()),
-                                            ::testing::Values(Persistence::kOnce, Persistence::kForGood)),
+                                            ::testing::Values(Persistence::kTransient,
+                                                              Persistence::kPersistent)),
                          EveryCall::NameOf);

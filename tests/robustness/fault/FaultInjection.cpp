@@ -85,7 +85,7 @@ std::optional<Answer> Faults::At(const std::string& operation) {
   }
   ++m_count;
   const bool isDue =
-      m_plan.persistence == Persistence::kOnce ? m_count == m_plan.number : m_count >= m_plan.number;
+      m_plan.persistence == Persistence::kTransient ? m_count == m_plan.number : m_count >= m_plan.number;
   m_haveHappened = m_haveHappened || isDue;
   return isDue ? std::optional<Answer>(m_plan.answer) : std::nullopt;
 }

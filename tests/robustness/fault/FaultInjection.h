@@ -21,7 +21,7 @@ enum class Subject { kCalls, kThreadStarts };
 struct Plan {
   Subject subject = Subject::kCalls;
   std::uint64_t number = 0;  // 0: none
-  Persistence persistence = Persistence::kOnce;
+  Persistence persistence = Persistence::kTransient;
   scripted::Answer answer;
 };
 

@@ -19,10 +19,10 @@ struct Step {
   bool hasOperator;  // the library has made what its functions work with
 };
 
-class LittleMemoryCourse final : public PlayedCourse {
+class LowMemoryRun final : public RecordedRun {
  public:
   // Of the library's alone: neither its logger's nor its platform's.
-  explicit LittleMemoryCourse(Faults& faults);
+  explicit LowMemoryRun(Faults& faults);
 
   // From now on; while the library is not loaded, from its first function on.
   void BeginToFail(std::uint64_t number, Persistence persistence);
@@ -60,7 +60,7 @@ class LittleMemoryCourse final : public PlayedCourse {
   FailingAllocations m_allocations;
   Faults& m_faults;
   std::uint64_t m_number = 0;
-  Persistence m_persistence = Persistence::kOnce;
+  Persistence m_persistence = Persistence::kTransient;
   bool m_isRegistered = false;
   std::vector<Step> m_steps;
   unsigned m_deliveredFrames = 0;

@@ -27,12 +27,12 @@ std::vector<std::string> AliveButPackets() {
 
 }  // namespace
 
-LittleMemoryCourse::LittleMemoryCourse(Faults& faults)
-    : PlayedCourse(faults, {}),
+LowMemoryRun::LowMemoryRun(Faults& faults)
+    : RecordedRun(faults, {}),
       m_allocations(FailingAllocations::InLibraries({LibraryName()})),
       m_faults(faults) {}
 
-void LittleMemoryCourse::BeginToFail(std::uint64_t number, Persistence persistence) {
+void LowMemoryRun::BeginToFail(std::uint64_t number, Persistence persistence) {
   m_number = number;
   m_persistence = persistence;
   if (IsLoaded()) {
@@ -40,12 +40,12 @@ void LittleMemoryCourse::BeginToFail(std::uint64_t number, Persistence persisten
   }
 }
 
-void LittleMemoryCourse::FailNothing() {
+void LowMemoryRun::FailNothing() {
   m_number = 0;
   m_allocations.FailNothing();
 }
 
-void LittleMemoryCourse::Load() {
+void LowMemoryRun::Load() {
   LoadTheLibrary();
   if (m_number != 0) {
     m_allocations.FailNth(m_number, m_persistence);
@@ -59,13 +59,13 @@ void LittleMemoryCourse::Load() {
   }
 }
 
-bool LittleMemoryCourse::IsCameraOpen() const {
+bool LowMemoryRun::IsCameraOpen() const {
   const std::vector<std::string> trace = Trace();
   return IsLoaded() && LatestResult("close") == kNotCalled &&
          std::find(trace.begin(), trace.end(), "open answers 0") != trace.end();
 }
 
-void LittleMemoryCourse::TakeStep(const std::string& function, const std::function<void()>& call) {
+void LowMemoryRun::TakeStep(const std::string& function, const std::function<void()>& call) {
   std::vector<std::string> before = AliveButPackets();
   call();
   const scripted::Platform& platform = scripted::Platform::Get();
@@ -73,19 +73,19 @@ void LittleMemoryCourse::TakeStep(const std::string& function, const std::functi
   m_steps.push_back({function, LatestResult(function), std::move(before), AliveButPackets(), hasOperator});
 }
 
-void LittleMemoryCourse::Query() {
-  TakeStep("query", [this] { PlayedCourse::Query(); });
+void LowMemoryRun::Query() {
+  TakeStep("query", [this] { RecordedRun::Query(); });
 }
 
-void LittleMemoryCourse::Open() {
-  TakeStep("open", [this] { PlayedCourse::Open(); });
+void LowMemoryRun::Open() {
+  TakeStep("open", [this] { RecordedRun::Open(); });
 }
 
-void LittleMemoryCourse::Close() {
-  TakeStep("close", [this] { PlayedCourse::Close(); });
+void LowMemoryRun::Close() {
+  TakeStep("close", [this] { RecordedRun::Close(); });
 }
 
-bool LittleMemoryCourse::HasToClose() const {
+bool LowMemoryRun::HasToClose() const {
   bool hasTo = false;
   for (const Step& step : m_steps) {
     if (step.function == "close") {
@@ -97,7 +97,7 @@ bool LittleMemoryCourse::HasToClose() const {
   return hasTo;
 }
 
-void LittleMemoryCourse::Recover() {
+void LowMemoryRun::Recover() {
   bool isFresh = !IsLoaded();
   if (!isFresh) {
     Release();
@@ -132,7 +132,7 @@ void LittleMemoryCourse::Recover() {
   Unload();
 }
 
-void LittleMemoryCourse::DeliverFrames(unsigned count) {
+void LowMemoryRun::DeliverFrames(unsigned count) {
   if (LatestResult("open") != 0) {
     // Nobody takes them out of the pool, if they get there at all.
     for (unsigned i = 0; i < kBuffers; ++i) {
@@ -150,7 +150,7 @@ void LittleMemoryCourse::DeliverFrames(unsigned count) {
   }
 }
 
-void LittleMemoryCourse::ExpectWholePool() const {
+void LowMemoryRun::ExpectWholePool() const {
   WaitForRest();
   Gate gate;
   HostCallbacks::Get().InData([&](const Packet&) { EXPECT_TRUE(gate.Wait()); });
@@ -168,7 +168,7 @@ void LittleMemoryCourse::ExpectWholePool() const {
   WaitForRest();
 }
 
-void LittleMemoryCourse::WaitForRest() const {
+void LowMemoryRun::WaitForRest() const {
   constexpr std::uint8_t kMark = 2;
   std::atomic<bool> hasCome = false;
   HostCallbacks::Get().InData([&](const Packet& packet) { hasCome = packet.bytes.front() == kMark; });
@@ -180,7 +180,7 @@ void LittleMemoryCourse::WaitForRest() const {
   HostCallbacks::Get().InData(nullptr);
 }
 
-int LittleMemoryCourse::LatestResult(const std::string& function) const {
+int LowMemoryRun::LatestResult(const std::string& function) const {
   const std::string prefix = function + " answers ";
   int result = kNotCalled;
   for (const std::string& event : Trace()) {

@@ -54,9 +54,9 @@ const std::string kPacketDestroyed = "AVEncodePacket::~AVEncodePacket";
 
 std::vector<std::uint8_t> SmallFrame() { return Frame(std::size_t{kWidth} * kHeight, 1); }
 
-PlayedCourse::PlayedCourse(Faults& faults, const std::vector<FrameFate>& fates)
+RecordedRun::RecordedRun(Faults& faults, const std::vector<FrameFate>& fates)
     : m_faults(faults), m_fates(fates.begin(), fates.end()) {
-  m_platform.Reset(scripted::LaptopPc(ExpectedCourse::BuiltInTypes()));
+  m_platform.Reset(scripted::LaptopPc(ReferenceModel::BuiltInTypes()));
   m_platform.Decide([this](const std::string& operation) { return m_faults.At(operation); });
   HostCallbacks::Get().Reset();
   HostCallbacks::Get().TellTo([](const std::string& report) { Platform::Get().Note(report); });
@@ -64,23 +64,23 @@ PlayedCourse::PlayedCourse(Faults& faults, const std::vector<FrameFate>& fates)
       [](const Packet& packet) { Platform::Get().Note(DescribePacket(packet.bytes.size())); });
 }
 
-PlayedCourse::~PlayedCourse() {
+RecordedRun::~RecordedRun() {
   LetHeldUpFrameGo();
   m_platform.Decide(nullptr);
 }
 
-void PlayedCourse::Load() {
+void RecordedRun::Load() {
   LoadTheLibrary();
   EXPECT_EQ(RegisterCallbacks(), 0);
 }
 
-void PlayedCourse::LoadTheLibrary() {
+void RecordedRun::LoadTheLibrary() {
   m_library = std::make_unique<LoadedLibrary>(NUVEQ_LIBRARY_FILE);
   ASSERT_EQ(m_library->Error(), "");
   ASSERT_EQ(m_library->GetCameraHandler(&m_handler), 0);
 }
 
-int PlayedCourse::RegisterCallbacks() const {
+int RecordedRun::RegisterCallbacks() const {
   if (const int result = m_handler.RegisterSendDataCallback(nullptr, 0, &HostCallbacks::OnData);
       result != 0) {
     return result;
@@ -89,11 +89,11 @@ int PlayedCourse::RegisterCallbacks() const {
   return m_handler.RegisterServiceListener(&listener);
 }
 
-void PlayedCourse::Answered(const std::string& function, int result) {
+void RecordedRun::Answered(const std::string& function, int result) {
   m_platform.Note(function + " answers " + std::to_string(result));
 }
 
-void PlayedCourse::Query() {
+void RecordedRun::Query() {
   m_records = nullptr;
   m_recordCount = kNoCount;
   const int result = m_handler.GetCapability(&m_records, &m_recordCount);
@@ -106,14 +106,14 @@ void PlayedCourse::Query() {
                   (m_records == nullptr ? std::string() : Describe(*m_records)));
 }
 
-void PlayedCourse::Release() {
+void RecordedRun::Release() {
   if (m_records != nullptr) {
     m_handler.ReleaseCapability(0, m_records, m_recordCount);
     m_records = nullptr;
   }
 }
 
-void PlayedCourse::Open() {
+void RecordedRun::Open() {
   std::optional<NoThreads> refusal;
   // The last call before the library starts its thread.
   m_platform.Before("IMediaEvent::WaitForCompletion", [&] {
@@ -128,7 +128,7 @@ void PlayedCourse::Open() {
   Answered("open", result);
 }
 
-void PlayedCourse::DeliverFrames(unsigned count) {
+void RecordedRun::DeliverFrames(unsigned count) {
   for (unsigned i = 0; i < count && !m_heldUpFrame.joinable(); ++i) {
     ASSERT_FALSE(m_fates.empty());
     Deliver(m_fates.front());
@@ -136,7 +136,7 @@ void PlayedCourse::DeliverFrames(unsigned count) {
   }
 }
 
-void PlayedCourse::Deliver(FrameFate fate) {
+void RecordedRun::Deliver(FrameFate fate) {
   if (fate == FrameFate::kHeldUp) {
     m_heldUpFrame = std::thread([this] { EXPECT_TRUE(m_platform.DeliverFrame(SmallFrame())); });
     EXPECT_TRUE(WaitUntil([&] { return m_platform.FramesInDelivery() == 1; }));
@@ -149,26 +149,26 @@ void PlayedCourse::Deliver(FrameFate fate) {
   }
 }
 
-void PlayedCourse::Close() {
+void RecordedRun::Close() {
   const std::string id = "0";
   const int result = m_handler.CloseCameraDevice(id.data(), static_cast<std::uint32_t>(id.size()));
   LetHeldUpFrameGo();
   Answered("close", result);
 }
 
-void PlayedCourse::Unload() {
+void RecordedRun::Unload() {
   m_library->Unload();
   EXPECT_FALSE(m_library->IsMapped());
   LetHeldUpFrameGo();
 }
 
-void PlayedCourse::LetHeldUpFrameGo() {
+void RecordedRun::LetHeldUpFrameGo() {
   if (m_heldUpFrame.joinable()) {
     m_heldUpFrame.join();
   }
 }
 
-std::vector<std::string> PlayedCourse::Trace() const {
+std::vector<std::string> RecordedRun::Trace() const {
   std::vector<std::string> trace = m_platform.Journal();
   const std::vector<scripted::LogLine> logs = m_platform.Logs();
   auto log = logs.begin();

@@ -17,13 +17,13 @@
 // Fits into every buffer of the size that is asked for, whatever its layout.
 std::vector<std::uint8_t> SmallFrame();
 
-class PlayedCourse : public Course {
+class RecordedRun : public Run {
  public:
   // Starts from an empty platform. What becomes of each frame has to be known, for nothing announces a frame
   // that is lost.
-  PlayedCourse(Faults& faults, const std::vector<FrameFate>& fates);
+  RecordedRun(Faults& faults, const std::vector<FrameFate>& fates);
   // The platform asks nobody any more.
-  ~PlayedCourse() override;
+  ~RecordedRun() override;
 
   void Load() override;
   void Query() override;

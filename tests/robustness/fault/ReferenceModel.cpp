@@ -8,34 +8,34 @@ std::string LogText(const std::string& function, const std::string& text) {
 
 }  // namespace
 
-std::vector<scripted::MediaType> ExpectedCourse::BuiltInTypes() {
+std::vector<scripted::MediaType> ReferenceModel::BuiltInTypes() {
   return {scripted::Mjpg(kWidth, kHeight, kFps), scripted::Yuy2(kWidth, kHeight, kFps / 2)};
 }
 
-scripted::Answer ExpectedCourse::Call(const std::string& operation) {
+scripted::Answer ReferenceModel::Call(const std::string& operation) {
   m_trace.push_back(operation);
   return m_faults.At(operation).value_or(scripted::Answer{});
 }
 
-void ExpectedCourse::Error(int line, const std::string& function, const std::string& text) {
+void ReferenceModel::Error(int line, const std::string& function, const std::string& text) {
   m_trace.push_back("ERROR CameraOperator:" + std::to_string(line) + " " + LogText(function, text));
 }
 
-void ExpectedCourse::Error(const std::string& function, const std::string& text) {
+void ReferenceModel::Error(const std::string& function, const std::string& text) {
   m_trace.push_back("ERROR CameraOperator " + LogText(function, text));
 }
 
-void ExpectedCourse::Warn(int line, const std::string& function, const std::string& text) {
+void ReferenceModel::Warn(int line, const std::string& function, const std::string& text) {
   m_trace.push_back("WARN CameraOperator:" + std::to_string(line) + " " + LogText(function, text));
 }
 
-void ExpectedCourse::Load() {
+void ReferenceModel::Load() {
   m_isLoaded = true;
   // The operator is made by the first function that is called. It works without COM too.
   Call("CoInitialize");
 }
 
-void ExpectedCourse::DeliverFrames(unsigned count) {
+void ReferenceModel::DeliverFrames(unsigned count) {
   for (unsigned i = 0; i < count; ++i) {
     if (!m_isStreaming) {
       m_fates.push_back(FrameFate::kRefused);
@@ -69,7 +69,7 @@ void ExpectedCourse::DeliverFrames(unsigned count) {
   }
 }
 
-void ExpectedCourse::Close() {
+void ReferenceModel::Close() {
   Error(950, "CloseCameraInner", "CloseCameraInner.");
   if (!m_hasControl) {
     Note("close answers 0");
@@ -87,7 +87,7 @@ void ExpectedCourse::Close() {
   Note(hasCompleted ? "close answers 1" : "close answers 0");
 }
 
-void ExpectedCourse::StopCapture() {
+void ReferenceModel::StopCapture() {
   m_hasEncodeThread = false;
   for (; m_poolSize != 0; --m_poolSize) {
     Call("VideoFrame::ReleaseBuffer");
@@ -109,7 +109,7 @@ void ExpectedCourse::StopCapture() {
   }
 }
 
-void ExpectedCourse::Unload() {
+void ReferenceModel::Unload() {
   if (m_isOpened) {
     Call("IMediaControl::Stop");
   }
@@ -120,7 +120,7 @@ void ExpectedCourse::Unload() {
   m_table.clear();
 }
 
-std::vector<std::string> ExpectedCourse::Alive() const {
+std::vector<std::string> ReferenceModel::Alive() const {
   std::vector<std::string> labels(m_formatsLeft, "current media type");
   for (const std::size_t size : m_blocks) {
     labels.push_back("block of " + std::to_string(size) + " bytes for the platform");
@@ -145,6 +145,6 @@ std::vector<std::string> ExpectedCourse::Alive() const {
   return labels;
 }
 
-Aftermath ExpectedCourse::After() const {
+PostState ReferenceModel::After() const {
   return {m_isLoaded, m_poolSize != 0, m_hasControl, m_cameraName.has_value()};
 }

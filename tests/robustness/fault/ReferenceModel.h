@@ -21,9 +21,9 @@ enum class FrameFate {
   kRefused   // no graph runs
 };
 
-class ExpectedCourse final : public Course {
+class ReferenceModel final : public Run {
  public:
-  explicit ExpectedCourse(Faults& faults) : m_faults(faults) {}
+  explicit ReferenceModel(Faults& faults) : m_faults(faults) {}
 
   // What the built-in camera offers: the faster of two rates is the compressed one.
   static std::vector<scripted::MediaType> BuiltInTypes();
@@ -39,7 +39,7 @@ class ExpectedCourse final : public Course {
   const std::vector<std::string>& Trace() const { return m_trace; }
   const std::vector<FrameFate>& Fates() const { return m_fates; }
   std::vector<std::string> Alive() const;
-  Aftermath After() const;
+  PostState After() const;
 
  private:
   // What a capture device is called and offers.

@@ -16,12 +16,12 @@ constexpr std::array kPinsOfGrabber = {PINDIR_INPUT, PINDIR_OUTPUT};
 
 }  // namespace
 
-void ExpectedCourse::Open() {
+void ReferenceModel::Open() {
   Warn(708, "OpenCameraInner", "Start open camera");
   Note("open answers " + std::to_string(OpenResult()));
 }
 
-int ExpectedCourse::OpenResult() {
+int ReferenceModel::OpenResult() {
   if (m_isOpened) {
     Error(721, "OpenCameraInner", "Camera is already open.");
     Note("status callback \"0\" 1 4");
@@ -53,7 +53,7 @@ int ExpectedCourse::OpenResult() {
   return 0;
 }
 
-bool ExpectedCourse::MakeEncoder() {
+bool ReferenceModel::MakeEncoder() {
   if (HasFailed(Call("VideoEncoder::CreateDefaultEncoder")) || Call("VideoEncoder::Initialize").hr != S_OK) {
     Error(537, "InitVideoEncoder", "init video encoder failed");
     Call("VideoEncoder::ReleaseEncoder");
@@ -67,7 +67,7 @@ bool ExpectedCourse::MakeEncoder() {
   return true;
 }
 
-bool ExpectedCourse::MakePool() {
+bool ReferenceModel::MakePool() {
   bool isMade = m_poolSize == 0;
   for (unsigned made = 0; isMade && made < kFrameBuffers; ++made) {
     const Answer answer = Call("VideoFrame::AllocBuffer");
@@ -90,7 +90,7 @@ bool ExpectedCourse::MakePool() {
   return true;
 }
 
-bool ExpectedCourse::BuildGraph() {
+bool ReferenceModel::BuildGraph() {
   Error("OpenCamera", "start OpenCamera, width:64, height:48, fps:30");
   if (!MakeGraph()) {
     Error("OpenCamera", "InitCameraBasicInfo fail. cameraId:0");
@@ -113,7 +113,7 @@ bool ExpectedCourse::BuildGraph() {
   return true;
 }
 
-bool ExpectedCourse::Succeeds(const std::string& operation, const std::string& function,
+bool ReferenceModel::Succeeds(const std::string& operation, const std::string& function,
                               const std::string& failure) {
   const Answer answer = Call(operation);
   if (HasFailed(answer)) {
@@ -122,7 +122,7 @@ bool ExpectedCourse::Succeeds(const std::string& operation, const std::string& f
   return !HasFailed(answer);
 }
 
-bool ExpectedCourse::MakeGraph() {
+bool ReferenceModel::MakeGraph() {
   const char* const function = "InitCameraBasicInfo";
   if (!Succeeds("CoCreateInstance", function, "CoCreateInstance fail, error: ")) {
     return false;
@@ -145,7 +145,7 @@ bool ExpectedCourse::MakeGraph() {
   return true;
 }
 
-bool ExpectedCourse::AddCamera() {
+bool ReferenceModel::AddCamera() {
   const char* const function = "AddDeviceFilter";
   const Binding binding = Bind();
   if (binding == Binding::kFailed) {
@@ -165,7 +165,7 @@ bool ExpectedCourse::AddCamera() {
   return true;
 }
 
-bool ExpectedCourse::AddGrabber() {
+bool ReferenceModel::AddGrabber() {
   const char* const function = "AddSampleGrabberFilter";
   if (!Succeeds("CoCreateInstance", function, "CoCreateInstance sampleGrabberFilter fail, error: ")) {
     return false;
@@ -178,7 +178,7 @@ bool ExpectedCourse::AddGrabber() {
   return m_isGrabberInGraph;
 }
 
-bool ExpectedCourse::ConfigureGrabber() {
+bool ReferenceModel::ConfigureGrabber() {
   const char* const function = "ConfigSampleGrabber";
   return Succeeds("IUnknown::QueryInterface", function, "QueryInterface IID_ISampleGrabber fail, error: ") &&
          Succeeds("ISampleGrabber::SetMediaType", function, "SetMediaType fail, error: ") &&
@@ -187,7 +187,7 @@ bool ExpectedCourse::ConfigureGrabber() {
          Succeeds("ISampleGrabber::SetOneShot", function, "fail to set one shot, error: ");
 }
 
-bool ExpectedCourse::FindPin(std::span<const PIN_DIRECTION> pinsOfFilter, PIN_DIRECTION wanted) {
+bool ReferenceModel::FindPin(std::span<const PIN_DIRECTION> pinsOfFilter, PIN_DIRECTION wanted) {
   const char* const function = "QueryFilterPin";
   if (!Succeeds("IBaseFilter::EnumPins", function, "EnumPins fail, error: ")) {
     return false;
@@ -209,7 +209,7 @@ bool ExpectedCourse::FindPin(std::span<const PIN_DIRECTION> pinsOfFilter, PIN_DI
   }
 }
 
-bool ExpectedCourse::SetFormat() {
+bool ReferenceModel::SetFormat() {
   const char* const function = "SetCameraFormat";
   if (!Succeeds("IUnknown::QueryInterface", function, "fail to get amstream config, error: ")) {
     return false;
@@ -226,7 +226,7 @@ bool ExpectedCourse::SetFormat() {
   return isSet;
 }
 
-std::string ExpectedCourse::SubTypeNumber() const {
+std::string ReferenceModel::SubTypeNumber() const {
   // The fastest way to get that size decides; uncompressed, where there is none.
   unsigned fps = 0;
   bool isMjpg = false;

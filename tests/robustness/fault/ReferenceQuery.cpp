@@ -16,7 +16,7 @@ constexpr REFERENCE_TIME kUnitsPerSecond = 10'000'000;
 
 }  // namespace
 
-void ExpectedCourse::Query() {
+void ReferenceModel::Query() {
   int result = 0;
   std::uint32_t count = kNoCount;
   if (!FindCamera()) {
@@ -40,7 +40,7 @@ void ExpectedCourse::Query() {
   Note("count " + std::to_string(count) + (result == 0 ? DescribeRecords() : ""));
 }
 
-bool ExpectedCourse::FindCamera() {
+bool ReferenceModel::FindCamera() {
   Answer answer = Call("CoCreateInstance");
   if (IsRefusal(answer)) {
     Error(565, "CameraCount", "fail to create enumrate instance, error:" + Number(answer.hr));
@@ -75,7 +75,7 @@ bool ExpectedCourse::FindCamera() {
   return false;
 }
 
-std::string ExpectedCourse::ReadDisplayName(const Device& device) {
+std::string ReferenceModel::ReadDisplayName(const Device& device) {
   if (IsRefusal(Call("CoGetMalloc")) || IsRefusal(Call("CreateBindCtx"))) {
     return {};
   }
@@ -86,7 +86,7 @@ std::string ExpectedCourse::ReadDisplayName(const Device& device) {
   return device.name;
 }
 
-std::vector<std::string> ExpectedCourse::ReadFixedIds() {
+std::vector<std::string> ReferenceModel::ReadFixedIds() {
   // The plug-in device comes first in this list too.
   const std::vector<std::string> usbDevices = {"plug-in", "built-in"};
   std::vector<std::string> ids;
@@ -125,7 +125,7 @@ std::vector<std::string> ExpectedCourse::ReadFixedIds() {
   return ids;
 }
 
-ExpectedCourse::Binding ExpectedCourse::Bind() {
+ReferenceModel::Binding ReferenceModel::Bind() {
   if (!m_cameraName) {
     return Binding::kFailed;
   }
@@ -159,7 +159,7 @@ ExpectedCourse::Binding ExpectedCourse::Bind() {
   }
 }
 
-bool ExpectedCourse::ReadCamera() {
+bool ReferenceModel::ReadCamera() {
   m_rates.clear();
   m_sizes.clear();
   const Binding binding = Bind();
@@ -190,7 +190,7 @@ bool ExpectedCourse::ReadCamera() {
   return true;
 }
 
-bool ExpectedCourse::ReadTypes(const Device& device) {
+bool ReferenceModel::ReadTypes(const Device& device) {
   if (const Answer answer = Call("IPin::QueryPinInfo"); answer.hr != S_OK) {
     Error(375, "QueryCameraPinInfo", "QueryPinInfo fail, error: " + Number(answer.hr));
     return false;
@@ -215,7 +215,7 @@ bool ExpectedCourse::ReadTypes(const Device& device) {
   }
 }
 
-void ExpectedCourse::ParseType(const scripted::MediaType& type) {
+void ReferenceModel::ParseType(const scripted::MediaType& type) {
   const auto fps = static_cast<unsigned>(kUnitsPerSecond / type.interval);
   m_rates.push_back(fps * 1000);
   m_sizes.push_back(std::to_string(type.width) + "x" + std::to_string(type.height));
@@ -227,7 +227,7 @@ void ExpectedCourse::ParseType(const scripted::MediaType& type) {
             ",subType:" + std::to_string(type.subType.Data1));
 }
 
-int ExpectedCourse::MakeRecords() {
+int ReferenceModel::MakeRecords() {
   // Rates are sorted; there is one size at most, however often it comes.
   std::sort(m_rates.begin(), m_rates.end());
   m_sizes.erase(std::unique(m_sizes.begin(), m_sizes.end()), m_sizes.end());
@@ -247,7 +247,7 @@ int ExpectedCourse::MakeRecords() {
   return 0;
 }
 
-bool ExpectedCourse::Allocate(std::size_t size) {
+bool ReferenceModel::Allocate(std::size_t size) {
   if (IsRefusal(Call("AllocatePlatformBlock"))) {
     return false;
   }
@@ -255,7 +255,7 @@ bool ExpectedCourse::Allocate(std::size_t size) {
   return true;
 }
 
-std::string ExpectedCourse::DescribeRecords() const {
+std::string ReferenceModel::DescribeRecords() const {
   std::string text = ", id \"0\"";
   for (const unsigned rate : m_rates) {
     text += ", " + std::to_string(rate);

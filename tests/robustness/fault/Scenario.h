@@ -17,12 +17,12 @@ inline constexpr std::size_t kPacketSize = 8;
 // The packet that a data callback was given.
 inline std::string DescribePacket(std::size_t size) { return "packet of " + std::to_string(size) + " bytes"; }
 
-class Course {
+class Run {
  public:
-  Course() = default;
-  Course(const Course&) = delete;
-  Course& operator=(const Course&) = delete;
-  virtual ~Course() = default;
+  Run() = default;
+  Run(const Run&) = delete;
+  Run& operator=(const Run&) = delete;
+  virtual ~Run() = default;
 
   // Loads the library and registers the callbacks.
   virtual void Load() = 0;

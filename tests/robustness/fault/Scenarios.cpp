@@ -8,14 +8,14 @@ namespace {
 // One more than there are buffers, so that each is used, and one that is lost is missed.
 constexpr unsigned kFrames = 6;
 
-void LoadAndQuery(Course& course) {
+void LoadAndQuery(Run& course) {
   course.Load();
   course.Query();
   course.Release();
 }
 
 // The library is loaded, and the camera known, before something fails.
-Scenario AfterAQuery(std::string name, std::function<void(Course&)> play, std::vector<std::string> results) {
+Scenario AfterAQuery(std::string name, std::function<void(Run&)> play, std::vector<std::string> results) {
   return {std::move(name), LoadAndQuery, std::move(play), std::move(results)};
 }
 
@@ -30,8 +30,8 @@ std::vector<std::string> ResultsIn(const std::vector<std::string>& trace) {
 
 Scenario QueryScenario() {
   return {"Query",
-          [](Course&) {},
-          [](Course& course) {
+          [](Run&) {},
+          [](Run& course) {
             course.Load();
             course.Query();
           },
@@ -39,12 +39,12 @@ Scenario QueryScenario() {
 }
 
 Scenario OpenScenario() {
-  return AfterAQuery("Open", [](Course& course) { course.Open(); }, {"query answers 0", "open answers 0"});
+  return AfterAQuery("Open", [](Run& course) { course.Open(); }, {"query answers 0", "open answers 0"});
 }
 
 Scenario OpenFramesCloseScenario() {
   return AfterAQuery("OpenFramesClose",
-                     [](Course& course) {
+                     [](Run& course) {
                        course.Open();
                        course.DeliverFrames(kFrames);
                        course.Close();
@@ -54,7 +54,7 @@ Scenario OpenFramesCloseScenario() {
 
 Scenario OpenTwiceScenario() {
   return AfterAQuery("OpenTwice",
-                     [](Course& course) {
+                     [](Run& course) {
                        course.Open();
                        course.Open();
                      },
@@ -63,8 +63,8 @@ Scenario OpenTwiceScenario() {
 
 Scenario QueryOpenCloseQueryScenario() {
   return {"QueryOpenCloseQuery",
-          [](Course&) {},
-          [](Course& course) {
+          [](Run&) {},
+          [](Run& course) {
             LoadAndQuery(course);
             course.Open();
             course.Close();
@@ -75,7 +75,7 @@ Scenario QueryOpenCloseQueryScenario() {
 
 Scenario DestroyWhileOpenScenario() {
   return AfterAQuery("DestroyWhileOpen",
-                     [](Course& course) {
+                     [](Run& course) {
                        course.Open();
                        course.DeliverFrames(kFrames);
                        course.Unload();
@@ -83,7 +83,7 @@ Scenario DestroyWhileOpenScenario() {
                      {"query answers 0", "open answers 0"});
 }
 
-void Recover(Course& course, const Aftermath& aftermath) {
+void Recover(Run& course, const PostState& aftermath) {
   bool isFresh = !aftermath.isLoaded;
   if (!isFresh) {
     course.Release();

@@ -11,8 +11,8 @@
 struct Scenario {
   std::string name;
   // Before anything fails.
-  std::function<void(Course&)> prepare;
-  std::function<void(Course&)> play;
+  std::function<void(Run&)> prepare;
+  std::function<void(Run&)> play;
   // What its steps answer when nothing fails, that is when it gets to its end.
   std::vector<std::string> results;
 };
@@ -30,7 +30,7 @@ Scenario QueryOpenCloseQueryScenario();
 Scenario DestroyWhileOpenScenario();
 
 // After a scenario: what stands between it and an open that has to work.
-struct Aftermath {
+struct PostState {
   bool isLoaded = true;
   bool hasPool = false;      // open refuses until a close
   bool hasControl = false;   // close has something to work on
@@ -38,4 +38,4 @@ struct Aftermath {
 };
 
 // What a host does once the trouble is over. Ends with an open, one frame, a close and an unload.
-void Recover(Course& course, const Aftermath& aftermath);
+void Recover(Run& course, const PostState& aftermath);

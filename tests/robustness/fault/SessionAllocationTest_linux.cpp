@@ -47,7 +47,7 @@ class EveryAllocation : public EveryCall {
   // One run. True when the allocation of that number was made, and failed.
   bool PlayWithout(std::uint64_t number) const;
 
-  void ExpectTold(const LittleMemoryCourse& course) const;
+  void ExpectTold(const LowMemoryRun& course) const;
 
   Persistence HowLong() const { return std::get<Persistence>(GetParam()); }
 };
@@ -139,18 +139,18 @@ auto CountLogLines(const std::vector<std::string>& trace) {
 }
 
 // Where one allocation alone failed, there was memory for the lines that tell of it.
-void EveryAllocation::ExpectTold(const LittleMemoryCourse& course) const {
+void EveryAllocation::ExpectTold(const LowMemoryRun& course) const {
   const std::vector<std::string> trace = course.Trace();
   const std::vector<std::string> results = ResultsIn(trace);
-  if (HowLong() == Persistence::kOnce && Contained(results, "open answers -1004")) {
+  if (HowLong() == Persistence::kTransient && Contained(results, "open answers -1004")) {
     EXPECT_THAT(trace, Contains(HasSubstr("Start open camera")));
     EXPECT_THAT(trace, Contains(HasSubstr("AllocBuffer fail.")));
     EXPECT_THAT(trace, Contains(HasSubstr("fail to init video encoder")));
   }
-  if (HowLong() == Persistence::kOnce && results == GetScenario().results) {
+  if (HowLong() == Persistence::kTransient && results == GetScenario().results) {
     // The line whose own memory it was is the only one that can be lost.
     Faults none;
-    ExpectedCourse expected(none);
+    ReferenceModel expected(none);
     GetScenario().prepare(expected);
     GetScenario().play(expected);
     EXPECT_GE(CountLogLines(trace) + (course.HasFailed() ? 1 : 0), CountLogLines(expected.Trace()));
@@ -163,7 +163,7 @@ void EveryAllocation::ExpectTold(const LittleMemoryCourse& course) const {
 bool EveryAllocation::PlayWithout(std::uint64_t number) const {
   scripted::Platform& platform = scripted::Platform::Get();
   Faults faults;
-  LittleMemoryCourse course(faults);
+  LowMemoryRun course(faults);
   GetScenario().prepare(course);
   course.BeginToFail(number, HowLong());
   GetScenario().play(course);
@@ -174,7 +174,7 @@ bool EveryAllocation::PlayWithout(std::uint64_t number) const {
     EXPECT_EQ(ResultsIn(course.Trace()), GetScenario().results) << "the end was not reached";
   }
   const unsigned frames = course.DeliveredFrames();
-  if (frames != 0 && HowLong() == Persistence::kOnce) {
+  if (frames != 0 && HowLong() == Persistence::kTransient) {
     EXPECT_GE(HostCallbacks::Get().PacketCount() + 1, frames) << "more than one packet was lost";
   }
   if (course.IsCameraOpen()) {
@@ -208,7 +208,7 @@ TEST_P(EveryAllocation, MayFail) {
 Scenario OpenManyFramesScenario() {
   Scenario scenario = OpenScenario();
   scenario.name = "OpenManyFrames";
-  scenario.play = [](Course& course) {
+  scenario.play = [](Run& course) {
     course.Open();
     course.DeliverFrames(kManyFrames);
   };
@@ -220,7 +220,7 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Combine(::testing::Values(QueryScenario(), OpenScenario(), OpenManyFramesScenario(),
                                          OpenFramesCloseScenario(), OpenTwiceScenario(),
                                          QueryOpenCloseQueryScenario(), DestroyWhileOpenScenario()),
-                       ::testing::Values(Persistence::kOnce, Persistence::kForGood)),
+                       ::testing::Values(Persistence::kTransient, Persistence::kPersistent)),
     EveryCall::NameOf);
 
 }  // namespace

@@ -18,9 +18,9 @@ constexpr std::array<std::uint32_t, 8> kFourCcs = {
 constexpr std::array<v4l2_fract, 8> kFractions = {
     {{1, 30}, {1, 15}, {0, 0}, {0, 1}, {1, 0}, {0xFFFFFFFF, 1}, {1, 0xFFFFFFFF}, {1001, 30000}}};
 // Frame memory above this is refused, as by a machine that has no more.
-constexpr std::size_t kMostBytes = 1 << 20;
+constexpr std::size_t kMaxBytes = 1 << 20;
 // What drivers give at most.
-constexpr std::uint32_t kMostBuffers = 32;
+constexpr std::uint32_t kMaxBuffers = 32;
 // Control bytes from here on are lies; below them, and above 0, error numbers.
 constexpr std::uint8_t kLies = 0x40;
 
@@ -33,7 +33,7 @@ int Fail(int error) {
 
 }  // namespace
 
-int LyingSystem::Open(const char* /*path*/, int /*flags*/) {
+int MalformedSystemCalls::Open(const char* /*path*/, int /*flags*/) {
   const std::lock_guard lock(m_mutex);
   if (const std::uint8_t control = m_reader.Byte(); control != 0) {
     return Fail(kErrors[control % kErrors.size()]);
@@ -42,13 +42,13 @@ int LyingSystem::Open(const char* /*path*/, int /*flags*/) {
   return m_nextDescriptor;
 }
 
-int LyingSystem::Close(int descriptor) {
+int MalformedSystemCalls::Close(int descriptor) {
   const std::lock_guard lock(m_mutex);
   Require(m_open.erase(descriptor) == 1, "what is closed was open");
   return 0;
 }
 
-int LyingSystem::Ioctl(int descriptor, unsigned long request, void* argument) {
+int MalformedSystemCalls::Ioctl(int descriptor, unsigned long request, void* argument) {
   const std::lock_guard lock(m_mutex);
   Require(m_open.contains(descriptor), "what is asked is open");
   const std::uint8_t control = m_reader.Byte();
@@ -59,7 +59,7 @@ int LyingSystem::Ioctl(int descriptor, unsigned long request, void* argument) {
   return error == 0 ? 0 : Fail(error);
 }
 
-int LyingSystem::Answer(unsigned long request, void* argument, bool lies) {
+int MalformedSystemCalls::Answer(unsigned long request, void* argument, bool lies) {
   switch (request) {
     case VIDIOC_QUERYCAP: {
       auto& capability = *static_cast<v4l2_capability*>(argument);
@@ -102,28 +102,28 @@ int LyingSystem::Answer(unsigned long request, void* argument, bool lies) {
   }
 }
 
-std::uint32_t LyingSystem::Side() {
+std::uint32_t MalformedSystemCalls::Side() {
   const std::uint8_t choice = m_reader.Byte();
   return choice == 0xFF ? m_reader.Value<std::uint32_t>() : kSides[choice % kSides.size()];
 }
 
-std::uint32_t LyingSystem::FourCc() {
+std::uint32_t MalformedSystemCalls::FourCc() {
   const std::uint8_t choice = m_reader.Byte();
   return choice == 0xFF ? m_reader.Value<std::uint32_t>() : kFourCcs[choice % kFourCcs.size()];
 }
 
-v4l2_fract LyingSystem::Fraction() {
+v4l2_fract MalformedSystemCalls::Fraction() {
   const std::uint8_t choice = m_reader.Byte();
   return choice == 0xFF ? v4l2_fract{m_reader.Value<std::uint32_t>(), m_reader.Value<std::uint32_t>()}
                         : kFractions[choice % kFractions.size()];
 }
 
-int LyingSystem::EnumFormat(v4l2_fmtdesc& entry, bool lies) {
+int MalformedSystemCalls::EnumFormat(v4l2_fmtdesc& entry, bool lies) {
   entry.pixelformat = lies ? FourCc() : kFourCcs[entry.index % kEnds];
   return !lies && entry.index >= kEnds ? EINVAL : 0;
 }
 
-int LyingSystem::EnumSize(v4l2_frmsizeenum& entry, bool lies) {
+int MalformedSystemCalls::EnumSize(v4l2_frmsizeenum& entry, bool lies) {
   entry.type = lies ? m_reader.Byte() % 4U : V4L2_FRMSIZE_TYPE_DISCRETE;
   if (entry.type == V4L2_FRMSIZE_TYPE_DISCRETE) {
     entry.discrete = {lies ? Side() : kSides[0], lies ? Side() : kSides[1]};
@@ -133,7 +133,7 @@ int LyingSystem::EnumSize(v4l2_frmsizeenum& entry, bool lies) {
   return 0;
 }
 
-int LyingSystem::EnumInterval(v4l2_frmivalenum& entry, bool lies) {
+int MalformedSystemCalls::EnumInterval(v4l2_frmivalenum& entry, bool lies) {
   entry.type = lies ? m_reader.Byte() % 4U : V4L2_FRMIVAL_TYPE_DISCRETE;
   if (entry.type == V4L2_FRMIVAL_TYPE_DISCRETE) {
     entry.discrete = lies ? Fraction() : kFractions[entry.index % kEnds];
@@ -143,7 +143,7 @@ int LyingSystem::EnumInterval(v4l2_frmivalenum& entry, bool lies) {
   return 0;
 }
 
-void LyingSystem::DescribeFormat(v4l2_format& format, bool lies) {
+void MalformedSystemCalls::DescribeFormat(v4l2_format& format, bool lies) {
   v4l2_pix_format& picture = format.fmt.pix;
   if (lies) {
     // Some of what was asked for stays.
@@ -158,36 +158,36 @@ void LyingSystem::DescribeFormat(v4l2_format& format, bool lies) {
   m_format = picture;
   const std::uint64_t image = std::uint64_t{picture.height} *
                               std::max<std::uint64_t>(picture.bytesperline, std::uint64_t{picture.width} * 2);
-  m_imageSize = static_cast<std::uint32_t>(std::min<std::uint64_t>(image, kMostBytes));
+  m_imageSize = static_cast<std::uint32_t>(std::min<std::uint64_t>(image, kMaxBytes));
 }
 
-void LyingSystem::DescribeRate(v4l2_streamparm& rate, bool lies) {
+void MalformedSystemCalls::DescribeRate(v4l2_streamparm& rate, bool lies) {
   rate.parm.capture.capability = lies ? m_reader.Value<std::uint32_t>() : V4L2_CAP_TIMEPERFRAME;
   if (lies) {
     rate.parm.capture.timeperframe = Fraction();
   }
 }
 
-int LyingSystem::RequestBuffers(v4l2_requestbuffers& request, bool lies) {
+int MalformedSystemCalls::RequestBuffers(v4l2_requestbuffers& request, bool lies) {
   m_queue.clear();
   m_byIndex.clear();
   if (lies && request.count > 0) {
-    request.count = m_reader.Byte() % (kMostBuffers + 1);
+    request.count = m_reader.Byte() % (kMaxBuffers + 1);
   }
   return 0;
 }
 
-int LyingSystem::QueryBuffer(v4l2_buffer& buffer, bool lies) {
+int MalformedSystemCalls::QueryBuffer(v4l2_buffer& buffer, bool lies) {
   buffer.length = lies ? m_reader.Value<std::uint16_t>() : m_imageSize;
   buffer.m.offset = buffer.index;
   return 0;
 }
 
 // Filled with what the bytes have, as far as there is room.
-int LyingSystem::Dequeue(v4l2_buffer& buffer, bool lies) {
+int MalformedSystemCalls::Dequeue(v4l2_buffer& buffer, bool lies) {
   buffer.flags = 0;
   if (lies) {
-    buffer.index = m_reader.Byte() % (kMostBuffers + 1);
+    buffer.index = m_reader.Byte() % (kMaxBuffers + 1);
     buffer.bytesused = m_reader.Value<std::uint32_t>();
     buffer.sequence = m_reader.Value<std::uint32_t>();
     buffer.flags = m_reader.Byte() % 2 == 0 ? 0 : V4L2_BUF_FLAG_ERROR;
@@ -213,11 +213,11 @@ int LyingSystem::Dequeue(v4l2_buffer& buffer, bool lies) {
   return 0;
 }
 
-void* LyingSystem::Map(std::size_t size, int descriptor, off_t /*offset*/) {
+void* MalformedSystemCalls::Map(std::size_t size, int descriptor, off_t /*offset*/) {
   const std::lock_guard lock(m_mutex);
   Require(m_open.contains(descriptor), "what is mapped is open");
   const std::uint8_t control = m_reader.Byte();
-  if (control != 0 || size == 0 || size > kMostBytes) {
+  if (control != 0 || size == 0 || size > kMaxBytes) {
     errno = control != 0 ? EACCES : size == 0 ? EINVAL : ENOMEM;
     return MAP_FAILED;
   }
@@ -228,7 +228,7 @@ void* LyingSystem::Map(std::size_t size, int descriptor, off_t /*offset*/) {
   return address;
 }
 
-int LyingSystem::Unmap(void* address, std::size_t size) {
+int MalformedSystemCalls::Unmap(void* address, std::size_t size) {
   const std::lock_guard lock(m_mutex);
   const auto mapping = m_mappings.find(address);
   Require(mapping != m_mappings.end() && mapping->second.size == size, "what is unmapped was mapped");
@@ -239,7 +239,7 @@ int LyingSystem::Unmap(void* address, std::size_t size) {
 
 // Never waits for the camera: there is something at once, or the time is up. Without a time, and without
 // bytes, there is only the caller's own descriptor to wait for.
-int LyingSystem::Poll(pollfd* entries, nfds_t count, int timeoutMs) {
+int MalformedSystemCalls::Poll(pollfd* entries, nfds_t count, int timeoutMs) {
   Require(count == 2, "a camera and a wake-up are waited for");
   const int woken = poll(entries + 1, 1, 0);
   const std::lock_guard lock(m_mutex);

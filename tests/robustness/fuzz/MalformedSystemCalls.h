@@ -15,10 +15,11 @@
 #include "ByteReader.h"
 #include "v4l2/SystemCalls.h"
 
-class LyingSystem : public System {
+class MalformedSystemCalls : public v4l2::SystemCalls {
  public:
   // Trees of devices begin in the folder's "sys" and "dev".
-  LyingSystem(ByteReader& reader, std::filesystem::path root) : m_reader(reader), m_root(std::move(root)) {}
+  MalformedSystemCalls(ByteReader& reader, std::filesystem::path root)
+      : m_reader(reader), m_root(std::move(root)) {}
 
   int Open(const char* path, int flags) override;
   int Close(int descriptor) override;

@@ -16,10 +16,10 @@ namespace {
 using scripted::MediaType;
 using Size = std::pair<LONG, LONG>;
 
-constexpr std::size_t kMostTypes = 48;
-constexpr std::size_t kMostBlock = 200;
+constexpr std::size_t kMaxTypes = 48;
+constexpr std::size_t kMaxBlock = 200;
 // A frame pool for more would only cost time.
-constexpr std::int64_t kMostPixels = std::int64_t{64} * 64;
+constexpr std::int64_t kMaxPixels = std::int64_t{64} * 64;
 
 constexpr std::array<LONG, 12> kSides = {640, 480,  16, 32, 1280,       720,
                                          0,   -480, 1,  3,  2147483647, -2147483647 - 1};
@@ -63,7 +63,7 @@ MediaType ReadType(ByteReader& reader) {
 
 std::vector<scripted::Pin> ReadPins(ByteReader& reader) {
   std::vector<scripted::Pin> pins = {{"capture", PINDIR_OUTPUT, {}}};
-  for (std::size_t count = 0; count < kMostTypes && !reader.IsEmpty(); ++count) {
+  for (std::size_t count = 0; count < kMaxTypes && !reader.IsEmpty(); ++count) {
     switch (reader.Byte()) {
       case 0xFF:
         pins.push_back({"more", PINDIR_OUTPUT, {}});
@@ -138,7 +138,7 @@ void RequireOffered(const NUVEQCameraAbility& ability, const Expected& expected)
 
 // One media type whose format block is nothing but bytes, as long as cbFormat says and not aligned.
 void ParseRaw(ByteReader& reader) {
-  const std::size_t size = reader.Below(kMostBlock);
+  const std::size_t size = reader.Below(kMaxBlock);
   const std::span<const std::uint8_t> bytes = reader.Take(size);
   std::vector<std::uint8_t> block(bytes.size() + 1);
   std::copy(bytes.begin(), bytes.end(), block.begin() + 1);
@@ -165,7 +165,7 @@ void OpenOne(const FuzzedLibrary& library, const std::vector<scripted::Pin>& pin
   for (const scripted::Pin& pin : pins) {
     for (const MediaType& type : pin.mediaTypes) {
       if (Counts(type) && type.width > 0 && type.height > 0 &&
-          std::int64_t{type.width} * type.height <= kMostPixels) {
+          std::int64_t{type.width} * type.height <= kMaxPixels) {
         width = static_cast<std::uint32_t>(type.width);
         height = static_cast<std::uint32_t>(type.height);
       }

@@ -13,9 +13,9 @@
 
 namespace {
 
-constexpr unsigned kMostSteps = 40;
+constexpr unsigned kMaxSteps = 40;
 constexpr unsigned kBuffers = 5;
-constexpr std::size_t kMostBytes = 65536;
+constexpr std::size_t kMaxBytes = 65536;
 // Most sessions do without the one that follows, which takes longer than they do.
 constexpr std::uint8_t kUnchecked = 0x40;
 
@@ -27,9 +27,9 @@ constexpr std::array<Size, 8> kSizes = {
     {{16, 16}, {32, 16}, {64, 48}, {0, 0}, {16, 0xFFFFFFF0}, {65535, 65535}, {3, 5}, {1, 1}}};
 const std::array<std::string, 8> kIds = {"0", "", "00", "1", "0x", "-1", "99999999999999999999", "0 "};
 // Against a frame of the size that was asked for.
-enum class Length { kWhole, kShort, kOneByte, kNone, kNegative, kTooLong, kGreatest, kNoData };
-constexpr std::array kLengths = {Length::kWhole,    Length::kShort,   Length::kOneByte,  Length::kNone,
-                                 Length::kNegative, Length::kTooLong, Length::kGreatest, Length::kNoData};
+enum class Length { kWhole, kShort, kOneByte, kNone, kNegative, kTooLong, kMax, kNoData };
+constexpr std::array kLengths = {Length::kWhole,    Length::kShort,   Length::kOneByte, Length::kNone,
+                                 Length::kNegative, Length::kTooLong, Length::kMax,     Length::kNoData};
 
 bool IsId(const std::string& id) { return id.find_first_not_of("0123456789") == std::string::npos; }
 
@@ -101,7 +101,7 @@ class Session {
   }
 
   void Run() {
-    for (unsigned step = 0; step < kMostSteps && !m_reader.IsEmpty(); ++step) {
+    for (unsigned step = 0; step < kMaxSteps && !m_reader.IsEmpty(); ++step) {
       Step();
       m_frameless += m_faults.TakeFramesWithoutMemory();
     }
@@ -199,18 +199,18 @@ class Session {
   // Whether a frame can be delivered on this thread: when there is no buffer for it the graph's thread has to
   // wait, and this one cannot.
   bool HasBuffer() const {
-    return m_library.FrameSize() <= kMostBytes && m_lost + m_frameless < kBuffers &&
+    return m_library.FrameSize() <= kMaxBytes && m_lost + m_frameless < kBuffers &&
            (m_isEncoding || m_unencoded < kBuffers);
   }
 
   static LONG LengthOf(Length kind, const std::vector<std::uint8_t>& frame) {
-    return kind == Length::kNegative   ? -1
-           : kind == Length::kGreatest ? INT32_MAX
-                                       : static_cast<LONG>(frame.size());
+    return kind == Length::kNegative ? -1
+           : kind == Length::kMax    ? INT32_MAX
+                                     : static_cast<LONG>(frame.size());
   }
 
   void NoteDelivered(Length kind) {
-    m_lost += kind == Length::kTooLong || kind == Length::kGreatest ? 1U : 0U;
+    m_lost += kind == Length::kTooLong || kind == Length::kMax ? 1U : 0U;
     ++m_unencoded;
   }
 
@@ -252,7 +252,7 @@ class Session {
       case Length::kShort:
         return std::vector<std::uint8_t>(size / 2 + 1, 1);
       case Length::kOneByte:
-      case Length::kGreatest:
+      case Length::kMax:
       case Length::kNegative:
         return std::vector<std::uint8_t>(1, 1);
       case Length::kNone:

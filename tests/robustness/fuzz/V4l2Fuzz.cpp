@@ -6,6 +6,8 @@
 
 #include "MalformedSystemCalls.h"
 #include "Require.h"
+#include "com/Com.h"
+#include "devices/DeviceProvider.h"
 #include "graph/StreamStats.h"
 #include "support/linux/CaptureSession.h"
 #include "support/linux/SysfsTree.h"
@@ -13,7 +15,7 @@
 namespace {
 
 // Pictures above this would only cost time and memory.
-constexpr std::uint64_t kMostPixels = std::uint64_t{256} * 256;
+constexpr std::uint64_t kMaxPixels = std::uint64_t{256} * 256;
 constexpr std::array<GUID, 4> kWanted = {MEDIASUBTYPE_YUY2, MEDIASUBTYPE_ARGB32, MEDIASUBTYPE_MJPG, GUID{}};
 // Looks at every byte that it is given.
 class Viewer : public ISampleGrabberCB {
@@ -64,22 +66,22 @@ const SysfsTree& Tree() {
 std::filesystem::path Root() { return Tree().SysfsRoot().parent_path(); }
 
 // The machine's camera as it is listed when all is well. Making it touches nothing yet.
-class OneCamera : public DeviceTree {
+class OneCamera : public devices::DeviceProvider {
  public:
   OneCamera() {
     ByteReader none(nullptr, 0);
-    LyingSystem behaving(none, Root());
-    UseSystem(&behaving);
-    UseDeviceTree(nullptr);
-    m_cameras = CurrentDeviceTree()->CaptureDevices();
-    UseSystem(nullptr);
+    MalformedSystemCalls behaving(none, Root());
+    v4l2::SetSystemCallsForTesting(&behaving);
+    devices::SetDeviceProvider(nullptr);
+    m_cameras = devices::CurrentDeviceProvider()->CaptureDevices();
+    v4l2::SetSystemCallsForTesting(nullptr);
     Require(m_cameras.size() == 2, "there are two nodes");
   }
-  std::vector<CaptureDevice> CaptureDevices() override { return m_cameras; }
-  std::vector<UsbDevice> UsbDevices() override { return {}; }
+  std::vector<devices::CaptureDevice> CaptureDevices() override { return m_cameras; }
+  std::vector<devices::UsbDevice> UsbDevices() override { return {}; }
 
  private:
-  std::vector<CaptureDevice> m_cameras;
+  std::vector<devices::CaptureDevice> m_cameras;
 };
 
 std::uint64_t Pixels(const MediaType& type) {
@@ -131,7 +133,7 @@ void Use(ByteReader& reader) {
   }
   Choose(reader, *pin.Get(), offered);
   MediaType current;
-  if (CurrentFormat(*pin.Get(), current) != S_OK || Pixels(current) > kMostPixels) {
+  if (CurrentFormat(*pin.Get(), current) != S_OK || Pixels(current) > kMaxPixels) {
     return;
   }
   GraphSettings settings;
@@ -157,20 +159,20 @@ void Use(ByteReader& reader) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const auto camera = std::make_shared<OneCamera>();
   ByteReader reader(data, size);
-  LyingSystem kernel(reader, Root());
-  UseSystem(&kernel);
+  MalformedSystemCalls kernel(reader, Root());
+  v4l2::SetSystemCallsForTesting(&kernel);
   if (reader.Byte() % 2 != 0) {
     // Which of the nodes capture is the driver's to say.
-    UseDeviceTree(nullptr);
+    devices::SetDeviceProvider(nullptr);
     Require(CaptureDevicesSeen().size() <= 2, "there are two nodes");
     Require(UsbDevicesSeen().size() == 1, "there is one USB device");
   }
-  UseDeviceTree(camera);
+  devices::SetDeviceProvider(camera);
   Use(reader);
-  Require(LiveObjects() == 0, "no object is left", std::to_string(LiveObjects()));
-  Require(LiveTaskBlocks() == 0, "no task memory is left", std::to_string(LiveTaskBlocks()));
+  Require(com::LiveObjects() == 0, "no object is left", std::to_string(com::LiveObjects()));
+  Require(com::LiveTaskBlocks() == 0, "no task memory is left", std::to_string(com::LiveTaskBlocks()));
   Require(kernel.OpenDescriptors() == 0, "no node stays open");
   Require(kernel.Mappings() == 0, "no frame memory stays mapped");
-  UseSystem(nullptr);
+  v4l2::SetSystemCallsForTesting(nullptr);
   return 0;
 }

@@ -13,6 +13,8 @@
 #include "DirectShow.h"
 #include "Heap.h"
 #include "SoakFailure.h"
+#include "com/Com.h"
+#include "devices/DeviceProvider.h"
 #include "graph/StreamStats.h"
 
 namespace {
@@ -71,8 +73,8 @@ Footprint TakeFootprint(Look look) {
   taken.threads = Threads();
   // Less the one that reads the folder.
   taken.descriptors = EntriesOf("/proc/self/fd") - 1;
-  taken.objects = LiveObjects();
-  taken.blocks = LiveTaskBlocks();
+  taken.objects = com::LiveObjects();
+  taken.blocks = com::LiveTaskBlocks();
   if (look == Look::kWhole) {
     GiveFreePagesBack();
     taken.resident = ResidentBytes();

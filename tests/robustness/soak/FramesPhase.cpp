@@ -8,6 +8,8 @@
 #include "SoakCamera.h"
 #include "SoakFailure.h"
 #include "SoakHost.h"
+#include "com/Com.h"
+#include "devices/DeviceProvider.h"
 #include "graph/StreamStats.h"
 
 namespace {
@@ -18,7 +20,7 @@ constexpr std::uint64_t kChecks = 20;
 // Returns with the camera's thread waiting for a buffer: one frame has become the packet whose callback this
 // is and has given its buffer back, five are queued, the next one waits. Nothing moves then.
 void AwaitStandstill(std::uint64_t packet) {
-  while (LatestStreamCounters().delivered != packet + 1 + kPool + 1) {
+  while (graph::LatestStreamStats().delivered != packet + 1 + kPool + 1) {
     std::this_thread::sleep_for(std::chrono::microseconds(100));
   }
   // Counted frames have yet to reach the pool.
@@ -53,7 +55,7 @@ class Watch {
 };
 
 void CheckResult(const SessionResult& result, std::uint64_t frames) {
-  const StreamCounters counters = LatestStreamCounters();
+  const graph::StreamStats counters = graph::LatestStreamStats();
   if (result.packets < frames || result.packets != result.frames || counters.undecodable != 0 ||
       counters.missed != 0 || counters.tooShort != 0 || counters.damaged != 0) {
     throw SoakFailure("the camera has delivered " + std::to_string(result.frames) + " frames, the host got " +
@@ -63,22 +65,22 @@ void CheckResult(const SessionResult& result, std::uint64_t frames) {
 
 }  // namespace
 
-std::shared_ptr<SimulatedPc> UseLaptop(const std::vector<VideoFormat>& formats) {
-  SimulatedPcSettings settings;
-  settings.pace = Pace::kUnpaced;
+std::shared_ptr<simulated::SimulatedPc> UseLaptop(const std::vector<graph::VideoFormat>& formats) {
+  simulated::SimulatedPcSettings settings;
+  settings.pace = simulated::Pace::kUnpaced;
   settings.formats = formats;
-  auto pc = std::make_shared<SimulatedPc>(settings);
-  UseDeviceTree(pc);
+  auto pc = std::make_shared<simulated::SimulatedPc>(settings);
+  devices::SetDeviceProvider(pc);
   return pc;
 }
 
-VideoFormat ThirtyFps(std::uint32_t fourCc, PictureSize size) {
+graph::VideoFormat ThirtyFps(std::uint32_t fourCc, PictureSize size) {
   return {fourCc, size.width, size.height, 10'000'000 / 30};
 }
 
 std::string RunFrames(std::uint64_t frames, PictureSize size, Progress& progress) {
-  UseLaptop({ThirtyFps(kYuyv, size)});
-  const std::uint64_t objects = LiveObjects();
+  UseLaptop({ThirtyFps(graph::kYuyv, size)});
+  const std::uint64_t objects = com::LiveObjects();
   progress.Begin("frames", frames);
   Watch watch(frames, progress);
   Camera camera;
@@ -96,8 +98,8 @@ std::string RunFrames(std::uint64_t frames, PictureSize size, Progress& progress
   const SessionResult result = Host::Get().End();
   CheckResult(result, frames);
   camera.Unload();
-  if (LiveObjects() != objects) {
-    throw SoakFailure(std::to_string(LiveObjects() - objects) + " objects of the platform stay alive");
+  if (com::LiveObjects() != objects) {
+    throw SoakFailure(std::to_string(com::LiveObjects() - objects) + " objects of the platform stay alive");
   }
   return "frames: " + std::to_string(result.frames) + " delivered, " + std::to_string(result.packets) +
          " packets, each picture in its place; " + std::to_string(static_cast<std::uint64_t>(seconds)) +

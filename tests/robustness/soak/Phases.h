@@ -15,8 +15,8 @@ constexpr std::uint64_t kPool = 5;
 
 // A laptop whose built-in camera offers these, as fast as its frames are taken, in the place of the machine's
 // own devices.
-std::shared_ptr<SimulatedPc> UseLaptop(const std::vector<VideoFormat>& formats);
-VideoFormat ThirtyFps(std::uint32_t fourCc, PictureSize size);
+std::shared_ptr<simulated::SimulatedPc> UseLaptop(const std::vector<graph::VideoFormat>& formats);
+graph::VideoFormat ThirtyFps(std::uint32_t fourCc, PictureSize size);
 
 // One long session.
 std::string RunFrames(std::uint64_t frames, PictureSize size, Progress& progress);

@@ -9,6 +9,8 @@
 #include "SoakCamera.h"
 #include "SoakFailure.h"
 #include "SoakHost.h"
+#include "com/Com.h"
+#include "devices/DeviceProvider.h"
 #include "graph/StreamStats.h"
 
 namespace {
@@ -20,12 +22,13 @@ constexpr PictureSize kSmall{320, 240};
 constexpr PictureSize kMiddle{640, 480};
 constexpr PictureSize kSmallJpeg{352, 288};
 constexpr PictureSize kLargeJpeg{1280, 720};
-constexpr PictureSize kGreatestJpeg{1920, 1080};
+constexpr PictureSize kMaxJpeg{1920, 1080};
 constexpr PictureSize kNotOffered{200, 100};
 
-std::vector<VideoFormat> Formats() {
-  return {ThirtyFps(kYuyv, kSmall), ThirtyFps(kYuyv, kMiddle), ThirtyFps(kMjpg, kSmallJpeg),
-          ThirtyFps(kMjpg, kLargeJpeg), ThirtyFps(kMjpg, kGreatestJpeg)};
+std::vector<graph::VideoFormat> Formats() {
+  return {ThirtyFps(graph::kYuyv, kSmall), ThirtyFps(graph::kYuyv, kMiddle),
+          ThirtyFps(graph::kMjpg, kSmallJpeg), ThirtyFps(graph::kMjpg, kLargeJpeg),
+          ThirtyFps(graph::kMjpg, kMaxJpeg)};
 }
 
 // Mostly small ones, every size within kSizes rounds.
@@ -36,7 +39,7 @@ PictureSize SizeOf(std::uint64_t round) {
     case 44:
       return kLargeJpeg;
     case 29:
-      return kGreatestJpeg;
+      return kMaxJpeg;
     default:
       break;
   }
@@ -50,7 +53,7 @@ PictureSize SizeOf(std::uint64_t round) {
   }
 }
 
-enum class Twist {
+enum class Variation {
   kOpenTwice,
   kQueryWhileOpen,
   kCloseFromAnotherThread,
@@ -66,9 +69,9 @@ enum class Twist {
 };
 
 // Every third round has one; with the sizes they meet in ever new pairs.
-Twist TwistOf(std::uint64_t round) {
-  constexpr auto kTwists = static_cast<std::uint64_t>(Twist::kNone);
-  return round % 3 == 0 ? static_cast<Twist>(round / 3 % kTwists) : Twist::kNone;
+Variation VariationOf(std::uint64_t round) {
+  constexpr auto kVariations = static_cast<std::uint64_t>(Variation::kNone);
+  return round % 3 == 0 ? static_cast<Variation>(round / 3 % kVariations) : Variation::kNone;
 }
 
 class Rounds {
@@ -79,21 +82,21 @@ class Rounds {
 
  private:
   void Round(std::uint64_t number);
-  Expectations Expected(std::uint64_t number, Twist twist) const;
-  void Session(std::uint64_t number, Twist twist);
-  void InSession(std::uint64_t number, Twist twist);
-  void CloseSession(Twist twist);
-  void Account(const SessionResult& result, Twist twist, bool takesAll);
+  Expectations Expected(std::uint64_t number, Variation variation) const;
+  void Session(std::uint64_t number, Variation variation);
+  void InSession(std::uint64_t number, Variation variation);
+  void CloseSession(Variation variation);
+  void Account(const SessionResult& result, Variation variation, bool takesAll);
 
   Progress& m_progress;
-  const std::shared_ptr<SimulatedPc> m_pc = UseLaptop(Formats());
+  const std::shared_ptr<simulated::SimulatedPc> m_pc = UseLaptop(Formats());
   Camera m_camera;
   std::uint64_t m_opens = 0;  // that got as far as the camera's format
   std::uint64_t m_frames = 0;
   std::uint64_t m_packets = 0;
 };
 
-// Every size and every twist has been there once, if there are rounds enough.
+// Every size and every variation has been there once, if there are rounds enough.
 std::uint64_t WarmUp(std::uint64_t rounds) {
   const std::uint64_t least = std::clamp<std::uint64_t>(rounds / 2, 1, kSizes);
   return std::max(rounds / 20, least);
@@ -101,8 +104,8 @@ std::uint64_t WarmUp(std::uint64_t rounds) {
 
 std::string Rounds::Run(std::uint64_t rounds, long threadsAtRest) {
   m_progress.Begin("rounds", rounds);
-  const std::uint64_t objects = LiveObjects();
-  const std::uint64_t blocks = LiveTaskBlocks();
+  const std::uint64_t objects = com::LiveObjects();
+  const std::uint64_t blocks = com::LiveTaskBlocks();
   const std::uint64_t warmUp = WarmUp(rounds);
   const std::uint64_t step = std::max<std::uint64_t>(rounds / 20, 1);
   Flatness flatness("round");
@@ -111,10 +114,10 @@ std::string Rounds::Run(std::uint64_t rounds, long threadsAtRest) {
     try {
       Round(number);
       AwaitThreads(threadsAtRest);
-      if (LiveObjects() != objects || LiveTaskBlocks() != blocks + m_opens) {
-        throw SoakFailure(std::to_string(LiveObjects()) + " objects instead of " + std::to_string(objects) +
-                          " and " + std::to_string(LiveTaskBlocks()) + " blocks instead of " +
-                          std::to_string(blocks + m_opens) + " stay alive");
+      if (com::LiveObjects() != objects || com::LiveTaskBlocks() != blocks + m_opens) {
+        throw SoakFailure(std::to_string(com::LiveObjects()) + " objects instead of " +
+                          std::to_string(objects) + " and " + std::to_string(com::LiveTaskBlocks()) +
+                          " blocks instead of " + std::to_string(blocks + m_opens) + " stay alive");
       }
     } catch (const SoakFailure& failure) {
       throw SoakFailure("round " + std::to_string(number) + ": " + failure.what());
@@ -135,35 +138,35 @@ std::string Rounds::Run(std::uint64_t rounds, long threadsAtRest) {
 }
 
 void Rounds::Round(std::uint64_t number) {
-  const Twist twist = TwistOf(number);
-  if (twist == Twist::kReloadTheLibrary) {
+  const Variation variation = VariationOf(number);
+  if (variation == Variation::kReloadTheLibrary) {
     m_camera.Unload();
     m_camera.Load();
   }
   m_camera.Query(static_cast<std::uint32_t>(Formats().size()));
-  if (twist == Twist::kAskForWhatIsNotOffered) {
+  if (variation == Variation::kAskForWhatIsNotOffered) {
     m_camera.Open(kNotOffered, NUVEQ_CAMERA_GRAPH_FAILED);
     m_camera.Close(0);
     ++m_opens;
   }
-  m_camera.Listen(twist != Twist::kWithoutListener);
-  Session(number, twist);
+  m_camera.Listen(variation != Variation::kWithoutListener);
+  Session(number, variation);
 }
 
-Expectations Rounds::Expected(std::uint64_t number, Twist twist) const {
+Expectations Rounds::Expected(std::uint64_t number, Variation variation) const {
   Expectations expected;
   expected.size = SizeOf(number);
   expected.takesAll = number % 2 == 0;
-  if (twist == Twist::kOpenTwice) {
+  if (variation == Variation::kOpenTwice) {
     expected.ids.emplace_back("00");
-  } else if (twist == Twist::kWithoutListener) {
+  } else if (variation == Variation::kWithoutListener) {
     expected.takesAll = false;
-  } else if (twist == Twist::kRefuseThePackets) {
+  } else if (variation == Variation::kRefuseThePackets) {
     expected.answer = 7;
-  } else if (twist == Twist::kCloseWhileTheCameraWaits) {
+  } else if (variation == Variation::kCloseWhileTheCameraWaits) {
     // The first packet keeps the encoder thread until the pool is full and the camera's thread waits.
     expected.inPacket = [](std::uint64_t packet) {
-      while (packet == 0 && LatestStreamCounters().delivered < 1 + kPool + 1) {
+      while (packet == 0 && graph::LatestStreamStats().delivered < 1 + kPool + 1) {
         std::this_thread::sleep_for(std::chrono::microseconds(100));
       }
     };
@@ -171,31 +174,31 @@ Expectations Rounds::Expected(std::uint64_t number, Twist twist) const {
   return expected;
 }
 
-void Rounds::Session(std::uint64_t number, Twist twist) {
-  const Expectations expected = Expected(number, twist);
+void Rounds::Session(std::uint64_t number, Variation variation) {
+  const Expectations expected = Expected(number, variation);
   Host::Get().Begin(expected);
   m_camera.Open(expected.size);
   ++m_opens;
-  if (twist != Twist::kCloseAtOnce) {
+  if (variation != Variation::kCloseAtOnce) {
     Host::Get().WaitForPackets(1 + number % 4);
-    InSession(number, twist);
+    InSession(number, variation);
   }
-  CloseSession(twist);
-  Account(Host::Get().End(), twist, expected.takesAll);
+  CloseSession(variation);
+  Account(Host::Get().End(), variation, expected.takesAll);
 }
 
-void Rounds::InSession(std::uint64_t number, Twist twist) {
-  switch (twist) {
-    case Twist::kOpenTwice:
+void Rounds::InSession(std::uint64_t number, Variation variation) {
+  switch (variation) {
+    case Variation::kOpenTwice:
       m_camera.Open(kNotOffered, NUVEQ_CAMERA_ALREADY_OPEN, "00");
       break;
-    case Twist::kQueryWhileOpen:
+    case Variation::kQueryWhileOpen:
       m_camera.Query(static_cast<std::uint32_t>(Formats().size()));
       Host::Get().WaitForPackets(3 + number % 4);
       break;
-    case Twist::kLoseTheCamera:
+    case Variation::kLoseTheCamera:
       m_pc->RemoveBuiltInCamera();
-      while (!LatestStreamCounters().isLost) {
+      while (!graph::LatestStreamStats().isDisconnected) {
         std::this_thread::sleep_for(std::chrono::microseconds(100));
       }
       break;
@@ -204,8 +207,8 @@ void Rounds::InSession(std::uint64_t number, Twist twist) {
   }
 }
 
-void Rounds::CloseSession(Twist twist) {
-  if (twist == Twist::kCloseFromAnotherThread) {
+void Rounds::CloseSession(Variation variation) {
+  if (variation == Variation::kCloseFromAnotherThread) {
     std::string fault;
     std::thread([&] {
       try {
@@ -220,24 +223,24 @@ void Rounds::CloseSession(Twist twist) {
     return;
   }
   m_camera.Close();
-  if (twist == Twist::kCloseTwice) {
+  if (variation == Variation::kCloseTwice) {
     m_camera.Close(0);
-  } else if (twist == Twist::kLoseTheCamera) {
+  } else if (variation == Variation::kLoseTheCamera) {
     m_pc->ReturnBuiltInCamera();
   }
 }
 
 // The frames that have no packet are the last ones, which closing found in the pool.
-void Rounds::Account(const SessionResult& result, Twist twist, bool takesAll) {
+void Rounds::Account(const SessionResult& result, Variation variation, bool takesAll) {
   const std::uint64_t discarded = result.frames - result.packets;
   if (result.packets > result.frames || discarded > (takesAll ? 0 : kPool)) {
     throw SoakFailure("the camera has delivered " + std::to_string(result.frames) + " frames, the host got " +
                       std::to_string(result.packets) + " packets");
   }
   std::vector<int> reports{kOpen, kClosed};
-  if (twist == Twist::kOpenTwice) {
+  if (variation == Variation::kOpenTwice) {
     reports = {kOpen, kOpen, kClosed};
-  } else if (twist == Twist::kWithoutListener) {
+  } else if (variation == Variation::kWithoutListener) {
     reports.clear();
   }
   if (result.statuses != reports) {

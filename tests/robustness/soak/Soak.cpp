@@ -29,7 +29,7 @@ void Run(const Options& options) {
   if (options.rounds > 0) {
     summary += RunRounds(options.rounds, threads, progress);
   }
-  UseDeviceTree(nullptr);
+  devices::SetDeviceProvider(nullptr);
   Show(summary);
 }
 

@@ -12,7 +12,7 @@ Host& Host::Get() {
 }
 
 template <typename Work>
-void Host::Guarded(Work&& work) {
+void Host::RecordFailure(Work&& work) {
   std::string fault;
   try {
     std::forward<Work>(work)();
@@ -29,7 +29,7 @@ void Host::Guarded(Work&& work) {
 std::int32_t Host::OnData(const char* id, std::uint32_t idLen, const std::uint8_t* data,
                           std::uint32_t dataLen, std::int32_t reserved) {
   Host& host = Get();
-  host.Guarded([&] { host.TakePacket(std::string(id, idLen), data, dataLen, reserved); });
+  host.RecordFailure([&] { host.TakePacket(std::string(id, idLen), data, dataLen, reserved); });
   // Written before the session began.
   return host.m_expected.answer;
 }
@@ -59,7 +59,7 @@ void Host::TakePacket(const std::string& id, const std::uint8_t* data, std::uint
 
 std::int32_t Host::OnStatus(const char* id, std::uint32_t idLen, NUVEQServiceStatus status) {
   Host& host = Get();
-  host.Guarded([&] {
+  host.RecordFailure([&] {
     if (id == nullptr || idLen == 0) {
       throw SoakFailure("a report without an id");
     }
@@ -76,13 +76,13 @@ std::int32_t Host::OnStatus(const char* id, std::uint32_t idLen, NUVEQServiceSta
 
 std::int32_t Host::OnAction(const char* /*id*/, std::uint32_t /*idLen*/, NUVEQServiceAction* /*action*/) {
   Host& host = Get();
-  host.Guarded([] { throw SoakFailure("the camera was not found"); });
+  host.RecordFailure([] { throw SoakFailure("the camera was not found"); });
   return 0;
 }
 
 void Host::AwaitAllPackets() {
   // The graph has been stopped: no more frames come, and the encoder thread works off those that have.
-  const std::uint64_t frames = LatestStreamCounters().delivered;
+  const std::uint64_t frames = graph::LatestStreamStats().delivered;
   std::unique_lock lock(m_mutex);
   m_changed.wait(lock, [&] { return m_packets >= frames || !m_fault.empty(); });
 }
@@ -107,7 +107,7 @@ SessionResult Host::End() {
   ThrowFault(lock);
   m_reader->Finish();
   m_reader.reset();
-  return {m_packets, LatestStreamCounters().delivered, std::exchange(m_statuses, {})};
+  return {m_packets, graph::LatestStreamStats().delivered, std::exchange(m_statuses, {})};
 }
 
 void Host::ThrowFault(const std::unique_lock<std::mutex>& /*held*/) const {

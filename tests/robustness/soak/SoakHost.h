@@ -53,7 +53,7 @@ class Host {
  private:
   // What answers a callback, with faults kept for whoever waits: a callback must not throw.
   template <typename Work>
-  void Guarded(Work&& work);
+  void RecordFailure(Work&& work);
   void TakePacket(const std::string& id, const std::uint8_t* data, std::uint32_t length, int reserved);
   void AwaitAllPackets();
   void ThrowFault(const std::unique_lock<std::mutex>& held) const;

@@ -6,7 +6,7 @@
 
 namespace {
 
-constexpr std::uint64_t kMost = 1'000'000'000'000;
+constexpr std::uint64_t kMax = 1'000'000'000'000;
 
 std::uint64_t ReadNumber(std::string_view option, std::string_view text, std::uint64_t low,
                          std::uint64_t high) {
@@ -53,9 +53,9 @@ Options ReadOptions(int argc, char** argv) {
       throw WrongUsage(std::string(option) + " wants a value");
     }
     if (option == "--frames") {
-      options.frames = ReadNumber(option, argv[i], 0, kMost);
+      options.frames = ReadNumber(option, argv[i], 0, kMax);
     } else if (option == "--rounds") {
-      options.rounds = ReadNumber(option, argv[i], 0, kMost);
+      options.rounds = ReadNumber(option, argv[i], 0, kMax);
     } else {
       options.size = ReadSize(argv[i]);
     }

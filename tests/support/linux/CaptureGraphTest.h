@@ -24,7 +24,7 @@ class GraphTest : public LinuxTest {
 
   FrameCollector callback;
   CaptureGraph graph;
-  FakeVideoDevice* device = nullptr;
+  FakeV4l2Device* device = nullptr;
 };
 
 // The settings of graphs on compressed formats.

@@ -21,14 +21,14 @@ int Answer(int error) {
 
 }  // namespace
 
-FakeVideoDevice& FakeKernel::AddDevice(int number, VideoDeviceSettings settings) {
+FakeV4l2Device& FakeSystemCalls::AddDevice(int number, VideoDeviceSettings settings) {
   const std::lock_guard lock(m_mutex);
-  m_devices.push_back(std::make_unique<FakeVideoDevice>(std::move(settings), m_misuse));
+  m_devices.push_back(std::make_unique<FakeV4l2Device>(std::move(settings), m_misuse));
   m_nodes[std::string("video").append(std::to_string(number))] = m_devices.back().get();
   return *m_devices.back();
 }
 
-void FakeKernel::Unplug(const std::string& usbName, const std::vector<int>& videoNumbers) {
+void FakeSystemCalls::Unplug(const std::string& usbName, const std::vector<int>& videoNumbers) {
   m_tree.RemoveUsb(usbName);
   const std::lock_guard lock(m_mutex);
   for (const int number : videoNumbers) {
@@ -38,45 +38,45 @@ void FakeKernel::Unplug(const std::string& usbName, const std::vector<int>& vide
   }
 }
 
-void FakeKernel::FailCall(std::uint64_t number, int error, Persistence persistence) {
+void FakeSystemCalls::FailCall(std::uint64_t number, int error, Persistence persistence) {
   const std::lock_guard lock(m_mutex);
   m_plannedCall = {m_calls + number, error, persistence};
 }
 
-void FakeKernel::Fail(unsigned long call, int error, Persistence persistence) {
+void FakeSystemCalls::Fail(unsigned long call, int error, Persistence persistence) {
   const std::lock_guard lock(m_mutex);
   m_plannedKinds[call] = {m_callsOf[call] + 1, error, persistence};
 }
 
-void FakeKernel::FailNothing() {
+void FakeSystemCalls::FailNothing() {
   const std::lock_guard lock(m_mutex);
   m_plannedCall = {};
   m_plannedKinds.clear();
 }
 
-std::uint64_t FakeKernel::Calls() const {
+std::uint64_t FakeSystemCalls::Calls() const {
   const std::lock_guard lock(m_mutex);
   return m_calls;
 }
 
-std::uint64_t FakeKernel::Failures() const {
+std::uint64_t FakeSystemCalls::Failures() const {
   const std::lock_guard lock(m_mutex);
   return m_failures;
 }
 
-std::uint64_t FakeKernel::CallsOf(unsigned long call) const {
+std::uint64_t FakeSystemCalls::CallsOf(unsigned long call) const {
   const std::lock_guard lock(m_mutex);
   const auto calls = m_callsOf.find(call);
   return calls == m_callsOf.end() ? 0 : calls->second;
 }
 
-int FakeKernel::Count(unsigned long call) {
+int FakeSystemCalls::Count(unsigned long call) {
   const std::lock_guard lock(m_mutex);
   ++m_calls;
   const std::uint64_t ofKind = ++m_callsOf[call];
   const auto failure = [](const PlannedFailure& planned, std::uint64_t number) {
     const bool isDue =
-        planned.persistence == Persistence::kOnce ? number == planned.number : number >= planned.number;
+        planned.persistence == Persistence::kTransient ? number == planned.number : number >= planned.number;
     return planned.number != 0 && isDue ? planned.error : 0;
   };
   int error = failure(m_plannedCall, m_calls);
@@ -90,38 +90,38 @@ int FakeKernel::Count(unsigned long call) {
   return error;
 }
 
-std::vector<FakeVideoDevice*> FakeKernel::AllDevices() const {
+std::vector<FakeV4l2Device*> FakeSystemCalls::AllDevices() const {
   const std::lock_guard lock(m_mutex);
-  std::vector<FakeVideoDevice*> devices;
-  for (const std::unique_ptr<FakeVideoDevice>& device : m_devices) {
+  std::vector<FakeV4l2Device*> devices;
+  for (const std::unique_ptr<FakeV4l2Device>& device : m_devices) {
     devices.push_back(device.get());
   }
   return devices;
 }
 
-std::size_t FakeKernel::OpenHandles() const {
+std::size_t FakeSystemCalls::OpenHandles() const {
   std::size_t handles = 0;
-  for (const FakeVideoDevice* const device : AllDevices()) {
+  for (const FakeV4l2Device* const device : AllDevices()) {
     handles += device->OpenHandles();
   }
   return handles;
 }
 
-std::size_t FakeKernel::Mappings() const {
+std::size_t FakeSystemCalls::Mappings() const {
   std::size_t mappings = 0;
-  for (const FakeVideoDevice* const device : AllDevices()) {
+  for (const FakeV4l2Device* const device : AllDevices()) {
     mappings += device->Mappings();
   }
   return mappings;
 }
 
-FakeVideoDevice* FakeKernel::DeviceOf(int descriptor) const {
+FakeV4l2Device* FakeSystemCalls::DeviceOf(int descriptor) const {
   const std::lock_guard lock(m_mutex);
   const auto handle = m_handles.find(descriptor);
   return handle == m_handles.end() ? nullptr : handle->second;
 }
 
-int FakeKernel::Open(const char* path, int flags) {
+int FakeSystemCalls::Open(const char* path, int flags) {
   m_openFlags = flags;
   if (const int error = Count(kOpenCall); error != 0) {
     return Answer(error);
@@ -138,8 +138,8 @@ int FakeKernel::Open(const char* path, int flags) {
   return handle;
 }
 
-int FakeKernel::Close(int descriptor) {
-  FakeVideoDevice* const device = DeviceOf(descriptor);
+int FakeSystemCalls::Close(int descriptor) {
+  FakeV4l2Device* const device = DeviceOf(descriptor);
   if (device == nullptr) {
     m_misuse.Add("close of a descriptor that is not open");
     return Answer(EBADF);
@@ -150,8 +150,8 @@ int FakeKernel::Close(int descriptor) {
   return close(descriptor);
 }
 
-int FakeKernel::Ioctl(int descriptor, unsigned long request, void* argument) {
-  FakeVideoDevice* const device = DeviceOf(descriptor);
+int FakeSystemCalls::Ioctl(int descriptor, unsigned long request, void* argument) {
+  FakeV4l2Device* const device = DeviceOf(descriptor);
   if (device == nullptr) {
     m_misuse.Add("ioctl on a descriptor that is not open");
     return Answer(EBADF);
@@ -163,8 +163,8 @@ int FakeKernel::Ioctl(int descriptor, unsigned long request, void* argument) {
   return Answer(device->Ioctl(descriptor, request, argument));
 }
 
-void* FakeKernel::Map(std::size_t size, int descriptor, off_t offset) {
-  FakeVideoDevice* const device = DeviceOf(descriptor);
+void* FakeSystemCalls::Map(std::size_t size, int descriptor, off_t offset) {
+  FakeV4l2Device* const device = DeviceOf(descriptor);
   if (device == nullptr) {
     m_misuse.Add("mmap of a descriptor that is not open");
   }
@@ -176,8 +176,8 @@ void* FakeKernel::Map(std::size_t size, int descriptor, off_t offset) {
   return address == nullptr ? MAP_FAILED : address;
 }
 
-int FakeKernel::Unmap(void* address, std::size_t size) {
-  for (FakeVideoDevice* const device : AllDevices()) {
+int FakeSystemCalls::Unmap(void* address, std::size_t size) {
+  for (FakeV4l2Device* const device : AllDevices()) {
     if (device->Unmap(address, size)) {
       return 0;
     }
@@ -186,11 +186,11 @@ int FakeKernel::Unmap(void* address, std::size_t size) {
   return Answer(EINVAL);
 }
 
-int FakeKernel::LookAtDevices(pollfd* entries, nfds_t count) const {
+int FakeSystemCalls::LookAtDevices(pollfd* entries, nfds_t count) const {
   int ready = 0;
   for (nfds_t i = 0; i < count; ++i) {
     entries[i].revents = 0;
-    if (FakeVideoDevice* const device = DeviceOf(entries[i].fd); device != nullptr) {
+    if (FakeV4l2Device* const device = DeviceOf(entries[i].fd); device != nullptr) {
       const auto always = static_cast<short>(POLLERR | POLLHUP);
       const auto asked = static_cast<short>(entries[i].events | always);
       entries[i].revents = static_cast<short>(device->Events(entries[i].fd) & asked);
@@ -202,7 +202,7 @@ int FakeKernel::LookAtDevices(pollfd* entries, nfds_t count) const {
 
 // Handles are event counters that devices signal at every change, so that devices and the caller's own
 // descriptors can be waited for together.
-int FakeKernel::Poll(pollfd* entries, nfds_t count, int timeoutMs) {
+int FakeSystemCalls::Poll(pollfd* entries, nfds_t count, int timeoutMs) {
   if (const int error = Count(kPollCall); error != 0) {
     return Answer(error);
   }

@@ -15,13 +15,13 @@ inline constexpr unsigned long kMapCall = 2;
 inline constexpr unsigned long kPollCall = 3;
 
 // From any thread. Lives longer than every camera that was made under it.
-class FakeKernel : public System {
+class FakeSystemCalls : public v4l2::SystemCalls {
  public:
-  FakeKernel() = default;
+  FakeSystemCalls() = default;
 
   SysfsTree& Tree() { return m_tree; }
   // What stands behind a video node; the tree has the node.
-  FakeVideoDevice& AddDevice(int number, VideoDeviceSettings settings = {});
+  FakeV4l2Device& AddDevice(int number, VideoDeviceSettings settings = {});
   // The USB device goes with all that hangs on it, while it is in use as well.
   void Unplug(const std::string& usbName, const std::vector<int>& videoNumbers);
 
@@ -29,7 +29,7 @@ class FakeKernel : public System {
   // unmapping are not counted: they do not fail.
   void FailCall(std::uint64_t number, int error, Persistence persistence);
   // The next call of one kind fails, or every one from now on.
-  void Fail(unsigned long call, int error, Persistence persistence = Persistence::kForGood);
+  void Fail(unsigned long call, int error, Persistence persistence = Persistence::kPersistent);
   void FailNothing();
   std::uint64_t Calls() const;
   std::uint64_t Failures() const;
@@ -46,7 +46,7 @@ class FakeKernel : public System {
   std::size_t OpenHandles() const;
   std::size_t Mappings() const;
 
-  // --- System ---
+  // --- SystemCalls ---
 
   int Open(const char* path, int flags) override;
   int Close(int descriptor) override;
@@ -61,22 +61,22 @@ class FakeKernel : public System {
   struct PlannedFailure {
     std::uint64_t number = 0;  // of the call; 0: none
     int error = 0;
-    Persistence persistence = Persistence::kOnce;
+    Persistence persistence = Persistence::kTransient;
   };
 
   // Counts a call; the error number that it is to fail with, or 0.
   int Count(unsigned long call);
-  FakeVideoDevice* DeviceOf(int descriptor) const;
-  std::vector<FakeVideoDevice*> AllDevices() const;
+  FakeV4l2Device* DeviceOf(int descriptor) const;
+  std::vector<FakeV4l2Device*> AllDevices() const;
   // Fills in what the devices report and answers how many report anything.
   int LookAtDevices(pollfd* entries, nfds_t count) const;
 
   SysfsTree m_tree;
   MisuseList m_misuse;
   mutable std::mutex m_mutex;
-  std::map<std::string, FakeVideoDevice*> m_nodes;  // by name: "video0"
-  std::vector<std::unique_ptr<FakeVideoDevice>> m_devices;
-  std::map<int, FakeVideoDevice*> m_handles;
+  std::map<std::string, FakeV4l2Device*> m_nodes;  // by name: "video0"
+  std::vector<std::unique_ptr<FakeV4l2Device>> m_devices;
+  std::map<int, FakeV4l2Device*> m_handles;
   std::map<unsigned long, std::uint64_t> m_callsOf;
   std::uint64_t m_calls = 0;
   std::uint64_t m_failures = 0;

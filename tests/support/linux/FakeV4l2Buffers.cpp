@@ -19,9 +19,9 @@ std::vector<std::string> MisuseList::All() const {
   return m_all;
 }
 
-FakeBufferQueue::~FakeBufferQueue() { Free(); }
+FakeV4l2Buffers::~FakeV4l2Buffers() { Free(); }
 
-void FakeBufferQueue::Free() {
+void FakeV4l2Buffers::Free() {
   for (const Buffer& buffer : m_buffers) {
     munmap(buffer.memory, m_size);
   }
@@ -36,7 +36,7 @@ void FakeBufferQueue::Free() {
   }
 }
 
-int FakeBufferQueue::Request(int owner, std::uint32_t count, std::size_t size) {
+int FakeV4l2Buffers::Request(int owner, std::uint32_t count, std::size_t size) {
   if (m_isStreaming || IsOwnedByOther(owner)) {
     return EBUSY;
   }
@@ -70,7 +70,7 @@ int FakeBufferQueue::Request(int owner, std::uint32_t count, std::size_t size) {
   return 0;
 }
 
-int FakeBufferQueue::Query(v4l2_buffer& buffer) const {
+int FakeV4l2Buffers::Query(v4l2_buffer& buffer) const {
   if (buffer.index >= m_buffers.size()) {
     return EINVAL;
   }
@@ -79,7 +79,7 @@ int FakeBufferQueue::Query(v4l2_buffer& buffer) const {
 }
 
 // While the driver has a buffer, touching it ends the program.
-void FakeBufferQueue::Protect(std::uint32_t index) {
+void FakeV4l2Buffers::Protect(std::uint32_t index) {
   const bool isUsers = m_buffers[index].state == State::kDequeued;
   for (const Mapping& mapping : m_mappings) {
     if (mapping.buffer == index) {
@@ -88,7 +88,7 @@ void FakeBufferQueue::Protect(std::uint32_t index) {
   }
 }
 
-int FakeBufferQueue::Queue(int handle, v4l2_buffer& buffer) {
+int FakeV4l2Buffers::Queue(int handle, v4l2_buffer& buffer) {
   if (IsOwnedByOther(handle)) {
     return EBUSY;
   }
@@ -107,7 +107,7 @@ int FakeBufferQueue::Queue(int handle, v4l2_buffer& buffer) {
   return 0;
 }
 
-int FakeBufferQueue::Dequeue(int handle, v4l2_buffer& buffer) {
+int FakeV4l2Buffers::Dequeue(int handle, v4l2_buffer& buffer) {
   if (IsOwnedByOther(handle)) {
     return EBUSY;
   }
@@ -126,7 +126,7 @@ int FakeBufferQueue::Dequeue(int handle, v4l2_buffer& buffer) {
   return 0;
 }
 
-int FakeBufferQueue::StreamOn(int handle) {
+int FakeV4l2Buffers::StreamOn(int handle) {
   if (IsOwnedByOther(handle)) {
     return EBUSY;
   }
@@ -140,7 +140,7 @@ int FakeBufferQueue::StreamOn(int handle) {
   return 0;
 }
 
-int FakeBufferQueue::StreamOff(int handle) {
+int FakeV4l2Buffers::StreamOff(int handle) {
   if (IsOwnedByOther(handle)) {
     return EBUSY;
   }
@@ -158,7 +158,7 @@ int FakeBufferQueue::StreamOff(int handle) {
   return 0;
 }
 
-void* FakeBufferQueue::Map(std::size_t size, off_t offset, int& error) {
+void* FakeV4l2Buffers::Map(std::size_t size, off_t offset, int& error) {
   for (const Buffer& buffer : m_buffers) {
     if (static_cast<off_t>(buffer.info.m.offset) != offset) {
       continue;
@@ -175,7 +175,7 @@ void* FakeBufferQueue::Map(std::size_t size, off_t offset, int& error) {
   return nullptr;
 }
 
-bool FakeBufferQueue::Unmap(void* address, std::size_t size) {
+bool FakeV4l2Buffers::Unmap(void* address, std::size_t size) {
   const auto mapping = std::find_if(m_mappings.begin(), m_mappings.end(),
                                     [address](const Mapping& known) { return known.address == address; });
   if (mapping == m_mappings.end()) {
@@ -189,7 +189,7 @@ bool FakeBufferQueue::Unmap(void* address, std::size_t size) {
   return true;
 }
 
-void FakeBufferQueue::Release(int owner) {
+void FakeV4l2Buffers::Release(int owner) {
   if (m_buffers.empty() || m_owner != owner) {
     return;
   }
@@ -202,13 +202,13 @@ void FakeBufferQueue::Release(int owner) {
   Free();
 }
 
-void FakeBufferQueue::Excuse(std::uint32_t index) {
+void FakeV4l2Buffers::Excuse(std::uint32_t index) {
   if (index < m_buffers.size()) {
     m_buffers[index].isDue = false;
   }
 }
 
-void FakeBufferQueue::Fill(const FakeFrame& frame) {
+void FakeV4l2Buffers::Fill(const FakeFrame& frame) {
   Buffer& buffer = m_buffers[m_queued.front()];
   m_queued.pop_front();
   m_done.push_back(buffer.info.index);
@@ -225,7 +225,7 @@ void FakeBufferQueue::Fill(const FakeFrame& frame) {
   buffer.info.timestamp = {now.tv_sec, now.tv_nsec / 1000};
 }
 
-bool FakeBufferQueue::IsMapped(const std::uint8_t* from, std::size_t size) const {
+bool FakeV4l2Buffers::IsMapped(const std::uint8_t* from, std::size_t size) const {
   return std::any_of(m_mappings.begin(), m_mappings.end(), [from, size](const Mapping& mapping) {
     return from >= mapping.address && from + size <= mapping.address + mapping.size;
   });

@@ -34,12 +34,12 @@ struct FakeFrame {
 };
 
 // Not thread-safe: its device's lock is held. Functions that answer an int answer an error number or 0.
-class FakeBufferQueue {
+class FakeV4l2Buffers {
  public:
-  explicit FakeBufferQueue(MisuseList& misuse) : m_misuse(misuse) {}
-  FakeBufferQueue(const FakeBufferQueue&) = delete;
-  FakeBufferQueue& operator=(const FakeBufferQueue&) = delete;
-  ~FakeBufferQueue();
+  explicit FakeV4l2Buffers(MisuseList& misuse) : m_misuse(misuse) {}
+  FakeV4l2Buffers(const FakeV4l2Buffers&) = delete;
+  FakeV4l2Buffers& operator=(const FakeV4l2Buffers&) = delete;
+  ~FakeV4l2Buffers();
 
   // Frees what there is, then allocates count buffers of that size for a handle; 0 only frees.
   int Request(int owner, std::uint32_t count, std::size_t size);

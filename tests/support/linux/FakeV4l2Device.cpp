@@ -16,7 +16,7 @@ constexpr std::uint32_t kCapture = V4L2_BUF_TYPE_VIDEO_CAPTURE;
 
 }  // namespace
 
-FakeVideoDevice::FakeVideoDevice(VideoDeviceSettings settings, MisuseList& misuse)
+FakeV4l2Device::FakeV4l2Device(VideoDeviceSettings settings, MisuseList& misuse)
     : m_settings(std::move(settings)), m_misuse(misuse), m_queue(misuse) {
   if (!m_settings.formats.empty()) {
     const FormatOffer& format = m_settings.formats.front();
@@ -28,12 +28,12 @@ FakeVideoDevice::FakeVideoDevice(VideoDeviceSettings settings, MisuseList& misus
   }
 }
 
-void FakeVideoDevice::Open(int handle, bool isNonBlocking) {
+void FakeV4l2Device::Open(int handle, bool isNonBlocking) {
   const std::lock_guard lock(m_mutex);
   m_handles[handle] = isNonBlocking;
 }
 
-void FakeVideoDevice::Close(int handle) {
+void FakeV4l2Device::Close(int handle) {
   const std::lock_guard lock(m_mutex);
   m_queue.Release(handle);
   m_handles.erase(handle);
@@ -42,7 +42,7 @@ void FakeVideoDevice::Close(int handle) {
   }
 }
 
-int FakeVideoDevice::Ioctl(int handle, unsigned long request, void* argument) {
+int FakeV4l2Device::Ioctl(int handle, unsigned long request, void* argument) {
   const std::lock_guard lock(m_mutex);
   if (m_isGone) {
     if (request == VIDIOC_STREAMOFF) {
@@ -80,7 +80,7 @@ int FakeVideoDevice::Ioctl(int handle, unsigned long request, void* argument) {
   }
 }
 
-int FakeVideoDevice::QueueIoctl(int handle, unsigned long request, void* argument) {
+int FakeV4l2Device::QueueIoctl(int handle, unsigned long request, void* argument) {
   if (request == VIDIOC_STREAMON || request == VIDIOC_STREAMOFF) {
     if (*static_cast<int*>(argument) != static_cast<int>(kCapture)) {
       return EINVAL;
@@ -111,7 +111,7 @@ int FakeVideoDevice::QueueIoctl(int handle, unsigned long request, void* argumen
   return error;
 }
 
-void* FakeVideoDevice::Map(std::size_t size, off_t offset, int& error) {
+void* FakeV4l2Device::Map(std::size_t size, off_t offset, int& error) {
   const std::lock_guard lock(m_mutex);
   if (m_isGone) {
     error = ENODEV;
@@ -120,12 +120,12 @@ void* FakeVideoDevice::Map(std::size_t size, off_t offset, int& error) {
   return m_queue.Map(size, offset, error);
 }
 
-bool FakeVideoDevice::Unmap(void* address, std::size_t size) {
+bool FakeV4l2Device::Unmap(void* address, std::size_t size) {
   const std::lock_guard lock(m_mutex);
   return m_queue.Unmap(address, size);
 }
 
-short FakeVideoDevice::Events(int handle) {
+short FakeV4l2Device::Events(int handle) {
   const std::lock_guard lock(m_mutex);
   eventfd_t ignored = 0;
   eventfd_read(handle, &ignored);
@@ -141,7 +141,7 @@ short FakeVideoDevice::Events(int handle) {
   return 0;
 }
 
-void FakeVideoDevice::CallFailed(unsigned long request, const void* argument) {
+void FakeV4l2Device::CallFailed(unsigned long request, const void* argument) {
   const std::lock_guard lock(m_mutex);
   if (request == VIDIOC_STREAMOFF) {
     m_queue.ExcuseStop();
@@ -151,14 +151,14 @@ void FakeVideoDevice::CallFailed(unsigned long request, const void* argument) {
   }
 }
 
-void FakeVideoDevice::Supply(FakeFrame frame) {
+void FakeV4l2Device::Supply(FakeFrame frame) {
   const std::lock_guard lock(m_mutex);
   m_supply.push_back(std::move(frame));
   ++m_supplied;
   FillBuffers();
 }
 
-bool FakeVideoDevice::Deliver(FakeFrame frame) {
+bool FakeV4l2Device::Deliver(FakeFrame frame) {
   std::unique_lock lock(m_mutex);
   m_supply.push_back(std::move(frame));
   const std::uint64_t number = ++m_supplied;
@@ -166,59 +166,59 @@ bool FakeVideoDevice::Deliver(FakeFrame frame) {
   return m_changed.wait_for(lock, kPatience, [&] { return m_filled >= number; });
 }
 
-void FakeVideoDevice::Disconnect() {
+void FakeV4l2Device::Disconnect() {
   const std::lock_guard lock(m_mutex);
   m_isDisconnected = true;
   FillBuffers();
 }
 
-void FakeVideoDevice::Unplug() {
+void FakeV4l2Device::Unplug() {
   const std::lock_guard lock(m_mutex);
   m_isGone = true;
   SignalAll();
 }
 
-void FakeVideoDevice::SetSettings(const std::function<void(VideoDeviceSettings&)>& change) {
+void FakeV4l2Device::SetSettings(const std::function<void(VideoDeviceSettings&)>& change) {
   const std::lock_guard lock(m_mutex);
   change(m_settings);
 }
 
-std::size_t FakeVideoDevice::OpenHandles() const {
+std::size_t FakeV4l2Device::OpenHandles() const {
   const std::lock_guard lock(m_mutex);
   return m_handles.size();
 }
 
-std::size_t FakeVideoDevice::Mappings() const {
+std::size_t FakeV4l2Device::Mappings() const {
   const std::lock_guard lock(m_mutex);
   return m_queue.Mappings();
 }
 
-bool FakeVideoDevice::IsStreaming() const {
+bool FakeV4l2Device::IsStreaming() const {
   const std::lock_guard lock(m_mutex);
   return m_queue.IsStreaming();
 }
 
-bool FakeVideoDevice::IsBufferMemory(const std::uint8_t* from, std::size_t size) const {
+bool FakeV4l2Device::IsBufferMemory(const std::uint8_t* from, std::size_t size) const {
   const std::lock_guard lock(m_mutex);
   return m_queue.IsMapped(from, size);
 }
 
-v4l2_pix_format FakeVideoDevice::Format() const {
+v4l2_pix_format FakeV4l2Device::Format() const {
   const std::lock_guard lock(m_mutex);
   return m_format;
 }
 
-v4l2_fract FakeVideoDevice::Interval() const {
+v4l2_fract FakeV4l2Device::Interval() const {
   const std::lock_guard lock(m_mutex);
   return m_interval;
 }
 
-std::size_t FakeVideoDevice::PictureSize() const {
+std::size_t FakeV4l2Device::PictureSize() const {
   const std::lock_guard lock(m_mutex);
   return m_format.sizeimage;
 }
 
-void FakeVideoDevice::QueryCapabilities(v4l2_capability& capability) const {
+void FakeV4l2Device::QueryCapabilities(v4l2_capability& capability) const {
   capability = {};
   SetText(capability.driver, m_settings.driver);
   SetText(capability.card, m_settings.card);
@@ -231,7 +231,7 @@ void FakeVideoDevice::QueryCapabilities(v4l2_capability& capability) const {
   }
 }
 
-void FakeVideoDevice::Complete(v4l2_pix_format& format) const {
+void FakeV4l2Device::Complete(v4l2_pix_format& format) const {
   const bool isCompressed = IsCompressed(format.pixelformat);
   const std::uint32_t line = LineBytes(format.pixelformat, format.width) + m_settings.linePadding;
   format.field = V4L2_FIELD_NONE;
@@ -240,7 +240,7 @@ void FakeVideoDevice::Complete(v4l2_pix_format& format) const {
   format.colorspace = V4L2_COLORSPACE_SRGB;
 }
 
-int FakeVideoDevice::TryFormat(v4l2_format& format) const {
+int FakeV4l2Device::TryFormat(v4l2_format& format) const {
   if (format.type != kCapture) {
     return EINVAL;
   }
@@ -261,12 +261,12 @@ int FakeVideoDevice::TryFormat(v4l2_format& format) const {
   return 0;
 }
 
-bool FakeVideoDevice::IsBusyFor(int handle) const {
+bool FakeV4l2Device::IsBusyFor(int handle) const {
   return m_queue.IsOwnedByOther(handle) ||
          (m_settings.hasPrivileges && m_privileged >= 0 && m_privileged != handle);
 }
 
-int FakeVideoDevice::SetFormat(int handle, v4l2_format& format) {
+int FakeV4l2Device::SetFormat(int handle, v4l2_format& format) {
   if (m_queue.HasBuffers() || IsBusyFor(handle)) {
     return EBUSY;
   }
@@ -282,7 +282,7 @@ int FakeVideoDevice::SetFormat(int handle, v4l2_format& format) {
   return 0;
 }
 
-int FakeVideoDevice::GetRate(v4l2_streamparm& parameter) const {
+int FakeV4l2Device::GetRate(v4l2_streamparm& parameter) const {
   if (m_settings.rate == RateControl::kNone) {
     return ENOTTY;
   }
@@ -296,7 +296,7 @@ int FakeVideoDevice::GetRate(v4l2_streamparm& parameter) const {
   return 0;
 }
 
-int FakeVideoDevice::SetRate(int handle, v4l2_streamparm& parameter) {
+int FakeV4l2Device::SetRate(int handle, v4l2_streamparm& parameter) {
   if (m_settings.rate == RateControl::kNone) {
     return ENOTTY;
   }
@@ -315,7 +315,7 @@ int FakeVideoDevice::SetRate(int handle, v4l2_streamparm& parameter) {
   return GetRate(parameter);
 }
 
-int FakeVideoDevice::RequestBuffers(int handle, v4l2_requestbuffers& request) {
+int FakeV4l2Device::RequestBuffers(int handle, v4l2_requestbuffers& request) {
   if (request.type != kCapture || request.memory != V4L2_MEMORY_MMAP) {
     return EINVAL;
   }
@@ -327,7 +327,7 @@ int FakeVideoDevice::RequestBuffers(int handle, v4l2_requestbuffers& request) {
 }
 
 // Every change passes here: buffers take frames, waiters look again.
-void FakeVideoDevice::FillBuffers() {
+void FakeV4l2Device::FillBuffers() {
   while (m_isDisconnected && m_queue.HasRoom() && !m_isGone) {
     m_queue.Fill({{}, V4L2_BUF_FLAG_ERROR, {}, 0, {}});
   }
@@ -339,7 +339,7 @@ void FakeVideoDevice::FillBuffers() {
   SignalAll();
 }
 
-void FakeVideoDevice::SignalAll() {
+void FakeV4l2Device::SignalAll() {
   for (const auto& [handle, isNonBlocking] : m_handles) {
     eventfd_write(handle, 1);
   }

@@ -36,9 +36,9 @@ struct VideoDeviceSettings {
 
 // From any thread. Handles are numbers of the caller's, which are also descriptors of event counters: the
 // device signals them whenever something changes.
-class FakeVideoDevice {
+class FakeV4l2Device {
  public:
-  FakeVideoDevice(VideoDeviceSettings settings, MisuseList& misuse);
+  FakeV4l2Device(VideoDeviceSettings settings, MisuseList& misuse);
 
   // --- The kernel's side; an error number or 0 ---
 
@@ -93,7 +93,7 @@ class FakeVideoDevice {
   std::condition_variable m_changed;
   VideoDeviceSettings m_settings;
   MisuseList& m_misuse;
-  FakeBufferQueue m_queue;
+  FakeV4l2Buffers m_queue;
   std::map<int, bool> m_handles;  // and whether it is non-blocking
   int m_privileged = -1;
   v4l2_pix_format m_format{};

@@ -159,27 +159,6 @@ std::vector<std::uint8_t> DecodedByDefault(const std::vector<std::uint8_t>& jpeg
   return bgra;
 }
 
-CodedPlanes PlanesOf(const std::vector<std::uint8_t>& jpeg) {
-  const std::unique_ptr<void, decltype(&tjDestroy)> handle(tjInitDecompress(), &tjDestroy);
-  const Header header = HeaderOf(handle.get(), jpeg);
-  CodedPlanes planes{header.width,
-                     header.height,
-                     tjPlaneWidth(1, header.width, header.subsampling),
-                     tjPlaneHeight(1, header.height, header.subsampling),
-                     {},
-                     {},
-                     {}};
-  planes.y.resize(tjPlaneSizeYUV(0, header.width, 0, header.height, header.subsampling));
-  planes.u.resize(tjPlaneSizeYUV(1, header.width, 0, header.height, header.subsampling));
-  planes.v.resize(planes.u.size());
-  std::array<unsigned char*, 3> starts{planes.y.data(), planes.u.data(), planes.v.data()};
-  if (tjDecompressToYUVPlanes(handle.get(), jpeg.data(), jpeg.size(), starts.data(), header.width, nullptr,
-                              header.height, TJFLAG_ACCURATEDCT) != 0) {
-    throw std::runtime_error(tjGetErrorStr2(handle.get()));
-  }
-  return planes;
-}
-
 std::vector<std::uint8_t> WithoutHuffmanTables(const std::vector<std::uint8_t>& jpeg) {
   std::vector<std::uint8_t> stripped(jpeg.begin(), jpeg.begin() + 2);
   std::size_t at = 2;

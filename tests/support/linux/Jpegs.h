@@ -38,18 +38,6 @@ std::vector<std::uint8_t> WavesJpeg(unsigned width, unsigned height, const Codin
 // The picture as libjpeg decodes it with everything at its default: BGRA, top-down.
 std::vector<std::uint8_t> DecodedByDefault(const std::vector<std::uint8_t>& jpeg);
 
-// The samples of a picture as they are coded, of each component, without gaps.
-struct CodedPlanes {
-  int width = 0;
-  int height = 0;
-  int chromaWidth = 0;
-  int chromaHeight = 0;
-  std::vector<std::uint8_t> y;
-  std::vector<std::uint8_t> u;
-  std::vector<std::uint8_t> v;
-};
-CodedPlanes PlanesOf(const std::vector<std::uint8_t>& jpeg);
-
 // Grey, with a restart marker after each row of blocks.
 std::vector<std::uint8_t> RestartJpeg(unsigned width, unsigned height);
 

@@ -28,8 +28,9 @@ bool WaitUntil(const std::function<bool()>& reached) {
   return true;
 }
 
-Holdings Holdings::Now(const FakeKernel& kernel) {
-  return {LiveObjects(), LiveTaskBlocks(), CountDescriptors(), kernel.OpenHandles(), kernel.Mappings()};
+Holdings Holdings::Now(const FakeSystemCalls& kernel) {
+  return {com::LiveObjects(), com::LiveTaskBlocks(), CountDescriptors(), kernel.OpenHandles(),
+          kernel.Mappings()};
 }
 
 std::ostream& operator<<(std::ostream& out, const Holdings& holdings) {
@@ -38,18 +39,18 @@ std::ostream& operator<<(std::ostream& out, const Holdings& holdings) {
 }
 
 void LinuxTest::SetUp() {
-  UseSystem(&kernel);
-  UseDeviceTree(nullptr);
+  v4l2::SetSystemCallsForTesting(&kernel);
+  devices::SetDeviceProvider(nullptr);
   m_before = Holdings::Now(kernel);
 }
 
 void LinuxTest::TearDown() {
   EXPECT_EQ(Holdings::Now(kernel), m_before);
   EXPECT_THAT(kernel.Misuse(), ::testing::IsEmpty());
-  UseSystem(nullptr);
+  v4l2::SetSystemCallsForTesting(nullptr);
 }
 
-FakeVideoDevice& LinuxTest::AddLaptopCamera(VideoDeviceSettings settings) {
+FakeV4l2Device& LinuxTest::AddLaptopCamera(VideoDeviceSettings settings) {
   UsbNode camera{"1-5"};
   camera.connectType = "hardwired";
   kernel.Tree().AddUsb(camera);
@@ -62,8 +63,8 @@ FakeVideoDevice& LinuxTest::AddLaptopCamera(VideoDeviceSettings settings) {
   return kernel.AddDevice(0, std::move(settings));
 }
 
-FakeVideoDevice& LinuxTest::AddPluggedInCamera(const std::string& usbName, int number,
-                                               VideoDeviceSettings settings) {
+FakeV4l2Device& LinuxTest::AddPluggedInCamera(const std::string& usbName, int number,
+                                              VideoDeviceSettings settings) {
   kernel.Tree().AddUsb({usbName, "046d", "0825", "removable"});
   kernel.Tree().AddVideoOfUsb(number, usbName + ":1.0", settings.card, 0);
   return kernel.AddDevice(number, std::move(settings));

@@ -4,6 +4,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "com/Com.h"
+#include "devices/DeviceProvider.h"
 #include "graph/StreamStats.h"
 #include "support/linux/CaptureSession.h"
 #include "support/linux/FakeSystemCalls.h"
@@ -14,7 +16,7 @@ bool WaitUntil(const std::function<bool()>& reached);
 
 // What has to be as it was when everything has been released.
 struct Holdings {
-  static Holdings Now(const FakeKernel& kernel);
+  static Holdings Now(const FakeSystemCalls& kernel);
 
   std::uint64_t objects = 0;
   std::uint64_t taskBlocks = 0;
@@ -33,13 +35,13 @@ class LinuxTest : public ::testing::Test {
   void TearDown() override;
 
   // The laptop's own camera: fixed, on port 5, video0 with a node for metadata beside it.
-  FakeVideoDevice& AddLaptopCamera(VideoDeviceSettings settings = {});
+  FakeV4l2Device& AddLaptopCamera(VideoDeviceSettings settings = {});
   // A plugged-in camera on that port, with one node.
-  FakeVideoDevice& AddPluggedInCamera(const std::string& usbName, int number,
-                                      VideoDeviceSettings settings = {});
+  FakeV4l2Device& AddPluggedInCamera(const std::string& usbName, int number,
+                                     VideoDeviceSettings settings = {});
   void UnplugLaptopCamera() { kernel.Unplug("1-5", {0, 1}); }
 
-  FakeKernel kernel;
+  FakeSystemCalls kernel;
 
  private:
   Holdings m_before;

@@ -1,13 +1,13 @@
 #include "support/linux/V4l2FormatTest.h"
 
-FakeVideoDevice& FormatTest::AddCamera(std::vector<FormatOffer> formats) {
+FakeV4l2Device& FormatTest::AddCamera(std::vector<FormatOffer> formats) {
   VideoDeviceSettings settings;
   settings.formats = std::move(formats);
   return AddCamera(std::move(settings));
 }
 
-FakeVideoDevice& FormatTest::AddCamera(VideoDeviceSettings settings) {
-  FakeVideoDevice& device = AddLaptopCamera(std::move(settings));
+FakeV4l2Device& FormatTest::AddCamera(VideoDeviceSettings settings) {
+  FakeV4l2Device& device = AddLaptopCamera(std::move(settings));
   filter = FirstCamera();
   pin = FindPin(*filter.Get(), PINDIR_OUTPUT);
   return device;

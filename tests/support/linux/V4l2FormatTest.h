@@ -7,8 +7,8 @@
 
 class FormatTest : public LinuxTest {
  protected:
-  FakeVideoDevice& AddCamera(VideoDeviceSettings settings = {});
-  FakeVideoDevice& AddCamera(std::vector<FormatOffer> formats);
+  FakeV4l2Device& AddCamera(VideoDeviceSettings settings = {});
+  FakeV4l2Device& AddCamera(std::vector<FormatOffer> formats);
   void TearDown() override;
 
   // What the pin offers, described.

@@ -103,8 +103,8 @@ bool VideoFrame::AllocBuffer(std::uint32_t frameWidth, std::uint32_t frameHeight
       "VideoFrame::AllocBuffer", std::to_string(frameWidth) + ", " + std::to_string(frameHeight) + ", " +
                                      std::to_string(static_cast<std::uint32_t>(layout)));
   const std::uint64_t bytes = BytesPerFrame(frameWidth, frameHeight, layout);
-  constexpr std::uint64_t kMost = std::numeric_limits<std::int32_t>::max();
-  if (answer.hr != S_OK || bytes == 0 || bytes > kMost) {
+  constexpr std::uint64_t kMax = std::numeric_limits<std::int32_t>::max();
+  if (answer.hr != S_OK || bytes == 0 || bytes > kMax) {
     return false;
   }
   // Success with null: a frame without its memory.

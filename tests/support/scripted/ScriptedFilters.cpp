@@ -31,7 +31,7 @@ class PinEnumerator : public Object<IEnumPins> {
     if (m_next == m_pins.size()) {
       return S_FALSE;
     }
-    return HandOut(answer, m_pins[m_next++], pins);
+    return CopyTo(answer, m_pins[m_next++], pins);
   }
 
  protected:
@@ -183,7 +183,7 @@ HRESULT STDMETHODCALLTYPE FilterPin::QueryPinInfo(PIN_INFO* info) {
   const Answer answer = Enter("IPin::QueryPinInfo", Name());
   *info = {};
   info->dir = m_description.direction;
-  return HandOut<IBaseFilter>(answer, m_filter, &info->pFilter);
+  return CopyTo<IBaseFilter>(answer, m_filter, &info->pFilter);
 }
 
 HRESULT STDMETHODCALLTYPE FilterPin::QueryDirection(PIN_DIRECTION* direction) {

@@ -28,7 +28,7 @@ Made* LentUnlessOk(const Answer& answer, Made* made) {
 
 // Hands out an existing object: with S_OK the object and a reference, with any other result a lent copy.
 template <typename Interface, typename Object>
-HRESULT HandOut(const Answer& answer, Object* object, Interface** out) {
+HRESULT CopyTo(const Answer& answer, Object* object, Interface** out) {
   *out = nullptr;
   if (answer.null || object == nullptr) {
     return answer.hr;

@@ -9,9 +9,9 @@ struct DestroyDecompressor {
   void operator()(void* decompressor) const { tjDestroy(decompressor); }
 };
 
-std::unique_ptr<CaptureSource> FindCamera(SimulatedPc& pc, bool isBuiltIn) {
-  for (const CaptureDevice& device : pc.CaptureDevices()) {
-    if (device.whyNotBuiltIn.empty() == isBuiltIn) {
+std::unique_ptr<graph::CaptureSource> FindCamera(simulated::SimulatedPc& pc, bool isBuiltIn) {
+  for (const devices::CaptureDevice& device : pc.CaptureDevices()) {
+    if (device.exclusionReason.empty() == isBuiltIn) {
       return device.makeSource();
     }
   }
@@ -24,7 +24,7 @@ Yuv EmptyPicture(std::uint32_t width, std::uint32_t height) {
 }
 
 // The planes of a JPEG are those of its full range; by way of RGB they become those of the limited one.
-Yuv DecodeJpeg(const Bytes& frame, const VideoFormat& format) {
+Yuv DecodeJpeg(const Bytes& frame, const graph::VideoFormat& format) {
   const std::unique_ptr<void, DestroyDecompressor> decompressor(tjInitDecompress());
   int width = 0;
   int height = 0;
@@ -46,39 +46,47 @@ Yuv DecodeJpeg(const Bytes& frame, const VideoFormat& format) {
 
 }  // namespace
 
-VideoFormat MakeFormat(std::uint32_t fourCc, std::uint32_t width, std::uint32_t height, int rate) {
+graph::VideoFormat MakeFormat(std::uint32_t fourCc, std::uint32_t width, std::uint32_t height, int rate) {
   return {fourCc, width, height, 10'000'000 / rate};
 }
 
-std::string NameOf(const VideoFormat& format) {
-  const std::string layout = format.fourCc == kYuyv ? "Yuyv" : format.fourCc == kMjpg ? "Mjpg" : "Unknown";
+std::string NameOf(const graph::VideoFormat& format) {
+  const std::string layout = format.fourCc == graph::kYuyv   ? "Yuyv"
+                             : format.fourCc == graph::kMjpg ? "Mjpg"
+                                                             : "Unknown";
   const REFERENCE_TIME rate = format.interval > 0 ? 10'000'000 / format.interval : 0;
   return layout + std::to_string(format.width) + "x" + std::to_string(format.height) + "At" +
          std::to_string(rate);
 }
 
-void PrintTo(const VideoFormat& format, std::ostream* out) { *out << NameOf(format); }
+void PrintTo(const graph::VideoFormat& format, std::ostream* out) { *out << NameOf(format); }
 
-SimulatedPcSettings Unpaced() {
-  SimulatedPcSettings settings;
-  settings.pace = Pace::kUnpaced;
+simulated::SimulatedPcSettings Unpaced() {
+  simulated::SimulatedPcSettings settings;
+  settings.pace = simulated::Pace::kUnpaced;
   return settings;
 }
 
-std::unique_ptr<CaptureSource> BuiltInCamera(SimulatedPc& pc) { return FindCamera(pc, true); }
+std::unique_ptr<graph::CaptureSource> BuiltInCamera(simulated::SimulatedPc& pc) {
+  return FindCamera(pc, true);
+}
 
-std::unique_ptr<CaptureSource> PlugInCamera(SimulatedPc& pc) { return FindCamera(pc, false); }
+std::unique_ptr<graph::CaptureSource> PlugInCamera(simulated::SimulatedPc& pc) {
+  return FindCamera(pc, false);
+}
 
-HRESULT StartWith(CaptureSource& source, VideoFormat format) {
+HRESULT StartWith(graph::CaptureSource& source, graph::VideoFormat format) {
   const HRESULT result = source.SetFormat(format);
   return result == S_OK ? source.Start() : result;
 }
 
-CaptureSource::Deadline FarDeadline() { return std::chrono::steady_clock::now() + std::chrono::minutes(2); }
+graph::CaptureSource::Deadline FarDeadline() {
+  return std::chrono::steady_clock::now() + std::chrono::minutes(2);
+}
 
-Bytes Take(CaptureSource& source) {
-  CapturedFrame frame;
-  if (source.Next(FarDeadline(), frame) != Arrival::kFrame) {
+Bytes Take(graph::CaptureSource& source) {
+  graph::CapturedFrame frame;
+  if (source.Next(FarDeadline(), frame) != graph::CaptureResult::kFrame) {
     return {};
   }
   Bytes bytes(frame.data, frame.data + frame.size);
@@ -86,8 +94,8 @@ Bytes Take(CaptureSource& source) {
   return bytes;
 }
 
-Yuv PictureOf(const Bytes& frame, const VideoFormat& format) {
-  if (format.fourCc == kMjpg) {
+Yuv PictureOf(const Bytes& frame, const graph::VideoFormat& format) {
+  if (format.fourCc == graph::kMjpg) {
     return DecodeJpeg(frame, format);
   }
   const auto width = static_cast<int>(format.width);
@@ -109,10 +117,10 @@ Yuv PictureOf(const Bytes& bgra, std::uint32_t width, std::uint32_t height) {
 }
 
 std::optional<std::uint32_t> NumberIn(const Yuv& picture) {
-  return ReadFrameNumber(picture.y.data(), picture.width, picture.width, picture.height);
+  return simulated::ReadFrameNumber(picture.y.data(), picture.width, picture.width, picture.height);
 }
 
 double ColourError(const Yuv& picture) {
-  return CornerColourError(picture.y.data(), picture.u.data(), picture.v.data(), picture.width,
-                           picture.height);
+  return simulated::CornerColourError(picture.y.data(), picture.u.data(), picture.v.data(), picture.width,
+                                      picture.height);
 }

@@ -13,28 +13,28 @@
 
 using Bytes = std::vector<std::uint8_t>;
 
-VideoFormat MakeFormat(std::uint32_t fourCc, std::uint32_t width, std::uint32_t height, int rate = 30);
-std::string NameOf(const VideoFormat& format);
-void PrintTo(const VideoFormat& format, std::ostream* out);  // for the test framework
+graph::VideoFormat MakeFormat(std::uint32_t fourCc, std::uint32_t width, std::uint32_t height, int rate = 30);
+std::string NameOf(const graph::VideoFormat& format);
+void PrintTo(const graph::VideoFormat& format, std::ostream* out);  // for the test framework
 
 // A PC whose cameras deliver as fast as their frames are taken.
-SimulatedPcSettings Unpaced();
+simulated::SimulatedPcSettings Unpaced();
 
 // Null when the PC has no such camera.
-std::unique_ptr<CaptureSource> BuiltInCamera(SimulatedPc& pc);
-std::unique_ptr<CaptureSource> PlugInCamera(SimulatedPc& pc);
+std::unique_ptr<graph::CaptureSource> BuiltInCamera(simulated::SimulatedPc& pc);
+std::unique_ptr<graph::CaptureSource> PlugInCamera(simulated::SimulatedPc& pc);
 
 // Sets the format, which has to be one that the camera offers, and starts.
-HRESULT StartWith(CaptureSource& source, VideoFormat format);
+HRESULT StartWith(graph::CaptureSource& source, graph::VideoFormat format);
 
 // No test gets as far as this unless it fails.
-CaptureSource::Deadline FarDeadline();
+graph::CaptureSource::Deadline FarDeadline();
 
 // The bytes of the next frame, which is recycled at once; empty when none comes.
-Bytes Take(CaptureSource& source);
+Bytes Take(graph::CaptureSource& source);
 
 // The picture in a frame; empty planes for a frame that is damaged or of another size.
-Yuv PictureOf(const Bytes& frame, const VideoFormat& format);
+Yuv PictureOf(const Bytes& frame, const graph::VideoFormat& format);
 // Of BGRA, top-down.
 Yuv PictureOf(const Bytes& bgra, std::uint32_t width, std::uint32_t height);
 

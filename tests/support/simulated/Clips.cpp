@@ -26,7 +26,7 @@ Yuv PlainPicture(std::uint32_t width, std::uint32_t height, std::uint8_t y, std:
 
 std::vector<Yuv> NumberedPictures(std::uint32_t width, std::uint32_t height, std::uint32_t count) {
   std::vector<Yuv> pictures;
-  NumberedPicture painter(width, height);
+  simulated::NumberedPicture painter(width, height);
   for (std::uint32_t number = 0; number < count; ++number) {
     pictures.push_back(PictureOf(painter.Paint(number), width, height));
   }

@@ -81,8 +81,8 @@ void NumberReader::Look(const std::uint8_t* luma, const SSysMEMBuffer& memory) c
                       std::to_string(height) + " in size");
   }
   const auto stride = static_cast<std::size_t>(memory.iStride[0]);
-  const std::optional<std::uint32_t> number = ReadFrameNumber(luma, stride, width, height);
-  if (number != static_cast<std::uint32_t>(m_pictures & kFrameNumberMask)) {
+  const std::optional<std::uint32_t> number = simulated::ReadFrameNumber(luma, stride, width, height);
+  if (number != static_cast<std::uint32_t>(m_pictures & simulated::kFrameNumberMask)) {
     throw SoakFailure("picture " + std::to_string(m_pictures) + " shows " + InWords(number));
   }
 }

@@ -11,9 +11,9 @@ namespace {
 
 using Ticks = std::chrono::duration<REFERENCE_TIME, std::ratio<1, 10'000'000>>;
 
-VideoFormat PackedFormat(const Video& video) {
-  return {video.subtype == MEDIASUBTYPE_MJPG ? kMjpg : kYuyv, static_cast<std::uint32_t>(video.width),
-          static_cast<std::uint32_t>(video.height), video.interval};
+graph::VideoFormat PackedFormat(const Video& video) {
+  return {video.subtype == MEDIASUBTYPE_MJPG ? graph::kMjpg : graph::kYuyv,
+          static_cast<std::uint32_t>(video.width), static_cast<std::uint32_t>(video.height), video.interval};
 }
 
 }  // namespace
@@ -72,8 +72,8 @@ void CameraFilter::Stream(const Video& video) {
 }
 
 void CameraFilter::DeliverFrames(const Video& video) {
-  const VideoFormat format = PackedFormat(video);
-  NumberedPicture picture(format.width, format.height);
+  const graph::VideoFormat format = PackedFormat(video);
+  simulated::NumberedPicture picture(format.width, format.height);
   simulated::FramePacker packer(format);
   const bool isPaced = IsPaced(m_behaviour);
   const Clock::time_point started = Clock::now();

@@ -14,12 +14,12 @@ constexpr std::size_t kEndOfImageSize = 2;  // FF D9
 
 }  // namespace
 
-FrameSource::FrameSource(const VideoFormat& format, bool hasEndOfImage)
+FrameSource::FrameSource(const graph::VideoFormat& format, bool hasEndOfImage)
     : m_format(format),
       m_hasEndOfImage(hasEndOfImage),
       m_maxBytes(std::size_t{format.width} * format.height * PixelFormatOf(format.fourCc).bitsPerPixel / 8),
       m_picture(format.width, format.height) {
-  if (format.fourCc == kYuyv || format.fourCc == kMjpg) {
+  if (format.fourCc == graph::kYuyv || format.fourCc == graph::kMjpg) {
     m_packer = std::make_unique<simulated::FramePacker>(format);
   } else {
     m_frame.resize(m_maxBytes);
@@ -28,7 +28,7 @@ FrameSource::FrameSource(const VideoFormat& format, bool hasEndOfImage)
 
 std::span<const std::uint8_t> FrameSource::Make(std::uint64_t number, int brightness) {
   const std::vector<std::uint8_t>* picture =
-      &m_picture.Paint(static_cast<std::uint32_t>(number & kFrameNumberMask));
+      &m_picture.Paint(static_cast<std::uint32_t>(number & simulated::kFrameNumberMask));
   if (brightness != 0) {
     m_brightened.resize(picture->size());
     std::ranges::transform(*picture, m_brightened.begin(), [brightness](std::uint8_t value) {
@@ -48,9 +48,9 @@ std::span<const std::uint8_t> FrameSource::Pack(const std::vector<std::uint8_t>&
   const auto height = static_cast<int>(m_format.height);
   const std::size_t pixels = std::size_t{m_format.width} * m_format.height;
   switch (m_format.fourCc) {
-    case kYuyv:
+    case graph::kYuyv:
       return m_packer->Pack(picture);
-    case kMjpg: {
+    case graph::kMjpg: {
       const std::span<const std::uint8_t> image = m_packer->Pack(picture);
       return m_hasEndOfImage ? image : image.first(image.size() - kEndOfImageSize);
     }

@@ -8,12 +8,12 @@ namespace uvc {
 namespace {
 
 constexpr std::array<PixelFormat, 6> kPixelFormats{{
-    {"YUYV", kYuyv, FourCc("YUY2"), FormatKind::kUncompressed, 16, true},
-    {"UYVY", kUyvy, FourCc("UYVY"), FormatKind::kUncompressed, 16, true},
-    {"NV12", kNv12, FourCc("NV12"), FormatKind::kUncompressed, 12, true},
-    {"GREY", kGrey, FourCc("Y800"), FormatKind::kUncompressed, 8, true},
-    {"MJPG", kMjpg, 0, FormatKind::kMjpeg, 16, true},
-    {"H264", kH264, FourCc("H264"), FormatKind::kFrameBased, 16, false},
+    {"YUYV", graph::kYuyv, graph::FourCc("YUY2"), FormatKind::kUncompressed, 16, true},
+    {"UYVY", kUyvy, graph::FourCc("UYVY"), FormatKind::kUncompressed, 16, true},
+    {"NV12", kNv12, graph::FourCc("NV12"), FormatKind::kUncompressed, 12, true},
+    {"GREY", kGrey, graph::FourCc("Y800"), FormatKind::kUncompressed, 8, true},
+    {"MJPG", graph::kMjpg, 0, FormatKind::kMjpeg, 16, true},
+    {"H264", kH264, graph::FourCc("H264"), FormatKind::kFrameBased, 16, false},
 }};
 
 }  // namespace

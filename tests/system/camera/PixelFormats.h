@@ -21,10 +21,10 @@ struct PixelFormat {
   bool canStream = true;           // false: the camera offers the format and refuses to start it
 };
 
-constexpr std::uint32_t kNv12 = FourCc("NV12");
-constexpr std::uint32_t kUyvy = FourCc("UYVY");
-constexpr std::uint32_t kGrey = FourCc("GREY");
-constexpr std::uint32_t kH264 = FourCc("H264");
+constexpr std::uint32_t kNv12 = graph::FourCc("NV12");
+constexpr std::uint32_t kUyvy = graph::FourCc("UYVY");
+constexpr std::uint32_t kGrey = graph::FourCc("GREY");
+constexpr std::uint32_t kH264 = graph::FourCc("H264");
 
 std::span<const PixelFormat> PixelFormats();
 

@@ -42,7 +42,7 @@ const FrameSize& ProbeControl::SizeOf(const StreamSettings& settings) const {
   return FormatOf(settings).sizes[settings.frame - std::size_t{1}];
 }
 
-VideoFormat ProbeControl::CurrentFormat() const {
+graph::VideoFormat ProbeControl::CurrentFormat() const {
   const FrameSize& size = SizeOf(m_current);
   return {FormatOf(m_current).fourCc, size.width, size.height, REFERENCE_TIME{m_current.interval}};
 }

@@ -49,7 +49,7 @@ class ProbeControl {
   bool Set(std::span<const std::uint8_t> data);
 
   const StreamSettings& Current() const { return m_current; }
-  VideoFormat CurrentFormat() const;
+  graph::VideoFormat CurrentFormat() const;
   std::uint32_t PayloadSize() const { return PayloadSize(m_current); }
 
  private:

@@ -203,7 +203,7 @@ std::vector<std::uint8_t> Every(const std::vector<std::uint8_t>& frame, std::siz
 }
 
 std::optional<std::uint32_t> NumberIn(const std::vector<std::uint8_t>& luma) {
-  return ReadFrameNumber(luma.data(), kWidth, kWidth, kHeight);
+  return simulated::ReadFrameNumber(luma.data(), kWidth, kWidth, kHeight);
 }
 
 // A chroma plane without every second line.
@@ -223,7 +223,7 @@ TEST(UvcFrames, Nv12HasTheNumberAndTheColours) {
   EXPECT_EQ(NumberIn(luma), 0x123456U);
   const auto u = Every(frame, kPixels, 2, kPixels / 4);
   const auto v = Every(frame, kPixels + 1, 2, kPixels / 4);
-  EXPECT_LT(CornerColourError(luma.data(), u.data(), v.data(), kWidth, kHeight), 3);
+  EXPECT_LT(simulated::CornerColourError(luma.data(), u.data(), v.data(), kWidth, kHeight), 3);
 }
 
 TEST(UvcFrames, UyvyHasTheNumberAndTheColours) {
@@ -233,7 +233,7 @@ TEST(UvcFrames, UyvyHasTheNumberAndTheColours) {
   EXPECT_EQ(NumberIn(luma), 77U);
   const auto u = HalfOfLines(Every(frame, 0, 4, kPixels / 2));
   const auto v = HalfOfLines(Every(frame, 2, 4, kPixels / 2));
-  EXPECT_LT(CornerColourError(luma.data(), u.data(), v.data(), kWidth, kHeight), 3);
+  EXPECT_LT(simulated::CornerColourError(luma.data(), u.data(), v.data(), kWidth, kHeight), 3);
 }
 
 TEST(UvcFrames, GreyHasTheNumber) {
@@ -243,8 +243,8 @@ TEST(UvcFrames, GreyHasTheNumber) {
 }
 
 TEST(UvcFrames, WithoutEndOfImageMjpgLacksTheMarkerAndNothingElse) {
-  auto whole = FrameOf(kMjpg, 5);
-  const auto cut = FrameOf(kMjpg, 5, false);
+  auto whole = FrameOf(graph::kMjpg, 5);
+  const auto cut = FrameOf(graph::kMjpg, 5, false);
   ASSERT_GT(whole.size(), 2U);
   EXPECT_EQ(whole[whole.size() - 2], 0xFF);
   EXPECT_EQ(whole[whole.size() - 1], 0xD9);

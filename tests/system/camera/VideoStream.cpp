@@ -8,7 +8,7 @@
 namespace uvc {
 namespace {
 
-std::string TextOf(const VideoFormat& format) {
+std::string TextOf(const graph::VideoFormat& format) {
   std::string text(PixelFormatOf(format.fourCc).name);
   text += " " + std::to_string(format.width) + "x" + std::to_string(format.height) + " ";
   return text + std::to_string((kUnitsInSecond + format.interval / 2) / format.interval) + " fps";
@@ -29,7 +29,7 @@ std::uint32_t VideoStream::DeviceTime(Clock::time_point time) const {
   return static_cast<std::uint32_t>(static_cast<std::uint64_t>(age) * kTicksInMicrosecond / 1000);
 }
 
-void VideoStream::Start(const VideoFormat& format, std::size_t payloadSize, bool hasEndOfImage) {
+void VideoStream::Start(const graph::VideoFormat& format, std::size_t payloadSize, bool hasEndOfImage) {
   Stop();
   m_source = std::make_unique<FrameSource>(format, hasEndOfImage);
   m_sender.Start(payloadSize);

@@ -22,7 +22,7 @@ class VideoStream {
   VideoStream(EventLog& log, std::string prefix);
 
   // A stream that runs already ends. Tick 0 is now.
-  void Start(const VideoFormat& format, std::size_t payloadSize, bool hasEndOfImage);
+  void Start(const graph::VideoFormat& format, std::size_t payloadSize, bool hasEndOfImage);
   void Stop();
 
   // Sends the frame that is due, if any. To be called not later than Deadline.

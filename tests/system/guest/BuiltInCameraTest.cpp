@@ -62,7 +62,7 @@ class StreamOfBuiltInCamera : public BuiltInCamera {
     // One picture may have come since the last packet.
     recording.isWhole = !HasFailure() &&
                         recording.numbers.back() + std::size_t{1} == recording.numbers.size() &&
-                        LatestStreamCounters().delivered <= recording.numbers.size() + 1;
+                        graph::LatestStreamStats().delivered <= recording.numbers.size() + 1;
     return recording;
   }
 
@@ -137,15 +137,15 @@ TEST_F(BuiltInCamera, OpensAndClosesTwentyTimes) {
     EXPECT_THAT(TakeReports(), ElementsAre(kOpenReport, kClosedReport));
     if (round == 2) {
       descriptors = Descriptors();
-      objects = LiveObjects();
-      blocks = LiveTaskBlocks() - round;
+      objects = com::LiveObjects();
+      blocks = com::LiveTaskBlocks() - round;
     }
   }
   // A thread that has been joined is still listed for a moment.
   EXPECT_TRUE(WaitFor([] { return Threads() == 1; })) << "there is more than this thread";
   EXPECT_EQ(Descriptors(), descriptors);
-  EXPECT_EQ(LiveObjects(), objects);
-  EXPECT_EQ(LiveTaskBlocks(), blocks + kRounds) << "one an open, by design";
+  EXPECT_EQ(com::LiveObjects(), objects);
+  EXPECT_EQ(com::LiveTaskBlocks(), blocks + kRounds) << "one an open, by design";
   LatestStream();
   EXPECT_EQ(StreamsOf(kBuiltIn).size(), before + kRounds);
 }
@@ -171,7 +171,7 @@ TEST_F(BuiltInCamera, CanBePulledOutWhileItStreamsAndOpenedAgainOnceItIsBack) {
   ASSERT_TRUE(host.WaitForPackets(3));
   TakeReports();
   Unplug();
-  EXPECT_TRUE(WaitFor([] { return LatestStreamCounters().isLost; }));
+  EXPECT_TRUE(WaitFor([] { return graph::LatestStreamStats().isDisconnected; }));
   EXPECT_EQ(Query(), -1000);
   EXPECT_THAT(TakeReports(), ElementsAre(kNoCameraReport));
   EXPECT_EQ(Close(), 1);

@@ -100,11 +100,11 @@ std::vector<std::uint32_t> BuiltInCamera::NumbersOfGoodPictures(const OfferedFor
   for (const Yuv& picture : decoded.pictures) {
     EXPECT_EQ(Size(picture.width, picture.height), Size(format.width, format.height));
     // Upside down or with colours swapped it is above a hundred.
-    EXPECT_LT(CornerColourError(picture.y.data(), picture.u.data(), picture.v.data(), picture.width,
-                                picture.height),
+    EXPECT_LT(simulated::CornerColourError(picture.y.data(), picture.u.data(), picture.v.data(),
+                                           picture.width, picture.height),
               12);
     const std::uint32_t number = NumberIn(picture);
-    EXPECT_LE(number, kFrameNumberMask) << "no number is to be read in picture " << numbers.size();
+    EXPECT_LE(number, simulated::kFrameNumberMask) << "no number is to be read in picture " << numbers.size();
     EXPECT_TRUE(numbers.empty() || numbers.back() < number)
         << number << " comes after " << numbers.back() << " in picture " << numbers.size();
     numbers.push_back(number);
@@ -120,7 +120,7 @@ void BuiltInCamera::ExpectEveryTickExplained(const OfferedFormat& format,
   const std::size_t missing = numbers.back() + std::size_t{1} - numbers.size();
   const auto skipped = static_cast<std::size_t>(
       std::distance(stream.skipped.begin(), stream.skipped.upper_bound(numbers.back())));
-  const StreamCounters counters = LatestStreamCounters();
+  const graph::StreamStats counters = graph::LatestStreamStats();
   std::cout << format.Text() << ": " << numbers.size() << " pictures, " << missing << " not seen, of which "
             << skipped << " the camera skipped; the driver lost " << counters.missed << " in all\n";
   EXPECT_EQ(counters.damaged, 0U);

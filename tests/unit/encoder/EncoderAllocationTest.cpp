@@ -94,7 +94,7 @@ TEST_P(ShortMemory, IsToldOfAndMadeUpForByTryingAgain) {
       SCOPED_TRACE("allocation " + std::to_string(number));
       allocations.FailNth(number, GetParam().persistence);
       const bool hasSucceeded = EncodeAll();
-      EXPECT_EQ(hasSucceeded, GetParam().persistence == Persistence::kOnce || !allocations.HasFailed());
+      EXPECT_EQ(hasSucceeded, GetParam().persistence == Persistence::kTransient || !allocations.HasFailed());
       ASSERT_FALSE(HasFailure());
     } while (allocations.HasFailed());
     std::cout << number << " runs\n";
@@ -114,14 +114,14 @@ TEST_P(ShortMemory, IsToldOfAndMadeUpForByTryingAgain) {
   EXPECT_LE(mallinfo2().uordblks, before + kTolerance);
 }
 
-INSTANTIATE_TEST_SUITE_P(Layouts, ShortMemory,
-                         ::testing::Values(Shortage{"I420Once", ColorSpace::kI420, Persistence::kOnce},
-                                           Shortage{"I420ForGood", ColorSpace::kI420, Persistence::kForGood},
-                                           Shortage{"Yuy2Once", ColorSpace::kYuy2, Persistence::kOnce},
-                                           Shortage{"Yuy2ForGood", ColorSpace::kYuy2, Persistence::kForGood},
-                                           Shortage{"Argb32Once", ColorSpace::kArgb32, Persistence::kOnce},
-                                           Shortage{"Argb32ForGood", ColorSpace::kArgb32,
-                                                    Persistence::kForGood}),
-                         [](const auto& tested) { return tested.param.name; });
+INSTANTIATE_TEST_SUITE_P(
+    Layouts, ShortMemory,
+    ::testing::Values(Shortage{"I420Once", ColorSpace::kI420, Persistence::kTransient},
+                      Shortage{"I420ForGood", ColorSpace::kI420, Persistence::kPersistent},
+                      Shortage{"Yuy2Once", ColorSpace::kYuy2, Persistence::kTransient},
+                      Shortage{"Yuy2ForGood", ColorSpace::kYuy2, Persistence::kPersistent},
+                      Shortage{"Argb32Once", ColorSpace::kArgb32, Persistence::kTransient},
+                      Shortage{"Argb32ForGood", ColorSpace::kArgb32, Persistence::kPersistent}),
+    [](const auto& tested) { return tested.param.name; });
 
 }  // namespace

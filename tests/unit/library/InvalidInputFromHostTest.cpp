@@ -17,7 +17,7 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
 
-constexpr std::uint32_t kMost = std::numeric_limits<std::uint32_t>::max();
+constexpr std::uint32_t kMax = std::numeric_limits<std::uint32_t>::max();
 
 class LyingHost : public CameraHandlerTest {
  protected:
@@ -45,7 +45,7 @@ TEST_F(LyingHost, IdIsReadNoFurtherThanItsFirstCharacterThatIsNoDigit) {
   for (const std::string& text : texts) {
     const EndOfPage id(text);
     for (const std::uint32_t length :
-         {static_cast<std::uint32_t>(text.size()), 100'000U, 0x7FFFFFFFU, kMost}) {
+         {static_cast<std::uint32_t>(text.size()), 100'000U, 0x7FFFFFFFU, kMax}) {
       const NUVEQCameraParam param{id.Text(), length, 640, 480, 30};
       EXPECT_EQ(handler.OpenCameraDevice(&param), -2);
     }
@@ -98,9 +98,9 @@ TEST_F(LyingHost, IdOfACloseIsPassedOnWithoutBeingRead) {
   ASSERT_EQ(handler.RegisterServiceListener(&listener), 0);
   QueryAndOpen();
   const EndOfPage nothing(std::string{});
-  EXPECT_EQ(handler.CloseCameraDevice(nothing.Text(), kMost), 1);
+  EXPECT_EQ(handler.CloseCameraDevice(nothing.Text(), kMax), 1);
   EXPECT_EQ(idSeen, nothing.Text());
-  EXPECT_EQ(lengthSeen, kMost);
+  EXPECT_EQ(lengthSeen, kMax);
 }
 
 // --- Sizes and rates ---
@@ -118,8 +118,8 @@ TEST_F(LyingHost, SizesOfAnyNumbersAreOpenedOrRefusedAndLeaveNothing) {
       {0, 0, -1004},
       {0, 480, -1004},
       {640, 0, -1004},
-      {0, kMost, -1004},
-      {kMost, 0, -1004},
+      {0, kMax, -1004},
+      {kMax, 0, -1004},
       {1, 1, 0},
       {1, 480, 0},
       {640, 1, 0},
@@ -127,11 +127,11 @@ TEST_F(LyingHost, SizesOfAnyNumbersAreOpenedOrRefusedAndLeaveNothing) {
       {65535, 1, 0},
       {1, 65535, 0},
       {65535, 65535, -1004},
-      {kMost, 1, -1004},
-      {1, kMost, -1004},
-      {640, kMost, -1004},
-      {kMost, 480, -1004},
-      {kMost, kMost, -1004},
+      {kMax, 1, -1004},
+      {1, kMax, -1004},
+      {640, kMax, -1004},
+      {kMax, 480, -1004},
+      {kMax, kMax, -1004},
       {0x80000000U, 2, -1004},
       {0x80000000U, 0x80000000U, -1004},
   };
@@ -173,7 +173,7 @@ TEST_F(LyingHost, RateOfZeroAsksForTheShortestIntervalsAndOneKeyFrame) {
 
 TEST_F(LyingHost, GreatestRateHasNoIntervalAndItsKeyFramesWrap) {
   QueryAndRelease();
-  for (const std::uint32_t fps : {10'000'001U, 0x80000000U, kMost}) {
+  for (const std::uint32_t fps : {10'000'001U, 0x80000000U, kMax}) {
     platform.ClearJournal();
     ASSERT_EQ(Open("0", 640, 480, fps), 0);
     EXPECT_THAT(platform.Calls(),

@@ -51,7 +51,7 @@ TEST_F(CaptureDevices, AreNoneOnAPcWithoutCameras) {
   ASSERT_EQ(CoCreateInstance(CLSID_SystemDeviceEnum, nullptr, CLSCTX_INPROC_SERVER, IID_ICreateDevEnum,
                              devices.PutVoid()),
             S_OK);
-  FakeVideoDevice& device = AddLaptopCamera();
+  FakeV4l2Device& device = AddLaptopCamera();
   ComPtr<IEnumMoniker> monikers;
   EXPECT_EQ(devices->CreateClassEnumerator(CLSID_VideoInputDeviceCategory, monikers.Put(), 0), S_OK);
   ASSERT_TRUE(monikers);
@@ -118,15 +118,15 @@ TEST_F(CaptureDevices, KeepTheirNamesWhenBusAndNodeNumbersChange) {
   kernel.Tree().AddUsb({"1-5", "05e3", "0610"});
   AddCamera({"1-5.3"}, 0);
   const std::vector<std::string> before = DisplayNames();
-  FakeKernel rebooted;
+  FakeSystemCalls rebooted;
   rebooted.Tree().AddUsb({"3-5", "05e3", "0610"});
   rebooted.Tree().AddUsb({"3-5.3"});
   rebooted.Tree().AddVideoOfUsb(4, "3-5.3:1.0", "Camera", 0);
   rebooted.AddDevice(4);
-  UseSystem(&rebooted);
+  v4l2::SetSystemCallsForTesting(&rebooted);
   EXPECT_THAT(before, SizeIs(1));
   EXPECT_EQ(DisplayNames(), before);
-  UseSystem(&kernel);
+  v4l2::SetSystemCallsForTesting(&kernel);
 }
 
 TEST_F(CaptureDevices, HaveNamesNoneOfWhichContainsAnother) {
@@ -156,8 +156,8 @@ TEST_F(CaptureDevices, HaveNamesNoneOfWhichContainsAnother) {
 
 TEST_F(CaptureDevices, ComeInTheSameOrderWhateverTheFoldersOrder) {
   const auto listWithOrder = [](const std::vector<int>& ports) {
-    FakeKernel other;
-    UseSystem(&other);
+    FakeSystemCalls other;
+    v4l2::SetSystemCallsForTesting(&other);
     for (const int port : ports) {
       const std::string name = "1-" + std::to_string(port);
       other.Tree().AddUsb({name, "04f2", "b6be", "removable"});
@@ -174,7 +174,7 @@ TEST_F(CaptureDevices, ComeInTheSameOrderWhateverTheFoldersOrder) {
   EXPECT_THAT(first, SizeIs(12));
   EXPECT_EQ(listWithOrder({6, 5, 4, 3, 2, 1}), first);
   EXPECT_EQ(listWithOrder({4, 1, 6, 3, 5, 2}), first);
-  UseSystem(&kernel);
+  v4l2::SetSystemCallsForTesting(&kernel);
 }
 
 TEST_F(CaptureDevices, ThatGoWhileTheyAreListedAreLeftOut) {

@@ -39,7 +39,7 @@ TEST_F(Frames, ArriveWholeAndInOrder) {
   Stream({1, 2, 3, 4, 5, 6, 7, 8, 9, 10});
   EXPECT_THAT(FirstBytes(callback.Frames()), ElementsAre(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10));
   EXPECT_EQ(Stop(), S_OK);
-  const StreamCounters counters = LatestStreamCounters();
+  const graph::StreamStats counters = graph::LatestStreamStats();
   EXPECT_EQ(counters.delivered, 11U);
   EXPECT_EQ(counters.tooShort + counters.damaged + counters.undecodable + counters.missed, 0U);
 }
@@ -218,8 +218,8 @@ TEST_F(BadFrames, ThatAreShortOrEmptyAreDroppedAndCounted) {
   Stream({3});
   EXPECT_THAT(FirstBytes(callback.Frames()), ElementsAre(3));
   EXPECT_EQ(Stop(), S_OK);
-  EXPECT_EQ(LatestStreamCounters().tooShort, 2U);
-  EXPECT_EQ(LatestStreamCounters().delivered, 1U);
+  EXPECT_EQ(graph::LatestStreamStats().tooShort, 2U);
+  EXPECT_EQ(graph::LatestStreamStats().delivered, 1U);
 }
 
 TEST_F(BadFrames, ThatTheDriverMarksAreDroppedAndCounted) {
@@ -232,7 +232,7 @@ TEST_F(BadFrames, ThatTheDriverMarksAreDroppedAndCounted) {
   Stream({2});
   EXPECT_THAT(FirstBytes(callback.Frames()), ElementsAre(2));
   EXPECT_EQ(Stop(), S_OK);
-  EXPECT_EQ(LatestStreamCounters().damaged, 20U);
+  EXPECT_EQ(graph::LatestStreamStats().damaged, 20U);
 }
 
 TEST_F(BadFrames, ThatNeverCameAreCounted) {
@@ -244,8 +244,8 @@ TEST_F(BadFrames, ThatNeverCameAreCounted) {
   ASSERT_TRUE(callback.WaitForFrames(2));
   Stream({3});
   EXPECT_EQ(Stop(), S_OK);
-  EXPECT_EQ(LatestStreamCounters().missed, 3U);
-  EXPECT_EQ(LatestStreamCounters().delivered, 3U);
+  EXPECT_EQ(graph::LatestStreamStats().missed, 3U);
+  EXPECT_EQ(graph::LatestStreamStats().delivered, 3U);
 }
 
 // Delivers pictures with these bytes under these numbers, and answers the bytes of those that came through.
@@ -283,18 +283,18 @@ class NumberedFrames : public GraphTest {
 TEST_F(NumberedFrames, ThatComeBehindALaterOneAreDropped) {
   EXPECT_THAT(Deliver({{10, 0}, {12, 2}, {11, 1}, {13, 3}, {16, 6}, {14, 4}, {15, 5}, {17, 7}}),
               ElementsAre(10, 12, 13, 16, 17));
-  EXPECT_EQ(LatestStreamCounters().missed, 3U);
-  EXPECT_EQ(LatestStreamCounters().damaged + LatestStreamCounters().tooShort, 0U);
+  EXPECT_EQ(graph::LatestStreamStats().missed, 3U);
+  EXPECT_EQ(graph::LatestStreamStats().damaged + graph::LatestStreamStats().tooShort, 0U);
 }
 
 TEST_F(NumberedFrames, ThatComeBehindTheStreamsFirstAreDropped) {
   EXPECT_THAT(Deliver({{11, 1}, {10, 0}, {12, 2}}), ElementsAre(11, 12));
-  EXPECT_EQ(LatestStreamCounters().missed, 1U);
+  EXPECT_EQ(graph::LatestStreamStats().missed, 1U);
 }
 
 TEST_F(NumberedFrames, ComeThroughWhereTheDriverDoesNotNumberThem) {
   EXPECT_THAT(Deliver({{10, 0}, {11, 0}, {12, 0}}), ElementsAre(10, 11, 12));
-  EXPECT_EQ(LatestStreamCounters().missed, 0U);
+  EXPECT_EQ(graph::LatestStreamStats().missed, 0U);
 }
 
 TEST_F(NumberedFrames, ComeThroughWhereTheDriverNumbersThemAnew) {
@@ -312,9 +312,9 @@ TEST_F(BadFrames, AreCountedAfreshForEveryRun) {
   ASSERT_EQ(Run(), S_OK);
   Stream({3});
   EXPECT_EQ(Stop(), S_OK);
-  EXPECT_EQ(LatestStreamCounters().damaged, 0U);
-  EXPECT_EQ(LatestStreamCounters().missed, 0U);
-  EXPECT_EQ(LatestStreamCounters().delivered, 1U);
+  EXPECT_EQ(graph::LatestStreamStats().damaged, 0U);
+  EXPECT_EQ(graph::LatestStreamStats().missed, 0U);
+  EXPECT_EQ(graph::LatestStreamStats().delivered, 1U);
 }
 
 }  // namespace

@@ -241,17 +241,17 @@ TEST_F(ComRules, AnotherCategoryIsEmpty) {
 }
 
 TEST_F(ComRules, TaskMemoryComesFromOnePlace) {
-  const std::uint64_t before = LiveTaskBlocks();
+  const std::uint64_t before = com::LiveTaskBlocks();
   void* const block = CoTaskMemAlloc(100);
   ASSERT_NE(block, nullptr);
   std::fill_n(static_cast<char*>(block), 100, 'x');
-  EXPECT_EQ(LiveTaskBlocks(), before + 1);
+  EXPECT_EQ(com::LiveTaskBlocks(), before + 1);
   allocator->Free(block);
-  EXPECT_EQ(LiveTaskBlocks(), before);
+  EXPECT_EQ(com::LiveTaskBlocks(), before);
   CoTaskMemFree(CoTaskMemAlloc(0));
   CoTaskMemFree(nullptr);
   allocator->Free(nullptr);
-  EXPECT_EQ(LiveTaskBlocks(), before);
+  EXPECT_EQ(com::LiveTaskBlocks(), before);
 }
 
 TEST_F(ComRules, ContextIsEmptyAndReservedIsZero) {

@@ -237,7 +237,7 @@ TEST_F(RunAndStop, GraphMayBeReleasedFromTheCallback) {
   ASSERT_EQ(Run(), S_OK);
   ASSERT_TRUE(device->Deliver(Picture(1)));
   ASSERT_TRUE(callback.WaitForFrames(1));
-  EXPECT_TRUE(WaitUntil([&] { return LiveObjects() == 0 && device->OpenHandles() == 0; }));
+  EXPECT_TRUE(WaitUntil([&] { return com::LiveObjects() == 0 && device->OpenHandles() == 0; }));
 }
 
 TEST_F(RunAndStop, ReleasingARunningGraphStopsIt) {
@@ -272,14 +272,14 @@ TEST_F(LostDevice, BeforeTheFirstFrameEndsTheWait) {
   UnplugLaptopCamera();
   waiter.join();
   EXPECT_EQ(Stop(), S_OK);
-  EXPECT_TRUE(LatestStreamCounters().isLost);
+  EXPECT_TRUE(graph::LatestStreamStats().isDisconnected);
 }
 
 TEST_F(LostDevice, WhileStreamingEndsTheStreamAndStopWorks) {
   BuildAndRun();
   Stream({1, 2, 3});
   UnplugLaptopCamera();
-  ASSERT_TRUE(WaitUntil([] { return LatestStreamCounters().isLost; }));
+  ASSERT_TRUE(WaitUntil([] { return graph::LatestStreamStats().isDisconnected; }));
   EXPECT_EQ(Stop(), S_OK);
   EXPECT_EQ(WaitForEvent(), kEventComplete) << "the first frame had come";
   EXPECT_EQ(callback.Count(), 3U);
@@ -293,7 +293,7 @@ TEST_F(LostDevice, WhileACallbackIsBusyEndsTheStreamToo) {
   ASSERT_TRUE(callback.WaitForOneAtTheGate());
   UnplugLaptopCamera();
   callback.OpenGate();
-  ASSERT_TRUE(WaitUntil([] { return LatestStreamCounters().isLost; }));
+  ASSERT_TRUE(WaitUntil([] { return graph::LatestStreamStats().isDisconnected; }));
   EXPECT_EQ(Stop(), S_OK);
 }
 
@@ -311,7 +311,7 @@ TEST_F(LostDevice, ThatComesBackServesANewGraph) {
   EXPECT_EQ(Stop(), S_OK);
   graph.Release();
   BuildAndRun();
-  EXPECT_FALSE(LatestStreamCounters().isLost);
+  EXPECT_FALSE(graph::LatestStreamStats().isDisconnected);
   Stream({2, 3});
   EXPECT_EQ(WaitForEvent(), kEventComplete);
 }

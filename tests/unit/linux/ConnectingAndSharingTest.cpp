@@ -17,9 +17,10 @@ TEST_F(Connection, OfTypesThatCannotBeConvertedIsRefused) {
   GraphSettings settings;
   settings.grabberSubtype = MEDIASUBTYPE_ARGB32;
   EXPECT_EQ(graph.Build(&callback, settings), VFW_E_CANNOT_CONNECT);
-  graph.Release();
-  settings = MjpgTo(MEDIASUBTYPE_NV12);
-  EXPECT_EQ(graph.Build(&callback, settings), VFW_E_CANNOT_CONNECT);
+  for (const GUID& subtype : {MEDIASUBTYPE_NV12, MEDIASUBTYPE_YUY2}) {
+    graph.Release();
+    EXPECT_EQ(graph.Build(&callback, MjpgTo(subtype)), VFW_E_CANNOT_CONNECT);
+  }
 }
 
 TEST_F(Connection, WithoutASubtypeTakesWhatThereIs) {

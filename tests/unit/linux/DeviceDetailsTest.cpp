@@ -12,8 +12,8 @@ using ::testing::SizeIs;
 
 class Details : public LinuxTest {
  protected:
-  static UsbDetails Of(const std::string& place) {
-    for (UsbDetails& details : CurrentDeviceTree()->DescribeUsbDevices()) {
+  static devices::UsbDetails Of(const std::string& place) {
+    for (devices::UsbDetails& details : devices::CurrentDeviceProvider()->DescribeUsbDevices()) {
       if (details.place == place) {
         return details;
       }
@@ -28,12 +28,12 @@ class Details : public LinuxTest {
     node.connectType = connectType;
     kernel.Tree().AddUsb(node);
   }
-  static void ExpectVerdict(const std::string& place, bool isRemovable, VerdictSource source,
+  static void ExpectVerdict(const std::string& place, bool isRemovable, devices::RemovabilitySource source,
                             const std::string& hub = "") {
-    const UsbDetails details = Of(place);
-    EXPECT_EQ(details.isRemovable, isRemovable) << place;
-    EXPECT_EQ(static_cast<int>(details.source), static_cast<int>(source)) << place;
-    EXPECT_EQ(details.hub, hub) << place;
+    const devices::UsbDetails details = Of(place);
+    EXPECT_EQ(details.removability.isRemovable, isRemovable) << place;
+    EXPECT_EQ(static_cast<int>(details.removability.source), static_cast<int>(source)) << place;
+    EXPECT_EQ(details.removability.hub, hub) << place;
   }
 };
 
@@ -43,13 +43,13 @@ TEST_F(Details, FirmwareSpeaksThroughThePort) {
   Add("1-3", "removable", "hotplug");
   Add("1-4", "removable", "hotplug");
   Add("1-4.2", "removable", "hotplug");
-  ExpectVerdict("1-1", false, VerdictSource::kFirmware);
-  ExpectVerdict("1-2", false, VerdictSource::kFirmware);
-  ExpectVerdict("1-3", true, VerdictSource::kFirmware);
-  ExpectVerdict("1-4.2", true, VerdictSource::kFirmware);
-  EXPECT_EQ(Of("1-2").connectType, "not used");
-  EXPECT_EQ(Of("1-4.2").connectType, "hotplug");
-  EXPECT_EQ(Of("1-3").attribute, "removable");
+  ExpectVerdict("1-1", false, devices::RemovabilitySource::kFirmware);
+  ExpectVerdict("1-2", false, devices::RemovabilitySource::kFirmware);
+  ExpectVerdict("1-3", true, devices::RemovabilitySource::kFirmware);
+  ExpectVerdict("1-4.2", true, devices::RemovabilitySource::kFirmware);
+  EXPECT_EQ(Of("1-2").removability.connectType, "not used");
+  EXPECT_EQ(Of("1-4.2").removability.connectType, "hotplug");
+  EXPECT_EQ(Of("1-3").removability.attribute, "removable");
 }
 
 TEST_F(Details, HubSpeaksWhereTheFirmwareDoesNot) {
@@ -57,10 +57,10 @@ TEST_F(Details, HubSpeaksWhereTheFirmwareDoesNot) {
   Add("1-8.1", "fixed", "unknown");
   Add("1-8.2", "removable", "unknown");
   Add("1-9", "fixed", "unknown");
-  ExpectVerdict("1-8.1", false, VerdictSource::kHub, "1-8");
-  ExpectVerdict("1-8.2", true, VerdictSource::kHub, "1-8");
-  ExpectVerdict("1-9", false, VerdictSource::kHub, "usb1");
-  EXPECT_EQ(Of("1-8.1").connectType, "unknown");
+  ExpectVerdict("1-8.1", false, devices::RemovabilitySource::kHub, "1-8");
+  ExpectVerdict("1-8.2", true, devices::RemovabilitySource::kHub, "1-8");
+  ExpectVerdict("1-9", false, devices::RemovabilitySource::kHub, "usb1");
+  EXPECT_EQ(Of("1-8.1").removability.connectType, "unknown");
 }
 
 TEST_F(Details, NobodySpeaks) {
@@ -69,37 +69,37 @@ TEST_F(Details, NobodySpeaks) {
   Add("1-3", std::nullopt, "unknown");
   Add("1-4", "");
   Add("1-5", "perhaps", "hardwired");
-  ExpectVerdict("1-1", true, VerdictSource::kNobody);
-  ExpectVerdict("1-2", true, VerdictSource::kNobody);
-  ExpectVerdict("1-3", true, VerdictSource::kMissing);
-  ExpectVerdict("1-4", true, VerdictSource::kMissing);
-  ExpectVerdict("1-5", true, VerdictSource::kMissing);
+  ExpectVerdict("1-1", true, devices::RemovabilitySource::kUndeclared);
+  ExpectVerdict("1-2", true, devices::RemovabilitySource::kUndeclared);
+  ExpectVerdict("1-3", true, devices::RemovabilitySource::kAttributeMissing);
+  ExpectVerdict("1-4", true, devices::RemovabilitySource::kAttributeMissing);
+  ExpectVerdict("1-5", true, devices::RemovabilitySource::kAttributeMissing);
 }
 
 TEST_F(Details, NobodyKnowsWhoSpeaksWithoutAConnectType) {
   Add("1-8", "fixed", "hardwired");
   Add("1-8.3", "fixed");
   Add("1-9", "removable");
-  ExpectVerdict("1-8.3", false, VerdictSource::kAttribute);
-  ExpectVerdict("1-9", true, VerdictSource::kAttribute);
-  EXPECT_EQ(Of("1-8.3").connectType, "");
+  ExpectVerdict("1-8.3", false, devices::RemovabilitySource::kAttribute);
+  ExpectVerdict("1-9", true, devices::RemovabilitySource::kAttribute);
+  EXPECT_EQ(Of("1-8.3").removability.connectType, "");
 }
 
 TEST_F(Details, FirmwareSpeaksAndTheKernelDoesNotFollow) {
   Add("1-1", "unknown", "hardwired");
   Add("1-2", "unknown", "hotplug");
   Add("1-3", "unknown", "not used");
-  ExpectVerdict("1-1", true, VerdictSource::kAttribute);
-  ExpectVerdict("1-2", true, VerdictSource::kAttribute);
-  ExpectVerdict("1-3", true, VerdictSource::kAttribute);
-  EXPECT_EQ(Of("1-1").attribute, "unknown");
+  ExpectVerdict("1-1", true, devices::RemovabilitySource::kAttribute);
+  ExpectVerdict("1-2", true, devices::RemovabilitySource::kAttribute);
+  ExpectVerdict("1-3", true, devices::RemovabilitySource::kAttribute);
+  EXPECT_EQ(Of("1-1").removability.attribute, "unknown");
 }
 
 TEST_F(Details, KernelMayContradictTheFirmware) {
   Add("1-1", "fixed", "hotplug");
   Add("1-2", "removable", "hardwired");
-  ExpectVerdict("1-1", false, VerdictSource::kAttribute);
-  ExpectVerdict("1-2", true, VerdictSource::kAttribute);
+  ExpectVerdict("1-1", false, devices::RemovabilitySource::kAttribute);
+  ExpectVerdict("1-2", true, devices::RemovabilitySource::kAttribute);
 }
 
 TEST_F(Details, HubThatMayGoTakesWhatIsFixedToItAlong) {
@@ -110,13 +110,13 @@ TEST_F(Details, HubThatMayGoTakesWhatIsFixedToItAlong) {
   Add("1-7.2.3", "fixed", "hardwired");
   Add("1-6", std::nullopt);
   Add("1-6.1", "fixed");
-  ExpectVerdict("1-7.1", true, VerdictSource::kParentHub, "1-7");
-  ExpectVerdict("1-7.1.4", true, VerdictSource::kParentHub, "1-7");
-  ExpectVerdict("1-7.2.3", true, VerdictSource::kParentHub, "1-7.2");
-  ExpectVerdict("1-6.1", true, VerdictSource::kParentHub, "1-6");
-  EXPECT_TRUE(Of("1-7.1.4").isHubRemovable);
-  EXPECT_FALSE(Of("1-7.2.3").isHubRemovable);
-  EXPECT_FALSE(Of("1-6.1").isHubRemovable);
+  ExpectVerdict("1-7.1", true, devices::RemovabilitySource::kParentHub, "1-7");
+  ExpectVerdict("1-7.1.4", true, devices::RemovabilitySource::kParentHub, "1-7");
+  ExpectVerdict("1-7.2.3", true, devices::RemovabilitySource::kParentHub, "1-7.2");
+  ExpectVerdict("1-6.1", true, devices::RemovabilitySource::kParentHub, "1-6");
+  EXPECT_TRUE(Of("1-7.1.4").removability.isHubRemovable);
+  EXPECT_FALSE(Of("1-7.2.3").removability.isHubRemovable);
+  EXPECT_FALSE(Of("1-6.1").removability.isHubRemovable);
 }
 
 TEST_F(Details, AgreeWithTheListInTheSameOrder) {
@@ -126,13 +126,13 @@ TEST_F(Details, AgreeWithTheListInTheSameOrder) {
   Add("2-1", "unknown");
   kernel.Tree().AddUsb({"1-3", "", "", "fixed"});
   kernel.Tree().AddDanglingUsb("1-4");
-  const std::vector<UsbDevice> devices = CurrentDeviceTree()->UsbDevices();
-  const std::vector<UsbDetails> details = CurrentDeviceTree()->DescribeUsbDevices();
+  const std::vector<devices::UsbDevice> devices = devices::CurrentDeviceProvider()->UsbDevices();
+  const std::vector<devices::UsbDetails> details = devices::CurrentDeviceProvider()->DescribeUsbDevices();
   ASSERT_EQ(devices.size(), 4U);
   ASSERT_EQ(details.size(), devices.size());
   for (std::size_t i = 0; i < devices.size(); ++i) {
     EXPECT_EQ(details[i].id, devices[i].id);
-    EXPECT_EQ(details[i].isRemovable, devices[i].isRemovable);
+    EXPECT_EQ(details[i].removability.isRemovable, devices[i].isRemovable);
     EXPECT_EQ(details[i].firstChildId, devices[i].firstChildId);
   }
 }
@@ -144,12 +144,12 @@ TEST_F(Details, SayWhatADeviceIs) {
   kernel.Tree().SetUsbAttribute("1-8", "product", std::nullopt);
   kernel.Tree().SetUsbAttribute("1-8", "bDeviceClass", "09");
   kernel.Tree().SetUsbAttribute("1-8:1.0", "bInterfaceClass", "09");
-  const UsbDetails camera = Of("1-5");
+  const devices::UsbDetails camera = Of("1-5");
   EXPECT_EQ(camera.name, "Integrated Camera");
   EXPECT_EQ(camera.model, "04f2:b6be");
   EXPECT_FALSE(camera.isHub);
   EXPECT_TRUE(camera.hasVideo);
-  const UsbDetails hub = Of("1-8");
+  const devices::UsbDetails hub = Of("1-8");
   EXPECT_EQ(hub.name, "");
   EXPECT_TRUE(hub.isHub);
   EXPECT_FALSE(hub.hasVideo);
@@ -170,18 +170,18 @@ TEST_F(Details, SayWhyAVideoNodeIsNoCaptureDevice) {
     kernel.Tree().AddVideoOf(number, "platform/codec.0", "Codec", static_cast<int>(i));
     kernel.AddDevice(number, std::move(settings));
   }
-  const std::vector<VideoNodeDetails> nodes = CurrentDeviceTree()->DescribeVideoNodes();
+  const std::vector<devices::VideoNodeDetails> nodes = devices::CurrentDeviceProvider()->DescribeVideoNodes();
   ASSERT_THAT(nodes, SizeIs(7));
   EXPECT_EQ(nodes[0].node, (kernel.DevRoot() / "video0").string());
-  EXPECT_EQ(nodes[0].whyNotCapture, "");
+  EXPECT_EQ(nodes[0].rejectionReason, "");
   EXPECT_EQ(nodes[0].usbPlace, "1-5");
-  EXPECT_THAT(nodes[1].whyNotCapture, HasSubstr("metadata"));
+  EXPECT_THAT(nodes[1].rejectionReason, HasSubstr("metadata"));
   EXPECT_EQ(nodes[1].usbPlace, "1-5");
   for (std::size_t i = 0; i < kinds.size(); ++i) {
-    EXPECT_THAT(nodes[i + 2].whyNotCapture, HasSubstr(kinds[i].second));
+    EXPECT_THAT(nodes[i + 2].rejectionReason, HasSubstr(kinds[i].second));
     EXPECT_EQ(nodes[i + 2].usbPlace, "");
   }
-  EXPECT_THAT(CurrentDeviceTree()->CaptureDevices(), SizeIs(1));
+  EXPECT_THAT(devices::CurrentDeviceProvider()->CaptureDevices(), SizeIs(1));
 }
 
 TEST_F(Details, ListVideoNodesByNumber) {
@@ -190,7 +190,7 @@ TEST_F(Details, ListVideoNodesByNumber) {
     kernel.AddDevice(number);
   }
   std::vector<std::string> names;
-  for (const VideoNodeDetails& node : CurrentDeviceTree()->DescribeVideoNodes()) {
+  for (const devices::VideoNodeDetails& node : devices::CurrentDeviceProvider()->DescribeVideoNodes()) {
     names.push_back(std::filesystem::path(node.node).filename().string());
   }
   EXPECT_THAT(names, ::testing::ElementsAre("video2", "video9", "video10"));
@@ -204,10 +204,11 @@ TEST_F(Details, NameTheFormatsOfANodeThatDeliversNoneOfUse) {
       settings.formats.push_back({pixelFormat, {Discrete(640, 360, {15})}});
     }
     AddPluggedInCamera("1-5", 0, std::move(settings));
-    const std::vector<VideoNodeDetails> nodes = CurrentDeviceTree()->DescribeVideoNodes();
+    const std::vector<devices::VideoNodeDetails> nodes =
+        devices::CurrentDeviceProvider()->DescribeVideoNodes();
     EXPECT_THAT(nodes, SizeIs(1));
     kernel.Unplug("1-5", {0});
-    return nodes.empty() ? std::string() : nodes.front().whyNotCapture;
+    return nodes.empty() ? std::string() : nodes.front().rejectionReason;
   };
   EXPECT_EQ(whyNot({V4L2_PIX_FMT_GREY}), "it delivers no format that the library can use (GREY)");
   EXPECT_EQ(whyNot({V4L2_PIX_FMT_Y16, V4L2_PIX_FMT_H264}),
@@ -223,31 +224,31 @@ TEST_F(Details, NameTheFormatsOfANodeThatDeliversNoneOfUse) {
 TEST_F(Details, SayThatANodeCannotBeOpened) {
   AddLaptopCamera();
   kernel.Fail(kOpenCall, EACCES);
-  std::vector<VideoNodeDetails> nodes = CurrentDeviceTree()->DescribeVideoNodes();
+  std::vector<devices::VideoNodeDetails> nodes = devices::CurrentDeviceProvider()->DescribeVideoNodes();
   ASSERT_THAT(nodes, SizeIs(2));
   EXPECT_EQ(nodes[0].openError, EACCES);
-  EXPECT_EQ(nodes[0].whyNotCapture, "");
+  EXPECT_EQ(nodes[0].rejectionReason, "");
   EXPECT_EQ(nodes[1].openError, EACCES);
-  EXPECT_THAT(nodes[1].whyNotCapture, HasSubstr("not its camera's first node"));
+  EXPECT_THAT(nodes[1].rejectionReason, HasSubstr("not its camera's first node"));
   kernel.Fail(kOpenCall, ENOENT);
-  nodes = CurrentDeviceTree()->DescribeVideoNodes();
+  nodes = devices::CurrentDeviceProvider()->DescribeVideoNodes();
   ASSERT_THAT(nodes, SizeIs(2));
   EXPECT_EQ(nodes[0].openError, ENOENT);
-  EXPECT_THAT(nodes[0].whyNotCapture, HasSubstr("no device behind it"));
-  EXPECT_THAT(CurrentDeviceTree()->CaptureDevices(), IsEmpty());
+  EXPECT_THAT(nodes[0].rejectionReason, HasSubstr("no device behind it"));
+  EXPECT_THAT(devices::CurrentDeviceProvider()->CaptureDevices(), IsEmpty());
   kernel.FailNothing();
   kernel.Fail(VIDIOC_QUERYCAP, EIO);
-  nodes = CurrentDeviceTree()->DescribeVideoNodes();
+  nodes = devices::CurrentDeviceProvider()->DescribeVideoNodes();
   ASSERT_THAT(nodes, SizeIs(2));
   EXPECT_EQ(nodes[0].openError, 0);
-  EXPECT_THAT(nodes[0].whyNotCapture, HasSubstr("does not answer"));
+  EXPECT_THAT(nodes[0].rejectionReason, HasSubstr("does not answer"));
 }
 
 TEST_F(Details, ChangeNothingOfACamera) {
   AddLaptopCamera();
   const std::vector<unsigned long> disturbing{VIDIOC_REQBUFS, VIDIOC_S_FMT, VIDIOC_S_PARM, VIDIOC_STREAMON,
                                               VIDIOC_STREAMOFF};
-  EXPECT_THAT(CurrentDeviceTree()->DescribeVideoNodes(), SizeIs(2));
+  EXPECT_THAT(devices::CurrentDeviceProvider()->DescribeVideoNodes(), SizeIs(2));
   for (const unsigned long call : disturbing) {
     EXPECT_EQ(kernel.CallsOf(call), 0U) << call;
   }

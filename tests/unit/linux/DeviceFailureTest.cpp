@@ -28,7 +28,7 @@ class Scenario : public GraphTest {
   // One run on a camera of its own, with call number n failing; 0: none. True when everything succeeded.
   bool Play(std::uint64_t number, int error, Persistence persistence) {
     const Holdings before = Holdings::Now(kernel);
-    FakeVideoDevice& camera = AddLaptopCamera();
+    FakeV4l2Device& camera = AddLaptopCamera();
     for (std::size_t i = 0; i < kFrames; ++i) {
       camera.Supply(Picture(static_cast<std::uint8_t>(i)));
     }
@@ -89,20 +89,20 @@ TEST_P(EveryCall, MayFail) {
   } while (CallHasFailed());
   std::cout << number << " runs, " << successes << " of which succeeded all the same\n";
   EXPECT_GT(number, 20U) << "a whole scenario takes more calls";
-  EXPECT_TRUE(Play(0, 0, Persistence::kOnce)) << "without a failure";
+  EXPECT_TRUE(Play(0, 0, Persistence::kTransient)) << "without a failure";
 }
 
 INSTANTIATE_TEST_SUITE_P(Errors, EveryCall,
-                         ::testing::Values(Failure{"EioOnce", EIO, Persistence::kOnce},
-                                           Failure{"EioForGood", EIO, Persistence::kForGood},
-                                           Failure{"EnodevOnce", ENODEV, Persistence::kOnce},
-                                           Failure{"EnodevForGood", ENODEV, Persistence::kForGood},
-                                           Failure{"EinvalOnce", EINVAL, Persistence::kOnce},
-                                           Failure{"EinvalForGood", EINVAL, Persistence::kForGood},
-                                           Failure{"EbusyOnce", EBUSY, Persistence::kOnce},
-                                           Failure{"EbusyForGood", EBUSY, Persistence::kForGood},
-                                           Failure{"EnomemOnce", ENOMEM, Persistence::kOnce},
-                                           Failure{"EnomemForGood", ENOMEM, Persistence::kForGood}),
+                         ::testing::Values(Failure{"EioOnce", EIO, Persistence::kTransient},
+                                           Failure{"EioForGood", EIO, Persistence::kPersistent},
+                                           Failure{"EnodevOnce", ENODEV, Persistence::kTransient},
+                                           Failure{"EnodevForGood", ENODEV, Persistence::kPersistent},
+                                           Failure{"EinvalOnce", EINVAL, Persistence::kTransient},
+                                           Failure{"EinvalForGood", EINVAL, Persistence::kPersistent},
+                                           Failure{"EbusyOnce", EBUSY, Persistence::kTransient},
+                                           Failure{"EbusyForGood", EBUSY, Persistence::kPersistent},
+                                           Failure{"EnomemOnce", ENOMEM, Persistence::kTransient},
+                                           Failure{"EnomemForGood", ENOMEM, Persistence::kPersistent}),
                          [](const auto& tested) { return tested.param.name; });
 
 TEST_F(Scenario, IsNotDisturbedByInterruptedCalls) {
@@ -110,7 +110,7 @@ TEST_F(Scenario, IsNotDisturbedByInterruptedCalls) {
   do {
     ++number;
     ASSERT_LT(number, kTooManyCalls);
-    ASSERT_TRUE(Play(number, EINTR, Persistence::kOnce)) << "call " << number;
+    ASSERT_TRUE(Play(number, EINTR, Persistence::kTransient)) << "call " << number;
   } while (CallHasFailed());
 }
 

@@ -16,13 +16,13 @@ using ::testing::Pair;
 using ::testing::SizeIs;
 
 // A tree of the host's: one camera that cannot be made, on one USB device.
-class HostTree : public DeviceTree {
+class HostTree : public devices::DeviceProvider {
  public:
-  std::vector<CaptureDevice> CaptureDevices() override {
+  std::vector<devices::CaptureDevice> CaptureDevices() override {
     return {{"@device:usb#vid_1111&pid_2222&mi_00#host#camera", "Host's camera", "nowhere", "",
-             [] { return std::unique_ptr<CaptureSource>(); }}};
+             [] { return std::unique_ptr<graph::CaptureSource>(); }}};
   }
-  std::vector<UsbDevice> UsbDevices() override {
+  std::vector<devices::UsbDevice> UsbDevices() override {
     return {{"USB\\VID_1111&PID_2222\\HOST", false, "USB\\VID_1111&PID_2222&MI_00\\HOST"}};
   }
 };
@@ -30,17 +30,17 @@ class HostTree : public DeviceTree {
 class Tree : public LinuxTest {
  protected:
   void TearDown() override {
-    UseDeviceTree(nullptr);
+    devices::SetDeviceProvider(nullptr);
     LinuxTest::TearDown();
   }
   // A reason is given for every camera but the one that is taken.
   static void ExpectReasonsFor(std::size_t cameras) {
-    const std::vector<CaptureDevice> devices = CurrentDeviceTree()->CaptureDevices();
+    const std::vector<devices::CaptureDevice> devices = devices::CurrentDeviceProvider()->CaptureDevices();
     const std::string builtIn = BuiltInCamera();
     EXPECT_THAT(devices, SizeIs(cameras));
-    for (const CaptureDevice& device : devices) {
-      EXPECT_EQ(device.whyNotBuiltIn.empty(), device.displayName == builtIn)
-          << device.displayName << ": " << device.whyNotBuiltIn;
+    for (const devices::CaptureDevice& device : devices) {
+      EXPECT_EQ(device.exclusionReason.empty(), device.displayName == builtIn)
+          << device.displayName << ": " << device.exclusionReason;
     }
   }
   void AddCamera(const UsbNode& node, int number, int interface = 0) {
@@ -56,7 +56,7 @@ TEST_F(Tree, TellsNameAndNodeOfACamera) {
       "Cam\xC3\xA9ra int\xC3\xA9gr\xC3\xA9"
       "e";
   AddLaptopCamera(settings);
-  const std::vector<CaptureDevice> devices = CurrentDeviceTree()->CaptureDevices();
+  const std::vector<devices::CaptureDevice> devices = devices::CurrentDeviceProvider()->CaptureDevices();
   ASSERT_THAT(devices, SizeIs(1));
   EXPECT_EQ(devices.front().name, settings.card);
   EXPECT_EQ(devices.front().node, (kernel.DevRoot() / "video0").string());
@@ -90,9 +90,9 @@ TEST_F(Tree, GivesTheReasonsApart) {
   kernel.Tree().AddVideoOf(4, "platform/vivid.0", "vivid", 0);
   kernel.AddDevice(4);
   std::vector<std::string> reasons;
-  for (const CaptureDevice& device : CurrentDeviceTree()->CaptureDevices()) {
-    EXPECT_THAT(reasons, Not(::testing::Contains(device.whyNotBuiltIn)));
-    reasons.push_back(device.whyNotBuiltIn);
+  for (const devices::CaptureDevice& device : devices::CurrentDeviceProvider()->CaptureDevices()) {
+    EXPECT_THAT(reasons, Not(::testing::Contains(device.exclusionReason)));
+    reasons.push_back(device.exclusionReason);
   }
   EXPECT_THAT(reasons, AllOf(SizeIs(3), Not(::testing::Contains(IsEmpty()))));
 }
@@ -100,10 +100,11 @@ TEST_F(Tree, GivesTheReasonsApart) {
 TEST_F(Tree, SaysThatTheKernelDoesNotShowWhatIsKnown) {
   AddCamera({"1-3", "046d", "0825", "unknown"}, 3);
   AddCamera({"1-4", "046d", "0825", std::nullopt}, 4);
-  const std::vector<CaptureDevice> devices = CurrentDeviceTree()->CaptureDevices();
+  const std::vector<devices::CaptureDevice> devices = devices::CurrentDeviceProvider()->CaptureDevices();
   ASSERT_THAT(devices, SizeIs(2));
-  EXPECT_EQ(devices[0].whyNotBuiltIn, "the PC's firmware does not say that its USB port is an internal one");
-  EXPECT_EQ(devices[1].whyNotBuiltIn, "the kernel does not show whether its USB device can be removed");
+  EXPECT_EQ(devices[0].exclusionReason,
+            "the PC's firmware does not say that its USB port is an internal one");
+  EXPECT_EQ(devices[1].exclusionReason, "the kernel does not show whether its USB device can be removed");
 }
 
 TEST_F(Tree, GivesTheReasonsOfBuiltInCamerasApart) {
@@ -116,8 +117,8 @@ TEST_F(Tree, GivesTheReasonsOfBuiltInCamerasApart) {
   kernel.Tree().AddVideoOfUsb(5, "1-6:1.1", "Second function", 0);
   kernel.AddDevice(5);
   std::map<std::string, std::string> reasons;
-  for (const CaptureDevice& device : CurrentDeviceTree()->CaptureDevices()) {
-    reasons[std::filesystem::path(device.node).filename().string()] = device.whyNotBuiltIn;
+  for (const devices::CaptureDevice& device : devices::CurrentDeviceProvider()->CaptureDevices()) {
+    reasons[std::filesystem::path(device.node).filename().string()] = device.exclusionReason;
   }
   EXPECT_THAT(reasons, ElementsAre(Pair("video0", ""),
                                    Pair("video2", "it is another node of the camera that is taken"),
@@ -129,17 +130,17 @@ TEST_F(Tree, GivesTheReasonsOfBuiltInCamerasApart) {
 TEST_F(Tree, OfTheHostStandsInThePlaceOfTheMachines) {
   AddLaptopCamera();
   const auto tree = std::make_shared<HostTree>();
-  UseDeviceTree(tree);
-  EXPECT_EQ(CurrentDeviceTree(), tree);
+  devices::SetDeviceProvider(tree);
+  EXPECT_EQ(devices::CurrentDeviceProvider(), tree);
   EXPECT_THAT(DisplayNames(), ElementsAre(HasSubstr("#host#")));
   EXPECT_EQ(BuiltInCamera(), DisplayNames().front());
-  UseDeviceTree(nullptr);
-  EXPECT_NE(CurrentDeviceTree(), nullptr);
+  devices::SetDeviceProvider(nullptr);
+  EXPECT_NE(devices::CurrentDeviceProvider(), nullptr);
   EXPECT_THAT(DisplayNames(), ElementsAre(Not(HasSubstr("#host#"))));
 }
 
 TEST_F(Tree, CameraThatCannotBeMadeIsNotBound) {
-  UseDeviceTree(std::make_shared<HostTree>());
+  devices::SetDeviceProvider(std::make_shared<HostTree>());
   ComPtr<IBaseFilter> filter;
   EXPECT_LT(BindCamera("", filter), 0);
   EXPECT_FALSE(filter);
@@ -149,7 +150,7 @@ TEST_F(Tree, MayBeReplacedWhileItsCamerasAreInUse) {
   AddLaptopCamera();
   const ComPtr<IBaseFilter> camera = FirstCamera();
   const std::vector<CaptureDeviceSeen> devices = CaptureDevicesSeen();
-  UseDeviceTree(std::make_shared<HostTree>());
+  devices::SetDeviceProvider(std::make_shared<HostTree>());
   EXPECT_EQ(DescribeCurrentFormat(*FindPin(*camera.Get(), PINDIR_OUTPUT).Get()), "YUY2 64x48 333333");
   ComPtr<IBaseFilter> late;
   EXPECT_EQ(devices.front().moniker->BindToObject(nullptr, nullptr, IID_IBaseFilter, late.PutVoid()), S_OK);
@@ -159,7 +160,7 @@ TEST_F(Tree, MayBeReplacedAndReadByTwoThreads) {
   AddLaptopCamera();
   std::thread other([] {
     for (int i = 0; i < 100; ++i) {
-      UseDeviceTree(i % 2 == 0 ? std::make_shared<HostTree>() : nullptr);
+      devices::SetDeviceProvider(i % 2 == 0 ? std::make_shared<HostTree>() : nullptr);
     }
   });
   for (int i = 0; i < 20; ++i) {

@@ -13,7 +13,7 @@ using ::testing::SizeIs;
 // The same model on the same port of two buses of one controller: one for each speed class.
 class TwoBuses : public LinuxTest {
  protected:
-  static void AddTo(FakeKernel& pc, int bus, const std::string& removable) {
+  static void AddTo(FakeSystemCalls& pc, int bus, const std::string& removable) {
     const std::string name = std::to_string(bus) + "-5";
     pc.Tree().AddUsb({name, "04f2", "b6be", removable});
     pc.Tree().AddVideoOfUsb(bus, name + ":1.0", "Camera", 0);
@@ -49,17 +49,17 @@ TEST_F(TwoBuses, AreToldApartInTheSameOrderWhateverTheirNumbers) {
   AddTo(kernel, 1, "removable");
   AddTo(kernel, 2, "removable");
   const std::vector<std::string> first = AllNames();
-  FakeKernel found;  // in another order
-  UseSystem(&found);
+  FakeSystemCalls found;  // in another order
+  v4l2::SetSystemCallsForTesting(&found);
   AddTo(found, 2, "removable");
   AddTo(found, 1, "removable");
   EXPECT_EQ(AllNames(), first);
-  FakeKernel renumbered;  // beside another controller's buses, with a digit more
-  UseSystem(&renumbered);
+  FakeSystemCalls renumbered;  // beside another controller's buses, with a digit more
+  v4l2::SetSystemCallsForTesting(&renumbered);
   AddTo(renumbered, 10, "removable");
   AddTo(renumbered, 9, "removable");
   EXPECT_EQ(AllNames(), first);
-  UseSystem(&kernel);
+  v4l2::SetSystemCallsForTesting(&kernel);
 }
 
 TEST_F(TwoBuses, HaveTheFixedOneOfTwoCamerasBuiltIn) {
@@ -83,14 +83,14 @@ TEST_F(LoopbackCameras, AreListedUnderNamesOfTheirOwn) {
   EXPECT_THAT(names, Each(Not(HasSubstr("usb#"))));
   EXPECT_EQ(DisplayNames(), names);
   EXPECT_EQ(BuiltInCamera(), "");
-  FakeKernel other;  // where they came in another order
-  UseSystem(&other);
+  FakeSystemCalls other;  // where they came in another order
+  v4l2::SetSystemCallsForTesting(&other);
   for (const int number : {1, 10}) {
     other.Tree().AddVirtualVideo(number, "Loopback");
     other.AddDevice(number);
   }
   EXPECT_EQ(DisplayNames(), names);
-  UseSystem(&kernel);
+  v4l2::SetSystemCallsForTesting(&kernel);
 }
 
 TEST_F(LoopbackCameras, DoNotKeepThePcsOwnCameraFromBeingFound) {

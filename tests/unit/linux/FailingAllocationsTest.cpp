@@ -25,27 +25,27 @@ HRESULT MakeBindContext() {
 }
 
 // A tree that allocates while the platform asks for it.
-class AllocatingTree : public DeviceTree {
+class AllocatingTree : public devices::DeviceProvider {
  public:
-  std::vector<CaptureDevice> CaptureDevices() override {
+  std::vector<devices::CaptureDevice> CaptureDevices() override {
     const std::string text(kLongText, 'x');
-    return text.empty() ? std::vector<CaptureDevice>(1) : std::vector<CaptureDevice>();
+    return text.empty() ? std::vector<devices::CaptureDevice>(1) : std::vector<devices::CaptureDevice>();
   }
-  std::vector<UsbDevice> UsbDevices() override { return {{std::string(kLongText, 'X'), false, ""}}; }
+  std::vector<devices::UsbDevice> UsbDevices() override { return {{std::string(kLongText, 'X'), false, ""}}; }
 };
 
 TEST(FailingAllocations, AreTheOneOfTheNumberOrAlsoAllLaterOnes) {
   FailingAllocations allocations = FailingAllocations::InLibraries({kPlatformLibrary});
   EXPECT_EQ(MakeBindContext(), S_OK);
   EXPECT_EQ(allocations.Count(), 1U);
-  allocations.FailNth(2, Persistence::kOnce);
+  allocations.FailNth(2, Persistence::kTransient);
   EXPECT_EQ(MakeBindContext(), S_OK);
   EXPECT_FALSE(allocations.HasFailed());
   EXPECT_EQ(MakeBindContext(), E_OUTOFMEMORY);
   EXPECT_TRUE(allocations.HasFailed());
   EXPECT_EQ(MakeBindContext(), S_OK);
   EXPECT_EQ(allocations.Count(), 3U);
-  allocations.FailNth(2, Persistence::kForGood);
+  allocations.FailNth(2, Persistence::kPersistent);
   EXPECT_EQ(MakeBindContext(), S_OK);
   EXPECT_EQ(MakeBindContext(), E_OUTOFMEMORY);
   EXPECT_EQ(MakeBindContext(), E_OUTOFMEMORY);
@@ -58,7 +58,7 @@ TEST(FailingAllocations, AreTheOneOfTheNumberOrAlsoAllLaterOnes) {
 TEST(FailingAllocations, EndWithTheObject) {
   {
     FailingAllocations allocations = FailingAllocations::InLibraries({kPlatformLibrary});
-    allocations.FailNth(1, Persistence::kForGood);
+    allocations.FailNth(1, Persistence::kPersistent);
     EXPECT_EQ(MakeBindContext(), E_OUTOFMEMORY);
   }
   EXPECT_EQ(MakeBindContext(), S_OK);
@@ -66,16 +66,16 @@ TEST(FailingAllocations, EndWithTheObject) {
 
 TEST(FailingAllocations, AreOnlyThoseOfTheNamedLibraries) {
   FailingAllocations allocations = FailingAllocations::InLibraries({"libnuveq", "nuveqplatform", "libother"});
-  allocations.FailNth(1, Persistence::kForGood);
+  allocations.FailNth(1, Persistence::kPersistent);
   EXPECT_EQ(MakeBindContext(), S_OK);
   EXPECT_EQ(allocations.Count(), 0U);
 }
 
 TEST(FailingAllocations, AreNeverThoseOfTheProgramNorInItsFunctionsThatALibraryCalls) {
-  UseDeviceTree(std::make_shared<AllocatingTree>());
+  devices::SetDeviceProvider(std::make_shared<AllocatingTree>());
   {
     FailingAllocations allocations = FailingAllocations::InLibraries({kPlatformLibrary});
-    allocations.FailNth(2, Persistence::kForGood);
+    allocations.FailNth(2, Persistence::kPersistent);
     const std::string own(kLongText, 'x');
     ComPtr<ICreateDevEnum> devices;
     ComPtr<IEnumMoniker> monikers;
@@ -86,11 +86,11 @@ TEST(FailingAllocations, AreNeverThoseOfTheProgramNorInItsFunctionsThatALibraryC
     EXPECT_EQ(devices->CreateClassEnumerator(CLSID_VideoInputDeviceCategory, monikers.Put(), 0), S_FALSE);
     EXPECT_EQ(allocations.Count(), 1U);
   }
-  UseDeviceTree(nullptr);
+  devices::SetDeviceProvider(nullptr);
 }
 
 TEST(FailingAllocations, AreAlsoThoseThatTheStandardLibraryMakesForTheNamedOne) {
-  UseDeviceTree(std::make_shared<AllocatingTree>());
+  devices::SetDeviceProvider(std::make_shared<AllocatingTree>());
   HDEVINFO set = SetupDiGetClassDevsW(&GUID_DEVINTERFACE_USB_DEVICE, nullptr, nullptr, 0);
   SP_DEVINFO_DATA device{};
   device.cbSize = sizeof(device);
@@ -98,7 +98,7 @@ TEST(FailingAllocations, AreAlsoThoseThatTheStandardLibraryMakesForTheNamedOne) 
   std::array<char, 2 * kLongText> id{};
   {
     FailingAllocations allocations = FailingAllocations::InLibraries({kPlatformLibrary});
-    allocations.FailNth(1, Persistence::kOnce);
+    allocations.FailNth(1, Persistence::kTransient);
     // Copies a string, which the standard library's own code does.
     EXPECT_NE(CM_Get_Device_IDA(device.DevInst, id.data(), id.size(), 0), CR_SUCCESS);
     EXPECT_TRUE(allocations.HasFailed());
@@ -106,19 +106,19 @@ TEST(FailingAllocations, AreAlsoThoseThatTheStandardLibraryMakesForTheNamedOne) 
   }
   EXPECT_EQ(id.data(), std::string(kLongText, 'X'));
   SetupDiDestroyDeviceInfoList(set);
-  UseDeviceTree(nullptr);
+  devices::SetDeviceProvider(nullptr);
 }
 
 TEST(FailingAllocations, AreThoseOfEveryThread) {
   FailingAllocations allocations = FailingAllocations::InLibraries({kPlatformLibrary});
-  allocations.FailNth(2, Persistence::kOnce);
+  allocations.FailNth(2, Persistence::kTransient);
   EXPECT_EQ(MakeBindContext(), S_OK);
   std::thread([] { EXPECT_EQ(MakeBindContext(), E_OUTOFMEMORY); }).join();
 }
 
 TEST(FailingAllocations, ReachMallocWhereNoSanitizerOwnsIt) {
   FailingAllocations allocations = FailingAllocations::InLibraries({kPlatformLibrary});
-  allocations.FailNth(1, Persistence::kForGood);
+  allocations.FailNth(1, Persistence::kPersistent);
   void* const block = CoTaskMemAlloc(1);
   EXPECT_EQ(block == nullptr, FailingAllocations::ReachesMalloc());
   EXPECT_EQ(allocations.HasFailed(), FailingAllocations::ReachesMalloc());

@@ -39,27 +39,27 @@ class CameraGate {
 };
 
 // A camera that starts when a test lets it, and delivers nothing.
-class SlowCamera : public CaptureSource {
+class SlowCamera : public graph::CaptureSource {
  public:
   explicit SlowCamera(CameraGate& start) : m_start(start) {}
 
-  HRESULT ListFormats(std::vector<VideoFormat>& formats) override {
-    formats.push_back({FourCc("YUYV"), 64, 48, 333333});
+  HRESULT ListFormats(std::vector<graph::VideoFormat>& formats) override {
+    formats.push_back({graph::FourCc("YUYV"), 64, 48, 333333});
     return S_OK;
   }
-  HRESULT SetFormat(VideoFormat& /*format*/) override { return S_OK; }
+  HRESULT SetFormat(graph::VideoFormat& /*format*/) override { return S_OK; }
   HRESULT Start() override {
     m_start.Pass();
     return S_OK;
   }
-  Arrival Next(Deadline /*deadline*/, CapturedFrame& /*frame*/) override {
+  graph::CaptureResult Next(Deadline /*deadline*/, graph::CapturedFrame& /*frame*/) override {
     std::unique_lock lock(m_mutex);
     m_changed.wait(lock, [this] { return m_isWoken; });
-    return Arrival::kWoken;
+    return graph::CaptureResult::kInterrupted;
   }
-  void Recycle(const CapturedFrame& /*frame*/) override {}
+  void Recycle(const graph::CapturedFrame& /*frame*/) override {}
   void Stop() override {}
-  void Wake() override {
+  void Interrupt() override {
     const std::lock_guard lock(m_mutex);
     m_isWoken = true;
     m_changed.notify_all();
@@ -82,7 +82,9 @@ class SlowlyLostCamera : public SlowCamera {
     ++m_starts;
     return S_OK;
   }
-  Arrival Next(Deadline /*deadline*/, CapturedFrame& /*frame*/) override { return Arrival::kLost; }
+  graph::CaptureResult Next(Deadline /*deadline*/, graph::CapturedFrame& /*frame*/) override {
+    return graph::CaptureResult::kDisconnected;
+  }
   void Stop() override { m_gate.Pass(); }
 
  private:
@@ -91,24 +93,24 @@ class SlowlyLostCamera : public SlowCamera {
 };
 
 // Its only device is the camera that is made so.
-class SlowTree : public DeviceTree {
+class SlowTree : public devices::DeviceProvider {
  public:
-  explicit SlowTree(std::function<std::unique_ptr<CaptureSource>()> make) : m_make(std::move(make)) {}
+  explicit SlowTree(std::function<std::unique_ptr<graph::CaptureSource>()> make) : m_make(std::move(make)) {}
 
-  std::vector<CaptureDevice> CaptureDevices() override {
+  std::vector<devices::CaptureDevice> CaptureDevices() override {
     return {{"@device:slow", "Slow camera", "nowhere", "", m_make}};
   }
-  std::vector<UsbDevice> UsbDevices() override { return {}; }
+  std::vector<devices::UsbDevice> UsbDevices() override { return {}; }
 
  private:
-  std::function<std::unique_ptr<CaptureSource>()> m_make;
+  std::function<std::unique_ptr<graph::CaptureSource>()> m_make;
 };
 
 class OverlappingCalls : public GraphTest {
  protected:
   void TearDown() override {
     GraphTest::TearDown();
-    UseDeviceTree(nullptr);
+    devices::SetDeviceProvider(nullptr);
   }
 
   CameraGate gate;
@@ -119,7 +121,8 @@ using ReturnedDevice = GraphTest;
 using DisconnectedDevice = GraphTest;
 
 TEST_F(OverlappingCalls, StopDuringARunEndsTheRunAndItsWaits) {
-  UseDeviceTree(std::make_shared<SlowTree>([this] { return std::make_unique<SlowCamera>(gate); }));
+  devices::SetDeviceProvider(
+      std::make_shared<SlowTree>([this] { return std::make_unique<SlowCamera>(gate); }));
   ASSERT_EQ(graph.Build(&callback), S_OK);
   std::thread running([&] { EXPECT_EQ(Run(), S_OK); });
   ASSERT_TRUE(gate.WaitUntilReached());
@@ -136,7 +139,8 @@ TEST_F(OverlappingCalls, StopDuringARunEndsTheRunAndItsWaits) {
 
 TEST_F(OverlappingCalls, RunWhileALostCameraIsBeingStoppedStartsItAfresh) {
   std::atomic<int> starts = 0;
-  UseDeviceTree(std::make_shared<SlowTree>([&] { return std::make_unique<SlowlyLostCamera>(gate, starts); }));
+  devices::SetDeviceProvider(
+      std::make_shared<SlowTree>([&] { return std::make_unique<SlowlyLostCamera>(gate, starts); }));
   ASSERT_EQ(graph.Build(&callback), S_OK);
   ASSERT_EQ(Run(), S_OK);
   EXPECT_EQ(WaitForEvent(), kEventDeviceLost);
@@ -166,7 +170,7 @@ TEST_F(UselessCamera, WhosePicturesCannotBeDecodedEndsTheWaitAsAnAbort) {
   driver.join();
   EXPECT_EQ(Stop(), S_OK);
   EXPECT_EQ(callback.Count(), 0U);
-  EXPECT_GT(LatestStreamCounters().undecodable, 0U);
+  EXPECT_GT(graph::LatestStreamStats().undecodable, 0U);
   EXPECT_FALSE(device->IsStreaming());
 }
 
@@ -174,16 +178,16 @@ TEST_F(ReturnedDevice, ServesTheSameGraphWithoutAStopBetween) {
   BuildAndRun();
   Stream({1});
   UnplugLaptopCamera();
-  ASSERT_TRUE(WaitUntil([] { return LatestStreamCounters().isLost; }));
+  ASSERT_TRUE(WaitUntil([] { return graph::LatestStreamStats().isDisconnected; }));
   EXPECT_EQ(Run(), kGone);
-  FakeVideoDevice* const before = device;
+  FakeV4l2Device* const before = device;
   device = &AddLaptopCamera();
   ASSERT_EQ(Run(), S_OK);
   EXPECT_EQ(WaitResult(0), E_ABORT) << "the completion of the earlier run is not this one's";
-  EXPECT_FALSE(LatestStreamCounters().isLost);
+  EXPECT_FALSE(graph::LatestStreamStats().isDisconnected);
   Stream({2, 3});
   EXPECT_EQ(WaitForEvent(), kEventComplete);
-  EXPECT_EQ(LatestStreamCounters().delivered, 2U);
+  EXPECT_EQ(graph::LatestStreamStats().delivered, 2U);
   EXPECT_EQ(before->OpenHandles(), 0U);
 }
 
@@ -204,12 +208,12 @@ TEST_F(DisconnectedDevice, IsLostOnceTheKernelHasTakenItAway) {
   BuildAndRun();
   Stream({1, 2});
   device->Disconnect();
-  ASSERT_TRUE(WaitUntil([] { return LatestStreamCounters().damaged >= 4; })) << "all buffers at least";
-  EXPECT_FALSE(LatestStreamCounters().isLost);
+  ASSERT_TRUE(WaitUntil([] { return graph::LatestStreamStats().damaged >= 4; })) << "all buffers at least";
+  EXPECT_FALSE(graph::LatestStreamStats().isDisconnected);
   UnplugLaptopCamera();
-  ASSERT_TRUE(WaitUntil([] { return LatestStreamCounters().isLost; }));
+  ASSERT_TRUE(WaitUntil([] { return graph::LatestStreamStats().isDisconnected; }));
   EXPECT_EQ(Stop(), S_OK);
-  const StreamCounters counters = LatestStreamCounters();
+  const graph::StreamStats counters = graph::LatestStreamStats();
   EXPECT_EQ(counters.delivered, 2U);
   EXPECT_EQ(counters.missed, 0U);
   EXPECT_EQ(callback.Count(), 2U);
@@ -218,7 +222,7 @@ TEST_F(DisconnectedDevice, IsLostOnceTheKernelHasTakenItAway) {
 TEST_F(DisconnectedDevice, CanBeStoppedBeforeTheKernelHasTakenItAway) {
   BuildAndRun();
   device->Disconnect();
-  ASSERT_TRUE(WaitUntil([] { return LatestStreamCounters().damaged >= 4; }));
+  ASSERT_TRUE(WaitUntil([] { return graph::LatestStreamStats().damaged >= 4; }));
   EXPECT_EQ(Stop(), S_OK);
   EXPECT_FALSE(device->IsStreaming());
   EXPECT_NE(WaitResult(kForEver), S_OK);

@@ -32,7 +32,7 @@ class StrayBytes : public GraphTest {
     Deliver(last);
     EXPECT_TRUE(WaitUntil([&] {
       return callback.Count() > before &&
-             LatestStreamCounters().delivered + LatestStreamCounters().undecodable == m_delivered;
+             graph::LatestStreamStats().delivered + graph::LatestStreamStats().undecodable == m_delivered;
     }));
     EXPECT_EQ(Stop(), S_OK);
     m_delivered = 0;

@@ -39,8 +39,8 @@ class Mjpeg : public GraphTest {
     EXPECT_THAT(Decode(TestJpeg(kWidth, kHeight)), SizeIs(kWidth * kHeight * 4));
     EXPECT_EQ(callback.Count(), before + 1);
     EXPECT_EQ(Stop(), S_OK);
-    EXPECT_EQ(LatestStreamCounters().delivered, before + 1);
-    return LatestStreamCounters().undecodable + LatestStreamCounters().tooShort;
+    EXPECT_EQ(graph::LatestStreamStats().delivered, before + 1);
+    return graph::LatestStreamStats().undecodable + graph::LatestStreamStats().tooShort;
   }
 };
 
@@ -69,50 +69,16 @@ void ExpectTestPicture(const std::vector<std::uint8_t>& picture) {
   ExpectBgra(picture, 1, 1, kBottomRight);
 }
 
-// BT.601, limited range.
-void ExpectYuy2(const std::vector<std::uint8_t>& picture, int column, int row, const Colour& colour) {
-  ASSERT_THAT(picture, SizeIs(kWidth * kHeight * 2));
-  const int x = kWidth / 4 + column * kWidth / 2;
-  const int y = kHeight / 4 + row * kHeight / 2;
-  const auto at = static_cast<std::size_t>(y * kWidth + x) * 2;
-  const double r = colour.r;
-  const double g = colour.g;
-  const double b = colour.b;
-  ExpectChannel(picture.at(at), static_cast<int>(16 + 0.257 * r + 0.504 * g + 0.098 * b), "luma");
-  ExpectChannel(picture.at(at + 1), static_cast<int>(128 - 0.148 * r - 0.291 * g + 0.439 * b), "Cb");
-  ExpectChannel(picture.at(at + 3), static_cast<int>(128 + 0.439 * r - 0.368 * g - 0.071 * b), "Cr");
-}
-
 TEST_F(Mjpeg, BecomesArgbWithTheLowestLineFirst) {
   BuildAndRun(MjpgTo(MEDIASUBTYPE_ARGB32));
   ExpectTestPicture(Decode(TestJpeg(kWidth, kHeight)));
   EXPECT_EQ(WaitForEvent(), kEventComplete);
 }
 
-TEST_F(Mjpeg, BecomesYuy2WithTheUppermostLineFirst) {
-  BuildAndRun(MjpgTo(MEDIASUBTYPE_YUY2));
-  const std::vector<std::uint8_t> picture = Decode(TestJpeg(kWidth, kHeight));
-  ExpectYuy2(picture, 0, 0, kTopLeft);
-  ExpectYuy2(picture, 1, 0, kTopRight);
-  ExpectYuy2(picture, 0, 1, kBottomLeft);
-  ExpectYuy2(picture, 1, 1, kBottomRight);
-}
-
 TEST_F(Mjpeg, OfEverySubsamplingIsDecoded) {
-  for (const GUID& subtype : {MEDIASUBTYPE_ARGB32, MEDIASUBTYPE_YUY2}) {
-    BuildAndRun(MjpgTo(subtype));
-    for (const TJSAMP subsampling : {TJSAMP_444, TJSAMP_422, TJSAMP_420, TJSAMP_440, TJSAMP_411}) {
-      const std::vector<std::uint8_t> picture = Decode(TestJpeg(kWidth, kHeight, subsampling));
-      if (subtype == MEDIASUBTYPE_ARGB32) {
-        ExpectTestPicture(picture);
-      } else {
-        ExpectYuy2(picture, 0, 0, kTopLeft);
-        ExpectYuy2(picture, 1, 1, kBottomRight);
-      }
-    }
-    EXPECT_EQ(Stop(), S_OK);
-    graph.Release();
-    UnplugLaptopCamera();
+  BuildAndRun(MjpgTo(MEDIASUBTYPE_ARGB32));
+  for (const TJSAMP subsampling : {TJSAMP_444, TJSAMP_422, TJSAMP_420, TJSAMP_440, TJSAMP_411}) {
+    ExpectTestPicture(Decode(TestJpeg(kWidth, kHeight, subsampling)));
   }
 }
 

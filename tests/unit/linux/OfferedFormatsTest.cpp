@@ -87,7 +87,7 @@ TEST_F(OfferedFormats, ExcludeOddWidthsThatCannotBePacked) {
 }
 
 TEST_F(OfferedFormats, ListASizeAndRateOnceAndPreferTheNativeFormat) {
-  FakeVideoDevice& device =
+  FakeV4l2Device& device =
       AddCamera({{V4L2_PIX_FMT_UYVY, {Discrete(64, 48, {60, 30}), Discrete(32, 24, {30})}},
                  {V4L2_PIX_FMT_NV12, {Discrete(64, 48, {60, 30}), Discrete(128, 96, {30})}},
                  {kYuyv, {Discrete(64, 48, {30, 15})}}});

@@ -66,11 +66,11 @@ class ShortMemory : public GraphTest {
 
 // --- Lists ---
 
-bool IsSame(const CaptureDevice& a, const CaptureDevice& b) {
+bool IsSame(const devices::CaptureDevice& a, const devices::CaptureDevice& b) {
   return a.displayName == b.displayName && a.name == b.name && a.node == b.node &&
-         a.whyNotBuiltIn == b.whyNotBuiltIn;
+         a.exclusionReason == b.exclusionReason;
 }
-bool IsSame(const UsbDevice& a, const UsbDevice& b) {
+bool IsSame(const devices::UsbDevice& a, const devices::UsbDevice& b) {
   return a.id == b.id && a.isRemovable == b.isRemovable && a.firstChildId == b.firstChildId;
 }
 
@@ -78,12 +78,12 @@ class ShortMemoryOfAList : public ShortMemory, public ::testing::WithParamInterf
  protected:
   // Of devices, from a function of the machine's tree.
   template <typename Device>
-  void ExpectWholeOrRefused(std::vector<Device> (DeviceTree::*list)()) {
-    const std::vector<Device> whole = (CurrentDeviceTree().get()->*list)();
+  void ExpectWholeOrRefused(std::vector<Device> (devices::DeviceProvider::*list)()) {
+    const std::vector<Device> whole = (devices::CurrentDeviceProvider().get()->*list)();
     ASSERT_EQ(whole.size(), 2U);
     FailEveryAllocation(GetParam(), [&] {
       try {
-        const std::vector<Device> listed = (CurrentDeviceTree().get()->*list)();
+        const std::vector<Device> listed = (devices::CurrentDeviceProvider().get()->*list)();
         ASSERT_EQ(listed.size(), whole.size());
         EXPECT_TRUE(IsSame(listed[0], whole[0]));
         EXPECT_TRUE(IsSame(listed[1], whole[1]));
@@ -95,11 +95,11 @@ class ShortMemoryOfAList : public ShortMemory, public ::testing::WithParamInterf
 };
 
 TEST_P(ShortMemoryOfAList, GivesTheWholeListOfCamerasOrNone) {
-  ExpectWholeOrRefused(&DeviceTree::CaptureDevices);
+  ExpectWholeOrRefused(&devices::DeviceProvider::CaptureDevices);
 }
 
 TEST_P(ShortMemoryOfAList, GivesTheWholeListOfUsbDevicesOrNone) {
-  ExpectWholeOrRefused(&DeviceTree::UsbDevices);
+  ExpectWholeOrRefused(&devices::DeviceProvider::UsbDevices);
 }
 
 TEST_P(ShortMemoryOfAList, KeepsTheBuiltInCameraFromBeingFoundAtMost) {
@@ -113,9 +113,9 @@ TEST_P(ShortMemoryOfAList, KeepsTheBuiltInCameraFromBeingFoundAtMost) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Persistences, ShortMemoryOfAList,
-                         ::testing::Values(Persistence::kOnce, Persistence::kForGood),
+                         ::testing::Values(Persistence::kTransient, Persistence::kPersistent),
                          [](const auto& tested) {
-                           return tested.param == Persistence::kOnce ? "Once" : "ForGood";
+                           return tested.param == Persistence::kTransient ? "Once" : "ForGood";
                          });
 
 // --- From a camera's name to the release of its graph ---
@@ -199,7 +199,7 @@ class ShortMemoryOfAGraph : public ShortMemory, public ::testing::WithParamInter
     LONG code = 0;
     EXPECT_EQ(built.Wait(kForEver, code), S_OK);
     EXPECT_TRUE(WaitUntil([] {
-      const StreamCounters counters = LatestStreamCounters();
+      const graph::StreamStats counters = graph::LatestStreamStats();
       return counters.delivered + counters.undecodable >= kFrames;
     }));
     return code == kEventComplete;
@@ -212,7 +212,7 @@ TEST_P(ShortMemoryOfAGraph, IsSurvivedAndMadeUpForByTryingAgain) {
   const Shortage& shortage = GetParam();
   FailEveryAllocation(shortage.persistence, [&] {
     const auto isToSucceed = [&] {
-      return shortage.persistence == Persistence::kOnce || !allocations.HasFailed();
+      return shortage.persistence == Persistence::kTransient || !allocations.HasFailed();
     };
     EXPECT_TRUE(Use(shortage.settings) || !isToSucceed());
   });
@@ -221,14 +221,14 @@ TEST_P(ShortMemoryOfAGraph, IsSurvivedAndMadeUpForByTryingAgain) {
 
 INSTANTIATE_TEST_SUITE_P(
     Formats, ShortMemoryOfAGraph,
-    ::testing::Values(Shortage{"YuvOnce", {}, Persistence::kOnce},
-                      Shortage{"YuvForGood", {}, Persistence::kForGood},
-                      Shortage{"SamplesOnce", WithSamples(), Persistence::kOnce},
-                      Shortage{"SamplesForGood", WithSamples(), Persistence::kForGood},
-                      Shortage{"MjpgToArgbOnce", MjpgTo(MEDIASUBTYPE_ARGB32), Persistence::kOnce},
-                      Shortage{"MjpgToArgbForGood", MjpgTo(MEDIASUBTYPE_ARGB32), Persistence::kForGood},
-                      Shortage{"MjpgToYuvOnce", MjpgTo(MEDIASUBTYPE_YUY2), Persistence::kOnce},
-                      Shortage{"MjpgToYuvForGood", MjpgTo(MEDIASUBTYPE_YUY2), Persistence::kForGood}),
+    ::testing::Values(Shortage{"YuvOnce", {}, Persistence::kTransient},
+                      Shortage{"YuvForGood", {}, Persistence::kPersistent},
+                      Shortage{"SamplesOnce", WithSamples(), Persistence::kTransient},
+                      Shortage{"SamplesForGood", WithSamples(), Persistence::kPersistent},
+                      Shortage{"MjpgToArgbOnce", MjpgTo(MEDIASUBTYPE_ARGB32), Persistence::kTransient},
+                      Shortage{"MjpgToArgbForGood", MjpgTo(MEDIASUBTYPE_ARGB32), Persistence::kPersistent},
+                      Shortage{"MjpgToYuvOnce", MjpgTo(MEDIASUBTYPE_YUY2), Persistence::kTransient},
+                      Shortage{"MjpgToYuvForGood", MjpgTo(MEDIASUBTYPE_YUY2), Persistence::kPersistent}),
     [](const auto& tested) { return tested.param.name; });
 
 // --- What no counter of the platform's shows ---
@@ -259,7 +259,7 @@ class ShortMemoryOfADecoder : public ShortMemory {
     ASSERT_EQ(ChangeFormat(*built.cameraPin.Get(), settings.cameraSubtype, settings.width, settings.height,
                            settings.interval),
               S_OK);
-    allocations.FailNth(number, Persistence::kForGood);
+    allocations.FailNth(number, Persistence::kPersistent);
     const HRESULT result = built.Connect();
     EXPECT_EQ(result, allocations.HasFailed() ? E_OUTOFMEMORY : S_OK);
   }

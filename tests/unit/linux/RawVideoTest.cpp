@@ -141,7 +141,7 @@ TEST_P(RawVideo, ThatLacksItsLastSampleIsDropped) {
   ASSERT_TRUE(callback.WaitForFrames(1));
   EXPECT_EQ(Stop(), S_OK);
   EXPECT_EQ(callback.Count(), 1U);
-  EXPECT_EQ(LatestStreamCounters().tooShort, 1U);
+  EXPECT_EQ(graph::LatestStreamStats().tooShort, 1U);
 }
 
 INSTANTIATE_TEST_SUITE_P(All, RawVideo, ::testing::ValuesIn(kFormats),

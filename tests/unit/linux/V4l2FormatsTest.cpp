@@ -22,7 +22,7 @@ TEST_F(SetFormat, BeforeItTheFirstOfferIsTheCurrentFormat) {
 }
 
 TEST_F(SetFormat, SetsTheDeviceAndIsTheCurrentFormatFromThenOn) {
-  FakeVideoDevice& device = AddCamera();
+  FakeV4l2Device& device = AddCamera();
   EXPECT_EQ(Change(MEDIASUBTYPE_MJPG, 128, 96, 166666), S_OK);
   EXPECT_EQ(DescribeCurrentFormat(*pin.Get()), "MJPG 128x96 166666");
   EXPECT_EQ(Change(MEDIASUBTYPE_YUY2, 64, 48, 666666), S_OK);
@@ -59,7 +59,7 @@ TEST_F(SetFormat, EveryOfferCanBeSet) {
 TEST_F(SetFormat, AcceptsTheOfferedIntervalAsTheLibraryComputesItFromARate) {
   SizeOffer size = Discrete(64, 48, {});
   size.intervals.values = {{1001, 30000}, {1, 15}};
-  FakeVideoDevice& device = AddCamera({{kYuyv, {size}}});
+  FakeV4l2Device& device = AddCamera({{kYuyv, {size}}});
   // 29.97 frames per second are 29 whole ones, 344827 units.
   EXPECT_EQ(Change(MEDIASUBTYPE_YUY2, 64, 48, 344827), S_OK);
   EXPECT_EQ(device.Interval().denominator, 30000U);
@@ -80,7 +80,7 @@ TEST_F(SetFormat, RefusesTheSubtypesOfFormatsThatAreOfferedAsYuy2) {
 }
 
 TEST_F(SetFormat, RefusesAnOfferThatTheDriverDoesNotKeep) {
-  FakeVideoDevice& device = AddCamera();
+  FakeV4l2Device& device = AddCamera();
   device.SetSettings([](VideoDeviceSettings& settings) {
     settings.substituteFormat = [](v4l2_pix_format& format) { format.width = 32; };
   });
@@ -92,7 +92,7 @@ TEST_F(SetFormat, RefusesAnOfferThatTheDriverDoesNotKeep) {
 }
 
 TEST_F(SetFormat, AcceptsAnotherRateAndSaysWhichItIs) {
-  FakeVideoDevice& device = AddCamera();
+  FakeV4l2Device& device = AddCamera();
   EXPECT_EQ(Change(MEDIASUBTYPE_YUY2, 64, 48, 1'000'000), S_OK);
   EXPECT_EQ(DescribeCurrentFormat(*pin.Get()), "YUY2 64x48 666666");
   device.SetSettings([](VideoDeviceSettings& settings) {
@@ -115,7 +115,7 @@ TEST_F(SetFormat, AcceptsIntervalsThatAreNone) {
 TEST_F(SetFormat, WorksWithDriversThatCannotSetTheRate) {
   VideoDeviceSettings settings;
   settings.rate = RateControl::kFixed;
-  FakeVideoDevice& device = AddCamera(settings);
+  FakeV4l2Device& device = AddCamera(settings);
   EXPECT_EQ(Change(MEDIASUBTYPE_YUY2, 64, 48, 666666), S_OK);
   EXPECT_EQ(DescribeCurrentFormat(*pin.Get()), "YUY2 64x48 333333") << "what the device says it delivers";
   device.SetSettings([](VideoDeviceSettings& changed) { changed.rate = RateControl::kNone; });

@@ -47,7 +47,7 @@ class DoctorOnPc : public LinuxTest {
     kernel.Tree().SetUsbAttribute(name + ":1.0", "bInterfaceClass", "09");
   }
   void TearDown() override {
-    UseDeviceTree(nullptr);
+    devices::SetDeviceProvider(nullptr);
     LinuxTest::TearDown();
   }
   std::string Node(int number) const {
@@ -206,15 +206,16 @@ TEST_F(DoctorOnPc, SaysThatANodeIsOutOfReach) {
 }
 
 // A tree of a host that says nothing more of its devices.
-class PlainTree : public DeviceTree {
+class PlainTree : public devices::DeviceProvider {
  public:
   explicit PlainTree(bool isRemovable, std::string firstFunction = R"(USB\VID_1111&PID_2222&MI_00\HOST)")
       : m_isRemovable(isRemovable), m_firstFunction(std::move(firstFunction)) {}
-  std::vector<CaptureDevice> CaptureDevices() override {
+  std::vector<devices::CaptureDevice> CaptureDevices() override {
     return {{R"(@device:pnp:\\?\usb#vid_1111&pid_2222&mi_00#host#camera)", "Host's camera", "nowhere",
-             m_isRemovable ? "it is plugged in" : "", [] { return std::unique_ptr<CaptureSource>(); }}};
+             m_isRemovable ? "it is plugged in" : "",
+             [] { return std::unique_ptr<graph::CaptureSource>(); }}};
   }
-  std::vector<UsbDevice> UsbDevices() override {
+  std::vector<devices::UsbDevice> UsbDevices() override {
     return {{R"(USB\VID_1111&PID_2222\HOST)", m_isRemovable, m_firstFunction}};
   }
 
@@ -223,13 +224,13 @@ class PlainTree : public DeviceTree {
   std::string m_firstFunction;
 };
 
-UsbDetails HostsUsbDevice() {
-  UsbDetails details;
+devices::UsbDetails HostsUsbDevice() {
+  devices::UsbDetails details;
   details.place = "1-5";
   details.id = R"(USB\VID_1111&PID_2222\HOST)";
-  details.isRemovable = false;
-  details.source = VerdictSource::kFirmware;
-  details.connectType = "hardwired";
+  details.removability.isRemovable = false;
+  details.removability.source = devices::RemovabilitySource::kFirmware;
+  details.removability.connectType = "hardwired";
   return details;
 }
 
@@ -238,11 +239,11 @@ UsbDetails HostsUsbDevice() {
 class RestlessTree : public PlainTree {
  public:
   explicit RestlessTree(bool stays) : PlainTree(false), m_stays(stays) {}
-  std::vector<CaptureDevice> CaptureDevices() override {
+  std::vector<devices::CaptureDevice> CaptureDevices() override {
     return std::exchange(m_isThere, m_isThere && m_stays) ? PlainTree::CaptureDevices()
-                                                          : std::vector<CaptureDevice>();
+                                                          : std::vector<devices::CaptureDevice>();
   }
-  std::vector<UsbDetails> DescribeUsbDevices() override {
+  std::vector<devices::UsbDetails> DescribeUsbDevices() override {
     m_isThere = true;
     return {HostsUsbDevice()};
   }
@@ -253,14 +254,14 @@ class RestlessTree : public PlainTree {
 };
 
 TEST_F(DoctorOnPc, LooksOnceMoreWhenACameraHasCome) {
-  UseDeviceTree(std::make_shared<RestlessTree>(true));
+  devices::SetDeviceProvider(std::make_shared<RestlessTree>(true));
   EXPECT_EQ(Run(), ExitCode::kCannotOpen);
   EXPECT_THAT(out.str(), HasSubstr("TAKEN: the first camera"));
   EXPECT_THAT(out.str(), HasSubstr("Host's camera (nowhere) is built in, but it cannot be read\n"));
 }
 
 TEST_F(DoctorOnPc, SaysThatItSawACameraThatTheLibraryDidNot) {
-  UseDeviceTree(std::make_shared<RestlessTree>(false));
+  devices::SetDeviceProvider(std::make_shared<RestlessTree>(false));
   EXPECT_EQ(Run(), ExitCode::kNoCamera);
   EXPECT_THAT(out.str(), HasSubstr("would be taken: the first camera of a USB device, which is built in\n"));
   EXPECT_THAT(out.str(), HasSubstr("looks built in, but the library did not take it\n"));
@@ -273,10 +274,10 @@ TEST_F(DoctorOnPc, SaysThatItSawACameraThatTheLibraryDidNot) {
 class ChangingTree : public PlainTree {
  public:
   ChangingTree() : PlainTree(true) {}
-  std::vector<UsbDetails> DescribeUsbDevices() override {
-    return m_usbLooks++ % 2 == 0 ? std::vector<UsbDetails>() : std::vector{HostsUsbDevice()};
+  std::vector<devices::UsbDetails> DescribeUsbDevices() override {
+    return m_usbLooks++ % 2 == 0 ? std::vector<devices::UsbDetails>() : std::vector{HostsUsbDevice()};
   }
-  std::vector<VideoNodeDetails> DescribeVideoNodes() override {
+  std::vector<devices::VideoNodeDetails> DescribeVideoNodes() override {
     return {{"nowhere", "Node", "1-5", "there is no device behind it", ENODEV},
             {"gone", "Node", "1-5", "", 0}};
   }
@@ -286,7 +287,7 @@ class ChangingTree : public PlainTree {
 };
 
 TEST_F(DoctorOnPc, SaysNothingThatIsOverOfDevicesThatChange) {
-  UseDeviceTree(std::make_shared<ChangingTree>());
+  devices::SetDeviceProvider(std::make_shared<ChangingTree>());
   EXPECT_EQ(Run(), ExitCode::kNoCamera);
   EXPECT_THAT(out.str(), Not(HasSubstr("host program")));
   EXPECT_THAT(out.str(), HasSubstr("  1-5  "));
@@ -296,17 +297,17 @@ TEST_F(DoctorOnPc, SaysNothingThatIsOverOfDevicesThatChange) {
 }
 
 TEST_F(DoctorOnPc, TakesTheWordOfAHostProgram) {
-  UseDeviceTree(std::make_shared<PlainTree>(true));
+  devices::SetDeviceProvider(std::make_shared<PlainTree>(true));
   EXPECT_EQ(Run(), ExitCode::kNoCamera);
   EXPECT_THAT(out.str(),
               HasSubstr(R"(  USB\VID_1111&PID_2222\HOST    can be removed: the host program says so)"));
   EXPECT_THAT(out.str(), HasSubstr("correct the host program's list of devices\n"));
-  UseDeviceTree(std::make_shared<PlainTree>(false));
+  devices::SetDeviceProvider(std::make_shared<PlainTree>(false));
   EXPECT_EQ(Run(true), ExitCode::kCannotOpen);
   EXPECT_THAT(out.str(), HasSubstr(R"("verdictFrom":"host","verdict":"built in: the host program says so")"));
   EXPECT_THAT(out.str(), EndsWith("\"otherNodes\":[]}\n"));
   // A camera whose USB device is not known by it.
-  UseDeviceTree(std::make_shared<PlainTree>(true, R"(USB\VID_1111&PID_2222&MI_02\HOST)"));
+  devices::SetDeviceProvider(std::make_shared<PlainTree>(true, R"(USB\VID_1111&PID_2222&MI_02\HOST)"));
   EXPECT_EQ(Run(), ExitCode::kNoCamera);
   EXPECT_THAT(out.str(), HasSubstr("Host's camera (nowhere) cannot be used: it is plugged in\n"));
 }

@@ -14,7 +14,7 @@ using ::testing::Contains;
 using ::testing::HasSubstr;
 
 TEST(Doctor, ShowsDevicesInTablesAndConcludes) {
-  PcSurvey pc = Laptop();
+  DeviceInventory pc = Laptop();
   pc.usbDevices.push_back(UsbDeviceAt("1-6", true, "nobody"));
   pc.usbDevices[2].isHub = true;
   pc.usbDevices[2].name = "";
@@ -55,16 +55,16 @@ TEST(Doctor, ShowsAPcWithoutDevices) {
 }
 
 // Every text of a device, and where it is: what is left of one must not reach a terminal.
-std::vector<std::string*> TextsOf(SurveyedUsbDevice& device) {
+std::vector<std::string*> TextsOf(UsbDeviceInfo& device) {
   return {&device.place,       &device.name,      &device.model,      &device.id,           &device.verdict,
           &device.connectType, &device.attribute, &device.verdictHub, &device.firstFunction};
 }
 
-std::vector<std::string*> TextsOf(SurveyedNode& node) {
+std::vector<std::string*> TextsOf(VideoNodeInfo& node) {
   return {&node.node, &node.name, &node.usbPlace, &node.reason, &node.openError, &node.openIn[0]};
 }
 
-std::vector<std::string*> TextsOf(PcSurvey& pc) {
+std::vector<std::string*> TextsOf(DeviceInventory& pc) {
   std::vector<std::string*> texts;
   const auto add = [&texts](auto& device) {
     const std::vector<std::string*> more = TextsOf(device);
@@ -84,8 +84,8 @@ bool IsPoisoned(const std::string& text) {
 }
 
 // Every advice on a device that can be removed, a camera of unknown origin, one that is taken, and a node.
-PcSurvey PoisonedPc(const std::string& poison, bool isTaken) {
-  PcSurvey pc;
+DeviceInventory PoisonedPc(const std::string& poison, bool isTaken) {
+  DeviceInventory pc;
   for (const char* const from : {"firmware", "parent", "nobody", "attribute", "host"}) {
     const std::string place = poison + from;
     pc.usbDevices.push_back(UsbDeviceAt(place, true, from));
@@ -96,7 +96,7 @@ PcSurvey PoisonedPc(const std::string& poison, bool isTaken) {
   pc.captureDevices.back().isUsb = true;
   pc.otherNodes.push_back(NodeAt("node", "", "reason"));
   for (auto* const nodes : {&pc.captureDevices, &pc.otherNodes}) {
-    for (SurveyedNode& node : *nodes) {
+    for (VideoNodeInfo& node : *nodes) {
       node.openIn = {"program"};
       node.openError = "error";
     }
@@ -108,7 +108,7 @@ PcSurvey PoisonedPc(const std::string& poison, bool isTaken) {
       *text = poison;
     }
   }
-  for (SurveyedUsbDevice& device : pc.usbDevices) {
+  for (UsbDeviceInfo& device : pc.usbDevices) {
     device.verdictHub = poison;
     device.connectType = poison;
   }
@@ -122,20 +122,20 @@ TEST(Doctor, ShowsNoControlCharactersOfDevices) {
          {LibraryAnswer{kOffered, ""}, LibraryAnswer{{}, poison},
           LibraryAnswer{Capabilities{poison, {{1, 1}}, {}}, ""}, LibraryAnswer{}}) {
       for (const bool isTaken : {true, false}) {
-        const PcSurvey pc = PoisonedPc(poison, isTaken);
+        const DeviceInventory pc = PoisonedPc(poison, isTaken);
         const std::string text = DoctorText(pc, Conclude(pc, answer, kDoctorSystem));
         EXPECT_FALSE(IsPoisoned(text)) << text;
       }
     }
   }
-  PcSurvey pc = PoisonedPc("\x1b", false);
+  DeviceInventory pc = PoisonedPc("\x1b", false);
   pc.usbDevices[0].hasVideo = true;
   pc.captureDevices.clear();
   EXPECT_THAT(AdviceFor(pc), Contains(HasSubstr("USB device ?firmware is a camera")));
 }
 
 TEST(DoctorsJson, HasEverything) {
-  PcSurvey pc = Laptop();
+  DeviceInventory pc = Laptop();
   pc.usbDevices[0].connectType = "hardwired";
   pc.usbDevices[0].attribute = "fixed";
   pc.usbDevices[0].firstFunction = "USB\\1";
@@ -164,10 +164,10 @@ TEST(DoctorsJson, HasEverything) {
 }
 
 TEST(DoctorsJson, EscapesEveryText) {
-  const auto write = [](const PcSurvey& pc, const LibraryAnswer& answer) {
+  const auto write = [](const DeviceInventory& pc, const LibraryAnswer& answer) {
     return DoctorJson(pc, answer, Conclude(pc, answer, kDoctorSystem));
   };
-  PcSurvey pc = PoisonedPc("text", false);
+  DeviceInventory pc = PoisonedPc("text", false);
   for (std::string* const text : TextsOf(pc)) {
     const std::string kept = std::exchange(*text, "\"\x1b");
     const std::string json = write(pc, {});

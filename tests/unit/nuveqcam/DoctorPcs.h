@@ -11,8 +11,8 @@ namespace doctor_pcs {
 inline constexpr SystemTraits kDoctorSystem{
     .withoutDriver = "load it", .withoutStatus = "look elsewhere", .withoutCamera = "buy one"};
 
-inline SurveyedUsbDevice UsbDeviceAt(const std::string& place, bool isRemovable, const std::string& from) {
-  SurveyedUsbDevice device;
+inline UsbDeviceInfo UsbDeviceAt(const std::string& place, bool isRemovable, const std::string& from) {
+  UsbDeviceInfo device;
   device.place = place;
   device.name = "Camera " + place;
   device.model = "04f2:b6be";
@@ -24,8 +24,8 @@ inline SurveyedUsbDevice UsbDeviceAt(const std::string& place, bool isRemovable,
   return device;
 }
 
-inline SurveyedNode NodeAt(const std::string& node, const std::string& usbPlace, const std::string& reason) {
-  SurveyedNode device;
+inline VideoNodeInfo NodeAt(const std::string& node, const std::string& usbPlace, const std::string& reason) {
+  VideoNodeInfo device;
   device.node = node;
   device.name = "Camera";
   device.usbPlace = usbPlace;
@@ -34,8 +34,8 @@ inline SurveyedNode NodeAt(const std::string& node, const std::string& usbPlace,
   return device;
 }
 
-inline PcSurvey Laptop() {
-  PcSurvey pc;
+inline DeviceInventory Laptop() {
+  DeviceInventory pc;
   pc.usbDevices = {UsbDeviceAt("1-5", false, "firmware"), UsbDeviceAt("1-6.10", true, "hub")};
   pc.usbDevices[1].verdictHub = "1-6";
   pc.captureDevices = {NodeAt("/dev/video0", "1-5", ""),
@@ -44,8 +44,8 @@ inline PcSurvey Laptop() {
   return pc;
 }
 
-inline PcSurvey OneCamera(const SurveyedUsbDevice& usbDevice) {
-  PcSurvey pc;
+inline DeviceInventory OneCamera(const UsbDeviceInfo& usbDevice) {
+  DeviceInventory pc;
   pc.usbDevices = {usbDevice};
   pc.captureDevices = {NodeAt("/dev/video0", usbDevice.place, "of no matter here")};
   return pc;
@@ -53,7 +53,7 @@ inline PcSurvey OneCamera(const SurveyedUsbDevice& usbDevice) {
 
 inline const Capabilities kOffered{"0", {{320, 240}, {1280, 720}, {640, 480}}, {30000, 7500}};
 
-inline std::vector<std::string> AdviceFor(const PcSurvey& pc) {
+inline std::vector<std::string> AdviceFor(const DeviceInventory& pc) {
   return Conclude(pc, {}, kDoctorSystem).advice;
 }
 

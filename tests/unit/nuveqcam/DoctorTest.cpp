@@ -39,7 +39,7 @@ TEST(Conclusion, TellsACameraWithoutSizesFromNone) {
 }
 
 TEST(Conclusion, SaysWhyTheNodeOfTheCameraCannotBeOpened) {
-  PcSurvey pc = Laptop();
+  DeviceInventory pc = Laptop();
   pc.captureDevices[0].openError = "Operation not permitted";
   pc.captureDevices[0].openAdvice = "hand it in";
   EXPECT_THAT(
@@ -87,7 +87,7 @@ TEST(Conclusion, IsOfOnePcWhereTheLibraryAndTheSurveyAgree) {
 }
 
 TEST(Conclusion, CountsTheCaptureDevicesThatAreNotBuiltIn) {
-  PcSurvey pc = OneCamera(UsbDeviceAt("1-6", true, "firmware"));
+  DeviceInventory pc = OneCamera(UsbDeviceAt("1-6", true, "firmware"));
   EXPECT_EQ(Conclude(pc, {}).code, ExitCode::kNoCamera);
   EXPECT_EQ(Conclude(pc, {}).conclusion,
             "No camera is offered: the only capture device is not a USB camera that is built in");
@@ -109,7 +109,7 @@ TEST(DoctorsAdvice, GoesByWhoSaysThatTheDeviceCanBeRemoved) {
   for (const char* const from : {"firmware", "windows"}) {
     EXPECT_THAT(AdviceFor(OneCamera(UsbDeviceAt("1-6", true, from))), Contains(correct)) << from;
   }
-  SurveyedUsbDevice contradicted = UsbDeviceAt("1-6", true, "attribute");
+  UsbDeviceInfo contradicted = UsbDeviceAt("1-6", true, "attribute");
   contradicted.connectType = "hotplug";
   EXPECT_THAT(AdviceFor(OneCamera(contradicted)), Contains(correct));
   contradicted.connectType = "hardwired";
@@ -118,7 +118,7 @@ TEST(DoctorsAdvice, GoesByWhoSaysThatTheDeviceCanBeRemoved) {
       Contains(head + "the kernel does not go by what the firmware says of the port of USB device 1-6: "
                       "use a newer kernel"));
   EXPECT_THAT(AdviceFor(OneCamera(UsbDeviceAt("1-6", true, "missing"))), Contains(head + "look elsewhere"));
-  SurveyedUsbDevice onHub = UsbDeviceAt("1-6.2", true, "parent");
+  UsbDeviceInfo onHub = UsbDeviceAt("1-6.2", true, "parent");
   onHub.verdictHub = "1-6";
   EXPECT_THAT(AdviceFor(OneCamera(onHub)),
               Contains(head + "ask the PC's maker for firmware that says that hub 1-6 "
@@ -128,11 +128,11 @@ TEST(DoctorsAdvice, GoesByWhoSaysThatTheDeviceCanBeRemoved) {
 }
 
 TEST(DoctorsAdvice, SaysWhatCanNeverBeUsed) {
-  PcSurvey second = OneCamera(UsbDeviceAt("1-6", false, "firmware"));
+  DeviceInventory second = OneCamera(UsbDeviceAt("1-6", false, "firmware"));
   second.captureDevices[0].reason = "it is not the first camera of its USB device";
   EXPECT_THAT(AdviceFor(second),
               Contains("Camera (/dev/video0) cannot be used: it is not the first camera of its USB device"));
-  PcSurvey pc;
+  DeviceInventory pc;
   pc.captureDevices = {NodeAt("/dev/video0", "", "it is not a USB device")};
   EXPECT_THAT(AdviceFor(pc),
               Contains("Camera (/dev/video0) cannot be used: the library takes nothing but USB "
@@ -145,7 +145,7 @@ TEST(DoctorsAdvice, SaysWhatCanNeverBeUsed) {
 }
 
 TEST(DoctorsAdvice, SaysWhyACameraHasNoCaptureDevice) {
-  PcSurvey pc;
+  DeviceInventory pc;
   pc.usbDevices = {UsbDeviceAt("1-6", false, "firmware")};
   pc.otherNodes = {NodeAt("/dev/video0", "1-6", "it delivers grey"),
                    NodeAt("/dev/video1", "1-6", "it carries metadata")};
@@ -156,7 +156,7 @@ TEST(DoctorsAdvice, SaysWhyACameraHasNoCaptureDevice) {
 }
 
 TEST(DoctorsAdvice, HasOneLineForAllThatAreNotOnUsb) {
-  PcSurvey pc = OneCamera(UsbDeviceAt("1-6", true, "nobody"));
+  DeviceInventory pc = OneCamera(UsbDeviceAt("1-6", true, "nobody"));
   for (int i = 1; i <= 48; ++i) {
     pc.captureDevices.push_back(NodeAt("/dev/video" + std::to_string(i), "", "it is not a USB device"));
   }
@@ -169,7 +169,7 @@ TEST(DoctorsAdvice, HasOneLineForAllThatAreNotOnUsb) {
 }
 
 TEST(DoctorsAdvice, NamesNodesThatCannotBeOpened) {
-  PcSurvey pc = OneCamera(UsbDeviceAt("1-6", true, "nobody"));
+  DeviceInventory pc = OneCamera(UsbDeviceAt("1-6", true, "nobody"));
   pc.otherNodes = {NodeAt("/dev/video1", "1-6", "it cannot be opened")};
   pc.captureDevices[0].openError = "Permission denied";
   pc.captureDevices[0].openAdvice = "ask for it";
@@ -181,9 +181,9 @@ TEST(DoctorsAdvice, NamesNodesThatCannotBeOpened) {
 }
 
 TEST(DoctorsAdvice, NamesNodesThatFailAlikeInOneLine) {
-  PcSurvey pc = Laptop();
+  DeviceInventory pc = Laptop();
   pc.captureDevices.erase(pc.captureDevices.begin());
-  for (SurveyedNode* const node : {&pc.captureDevices[0], &pc.otherNodes[0]}) {
+  for (VideoNodeInfo* const node : {&pc.captureDevices[0], &pc.otherNodes[0]}) {
     node->openError = "Permission denied";
     node->openAdvice = "ask for it";
   }
@@ -194,7 +194,7 @@ TEST(DoctorsAdvice, NamesNodesThatFailAlikeInOneLine) {
 TEST(DoctorsAdvice, NamesCamerasWithoutADriver) {
   const std::string line =
       "USB device 1-6 is a camera, but no driver has made a capture device of it: load it";
-  PcSurvey pc;
+  DeviceInventory pc;
   pc.usbDevices = {UsbDeviceAt("1-6", false, "firmware")};
   EXPECT_THAT(AdviceFor(pc), Contains(line));
   pc.otherNodes = {NodeAt("/dev/video0", "1-6", "it carries metadata")};

@@ -9,9 +9,9 @@ namespace {
 using ::testing::HasSubstr;
 
 const Capabilities kCamera{"0", {{640, 480}, {1280, 720}}, {7500, 30000}};
-const std::vector<SeenDevice> kSeen{{"Lid Camera", "/dev/video0", ""},
-                                    {"Stick", "/dev/video2", "it is plugged in"},
-                                    {"Loop", "/dev/video10", "it is not a USB device"}};
+const std::vector<CaptureDeviceInfo> kSeen{{"Lid Camera", "/dev/video0", ""},
+                                           {"Stick", "/dev/video2", "it is plugged in"},
+                                           {"Loop", "/dev/video10", "it is not a USB device"}};
 
 TEST(List, IsAligned) {
   EXPECT_EQ(ListText(kCamera, kSeen),

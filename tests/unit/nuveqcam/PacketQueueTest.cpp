@@ -47,11 +47,11 @@ TEST(PacketQueue, GivesPacketsInTheirOrder) {
   EXPECT_TRUE(queue.Push(OfSize(1, 1)));
   EXPECT_TRUE(queue.Push(OfSize(1, 2)));
   Packet packet;
-  ASSERT_EQ(queue.Pop(packet, kNoWait), Popped::kPacket);
+  ASSERT_EQ(queue.Pop(packet, kNoWait), PopResult::kPacket);
   EXPECT_EQ(packet.bytes[0], 1);
-  ASSERT_EQ(queue.Pop(packet, kNoWait), Popped::kPacket);
+  ASSERT_EQ(queue.Pop(packet, kNoWait), PopResult::kPacket);
   EXPECT_EQ(packet.bytes[0], 2);
-  EXPECT_EQ(queue.Pop(packet, kNoWait), Popped::kNothing);
+  EXPECT_EQ(queue.Pop(packet, kNoWait), PopResult::kTimeout);
 }
 
 TEST(PacketQueue, TakesAPacketThatIsLargerThanItself) {
@@ -65,9 +65,9 @@ TEST(PacketQueue, MakesPushWaitForRoom) {
   queue.Push(OfSize(10));
   WaitingPush push(queue);
   Packet packet;
-  ASSERT_EQ(queue.Pop(packet, kNoWait), Popped::kPacket);
+  ASSERT_EQ(queue.Pop(packet, kNoWait), PopResult::kPacket);
   EXPECT_TRUE(push.Result());
-  ASSERT_EQ(queue.Pop(packet, kNoWait), Popped::kPacket);
+  ASSERT_EQ(queue.Pop(packet, kNoWait), PopResult::kPacket);
   EXPECT_EQ(packet.bytes[0], 99);
 }
 
@@ -75,7 +75,7 @@ TEST(PacketQueue, WithoutItsBoundNeverMakesPushWait) {
   PacketQueue queue(10);
   queue.Push(OfSize(10));
   WaitingPush push(queue);
-  queue.LiftBound();
+  queue.SetUnbounded();
   EXPECT_TRUE(push.Result());
   EXPECT_TRUE(queue.Push(OfSize(1000)));
   EXPECT_FALSE(queue.IsFull());
@@ -89,7 +89,7 @@ TEST(PacketQueue, AbandonedRefusesPacketsAndEndsItsReader) {
   EXPECT_FALSE(push.Result());
   EXPECT_FALSE(queue.Push(OfSize(1)));
   Packet packet;
-  EXPECT_EQ(queue.Pop(packet, kPatience), Popped::kEnd);
+  EXPECT_EQ(queue.Pop(packet, kPatience), PopResult::kEnd);
 }
 
 TEST(PacketQueue, EndedGivesWhatItHoldsFirst) {
@@ -97,8 +97,8 @@ TEST(PacketQueue, EndedGivesWhatItHoldsFirst) {
   queue.Push(OfSize(3));
   queue.End();
   Packet packet;
-  EXPECT_EQ(queue.Pop(packet, kPatience), Popped::kPacket);
-  EXPECT_EQ(queue.Pop(packet, kPatience), Popped::kEnd);
+  EXPECT_EQ(queue.Pop(packet, kPatience), PopResult::kPacket);
+  EXPECT_EQ(queue.Pop(packet, kPatience), PopResult::kEnd);
 }
 
 TEST(PacketQueue, WakesItsReader) {
@@ -108,7 +108,7 @@ TEST(PacketQueue, WakesItsReader) {
     return queue.Pop(packet, kPatience);
   });
   queue.Push(OfSize(1));
-  EXPECT_EQ(popped.get(), Popped::kPacket);
+  EXPECT_EQ(popped.get(), PopResult::kPacket);
 }
 
 TEST(PacketQueue, RemembersWhenTheFirstPacketArrived) {
@@ -118,7 +118,7 @@ TEST(PacketQueue, RemembersWhenTheFirstPacketArrived) {
   queue.Push({{1}, first});
   EXPECT_EQ(queue.FirstArrival(), first);
   Packet packet;
-  ASSERT_EQ(queue.Pop(packet, kNoWait), Popped::kPacket);
+  ASSERT_EQ(queue.Pop(packet, kNoWait), PopResult::kPacket);
   queue.Push(OfSize(1));
   EXPECT_EQ(queue.FirstArrival(), first);
 }
@@ -132,7 +132,7 @@ TEST(PacketQueue, MeasuresTheTimeFromTheFirstArrivalToTheLatest) {
   queue.Push({{1}, first + milliseconds(300)});
   EXPECT_EQ(queue.ReceivedTime(), milliseconds(300));
   Packet packet;
-  ASSERT_EQ(queue.Pop(packet, kNoWait), Popped::kPacket);
+  ASSERT_EQ(queue.Pop(packet, kNoWait), PopResult::kPacket);
   EXPECT_EQ(queue.ReceivedTime(), milliseconds(300));
 }
 
@@ -161,9 +161,9 @@ TEST(PacketQueue, SilenceStartsAnewWhenAFullQueueGetsRoom) {
     const auto before = WaitUntilLater();
     Packet packet;
     if (isLifted) {
-      queue.LiftBound();
+      queue.SetUnbounded();
     } else {
-      ASSERT_EQ(queue.Pop(packet, kNoWait), Popped::kPacket);
+      ASSERT_EQ(queue.Pop(packet, kNoWait), PopResult::kPacket);
     }
     EXPECT_LE(queue.SilentFor(before + later), later);
     EXPECT_GT(queue.SilentFor(Clock::now() + later), Clock::duration::zero());

@@ -8,7 +8,7 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 constexpr seconds kUnbounded{0};
-const Patience kDefaults{};
+const Timeouts kDefaults{};
 
 TEST(StreamEnd, BoundedStreamGoesOnUntilAPacketHasArrivedAtTheBound) {
   const seconds limit(5);

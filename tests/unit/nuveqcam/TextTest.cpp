@@ -21,23 +21,23 @@ TEST(Pad, AlignsAndNeverCuts) {
   EXPECT_EQ(PadRight("abcde", 4), "abcde");
 }
 
-TEST(Printable, KeepsTextAndReplacesWhatSteersTerminals) {
-  EXPECT_EQ(Printable("K\u00e4mera \u4e2d \U0001F4F7"), "K\u00e4mera \u4e2d \U0001F4F7");
-  EXPECT_EQ(Printable("a\nb\x1b[31m\x7f"), "a?b?[31m?");
-  EXPECT_EQ(Printable("\u009b31m"), "?31m");
-  EXPECT_EQ(Printable("\x9b"), "\uFFFD");
+TEST(SanitizeForTerminal, KeepsTextAndReplacesWhatSteersTerminals) {
+  EXPECT_EQ(SanitizeForTerminal("K\u00e4mera \u4e2d \U0001F4F7"), "K\u00e4mera \u4e2d \U0001F4F7");
+  EXPECT_EQ(SanitizeForTerminal("a\nb\x1b[31m\x7f"), "a?b?[31m?");
+  EXPECT_EQ(SanitizeForTerminal("\u009b31m"), "?31m");
+  EXPECT_EQ(SanitizeForTerminal("\x9b"), "\uFFFD");
 }
 
-TEST(Printable, ReplacesWhatTurnsTheDirectionOfTheRest) {
+TEST(SanitizeForTerminal, ReplacesWhatTurnsTheDirectionOfTheRest) {
   // Put together, as no source should have them: U+202A to U+202E and U+2066 to U+2069.
   for (char last = '\xaa'; last <= '\xae'; ++last) {
-    EXPECT_EQ(Printable(std::string("a\xe2\x80") + last + "b"), "a?b");
+    EXPECT_EQ(SanitizeForTerminal(std::string("a\xe2\x80") + last + "b"), "a?b");
   }
   for (char last = '\xa6'; last <= '\xa9'; ++last) {
-    EXPECT_EQ(Printable(std::string("a\xe2\x81") + last + "b"), "a?b");
+    EXPECT_EQ(SanitizeForTerminal(std::string("a\xe2\x81") + last + "b"), "a?b");
   }
-  EXPECT_EQ(Printable("\u2029\u202f\u2065\u206a"), "\u2029\u202f\u2065\u206a");
-  EXPECT_EQ(Printable("\u05d0\u0628"), "\u05d0\u0628");
+  EXPECT_EQ(SanitizeForTerminal("\u2029\u202f\u2065\u206a"), "\u2029\u202f\u2065\u206a");
+  EXPECT_EQ(SanitizeForTerminal("\u05d0\u0628"), "\u05d0\u0628");
 }
 
 TEST(Json, QuotesAndEscapes) {

@@ -10,6 +10,7 @@
 
 #include "TemporaryFolder.h"
 #include "commands/Commands.h"
+#include "devices/DeviceProvider.h"
 #include "graph/StreamStats.h"
 #include "simulated/SimulatedPc.h"
 
@@ -21,13 +22,13 @@ using ::testing::StartsWith;
 class Tool : public TemporaryFolder {
  protected:
   void TearDown() override {
-    UseDeviceTree(nullptr);
+    devices::SetDeviceProvider(nullptr);
     TemporaryFolder::TearDown();
   }
 
-  void UsePc(const SimulatedPcSettings& settings) {
-    pc = std::make_shared<SimulatedPc>(settings);
-    UseDeviceTree(pc);
+  void UsePc(const simulated::SimulatedPcSettings& settings) {
+    pc = std::make_shared<simulated::SimulatedPc>(settings);
+    devices::SetDeviceProvider(pc);
   }
 
   Options OptionsOf(std::vector<std::string> words) {
@@ -72,35 +73,35 @@ class Tool : public TemporaryFolder {
     return RunAndDisturbWhen(words, hasContent, disturb);
   }
 
-  Patience patience;
-  std::shared_ptr<SimulatedPc> pc;
+  Timeouts patience;
+  std::shared_ptr<simulated::SimulatedPc> pc;
   std::ostringstream out;
   std::ostringstream err;
 };
 
-SimulatedPcSettings WithoutBuiltInCamera() {
-  SimulatedPcSettings settings;
+simulated::SimulatedPcSettings WithoutBuiltInCamera() {
+  simulated::SimulatedPcSettings settings;
   settings.hasBuiltInCamera = false;
   return settings;
 }
 
 TEST_F(Tool, SaysWhichDevicesItSawWhereThereIsNoBuiltInCamera) {
   UsePc(WithoutBuiltInCamera());
-  const std::vector<SeenDevice> seen = SeenDevices();
+  const std::vector<CaptureDeviceInfo> seen = ListCaptureDevices();
   ASSERT_EQ(seen.size(), 1);
   for (const std::vector<std::string>& words :
        {std::vector<std::string>{"list"}, {"record", "-o", "OUT.mp4"}, {"snapshot", "-o", "OUT.png"}}) {
     err.str("");
     EXPECT_EQ(Run(words), ExitCode::kNoCamera);
     EXPECT_THAT(err.str(), StartsWith("nuveqcam: this PC has no built-in camera; "));
-    EXPECT_THAT(err.str(), HasSubstr(seen[0].name + ", not taken: " + seen[0].whyNotBuiltIn));
+    EXPECT_THAT(err.str(), HasSubstr(seen[0].name + ", not taken: " + seen[0].exclusionReason));
   }
   EXPECT_EQ(out.str(), "");
   EXPECT_TRUE(std::filesystem::is_empty(folder));
 }
 
 TEST_F(Tool, SaysThatThereIsNoDeviceAtAll) {
-  SimulatedPcSettings settings = WithoutBuiltInCamera();
+  simulated::SimulatedPcSettings settings = WithoutBuiltInCamera();
   settings.hasPlugInCamera = false;
   UsePc(settings);
   EXPECT_EQ(Run({"list"}), ExitCode::kNoCamera);
@@ -158,8 +159,8 @@ double DurationIn(const std::string& summary) {
 }
 
 TEST_F(Tool, RecordingOfASlowCameraIsComplete) {
-  SimulatedPcSettings settings;
-  settings.formats = {{FourCc("YUYV"), 320, 240, 2'000'000}};
+  simulated::SimulatedPcSettings settings;
+  settings.formats = {{graph::FourCc("YUYV"), 320, 240, 2'000'000}};
   for (const std::string asked : {"5", "10"}) {
     UsePc(settings);
     out.str("");
@@ -172,8 +173,8 @@ TEST_F(Tool, RecordingOfASlowCameraIsComplete) {
 
 TEST_F(Tool, SnapshotOfACameraThatIsDisconnectedSaysSo) {
   UsePc({});
-  const auto hasNewFrames = [earlier = LatestStreamCounters().delivered] {
-    const auto delivered = LatestStreamCounters().delivered;
+  const auto hasNewFrames = [earlier = graph::LatestStreamStats().delivered] {
+    const auto delivered = graph::LatestStreamStats().delivered;
     return delivered > 0 && delivered != earlier;
   };
   EXPECT_EQ(RunAndDisturbWhen({"snapshot", "--skip", "100000", "--size", "320x240", "-o", "OUT.png"},
@@ -205,59 +206,62 @@ TEST_F(Tool, RunsAgainInTheSameProcess) {
 }
 
 // The simulated camera with an obstacle in front of it.
-class ObstructedSource : public CaptureSource {
+class ObstructedSource : public graph::CaptureSource {
  public:
-  ObstructedSource(std::unique_ptr<CaptureSource> camera, HRESULT atList, HRESULT atSet)
+  ObstructedSource(std::unique_ptr<graph::CaptureSource> camera, HRESULT atList, HRESULT atSet)
       : m_camera(std::move(camera)), m_atList(atList), m_atSet(atSet) {}
 
-  HRESULT ListFormats(std::vector<VideoFormat>& formats) override {
+  HRESULT ListFormats(std::vector<graph::VideoFormat>& formats) override {
     return m_atList != S_OK ? m_atList : m_camera->ListFormats(formats);
   }
-  HRESULT SetFormat(VideoFormat& format) override {
+  HRESULT SetFormat(graph::VideoFormat& format) override {
     return m_atSet != S_OK ? m_atSet : m_camera->SetFormat(format);
   }
   HRESULT Start() override { return m_camera->Start(); }
-  Arrival Next(Deadline deadline, CapturedFrame& frame) override { return m_camera->Next(deadline, frame); }
-  void Recycle(const CapturedFrame& frame) override { m_camera->Recycle(frame); }
+  graph::CaptureResult Next(Deadline deadline, graph::CapturedFrame& frame) override {
+    return m_camera->Next(deadline, frame);
+  }
+  void Recycle(const graph::CapturedFrame& frame) override { m_camera->Recycle(frame); }
   void Stop() override { m_camera->Stop(); }
-  void Wake() override { m_camera->Wake(); }
+  void Interrupt() override { m_camera->Interrupt(); }
 
  private:
-  std::unique_ptr<CaptureSource> m_camera;
+  std::unique_ptr<graph::CaptureSource> m_camera;
   HRESULT m_atList;
   HRESULT m_atSet;
 };
 
-class ObstructedPc : public DeviceTree {
+class ObstructedPc : public devices::DeviceProvider {
  public:
   ObstructedPc(HRESULT atList, HRESULT atSet) : m_atList(atList), m_atSet(atSet) {}
 
-  std::vector<CaptureDevice> CaptureDevices() override {
-    std::vector<CaptureDevice> devices = m_pc.CaptureDevices();
-    for (CaptureDevice& device : devices) {
+  std::vector<devices::CaptureDevice> CaptureDevices() override {
+    std::vector<devices::CaptureDevice> devices = m_pc.CaptureDevices();
+    for (devices::CaptureDevice& device : devices) {
       device.makeSource = [make = device.makeSource, atList = m_atList, atSet = m_atSet] {
         return std::make_unique<ObstructedSource>(make(), atList, atSet);
       };
     }
     return devices;
   }
-  std::vector<UsbDevice> UsbDevices() override { return m_pc.UsbDevices(); }
+  std::vector<devices::UsbDevice> UsbDevices() override { return m_pc.UsbDevices(); }
 
  private:
-  SimulatedPc m_pc;
+  simulated::SimulatedPc m_pc;
   HRESULT m_atList;
   HRESULT m_atSet;
 };
 
 TEST_F(Tool, ExplainsWhyTheCameraCannotBeOpened) {
   const std::vector<std::pair<HRESULT, std::string>> cases{
-      {kDeviceInUse, "the camera is in use by another program; close that program and try again"},
+      {com::kDeviceInUse, "the camera is in use by another program; close that program and try again"},
       {E_ACCESSDENIED, "there is no permission to use the camera; add your user to the group video"},
-      {kDeviceGone, "the camera has gone; see with 'nuveqcam list'"},
-      {kDeviceIoError, "the camera cannot be read; try again; restarting the PC resets a built-in camera"},
+      {com::kDeviceGone, "the camera has gone; see with 'nuveqcam list'"},
+      {com::kDeviceIoError,
+       "the camera cannot be read; try again; restarting the PC resets a built-in camera"},
       {E_FAIL, "(the library said: Set camera parameter fail, error:-2147467259); choose a size"}};
   for (const auto& [result, text] : cases) {
-    UseDeviceTree(std::make_shared<ObstructedPc>(S_OK, result));
+    devices::SetDeviceProvider(std::make_shared<ObstructedPc>(S_OK, result));
     err.str("");
     EXPECT_EQ(Run({"record", "-o", "OUT.mp4"}), ExitCode::kCannotOpen);
     EXPECT_THAT(err.str(), StartsWith("nuveqcam: cannot open the camera at 1280x720, 30 fps (result -1001)"));
@@ -267,7 +271,7 @@ TEST_F(Tool, ExplainsWhyTheCameraCannotBeOpened) {
 }
 
 TEST_F(Tool, ExplainsWhyTheCameraCannotBeRead) {
-  UseDeviceTree(std::make_shared<ObstructedPc>(E_ACCESSDENIED, S_OK));
+  devices::SetDeviceProvider(std::make_shared<ObstructedPc>(E_ACCESSDENIED, S_OK));
   EXPECT_EQ(Run({"list"}), ExitCode::kCannotOpen);
   EXPECT_EQ(err.str(),
             "nuveqcam: cannot read what the camera offers (result -1000): there is no permission to use the "

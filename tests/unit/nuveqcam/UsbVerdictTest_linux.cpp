@@ -24,70 +24,74 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::Pair;
 
-std::string TextOf(VerdictSource source, bool isRemovable, const std::string& connectType = "",
+std::string TextOf(devices::RemovabilitySource source, bool isRemovable, const std::string& connectType = "",
                    const std::string& hub = "1-8", bool isHubRemovable = false) {
-  UsbDetails details;
-  details.source = source;
-  details.isRemovable = isRemovable;
-  details.connectType = connectType;
-  details.hub = hub;
-  details.isHubRemovable = isHubRemovable;
-  return VerdictText(details);
+  devices::UsbRemovability removability;
+  removability.source = source;
+  removability.isRemovable = isRemovable;
+  removability.connectType = connectType;
+  removability.hub = hub;
+  removability.isHubRemovable = isHubRemovable;
+  return VerdictText(removability);
 }
 
 TEST(UsbVerdict, IsTheFirmwares) {
-  EXPECT_EQ(TextOf(VerdictSource::kFirmware, false, "hardwired"),
+  EXPECT_EQ(TextOf(devices::RemovabilitySource::kFirmware, false, "hardwired"),
             "built in: the firmware (ACPI) says that its port is hard-wired");
-  EXPECT_EQ(TextOf(VerdictSource::kFirmware, false, "not used"),
+  EXPECT_EQ(TextOf(devices::RemovabilitySource::kFirmware, false, "not used"),
             "built in: the firmware (ACPI) says that nothing can be plugged into its port");
-  EXPECT_EQ(TextOf(VerdictSource::kFirmware, true, "hotplug"),
+  EXPECT_EQ(TextOf(devices::RemovabilitySource::kFirmware, true, "hotplug"),
             "can be removed: the firmware (ACPI) says that its port is one for plugging in");
 }
 
 TEST(UsbVerdict, IsAHubs) {
-  EXPECT_EQ(TextOf(VerdictSource::kHub, false), "built in: hub 1-8 says that it cannot be removed");
-  EXPECT_EQ(TextOf(VerdictSource::kHub, true), "can be removed: hub 1-8 says that it can be");
-  EXPECT_EQ(TextOf(VerdictSource::kParentHub, true, "hardwired", "1-8", true),
+  EXPECT_EQ(TextOf(devices::RemovabilitySource::kHub, false),
+            "built in: hub 1-8 says that it cannot be removed");
+  EXPECT_EQ(TextOf(devices::RemovabilitySource::kHub, true), "can be removed: hub 1-8 says that it can be");
+  EXPECT_EQ(TextOf(devices::RemovabilitySource::kParentHub, true, "hardwired", "1-8", true),
             "counts as removable: it is fixed to hub 1-8, which can be removed");
-  EXPECT_EQ(TextOf(VerdictSource::kParentHub, true),
+  EXPECT_EQ(TextOf(devices::RemovabilitySource::kParentHub, true),
             "counts as removable: it is fixed to hub 1-8, which counts as removable");
 }
 
 TEST(UsbVerdict, IsNobodys) {
-  EXPECT_EQ(TextOf(VerdictSource::kNobody, true),
+  EXPECT_EQ(TextOf(devices::RemovabilitySource::kUndeclared, true),
             "counts as removable: neither the firmware nor its hub says whether it can be removed");
-  EXPECT_EQ(TextOf(VerdictSource::kMissing, true),
+  EXPECT_EQ(TextOf(devices::RemovabilitySource::kAttributeMissing, true),
             "counts as removable: the kernel does not show whether it can be removed");
 }
 
 TEST(UsbVerdict, IsTheKernelsWithoutASource) {
-  EXPECT_EQ(TextOf(VerdictSource::kAttribute, false), "built in: the kernel says so, but not who told it");
-  EXPECT_EQ(TextOf(VerdictSource::kAttribute, true),
+  EXPECT_EQ(TextOf(devices::RemovabilitySource::kAttribute, false),
+            "built in: the kernel says so, but not who told it");
+  EXPECT_EQ(TextOf(devices::RemovabilitySource::kAttribute, true),
             "can be removed: the kernel says so, but not who told it");
 }
 
 TEST(UsbVerdict, IsTheKernelsSilenceAgainstTheFirmwares) {
-  UsbDetails details;
-  details.source = VerdictSource::kAttribute;
-  details.attribute = "unknown";
-  details.connectType = "hardwired";
-  EXPECT_EQ(VerdictText(details),
+  devices::UsbRemovability removability;
+  removability.source = devices::RemovabilitySource::kAttribute;
+  removability.attribute = "unknown";
+  removability.connectType = "hardwired";
+  EXPECT_EQ(VerdictText(removability),
             "counts as removable: the kernel does not say whether it can be removed, though its port's "
             "connect type is \"hardwired\"");
 }
 
 TEST(UsbVerdict, IsTheKernelsAgainstTheFirmwares) {
-  EXPECT_EQ(TextOf(VerdictSource::kAttribute, false, "hotplug"),
+  EXPECT_EQ(TextOf(devices::RemovabilitySource::kAttribute, false, "hotplug"),
             "built in: the kernel says so, though its port's connect type is \"hotplug\"");
-  EXPECT_EQ(TextOf(VerdictSource::kAttribute, true, "hardwired"),
+  EXPECT_EQ(TextOf(devices::RemovabilitySource::kAttribute, true, "hardwired"),
             "can be removed: the kernel says so, though its port's connect type is \"hardwired\"");
 }
 
 TEST(UsbVerdict, HasAWordForEverySource) {
-  const std::array sources{VerdictSource::kFirmware, VerdictSource::kHub,     VerdictSource::kParentHub,
-                           VerdictSource::kNobody,   VerdictSource::kMissing, VerdictSource::kAttribute};
+  const std::array sources{
+      devices::RemovabilitySource::kFirmware,         devices::RemovabilitySource::kHub,
+      devices::RemovabilitySource::kParentHub,        devices::RemovabilitySource::kUndeclared,
+      devices::RemovabilitySource::kAttributeMissing, devices::RemovabilitySource::kAttribute};
   std::set<std::string> words;
-  for (const VerdictSource source : sources) {
+  for (const devices::RemovabilitySource source : sources) {
     words.insert(VerdictWord(source));
   }
   EXPECT_THAT(words, ElementsAre("attribute", "firmware", "hub", "missing", "nobody", "parent"));

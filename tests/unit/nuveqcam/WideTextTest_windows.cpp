@@ -24,7 +24,7 @@ TEST(SystemMessage, IsOneLineWithoutItsEnd) {
        {ERROR_FILE_NOT_FOUND, ERROR_ACCESS_DENIED, ERROR_DISK_FULL, ERROR_SHARING_VIOLATION}) {
     const std::string message = SystemMessage(static_cast<DWORD>(code));
     EXPECT_NE(message, "");
-    EXPECT_EQ(message, Printable(message));
+    EXPECT_EQ(message, SanitizeForTerminal(message));
     EXPECT_NE(message.back(), '.');
     EXPECT_NE(message.back(), ' ');
   }

@@ -15,10 +15,10 @@ using ::testing::HasSubstr;
 using ::testing::Optional;
 using ::testing::StartsWith;
 
-const VideoFormat kFormat = MakeFormat(kYuyv, 320, 240);
+const graph::VideoFormat kFormat = MakeFormat(graph::kYuyv, 320, 240);
 
-SimulatedPcSettings Playing(const std::filesystem::path& clip) {
-  SimulatedPcSettings settings = Unpaced();
+simulated::SimulatedPcSettings Playing(const std::filesystem::path& clip) {
+  simulated::SimulatedPcSettings settings = Unpaced();
   settings.clip = clip.string();
   return settings;
 }
@@ -26,7 +26,7 @@ SimulatedPcSettings Playing(const std::filesystem::path& clip) {
 // What people are told of a clip that cannot be played; empty for one that can.
 std::string Complaint(const std::filesystem::path& clip) {
   try {
-    const SimulatedPc pc(Playing(clip));
+    const simulated::SimulatedPc pc(Playing(clip));
   } catch (const std::runtime_error& error) {
     return error.what();
   }
@@ -110,7 +110,7 @@ TEST(ClipError, LeavesADamagedPictureOutWithoutAWordOnStandardError) {
   avi.replace(PictureAt(avi, 2), 600, 600, '\0');
   WriteText(clip, avi);
   testing::internal::CaptureStderr();
-  SimulatedPc pc(Playing(clip));
+  simulated::SimulatedPc pc(Playing(clip));
   const auto camera = BuiltInCamera(pc);
   ASSERT_EQ(StartWith(*camera, kFormat), S_OK);
   for (const std::uint32_t number : {0U, 1U, 3U, 4U, 0U, 1U, 3U}) {
@@ -124,7 +124,7 @@ TEST(ClipError, PlaysWhatThereIsOfATruncatedClip) {
   const std::filesystem::path clip = MakeAvi(folder);
   const std::string avi = ReadAll(clip);
   WriteText(clip, avi.substr(0, PictureAt(avi, 3) - 8));
-  SimulatedPc pc(Playing(clip));
+  simulated::SimulatedPc pc(Playing(clip));
   const auto camera = BuiltInCamera(pc);
   ASSERT_EQ(StartWith(*camera, kFormat), S_OK);
   for (const std::uint32_t number : {0U, 1U, 2U, 0U, 1U, 2U}) {
@@ -135,18 +135,18 @@ TEST(ClipError, PlaysWhatThereIsOfATruncatedClip) {
 TEST(ClipError, IsALostCameraWhenTheFileGoesWhileItIsPlayed) {
   const TestFolder folder;
   WriteY4m(folder / "clip.y4m", NumberedPictures(320, 240, 3));
-  SimulatedPc pc(Playing(folder / "clip.y4m"));
+  simulated::SimulatedPc pc(Playing(folder / "clip.y4m"));
   const auto camera = BuiltInCamera(pc);
   ASSERT_EQ(StartWith(*camera, kFormat), S_OK);
   std::filesystem::remove(folder / "clip.y4m");
   for (std::uint32_t number = 0; number < 3; ++number) {
     EXPECT_THAT(NumberIn(PictureOf(Take(*camera), kFormat)), Optional(number));
   }
-  CapturedFrame frame;
-  EXPECT_EQ(camera->Next(FarDeadline(), frame), Arrival::kLost);
-  EXPECT_EQ(camera->Next(FarDeadline(), frame), Arrival::kLost);
+  graph::CapturedFrame frame;
+  EXPECT_EQ(camera->Next(FarDeadline(), frame), graph::CaptureResult::kDisconnected);
+  EXPECT_EQ(camera->Next(FarDeadline(), frame), graph::CaptureResult::kDisconnected);
   camera->Stop();
-  EXPECT_EQ(camera->Start(), kDeviceIoError);
+  EXPECT_EQ(camera->Start(), com::kDeviceIoError);
   // A start that failed leaves the camera free.
   WriteY4m(folder / "clip.y4m", NumberedPictures(320, 240, 3));
   EXPECT_EQ(StartWith(*BuiltInCamera(pc), kFormat), S_OK);

@@ -19,8 +19,8 @@ constexpr std::uint32_t kHeight = 240;
 constexpr std::uint32_t kPictures = 5;
 
 // A PC whose camera plays the clip in one format.
-SimulatedPcSettings Playing(const std::filesystem::path& clip, const VideoFormat& format) {
-  SimulatedPcSettings settings = Unpaced();
+simulated::SimulatedPcSettings Playing(const std::filesystem::path& clip, const graph::VideoFormat& format) {
+  simulated::SimulatedPcSettings settings = Unpaced();
   settings.clip = clip.string();
   settings.formats = {format};
   return settings;
@@ -31,8 +31,8 @@ double Mean(const Bytes& plane) {
 }
 
 // Expects the numbered pictures of a clip, over and over.
-void ExpectNumberedClip(const std::filesystem::path& clip, const VideoFormat& format) {
-  SimulatedPc pc(Playing(clip, format));
+void ExpectNumberedClip(const std::filesystem::path& clip, const graph::VideoFormat& format) {
+  simulated::SimulatedPc pc(Playing(clip, format));
   const auto camera = BuiltInCamera(pc);
   ASSERT_EQ(StartWith(*camera, format), S_OK);
   for (std::uint32_t i = 0; i < 2 * kPictures + 2; ++i) {
@@ -46,26 +46,26 @@ void ExpectNumberedClip(const std::filesystem::path& clip, const VideoFormat& fo
 TEST(Clip, IsPlayedPictureByPictureAndStartsOver) {
   const TestFolder folder;
   WriteY4m(folder / "clip.y4m", NumberedPictures(kWidth, kHeight, kPictures));
-  ExpectNumberedClip(folder / "clip.y4m", MakeFormat(kYuyv, kWidth, kHeight));
+  ExpectNumberedClip(folder / "clip.y4m", MakeFormat(graph::kYuyv, kWidth, kHeight));
 }
 
 TEST(Clip, IsPlayedAsMjpg) {
   const TestFolder folder;
   WriteY4m(folder / "clip.y4m", NumberedPictures(kWidth, kHeight, kPictures));
-  ExpectNumberedClip(folder / "clip.y4m", MakeFormat(kMjpg, kWidth, kHeight));
+  ExpectNumberedClip(folder / "clip.y4m", MakeFormat(graph::kMjpg, kWidth, kHeight));
 }
 
 TEST(Clip, IsScaledUpAndDown) {
   const TestFolder folder;
   WriteY4m(folder / "clip.y4m", NumberedPictures(kWidth, kHeight, kPictures));
-  ExpectNumberedClip(folder / "clip.y4m", MakeFormat(kYuyv, 640, 480));
-  ExpectNumberedClip(folder / "clip.y4m", MakeFormat(kYuyv, 160, 120));
+  ExpectNumberedClip(folder / "clip.y4m", MakeFormat(graph::kYuyv, 640, 480));
+  ExpectNumberedClip(folder / "clip.y4m", MakeFormat(graph::kYuyv, 160, 120));
 }
 
 TEST(Clip, InFullRangeKeepsItsColours) {
   const TestFolder folder;
   std::vector<Yuv> pictures;
-  NumberedPicture painter(kWidth, kHeight);
+  simulated::NumberedPicture painter(kWidth, kHeight);
   for (std::uint32_t number = 0; number < kPictures; ++number) {
     Yuv picture = PlainPicture(kWidth, kHeight, 0);
     libyuv::ARGBToJ420(painter.Paint(number).data(), 4 * kWidth, picture.y.data(), kWidth, picture.u.data(),
@@ -73,7 +73,7 @@ TEST(Clip, InFullRangeKeepsItsColours) {
     pictures.push_back(std::move(picture));
   }
   WriteY4m(folder / "clip.y4m", pictures, "XCOLORRANGE=FULL");
-  ExpectNumberedClip(folder / "clip.y4m", MakeFormat(kYuyv, kWidth, kHeight));
+  ExpectNumberedClip(folder / "clip.y4m", MakeFormat(graph::kYuyv, kWidth, kHeight));
 }
 
 // A clip that says nothing of its colours has those of BT.709 from 720 lines on.
@@ -82,7 +82,7 @@ TEST(Clip, InHdKeepsItsColours) {
   WriteY4m(folder / "in.y4m", NumberedPictures(1280, 720, kPictures));
   ASSERT_TRUE(Ffmpeg(
       folder, "-i in.y4m -vf scale=in_color_matrix=bt601:out_color_matrix=bt709 -pix_fmt yuv420p clip.y4m"));
-  ExpectNumberedClip(folder / "clip.y4m", MakeFormat(kYuyv, 640, 360));
+  ExpectNumberedClip(folder / "clip.y4m", MakeFormat(graph::kYuyv, 640, 360));
 }
 
 struct Coding {
@@ -99,7 +99,7 @@ TEST_P(CodedClip, IsPlayedPictureByPictureInItsColours) {
   const TestFolder folder;
   WriteY4m(folder / "in.y4m", NumberedPictures(kWidth, kHeight, kPictures));
   ASSERT_TRUE(Ffmpeg(folder, "-i in.y4m " + coding.options + " " + coding.file));
-  ExpectNumberedClip(folder / coding.file, MakeFormat(kYuyv, kWidth, kHeight));
+  ExpectNumberedClip(folder / coding.file, MakeFormat(graph::kYuyv, kWidth, kHeight));
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -117,8 +117,8 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& tested) { return tested.param.name; });
 
 // The first picture of a clip as the camera delivers it.
-Yuv FirstPicture(const std::filesystem::path& clip, const VideoFormat& format) {
-  SimulatedPc pc(Playing(clip, format));
+Yuv FirstPicture(const std::filesystem::path& clip, const graph::VideoFormat& format) {
+  simulated::SimulatedPc pc(Playing(clip, format));
   const auto camera = BuiltInCamera(pc);
   EXPECT_EQ(StartWith(*camera, format), S_OK);
   return PictureOf(Take(*camera), format);
@@ -127,7 +127,7 @@ Yuv FirstPicture(const std::filesystem::path& clip, const VideoFormat& format) {
 // Full colours look the same when their range is mistaken; greys do not.
 TEST(Clip, KeepsItsGreysWhateverItsRange) {
   const TestFolder folder;
-  const VideoFormat format = MakeFormat(kYuyv, 64, 48);
+  const graph::VideoFormat format = MakeFormat(graph::kYuyv, 64, 48);
   WriteY4m(folder / "limited.y4m", {PlainPicture(64, 48, 60)});
   WriteY4m(folder / "full.y4m", {PlainPicture(64, 48, 60)}, "XCOLORRANGE=FULL");
   ASSERT_TRUE(Ffmpeg(folder, "-i limited.y4m -c:v mjpeg -q:v 2 -pix_fmt yuvj420p jpeg.avi"));
@@ -141,8 +141,8 @@ TEST(Clip, KeepsItsGreysWhateverItsRange) {
 TEST(Clip, StartsFromItsFirstPictureAtEveryStart) {
   const TestFolder folder;
   WriteY4m(folder / "clip.y4m", NumberedPictures(kWidth, kHeight, kPictures));
-  const VideoFormat format = MakeFormat(kYuyv, kWidth, kHeight);
-  SimulatedPc pc(Playing(folder / "clip.y4m", format));
+  const graph::VideoFormat format = MakeFormat(graph::kYuyv, kWidth, kHeight);
+  simulated::SimulatedPc pc(Playing(folder / "clip.y4m", format));
   const auto camera = BuiltInCamera(pc);
   for (int run = 0; run < 2; ++run) {
     ASSERT_EQ(StartWith(*camera, format), S_OK);
@@ -156,8 +156,8 @@ TEST(Clip, StartsFromItsFirstPictureAtEveryStart) {
 TEST(Clip, OfOnePictureStandsStill) {
   const TestFolder folder;
   WriteY4m(folder / "clip.y4m", {PlainPicture(64, 48, 100)});
-  const VideoFormat format = MakeFormat(kYuyv, 64, 48);
-  SimulatedPc pc(Playing(folder / "clip.y4m", format));
+  const graph::VideoFormat format = MakeFormat(graph::kYuyv, 64, 48);
+  simulated::SimulatedPc pc(Playing(folder / "clip.y4m", format));
   const auto camera = BuiltInCamera(pc);
   ASSERT_EQ(StartWith(*camera, format), S_OK);
   for (int i = 0; i < 3; ++i) {
@@ -168,9 +168,9 @@ TEST(Clip, OfOnePictureStandsStill) {
 TEST(Clip, OfTheBuiltInCameraIsNotPlayedByThePlugInCamera) {
   const TestFolder folder;
   WriteY4m(folder / "clip.y4m", {PlainPicture(64, 48, 100)});
-  SimulatedPc pc(Playing(folder / "clip.y4m", MakeFormat(kYuyv, 64, 48)));
+  simulated::SimulatedPc pc(Playing(folder / "clip.y4m", MakeFormat(graph::kYuyv, 64, 48)));
   const auto camera = PlugInCamera(pc);
-  const VideoFormat format = MakeFormat(kMjpg, 1920, 1080, 60);
+  const graph::VideoFormat format = MakeFormat(graph::kMjpg, 1920, 1080, 60);
   ASSERT_EQ(StartWith(*camera, format), S_OK);
   EXPECT_THAT(NumberIn(PictureOf(Take(*camera), format)), Optional(0U));
 }
@@ -181,8 +181,9 @@ TEST_P(OddClip, FillsThePicture) {
   const auto [width, height] = GetParam();
   const TestFolder folder;
   WriteY4m(folder / "clip.y4m", {PlainPicture(width, height, 81, 90, 240)});  // red
-  for (const VideoFormat& format : {MakeFormat(kYuyv, 320, 240), MakeFormat(kYuyv, 64, 48)}) {
-    SimulatedPc pc(Playing(folder / "clip.y4m", format));
+  for (const graph::VideoFormat& format :
+       {MakeFormat(graph::kYuyv, 320, 240), MakeFormat(graph::kYuyv, 64, 48)}) {
+    simulated::SimulatedPc pc(Playing(folder / "clip.y4m", format));
     const auto camera = BuiltInCamera(pc);
     ASSERT_EQ(StartWith(*camera, format), S_OK);
     const Yuv picture = PictureOf(Take(*camera), format);
@@ -215,23 +216,23 @@ TEST(Clip, OfAnotherShapeStandsBetweenBlackBars) {
   const TestFolder folder;
   WriteY4m(folder / "square.y4m", {PlainPicture(64, 64, 235)});
   WriteY4m(folder / "wide.y4m", {PlainPicture(128, 48, 235)});
-  EXPECT_THAT(AcrossFifths(FirstPicture(folder / "square.y4m", MakeFormat(kYuyv, 128, 64)), false),
+  EXPECT_THAT(AcrossFifths(FirstPicture(folder / "square.y4m", MakeFormat(graph::kYuyv, 128, 64)), false),
               ElementsAre(16, 235, 16));
-  EXPECT_THAT(AcrossFifths(FirstPicture(folder / "wide.y4m", MakeFormat(kYuyv, 128, 96)), true),
+  EXPECT_THAT(AcrossFifths(FirstPicture(folder / "wide.y4m", MakeFormat(graph::kYuyv, 128, 96)), true),
               ElementsAre(16, 235, 16));
 }
 
 TEST(Clip, OfPixelsThatAreNotSquareIsStretched) {
   const TestFolder folder;
   WriteY4m(folder / "clip.y4m", {PlainPicture(64, 64, 235)}, "A2:1");
-  EXPECT_THAT(AcrossFifths(FirstPicture(folder / "clip.y4m", MakeFormat(kYuyv, 128, 64)), false),
+  EXPECT_THAT(AcrossFifths(FirstPicture(folder / "clip.y4m", MakeFormat(graph::kYuyv, 128, 64)), false),
               ElementsAre(235, 235, 235));
 }
 
 TEST(Clip, OfAlmostTheShapeHasNoBars) {
   const TestFolder folder;
   WriteY4m(folder / "clip.y4m", {PlainPicture(854, 480, 235)});
-  const Yuv picture = FirstPicture(folder / "clip.y4m", MakeFormat(kYuyv, 1280, 720));
+  const Yuv picture = FirstPicture(folder / "clip.y4m", MakeFormat(graph::kYuyv, 1280, 720));
   EXPECT_EQ(picture.y.front(), 235);
   EXPECT_EQ(picture.y.back(), 235);
 }
@@ -242,7 +243,7 @@ TEST(Clip, MayHaveANameThatLooksLikeAnotherProtocolsOrAPattern) {
   std::filesystem::current_path(folder.Path());
   for (const char* const name : {"pipe:0.y4m", "concat:a|b.y4m", "100%03d.y4m", "a b.y4m"}) {
     WriteY4m(name, NumberedPictures(64, 48, 1));
-    EXPECT_THAT(NumberIn(FirstPicture(name, MakeFormat(kYuyv, 64, 48))), Optional(0U)) << name;
+    EXPECT_THAT(NumberIn(FirstPicture(name, MakeFormat(graph::kYuyv, 64, 48))), Optional(0U)) << name;
   }
   std::filesystem::current_path(before);
 }

@@ -24,7 +24,8 @@ const std::vector<std::uint32_t> kNumbers{0,      1,        2,        3,        
                                           0x5555, 0xAAAA,   0xFFFF,   0x10000,  0x35F00, 0x555555,
                                           719,    0x800000, 0xAAAAAA, 0xFEDCBA, 0xFFFFFF};
 
-Yuv Painted(NumberedPicture& painter, std::uint32_t number, std::uint32_t width, std::uint32_t height) {
+Yuv Painted(simulated::NumberedPicture& painter, std::uint32_t number, std::uint32_t width,
+            std::uint32_t height) {
   return PictureOf(painter.Paint(number), width, height);
 }
 
@@ -32,7 +33,7 @@ class PictureSize : public ::testing::TestWithParam<std::pair<std::uint32_t, std
 
 TEST_P(PictureSize, GivesItsNumberAndColoursBack) {
   const auto [width, height] = GetParam();
-  NumberedPicture painter(width, height);
+  simulated::NumberedPicture painter(width, height);
   for (const std::uint32_t number : kNumbers) {
     const Yuv picture = Painted(painter, number, width, height);
     EXPECT_THAT(NumberIn(picture), Optional(number));
@@ -42,7 +43,7 @@ TEST_P(PictureSize, GivesItsNumberAndColoursBack) {
 
 TEST_P(PictureSize, GivesNothingUpsideDownAndOtherColoursMirrored) {
   const auto [width, height] = GetParam();
-  NumberedPicture painter(width, height);
+  simulated::NumberedPicture painter(width, height);
   const std::size_t line = std::size_t{4} * width;
   // The ball in many places; in fewer for large pictures, which take their time.
   for (std::uint32_t number = 0; number<720; number += width> 640 ? 101 : 13) {
@@ -63,8 +64,8 @@ TEST_P(PictureSize, GivesNothingUpsideDownAndOtherColoursMirrored) {
 
 TEST_P(PictureSize, IsTheSameForTheSameNumberAndMovesWithEvery) {
   const auto [width, height] = GetParam();
-  NumberedPicture painter(width, height);
-  NumberedPicture another(width, height);
+  simulated::NumberedPicture painter(width, height);
+  simulated::NumberedPicture another(width, height);
   const std::size_t belowBlocks = std::size_t{4} * width * (height / 6);
   std::set<Bytes> below;
   for (std::uint32_t number = 0; number < 10; ++number) {
@@ -86,7 +87,7 @@ INSTANTIATE_TEST_SUITE_P(Each, PictureSize,
                          });
 
 TEST(NumberedPicture, GivesItsNumberBackFromLinesWithGapsAndInFullRange) {
-  NumberedPicture painter(320, 240);
+  simulated::NumberedPicture painter(320, 240);
   const Yuv picture = Painted(painter, 0xABCDE, 320, 240);
   constexpr std::size_t kStride = 384;
   Bytes luma(kStride * 240, 77);
@@ -94,11 +95,11 @@ TEST(NumberedPicture, GivesItsNumberBackFromLinesWithGapsAndInFullRange) {
     std::transform(&picture.y[y * 320], &picture.y[y * 320] + 320, &luma[y * kStride],
                    [](std::uint8_t value) { return static_cast<std::uint8_t>((value - 16) * 255 / 219); });
   }
-  EXPECT_THAT(ReadFrameNumber(luma.data(), kStride, 320, 240), Optional(Eq(0xABCDEU)));
+  EXPECT_THAT(simulated::ReadFrameNumber(luma.data(), kStride, 320, 240), Optional(Eq(0xABCDEU)));
 }
 
 TEST(NumberedPicture, GivesItsNumberBackThroughNoise) {
-  NumberedPicture painter(320, 240);
+  simulated::NumberedPicture painter(320, 240);
   std::mt19937 random(5);
   std::normal_distribution<double> noise(0, 60);
   for (const std::uint32_t number : kNumbers) {
@@ -122,7 +123,7 @@ std::uint8_t Blurred(const Yuv& picture, int x, int y) {
 }
 
 TEST(NumberedPicture, GivesItsNumberBackThroughBlur) {
-  NumberedPicture painter(320, 240);
+  simulated::NumberedPicture painter(320, 240);
   for (const std::uint32_t number : kNumbers) {
     const Yuv picture = Painted(painter, number, 320, 240);
     Yuv blurred = picture;
@@ -139,7 +140,7 @@ TEST(NumberedPicture, GivesItsNumberBackThroughBlur) {
 // 150 kbit/s is a tenth of what the camera handler uses, for the smallest picture and its worst quality.
 TEST(NumberedPicture, GivesItsNumberBackFromAStreamOfLowBitRate) {
   constexpr std::uint32_t kFrames = 90;
-  NumberedPicture painter(320, 240);
+  simulated::NumberedPicture painter(320, 240);
   encoder::H264Encoder encoder;
   ASSERT_TRUE(encoder.Initialize(Param(320, 240, ColorSpace::kI420, 30, 150, 150)));
   std::vector<Bytes> packets;
@@ -170,7 +171,7 @@ void FillBlock(Yuv& picture, std::uint32_t bit, std::uint8_t luma) {
 }
 
 TEST(NumberedPicture, GivesNothingWhenABlockIsGrey) {
-  NumberedPicture painter(320, 240);
+  simulated::NumberedPicture painter(320, 240);
   for (std::uint32_t bit = 0; bit < 32; ++bit) {
     Yuv picture = Painted(painter, 0x123456, 320, 240);
     FillBlock(picture, bit, 126);
@@ -179,7 +180,7 @@ TEST(NumberedPicture, GivesNothingWhenABlockIsGrey) {
 }
 
 TEST(NumberedPicture, GivesNothingWhenAnyOneOrTwoBlocksAreInverted) {
-  NumberedPicture painter(320, 240);
+  simulated::NumberedPicture painter(320, 240);
   const Yuv right = Painted(painter, 0x123456, 320, 240);
   const auto invert = [&](Yuv& picture, std::uint32_t bit) {
     const std::size_t middle = std::size_t{bit / 16 * 20 + 10} * 320 + std::size_t{20} * (bit % 16) + 10;
@@ -199,21 +200,21 @@ TEST(NumberedPicture, GivesNothingWhenAnyOneOrTwoBlocksAreInverted) {
 TEST(NumberedPicture, GivesNothingOfAPictureWithoutBlocks) {
   for (const std::uint8_t luma : {std::uint8_t{0}, std::uint8_t{16}, std::uint8_t{235}}) {
     const Bytes plane(std::size_t{320} * 240, luma);
-    EXPECT_EQ(ReadFrameNumber(plane.data(), 320, 320, 240), std::nullopt);
+    EXPECT_EQ(simulated::ReadFrameNumber(plane.data(), 320, 320, 240), std::nullopt);
   }
   const Bytes small(16, 0);
-  EXPECT_EQ(ReadFrameNumber(small.data(), 4, 4, 4), std::nullopt);
+  EXPECT_EQ(simulated::ReadFrameNumber(small.data(), 4, 4, 4), std::nullopt);
 }
 
 TEST(NumberedPicture, RefusesSizesThatItCannotShow) {
-  EXPECT_THROW(NumberedPicture(62, 48), std::invalid_argument);
-  EXPECT_THROW(NumberedPicture(64, 46), std::invalid_argument);
-  EXPECT_THROW(NumberedPicture(65, 48), std::invalid_argument);
-  EXPECT_THROW(NumberedPicture(64, 49), std::invalid_argument);
+  EXPECT_THROW(simulated::NumberedPicture(62, 48), std::invalid_argument);
+  EXPECT_THROW(simulated::NumberedPicture(64, 46), std::invalid_argument);
+  EXPECT_THROW(simulated::NumberedPicture(65, 48), std::invalid_argument);
+  EXPECT_THROW(simulated::NumberedPicture(64, 49), std::invalid_argument);
 }
 
 TEST(CornerColours, AreFarOffWithRedAndBlueInTurnOrInAnotherRange) {
-  NumberedPicture painter(320, 240);
+  simulated::NumberedPicture painter(320, 240);
   Yuv swapped = Painted(painter, 5, 320, 240);
   std::swap(swapped.u, swapped.v);
   EXPECT_GT(ColourError(swapped), kWrongColour);

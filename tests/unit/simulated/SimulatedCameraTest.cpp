@@ -13,43 +13,48 @@ using std::chrono::steady_clock;
 using ::testing::ElementsAre;
 using ::testing::Optional;
 
-const VideoFormat kSmall = MakeFormat(kYuyv, 320, 240);
+const graph::VideoFormat kSmall = MakeFormat(graph::kYuyv, 320, 240);
 
 // What the next call of Next answers, its frame recycled.
-Arrival NextArrival(CaptureSource& source, CaptureSource::Deadline deadline = FarDeadline()) {
-  CapturedFrame frame;
-  const Arrival arrival = source.Next(deadline, frame);
-  if (arrival == Arrival::kFrame) {
+graph::CaptureResult NextArrival(graph::CaptureSource& source,
+                                 graph::CaptureSource::Deadline deadline = FarDeadline()) {
+  graph::CapturedFrame frame;
+  const graph::CaptureResult arrival = source.Next(deadline, frame);
+  if (arrival == graph::CaptureResult::kFrame) {
     source.Recycle(frame);
   }
   return arrival;
 }
 
-std::optional<std::uint32_t> TakeNumber(CaptureSource& source, const VideoFormat& format = kSmall) {
+std::optional<std::uint32_t> TakeNumber(graph::CaptureSource& source,
+                                        const graph::VideoFormat& format = kSmall) {
   const Yuv picture = PictureOf(Take(source), format);
   return picture.y.empty() ? std::nullopt : NumberIn(picture);
 }
 
 TEST(SimulatedCamera, OffersWhatALaptopsCameraDoes) {
-  SimulatedPc pc;
-  std::vector<VideoFormat> formats;
+  simulated::SimulatedPc pc;
+  std::vector<graph::VideoFormat> formats;
   ASSERT_EQ(BuiltInCamera(pc)->ListFormats(formats), S_OK);
-  EXPECT_THAT(formats,
-              ElementsAre(VideoFormat{kYuyv, 640, 480, 333'333}, VideoFormat{kYuyv, 640, 480, 666'666},
-                          VideoFormat{kYuyv, 320, 240, 333'333}, VideoFormat{kYuyv, 320, 240, 666'666},
-                          VideoFormat{kYuyv, 1280, 720, 1'000'000}, VideoFormat{kMjpg, 640, 480, 333'333},
-                          VideoFormat{kMjpg, 1280, 720, 333'333}, VideoFormat{kMjpg, 1920, 1080, 333'333}));
+  EXPECT_THAT(formats, ElementsAre(graph::VideoFormat{graph::kYuyv, 640, 480, 333'333},
+                                   graph::VideoFormat{graph::kYuyv, 640, 480, 666'666},
+                                   graph::VideoFormat{graph::kYuyv, 320, 240, 333'333},
+                                   graph::VideoFormat{graph::kYuyv, 320, 240, 666'666},
+                                   graph::VideoFormat{graph::kYuyv, 1280, 720, 1'000'000},
+                                   graph::VideoFormat{graph::kMjpg, 640, 480, 333'333},
+                                   graph::VideoFormat{graph::kMjpg, 1280, 720, 333'333},
+                                   graph::VideoFormat{graph::kMjpg, 1920, 1080, 333'333}));
   ASSERT_EQ(PlugInCamera(pc)->ListFormats(formats), S_OK);
-  EXPECT_THAT(formats,
-              ElementsAre(VideoFormat{kMjpg, 1920, 1080, 166'666}, VideoFormat{kMjpg, 1920, 1080, 333'333}));
+  EXPECT_THAT(formats, ElementsAre(graph::VideoFormat{graph::kMjpg, 1920, 1080, 166'666},
+                                   graph::VideoFormat{graph::kMjpg, 1920, 1080, 333'333}));
 }
 
 TEST(SimulatedCamera, OffersTheFormatsThatTheHostWants) {
-  SimulatedPcSettings settings = Unpaced();
-  settings.formats = {MakeFormat(kMjpg, 160, 120, 60)};
-  SimulatedPc pc(settings);
+  simulated::SimulatedPcSettings settings = Unpaced();
+  settings.formats = {MakeFormat(graph::kMjpg, 160, 120, 60)};
+  simulated::SimulatedPc pc(settings);
   const auto camera = BuiltInCamera(pc);
-  std::vector<VideoFormat> formats{kSmall};
+  std::vector<graph::VideoFormat> formats{kSmall};
   ASSERT_EQ(camera->ListFormats(formats), S_OK);
   EXPECT_EQ(formats, settings.formats);
   ASSERT_EQ(StartWith(*camera, settings.formats[0]), S_OK);
@@ -57,46 +62,47 @@ TEST(SimulatedCamera, OffersTheFormatsThatTheHostWants) {
 }
 
 TEST(SimulatedCamera, SetsTheNearestIntervalOfTheSizeAndLayout) {
-  SimulatedPc pc;
+  simulated::SimulatedPc pc;
   const auto camera = BuiltInCamera(pc);
   for (const auto& [wanted, set] :
        {std::pair{333'333, 333'333}, std::pair{400'000, 333'333}, std::pair{600'000, 666'666},
         std::pair{666'667, 666'666}, std::pair{0, 333'333}, std::pair{10'000'000, 666'666}}) {
-    VideoFormat format{kYuyv, 640, 480, wanted};
+    graph::VideoFormat format{graph::kYuyv, 640, 480, wanted};
     ASSERT_EQ(camera->SetFormat(format), S_OK);
-    EXPECT_EQ(format, (VideoFormat{kYuyv, 640, 480, set}));
+    EXPECT_EQ(format, (graph::VideoFormat{graph::kYuyv, 640, 480, set}));
   }
 }
 
 TEST(SimulatedCamera, RefusesSizesAndLayoutsThatItDoesNotOffer) {
-  SimulatedPc pc;
+  simulated::SimulatedPc pc;
   const auto camera = BuiltInCamera(pc);
-  for (const VideoFormat& unknown :
-       {MakeFormat(kYuyv, 1920, 1080), MakeFormat(kMjpg, 320, 240), MakeFormat(kYuyv, 640, 240),
-        MakeFormat(FourCc("NV12"), 640, 480), VideoFormat{}}) {
-    VideoFormat format = unknown;
+  for (const graph::VideoFormat& unknown :
+       {MakeFormat(graph::kYuyv, 1920, 1080), MakeFormat(graph::kMjpg, 320, 240),
+        MakeFormat(graph::kYuyv, 640, 240), MakeFormat(graph::FourCc("NV12"), 640, 480),
+        graph::VideoFormat{}}) {
+    graph::VideoFormat format = unknown;
     EXPECT_EQ(camera->SetFormat(format), VFW_E_INVALIDMEDIATYPE);
     EXPECT_EQ(format, unknown);
   }
 }
 
-std::vector<VideoFormat> EveryFormat() {
-  std::vector<VideoFormat> formats = LaptopCameraFormats();
-  formats.push_back(MakeFormat(kMjpg, 1920, 1080, 60));
+std::vector<graph::VideoFormat> EveryFormat() {
+  std::vector<graph::VideoFormat> formats = simulated::LaptopCameraFormats();
+  formats.push_back(MakeFormat(graph::kMjpg, 1920, 1080, 60));
   return formats;
 }
 
-class EachFormat : public ::testing::TestWithParam<VideoFormat> {};
+class EachFormat : public ::testing::TestWithParam<graph::VideoFormat> {};
 
 TEST_P(EachFormat, DeliversItsPicturesInOrderFromTheFirst) {
-  const VideoFormat& format = GetParam();
+  const graph::VideoFormat& format = GetParam();
   const bool isPlugIn = format.interval < 300'000;
-  SimulatedPc pc(Unpaced());
+  simulated::SimulatedPc pc(Unpaced());
   const auto camera = isPlugIn ? PlugInCamera(pc) : BuiltInCamera(pc);
   ASSERT_EQ(StartWith(*camera, format), S_OK);
   for (std::uint32_t number = 0; number < 12; ++number) {
-    CapturedFrame frame;
-    ASSERT_EQ(camera->Next(FarDeadline(), frame), Arrival::kFrame);
+    graph::CapturedFrame frame;
+    ASSERT_EQ(camera->Next(FarDeadline(), frame), graph::CaptureResult::kFrame);
     EXPECT_NEAR(frame.time, number * static_cast<double>(format.interval) / 1e7, 1e-6);
     const Yuv picture = PictureOf(Bytes(frame.data, frame.data + frame.size), format);
     camera->Recycle(frame);
@@ -110,10 +116,10 @@ INSTANTIATE_TEST_SUITE_P(All, EachFormat, ::testing::ValuesIn(EveryFormat()),
                          [](const auto& tested) { return NameOf(tested.param); });
 
 TEST(SimulatedCamera, CountsFromZeroAtEveryStartAlsoAtAnotherSize) {
-  SimulatedPc pc(Unpaced());
+  simulated::SimulatedPc pc(Unpaced());
   const auto camera = BuiltInCamera(pc);
-  for (const VideoFormat& format :
-       {kSmall, MakeFormat(kMjpg, 640, 480), MakeFormat(kYuyv, 640, 480), kSmall}) {
+  for (const graph::VideoFormat& format :
+       {kSmall, MakeFormat(graph::kMjpg, 640, 480), MakeFormat(graph::kYuyv, 640, 480), kSmall}) {
     ASSERT_EQ(StartWith(*camera, format), S_OK);
     EXPECT_THAT(TakeNumber(*camera, format), Optional(0U));
     EXPECT_THAT(TakeNumber(*camera, format), Optional(1U));
@@ -122,7 +128,7 @@ TEST(SimulatedCamera, CountsFromZeroAtEveryStartAlsoAtAnotherSize) {
 }
 
 TEST(SimulatedCamera, IsNeverFasterThanItsRateInRealTime) {
-  SimulatedPc pc;
+  simulated::SimulatedPc pc;
   const auto camera = BuiltInCamera(pc);
   const auto start = steady_clock::now();
   ASSERT_EQ(StartWith(*camera, kSmall), S_OK);
@@ -133,84 +139,84 @@ TEST(SimulatedCamera, IsNeverFasterThanItsRateInRealTime) {
 }
 
 TEST(SimulatedCamera, DeliversLateWhatNobodyTookInTime) {
-  SimulatedPc pc;
+  simulated::SimulatedPc pc;
   const auto camera = BuiltInCamera(pc);
   ASSERT_EQ(StartWith(*camera, kSmall), S_OK);
   std::this_thread::sleep_for(std::chrono::milliseconds(110));
   // Frames 0 to 3 are due by now: they are there without waiting.
   for (std::uint32_t number = 0; number < 4; ++number) {
-    CapturedFrame frame;
-    ASSERT_EQ(camera->Next(steady_clock::now(), frame), Arrival::kFrame);
+    graph::CapturedFrame frame;
+    ASSERT_EQ(camera->Next(steady_clock::now(), frame), graph::CaptureResult::kFrame);
     EXPECT_THAT(NumberIn(PictureOf(Bytes(frame.data, frame.data + frame.size), kSmall)), Optional(number));
     camera->Recycle(frame);
   }
 }
 
 TEST(SimulatedCamera, HasNothingBeforeTheNextFrameIsDue) {
-  SimulatedPcSettings settings;
-  settings.formats = {{kYuyv, 64, 48, 600'000'000}};  // a frame a minute
-  SimulatedPc pc(settings);
+  simulated::SimulatedPcSettings settings;
+  settings.formats = {{graph::kYuyv, 64, 48, 600'000'000}};  // a frame a minute
+  simulated::SimulatedPc pc(settings);
   const auto camera = BuiltInCamera(pc);
   ASSERT_EQ(StartWith(*camera, settings.formats[0]), S_OK);
-  EXPECT_EQ(NextArrival(*camera), Arrival::kFrame);
+  EXPECT_EQ(NextArrival(*camera), graph::CaptureResult::kFrame);
   const auto deadline = steady_clock::now() + std::chrono::milliseconds(20);
-  EXPECT_EQ(NextArrival(*camera, deadline), Arrival::kNothing);
+  EXPECT_EQ(NextArrival(*camera, deadline), graph::CaptureResult::kTimeout);
   EXPECT_GE(steady_clock::now(), deadline);
-  EXPECT_EQ(NextArrival(*camera, steady_clock::now()), Arrival::kNothing);
+  EXPECT_EQ(NextArrival(*camera, steady_clock::now()), graph::CaptureResult::kTimeout);
 }
 
 TEST(SimulatedCamera, StreamsToOneSourceAtATime) {
-  SimulatedPc pc(Unpaced());
+  simulated::SimulatedPc pc(Unpaced());
   const auto first = BuiltInCamera(pc);
   const auto second = BuiltInCamera(pc);
   ASSERT_EQ(StartWith(*first, kSmall), S_OK);
-  EXPECT_EQ(StartWith(*second, kSmall), kDeviceInUse);
-  EXPECT_EQ(first->Start(), kDeviceInUse);
+  EXPECT_EQ(StartWith(*second, kSmall), com::kDeviceInUse);
+  EXPECT_EQ(first->Start(), com::kDeviceInUse);
   EXPECT_THAT(TakeNumber(*first), Optional(0U));
   // A source that never streamed stops nobody else's stream.
   second->Stop();
   EXPECT_THAT(TakeNumber(*first), Optional(1U));
-  EXPECT_EQ(StartWith(*PlugInCamera(pc), MakeFormat(kMjpg, 1920, 1080)), S_OK);
+  EXPECT_EQ(StartWith(*PlugInCamera(pc), MakeFormat(graph::kMjpg, 1920, 1080)), S_OK);
   first->Stop();
   ASSERT_EQ(second->Start(), S_OK);
   EXPECT_THAT(TakeNumber(*second), Optional(0U));
-  EXPECT_EQ(first->Start(), kDeviceInUse);
+  EXPECT_EQ(first->Start(), com::kDeviceInUse);
 }
 
 TEST(SimulatedCamera, IsFreeAgainWhenAStreamingSourceIsDestroyed) {
-  SimulatedPc pc(Unpaced());
+  simulated::SimulatedPc pc(Unpaced());
   const auto second = BuiltInCamera(pc);
   ASSERT_EQ(StartWith(*BuiltInCamera(pc), kSmall), S_OK);
   EXPECT_EQ(StartWith(*second, kSmall), S_OK);
 }
 
 TEST(SimulatedCamera, NeedsAFormatToStartAndKeepsItWhileStreaming) {
-  SimulatedPc pc(Unpaced());
+  simulated::SimulatedPc pc(Unpaced());
   const auto camera = BuiltInCamera(pc);
   EXPECT_EQ(camera->Start(), E_UNEXPECTED);
-  EXPECT_EQ(NextArrival(*camera), Arrival::kLost);
+  EXPECT_EQ(NextArrival(*camera), graph::CaptureResult::kDisconnected);
   ASSERT_EQ(StartWith(*camera, kSmall), S_OK);
-  VideoFormat another = MakeFormat(kYuyv, 640, 480);
-  EXPECT_EQ(camera->SetFormat(another), kDeviceInUse);
+  graph::VideoFormat another = MakeFormat(graph::kYuyv, 640, 480);
+  EXPECT_EQ(camera->SetFormat(another), com::kDeviceInUse);
   EXPECT_THAT(TakeNumber(*camera), Optional(0U));
   camera->Stop();
-  EXPECT_EQ(NextArrival(*camera), Arrival::kLost);
+  EXPECT_EQ(NextArrival(*camera), graph::CaptureResult::kDisconnected);
 }
 
 TEST(SimulatedCamera, WaitsForItsOneBuffer) {
-  SimulatedPc pc(Unpaced());
+  simulated::SimulatedPc pc(Unpaced());
   const auto camera = BuiltInCamera(pc);
   ASSERT_EQ(StartWith(*camera, kSmall), S_OK);
-  CapturedFrame frame;
-  ASSERT_EQ(camera->Next(FarDeadline(), frame), Arrival::kFrame);
+  graph::CapturedFrame frame;
+  ASSERT_EQ(camera->Next(FarDeadline(), frame), graph::CaptureResult::kFrame);
   const Bytes before(frame.data, frame.data + frame.size);
-  EXPECT_EQ(NextArrival(*camera, steady_clock::now()), Arrival::kNothing);
+  EXPECT_EQ(NextArrival(*camera, steady_clock::now()), graph::CaptureResult::kTimeout);
   // Buffers that are not the one that is out count for nothing.
-  CapturedFrame wrong = frame;
+  graph::CapturedFrame wrong = frame;
   wrong.buffer = 1;
   camera->Recycle(wrong);
-  camera->Recycle(CapturedFrame{});
-  EXPECT_EQ(NextArrival(*camera, steady_clock::now()), Arrival::kNothing);
+  camera->Recycle(graph::CapturedFrame{});
+  EXPECT_EQ(NextArrival(*camera, steady_clock::now()), graph::CaptureResult::kTimeout);
   EXPECT_EQ(Bytes(frame.data, frame.data + frame.size), before);
   camera->Recycle(frame);
   camera->Recycle(frame);
@@ -218,38 +224,38 @@ TEST(SimulatedCamera, WaitsForItsOneBuffer) {
 }
 
 TEST(SimulatedCamera, WakesUntilTheNextStart) {
-  SimulatedPc pc(Unpaced());
+  simulated::SimulatedPc pc(Unpaced());
   pc.Freeze(true);
   const auto camera = BuiltInCamera(pc);
   ASSERT_EQ(StartWith(*camera, kSmall), S_OK);
   auto waiting = std::async(std::launch::async, [&] { return NextArrival(*camera); });
-  camera->Wake();
-  EXPECT_EQ(waiting.get(), Arrival::kWoken);
+  camera->Interrupt();
+  EXPECT_EQ(waiting.get(), graph::CaptureResult::kInterrupted);
   pc.Freeze(false);
-  EXPECT_EQ(NextArrival(*camera), Arrival::kWoken);
-  EXPECT_EQ(NextArrival(*camera, steady_clock::now()), Arrival::kWoken);
+  EXPECT_EQ(NextArrival(*camera), graph::CaptureResult::kInterrupted);
+  EXPECT_EQ(NextArrival(*camera, steady_clock::now()), graph::CaptureResult::kInterrupted);
   camera->Stop();
   ASSERT_EQ(camera->Start(), S_OK);
   EXPECT_THAT(TakeNumber(*camera), Optional(0U));
 }
 
 TEST(SimulatedCamera, WakesOneSourceOnly) {
-  SimulatedPc pc(Unpaced());
+  simulated::SimulatedPc pc(Unpaced());
   const auto camera = BuiltInCamera(pc);
   const auto another = BuiltInCamera(pc);
   ASSERT_EQ(StartWith(*camera, kSmall), S_OK);
-  another->Wake();
+  another->Interrupt();
   EXPECT_THAT(TakeNumber(*camera), Optional(0U));
 }
 
 TEST(SimulatedCamera, SaysNothingWhileItIsFrozenAndGoesOnWhereItStopped) {
-  SimulatedPc pc;
+  simulated::SimulatedPc pc;
   const auto camera = BuiltInCamera(pc);
   ASSERT_EQ(StartWith(*camera, kSmall), S_OK);
   EXPECT_THAT(TakeNumber(*camera), Optional(0U));
   pc.Freeze(true);
   const auto deadline = steady_clock::now() + std::chrono::milliseconds(100);
-  EXPECT_EQ(NextArrival(*camera, deadline), Arrival::kNothing);
+  EXPECT_EQ(NextArrival(*camera, deadline), graph::CaptureResult::kTimeout);
   EXPECT_GE(steady_clock::now(), deadline);
   const auto thaw = steady_clock::now();
   pc.Freeze(false);
@@ -261,7 +267,7 @@ TEST(SimulatedCamera, SaysNothingWhileItIsFrozenAndGoesOnWhereItStopped) {
 }
 
 TEST(SimulatedCamera, GoesOnForASourceThatWaitsWhileItIsFrozen) {
-  SimulatedPc pc;
+  simulated::SimulatedPc pc;
   pc.Freeze(true);
   const auto camera = BuiltInCamera(pc);
   ASSERT_EQ(StartWith(*camera, kSmall), S_OK);
@@ -271,20 +277,20 @@ TEST(SimulatedCamera, GoesOnForASourceThatWaitsWhileItIsFrozen) {
 }
 
 TEST(SimulatedCamera, IsLostWhenItIsRemovedAndWorksWhenItIsBack) {
-  SimulatedPc pc(Unpaced());
+  simulated::SimulatedPc pc(Unpaced());
   pc.Freeze(true);
   const auto camera = BuiltInCamera(pc);
   ASSERT_EQ(StartWith(*camera, kSmall), S_OK);
   auto waiting = std::async(std::launch::async, [&] { return NextArrival(*camera); });
   pc.RemoveBuiltInCamera();
-  EXPECT_EQ(waiting.get(), Arrival::kLost);
-  EXPECT_EQ(NextArrival(*camera), Arrival::kLost);
+  EXPECT_EQ(waiting.get(), graph::CaptureResult::kDisconnected);
+  EXPECT_EQ(NextArrival(*camera), graph::CaptureResult::kDisconnected);
   camera->Stop();
-  std::vector<VideoFormat> formats;
-  VideoFormat format = kSmall;
-  EXPECT_EQ(camera->ListFormats(formats), kDeviceGone);
-  EXPECT_EQ(camera->SetFormat(format), kDeviceGone);
-  EXPECT_EQ(camera->Start(), kDeviceGone);
+  std::vector<graph::VideoFormat> formats;
+  graph::VideoFormat format = kSmall;
+  EXPECT_EQ(camera->ListFormats(formats), com::kDeviceGone);
+  EXPECT_EQ(camera->SetFormat(format), com::kDeviceGone);
+  EXPECT_EQ(camera->Start(), com::kDeviceGone);
 
   pc.ReturnBuiltInCamera();
   pc.Freeze(false);
@@ -294,17 +300,17 @@ TEST(SimulatedCamera, IsLostWhenItIsRemovedAndWorksWhenItIsBack) {
 }
 
 TEST(SimulatedCamera, StaysLostToItsStreamWhenItIsBackSoonAndIsFreeForAnother) {
-  SimulatedPc pc(Unpaced());
+  simulated::SimulatedPc pc(Unpaced());
   const auto camera = BuiltInCamera(pc);
   ASSERT_EQ(StartWith(*camera, kSmall), S_OK);
-  CapturedFrame frame;
-  ASSERT_EQ(camera->Next(FarDeadline(), frame), Arrival::kFrame);
+  graph::CapturedFrame frame;
+  ASSERT_EQ(camera->Next(FarDeadline(), frame), graph::CaptureResult::kFrame);
   pc.RemoveBuiltInCamera();
   pc.ReturnBuiltInCamera();
   // The frame that is out stays readable.
   EXPECT_THAT(NumberIn(PictureOf(Bytes(frame.data, frame.data + frame.size), kSmall)), Optional(0U));
   camera->Recycle(frame);
-  EXPECT_EQ(NextArrival(*camera), Arrival::kLost);
+  EXPECT_EQ(NextArrival(*camera), graph::CaptureResult::kDisconnected);
   const auto another = BuiltInCamera(pc);
   ASSERT_EQ(StartWith(*another, kSmall), S_OK);
   camera->Stop();
@@ -312,7 +318,7 @@ TEST(SimulatedCamera, StaysLostToItsStreamWhenItIsBackSoonAndIsFreeForAnother) {
 }
 
 TEST(SimulatedCamera, OutlivesItsPc) {
-  auto pc = std::make_unique<SimulatedPc>(Unpaced());
+  auto pc = std::make_unique<simulated::SimulatedPc>(Unpaced());
   const auto camera = BuiltInCamera(*pc);
   pc.reset();
   ASSERT_EQ(StartWith(*camera, kSmall), S_OK);
@@ -320,7 +326,7 @@ TEST(SimulatedCamera, OutlivesItsPc) {
 }
 
 TEST(SimulatedCamera, StandsRemovalsFreezesAndWakesFromOtherThreads) {
-  SimulatedPc pc(Unpaced());
+  simulated::SimulatedPc pc(Unpaced());
   const auto camera = BuiltInCamera(pc);
   std::atomic<bool> isDone{false};
   auto others = std::async(std::launch::async, [&] {
@@ -329,7 +335,7 @@ TEST(SimulatedCamera, StandsRemovalsFreezesAndWakesFromOtherThreads) {
       pc.RemoveBuiltInCamera();
       pc.CaptureDevices();
       pc.ReturnBuiltInCamera();
-      camera->Wake();
+      camera->Interrupt();
       std::this_thread::yield();
     }
     pc.Freeze(false);
@@ -340,8 +346,9 @@ TEST(SimulatedCamera, StandsRemovalsFreezesAndWakesFromOtherThreads) {
     if (StartWith(*camera, kSmall) == S_OK) {
       ++starts;
       for (std::uint32_t number = 0;; ++number) {
-        CapturedFrame frame;
-        if (camera->Next(steady_clock::now() + std::chrono::milliseconds(5), frame) != Arrival::kFrame ||
+        graph::CapturedFrame frame;
+        if (camera->Next(steady_clock::now() + std::chrono::milliseconds(5), frame) !=
+                graph::CaptureResult::kFrame ||
             isDone) {
           break;
         }

@@ -14,9 +14,9 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
 
-std::vector<std::string> NamesOf(SimulatedPc& pc) {
+std::vector<std::string> NamesOf(simulated::SimulatedPc& pc) {
   std::vector<std::string> names;
-  for (const CaptureDevice& device : pc.CaptureDevices()) {
+  for (const devices::CaptureDevice& device : pc.CaptureDevices()) {
     names.push_back(device.name);
   }
   return names;
@@ -31,10 +31,10 @@ std::string InDisplayName(std::string id) {
 }
 
 // The cameras that belong to a USB device which is fixed, or is not.
-std::vector<std::string> CamerasOfDevices(SimulatedPc& pc, bool isRemovable) {
+std::vector<std::string> CamerasOfDevices(simulated::SimulatedPc& pc, bool isRemovable) {
   std::vector<std::string> names;
-  for (const UsbDevice& usb : pc.UsbDevices()) {
-    for (const CaptureDevice& device : pc.CaptureDevices()) {
+  for (const devices::UsbDevice& usb : pc.UsbDevices()) {
+    for (const devices::CaptureDevice& device : pc.CaptureDevices()) {
       if (usb.isRemovable == isRemovable && !usb.firstChildId.empty() &&
           device.displayName.find(InDisplayName(usb.firstChildId)) != std::string::npos) {
         names.push_back(device.name);
@@ -45,27 +45,27 @@ std::vector<std::string> CamerasOfDevices(SimulatedPc& pc, bool isRemovable) {
 }
 
 TEST(SimulatedPc, HasACameraInItsLidAndOnePluggedInBeforeIt) {
-  SimulatedPc pc;
-  const std::vector<CaptureDevice> devices = pc.CaptureDevices();
+  simulated::SimulatedPc pc;
+  const std::vector<devices::CaptureDevice> devices = pc.CaptureDevices();
   ASSERT_EQ(devices.size(), 2U);
   EXPECT_EQ(devices[0].name, "USB Camera");
-  EXPECT_THAT(devices[0].whyNotBuiltIn, HasSubstr("plugged in"));
+  EXPECT_THAT(devices[0].exclusionReason, HasSubstr("plugged in"));
   EXPECT_EQ(devices[0].displayName, R"(@device:pnp:\\?\usb#vid_046d&pid_0825&mi_00#simulated-2.1&0000)"
                                     R"(#{65e8773d-8f56-11d0-a3b9-00a0c9223196}\video-index0)");
   EXPECT_EQ(devices[1].name, "Integrated Camera");
-  EXPECT_EQ(devices[1].whyNotBuiltIn, "");
+  EXPECT_EQ(devices[1].exclusionReason, "");
   EXPECT_EQ(devices[1].displayName, R"(@device:pnp:\\?\usb#vid_04f2&pid_b6be&mi_00#simulated-1.5&0000)"
                                     R"(#{65e8773d-8f56-11d0-a3b9-00a0c9223196}\video-index0)");
-  for (const CaptureDevice& device : devices) {
+  for (const devices::CaptureDevice& device : devices) {
     EXPECT_EQ(device.node, "simulated");
   }
 }
 
 TEST(SimulatedPc, HasFixedUsbDevicesThatAreNoCameras) {
-  SimulatedPc pc;
+  simulated::SimulatedPc pc;
   std::vector<std::string> ids;
   bool hasFixedWithoutChild = false;
-  for (const UsbDevice& device : pc.UsbDevices()) {
+  for (const devices::UsbDevice& device : pc.UsbDevices()) {
     ids.push_back(device.id);
     hasFixedWithoutChild = hasFixedWithoutChild || (!device.isRemovable && device.firstChildId.empty());
   }
@@ -75,15 +75,15 @@ TEST(SimulatedPc, HasFixedUsbDevicesThatAreNoCameras) {
 }
 
 TEST(SimulatedPc, HasOneCameraOnAFixedUsbDevice) {
-  SimulatedPc pc;
+  simulated::SimulatedPc pc;
   EXPECT_THAT(CamerasOfDevices(pc, false), ElementsAre("Integrated Camera"));
   EXPECT_THAT(CamerasOfDevices(pc, true), ElementsAre("USB Camera"));
 }
 
 TEST(SimulatedPc, CanBeWithoutEitherCamera) {
-  SimulatedPcSettings settings;
+  simulated::SimulatedPcSettings settings;
   settings.hasBuiltInCamera = false;
-  SimulatedPc plugInOnly(settings);
+  simulated::SimulatedPc plugInOnly(settings);
   EXPECT_THAT(NamesOf(plugInOnly), ElementsAre("USB Camera"));
   EXPECT_THAT(CamerasOfDevices(plugInOnly, false), IsEmpty());
   // What is done to a camera that is not there does nothing.
@@ -93,18 +93,18 @@ TEST(SimulatedPc, CanBeWithoutEitherCamera) {
   EXPECT_THAT(NamesOf(plugInOnly), ElementsAre("USB Camera"));
 
   settings.hasPlugInCamera = false;
-  SimulatedPc none(settings);
+  simulated::SimulatedPc none(settings);
   EXPECT_THAT(NamesOf(none), IsEmpty());
   EXPECT_THAT(none.UsbDevices(), Not(IsEmpty()));
 
   settings.hasBuiltInCamera = true;
-  SimulatedPc builtInOnly(settings);
+  simulated::SimulatedPc builtInOnly(settings);
   EXPECT_THAT(NamesOf(builtInOnly), ElementsAre("Integrated Camera"));
   EXPECT_THAT(CamerasOfDevices(builtInOnly, false), ElementsAre("Integrated Camera"));
 }
 
 TEST(SimulatedPc, LosesItsCameraAndGetsItBack) {
-  SimulatedPc pc;
+  simulated::SimulatedPc pc;
   const std::size_t usbDevices = pc.UsbDevices().size();
   pc.RemoveBuiltInCamera();
   EXPECT_THAT(NamesOf(pc), ElementsAre("USB Camera"));
@@ -116,23 +116,24 @@ TEST(SimulatedPc, LosesItsCameraAndGetsItBack) {
 }
 
 TEST(SimulatedPc, MakesSourcesOfDevicesThatWereListedBeforeTheCameraWent) {
-  SimulatedPc pc(Unpaced());
-  const CaptureDevice device = pc.CaptureDevices().at(1);
+  simulated::SimulatedPc pc(Unpaced());
+  const devices::CaptureDevice device = pc.CaptureDevices().at(1);
   pc.RemoveBuiltInCamera();
   const auto source = device.makeSource();
   ASSERT_NE(source, nullptr);
-  EXPECT_EQ(StartWith(*source, MakeFormat(kYuyv, 320, 240)), kDeviceGone);
+  EXPECT_EQ(StartWith(*source, MakeFormat(graph::kYuyv, 320, 240)), com::kDeviceGone);
   pc.ReturnBuiltInCamera();
-  EXPECT_EQ(StartWith(*source, MakeFormat(kYuyv, 320, 240)), S_OK);
+  EXPECT_EQ(StartWith(*source, MakeFormat(graph::kYuyv, 320, 240)), S_OK);
 }
 
 TEST(SimulatedPc, RefusesFormatsThatItsCameraCannotDeliver) {
-  for (const VideoFormat& format :
-       {MakeFormat(FourCc("NV12"), 640, 480), MakeFormat(kYuyv, 62, 48), MakeFormat(kYuyv, 64, 46),
-        MakeFormat(kYuyv, 321, 240), MakeFormat(kMjpg, 320, 241), VideoFormat{kYuyv, 320, 240, 0}}) {
-    SimulatedPcSettings settings;
+  for (const graph::VideoFormat& format :
+       {MakeFormat(graph::FourCc("NV12"), 640, 480), MakeFormat(graph::kYuyv, 62, 48),
+        MakeFormat(graph::kYuyv, 64, 46), MakeFormat(graph::kYuyv, 321, 240),
+        MakeFormat(graph::kMjpg, 320, 241), graph::VideoFormat{graph::kYuyv, 320, 240, 0}}) {
+    simulated::SimulatedPcSettings settings;
     settings.formats = {format};
-    EXPECT_THROW(SimulatedPc{settings}, std::invalid_argument);
+    EXPECT_THROW(simulated::SimulatedPc{settings}, std::invalid_argument);
   }
 }
 

@@ -50,12 +50,12 @@ struct Planes {
   Planes(std::size_t w, std::size_t h) : width(w), height(h), y(w * h), u(w * h / 4), v(w * h / 4) {}
 
   std::optional<std::uint32_t> Number() const {
-    return ReadFrameNumber(y.data(), width, static_cast<std::uint32_t>(width),
-                           static_cast<std::uint32_t>(height));
+    return simulated::ReadFrameNumber(y.data(), width, static_cast<std::uint32_t>(width),
+                                      static_cast<std::uint32_t>(height));
   }
   double ColourError() const {
-    return CornerColourError(y.data(), u.data(), v.data(), static_cast<std::uint32_t>(width),
-                             static_cast<std::uint32_t>(height));
+    return simulated::CornerColourError(y.data(), u.data(), v.data(), static_cast<std::uint32_t>(width),
+                                        static_cast<std::uint32_t>(height));
   }
 
   std::size_t width;

@@ -95,7 +95,7 @@ Capabilities Camera::Query() {
     return Copy(records[0]);
   }
   if (libraryFoundNoCamera) {
-    throw Failure(ExitCode::kNoCamera, NoCameraText(SeenDevices()));
+    throw Failure(ExitCode::kNoCamera, NoCameraText(ListCaptureDevices()));
   }
   throw Failure(ExitCode::kCannotOpen,
                 "cannot read what the camera offers (result " + std::to_string(result) + ")" +
@@ -142,18 +142,19 @@ void Camera::Close() {
   }
 }
 
-std::string NoCameraText(const std::vector<SeenDevice>& seen) {
+std::string NoCameraText(const std::vector<CaptureDeviceInfo>& seen) {
   std::string text = std::string("this PC has no built-in camera; switch it on if it has one, or ") +
                      ThisSystem().withoutCamera;
   if (seen.empty()) {
     return text + "\nno capture device was seen";
   }
   text += "\ncapture devices seen:";
-  for (const SeenDevice& device : seen) {
-    const std::string reason = device.whyNotBuiltIn.empty()
+  for (const CaptureDeviceInfo& device : seen) {
+    const std::string reason = device.exclusionReason.empty()
                                    ? "looks built in, but the library did not take it"
-                                   : "not taken: " + Printable(device.whyNotBuiltIn);
-    text += "\n  " + Printable(device.where) + "  " + Printable(device.name) + ", " + reason;
+                                   : "not taken: " + SanitizeForTerminal(device.exclusionReason);
+    text +=
+        "\n  " + SanitizeForTerminal(device.where) + "  " + SanitizeForTerminal(device.name) + ", " + reason;
   }
   return text;
 }

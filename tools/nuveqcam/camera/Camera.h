@@ -54,7 +54,7 @@ class OpenCamera {
   OpenCamera& operator=(const OpenCamera&) = delete;
   // Closing waits for a packet in progress, which nobody may make room for any more.
   ~OpenCamera() {
-    m_queue.LiftBound();
+    m_queue.SetUnbounded();
     m_camera.Close();
   }
 
@@ -64,4 +64,4 @@ class OpenCamera {
 };
 
 // Why there is no camera, device by device, and what to do.
-std::string NoCameraText(const std::vector<SeenDevice>& seen);
+std::string NoCameraText(const std::vector<CaptureDeviceInfo>& seen);

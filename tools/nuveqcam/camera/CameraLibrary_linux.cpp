@@ -27,8 +27,8 @@ std::string LibraryNamed(const std::string& file) {
 }
 
 [[noreturn]] void FailToLoad(const std::string& file, const std::string& reason) {
-  throw Failure(ExitCode::kUnexpected, "cannot load the camera library " + Printable(file) + ": " +
-                                           Printable(reason) + "; give its file with --library");
+  throw Failure(ExitCode::kUnexpected, "cannot load the camera library " + SanitizeForTerminal(file) + ": " +
+                                           SanitizeForTerminal(reason) + "; give its file with --library");
 }
 
 std::string LatestLoadError() {

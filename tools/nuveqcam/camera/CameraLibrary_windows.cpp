@@ -37,8 +37,9 @@ std::wstring LibraryNamed(const std::string& file) {
 }
 
 [[noreturn]] void FailToLoad(const std::wstring& file, const std::string& reason) {
-  throw Failure(ExitCode::kUnexpected, "cannot load the camera library " + Printable(Utf8(file)) + ": " +
-                                           Printable(reason) + "; give its file with --library");
+  throw Failure(ExitCode::kUnexpected, "cannot load the camera library " + SanitizeForTerminal(Utf8(file)) +
+                                           ": " + SanitizeForTerminal(reason) +
+                                           "; give its file with --library");
 }
 
 std::string LoadError(const std::wstring& file) {

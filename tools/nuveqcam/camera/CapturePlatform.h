@@ -1,15 +1,15 @@
 // What the tool asks the system for beside the camera library's table: for people, and for demonstrations
-// without a camera. With PcSurvey.h the one place that knows the platform.
+// without a camera. With DeviceInventory.h the one place that knows the platform.
 #pragma once
 
 #include <string>
 #include <vector>
 
 // A capture device, whether the camera library offers it or not. Texts as the devices gave them.
-struct SeenDevice {
+struct CaptureDeviceInfo {
   std::string name;
-  std::string where;          // "/dev/video0", "usb#vid_04f2&pid_b6be&mi_00#6&1a2b3c&0&0000"
-  std::string whyNotBuiltIn;  // for people; empty for the PC's own camera
+  std::string where;            // "/dev/video0", "usb#vid_04f2&pid_b6be&mi_00#6&1a2b3c&0&0000"
+  std::string exclusionReason;  // for people; empty for the PC's own camera
 };
 
 // What the system and its libraries want of a thread from which the camera library is called. Lives around
@@ -33,4 +33,4 @@ void UseSimulatedPc(const std::string& clip);
 bool IsCameraDisconnected();
 
 // Every capture device of the PC at this moment; none when they cannot be listed.
-std::vector<SeenDevice> SeenDevices();
+std::vector<CaptureDeviceInfo> ListCaptureDevices();

@@ -21,26 +21,27 @@ void UseSimulatedPc(const std::string& clip) {
   if (!clip.empty() && std::filesystem::exists(clip, ignored) &&
       !std::filesystem::is_regular_file(clip, ignored)) {
     // It is read from its beginning every time the camera starts.
-    throw Failure(ExitCode::kUsage, "cannot play " + Printable(clip) +
+    throw Failure(ExitCode::kUsage, "cannot play " + SanitizeForTerminal(clip) +
                                         ": it is not a file that can be read again; name a video file after "
                                         "--simulated");
   }
-  SimulatedPcSettings settings;
+  simulated::SimulatedPcSettings settings;
   settings.clip = clip;
   try {
-    UseDeviceTree(std::make_shared<SimulatedPc>(settings));
+    devices::SetDeviceProvider(std::make_shared<simulated::SimulatedPc>(settings));
   } catch (const std::runtime_error& error) {
-    throw Failure(ExitCode::kUsage, Printable(error.what()) + "; name another video file after --simulated");
+    throw Failure(ExitCode::kUsage,
+                  SanitizeForTerminal(error.what()) + "; name another video file after --simulated");
   }
 }
 
-bool IsCameraDisconnected() { return LatestStreamCounters().isLost; }
+bool IsCameraDisconnected() { return graph::LatestStreamStats().isDisconnected; }
 
-std::vector<SeenDevice> SeenDevices() {
-  std::vector<SeenDevice> seen;
+std::vector<CaptureDeviceInfo> ListCaptureDevices() {
+  std::vector<CaptureDeviceInfo> seen;
   try {
-    for (const CaptureDevice& device : CurrentDeviceTree()->CaptureDevices()) {
-      seen.push_back({device.name, device.node, device.whyNotBuiltIn});
+    for (const devices::CaptureDevice& device : devices::CurrentDeviceProvider()->CaptureDevices()) {
+      seen.push_back({device.name, device.node, device.exclusionReason});
     }
   } catch (const std::exception&) {
     // The list only explains; what it explains is reported without it.

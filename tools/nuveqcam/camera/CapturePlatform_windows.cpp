@@ -95,7 +95,7 @@ void UseSimulatedPc(const std::string& /*clip*/) {
 
 bool IsCameraDisconnected() { return false; }
 
-std::vector<SeenDevice> SeenDevices() {
+std::vector<CaptureDeviceInfo> ListCaptureDevices() {
   const std::vector<CaptureDevice> devices = CaptureDevices();
   std::vector<std::string> displayNames;
   displayNames.reserve(devices.size());
@@ -103,7 +103,7 @@ std::vector<SeenDevice> SeenDevices() {
     displayNames.push_back(device.displayName);
   }
   const std::vector<std::string> reasons = WhyNotBuiltIn(displayNames, PresentUsbDevices());
-  std::vector<SeenDevice> seen;
+  std::vector<CaptureDeviceInfo> seen;
   seen.reserve(devices.size());
   for (std::size_t i = 0; i < devices.size(); ++i) {
     seen.push_back({devices[i].name, PlaceIn(devices[i].displayName), reasons[i]});

@@ -61,7 +61,7 @@ class LibraryLog::Appender : public log4cplus::Appender {
     if (m_shown != nullptr) {
       std::string line = Utf8(formatEvent(event));
       line.resize(std::min(line.size(), line.find('\n')));
-      *m_shown << Printable(line) << "\n" << std::flush;
+      *m_shown << SanitizeForTerminal(line) << "\n" << std::flush;
     }
     const std::lock_guard lock(m_mutex);
     m_lines.push_back(Utf8(event.getMessage()));
@@ -133,6 +133,6 @@ std::string ReasonText(const std::vector<std::string>& lines, const std::string&
   const std::string step = FailingStep(lines);
   const std::optional<std::uint32_t> code = ErrorCodeIn(step);
   const std::optional<Explanation> known = code ? Explain(*code) : std::nullopt;
-  const std::string said = step.empty() ? "" : " (the library said: " + Printable(step) + ")";
+  const std::string said = step.empty() ? "" : " (the library said: " + SanitizeForTerminal(step) + ")";
   return known ? std::string(": ") + known->cause + "; " + known->nextStep + said : said + "; " + otherwise;
 }

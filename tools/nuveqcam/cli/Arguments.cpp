@@ -42,7 +42,7 @@ std::uint32_t ReadNumber(std::string_view option, std::string_view text, std::ui
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
   if (error != std::errc{} || end != text.data() + text.size() || number < low || number > high) {
     throw Wrong{std::string(option) + " wants a whole number from " + std::to_string(low) + " to " +
-                std::to_string(high) + ", not '" + Printable(text) + "'"};
+                std::to_string(high) + ", not '" + SanitizeForTerminal(text) + "'"};
   }
   return number;
 }
@@ -50,7 +50,7 @@ std::uint32_t ReadNumber(std::string_view option, std::string_view text, std::ui
 Size ReadSize(const std::string& text) {
   const std::size_t cross = text.find('x');
   if (cross == std::string::npos) {
-    throw Wrong{"--size wants WIDTHxHEIGHT, such as 1280x720, not '" + Printable(text) + "'"};
+    throw Wrong{"--size wants WIDTHxHEIGHT, such as 1280x720, not '" + SanitizeForTerminal(text) + "'"};
   }
   const std::string_view view = text;
   return {ReadNumber("the width of --size", view.substr(0, cross), 1, kMaxSize),
@@ -140,7 +140,7 @@ OptionWord ReadOption(const std::string& word) {
       return {&option, word.substr(equals == length ? length + 1 : length)};
     }
   }
-  throw Wrong{"unknown option '" + Printable(word) + "'"};
+  throw Wrong{"unknown option '" + SanitizeForTerminal(word) + "'"};
 }
 
 class Parser {
@@ -192,10 +192,10 @@ class Parser {
   void TakeCommand(const std::string& word) {
     const Command command = CommandNamed(word);
     if (m_options.command != Command::kNone) {
-      throw Wrong{"'" + Printable(word) + "' is one word too many"};
+      throw Wrong{"'" + SanitizeForTerminal(word) + "' is one word too many"};
     }
     if (command == Command::kNone) {
-      throw Wrong{"unknown command '" + Printable(word) +
+      throw Wrong{"unknown command '" + SanitizeForTerminal(word) +
                   "'; the commands are list, record, snapshot and doctor"};
     }
     m_options.command = command;
@@ -243,8 +243,8 @@ class Parser {
   void CheckOutput(const char* standard, OutputKind kind, const char* understood) {
     m_options.output = OutputOr(standard);
     if (kind == OutputKind::kUnknown) {
-      throw Wrong{"cannot tell from the name '" + Printable(m_options.output) + "' what to write; " +
-                  understood};
+      throw Wrong{"cannot tell from the name '" + SanitizeForTerminal(m_options.output) +
+                  "' what to write; " + understood};
     }
   }
 

@@ -85,7 +85,7 @@ std::string Decimal(double number, int decimals) {
   return error == std::errc{} ? std::string(digits.data(), end) : "?";
 }
 
-std::size_t Columns(std::string_view text) {
+std::size_t CodePointCount(std::string_view text) {
   // Characters, not bytes: those after the first of a character begin with the bits 10.
   return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char byte) {
     return (static_cast<unsigned char>(byte) & 0xC0U) != 0x80U;
@@ -93,16 +93,16 @@ std::size_t Columns(std::string_view text) {
 }
 
 std::string PadRight(std::string text, std::size_t columns) {
-  text.append(columns - std::min(Columns(text), columns), ' ');
+  text.append(columns - std::min(CodePointCount(text), columns), ' ');
   return text;
 }
 
 std::string PadLeft(std::string text, std::size_t columns) {
-  text.insert(0, columns - std::min(Columns(text), columns), ' ');
+  text.insert(0, columns - std::min(CodePointCount(text), columns), ' ');
   return text;
 }
 
-std::string Printable(std::string_view text) {
+std::string SanitizeForTerminal(std::string_view text) {
   std::string shown;
   while (!text.empty()) {
     const char32_t character = TakeCharacter(text);

@@ -6,7 +6,7 @@
 
 namespace {
 
-ExitCode RunCommand(const Workplace& place) {
+ExitCode RunCommand(const CommandContext& place) {
   switch (place.options.command) {
     case Command::kList:
       RunList(place);
@@ -32,7 +32,7 @@ void Report(const Console& console, const std::string& text) {
 
 }  // namespace
 
-ExitCode RunTool(const Options& options, const Console& console, const Patience& patience) {
+ExitCode RunTool(const Options& options, const Console& console, const Timeouts& patience) {
   try {
     const SystemSession session(options.isVerbose);
     if (options.isSimulated) {

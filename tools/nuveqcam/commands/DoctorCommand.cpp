@@ -18,13 +18,13 @@ LibraryAnswer AskLibrary(Camera& camera) {
 
 }  // namespace
 
-ExitCode RunDoctor(const Workplace& place) {
+ExitCode RunDoctor(const CommandContext& place) {
   LibraryAnswer answer = AskLibrary(place.camera);
-  PcSurvey pc = SurveyPc();
+  DeviceInventory pc = TakeInventory();
   if (!Agree(pc, answer)) {
     // A device came or went in between: what is left of that is over by now.
     answer = AskLibrary(place.camera);
-    pc = SurveyPc();
+    pc = TakeInventory();
   }
   const DoctorReport report = Conclude(pc, answer);
   place.console.out << (place.options.wantsJson ? DoctorJson(pc, answer, report) : DoctorText(pc, report));

@@ -8,23 +8,23 @@
 
 namespace {
 
-const SurveyedNode* TakenOf(const PcSurvey& pc) {
+const VideoNodeInfo* TakenOf(const DeviceInventory& pc) {
   const auto taken = std::find_if(pc.captureDevices.begin(), pc.captureDevices.end(),
-                                  [](const SurveyedNode& device) { return device.reason.empty(); });
+                                  [](const VideoNodeInfo& device) { return device.reason.empty(); });
   return taken == pc.captureDevices.end() ? nullptr : &*taken;
 }
 
-const SurveyedUsbDevice* UsbDeviceOf(const PcSurvey& pc, const SurveyedNode& node) {
-  const auto found =
-      std::find_if(pc.usbDevices.begin(), pc.usbDevices.end(), [&](const SurveyedUsbDevice& device) {
-        return !node.usbPlace.empty() && device.place == node.usbPlace;
-      });
+const UsbDeviceInfo* UsbDeviceOf(const DeviceInventory& pc, const VideoNodeInfo& node) {
+  const auto found = std::find_if(
+      pc.usbDevices.begin(), pc.usbDevices.end(),
+      [&](const UsbDeviceInfo& device) { return !node.usbPlace.empty() && device.place == node.usbPlace; });
   return found == pc.usbDevices.end() ? nullptr : &*found;
 }
 
 // "Integrated Camera (/dev/video0)"
-std::string NameAndNode(const SurveyedNode& node) {
-  return Printable(node.name) + (node.name.empty() ? "(" : " (") + Printable(node.node) + ")";
+std::string NameAndNode(const VideoNodeInfo& node) {
+  return SanitizeForTerminal(node.name) + (node.name.empty() ? "(" : " (") + SanitizeForTerminal(node.node) +
+         ")";
 }
 
 // ", 320x240 to 1920x1080, 10 to 30 fps"
@@ -42,13 +42,13 @@ std::string WhatItOffers(const Capabilities& camera) {
 }
 
 // What could make a camera count as built in that is inside the PC.
-std::string AdviceOnRemovable(const std::string& camera, const SurveyedUsbDevice& usbDevice,
+std::string AdviceOnRemovable(const std::string& camera, const UsbDeviceInfo& usbDevice,
                               const SystemTraits& system) {
   const std::string condition = "if " + camera + " is inside the PC, ";
-  const std::string place = Printable(usbDevice.place);
+  const std::string place = SanitizeForTerminal(usbDevice.place);
   if (usbDevice.verdictFrom == "parent") {
     return condition + "ask the PC's maker for firmware that says that hub " +
-           Printable(usbDevice.verdictHub) + " stays (ACPI _UPC and _PLD of its port)";
+           SanitizeForTerminal(usbDevice.verdictHub) + " stays (ACPI _UPC and _PLD of its port)";
   }
   if (usbDevice.verdictFrom == "missing") {
     return condition + system.withoutStatus;
@@ -69,17 +69,17 @@ std::string AdviceOnRemovable(const std::string& camera, const SurveyedUsbDevice
          " (ACPI _UPC and _PLD)";
 }
 
-std::string AdviceOnUsb(const PcSurvey& pc, const SurveyedNode& device, const SystemTraits& system) {
+std::string AdviceOnUsb(const DeviceInventory& pc, const VideoNodeInfo& device, const SystemTraits& system) {
   const std::string camera = NameAndNode(device);
-  const SurveyedUsbDevice* const usbDevice = UsbDeviceOf(pc, device);
+  const UsbDeviceInfo* const usbDevice = UsbDeviceOf(pc, device);
   return usbDevice != nullptr && usbDevice->isRemovable
              ? AdviceOnRemovable(camera, *usbDevice, system)
-             : camera + " cannot be used: " + Printable(device.reason);
+             : camera + " cannot be used: " + SanitizeForTerminal(device.reason);
 }
 
 // A PC has dozens of capture devices where its cameras are not on USB: one line for all.
-void AdviseOnOthers(const PcSurvey& pc, std::vector<std::string>& advice) {
-  const auto isOther = [](const SurveyedNode& device) { return !device.isUsb; };
+void AdviseOnOthers(const DeviceInventory& pc, std::vector<std::string>& advice) {
+  const auto isOther = [](const VideoNodeInfo& device) { return !device.isUsb; };
   const auto count = std::count_if(pc.captureDevices.begin(), pc.captureDevices.end(), isOther);
   const std::string rule = "the library takes nothing but USB cameras that are built in";
   if (count == 1) {
@@ -94,10 +94,10 @@ void AdviseOnOthers(const PcSurvey& pc, std::vector<std::string>& advice) {
 
 // USB devices that are cameras by their class and have no capture device: no driver made nodes for them, or
 // the nodes deliver nothing that the library can use.
-void AdviseOnDevicesWithoutCapture(const PcSurvey& pc, const SystemTraits& system,
+void AdviseOnDevicesWithoutCapture(const DeviceInventory& pc, const SystemTraits& system,
                                    std::vector<std::string>& advice) {
-  for (const SurveyedUsbDevice& device : pc.usbDevices) {
-    const auto belongsToIt = [&device](const SurveyedNode& node) { return node.usbPlace == device.place; };
+  for (const UsbDeviceInfo& device : pc.usbDevices) {
+    const auto belongsToIt = [&device](const VideoNodeInfo& node) { return node.usbPlace == device.place; };
     if (!device.hasVideo.value_or(false) || device.isHub ||
         std::any_of(pc.captureDevices.begin(), pc.captureDevices.end(), belongsToIt)) {
       continue;
@@ -105,24 +105,24 @@ void AdviseOnDevicesWithoutCapture(const PcSurvey& pc, const SystemTraits& syste
     const auto node = std::find_if(pc.otherNodes.begin(), pc.otherNodes.end(), belongsToIt);
     if (node == pc.otherNodes.end()) {
       advice.push_back(
-          "USB device " + Printable(device.place) +
+          "USB device " + SanitizeForTerminal(device.place) +
           " is a camera, but no driver has made a capture device of it: " + system.withoutDriver);
     } else if (node->openError.empty()) {
-      advice.push_back(NameAndNode(*node) + " cannot be used: " + Printable(node->reason));
+      advice.push_back(NameAndNode(*node) + " cannot be used: " + SanitizeForTerminal(node->reason));
     }
   }
 }
 
 // " cannot be opened (Permission denied): add your user to the group video and log in again"
-std::string AdviceOnOpening(const SurveyedNode& node) {
-  return " cannot be opened (" + Printable(node.openError) + "): " + node.openAdvice;
+std::string AdviceOnOpening(const VideoNodeInfo& node) {
+  return " cannot be opened (" + SanitizeForTerminal(node.openError) + "): " + node.openAdvice;
 }
 
 // One line for all nodes that fail alike.
-void AdviseOnNodes(const PcSurvey& pc, std::vector<std::string>& advice) {
+void AdviseOnNodes(const DeviceInventory& pc, std::vector<std::string>& advice) {
   std::vector<std::pair<std::string, std::string>> lines;  // what is wrong, and the nodes
   for (const auto* const nodes : {&pc.captureDevices, &pc.otherNodes}) {
-    for (const SurveyedNode& node : *nodes) {
+    for (const VideoNodeInfo& node : *nodes) {
       if (node.openError.empty()) {
         continue;
       }
@@ -130,9 +130,9 @@ void AdviseOnNodes(const PcSurvey& pc, std::vector<std::string>& advice) {
       const auto same =
           std::find_if(lines.begin(), lines.end(), [&](const auto& line) { return line.first == text; });
       if (same != lines.end()) {
-        same->second += ", " + Printable(node.node);
+        same->second += ", " + SanitizeForTerminal(node.node);
       } else {
-        lines.emplace_back(text, Printable(node.node));
+        lines.emplace_back(text, SanitizeForTerminal(node.node));
       }
     }
   }
@@ -141,9 +141,9 @@ void AdviseOnNodes(const PcSurvey& pc, std::vector<std::string>& advice) {
   }
 }
 
-std::vector<std::string> AdviceWithoutCamera(const PcSurvey& pc, const SystemTraits& system) {
+std::vector<std::string> AdviceWithoutCamera(const DeviceInventory& pc, const SystemTraits& system) {
   std::vector<std::string> advice;
-  for (const SurveyedNode& device : pc.captureDevices) {
+  for (const VideoNodeInfo& device : pc.captureDevices) {
     if (device.isUsb) {
       advice.push_back(AdviceOnUsb(pc, device, system));
     }
@@ -158,7 +158,7 @@ std::vector<std::string> AdviceWithoutCamera(const PcSurvey& pc, const SystemTra
   return advice;
 }
 
-std::string WhyNone(const PcSurvey& pc) {
+std::string WhyNone(const DeviceInventory& pc) {
   switch (pc.captureDevices.size()) {
     case 0:
       return "no capture device was seen";
@@ -173,8 +173,9 @@ std::string WhyNone(const PcSurvey& pc) {
 constexpr const char* kNone = "No camera is offered: ";
 constexpr const char* kHasGone = "it has gone while this looked: run this again";
 
-DoctorReport OfOffered(const SurveyedNode* taken, const Capabilities& camera) {
-  const std::string name = taken != nullptr ? NameAndNode(*taken) : "camera " + Printable(camera.id);
+DoctorReport OfOffered(const VideoNodeInfo* taken, const Capabilities& camera) {
+  const std::string name =
+      taken != nullptr ? NameAndNode(*taken) : "camera " + SanitizeForTerminal(camera.id);
   DoctorReport report{ExitCode::kOk, "The camera that is offered: " + name + WhatItOffers(camera), {}, true};
   if (taken == nullptr) {
     report.advice.emplace_back(kHasGone);
@@ -183,7 +184,7 @@ DoctorReport OfOffered(const SurveyedNode* taken, const Capabilities& camera) {
 }
 
 // The library took a camera that does not work.
-DoctorReport OfUseless(const SurveyedNode* taken, const LibraryAnswer& answer) {
+DoctorReport OfUseless(const VideoNodeInfo* taken, const LibraryAnswer& answer) {
   const std::string camera =
       taken != nullptr ? NameAndNode(*taken) + " is built in" : "the library took a camera";
   DoctorReport report{ExitCode::kCannotOpen, kNone + camera + ", but it ", {}, true};
@@ -192,24 +193,24 @@ DoctorReport OfUseless(const SurveyedNode* taken, const LibraryAnswer& answer) {
     report.advice.emplace_back("see with -v what the library makes of its formats");
   } else {
     report.conclusion += "cannot be read";
-    report.advice.push_back(Printable(answer.failure));
+    report.advice.push_back(SanitizeForTerminal(answer.failure));
   }
   if (taken == nullptr) {
     report.advice.emplace_back(kHasGone);
   } else if (!taken->openError.empty() && answer.failure.find(taken->openAdvice) == std::string::npos) {
-    report.advice.push_back(Printable(taken->node) + AdviceOnOpening(*taken));
+    report.advice.push_back(SanitizeForTerminal(taken->node) + AdviceOnOpening(*taken));
   }
   return report;
 }
 
 }  // namespace
 
-bool Agree(const PcSurvey& pc, const LibraryAnswer& answer) {
+bool Agree(const DeviceInventory& pc, const LibraryAnswer& answer) {
   return (TakenOf(pc) != nullptr) == answer.TookOne();
 }
 
-DoctorReport Conclude(const PcSurvey& pc, const LibraryAnswer& answer, const SystemTraits& system) {
-  const SurveyedNode* const taken = TakenOf(pc);
+DoctorReport Conclude(const DeviceInventory& pc, const LibraryAnswer& answer, const SystemTraits& system) {
+  const VideoNodeInfo* const taken = TakenOf(pc);
   if (answer.camera && !answer.camera->sizes.empty()) {
     return OfOffered(taken, *answer.camera);
   }

@@ -26,11 +26,11 @@ struct DoctorReport {
 
 // Whether the library took a camera exactly where the survey found one to take. A device that comes or goes
 // between the two looks is in one of them alone.
-bool Agree(const PcSurvey& pc, const LibraryAnswer& answer);
+bool Agree(const DeviceInventory& pc, const LibraryAnswer& answer);
 
-DoctorReport Conclude(const PcSurvey& pc, const LibraryAnswer& answer,
+DoctorReport Conclude(const DeviceInventory& pc, const LibraryAnswer& answer,
                       const SystemTraits& system = ThisSystem());
 
-std::string DoctorText(const PcSurvey& pc, const DoctorReport& report);
+std::string DoctorText(const DeviceInventory& pc, const DoctorReport& report);
 // One JSON object on one line.
-std::string DoctorJson(const PcSurvey& pc, const LibraryAnswer& answer, const DoctorReport& report);
+std::string DoctorJson(const DeviceInventory& pc, const LibraryAnswer& answer, const DoctorReport& report);

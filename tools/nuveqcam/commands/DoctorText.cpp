@@ -15,7 +15,7 @@ std::string DoctorTable(const char* title, const std::vector<DoctorRow>& rows) {
   std::array<std::size_t, 2> widths{};
   for (const DoctorRow& row : rows) {
     for (std::size_t i = 0; i < widths.size(); ++i) {
-      widths[i] = std::max(widths[i], Columns(row[i]));
+      widths[i] = std::max(widths[i], CodePointCount(row[i]));
     }
   }
   std::string text = std::string(title) + "\n";
@@ -25,44 +25,44 @@ std::string DoctorTable(const char* title, const std::vector<DoctorRow>& rows) {
   return rows.empty() ? text + "  none seen\n" : text;
 }
 
-DoctorRow RowOf(const SurveyedUsbDevice& device) {
-  std::string what = Printable(device.name);
+DoctorRow RowOf(const UsbDeviceInfo& device) {
+  std::string what = SanitizeForTerminal(device.name);
   if (!device.model.empty()) {
-    what += (what.empty() ? "(" : " (") + Printable(device.model) + ")";
+    what += (what.empty() ? "(" : " (") + SanitizeForTerminal(device.model) + ")";
   }
-  return {Printable(device.place), device.isHub ? what + (what.empty() ? "hub" : ", hub") : what,
-          Printable(device.verdict)};
+  return {SanitizeForTerminal(device.place), device.isHub ? what + (what.empty() ? "hub" : ", hub") : what,
+          SanitizeForTerminal(device.verdict)};
 }
 
-DoctorRow RowOf(const SurveyedNode& node, std::string text) {
+DoctorRow RowOf(const VideoNodeInfo& node, std::string text) {
   for (const std::string& program : node.openIn) {
-    text += "; open in " + Printable(program);
+    text += "; open in " + SanitizeForTerminal(program);
   }
-  return {Printable(node.node), Printable(node.name), text};
+  return {SanitizeForTerminal(node.node), SanitizeForTerminal(node.name), text};
 }
 
-DoctorRow RowOfCaptureDevice(const SurveyedNode& device, bool tookOne) {
+DoctorRow RowOfCaptureDevice(const VideoNodeInfo& device, bool tookOne) {
   const std::string usbDevice =
-      device.usbPlace.empty() ? "a USB device" : "USB device " + Printable(device.usbPlace);
+      device.usbPlace.empty() ? "a USB device" : "USB device " + SanitizeForTerminal(device.usbPlace);
   std::string text = tookOne ? "TAKEN: " : "would be taken: ";
   text += "the first camera of " + usbDevice + ", which is built in";
   if (!device.reason.empty()) {
-    text = "not taken: " + Printable(device.reason);
+    text = "not taken: " + SanitizeForTerminal(device.reason);
   }
   if (!device.openError.empty()) {
-    text += "; cannot be opened: " + Printable(device.openError);
+    text += "; cannot be opened: " + SanitizeForTerminal(device.openError);
   }
   return RowOf(device, text);
 }
 
-DoctorRow RowOfOtherNode(const SurveyedNode& node) {
+DoctorRow RowOfOtherNode(const VideoNodeInfo& node) {
   // One that could not be asked may well be a capture device.
-  return RowOf(node, node.openError.empty() ? "not a capture device: " + Printable(node.reason)
-                                            : "not looked into: " + Printable(node.reason) + " (" +
-                                                  Printable(node.openError) + ")");
+  return RowOf(node, node.openError.empty() ? "not a capture device: " + SanitizeForTerminal(node.reason)
+                                            : "not looked into: " + SanitizeForTerminal(node.reason) + " (" +
+                                                  SanitizeForTerminal(node.openError) + ")");
 }
 
-std::string JsonUsbDevice(const SurveyedUsbDevice& device) {
+std::string JsonUsbDevice(const UsbDeviceInfo& device) {
   return "{\"place\":" + JsonString(device.place) + ",\"name\":" + JsonString(device.name) +
          ",\"model\":" + JsonString(device.model) + ",\"id\":" + JsonString(device.id) +
          ",\"hub\":" + JsonBool(device.isHub) +
@@ -75,14 +75,14 @@ std::string JsonUsbDevice(const SurveyedUsbDevice& device) {
          ",\"firstFunction\":" + JsonTextOrNull(device.firstFunction) + "}";
 }
 
-std::string JsonNode(const SurveyedNode& node, const std::string& reason) {
+std::string JsonNode(const VideoNodeInfo& node, const std::string& reason) {
   return "\"node\":" + JsonString(node.node) + ",\"name\":" + JsonString(node.name) +
          ",\"usbDevice\":" + JsonTextOrNull(node.usbPlace) + ",\"reason\":" + JsonTextOrNull(reason) +
          ",\"openError\":" + JsonTextOrNull(node.openError) +
          ",\"openIn\":" + JsonArray(node.openIn, JsonString);
 }
 
-std::string JsonCaptureDevice(const SurveyedNode& device, bool tookOne) {
+std::string JsonCaptureDevice(const VideoNodeInfo& device, bool tookOne) {
   const bool isTaken = device.reason.empty() && tookOne;
   const std::string reason = device.reason.empty() && !isTaken
                                  ? "the library did not take it, though it looks built in"
@@ -90,20 +90,20 @@ std::string JsonCaptureDevice(const SurveyedNode& device, bool tookOne) {
   return "{\"taken\":" + JsonBool(isTaken) + "," + JsonNode(device, reason) + "}";
 }
 
-std::string JsonOtherNode(const SurveyedNode& node) { return "{" + JsonNode(node, node.reason) + "}"; }
+std::string JsonOtherNode(const VideoNodeInfo& node) { return "{" + JsonNode(node, node.reason) + "}"; }
 
 }  // namespace
 
-std::string DoctorText(const PcSurvey& pc, const DoctorReport& report) {
+std::string DoctorText(const DeviceInventory& pc, const DoctorReport& report) {
   std::vector<DoctorRow> usbDevices;
-  for (const SurveyedUsbDevice& device : pc.usbDevices) {
+  for (const UsbDeviceInfo& device : pc.usbDevices) {
     usbDevices.push_back(RowOf(device));
   }
   std::vector<DoctorRow> nodes;
-  for (const SurveyedNode& device : pc.captureDevices) {
+  for (const VideoNodeInfo& device : pc.captureDevices) {
     nodes.push_back(RowOfCaptureDevice(device, report.tookOne));
   }
-  for (const SurveyedNode& node : pc.otherNodes) {
+  for (const VideoNodeInfo& node : pc.otherNodes) {
     nodes.push_back(RowOfOtherNode(node));
   }
   std::string text = DoctorTable("USB devices", usbDevices) + "\n" + DoctorTable("Capture devices", nodes) +
@@ -114,7 +114,7 @@ std::string DoctorText(const PcSurvey& pc, const DoctorReport& report) {
   return text;
 }
 
-std::string DoctorJson(const PcSurvey& pc, const LibraryAnswer& answer, const DoctorReport& report) {
+std::string DoctorJson(const DeviceInventory& pc, const LibraryAnswer& answer, const DoctorReport& report) {
   return "{\"offered\":" + JsonBool(report.code == ExitCode::kOk) +
          ",\"conclusion\":" + JsonString(report.conclusion) +
          ",\"advice\":" + JsonArray(report.advice, JsonString) +
@@ -122,6 +122,6 @@ std::string DoctorJson(const PcSurvey& pc, const LibraryAnswer& answer, const Do
          ",\"camera\":" + (answer.camera ? CameraJson(*answer.camera) : "null") +
          ",\"usbDevices\":" + JsonArray(pc.usbDevices, JsonUsbDevice) + ",\"captureDevices\":" +
          JsonArray(pc.captureDevices,
-                   [&](const SurveyedNode& device) { return JsonCaptureDevice(device, report.tookOne); }) +
+                   [&](const VideoNodeInfo& device) { return JsonCaptureDevice(device, report.tookOne); }) +
          ",\"otherNodes\":" + JsonArray(pc.otherNodes, JsonOtherNode) + "}\n";
 }

@@ -7,31 +7,33 @@
 
 namespace {
 
-std::string JsonDevice(const SeenDevice& device) {
-  const std::string reason = device.whyNotBuiltIn.empty() ? "null" : JsonString(device.whyNotBuiltIn);
+std::string JsonDevice(const CaptureDeviceInfo& device) {
+  const std::string reason = device.exclusionReason.empty() ? "null" : JsonString(device.exclusionReason);
   return "{\"name\":" + JsonString(device.name) + ",\"node\":" + JsonString(device.where) +
-         ",\"builtIn\":" + (device.whyNotBuiltIn.empty() ? "true" : "false") + ",\"reason\":" + reason + "}";
+         ",\"builtIn\":" + (device.exclusionReason.empty() ? "true" : "false") + ",\"reason\":" + reason +
+         "}";
 }
 
 // A column as wide as its widest entry.
 template <typename Get>
-std::size_t WidthOf(const std::vector<SeenDevice>& seen, const Get& get) {
+std::size_t WidthOf(const std::vector<CaptureDeviceInfo>& seen, const Get& get) {
   std::size_t width = 0;
-  for (const SeenDevice& device : seen) {
-    width = std::max(width, device.whyNotBuiltIn.empty() ? 0 : Columns(Printable(get(device))));
+  for (const CaptureDeviceInfo& device : seen) {
+    width = std::max(width,
+                     device.exclusionReason.empty() ? 0 : CodePointCount(SanitizeForTerminal(get(device))));
   }
   return width;
 }
 
-std::string OtherDevices(const std::vector<SeenDevice>& seen) {
-  const auto where = [](const SeenDevice& device) { return device.where; };
-  const auto name = [](const SeenDevice& device) { return device.name; };
+std::string OtherDevices(const std::vector<CaptureDeviceInfo>& seen) {
+  const auto where = [](const CaptureDeviceInfo& device) { return device.where; };
+  const auto name = [](const CaptureDeviceInfo& device) { return device.name; };
   std::string text;
-  for (const SeenDevice& device : seen) {
-    if (!device.whyNotBuiltIn.empty()) {
-      text += "  " + PadRight(Printable(where(device)), WidthOf(seen, where)) + "  " +
-              PadRight(Printable(name(device)), WidthOf(seen, name)) + "  " +
-              Printable(device.whyNotBuiltIn) + "\n";
+  for (const CaptureDeviceInfo& device : seen) {
+    if (!device.exclusionReason.empty()) {
+      text += "  " + PadRight(SanitizeForTerminal(where(device)), WidthOf(seen, where)) + "  " +
+              PadRight(SanitizeForTerminal(name(device)), WidthOf(seen, name)) + "  " +
+              SanitizeForTerminal(device.exclusionReason) + "\n";
     }
   }
   return text.empty() ? "" : "\nOther capture devices, not offered:\n" + text;
@@ -65,11 +67,11 @@ std::string CameraJson(const Capabilities& camera) {
   return "{\"id\":" + JsonString(camera.id) + ",\"sizes\":" + sizes + ",\"rates\":" + rates + "}";
 }
 
-std::string ListText(const Capabilities& camera, const std::vector<SeenDevice>& seen) {
-  std::string text = "Camera " + Printable(camera.id);
-  for (const SeenDevice& device : seen) {
-    if (device.whyNotBuiltIn.empty()) {
-      text += ": " + Printable(device.name) + " (" + Printable(device.where) + ")";
+std::string ListText(const Capabilities& camera, const std::vector<CaptureDeviceInfo>& seen) {
+  std::string text = "Camera " + SanitizeForTerminal(camera.id);
+  for (const CaptureDeviceInfo& device : seen) {
+    if (device.exclusionReason.empty()) {
+      text += ": " + SanitizeForTerminal(device.name) + " (" + SanitizeForTerminal(device.where) + ")";
       break;
     }
   }
@@ -84,20 +86,20 @@ std::string ListText(const Capabilities& camera, const std::vector<SeenDevice>& 
          OtherDevices(seen);
 }
 
-std::string ListJson(const Capabilities* camera, const std::vector<SeenDevice>& seen) {
+std::string ListJson(const Capabilities* camera, const std::vector<CaptureDeviceInfo>& seen) {
   const std::string cameras = camera != nullptr ? CameraJson(*camera) : "";
   return "{\"cameras\":[" + cameras + "],\"devices\":" + JsonArray(seen, JsonDevice) + "}\n";
 }
 
-void RunList(const Workplace& place) {
+void RunList(const CommandContext& place) {
   try {
     const Capabilities camera = place.camera.Query();
-    place.console.out << (place.options.wantsJson ? ListJson(&camera, SeenDevices())
-                                                  : ListText(camera, SeenDevices()));
+    place.console.out << (place.options.wantsJson ? ListJson(&camera, ListCaptureDevices())
+                                                  : ListText(camera, ListCaptureDevices()));
   } catch (const Failure& failure) {
     // A program that reads the answer gets one where there is one: no cameras.
     if (place.options.wantsJson && failure.Code() == ExitCode::kNoCamera) {
-      place.console.out << ListJson(nullptr, SeenDevices());
+      place.console.out << ListJson(nullptr, ListCaptureDevices());
     }
     throw;
   }

@@ -15,7 +15,7 @@ using Seconds = std::chrono::duration<double>;
 
 class Recording {
  public:
-  Recording(const Workplace& place, OutputFile& file, const CameraRequest& request)
+  Recording(const CommandContext& place, OutputFile& file, const CameraRequest& request)
       : m_place(place),
         m_file(file),
         m_request(request),
@@ -57,7 +57,7 @@ class Recording {
       const auto elapsed = now - m_queue.FirstArrival().value_or(now);
       if (m_limit.count() != 0 && elapsed >= m_limit) {
         // The packet that completes the recording must not wait for the output.
-        m_queue.LiftBound();
+        m_queue.SetUnbounded();
       }
       m_end = EndOf(
           {m_queue.ReceivedTime(), std::min(now - begin, m_queue.SilentFor(now)), IsCameraDisconnected()},
@@ -70,7 +70,7 @@ class Recording {
         line.Show({Seconds(elapsed).count(), written.frames, written.bytes});
         nextProgress = now + kProgressEvery;
       }
-      std::this_thread::sleep_for(kLookAround);
+      std::this_thread::sleep_for(kPollInterval);
     }
   }
 
@@ -133,7 +133,7 @@ class Recording {
         << std::flush;
   }
 
-  const Workplace& m_place;
+  const CommandContext& m_place;
   OutputFile& m_file;
   const CameraRequest m_request;
   const OutputKind m_kind;
@@ -148,7 +148,7 @@ class Recording {
 
 }  // namespace
 
-void RunRecord(const Workplace& place) {
+void RunRecord(const CommandContext& place) {
   const StopSignals signals;
   if (place.options.output == "-" && place.console.isOutTerminal) {
     throw Failure(ExitCode::kUsage,

@@ -19,14 +19,14 @@ void ThrowIfInterrupted(const StopSignals& signals) {
 }
 
 // Decodes until the picture after the skipped ones is there.
-void WaitForPicture(const Workplace& place, const StopSignals& signals, PacketQueue& queue,
+void WaitForPicture(const CommandContext& place, const StopSignals& signals, PacketQueue& queue,
                     PictureDecoder& decoder) {
   const auto begin = Clock::now();
   std::uint32_t pictures = 0;
   Packet packet;
   for (;;) {
     ThrowIfInterrupted(signals);
-    if (queue.Pop(packet, kLookAround) == Popped::kPacket) {
+    if (queue.Pop(packet, kPollInterval) == PopResult::kPacket) {
       pictures += decoder.Decode(packet) ? 1U : 0U;
       if (pictures > place.options.skip) {
         return;
@@ -48,7 +48,7 @@ void WaitForPicture(const Workplace& place, const StopSignals& signals, PacketQu
 
 }  // namespace
 
-void RunSnapshot(const Workplace& place) {
+void RunSnapshot(const CommandContext& place) {
   const StopSignals signals;
   if (place.options.output == "-" && place.console.isOutTerminal) {
     throw Failure(ExitCode::kUsage,

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-struct SurveyedUsbDevice {
+struct UsbDeviceInfo {
   std::string place;  // where people find it: "1-5.2"; no two devices have the same
   std::string name;   // empty: it has none
   std::string model;  // "04f2:b6be"; empty: not known
@@ -23,7 +23,7 @@ struct SurveyedUsbDevice {
   std::string firstFunction;  // the id of its first function
 };
 
-struct SurveyedNode {
+struct VideoNodeInfo {
   std::string node;
   std::string name;
   std::string usbPlace;             // of its USB device; empty: none, or not known
@@ -34,11 +34,11 @@ struct SurveyedNode {
   std::vector<std::string> openIn;  // programs that have it open, as far as they can be seen
 };
 
-struct PcSurvey {
-  std::vector<SurveyedUsbDevice> usbDevices;  // in the order in which the camera library goes through them
-  std::vector<SurveyedNode> captureDevices;
-  std::vector<SurveyedNode> otherNodes;  // of cameras, but no capture devices
+struct DeviceInventory {
+  std::vector<UsbDeviceInfo> usbDevices;  // in the order in which the camera library goes through them
+  std::vector<VideoNodeInfo> captureDevices;
+  std::vector<VideoNodeInfo> otherNodes;  // of cameras, but no capture devices
 };
 
 // The PC at this moment; no camera is started or stopped by it.
-PcSurvey SurveyPc();
+DeviceInventory TakeInventory();

@@ -13,27 +13,27 @@
 
 namespace {
 
-SurveyedUsbDevice SurveyedOf(const UsbDetails& details) {
-  SurveyedUsbDevice device;
+UsbDeviceInfo SurveyedOf(const devices::UsbDetails& details) {
+  UsbDeviceInfo device;
   device.place = details.place;
   device.name = details.name;
   device.model = details.model;
   device.id = details.id;
   device.isHub = details.isHub;
   device.hasVideo = details.hasVideo;
-  device.isRemovable = details.isRemovable;
-  device.verdictFrom = VerdictWord(details.source);
-  device.verdict = VerdictText(details);
-  device.connectType = details.connectType;
-  device.attribute = details.attribute;
-  device.verdictHub = details.hub;
+  device.isRemovable = details.removability.isRemovable;
+  device.verdictFrom = VerdictWord(details.removability.source);
+  device.verdict = VerdictText(details.removability);
+  device.connectType = details.removability.connectType;
+  device.attribute = details.removability.attribute;
+  device.verdictHub = details.removability.hub;
   device.firstFunction = details.firstChildId;
   return device;
 }
 
 // Of a tree that says no more.
-SurveyedUsbDevice SurveyedOf(const UsbDevice& known) {
-  SurveyedUsbDevice device;
+UsbDeviceInfo SurveyedOf(const devices::UsbDevice& known) {
+  UsbDeviceInfo device;
   device.place = known.id;
   device.id = known.id;
   device.isRemovable = known.isRemovable;
@@ -44,9 +44,9 @@ SurveyedUsbDevice SurveyedOf(const UsbDevice& known) {
   return device;
 }
 
-std::vector<SurveyedUsbDevice> SurveyUsbDevices(DeviceTree& tree) {
-  std::vector<UsbDetails> described = tree.DescribeUsbDevices();
-  std::vector<UsbDevice> known;
+std::vector<UsbDeviceInfo> SurveyUsbDevices(devices::DeviceProvider& tree) {
+  std::vector<devices::UsbDetails> described = tree.DescribeUsbDevices();
+  std::vector<devices::UsbDevice> known;
   if (described.empty()) {
     known = tree.UsbDevices();
   }
@@ -54,24 +54,23 @@ std::vector<SurveyedUsbDevice> SurveyUsbDevices(DeviceTree& tree) {
     // The first device may have come just now: a tree that says more of its devices does so by now.
     described = tree.DescribeUsbDevices();
   }
-  std::vector<SurveyedUsbDevice> devices;
+  std::vector<UsbDeviceInfo> devices;
   if (described.empty()) {
     std::transform(known.begin(), known.end(), std::back_inserter(devices),
-                   [](const UsbDevice& device) { return SurveyedOf(device); });
+                   [](const devices::UsbDevice& device) { return SurveyedOf(device); });
   } else {
     std::transform(described.begin(), described.end(), std::back_inserter(devices),
-                   [](const UsbDetails& details) { return SurveyedOf(details); });
+                   [](const devices::UsbDetails& details) { return SurveyedOf(details); });
   }
   return devices;
 }
 
 // By its first function, where nothing more is known.
-std::string UsbPlaceOf(const CaptureDevice& device, const std::vector<SurveyedUsbDevice>& usbDevices) {
-  const auto owner =
-      std::find_if(usbDevices.begin(), usbDevices.end(), [&](const SurveyedUsbDevice& usbDevice) {
-        return !usbDevice.firstFunction.empty() &&
-               device.displayName.find(DisplayForm(usbDevice.firstFunction)) != std::string::npos;
-      });
+std::string UsbPlaceOf(const devices::CaptureDevice& device, const std::vector<UsbDeviceInfo>& usbDevices) {
+  const auto owner = std::find_if(usbDevices.begin(), usbDevices.end(), [&](const UsbDeviceInfo& usbDevice) {
+    return !usbDevice.firstFunction.empty() &&
+           device.displayName.find(devices::ToDisplayNameForm(usbDevice.firstFunction)) != std::string::npos;
+  });
   return owner == usbDevices.end() ? std::string() : owner->place;
 }
 
@@ -93,13 +92,13 @@ const char* OpenAdvice(int error) {
   }
 }
 
-SurveyedNode SurveyedOf(const VideoNodeDetails& details) {
-  SurveyedNode node;
+VideoNodeInfo SurveyedOf(const devices::VideoNodeDetails& details) {
+  VideoNodeInfo node;
   node.node = details.node;
   node.name = details.name;
   node.usbPlace = details.usbPlace;
   node.isUsb = !details.usbPlace.empty();
-  node.reason = details.whyNotCapture;
+  node.reason = details.rejectionReason;
   if (details.openError != 0) {
     node.openError = std::generic_category().message(details.openError);
     node.openAdvice = OpenAdvice(details.openError);
@@ -107,25 +106,25 @@ SurveyedNode SurveyedOf(const VideoNodeDetails& details) {
   return node;
 }
 
-std::vector<SurveyedNode> SurveyNodes(DeviceTree& tree) {
-  std::vector<SurveyedNode> nodes;
+std::vector<VideoNodeInfo> SurveyNodes(devices::DeviceProvider& tree) {
+  std::vector<VideoNodeInfo> nodes;
   std::vector<std::string> files;
-  for (const VideoNodeDetails& details : tree.DescribeVideoNodes()) {
+  for (const devices::VideoNodeDetails& details : tree.DescribeVideoNodes()) {
     nodes.push_back(SurveyedOf(details));
     files.push_back(details.node);
   }
   std::map<std::string, std::vector<std::string>> users = UsersOf(files);
-  for (SurveyedNode& node : nodes) {
+  for (VideoNodeInfo& node : nodes) {
     node.openIn = users[node.node];
   }
   return nodes;
 }
 
 // Takes what is known of the capture device's node off the nodes.
-SurveyedNode TakeNodeOf(const CaptureDevice& device, PcSurvey& pc) {
-  SurveyedNode node;
+VideoNodeInfo TakeNodeOf(const devices::CaptureDevice& device, DeviceInventory& pc) {
+  VideoNodeInfo node;
   const auto known = std::find_if(pc.otherNodes.begin(), pc.otherNodes.end(),
-                                  [&](const SurveyedNode& other) { return other.node == device.node; });
+                                  [&](const VideoNodeInfo& other) { return other.node == device.node; });
   if (known != pc.otherNodes.end()) {
     node = std::move(*known);
     pc.otherNodes.erase(known);
@@ -140,21 +139,21 @@ SurveyedNode TakeNodeOf(const CaptureDevice& device, PcSurvey& pc) {
     node.isUsb = device.displayName.find("usb#vid_") != std::string::npos;
   }
   node.name = device.name;
-  node.reason = device.whyNotBuiltIn;
+  node.reason = device.exclusionReason;
   return node;
 }
 
 }  // namespace
 
-PcSurvey SurveyPc() {
-  const std::shared_ptr<DeviceTree> tree = CurrentDeviceTree();
-  PcSurvey pc;
+DeviceInventory TakeInventory() {
+  const std::shared_ptr<devices::DeviceProvider> tree = devices::CurrentDeviceProvider();
+  DeviceInventory pc;
   pc.usbDevices = SurveyUsbDevices(*tree);
   pc.otherNodes = SurveyNodes(*tree);
-  for (const CaptureDevice& device : tree->CaptureDevices()) {
+  for (const devices::CaptureDevice& device : tree->CaptureDevices()) {
     pc.captureDevices.push_back(TakeNodeOf(device, pc));
   }
   // Capture devices that have gone between the two looks.
-  std::erase_if(pc.otherNodes, [](const SurveyedNode& node) { return node.reason.empty(); });
+  std::erase_if(pc.otherNodes, [](const VideoNodeInfo& node) { return node.reason.empty(); });
   return pc;
 }

@@ -7,9 +7,9 @@
 
 namespace {
 
-SurveyedUsbDevice SurveyedOf(const DescribedUsbDevice& described, const std::string& place) {
+UsbDeviceInfo SurveyedOf(const DescribedUsbDevice& described, const std::string& place) {
   const UsbDevice& known = described.device;
-  SurveyedUsbDevice device;
+  UsbDeviceInfo device;
   device.place = place;
   device.name = described.name;
   device.model = ModelIn(described.id);
@@ -23,17 +23,17 @@ SurveyedUsbDevice SurveyedOf(const DescribedUsbDevice& described, const std::str
 
 }  // namespace
 
-PcSurvey SurveyPc() {
+DeviceInventory TakeInventory() {
   const std::vector<DescribedUsbDevice> usbDevices = DescribedUsbDevices();
   const std::vector<std::string> places = PlacesOf(usbDevices);
-  PcSurvey pc;
+  DeviceInventory pc;
   std::transform(usbDevices.begin(), usbDevices.end(), places.begin(), std::back_inserter(pc.usbDevices),
                  SurveyedOf);
-  for (const SeenDevice& seen : SeenDevices()) {
-    SurveyedNode device;
+  for (const CaptureDeviceInfo& seen : ListCaptureDevices()) {
+    VideoNodeInfo device;
     device.node = seen.where;
     device.name = seen.name;
-    device.reason = seen.whyNotBuiltIn;
+    device.reason = seen.exclusionReason;
     device.isUsb = IsUsb(seen.where);
     const auto owner = std::find_if(
         usbDevices.begin(), usbDevices.end(),

@@ -3,9 +3,9 @@
 
 #include <string>
 
-#include "devices/DeviceDetails.h"
+#include "devices/DeviceProvider.h"
 
 // "firmware": a word that programs can rely on.
-std::string VerdictWord(VerdictSource source);
+std::string VerdictWord(devices::RemovabilitySource source);
 // "built in: the firmware (ACPI) says that its port is hard-wired"
-std::string VerdictText(const UsbDetails& details);
+std::string VerdictText(const devices::UsbRemovability& removability);

@@ -11,53 +11,53 @@ std::string TextOfFirmware(const std::string& connectType) {
 }
 
 // What the kernel shows does not follow from what the firmware says.
-std::string TextOfAttribute(const UsbDetails& details, const std::string& verdict) {
-  if (details.connectType.empty()) {
+std::string TextOfAttribute(const devices::UsbRemovability& removability, const std::string& verdict) {
+  if (removability.connectType.empty()) {
     return verdict + "the kernel says so, but not who told it";
   }
-  const std::string port = ", though its port's connect type is \"" + details.connectType + "\"";
-  return details.attribute == "unknown"
+  const std::string port = ", though its port's connect type is \"" + removability.connectType + "\"";
+  return removability.attribute == "unknown"
              ? "counts as removable: the kernel does not say whether it can be removed" + port
              : verdict + "the kernel says so" + port;
 }
 
 }  // namespace
 
-std::string VerdictWord(VerdictSource source) {
+std::string VerdictWord(devices::RemovabilitySource source) {
   switch (source) {
-    case VerdictSource::kFirmware:
+    case devices::RemovabilitySource::kFirmware:
       return "firmware";
-    case VerdictSource::kHub:
+    case devices::RemovabilitySource::kHub:
       return "hub";
-    case VerdictSource::kParentHub:
+    case devices::RemovabilitySource::kParentHub:
       return "parent";
-    case VerdictSource::kNobody:
+    case devices::RemovabilitySource::kUndeclared:
       return "nobody";
-    case VerdictSource::kMissing:
+    case devices::RemovabilitySource::kAttributeMissing:
       return "missing";
-    case VerdictSource::kAttribute:
+    case devices::RemovabilitySource::kAttribute:
       return "attribute";
   }
   return {};
 }
 
-std::string VerdictText(const UsbDetails& details) {
-  const std::string verdict = details.isRemovable ? "can be removed: " : "built in: ";
-  switch (details.source) {
-    case VerdictSource::kFirmware:
-      return verdict + TextOfFirmware(details.connectType);
-    case VerdictSource::kHub:
-      return verdict + "hub " + details.hub +
-             (details.isRemovable ? " says that it can be" : " says that it cannot be removed");
-    case VerdictSource::kParentHub:
-      return "counts as removable: it is fixed to hub " + details.hub +
-             (details.isHubRemovable ? ", which can be removed" : ", which counts as removable");
-    case VerdictSource::kNobody:
+std::string VerdictText(const devices::UsbRemovability& removability) {
+  const std::string verdict = removability.isRemovable ? "can be removed: " : "built in: ";
+  switch (removability.source) {
+    case devices::RemovabilitySource::kFirmware:
+      return verdict + TextOfFirmware(removability.connectType);
+    case devices::RemovabilitySource::kHub:
+      return verdict + "hub " + removability.hub +
+             (removability.isRemovable ? " says that it can be" : " says that it cannot be removed");
+    case devices::RemovabilitySource::kParentHub:
+      return "counts as removable: it is fixed to hub " + removability.hub +
+             (removability.isHubRemovable ? ", which can be removed" : ", which counts as removable");
+    case devices::RemovabilitySource::kUndeclared:
       return "counts as removable: neither the firmware nor its hub says whether it can be removed";
-    case VerdictSource::kMissing:
+    case devices::RemovabilitySource::kAttributeMissing:
       return "counts as removable: the kernel does not show whether it can be removed";
-    case VerdictSource::kAttribute:
-      return TextOfAttribute(details, verdict);
+    case devices::RemovabilitySource::kAttribute:
+      return TextOfAttribute(removability, verdict);
   }
   return {};
 }

@@ -40,7 +40,7 @@ class OutputFile {
   // The failure to write for that reason, one of the system's error codes.
   [[noreturn]] void Fail(int reason) const;
   void Open(const StopSignals& signals);
-  void CutOnce();
+  void TruncateOnFirstWrite();
 
   std::string m_path;
   std::string m_name;

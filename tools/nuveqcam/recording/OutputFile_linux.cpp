@@ -66,7 +66,7 @@ std::string NextStep(int reason, bool isStandardOutput) {
 
 OutputFile::OutputFile(const std::string& path, const StopSignals& signals)
     : m_path(path),
-      m_name(path == "-" ? "the standard output" : Printable(path)),
+      m_name(path == "-" ? "the standard output" : SanitizeForTerminal(path)),
       m_isStandardOutput(path == "-") {
   if (m_isStandardOutput) {
     m_handle = STDOUT_FILENO;
@@ -110,7 +110,7 @@ OutputFile::~OutputFile() {
 }
 
 void OutputFile::Write(std::span<const std::uint8_t> bytes) {
-  CutOnce();
+  TruncateOnFirstWrite();
   while (!bytes.empty()) {
     const ssize_t written = write(m_handle, bytes.data(), bytes.size());
     if (written < 0 && errno == EAGAIN) {
@@ -127,7 +127,7 @@ void OutputFile::Write(std::span<const std::uint8_t> bytes) {
 }
 
 // Standard output that was redirected to a file is the shell's: it may append.
-void OutputFile::CutOnce() {
+void OutputFile::TruncateOnFirstWrite() {
   if (!std::exchange(m_isBegun, true) && m_canSeek && ftruncate(m_handle, 0) != 0) {
     Fail(errno);
   }

@@ -63,7 +63,7 @@ std::wstring PathOf(HANDLE file) {
 
 OutputFile::OutputFile(const std::string& path, const StopSignals& signals)
     : m_path(path),
-      m_name(path == "-" ? "the standard output" : Printable(path)),
+      m_name(path == "-" ? "the standard output" : SanitizeForTerminal(path)),
       m_isStandardOutput(path == "-") {
   if (m_isStandardOutput) {
     m_handle = GetStdHandle(STD_OUTPUT_HANDLE);
@@ -104,7 +104,7 @@ OutputFile::~OutputFile() {
 }
 
 void OutputFile::Write(std::span<const std::uint8_t> bytes) {
-  CutOnce();
+  TruncateOnFirstWrite();
   while (!bytes.empty()) {
     const auto size = static_cast<DWORD>(std::min(bytes.size(), kLargestWrite));
     DWORD written = 0;
@@ -120,7 +120,7 @@ void OutputFile::Write(std::span<const std::uint8_t> bytes) {
 }
 
 // Standard output that was redirected to a file is the shell's: it may append.
-void OutputFile::CutOnce() {
+void OutputFile::TruncateOnFirstWrite() {
   if (!std::exchange(m_isBegun, true) && m_canSeek && SetEndOfFile(m_handle) == FALSE) {
     Fail(LatestError());
   }

@@ -21,14 +21,14 @@ bool PacketQueue::Push(Packet packet) {
   return true;
 }
 
-Popped PacketQueue::Pop(Packet& packet, std::chrono::milliseconds limit) {
+PopResult PacketQueue::Pop(Packet& packet, std::chrono::milliseconds limit) {
   std::unique_lock lock(m_mutex);
   m_hasPacket.wait_for(lock, limit, [&] { return m_isEnded || m_isAbandoned || !m_packets.empty(); });
   if (m_isAbandoned || (m_isEnded && m_packets.empty())) {
-    return Popped::kEnd;
+    return PopResult::kEnd;
   }
   if (m_packets.empty()) {
-    return Popped::kNothing;
+    return PopResult::kTimeout;
   }
   const bool wasFull = IsFullLocked();
   packet = std::move(m_packets.front());
@@ -36,10 +36,10 @@ Popped PacketQueue::Pop(Packet& packet, std::chrono::milliseconds limit) {
   m_bytes -= packet.bytes.size();
   NoteRoomLocked(wasFull);
   m_hasRoom.notify_one();
-  return Popped::kPacket;
+  return PopResult::kPacket;
 }
 
-void PacketQueue::LiftBound() {
+void PacketQueue::SetUnbounded() {
   const std::lock_guard lock(m_mutex);
   const bool wasFull = IsFullLocked();
   m_isUnbounded = true;

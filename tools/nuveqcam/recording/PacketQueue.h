@@ -22,7 +22,7 @@ struct Packet {
   Clock::time_point arrival;
 };
 
-enum class Popped { kPacket, kNothing, kEnd };
+enum class PopResult { kPacket, kTimeout, kEnd };
 
 class PacketQueue {
  public:
@@ -31,12 +31,12 @@ class PacketQueue {
 
   // Waits while the queue is full. False when the packet was not taken, because nobody reads any more.
   bool Push(Packet packet);
-  // The next packet; kNothing when none came within the limit; kEnd when none will come any more.
-  Popped Pop(Packet& packet, std::chrono::milliseconds limit);
+  // The next packet; kTimeout when none came within the limit; kEnd when none will come any more.
+  PopResult Pop(Packet& packet, std::chrono::milliseconds limit);
 
   // Push does not wait from here on, so that closing the camera does not wait for the output. What is still
   // to come is a handful of frames.
-  void LiftBound();
+  void SetUnbounded();
   // No more packets follow; what is in the queue can still be taken.
   void End();
   // Nobody reads any more: the output has failed.

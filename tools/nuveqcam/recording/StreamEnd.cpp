@@ -2,7 +2,7 @@
 
 #include "cli/Text.h"
 
-StreamEnd EndOf(const StreamStatus& status, Clock::duration limit, const Patience& patience) {
+StreamEnd EndOf(const StreamStatus& status, Clock::duration limit, const Timeouts& patience) {
   if (limit.count() != 0 && status.received >= limit) {
     return StreamEnd::kComplete;
   }
@@ -12,7 +12,7 @@ StreamEnd EndOf(const StreamStatus& status, Clock::duration limit, const Patienc
   return status.silence > patience.withoutPacket ? StreamEnd::kSilent : StreamEnd::kNone;
 }
 
-std::string CauseText(StreamEnd end, const Patience& patience) {
+std::string CauseText(StreamEnd end, const Timeouts& patience) {
   if (end == StreamEnd::kDisconnected) {
     return "the camera was disconnected";
   }

@@ -6,7 +6,7 @@
 #include "recording/PacketQueue.h"
 
 // How long a command waits for the camera.
-struct Patience {
+struct Timeouts {
   std::chrono::milliseconds withoutPacket{10'000};  // then the stream has ended
   // After a disconnect: time for the packets in flight, which were captured before it.
   std::chrono::milliseconds afterDisconnect{500};
@@ -22,10 +22,10 @@ enum class StreamEnd { kNone, kComplete, kDisconnected, kSilent };
 
 // A stream with a limit is complete once a packet has arrived at least that long after the first one; a
 // stream with limit 0 never is. No clock decides: time also passes without a camera.
-StreamEnd EndOf(const StreamStatus& status, Clock::duration limit, const Patience& patience);
+StreamEnd EndOf(const StreamStatus& status, Clock::duration limit, const Timeouts& patience);
 
 // "the camera was disconnected" or "no packets from the camera for 10 s", for the last two ends.
-std::string CauseText(StreamEnd end, const Patience& patience);
+std::string CauseText(StreamEnd end, const Timeouts& patience);
 // What to do after one of the last two ends.
 inline constexpr const char* kAdviceAfterEarlyEnd =
     "check with 'nuveqcam list' that the camera is there, then try again";

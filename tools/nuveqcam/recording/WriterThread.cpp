@@ -48,11 +48,11 @@ void WriterThread::Run() {
 void WriterThread::WriteAll() {
   Packet packet;
   for (;;) {
-    const Popped popped = m_queue.Pop(packet, kLimit);
-    if (popped == Popped::kEnd) {
+    const PopResult popped = m_queue.Pop(packet, kLimit);
+    if (popped == PopResult::kEnd) {
       return;
     }
-    if (popped == Popped::kNothing) {
+    if (popped == PopResult::kTimeout) {
       continue;
     }
     const FrameClock::Seconds time = m_clock.TimeOf(packet.arrival);

@@ -22,12 +22,12 @@ struct Stream {
 // What is wrong with the picture; empty when nothing is.
 std::string Complaint(const std::vector<std::uint8_t>& picture, const Stream& stream, std::uint32_t number) {
   const std::size_t luma = std::size_t{stream.width} * stream.height;
-  const auto seen = ReadFrameNumber(picture.data(), stream.width, stream.width, stream.height);
+  const auto seen = simulated::ReadFrameNumber(picture.data(), stream.width, stream.width, stream.height);
   if (seen != number) {
     return "shows " + (seen ? "number " + std::to_string(*seen) : "no number");
   }
-  const double error = CornerColourError(picture.data(), picture.data() + luma,
-                                         picture.data() + luma + luma / 4, stream.width, stream.height);
+  const double error = simulated::CornerColourError(
+      picture.data(), picture.data() + luma, picture.data() + luma + luma / 4, stream.width, stream.height);
   return error < kGreatestColourError ? "" : "has its colours wrong by " + std::to_string(error);
 }
 
