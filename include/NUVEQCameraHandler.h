@@ -1,26 +1,40 @@
-/*
- * libnuveqcamerahandler: the PC's built-in camera as an H.264 packet source.
+/**
+ * @file NUVEQCameraHandler.h
+ * @brief Captures from the PC's built-in camera and delivers H.264 packets.
  *
- * The library exports one function, NUVEQGetCameraHandler. It fills a table of nine functions,
- * through which everything else happens. The header is valid C99 and C++.
+ * The library exports one function, NUVEQGetCameraHandler(). It fills a table of nine functions,
+ * ::NUVEQCameraHandler, which the host uses for everything else. This header is valid C99 and C++.
  *
- *   query:    GetCapability -> read the records -> ReleaseCapability
- *   session:  RegisterSendDataCallback, RegisterServiceListener, GetCapability,
- *             OpenCameraDevice -> packets arrive through the data callback -> CloseCameraDevice
+ * A session:
  *
- *   Idle --open ok--> Running --close--> Idle
- *   Idle --open fails--> see OpenCameraDevice for what a failed open leaves and how to go on
+ *  1. NUVEQGetCameraHandler()
+ *  2. RegisterSendDataCallback and RegisterServiceListener
+ *  3. GetCapability, then ReleaseCapability
+ *  4. OpenCameraDevice; packets arrive through the data callback
+ *  5. CloseCameraDevice
  *
- * Threads. The table's functions may be called from any thread, but the library puts no lock around
- * them: OpenCameraDevice, CloseCameraDevice and GetCapability must not overlap each other. On Windows
- * COM is a matter of the thread: the first call that does work initialises it on its own thread, and
- * the platform initialises COM on every other thread from which it calls. The data callback runs on
- * the library's encoder thread; the status and action callbacks run inside the call that causes them.
+ * @par States
+ * The library is idle or running. An open that returns ::NUVEQ_CAMERA_OK makes it running; a close makes it
+ * idle. An open that fails may leave partial state, which CloseCameraDevice cleans up; see OpenCameraDevice.
  *
- * Exceptions never leave the library; a call that meets one answers its failure code.
+ * @par Threads
+ * The table may be called from any thread, but it has no lock: calls of OpenCameraDevice, CloseCameraDevice
+ * and GetCapability must not overlap. The data callback runs on the library's encoder thread. The status and
+ * action callbacks run on the calling thread, inside the call that causes them.
  *
- * Text is not terminated unless a comment says so: each pointer to characters comes with a length.
- * Calling convention is the system's standard one for C. Sizes and offsets are those of a 64-bit system.
+ * @par COM (Windows)
+ * COM is initialised per thread. The first call of any function but NUVEQGetCameraHandler() and the reserved
+ * ones initialises COM on its own thread. The host initialises COM on every other thread from which it
+ * calls.
+ *
+ * @par Exceptions
+ * No exception leaves the library. A function in which one occurs returns its failure code.
+ *
+ * @par Text
+ * Text is not terminated unless its description says so: every pointer to characters comes with a length.
+ *
+ * @par ABI
+ * The calling convention is the system's default for C. Sizes and offsets are those of a 64-bit system.
  */
 #ifndef NUVEQ_CAMERA_HANDLER_H
 #define NUVEQ_CAMERA_HANDLER_H
@@ -29,6 +43,14 @@
 
 #include <stddef.h>
 #include <stdint.h>
+
+/** @name Version of this header
+ * @{ */
+#define NUVEQ_CAMERA_HANDLER_VERSION_MAJOR 0
+#define NUVEQ_CAMERA_HANDLER_VERSION_MINOR 1
+#define NUVEQ_CAMERA_HANDLER_VERSION_PATCH 0
+#define NUVEQ_CAMERA_HANDLER_VERSION "0.1.0"
+/** @} */
 
 #if defined(_WIN32)
 #if defined(NUVEQ_CAMERA_HANDLER_BUILD)
@@ -44,207 +66,325 @@
 extern "C" {
 #endif
 
-/* Results of the table's functions. Each function's comment lists the ones that it can answer. */
+/** @brief Results of the functions. Each function's description lists the values that it returns. */
 enum {
+  /** Success. */
   NUVEQ_CAMERA_OK = 0,
-  NUVEQ_CAMERA_INVALID_ARGUMENT = -2, /* a null or malformed argument; nothing was changed */
-  NUVEQ_CAMERA_NO_MEMORY = -3,        /* capability query: a block could not be allocated */
-  NUVEQ_CAMERA_ALREADY_OPEN = -4,     /* open: close first */
-  NUVEQ_CAMERA_NOT_USABLE = -1000,    /* query: no built-in camera, or it could not be read */
-  NUVEQ_CAMERA_GRAPH_FAILED = -1001,  /* open: the capture graph could not be built or run */
-  NUVEQ_CAMERA_ENCODER_FAILED = -1004 /* open: the encoder or the frame pool could not be set up */
+  /** An argument is null or malformed. Nothing has changed. */
+  NUVEQ_CAMERA_INVALID_ARGUMENT = -2,
+  /** GetCapability: a block of the records could not be allocated. */
+  NUVEQ_CAMERA_NO_MEMORY = -3,
+  /** OpenCameraDevice: a camera is open. Close it first. */
+  NUVEQ_CAMERA_ALREADY_OPEN = -4,
+  /** GetCapability: there is no built-in camera, or it could not be read. */
+  NUVEQ_CAMERA_NOT_USABLE = -1000,
+  /** OpenCameraDevice: the capture graph could not be built or run. */
+  NUVEQ_CAMERA_GRAPH_FAILED = -1001,
+  /** OpenCameraDevice: the encoder or the frame pool could not be set up. */
+  NUVEQ_CAMERA_ENCODER_FAILED = -1004
 };
 
-/* State of the camera service. The platform defines more values; the library reports these two. */
+/** @brief Results of CloseCameraDevice. */
+enum {
+  /** The camera is closed, but the capture graph had not completed; or no camera was open. */
+  NUVEQ_CAMERA_CLOSE_INCOMPLETE = 0,
+  /** The camera is closed, and the capture graph had completed. */
+  NUVEQ_CAMERA_CLOSED = 1
+};
+
+/**
+ * @brief State of the camera service.
+ *
+ * The host defines further values; the library reports only these two.
+ */
 typedef enum NUVEQServiceStatus {
-  NUVEQ_SERVICE_STATUS_CAMERA_CLOSED = 3,
-  NUVEQ_SERVICE_STATUS_CAMERA_OPEN = 4,
-  NUVEQ_SERVICE_STATUS_32_BIT = 0x7fffffff /* never reported: fixes the enumeration's width */
+  NUVEQ_SERVICE_STATUS_CAMERA_CLOSED = 3,  /**< The camera has been closed. */
+  NUVEQ_SERVICE_STATUS_CAMERA_OPEN = 4,    /**< The camera is open. */
+  NUVEQ_SERVICE_STATUS_32_BIT = 0x7fffffff /**< Never reported; makes the enumeration 32 bits wide. */
 } NUVEQServiceStatus;
 
-/* Something the platform should act on. Valid during the callback only. */
+/** @brief Values of NUVEQServiceAction::type. */
+enum {
+  /** This PC has no usable camera. The content is ::NUVEQ_SERVICE_ACTION_NO_CAMERA. */
+  NUVEQ_SERVICE_ACTION_CAMERA_DRIVER_ERROR = 7
+};
+
+/** @brief Content of a ::NUVEQ_SERVICE_ACTION_CAMERA_DRIVER_ERROR action. */
+#define NUVEQ_SERVICE_ACTION_NO_CAMERA "440"
+
+/** @brief A condition that the host should act on. Valid during the callback only. */
 typedef struct NUVEQServiceAction {
-  uint32_t type;       /* 7: no usable camera on this PC */
-  const char* content; /* contentLen characters; "440" with type 7 */
-  uint32_t contentLen;
+  uint32_t type;       /**< ::NUVEQ_SERVICE_ACTION_CAMERA_DRIVER_ERROR */
+  const char* content; /**< contentLen characters */
+  uint32_t contentLen; /**< length of content in characters */
 } NUVEQServiceAction;
 
-/*
- * Receives one encoded packet: one whole H.264 access unit in Annex B form.
- *   id, idLen      camera id of the latest open request whose id was valid
- *   data, dataLen  the packet's bytes, valid during the callback only
- *   reserved       always 1
- * Answers 0, or an error code of the platform's, which is logged; the packet is not sent again.
- * Runs on the encoder thread, one call at a time, never after CloseCameraDevice has returned. While it
- * runs no other frame is encoded, and the capture side waits once its five frame buffers are full.
- * It cannot close the camera, and must not wait for another thread that does: closing waits for it, however
- * long it takes. It may call the rest of the table while no other thread opens, closes or queries: an open is
- * refused with -4, and its id goes with the packets that follow; a query needs COM on this thread, too. An
- * exception costs its packet and nothing else, where host and library share a C++ runtime.
+/**
+ * @brief Receives one packet: a whole H.264 access unit in Annex B format.
+ *
+ * Runs on the encoder thread, one call at a time, and never after CloseCameraDevice has returned. No other
+ * frame is encoded during the call. The capture side waits once all five frame buffers are full.
+ *
+ * The callback cannot close the camera, and must not wait for a thread that closes it: a close waits for the
+ * callback, however long it takes. The callback may call the other functions of the table while no other
+ * thread opens, closes or queries. An open is then refused with ::NUVEQ_CAMERA_ALREADY_OPEN, and the packets
+ * that follow carry its id. On Windows a query needs COM on this thread, too.
+ *
+ * A C++ exception that leaves the callback costs only that packet if the host and the library share a C++
+ * runtime.
+ *
+ * @param id        camera id of the latest open request that had a valid id
+ * @param idLen     length of @p id in characters
+ * @param data      the packet; valid during the call only
+ * @param dataLen   length of @p data in bytes
+ * @param reserved  always 1
+ * @return 0, or an error code of the host. The library logs an error code and does not send the packet
+ *         again.
  */
 typedef int32_t (*SendDataCallback)(const char* id, uint32_t idLen, const uint8_t* data, uint32_t dataLen,
                                     int32_t reserved);
 
-/*
- * Reports a change of the service's state. id and idLen are those of the request that caused it.
- * Answers 0, or an error code, which is logged and changes nothing. Runs on the requesting thread, inside
- * its request, and must not open or query. Closing inside the report of an open makes that open fail with
- * -1001, cleanly; inside the report of a refused one it closes the camera that was open, and the answer is -4
- * all the same; inside the report of a close it does nothing.
+/**
+ * @brief Reports that the camera has been opened or closed.
+ *
+ * Runs on the calling thread, inside the call that causes the report. It must not open or query. It may
+ * close:
+ *  - In the report of a successful open, the close makes the open fail with ::NUVEQ_CAMERA_GRAPH_FAILED and
+ *    leaves nothing to clean up.
+ *  - In the report of an open that is refused with ::NUVEQ_CAMERA_ALREADY_OPEN, the close closes the camera
+ *    that was open. The result of the open does not change.
+ *  - In the report of a close, the close does nothing.
+ *
+ * @param id      id of the open or close request that causes the report
+ * @param idLen   length of @p id in characters
+ * @param status  the new state
+ * @return 0, or an error code of the host. The library logs an error code; it has no other effect.
  */
 typedef int32_t (*ServiceStatusCallback)(const char* id, uint32_t idLen, NUVEQServiceStatus status);
 
-/*
- * Reports a NUVEQServiceAction. With type 7, id is null and idLen 1.
- * Answers 0, or an error code, which is logged and changes nothing. Runs on the requesting thread.
+/**
+ * @brief Reports a condition that the host should act on.
+ *
+ * Runs on the calling thread, inside the call that causes the report. It must not open or query.
+ *
+ * @param id      null with ::NUVEQ_SERVICE_ACTION_CAMERA_DRIVER_ERROR
+ * @param idLen   1 with ::NUVEQ_SERVICE_ACTION_CAMERA_DRIVER_ERROR
+ * @param action  the condition; valid during the call only
+ * @return 0, or an error code of the host. The library logs an error code; it has no other effect.
  */
 typedef int32_t (*ServiceActionCallback)(const char* id, uint32_t idLen, NUVEQServiceAction* action);
 
-/* The two report callbacks. Either may be null: that report is then not made. */
+/** @brief The two report callbacks. A null callback disables its report. */
 typedef struct NUVEQServiceListener {
   ServiceStatusCallback onStatus;
   ServiceActionCallback onAction;
 } NUVEQServiceListener;
 
-/*
- * An open request. Owned by the caller; read during OpenCameraDevice only. An id of more digits than fit is a
- * camera that is not there. The encoder takes 16 to 4096 pixels a side and as many blocks of 16x16 in all as
- * 4096x2304 has, and refuses others; of an odd side it leaves the last line out. fps 0 asks the camera for an
- * interval of 3.3 us, as fast as it can or a refusal, and is 30 for the encoder. A key frame comes every five
- * times fps frames, counted in 16 bits; where that makes 0, none comes after the first.
+/**
+ * @brief An open request. Owned by the caller, and read during OpenCameraDevice only.
+ *
+ * The id consists of decimal digits; an empty id selects camera 0. Reading stops at the first other
+ * character. An id that is larger than the largest index names a camera that does not exist.
+ *
+ * The encoder accepts 16 to 4096 pixels per side and at most as many 16x16 blocks as 4096x2304 has. It
+ * refuses other sizes. If a side is odd, its last line or column is not encoded.
+ *
+ * If fps is 0, the camera is asked for a frame interval of 3.3 microseconds, which it may refuse or answer
+ * with its highest rate, and the encoder assumes 30. The key frame interval is five times fps frames,
+ * truncated to 16 bits. If that is 0, the first frame is the only key frame.
  */
 typedef struct NUVEQCameraParam {
-  const char* id;  /* camera id: idLen decimal digits; no digits mean camera 0 */
-  uint32_t idLen;  /* reading stops at the first character that is no digit */
-  uint32_t width;  /* pixels; a size that the capabilities do not list is tried uncompressed */
-  uint32_t height; /* pixels, without the sign that a listed height may have */
-  uint32_t fps;    /* whole frames per second */
+  const char* id;  /**< camera id, for example that of a NUVEQCameraCapabilities record */
+  uint32_t idLen;  /**< length of id in characters */
+  uint32_t width;  /**< pixels; a size that GetCapability does not list is requested uncompressed */
+  uint32_t height; /**< pixels; the absolute value of a listed height */
+  uint32_t fps;    /**< whole frames per second */
 } NUVEQCameraParam;
 
-/* One frame rate, as a range whose ends are equal, in thousandths of a frame per second. */
+/** @brief A frame rate in thousandths of a frame per second (30 frames per second: 30000). */
 typedef struct NUVEQFpsRange {
-  uint32_t minimum; /* 30 frames per second: 30000 */
-  uint32_t maximum;
+  uint32_t minimum; /**< the rate */
+  uint32_t maximum; /**< always equal to minimum */
 } NUVEQFpsRange;
 
-/* One picture size in pixels. The height is negative where the driver says so (top-down pictures). */
+/** @brief A picture size in pixels. */
 typedef struct NUVEQResolution {
   int32_t width;
-  int32_t height;
+  int32_t height; /**< negative if the driver describes the pictures as top-down */
 } NUVEQResolution;
 
-/*
- * What a camera can deliver. The two lists are independent: not every rate comes with every size. Formats
- * that the driver does not describe by a whole VIDEOINFOHEADER are left out; other numbers are the driver's,
- * whatever they are.
+/**
+ * @brief The formats of a camera.
+ *
+ * The two lists are independent: not every rate is available at every size. Formats that the driver does not
+ * describe with a whole VIDEOINFOHEADER are left out. All values are the driver's and are not checked.
  */
 typedef struct NUVEQCameraAbility {
-  NUVEQFpsRange* fpsRanges; /* fpsRangeNum entries, ascending; null when there is none */
-  uint32_t fpsRangeNum;
-  NUVEQResolution* resolutions; /* resolutionNum entries; null when there is none */
-  uint32_t resolutionNum;
-  uint32_t abilityFlag; /* always 1 */
+  NUVEQFpsRange* fpsRanges;     /**< fpsRangeNum entries in ascending order; null if there are none */
+  uint32_t fpsRangeNum;         /**< number of fpsRanges */
+  NUVEQResolution* resolutions; /**< resolutionNum entries; null if there are none */
+  uint32_t resolutionNum;       /**< number of resolutions */
+  uint32_t abilityFlag;         /**< always 1 */
 } NUVEQCameraAbility;
 
-/* One camera. Made by GetCapability, owned by the platform until ReleaseCapability. */
+/**
+ * @brief A camera.
+ *
+ * Created by GetCapability. Owned by the host until it passes the record to ReleaseCapability.
+ */
 typedef struct NUVEQCameraCapabilities {
-  char* id;                      /* 64 bytes, zero-filled: the camera's id, terminated; "0" */
-  uint32_t idLen;                /* characters of id, without the terminating zero */
-  NUVEQCameraAbility* abilities; /* abilityNum entries */
-  uint32_t abilityNum;           /* always 1 */
-  uint8_t reserved[20];          /* zero; the platform's to use */
+  char* id;                      /**< camera id ("0"): terminated, in a zero-filled block of 64 bytes */
+  uint32_t idLen;                /**< length of id, without the terminator */
+  NUVEQCameraAbility* abilities; /**< abilityNum entries */
+  uint32_t abilityNum;           /**< always 1 */
+  uint8_t reserved[20];          /**< zero; free for use by the host */
 } NUVEQCameraCapabilities;
 
-/*
- * The table. All functions stay valid until the library is unloaded.
+/**
+ * @brief The function table.
+ *
+ * Filled by NUVEQGetCameraHandler(). The functions are valid until the library is unloaded.
  */
 typedef struct NUVEQCameraHandler {
-  /*
-   * Stores the data callback; the first two arguments are ignored. Register before opening: a callback
-   * that is replaced while packets flow takes effect with one of the next packets. Without a callback
-   * packets are discarded.
-   * Results: 0; -2 when callback is null (the earlier callback stays).
+  /**
+   * @brief Registers the data callback.
+   *
+   * Register before opening: a callback that is replaced while the camera runs takes effect with one of the
+   * next packets. Packets are discarded while no callback is registered.
+   *
+   * @param ignored     ignored
+   * @param ignoredLen  ignored
+   * @param callback    the callback
+   * @retval NUVEQ_CAMERA_OK                The callback is registered.
+   * @retval NUVEQ_CAMERA_INVALID_ARGUMENT  @p callback is null. The earlier callback stays registered.
    */
   int32_t (*RegisterSendDataCallback)(void* ignored, uint32_t ignoredLen, SendDataCallback callback);
 
-  /*
-   * Opens the camera and starts the packets. Reports status 4. Returns when the camera has delivered
-   * its first frame. If no frame arrives, it returns 0 after five seconds on Linux, and packets start
-   * with the first frame; on Windows it waits until the capture graph completes, without a timeout.
-   * Query capabilities first: the query finds the camera and decides which of its formats serves the
-   * requested size.
-   * Results and what they leave:
-   *   0      packets flow until CloseCameraDevice
-   *   -2     param is null, or its id is null or not all digits; nothing changed
-   *   -4     already open; status 4 is reported for this request's id, and the packets that follow carry
-   *          that id
-   *   -1004  the encoder or the frame pool refuses the request; another may follow at once
-   *   -1001  the graph could not be built (no camera by that index, camera in use, format refused) or not
-   *          run, or no thread could be started; status 4 may have been reported before. Call
-   *          CloseCameraDevice: until then opening answers -1004, or -4 where the graph was built. If not
-   *          even an empty capture graph could be made, for example on a thread without COM, there is
-   *          nothing to close: CloseCameraDevice answers 0 and opening answers -1004. Then unload the
-   *          library (Windows: FreeLibrary; Linux: dlclose), which unmaps it at once if nobody else has
-   *          loaded it, and load it again (LoadLibrary, dlopen)
+  /**
+   * @brief Opens the camera and starts the packets.
+   *
+   * Call GetCapability first: the query finds the camera and determines which of its formats is used for the
+   * requested size. A successful open reports ::NUVEQ_SERVICE_STATUS_CAMERA_OPEN.
+   *
+   * The call returns when the camera has delivered its first frame. If no frame arrives, the call returns
+   * ::NUVEQ_CAMERA_OK after five seconds on Linux, and packets start with the first frame. On Windows it
+   * waits until the capture graph completes, without a timeout.
+   *
+   * @param param  the request
+   * @retval NUVEQ_CAMERA_OK                Packets arrive until CloseCameraDevice.
+   * @retval NUVEQ_CAMERA_INVALID_ARGUMENT  @p param or its id is null, or the id contains a character that is
+   *                                        not a decimal digit. Nothing has changed.
+   * @retval NUVEQ_CAMERA_ALREADY_OPEN      A camera is open. ::NUVEQ_SERVICE_STATUS_CAMERA_OPEN is reported
+   *                                        with this request's id, and the packets that follow carry this id.
+   * @retval NUVEQ_CAMERA_ENCODER_FAILED    The encoder or the frame pool refuses the request. Another open
+   * may follow at once.
+   * @retval NUVEQ_CAMERA_GRAPH_FAILED      The graph could not be built (the index names no camera, the
+   * camera is in use, the format is refused) or run, or a thread could not be started.
+   * ::NUVEQ_SERVICE_STATUS_CAMERA_OPEN may have been reported. Call CloseCameraDevice. Until then every open
+   * returns
+   *                                        ::NUVEQ_CAMERA_ENCODER_FAILED, or ::NUVEQ_CAMERA_ALREADY_OPEN if
+   *                                        the graph was built.
+   *
+   * @note If not even an empty graph could be created, for example on a thread without COM, the open returns
+   *       ::NUVEQ_CAMERA_GRAPH_FAILED and leaves nothing to close: CloseCameraDevice returns
+   *       ::NUVEQ_CAMERA_CLOSE_INCOMPLETE and every open returns ::NUVEQ_CAMERA_ENCODER_FAILED. Unload the
+   *       library (FreeLibrary, dlclose) and load it again. The unload unmaps it at once unless it has been
+   *       loaded elsewhere in the process.
    */
   int32_t (*OpenCameraDevice)(const NUVEQCameraParam* param);
 
-  /*
-   * Stops the packets, releases the camera and reports status 3. id is only passed on to that report, unread.
-   * After it returns no callback runs. On Windows it waits for the library's thread to end, so the caller
-   * must not hold the loader lock (DllMain); after an open that failed it waits for no thread. From inside
-   * the data callback, whose thread it would wait for, it does nothing and answers 0.
-   * Results: 1 closed, and the graph had completed; 0 closed without that, or nothing was open, which is
-   * not reported.
+  /**
+   * @brief Stops the packets, releases the camera and reports ::NUVEQ_SERVICE_STATUS_CAMERA_CLOSED.
+   *
+   * No callback runs after the call has returned. If no camera was open and no failed open left a graph, the
+   * call does nothing and makes no report. Inside the data callback it does nothing and returns
+   * ::NUVEQ_CAMERA_CLOSE_INCOMPLETE, since it would wait for the callback's own thread.
+   *
+   * @param id     passed on to the report; not read otherwise
+   * @param idLen  passed on to the report
+   * @retval NUVEQ_CAMERA_CLOSED            The camera is closed, and the capture graph had completed.
+   * @retval NUVEQ_CAMERA_CLOSE_INCOMPLETE  The camera is closed, but the capture graph had not completed; or
+   *                                        the call did nothing.
+   *
+   * @note On Windows the call waits for the encoder thread to end, so the caller must not hold the loader
+   * lock (DllMain). After an open that failed it waits for no thread.
    */
   int32_t (*CloseCameraDevice)(const char* id, uint32_t idLen);
 
-  /* Does nothing, answers 0. Any arguments. */
+  /** @brief Does nothing. Accepts any arguments. @return 0 */
   int32_t (*Reserved3)(void* first, uint32_t second, uint32_t third, void* fourth);
 
-  /*
-   * Finds the built-in camera and reads what it can deliver. A camera that is open is not disturbed. On
-   * success *capabilities points at *count records (one), which the platform hands back through
-   * ReleaseCapability. The value that *capabilities has before the call is not used. Records of an earlier
-   * query stay valid, also when this one fails; keep another pointer to them, since this one is overwritten.
-   * After a failure *capabilities must be neither read nor released. It is unchanged if the query ended
-   * before the first record was allocated, null if that allocation failed (-3), and otherwise points at
-   * records that have been released already.
-   * Results: 0; -2 an argument is null; -1000 no built-in camera (the action callback is called with type
-   * 7), its capabilities could not be read, a capture device has a name that is no Unicode text, or no
-   * memory for the frame rates or for anything but the records; -3 no memory for another block of the
-   * records. *count is left alone after -2, when there is no camera or such a name, and when memory ended
-   * before a camera was found; it is 1 otherwise.
+  /**
+   * @brief Finds the built-in camera and lists its sizes and frame rates.
+   *
+   * An open camera is not disturbed. On success @p *capabilities points to @p *count records (one); pass them
+   * to ReleaseCapability. The previous value of @p *capabilities is not used: records of an earlier query
+   * stay valid, also if this query fails, but the host must keep another pointer to them.
+   *
+   * After a failure @p *capabilities must be neither read nor released. It is unchanged if the query failed
+   * before it allocated the first record, null if that allocation failed (::NUVEQ_CAMERA_NO_MEMORY), and
+   * otherwise points to records that have already been released.
+   *
+   * @param capabilities  receives the records
+   * @param count         receives the number of records. It is unchanged after
+   *                      ::NUVEQ_CAMERA_INVALID_ARGUMENT, if there is no built-in camera, if a device name is
+   *                      not valid Unicode, and if memory ran out before a camera was found; otherwise it is
+   *                      1, also after a failure.
+   * @retval NUVEQ_CAMERA_OK                The records are ready.
+   * @retval NUVEQ_CAMERA_INVALID_ARGUMENT  An argument is null.
+   * @retval NUVEQ_CAMERA_NOT_USABLE        There is no built-in camera (the action callback is called with
+   *                                        ::NUVEQ_SERVICE_ACTION_CAMERA_DRIVER_ERROR), its formats could not
+   *                                        be read, a capture device has a name that is not valid Unicode, or
+   *                                        memory ran out for the list of frame rates or outside of the
+   *                                        records.
+   * @retval NUVEQ_CAMERA_NO_MEMORY         Another block of the records could not be allocated.
    */
   int32_t (*GetCapability)(NUVEQCameraCapabilities** capabilities, uint32_t* count);
 
-  /* Does nothing, answers 0. Any argument. */
+  /** @brief Does nothing. Accepts any argument. @return 0 */
   int32_t (*Reserved5)(void* first);
 
-  /* Releases count records as GetCapability made them; the first argument is ignored. Null is ignored. */
+  /**
+   * @brief Releases the records of a successful GetCapability.
+   *
+   * @param ignored       ignored
+   * @param capabilities  the records; null is ignored
+   * @param count         the number of records, as GetCapability returned it
+   */
   void (*ReleaseCapability)(uint32_t ignored, NUVEQCameraCapabilities* capabilities, uint32_t count);
 
-  /*
-   * Copies the two report callbacks, null ones included. Register before opening.
-   * Results: 0; -2 when listener is null (the earlier callbacks stay).
+  /**
+   * @brief Registers the report callbacks. Register before opening.
+   *
+   * @param listener  copied, including null callbacks
+   * @retval NUVEQ_CAMERA_OK                The callbacks are registered.
+   * @retval NUVEQ_CAMERA_INVALID_ARGUMENT  @p listener is null. The earlier callbacks stay registered.
    */
   int32_t (*RegisterServiceListener)(const NUVEQServiceListener* listener);
 
-  /* Does nothing, answers 0. Any arguments. */
+  /** @brief Does nothing. Accepts any arguments. @return 0 */
   int32_t (*Reserved8)(uint32_t first, void* second, uint32_t third, void* fourth);
 } NUVEQCameraHandler;
 
-/*
- * Fills the table. May be called again, from any thread; it touches no camera.
- * Results: 0; -2 when handler is null.
+/**
+ * @brief Fills the function table.
+ *
+ * Accesses no camera. May be called again, and from any thread.
+ *
+ * @param handler  the table to fill
+ * @retval NUVEQ_CAMERA_OK                The table is filled.
+ * @retval NUVEQ_CAMERA_INVALID_ARGUMENT  @p handler is null.
  */
 NUVEQ_EXPORT int32_t NUVEQGetCameraHandler(NUVEQCameraHandler* handler);
+
+/** @brief Type of NUVEQGetCameraHandler(), for hosts that look it up with dlsym or GetProcAddress. */
+typedef int32_t (*NUVEQGetCameraHandlerFunction)(NUVEQCameraHandler* handler);
 
 #ifdef __cplusplus
 }
 #endif
 
-/* The layouts are a contract with programs built elsewhere. */
+/* The layout is fixed: host and library are built separately. */
 #if defined(__cplusplus)
 #define NUVEQ_ASSERT_LAYOUT(condition, name) static_assert(condition, #name)
 #else

@@ -1,7 +1,21 @@
-# Fails unless README shows FILE as it is.
+# Fails unless README shows the excerpt of FILE that is between its two markers, without the excerpt's indentation.
+set(begin "  /* [README: begin] */\n")
+set(end "  /* [README: end] */\n")
 file(READ ${README} readme)
-file(READ ${FILE} shown)
-string(FIND "${readme}" "${shown}" place)
-if(place EQUAL -1)
-  message(FATAL_ERROR "${README} does not show ${FILE} as it is; copy it into the page")
+file(READ ${FILE} source)
+
+string(FIND "${source}" "${begin}" begin_at)
+string(FIND "${source}" "${end}" end_at)
+if(begin_at EQUAL -1 OR end_at LESS begin_at)
+  message(FATAL_ERROR "${FILE} lacks the markers of the excerpt")
+endif()
+string(LENGTH "${begin}" begin_length)
+math(EXPR excerpt_at "${begin_at} + ${begin_length}")
+math(EXPR excerpt_length "${end_at} - ${excerpt_at}")
+string(SUBSTRING "${source}" ${excerpt_at} ${excerpt_length} excerpt)
+string(REPLACE "\n  " "\n" excerpt "\n${excerpt}")
+
+string(FIND "${readme}" "```c${excerpt}```\n" shown_at)
+if(shown_at EQUAL -1)
+  message(FATAL_ERROR "${README} does not show the excerpt of ${FILE}; copy it into the page")
 endif()

@@ -1,0 +1,17 @@
+# Fails unless HEADER declares VERSION, the version of the CMake project.
+file(READ ${HEADER} header)
+string(REPLACE "." ";" parts ${VERSION})
+list(GET parts 0 MAJOR)
+list(GET parts 1 MINOR)
+list(GET parts 2 PATCH)
+
+set(expected "#define NUVEQ_CAMERA_HANDLER_VERSION \"${VERSION}\"")
+foreach(part IN ITEMS MAJOR MINOR PATCH)
+  list(APPEND expected "#define NUVEQ_CAMERA_HANDLER_VERSION_${part} ${${part}}")
+endforeach()
+foreach(line IN LISTS expected)
+  string(FIND "${header}" "\n${line}\n" at)
+  if(at EQUAL -1)
+    message(FATAL_ERROR "${HEADER} lacks '${line}'; the project's version is ${VERSION}")
+  endif()
+endforeach()
