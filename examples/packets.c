@@ -65,7 +65,8 @@ int main(int argc, char** argv) {
     return kFailure;
   }
   NUVEQGetCameraHandlerFunction get_handler = NULL;
-  *(void**)&get_handler = dlsym(library, "NUVEQGetCameraHandler"); /* C has no cast between the two */
+  /* ISO C cannot cast void* to a function pointer. */
+  *(void**)&get_handler = dlsym(library, "NUVEQGetCameraHandler");
   NUVEQCameraHandler camera;
   int status = kFailure;
   if (get_handler != NULL && get_handler(&camera) == NUVEQ_CAMERA_OK) {

@@ -28,7 +28,9 @@
  * calls.
  *
  * @par Exceptions
- * No exception leaves the library. A function in which one occurs returns its failure code.
+ * No exception leaves the library. If one occurs, OpenCameraDevice returns ::NUVEQ_CAMERA_GRAPH_FAILED,
+ * CloseCameraDevice ::NUVEQ_CAMERA_CLOSE_INCOMPLETE, GetCapability ::NUVEQ_CAMERA_NOT_USABLE, and a
+ * registration ::NUVEQ_CAMERA_INVALID_ARGUMENT.
  *
  * @par Text
  * Text is not terminated unless its description says so: every pointer to characters comes with a length.
@@ -189,9 +191,9 @@ typedef struct NUVEQServiceListener {
  * The encoder accepts 16 to 4096 pixels per side and at most as many 16x16 blocks as 4096x2304 has. It
  * refuses other sizes. If a side is odd, its last line or column is not encoded.
  *
- * If fps is 0, the camera is asked for a frame interval of 3.3 microseconds, which it may refuse or answer
- * with its highest rate, and the encoder assumes 30. The key frame interval is five times fps frames,
- * truncated to 16 bits. If that is 0, the first frame is the only key frame.
+ * If fps is 0, the camera is asked for a frame interval of 3.3 microseconds, which it may refuse or replace
+ * by its shortest interval, and the encoder assumes 30 frames per second. The key frame interval is five
+ * times fps frames, truncated to 16 bits. If that is 0, the first frame is the only key frame.
  */
 typedef struct NUVEQCameraParam {
   const char* id;  /**< camera id, for example that of a NUVEQCameraCapabilities record */
