@@ -1,10 +1,10 @@
-"""What the machine's firmware says of its USB ports: an ACPI table beside those that QEMU brings."""
+"""The ACPI table (SSDT) that describes the machine's USB ports, in addition to QEMU's own tables."""
 
 import subprocess
 
 from topologies import Port
 
-# Where QEMU's own tables have the USB controller, by its place on the PCI bus: slot 5, function 0.
+# The USB controller on the PCI bus (slot 5, function 0) and its path in QEMU's ACPI namespace.
 CONTROLLER_SLOT = "05.0"
 CONTROLLER = r"\_SB.PCI0.S28"
 # The controller numbers its SuperSpeed ports first.
@@ -13,17 +13,17 @@ HIGH_SPEED_PORTS = 8
 
 
 def port_object(number, declared, offset=0, inner=""):
-    """A port and what is below it. offset: of the port's number in the eyes of what it belongs to."""
-    said = ""
+    """The ASL object of a port with its child objects. offset: difference between _ADR and the port's number."""
+    properties = ""
     if declared is not Port.UNDECLARED:
         visible = 1 if declared is Port.USER_VISIBLE else 0
-        said = (f"Name (_UPC, Package () {{ 0xFF, 0xFF, 0, 0 }})\n"
-                f"Name (_PLD, Package () {{ ToPLD (PLD_Revision = 2, PLD_UserVisible = {visible}) }})\n")
-    return f"Device (PRT{number}) {{\nName (_ADR, {int(number) + offset})\n{said}{inner}}}\n"
+        properties = (f"Name (_UPC, Package () {{ 0xFF, 0xFF, 0, 0 }})\n"
+                      f"Name (_PLD, Package () {{ ToPLD (PLD_Revision = 2, PLD_UserVisible = {visible}) }})\n")
+    return f"Device (PRT{number}) {{\nName (_ADR, {int(number) + offset})\n{properties}{inner}}}\n"
 
 
 def source(topology):
-    """The table in ASL; empty where there is nothing to say."""
+    """Returns the table in ASL, or an empty string if the topology declares no port."""
     places = list(topology.hubs) + list(topology.cameras)
     if all(place.declared is Port.UNDECLARED for place in places):
         return ""
@@ -40,7 +40,7 @@ def source(topology):
 
 
 def compile_table(topology, folder):
-    """The table as QEMU takes it; None where there is nothing to say."""
+    """Compiles the table and returns the path of the AML file, or None if the topology declares no port."""
     text = source(topology)
     if not text:
         return None
@@ -49,5 +49,5 @@ def compile_table(topology, folder):
     result = subprocess.run(["iasl", "-p", str(folder / "usb_ports"), str(asl)], stdin=subprocess.DEVNULL,
                             stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=60)
     if result.returncode != 0:
-        raise RuntimeError("iasl refuses the ACPI table:\n" + result.stdout.decode(errors="replace"))
+        raise RuntimeError("iasl rejects the ACPI table:\n" + result.stdout.decode(errors="replace"))
     return folder / "usb_ports.aml"

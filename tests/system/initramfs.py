@@ -1,11 +1,11 @@
-"""The guest's first file system: busybox, the drivers in the order in which they load, and the script init."""
+"""The guest's initramfs: busybox, the kernel modules and the init script that loads them."""
 
 import re
 import shutil
 import subprocess
 from pathlib import Path
 
-NEEDED = ("virtio_pci", "9pnet_virtio", "9p", "xhci_pci", "uvcvideo")
+REQUIRED_MODULES = ("virtio_pci", "9pnet_virtio", "9p", "xhci_pci", "uvcvideo")
 
 
 def module_files(folder):
@@ -19,7 +19,7 @@ def dependencies(path):
 
 
 def load_order(files, names):
-    """Names with all that they depend on, which comes first."""
+    """The named modules and their dependencies, each after the modules that it depends on."""
     order = []
 
     def add(name):
@@ -37,14 +37,14 @@ def load_order(files, names):
 
 
 def build(kernel, topology, folder):
-    """Makes folder/initramfs and answers its path."""
+    """Creates folder/initramfs and returns its path."""
     root = folder / "initramfs-files"
     shutil.rmtree(root, ignore_errors=True)
     for name in ("bin", "dev", "host", "modules", "proc", "sys"):
         (root / name).mkdir(parents=True)
     shutil.copy(shutil.which("busybox") or "/bin/busybox", root / "bin/busybox")
     files = module_files(kernel / "modules")
-    names = NEEDED + (("vivid",) if topology.has_vivid else ())
+    names = REQUIRED_MODULES + (("vivid",) if topology.has_vivid else ())
     arguments = {"vivid": " n_devs=1 node_types=0x1"}
     lines = ""
     for name in load_order(files, names):

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Runs the Linux library against real kernel drivers: boots a PC in a virtual machine, and tests in there."""
+"""Tests the Linux library against real kernel drivers: boots a virtual machine and runs the tests in the guest."""
 
 import argparse
 import json
@@ -13,16 +13,16 @@ import tempfile
 import time
 from pathlib import Path
 
-from virtual_machine import BootTimeOut, CannotRun, Machine, MachineFailure, environment_for_guest, require_qemu
+from virtual_machine import BootTimeout, Machine, MachineError, QemuUnavailable, environment_for_guest, require_qemu
 from topologies import METADATA_REASON, TOPOLOGIES
 
-# What ctest takes for "did not run".
+# The exit code that ctest reports as "skipped".
 DID_NOT_RUN = 77
 SHARE = "/run/share"
 CONTROL_LINE = "/dev/ttyS1"
 CONSOLE_LINES = 25
-# Frames that v4l2-ctl takes of a camera. v4l2-compliance's own streaming tests (-s) are no use: they want EINVAL of
-# a start without buffers, where the kernel's driver answers EBUSY and does not ask the camera.
+# Number of frames that v4l2-ctl captures. The streaming tests of v4l2-compliance (-s) do not pass with uvcvideo: they
+# expect EINVAL from a start without buffers, and the driver returns EBUSY.
 STREAMED = 10
 
 GUEST_FUNCTIONS = """\
@@ -41,20 +41,20 @@ is_gone() {
   return 0
 }
 wait_until() {
-  left=$PATIENCE
+  left=$TIMEOUT
   until "$@" >/dev/null; do
     left=$((left - 1))
-    [ $left -gt 0 ] || { echo "waited in vain: $*"; return; }
+    [ $left -gt 0 ] || { echo "timeout: $*"; return; }
     sleep 0.1
   done
 }
-# Asks the host for something, such as to plug a camera in.
+# Sends a request to the host and waits for the reply.
 ask() { echo "$*" >&3; read -r answer <&3; [ "$answer" = ok ] || echo "$*: $answer"; }
 """
 
 
 def scene_script(scene, options):
-    """Commands of the guest for a scene, whose cameras are being plugged in: the tool, v4l2-ctl, the tests."""
+    """The guest's commands for a scene: waits for its cameras, then runs nuveqcam, v4l2-ctl and the tests."""
     lines = [f"S={SHARE}/{scene.name}", "export NUVEQ_KERNEL_SHARE=$S"]
     nodes = [(camera, function, camera.node_name(function)) for camera in scene.cameras
              for function in camera.functions]
@@ -73,21 +73,21 @@ def scene_script(scene, options):
 
 
 def change_script(before, after):
-    """Commands of the guest that replace the cameras of a scene by those of another one."""
+    """The guest's commands that replace the cameras of a scene with those of the next one."""
     lines = [f"ask unplug {camera.name}" for camera in before.cameras]
     lines += [f"wait_until is_gone {camera.name}" for camera in before.cameras]
     return lines + [f"ask scene {after.name}"]
 
 
 def guest_script(topology, binaries, options):
-    """What the guest runs: all scenes of the topology."""
+    """The guest's script, which runs all scenes of the topology."""
     lines = [f"cd {shlex.quote(str(binaries))} || exit 1"]
-    lines.append(f"PATIENCE={10 * options.camera_patience}  # in tenths of a second")
+    lines.append(f"TIMEOUT={10 * options.camera_timeout}  # in tenths of a second")
     variables = {"NUVEQ_KERNEL_CONTROL": CONTROL_LINE, "NUVEQ_KERNEL_TOPOLOGY": topology.name,
                  **environment_for_guest()}
     lines += [f"export {name}={shlex.quote(value)}" for name, value in variables.items()]
     lines += [GUEST_FUNCTIONS, f"exec 3<>{CONTROL_LINE}"]
-    # The tool's libraries take longer to come over than cameras to appear.
+    # Loads the tool's libraries over 9p while the cameras are being enumerated.
     lines.append("./nuveqcam --version >/dev/null &")
     for before, scene in zip((None,) + topology.scenes, topology.scenes):
         lines += change_script(before, scene) if before else []
@@ -96,12 +96,12 @@ def guest_script(topology, binaries, options):
 
 
 def function_id(camera, function):
-    """Part of file names."""
+    """Identifies a function of a camera in file names."""
     return f"{camera.name}_{camera.functions.index(function)}"
 
 
 class Results:
-    """What the guest left of a scene, checked; prints each check and counts those that fail."""
+    """Checks the files that the guest wrote in a scene. Prints each check and counts the failures."""
 
     def __init__(self, scene, share):
         self._scene = scene
@@ -112,8 +112,8 @@ class Results:
         path = self._share / name
         return path.read_text(errors="replace") if path.exists() else ""
 
-    def check(self, what, is_met, detail=""):
-        print(("ok      " if is_met else "FAILED  ") + what, flush=True)
+    def check(self, description, is_met, detail=""):
+        print(("ok      " if is_met else "FAILED  ") + description, flush=True)
         if not is_met:
             self.failures += 1
             print("\n".join("        " + line for line in str(detail).splitlines()))
@@ -122,15 +122,15 @@ class Results:
         text = self.read(f"{step}.code").strip()
         return int(text) if text else None
 
-    def check_step(self, step, wanted=0):
+    def check_step(self, step, expected=0):
         code = self.exit_code(step)
-        self.check(f"{step} ends with {wanted}", code == wanted,
-                   f"it ended with {code}\n" + self.read(f"{step}.out") + self.read(f"{step}.err"))
-        return code == wanted
+        self.check(f"{step} exits with {expected}", code == expected,
+                   f"it exited with {code}\n" + self.read(f"{step}.out") + self.read(f"{step}.err"))
+        return code == expected
 
-    def check_json(self, step, wanted):
-        """What a step printed; None when it failed or printed something else."""
-        if not self.check_step(step, wanted):
+    def check_json(self, step, expected):
+        """Returns the parsed output of a step, or None if the step failed or did not print JSON."""
+        if not self.check_step(step, expected):
             return None
         try:
             return json.loads(self.read(f"{step}.out"))
@@ -139,7 +139,8 @@ class Results:
             return None
 
     def check_all(self):
-        self.check("the tests in the guest pass", self.exit_code("tests") == 0, f"they ended with {self.exit_code('tests')}")
+        code = self.exit_code("tests")
+        self.check("the tests in the guest pass", code == 0, f"they exited with {code}")
         self.check_list()
         self.check_doctor()
         for camera in self._scene.cameras:
@@ -155,61 +156,62 @@ class Results:
             self.check_stream(name)
 
     def check_list(self):
-        taken = self._scene.expected.taken
-        answer = self.check_json("list", 0 if taken else 3)
-        if answer:
-            built_in = [device["name"] for device in answer["devices"] if device["builtIn"]]
-            self.check("nuveqcam offers " + (taken or "nothing"),
-                       len(answer["cameras"]) == len(built_in) == (1 if taken else 0) and
-                       all(name.startswith(taken) for name in built_in), self.read("list.out"))
+        offered = self._scene.expected.offered
+        output = self.check_json("list", 0 if offered else 3)
+        if output:
+            built_in = [device["name"] for device in output["devices"] if device["builtIn"]]
+            self.check("nuveqcam list offers " + (offered or "no camera"),
+                       len(output["cameras"]) == len(built_in) == (1 if offered else 0) and
+                       all(name.startswith(offered) for name in built_in), self.read("list.out"))
 
     def check_doctor(self):
-        """The doctor says what the camera library goes by, of every device."""
+        """nuveqcam doctor reports every device with the data on which the library's decision is based."""
         expected = self._scene.expected
-        self.check_step("doctor", 0 if expected.taken else 3)
-        answer = self.check_json("doctor_json", 0 if expected.taken else 3)
-        if not answer:
+        self.check_step("doctor", 0 if expected.offered else 3)
+        output = self.check_json("doctor_json", 0 if expected.offered else 3)
+        if not output:
             return
         text, raw = self.read("doctor.out"), self.read("doctor_json.out")
-        self.check("the doctor says whether a camera is offered", answer["offered"] == bool(expected.taken), raw)
-        usb = {device["name"]: device for device in answer["usbDevices"]}
-        self.check("the doctor sees every USB device", set(usb) == set(expected.verdicts), raw)
+        self.check("doctor reports whether a camera is offered", output["offered"] == bool(expected.offered), raw)
+        usb = {device["name"]: device for device in output["usbDevices"]}
+        self.check("doctor lists every USB device", set(usb) == set(expected.verdicts), raw)
         for name, verdict in expected.verdicts.items():
             device = usb.get(name, {})
-            self.check(f"the doctor on {name}: {verdict.text}",
-                       device.get("verdictFrom") == verdict.come_from and
+            self.check(f"doctor on {name}: {verdict.text}",
+                       device.get("verdictFrom") == verdict.source and
                        device.get("removable") == verdict.is_removable and device.get("verdict") == verdict.text and
                        re.search(re.escape(name) + r" .*" + re.escape(verdict.text) + "$", text, re.M), raw + text)
-        reasons = {name: "" for name in ([expected.taken] if expected.taken else [])} | expected.reasons
-        self.check("the doctor sees every capture device", len(answer["captureDevices"]) == len(reasons), raw)
+        reasons = {name: "" for name in ([expected.offered] if expected.offered else [])} | expected.reasons
+        self.check("doctor lists every capture device", len(output["captureDevices"]) == len(reasons), raw)
         for name, reason in reasons.items():
-            device = next((device for device in answer["captureDevices"] if device["name"].startswith(name)), {})
-            self.check(f"the doctor on {name}: {reason or 'taken'}",
+            device = next((device for device in output["captureDevices"] if device["name"].startswith(name)), {})
+            self.check(f"doctor on {name}: {reason or 'offered'}",
                        device.get("taken") == (not reason) and (device.get("reason") or "") == reason, raw)
-        others = {node["name"]: node["reason"] for node in answer["otherNodes"] if node["reason"] != METADATA_REASON}
-        self.check("the doctor says why other nodes are not capture devices",
+        others = {node["name"]: node["reason"] for node in output["otherNodes"] if node["reason"] != METADATA_REASON}
+        self.check("doctor gives the reasons why other nodes are not capture devices",
                    others == expected.other_nodes and
                    all(re.search(re.escape(name) + " .*not a capture device: " + re.escape(reason) + "$", text, re.M)
-                       for name, reason in others.items()), f"expected {expected.other_nodes}\nseen {others}\n" + text)
+                       for name, reason in others.items()),
+                   f"expected {expected.other_nodes}\nactual {others}\n" + text)
 
     def check_formats(self, name, node, formats):
-        """v4l2-ctl sees what the function's descriptors say."""
+        """v4l2-ctl lists the formats of the function's descriptors."""
         if not self.check_step(f"formats_{name}"):
             return
-        wanted = set()
+        expected = set()
         for text in formats:
             layout, rest = text.split(":")
             size, rates = rest.split("@")
-            wanted |= {(layout, size, float(rate)) for rate in rates.split(",")}
-        seen, layout, size = set(), "", ""
+            expected |= {(layout, size, float(rate)) for rate in rates.split(",")}
+        actual, layout, size = set(), "", ""
         for line in self.read(f"formats_{name}.out").splitlines():
             if found := re.search(r"\[\d+\]: '(\w+)'", line):
                 layout = found.group(1)
             elif found := re.search(r"Size: Discrete (\d+x\d+)", line):
                 size = found.group(1)
             elif found := re.search(r"\(([\d.]+) fps\)", line):
-                seen.add((layout, size, float(found.group(1))))
-        self.check(f"v4l2-ctl lists the formats of {node}", seen == wanted, f"wanted {wanted}\nseen {seen}")
+                actual.add((layout, size, float(found.group(1))))
+        self.check(f"v4l2-ctl lists the formats of {node}", actual == expected, f"expected {expected}\nactual {actual}")
 
     def check_compliance(self, name):
         if self.check_step(f"compliance_{name}"):
@@ -218,15 +220,15 @@ class Results:
 
     def check_stream(self, name):
         if self.check_step(f"stream_{name}"):
-            # It prints a "<" for each frame that it gets.
+            # v4l2-ctl prints a "<" for each captured frame.
             frames = (self.read(f"stream_{name}.out") + self.read(f"stream_{name}.err")).count("<")
-            self.check(f"v4l2-ctl gets {STREAMED} frames of {name}", frames == STREAMED, f"it got {frames}")
+            self.check(f"v4l2-ctl captures {STREAMED} frames from {name}", frames == STREAMED, f"it captured {frames}")
 
 
 def boot(topology, options, binaries, kernel, folder):
-    """Boots, has the guest do its work, checks its results, and returns the number of failures."""
+    """Boots the guest, runs its script, checks the results and returns the number of failures."""
     folder.mkdir()
-    with Machine(topology, kernel, binaries, folder, options.append, options.boot_patience) as machine:
+    with Machine(topology, kernel, binaries, folder, options.append, options.boot_timeout) as machine:
         for scene in topology.scenes:
             for camera in scene.cameras:
                 formats = machine.share / scene.name / f"{camera.name}.formats"
@@ -236,7 +238,7 @@ def boot(topology, options, binaries, kernel, folder):
             machine.start()
             print(f"  | (booted after {machine.boot_time:.1f} s)", flush=True)
             machine.run()
-        except MachineFailure as failure:
+        except MachineError as failure:
             end = "\n".join("  | " + line for line in machine.console[-CONSOLE_LINES:])
             raise type(failure)(f"{failure}; the end of the console:\n{end}") from None
         failures = 0
@@ -250,20 +252,20 @@ def boot(topology, options, binaries, kernel, folder):
 
 
 def run(topology, options, folder):
-    """Prints what there is to say of a topology, and answers the number of failures."""
+    """Runs a topology, prints its results and returns the number of failures."""
     binaries, kernel = options.bin.resolve(), options.kernel.resolve()
-    for needed in (binaries / "uvc_camera", binaries / "kernel_tests", binaries / "nuveqcam", kernel / "vmlinux"):
-        if not needed.exists():
-            raise MachineFailure(f"{needed} is missing; build it, or fetch the kernel with scripts/fetch-kernel.sh")
+    for required in (binaries / "uvc_camera", binaries / "kernel_tests", binaries / "nuveqcam", kernel / "vmlinux"):
+        if not required.exists():
+            raise MachineError(f"{required} is missing; build it, or fetch the kernel with scripts/fetch-kernel.sh")
     hidden = [path for path in ("/dev", "/proc", "/run", "/sys") if str(binaries).startswith(path + "/")]
     if hidden:
-        raise MachineFailure(f"the guest has a {hidden[0]} of its own and does not see {binaries}; build elsewhere")
+        raise MachineError(f"the guest cannot see {binaries}, because it has its own {hidden[0]}; build elsewhere")
     begin = time.monotonic()
     try:
         failures = boot(topology, options, binaries, kernel, folder / "first")
-    except BootTimeOut as failure:
-        # One boot was seen to hang before it said a word, in some hundreds, for a reason that is not known.
-        print(f"{failure}\nonce more:", flush=True)
+    except BootTimeout as failure:
+        # Rarely (once in several hundred boots) the kernel hangs before its first output. The cause is unknown.
+        print(f"{failure}\nretrying:", flush=True)
         failures = boot(topology, options, binaries, kernel, folder / "second")
     print(f"{topology.name}: {time.monotonic() - begin:.1f} s from power-on to power-off")
     return failures
@@ -272,26 +274,27 @@ def run(topology, options, folder):
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("topology", choices=sorted(TOPOLOGIES))
-    parser.add_argument("--bin", type=Path, required=True, help="folder of the programs and libraries of a build")
-    parser.add_argument("--kernel", type=Path, required=True, help="what scripts/fetch-kernel.sh has left")
-    parser.add_argument("--filter", default="", help="tests to run in the guest, in place of all of the topology")
-    parser.add_argument("--append", default="", help="more arguments for the kernel")
-    parser.add_argument("--boot-patience", type=float, default=60, help="seconds until a boot counts as failed")
-    parser.add_argument("--camera-patience", type=int, default=60,
-                        help="seconds that the guest waits for a camera to appear before it goes on")
-    parser.add_argument("--keep", action="store_true", help="keep the folder that the guest shared")
+    parser.add_argument("--bin", type=Path, required=True, help="folder with the programs and libraries of a build")
+    parser.add_argument("--kernel", type=Path, required=True, help="output folder of scripts/fetch-kernel.sh")
+    parser.add_argument("--filter", default="", help="GoogleTest filter that replaces those of the topology")
+    parser.add_argument("--append", default="", help="additional kernel arguments")
+    parser.add_argument("--boot-timeout", type=float, default=60, help="timeout for booting, in seconds (default: 60)")
+    parser.add_argument("--camera-timeout", type=int, default=60,
+                        help="timeout of the guest for a camera to appear, in seconds (default: 60); the guest "
+                        "continues after it")
+    parser.add_argument("--keep", action="store_true", help="keep the folder that the guest shares")
     options = parser.parse_args()
-    # So that nothing is left when this is told to end.
+    # Exit through the clean-up code on these signals.
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
     signal.signal(signal.SIGHUP, lambda *_: sys.exit(1))
     folder = Path(tempfile.mkdtemp(prefix="nuveq-kernel-"))
     try:
         require_qemu()
         failures = run(TOPOLOGIES[options.topology], options, folder)
-    except CannotRun as reason:
+    except QemuUnavailable as reason:
         print(f"DID NOT RUN: {reason}")
         return DID_NOT_RUN
-    except (MachineFailure, OSError, RuntimeError, subprocess.SubprocessError) as failure:
+    except (MachineError, OSError, RuntimeError, subprocess.SubprocessError) as failure:
         print(f"FAILED  {failure}")
         return 1
     finally:

@@ -1,23 +1,23 @@
-"""The PCs of the virtual machine: what is plugged in where and when, and what the firmware says."""
+"""The PCs that the virtual machine emulates: USB ports, cameras, ACPI declarations and the expected results."""
 
 from dataclasses import dataclass, field
 from enum import Enum
 
 
 class Port(Enum):
-    """What the firmware (ACPI's _UPC and _PLD) says of a port."""
+    """How the firmware declares a port (ACPI _UPC and _PLD)."""
 
-    HARD_WIRED = "connectable, not visible to the user: something is built in there"
-    USER_VISIBLE = "connectable and visible to the user: for plugging in"
-    UNDECLARED = "nothing"
+    HARD_WIRED = "connectable, not visible to the user: a built-in device"
+    USER_VISIBLE = "connectable and visible to the user: an external port"
+    UNDECLARED = "no declaration"
 
 
 @dataclass(frozen=True)
 class Function:
-    """A video function of a camera, of which the kernel makes a capture device."""
+    """A video function of a camera. The kernel creates one capture device for each."""
 
     name: str
-    formats: tuple  # the arguments --format of the camera
+    formats: tuple  # values of the camera program's --format options
 
 
 @dataclass(frozen=True)
@@ -28,16 +28,16 @@ class Camera:
     usb_id: str
     product: str
     functions: tuple
-    has_end_of_image: bool = True  # in MJPG frames
+    has_end_of_image: bool = True  # whether MJPG frames end with the EOI marker
 
     @property
     def speed(self):
-        # The machine's hubs are full-speed ones.
+        # QEMU's hubs are full-speed hubs.
         return "full" if "." in self.port else "high"
 
     @property
     def arguments(self):
-        """The camera program's arguments that say what camera it is."""
+        """The camera program's arguments that define the camera."""
         arguments = ["--speed", self.speed, "--id", self.usb_id, "--product", self.product, "--serial", self.name]
         for function in self.functions:
             arguments += ["--function", function.name]
@@ -49,7 +49,7 @@ class Camera:
         return tuple(text for function in self.functions for text in function.formats)
 
     def node_name(self, function):
-        """The kernel's name for the capture device of a function."""
+        """The kernel's name of the capture device of a function."""
         max_length = 31
         return f"{self.product}: {function.name}"[:max_length]
 
@@ -62,73 +62,74 @@ class Hub:
 
 @dataclass(frozen=True)
 class Verdict:
-    """What nuveqcam doctor says of a USB device."""
+    """The expected output of nuveqcam doctor for a USB device."""
 
-    come_from: str
+    source: str  # "verdictFrom"
     is_removable: bool
     text: str
 
 
 BUILT_IN = Verdict("firmware", False, "built in: the firmware (ACPI) says that its port is hard-wired")
-FOR_PLUGGING_IN = Verdict("firmware", True, "can be removed: the firmware (ACPI) says that its port is one for plugging in")
-NOBODY_SAYS = Verdict("nobody", True, "counts as removable: neither the firmware nor its hub says whether it can be removed")
-PLUGGED_IN_REASON = "it is plugged in: its USB device can be removed"
-NOBODY_SAYS_REASON = "the PC's firmware does not say that its USB port is an internal one"
+REMOVABLE = Verdict("firmware", True, "can be removed: the firmware (ACPI) says that its port is one for plugging in")
+UNKNOWN = Verdict("nobody", True,
+                  "counts as removable: neither the firmware nor its hub says whether it can be removed")
+REMOVABLE_REASON = "it is plugged in: its USB device can be removed"
+UNKNOWN_REASON = "the PC's firmware does not say that its USB port is an internal one"
 NO_USB_REASON = "it is not a USB device"
 METADATA_REASON = "it carries a camera's metadata, not its pictures"
 
 
 def no_format_reason(*formats):
-    """Why a node that offers nothing but these formats is not a capture device."""
+    """The reason why a node that offers only these formats is not a capture device."""
     return f"it delivers no format that the library can use ({', '.join(formats)})"
 
 
 @dataclass(frozen=True)
 class Expected:
-    """What nuveqcam says."""
+    """The expected output of nuveqcam list and doctor."""
 
-    taken: str  # the product that is offered; empty: none
-    verdicts: dict  # of the USB devices, by product
-    reasons: dict  # why capture devices are not taken, by name
-    other_nodes: dict = field(default_factory=dict)  # why nodes that carry pictures are not capture devices, by name
+    offered: str  # product name of the offered camera; empty: none
+    verdicts: dict  # Verdict of each USB device, by product name
+    reasons: dict  # reasons why capture devices are not offered, by name
+    other_nodes: dict = field(default_factory=dict)  # reasons why video nodes are not capture devices, by name
 
 
 @dataclass(frozen=True)
 class Scene:
-    """What is plugged in at a time, and what is tested then."""
+    """A set of plugged-in cameras and the tests that run with it."""
 
     name: str
     cameras: tuple
-    tests: str  # a filter of the guest's tests
+    tests: str  # GoogleTest filter for the guest's tests
     expected: Expected
-    checked: tuple = ()  # names of cameras to run v4l2-compliance on
-    streamed: tuple = ()  # names of cameras to take frames of with v4l2-ctl, from each function
+    checked: tuple = ()  # names of the cameras on which v4l2-compliance runs
+    streamed: tuple = ()  # names of the cameras from whose functions v4l2-ctl captures frames
 
 
 @dataclass(frozen=True)
 class Topology:
-    """A PC: its scenes follow each other in one boot."""
+    """A PC. Its scenes run one after another in one boot."""
 
     name: str
     scenes: tuple
     hubs: tuple = ()
-    has_vivid: bool = False  # the kernel's own test camera, which is no USB device
+    has_vivid: bool = False  # loads the kernel's test camera, which is not a USB device
 
     @property
     def cameras(self):
-        """One camera per port; cameras of several scenes that share a port differ in their functions alone."""
+        """One camera per port. Cameras of different scenes that share a port differ only in their functions."""
         return tuple({camera.name: camera for scene in self.scenes for camera in scene.cameras}.values())
 
 
-# Sizes that software emulation encodes at these rates. Of the two layouts the one with the higher rate is taken.
+# Software emulation can encode these sizes at these rates. The library uses the layout with the higher rate.
 YUYV_FIRST = ("YUYV:640x480@30,15", "YUYV:320x240@60,15", "YUYV:160x120@60,15",
               "MJPG:640x480@15", "MJPG:320x240@15", "MJPG:160x120@15")
 MJPG_FIRST = ("MJPG:640x480@25", "MJPG:320x240@60,30", "MJPG:160x120@60,30",
               "YUYV:640x480@5", "YUYV:320x240@15", "YUYV:160x120@30")
 
 
-# Cameras of real laptops offer these next to their main format. The sizes and rates of formats that the library cannot
-# use occur in no other format, so that it shows if they are offered.
+# Cameras of real laptops offer these next to their main format. Formats that the library cannot use have sizes and
+# rates of their own, so that a test detects it if the library offers them.
 COLOUR_FORMATS = ("MJPG:320x240@30", "YUYV:160x120@60,15")
 INFRARED_FORMATS = ("GREY:340x340@15", "GREY:64x64@20")
 MJPG_AND_NV12 = ("MJPG:320x240@30", "MJPG:160x120@60", "NV12:320x240@30", "NV12:160x120@60")
@@ -148,75 +149,75 @@ PLUG_IN = Camera("plug_in", "6", Port.USER_VISIBLE, "0c45:6366", "USB Camera", (
 UNDECLARED = Camera("undeclared", "7", Port.UNDECLARED, "05a3:9230", "Inspection Camera",
                     (Function("Inspection Camera", YUYV_FIRST),))
 
-# What the built-in camera is found to offer, and that its pictures arrive.
-PICTURES = "BuiltInCamera.IsTheOnlyOneOffered:BuiltInCamera.Offers*:StreamOfBuiltInCamera.*"
+# Tests of the formats that the library offers and of the pictures that it delivers.
+PICTURES = "BuiltInCamera.IsTheOnlyCameraOffered:BuiltInCamera.Offers*:StreamOfBuiltInCamera.*"
 ONLY_BUILT_IN = {"Integrated Camera": BUILT_IN}
 INFRARED_REASON = no_format_reason("GREY")
 
 
-def only_scene(cameras, tests, expected, checked=()):
+def single_scene(cameras, tests, expected, checked=()):
     return (Scene("only", cameras, tests, expected, checked=checked),)
 
 
 def pixel_formats(name, formats, **details):
-    """A scene with a built-in camera of one function that offers these formats."""
+    """A scene with a built-in camera that has one function with these formats."""
     return Scene(name, (built_in("5", Function("Integrated Camera", formats), **details),), PICTURES,
-                 Expected(taken="Integrated Camera", verdicts=ONLY_BUILT_IN, reasons={}))
+                 Expected(offered="Integrated Camera", verdicts=ONLY_BUILT_IN, reasons={}))
 
 
 TOPOLOGIES = {topology.name: topology for topology in (
     Topology(
-        "own_port", has_vivid=True, scenes=only_scene(
+        "own_port", has_vivid=True, scenes=single_scene(
             (UNDECLARED, PLUG_IN, built_in("5", Function("Integrated Camera", YUYV_FIRST))),
             "*BuiltInCamera.*-NoBuiltInCamera.*",
             Expected(
-                taken="Integrated Camera",
-                verdicts={"Integrated Camera": BUILT_IN, "USB Camera": FOR_PLUGGING_IN,
-                          "Inspection Camera": NOBODY_SAYS},
-                reasons={"USB Camera": PLUGGED_IN_REASON, "Inspection Camera": NOBODY_SAYS_REASON,
+                offered="Integrated Camera",
+                verdicts={"Integrated Camera": BUILT_IN, "USB Camera": REMOVABLE,
+                          "Inspection Camera": UNKNOWN},
+                reasons={"USB Camera": REMOVABLE_REASON, "Inspection Camera": UNKNOWN_REASON,
                          "vivid": NO_USB_REASON}))),
     Topology(
-        "internal_hub", hubs=(Hub("5", Port.HARD_WIRED),), scenes=only_scene(
+        "internal_hub", hubs=(Hub("5", Port.HARD_WIRED),), scenes=single_scene(
             (PLUG_IN, built_in("5.2", Function("Integrated Camera", MJPG_FIRST))),
             "*BuiltInCamera.*-NoBuiltInCamera.*",
             Expected(
-                taken="Integrated Camera",
-                verdicts={"Integrated Camera": BUILT_IN, "USB Camera": FOR_PLUGGING_IN, "QEMU USB Hub": BUILT_IN},
-                reasons={"USB Camera": PLUGGED_IN_REASON}),
+                offered="Integrated Camera",
+                verdicts={"Integrated Camera": BUILT_IN, "USB Camera": REMOVABLE, "QEMU USB Hub": BUILT_IN},
+                reasons={"USB Camera": REMOVABLE_REASON}),
             checked=("built_in",))),
     Topology(
-        "no_built_in", has_vivid=True, scenes=only_scene(
+        "no_built_in", has_vivid=True, scenes=single_scene(
             (PLUG_IN, UNDECLARED), "NoBuiltInCamera.*",
             Expected(
-                taken="",
-                verdicts={"USB Camera": FOR_PLUGGING_IN, "Inspection Camera": NOBODY_SAYS},
-                reasons={"USB Camera": PLUGGED_IN_REASON, "Inspection Camera": NOBODY_SAYS_REASON,
+                offered="",
+                verdicts={"USB Camera": REMOVABLE, "Inspection Camera": UNKNOWN},
+                reasons={"USB Camera": REMOVABLE_REASON, "Inspection Camera": UNKNOWN_REASON,
                          "vivid": NO_USB_REASON}),
             checked=("plug_in",))),
     Topology(
-        "undeclared", scenes=only_scene(
+        "undeclared", scenes=single_scene(
             (Camera("first", "1", Port.UNDECLARED, "05a3:9230", "Inspection Camera",
                     (Function("Inspection Camera", YUYV_FIRST),)),
              Camera("second", "7", Port.UNDECLARED, "04f2:b6be", "Integrated Camera",
                     (Function("Integrated Camera", MJPG_FIRST),))),
             "NoBuiltInCamera.*",
             Expected(
-                taken="",
-                verdicts={"Inspection Camera": NOBODY_SAYS, "Integrated Camera": NOBODY_SAYS},
-                reasons={"Inspection Camera": NOBODY_SAYS_REASON, "Integrated Camera": NOBODY_SAYS_REASON}))),
+                offered="",
+                verdicts={"Inspection Camera": UNKNOWN, "Integrated Camera": UNKNOWN},
+                reasons={"Inspection Camera": UNKNOWN_REASON, "Integrated Camera": UNKNOWN_REASON}))),
     Topology(
         "infrared", scenes=(
             Scene("colour_then_infrared", (built_in("5", COLOUR, INFRARED),), PICTURES,
-                  Expected(taken="Integrated Camera: Colour", verdicts=ONLY_BUILT_IN, reasons={},
+                  Expected(offered="Integrated Camera: Colour", verdicts=ONLY_BUILT_IN, reasons={},
                            other_nodes={"Integrated Camera: Infrared": INFRARED_REASON}), streamed=("built_in",)),
             Scene("infrared_then_colour", (built_in("5", INFRARED, COLOUR),), PICTURES,
-                  Expected(taken="Integrated Camera: Colour", verdicts=ONLY_BUILT_IN, reasons={},
+                  Expected(offered="Integrated Camera: Colour", verdicts=ONLY_BUILT_IN, reasons={},
                            other_nodes={"Integrated Camera: Infrared": INFRARED_REASON})),
             Scene("infrared_only", (INFRARED_IN_FRONT,), "NoBuiltInCamera.*",
-                  Expected(taken="", verdicts={"IR Camera": BUILT_IN}, reasons={},
+                  Expected(offered="", verdicts={"IR Camera": BUILT_IN}, reasons={},
                            other_nodes={"IR Camera: Infrared": INFRARED_REASON})),
             Scene("infrared_in_front", (INFRARED_IN_FRONT, built_in("5", COLOUR)), PICTURES,
-                  Expected(taken="Integrated Camera: Colour",
+                  Expected(offered="Integrated Camera: Colour",
                            verdicts={"Integrated Camera": BUILT_IN, "IR Camera": BUILT_IN}, reasons={},
                            other_nodes={"IR Camera: Infrared": INFRARED_REASON})))),
     Topology(

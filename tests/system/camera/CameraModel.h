@@ -1,4 +1,4 @@
-// What camera this is: its identity, its speed, and its functions with the formats that they offer.
+// The configuration of the camera: identity, speed, and its functions with their formats.
 #pragma once
 
 #include <cstddef>
@@ -14,7 +14,7 @@ using Bytes = std::vector<std::uint8_t>;
 
 enum class Speed { kFull, kHigh };
 
-// One size of a format. Intervals in units of 100 ns, ascending, at least one.
+// One frame size of a format. Intervals are in units of 100 ns, ascending, at least one.
 struct FrameSize {
   std::uint16_t width = 0;
   std::uint16_t height = 0;
@@ -22,19 +22,19 @@ struct FrameSize {
   std::uint32_t defaultInterval = 0;
 };
 
-// Format and frame indexes of a function count from 1 in the order of these lists.
+// A format with its frame sizes. Format and frame indexes start at 1, in the order of the lists.
 struct StreamFormat {
   std::uint32_t fourCc = 0;  // one of PixelFormats()
   std::vector<FrameSize> sizes;
 
-  // Bytes of an uncompressed frame; the upper bound for a compressed one.
+  // The size of an uncompressed frame in bytes, or the maximum size of a compressed frame.
   std::uint32_t MaxFrameBytes(const FrameSize& size) const {
     return std::uint32_t{size.width} * size.height * PixelFormatOf(fourCc).bitsPerPixel / 8;
   }
 };
 
 // A video function: a video control interface, a video streaming interface and its bulk endpoint. The kernel
-// makes a capture device of each.
+// creates one capture device for each function.
 struct VideoFunction {
   std::string name;
   std::vector<StreamFormat> formats;  // at least one
@@ -51,14 +51,14 @@ struct CameraModel {
   std::vector<VideoFunction> functions;  // at least one
 };
 
-constexpr std::uint32_t kUnitsInSecond = 10'000'000;
+constexpr std::uint32_t kUnitsPerSecond = 10'000'000;
 constexpr std::uint16_t kDeviceVersion = 0x0100;
 constexpr std::uint8_t kConfiguration = 1;
-constexpr std::uint8_t kProcessingUnit = 2;            // of each function
-constexpr std::uint32_t kClockFrequency = 48'000'000;  // of the clock in payload headers
+constexpr std::uint8_t kProcessingUnit = 2;            // unit id in each function
+constexpr std::uint32_t kClockFrequency = 48'000'000;  // Hz, of the device clock in payload headers
 constexpr std::size_t kMaxFunctions = 4;
 
-// Functions count from 0. Function N has interfaces 2N (control) and 2N+1 (streaming).
+// Function N, counted from 0, has the interfaces 2N (control) and 2N+1 (streaming).
 constexpr std::uint8_t ControlInterface(std::size_t function) {
   return static_cast<std::uint8_t>(2 * function);
 }
@@ -70,7 +70,7 @@ constexpr std::uint8_t StreamEndpoint(std::size_t function) {
 }
 constexpr std::size_t FunctionOfInterface(std::uint8_t interface) { return interface / 2; }
 constexpr bool IsStreamInterface(std::uint8_t interface) { return interface % 2 == 1; }
-// An out-of-range number for an endpoint that streams nothing.
+// Returns an out-of-range index for an endpoint that does not stream.
 constexpr std::size_t FunctionOfEndpoint(std::uint8_t endpoint) {
   return static_cast<std::size_t>(static_cast<std::uint8_t>(endpoint - 0x81));
 }

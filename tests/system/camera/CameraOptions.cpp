@@ -13,38 +13,37 @@ namespace {
 constexpr std::string_view kHelp =
     R"(uvc_camera: a USB video camera for a virtual machine
 
-It plugs itself into QEMU's usb-redir device, whose socket has to be listening, and delivers the numbered
-picture. It is unplugged by ending it; it ends by itself when the machine does.
+Connects to the socket of QEMU's usb-redir device, which plugs the camera in, and streams numbered pictures.
+Terminating the program unplugs the camera. The program exits when QEMU closes the socket.
 
-  --socket PATH     the unix socket at which QEMU listens; waits some seconds for it
-  --log FILE        writes what happens to FILE
-  --speed SPEED     high (as without it) or full
-  --id VVVV:PPPP    vendor and product, hexadecimal; 04f2:b6be without it
-  --product TEXT    the product's name; "Integrated Camera" without it
-  --serial TEXT     the serial number; "0001" without it
-  --function TEXT   begins a video function of that name, to which the formats that follow belong; at most
-                    four. Without it the camera has one function, named like the product
+  --socket PATH     Unix socket on which QEMU listens; waits up to 15 seconds for it
+  --log FILE        log events to FILE
+  --speed SPEED     high or full (default: high)
+  --id VVVV:PPPP    vendor and product id, hexadecimal (default: 04f2:b6be)
+  --product TEXT    product name (default: "Integrated Camera")
+  --serial TEXT     serial number (default: "0001")
+  --function TEXT   add a video function with this name; the formats that follow belong to it. At most four;
+                    by default the camera has one function with the product's name
   --format FORMAT:WIDTHxHEIGHT@RATE[,RATE...]
-                    a size with its frame rates, the default one first; any number of times. FORMAT is YUYV,
-                    UYVY, NV12, GREY, MJPG or H264; H264 is offered and cannot be started
-  --no-eoi          MJPG frames end without the EOI marker
-  --help            this text
+                    add a frame size with its frame rates, the default rate first; may be repeated. FORMAT is
+                    YUYV, UYVY, NV12, GREY, MJPG or H264; H264 is offered but cannot be started
+  --no-eoi          omit the EOI marker at the end of MJPG frames
+  --help            print this text
 
-It prints "ready" once it is plugged in. Exit codes: 0 ended by a signal or by QEMU, 1 failed, 2 wrong
-arguments.
+Prints "ready" when the camera is plugged in. Exit codes: 0 terminated by a signal or by QEMU, 1 error,
+2 invalid arguments.
 
 Lines of the log:
   ready                        the camera is plugged in
-  stream MJPG 640x480 30 fps   the host has started a stream; its pictures are numbered from 0
-  skipped N                    the picture of that number was never sent: the one before it had not been taken
-  unfinished N                 the stream stopped while that picture had not been taken wholly
-  stopped after N frames       how many pictures the host took wholly
-  brightness N                 the host has set the brightness
-  reset                        the host has reset the camera
-  stalled T R value V index I  the camera has refused a control request of that type and number (hexadecimal)
-  closed                       QEMU has closed the socket
-A camera with several functions begins lines other than ready, reset, stalled and closed with
-"function N: ", counted from 0.
+  stream MJPG 640x480 30 fps   the host started a stream; its frames are numbered from 0
+  skipped N                    frame N was not sent, because the host had not fetched the previous frame
+  unfinished N                 the stream stopped before the host had fetched all of frame N
+  stopped after N frames       the stream stopped; N frames were fetched completely
+  brightness N                 the host set the brightness
+  reset                        the host reset the camera
+  stalled T R value V index I  the camera stalled control request R of request type T (all hexadecimal)
+  closed                       QEMU closed the socket
+If the camera has several functions, the lines of a stream start with "function N: ", counted from 0.
 )";
 
 template <typename Number>
@@ -53,7 +52,7 @@ bool Parse(std::string_view text, Number& number, int base = 10) {
   return error == std::errc() && end == text.data() + text.size();
 }
 
-// Cuts the text up to the separator off; all of it when there is none.
+// Removes and returns the text in front of the separator, or the whole text if there is no separator.
 std::string_view Cut(std::string_view& text, char separator) {
   const std::size_t at = text.find(separator);
   const std::string_view head = text.substr(0, at);
@@ -61,52 +60,52 @@ std::string_view Cut(std::string_view& text, char separator) {
   return head;
 }
 
-[[noreturn]] void Refuse(std::string_view what, std::string_view value) {
-  throw UsageError(std::string(what) + ": " + std::string(value));
+[[noreturn]] void ThrowUsageError(std::string_view message, std::string_view value) {
+  throw UsageError(std::string(message) + ": " + std::string(value));
 }
 
 void ParseId(std::string_view text, CameraModel& model) {
   std::string_view rest = text;
-  const bool isGood = Parse(Cut(rest, ':'), model.vendor, 16) && Parse(rest, model.product, 16);
-  if (!isGood) {
-    Refuse("no such identity", text);
+  const bool isValid = Parse(Cut(rest, ':'), model.vendor, 16) && Parse(rest, model.product, 16);
+  if (!isValid) {
+    ThrowUsageError("invalid id", text);
   }
 }
 
 void ParseSpeed(std::string_view text, CameraModel& model) {
   if (text != "high" && text != "full") {
-    Refuse("no such speed", text);
+    ThrowUsageError("invalid speed", text);
   }
   model.speed = text == "high" ? Speed::kHigh : Speed::kFull;
 }
 
-// For a string descriptor, whose length is one byte.
+// Text for a string descriptor, whose length field is one byte.
 std::string ParseText(std::string_view text) {
-  const bool isGood = !text.empty() && text.size() <= 126 &&
-                      std::ranges::all_of(text, [](char c) { return c >= ' ' && c <= '~'; });
-  if (!isGood) {
-    Refuse("no text of printable ASCII characters", text);
+  const bool isValid = !text.empty() && text.size() <= 126 &&
+                       std::ranges::all_of(text, [](char c) { return c >= ' ' && c <= '~'; });
+  if (!isValid) {
+    ThrowUsageError("must be 1 to 126 printable ASCII characters", text);
   }
   return std::string(text);
 }
 
-bool ParseSide(std::string_view text, std::uint16_t least, std::uint16_t& side) {
-  return Parse(text, side) && side >= least && side <= 4096 && side % 2 == 0;
+bool ParseSide(std::string_view text, std::uint16_t min, std::uint16_t& side) {
+  return Parse(text, side) && side >= min && side <= 4096 && side % 2 == 0;
 }
 
 void ParseRates(std::string_view text, FrameSize& size) {
-  constexpr std::size_t kMostRates = 16;
+  constexpr std::size_t kMaxRates = 16;
   std::string_view rest = text;
   while (!rest.empty()) {
     std::uint32_t rate = 0;
-    const bool isGood = Parse(Cut(rest, ','), rate) && rate >= 1 && rate <= 120;
-    if (!isGood || std::ranges::count(size.intervals, kUnitsInSecond / rate) != 0) {
-      Refuse("no frame rates from 1 to 120, each once", text);
+    const bool isValid = Parse(Cut(rest, ','), rate) && rate >= 1 && rate <= 120;
+    if (!isValid || std::ranges::count(size.intervals, kUnitsPerSecond / rate) != 0) {
+      ThrowUsageError("frame rates must be from 1 to 120 and unique", text);
     }
-    size.intervals.push_back(kUnitsInSecond / rate);
+    size.intervals.push_back(kUnitsPerSecond / rate);
   }
-  if (size.intervals.empty() || size.intervals.size() > kMostRates) {
-    Refuse("no list of 1 to 16 frame rates", text);
+  if (size.intervals.empty() || size.intervals.size() > kMaxRates) {
+    ThrowUsageError("must have 1 to 16 frame rates", text);
   }
   size.defaultInterval = size.intervals.front();
   std::ranges::sort(size.intervals);
@@ -116,23 +115,24 @@ void AddFunction(std::string name, CameraModel& model) {
   const bool isUnique =
       std::ranges::find(model.functions, name, &VideoFunction::name) == model.functions.end();
   if (!isUnique || model.functions.size() == kMaxFunctions) {
-    Refuse("the function is a duplicate, or there are too many", name);
+    ThrowUsageError("duplicate function, or too many functions", name);
   }
   if (!model.functions.empty() && model.functions.back().formats.empty()) {
-    Refuse("the function has no format", model.functions.back().name);
+    ThrowUsageError("the function has no format", model.functions.back().name);
   }
   model.functions.push_back({std::move(name), {}});
 }
 
 void ParseFormat(std::string_view text, CameraModel& model) {
-  constexpr std::size_t kMostSizes = 32;
+  constexpr std::size_t kMaxSizes = 32;
   std::string_view rest = text;
   const PixelFormat* const pixels = FindPixelFormat(Cut(rest, ':'));
   FrameSize size;
-  const bool isGood = pixels != nullptr && ParseSide(Cut(rest, 'x'), 64, size.width) &&
-                      ParseSide(Cut(rest, '@'), 48, size.height);
-  if (!isGood) {
-    Refuse("no format such as MJPG:640x480@30,15 with even sides of 64x48 to 4096x4096 pixels", text);
+  const bool isValid = pixels != nullptr && ParseSide(Cut(rest, 'x'), 64, size.width) &&
+                       ParseSide(Cut(rest, '@'), 48, size.height);
+  if (!isValid) {
+    ThrowUsageError("format must be like MJPG:640x480@30,15, with an even size from 64x48 to 4096x4096",
+                    text);
   }
   ParseRates(rest, size);
   if (model.functions.empty()) {
@@ -147,14 +147,13 @@ void ParseFormat(std::string_view text, CameraModel& model) {
   const bool isNew = std::ranges::none_of(format->sizes, [&](const FrameSize& other) {
     return other.width == size.width && other.height == size.height;
   });
-  if (!isNew || format->sizes.size() == kMostSizes) {
-    Refuse("the size has been given before, or there are too many", text);
+  if (!isNew || format->sizes.size() == kMaxSizes) {
+    ThrowUsageError("duplicate size, or too many sizes", text);
   }
   format->sizes.push_back(std::move(size));
 }
 
-// What was not given.
-void FillIn(CameraModel& model) {
+void ApplyDefaults(CameraModel& model) {
   if (model.functions.empty()) {
     for (const std::string_view format : {"YUYV:640x480@30,15", "YUYV:320x240@30,15", "MJPG:1280x720@30,15",
                                           "MJPG:640x480@30,15", "MJPG:320x240@30,15"}) {
@@ -162,7 +161,7 @@ void FillIn(CameraModel& model) {
     }
   }
   if (model.functions.back().formats.empty()) {
-    Refuse("the function has no format", model.functions.back().name);
+    ThrowUsageError("the function has no format", model.functions.back().name);
   }
   if (model.functions.front().name.empty()) {
     model.functions.front().name = model.name;
@@ -191,7 +190,7 @@ Options ParseOptions(std::span<const std::string_view> arguments) {
   Options options;
   for (std::size_t i = 0; i < arguments.size(); ++i) {
     if (arguments[i] == "--help") {
-      options.wantsHelp = true;
+      options.showHelp = true;
       return options;
     }
     if (arguments[i] == "--no-eoi") {
@@ -200,17 +199,17 @@ Options ParseOptions(std::span<const std::string_view> arguments) {
     }
     const auto setter = Setters().find(arguments[i]);
     if (setter == Setters().end()) {
-      Refuse("no such option", arguments[i]);
+      ThrowUsageError("unknown option", arguments[i]);
     }
     if (i + 1 == arguments.size()) {
-      Refuse("a value is missing", arguments[i]);
+      ThrowUsageError("option requires a value", arguments[i]);
     }
     setter->second(options, arguments[++i]);
   }
   if (options.socket.empty()) {
-    throw UsageError("--socket is missing");
+    throw UsageError("--socket is required");
   }
-  FillIn(options.model);
+  ApplyDefaults(options.model);
   return options;
 }
 

@@ -1,4 +1,4 @@
-// The program's arguments.
+// Command line options of uvc_camera.
 #pragma once
 
 #include <span>
@@ -14,16 +14,16 @@ struct Options {
   std::string socket;
   std::string log;
   CameraModel model;
-  bool wantsHelp = false;
+  bool showHelp = false;
 };
 
-// Its text is for people.
+// Invalid arguments, with a human-readable message.
 class UsageError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-// Throws UsageError. Without formats the camera has those of a plain laptop camera.
+// Throws UsageError. Without --format the camera has the formats of a typical laptop camera.
 Options ParseOptions(std::span<const std::string_view> arguments);
 
 std::string_view HelpText();

@@ -20,9 +20,10 @@ constexpr std::uint8_t kGetDescriptor = 6;
 
 }  // namespace
 
-ControlPipe::ControlPipe(const CameraModel& model, std::vector<FunctionEffects> effects) : m_model(model) {
+ControlPipe::ControlPipe(const CameraModel& model, std::vector<FunctionCallbacks> callbacks)
+    : m_model(model) {
   for (std::size_t i = 0; i < model.functions.size(); ++i) {
-    m_functions.emplace_back(model.functions[i], std::move(effects.at(i)));
+    m_functions.emplace_back(model.functions[i], std::move(callbacks.at(i)));
   }
 }
 

@@ -1,4 +1,4 @@
-// The camera's answers on the control pipe: standard requests, and class requests by function.
+// Handles control requests: standard requests, and class requests by function.
 #pragma once
 
 #include <cstdint>
@@ -13,15 +13,15 @@ namespace uvc {
 
 class ControlPipe {
  public:
-  // effects: one entry per function of the model.
-  ControlPipe(const CameraModel& model, std::vector<FunctionEffects> effects);
+  // callbacks: one entry per function of the model.
+  ControlPipe(const CameraModel& model, std::vector<FunctionCallbacks> callbacks);
 
-  // The data of the answer, empty for a request of the other direction; nothing is a stall. data: what the
-  // host has sent along.
+  // Returns the data stage of a request from the device (empty for a request to the device), or nullopt to
+  // stall. data: the data stage of a request to the device.
   std::optional<Bytes> Handle(const Setup& setup, std::span<const std::uint8_t> data);
 
-  // Sets the configuration and stops all streams, also when it is set already. False for one that the camera
-  // does not have.
+  // Sets the configuration and stops all streams, even if it is already set. Returns false for an unknown
+  // configuration.
   bool SetConfiguration(std::uint8_t configuration);
   std::uint8_t Configuration() const { return m_configuration; }
   bool SetInterface(std::uint8_t interface, std::uint8_t alternate);

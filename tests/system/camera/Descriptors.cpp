@@ -12,9 +12,9 @@ constexpr std::uint8_t kVideoClass = 0x0E;
 constexpr std::uint8_t kCameraTerminal = 1;
 constexpr std::uint8_t kOutputTerminal = 3;
 constexpr std::uint8_t kNameString = 2;
-constexpr std::uint8_t kFunctionStrings = 4;  // the first function's; the others follow
+constexpr std::uint8_t kFunctionStrings = 4;  // string index of the first function's name
 
-// Subtypes of descriptors of a streaming interface.
+// Descriptor subtypes of a streaming interface.
 struct StreamSubtypes {
   std::uint8_t format = 0;
   std::uint8_t frame = 0;
@@ -32,7 +32,7 @@ constexpr StreamSubtypes SubtypesOf(FormatKind kind) {
   return {};
 }
 
-// Little endian, as everything on the bus.
+// Builds descriptors in little-endian byte order.
 class Writer {
  public:
   Writer& U8(std::size_t value) {
@@ -45,7 +45,7 @@ class Writer {
     m_bytes.insert(m_bytes.end(), bytes.begin(), bytes.end());
     return *this;
   }
-  // The bytes as a descriptor: behind their length.
+  // Returns the bytes as a descriptor, with the length in front.
   Bytes Descriptor() const { return Writer().U8(m_bytes.size() + 1).Append(m_bytes).m_bytes; }
   const Bytes& Raw() const { return m_bytes; }
 
@@ -57,14 +57,14 @@ Bytes Device(const CameraModel& model) {
   return Writer()
       .U8(kDeviceDescriptor)
       .U16(0x0200)
-      .U8(0xEF)  // a device of several functions, bound together by associations
+      .U8(0xEF)  // multi-interface function device with interface association descriptors
       .U8(2)
       .U8(1)
       .U8(64)
       .U16(model.vendor)
       .U16(model.product)
       .U16(kDeviceVersion)
-      .U8(1)  // the strings
+      .U8(1)  // string indexes
       .U8(kNameString)
       .U8(3)
       .U8(1)
@@ -93,7 +93,7 @@ Bytes VideoControl(std::size_t function) {
                            .U16(0x0201)
                            .U8(0)
                            .U8(0)
-                           .U16(0)  // no zoom lens
+                           .U16(0)  // no optical zoom
                            .U16(0)
                            .U16(0)
                            .U8(3)
@@ -145,10 +145,10 @@ Bytes Format(const StreamFormat& format, std::size_t index) {
   } else {
     writer.Append(Guid(pixels.guidCode)).U8(pixels.bitsPerPixel);
   }
-  // The first frame is the default; no fixed shape, no interlacing, no protection.
+  // The first frame is the default; no aspect ratio, interlacing or copy protection.
   writer.U8(1).U8(0).U8(0).U8(0).U8(0);
   if (pixels.kind == FormatKind::kFrameBased) {
-    writer.U8(1);  // frames differ in size: the format is compressed
+    writer.U8(1);  // bVariableSize
   }
   return writer.Descriptor();
 }
@@ -156,7 +156,7 @@ Bytes Format(const StreamFormat& format, std::size_t index) {
 Bytes Frame(const StreamFormat& format, const FrameSize& size, std::size_t index) {
   const FormatKind kind = PixelFormatOf(format.fourCc).kind;
   const auto bitRate = [&](std::uint32_t interval) {
-    return std::size_t{8} * format.MaxFrameBytes(size) * kUnitsInSecond / interval;
+    return std::size_t{8} * format.MaxFrameBytes(size) * kUnitsPerSecond / interval;
   };
   Writer writer;
   writer.U8(kClassInterfaceDescriptor)
@@ -168,7 +168,8 @@ Bytes Frame(const StreamFormat& format, const FrameSize& size, std::size_t index
       .U32(bitRate(size.intervals.back()))
       .U32(bitRate(size.intervals.front()));
   if (kind == FormatKind::kFrameBased) {
-    // The count of intervals precedes the bytes per line, which a compressed format does not have.
+    // In this descriptor the number of intervals precedes the bytes per line, which are 0 for a compressed
+    // format.
     writer.U32(size.defaultInterval).U8(size.intervals.size()).U32(0);
   } else {
     writer.U32(format.MaxFrameBytes(size)).U32(size.defaultInterval).U8(size.intervals.size());
@@ -202,7 +203,7 @@ Bytes VideoStreaming(const VideoFunction& function, std::uint8_t endpoint) {
       .U8(endpoint)
       .U8(0)
       .U8(kOutputTerminal)
-      .U8(0)  // no still pictures, no trigger
+      .U8(0)  // no still image capture, no trigger
       .U8(0)
       .U8(0)
       .U8(1);
@@ -264,7 +265,7 @@ Bytes Configuration(const CameraModel& model, std::uint8_t type, Speed speed) {
                            .U8(2 * model.functions.size())
                            .U8(kConfiguration)
                            .U8(0)
-                           .U8(0x80)  // powered by the bus
+                           .U8(0x80)  // bus-powered
                            .U8(250)   // 500 mA
                            .Descriptor();
   return Writer().Append(header).Append(functions.Raw()).Raw();

@@ -1,4 +1,4 @@
-// The descriptors by which the camera says what it is.
+// The camera's USB descriptors.
 #pragma once
 
 #include <cstdint>
@@ -20,7 +20,7 @@ enum DescriptorType : std::uint8_t {
   kClassInterfaceDescriptor = 0x24,
 };
 
-// The descriptor of that type and index; nothing when the camera has none such.
+// Returns the descriptor with the type and index, or nullopt if there is none.
 std::optional<Bytes> DescriptorOf(const CameraModel& model, std::uint8_t type, std::uint8_t index);
 
 }  // namespace uvc

@@ -1,4 +1,5 @@
-// What happens to the camera, line by line for whoever tests with it; the program's help lists the lines.
+// Log of the camera's events for tests, one line per event. CameraOptions.cpp documents the lines in the help
+// text.
 #pragma once
 
 #include <fstream>
@@ -9,7 +10,8 @@ namespace uvc {
 
 class EventLog {
  public:
-  // Writes to that file anew; an empty name writes nothing. Throws std::runtime_error when it cannot.
+  // Truncates the file; an empty name disables the log. Throws std::runtime_error if the file cannot be
+  // opened.
   explicit EventLog(const std::string& file) {
     if (!file.empty()) {
       m_file.open(file, std::ios::trunc);

@@ -1,4 +1,4 @@
-// Which frame is due when: the ticks of the camera's clock, counted from the start of the stream.
+// Computes which frame is due: frame N is due N intervals after the start of the stream.
 #pragma once
 
 #include <chrono>
@@ -11,18 +11,18 @@ class FramePacer {
  public:
   using Clock = std::chrono::steady_clock;
 
-  // interval in units of 100 ns.
+  // interval: in units of 100 ns.
   FramePacer(Clock::time_point start, std::uint32_t interval)
       : m_start(start), m_interval(std::chrono::nanoseconds(std::int64_t{100} * interval)) {}
 
   struct Due {
-    std::optional<std::uint64_t> number;  // of the frame to send
+    std::optional<std::uint64_t> number;  // the frame to send
     std::uint64_t firstSkipped = 0;
-    std::uint64_t skipped = 0;  // how many, from that one on
+    std::uint64_t skipped = 0;  // number of consecutive frames skipped, from firstSkipped on
   };
 
-  // The tick that has come since the last call. While the camera is busy with a frame its ticks pass by; of
-  // several ticks that have come at once all but the last one have.
+  // Returns the latest frame that became due since the last call; earlier ones are skipped. All of them are
+  // skipped if the camera is still busy sending a frame.
   Due Advance(Clock::time_point now, bool isBusy) {
     Due due;
     if (now < Next()) {

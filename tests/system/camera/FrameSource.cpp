@@ -38,7 +38,7 @@ std::span<const std::uint8_t> FrameSource::Make(std::uint64_t number, int bright
   }
   const std::span<const std::uint8_t> frame = Pack(*picture);
   if (frame.size() > m_maxBytes) {
-    throw std::runtime_error("a frame is larger than the camera has said that frames are");
+    throw std::runtime_error("a frame exceeds the maximum size in the descriptors");
   }
   return frame;
 }
@@ -65,7 +65,7 @@ std::span<const std::uint8_t> FrameSource::Pack(const std::vector<std::uint8_t>&
       libyuv::ARGBToI400(picture.data(), 4 * width, m_frame.data(), width, width, height);
       return m_frame;
     default:
-      throw std::invalid_argument("the camera does not stream this format");
+      throw std::invalid_argument("the camera cannot stream this format");
   }
 }
 

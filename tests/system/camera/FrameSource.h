@@ -1,4 +1,4 @@
-// The pictures of the camera as the frames of a format.
+// Renders the numbered pictures as frames of a format.
 #pragma once
 
 #include <cstdint>
@@ -13,15 +13,15 @@ namespace uvc {
 
 class FrameSource {
  public:
-  // format: one that can stream. hasEndOfImage: whether MJPG frames end with the EOI marker.
+  // format: must be able to stream. hasEndOfImage: whether MJPG frames end with the EOI marker.
   FrameSource(const graph::VideoFormat& format, bool hasEndOfImage);
 
-  // The numbered picture of that number, brighter by so much of 255. In the source's memory until the next
-  // call. Throws std::runtime_error when it is larger than the camera has promised.
+  // Returns the numbered picture; brightness (-255 to 255) is added to each sample. The frame is valid until
+  // the next call. Throws std::runtime_error if the frame exceeds the maximum size in the descriptors.
   std::span<const std::uint8_t> Make(std::uint64_t number, int brightness);
 
  private:
-  // BGRA to the format.
+  // Converts BGRA to the format.
   std::span<const std::uint8_t> Pack(const std::vector<std::uint8_t>& picture);
 
   graph::VideoFormat m_format;
@@ -29,7 +29,7 @@ class FrameSource {
   std::size_t m_maxBytes;
   simulated::NumberedPicture m_picture;
   std::unique_ptr<simulated::FramePacker> m_packer;  // for YUYV and MJPG
-  std::vector<std::uint8_t> m_frame;                 // of the other formats
+  std::vector<std::uint8_t> m_frame;                 // for the other formats
   std::vector<std::uint8_t> m_brightened;
 };
 

@@ -6,12 +6,12 @@ namespace uvc {
 namespace {
 
 // Control selectors.
-constexpr std::uint8_t kErrorCodeControl = 2;   // of the control interface
-constexpr std::uint8_t kBrightnessControl = 2;  // of a processing unit
-constexpr std::uint8_t kProbeControl = 1;       // of the streaming interface
-constexpr std::uint8_t kCommitControl = 2;
+constexpr std::uint8_t kErrorCodeControl = 2;   // control interface
+constexpr std::uint8_t kBrightnessControl = 2;  // processing unit
+constexpr std::uint8_t kProbeControl = 1;       // streaming interface
+constexpr std::uint8_t kCommitControl = 2;      // streaming interface
 
-// What the error code control says.
+// Values of the error code control.
 constexpr std::uint8_t kWrongState = 2;
 constexpr std::uint8_t kOutOfRange = 4;
 constexpr std::uint8_t kInvalidUnit = 5;
@@ -25,10 +25,10 @@ Bytes Packed(int value) {
 
 }  // namespace
 
-FunctionControl::FunctionControl(const VideoFunction& function, FunctionEffects effects)
-    : m_effects(std::move(effects)), m_probe(function), m_commit(function) {}
+FunctionControl::FunctionControl(const VideoFunction& function, FunctionCallbacks callbacks)
+    : m_callbacks(std::move(callbacks)), m_probe(function), m_commit(function) {}
 
-std::optional<Bytes> FunctionControl::Refuse(std::uint8_t error) {
+std::optional<Bytes> FunctionControl::Stall(std::uint8_t error) {
   m_error = error;
   return std::nullopt;
 }
@@ -36,7 +36,7 @@ std::optional<Bytes> FunctionControl::Refuse(std::uint8_t error) {
 std::optional<Bytes> FunctionControl::Handle(const Setup& setup, std::span<const std::uint8_t> data) {
   const bool isSet = setup.requestType == kClassToInterface;
   if (isSet != (setup.request == kSetCur)) {
-    return Refuse(kInvalidRequest);
+    return Stall(kInvalidRequest);
   }
   const bool isToStream = IsStreamInterface(Low(setup.index));
   const std::uint8_t entity = High(setup.index);
@@ -49,9 +49,9 @@ std::optional<Bytes> FunctionControl::Handle(const Setup& setup, std::span<const
     return Streaming(setup, data);
   }
   if (isToStream || entity != kProcessingUnit) {
-    return Refuse(entity == 0 ? kInvalidControl : kInvalidUnit);
+    return Stall(entity == 0 ? kInvalidControl : kInvalidUnit);
   }
-  return control == kBrightnessControl ? Brightness(setup, data) : Refuse(kInvalidControl);
+  return control == kBrightnessControl ? Brightness(setup, data) : Stall(kInvalidControl);
 }
 
 std::optional<Bytes> FunctionControl::ErrorCode(const Setup& setup) {
@@ -59,9 +59,9 @@ std::optional<Bytes> FunctionControl::ErrorCode(const Setup& setup) {
     case kGetCur:
       return Bytes{std::exchange(m_error, std::uint8_t{0})};
     case kGetInfo:
-      return Bytes{1};  // can be read only
+      return Bytes{1};  // supports GET only
     default:
-      return Refuse(kInvalidRequest);
+      return Stall(kInvalidRequest);
   }
 }
 
@@ -70,32 +70,32 @@ std::optional<Bytes> FunctionControl::Streaming(const Setup& setup, std::span<co
     return Commit(setup, data);
   }
   if (High(setup.value) != kProbeControl) {
-    return Refuse(kInvalidControl);
+    return Stall(kInvalidControl);
   }
   if (setup.request == kSetCur) {
-    return m_probe.Set(data) ? Bytes{} : Refuse(kInvalidRequest);
+    return m_probe.Set(data) ? Bytes{} : Stall(kInvalidRequest);
   }
   std::optional<Bytes> answer = m_probe.Get(setup.request);
-  return answer ? answer : Refuse(kInvalidRequest);
+  return answer ? answer : Stall(kInvalidRequest);
 }
 
 std::optional<Bytes> FunctionControl::Commit(const Setup& setup, std::span<const std::uint8_t> data) {
   switch (setup.request) {
     case kSetCur:
       if (!m_commit.Set(data)) {
-        return Refuse(kInvalidRequest);
+        return Stall(kInvalidRequest);
       }
       if (!PixelFormatOf(m_commit.CurrentFormat().fourCc).canStream) {
-        return Refuse(kWrongState);
+        return Stall(kWrongState);
       }
-      m_effects.start(m_commit);
+      m_callbacks.start(m_commit);
       return Bytes{};
     case kGetCur:
     case kGetLen:
     case kGetInfo:
       return m_commit.Get(setup.request);
     default:
-      return Refuse(kInvalidRequest);
+      return Stall(kInvalidRequest);
   }
 }
 
@@ -103,14 +103,14 @@ std::optional<Bytes> FunctionControl::Brightness(const Setup& setup, std::span<c
   switch (setup.request) {
     case kSetCur: {
       if (data.size() != 2) {
-        return Refuse(kInvalidRequest);
+        return Stall(kInvalidRequest);
       }
       const auto value = static_cast<std::int16_t>(data[0] | data[1] << 8);
       if (value < -kMaxBrightness || value > kMaxBrightness) {
-        return Refuse(kOutOfRange);
+        return Stall(kOutOfRange);
       }
       m_brightness = value;
-      m_effects.setBrightness(value);
+      m_callbacks.setBrightness(value);
       return Bytes{};
     }
     case kGetCur:
@@ -126,9 +126,9 @@ std::optional<Bytes> FunctionControl::Brightness(const Setup& setup, std::span<c
     case kGetLen:
       return Packed(2);
     case kGetInfo:
-      return Bytes{3};  // can be read and set
+      return Bytes{3};  // supports GET and SET
     default:
-      return Refuse(kInvalidRequest);
+      return Stall(kInvalidRequest);
   }
 }
 

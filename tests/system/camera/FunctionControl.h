@@ -1,4 +1,4 @@
-// The video class requests of one function: stream negotiation, brightness, and why the last was refused.
+// Handles the video class requests of one function: stream negotiation, brightness and the error code.
 #pragma once
 
 #include <cstdint>
@@ -26,8 +26,8 @@ constexpr std::uint8_t kClassFromInterface = 0xA1;
 constexpr std::uint8_t Low(std::uint16_t value) { return static_cast<std::uint8_t>(value & 0xFF); }
 constexpr std::uint8_t High(std::uint16_t value) { return static_cast<std::uint8_t>(value >> 8); }
 
-// What requests to a function cause.
-struct FunctionEffects {
+// Callbacks that requests to a function invoke.
+struct FunctionCallbacks {
   std::function<void(const ProbeControl& committed)> start;
   std::function<void()> stop;
   std::function<void(int)> setBrightness;
@@ -35,27 +35,28 @@ struct FunctionEffects {
 
 class FunctionControl {
  public:
-  static constexpr std::int16_t kMaxBrightness = 64;  // to either side of 0
+  static constexpr std::int16_t kMaxBrightness = 64;  // the minimum is -kMaxBrightness
 
-  FunctionControl(const VideoFunction& function, FunctionEffects effects);
+  FunctionControl(const VideoFunction& function, FunctionCallbacks callbacks);
 
-  // A class request to the function's streaming interface, or to its control interface. The data of the
-  // answer, empty for a request of the other direction; nothing is a stall. data: sent by the host.
+  // Handles a class request to the function's control or streaming interface. Returns the data stage of a
+  // request from the device (empty for a request to the device), or nullopt to stall. data: the data stage of
+  // a request to the device.
   std::optional<Bytes> Handle(const Setup& setup, std::span<const std::uint8_t> data);
-  void StopStream() { m_effects.stop(); }
+  void StopStream() { m_callbacks.stop(); }
 
  private:
   std::optional<Bytes> Streaming(const Setup& setup, std::span<const std::uint8_t> data);
   std::optional<Bytes> Commit(const Setup& setup, std::span<const std::uint8_t> data);
   std::optional<Bytes> Brightness(const Setup& setup, std::span<const std::uint8_t> data);
   std::optional<Bytes> ErrorCode(const Setup& setup);
-  std::optional<Bytes> Refuse(std::uint8_t error);
+  std::optional<Bytes> Stall(std::uint8_t error);
 
-  FunctionEffects m_effects;
+  FunctionCallbacks m_callbacks;
   ProbeControl m_probe;
   ProbeControl m_commit;
   std::int16_t m_brightness = 0;
-  std::uint8_t m_error = 0;  // why the last request was refused
+  std::uint8_t m_error = 0;  // error code of the last request
 };
 
 }  // namespace uvc

@@ -5,7 +5,7 @@
 namespace uvc {
 namespace {
 
-constexpr std::size_t kSmallestPacket = 64;
+constexpr std::size_t kMinPacketSize = 64;
 
 template <typename Value>
 void Put(std::uint8_t* at, Value value) {
@@ -16,9 +16,9 @@ void Put(std::uint8_t* at, Value value) {
 
 }  // namespace
 
-void PayloadSender::Start(std::size_t largestPayload) {
+void PayloadSender::Start(std::size_t maxPayload) {
   Stop();
-  m_largestPayload = largestPayload;
+  m_maxPayload = maxPayload;
   m_framesSent = 0;
 }
 
@@ -40,10 +40,10 @@ void PayloadSender::Send(std::span<const std::uint8_t> frame, std::uint32_t capt
 
 void PayloadSender::BeginPayload() {
   const std::size_t left = m_frame.size() - m_payloadBegin;
-  std::size_t size = std::min(left, m_largestPayload - kHeaderSize);
-  // A payload of whole packets may need an empty one behind it. The kernel's driver does not take that for an
-  // end while it has no buffer to write to, and swallows the pictures that follow without counting them.
-  if (kHeaderSize + size < m_largestPayload && (kHeaderSize + size) % kSmallestPacket == 0) {
+  std::size_t size = std::min(left, m_maxPayload - kHeaderSize);
+  // A payload of whole packets may need a zero-length packet at its end. uvcvideo does not recognize that as
+  // the end of the payload while it has no buffer, and then drops the next frames without counting them.
+  if (kHeaderSize + size < m_maxPayload && (kHeaderSize + size) % kMinPacketSize == 0) {
     --size;
   }
   m_payloadSize = kHeaderSize + size;
@@ -96,10 +96,9 @@ std::optional<PayloadSender::Answer> PayloadSender::Next() {
   m_requests.pop_front();
   m_answer.clear();
   AppendToAnswer(std::min(request.length, m_payloadSize - m_payloadSent));
-  // A payload ends with its last byte when it is as long as payloads get, else with a short packet: where the
-  // host has asked for exactly what was left, with the empty answer to its next request.
-  if (m_payloadSent == m_payloadSize &&
-      (m_answer.size() < request.length || m_payloadSize == m_largestPayload)) {
+  // A payload of the maximum size ends with its last byte, a smaller one with a short packet. If the
+  // remaining bytes filled the request exactly, the next answer is empty.
+  if (m_payloadSent == m_payloadSize && (m_answer.size() < request.length || m_payloadSize == m_maxPayload)) {
     EndPayload();
   }
   return Answer{request.id, m_answer};

@@ -1,4 +1,4 @@
-// Frames as the payloads of the bulk endpoint, in the pieces that the host asks for.
+// Splits frames into payloads for the bulk endpoint and answers the host's bulk requests with them.
 #pragma once
 
 #include <array>
@@ -26,10 +26,10 @@ class PayloadSender {
   static constexpr std::size_t kHeaderSize = 12;
 
   struct ClockReading {
-    std::uint32_t time = 0;      // of the camera's own clock
-    std::uint16_t busFrame = 0;  // the bus's count of milliseconds, 11 bits
+    std::uint32_t time = 0;      // device clock
+    std::uint16_t busFrame = 0;  // USB frame number (milliseconds), 11 bits
   };
-  // What goes back for a request; valid until the next call of Next.
+  // The data for a request; valid until the next call of Next.
   struct Answer {
     std::uint64_t id = 0;
     std::span<const std::uint8_t> data;
@@ -37,22 +37,23 @@ class PayloadSender {
 
   explicit PayloadSender(std::function<ClockReading()> clock) : m_clock(std::move(clock)) {}
 
-  // Begins a stream whose payloads have at most so many bytes, more than those of a header. Requests that
-  // wait are for it.
-  void Start(std::size_t largestPayload);
-  // Drops what has not been sent. True when there was a frame of which a part had not.
+  // Starts a stream. Pending requests remain queued. maxPayload: bytes including the header, greater than
+  // kHeaderSize.
+  void Start(std::size_t maxPayload);
+  // Drops the rest of the current frame. Returns whether a frame was incomplete.
   bool Stop();
 
   bool IsBusy() const { return !m_frame.empty(); }
-  // Only when not busy. The bytes, at least one, stay until it is not busy any more. captured: the picture's
-  // time by the camera's clock.
+  // Requires !IsBusy(). frame: not empty; must stay valid until IsBusy() returns false. captured: the capture
+  // time by the device clock.
   void Send(std::span<const std::uint8_t> frame, std::uint32_t captured);
   std::uint64_t FramesSent() const { return m_framesSent; }
 
   void Request(std::uint64_t id, std::size_t length) { m_requests.push_back({id, length}); }
-  // False when there is no such request any more.
+  // Returns false if the request is no longer pending.
   bool Cancel(std::uint64_t id);
-  // The answer to the oldest request; nothing when there is none or nothing to send.
+  // Returns the answer to the oldest request, or nullopt if no request is pending or there is no data to
+  // send.
   std::optional<Answer> Next();
 
  private:
@@ -67,15 +68,15 @@ class PayloadSender {
 
   const std::function<ClockReading()> m_clock;
   std::deque<BulkRequest> m_requests;
-  std::size_t m_largestPayload = kHeaderSize + 1;
+  std::size_t m_maxPayload = kHeaderSize + 1;
   std::uint8_t m_frameId = 0;
   std::uint64_t m_framesSent = 0;
 
   std::span<const std::uint8_t> m_frame;
-  std::size_t m_payloadBegin = 0;  // in the frame
+  std::size_t m_payloadBegin = 0;  // offset in the frame
   std::uint32_t m_captured = 0;
   std::array<std::uint8_t, kHeaderSize> m_header{};
-  std::size_t m_payloadSize = 0;  // with its header
+  std::size_t m_payloadSize = 0;  // including the header
   std::size_t m_payloadSent = 0;
   std::vector<std::uint8_t> m_answer;
 };

@@ -9,16 +9,16 @@
 
 namespace uvc {
 
-// How the video class describes a format.
+// The kinds of format descriptors in the video class.
 enum class FormatKind { kUncompressed, kMjpeg, kFrameBased };
 
 struct PixelFormat {
   std::string_view name;
-  std::uint32_t fourCc = 0;    // of V4L2
+  std::uint32_t fourCc = 0;    // V4L2 code
   std::uint32_t guidCode = 0;  // first four bytes of the GUID; unused for MJPG
   FormatKind kind = FormatKind::kUncompressed;
-  std::uint8_t bitsPerPixel = 16;  // of a compressed format: an upper bound
-  bool canStream = true;           // false: the camera offers the format and refuses to start it
+  std::uint8_t bitsPerPixel = 16;  // the maximum for a compressed format
+  bool canStream = true;           // false: the camera offers the format but stalls the commit request
 };
 
 constexpr std::uint32_t kNv12 = graph::FourCc("NV12");

@@ -5,7 +5,7 @@
 namespace uvc {
 namespace {
 
-// Where the fields are.
+// Offsets of the fields.
 constexpr std::size_t kFormatAt = 2;
 constexpr std::size_t kFrameAt = 3;
 constexpr std::size_t kIntervalAt = 4;
@@ -48,39 +48,39 @@ graph::VideoFormat ProbeControl::CurrentFormat() const {
 }
 
 std::uint32_t ProbeControl::PayloadSize(const StreamSettings& settings) const {
-  return std::min(FormatOf(settings).MaxFrameBytes(SizeOf(settings)) + kHeaderSize, kLargestPayload);
+  return std::min(FormatOf(settings).MaxFrameBytes(SizeOf(settings)) + kHeaderSize, kMaxPayload);
 }
 
-StreamSettings ProbeControl::Nearest(StreamSettings wish) const {
+StreamSettings ProbeControl::Nearest(StreamSettings requested) const {
   const auto clamp = [](std::uint8_t index, std::size_t count) {
     return static_cast<std::uint8_t>(std::clamp<std::size_t>(index, 1, count));
   };
-  wish.format = clamp(wish.format, m_function.formats.size());
-  wish.frame = clamp(wish.frame, FormatOf(wish).sizes.size());
-  const FrameSize& size = SizeOf(wish);
-  if (wish.interval == 0) {
-    wish.interval = size.defaultInterval;
+  requested.format = clamp(requested.format, m_function.formats.size());
+  requested.frame = clamp(requested.frame, FormatOf(requested).sizes.size());
+  const FrameSize& size = SizeOf(requested);
+  if (requested.interval == 0) {
+    requested.interval = size.defaultInterval;
   }
-  wish.interval = *std::ranges::min_element(
-      size.intervals, {}, [&](std::uint32_t interval) { return Distance(interval, wish.interval); });
-  return wish;
+  requested.interval = *std::ranges::min_element(
+      size.intervals, {}, [&](std::uint32_t interval) { return Distance(interval, requested.interval); });
+  return requested;
 }
 
 Bytes ProbeControl::Pack(const StreamSettings& settings) const {
   Bytes bytes(kSize);
-  bytes[0] = 1;  // the interval is kept as it is
+  bytes[0] = 1;  // bmHint: keep the frame interval fixed
   bytes[kFormatAt] = settings.format;
   bytes[kFrameAt] = settings.frame;
   Put32(bytes, kIntervalAt, settings.interval);
   Put32(bytes, kFrameBytesAt, FormatOf(settings).MaxFrameBytes(SizeOf(settings)));
   Put32(bytes, kPayloadBytesAt, PayloadSize(settings));
   Put32(bytes, kClockAt, kClockFrequency);
-  bytes[kFramingAt] = 3;  // headers say which frame they belong to and where it ends
+  bytes[kFramingAt] = 3;  // bmFramingInfo: headers contain the frame id and end-of-frame bits
   return bytes;
 }
 
 std::optional<Bytes> ProbeControl::Get(std::uint8_t request) const {
-  // Of the fields it is the interval that has a range within a format and a frame.
+  // Within a format and frame size, only the interval has a range.
   StreamSettings settings = m_current;
   switch (request) {
     case kGetCur:
@@ -98,14 +98,14 @@ std::optional<Bytes> ProbeControl::Get(std::uint8_t request) const {
     case kGetLen:
       return Bytes{kSize, 0};
     case kGetInfo:
-      return Bytes{3};  // can be read and set
+      return Bytes{3};  // supports GET and SET
     default:
       return std::nullopt;
   }
 }
 
 bool ProbeControl::Set(std::span<const std::uint8_t> data) {
-  if (data.size() != kSize && data.size() != kOldSize) {
+  if (data.size() != kSize && data.size() != kUvc10Size) {
     return false;
   }
   m_current = Nearest({data[kFormatAt], data[kFrameAt], Get32(data, kIntervalAt)});

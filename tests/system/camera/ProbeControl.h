@@ -1,4 +1,4 @@
-// The negotiation of a stream: the probe and commit controls of the streaming interface.
+// Stream negotiation: the probe and commit controls of the streaming interface.
 #pragma once
 
 #include <cstddef>
@@ -22,7 +22,7 @@ enum ClassRequest : std::uint8_t {
   kGetDef = 0x87,
 };
 
-// What a host and the camera have agreed upon.
+// The negotiated parameters of a stream.
 struct StreamSettings {
   std::uint8_t format = 1;  // indexes from 1
   std::uint8_t frame = 1;
@@ -34,18 +34,18 @@ struct StreamSettings {
 class ProbeControl {
  public:
   static constexpr std::size_t kSize = 34;
-  // Hosts of UVC 1.0 know less of it.
-  static constexpr std::size_t kOldSize = 26;
-  // A payload's header included. A multiple of what hosts fetch at a time, so that none of a payload's pieces
-  // but the last one of a frame is short.
-  static constexpr std::uint32_t kLargestPayload = 65536;
+  // The size in UVC 1.0.
+  static constexpr std::size_t kUvc10Size = 26;
+  // Includes the payload header. A multiple of the size of the host's bulk requests, so that only the last
+  // transfer of a frame is short.
+  static constexpr std::uint32_t kMaxPayload = 65536;
   static constexpr std::uint32_t kHeaderSize = 12;
 
   explicit ProbeControl(const VideoFunction& function);
 
-  // The answer to a request other than kSetCur; nothing when the control does not have it.
+  // Returns the response to a GET request, or nullopt if the control does not support the request.
   std::optional<Bytes> Get(std::uint8_t request) const;
-  // Takes what comes nearest to the host's wish. False when the data are none of this control.
+  // Selects the supported settings nearest to the requested ones. Returns false if data has the wrong size.
   bool Set(std::span<const std::uint8_t> data);
 
   const StreamSettings& Current() const { return m_current; }
@@ -56,7 +56,7 @@ class ProbeControl {
   const StreamFormat& FormatOf(const StreamSettings& settings) const;
   const FrameSize& SizeOf(const StreamSettings& settings) const;
   std::uint32_t PayloadSize(const StreamSettings& settings) const;
-  StreamSettings Nearest(StreamSettings wish) const;
+  StreamSettings Nearest(StreamSettings requested) const;
   Bytes Pack(const StreamSettings& settings) const;
 
   const VideoFunction& m_function;

@@ -12,9 +12,9 @@
 namespace uvc {
 namespace {
 
-void LogNothing(void*, int, const char*) {}
+void IgnoreLogMessage(void*, int, const char*) {}
 
-// Where usbredir keeps what it says about an endpoint.
+// The index of an endpoint in usbredir's endpoint tables.
 constexpr std::size_t SlotOf(std::uint8_t endpoint) { return (endpoint & 0x80U) >> 3 | (endpoint & 0x0FU); }
 
 usb_redir_ep_info_header EndpointInfo(const CameraModel& model) {
@@ -48,7 +48,7 @@ usb_redir_interface_info_header InterfaceInfo(const CameraModel& model) {
 
 }  // namespace
 
-// Data that came with a packet belong to whoever gets it.
+// Owns the data of a received packet.
 struct RedirLink::PacketData {
   PacketData(usbredirparser* owner, std::uint8_t* bytes, int count)
       : parser(owner), data(bytes), size(static_cast<std::size_t>(count)) {}
@@ -76,11 +76,11 @@ void RedirLink::Forward(void* link, Arguments... arguments) {
   }
 }
 
-// The machine learns which endpoints there are before it asks anything of them.
+// Handles requests for endpoint types that the camera does not announce.
 template <typename... Arguments>
 void RedirLink::Unexpected(void* link, Arguments...) {
   static_cast<RedirLink*>(link)->m_error =
-      std::make_exception_ptr(std::runtime_error("the machine has asked for what the camera has not got"));
+      std::make_exception_ptr(std::runtime_error("unsupported request of the virtual machine"));
 }
 
 RedirLink::RedirLink(FileDescriptor socket, const CameraModel& model, RedirDevice& device)
@@ -91,7 +91,7 @@ RedirLink::RedirLink(FileDescriptor socket, const CameraModel& model, RedirDevic
   SetCallbacks();
   SetUnexpected();
   std::array<std::uint32_t, USB_REDIR_CAPS_SIZE> capabilities{};
-  // Without the lengths of 32 bits the machine waits for each bulk transfer before it asks for the next one.
+  // Without 32-bit lengths QEMU waits for each bulk transfer to complete before it submits the next one.
   for (const int capability :
        {usb_redir_cap_connect_device_version, usb_redir_cap_filter, usb_redir_cap_ep_info_max_packet_size,
         usb_redir_cap_64bits_ids, usb_redir_cap_32bits_bulk_length}) {
@@ -103,7 +103,7 @@ RedirLink::RedirLink(FileDescriptor socket, const CameraModel& model, RedirDevic
 
 void RedirLink::SetCallbacks() {
   m_parser->priv = this;
-  m_parser->log_func = LogNothing;
+  m_parser->log_func = IgnoreLogMessage;
   m_parser->read_func = ReadSome;
   m_parser->write_func = WriteSome;
   m_parser->hello_func = Forward<&RedirLink::Hello>;
@@ -165,15 +165,15 @@ bool RedirLink::Read() {
     std::rethrow_exception(std::exchange(m_error, nullptr));
   }
   if (result == usbredirparser_read_parse_error) {
-    throw std::runtime_error("the machine does not speak usbredir");
+    throw std::runtime_error("received invalid usbredir data");
   }
   return !m_isClosed;
 }
 
-bool RedirLink::WantsToWrite() const { return usbredirparser_has_data_to_write(m_parser.get()) > 0; }
+bool RedirLink::HasDataToWrite() const { return usbredirparser_has_data_to_write(m_parser.get()) > 0; }
 
 bool RedirLink::Write() {
-  if (WantsToWrite()) {
+  if (HasDataToWrite()) {
     usbredirparser_do_write(m_parser.get());
   }
   return !m_isClosed;
@@ -183,7 +183,7 @@ void RedirLink::Hello(usb_redir_hello_header*) { m_device.OnHello(); }
 
 void RedirLink::Reset() { m_device.OnReset(); }
 
-void RedirLink::FilterReject() { throw std::runtime_error("the machine does not take the camera"); }
+void RedirLink::FilterReject() { throw std::runtime_error("the virtual machine rejected the camera"); }
 
 void RedirLink::SendConnect() {
   usb_redir_interface_info_header interfaces = InterfaceInfo(m_model);
@@ -251,28 +251,28 @@ void RedirLink::Bulk(std::uint64_t id, usb_redir_bulk_packet_header* header, std
   const PacketData sent(m_parser.get(), data, size);
   const std::size_t length = header->length | std::size_t{header->length_high} << 16;
   if (!m_device.OnBulk(id, header->endpoint, length)) {
-    AnswerBulk(id, header->endpoint, usb_redir_stall, {});
+    SendBulkStatus(id, header->endpoint, usb_redir_stall, {});
   }
 }
 
 void RedirLink::Cancel(std::uint64_t id) {
   if (const std::optional<std::uint8_t> endpoint = m_device.OnCancel(id)) {
-    AnswerBulk(id, *endpoint, usb_redir_cancelled, {});
+    SendBulkStatus(id, *endpoint, usb_redir_cancelled, {});
   }
 }
 
 void RedirLink::SendBulk(std::uint64_t id, std::uint8_t endpoint, std::span<const std::uint8_t> data) {
-  AnswerBulk(id, endpoint, usb_redir_success, data);
+  SendBulkStatus(id, endpoint, usb_redir_success, data);
 }
 
-void RedirLink::AnswerBulk(std::uint64_t id, std::uint8_t endpoint, std::uint8_t status,
-                           std::span<const std::uint8_t> data) {
+void RedirLink::SendBulkStatus(std::uint64_t id, std::uint8_t endpoint, std::uint8_t status,
+                               std::span<const std::uint8_t> data) {
   usb_redir_bulk_packet_header header{};
   header.endpoint = endpoint;
   header.status = status;
   header.length = static_cast<std::uint16_t>(data.size() & 0xFFFF);
   header.length_high = static_cast<std::uint16_t>(data.size() >> 16);
-  // The parser copies the data, though it does not say that it leaves them as they are.
+  // The parser copies the data and does not modify it, although the parameter is not const.
   usbredirparser_send_bulk_packet(m_parser.get(), id, &header, const_cast<std::uint8_t*>(data.data()),
                                   static_cast<int>(data.size()));
 }

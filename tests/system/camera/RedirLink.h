@@ -1,5 +1,4 @@
-// The link to the machine that the camera is plugged into: the usbredir protocol, from the side where the
-// device is, over a unix socket at which the machine listens.
+// The device side of the usbredir protocol, over a Unix socket on which the virtual machine listens.
 #pragma once
 
 #include <usbredirparser.h>
@@ -17,7 +16,7 @@
 
 namespace uvc {
 
-// The machine's side of the link, to which a device responds.
+// The USB device behind the link. The link calls it for the requests of the virtual machine.
 class RedirDevice {
  public:
   virtual ~RedirDevice() = default;
@@ -27,25 +26,25 @@ class RedirDevice {
   virtual bool OnSetConfiguration(std::uint8_t configuration) = 0;
   virtual std::uint8_t OnGetConfiguration() = 0;
   virtual bool OnSetInterface(std::uint8_t interface, std::uint8_t alternate) = 0;
-  // A bulk transfer from the device, to be answered with SendBulk; false is a stall.
+  // A bulk IN transfer, to be completed with SendBulk. Returns false to stall.
   virtual bool OnBulk(std::uint64_t id, std::uint8_t endpoint, std::size_t length) = 0;
-  // The endpoint of the transfer; nothing when it has been answered.
+  // Returns the endpoint of the cancelled transfer, or nullopt if the transfer is already complete.
   virtual std::optional<std::uint8_t> OnCancel(std::uint64_t id) = 0;
 };
 
 class RedirLink {
  public:
-  // The socket, connected and non-blocking.
+  // socket: connected and non-blocking.
   RedirLink(FileDescriptor socket, const CameraModel& model, RedirDevice& device);
 
   int Socket() const { return m_socket.Get(); }
-  // Takes in what has arrived. False when the machine has hung up. Throws std::runtime_error for what cannot
-  // be understood, and what the device throws.
+  // Processes received data. Returns false if the virtual machine has closed the connection. Throws
+  // std::runtime_error for invalid data, and forwards the device's exceptions.
   bool Read();
-  bool WantsToWrite() const;
+  bool HasDataToWrite() const;
   bool Write();
 
-  // Plugs the device in.
+  // Announces the device: plugs it in.
   void SendConnect();
   void SendBulk(std::uint64_t id, std::uint8_t endpoint, std::span<const std::uint8_t> data);
 
@@ -55,7 +54,7 @@ class RedirLink {
   };
   struct PacketData;
 
-  // C's callbacks as methods: an exception waits until the parser has returned.
+  // Adapts methods to C callbacks. An exception is stored and rethrown after the parser has returned.
   template <auto Method, typename... Arguments>
   static void Forward(void* link, Arguments... arguments);
   template <typename... Arguments>
@@ -77,8 +76,8 @@ class RedirLink {
   void Control(std::uint64_t id, usb_redir_control_packet_header* header, std::uint8_t* data, int size);
   void Bulk(std::uint64_t id, usb_redir_bulk_packet_header* header, std::uint8_t* data, int size);
   void Cancel(std::uint64_t id);
-  void AnswerBulk(std::uint64_t id, std::uint8_t endpoint, std::uint8_t status,
-                  std::span<const std::uint8_t> data);
+  void SendBulkStatus(std::uint64_t id, std::uint8_t endpoint, std::uint8_t status,
+                      std::span<const std::uint8_t> data);
 
   FileDescriptor m_socket;
   const CameraModel& m_model;

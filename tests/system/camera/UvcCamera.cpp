@@ -18,7 +18,7 @@ std::string Hex(unsigned value) {
   return text.data();
 }
 
-// Several streams in one log are told apart by their function.
+// With several functions, the log lines of each stream have its function as a prefix.
 std::vector<std::unique_ptr<VideoStream>> MakeStreams(const CameraModel& model, EventLog& log) {
   std::vector<std::unique_ptr<VideoStream>> streams;
   for (std::size_t i = 0; i < model.functions.size(); ++i) {
@@ -34,10 +34,10 @@ Camera::Camera(FileDescriptor socket, const CameraModel& model, EventLog& log)
     : m_model(model),
       m_log(log),
       m_streams(MakeStreams(model, log)),
-      m_pipe(model, AllEffects()),
+      m_pipe(model, AllCallbacks()),
       m_link(std::move(socket), model, *this) {}
 
-FunctionEffects Camera::EffectsOf(std::size_t function) {
+FunctionCallbacks Camera::CallbacksOf(std::size_t function) {
   VideoStream& stream = *m_streams[function];
   return {.start =
               [this, &stream](const ProbeControl& committed) {
@@ -47,18 +47,18 @@ FunctionEffects Camera::EffectsOf(std::size_t function) {
           .setBrightness = [&stream](int brightness) { stream.SetBrightness(brightness); }};
 }
 
-std::vector<FunctionEffects> Camera::AllEffects() {
-  std::vector<FunctionEffects> effects;
+std::vector<FunctionCallbacks> Camera::AllCallbacks() {
+  std::vector<FunctionCallbacks> callbacks;
   for (std::size_t i = 0; i < m_streams.size(); ++i) {
-    effects.push_back(EffectsOf(i));
+    callbacks.push_back(CallbacksOf(i));
   }
-  return effects;
+  return callbacks;
 }
 
 void Camera::Run(int stop) {
   for (;;) {
     std::array<pollfd, 2> descriptors{pollfd{m_link.Socket(), POLLIN, 0}, pollfd{stop, POLLIN, 0}};
-    if (m_link.WantsToWrite()) {
+    if (m_link.HasDataToWrite()) {
       descriptors[0].events |= POLLOUT;
     }
     Wait(descriptors);

@@ -1,4 +1,4 @@
-// The camera on the link: passes the host's requests to the control pipe and to the streams.
+// The camera: dispatches the host's USB requests to the control pipe and to the streams.
 #pragma once
 
 #include <poll.h>
@@ -19,7 +19,7 @@ class Camera final : private RedirDevice {
  public:
   Camera(FileDescriptor socket, const CameraModel& model, EventLog& log);
 
-  // Works until the machine hangs up or the other descriptor has something to read.
+  // Runs until the virtual machine closes the connection or the descriptor stop becomes readable.
   void Run(int stop);
 
  private:
@@ -32,8 +32,8 @@ class Camera final : private RedirDevice {
   bool OnBulk(std::uint64_t id, std::uint8_t endpoint, std::size_t length) override;
   std::optional<std::uint8_t> OnCancel(std::uint64_t id) override;
 
-  FunctionEffects EffectsOf(std::size_t function);
-  std::vector<FunctionEffects> AllEffects();
+  FunctionCallbacks CallbacksOf(std::size_t function);
+  std::vector<FunctionCallbacks> AllCallbacks();
   std::optional<VideoStream::Clock::time_point> Deadline() const;
   void Tick();
   void StopStreams();

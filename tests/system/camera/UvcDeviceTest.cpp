@@ -1,4 +1,4 @@
-// What the camera says about itself, and what it agrees upon with a host.
+// Tests of the camera's descriptors, its options and its control requests.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -22,7 +22,7 @@ CameraModel ModelOf(std::initializer_list<std::string_view> more = {}) {
   return ParseOptions(arguments).model;
 }
 
-// A colour function in front of an infrared one.
+// A colour function, followed by an infrared one.
 CameraModel TwoFunctions() {
   return ParseOptions(std::vector<std::string_view>{"--socket", "x", "--function", "Colour", "--format",
                                                     "NV12:320x240@30", "--format", "H264:1280x720@30,15",
@@ -35,7 +35,7 @@ std::size_t Word(const Bytes& bytes, std::size_t at) {
 }
 std::size_t Long(const Bytes& bytes, std::size_t at) { return Word(bytes, at) | Word(bytes, at + 2) << 16; }
 
-// The descriptors in a configuration; fails when their lengths do not add up.
+// Splits a configuration into its descriptors; fails the test if their lengths do not add up.
 std::vector<Bytes> Split(const Bytes& all) {
   std::vector<Bytes> parts;
   std::size_t at = 0;
@@ -54,7 +54,7 @@ std::vector<Bytes> ConfigurationOf(const CameraModel& model) {
   return Split(all);
 }
 
-// The descriptors of one interface that its class has made.
+// The class-specific descriptors of one interface.
 std::vector<Bytes> ClassPartsOf(const CameraModel& model, std::uint8_t interface) {
   std::vector<Bytes> parts;
   int current = -1;
@@ -75,7 +75,7 @@ std::size_t SizeOfAll(const std::vector<Bytes>& parts) {
   return size;
 }
 
-TEST(UvcDescriptors, TotalLengthsOfBothInterfacesAreThoseOfTheirParts) {
+TEST(UvcDescriptors, TotalLengthsMatchTheDescriptors) {
   const CameraModel model = ModelOf();
   const auto control = ClassPartsOf(model, ControlInterface(0));
   const auto streaming = ClassPartsOf(model, StreamInterface(0));
@@ -84,32 +84,32 @@ TEST(UvcDescriptors, TotalLengthsOfBothInterfacesAreThoseOfTheirParts) {
   EXPECT_EQ(Word(streaming.at(0), 4), SizeOfAll(streaming));
 }
 
-TEST(UvcDescriptors, FormatsAndTheirFramesCountFromOne) {
+TEST(UvcDescriptors, FormatAndFrameIndexesStartAtOne) {
   const auto parts = ClassPartsOf(ModelOf(), StreamInterface(0));
   std::vector<std::array<unsigned, 2>> kindsAndIndexes;
   for (std::size_t i = 1; i < parts.size(); ++i) {
     kindsAndIndexes.push_back({parts[i][2], parts[i][3]});
   }
-  // YUYV with two frames, its colours, MJPG with one frame, its colours.
+  // YUYV with two frames and colour matching, MJPG with one frame and colour matching.
   EXPECT_EQ(kindsAndIndexes, (std::vector<std::array<unsigned, 2>>{
                                  {4, 1}, {5, 1}, {5, 2}, {0x0D, 1}, {6, 2}, {7, 1}, {0x0D, 1}}));
   EXPECT_EQ(parts[0][3], 2);     // formats
   EXPECT_EQ(parts[1].at(4), 2);  // frames of YUYV
 }
 
-TEST(UvcDescriptors, FrameNamesItsSizeAndItsIntervalsAscending) {
+TEST(UvcDescriptors, FrameHasSizeAndAscendingIntervals) {
   const Bytes frame = ClassPartsOf(ModelOf(), StreamInterface(0)).at(3);
   EXPECT_EQ(Word(frame, 5), 320U);
   EXPECT_EQ(Word(frame, 7), 240U);
   EXPECT_EQ(Long(frame, 17), 320U * 240U * 2U);
-  EXPECT_EQ(Long(frame, 21), 666666U);  // the default is what was named first
+  EXPECT_EQ(Long(frame, 21), 666666U);  // the first rate on the command line is the default
   ASSERT_EQ(frame.at(25), 3);
   EXPECT_EQ(Long(frame, 26), 333333U);
   EXPECT_EQ(Long(frame, 30), 666666U);
   EXPECT_EQ(Long(frame, 34), 2000000U);
 }
 
-TEST(UvcDescriptors, BulkEndpointHasThePacketSizeOfTheSpeed) {
+TEST(UvcDescriptors, BulkPacketSizeDependsOnSpeed) {
   EXPECT_EQ(ConfigurationOf(ModelOf()).back(),
             (Bytes{7, kEndpointDescriptor, StreamEndpoint(0), 2, 0, 2, 0}));
   EXPECT_EQ(ConfigurationOf(ModelOf({"--speed", "full"})).back(),
@@ -117,7 +117,7 @@ TEST(UvcDescriptors, BulkEndpointHasThePacketSizeOfTheSpeed) {
   EXPECT_EQ(Split(DescriptorOf(ModelOf(), kOtherSpeedDescriptor, 0).value()).back().at(4), 64);
 }
 
-TEST(UvcDescriptors, DeviceNamesItsIdentityAndItsStrings) {
+TEST(UvcDescriptors, DeviceHasIdsAndStrings) {
   const CameraModel model = ModelOf({"--id", "1234:abcd", "--serial", "Z9"});
   const Bytes device = DescriptorOf(model, kDeviceDescriptor, 0).value();
   ASSERT_EQ(device.size(), 18U);
@@ -129,10 +129,10 @@ TEST(UvcDescriptors, DeviceNamesItsIdentityAndItsStrings) {
   EXPECT_EQ(DescriptorOf(model, kQualifierDescriptor, 0).value().size(), 10U);
 }
 
-// The interfaces of a function, as its association descriptor names them: the first one and how many.
+// First interface and interface count of an association descriptor.
 using Association = std::array<unsigned, 2>;
 
-TEST(UvcDescriptors, EachFunctionIsAnAssociationOfItsTwoInterfaces) {
+TEST(UvcDescriptors, AssociationGroupsTwoInterfacesPerFunction) {
   const CameraModel model = TwoFunctions();
   std::vector<Association> associations;
   std::vector<unsigned> interfaces;
@@ -149,7 +149,7 @@ TEST(UvcDescriptors, EachFunctionIsAnAssociationOfItsTwoInterfaces) {
   EXPECT_EQ(associations, (std::vector<Association>{{0, 2}, {2, 2}}));
   EXPECT_EQ(interfaces, (std::vector<unsigned>{0, 1, 2, 3}));
   EXPECT_EQ(endpoints, (std::vector<unsigned>{0x81, 0x82}));
-  EXPECT_EQ(ConfigurationOf(model).at(0).at(4), 4);  // interfaces in all
+  EXPECT_EQ(ConfigurationOf(model).at(0).at(4), 4);  // bNumInterfaces
 }
 
 TEST(UvcDescriptors, EachFunctionHasItsOwnFormatsAndLengths) {
@@ -165,7 +165,7 @@ TEST(UvcDescriptors, EachFunctionHasItsOwnFormatsAndLengths) {
   }
 }
 
-TEST(UvcDescriptors, EachFunctionHasItsName) {
+TEST(UvcDescriptors, EachFunctionHasItsOwnName) {
   const CameraModel model = TwoFunctions();
   std::vector<Bytes> names;
   for (const Bytes& part : ConfigurationOf(model)) {
@@ -178,7 +178,7 @@ TEST(UvcDescriptors, EachFunctionHasItsName) {
   EXPECT_EQ(names[1].at(2), 'I');
 }
 
-TEST(UvcDescriptors, UncompressedFormatsAreNamedByGuidAndBitsPerPixel) {
+TEST(UvcDescriptors, UncompressedFormatsHaveGuidAndBitsPerPixel) {
   const CameraModel model = TwoFunctions();
   const Bytes nv12 = ClassPartsOf(model, StreamInterface(0)).at(1);
   EXPECT_EQ(Bytes(nv12.begin() + 5, nv12.begin() + 21),
@@ -191,13 +191,13 @@ TEST(UvcDescriptors, UncompressedFormatsAreNamedByGuidAndBitsPerPixel) {
   EXPECT_EQ(grey.at(21), 8);
 }
 
-TEST(UvcDescriptors, H264IsAFrameBasedFormat) {
+TEST(UvcDescriptors, H264IsFrameBased) {
   const auto parts = ClassPartsOf(TwoFunctions(), StreamInterface(0));
   const Bytes& format = parts.at(4);
   ASSERT_EQ(format.size(), 28U);
   EXPECT_EQ(format.at(2), 0x10);
   EXPECT_EQ(Bytes(format.begin() + 5, format.begin() + 9), (Bytes{'H', '2', '6', '4'}));
-  EXPECT_EQ(format.at(27), 1);  // of variable size
+  EXPECT_EQ(format.at(27), 1);  // bVariableSize
   const Bytes& frame = parts.at(5);
   ASSERT_EQ(frame.size(), 34U);
   EXPECT_EQ(frame.at(2), 0x11);
@@ -209,7 +209,7 @@ TEST(UvcDescriptors, H264IsAFrameBasedFormat) {
   EXPECT_EQ(Long(frame, 30), 666666U);
 }
 
-TEST(UvcOptions, FormatsBelongToTheFunctionInFrontOfThem) {
+TEST(UvcOptions, FormatsBelongToThePrecedingFunction) {
   const CameraModel model = TwoFunctions();
   ASSERT_EQ(model.functions.size(), 2U);
   EXPECT_EQ(model.functions[0].name, "Colour");
@@ -218,19 +218,19 @@ TEST(UvcOptions, FormatsBelongToTheFunctionInFrontOfThem) {
   EXPECT_EQ(model.functions[1].formats.at(0).fourCc, kGrey);
 }
 
-TEST(UvcOptions, WithoutAFunctionThereIsOneNamedLikeTheProduct) {
+TEST(UvcOptions, DefaultFunctionHasTheProductName) {
   const CameraModel model = ModelOf({"--product", "Webcam"});
   ASSERT_EQ(model.functions.size(), 1U);
   EXPECT_EQ(model.functions[0].name, "Webcam");
   EXPECT_EQ(model.functions[0].formats.size(), 2U);
 }
 
-TEST(UvcOptions, EndOfImageIsLeftOutOnRequest) {
+TEST(UvcOptions, NoEoiOmitsTheEndOfImageMarker) {
   EXPECT_TRUE(ModelOf().hasEndOfImage);
   EXPECT_FALSE(ModelOf({"--no-eoi"}).hasEndOfImage);
 }
 
-TEST(UvcOptions, AreRefusedWhenTheyAreWrong) {
+TEST(UvcOptions, InvalidArgumentsThrowUsageError) {
   using Arguments = std::vector<std::string_view>;
   for (const Arguments& wrong : {Arguments{},
                                  {"--socket"},
@@ -252,10 +252,10 @@ TEST(UvcOptions, AreRefusedWhenTheyAreWrong) {
   }
 }
 
-// The camera on its control pipe, and what its host has brought about.
+// A camera's control pipe; records the callbacks that the requests invoke.
 class UvcControl : public ::testing::Test {
  protected:
-  std::optional<Bytes> Ask(std::uint8_t request, unsigned control, unsigned index,
+  std::optional<Bytes> Get(std::uint8_t request, unsigned control, unsigned index,
                            std::uint16_t length = 64) {
     return m_pipe.Handle(
         {0xA1, request, static_cast<std::uint16_t>(control << 8), static_cast<std::uint16_t>(index), length},
@@ -268,18 +268,19 @@ class UvcControl : public ::testing::Test {
                 data)
         .has_value();
   }
-  static Bytes Wish(std::uint8_t format, std::uint8_t frame, std::uint32_t interval, std::size_t size = 34) {
-    Bytes wish(size);
-    wish[2] = format;
-    wish[3] = frame;
+  static Bytes ProbeData(std::uint8_t format, std::uint8_t frame, std::uint32_t interval,
+                         std::size_t size = 34) {
+    Bytes data(size);
+    data[2] = format;
+    data[3] = frame;
     for (std::size_t i = 0; i < 4; ++i) {
-      wish[4 + i] = static_cast<std::uint8_t>(interval >> (8 * i));
+      data[4 + i] = static_cast<std::uint8_t>(interval >> (8 * i));
     }
-    return wish;
+    return data;
   }
   StreamSettings Probe(std::uint8_t request = kGetCur) {
-    const Bytes answer = Ask(request, 1, StreamInterface(0)).value();
-    return {answer.at(2), answer.at(3), static_cast<std::uint32_t>(Long(answer, 4))};
+    const Bytes response = Get(request, 1, StreamInterface(0)).value();
+    return {response.at(2), response.at(3), static_cast<std::uint32_t>(Long(response, 4))};
   }
 
   explicit UvcControl(CameraModel model = ModelOf()) : m_model(std::move(model)) {}
@@ -288,10 +289,10 @@ class UvcControl : public ::testing::Test {
   std::vector<StreamSettings> m_started;
   int m_stops = 0;
   int m_brightness = 0;
-  ControlPipe m_pipe{m_model, EffectsOnAll()};
+  ControlPipe m_pipe{m_model, AllCallbacks()};
 
  private:
-  std::vector<FunctionEffects> EffectsOnAll() {
+  std::vector<FunctionCallbacks> AllCallbacks() {
     return {m_model.functions.size(),
             {.start = [this](const ProbeControl& control) { m_started.push_back(control.Current()); },
              .stop = [this] { ++m_stops; },
@@ -301,34 +302,34 @@ class UvcControl : public ::testing::Test {
 
 constexpr unsigned kProcessing = kProcessingUnit << 8;
 
-TEST_F(UvcControl, ProbeTakesWhatComesNearestToTheWish) {
-  EXPECT_TRUE(Set(1, StreamInterface(0), Wish(1, 2, 600000)));
+TEST_F(UvcControl, ProbeSelectsNearestSettings) {
+  EXPECT_TRUE(Set(1, StreamInterface(0), ProbeData(1, 2, 600000)));
   EXPECT_EQ(Probe(), (StreamSettings{1, 2, 666666}));
-  EXPECT_TRUE(Set(1, StreamInterface(0), Wish(9, 9, 1)));
+  EXPECT_TRUE(Set(1, StreamInterface(0), ProbeData(9, 9, 1)));
   EXPECT_EQ(Probe(), (StreamSettings{2, 1, 333333}));
-  EXPECT_TRUE(Set(1, StreamInterface(0), Wish(0, 0, 0, 26)));
+  EXPECT_TRUE(Set(1, StreamInterface(0), ProbeData(0, 0, 0, 26)));
   EXPECT_EQ(Probe(), (StreamSettings{1, 1, 333333}));
-  EXPECT_FALSE(Set(1, StreamInterface(0), Wish(1, 1, 0, 20)));
+  EXPECT_FALSE(Set(1, StreamInterface(0), ProbeData(1, 1, 0, 20)));
 }
 
-TEST_F(UvcControl, ProbeTellsTheRangeOfIntervalsAndTheSizes) {
-  ASSERT_TRUE(Set(1, StreamInterface(0), Wish(1, 2, 333333)));
+TEST_F(UvcControl, ProbeReportsIntervalRangeAndSizes) {
+  ASSERT_TRUE(Set(1, StreamInterface(0), ProbeData(1, 2, 333333)));
   EXPECT_EQ(Probe(kGetMin).interval, 333333U);
   EXPECT_EQ(Probe(kGetMax).interval, 2000000U);
   EXPECT_EQ(Probe(kGetDef), (StreamSettings{1, 1, 333333}));
-  const Bytes current = Ask(kGetCur, 1, StreamInterface(0)).value();
+  const Bytes current = Get(kGetCur, 1, StreamInterface(0)).value();
   ASSERT_EQ(current.size(), 34U);
   EXPECT_EQ(Long(current, 18), 320U * 240U * 2U);
   EXPECT_EQ(Long(current, 22), 65536U);
-  EXPECT_EQ(Ask(kGetLen, 1, StreamInterface(0)), (Bytes{34, 0}));
-  EXPECT_EQ(Ask(kGetInfo, 1, StreamInterface(0)), Bytes{3});
-  EXPECT_EQ(Ask(kGetCur, 1, StreamInterface(0), 26).value().size(), 26U);
+  EXPECT_EQ(Get(kGetLen, 1, StreamInterface(0)), (Bytes{34, 0}));
+  EXPECT_EQ(Get(kGetInfo, 1, StreamInterface(0)), Bytes{3});
+  EXPECT_EQ(Get(kGetCur, 1, StreamInterface(0), 26).value().size(), 26U);
 }
 
-TEST_F(UvcControl, CommitStartsAndClearedHaltStops) {
-  EXPECT_TRUE(Set(1, StreamInterface(0), Wish(2, 1, 333333)));
+TEST_F(UvcControl, CommitStartsAndClearHaltStops) {
+  EXPECT_TRUE(Set(1, StreamInterface(0), ProbeData(2, 1, 333333)));
   EXPECT_TRUE(m_started.empty());
-  EXPECT_TRUE(Set(2, StreamInterface(0), Wish(1, 2, 2000000)));
+  EXPECT_TRUE(Set(2, StreamInterface(0), ProbeData(1, 2, 2000000)));
   EXPECT_EQ(m_started, (std::vector<StreamSettings>{{1, 2, 2000000}}));
   EXPECT_TRUE(m_pipe.Handle({0x02, 1, 0, StreamEndpoint(0), 0}, {}).has_value());
   EXPECT_EQ(m_stops, 1);
@@ -339,23 +340,23 @@ TEST_F(UvcControl, CommitStartsAndClearedHaltStops) {
   EXPECT_EQ(m_stops, 3);
 }
 
-TEST_F(UvcControl, BrightnessIsKeptWithinItsRange) {
+TEST_F(UvcControl, BrightnessOutOfRangeStalls) {
   EXPECT_TRUE(Set(2, kProcessing, {0xF6, 0xFF}));
   EXPECT_EQ(m_brightness, -10);
-  EXPECT_EQ(Ask(kGetCur, 2, kProcessing), (Bytes{0xF6, 0xFF}));
+  EXPECT_EQ(Get(kGetCur, 2, kProcessing), (Bytes{0xF6, 0xFF}));
   EXPECT_FALSE(Set(2, kProcessing, {65, 0}));
   EXPECT_EQ(m_brightness, -10);
-  EXPECT_EQ(Ask(kGetCur, 2, ControlInterface(0)), Bytes{4});  // out of range
-  EXPECT_EQ(Ask(kGetCur, 2, ControlInterface(0)), Bytes{0});
+  EXPECT_EQ(Get(kGetCur, 2, ControlInterface(0)), Bytes{4});  // out of range
+  EXPECT_EQ(Get(kGetCur, 2, ControlInterface(0)), Bytes{0});
 }
 
-TEST_F(UvcControl, RefusesWhatItHasNotGotAndSaysWhy) {
-  EXPECT_EQ(Ask(kGetCur, 3, kProcessing), std::nullopt);
-  EXPECT_EQ(Ask(kGetCur, 2, ControlInterface(0)), Bytes{6});  // no such control
-  EXPECT_EQ(Ask(kGetCur, 2, 7 << 8), std::nullopt);
-  EXPECT_EQ(Ask(kGetCur, 2, ControlInterface(0)), Bytes{5});  // no such unit
-  EXPECT_EQ(Ask(kGetMin, 2, StreamInterface(0)), std::nullopt);
-  EXPECT_EQ(Ask(kGetCur, 2, ControlInterface(0)), Bytes{7});  // no such request
+TEST_F(UvcControl, UnsupportedRequestsStallAndSetErrorCode) {
+  EXPECT_EQ(Get(kGetCur, 3, kProcessing), std::nullopt);
+  EXPECT_EQ(Get(kGetCur, 2, ControlInterface(0)), Bytes{6});  // no such control
+  EXPECT_EQ(Get(kGetCur, 2, 7 << 8), std::nullopt);
+  EXPECT_EQ(Get(kGetCur, 2, ControlInterface(0)), Bytes{5});  // no such unit
+  EXPECT_EQ(Get(kGetMin, 2, StreamInterface(0)), std::nullopt);
+  EXPECT_EQ(Get(kGetCur, 2, ControlInterface(0)), Bytes{7});  // no such request
 }
 
 class UvcControlOfTwoFunctions : public UvcControl {
@@ -363,39 +364,39 @@ class UvcControlOfTwoFunctions : public UvcControl {
   UvcControlOfTwoFunctions() : UvcControl(TwoFunctions()) {}
 };
 
-TEST_F(UvcControlOfTwoFunctions, EachNegotiatesItsOwnStream) {
-  EXPECT_TRUE(Set(1, StreamInterface(0), Wish(2, 1, 666666)));
-  EXPECT_TRUE(Set(1, StreamInterface(1), Wish(2, 1, 333333)));
+TEST_F(UvcControlOfTwoFunctions, FunctionsNegotiateSeparately) {
+  EXPECT_TRUE(Set(1, StreamInterface(0), ProbeData(2, 1, 666666)));
+  EXPECT_TRUE(Set(1, StreamInterface(1), ProbeData(2, 1, 333333)));
   EXPECT_EQ(Probe(), (StreamSettings{2, 1, 666666}));
-  const Bytes infrared = Ask(kGetCur, 1, StreamInterface(1)).value();
+  const Bytes infrared = Get(kGetCur, 1, StreamInterface(1)).value();
   EXPECT_EQ(infrared.at(2), 1);
   EXPECT_EQ(Long(infrared, 4), 666666U);
   EXPECT_EQ(Long(infrared, 18), 340U * 340U);
 }
 
-TEST_F(UvcControlOfTwoFunctions, EachHasItsOwnErrorAndBrightness) {
+TEST_F(UvcControlOfTwoFunctions, FunctionsHaveSeparateErrorCodeAndBrightness) {
   EXPECT_TRUE(Set(2, kProcessing | ControlInterface(1), {5, 0}));
-  EXPECT_EQ(Ask(kGetCur, 2, kProcessing | ControlInterface(0)), (Bytes{0, 0}));
-  EXPECT_EQ(Ask(kGetCur, 2, kProcessing | ControlInterface(1)), (Bytes{5, 0}));
+  EXPECT_EQ(Get(kGetCur, 2, kProcessing | ControlInterface(0)), (Bytes{0, 0}));
+  EXPECT_EQ(Get(kGetCur, 2, kProcessing | ControlInterface(1)), (Bytes{5, 0}));
   EXPECT_FALSE(Set(2, kProcessing | ControlInterface(1), {65, 0}));
-  EXPECT_EQ(Ask(kGetCur, 2, ControlInterface(0)), Bytes{0});
-  EXPECT_EQ(Ask(kGetCur, 2, ControlInterface(1)), Bytes{4});  // out of range
+  EXPECT_EQ(Get(kGetCur, 2, ControlInterface(0)), Bytes{0});
+  EXPECT_EQ(Get(kGetCur, 2, ControlInterface(1)), Bytes{4});  // out of range
 }
 
-TEST_F(UvcControlOfTwoFunctions, OthersDoNotExist) {
-  EXPECT_EQ(Ask(kGetCur, 1, StreamInterface(2)), std::nullopt);
+TEST_F(UvcControlOfTwoFunctions, RequestsToOtherFunctionsStall) {
+  EXPECT_EQ(Get(kGetCur, 1, StreamInterface(2)), std::nullopt);
   EXPECT_TRUE(m_pipe.SetInterface(StreamInterface(1), 0));
   EXPECT_FALSE(m_pipe.SetInterface(ControlInterface(2), 0));
   EXPECT_TRUE(m_pipe.Handle({0x02, 1, 0, StreamEndpoint(1), 0}, {}).has_value());
   EXPECT_FALSE(m_pipe.Handle({0x02, 1, 0, StreamEndpoint(2), 0}, {}).has_value());
-  EXPECT_FALSE(m_pipe.Handle({0x02, 1, 0, 0, 0}, {}).has_value());  // the control pipe never halts
+  EXPECT_FALSE(m_pipe.Handle({0x02, 1, 0, 0, 0}, {}).has_value());  // the control endpoint
 }
 
 TEST_F(UvcControlOfTwoFunctions, H264CannotBeStarted) {
-  EXPECT_FALSE(Set(2, StreamInterface(0), Wish(2, 1, 333333)));
-  EXPECT_EQ(Ask(kGetCur, 2, ControlInterface(0)), Bytes{2});  // wrong state
+  EXPECT_FALSE(Set(2, StreamInterface(0), ProbeData(2, 1, 333333)));
+  EXPECT_EQ(Get(kGetCur, 2, ControlInterface(0)), Bytes{2});  // wrong state
   EXPECT_TRUE(m_started.empty());
-  EXPECT_TRUE(Set(2, StreamInterface(0), Wish(1, 1, 333333)));
+  EXPECT_TRUE(Set(2, StreamInterface(0), ProbeData(1, 1, 333333)));
   EXPECT_EQ(m_started.size(), 1U);
 }
 

@@ -1,4 +1,4 @@
-// The stream of the camera: which frame goes when, and in which pieces.
+// Tests of the camera's stream: frame pacing, payloads and frame formats.
 #include <gtest/gtest.h>
 
 #include <numeric>
@@ -16,7 +16,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-// A clock that the test sets; frames 100 ms apart.
+// The test sets the clock; frames are due every 100 ms.
 class UvcPace : public ::testing::Test {
  protected:
   FramePacer::Due At(int time, bool isBusy = false) {
@@ -27,7 +27,7 @@ class UvcPace : public ::testing::Test {
   FramePacer m_pacer{m_start, 1'000'000};
 };
 
-TEST_F(UvcPace, FrameComesWithEachTickAndNoneBetween) {
+TEST_F(UvcPace, OneFrameIsDuePerInterval) {
   EXPECT_EQ(At(0).number, 0U);
   EXPECT_EQ(At(99).number, std::nullopt);
   EXPECT_EQ(At(100).number, 1U);
@@ -36,17 +36,17 @@ TEST_F(UvcPace, FrameComesWithEachTickAndNoneBetween) {
   EXPECT_EQ(At(300).skipped, 0U);
 }
 
-TEST_F(UvcPace, TicksWhileTheFrameBeforeIsGoingPassBy) {
+TEST_F(UvcPace, FramesAreSkippedWhileSenderIsBusy) {
   EXPECT_EQ(At(0).number, 0U);
   const FramePacer::Due busy = At(100, true);
   EXPECT_EQ(busy.number, std::nullopt);
   EXPECT_EQ(busy.firstSkipped, 1U);
   EXPECT_EQ(busy.skipped, 1U);
-  EXPECT_EQ(At(150).number, std::nullopt);  // not before the next tick, though nothing is going any more
+  EXPECT_EQ(At(150).number, std::nullopt);  // a skipped frame is not sent later
   EXPECT_EQ(At(200).number, 2U);
 }
 
-TEST_F(UvcPace, OnlyTheLastOfTicksThatComeTogetherHasAFrame) {
+TEST_F(UvcPace, LateCallReturnsLatestFrameAndSkipsTheOthers) {
   EXPECT_EQ(At(0).number, 0U);
   const FramePacer::Due late = At(420);
   EXPECT_EQ(late.number, 4U);
@@ -57,7 +57,7 @@ TEST_F(UvcPace, OnlyTheLastOfTicksThatComeTogetherHasAFrame) {
   EXPECT_EQ(busy.skipped, 3U);
 }
 
-TEST_F(UvcPace, RateHoldsForADay) {
+TEST_F(UvcPace, FramesDoNotDriftInADay) {
   FramePacer pacer(m_start, 333'333);
   const std::uint64_t day = std::uint64_t{86400} * 30;
   EXPECT_EQ(pacer.Advance(pacer.TimeOf(day), false).number, day);
@@ -73,8 +73,8 @@ class UvcPayloads : public ::testing::Test {
     std::iota(m_frame.begin(), m_frame.end(), std::uint8_t{1});
     m_sender.Send(m_frame, 0x11223344);
   }
-  // The answers to requests of that length, as many as are needed until all of the frame is taken.
-  Answers Take(std::size_t length) {
+  // Sends requests of the given length until the whole frame is fetched; returns the answers.
+  Answers Fetch(std::size_t length) {
     Answers answers;
     while (m_sender.IsBusy() && answers.size() < 100) {
       m_sender.Request(m_nextId, length);
@@ -99,23 +99,23 @@ class UvcPayloads : public ::testing::Test {
   PayloadSender m_sender{[] { return PayloadSender::ClockReading{0x55667788, 0x0F23}; }};
 };
 
-TEST_F(UvcPayloads, HeaderCarriesTheBitsAndTheClocks) {
+TEST_F(UvcPayloads, HeaderHasFlagsAndTimestamps) {
   m_sender.Start(100);
   Send(3);
-  EXPECT_EQ(Take(64), (Answers{{12, kEndOfHeader | kHasScr | kHasPts | kEndOfFrame, 0x44, 0x33, 0x22, 0x11,
-                                0x88, 0x77, 0x66, 0x55, 0x23, 0x07, 1, 2, 3}}));
+  EXPECT_EQ(Fetch(64), (Answers{{12, kEndOfHeader | kHasScr | kHasPts | kEndOfFrame, 0x44, 0x33, 0x22, 0x11,
+                                 0x88, 0x77, 0x66, 0x55, 0x23, 0x07, 1, 2, 3}}));
 }
 
-TEST_F(UvcPayloads, FrameBitTogglesWithEachFrame) {
+TEST_F(UvcPayloads, FrameIdTogglesWithEachFrame) {
   m_sender.Start(100);
   for (const unsigned bit : {0U, 1U, 0U}) {
     Send(3);
-    EXPECT_EQ(Take(64).at(0).at(1) & kFrameId, bit);
+    EXPECT_EQ(Fetch(64).at(0).at(1) & kFrameId, bit);
   }
   EXPECT_EQ(m_sender.FramesSent(), 3U);
 }
 
-TEST_F(UvcPayloads, FrameBitTogglesAfterAFrameThatWasDropped) {
+TEST_F(UvcPayloads, FrameIdTogglesAfterDroppedFrame) {
   m_sender.Start(20);
   Send(20);
   m_sender.Request(1, 20);
@@ -124,14 +124,14 @@ TEST_F(UvcPayloads, FrameBitTogglesAfterAFrameThatWasDropped) {
   EXPECT_FALSE(m_sender.Stop());
   m_sender.Start(20);
   Send(3);
-  EXPECT_EQ(Take(64).at(0).at(1) & kFrameId, kFrameId);
+  EXPECT_EQ(Fetch(64).at(0).at(1) & kFrameId, kFrameId);
   EXPECT_EQ(m_sender.FramesSent(), 1U);
 }
 
-TEST_F(UvcPayloads, FrameIsSplitAtThePayloadSizeAndOnlyItsLastPayloadEndsIt) {
-  m_sender.Start(20);  // 8 bytes of the frame in each
+TEST_F(UvcPayloads, FrameIsSplitIntoPayloadsAndLastOneHasEndOfFrame) {
+  m_sender.Start(20);  // 8 bytes of the frame in each payload
   Send(19);
-  const Answers answers = Take(64);
+  const Answers answers = Fetch(64);
   ASSERT_EQ(SizesOf(answers), (Sizes{20, 20, 15}));
   std::vector<std::uint8_t> joined;
   for (const auto& answer : answers) {
@@ -142,27 +142,27 @@ TEST_F(UvcPayloads, FrameIsSplitAtThePayloadSizeAndOnlyItsLastPayloadEndsIt) {
   EXPECT_EQ(joined, m_frame);
 }
 
-TEST_F(UvcPayloads, PayloadGoesInThePiecesThatTheHostAsksFor) {
+TEST_F(UvcPayloads, PayloadIsSplitByRequestLength) {
   m_sender.Start(100);
   Send(30);
-  const Answers answers = Take(8);  // the header in two pieces
+  const Answers answers = Fetch(8);  // splits the header
   EXPECT_EQ(SizesOf(answers), (Sizes{8, 8, 8, 8, 8, 2}));
   EXPECT_EQ(answers[1], (std::vector<std::uint8_t>{0x66, 0x55, 0x23, 0x07, 1, 2, 3, 4}));
 }
 
-TEST_F(UvcPayloads, PayloadThatFillsTheRequestsEndsWithAnEmptyPacketUnlessItIsAsLongAsTheyGet) {
+TEST_F(UvcPayloads, PayloadThatFillsRequestsEndsWithEmptyAnswerUnlessItHasMaxSize) {
   m_sender.Start(100);
   Send(20);
-  EXPECT_EQ(SizesOf(Take(16)), (Sizes{16, 16, 0}));
+  EXPECT_EQ(SizesOf(Fetch(16)), (Sizes{16, 16, 0}));
   m_sender.Start(32);
   Send(20);
-  EXPECT_EQ(SizesOf(Take(16)), (Sizes{16, 16}));
+  EXPECT_EQ(SizesOf(Fetch(16)), (Sizes{16, 16}));
 }
 
-TEST_F(UvcPayloads, PayloadOfWholePacketsIsTwoSoThatNoneEndsWithAnEmptyPacket) {
+TEST_F(UvcPayloads, PayloadOfWholePacketsIsSplitToAvoidEmptyPacket) {
   m_sender.Start(100);
   Send(64 - PayloadSender::kHeaderSize);
-  const auto answers = Take(64);
+  const auto answers = Fetch(64);
   EXPECT_EQ(SizesOf(answers), (Sizes{63, PayloadSender::kHeaderSize + 1}));
   EXPECT_EQ(answers[0][1] & kEndOfFrame, 0);
   EXPECT_NE(answers[1][1] & kEndOfFrame, 0);
@@ -192,7 +192,7 @@ std::vector<std::uint8_t> FrameOf(std::uint32_t fourCc, std::uint32_t number, bo
   return {frame.begin(), frame.end()};
 }
 
-// Every so many bytes of a frame, as a plane of its own.
+// Extracts a plane: count bytes of a frame, step bytes apart.
 std::vector<std::uint8_t> Every(const std::vector<std::uint8_t>& frame, std::size_t first, std::size_t step,
                                 std::size_t count) {
   std::vector<std::uint8_t> plane;
@@ -206,7 +206,7 @@ std::optional<std::uint32_t> NumberIn(const std::vector<std::uint8_t>& luma) {
   return simulated::ReadFrameNumber(luma.data(), kWidth, kWidth, kHeight);
 }
 
-// A chroma plane without every second line.
+// Every second line of a chroma plane.
 std::vector<std::uint8_t> HalfOfLines(const std::vector<std::uint8_t>& plane) {
   std::vector<std::uint8_t> half;
   for (std::size_t line = 0; line < kHeight; line += 2) {
@@ -216,7 +216,7 @@ std::vector<std::uint8_t> HalfOfLines(const std::vector<std::uint8_t>& plane) {
   return half;
 }
 
-TEST(UvcFrames, Nv12HasTheNumberAndTheColours) {
+TEST(UvcFrames, Nv12HasNumberAndColours) {
   const auto frame = FrameOf(kNv12, 0x123456);
   ASSERT_EQ(frame.size(), kPixels * 3 / 2);
   const auto luma = Every(frame, 0, 1, kPixels);
@@ -226,7 +226,7 @@ TEST(UvcFrames, Nv12HasTheNumberAndTheColours) {
   EXPECT_LT(simulated::CornerColourError(luma.data(), u.data(), v.data(), kWidth, kHeight), 3);
 }
 
-TEST(UvcFrames, UyvyHasTheNumberAndTheColours) {
+TEST(UvcFrames, UyvyHasNumberAndColours) {
   const auto frame = FrameOf(kUyvy, 77);
   ASSERT_EQ(frame.size(), kPixels * 2);
   const auto luma = Every(frame, 1, 2, kPixels);
@@ -236,13 +236,13 @@ TEST(UvcFrames, UyvyHasTheNumberAndTheColours) {
   EXPECT_LT(simulated::CornerColourError(luma.data(), u.data(), v.data(), kWidth, kHeight), 3);
 }
 
-TEST(UvcFrames, GreyHasTheNumber) {
+TEST(UvcFrames, GreyHasNumber) {
   const auto frame = FrameOf(kGrey, 78);
   ASSERT_EQ(frame.size(), kPixels);
   EXPECT_EQ(NumberIn(frame), 78U);
 }
 
-TEST(UvcFrames, WithoutEndOfImageMjpgLacksTheMarkerAndNothingElse) {
+TEST(UvcFrames, MjpgWithoutEoiDiffersOnlyInTheMarker) {
   auto whole = FrameOf(graph::kMjpg, 5);
   const auto cut = FrameOf(graph::kMjpg, 5, false);
   ASSERT_GT(whole.size(), 2U);
@@ -252,7 +252,7 @@ TEST(UvcFrames, WithoutEndOfImageMjpgLacksTheMarkerAndNothingElse) {
   EXPECT_EQ(cut, whole);
 }
 
-TEST(UvcFrames, H264HasNone) { EXPECT_THROW(FrameOf(kH264, 0), std::invalid_argument); }
+TEST(UvcFrames, H264CannotStream) { EXPECT_THROW(FrameOf(kH264, 0), std::invalid_argument); }
 
 }  // namespace
 }  // namespace uvc

@@ -11,7 +11,7 @@ namespace {
 std::string TextOf(const graph::VideoFormat& format) {
   std::string text(PixelFormatOf(format.fourCc).name);
   text += " " + std::to_string(format.width) + "x" + std::to_string(format.height) + " ";
-  return text + std::to_string((kUnitsInSecond + format.interval / 2) / format.interval) + " fps";
+  return text + std::to_string((kUnitsPerSecond + format.interval / 2) / format.interval) + " fps";
 }
 
 }  // namespace
@@ -19,14 +19,14 @@ std::string TextOf(const graph::VideoFormat& format) {
 VideoStream::VideoStream(EventLog& log, std::string prefix)
     : m_log(log), m_prefix(std::move(prefix)), m_sender([this] {
         const Clock::time_point now = Clock::now();
-        const auto age = std::chrono::duration_cast<std::chrono::milliseconds>(now - m_born).count();
+        const auto age = std::chrono::duration_cast<std::chrono::milliseconds>(now - m_created).count();
         return PayloadSender::ClockReading{DeviceTime(now), static_cast<std::uint16_t>(age & 0x7FF)};
       }) {}
 
 std::uint32_t VideoStream::DeviceTime(Clock::time_point time) const {
-  constexpr std::uint64_t kTicksInMicrosecond = kClockFrequency / 1'000'000;
-  const auto age = std::chrono::duration_cast<std::chrono::nanoseconds>(time - m_born).count();
-  return static_cast<std::uint32_t>(static_cast<std::uint64_t>(age) * kTicksInMicrosecond / 1000);
+  constexpr std::uint64_t kTicksPerMicrosecond = kClockFrequency / 1'000'000;
+  const auto age = std::chrono::duration_cast<std::chrono::nanoseconds>(time - m_created).count();
+  return static_cast<std::uint32_t>(static_cast<std::uint64_t>(age) * kTicksPerMicrosecond / 1000);
 }
 
 void VideoStream::Start(const graph::VideoFormat& format, std::size_t payloadSize, bool hasEndOfImage) {

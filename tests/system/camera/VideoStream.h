@@ -1,4 +1,5 @@
-// The stream of the camera: frames at the pace that has been negotiated, as long as the host takes them.
+// A video stream of the camera: sends frames at the negotiated rate and skips those that the host does not
+// fetch in time.
 #pragma once
 
 #include <cstddef>
@@ -18,14 +19,14 @@ class VideoStream {
  public:
   using Clock = FramePacer::Clock;
 
-  // prefix: of each line that the stream writes to the log.
+  // prefix: prepended to each log line of the stream.
   VideoStream(EventLog& log, std::string prefix);
 
-  // A stream that runs already ends. Tick 0 is now.
+  // Stops a running stream. Frame 0 is due immediately.
   void Start(const graph::VideoFormat& format, std::size_t payloadSize, bool hasEndOfImage);
   void Stop();
 
-  // Sends the frame that is due, if any. To be called not later than Deadline.
+  // Sends the frame that is due, if any. Must be called at Deadline() or earlier.
   void Tick();
   std::optional<Clock::time_point> Deadline() const;
 
@@ -38,12 +39,12 @@ class VideoStream {
 
   EventLog& m_log;
   const std::string m_prefix;
-  const Clock::time_point m_born = Clock::now();
+  const Clock::time_point m_created = Clock::now();
   PayloadSender m_sender;
   int m_brightness = 0;
   std::unique_ptr<FrameSource> m_source;
-  std::optional<FramePacer> m_pacer;  // while it streams
-  std::uint64_t m_number = 0;         // of the last frame that was sent
+  std::optional<FramePacer> m_pacer;  // set while streaming
+  std::uint64_t m_number = 0;         // of the latest frame sent
 };
 
 }  // namespace uvc

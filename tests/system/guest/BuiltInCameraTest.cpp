@@ -1,4 +1,4 @@
-// The built-in camera over uvcvideo: what it is found to be, and sessions with it.
+// Sessions with the built-in camera through uvcvideo.
 #include <algorithm>
 #include <cmath>
 #include <iostream>
@@ -10,6 +10,7 @@
 #include "OtherProgram.h"
 #include "camera/LibraryLog.h"
 
+namespace guest {
 namespace {
 
 using ::testing::Contains;
@@ -19,18 +20,17 @@ using ::testing::IsEmpty;
 
 using Clock = std::chrono::steady_clock;
 
-// A stream as the host of the library saw it.
+// A stream as received by the host.
 struct Recording {
-  std::vector<std::uint32_t> numbers;    // in the pictures
-  std::vector<Clock::time_point> times;  // of the packets
-  // Nothing is missing, and nothing came too late to become a packet.
-  bool isWhole = false;
+  std::vector<std::uint32_t> numbers;    // frame numbers in the pictures
+  std::vector<Clock::time_point> times;  // arrival times of the packets
+  // No frame is missing, and none was delivered too late to become a packet.
+  bool isComplete = false;
 };
 
-// How many ticks of the camera there are in a second: the middle one of what every two pictures say, which
-// single late arrivals do not move. The first half is left out, as its pictures have waited for the open to
-// return.
-double Rate(const Recording& recording) {
+// The frame rate: the median over all pairs of pictures, which is robust against single late arrivals.
+// Excludes the first half, because its frames were queued until the open call returned.
+double MedianRate(const Recording& recording) {
   const std::vector<std::uint32_t>& numbers = recording.numbers;
   std::vector<double> rates;
   for (std::size_t i = numbers.size() / 2; i < numbers.size(); ++i) {
@@ -39,14 +39,14 @@ double Rate(const Recording& recording) {
       rates.push_back((numbers[k] - numbers[i]) / between.count());
     }
   }
-  const auto middle = rates.begin() + static_cast<std::ptrdiff_t>(rates.size() / 2);
-  std::nth_element(rates.begin(), middle, rates.end());
-  return *middle;
+  const auto median = rates.begin() + static_cast<std::ptrdiff_t>(rates.size() / 2);
+  std::nth_element(rates.begin(), median, rates.end());
+  return *median;
 }
 
 class StreamOfBuiltInCamera : public BuiltInCamera {
  protected:
-  // Opens, waits for sixty packets, closes, and looks at every picture.
+  // Opens the camera, waits for 60 packets, closes the camera and checks every picture.
   Recording Record(const OfferedFormat& format) {
     constexpr std::uint64_t kPackets = 60;
     Recording recording;
@@ -56,46 +56,46 @@ class StreamOfBuiltInCamera : public BuiltInCamera {
     EXPECT_EQ(opened, 0);
     EXPECT_TRUE(opened == 0 && host.WaitForPackets(kPackets));
     EXPECT_EQ(Close(), 1);
-    recording.numbers = NumbersOfGoodPictures(format);
-    ExpectEveryTickExplained(format, recording.numbers);
+    recording.numbers = DecodeFrameNumbers(format);
+    ExpectAllFramesAccountedFor(format, recording.numbers);
     EXPECT_EQ(recording.numbers.size(), recording.times.size());
-    // One picture may have come since the last packet.
-    recording.isWhole = !HasFailure() &&
-                        recording.numbers.back() + std::size_t{1} == recording.numbers.size() &&
-                        graph::LatestStreamStats().delivered <= recording.numbers.size() + 1;
+    // One frame may have been delivered after the last packet.
+    recording.isComplete = !HasFailure() &&
+                           recording.numbers.back() + std::size_t{1} == recording.numbers.size() &&
+                           graph::LatestStreamStats().delivered <= recording.numbers.size() + 1;
     return recording;
   }
 
-  // A machine that cannot keep up loses pictures, or delivers them late and then catches up. Neither says
-  // anything about the library, so the recording is repeated. If the last one is no better, its rate only has
-  // to be between half and double the nominal one.
-  void ExpectPicturesInOrderAndAtTheirRate(const OfferedFormat& format) {
+  // An overloaded machine loses frames, or delivers them late and then catches up. Because that is not an
+  // error of the library, such a recording is repeated. If the last one is disturbed too, its rate must only
+  // be between half and double the nominal rate.
+  void ExpectPicturesInOrderAndAtRate(const OfferedFormat& format) {
     constexpr int kAttempts = 3;
-    constexpr double kTenth = 0.1;
+    constexpr double kTolerance = 0.1;
     Recording recording;
     double ratio = 0;
-    const auto isGood = [&] { return recording.isWhole && std::abs(ratio - 1) < kTenth; };
-    for (int attempt = 0; attempt < kAttempts && !isGood(); ++attempt) {
+    const auto isUndisturbed = [&] { return recording.isComplete && std::abs(ratio - 1) < kTolerance; };
+    for (int attempt = 0; attempt < kAttempts && !isUndisturbed(); ++attempt) {
       recording = Record(format);
       ASSERT_FALSE(HasFailure());
-      ratio = Rate(recording) / format.fps;
-      std::cout << "  arriving at " << 100 * ratio << " % of that rate"
-                << (recording.isWhole ? "\n" : ", on a machine that does not keep up\n");
+      ratio = MedianRate(recording) / format.fps;
+      std::cout << "  received at " << 100 * ratio << " % of the nominal rate"
+                << (recording.isComplete ? "\n" : "; frames are missing or late\n");
     }
     EXPECT_GT(ratio, 0.5);
     EXPECT_LT(ratio, 2);
   }
 };
 
-TEST_F(BuiltInCamera, IsTheOnlyOneOffered) {
+TEST_F(BuiltInCamera, IsTheOnlyCameraOffered) {
   ASSERT_EQ(Query(), 0);
   EXPECT_THAT(cameraIds, ElementsAre("0"));
   EXPECT_EQ(Open(320, 240, 30, "1"), -1001);
   EXPECT_EQ(Close(), 0);
-  EXPECT_THAT(TakeReports(), ElementsAre(kClosedReport)) << "of the graph that the other was to be in";
+  EXPECT_THAT(TakeReports(), ElementsAre(kClosedReport)) << "the graph of the failed open is closed";
 }
 
-TEST_F(BuiltInCamera, OffersTheSizesAndRatesOfItsDescriptorsToEveryQuery) {
+TEST_F(BuiltInCamera, OffersSizesAndRatesOfItsDescriptors) {
   const std::set<Size> sizes = formats.Sizes();
   std::vector<std::uint32_t> thousandths;
   for (const std::uint32_t rate : formats.Rates()) {
@@ -113,15 +113,15 @@ TEST_F(BuiltInCamera, OffersTheSizesAndRatesOfItsDescriptorsToEveryQuery) {
   EXPECT_THAT(TakeReports(), IsEmpty());
 }
 
-TEST_F(StreamOfBuiltInCamera, BringsThePicturesOfEverySizeInOrderAndAtTheirRate) {
+TEST_F(StreamOfBuiltInCamera, DeliversEverySizeInOrderAndAtRate) {
   ASSERT_EQ(Query(), 0);
   for (const Size& size : formats.Sizes()) {
     SCOPED_TRACE(formats.Best(size).Text());
-    ExpectPicturesInOrderAndAtTheirRate(formats.Best(size));
+    ExpectPicturesInOrderAndAtRate(formats.Best(size));
   }
 }
 
-TEST_F(BuiltInCamera, OpensAndClosesTwentyTimes) {
+TEST_F(BuiltInCamera, OpensAndClosesTwentyTimesWithoutLeaks) {
   ASSERT_EQ(Query(), 0);
   const std::size_t before = StreamsOf(kBuiltIn).size();
   long descriptors = 0;
@@ -141,16 +141,16 @@ TEST_F(BuiltInCamera, OpensAndClosesTwentyTimes) {
       blocks = com::LiveTaskBlocks() - round;
     }
   }
-  // A thread that has been joined is still listed for a moment.
-  EXPECT_TRUE(WaitFor([] { return Threads() == 1; })) << "there is more than this thread";
+  // The kernel lists a joined thread for a short time.
+  EXPECT_TRUE(WaitFor([] { return Threads() == 1; })) << "threads are left";
   EXPECT_EQ(Descriptors(), descriptors);
   EXPECT_EQ(com::LiveObjects(), objects);
-  EXPECT_EQ(com::LiveTaskBlocks(), blocks + kRounds) << "one an open, by design";
+  EXPECT_EQ(com::LiveTaskBlocks(), blocks + kRounds) << "one per open, by design";
   LatestStream();
   EXPECT_EQ(StreamsOf(kBuiltIn).size(), before + kRounds);
 }
 
-TEST_F(BuiltInCamera, CanBeAskedWhileItStreams) {
+TEST_F(BuiltInCamera, CanBeQueriedWhileStreaming) {
   ASSERT_EQ(Query(), 0);
   const std::vector<std::uint32_t> before = rates;
   const std::size_t streams = StreamsOf(kBuiltIn).size();
@@ -159,18 +159,18 @@ TEST_F(BuiltInCamera, CanBeAskedWhileItStreams) {
   EXPECT_EQ(Query(), 0);
   EXPECT_EQ(rates, before);
   const std::uint64_t packets = host.PacketCount();
-  EXPECT_TRUE(host.WaitForPackets(packets + 3)) << "it goes on";
+  EXPECT_TRUE(host.WaitForPackets(packets + 3)) << "the stream continues";
   EXPECT_EQ(Close(), 1);
   ExpectGoodStream(smallest);
   EXPECT_EQ(StreamsOf(kBuiltIn).size(), streams + 1);
 }
 
-TEST_F(BuiltInCamera, CanBePulledOutWhileItStreamsAndOpenedAgainOnceItIsBack) {
+TEST_F(BuiltInCamera, CanBeUnpluggedWhileStreamingAndReopened) {
   ASSERT_EQ(Query(), 0);
   ASSERT_EQ(OpenAt(smallest), 0);
   ASSERT_TRUE(host.WaitForPackets(3));
   TakeReports();
-  Unplug();
+  UnplugCamera();
   EXPECT_TRUE(WaitFor([] { return graph::LatestStreamStats().isDisconnected; }));
   EXPECT_EQ(Query(), -1000);
   EXPECT_THAT(TakeReports(), ElementsAre(kNoCameraReport));
@@ -182,7 +182,7 @@ TEST_F(BuiltInCamera, CanBePulledOutWhileItStreamsAndOpenedAgainOnceItIsBack) {
   EXPECT_EQ(Close(), 0);
   EXPECT_THAT(TakeReports(), ElementsAre(kNoCameraReport, kClosedReport));
 
-  PlugInAgain();
+  PlugInCamera();
   host.Reset();
   ASSERT_EQ(Query(), 0);
   ASSERT_EQ(OpenAt(smallest), 0);
@@ -191,10 +191,10 @@ TEST_F(BuiltInCamera, CanBePulledOutWhileItStreamsAndOpenedAgainOnceItIsBack) {
   ExpectGoodStream(smallest);
 }
 
-TEST_F(BuiltInCamera, CannotBeOpenedWhileAnotherProgramHasIt) {
-  OtherProgram other(PlaceOf(kBuiltIn).node);
+TEST_F(BuiltInCamera, CannotBeOpenedWhileAnotherProgramHoldsIt) {
+  OtherProgram other(FindCamera(kBuiltIn).node);
   ASSERT_EQ(other.Error(), "");
-  EXPECT_EQ(Query(), 0) << "it can be asked all the same";
+  EXPECT_EQ(Query(), 0) << "a query does not need the camera";
   const LibraryLog log(nullptr);
   EXPECT_EQ(OpenAt(smallest), -1001);
   ExpectOneMoreBlock();
@@ -208,3 +208,4 @@ TEST_F(BuiltInCamera, CannotBeOpenedWhileAnotherProgramHasIt) {
 }
 
 }  // namespace
+}  // namespace guest

@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <string_view>
 
+namespace guest {
 namespace {
 
 std::filesystem::path ShareFolder() { return Environment("NUVEQ_KERNEL_SHARE"); }
@@ -39,10 +40,10 @@ std::vector<OfferedFormat> ParseFormats(const std::string& text) {
       return formats;
     }
   }
-  throw std::runtime_error("this is no list of formats: " + text);
+  throw std::runtime_error("invalid list of formats: " + text);
 }
 
-// How much work a layout is for the library; nothing for one that the library cannot use.
+// The relative cost of converting a layout, or nullopt if the library cannot use it.
 std::optional<int> CostOf(const std::string& layout) {
   static const std::map<std::string, int> costs{{"YUYV", 0}, {"NV12", 1}, {"UYVY", 1}, {"MJPG", 2}};
   const auto cost = costs.find(layout);
@@ -53,25 +54,25 @@ bool IsBetter(const OfferedFormat& a, const OfferedFormat& b) {
   return a.fps != b.fps ? a.fps > b.fps : CostOf(a.layout) < CostOf(b.layout);
 }
 
-// A line of a camera's log without the function's name, which cameras with several functions put in front.
+// Removes the prefix that cameras with several functions write: "function N: ".
 std::string WithoutFunction(const std::string& line) {
   const std::string separator = ": ";
   const auto at = line.starts_with("function ") ? line.find(separator) : std::string::npos;
   return at == std::string::npos ? line : line.substr(at + separator.size());
 }
 
-// What follows the word at the line's start; nothing when another word stands there.
-std::optional<std::string> After(std::string_view word, const std::string& line) {
-  return line.starts_with(word) ? std::optional(line.substr(word.size())) : std::nullopt;
+// The line without the prefix, or nullopt if the line does not start with it.
+std::optional<std::string> After(std::string_view prefix, const std::string& line) {
+  return line.starts_with(prefix) ? std::optional(line.substr(prefix.size())) : std::nullopt;
 }
 
 }  // namespace
 
 std::string Environment(const char* name) {
-  const char* const value = std::getenv(name);  // NOLINT(concurrency-mt-unsafe): nobody sets any
+  const char* const value = std::getenv(name);  // NOLINT(concurrency-mt-unsafe): no setenv in this program
   if (value == nullptr) {
     throw std::runtime_error(std::string(name) +
-                             " is not set: this program runs in the machine of tests/kernel/kernel_test.py");
+                             " is not set; start this program with tests/system/kernel_test.py");
   }
   return value;
 }
@@ -84,7 +85,7 @@ std::string OfferedFormat::Text() const {
 OfferedFormats::OfferedFormats(const std::string& camera) {
   const std::vector<std::string> lines = LinesOf(ShareFolder() / (camera + ".formats"));
   if (lines.empty()) {
-    throw std::runtime_error("nothing says what " + camera + " offers");
+    throw std::runtime_error("no formats found for camera " + camera);
   }
   for (const std::string& line : lines) {
     for (const OfferedFormat& format : ParseFormats(line)) {
@@ -154,3 +155,5 @@ std::vector<std::string> CameraNames() {
   }
   return names;
 }
+
+}  // namespace guest

@@ -1,5 +1,5 @@
-// What the host leaves in the folder that it shares with the virtual machine: what each camera offers, and
-// what each says of its streams.
+// Reads the files in the folder that the host shares with the virtual machine: the formats and the logs of
+// the cameras.
 #pragma once
 
 #include <cstdint>
@@ -9,7 +9,9 @@
 #include <utility>
 #include <vector>
 
-// Of the environment; throws std::runtime_error, with a text for people, when it is not set.
+namespace guest {
+
+// Returns an environment variable. Throws std::runtime_error if it is not set.
 std::string Environment(const char* name);
 
 struct OfferedFormat {
@@ -18,46 +20,48 @@ struct OfferedFormat {
   std::uint32_t height = 0;
   std::uint32_t fps = 0;
 
-  // As the camera's log has it: "YUYV 320x240 30 fps".
+  // Formats as in the camera's log: "YUYV 320x240 30 fps".
   std::string Text() const;
 };
 
 using Size = std::pair<std::uint32_t, std::uint32_t>;
 
-// Whether the library can deliver pictures of that layout.
+// Whether the library can use pictures of the layout.
 bool IsUsable(const std::string& layout);
 
-// What one camera's functions offer that the library can use, an entry per rate. Throws std::runtime_error
-// for text that is none.
+// The formats of a camera that the library can use, one entry per size and rate.
 class OfferedFormats {
  public:
+  // Throws std::runtime_error if the camera's file of formats is missing or invalid.
   explicit OfferedFormats(const std::string& camera);
 
   bool IsEmpty() const { return m_formats.empty(); }
 
-  // Ascending, each once.
   std::set<Size> Sizes() const;
   std::set<std::uint32_t> Rates() const;
-  // What the library takes of a size: its highest rate; where several layouts have it, YUYV if possible, then
-  // one that is converted, then MJPG.
+  // The format that the library selects for a size: the one with the highest rate. If several layouts have
+  // that rate, YUYV comes first, then NV12 and UYVY, then MJPG.
   OfferedFormat Best(const Size& size) const;
-  // The best of the size with the fewest pixels. Not to be called when empty.
+  // The best format of the size with the fewest pixels. Requires !IsEmpty().
   OfferedFormat Smallest() const;
 
  private:
   std::vector<OfferedFormat> m_formats;
 };
 
-// One stream, as its camera saw it.
+// A stream according to the camera's log.
 struct CameraStream {
   std::string format;                // "YUYV 320x240 30 fps"
   std::string layout;                // "YUYV"
-  std::set<std::uint32_t> skipped;   // ticks whose pictures the PC did not take
-  std::optional<std::string> ended;  // what the camera says of its end
+  std::set<std::uint32_t> skipped;   // numbers of the frames that the guest did not fetch in time
+  std::optional<std::string> ended;  // the log line about the end of the stream
 };
 
-// All streams of a camera since it was plugged in, the oldest first. Of its functions one streams at a time.
+// Returns all streams of a camera since it was plugged in, the oldest first. Requires that only one function
+// of the camera streams at a time.
 std::vector<CameraStream> StreamsOf(const std::string& camera);
 
-// The cameras of the PC.
+// The names of the cameras in the scene.
 std::vector<std::string> CameraNames();
+
+}  // namespace guest

@@ -8,10 +8,10 @@
 int main(int argc, char** argv) {
   try {
     ::testing::InitGoogleTest(&argc, argv);
-    std::cout << "the PC is " << Environment("NUVEQ_KERNEL_TOPOLOGY") << "\n";
+    std::cout << "topology: " << guest::Environment("NUVEQ_KERNEL_TOPOLOGY") << "\n";
     const int result = RUN_ALL_TESTS();
     if (::testing::UnitTest::GetInstance()->test_to_run_count() == 0) {
-      std::cerr << "no test was to run\n";
+      std::cerr << "the filter matches no test\n";
       return 1;
     }
     return result;

@@ -13,8 +13,8 @@
 
 #include "CameraFiles.h"
 #include "support/FileDescriptor.h"
-#include "support/HostCallbacks.h"
 
+namespace guest {
 namespace {
 
 namespace fs = std::filesystem;
@@ -26,24 +26,27 @@ std::string FirstLine(const fs::path& path) {
   return line;
 }
 
-// The line to the host.
+constexpr std::chrono::seconds kReplyTimeout{60};
+
+// The serial line to the host.
 class ControlLine {
  public:
   ControlLine()
       : m_descriptor(
             open(Environment("NUVEQ_KERNEL_CONTROL").c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC)) {
     if (m_descriptor.Get() < 0) {
-      throw std::system_error(errno, std::generic_category(), "the line to the host");
+      throw std::system_error(errno, std::generic_category(), "cannot open the serial line to the host");
     }
   }
 
-  std::string Ask(const std::string& request) {
+  // Sends a request and returns the host's reply, or an error message.
+  std::string Send(const std::string& request) {
     const std::string line = request + "\n";
     if (write(m_descriptor.Get(), line.data(), line.size()) != static_cast<ssize_t>(line.size())) {
-      return "the host could not be asked";
+      return "cannot send a request to the host";
     }
-    std::string answer;
-    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    std::string reply;
+    const auto deadline = std::chrono::steady_clock::now() + kReplyTimeout;
     while (std::chrono::steady_clock::now() < deadline) {
       pollfd entry{m_descriptor.Get(), POLLIN, 0};
       char character = 0;
@@ -51,11 +54,11 @@ class ControlLine {
         continue;
       }
       if (character == '\n') {
-        return answer;
+        return reply;
       }
-      answer += character;
+      reply += character;
     }
-    return "the host does not answer; it said '" + answer + "'";
+    return "timeout waiting for the host; received '" + reply + "'";
   }
 
  private:
@@ -64,14 +67,14 @@ class ControlLine {
 
 }  // namespace
 
-CameraPlace PlaceOf(const std::string& camera) {
+CameraState FindCamera(const std::string& camera) {
   std::error_code error;
   for (fs::directory_iterator entry("/sys/class/video4linux", error), end; !error && entry != end;
        entry.increment(error)) {
     std::error_code gone;
     const fs::path usbDevice = fs::canonical(entry->path() / "device", gone).parent_path();
     const fs::path node = "/dev" / entry->path().filename();
-    // Behind its first node a camera has one for its metadata.
+    // Index 0 is the capture node; uvcvideo also creates a metadata node.
     if (!gone && FirstLine(usbDevice / "serial") == camera && FirstLine(entry->path() / "index") == "0" &&
         access(node.c_str(), R_OK | W_OK) == 0) {
       return {node, FirstLine(usbDevice / "removable")};
@@ -91,6 +94,8 @@ bool IsOnTheBus(const std::string& camera) {
   return false;
 }
 
-std::string PlugIn(const std::string& camera) { return ControlLine().Ask("plug " + camera); }
+std::string PlugIn(const std::string& camera) { return ControlLine().Send("plug " + camera); }
 
-std::string PullOut(const std::string& camera) { return ControlLine().Ask("unplug " + camera); }
+std::string Unplug(const std::string& camera) { return ControlLine().Send("unplug " + camera); }
+
+}  // namespace guest

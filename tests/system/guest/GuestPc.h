@@ -1,18 +1,23 @@
-// The PC that the virtual machine is, from the inside and from the outside.
+// Access to the virtual machine: the cameras that its kernel sees, and requests to the host to plug them in.
 #pragma once
 
 #include <string>
 
-// Where a camera, known by its serial number, is at this moment.
-struct CameraPlace {
-  std::string node;        // "/dev/video0"; empty: the kernel does not have the camera
-  std::string attachment;  // what the kernel says of it: "fixed", "removable", "unknown"
+namespace guest {
+
+// A camera as the kernel sees it.
+struct CameraState {
+  std::string node;       // "/dev/video0"; empty if the kernel has no such camera
+  std::string removable;  // the sysfs attribute: "fixed", "removable", "unknown"
 };
-CameraPlace PlaceOf(const std::string& camera);
-// False once the kernel has done all that there is to do for a camera which has gone.
+// camera: its serial number.
+CameraState FindCamera(const std::string& camera);
+// Returns false after the kernel has removed the USB device of an unplugged camera.
 bool IsOnTheBus(const std::string& camera);
 
-// Plugs a camera's cable in or pulls it, and answers "ok" or what went wrong. The kernel notices a while
-// after.
+// Ask the host to plug a camera in or to unplug it. Return "ok" or an error message. The kernel detects the
+// change some time later.
 std::string PlugIn(const std::string& camera);
-std::string PullOut(const std::string& camera);
+std::string Unplug(const std::string& camera);
+
+}  // namespace guest

@@ -6,8 +6,10 @@
 
 #include "GuestPc.h"
 
+namespace guest {
 namespace {
 
+// Lists the numbers that are missing in an ascending sequence.
 std::string Missing(const std::vector<std::uint32_t>& numbers) {
   std::string text;
   std::uint32_t next = 0;
@@ -26,7 +28,7 @@ void KernelTest::SetUp() {
   ASSERT_NO_FATAL_FAILURE(ProductTest::SetUp());
   ASSERT_FALSE(CameraNames().empty());
   for (const std::string& camera : CameraNames()) {
-    ASSERT_TRUE(WaitFor([&] { return !PlaceOf(camera).node.empty(); })) << "the PC has no " << camera;
+    ASSERT_TRUE(WaitFor([&] { return !FindCamera(camera).node.empty(); })) << "camera not found: " << camera;
     m_streams[camera] = StreamsOf(camera).size();
   }
   host.TellTo([this](const std::string& report) {
@@ -43,11 +45,11 @@ void KernelTest::TearDown() {
   for (const auto& [camera, before] : m_streams) {
     const std::vector<CameraStream> streams = StreamsOf(camera);
     if (camera != kBuiltIn) {
-      EXPECT_EQ(streams.size(), before) << camera << " was made to stream";
+      EXPECT_EQ(streams.size(), before) << camera << " has streamed";
     }
-    // It was unplugged if there are fewer.
+    // Unplugging a camera resets its log.
     for (std::size_t i = std::min(before, streams.size()); i < streams.size(); ++i) {
-      EXPECT_TRUE(IsUsable(streams[i].layout)) << camera << " was made to stream " << streams[i].format;
+      EXPECT_TRUE(IsUsable(streams[i].layout)) << camera << " has streamed " << streams[i].format;
     }
   }
 }
@@ -59,15 +61,15 @@ std::vector<std::string> KernelTest::TakeReports() {
 
 void BuiltInCamera::SetUp() {
   ASSERT_NO_FATAL_FAILURE(KernelTest::SetUp());
-  ASSERT_EQ(PlaceOf(kBuiltIn).attachment, "fixed");
+  ASSERT_EQ(FindCamera(kBuiltIn).removable, "fixed");
   ASSERT_FALSE(formats.IsEmpty());
   smallest = formats.Smallest();
 }
 
 void BuiltInCamera::TearDown() {
   KernelTest::TearDown();
-  if (HasFailure() && PlaceOf(kBuiltIn).node.empty()) {
-    PlugInAgain();
+  if (HasFailure() && FindCamera(kBuiltIn).node.empty()) {
+    PlugInCamera();
   }
 }
 
@@ -76,22 +78,22 @@ CameraStream BuiltInCamera::LatestStream() {
   EXPECT_TRUE(WaitFor([&] {
     streams = StreamsOf(kBuiltIn);
     return !streams.empty() && streams.back().ended.has_value();
-  })) << "the camera still streams, or never did";
+  })) << "the camera is still streaming, or has never streamed";
   return streams.empty() ? CameraStream{} : streams.back();
 }
 
-void BuiltInCamera::Unplug() {
-  EXPECT_EQ(PullOut(kBuiltIn), "ok");
-  // To the end: kernel 6.1 crashes (ida_free below v4l2_release) when a node is closed in the midst of it.
+void BuiltInCamera::UnplugCamera() {
+  EXPECT_EQ(Unplug(kBuiltIn), "ok");
+  // Kernel 6.1 crashes (ida_free, called from v4l2_release) if a node is closed during the removal.
   EXPECT_TRUE(WaitFor([] { return !IsOnTheBus(kBuiltIn); }));
 }
 
-void BuiltInCamera::PlugInAgain() {
+void BuiltInCamera::PlugInCamera() {
   EXPECT_EQ(PlugIn(kBuiltIn), "ok");
-  EXPECT_TRUE(WaitFor([] { return !PlaceOf(kBuiltIn).node.empty(); }));
+  EXPECT_TRUE(WaitFor([] { return !FindCamera(kBuiltIn).node.empty(); }));
 }
 
-std::vector<std::uint32_t> BuiltInCamera::NumbersOfGoodPictures(const OfferedFormat& format) const {
+std::vector<std::uint32_t> BuiltInCamera::DecodeFrameNumbers(const OfferedFormat& format) const {
   const std::vector<Bytes> packets = PacketBytes();
   const Decoded decoded = Decode(packets);
   EXPECT_EQ(decoded.errors, 0);
@@ -99,21 +101,22 @@ std::vector<std::uint32_t> BuiltInCamera::NumbersOfGoodPictures(const OfferedFor
   std::vector<std::uint32_t> numbers;
   for (const Yuv& picture : decoded.pictures) {
     EXPECT_EQ(Size(picture.width, picture.height), Size(format.width, format.height));
-    // Upside down or with colours swapped it is above a hundred.
+    // Upside-down pictures and swapped colours give an error above 100.
     EXPECT_LT(simulated::CornerColourError(picture.y.data(), picture.u.data(), picture.v.data(),
                                            picture.width, picture.height),
               12);
     const std::uint32_t number = NumberIn(picture);
-    EXPECT_LE(number, simulated::kFrameNumberMask) << "no number is to be read in picture " << numbers.size();
+    EXPECT_LE(number, simulated::kFrameNumberMask)
+        << "picture " << numbers.size() << " has no readable number";
     EXPECT_TRUE(numbers.empty() || numbers.back() < number)
-        << number << " comes after " << numbers.back() << " in picture " << numbers.size();
+        << number << " follows " << numbers.back() << " in picture " << numbers.size();
     numbers.push_back(number);
   }
   return numbers;
 }
 
-void BuiltInCamera::ExpectEveryTickExplained(const OfferedFormat& format,
-                                             const std::vector<std::uint32_t>& numbers) {
+void BuiltInCamera::ExpectAllFramesAccountedFor(const OfferedFormat& format,
+                                                const std::vector<std::uint32_t>& numbers) {
   ASSERT_FALSE(numbers.empty());
   const CameraStream stream = LatestStream();
   EXPECT_EQ(stream.format, format.Text());
@@ -121,12 +124,14 @@ void BuiltInCamera::ExpectEveryTickExplained(const OfferedFormat& format,
   const auto skipped = static_cast<std::size_t>(
       std::distance(stream.skipped.begin(), stream.skipped.upper_bound(numbers.back())));
   const graph::StreamStats counters = graph::LatestStreamStats();
-  std::cout << format.Text() << ": " << numbers.size() << " pictures, " << missing << " not seen, of which "
-            << skipped << " the camera skipped; the driver lost " << counters.missed << " in all\n";
+  std::cout << format.Text() << ": " << numbers.size() << " pictures received, " << missing << " missing, "
+            << skipped << " skipped by the camera, " << counters.missed << " lost by the driver\n";
   EXPECT_EQ(counters.damaged, 0U);
   EXPECT_EQ(counters.tooShort, 0U);
   EXPECT_EQ(counters.undecodable, 0U);
-  EXPECT_GE(missing, skipped) << "a picture arrived that was never sent";
-  // More can have been dropped after the latest picture, while the stream was being stopped.
-  EXPECT_LE(missing, skipped + counters.missed) << "nobody says what became of some of " << Missing(numbers);
+  EXPECT_GE(missing, skipped) << "received a picture that the camera skipped";
+  // The driver can lose more frames after the latest picture, while the stream is being stopped.
+  EXPECT_LE(missing, skipped + counters.missed) << "frames are unaccounted for among " << Missing(numbers);
 }
+
+}  // namespace guest

@@ -12,6 +12,7 @@
 #include <system_error>
 #include <utility>
 
+namespace guest {
 namespace {
 
 struct Pipe {
@@ -27,8 +28,8 @@ Pipe MakePipe() {
   return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
 }
 
-// Keeps the camera in the descriptor. Zero, or why it cannot be had.
-int TakeCamera(const char* node, FileDescriptor& camera) {
+// Opens the camera and requests its buffers. Returns 0 or errno.
+int AcquireCamera(const char* node, FileDescriptor& camera) {
   camera = FileDescriptor(open(node, O_RDWR | O_CLOEXEC));
   v4l2_requestbuffers request{};
   request.count = 4;
@@ -37,14 +38,14 @@ int TakeCamera(const char* node, FileDescriptor& camera) {
   return camera.Get() < 0 || ioctl(camera.Get(), VIDIOC_REQBUFS, &request) != 0 ? errno : 0;
 }
 
-// The other process. It was forked, so it calls the system and nothing else.
-[[noreturn]] void BeOtherProgram(const char* node, Pipe& lifeline, const Pipe& report) {
+// Runs in the child process. Uses only system calls, because it was forked without exec.
+[[noreturn]] void HoldCamera(const char* node, Pipe& lifeline, const Pipe& report) {
   lifeline.writeEnd.Close();
   FileDescriptor camera;
-  const int error = TakeCamera(node, camera);
+  const int error = AcquireCamera(node, camera);
   static_cast<void>(write(report.writeEnd.Get(), &error, sizeof(error)) == sizeof(error));
-  char nothing = 0;
-  static_cast<void>(read(lifeline.readEnd.Get(), &nothing, 1) == 0);
+  char unused = 0;
+  static_cast<void>(read(lifeline.readEnd.Get(), &unused, 1) == 0);
   _exit(0);
 }
 
@@ -55,13 +56,13 @@ OtherProgram::OtherProgram(const std::string& node) {
   Pipe report = MakePipe();
   m_process = fork();
   if (m_process == 0) {
-    BeOtherProgram(node.c_str(), lifeline, report);
+    HoldCamera(node.c_str(), lifeline, report);
   }
   m_lifeline = std::move(lifeline.writeEnd);
   report.writeEnd.Close();
   int error = 0;
   if (m_process < 0 || read(report.readEnd.Get(), &error, sizeof(error)) != sizeof(error)) {
-    m_error = "no other program could be started";
+    m_error = "cannot start the other process";
   } else if (error != 0) {
     m_error = std::generic_category().message(error);
   }
@@ -73,3 +74,5 @@ void OtherProgram::End() {
     waitpid(process, nullptr, 0);
   }
 }
+
+}  // namespace guest

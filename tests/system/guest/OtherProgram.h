@@ -1,25 +1,29 @@
-// Another program that has a camera: a process of its own.
+// A child process that holds a camera.
 #pragma once
 
 #include <string>
 
 #include "support/FileDescriptor.h"
 
+namespace guest {
+
 class OtherProgram {
  public:
-  // Opens the node and has buffers made for it, as one that is about to stream.
+  // Opens the node and requests buffers, like a program that is about to stream.
   explicit OtherProgram(const std::string& node);
   OtherProgram(const OtherProgram&) = delete;
   OtherProgram& operator=(const OtherProgram&) = delete;
   ~OtherProgram() { End(); }
 
-  // What kept it from getting the camera; empty when it has it.
+  // The reason why the process does not hold the camera; empty if it does.
   const std::string& Error() const { return m_error; }
-  // Gives the camera back. Harmless twice.
+  // Ends the process, which releases the camera. May be called twice.
   void End();
 
  private:
-  FileDescriptor m_lifeline;  // it lives as long as this is open
+  FileDescriptor m_lifeline;  // the process exits when this is closed
   int m_process = -1;
   std::string m_error;
 };
+
+}  // namespace guest
