@@ -1,4 +1,4 @@
-"""The list of mistakes that scripts/mutate.py makes: reads it and checks it against the sources."""
+"""Reads the mutation lists of scripts/mutate.py and checks them against the sources."""
 import collections
 import dataclasses
 import hashlib
@@ -13,25 +13,25 @@ KINDS = ["comparison", "condition", "constant", "argument", "result", "call drop
 
 
 class Trouble(Exception):
-    """Something that stands in the way of finding anything out."""
+    """An error that prevents a result: an invalid list or a failed build."""
 
 
 @dataclasses.dataclass
 class Mutant:
     source: str  # name of a file in one of SOURCES
-    kind: str
+    kind: str  # one of KINDS
     title: str
-    old: list
-    new: list
-    reason: str  # to survive
-    is_matter_of_luck: bool
-    place: str  # in the list
+    old: list  # lines
+    new: list  # lines that replace them
+    reason: str  # why the mutant survives; empty: it must be noticed
+    is_matter_of_luck: bool  # both results are accepted
+    place: str  # file and line of the entry
 
     def __str__(self):
         return f"{self.source}: [{self.kind}] {self.title}"
 
     def apply(self, text):
-        """The source's text with the mistake in it."""
+        """Returns the source text with the mutation applied."""
         lines = text.split("\n")
         stripped = [line.strip() for line in lines]
         wanted = [line.strip() for line in self.old]
@@ -47,7 +47,7 @@ class Mutant:
 def parse_entry(source, place, lines):
     head = re.fullmatch(r"\[([a-z ]+)\] (\S.*)", lines[0])
     if not head or head[1] not in KINDS:
-        raise Trouble(f"{place}: does not begin with the kind in brackets, one of {', '.join(KINDS)}, and a title")
+        raise Trouble(f"{place}: does not begin with the kind in brackets and a title; kinds: {', '.join(KINDS)}")
     mutant = Mutant(source, head[1], head[2], [], [], "", False, place)
     for number, line in enumerate(lines[1:], 1):
         if reason := re.fullmatch(r"(may survive|survives): (\S.*)", line):
@@ -55,18 +55,18 @@ def parse_entry(source, place, lines):
             mutant.reason = " ".join([reason[2], *lines[number + 1:]])
             break
         if line[0] not in " -+":
-            raise Trouble(f"{place}: neither blank nor - nor + at the beginning of: {line}")
+            raise Trouble(f"{place}: line must start with a blank, - or +: {line}")
         if line[0] in " -":
             mutant.old.append(line[1:])
         if line[0] in " +":
             mutant.new.append(line[1:])
     if mutant.old == mutant.new or len(mutant.old) < len(mutant.new):
-        raise Trouble(f"{place}: changes nothing, or puts in more lines than it takes out")
+        raise Trouble(f"{place}: changes nothing, or inserts more lines than it removes")
     return mutant
 
 
 def read_list(path):
-    """The entries of one file, which is named as its source and ends in .mutants."""
+    """Reads the entries of a list. Its file name is the name of the source with the suffix .mutants."""
     entries, entry, begin = [], [], 0
     for number, line in enumerate([*path.read_text().splitlines(), ""], 1):
         if line.startswith("#"):
@@ -81,7 +81,7 @@ def read_list(path):
 
 
 def find_source(root, name):
-    """The source of that name in a tree."""
+    """Returns the path of the source with that name."""
     for folder in SOURCES:
         if (root / folder / name).is_file():
             return root / folder / name
@@ -89,7 +89,7 @@ def find_source(root, name):
 
 
 def read_lists(root):
-    """All entries, after a check that each fits its source and is like no other."""
+    """Returns all entries. Raises Trouble if an entry does not match its source or is a duplicate."""
     mutants = [mutant for path in sorted((root / LISTS).glob("*.mutants")) for mutant in read_list(path)]
     seen, troubles = {}, []
     for mutant in mutants:
@@ -110,7 +110,7 @@ def read_lists(root):
 
 
 def sample(mutants, count):
-    """That many, the same ones as long as the list stays: one from each source in turn, in an arbitrary order."""
+    """Selects count mutants, distributed over the sources. The selection depends only on the lists."""
     by_source = collections.defaultdict(list)
     for mutant in sorted(mutants, key=lambda mutant: hashlib.sha256(str(mutant).encode()).hexdigest()):
         by_source[mutant.source].append(mutant)

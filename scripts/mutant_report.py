@@ -1,4 +1,4 @@
-"""What scripts/mutate.py tells of the mistakes that it made: each one's outcome, how far it is, and the table."""
+"""Reports of scripts/mutate.py: the outcome of each mutant, the progress and the summary table."""
 import collections
 import dataclasses
 import threading
@@ -32,7 +32,7 @@ class Progress:
         self.begin = time.monotonic()
         self.lock = threading.Lock()
 
-    def tell(self, outcome):
+    def print_outcome(self, outcome):
         with self.lock:
             self.done += 1
             left = (time.monotonic() - self.begin) / self.done * (self.total - self.done)
@@ -43,7 +43,7 @@ class Progress:
 
 
 def report(outcomes, out):
-    """Prints the table and what needs looking at; true when nothing does."""
+    """Prints the summary and the unexpected outcomes. Returns True if there are none."""
     columns = ["noticed", "survived, as it says", "SURVIVED", "NOTICED AFTER ALL", "ERROR"]
     counts = {kind: collections.Counter(outcome.word() for outcome in outcomes if outcome.mutant.kind == kind)
               for kind in KINDS}
@@ -59,10 +59,10 @@ def report(outcomes, out):
     for outcome in bad:
         detail = outcome.trouble or outcome.noticed_by or ""
         print(f"\n{outcome.word()}: {outcome.mutant} ({outcome.mutant.place}) {detail}", file=out)
-    could = total["noticed"] + total["SURVIVED"]
-    if could:
-        print(f"\nscore: {total['noticed']} of {could} noticed ({100 * total['noticed'] / could:.1f} %); "
-              f"{total['survived, as it says']} more survive for a reason that the list gives", file=out)
+    killable = total["noticed"] + total["SURVIVED"]
+    if killable:
+        print(f"\nscore: {total['noticed']} of {killable} noticed ({100 * total['noticed'] / killable:.1f} %); "
+              f"{total['survived, as it says']} more survive with a documented reason", file=out)
     return not bad
 
 
@@ -70,5 +70,5 @@ def show(mutants, out):
     for mutant in mutants:
         print(f"{mutant}{'  survives: ' + mutant.reason if mutant.reason else ''}", file=out)
     with_reason = sum(bool(mutant.reason) for mutant in mutants)
-    print(f"{len(mutants)} in {len({mutant.source for mutant in mutants})} sources, {with_reason} with a reason to "
-          "survive", file=out)
+    print(f"{len(mutants)} mutants in {len({mutant.source for mutant in mutants})} sources, {with_reason} with a "
+          "reason to survive", file=out)

@@ -1,14 +1,14 @@
 #!/usr/bin/env python3
-"""Makes small mistakes in src/, one at a time, and says which of them the unit tests do not notice.
+"""Mutation testing: applies small mutations to src/, one at a time, and reports those that no unit test notices.
 
-The mistakes are listed in tests/robustness/mutation/, one file for each source. A copy of the sources is built in BUILD once, without
-optimisation; then one mistake after another is made in the copy, which is built and tested again. A failure, a crash and
-a test that does not end in time all count as noticed. The work tree is never written to.
+The mutations are listed in tests/robustness/mutation/, one file per source. The script builds a copy of the sources in
+build/mutation without optimisation. It applies each mutation to the copy, rebuilds it and runs the tests. A failure, a
+crash and a timeout count as noticed. The work tree is not modified.
 
-  scripts/mutate.py                          all of them: a quarter of an hour or more
-  scripts/mutate.py --only CBufferQueue      those whose source, kind or title has the text
-  scripts/mutate.py --sample 6               a few, always the same, each from another source
-  scripts/mutate.py --check-list             only whether the list still fits the sources; an instant
+  scripts/mutate.py                          run all mutations (15 minutes or more)
+  scripts/mutate.py --only CBufferQueue      run those with this text in source, kind or title
+  scripts/mutate.py --sample 6               run a fixed selection from different sources
+  scripts/mutate.py --check-list             only check that the lists match the sources
 
 An entry of a list is a small patch:
 
@@ -22,13 +22,14 @@ An entry of a list is a small patch:
   +    if (false) {
   survives: nobody waits on a stopped queue.
 
-Lines that begin with a blank have to be there and stay; they are given where a line is not the only one of its kind.
-Blanks at both ends of a line do not matter. What takes a line's place is no more lines than that, and lines behind it
-keep their numbers, since log messages carry them. Without lines of its own to put there an entry deletes.
-"survives:" says why no test can notice it; the run checks that none does. "may survive:" says why it is a matter of luck.
+Lines that start with a blank are context: they must exist and stay unchanged, and make the match unique. Leading and
+trailing blanks are ignored. An entry must not insert more lines than it removes, because log messages contain line
+numbers; blank lines replace removed lines. An entry without "+" lines deletes lines.
+"survives:" states why no test can notice the mutation; the run fails if one does. "may survive:" states why the result
+is not deterministic.
 
-Results: 0 when every mistake was noticed or has a reason to survive; 1 when one survived without, or did not although it
-has one, or does not compile; 2 when nothing could be found out.
+Exit codes: 0 if every mutation was noticed or survived as expected; 1 if a mutation survived without a reason, was
+noticed despite a reason, or does not compile; 2 on other errors.
 """
 import argparse
 import concurrent.futures
@@ -54,16 +55,16 @@ from mutant_report import Outcome, Progress, report, show  # noqa: E402
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 NOT_COPIED = shutil.ignore_patterns("build", "out", ".git", "__pycache__")
 
-# What is built and run, and the library that the first of them loads.
+# The test programs, and the library that the first of them loads.
 PROGRAMS = ["unit_tests", "defaults_tests"]
 LIBRARY = "nuveqcamerahandler_scripted"
-RIGHT = "_without_a_mistake"
-# The slower of the two parts that the tests are run in: those that take longer than this.
+UNMUTATED = "_unmutated"
+# Tests that take longer run after the other tests.
 SLOW_TEST_MS = 100
-# Waiting for what does not come is waiting for a test's own time-out or for ever: it is cut short.
+# Timeout of a test run: PATIENCE_S + TIMEOUT_FACTOR times the duration without a mutation.
 PATIENCE_S = 15
-PATIENCE_FACTOR = 5
-BUILD_PATIENCE_S = 900
+TIMEOUT_FACTOR = 5
+BUILD_TIMEOUT_S = 900
 
 
 # --- A copy of the sources ---
@@ -71,16 +72,16 @@ BUILD_PATIENCE_S = 900
 
 @dataclasses.dataclass
 class Suite:
-    target: str  # to be built before
+    target: str  # CMake target to build first
     program: str
-    tests: str  # a filter
-    patience: float
+    tests: str  # GoogleTest filter
+    timeout: float  # seconds
 
 
 class Copy:
-    """A copy with its build. One thread's."""
+    """A copy of the sources with its build folder. Used by one thread."""
 
-    # Of all copies: the processes that they wait for, and whether that has to end.
+    # Shared by all copies: the running child processes, and whether the run is being cancelled.
     running = set()
     stopping = False
     lock = threading.Lock()
@@ -95,24 +96,24 @@ class Copy:
         self.suites = []
 
     def lock_folder(self):
-        """Keeps other runs out until this process ends."""
+        """Locks the folder until this process exits."""
         self.folder.mkdir(parents=True, exist_ok=True)
         self.locked = open(self.folder / "lock", "w")
         try:
             fcntl.flock(self.locked, fcntl.LOCK_EX | fcntl.LOCK_NB)
         except BlockingIOError:
-            raise Trouble(f"another run is at work in {self.folder}") from None
+            raise Trouble(f"another run is using {self.folder}") from None
 
-    def run(self, command, patience):
-        """(result or None when it did not end in time, what it wrote)"""
+    def run(self, command, timeout):
+        """Runs a command. Returns its exit code (None after a timeout) and its output."""
         with open(self.log, "wb") as log, self.lock:
             if self.stopping:
-                raise Trouble("stopped")
+                raise Trouble("cancelled")
             process = subprocess.Popen([str(part) for part in command], stdin=subprocess.DEVNULL, stdout=log,
                                        stderr=subprocess.STDOUT, start_new_session=True, cwd=self.folder)
             self.running.add(process)
         try:
-            result = process.wait(timeout=patience)
+            result = process.wait(timeout=timeout)
         except subprocess.TimeoutExpired:
             result = None
         finally:
@@ -121,70 +122,73 @@ class Copy:
             kill(process)
         return result, self.log.read_text(errors="replace")
 
-    def must(self, command, patience):
-        result, output = self.run(command, patience)
+    def run_checked(self, command, timeout):
+        """Runs a command and returns its output. Raises Trouble if the command fails."""
+        result, output = self.run(command, timeout)
         if result != 0:
             raise Trouble(f"{' '.join(str(part) for part in command[:3])} ... failed:\n{tail(output)}")
         return output
 
     def compile(self, target):
         return self.run(["cmake", "--build", self.build, "--target", target, "--parallel", self.processors],
-                        BUILD_PATIENCE_S)
+                        BUILD_TIMEOUT_S)
 
     def prepare(self):
-        """Builds what there is and runs all tests, which have to pass."""
+        """Builds the unmodified copy and runs all tests, which must pass."""
         update(ROOT, self.tree)
-        # Tests are compiled together, as in the instrumented builds. Warnings are not what is asked for. Tests are not
-        # listed when they are built: a mistake may keep them from starting.
-        self.must(["cmake", "-S", self.tree, "-B", self.build, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=None",
-                   f"-DCMAKE_PREFIX_PATH={ROOT / 'build/deps/native'}", "-DCMAKE_CXX_FLAGS=-w", "-DCMAKE_C_FLAGS=-w",
-                   "-DCMAKE_UNITY_BUILD=ON", "-DCMAKE_UNITY_BUILD_BATCH_SIZE=0", "-DNUVEQ_INSTRUMENTATION=-O0",
-                   "-DNUVEQ_TESTS=library", f"-DCMAKE_PROJECT_INCLUDE={self.tree / LISTS / 'copy.cmake'}",
-                   "-DCMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE=PRE_TEST", *self.options],
-                  BUILD_PATIENCE_S)
+        # Unity builds, as in the instrumented presets. Warnings are off. Tests are not discovered during the build,
+        # because a mutation may prevent them from starting.
+        self.run_checked(
+            ["cmake", "-S", self.tree, "-B", self.build, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=None",
+             f"-DCMAKE_PREFIX_PATH={ROOT / 'build/deps/native'}", "-DCMAKE_CXX_FLAGS=-w", "-DCMAKE_C_FLAGS=-w",
+             "-DCMAKE_UNITY_BUILD=ON", "-DCMAKE_UNITY_BUILD_BATCH_SIZE=0", "-DNUVEQ_INSTRUMENTATION=-O0",
+             "-DNUVEQ_TESTS=library", f"-DCMAKE_PROJECT_INCLUDE={self.tree / LISTS / 'copy.cmake'}",
+             "-DCMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE=PRE_TEST", *self.options],
+            BUILD_TIMEOUT_S)
         for program in PROGRAMS:
             result, output = self.compile(program)
             if result != 0:
                 raise Trouble(f"{program} does not build:\n{tail(output)}")
-        shutil.copy2(self.program(PROGRAMS[0]), self.program(PROGRAMS[0] + RIGHT))
+        shutil.copy2(self.program(PROGRAMS[0]), self.program(PROGRAMS[0] + UNMUTATED))
         self.suites = [suite for program in PROGRAMS for suite in self.measure(program)]
 
     def measure(self, program):
-        """The suites of a program: its quick tests, then its slow ones."""
-        output = self.must([self.program(program)], BUILD_PATIENCE_S)
-        times = {name: int(ms) for name, ms in re.findall(r"^\[       OK \] (\S+?)(?:, .*)? \((\d+) ms\)$", output, re.M)}
+        """Returns the suites of a program: the quick tests first, then the slow ones."""
+        output = self.run_checked([self.program(program)], BUILD_TIMEOUT_S)
+        passed = re.findall(r"^\[       OK \] (\S+?)(?:, .*)? \((\d+) ms\)$", output, re.M)
+        times = {name: int(ms) for name, ms in passed}
         slow = [name for name, ms in times.items() if ms > SLOW_TEST_MS]
         quick_s = sum(ms for name, ms in times.items() if name not in slow) / 1000
         slow_s = sum(times[name] for name in slow) / 1000
-        suites = [Suite(program, program, "-" + ":".join(slow), PATIENCE_S + PATIENCE_FACTOR * quick_s)]
+        suites = [Suite(program, program, "-" + ":".join(slow), PATIENCE_S + TIMEOUT_FACTOR * quick_s)]
         if slow:
-            suites.append(Suite(program, program, ":".join(slow), PATIENCE_S + PATIENCE_FACTOR * slow_s))
+            suites.append(Suite(program, program, ":".join(slow), PATIENCE_S + TIMEOUT_FACTOR * slow_s))
         return suites
 
     def program(self, name):
         return self.build / "bin" / name
 
     def test(self, is_header):
-        """What noticed the mistake, or None. Programs are built when they are needed."""
+        """Returns the name of the test that noticed the mutation, or None. Builds each program before it runs."""
         suites = self.suites
         if is_header:
-            # Most of the work is to compile the tests, and most mistakes are noticed by those that load the library:
-            # from a program without a mistake.
-            suites = [dataclasses.replace(suites[0], target=LIBRARY, program=PROGRAMS[0] + RIGHT), *suites]
+            # Compiling the tests takes most of the time, and the tests that load the library notice most mutations.
+            # So these run first, in a program that was built without the mutation.
+            suites = [dataclasses.replace(suites[0], target=LIBRARY, program=PROGRAMS[0] + UNMUTATED), *suites]
         for suite in suites:
             result, output = self.compile(suite.target)
             if result != 0:
                 raise Trouble(f"does not compile:\n{tail(output)}")
             command = [self.program(suite.program), "--gtest_fail_fast", f"--gtest_filter={suite.tests}"]
-            result, output = self.run(command, suite.patience)
+            result, output = self.run(command, suite.timeout)
             if result is None:
-                # It hangs, or others have the processor.
-                result, output = self.run(command, 2 * suite.patience)
+                # Distinguishes a hang from a loaded machine.
+                result, output = self.run(command, 2 * suite.timeout)
             if result != 0:
                 return who_noticed(result, output)
         return None
 
-    def try_out(self, mutant):
+    def test_mutant(self, mutant):
         file = find_source(self.tree, mutant.source)
         text = file.read_text()
         file.write_text(mutant.apply(text))
@@ -194,8 +198,8 @@ class Copy:
             file.write_text(text)
 
 
-def end(process):
-    """Ends the process and what it has started, if it has not ended."""
+def kill_group(process):
+    """Kills the process group of a process, if it still exists."""
     try:
         os.killpg(process.pid, signal.SIGKILL)
     except ProcessLookupError:
@@ -203,7 +207,7 @@ def end(process):
 
 
 def kill(process):
-    end(process)
+    kill_group(process)
     process.wait()
 
 
@@ -221,7 +225,7 @@ def who_noticed(result, output):
 
 
 def update(source, copy):
-    """Makes copy like source. Files that are the same stay as they are, so that they are not compiled again."""
+    """Synchronizes the copy with the source. Unchanged files keep their time stamps, so that they are not rebuilt."""
     def copy_changed(old, new):
         new = pathlib.Path(new)
         if not new.is_file() or new.read_bytes() != pathlib.Path(old).read_bytes():
@@ -235,10 +239,10 @@ def update(source, copy):
 # --- The run ---
 
 
-def try_all(copies, mutants, progress):
-    """The outcomes, in the order of the list. A copy works on its own; the next free one takes the next mutant."""
-    # Those of headers take longest. The others follow by source, so that what is put back is compiled together with
-    # what comes next.
+def test_all(copies, mutants, progress):
+    """Runs all mutants, distributed over the copies. Returns the outcomes in the order of the list."""
+    # Headers first, because they take longest. The others are ordered by source, so that restoring a source and
+    # applying its next mutation need only one compilation.
     waiting = queue.SimpleQueue()
     for mutant in sorted(mutants, key=lambda mutant: not mutant.source.endswith(".h")):
         waiting.put(mutant)
@@ -251,11 +255,11 @@ def try_all(copies, mutants, progress):
             except queue.Empty:
                 return
             try:
-                outcome = Outcome(mutant, copy.try_out(mutant))
+                outcome = Outcome(mutant, copy.test_mutant(mutant))
             except Trouble as trouble:
                 outcome = Outcome(mutant, None, str(trouble))
             outcomes[id(mutant)] = outcome
-            progress.tell(outcome)
+            progress.print_outcome(outcome)
 
     in_parallel(work, copies)
     return [outcomes[id(mutant)] for mutant in mutants]
@@ -267,25 +271,25 @@ def in_parallel(work, copies):
             for done in [pool.submit(work, copy) for copy in copies]:
                 done.result()
         except BaseException:
-            # The threads end with what they wait for.
+            # Ends the child processes, for which the threads wait.
             with Copy.lock:
                 Copy.stopping = True
                 for process in Copy.running:
-                    end(process)
+                    kill_group(process)
             raise
 
 
 def arguments():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--jobs", type=int, default=len(os.sched_getaffinity(0)), metavar="N",
-                        help="how many at a time, each in a copy of its own (default: one for each processor)")
+                        help="number of copies that run in parallel (default: number of processors)")
     parser.add_argument("--only", metavar="TEXT", action="append", default=[],
-                        help="only those that have the text in source, kind or title; may be repeated")
-    parser.add_argument("--sample", type=int, metavar="N", help="only so many")
-    parser.add_argument("--list", action="store_true", help="show them and do nothing")
-    parser.add_argument("--check-list", action="store_true", help="check the list and do nothing else")
+                        help="run only mutations with this text in source, kind or title; may be repeated")
+    parser.add_argument("--sample", type=int, metavar="N", help="run only N mutations")
+    parser.add_argument("--list", action="store_true", help="list the mutations and exit")
+    parser.add_argument("--check-list", action="store_true", help="check that the lists match the sources and exit")
     parser.add_argument("--build", type=pathlib.Path, default=ROOT / "build/mutation", metavar="FOLDER",
-                        help="where the copies are kept for the next run (default: build/mutation)")
+                        help="folder of the copies, which the next run reuses (default: build/mutation)")
     return parser.parse_args()
 
 
@@ -305,22 +309,22 @@ def main():
     if not mutants or options.jobs < 1:
         raise Trouble("nothing to do")
     if not (ROOT / "build/deps/native").is_dir() and (ROOT / "scripts/bootstrap-deps.sh").exists():
-        raise Trouble("there is nothing to build with yet; first run\n"
+        raise Trouble("build/deps/native is missing; first run\n"
                       "scripts/install-packages.sh native && scripts/bootstrap-deps.sh native")
     begin = time.monotonic()
-    # Mistakes crash; nobody looks at what that leaves.
+    # No core dumps: many mutations crash the tests.
     resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
     signal.signal(signal.SIGTERM, signal.default_int_handler)
-    # A copy has to be built, which a few are not worth.
+    # Building a copy does not pay off for a few mutations.
     count = min(options.jobs, 1 + len(mutants) // 10)
     copies = [Copy(options.build.resolve() / str(number), options.jobs // count) for number in range(1, count + 1)]
     print(f"building {count} {'copy' if count == 1 else 'copies'} in {options.build}", flush=True)
     for copy in copies:
         copy.lock_folder()
     in_parallel(Copy.prepare, copies)
-    print(f"built and tested without a mistake in {time.monotonic() - begin:.0f} s; now {len(mutants)} with one each",
+    print(f"built and tested without mutations in {time.monotonic() - begin:.0f} s; testing {len(mutants)} mutations",
           flush=True)
-    good = report(try_all(copies, mutants, Progress(len(mutants), sys.stdout)), sys.stdout)
+    good = report(test_all(copies, mutants, Progress(len(mutants), sys.stdout)), sys.stdout)
     print(f"took {(time.monotonic() - begin) / 60:.1f} min")
     return 0 if good else 1
 
