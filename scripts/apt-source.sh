@@ -1,9 +1,9 @@
-# Sourced by scripts that build from Debian's source packages: apt-get source with a private apt configuration, so
-# that the machine's own is not touched. The caller sets $apt_folder (scratch, removed when done), $sources (where
-# the sources go), $log (where apt's output goes) and $topic (how its messages begin).
+# Functions for scripts that build Debian source packages: apt-get source with a private apt configuration, which leaves
+# the machine's configuration unchanged. The caller sets $apt_folder (a scratch folder, removed at the end), $sources
+# (the output folder), $log (the file for apt's output) and $topic (the prefix of messages).
 # shellcheck shell=bash
 
-# deb-src entries for this release, derived from the machine's own deb entries.
+# Writes deb-src entries for this release, derived from the machine's deb entries.
 write_apt_sources() {
   local codename parts=$1/parts list=$1/sources.list file
   codename=$(. /etc/os-release && echo "$VERSION_CODENAME")
@@ -15,14 +15,14 @@ write_apt_sources() {
   done
   for file in /etc/apt/sources.list.d/*.sources; do
     [ -e "$file" ] || continue
-    # A stanza counts when one of its suites is this release by its plain name.
+    # Selects stanzas in which one suite is this release's codename without a suffix.
     awk -v RS= -v codename="$codename" '
       $0 ~ "(^|\n)Suites:[^\n]*[ \t]" codename "([ \t\n]|$)" { sub(/(^|\n)Types:[^\n]*/, "\nTypes: deb-src"); print; print "" }
     ' "$file" >"$parts/$(basename "$file")"
     [ -s "$parts/$(basename "$file")" ] || rm "$parts/$(basename "$file")"
   done
   if [ ! -s "$list" ] && [ -z "$(ls "$parts")" ]; then
-    echo "$topic: no apt entry for $codename found on this machine to derive a source entry from" >&2
+    echo "$topic: cannot derive a source entry: this machine has no apt entry for $codename" >&2
     exit 1
   fi
 }
@@ -32,7 +32,7 @@ private_apt() {
     -o "Dir::State::Lists=$apt_folder/lists" -o "Dir::Cache=$apt_folder/cache" -o APT::Sandbox::User=root "$@" </dev/null
 }
 
-# fetch_sources PACKAGE...: the unpacked source of each in $sources/PACKAGE.
+# fetch_sources PACKAGE...: unpacks the source of each package into $sources/PACKAGE.
 fetch_sources() {
   local package missing=()
   for package in "$@"; do

@@ -1,17 +1,16 @@
 #!/usr/bin/env bash
-# Builds the libraries that Debian does not ship in the form this project needs, once, into
-# build/deps/<target>, where the CMake presets look for them. Sources come through apt-get source,
-# with a private apt configuration, so that the machine's own is not touched.
+# Builds the libraries that Debian does not ship in the required form into build/deps/<target>, where the CMake presets
+# look for them. Fetches the sources with apt-get source and a private apt configuration.
 set -euo pipefail
 
 usage() {
   cat <<'USAGE'
 usage: scripts/bootstrap-deps.sh native | windows
 
-Builds into build/deps/<target>, and does nothing when that is up to date.
-  native    log4cplus with wide characters, shared (Debian's own build is narrow only)
-  windows   the same for Windows x86-64, and what Debian ships for Linux only: OpenH264, libyuv, and for the
-            tests GoogleTest and libjpeg-turbo, all of them static
+Builds the dependencies into build/deps/<target>, unless they are up to date.
+  native    log4cplus with wide characters, shared (Debian's package supports only narrow characters)
+  windows   log4cplus for Windows x86-64, and static libraries that Debian ships only for Linux: OpenH264, libyuv, and
+            for the tests GoogleTest and libjpeg-turbo
 USAGE
 }
 
@@ -26,7 +25,7 @@ deps=$top/build/deps
 prefix=$deps/$target
 sources=$deps/sources
 log=$deps/$target.log
-# Raise it when a recipe below changes: a prefix with another number is built again.
+# Increment when a recipe below changes: a prefix with another number is rebuilt.
 recipe=4
 stamp=$prefix/.recipe-$recipe
 
@@ -43,16 +42,16 @@ apt_folder=$deps/apt
 topic=dependencies
 . "$top/scripts/apt-source.sh"
 
-# configure NAME SOURCE_FOLDER OPTION...: sets up a build in $deps/build-$target-NAME.
+# configure NAME SOURCE_FOLDER OPTION...: configures a build in $deps/build-$target-NAME.
 configure() {
   local name=$1 source=$2 build=$deps/build-$target-$1 toolchain=()
   shift 2
   echo "dependencies: building $name for $target"
   [ "$target" = native ] || toolchain=(-DCMAKE_TOOLCHAIN_FILE="$top/cmake/toolchains/windows-x86_64.cmake")
   rm -rf "$build"
-  # Where this machine keeps the sources is nobody's business.
+  # Keeps the paths of this machine out of the binaries.
   local flags="'-ffile-prefix-map=$deps/sources/='" link_flags
-  # The packages carry some of it: some of what the project's own binaries have against hostile data (cmake/Hardening.cmake).
+  # The packages contain some of these libraries: a subset of the mitigations in cmake/Hardening.cmake.
   if [ "$target" = native ]; then
     flags+=" -fstack-protector-strong -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2"
     link_flags=-Wl,-z,relro,-z,now,-z,noexecstack
@@ -74,13 +73,13 @@ build_with_cmake() {
 }
 
 build_log4cplus() {
-  # No thread pool: fewer threads in somebody else's process, and a clean process exit.
+  # Without the thread pool: fewer threads in the host's process and a clean process exit.
   build_with_cmake log4cplus "$sources/log4cplus" -DBUILD_SHARED_LIBS=ON -DUNICODE=ON \
     -DLOG4CPLUS_BUILD_TESTING=OFF -DLOG4CPLUS_BUILD_LOGGINGSERVER=OFF -DWITH_UNIT_TESTS=OFF \
     -DLOG4CPLUS_ENABLE_DECORATED_LIBRARY_NAME=OFF -DLOG4CPLUS_ENABLE_THREAD_POOL=OFF
 }
 
-# In a copy of its sources, where its own makefile wants to build.
+# The makefile builds in the source folder, so this uses a copy.
 build_openh264() {
   echo "dependencies: building openh264 for $target"
   local build=$deps/build-$target-openh264 cross=x86_64-w64-mingw32
@@ -93,7 +92,7 @@ build_openh264() {
   rm -rf "$build"
 }
 
-# One library of it.
+# Builds only the TurboJPEG library.
 build_turbojpeg() {
   local build=$deps/build-$target-libjpeg-turbo
   configure libjpeg-turbo "$sources/libjpeg-turbo" -DENABLE_SHARED=OFF -DWITH_JAVA=OFF
@@ -107,20 +106,20 @@ build_for_windows() {
   fetch_sources log4cplus openh264 libyuv libjpeg-turbo
   build_log4cplus
   build_openh264
-  # Debian's own recipe of libyuv builds its tools and cannot install for Windows.
+  # Debian's build of libyuv includes tools and cannot install for Windows.
   build_with_cmake libyuv "$top/cmake/libyuv" -DLIBYUV_SOURCE_DIR="$sources/libyuv"
   build_turbojpeg
   build_with_cmake googletest /usr/src/googletest
   keep_licences log4cplus openh264 libyuv
 }
 
-# keep_licences PACKAGE...: the licences of what the packages of this project carry.
+# keep_licences PACKAGE...: copies the licences of libraries that this project's packages contain.
 keep_licences() {
   local package
   mkdir -p "$prefix/share/licences"
   for package in "$@"; do
     cp "$sources/$package/LICENSE" "$prefix/share/licences/$package.txt"
-    # What comes with the licence, where there is such a thing.
+    # Patent grants that accompany the licence.
     [ ! -e "$sources/$package/PATENTS" ] || cat "$sources/$package/PATENTS" >>"$prefix/share/licences/$package.txt"
   done
 }

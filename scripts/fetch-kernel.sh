@@ -1,14 +1,14 @@
 #!/usr/bin/env bash
-# Fetches the kernel that the tests of real drivers boot, once, into build/deps/kernel.
+# Fetches the kernel for the tests with real drivers into build/deps/kernel.
 set -euo pipefail
 
 usage() {
   cat <<'USAGE'
 usage: scripts/fetch-kernel.sh
 
-Fetches Debian's kernel (the package that linux-image-amd64 stands for) without installing it, and keeps what
-the tests of real drivers boot in a virtual machine, in build/deps/kernel: vmlinux, and in modules/ the
-drivers of USB, cameras and shared folders.
+Downloads Debian's kernel (the package on which linux-image-amd64 depends) without installing it, and extracts the
+files for the virtual machine of the tests into build/deps/kernel: vmlinux, and in modules/ the drivers for USB, cameras
+and shared folders.
 USAGE
 }
 
@@ -20,14 +20,14 @@ esac
 
 deps=$(cd "$(dirname "$0")/.." && pwd)/build/deps
 kernel=$deps/kernel
-# Raise it when what is kept changes: what was fetched for another number is fetched again.
+# Increment when the set of files changes: a folder with another number is fetched again.
 recipe=1
 if [ -e "$kernel/.recipe-$recipe" ]; then
   echo "kernel: build/deps/kernel is up to date"
   exit 0
 fi
 if [ "$(dpkg --print-architecture)" != amd64 ]; then
-  echo "kernel: the tests of real drivers are for PCs (amd64); nothing to fetch"
+  echo "kernel: nothing to fetch; the tests with real drivers require amd64"
   exit 0
 fi
 mkdir -p "$deps"
@@ -37,18 +37,18 @@ trap 'rm -rf "$scratch"' EXIT
 as_root=()
 [ "$(id -u)" -eq 0 ] || as_root=(sudo)
 
-# The package of this release's current kernel.
+# Prints the name of the package with this release's current kernel.
 find_package() {
   apt-cache depends linux-image-amd64 2>/dev/null | sed -n 's/^ *Depends: \(linux-image-[^ ]*\)$/\1/p' | head -n 1
 }
 download() { (cd "$scratch" && apt-get -qq -o APT::Sandbox::User=root download "$1" </dev/null); }
 
 package=$(find_package)
-# A machine that has never fetched its package lists, or not for long, does so now.
+# The package lists may be missing or outdated.
 if [ -z "$package" ] || ! download "$package" 2>/dev/null; then
   "${as_root[@]}" apt-get -qq update </dev/null
   package=$(find_package)
-  [ -n "$package" ] || { echo "kernel: apt knows no linux-image-amd64; is Debian's main archive among its sources?" >&2; exit 1; }
+  [ -n "$package" ] || { echo "kernel: apt cannot find linux-image-amd64; check that Debian's main archive is among its sources" >&2; exit 1; }
   download "$package"
 fi
 echo "kernel: unpacking $package"
@@ -60,7 +60,7 @@ done
 dpkg-deb --fsys-tarfile "$scratch/$package"_*.deb |
   tar -x -C "$scratch/unpacked" --wildcards './boot/vmlinuz-*' "${folders[@]}"
 mv "$scratch"/unpacked/lib/modules/*/kernel "$scratch/kept/modules"
-# Unpacked: a virtual machine takes longer to unpack it than to boot it.
+# Decompresses the kernel here, because under software emulation that takes longer than booting.
 python3 - "$scratch"/unpacked/boot/vmlinuz-* "$scratch/kept/vmlinux" <<'UNPACK'
 import lzma
 import sys
@@ -68,7 +68,7 @@ import sys
 packed = open(sys.argv[1], "rb").read()
 begin = packed.find(b"\xfd7zXZ\0")
 if begin < 0:
-    sys.exit("kernel: it is not packed with xz any more; mend scripts/fetch-kernel.sh")
+    sys.exit("kernel: the image is not compressed with xz; update scripts/fetch-kernel.sh")
 open(sys.argv[2], "wb").write(lzma.LZMADecompressor().decompress(packed[begin:]))
 UNPACK
 touch "$scratch/kept/.recipe-$recipe"

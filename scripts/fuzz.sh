@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Runs the fuzz programs for as long as one likes and says what they reached.
+# Runs the fuzz targets for a given time and reports their coverage.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -7,24 +7,24 @@ usage() {
   cat <<'USAGE'
 usage: scripts/fuzz.sh MINUTES [TARGET...]
 
-Sets the machine up, builds the fuzz programs (preset asan) and runs each target for that many minutes, two at a
-time. What they find worth keeping stays in build/fuzz/TARGET and is where the next run goes on.
+Installs missing packages, builds the fuzz targets (preset asan) and runs each target for MINUTES minutes, two at a
+time. The corpus of each target is kept in build/fuzz/TARGET and extended by the next run.
 
-targets: all, unless some are named
+targets (default: all):
   media_types   media types of a camera, up to the capability records
-  session       calls, answers of the platform, and frames
-  v4l2          answers of a camera's driver, through the Linux platform
-  mjpeg         pictures, through the MJPEG decoder
+  session       sequences of calls, results of the platform, and frames
+  v4l2          responses of a camera's driver, through the Linux platform
+  mjpeg         images, through the MJPEG decoder
   arguments     command lines of nuveqcam
 
-The exit code is 0 when no input broke a rule. Those that did are in build/fuzz/found; run one again with
+The exit code is 0 if no input failed. Failing inputs are in build/fuzz/found; reproduce a failure with
   build/asan/bin/TARGET_fuzz build/fuzz/found/TARGET-crash-...
-FUZZ_BUILD names another build folder than build/asan.
+The environment variable FUZZ_BUILD overrides the build folder (default: build/asan).
 USAGE
 }
 
 all=(media_types session v4l2 mjpeg arguments)
-# What of the sources each target is about.
+# The sources that each target exercises.
 declare -A sources=(
   [media_types]='/src/'
   [session]='/src/'
@@ -43,17 +43,16 @@ shift
 targets=("$@")
 [ $# -gt 0 ] || targets=("${all[@]}")
 for target in "${targets[@]}"; do
-  [ -n "$target" ] && [ -n "${sources[$target]:-}" ] || { echo "fuzz: there is no target $target; they are: ${all[*]}" >&2; exit 2; }
+  [ -n "$target" ] && [ -n "${sources[$target]:-}" ] || { echo "fuzz: unknown target $target; valid targets: ${all[*]}" >&2; exit 2; }
 done
 
-# Another build folder than that of the preset, for those who have one.
 build=${FUZZ_BUILD:-build/asan}
 kept=build/fuzz
 found=$kept/found
 mkdir -p "$kept/logs" "$found"
 
 set_up() {
-  # Joined, since nothing else ends a function that is asked for its result.
+  # Joined with &&, because set -e has no effect in a function whose result is tested.
   scripts/install-packages.sh native && scripts/bootstrap-deps.sh native && cmake --preset asan -B "$build" &&
     cmake --build "$build" --target "${targets[@]/%/_fuzz}"
 }
@@ -64,18 +63,18 @@ if ! set_up >"$kept/logs/build.log" 2>&1; then
   exit 1
 fi
 
-# Who allocated what matters when an input is run again, not here, where it takes a quarter of the time.
+# Short allocation stacks, which save a quarter of the run time.
 export ASAN_OPTIONS=detect_stack_use_after_return=1:strict_string_checks=1:malloc_context_size=3:quarantine_size_mb=32
 export UBSAN_OPTIONS=print_stacktrace=1
 
-# Nothing goes on when the script ends early.
+# Ends the targets if the script exits early.
 trap 'kill $(jobs -p) 2>/dev/null || true' EXIT
 trap 'exit 130' INT TERM
 
 run() {
   local target=$1
   mkdir -p "$kept/$target"
-  # In place of the shell that was started for it, so that a signal reaches it.
+  # exec, so that the signal of the trap reaches the target.
   exec "$build/bin/${target}_fuzz" -max_total_time=$((minutes * 60)) -timeout=25 -rss_limit_mb=2048 -print_final_stats=1 \
     "-artifact_prefix=$found/$target-" "$kept/$target" "tests/robustness/fuzz/corpus/$target" >"$kept/logs/$target.log" 2>&1
 }
@@ -83,13 +82,13 @@ run() {
 echo "fuzz: ${#targets[@]} targets, $minutes min each, two at a time"
 declare -A result
 running=()
-# The target that was started first ends first.
+# Waits for the oldest target; all run for the same time.
 finish_one() {
   local target=${running[0]%%:*} process=${running[0]#*:} status=0
   running=("${running[@]:1}")
   wait "$process" || status=$?
   result[$target]=$status
-  echo "fuzz: $target: $(grep -E '^#[0-9]+' "$kept/logs/$target.log" | tail -n 1 | tr '\t' ' ')$([ "$status" -eq 0 ] || echo ' FOUND SOMETHING')"
+  echo "fuzz: $target: $(grep -E '^#[0-9]+' "$kept/logs/$target.log" | tail -n 1 | tr '\t' ' ')$([ "$status" -eq 0 ] || echo ' FAILED')"
 }
 for target in "${targets[@]}"; do
   [ "${#running[@]}" -lt 2 ] || finish_one
@@ -100,13 +99,13 @@ while [ "${#running[@]}" -gt 0 ]; do
   finish_one
 done
 
-# edges TARGET: "reached of all" in the sources that the target is about, by its corpus.
+# edges TARGET: prints the edges that the corpus covers in the target's sources, and their total.
 edges() {
   local target=$1
   "$build/bin/${target}_fuzz" -runs=0 -print_coverage=1 "$kept/$target" "tests/robustness/fuzz/corpus/$target" 2>&1 |
     awk -v pattern="${sources[$target]}" '
-      /COVERED_FUNC: / && $NF ~ pattern { split($5, edges, "/"); reached += edges[1]; all += edges[2] }
-      END { printf "%d of %d (%d%%)", reached, all, all ? 100 * reached / all : 0 }'
+      /COVERED_FUNC: / && $NF ~ pattern { split($5, edges, "/"); covered += edges[1]; all += edges[2] }
+      END { printf "%d of %d (%d%%)", covered, all, all ? 100 * covered / all : 0 }'
 }
 
 statistic() { sed -n "s/^stat::$2: *//p" "$kept/logs/$1.log" | tail -n 1; }
@@ -116,20 +115,20 @@ echo
 printf '%-12s %12s %8s %22s %9s %7s %s\n' target executions per_s edges features corpus result
 status=0
 for target in "${targets[@]}"; do
-  said=ok
-  [ "${result[$target]}" -eq 0 ] || { said=FOUND; status=1; }
+  outcome=ok
+  [ "${result[$target]}" -eq 0 ] || { outcome=FAILED; status=1; }
   printf '%-12s %12s %8s %22s %9s %7s %s\n' "$target" "$(statistic "$target" number_of_executed_units)" \
     "$(statistic "$target" average_exec_per_sec)" "$(edges "$target")" "$(latest "$target" ft)" \
-    "$(find "$kept/$target" -type f | wc -l)" "$said"
+    "$(find "$kept/$target" -type f | wc -l)" "$outcome"
 done
 
 if [ "$status" -ne 0 ]; then
   echo
-  echo "Inputs that broke a rule, and how to run them again (what went wrong is in $kept/logs):"
+  echo "Commands that reproduce the failures (logs: $kept/logs):"
   for target in "${targets[@]}"; do
     if [ "${result[$target]}" -ne 0 ]; then
       input=$(sed -n 's/.*Test unit written to //p' "$kept/logs/$target.log" | tail -n 1)
-      echo "  $build/bin/${target}_fuzz ${input:-(none was kept; see $kept/logs/$target.log)}"
+      echo "  $build/bin/${target}_fuzz ${input:-(no input was saved; see $kept/logs/$target.log)}"
     fi
   done
 fi

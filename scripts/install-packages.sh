@@ -1,6 +1,5 @@
 #!/usr/bin/env bash
-# Installs the Debian packages that building and testing need, those that are missing only.
-# Needs root (or sudo) only when something is missing.
+# Installs the missing Debian packages for building and testing. Requires root (or sudo) only if a package is missing.
 set -euo pipefail
 
 usage() {
@@ -9,9 +8,9 @@ usage: scripts/install-packages.sh [native | demo | bench | windows]...
 
 Installs the Debian 12 packages that are missing on this machine.
   native    compilers, build tools, test tools and libraries of the Linux build (default)
-  demo      what the library and its tool alone are built with
-  bench     what bench/run measures the product against, together with native
-  windows   the cross compiler and Wine, and what else building and testing for Windows needs
+  demo      build dependencies of the library and of nuveqcam
+  bench     programs and libraries that bench/run uses for comparison; requires native too
+  windows   cross compiler, Wine, and other tools for building and testing the Windows library
 USAGE
 }
 
@@ -33,34 +32,34 @@ windows=(
   wine64
 )
 
-wanted=()
+packages=()
 [ $# -gt 0 ] || set -- native
 for set in "$@"; do
   case "$set" in
-    native) wanted+=("${native[@]}") ;;
-    demo) wanted+=("${demo[@]}") ;;
-    bench) wanted+=("${bench[@]}") ;;
-    windows) wanted+=("${windows[@]}") ;;
+    native) packages+=("${native[@]}") ;;
+    demo) packages+=("${demo[@]}") ;;
+    bench) packages+=("${bench[@]}") ;;
+    windows) packages+=("${windows[@]}") ;;
     -h | --help) usage; exit 0 ;;
     *) usage >&2; exit 2 ;;
   esac
 done
-mapfile -t wanted < <(printf '%s\n' "${wanted[@]}" | sort -u)
+mapfile -t packages < <(printf '%s\n' "${packages[@]}" | sort -u)
 
 missing=()
-for package in "${wanted[@]}"; do
+for package in "${packages[@]}"; do
   state=$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null) || state=absent
   [ "$state" = installed ] || missing+=("$package")
 done
 if [ "${#missing[@]}" -eq 0 ]; then
-  echo "packages: all ${#wanted[@]} are installed"
+  echo "packages: all ${#packages[@]} are installed"
   exit 0
 fi
 
 as_root=()
 if [ "$(id -u)" -ne 0 ]; then
   if ! command -v sudo >/dev/null; then
-    echo "packages: ${missing[*]} are missing; install them as root, then run this again" >&2
+    echo "packages: missing: ${missing[*]}; install them as root, then rerun this script" >&2
     exit 1
   fi
   as_root=(sudo)

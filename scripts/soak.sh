@@ -1,16 +1,16 @@
 #!/usr/bin/env bash
-# Runs the library for long over the simulated PC and watches that nothing grows, gets lost or hangs.
+# Runs the library for a long time with the simulated PC and checks for leaks, lost frames and hangs.
 set -euo pipefail
 
 usage() {
   cat <<'USAGE'
 usage: scripts/soak.sh [--build FOLDER] [FRAMES [ROUNDS]]
 
-Runs one session of FRAMES frames (default: 1000000), delivered as fast as they are taken, then ROUNDS times query,
-open, a few frames, close (default: 10000). Every packet is decoded and the number in its picture read; memory,
-threads and descriptors must stay what they are after the first twentieth. Takes about 15 minutes. Builds the preset
-native where that is needed. The last line is "soak: ok"; the exit code is 0 when nothing failed.
-  --build FOLDER   uses the program in FOLDER/bin as it is, and builds nothing
+Runs one session of FRAMES frames (default: 1000000) at the maximum rate, then ROUNDS rounds (default: 10000) of query,
+open, a few frames and close. Decodes every packet and reads the number in its picture. Memory, threads and descriptors
+must not grow after the first 5 %. Takes about 15 minutes. Builds the preset native if necessary. On success the last
+line is "soak: ok" and the exit code is 0.
+  --build FOLDER   use the program in FOLDER/bin; do not build
 USAGE
 }
 
@@ -20,7 +20,7 @@ while [ $# -gt 0 ]; do
     -h | --help) usage; exit 0 ;;
     --build)
       [ $# -ge 2 ] || { usage >&2; exit 2; }
-      # Before this script changes its folder.
+      # Resolved here, because the script changes its working directory below.
       folder=$(cd "$2" && pwd) || exit 2
       shift 2
       ;;
@@ -34,7 +34,7 @@ for number in "$@"; do
 done
 cd "$(dirname "$0")/.."
 
-# quietly COMMAND...: what it prints is shown only when it fails.
+# quietly COMMAND...: shows the output only if the command fails.
 quietly() {
   local log=build/soak.log
   mkdir -p build
@@ -49,5 +49,5 @@ if [ -z "$folder" ]; then
   quietly cmake --preset native
   quietly cmake --build --preset native --target soak
 fi
-[ -x "$folder/bin/soak" ] || { echo "soak.sh: there is no program $folder/bin/soak; build it first" >&2; exit 1; }
+[ -x "$folder/bin/soak" ] || { echo "soak.sh: $folder/bin/soak does not exist; build it first" >&2; exit 1; }
 exec "$folder/bin/soak" --frames "${1:-1000000}" --rounds "${2:-10000}"

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Runs a Windows program under Wine, in a Windows installation of the build's own that is made when it is missing.
+# Runs a Windows program under Wine, in a Wine prefix in the build folder. Creates the prefix if necessary.
 set -euo pipefail
 
 usage() {
@@ -7,11 +7,11 @@ usage() {
 usage: scripts/wine.sh [--live] PROGRAM [ARGUMENT...]
        scripts/wine.sh --stop BUILD_FOLDER
 
-Runs PROGRAM, a .exe in BUILD_FOLDER/bin, without a display, in the Wine prefix BUILD_FOLDER/wine, or in the one that
-NUVEQ_WINEPREFIX names. What it prints appears when it has ended.
-  --live   shows what it prints at once. Only where nothing waits for the end of the output: processes that Wine
-           starts in the background may hold it open
-  --stop   ends what Wine keeps running for that prefix
+Runs PROGRAM, a .exe in BUILD_FOLDER/bin, without a display, in the Wine prefix BUILD_FOLDER/wine. The environment
+variable NUVEQ_WINEPREFIX overrides the prefix. Prints the program's output when the program has exited.
+  --live   print the output immediately. Do not use this in a pipe: background processes of Wine may keep the output
+           open
+  --stop   end the Wine processes of the prefix
 USAGE
 }
 
@@ -39,38 +39,38 @@ shift
 build=$(dirname "$(dirname "$program")")
 export WINEPREFIX=${NUVEQ_WINEPREFIX:-$build/wine}
 export WINEARCH=win64 WINEDEBUG=${WINEDEBUG:--all}
-# No Mono, no browser, no menus; a crash ends the program instead of waiting for a debugger. The tests' configuration
-# manager counts where there is one.
+# No Mono, browser or menus. A crash ends the program instead of starting a debugger. The tests' cfgmgr32, if there is
+# one, has precedence.
 export WINEDLLOVERRIDES="mscoree=;mshtml=;winemenubuilder.exe=;winedbg.exe=;cfgmgr32=n,b"
-# Test programs and the fixtures that they load are in two folders; DLLs are looked for in both.
+# Search path for DLLs: the folders of the programs and of the test fixtures.
 export WINEPATH="Z:${build//\//\\}\\bin;Z:${build//\//\\}\\fixtures"
 unset DISPLAY
-# File names and arguments are UTF-8, whatever the locale.
+# File names and arguments are UTF-8, regardless of the locale.
 [ "$(locale charmap 2>/dev/null)" = UTF-8 ] || export LC_ALL=C.UTF-8
 
-# Wine's own processes inherit whatever is open here, and would hold pipes open for as long as they run.
+# Redirects all output, because Wine's background processes inherit descriptors and would keep pipes open.
 quietly() { "$@" </dev/null >>"$WINEPREFIX.log" 2>&1; }
 
 make_prefix() {
   rm -rf "$WINEPREFIX"
   mkdir -p "$WINEPREFIX"
   : >"$WINEPREFIX.log"
-  # Nothing here plays sound; looking for devices takes time.
+  # Without an audio driver, because audio device detection is slow and no test uses sound.
   if ! quietly timeout 200 wine wineboot --init ||
     ! quietly timeout 60 wine reg add 'HKCU\Software\Wine\Drivers' /v Audio /d '' /f; then
     tail -n 20 "$WINEPREFIX.log" >&2
-    fail "the Wine prefix $WINEPREFIX could not be made; remove that folder and try again"
+    fail "cannot create the Wine prefix $WINEPREFIX; remove that folder and try again"
   fi
   quietly timeout 60 wineserver -w || true
   touch "$WINEPREFIX/.made"
 }
 
-# One at a time makes or warms the prefix; the lock is closed in everything that is started.
+# The lock serializes creating the prefix and starting its server. Child processes do not inherit it.
 mkdir -p "$(dirname "$WINEPREFIX")"
 (
-  flock -w 300 9 || fail "somebody else has been making the Wine prefix for five minutes; see $WINEPREFIX.log"
+  flock -w 300 9 || fail "timeout: another process has been creating the Wine prefix for five minutes; see $WINEPREFIX.log"
   [ -e "$WINEPREFIX/.made" ] || make_prefix 9>&-
-  # A server that is there already answers with a failure.
+  # wineserver fails if a server is already running.
   if quietly wineserver -p600 9>&-; then
     quietly timeout 60 wine cmd /c exit 9>&- || true
   fi
@@ -80,7 +80,7 @@ if [ "$live" = yes ]; then
   exec wine "$program" "$@" </dev/null
 fi
 
-# The program ends with this script, however that ends, and what it has printed is shown.
+# Ends the program together with this script, and prints its output in any case.
 output=$(mktemp "$WINEPREFIX.output.XXXXXX")
 child=
 finish() {
