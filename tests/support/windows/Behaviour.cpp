@@ -5,7 +5,7 @@
 #include <mutex>
 #include <optional>
 
-#include "support/windows/FixtureObject.h"
+#include "com/ComObject.h"
 
 namespace fixtures {
 namespace {
@@ -78,14 +78,14 @@ std::atomic<long>& StreamingThreadCount() {
   return count;
 }
 
-std::atomic<long>& LiveObjectCount() {
-  static std::atomic<long> count{0};
-  return count;
-}
-
-long LiveObjects() { return LiveObjectCount(); }
+long LiveObjects() { return static_cast<long>(com::LiveObjectCount()); }
 long StreamingThreads() { return StreamingThreadCount(); }
 std::uint64_t DeliveredFrames() { return CountersOf(Camera::kBuiltIn).delivered; }
 std::uint64_t Runs() { return CountersOf(Camera::kBuiltIn).runs; }
 
 }  // namespace fixtures
+
+std::atomic<std::uint64_t>& com::LiveObjectCount() {
+  static std::atomic<std::uint64_t> count{0};
+  return count;
+}

@@ -10,10 +10,10 @@
 
 namespace fixtures {
 
-class CameraPin : public Also<OutputPin, IAMStreamConfig> {
+class CameraPin : public WithInterface<OutputPin, IAMStreamConfig> {
  public:
   CameraPin(Filter& filter, const CameraBehaviour& behaviour)
-      : Also(filter, L"Capture"), m_behaviour(behaviour) {}
+      : WithInterface(filter, L"Capture"), m_behaviour(behaviour) {}
 
   HRESULT STDMETHODCALLTYPE Connect(IPin* receiver, const AM_MEDIA_TYPE* type) override;
 

@@ -41,7 +41,7 @@ HRESULT STDMETHODCALLTYPE CameraPin::SetFormat(AM_MEDIA_TYPE* type) {
   if (m_behaviour.setFormat != S_OK) {
     return m_behaviour.setFormat;
   }
-  return Guarded([&]() -> HRESULT {
+  return com::CatchToHresult([&]() -> HRESULT {
     if (type == nullptr) {
       m_set.reset();
       return S_OK;
@@ -67,7 +67,7 @@ HRESULT STDMETHODCALLTYPE CameraPin::GetFormat(AM_MEDIA_TYPE** type) {
     return E_POINTER;
   }
   *type = nullptr;
-  return Guarded([&]() -> HRESULT {
+  return com::CatchToHresult([&]() -> HRESULT {
     if (IsConnected()) {
       return MediaType(Type()).CopyTo(type);
     }
@@ -96,7 +96,7 @@ HRESULT STDMETHODCALLTYPE CameraPin::GetStreamCaps(int index, AM_MEDIA_TYPE** ty
   if (static_cast<std::size_t>(index) >= m_behaviour.formats.size()) {
     return S_FALSE;
   }
-  return Guarded([&] {
+  return com::CatchToHresult([&] {
     const Video video = VideoOf(m_behaviour.formats[static_cast<std::size_t>(index)]);
     VIDEO_STREAM_CONFIG_CAPS description{};
     description.guid = video.isVideoInfo2 ? FORMAT_VideoInfo2 : FORMAT_VideoInfo;

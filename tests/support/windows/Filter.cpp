@@ -3,22 +3,25 @@
 #include <algorithm>
 #include <iterator>
 
-#include "support/windows/FixtureEnumerator.h"
+#include "support/windows/ComExtensions.h"
 
 namespace fixtures {
 namespace {
 
-class PinEnumerator final : public Enumerator<IEnumPins, IPin, ComPtr<IPin>> {
+class PinEnumerator final : public ClonableEnumerator<PinEnumerator, IEnumPins, IPin, ComPtr<IPin>> {
  public:
-  using Enumerator::Enumerator;
-
-  HRESULT STDMETHODCALLTYPE Clone(IEnumPins** out) override { return CloneInto<PinEnumerator>(out); }
+  using ClonableEnumerator::ClonableEnumerator;
 
  protected:
-  HRESULT HandOutItem(const ComPtr<IPin>& pin, IPin** out) override { return HandOut(pin.Get(), out); }
+  HRESULT CopyItem(const ComPtr<IPin>& pin, IPin** out) override { return com::CopyTo(pin, out); }
 };
 
 }  // namespace
+
+HRESULT STDMETHODCALLTYPE Filter::QueryInterface(REFIID iid, void** out) {
+  const bool isBaseOfFilter = iid == IID_IMediaFilter || iid == IID_IPersist;
+  return ComObject::QueryInterface(isBaseOfFilter ? IID_IBaseFilter : iid, out);
+}
 
 HRESULT STDMETHODCALLTYPE Filter::GetClassID(CLSID* classId) {
   if (classId == nullptr) {
@@ -43,7 +46,7 @@ HRESULT STDMETHODCALLTYPE Filter::Stop() {
 HRESULT STDMETHODCALLTYPE Filter::Pause() {
   const std::lock_guard lock(m_changing);
   if (m_state == State_Stopped) {
-    if (const HRESULT hr = Guarded([&] { return Prepare(); }); FAILED(hr)) {
+    if (const HRESULT hr = com::CatchToHresult([&] { return Prepare(); }); FAILED(hr)) {
       return hr;
     }
   } else if (m_state == State_Running) {
@@ -61,7 +64,7 @@ HRESULT STDMETHODCALLTYPE Filter::Run(REFERENCE_TIME /*start*/) {
   }
   const std::lock_guard lock(m_changing);
   if (m_state == State_Paused) {
-    if (const HRESULT hr = Guarded([&] { return Start(); }); FAILED(hr)) {
+    if (const HRESULT hr = com::CatchToHresult([&] { return Start(); }); FAILED(hr)) {
       return hr;
     }
     m_state = State_Running;
@@ -86,7 +89,7 @@ HRESULT STDMETHODCALLTYPE Filter::SetSyncSource(IReferenceClock* clock) {
 
 HRESULT STDMETHODCALLTYPE Filter::GetSyncSource(IReferenceClock** clock) {
   const std::lock_guard lock(m_mutex);
-  return HandOut(m_clock.Get(), clock);
+  return com::CopyTo(m_clock, clock);
 }
 
 HRESULT STDMETHODCALLTYPE Filter::EnumPins(IEnumPins** enumerator) {
@@ -94,12 +97,12 @@ HRESULT STDMETHODCALLTYPE Filter::EnumPins(IEnumPins** enumerator) {
     return E_POINTER;
   }
   *enumerator = nullptr;
-  return Guarded([&] {
+  return com::CatchToHresult([&] {
     std::vector<ComPtr<IPin>> pins;
     for (IPin* const pin : Pins()) {
       pins.emplace_back(pin);
     }
-    *enumerator = MakeObject<PinEnumerator>(std::move(pins)).Detach();
+    *enumerator = com::MakeComObject<PinEnumerator>(std::move(pins)).Detach();
     return S_OK;
   });
 }
@@ -109,14 +112,14 @@ HRESULT STDMETHODCALLTYPE Filter::FindPin(LPCWSTR id, IPin** pin) {
     return E_POINTER;
   }
   *pin = nullptr;
-  return Guarded([&]() -> HRESULT {
+  return com::CatchToHresult([&]() -> HRESULT {
     for (IPin* const candidate : Pins()) {
       LPWSTR text = nullptr;
       if (SUCCEEDED(candidate->QueryId(&text))) {
         const std::wstring candidateId = text;
         CoTaskMemFree(text);
         if (candidateId == id) {
-          return HandOut(candidate, pin);
+          return com::CopyTo(ComPtr(candidate), pin);
         }
       }
     }
@@ -131,11 +134,11 @@ HRESULT STDMETHODCALLTYPE Filter::QueryFilterInfo(FILTER_INFO* info) {
   const std::lock_guard lock(m_mutex);
   *info = {};
   m_name.copy(info->achName, std::size(info->achName) - 1);
-  return HandOut(m_graph, &info->pGraph);
+  return com::CopyTo(ComPtr(m_graph), &info->pGraph);
 }
 
 HRESULT STDMETHODCALLTYPE Filter::JoinFilterGraph(IFilterGraph* graph, LPCWSTR name) {
-  return Guarded([&] {
+  return com::CatchToHresult([&] {
     std::wstring newName = name != nullptr ? name : L"";
     ComPtr<IMediaEventSink> events;
     if (graph != nullptr) {

@@ -6,15 +6,17 @@
 #include <string>
 #include <vector>
 
-#include "support/windows/FixtureObject.h"
+#include "support/windows/ComExtensions.h"
 
 namespace fixtures {
 
 // Calls that change the state come one at a time, and wait for each other.
-class Filter : public ComObject<IBaseFilter> {
+class Filter : public com::ComObject<IBaseFilter> {
  public:
   explicit Filter(const CLSID& classId) : m_classId(classId) {}
 
+  // Also returns the filter for the interfaces that IBaseFilter extends.
+  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override;
   HRESULT STDMETHODCALLTYPE GetClassID(CLSID* classId) override;
   HRESULT STDMETHODCALLTYPE Stop() override;
   HRESULT STDMETHODCALLTYPE Pause() override;

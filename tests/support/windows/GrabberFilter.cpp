@@ -21,7 +21,7 @@ GrabberInput::GrabberInput(GrabberFilter& grabber) : InputPin(grabber, L"In"), m
 bool GrabberInput::Accepts(const AM_MEDIA_TYPE& type) { return m_grabber.Accepts(type); }
 HRESULT GrabberInput::Take(IMediaSample& sample) { return m_grabber.Show(sample); }
 
-GrabberFilter::GrabberFilter() : Also(CLSID_SampleGrabber), m_input(*this), m_output(*this) {}
+GrabberFilter::GrabberFilter() : WithInterface(CLSID_SampleGrabber), m_input(*this), m_output(*this) {}
 
 HRESULT STDMETHODCALLTYPE GrabberFilter::SetOneShot(BOOL isOneShot) {
   const std::lock_guard lock(m_mutex);
@@ -30,7 +30,7 @@ HRESULT STDMETHODCALLTYPE GrabberFilter::SetOneShot(BOOL isOneShot) {
 }
 
 HRESULT STDMETHODCALLTYPE GrabberFilter::SetMediaType(const AM_MEDIA_TYPE* type) {
-  return Guarded([&] {
+  return com::CatchToHresult([&] {
     const std::lock_guard lock(m_mutex);
     m_wanted = type != nullptr ? MediaType(*type) : MediaType();
     return S_OK;

@@ -30,7 +30,7 @@ class GrabberOutput : public OutputPin {
 };
 
 // The settings may change at any time, from any thread; they hold from the next sample on.
-class GrabberFilter : public Also<Also<Filter, ISampleGrabber>, IAMFilterMiscFlags> {
+class GrabberFilter : public WithInterface<WithInterface<Filter, ISampleGrabber>, IAMFilterMiscFlags> {
  public:
   GrabberFilter();
 

@@ -33,7 +33,7 @@ HRESULT STDMETHODCALLTYPE OutputPin::Connect(IPin* receiver, const AM_MEDIA_TYPE
   if (receiver == nullptr) {
     return E_POINTER;
   }
-  return Guarded([&]() -> HRESULT {
+  return com::CatchToHresult([&]() -> HRESULT {
     if (IsConnected()) {
       return VFW_E_ALREADY_CONNECTED;
     }

@@ -27,7 +27,7 @@ HRESULT STDMETHODCALLTYPE Pin::ConnectedTo(IPin** pin) {
     return E_POINTER;
   }
   *pin = nullptr;
-  return m_peer ? HandOut(m_peer.Get(), pin) : VFW_E_NOT_CONNECTED;
+  return m_peer ? com::CopyTo(m_peer, pin) : VFW_E_NOT_CONNECTED;
 }
 
 HRESULT STDMETHODCALLTYPE Pin::ConnectionMediaType(AM_MEDIA_TYPE* type) {
@@ -45,7 +45,7 @@ HRESULT STDMETHODCALLTYPE Pin::QueryPinInfo(PIN_INFO* info) {
   *info = {};
   info->dir = m_direction;
   std::copy_n(m_name, std::min(std::wcslen(m_name), std::size(info->achName) - 1), info->achName);
-  return HandOut<IBaseFilter>(&m_filter, &info->pFilter);
+  return com::CopyTo(ComPtr(&m_filter), &info->pFilter);
 }
 
 HRESULT STDMETHODCALLTYPE Pin::QueryDirection(PIN_DIRECTION* direction) {
@@ -73,7 +73,7 @@ HRESULT STDMETHODCALLTYPE Pin::QueryAccept(const AM_MEDIA_TYPE* type) {
   if (type == nullptr) {
     return E_POINTER;
   }
-  return Guarded([&] { return Accepts(*type) ? S_OK : S_FALSE; });
+  return com::CatchToHresult([&] { return Accepts(*type) ? S_OK : S_FALSE; });
 }
 
 HRESULT STDMETHODCALLTYPE Pin::EnumMediaTypes(IEnumMediaTypes** enumerator) {
@@ -81,7 +81,7 @@ HRESULT STDMETHODCALLTYPE Pin::EnumMediaTypes(IEnumMediaTypes** enumerator) {
     return E_POINTER;
   }
   *enumerator = nullptr;
-  return Guarded([&] {
+  return com::CatchToHresult([&] {
     *enumerator = EnumerateTypes(Types()).Detach();
     return S_OK;
   });
@@ -111,7 +111,7 @@ HRESULT STDMETHODCALLTYPE InputPin::ReceiveConnection(IPin* connector, const AM_
   if (connector == nullptr || type == nullptr) {
     return E_POINTER;
   }
-  return Guarded([&]() -> HRESULT {
+  return com::CatchToHresult([&]() -> HRESULT {
     if (IsConnected()) {
       return VFW_E_ALREADY_CONNECTED;
     }
@@ -149,7 +149,7 @@ HRESULT STDMETHODCALLTYPE InputPin::Receive(IMediaSample* sample) {
   if (Owner().State() == State_Stopped) {
     return VFW_E_WRONG_STATE;
   }
-  return Guarded([&] { return Take(*sample); });
+  return com::CatchToHresult([&] { return Take(*sample); });
 }
 
 HRESULT STDMETHODCALLTYPE InputPin::ReceiveMultiple(IMediaSample** samples, LONG count, LONG* processed) {

@@ -11,7 +11,7 @@
 
 namespace fixtures {
 
-class Pin : public ComPart<IPin> {
+class Pin : public com::ComPart<IPin> {
  public:
   // name: "Out", which is also its identifier.
   Pin(Filter& filter, PIN_DIRECTION direction, const wchar_t* name)
@@ -85,9 +85,9 @@ class OutputPin : public Pin {
   ComPtr<IMemAllocator> m_allocator;
 };
 
-class InputPin : public Also<Pin, IMemInputPin> {
+class InputPin : public WithInterface<Pin, IMemInputPin> {
  public:
-  InputPin(Filter& filter, const wchar_t* name) : Also(filter, PINDIR_INPUT, name) {}
+  InputPin(Filter& filter, const wchar_t* name) : WithInterface(filter, PINDIR_INPUT, name) {}
 
   HRESULT STDMETHODCALLTYPE Connect(IPin* receiver, const AM_MEDIA_TYPE* type) override;
   HRESULT STDMETHODCALLTYPE ReceiveConnection(IPin* connector, const AM_MEDIA_TYPE* type) override;

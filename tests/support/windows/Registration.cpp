@@ -2,8 +2,8 @@
 
 #include <array>
 
+#include "com/ComObject.h"
 #include "support/windows/ClassIds.h"
-#include "support/windows/FixtureObject.h"
 #include "support/windows/Registry.h"
 
 namespace fixtures {

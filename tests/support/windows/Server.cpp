@@ -13,7 +13,7 @@ using Maker = HRESULT (*)(REFIID iid, void** out);
 
 template <typename Object, typename... Arguments>
 HRESULT Make(REFIID iid, void** out, Arguments... arguments) {
-  return MakeObject<Object>(arguments...)->QueryInterface(iid, out);
+  return com::MakeComObject<Object>(arguments...)->QueryInterface(iid, out);
 }
 
 HRESULT MakeBuiltIn(REFIID iid, void** out) {
@@ -39,7 +39,7 @@ Maker MakerOf(REFCLSID classId) {
   return nullptr;
 }
 
-class ClassFactory final : public ComObject<IClassFactory> {
+class ClassFactory final : public com::ComObject<IClassFactory> {
  public:
   explicit ClassFactory(Maker make) : m_make(make) {}
 
@@ -51,11 +51,11 @@ class ClassFactory final : public ComObject<IClassFactory> {
     if (outer != nullptr) {
       return CLASS_E_NOAGGREGATION;
     }
-    return Guarded([&] { return m_make(iid, out); });
+    return com::CatchToHresult([&] { return m_make(iid, out); });
   }
 
   HRESULT STDMETHODCALLTYPE LockServer(BOOL isLocked) override {
-    LiveObjectCount() += isLocked != FALSE ? 1 : -1;
+    isLocked != FALSE ? ++com::LiveObjectCount() : --com::LiveObjectCount();
     return S_OK;
   }
 
@@ -76,21 +76,21 @@ STDAPI DllGetClassObject(REFCLSID classId, REFIID iid, LPVOID* out) {
   if (make == nullptr) {
     return CLASS_E_CLASSNOTAVAILABLE;
   }
-  return fixtures::Guarded(
-      [&] { return fixtures::MakeObject<fixtures::ClassFactory>(make)->QueryInterface(iid, out); });
+  return com::CatchToHresult(
+      [&] { return com::MakeComObject<fixtures::ClassFactory>(make)->QueryInterface(iid, out); });
 }
 
 STDAPI DllCanUnloadNow() { return fixtures::LiveObjects() == 0 ? S_OK : S_FALSE; }
 
 STDAPI DllRegisterServer() {
-  return fixtures::Guarded([] {
+  return com::CatchToHresult([] {
     fixtures::RegisterClasses();
     return S_OK;
   });
 }
 
 STDAPI DllUnregisterServer() {
-  return fixtures::Guarded([] {
+  return com::CatchToHresult([] {
     fixtures::UnregisterClasses();
     return S_OK;
   });

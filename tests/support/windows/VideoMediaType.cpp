@@ -5,19 +5,18 @@
 
 #include <dvdmedia.h>
 
-#include "support/windows/FixtureEnumerator.h"
+#include "support/windows/ComExtensions.h"
 
 namespace fixtures {
 namespace {
 
-class TypeEnumerator final : public Enumerator<IEnumMediaTypes, AM_MEDIA_TYPE, MediaType> {
+class TypeEnumerator final
+    : public ClonableEnumerator<TypeEnumerator, IEnumMediaTypes, AM_MEDIA_TYPE, MediaType> {
  public:
-  using Enumerator::Enumerator;
-
-  HRESULT STDMETHODCALLTYPE Clone(IEnumMediaTypes** out) override { return CloneInto<TypeEnumerator>(out); }
+  using ClonableEnumerator::ClonableEnumerator;
 
  protected:
-  HRESULT HandOutItem(const MediaType& type, AM_MEDIA_TYPE** out) override { return type.CopyTo(out); }
+  HRESULT CopyItem(const MediaType& type, AM_MEDIA_TYPE** out) override { return type.CopyTo(out); }
 };
 
 template <typename Header>
@@ -159,7 +158,7 @@ bool Matches(const AM_MEDIA_TYPE& type, const AM_MEDIA_TYPE& wanted) {
 }
 
 ComPtr<IEnumMediaTypes> EnumerateTypes(std::vector<MediaType> types) {
-  return ComPtr<IEnumMediaTypes>(MakeObject<TypeEnumerator>(std::move(types)).Get());
+  return ComPtr<IEnumMediaTypes>(com::MakeComObject<TypeEnumerator>(std::move(types)).Get());
 }
 
 }  // namespace fixtures

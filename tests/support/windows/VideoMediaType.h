@@ -4,7 +4,7 @@
 #include <optional>
 #include <vector>
 
-#include "support/windows/FixtureObject.h"
+#include "com/ComObject.h"
 
 namespace fixtures {
 
