@@ -1,22 +1,153 @@
 #include "support/windows/CameraFilter.h"
 
+#include <turbojpeg.h>
+
 #include <algorithm>
+#include <cstring>
 
 #include "simulated/FramePacker.h"
 #include "simulated/NumberedPicture.h"
-#include "support/windows/ClassIds.h"
+#include "support/windows/Registration.h"
 
 namespace fixtures {
 namespace {
 
-using Ticks = std::chrono::duration<REFERENCE_TIME, std::ratio<1, 10'000'000>>;
+using Ticks = std::chrono::duration<REFERENCE_TIME, std::ratio<1, kUnitsPerSecond>>;
 
-graph::VideoFormat PackedFormat(const Video& video) {
+DWORD MaxFrameSize(const Format& format) {
+  if (format.layout == Layout::kYuy2) {
+    return 2 * format.width * format.height;
+  }
+  return static_cast<DWORD>(
+      tjBufSize(static_cast<int>(format.width), static_cast<int>(format.height), TJSAMP_422));
+}
+
+Video ToVideo(const Format& format) {
+  Video video;
+  video.subtype = format.layout == Layout::kYuy2 ? MEDIASUBTYPE_YUY2 : MEDIASUBTYPE_MJPG;
+  video.width = static_cast<LONG>(format.width);
+  video.height = static_cast<LONG>(format.height);
+  video.interval = kUnitsPerSecond / std::max<std::uint32_t>(format.fps, 1);
+  video.sampleSize = MaxFrameSize(format);
+  video.isVideoInfo2 = format.isVideoInfo2;
+  return video;
+}
+
+REFERENCE_TIME Distance(REFERENCE_TIME a, REFERENCE_TIME b) { return a < b ? b - a : a - b; }
+
+graph::VideoFormat ToPackerFormat(const Video& video) {
   return {video.subtype == MEDIASUBTYPE_MJPG ? graph::kMjpg : graph::kYuyv,
           static_cast<std::uint32_t>(video.width), static_cast<std::uint32_t>(video.height), video.interval};
 }
 
 }  // namespace
+
+HRESULT STDMETHODCALLTYPE CameraPin::Connect(IPin* receiver, const AM_MEDIA_TYPE* type) {
+  return m_behaviour.connect != S_OK ? m_behaviour.connect : OutputPin::Connect(receiver, type);
+}
+
+HRESULT STDMETHODCALLTYPE CameraPin::SetFormat(AM_MEDIA_TYPE* type) {
+  if (m_behaviour.setFormat != S_OK) {
+    return m_behaviour.setFormat;
+  }
+  return com::CatchToHresult([&]() -> HRESULT {
+    if (type == nullptr) {
+      m_selected.reset();
+      return S_OK;
+    }
+    if (Owner().State() != State_Stopped) {
+      return VFW_E_NOT_STOPPED;
+    }
+    if (IsConnected()) {
+      return VFW_E_ALREADY_CONNECTED;
+    }
+    const std::optional<Video> wanted = ReadVideoType(*type);
+    const Format* const format = wanted ? Nearest(*wanted) : nullptr;
+    if (format == nullptr) {
+      return VFW_E_INVALIDMEDIATYPE;
+    }
+    m_selected = MakeVideoType(ToVideo(*format));
+    return S_OK;
+  });
+}
+
+HRESULT STDMETHODCALLTYPE CameraPin::GetFormat(AM_MEDIA_TYPE** type) {
+  if (type == nullptr) {
+    return E_POINTER;
+  }
+  *type = nullptr;
+  return com::CatchToHresult([&]() -> HRESULT {
+    if (IsConnected()) {
+      return MediaType(Type()).CopyTo(type);
+    }
+    const std::vector<MediaType> types = Types();
+    return types.empty() ? VFW_E_NO_TYPES : types.front().CopyTo(type);
+  });
+}
+
+HRESULT STDMETHODCALLTYPE CameraPin::GetNumberOfCapabilities(int* count, int* size) {
+  if (count == nullptr || size == nullptr) {
+    return E_POINTER;
+  }
+  *count = static_cast<int>(m_behaviour.formats.size());
+  *size = sizeof(VIDEO_STREAM_CONFIG_CAPS);
+  return S_OK;
+}
+
+HRESULT STDMETHODCALLTYPE CameraPin::GetStreamCaps(int index, AM_MEDIA_TYPE** type, BYTE* caps) {
+  if (type == nullptr || caps == nullptr) {
+    return E_POINTER;
+  }
+  *type = nullptr;
+  if (index < 0) {
+    return E_INVALIDARG;
+  }
+  if (static_cast<std::size_t>(index) >= m_behaviour.formats.size()) {
+    return S_FALSE;
+  }
+  return com::CatchToHresult([&] {
+    const Video video = ToVideo(m_behaviour.formats[static_cast<std::size_t>(index)]);
+    VIDEO_STREAM_CONFIG_CAPS description{};
+    description.guid = video.isVideoInfo2 ? FORMAT_VideoInfo2 : FORMAT_VideoInfo;
+    description.InputSize = {video.width, video.height};
+    description.MinCroppingSize = description.MaxCroppingSize = description.InputSize;
+    description.MinOutputSize = description.MaxOutputSize = description.InputSize;
+    description.MinFrameInterval = description.MaxFrameInterval = video.interval;
+    std::memcpy(caps, &description, sizeof(description));
+    return MakeVideoType(video).CopyTo(type);
+  });
+}
+
+std::vector<MediaType> CameraPin::Types() { return m_selected ? std::vector{*m_selected} : AllTypes(); }
+
+std::vector<MediaType> CameraPin::AllTypes() const {
+  std::vector<MediaType> types;
+  for (const Format& format : m_behaviour.formats) {
+    types.push_back(MakeVideoType(ToVideo(format)));
+  }
+  return types;
+}
+
+std::size_t CameraPin::SampleSize(const AM_MEDIA_TYPE& type) {
+  const std::optional<Video> video = ReadVideoType(type);
+  return video ? std::size_t{video->sampleSize} + m_behaviour.extraBytes : 0;
+}
+
+const Format* CameraPin::Nearest(const Video& wanted) const {
+  const Format* nearest = nullptr;
+  REFERENCE_TIME nearestDistance = 0;
+  for (const Format& format : m_behaviour.formats) {
+    const Video offered = ToVideo(format);
+    const REFERENCE_TIME distance = Distance(offered.interval, wanted.interval);
+    if (offered.subtype == wanted.subtype && offered.width == wanted.width &&
+        offered.height == wanted.height && offered.isVideoInfo2 == wanted.isVideoInfo2 &&
+        (nearest == nullptr || distance < nearestDistance)) {
+      nearest = &format;
+      nearestDistance = distance;
+    }
+  }
+  return nearest;
+}
 
 CameraFilter::CameraFilter(Camera camera)
     : Filter(camera == Camera::kBuiltIn ? kBuiltInCameraClass : kPlugInCameraClass),
@@ -24,10 +155,10 @@ CameraFilter::CameraFilter(Camera camera)
       m_behaviour(CurrentBehaviour(camera)),
       m_pin(*this, m_behaviour) {}
 
-CameraFilter::~CameraFilter() { CameraFilter::Hold(); }
+CameraFilter::~CameraFilter() { CameraFilter::Halt(); }
 
 HRESULT CameraFilter::Prepare() {
-  // Wine's graph pauses its filters on the way to running and reports only what fails there.
+  // Wine's graph pauses its filters before it runs them and reports only failures of Pause.
   return m_behaviour.run != S_OK ? m_behaviour.run : m_pin.Commit();
 }
 
@@ -46,7 +177,7 @@ HRESULT CameraFilter::Start() {
   return S_OK;
 }
 
-void CameraFilter::Hold() {
+void CameraFilter::Halt() {
   if (!m_thread.joinable()) {
     return;
   }
@@ -55,7 +186,7 @@ void CameraFilter::Hold() {
     m_isStopping = true;
   }
   m_stopping.notify_all();
-  // Sends the thread on its way where it waits for a buffer.
+  // Wakes the thread if it waits for a buffer.
   m_pin.Decommit();
   m_thread.join();
   m_pin.Commit();
@@ -72,7 +203,7 @@ void CameraFilter::Stream(const Video& video) {
 }
 
 void CameraFilter::DeliverFrames(const Video& video) {
-  const graph::VideoFormat format = PackedFormat(video);
+  const graph::VideoFormat format = ToPackerFormat(video);
   simulated::NumberedPicture picture(format.width, format.height);
   simulated::FramePacker packer(format);
   const bool isPaced = IsPaced(m_behaviour);
@@ -106,21 +237,21 @@ bool CameraFilter::DeliverFrame(std::span<const std::uint8_t> frame, std::uint64
   if (FAILED(m_pin.GetSample(sample)) || !sample) {
     return false;
   }
-  const std::span<BYTE> room = RoomOf(*sample.Get());
+  const std::span<BYTE> buffer = BufferOf(*sample.Get());
   const std::size_t length = frame.size() + m_behaviour.extraBytes;
-  if (room.size() < length) {
+  if (buffer.size() < length) {
     NotifyGraph(EC_ERRORABORT, VFW_E_BUFFER_OVERFLOW, 0);
     return false;
   }
-  std::fill(std::copy(frame.begin(), frame.end(), room.begin()),
-            room.begin() + static_cast<std::ptrdiff_t>(length), BYTE{0});
+  std::fill(std::copy(frame.begin(), frame.end(), buffer.begin()),
+            buffer.begin() + static_cast<std::ptrdiff_t>(length), BYTE{0});
   REFERENCE_TIME start = static_cast<REFERENCE_TIME>(number) * interval;
   REFERENCE_TIME end = start + interval;
   sample->SetActualDataLength(static_cast<LONG>(length));
   sample->SetTime(&start, &end);
   sample->SetSyncPoint(TRUE);
   sample->SetDiscontinuity(number == 0 ? TRUE : FALSE);
-  // Counted before it is seen, so that nobody sees more frames than have been counted.
+  // Counted first, so that the count is never below the number of frames that a consumer has received.
   ++CountersOf(m_camera).delivered;
   if (m_pin.Deliver(*sample.Get()) == S_OK) {
     return true;

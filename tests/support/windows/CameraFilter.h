@@ -1,11 +1,10 @@
-// A camera: one output pin whose format can be set, and a thread that shows the numbered picture while it
-// runs.
+// A camera: a filter with one output pin and a thread that delivers numbered pictures while it runs.
 #pragma once
 
 #include <condition_variable>
 #include <thread>
 
-#include "support/windows/Behaviour.h"
+#include "support/windows/FixtureState.h"
 #include "support/windows/Pin.h"
 
 namespace fixtures {
@@ -17,15 +16,14 @@ class CameraPin : public WithInterface<OutputPin, IAMStreamConfig> {
 
   HRESULT STDMETHODCALLTYPE Connect(IPin* receiver, const AM_MEDIA_TYPE* type) override;
 
-  // Takes any type with size, layout and rate; of the rates that the camera has at that size, the nearest one
-  // is set.
+  // Selects the format with the type's layout and size and the nearest frame rate. Null restores all formats.
   HRESULT STDMETHODCALLTYPE SetFormat(AM_MEDIA_TYPE* type) override;
   HRESULT STDMETHODCALLTYPE GetFormat(AM_MEDIA_TYPE** type) override;
   HRESULT STDMETHODCALLTYPE GetNumberOfCapabilities(int* count, int* size) override;
   HRESULT STDMETHODCALLTYPE GetStreamCaps(int index, AM_MEDIA_TYPE** type, BYTE* caps) override;
 
  protected:
-  // Once a format has been set it is the only one.
+  // Only the selected format once SetFormat has succeeded.
   std::vector<MediaType> Types() override;
   std::size_t SampleSize(const AM_MEDIA_TYPE& type) override;
 
@@ -34,7 +32,7 @@ class CameraPin : public WithInterface<OutputPin, IAMStreamConfig> {
   const Format* Nearest(const Video& wanted) const;
 
   const CameraBehaviour& m_behaviour;
-  std::optional<MediaType> m_set;
+  std::optional<MediaType> m_selected;
 };
 
 class CameraFilter : public Filter {
@@ -46,15 +44,15 @@ class CameraFilter : public Filter {
   std::vector<IPin*> Pins() override { return {&m_pin}; }
   HRESULT Prepare() override;
   HRESULT Start() override;
-  void Hold() override;
+  void Halt() override;
   void Unprepare() override;
 
  private:
   using Clock = std::chrono::steady_clock;
 
+  // Streaming thread. The functions below return false when the stream is to end.
   void Stream(const Video& video);
   void DeliverFrames(const Video& video);
-  // False when the stream is to end.
   bool WaitUntil(Clock::time_point due);
   bool DeliverFrame(std::span<const std::uint8_t> frame, std::uint64_t number, REFERENCE_TIME interval);
 
@@ -62,7 +60,7 @@ class CameraFilter : public Filter {
   const CameraBehaviour m_behaviour;
   CameraPin m_pin;
 
-  std::mutex m_mutex;  // of the flag
+  std::mutex m_mutex;  // protects m_isStopping
   std::condition_variable m_stopping;
   bool m_isStopping = false;
   std::thread m_thread;

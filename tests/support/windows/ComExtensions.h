@@ -23,8 +23,7 @@ class WithInterface : public Base, public Interface {
   }
 };
 
-// An enumerator with all methods that the interfaces have on Windows. Derived is the class that derives from
-// it.
+// Adds the enumerator methods that the interfaces have on Windows only. Derived is the most derived class.
 template <typename Derived, typename Interface, typename Output, typename Item>
 class ClonableEnumerator : public com::Enumerator<Interface, Output, Item> {
  public:

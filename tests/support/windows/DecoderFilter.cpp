@@ -4,25 +4,25 @@
 
 #include <new>
 
-#include "support/windows/ClassIds.h"
+#include "support/windows/Registration.h"
 
 namespace fixtures {
 
-DecoderInput::DecoderInput(DecoderFilter& decoder) : InputPin(decoder, L"In"), m_decoder(decoder) {}
+DecoderInputPin::DecoderInputPin(DecoderFilter& decoder) : InputPin(decoder, L"In"), m_decoder(decoder) {}
 
-HRESULT STDMETHODCALLTYPE DecoderInput::EndOfStream() {
+HRESULT STDMETHODCALLTYPE DecoderInputPin::EndOfStream() {
   m_decoder.EndStream();
   return S_OK;
 }
 
-bool DecoderInput::Accepts(const AM_MEDIA_TYPE& type) {
+bool DecoderInputPin::Accepts(const AM_MEDIA_TYPE& type) {
   const std::optional<Video> video = ReadVideoType(type);
   return video && video->subtype == MEDIASUBTYPE_MJPG && video->width > 0 && video->height > 0;
 }
 
-HRESULT DecoderInput::Take(IMediaSample& sample) { return m_decoder.Decode(sample); }
+HRESULT DecoderInputPin::Process(IMediaSample& sample) { return m_decoder.Decode(sample); }
 
-std::vector<MediaType> DecoderOutput::Types() {
+std::vector<MediaType> DecoderOutputPin::Types() {
   if (!m_input.IsConnected()) {
     return {};
   }
@@ -37,7 +37,7 @@ std::vector<MediaType> DecoderOutput::Types() {
   return {argb, MakeVideoType(video)};
 }
 
-std::size_t DecoderOutput::SampleSize(const AM_MEDIA_TYPE& type) { return type.lSampleSize; }
+std::size_t DecoderOutputPin::SampleSize(const AM_MEDIA_TYPE& type) { return type.lSampleSize; }
 
 DecoderFilter::DecoderFilter()
     : Filter(kMjpgDecoderClass),
@@ -58,8 +58,8 @@ HRESULT DecoderFilter::Decode(IMediaSample& sample) {
   if (const HRESULT hr = m_output.GetSample(decoded); FAILED(hr)) {
     return hr;
   }
-  if (!DecodeInto(RoomOf(*decoded.Get()), BytesOf(sample), *video)) {
-    // A frame that is no picture of that size is left out.
+  if (!DecodeInto(BufferOf(*decoded.Get()), DataOf(sample), *video)) {
+    // Undecodable frames are dropped.
     return S_OK;
   }
   decoded->SetActualDataLength(static_cast<LONG>(video->sampleSize));
@@ -72,16 +72,16 @@ HRESULT DecoderFilter::Decode(IMediaSample& sample) {
   return m_output.Deliver(*decoded.Get());
 }
 
-bool DecoderFilter::DecodeInto(std::span<BYTE> room, std::span<const BYTE> jpeg, const Video& video) {
-  if (room.size() < video.sampleSize) {
+bool DecoderFilter::DecodeInto(std::span<BYTE> buffer, std::span<const BYTE> jpeg, const Video& video) {
+  if (buffer.size() < video.sampleSize) {
     return false;
   }
   if (video.subtype == MEDIASUBTYPE_ARGB32) {
-    return DecodeArgb(room.data(), jpeg, video, TJFLAG_BOTTOMUP);
+    return DecodeArgb(buffer.data(), jpeg, video, TJFLAG_BOTTOMUP);
   }
   m_argb.resize(std::size_t{2} * video.sampleSize);
   return DecodeArgb(m_argb.data(), jpeg, video, 0) &&
-         libyuv::ARGBToYUY2(m_argb.data(), 4 * video.width, room.data(), 2 * video.width, video.width,
+         libyuv::ARGBToYUY2(m_argb.data(), 4 * video.width, buffer.data(), 2 * video.width, video.width,
                             video.height) == 0;
 }
 

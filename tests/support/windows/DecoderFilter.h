@@ -1,5 +1,4 @@
-// Makes ARGB32 pictures, bottom-up, or YUY2 pictures of MJPG frames. The system inserts it where a connection
-// needs it.
+// Decodes MJPG to bottom-up ARGB32 or to YUY2. The graph inserts it into connections that need it.
 #pragma once
 
 #include <turbojpeg.h>
@@ -12,26 +11,26 @@ namespace fixtures {
 
 class DecoderFilter;
 
-class DecoderInput : public InputPin {
+class DecoderInputPin : public InputPin {
  public:
-  explicit DecoderInput(DecoderFilter& decoder);
+  explicit DecoderInputPin(DecoderFilter& decoder);
 
   HRESULT STDMETHODCALLTYPE EndOfStream() override;
 
  protected:
   bool Accepts(const AM_MEDIA_TYPE& type) override;
-  HRESULT Take(IMediaSample& sample) override;
+  HRESULT Process(IMediaSample& sample) override;
 
  private:
   DecoderFilter& m_decoder;
 };
 
-class DecoderOutput : public OutputPin {
+class DecoderOutputPin : public OutputPin {
  public:
-  DecoderOutput(Filter& filter, const Pin& input) : OutputPin(filter, L"Out"), m_input(input) {}
+  DecoderOutputPin(Filter& filter, const Pin& input) : OutputPin(filter, L"Out"), m_input(input) {}
 
  protected:
-  // None before the input is connected.
+  // Empty before the input is connected.
   std::vector<MediaType> Types() override;
   std::size_t SampleSize(const AM_MEDIA_TYPE& type) override;
 
@@ -56,13 +55,14 @@ class DecoderFilter : public Filter {
     void operator()(void* decompressor) const { tjDestroy(decompressor); }
   };
 
-  bool DecodeInto(std::span<BYTE> room, std::span<const BYTE> jpeg, const Video& video);
+  // Both return false if the JPEG is damaged or does not have the size of the video.
+  bool DecodeInto(std::span<BYTE> buffer, std::span<const BYTE> jpeg, const Video& video);
   bool DecodeArgb(BYTE* out, std::span<const BYTE> jpeg, const Video& video, int flags);
 
-  DecoderInput m_input;
-  DecoderOutput m_output;
+  DecoderInputPin m_input;
+  DecoderOutputPin m_output;
   std::unique_ptr<void, DestroyDecompressor> m_decompressor;
-  std::vector<BYTE> m_argb;  // on the way to YUY2
+  std::vector<BYTE> m_argb;  // intermediate picture for YUY2
 };
 
 }  // namespace fixtures

@@ -32,11 +32,11 @@ HRESULT STDMETHODCALLTYPE Filter::GetClassID(CLSID* classId) {
 }
 
 HRESULT STDMETHODCALLTYPE Filter::Stop() {
-  const std::lock_guard lock(m_changing);
+  const std::lock_guard lock(m_stateChange);
   if (m_state == State_Running) {
-    Hold();
+    Halt();
   }
-  // From here on nothing is accepted that is still on its way.
+  // Changes the state first, so that input pins reject samples that are still in transit.
   if (m_state.exchange(State_Stopped) != State_Stopped) {
     Unprepare();
   }
@@ -44,13 +44,13 @@ HRESULT STDMETHODCALLTYPE Filter::Stop() {
 }
 
 HRESULT STDMETHODCALLTYPE Filter::Pause() {
-  const std::lock_guard lock(m_changing);
+  const std::lock_guard lock(m_stateChange);
   if (m_state == State_Stopped) {
     if (const HRESULT hr = com::CatchToHresult([&] { return Prepare(); }); FAILED(hr)) {
       return hr;
     }
   } else if (m_state == State_Running) {
-    Hold();
+    Halt();
   }
   m_state = State_Paused;
   return S_OK;
@@ -62,7 +62,7 @@ HRESULT STDMETHODCALLTYPE Filter::Run(REFERENCE_TIME /*start*/) {
       return hr;
     }
   }
-  const std::lock_guard lock(m_changing);
+  const std::lock_guard lock(m_stateChange);
   if (m_state == State_Paused) {
     if (const HRESULT hr = com::CatchToHresult([&] { return Start(); }); FAILED(hr)) {
       return hr;

@@ -1,4 +1,4 @@
-// What the fixtures' filters have in common: state, graph, clock and pins.
+// Base class of the fixtures' filters: state, graph, clock and pins.
 #pragma once
 
 #include <atomic>
@@ -10,12 +10,12 @@
 
 namespace fixtures {
 
-// Calls that change the state come one at a time, and wait for each other.
+// Callable from any thread; state changes are serialised.
 class Filter : public com::ComObject<IBaseFilter> {
  public:
   explicit Filter(const CLSID& classId) : m_classId(classId) {}
 
-  // Also returns the filter for the interfaces that IBaseFilter extends.
+  // Also supports the base interfaces of IBaseFilter.
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override;
   HRESULT STDMETHODCALLTYPE GetClassID(CLSID* classId) override;
   HRESULT STDMETHODCALLTYPE Stop() override;
@@ -31,25 +31,25 @@ class Filter : public com::ComObject<IBaseFilter> {
   HRESULT STDMETHODCALLTYPE QueryVendorInfo(LPWSTR* info) override;
 
   FILTER_STATE State() const { return m_state; }
-  // An event of the graph that the filter is in.
+  // Sends an event to the filter's graph, if there is one.
   void NotifyGraph(long code, LONG_PTR first, LONG_PTR second);
 
  protected:
   virtual std::vector<IPin*> Pins() = 0;
-  // The steps between the states. A failing one leaves the state as it was.
-  virtual HRESULT Prepare() { return S_OK; }  // stopped to paused
-  virtual HRESULT Start() { return S_OK; }    // paused to running
-  virtual void Hold() {}                      // running to paused
-  virtual void Unprepare() {}                 // paused to stopped
+  // State transitions. A transition that fails leaves the state unchanged.
+  virtual HRESULT Prepare() { return S_OK; }  // stopped -> paused
+  virtual HRESULT Start() { return S_OK; }    // paused -> running
+  virtual void Halt() {}                      // running -> paused
+  virtual void Unprepare() {}                 // paused -> stopped
 
  private:
   const CLSID m_classId;
-  std::mutex m_changing;  // held during a change of the state
+  std::mutex m_stateChange;  // serialises state changes
   std::atomic<FILTER_STATE> m_state{State_Stopped};
 
-  std::mutex m_mutex;  // of everything below
+  std::mutex m_mutex;  // protects the members below
   ComPtr<IReferenceClock> m_clock;
-  // Weak: the graph holds its filters, and takes itself away before it goes.
+  // Not owned: the graph owns its filters and calls JoinFilterGraph(nullptr) before it is destroyed.
   IFilterGraph* m_graph = nullptr;
   IMediaEventSink* m_events = nullptr;
   std::wstring m_name;

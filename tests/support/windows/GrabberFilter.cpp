@@ -9,17 +9,18 @@ constexpr LONG kCallSampleCB = 0;
 constexpr LONG kCallBufferCB = 1;
 
 double SampleTime(IMediaSample& sample) {
-  constexpr double kUnitsPerSecond = 10'000'000;
   REFERENCE_TIME start = 0;
   REFERENCE_TIME end = 0;
-  return SUCCEEDED(sample.GetTime(&start, &end)) ? static_cast<double>(start) / kUnitsPerSecond : 0;
+  return SUCCEEDED(sample.GetTime(&start, &end))
+             ? static_cast<double>(start) / static_cast<double>(kUnitsPerSecond)
+             : 0;
 }
 
 }  // namespace
 
-GrabberInput::GrabberInput(GrabberFilter& grabber) : InputPin(grabber, L"In"), m_grabber(grabber) {}
-bool GrabberInput::Accepts(const AM_MEDIA_TYPE& type) { return m_grabber.Accepts(type); }
-HRESULT GrabberInput::Take(IMediaSample& sample) { return m_grabber.Show(sample); }
+GrabberInputPin::GrabberInputPin(GrabberFilter& grabber) : InputPin(grabber, L"In"), m_grabber(grabber) {}
+bool GrabberInputPin::Accepts(const AM_MEDIA_TYPE& type) { return m_grabber.Accepts(type); }
+HRESULT GrabberInputPin::Process(IMediaSample& sample) { return m_grabber.Process(sample); }
 
 GrabberFilter::GrabberFilter() : WithInterface(CLSID_SampleGrabber), m_input(*this), m_output(*this) {}
 
@@ -75,7 +76,7 @@ HRESULT STDMETHODCALLTYPE GrabberFilter::SetCallback(ISampleGrabberCB* callback,
   if (method != kCallSampleCB && method != kCallBufferCB) {
     return E_INVALIDARG;
   }
-  // Released without the lock.
+  // Released after the lock.
   ComPtr<ISampleGrabberCB> replaced(callback);
   const std::lock_guard lock(m_mutex);
   std::swap(m_settings.callback, replaced);
@@ -93,19 +94,19 @@ HRESULT GrabberFilter::Start() {
   return S_OK;
 }
 
-HRESULT GrabberFilter::Show(IMediaSample& sample) {
-  const std::span<BYTE> bytes = BytesOf(sample);
+HRESULT GrabberFilter::Process(IMediaSample& sample) {
+  const std::span<BYTE> data = DataOf(sample);
   Settings settings;
   {
     const std::lock_guard lock(m_mutex);
     settings = m_settings;
     if (settings.isBuffering) {
-      m_buffered.assign(bytes.begin(), bytes.end());
+      m_buffered.assign(data.begin(), data.end());
       m_hasBuffered = true;
     }
   }
   if (settings.callback && settings.method == kCallBufferCB) {
-    settings.callback->BufferCB(SampleTime(sample), bytes.data(), static_cast<LONG>(bytes.size()));
+    settings.callback->BufferCB(SampleTime(sample), data.data(), static_cast<LONG>(data.size()));
   } else if (settings.callback) {
     settings.callback->SampleCB(SampleTime(sample), &sample);
   }

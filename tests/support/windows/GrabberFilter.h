@@ -1,5 +1,5 @@
-// The sample grabber: shows its callback object every sample, and ends the graph's wait at the first one
-// where it is asked for one shot.
+// The sample grabber: passes every sample to its callback object. In one-shot mode, the first sample
+// completes the graph, and the callbacks continue.
 #pragma once
 
 #include "support/windows/Pin.h"
@@ -8,34 +8,34 @@ namespace fixtures {
 
 class GrabberFilter;
 
-class GrabberInput : public InputPin {
+class GrabberInputPin : public InputPin {
  public:
-  explicit GrabberInput(GrabberFilter& grabber);
+  explicit GrabberInputPin(GrabberFilter& grabber);
 
  protected:
   bool Accepts(const AM_MEDIA_TYPE& type) override;
-  HRESULT Take(IMediaSample& sample) override;
+  HRESULT Process(IMediaSample& sample) override;
 
  private:
   GrabberFilter& m_grabber;
 };
 
-// Samples end at the grabber; its output pin is there because a grabber has one, and offers nothing.
-class GrabberOutput : public OutputPin {
+// Offers no types: samples end at the grabber. Users expect the pin to exist.
+class GrabberOutputPin : public OutputPin {
  public:
-  explicit GrabberOutput(Filter& filter) : OutputPin(filter, L"Out") {}
+  explicit GrabberOutputPin(Filter& filter) : OutputPin(filter, L"Out") {}
 
  protected:
   std::size_t SampleSize(const AM_MEDIA_TYPE& /*type*/) override { return 0; }
 };
 
-// The settings may change at any time, from any thread; they hold from the next sample on.
+// Settings may change at any time, from any thread; they apply from the next sample.
 class GrabberFilter : public WithInterface<WithInterface<Filter, ISampleGrabber>, IAMFilterMiscFlags> {
  public:
   GrabberFilter();
 
   HRESULT STDMETHODCALLTYPE SetOneShot(BOOL isOneShot) override;
-  // What the input pin accepts; parts that are all zero accept anything.
+  // The type that the input pin accepts; GUID_NULL in a field accepts any value.
   HRESULT STDMETHODCALLTYPE SetMediaType(const AM_MEDIA_TYPE* type) override;
   HRESULT STDMETHODCALLTYPE GetConnectedMediaType(AM_MEDIA_TYPE* type) override;
   HRESULT STDMETHODCALLTYPE SetBufferSamples(BOOL isBuffering) override;
@@ -43,11 +43,11 @@ class GrabberFilter : public WithInterface<WithInterface<Filter, ISampleGrabber>
   HRESULT STDMETHODCALLTYPE GetCurrentSample(IMediaSample** sample) override;
   HRESULT STDMETHODCALLTYPE SetCallback(ISampleGrabberCB* callback, LONG method) override;
 
-  // The system waits for the completion of renderers only.
+  // The graph counts only renderers when it waits for completion.
   ULONG STDMETHODCALLTYPE GetMiscFlags() override { return AM_FILTER_MISC_FLAGS_IS_RENDERER; }
 
   bool Accepts(const AM_MEDIA_TYPE& type);
-  HRESULT Show(IMediaSample& sample);
+  HRESULT Process(IMediaSample& sample);
 
  protected:
   std::vector<IPin*> Pins() override { return {&m_input, &m_output}; }
@@ -61,11 +61,11 @@ class GrabberFilter : public WithInterface<WithInterface<Filter, ISampleGrabber>
     LONG method = 0;
   };
 
-  GrabberInput m_input;
-  GrabberOutput m_output;
+  GrabberInputPin m_input;
+  GrabberOutputPin m_output;
   std::atomic<bool> m_isComplete{false};
 
-  std::mutex m_mutex;  // of everything below; not held while a sample is shown
+  std::mutex m_mutex;  // protects the members below; not held during callbacks
   Settings m_settings;
   MediaType m_wanted;
   std::vector<BYTE> m_buffered;

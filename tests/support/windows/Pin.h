@@ -1,5 +1,5 @@
-// The fixtures' pins. Connections are made and undone while the filter is stopped, so what streams reads them
-// without a lock.
+// Base classes of the fixtures' pins. Connections change only while the filter is stopped, so streaming code
+// reads them without a lock.
 #pragma once
 
 #include <functional>
@@ -13,7 +13,7 @@ namespace fixtures {
 
 class Pin : public com::ComPart<IPin> {
  public:
-  // name: "Out", which is also its identifier.
+  // name: also the pin's id, for example "Out".
   Pin(Filter& filter, PIN_DIRECTION direction, const wchar_t* name)
       : ComPart(filter), m_filter(filter), m_direction(direction), m_name(name) {}
 
@@ -25,7 +25,7 @@ class Pin : public com::ComPart<IPin> {
   HRESULT STDMETHODCALLTYPE QueryId(LPWSTR* id) override;
   HRESULT STDMETHODCALLTYPE QueryAccept(const AM_MEDIA_TYPE* type) override;
   HRESULT STDMETHODCALLTYPE EnumMediaTypes(IEnumMediaTypes** enumerator) override;
-  // All input pins go to all output pins.
+  // E_NOTIMPL: every input pin is connected to every output pin.
   HRESULT STDMETHODCALLTYPE QueryInternalConnections(IPin** pins, ULONG* count) override;
   HRESULT STDMETHODCALLTYPE EndOfStream() override;
   HRESULT STDMETHODCALLTYPE BeginFlush() override;
@@ -36,11 +36,11 @@ class Pin : public com::ComPart<IPin> {
   const AM_MEDIA_TYPE& Type() const { return m_type.Get(); }
 
  protected:
-  // The types that it offers, its preference first.
+  // The supported types, in order of preference.
   virtual std::vector<MediaType> Types() { return {}; }
   virtual bool Accepts(const AM_MEDIA_TYPE& type) = 0;
-  // After a connection has gone.
-  virtual void LetGo() {}
+  // Called after a disconnect.
+  virtual void ReleaseConnection() {}
 
   void SetConnection(IPin* peer, const AM_MEDIA_TYPE& type);
   Filter& Owner() const { return m_filter; }
@@ -54,7 +54,7 @@ class Pin : public com::ComPart<IPin> {
   MediaType m_type;
 };
 
-// Delivers samples in buffers of an allocator that the system makes.
+// Delivers samples in buffers of the system's memory allocator.
 class OutputPin : public Pin {
  public:
   OutputPin(Filter& filter, const wchar_t* name) : Pin(filter, PINDIR_OUTPUT, name) {}
@@ -62,20 +62,21 @@ class OutputPin : public Pin {
   HRESULT STDMETHODCALLTYPE Connect(IPin* receiver, const AM_MEDIA_TYPE* type) override;
   HRESULT STDMETHODCALLTYPE ReceiveConnection(IPin* connector, const AM_MEDIA_TYPE* type) override;
 
-  // Without a connection there is nothing to do: S_OK.
+  // Allocates the buffers. S_OK without a connection.
   HRESULT Commit();
-  // Lets a GetSample in progress fail.
+  // Frees the buffers; a blocked GetSample fails.
   void Decommit();
+  // Blocks until a buffer is free.
   HRESULT GetSample(ComPtr<IMediaSample>& sample);
-  // What the receiver answers.
+  // Returns the result of the receiver.
   HRESULT Deliver(IMediaSample& sample);
   void DeliverEndOfStream();
 
  protected:
-  // Bytes that a sample of a type needs.
+  // Buffer size for a type, in bytes.
   virtual std::size_t SampleSize(const AM_MEDIA_TYPE& type) = 0;
   bool Accepts(const AM_MEDIA_TYPE& type) override;
-  void LetGo() override;
+  void ReleaseConnection() override;
 
  private:
   HRESULT TryType(IPin& receiver, const AM_MEDIA_TYPE& type);
@@ -102,13 +103,13 @@ class InputPin : public WithInterface<Pin, IMemInputPin> {
   HRESULT STDMETHODCALLTYPE ReceiveCanBlock() override { return S_OK; }
 
  protected:
-  // A sample of a filter that is not stopped. No lock is held.
-  virtual HRESULT Take(IMediaSample& sample) = 0;
+  // Processes a sample. The filter is not stopped; no lock is held.
+  virtual HRESULT Process(IMediaSample& sample) = 0;
 };
 
-// The bytes of a sample that hold something.
-std::span<BYTE> BytesOf(IMediaSample& sample);
-// All that a sample has room for.
-std::span<BYTE> RoomOf(IMediaSample& sample);
+// The data in a sample's buffer.
+std::span<BYTE> DataOf(IMediaSample& sample);
+// A sample's whole buffer.
+std::span<BYTE> BufferOf(IMediaSample& sample);
 
 }  // namespace fixtures

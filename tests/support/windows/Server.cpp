@@ -1,47 +1,46 @@
-// The fixtures as a COM server.
-#include "support/windows/Behaviour.h"
+// Exports of the fixtures' COM server: class objects and registration.
 #include "support/windows/CameraFilter.h"
-#include "support/windows/ClassIds.h"
 #include "support/windows/DecoderFilter.h"
+#include "support/windows/FixtureState.h"
 #include "support/windows/GrabberFilter.h"
 #include "support/windows/Registration.h"
 
 namespace fixtures {
 namespace {
 
-using Maker = HRESULT (*)(REFIID iid, void** out);
+using Creator = HRESULT (*)(REFIID iid, void** out);
 
 template <typename Object, typename... Arguments>
-HRESULT Make(REFIID iid, void** out, Arguments... arguments) {
+HRESULT Create(REFIID iid, void** out, Arguments... arguments) {
   return com::MakeComObject<Object>(arguments...)->QueryInterface(iid, out);
 }
 
-HRESULT MakeBuiltIn(REFIID iid, void** out) {
+HRESULT CreateBuiltIn(REFIID iid, void** out) {
   const HRESULT bind = CurrentBehaviour(Camera::kBuiltIn).bind;
-  return bind != S_OK ? bind : Make<CameraFilter>(iid, out, Camera::kBuiltIn);
+  return bind != S_OK ? bind : Create<CameraFilter>(iid, out, Camera::kBuiltIn);
 }
 
-HRESULT MakePlugIn(REFIID iid, void** out) { return Make<CameraFilter>(iid, out, Camera::kPlugIn); }
+HRESULT CreatePlugIn(REFIID iid, void** out) { return Create<CameraFilter>(iid, out, Camera::kPlugIn); }
 
-Maker MakerOf(REFCLSID classId) {
+Creator FindCreator(REFCLSID classId) {
   if (classId == kBuiltInCameraClass) {
-    return MakeBuiltIn;
+    return CreateBuiltIn;
   }
   if (classId == kPlugInCameraClass) {
-    return MakePlugIn;
+    return CreatePlugIn;
   }
   if (classId == CLSID_SampleGrabber) {
-    return [](REFIID iid, void** out) { return Make<GrabberFilter>(iid, out); };
+    return [](REFIID iid, void** out) { return Create<GrabberFilter>(iid, out); };
   }
   if (classId == kMjpgDecoderClass) {
-    return [](REFIID iid, void** out) { return Make<DecoderFilter>(iid, out); };
+    return [](REFIID iid, void** out) { return Create<DecoderFilter>(iid, out); };
   }
   return nullptr;
 }
 
 class ClassFactory final : public com::ComObject<IClassFactory> {
  public:
-  explicit ClassFactory(Maker make) : m_make(make) {}
+  explicit ClassFactory(Creator create) : m_create(create) {}
 
   HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* outer, REFIID iid, void** out) override {
     if (out == nullptr) {
@@ -51,7 +50,7 @@ class ClassFactory final : public com::ComObject<IClassFactory> {
     if (outer != nullptr) {
       return CLASS_E_NOAGGREGATION;
     }
-    return com::CatchToHresult([&] { return m_make(iid, out); });
+    return com::CatchToHresult([&] { return m_create(iid, out); });
   }
 
   HRESULT STDMETHODCALLTYPE LockServer(BOOL isLocked) override {
@@ -60,24 +59,24 @@ class ClassFactory final : public com::ComObject<IClassFactory> {
   }
 
  private:
-  const Maker m_make;
+  const Creator m_create;
 };
 
 }  // namespace
 }  // namespace fixtures
 
-// The system's headers declare these without saying that they leave the DLL; camerafixtures.def does.
+// The system's headers declare these without dllexport; camerafixtures.def exports them.
 STDAPI DllGetClassObject(REFCLSID classId, REFIID iid, LPVOID* out) {
   if (out == nullptr) {
     return E_POINTER;
   }
   *out = nullptr;
-  const fixtures::Maker make = fixtures::MakerOf(classId);
-  if (make == nullptr) {
+  const fixtures::Creator create = fixtures::FindCreator(classId);
+  if (create == nullptr) {
     return CLASS_E_CLASSNOTAVAILABLE;
   }
   return com::CatchToHresult(
-      [&] { return com::MakeComObject<fixtures::ClassFactory>(make)->QueryInterface(iid, out); });
+      [&] { return com::MakeComObject<fixtures::ClassFactory>(create)->QueryInterface(iid, out); });
 }
 
 STDAPI DllCanUnloadNow() { return fixtures::LiveObjects() == 0 ? S_OK : S_FALSE; }

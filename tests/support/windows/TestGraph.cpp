@@ -5,9 +5,10 @@
 #include <memory>
 #include <stdexcept>
 
+namespace fixtures {
 namespace {
 
-constexpr std::chrono::seconds kPatience{30};
+constexpr std::chrono::seconds kTimeout{30};
 
 std::string Narrow(const wchar_t* text) {
   std::string narrow;
@@ -26,9 +27,9 @@ struct FreeMediaType {
 
 template <typename Interface>
 ComPtr<Interface> Create(REFCLSID classId) {
-  ComPtr<Interface> made;
-  CoCreateInstance(classId, nullptr, CLSCTX_INPROC_SERVER, __uuidof(Interface), made.PutVoid());
-  return made;
+  ComPtr<Interface> object;
+  CoCreateInstance(classId, nullptr, CLSCTX_INPROC_SERVER, __uuidof(Interface), object.PutVoid());
+  return object;
 }
 
 template <typename Interface, typename Object>
@@ -82,22 +83,22 @@ std::string Property(IMoniker& moniker, const wchar_t* name) {
   return text;
 }
 
-ComPtr<IBaseFilter> MakeFilter(IMoniker& moniker) {
+ComPtr<IBaseFilter> CreateFilter(IMoniker& moniker) {
   ComPtr<IBaseFilter> filter;
   moniker.BindToObject(nullptr, nullptr, IID_IBaseFilter, filter.PutVoid());
   return filter;
 }
 
-ComPtr<IBaseFilter> MakeFilterNamed(const std::string& displayName) {
+ComPtr<IBaseFilter> CreateFilterNamed(const std::string& displayName) {
   for (const ComPtr<IMoniker>& moniker : CaptureDevices()) {
     if (DisplayName(*moniker.Get()) == displayName) {
-      return MakeFilter(*moniker.Get());
+      return CreateFilter(*moniker.Get());
     }
   }
   return {};
 }
 
-ComPtr<IPin> PinOf(IBaseFilter& filter, PIN_DIRECTION direction) {
+ComPtr<IPin> FindPin(IBaseFilter& filter, PIN_DIRECTION direction) {
   ComPtr<IEnumPins> pins;
   if (FAILED(filter.EnumPins(pins.Put()))) {
     return {};
@@ -112,28 +113,28 @@ ComPtr<IPin> PinOf(IBaseFilter& filter, PIN_DIRECTION direction) {
   return {};
 }
 
-HRESULT STDMETHODCALLTYPE FrameKeeper::QueryInterface(REFIID iid, void** out) {
+HRESULT STDMETHODCALLTYPE FrameRecorder::QueryInterface(REFIID iid, void** out) {
   const bool isKnown = iid == IID_ISampleGrabberCB || iid == IID_IUnknown;
   *out = isKnown ? static_cast<ISampleGrabberCB*>(this) : nullptr;
   return isKnown ? S_OK : E_NOINTERFACE;
 }
 
-HRESULT STDMETHODCALLTYPE FrameKeeper::SampleCB(double time, IMediaSample* sample) {
+HRESULT STDMETHODCALLTYPE FrameRecorder::SampleCB(double time, IMediaSample* sample) {
   BYTE* bytes = nullptr;
   const HRESULT hr = sample->GetPointer(&bytes);
   return FAILED(hr) ? hr : BufferCB(time, bytes, sample->GetActualDataLength());
 }
 
-HRESULT STDMETHODCALLTYPE FrameKeeper::BufferCB(double time, BYTE* buffer, LONG length) {
+HRESULT STDMETHODCALLTYPE FrameRecorder::BufferCB(double time, BYTE* buffer, LONG length) {
   std::function<void()> action;
   {
     const std::lock_guard lock(m_mutex);
-    if (m_frames.size() < kMostFrames) {
+    if (m_frames.size() < kMaxFrames) {
       m_frames.emplace_back(buffer, buffer + length);
       m_times.push_back(time);
     }
     ++m_count;
-    action = m_inCallback;
+    action = m_callbackAction;
   }
   m_changed.notify_all();
   if (action) {
@@ -142,47 +143,47 @@ HRESULT STDMETHODCALLTYPE FrameKeeper::BufferCB(double time, BYTE* buffer, LONG 
   return S_OK;
 }
 
-bool FrameKeeper::WaitForFrames(std::size_t count) {
+bool FrameRecorder::WaitForFrames(std::size_t count) {
   std::unique_lock lock(m_mutex);
-  return m_changed.wait_for(lock, kPatience, [&] { return m_count >= count; });
+  return m_changed.wait_for(lock, kTimeout, [&] { return m_count >= count; });
 }
 
-std::vector<std::vector<BYTE>> FrameKeeper::Frames() const {
+std::vector<std::vector<BYTE>> FrameRecorder::Frames() const {
   const std::lock_guard lock(m_mutex);
   return m_frames;
 }
 
-std::vector<double> FrameKeeper::Times() const {
+std::vector<double> FrameRecorder::Times() const {
   const std::lock_guard lock(m_mutex);
   return m_times;
 }
 
-std::size_t FrameKeeper::Count() const {
+std::size_t FrameRecorder::Count() const {
   const std::lock_guard lock(m_mutex);
   return m_count;
 }
 
-void FrameKeeper::InCallback(std::function<void()> action) {
+void FrameRecorder::SetCallbackAction(std::function<void()> action) {
   const std::lock_guard lock(m_mutex);
-  m_inCallback = std::move(action);
+  m_callbackAction = std::move(action);
 }
 
-TestGraph::TestGraph(const std::string& cameraName, FrameKeeper& keeper, REFGUID wanted)
+TestGraph::TestGraph(const std::string& cameraName, FrameRecorder& recorder, REFGUID wanted)
     : m_graph(Create<IGraphBuilder>(CLSID_FilterGraph)),
       m_control(Query<IMediaControl>(m_graph, IID_IMediaControl)),
       m_event(Query<IMediaEvent>(m_graph, IID_IMediaEvent)),
-      m_camera(MakeFilterNamed(cameraName)),
+      m_camera(CreateFilterNamed(cameraName)),
       m_grabberFilter(Create<IBaseFilter>(CLSID_SampleGrabber)),
       m_grabber(Query<ISampleGrabber>(m_grabberFilter, IID_ISampleGrabber)) {
   if (!m_control || !m_event || !m_camera || !m_grabber) {
-    throw std::runtime_error("a part of the graph cannot be made");
+    throw std::runtime_error("the graph or one of its filters cannot be created");
   }
   AM_MEDIA_TYPE type{};
   type.majortype = MEDIATYPE_Video;
   type.subtype = wanted;
   type.formattype = FORMAT_VideoInfo;
   m_grabber->SetMediaType(&type);
-  m_grabber->SetCallback(&keeper, 1);
+  m_grabber->SetCallback(&recorder, 1);
   m_grabber->SetBufferSamples(TRUE);
   m_grabber->SetOneShot(TRUE);
   m_graph->AddFilter(m_camera.Get(), nullptr);
@@ -192,7 +193,7 @@ TestGraph::TestGraph(const std::string& cameraName, FrameKeeper& keeper, REFGUID
 TestGraph::~TestGraph() { m_control->Stop(); }
 
 HRESULT TestGraph::SetFormat(REFGUID subtype, LONG width, LONG height, REFERENCE_TIME interval) {
-  const auto config = Query<IAMStreamConfig>(PinOf(*m_camera.Get(), PINDIR_OUTPUT), IID_IAMStreamConfig);
+  const auto config = Query<IAMStreamConfig>(FindPin(*m_camera.Get(), PINDIR_OUTPUT), IID_IAMStreamConfig);
   AM_MEDIA_TYPE* current = nullptr;
   if (const HRESULT hr = config->GetFormat(&current); FAILED(hr)) {
     return hr;
@@ -209,8 +210,8 @@ HRESULT TestGraph::SetFormat(REFGUID subtype, LONG width, LONG height, REFERENCE
 }
 
 HRESULT TestGraph::Connect() {
-  return m_graph->Connect(PinOf(*m_camera.Get(), PINDIR_OUTPUT).Get(),
-                          PinOf(*m_grabberFilter.Get(), PINDIR_INPUT).Get());
+  return m_graph->Connect(FindPin(*m_camera.Get(), PINDIR_OUTPUT).Get(),
+                          FindPin(*m_grabberFilter.Get(), PINDIR_INPUT).Get());
 }
 
 HRESULT TestGraph::Run() { return m_control->Run(); }
@@ -221,13 +222,13 @@ HRESULT TestGraph::WaitForCompletion(LONG milliseconds, LONG& code) {
 }
 
 bool TestGraph::WaitForEvent(LONG wanted) {
-  constexpr LONG kLookAround = 100;  // ms
-  const auto end = std::chrono::steady_clock::now() + kPatience;
+  constexpr LONG kPollInterval = 100;  // ms
+  const auto end = std::chrono::steady_clock::now() + kTimeout;
   while (std::chrono::steady_clock::now() < end) {
     LONG code = 0;
     LONG_PTR first = 0;
     LONG_PTR second = 0;
-    if (m_event->GetEvent(&code, &first, &second, kLookAround) != S_OK) {
+    if (m_event->GetEvent(&code, &first, &second, kPollInterval) != S_OK) {
       continue;
     }
     m_event->FreeEventParams(code, first, second);
@@ -239,11 +240,11 @@ bool TestGraph::WaitForEvent(LONG wanted) {
 }
 
 bool TestGraph::Capture(REFGUID subtype, LONG width, LONG height) {
-  constexpr REFERENCE_TIME kThirtiethOfSecond = 333'333;
-  constexpr LONG kTwentySeconds = 20'000;
+  constexpr REFERENCE_TIME kIntervalAt30Fps = 333'333;
+  constexpr LONG kTimeoutMs = 20'000;
   LONG code = 0;
-  return SetFormat(subtype, width, height, kThirtiethOfSecond) == S_OK && Connect() == S_OK &&
-         Run() == S_OK && WaitForCompletion(kTwentySeconds, code) == S_OK && code == EC_COMPLETE;
+  return SetFormat(subtype, width, height, kIntervalAt30Fps) == S_OK && Connect() == S_OK && Run() == S_OK &&
+         WaitForCompletion(kTimeoutMs, code) == S_OK && code == EC_COMPLETE;
 }
 
 std::size_t TestGraph::FilterCount() const {
@@ -274,3 +275,5 @@ VIDEOINFOHEADER TestGraph::ConnectedFormat() const {
   CoTaskMemFree(type.pbFormat);
   return format;
 }
+
+}  // namespace fixtures

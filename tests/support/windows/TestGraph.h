@@ -1,5 +1,5 @@
-// A capture graph as DirectShow's users build it: a camera from the list of capture devices, connected to the
-// sample grabber, with a callback that keeps the frames.
+// A capture graph built through DirectShow: a camera from the list of capture devices, connected to a sample
+// grabber whose callback records the frames.
 #pragma once
 
 #include <chrono>
@@ -12,28 +12,31 @@
 #include "DirectShow.h"
 #include "com/ComPtr.h"
 
-// COM of the test's thread.
-class ComForTest {
+namespace fixtures {
+
+// A single-threaded COM apartment on the current thread.
+class ComApartment {
  public:
-  ComForTest() { CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED); }
-  ComForTest(const ComForTest&) = delete;
-  ComForTest& operator=(const ComForTest&) = delete;
-  ~ComForTest() { CoUninitialize(); }
+  ComApartment() { CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED); }
+  ComApartment(const ComApartment&) = delete;
+  ComApartment& operator=(const ComApartment&) = delete;
+  ~ComApartment() { CoUninitialize(); }
 };
 
-// The capture devices in the system's order.
+// The capture devices in the order of the system.
 std::vector<ComPtr<IMoniker>> CaptureDevices();
 std::string DisplayName(IMoniker& moniker);
-// A property of the device: "FriendlyName".
+// A text property such as L"FriendlyName"; empty if it does not exist.
 std::string Property(IMoniker& moniker, const wchar_t* name);
-// Null when it cannot be made.
-ComPtr<IBaseFilter> MakeFilter(IMoniker& moniker);
-ComPtr<IBaseFilter> MakeFilterNamed(const std::string& displayName);
+// Both return null if the filter cannot be created.
+ComPtr<IBaseFilter> CreateFilter(IMoniker& moniker);
+ComPtr<IBaseFilter> CreateFilterNamed(const std::string& displayName);
 
-ComPtr<IPin> PinOf(IBaseFilter& filter, PIN_DIRECTION direction);
+// The first pin with that direction; null if there is none.
+ComPtr<IPin> FindPin(IBaseFilter& filter, PIN_DIRECTION direction);
 
-// Lives on the stack of a test, longer than the graph.
-class FrameKeeper : public ISampleGrabberCB {
+// Records the frames of a graph. Not reference-counted: must outlive the graph.
+class FrameRecorder : public ISampleGrabberCB {
  public:
   ULONG STDMETHODCALLTYPE AddRef() override { return 2; }
   ULONG STDMETHODCALLTYPE Release() override { return 1; }
@@ -41,15 +44,15 @@ class FrameKeeper : public ISampleGrabberCB {
   HRESULT STDMETHODCALLTYPE SampleCB(double time, IMediaSample* sample) override;
   HRESULT STDMETHODCALLTYPE BufferCB(double time, BYTE* buffer, LONG length) override;
 
-  // False when they do not come in time.
+  // False on timeout.
   bool WaitForFrames(std::size_t count);
+  // The first kMaxFrames frames and their times in seconds. Later frames are only counted.
+  static constexpr std::size_t kMaxFrames = 64;
   std::vector<std::vector<BYTE>> Frames() const;
   std::vector<double> Times() const;
-  // Frames that came after that many are counted and not kept.
-  static constexpr std::size_t kMostFrames = 64;
   std::size_t Count() const;
-  // Runs inside every later callback.
-  void InCallback(std::function<void()> action);
+  // Sets an action that every callback runs.
+  void SetCallbackAction(std::function<void()> action);
 
  private:
   mutable std::mutex m_mutex;
@@ -57,31 +60,31 @@ class FrameKeeper : public ISampleGrabberCB {
   std::vector<std::vector<BYTE>> m_frames;
   std::vector<double> m_times;
   std::size_t m_count = 0;
-  std::function<void()> m_inCallback;
+  std::function<void()> m_callbackAction;
 };
 
 class TestGraph {
  public:
-  // Both filters in the graph, the grabber asking for that subtype and for one shot; nothing connected.
-  TestGraph(const std::string& cameraName, FrameKeeper& keeper, REFGUID wanted);
+  // Adds both filters without connecting them. The grabber accepts that subtype and is in one-shot mode.
+  TestGraph(const std::string& cameraName, FrameRecorder& recorder, REFGUID wanted);
   TestGraph(const TestGraph&) = delete;
   TestGraph& operator=(const TestGraph&) = delete;
   ~TestGraph();
 
-  // Size, layout and rate through IAMStreamConfig, starting from the current format.
+  // Changes the camera's current format through IAMStreamConfig. interval: 100 ns.
   HRESULT SetFormat(REFGUID subtype, LONG width, LONG height, REFERENCE_TIME interval);
   HRESULT Connect();
   HRESULT Run();
   HRESULT Stop();
-  // -1: for ever.
+  // -1 waits without a timeout.
   HRESULT WaitForCompletion(LONG milliseconds, LONG& code);
-  // Takes events off the graph until that one has come; false when it does not come in time.
+  // Removes events from the graph's queue up to and including this one; false on timeout.
   bool WaitForEvent(LONG wanted);
-  // Everything from the format to the first frame.
+  // Sets the format at 30 fps, connects, runs and waits for the first frame.
   bool Capture(REFGUID subtype, LONG width, LONG height);
 
   std::size_t FilterCount() const;
-  AM_MEDIA_TYPE ConnectedType() const;  // without its format block
+  AM_MEDIA_TYPE ConnectedType() const;  // without the format block
   VIDEOINFOHEADER ConnectedFormat() const;
   ISampleGrabber& Grabber() const { return *m_grabber.Get(); }
 
@@ -93,3 +96,5 @@ class TestGraph {
   ComPtr<IBaseFilter> m_grabberFilter;
   ComPtr<ISampleGrabber> m_grabber;
 };
+
+}  // namespace fixtures

@@ -21,21 +21,20 @@ class TypeEnumerator final
 
 template <typename Header>
 Header VideoHeader(const Video& video) {
-  constexpr WORD kBitsOfArgb = 32;
-  constexpr WORD kBitsOfOthers = 16;
-  constexpr REFERENCE_TIME kUnitsInSecond = 10'000'000;
+  constexpr WORD kBitsPerArgbPixel = 32;
+  constexpr WORD kBitsPerOtherPixel = 16;
   const bool isArgb = video.subtype == MEDIASUBTYPE_ARGB32;
   Header header{};
   header.AvgTimePerFrame = video.interval;
   if (video.interval > 0) {
     header.dwBitRate = static_cast<DWORD>(
-        std::min<REFERENCE_TIME>(8 * kUnitsInSecond / video.interval * video.sampleSize, MAXDWORD));
+        std::min<REFERENCE_TIME>(8 * kUnitsPerSecond / video.interval * video.sampleSize, MAXDWORD));
   }
   header.bmiHeader.biSize = sizeof(header.bmiHeader);
   header.bmiHeader.biWidth = video.width;
   header.bmiHeader.biHeight = video.height;
   header.bmiHeader.biPlanes = 1;
-  header.bmiHeader.biBitCount = isArgb ? kBitsOfArgb : kBitsOfOthers;
+  header.bmiHeader.biBitCount = isArgb ? kBitsPerArgbPixel : kBitsPerOtherPixel;
   header.bmiHeader.biCompression = isArgb ? static_cast<DWORD>(BI_RGB) : video.subtype.Data1;
   header.bmiHeader.biSizeImage = video.sampleSize;
   return header;
@@ -57,7 +56,7 @@ std::optional<Video> ReadHeader(const AM_MEDIA_TYPE& type) {
   return video;
 }
 
-bool IsAskedFor(REFGUID id, REFGUID wanted) { return wanted == GUID_NULL || wanted == id; }
+bool MatchesGuid(REFGUID id, REFGUID wanted) { return wanted == GUID_NULL || wanted == id; }
 
 }  // namespace
 
@@ -73,7 +72,7 @@ MediaType::MediaType(const AM_MEDIA_TYPE& type) : m_type(type) {
 MediaType& MediaType::operator=(const MediaType& other) {
   MediaType copy(other);
   std::swap(m_type, copy.m_type);
-  // The blocks go with the vectors.
+  // Swapped vectors keep their buffers, so pbFormat stays valid.
   m_format.swap(copy.m_format);
   return *this;
 }
@@ -153,8 +152,8 @@ std::optional<Video> ReadVideoType(const AM_MEDIA_TYPE& type) {
 }
 
 bool Matches(const AM_MEDIA_TYPE& type, const AM_MEDIA_TYPE& wanted) {
-  return IsAskedFor(type.majortype, wanted.majortype) && IsAskedFor(type.subtype, wanted.subtype) &&
-         IsAskedFor(type.formattype, wanted.formattype);
+  return MatchesGuid(type.majortype, wanted.majortype) && MatchesGuid(type.subtype, wanted.subtype) &&
+         MatchesGuid(type.formattype, wanted.formattype);
 }
 
 ComPtr<IEnumMediaTypes> EnumerateTypes(std::vector<MediaType> types) {

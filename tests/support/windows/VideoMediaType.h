@@ -1,4 +1,4 @@
-// Media types with their format blocks, and those of video.
+// Media types that own their format block.
 #pragma once
 
 #include <optional>
@@ -8,7 +8,9 @@
 
 namespace fixtures {
 
-// Owns a media type and its format block.
+inline constexpr REFERENCE_TIME kUnitsPerSecond = 10'000'000;  // of REFERENCE_TIME
+
+// Owns a media type and its format block. pUnk is always null.
 class MediaType {
  public:
   MediaType() = default;
@@ -17,7 +19,7 @@ class MediaType {
   MediaType& operator=(const MediaType& other);
 
   const AM_MEDIA_TYPE& Get() const { return m_type; }
-  // Copies for callers, the format block or all of it in task memory.
+  // Copy the type for a caller who frees the format block, or the whole type, with CoTaskMemFree.
   HRESULT CopyTo(AM_MEDIA_TYPE* out) const;
   HRESULT CopyTo(AM_MEDIA_TYPE** out) const;
   bool IsEqualTo(const AM_MEDIA_TYPE& other) const;
@@ -27,22 +29,22 @@ class MediaType {
   std::vector<BYTE> m_format;
 };
 
-// What matters of a video type.
+// The fields of a video type.
 struct Video {
   GUID subtype{};
   LONG width = 0;
   LONG height = 0;
-  REFERENCE_TIME interval = 0;  // of a frame
-  DWORD sampleSize = 0;         // the greatest one, bytes
+  REFERENCE_TIME interval = 0;  // between frames, 100 ns
+  DWORD sampleSize = 0;         // maximum, bytes
   bool isVideoInfo2 = false;
 };
 
-// Pictures of YUY2, ARGB32 or a compressed layout.
+// subtype: YUY2, ARGB32 or a compressed one.
 MediaType MakeVideoType(const Video& video);
-// Nothing for a type that is no video or has another format block.
+// std::nullopt unless the type is video with a VIDEOINFOHEADER or VIDEOINFOHEADER2.
 std::optional<Video> ReadVideoType(const AM_MEDIA_TYPE& type);
 
-// Whether a type is what a partial one asks for, whose parts that are all zero ask for anything.
+// True if a type matches a partial type, in which GUID_NULL stands for any value.
 bool Matches(const AM_MEDIA_TYPE& type, const AM_MEDIA_TYPE& wanted);
 
 ComPtr<IEnumMediaTypes> EnumerateTypes(std::vector<MediaType> types);

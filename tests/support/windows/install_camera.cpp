@@ -1,5 +1,4 @@
-// Puts the camera fixtures into the Wine prefix that it runs in, which then is a laptop with a built-in
-// camera and another one plugged in.
+// Installs the camera fixtures in the current Wine prefix, which then has a built-in and a plug-in camera.
 #include <cstdio>
 #include <exception>
 
@@ -12,6 +11,6 @@ int main() {
     std::fprintf(stderr, "install_camera: %s\n", error.what());
     return 1;
   }
-  std::puts("install_camera: this PC has a built-in camera now");
+  std::puts("install_camera: installed a built-in and a plug-in camera");
   return 0;
 }

@@ -1,4 +1,4 @@
-// The fixtures' USB devices, as SetupAPI and the configuration manager present them.
+// The USB devices of the fixtures, read through SetupAPI and the configuration manager.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -71,20 +71,20 @@ std::vector<UsbDevice> PresentUsbDevices() {
   return devices;
 }
 
-class UsbDevicesTest : public ::testing::Test {
+class UsbRegistryTest : public ::testing::Test {
  protected:
-  UsbDevicesTest() { fixtures::UsePc(Pc::kLaptop); }
-  ~UsbDevicesTest() override { fixtures::UsePc(Pc::kLaptop); }
+  UsbRegistryTest() { fixtures::UsePc(Pc::kLaptop); }
+  ~UsbRegistryTest() override { fixtures::UsePc(Pc::kLaptop); }
 
   const UsbDevice builtIn{fixtures::kBuiltInUsbId, false, fixtures::kBuiltInChildId};
   const UsbDevice plugIn{fixtures::kPlugInUsbId, true, fixtures::kPlugInChildId};
 };
 
-TEST_F(UsbDevicesTest, ALaptopHasAFixedCameraAndARemovableOne) {
+TEST_F(UsbRegistryTest, LaptopHasAFixedAndARemovableCamera) {
   EXPECT_THAT(PresentUsbDevices(), ElementsAre(plugIn, builtIn));
 }
 
-TEST_F(UsbDevicesTest, ThePcIsWhatATestMakesIt) {
+TEST_F(UsbRegistryTest, ListsOnlyTheDevicesOfThePc) {
   fixtures::UsePc(Pc::kNoCamera);
   EXPECT_THAT(PresentUsbDevices(), IsEmpty());
   fixtures::UsePc(Pc::kOnlyPlugIn);
@@ -94,7 +94,7 @@ TEST_F(UsbDevicesTest, ThePcIsWhatATestMakesIt) {
   EXPECT_THAT(PresentUsbDevices(), ElementsAre(builtIn));
 }
 
-TEST_F(UsbDevicesTest, AttachmentAndChildAreWhatATestMakesThem) {
+TEST_F(UsbRegistryTest, ReportsConfiguredRemovabilityAndChild) {
   fixtures::SetRemovable(Camera::kPlugIn, false);
   fixtures::SetRemovable(Camera::kBuiltIn, true);
   fixtures::SetChildId(Camera::kPlugIn, "");
@@ -103,13 +103,13 @@ TEST_F(UsbDevicesTest, AttachmentAndChildAreWhatATestMakesThem) {
                                                UsbDevice{fixtures::kBuiltInUsbId, true, R"(USB\OTHER\1)"}));
 }
 
-TEST_F(UsbDevicesTest, ADeviceThatIsNotThereCannotBeChanged) {
+TEST_F(UsbRegistryTest, ChangingAnAbsentDeviceThrows) {
   fixtures::UsePc(Pc::kNoCamera);
   EXPECT_THROW(fixtures::SetRemovable(Camera::kBuiltIn, true), std::system_error);
   EXPECT_THROW(fixtures::SetChildId(Camera::kPlugIn, ""), std::system_error);
 }
 
-TEST_F(UsbDevicesTest, AnIdThatDoesNotFitIsRefused) {
+TEST_F(UsbRegistryTest, RejectsUnknownHandlesAndSmallBuffers) {
   std::array<char, 8> id{};
   DEVINST child = 0;
   const HDEVINFO set = SetupDiGetClassDevsW(&GUID_DEVINTERFACE_USB_DEVICE, nullptr, nullptr,
@@ -123,8 +123,8 @@ TEST_F(UsbDevicesTest, AnIdThatDoesNotFitIsRefused) {
   SetupDiDestroyDeviceInfoList(set);
 }
 
-// Programs outside the fixtures' folder have it from the prefix, into which install_camera has put it.
-TEST_F(UsbDevicesTest, TheReplacementServesEveryProgramOfThePrefix) {
+// install_camera copies the replacement into the prefix's system folder.
+TEST_F(UsbRegistryTest, ReplacedConfigurationManagerIsLoadedFromTheSystemFolder) {
   std::array<wchar_t, MAX_PATH> used{};
   std::array<wchar_t, MAX_PATH> system{};
   GetModuleFileNameW(GetModuleHandleW(L"cfgmgr32.dll"), used.data(), MAX_PATH);

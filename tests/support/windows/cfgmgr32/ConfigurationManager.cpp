@@ -1,6 +1,6 @@
-// A replacement for the three functions of the configuration manager that Wine answers with success and
-// nothing else. What they tell of the fixtures' USB devices is in the devices' registry keys; every other
-// device, and every other function, is the system's matter.
+// Replaces the three functions of the configuration manager that return success in Wine without writing their
+// outputs. For the fixtures' USB devices they return values from the registry. All other devices and
+// functions are forwarded to the system.
 #include <windows.h>
 
 #include <cfgmgr32.h>
@@ -18,7 +18,7 @@
 
 namespace {
 
-// Children are numbered here, above what the system hands out for its devices.
+// Handles of child devices start above those of the system.
 constexpr DEVINST kFirstChild = 0x40000000;
 constexpr std::size_t kIdSize = MAX_DEVICE_ID_LEN + 1;
 
@@ -27,13 +27,13 @@ struct Children {
   std::vector<std::wstring> ids;
 };
 
-Children& TheChildren() {
+Children& KnownChildren() {
   static Children children;
   return children;
 }
 
-DEVINST NumberOf(const std::wstring& childId) {
-  Children& children = TheChildren();
+DEVINST ChildHandle(const std::wstring& childId) {
+  Children& children = KnownChildren();
   const std::lock_guard lock(children.mutex);
   auto found = std::find(children.ids.begin(), children.ids.end(), childId);
   if (found == children.ids.end()) {
@@ -42,15 +42,15 @@ DEVINST NumberOf(const std::wstring& childId) {
   return kFirstChild + static_cast<DEVINST>(found - children.ids.begin());
 }
 
-// Empty for a number that was never handed out.
+// Empty for an unknown handle.
 std::wstring ChildId(DEVINST child) {
-  Children& children = TheChildren();
+  Children& children = KnownChildren();
   const std::lock_guard lock(children.mutex);
   const std::size_t index = child - kFirstChild;
   return index < children.ids.size() ? children.ids[index] : std::wstring();
 }
 
-// The registry key of one of the fixtures' devices.
+// The registry key of a device; empty for children and unknown devices.
 std::wstring DeviceKey(DEVINST device) {
   std::array<wchar_t, kIdSize> id{};
   if (device >= kFirstChild ||
@@ -78,7 +78,7 @@ bool ReadText(const std::wstring& key, const wchar_t* value, std::wstring& text)
 }
 
 template <typename Action>
-CONFIGRET Guarded(Action&& action) noexcept try {
+CONFIGRET CatchToConfigRet(Action&& action) noexcept try {
   return std::forward<Action>(action)();
 } catch (const std::bad_alloc&) {
   return CR_OUT_OF_MEMORY;
@@ -91,7 +91,7 @@ CONFIGRET Guarded(Action&& action) noexcept try {
 extern "C" {
 
 CONFIGRET WINAPI FixtureGetDevNodeStatus(PULONG status, PULONG problem, DEVINST device, ULONG flags) {
-  return Guarded([&]() -> CONFIGRET {
+  return CatchToConfigRet([&]() -> CONFIGRET {
     DWORD isRemovable = 0;
     if (!ReadNumber(DeviceKey(device), fixtures::kRemovableValue, isRemovable)) {
       return CM_Get_DevNode_Status(status, problem, device, flags);
@@ -106,7 +106,7 @@ CONFIGRET WINAPI FixtureGetDevNodeStatus(PULONG status, PULONG problem, DEVINST 
 }
 
 CONFIGRET WINAPI FixtureGetChild(PDEVINST child, DEVINST device, ULONG flags) {
-  return Guarded([&]() -> CONFIGRET {
+  return CatchToConfigRet([&]() -> CONFIGRET {
     std::wstring id;
     if (!ReadText(DeviceKey(device), fixtures::kChildIdValue, id)) {
       return CM_Get_Child(child, device, flags);
@@ -117,13 +117,13 @@ CONFIGRET WINAPI FixtureGetChild(PDEVINST child, DEVINST device, ULONG flags) {
     if (id.empty()) {
       return CR_NO_SUCH_DEVNODE;
     }
-    *child = NumberOf(id);
+    *child = ChildHandle(id);
     return CR_SUCCESS;
   });
 }
 
 CONFIGRET WINAPI FixtureGetDeviceIdA(DEVINST device, PSTR buffer, ULONG length, ULONG flags) {
-  return Guarded([&]() -> CONFIGRET {
+  return CatchToConfigRet([&]() -> CONFIGRET {
     if (device < kFirstChild) {
       return CM_Get_Device_IDA(device, buffer, length, flags);
     }
@@ -137,7 +137,7 @@ CONFIGRET WINAPI FixtureGetDeviceIdA(DEVINST device, PSTR buffer, ULONG length, 
     if (length < id.size()) {
       return CR_BUFFER_SMALL;
     }
-    // Instance ids are ASCII. Without room for the end of the text it is left out.
+    // Instance ids are ASCII. Like the system, omits the terminator if it does not fit.
     std::transform(id.begin(), id.end(), buffer, [](wchar_t c) { return static_cast<char>(c); });
     if (length > id.size()) {
       buffer[id.size()] = '\0';

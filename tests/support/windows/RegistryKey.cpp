@@ -1,13 +1,13 @@
-#include "support/windows/Registry.h"
+#include "support/windows/RegistryKey.h"
 
 #include <array>
 #include <system_error>
 
 namespace fixtures {
 
-void Check(LSTATUS result, const char* what) {
-  if (result != ERROR_SUCCESS) {
-    throw std::system_error(static_cast<int>(result), std::system_category(), what);
+void CheckStatus(LSTATUS status, const char* what) {
+  if (status != ERROR_SUCCESS) {
+    throw std::system_error(static_cast<int>(status), std::system_category(), what);
   }
 }
 
@@ -18,23 +18,23 @@ void CheckResult(HRESULT result, const char* what) {
 }
 
 RegistryKey::RegistryKey(const std::wstring& path) {
-  Check(RegCreateKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr, 0, KEY_READ | KEY_WRITE, nullptr,
-                        &m_key, nullptr),
-        "open a registry key");
+  CheckStatus(RegCreateKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr, 0, KEY_READ | KEY_WRITE, nullptr,
+                              &m_key, nullptr),
+              "open a registry key");
 }
 
 RegistryKey::~RegistryKey() { RegCloseKey(m_key); }
 
 void RegistryKey::SetText(const std::wstring& name, const std::wstring& text) {
-  Check(RegSetValueExW(m_key, name.c_str(), 0, REG_SZ, reinterpret_cast<const BYTE*>(text.c_str()),
-                       static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t))),
-        "write a registry value");
+  CheckStatus(RegSetValueExW(m_key, name.c_str(), 0, REG_SZ, reinterpret_cast<const BYTE*>(text.c_str()),
+                             static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t))),
+              "write a registry value");
 }
 
 void RegistryKey::SetNumber(const std::wstring& name, std::uint32_t number) {
-  Check(RegSetValueExW(m_key, name.c_str(), 0, REG_DWORD, reinterpret_cast<const BYTE*>(&number),
-                       sizeof(number)),
-        "write a registry value");
+  CheckStatus(RegSetValueExW(m_key, name.c_str(), 0, REG_DWORD, reinterpret_cast<const BYTE*>(&number),
+                             sizeof(number)),
+              "write a registry value");
 }
 
 std::optional<std::wstring> RegistryKey::Text(const std::wstring& name) const {
@@ -50,7 +50,7 @@ std::optional<std::wstring> RegistryKey::Text(const std::wstring& name) const {
 void DeleteRegistryKey(const std::wstring& path) {
   const LSTATUS result = RegDeleteTreeW(HKEY_LOCAL_MACHINE, path.c_str());
   if (result != ERROR_FILE_NOT_FOUND) {
-    Check(result, "delete a registry key");
+    CheckStatus(result, "delete a registry key");
   }
 }
 

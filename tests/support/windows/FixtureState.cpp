@@ -1,4 +1,4 @@
-#include "support/windows/Behaviour.h"
+#include "support/windows/FixtureState.h"
 
 #include <array>
 #include <cwchar>
@@ -12,30 +12,30 @@ namespace {
 
 struct BuiltInBehaviour {
   std::mutex mutex;
-  std::optional<CameraBehaviour> current;  // none: nobody has set one
+  std::optional<CameraBehaviour> value;  // empty until SetBehaviour is called
 };
 
-BuiltInBehaviour& TheBehaviour() {
+BuiltInBehaviour& SharedBehaviour() {
   static BuiltInBehaviour behaviour;
   return behaviour;
 }
 
 using EnvironmentValue = std::array<wchar_t, 16>;
 
-// Empty where it is not set.
-EnvironmentValue FromEnvironment(const wchar_t* name) {
+// Empty if the variable is not set.
+EnvironmentValue ReadEnvironment(const wchar_t* name) {
   EnvironmentValue value{};
   GetEnvironmentVariableW(name, value.data(), static_cast<DWORD>(value.size()));
   return value;
 }
 
-CameraBehaviour BehaviourInEnvironment() {
+CameraBehaviour BehaviourFromEnvironment() {
   constexpr int kDecimal = 10;
   constexpr int kHexadecimal = 16;
   CameraBehaviour behaviour;
   behaviour.run =
-      static_cast<HRESULT>(std::wcstoul(FromEnvironment(L"NUVEQ_FIXTURE_RUN").data(), nullptr, kHexadecimal));
-  behaviour.lostAfter = std::wcstoull(FromEnvironment(L"NUVEQ_FIXTURE_LOST_AFTER").data(), nullptr, kDecimal);
+      static_cast<HRESULT>(std::wcstoul(ReadEnvironment(L"NUVEQ_FIXTURE_RUN").data(), nullptr, kHexadecimal));
+  behaviour.lostAfter = std::wcstoull(ReadEnvironment(L"NUVEQ_FIXTURE_LOST_AFTER").data(), nullptr, kDecimal);
   return behaviour;
 }
 
@@ -48,24 +48,24 @@ std::vector<Format> LaptopFormats() {
 }
 
 void SetBehaviour(const CameraBehaviour& behaviour) {
-  const std::lock_guard lock(TheBehaviour().mutex);
-  TheBehaviour().current = behaviour;
+  const std::lock_guard lock(SharedBehaviour().mutex);
+  SharedBehaviour().value = behaviour;
 }
 
 CameraBehaviour CurrentBehaviour(Camera camera) {
   if (camera != Camera::kBuiltIn) {
     return {};
   }
-  const std::lock_guard lock(TheBehaviour().mutex);
-  const std::optional<CameraBehaviour>& current = TheBehaviour().current;
-  return current ? *current : BehaviourInEnvironment();
+  const std::lock_guard lock(SharedBehaviour().mutex);
+  const std::optional<CameraBehaviour>& behaviour = SharedBehaviour().value;
+  return behaviour ? *behaviour : BehaviourFromEnvironment();
 }
 
 bool IsPaced(const CameraBehaviour& behaviour) {
-  if (behaviour.pace != Pace::kAsInEnvironment) {
-    return behaviour.pace == Pace::kReal;
+  if (behaviour.pace != Pace::kFromEnvironment) {
+    return behaviour.pace == Pace::kRealTime;
   }
-  return std::wstring(FromEnvironment(L"NUVEQ_FIXTURE_PACE").data()) != L"fast";
+  return std::wstring(ReadEnvironment(L"NUVEQ_FIXTURE_PACE").data()) != L"fast";
 }
 
 CameraCounters& CountersOf(Camera camera) {

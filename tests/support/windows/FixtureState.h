@@ -1,9 +1,8 @@
-// How the cameras of this process behave, and what they have delivered.
+// State of the cameras in this process: their behaviour and counters.
 #pragma once
 
 #include <atomic>
 
-#include "graph/VideoFormat.h"
 #include "support/windows/CameraFixtures.h"
 
 namespace fixtures {

@@ -1,5 +1,4 @@
-// The encoder library with two slice threads, whatever the picture and the PC, and with frames for which
-// there is no memory when a test says so.
+// The encoder library with two slice threads for every picture size, and with allocation failures on request.
 #include <windows.h>
 
 #include <malloc.h>
@@ -11,13 +10,14 @@
 
 namespace {
 
-// Frames that there is memory for; fewer than none: as many as are wanted.
+// Number of frame buffers that can still be allocated; negative: unlimited.
 std::atomic<int> framesLeft{-1};
 
-bool TakeFrameMemory() { return framesLeft < 0 || framesLeft-- > 0; }
+bool CanAllocateFrame() { return framesLeft < 0 || framesLeft-- > 0; }
 
 }  // namespace
 
+// Negative: no limit.
 extern "C" __declspec(dllexport) void LimitFrames(int count) { framesLeft = count; }
 
 VideoEncoder* VideoEncoder::CreateDefaultEncoder() {
@@ -29,9 +29,9 @@ void VideoEncoder::ReleaseEncoder(VideoEncoder* encoder) {
   delete static_cast<encoder::H264Encoder*>(encoder);
 }
 
-// Only frames need this alignment.
+// Only frame buffers are allocated with an alignment.
 void* operator new(std::size_t size, std::align_val_t alignment, const std::nothrow_t& /*tag*/) noexcept {
-  return TakeFrameMemory() ? _aligned_malloc(size, static_cast<std::size_t>(alignment)) : nullptr;
+  return CanAllocateFrame() ? _aligned_malloc(size, static_cast<std::size_t>(alignment)) : nullptr;
 }
 
 void operator delete(void* memory, std::align_val_t /*alignment*/) noexcept { _aligned_free(memory); }
