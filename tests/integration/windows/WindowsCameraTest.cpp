@@ -5,7 +5,7 @@
 
 void WindowsCameraTest::SetUp() {
   fixtures::UsePc(fixtures::Pc::kLaptop);
-  fixtures::SetBehaviour(Fast());
+  fixtures::SetBehaviour(Unpaced());
   host.Reset();
   host.TellTo([this](const std::string& report) {
     if (!report.starts_with("data callback")) {
@@ -17,7 +17,7 @@ void WindowsCameraTest::SetUp() {
 
 void WindowsCameraTest::TearDown() {
   if (HasFailure() && m_library && IsMapped()) {
-    // What a test did not get to; an open camera would stay for the tests after it.
+    // The test may have ended before its Close; an open camera would affect the following tests.
     Close();
   }
   if (m_library) {
@@ -37,14 +37,14 @@ void WindowsCameraTest::Load() {
   ASSERT_EQ(handler.RegisterServiceListener(&listener), 0);
 }
 
-fixtures::CameraBehaviour WindowsCameraTest::Fast() {
-  fixtures::CameraBehaviour fast;
-  fast.pace = fixtures::Pace::kFast;
-  return fast;
+fixtures::CameraBehaviour WindowsCameraTest::Unpaced() {
+  fixtures::CameraBehaviour behaviour;
+  behaviour.pace = fixtures::Pace::kUnpaced;
+  return behaviour;
 }
 
 void WindowsCameraTest::UseFormats(std::vector<fixtures::Format> formats) {
-  fixtures::CameraBehaviour behaviour = Fast();
+  fixtures::CameraBehaviour behaviour = Unpaced();
   behaviour.formats = std::move(formats);
   fixtures::SetBehaviour(behaviour);
 }

@@ -1,7 +1,7 @@
-// What the built-in camera offers, and each of its sizes in both layouts from the camera to the packets.
+// Sizes and rates of the built-in camera, and streams in each size and layout.
 //
-// The packets go into streams/NAME.h264, their number into streams/NAME.count; the build machine decodes them
-// and reads the number, the orientation and the colours of each picture (see check_stream.sh).
+// EveryFormat saves its packets in streams/. check_stream.sh decodes them on the build machine and checks the
+// number, the orientation and the colours of each picture.
 #include <chrono>
 
 #include "WindowsCameraTest.h"
@@ -14,22 +14,22 @@ using ::testing::ElementsAre;
 
 using LaptopCamera = WindowsCameraTest;
 
-TEST_F(LaptopCamera, OffersItsSizesAndRates) {
+TEST_F(LaptopCamera, ReportsItsSizesAndRates) {
   ASSERT_EQ(Query(), 0);
   EXPECT_THAT(sizes, ElementsAre(Size{320, 240}, Size{640, 480}, Size{1280, 720}, Size{1920, 1080}));
   EXPECT_THAT(rates, ElementsAre(10000U, 15000U, 30000U));
   EXPECT_THAT(reports, ElementsAre());
 }
 
-TEST_F(LaptopCamera, IsFoundThoughThePlugInCameraIsListedToo) {
+TEST_F(LaptopCamera, IsFoundNextToAPlugInCamera) {
   UseFormats({{Layout::kYuy2, 352, 288, 25}});
   ASSERT_EQ(Query(), 0);
   EXPECT_THAT(sizes, ElementsAre(Size{352, 288}));
   EXPECT_THAT(rates, ElementsAre(25000U));
 }
 
-// Of the sizes that it has in both layouts the faster one is taken: 1280x720 comes as MJPG.
-TEST_F(LaptopCamera, OpensEverySizeOfItsList) {
+// Of two layouts with one size, the library selects the one with the higher rate: MJPG for 1280x720.
+TEST_F(LaptopCamera, OpensWithEveryReportedSize) {
   ASSERT_EQ(Query(), 0);
   for (const auto& [width, height] : sizes) {
     host.Reset();
@@ -38,19 +38,19 @@ TEST_F(LaptopCamera, OpensEverySizeOfItsList) {
     Close();
     EXPECT_EQ(fixtures::LiveObjects(), 0);
   }
-  EXPECT_THAT(log.Get(), ::testing::Contains("ERROR CameraOperator:0 [CameraOperator]Set camera parameter, "
-                                             "(1280,720,30,1196444237)(CameraOperator::SetCameraFormat)"));
-  EXPECT_THAT(log.Get(), ::testing::Contains("ERROR CameraOperator:0 [CameraOperator]Set camera parameter, "
-                                             "(640,480,30,844715353)(CameraOperator::SetCameraFormat)"));
+  EXPECT_THAT(log.Lines(), ::testing::Contains("ERROR CameraOperator:0 [CameraOperator]Set camera parameter, "
+                                               "(1280,720,30,1196444237)(CameraOperator::SetCameraFormat)"));
+  EXPECT_THAT(log.Lines(), ::testing::Contains("ERROR CameraOperator:0 [CameraOperator]Set camera parameter, "
+                                               "(640,480,30,844715353)(CameraOperator::SetCameraFormat)"));
 }
 
-TEST_F(LaptopCamera, DeliversInRealTime) {
-  fixtures::CameraBehaviour behaviour = Fast();
-  behaviour.pace = fixtures::Pace::kReal;
+TEST_F(LaptopCamera, DeliversAtItsFrameRate) {
+  fixtures::CameraBehaviour behaviour = Unpaced();
+  behaviour.pace = fixtures::Pace::kRealTime;
   fixtures::SetBehaviour(behaviour);
   const auto begin = std::chrono::steady_clock::now();
   ASSERT_NO_FATAL_FAILURE(Record(320, 240, 30, 30));
-  // Thirty frames a second take their time, however slow the machine.
+  // A lower bound holds on slow machines, too.
   EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(900));
 }
 
@@ -58,7 +58,7 @@ class EveryFormat : public WindowsCameraTest, public ::testing::WithParamInterfa
 
 TEST_P(EveryFormat, Streams) {
   const Format& format = GetParam();
-  // As many pictures as show order and repetition, fewer where each takes its time.
+  // Large pictures take long to encode.
   const std::uint64_t packets = format.width > 1280 ? 12 : 40;
   UseFormats({format});
   ASSERT_NO_FATAL_FAILURE(Record(format.width, format.height, format.fps, packets));
@@ -78,8 +78,8 @@ std::vector<Format> AllFormats() {
   return all;
 }
 
-INSTANTIATE_TEST_SUITE_P(All, EveryFormat, ::testing::ValuesIn(AllFormats()), [](const auto& tried) {
-  const Format& format = tried.param;
+INSTANTIATE_TEST_SUITE_P(All, EveryFormat, ::testing::ValuesIn(AllFormats()), [](const auto& parameter) {
+  const Format& format = parameter.param;
   return std::string(format.layout == Layout::kYuy2 ? "Yuy2_" : "Mjpg_") + std::to_string(format.width) +
          "x" + std::to_string(format.height);
 });

@@ -1,4 +1,4 @@
-// Opening, streaming and closing on Windows, over and over, and the lines that the library logs on the way.
+// Sessions on Windows: opening, streaming, closing, and their log messages.
 #include <windows.h>
 
 #include <atomic>
@@ -10,19 +10,19 @@ namespace {
 
 using ::testing::ElementsAre;
 
-using Session = WindowsCameraTest;
+using WindowsSession = WindowsCameraTest;
 
-// The system does not call a stopped graph completed, and closing answers what the system says.
+// CloseCameraDevice returns 0 because WaitForCompletion fails for a stopped graph.
 constexpr int kClosed = 0;
 
-TEST_F(Session, TellsEveryStepOfItsWay) {
+TEST_F(WindowsSession, LogsAndReportsEveryStep) {
   UseFormats({{fixtures::Layout::kYuy2, 640, 480, 30}});
   ASSERT_EQ(Query(), 0);
   ASSERT_EQ(Open(), 0);
   EXPECT_TRUE(host.WaitForPackets(1));
   EXPECT_EQ(Close(), kClosed);
   EXPECT_THAT(
-      log.Get(),
+      log.Lines(),
       ElementsAre(
           "ERROR CameraOperator:427 [CameraOperator]ParseMediaType success, width: 640, "
           "height:480,fps:30,subType:844715353(CameraOperator::ParseMediaType)",
@@ -37,23 +37,23 @@ TEST_F(Session, TellsEveryStepOfItsWay) {
   EXPECT_THAT(reports, ElementsAre("status callback \"0\" 1 4", "status callback \"0\" 1 3"));
 }
 
-TEST_F(Session, RefusesASecondOpenAndGoesOn) {
+TEST_F(WindowsSession, SecondOpenFailsAndStreamingContinues) {
   ASSERT_EQ(Query(), 0);
   ASSERT_EQ(Open(), 0);
-  log.Forget();
+  log.Clear();
   reports.clear();
   EXPECT_EQ(Open(320, 240), NUVEQ_CAMERA_ALREADY_OPEN);
-  EXPECT_THAT(log.Get(), ElementsAre("WARN CameraOperator:708 [CameraOperator]Start open camera"
-                                     "(CameraOperator::OpenCameraInner)",
-                                     "ERROR CameraOperator:721 [CameraOperator]Camera is already open."
-                                     "(CameraOperator::OpenCameraInner)"));
+  EXPECT_THAT(log.Lines(), ElementsAre("WARN CameraOperator:708 [CameraOperator]Start open camera"
+                                       "(CameraOperator::OpenCameraInner)",
+                                       "ERROR CameraOperator:721 [CameraOperator]Camera is already open."
+                                       "(CameraOperator::OpenCameraInner)"));
   EXPECT_THAT(reports, ElementsAre("status callback \"0\" 1 4"));
   const std::uint64_t before = host.PacketCount();
   EXPECT_TRUE(host.WaitForPackets(before + 10));
   EXPECT_EQ(Close(), kClosed);
 }
 
-TEST_F(Session, HearsNothingAfterTheClose) {
+TEST_F(WindowsSession, NoPacketArrivesAfterClose) {
   ASSERT_NO_FATAL_FAILURE(Record(320, 240, 30, 10));
   const std::uint64_t packets = host.PacketCount();
   const std::uint64_t frames = fixtures::DeliveredFrames();
@@ -63,7 +63,7 @@ TEST_F(Session, HearsNothingAfterTheClose) {
   EXPECT_EQ(fixtures::DeliveredFrames(), frames);
 }
 
-TEST_F(Session, QueriesBetweenAndAfterSessions) {
+TEST_F(WindowsSession, QuerySucceedsBetweenSessions) {
   for (int round = 0; round < 3; ++round) {
     ASSERT_EQ(Query(), 0);
     EXPECT_EQ(sizes.size(), 4U);
@@ -71,35 +71,35 @@ TEST_F(Session, QueriesBetweenAndAfterSessions) {
   }
 }
 
-TEST_F(Session, ClosesWhileTheCameraWaitsForABuffer) {
+TEST_F(WindowsSession, ClosesWhileTheCameraWaitsForABuffer) {
   ASSERT_EQ(Query(), 0);
-  Gate mayAnswer;
-  host.InData([&](const Packet&) { EXPECT_TRUE(mayAnswer.Wait()); });
+  Gate gate;
+  host.InData([&](const Packet&) { EXPECT_TRUE(gate.Wait()); });
   ASSERT_EQ(Open(), 0);
-  ASSERT_TRUE(WaitFor([] { return fixtures::DeliveredFrames() >= kWaitingFrame; }));
-  log.Forget();
+  ASSERT_TRUE(WaitFor([] { return fixtures::DeliveredFrames() >= kBlockedFrame; }));
+  log.Clear();
   std::thread closer([&] { EXPECT_EQ(Close(), kClosed); });
-  EXPECT_TRUE(WaitFor([&] { return !log.Get().empty(); })) << "the close has not begun";
-  mayAnswer.Open();
+  EXPECT_TRUE(WaitFor([&] { return !log.Lines().empty(); })) << "the close has not started";
+  gate.Open();
   closer.join();
 }
 
-TEST_F(Session, ClosesAfterFramesThatDoNotFitHaveUsedUpTheBuffers) {
-  fixtures::CameraBehaviour behaviour = Fast();
+TEST_F(WindowsSession, ClosesAfterOversizedFramesUsedUpAllBuffers) {
+  fixtures::CameraBehaviour behaviour = Unpaced();
   behaviour.extraBytes = 16;
   fixtures::SetBehaviour(behaviour);
   ASSERT_EQ(Query(), 0);
   ASSERT_EQ(Open(), 0);
-  // Five have taken the buffers with them, the sixth waits.
+  // Each of five frames has lost its buffer; the sixth waits for one.
   ASSERT_TRUE(WaitFor([] { return fixtures::DeliveredFrames() >= 6; }));
   EXPECT_EQ(Close(), kClosed);
   EXPECT_EQ(host.PacketCount(), 0U);
-  fixtures::SetBehaviour(Fast());
+  fixtures::SetBehaviour(Unpaced());
   ASSERT_NO_FATAL_FAILURE(Record(640, 480, 30, 10));
 }
 
-TEST_F(Session, ClosesAfterTheCameraHasGone) {
-  fixtures::CameraBehaviour behaviour = Fast();
+TEST_F(WindowsSession, ClosesAfterTheCameraDisconnected) {
+  fixtures::CameraBehaviour behaviour = Unpaced();
   behaviour.lostAfter = 10;
   fixtures::SetBehaviour(behaviour);
   ASSERT_EQ(Query(), 0);
@@ -107,12 +107,12 @@ TEST_F(Session, ClosesAfterTheCameraHasGone) {
   EXPECT_TRUE(host.WaitForPackets(10));
   EXPECT_EQ(Close(), kClosed);
   EXPECT_EQ(host.PacketCount(), 10U);
-  fixtures::SetBehaviour(Fast());
+  fixtures::SetBehaviour(Unpaced());
   ASSERT_NO_FATAL_FAILURE(Record(640, 480, 30, 10));
 }
 
-// The platform initialises COM on every thread from which it calls.
-TEST_F(Session, IsDrivenFromOneThreadAfterAnother) {
+// The host initialises COM on every thread that calls the library.
+TEST_F(WindowsSession, CallsCanComeFromDifferentThreads) {
   for (const auto& step : std::vector<std::function<void()>>{
            [&] { EXPECT_EQ(Query(), 0); }, [&] { EXPECT_EQ(Open(), 0); },
            [&] { EXPECT_TRUE(host.WaitForPackets(5)); }, [&] { EXPECT_EQ(Close(), kClosed); }}) {

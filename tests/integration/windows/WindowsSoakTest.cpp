@@ -1,4 +1,4 @@
-// Many sessions in one process: every frame is accounted for, and nothing grows.
+// Many sessions in one process: no frame is lost, and no resource leaks.
 #include <windows.h>
 
 #include <psapi.h>
@@ -14,15 +14,15 @@
 namespace {
 
 constexpr int kRounds = 200;
-// The library is loaded anew once in that many.
+// The library is reloaded once per this number of rounds.
 constexpr int kRoundsPerLoad = 20;
-// Every size and every way to close has been there, and the library has been unloaded once.
+// By then, every size and way to close has been used and the library has been reloaded.
 constexpr int kWarmUp = 40;
-// The frames that the library's pool holds.
-constexpr std::uint64_t kPool = 5;
+// Frames in the library's frame pool.
+constexpr std::uint64_t kPoolSize = 5;
 constexpr std::size_t kMemorySlack = std::size_t{16} << 20;
 
-unsigned ThreadsOfThisProcess() {
+unsigned ThreadCount() {
   HANDLE all = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
   THREADENTRY32 entry{};
   entry.dwSize = sizeof(entry);
@@ -34,23 +34,22 @@ unsigned ThreadsOfThisProcess() {
   return count;
 }
 
-// What the process has for itself, and what of its memory is in use.
-struct Memory {
-  std::size_t own = 0;
-  std::size_t working = 0;
+struct MemoryUse {
+  std::size_t committed = 0;
+  std::size_t workingSet = 0;
 };
 
-Memory MemoryOfThisProcess() {
+MemoryUse CurrentMemoryUse() {
   PROCESS_MEMORY_COUNTERS memory{};
   GetProcessMemoryInfo(GetCurrentProcess(), &memory, sizeof(memory));
   return {memory.PagefileUsage, memory.WorkingSetSize};
 }
 
-// Both layouts, and the decoder that one of them needs.
+// Covers both layouts, with and without the decoder.
 PictureSize SizeOf(int round) {
   switch (round % 10) {
     case 4:
-      return {1280, 720};  // MJPG, as it is the faster one
+      return {1280, 720};  // MJPG, which has the higher rate
     case 9:
       return {640, 480};
     default:
@@ -62,30 +61,30 @@ class Soak : public WindowsCameraTest {
  protected:
   void Round(int round) {
     const PictureSize size = SizeOf(round);
-    const bool takesAll = round % 2 == 0;
+    const bool isDrained = round % 2 == 0;
     NumberReader reader(size);
-    Listen(reader, takesAll);
+    SetCallbacks(reader, isDrained);
     ASSERT_EQ(Query(), 0);
     ASSERT_EQ(Open(size.width, size.height), 0);
     EXPECT_TRUE(host.WaitForPackets(static_cast<std::uint64_t>(1 + round % 4)));
-    // The system does not call a stopped graph completed, and closing answers what the system says.
+    // 0 because WaitForCompletion fails for a stopped graph.
     ASSERT_EQ(Close(), 0);
-    Account(reader, takesAll);
+    CheckFrames(reader, isDrained);
     EXPECT_THAT(reports, ::testing::ElementsAre("status callback \"0\" 1 4", "status callback \"0\" 1 3"));
     reports.clear();
-    log.Forget();
+    log.Clear();
     EXPECT_EQ(fixtures::LiveObjects(), 0);
     EXPECT_EQ(fixtures::StreamingThreads(), 0);
   }
 
-  void LoadAnew() {
+  void Reload() {
     Unload();
     ASSERT_FALSE(IsMapped());
     ASSERT_NO_FATAL_FAILURE(Load());
   }
 
  private:
-  void Listen(NumberReader& reader, bool takesAll) {
+  void SetCallbacks(NumberReader& reader, bool isDrained) {
     host.Reset();
     host.KeepPackets(false);
     host.InData([&reader](const Packet& packet) {
@@ -95,8 +94,8 @@ class Soak : public WindowsCameraTest {
         ADD_FAILURE() << failure.what();
       }
     });
-    if (takesAll) {
-      // The graph has been stopped when the close is reported: the encoder thread works off what has come.
+    if (isDrained) {
+      // The graph has stopped when the close is reported; the encoder thread still drains the queue.
       host.InStatus([this](int status) {
         if (status == NUVEQ_SERVICE_STATUS_CAMERA_CLOSED) {
           EXPECT_TRUE(host.WaitForPackets(fixtures::DeliveredFrames()));
@@ -105,35 +104,35 @@ class Soak : public WindowsCameraTest {
     }
   }
 
-  // Numbers run from 0 without a gap, so that frames without a packet are the last ones, which closing found
-  // in the pool.
-  void Account(NumberReader& reader, bool takesAll) const {
+  // The reader checks that numbers start at 0 without a gap. So only the last frames, which were in the pool
+  // at the close, can lack a packet.
+  void CheckFrames(NumberReader& reader, bool isDrained) const {
     EXPECT_NO_THROW(reader.Finish());
     EXPECT_EQ(reader.Packets(), host.PacketCount());
     EXPECT_LE(reader.Packets(), fixtures::DeliveredFrames());
-    EXPECT_GE(reader.Packets() + (takesAll ? 0 : kPool), fixtures::DeliveredFrames());
+    EXPECT_GE(reader.Packets() + (isDrained ? 0 : kPoolSize), fixtures::DeliveredFrames());
   }
 };
 
-TEST_F(Soak, TwoHundredRoundsLoseNoFrameAndLeaveNothing) {
+TEST_F(Soak, TwoHundredSessionsLoseNoFrameAndLeakNothing) {
   unsigned threads = 0;
-  Memory memory;
+  MemoryUse memory;
   for (int round = 0; round < kRounds && !HasFailure(); ++round) {
     SCOPED_TRACE("round " + std::to_string(round));
     if (round % kRoundsPerLoad == kRoundsPerLoad - 1) {
-      ASSERT_NO_FATAL_FAILURE(LoadAnew());
+      ASSERT_NO_FATAL_FAILURE(Reload());
     }
     ASSERT_NO_FATAL_FAILURE(Round(round));
     if (round == kWarmUp) {
-      threads = ThreadsOfThisProcess();
-      memory = MemoryOfThisProcess();
+      threads = ThreadCount();
+      memory = CurrentMemoryUse();
     }
   }
-  // The system's own pools of threads and memory breathe a little; 160 rounds that each kept a thread or a
-  // frame of 150 kB would show.
-  EXPECT_LE(ThreadsOfThisProcess(), threads + 2);
-  EXPECT_LE(MemoryOfThisProcess().own, memory.own + kMemorySlack);
-  EXPECT_LE(MemoryOfThisProcess().working, memory.working + kMemorySlack);
+  // The slack allows for thread and memory pools of the system. 160 rounds that each leak a thread or a frame
+  // of 150 kB exceed it.
+  EXPECT_LE(ThreadCount(), threads + 2);
+  EXPECT_LE(CurrentMemoryUse().committed, memory.committed + kMemorySlack);
+  EXPECT_LE(CurrentMemoryUse().workingSet, memory.workingSet + kMemorySlack);
 }
 
 }  // namespace

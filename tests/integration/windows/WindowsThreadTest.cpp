@@ -1,4 +1,4 @@
-// The encoder thread as the system sees it: its name, and its place before threads that can wait.
+// Name and priority of the encoder thread.
 #include <windows.h>
 
 #include <tlhelp32.h>
@@ -18,8 +18,8 @@ struct CloseAtEnd {
 using OwnedHandle = std::unique_ptr<void, CloseAtEnd>;
 using GetDescription = HRESULT(WINAPI*)(HANDLE, PWSTR*);
 
-// Of the threads of this process, by their numbers.
-std::map<DWORD, int> Priorities() {
+// Priorities of the threads of this process by thread id.
+std::map<DWORD, int> ThreadPriorities() {
   std::map<DWORD, int> priorities;
   const OwnedHandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0));
   THREADENTRY32 entry{};
@@ -29,7 +29,7 @@ std::map<DWORD, int> Priorities() {
     if (entry.th32OwnerProcessID != GetCurrentProcessId()) {
       continue;
     }
-    // A thread may end meanwhile.
+    // Fails for a thread that has ended since the snapshot.
     if (const OwnedHandle thread(OpenThread(THREAD_QUERY_INFORMATION, FALSE, entry.th32ThreadID)); thread) {
       priorities[entry.th32ThreadID] = GetThreadPriority(thread.get());
     }
@@ -37,8 +37,8 @@ std::map<DWORD, int> Priorities() {
   return priorities;
 }
 
-// Null where the system has no names of threads.
-GetDescription Description() {
+// Null if the system does not support thread names.
+GetDescription FindGetThreadDescription() {
   return reinterpret_cast<GetDescription>(
       reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernelbase.dll"), "GetThreadDescription")));
 }
@@ -46,7 +46,7 @@ GetDescription Description() {
 std::wstring NameOf(DWORD id) {
   const OwnedHandle thread(OpenThread(THREAD_QUERY_LIMITED_INFORMATION, FALSE, id));
   PWSTR text = nullptr;
-  if (!thread || Description()(thread.get(), &text) < 0) {
+  if (!thread || FindGetThreadDescription()(thread.get(), &text) < 0) {
     return L"(none)";
   }
   const std::wstring name(text);
@@ -56,7 +56,7 @@ std::wstring NameOf(DWORD id) {
 
 class EncoderThread : public WindowsCameraTest {
  protected:
-  // The number of the thread that brings the packets.
+  // Returns the id of the thread that calls the data callback.
   DWORD OpenAndFindThread() {
     host.InData([this](const Packet&) { m_id = GetCurrentThreadId(); });
     EXPECT_EQ(Query(), 0);
@@ -69,24 +69,24 @@ class EncoderThread : public WindowsCameraTest {
   std::atomic<DWORD> m_id = 0;
 };
 
-TEST_F(EncoderThread, GoesBeforeOthersWhileTheCameraIsOpen) {
-  const std::map<DWORD, int> before = Priorities();
+TEST_F(EncoderThread, HasRaisedPriorityWhileTheCameraIsOpen) {
+  const std::map<DWORD, int> before = ThreadPriorities();
   const DWORD id = OpenAndFindThread();
-  const std::map<DWORD, int> priorities = Priorities();
+  const std::map<DWORD, int> priorities = ThreadPriorities();
   ASSERT_TRUE(priorities.contains(id));
   EXPECT_EQ(priorities.at(id), THREAD_PRIORITY_ABOVE_NORMAL);
   for (const auto& [thread, priority] : priorities) {
     if (before.contains(thread)) {
-      EXPECT_EQ(priority, before.at(thread)) << "the host's threads stay as they are";
+      EXPECT_EQ(priority, before.at(thread)) << "the priority of a host thread has changed";
     }
   }
   Close();
-  EXPECT_FALSE(Priorities().contains(id));
+  EXPECT_FALSE(ThreadPriorities().contains(id));
 }
 
-TEST_F(EncoderThread, IsKnownByItsNameWhereTheSystemHasNames) {
-  if (Description() == nullptr) {
-    GTEST_SKIP() << "DID NOT RUN: this system has no names of threads";
+TEST_F(EncoderThread, HasANameIfTheSystemSupportsNames) {
+  if (FindGetThreadDescription() == nullptr) {
+    GTEST_SKIP() << "DID NOT RUN: this system does not support thread names";
   }
   const DWORD id = OpenAndFindThread();
   EXPECT_EQ(NameOf(id), L"nuveq-encoder");

@@ -1,4 +1,4 @@
-// Unloading the DLL and ending its process in every state of the camera.
+// Unloading the DLL and exiting the process in every state of the camera.
 #include <windows.h>
 
 #include <dshow.h>
@@ -15,12 +15,11 @@
 
 namespace {
 
-// A DLL of the fixtures.
+// A loaded DLL of the fixtures.
 class FixtureLibrary {
  public:
   explicit FixtureLibrary(const std::string& fileName)
-      : m_module(
-            LoadLibraryW((FolderOfThisProgram() / NUVEQ_FIXTURES / fileName).lexically_normal().c_str())) {}
+      : m_module(LoadLibraryW((ProgramFolder() / NUVEQ_FIXTURES / fileName).lexically_normal().c_str())) {}
   FixtureLibrary(const FixtureLibrary&) = delete;
   FixtureLibrary& operator=(const FixtureLibrary&) = delete;
   ~FixtureLibrary() { Unload(); }
@@ -37,7 +36,7 @@ class FixtureLibrary {
   }
 
  private:
-  static std::filesystem::path FolderOfThisProgram() {
+  static std::filesystem::path ProgramFolder() {
     std::array<wchar_t, 4096> name{};
     return std::filesystem::path(name.data(),
                                  name.data() + GetModuleFileNameW(nullptr, name.data(), name.size()))
@@ -47,28 +46,27 @@ class FixtureLibrary {
   HMODULE m_module;
 };
 
-using Unloading = WindowsCameraTest;
+using LibraryUnload = WindowsCameraTest;
 
-TEST_F(Unloading, NeverUsedGoesAtOnce) {
+TEST_F(LibraryUnload, UnmapsAtOnceIfNeverUsed) {
   Unload();
   EXPECT_FALSE(IsMapped());
 }
 
-TEST_F(Unloading, AfterAQueryGoesAtOnce) {
+TEST_F(LibraryUnload, UnmapsAtOnceAfterAQuery) {
   ASSERT_EQ(Query(), 0);
   Unload();
   EXPECT_FALSE(IsMapped());
 }
 
-TEST_F(Unloading, ClosedGoesAtOnce) {
+TEST_F(LibraryUnload, UnmapsAtOnceAfterClose) {
   ASSERT_NO_FATAL_FAILURE(Record(640, 480, 30, 5));
   Unload();
   EXPECT_FALSE(IsMapped());
 }
 
-// A graph cannot be taken apart while its DLL is being unloaded: it waits for threads that wait for the
-// loader.
-TEST_F(Unloading, AfterAFailedOpenStaysUntilThatIsClosed) {
+// A graph cannot be destroyed during the unload: it waits for threads that need the loader lock.
+TEST_F(LibraryUnload, StaysMappedAfterAFailedOpenUntilClose) {
   ASSERT_EQ(Query(), 0);
   ASSERT_EQ(Open(800, 600), NUVEQ_CAMERA_GRAPH_FAILED);
   Unload();
@@ -77,8 +75,8 @@ TEST_F(Unloading, AfterAFailedOpenStaysUntilThatIsClosed) {
   EXPECT_TRUE(WaitFor([&] { return !IsMapped(); }));
 }
 
-// That close joins no thread, so it does not wait for the one that drops the pin either.
-TEST_F(Unloading, ClosedAfterAFailedOpenGoesSoonAfter) {
+// This close joins no encoder thread and therefore does not wait for the pin to be dropped.
+TEST_F(LibraryUnload, UnmapsSoonAfterAFailedOpenIsClosed) {
   ASSERT_EQ(Query(), 0);
   ASSERT_EQ(Open(800, 600), NUVEQ_CAMERA_GRAPH_FAILED);
   Close();
@@ -86,8 +84,7 @@ TEST_F(Unloading, ClosedAfterAFailedOpenGoesSoonAfter) {
   EXPECT_TRUE(WaitFor([&] { return !IsMapped(); }));
 }
 
-// The thread that encodes is in the DLL, which therefore stays until the camera is closed.
-TEST_F(Unloading, WithTheCameraOpenStaysAndGoesOn) {
+TEST_F(LibraryUnload, StaysMappedAndStreamsWhileTheCameraIsOpen) {
   ASSERT_EQ(Query(), 0);
   ASSERT_EQ(Open(), 0);
   EXPECT_TRUE(host.WaitForPackets(3));
@@ -99,7 +96,7 @@ TEST_F(Unloading, WithTheCameraOpenStaysAndGoesOn) {
   EXPECT_TRUE(WaitFor([&] { return !IsMapped(); }));
 }
 
-TEST_F(Unloading, CanBeLoadedAgainAndClosedThen) {
+TEST_F(LibraryUnload, ReloadedLibraryClosesTheCamera) {
   ASSERT_EQ(Query(), 0);
   ASSERT_EQ(Open(), 0);
   Unload();
@@ -111,7 +108,7 @@ TEST_F(Unloading, CanBeLoadedAgainAndClosedThen) {
   EXPECT_FALSE(IsMapped());
 }
 
-TEST_F(Unloading, LoadsAndUnloadsTenTimes) {
+TEST_F(LibraryUnload, UnmapsAtOnceInEveryRound) {
   for (int round = 0; round < 10; ++round) {
     ASSERT_NO_FATAL_FAILURE(Record(320, 240, 30, 2));
     Unload();
@@ -121,24 +118,25 @@ TEST_F(Unloading, LoadsAndUnloadsTenTimes) {
   }
 }
 
-// --- Opens that leave nothing for a close to work on ---
+// --- Failed opens that a close cannot undo ---
 
-class DeadEnd : public WindowsCameraTest {
+class OpenWithoutCom : public WindowsCameraTest {
  protected:
-  // No graph can be made on a thread without COM.
-  void OpenOnAThreadWithoutCom(std::uint32_t width = 640, std::uint32_t height = 480) {
+  // Without COM, an open creates the frame pool but no graph. Close only cleans up if there is a graph, so
+  // every later open fails.
+  void OpenAndCloseWithoutCom(std::uint32_t width = 640, std::uint32_t height = 480) {
     ASSERT_EQ(Query(), 0);
-    log.Forget();
+    log.Clear();
     std::thread([&] { EXPECT_EQ(Open(width, height), NUVEQ_CAMERA_GRAPH_FAILED); }).join();
-    EXPECT_THAT(log.Get(),
+    EXPECT_THAT(log.Lines(),
                 ::testing::Contains("ERROR CameraOperator:0 [CameraOperator]CoCreateInstance fail, "
                                     "error: -2147221008(CameraOperator::InitCameraBasicInfo)"));
-    EXPECT_EQ(Close(), 0) << "there is no graph to work on";
-    EXPECT_EQ(Open(width, height), NUVEQ_CAMERA_ENCODER_FAILED) << "the frame pool is there already";
+    EXPECT_EQ(Close(), 0) << "there is no graph";
+    EXPECT_EQ(Open(width, height), NUVEQ_CAMERA_ENCODER_FAILED) << "the frame pool exists already";
     EXPECT_EQ(Close(), 0);
   }
 
-  void UnloadLoadAndRecord() {
+  void ReloadAndRecord() {
     Unload();
     ASSERT_FALSE(IsMapped());
     ASSERT_NO_FATAL_FAILURE(Load());
@@ -148,67 +146,67 @@ class DeadEnd : public WindowsCameraTest {
   }
 };
 
-TEST_F(DeadEnd, OfAnOpenOnAThreadWithoutComEndsWhenTheLibraryIsLoadedAnew) {
-  ASSERT_NO_FATAL_FAILURE(OpenOnAThreadWithoutCom());
-  UnloadLoadAndRecord();
+TEST_F(OpenWithoutCom, FailsUntilTheLibraryIsReloaded) {
+  ASSERT_NO_FATAL_FAILURE(OpenAndCloseWithoutCom());
+  ReloadAndRecord();
 }
 
-TEST_F(DeadEnd, MayBeReachedOverAndOver) {
+TEST_F(OpenWithoutCom, RecoversWithEveryReload) {
   for (int round = 0; round < 10; ++round) {
-    ASSERT_NO_FATAL_FAILURE(OpenOnAThreadWithoutCom(1280, 720));
-    ASSERT_NO_FATAL_FAILURE(UnloadLoadAndRecord());
+    ASSERT_NO_FATAL_FAILURE(OpenAndCloseWithoutCom(1280, 720));
+    ASSERT_NO_FATAL_FAILURE(ReloadAndRecord());
     ASSERT_NO_FATAL_FAILURE(Load());
   }
 }
 
-// The same with the fixtures' encoder library.
-class DeadEndOfTheTestEncoder : public DeadEnd {
+// With the fixtures' encoder library.
+class OpenWithTestEncoder : public OpenWithoutCom {
  protected:
   void SetUp() override {
-    DeadEnd::SetUp();
+    OpenWithoutCom::SetUp();
     Unload();
-    // The system gives a DLL that is loaded already to whoever asks for one of that name.
+    // The reloaded library uses the DLL of this name that is loaded already.
     ASSERT_TRUE(encoder.IsLoaded());
     ASSERT_NO_FATAL_FAILURE(Load());
   }
 
-  // There is memory for that many frames, the encoder's own included.
+  // Limits the number of frame buffers that can still be allocated, including those of the encoder.
   void LimitFrames(int count) { encoder.Find<void(int)>("LimitFrames")(count); }
-  void LiftLimit() { LimitFrames(-1); }
+  void RemoveLimit() { LimitFrames(-1); }
 
   FixtureLibrary encoder{"encoder/MultiMediaEncoder.dll"};
 };
 
-// Releasing an encoder that has threads joins them, which is impossible while a DLL is being unloaded.
-TEST_F(DeadEndOfTheTestEncoder, HasNoSliceThreadsToJoin) {
-  ASSERT_NO_FATAL_FAILURE(OpenOnAThreadWithoutCom());
-  UnloadLoadAndRecord();
+// Slice threads could not be joined during the unload. They must not exist before the first frame.
+TEST_F(OpenWithTestEncoder, UnloadsAnEncoderWithSliceThreadsBeforeTheFirstFrame) {
+  ASSERT_NO_FATAL_FAILURE(OpenAndCloseWithoutCom());
+  ReloadAndRecord();
 }
 
-TEST_F(DeadEndOfTheTestEncoder, OfAFramePoolWithoutMemoryIsNone) {
+TEST_F(OpenWithTestEncoder, RecoversFromAFailedFramePoolAllocation) {
   ASSERT_EQ(Query(), 0);
   LimitFrames(3);
-  log.Forget();
+  log.Clear();
   EXPECT_EQ(Open(), NUVEQ_CAMERA_ENCODER_FAILED);
-  EXPECT_THAT(log.Get(), ::testing::Contains("ERROR CameraOperator:546 [CameraOperator]AllocBuffer fail."
-                                             "(CameraOperator::InitVideoEncoder)"));
-  EXPECT_EQ(Close(), 0) << "there is no graph to work on";
-  LiftLimit();
+  EXPECT_THAT(log.Lines(), ::testing::Contains("ERROR CameraOperator:546 [CameraOperator]AllocBuffer fail."
+                                               "(CameraOperator::InitVideoEncoder)"));
+  EXPECT_EQ(Close(), 0) << "there is no graph";
+  RemoveLimit();
   ASSERT_NO_FATAL_FAILURE(Record(640, 480, 30, 10));
   LimitFrames(3);
   EXPECT_EQ(Open(), NUVEQ_CAMERA_ENCODER_FAILED);
-  LiftLimit();
-  UnloadLoadAndRecord();
+  RemoveLimit();
+  ReloadAndRecord();
 }
 
 // --- A host that holds the loader lock ---
 
-// There is no encoder thread to join, so nothing in the library needs the lock.
-TEST_F(Unloading, AFailedOpenMayBeClosedFromDllMain) {
-  // Wine ends a thread of its own, and waits for it, with the last graph of the process: another one is kept.
-  ComPtr<IGraphBuilder> another;
+// There is no encoder thread to join, so the library does not need the lock.
+TEST_F(LibraryUnload, FailedOpenCanBeClosedFromDllMain) {
+  // Wine joins one of its threads when a process destroys its last graph; a second graph prevents that.
+  ComPtr<IGraphBuilder> otherGraph;
   ASSERT_EQ(CoCreateInstance(CLSID_FilterGraph, nullptr, CLSCTX_INPROC_SERVER, IID_IGraphBuilder,
-                             another.PutVoid()),
+                             otherGraph.PutVoid()),
             S_OK);
   ASSERT_EQ(Query(), 0);
   ASSERT_EQ(Open(800, 600), NUVEQ_CAMERA_GRAPH_FAILED);
@@ -226,22 +224,21 @@ TEST_F(Unloading, AFailedOpenMayBeClosedFromDllMain) {
   EXPECT_TRUE(WaitFor([&] { return !IsMapped(); }));
 }
 
-// --- The end of the process ---
+// --- Process exit ---
 
-// Codes that no crash and no ordinary end has.
-constexpr int kEndedWell = 42;
-constexpr int kNeverOpened = 43;
+// Exit codes that neither a crash nor a normal exit uses.
+constexpr int kExitedAsExpected = 42;
+constexpr int kOpenFailed = 43;
 
-class EndOfProcess : public WindowsCameraTest {
+class ProcessExit : public WindowsCameraTest {
  protected:
   void SetUp() override {
-    // Each end is tried in a process of its own, which runs this test from its beginning.
+    // Each exit runs in a child process, which repeats the test from its start.
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     WindowsCameraTest::SetUp();
   }
 
-  // Ends the process with another code when the camera does not stream, and says what it came to: what the
-  // process writes is shown when its code is not the one that is waited for.
+  // If the camera does not stream, writes diagnostics, which gtest shows, and exits with kOpenFailed.
   void QueryAndOpen() {
     const int query = Query();
     const int open = query == 0 ? Open() : -1;
@@ -249,97 +246,97 @@ class EndOfProcess : public WindowsCameraTest {
       return;
     }
     std::cerr << "query: " << query << ", open: " << open << ", packets: " << host.PacketCount() << '\n';
-    for (const std::string& line : log.Get()) {
+    for (const std::string& line : log.Lines()) {
       std::cerr << line << '\n';
     }
-    std::_Exit(kNeverOpened);
+    std::_Exit(kOpenFailed);
   }
 };
 
-TEST_F(EndOfProcess, WithTheCameraOpenByExit) {
+TEST_F(ProcessExit, ExitSucceedsWhileTheCameraIsOpen) {
   EXPECT_EXIT(
       {
         QueryAndOpen();
-        std::exit(kEndedWell);  // NOLINT(concurrency-mt-unsafe): how an exit meets a thread is the matter
+        std::exit(kExitedAsExpected);  // NOLINT(concurrency-mt-unsafe): the test exits while threads run
       },
-      ::testing::ExitedWithCode(kEndedWell), "");
+      ::testing::ExitedWithCode(kExitedAsExpected), "");
 }
 
-TEST_F(EndOfProcess, WithTheCameraOpenByExitProcess) {
+TEST_F(ProcessExit, ExitProcessSucceedsWhileTheCameraIsOpen) {
   EXPECT_EXIT(
       {
         QueryAndOpen();
-        ExitProcess(kEndedWell);
+        ExitProcess(kExitedAsExpected);
       },
-      ::testing::ExitedWithCode(kEndedWell), "");
+      ::testing::ExitedWithCode(kExitedAsExpected), "");
 }
 
-TEST_F(EndOfProcess, WithTheCameraOpenAndTheLibraryUnloaded) {
+TEST_F(ProcessExit, SucceedsAfterUnloadWhileTheCameraIsOpen) {
   EXPECT_EXIT(
       {
         QueryAndOpen();
         Unload();
-        std::exit(kEndedWell);  // NOLINT(concurrency-mt-unsafe): how an exit meets a thread is the matter
+        std::exit(kExitedAsExpected);  // NOLINT(concurrency-mt-unsafe): the test exits while threads run
       },
-      ::testing::ExitedWithCode(kEndedWell), "");
+      ::testing::ExitedWithCode(kExitedAsExpected), "");
 }
 
-TEST_F(EndOfProcess, WithAFullPoolAndTheCameraWaiting) {
+TEST_F(ProcessExit, SucceedsWhileTheCameraWaitsForABuffer) {
   EXPECT_EXIT(
       {
         Gate never;
         host.InData([&](const Packet&) { never.Wait(); });
         if (Query() == 0 && Open() == 0 &&
-            WaitFor([] { return fixtures::DeliveredFrames() >= kWaitingFrame; })) {
-          std::exit(kEndedWell);  // NOLINT(concurrency-mt-unsafe): how an exit meets a thread is the matter
+            WaitFor([] { return fixtures::DeliveredFrames() >= kBlockedFrame; })) {
+          std::exit(kExitedAsExpected);  // NOLINT(concurrency-mt-unsafe): the test exits while threads run
         }
       },
-      ::testing::ExitedWithCode(kEndedWell), "");
+      ::testing::ExitedWithCode(kExitedAsExpected), "");
 }
 
-TEST_F(EndOfProcess, FromInsideTheDataCallback) {
+TEST_F(ProcessExit, SucceedsInsideTheDataCallback) {
   EXPECT_EXIT(
       {
         if (Query() == 0) {
           host.InData([](const Packet&) {
-            std::exit(kEndedWell);  // NOLINT(concurrency-mt-unsafe): what a host should not do, and may
+            std::exit(kExitedAsExpected);  // NOLINT(concurrency-mt-unsafe): hosts may do this
           });
           Open();
           Gate never;
           never.Wait();
         }
       },
-      ::testing::ExitedWithCode(kEndedWell), "");
+      ::testing::ExitedWithCode(kExitedAsExpected), "");
 }
 
-TEST_F(EndOfProcess, AfterAFailedOpen) {
+TEST_F(ProcessExit, SucceedsAfterAFailedOpen) {
   EXPECT_EXIT(
       {
         if (Query() == 0 && Open(800, 600) == NUVEQ_CAMERA_GRAPH_FAILED) {
-          std::exit(kEndedWell);  // NOLINT(concurrency-mt-unsafe): how an exit meets a thread is the matter
+          std::exit(kExitedAsExpected);  // NOLINT(concurrency-mt-unsafe): the test exits while threads run
         }
       },
-      ::testing::ExitedWithCode(kEndedWell), "");
+      ::testing::ExitedWithCode(kExitedAsExpected), "");
 }
 
-TEST_F(EndOfProcess, WithTheCameraClosed) {
+TEST_F(ProcessExit, SucceedsAfterClose) {
   EXPECT_EXIT(
       {
         QueryAndOpen();
         Close();
-        std::exit(kEndedWell);  // NOLINT(concurrency-mt-unsafe): how an exit meets a thread is the matter
+        std::exit(kExitedAsExpected);  // NOLINT(concurrency-mt-unsafe): the test exits while threads run
       },
-      ::testing::ExitedWithCode(kEndedWell), "");
+      ::testing::ExitedWithCode(kExitedAsExpected), "");
 }
 
-TEST_F(EndOfProcess, AfterAQueryAlone) {
+TEST_F(ProcessExit, SucceedsAfterAQuery) {
   EXPECT_EXIT(
       {
         if (Query() == 0) {
-          std::exit(kEndedWell);  // NOLINT(concurrency-mt-unsafe): how an exit meets a thread is the matter
+          std::exit(kExitedAsExpected);  // NOLINT(concurrency-mt-unsafe): the test exits while threads run
         }
       },
-      ::testing::ExitedWithCode(kEndedWell), "");
+      ::testing::ExitedWithCode(kExitedAsExpected), "");
 }
 
 }  // namespace

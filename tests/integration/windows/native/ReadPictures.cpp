@@ -1,5 +1,4 @@
-// Looks at every picture of a decoded stream: the numbered picture, in order from number 0, upright and in
-// its colours.
+// Checks every picture of a decoded stream: numbered in order from 0, upright and with the right colours.
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -10,8 +9,8 @@
 
 namespace {
 
-// Upside down or with colours swapped it is above a hundred.
-constexpr double kGreatestColourError = 12;
+// Swapped colours or an upside-down picture give more than 100.
+constexpr double kMaxColourError = 12;
 
 struct Stream {
   std::uint32_t width;
@@ -19,34 +18,34 @@ struct Stream {
   std::uint32_t pictures;
 };
 
-// What is wrong with the picture; empty when nothing is.
-std::string Complaint(const std::vector<std::uint8_t>& picture, const Stream& stream, std::uint32_t number) {
+// Describes an error in the picture; empty if there is none.
+std::string FindError(const std::vector<std::uint8_t>& picture, const Stream& stream, std::uint32_t number) {
   const std::size_t luma = std::size_t{stream.width} * stream.height;
-  const auto seen = simulated::ReadFrameNumber(picture.data(), stream.width, stream.width, stream.height);
-  if (seen != number) {
-    return "shows " + (seen ? "number " + std::to_string(*seen) : "no number");
+  const auto found = simulated::ReadFrameNumber(picture.data(), stream.width, stream.width, stream.height);
+  if (found != number) {
+    return "shows " + (found ? "number " + std::to_string(*found) : "no number");
   }
   const double error = simulated::CornerColourError(
       picture.data(), picture.data() + luma, picture.data() + luma + luma / 4, stream.width, stream.height);
-  return error < kGreatestColourError ? "" : "has its colours wrong by " + std::to_string(error);
+  return error < kMaxColourError ? "" : "has a colour error of " + std::to_string(error);
 }
 
 int Check(std::istream& in, const Stream& stream) {
   std::vector<std::uint8_t> picture(std::size_t{stream.width} * stream.height * 3 / 2);
   std::uint32_t number = 0;
   while (in.read(reinterpret_cast<char*>(picture.data()), static_cast<std::streamsize>(picture.size()))) {
-    if (const std::string complaint = Complaint(picture, stream, number); !complaint.empty()) {
-      std::printf("picture %u %s\n", number, complaint.c_str());
+    if (const std::string message = FindError(picture, stream, number); !message.empty()) {
+      std::printf("picture %u %s\n", number, message.c_str());
       return EXIT_FAILURE;
     }
     ++number;
   }
   if (in.gcount() != 0 || number != stream.pictures || number == 0) {
-    std::printf("%u pictures of %u packets, then %lld bytes\n", number, stream.pictures,
+    std::printf("%u pictures for %u packets, %lld trailing bytes\n", number, stream.pictures,
                 static_cast<long long>(in.gcount()));
     return EXIT_FAILURE;
   }
-  std::printf("%u pictures of %ux%u, each in its place\n", number, stream.width, stream.height);
+  std::printf("%u pictures of %ux%u in order\n", number, stream.width, stream.height);
   return EXIT_SUCCESS;
 }
 
@@ -54,7 +53,7 @@ int Check(std::istream& in, const Stream& stream) {
 
 int main(int argc, char** argv) {
   if (argc != 5) {
-    std::puts("usage: read_pictures FILE.yuv WIDTH HEIGHT PICTURES");
+    std::puts("usage: read_pictures FILE.yuv WIDTH HEIGHT COUNT");
     return EXIT_FAILURE;
   }
   std::ifstream in(argv[1], std::ios::binary);

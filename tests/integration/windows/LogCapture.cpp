@@ -1,4 +1,4 @@
-#include "LibraryLines.h"
+#include "LogCapture.h"
 
 #include <log4cplus/appender.h>
 #include <log4cplus/spi/loggingevent.h>
@@ -9,8 +9,8 @@ namespace {
 
 constexpr const wchar_t* kLoggerName = L"nuveq.camera";
 
-// The functions of the capture graph, whose messages carry their real lines; all others keep theirs for ever.
-bool HasRealLine(const std::string& text) {
+// The capture graph's functions log their current line numbers; all other line numbers are fixed.
+bool HasVariableLine(const std::string& text) {
   for (const char* function :
        {"::OpenCamera)", "::InitCameraBasicInfo)", "::AddDeviceFilter)", "::AddSampleGrabberFilter)",
         "::QueryFilterPin)", "::SetCameraFormat)", "::ConfigSampleGrabber)"}) {
@@ -21,7 +21,7 @@ bool HasRealLine(const std::string& text) {
   return false;
 }
 
-// What the library logs is ASCII, but for names of devices, which these tests do not look at.
+// Messages are ASCII except for device names, which the tests do not check.
 std::string Narrow(const std::wstring& text) {
   std::string narrow;
   for (const wchar_t c : text) {
@@ -32,7 +32,7 @@ std::string Narrow(const std::wstring& text) {
 
 }  // namespace
 
-class LibraryLines::Appender : public log4cplus::Appender {
+class LogCapture::Appender : public log4cplus::Appender {
  public:
   Appender() = default;
   Appender(const Appender&) = delete;
@@ -44,7 +44,7 @@ class LibraryLines::Appender : public log4cplus::Appender {
     const std::lock_guard lock(m_mutex);
     return m_lines;
   }
-  void Forget() {
+  void Clear() {
     const std::lock_guard lock(m_mutex);
     m_lines.clear();
   }
@@ -52,7 +52,7 @@ class LibraryLines::Appender : public log4cplus::Appender {
  protected:
   void append(const log4cplus::spi::InternalLoggingEvent& event) override {
     const std::string text = Narrow(event.getMessage());
-    const int line = HasRealLine(text) ? 0 : event.getLine();
+    const int line = HasVariableLine(text) ? 0 : event.getLine();
     std::string level = Narrow(log4cplus::getLogLevelManager().toString(event.getLogLevel()));
     const std::lock_guard lock(m_mutex);
     m_lines.push_back(level + " " + Narrow(event.getFile()) + ":" + std::to_string(line) + " " + text);
@@ -63,14 +63,14 @@ class LibraryLines::Appender : public log4cplus::Appender {
   std::vector<std::string> m_lines;
 };
 
-LibraryLines::LibraryLines() : m_appender(new Appender) {
+LogCapture::LogCapture() : m_appender(new Appender) {
   log4cplus::Logger::getInstance(kLoggerName).addAppender(log4cplus::SharedAppenderPtr(m_appender.get()));
 }
 
-LibraryLines::~LibraryLines() {
+LogCapture::~LogCapture() {
   log4cplus::Logger::getInstance(kLoggerName).removeAppender(log4cplus::SharedAppenderPtr(m_appender.get()));
 }
 
-std::vector<std::string> LibraryLines::Get() const { return m_appender->Lines(); }
+std::vector<std::string> LogCapture::Lines() const { return m_appender->Lines(); }
 
-void LibraryLines::Forget() { m_appender->Forget(); }
+void LogCapture::Clear() { m_appender->Clear(); }
