@@ -1,4 +1,4 @@
-"""Makes the packages that the other tests look at: installed and then moved; packed and unpacked elsewhere."""
+"""Creates the packages for the tests: an installation that is then moved, and an archive that is unpacked."""
 
 import shutil
 
@@ -8,13 +8,13 @@ from package_tool import ARCHIVE, BUILD, CMAKE, CPACK, FOLDER, INSTALLED, UNPACK
 def main():
     shutil.rmtree(FOLDER, ignore_errors=True)
     FOLDER.mkdir(parents=True)
-    first_place = FOLDER / "installed"
-    run(CMAKE, "--install", BUILD, "--prefix", first_place, "--strip")
-    first_place.rename(INSTALLED)
+    install_folder = FOLDER / "installed"
+    run(CMAKE, "--install", BUILD, "--prefix", install_folder, "--strip")
+    install_folder.rename(INSTALLED)
     run(CPACK, "--config", BUILD / "CPackConfig.cmake", "-B", FOLDER / "packed")
     shutil.rmtree(FOLDER / "packed/_CPack_Packages")
     shutil.unpack_archive(archive(), UNPACKED)
-    print(f"made {ARCHIVE}, {archive().stat().st_size} bytes")
+    print(f"created {ARCHIVE}, {archive().stat().st_size} bytes")
 
 
 main()

@@ -1,4 +1,4 @@
-// Writes as many bytes as it is told to into an array of sixteen.
+// Writes the given number of bytes to an array of 16 bytes.
 #include <cstdio>
 #include <cstdlib>
 

@@ -1,4 +1,4 @@
-"""What the scripts that test the packages share: the packages, and how a host is built against one."""
+"""Common code of the package tests: paths of the packages, and builds of a host."""
 
 import os
 import re
@@ -17,19 +17,20 @@ VERSION = os.environ["PACKAGE_VERSION"]
 ARCHIVE = os.environ["PACKAGE_ARCHIVE"]
 CMAKE = os.environ["PACKAGE_CMAKE"]
 CPACK = os.environ["PACKAGE_CPACK"]
+C_COMPILER = os.environ["PACKAGE_C_COMPILER"]
 OBJDUMP = os.environ["PACKAGE_OBJDUMP"]
 TOOLCHAIN = os.environ["PACKAGE_TOOLCHAIN"]
 HAS_TOOL = "PACKAGE_HAS_TOOL" in os.environ
 
-# What cmake --install makes, moved since: where it was installed to nothing is left. The space is in the way of
-# everything that forgets about spaces.
+CONSUMER = SOURCE / "tests/integration/packaging/consumer"
+# The output of cmake --install, moved from its install prefix. The space finds missing quotes.
 INSTALLED = FOLDER / "moved here"
-# What cpack packs, with its one folder.
+# The unpacked archive of cpack, which contains one folder.
 UNPACKED = FOLDER / "unpacked"
 PACKAGE = UNPACKED / ARCHIVE
 
-# Longer than anything that works takes, and within a test's own time-out.
-PATIENCE = 100
+# Seconds; below the timeout of a test in ctest.
+TIMEOUT = 100
 
 
 def archive():
@@ -45,12 +46,12 @@ def names_in_archive():
 
 
 def run(*command, **options):
-    """Standard output of a command that succeeds; what it wrote is the message when it does not."""
+    """Returns the output of a command; raises AssertionError with the output if the command fails."""
     result = subprocess.run([str(part) for part in command], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                            stderr=subprocess.STDOUT, timeout=PATIENCE, **options)
+                            stderr=subprocess.STDOUT, timeout=TIMEOUT, **options)
     output = result.stdout.decode(errors="replace")
     if result.returncode != 0:
-        raise AssertionError(f"{command[0]} ended with {result.returncode}:\n{output}")
+        raise AssertionError(f"{command[0]} exited with {result.returncode}:\n{output}")
     return output
 
 
@@ -59,7 +60,7 @@ def files_below(folder):
 
 
 def expected_files(name):
-    """The list of a package's files; a line that starts with 'nuveqcam: ' counts where the tool is built."""
+    """Returns a package's file list. Lines that start with 'nuveqcam: ' apply only if the tool is built."""
     lines = (Path(__file__).parent / name).read_text().splitlines()
     wanted = []
     for line in lines:
@@ -79,12 +80,12 @@ class PackageTest(unittest.TestCase):
         self.addCleanup(shutil.rmtree, self.scratch, ignore_errors=True)
 
     def configure_consumer(self, prefix, version=VERSION):
-        """Configures the host's project against the package in prefix; answers its build folder."""
+        """Configures the host against the package in prefix and returns its build folder."""
         build = self.scratch / "consumer build"
         compilers = ([f"-DCMAKE_TOOLCHAIN_FILE={TOOLCHAIN}"] if TOOLCHAIN else
-                     [f"-DCMAKE_C_COMPILER={os.environ['PACKAGE_C_COMPILER']}",
+                     [f"-DCMAKE_C_COMPILER={C_COMPILER}",
                       f"-DCMAKE_CXX_COMPILER={os.environ['PACKAGE_CXX_COMPILER']}"])
-        run(CMAKE, "-S", SOURCE / "tests/integration/packaging/consumer", "-B", build, "-G", os.environ["PACKAGE_GENERATOR"],
+        run(CMAKE, "-S", CONSUMER, "-B", build, "-G", os.environ["PACKAGE_GENERATOR"],
             f"-DCMAKE_PREFIX_PATH={prefix}", f"-DWANTED_VERSION={version}", *compilers)
         return build
 
@@ -97,7 +98,7 @@ class PackageTest(unittest.TestCase):
         return build / "bin"
 
     def assert_index_is_complete(self, licences):
-        """Every text in the folder is in its index, and every text that the index names is in the folder."""
+        """Checks that THIRD-PARTY.md lists exactly the texts in the folder, and returns its rows."""
         index = (licences / "THIRD-PARTY.md").read_text()
         rows = [line.strip("| ").split(" | ") for line in index.splitlines() if line.startswith("| ")][1:]
         named = {text for row in rows for text in row[4].split(", ")}
@@ -107,7 +108,7 @@ class PackageTest(unittest.TestCase):
             self.assertRegex(row[1], r"^\d", f"{row[0]} has no version")
         return rows
 
-    def assert_texts_name_no_folder_of_this_machine(self, folder):
+    def assert_texts_contain_no_local_paths(self, folder):
         for path in folder.rglob("*"):
             if path.suffix in (".cmake", ".pc", ".md", ".def", ".h", ".c", ".1"):
                 text = path.read_text()

@@ -1,4 +1,4 @@
-"""The package for Windows: what is in it, what its binaries need and show, and that hosts can use it under Wine."""
+"""The Windows package: its contents, imports and exports, and its use by hosts under Wine."""
 
 import os
 import re
@@ -7,17 +7,17 @@ import struct
 import subprocess
 import unittest
 
-from package_tool import (ARCHIVE, FOLDER, INSTALLED, OBJDUMP, PACKAGE, SOURCE, VERSION, PackageTest, expected_files,
-                          files_below, names_in_archive, run)
+from package_tool import (ARCHIVE, C_COMPILER, CONSUMER, FOLDER, INSTALLED, OBJDUMP, PACKAGE, SOURCE, VERSION,
+                          PackageTest, expected_files, files_below, names_in_archive, run)
 
 LIBRARY = PACKAGE / "bin/libnuveqcamerahandler.dll"
 RUNTIME = {"libstdc++-6.dll", "libgcc_s_seh-1.dll", "libwinpthread-1.dll"}
-# DLLs that every edition of Windows has, by what may need them.
-SYSTEM_OF_THE_LIBRARY = {"kernel32.dll", "msvcrt.dll", "ole32.dll", "setupapi.dll", "cfgmgr32.dll"}
-SYSTEM = SYSTEM_OF_THE_LIBRARY | {
+# DLLs of Windows that the library and the other binaries may import.
+LIBRARY_SYSTEM_DLLS = {"kernel32.dll", "msvcrt.dll", "ole32.dll", "setupapi.dll", "cfgmgr32.dll"}
+SYSTEM_DLLS = LIBRARY_SYSTEM_DLLS | {
     "advapi32.dll", "gdi32.dll", "oleaut32.dll", "shell32.dll", "shlwapi.dll", "user32.dll", "windowscodecs.dll",
     "ws2_32.dll"}
-ANSWERS = "table 0, null -2"
+EXPECTED_OUTPUT = "table 0, null -2"
 
 
 def binaries():
@@ -25,7 +25,7 @@ def binaries():
 
 
 def imports(path):
-    """The functions that a binary takes from each DLL, by the DLL's name."""
+    """Maps the name of each imported DLL to its imported functions."""
     found = {}
     for line in run(OBJDUMP, "-p", path).splitlines():
         if name := re.match(r"\s*DLL Name: (\S+)", line):
@@ -42,8 +42,8 @@ def exports(path):
     return re.findall(r"^\t\[\s*\d+\](?: \+base\[\s*\d+\]\s+[0-9a-f]+)? (\S+)", table, re.M)
 
 
-def told_version(path):
-    """The version that the resource tells as numbers, and the two that it tells as text."""
+def version_resource(path):
+    """Returns the numeric versions, FileVersion and ProductVersion of a version resource."""
     content = path.read_bytes()
     fixed = content.index(struct.pack("<I", 0xFEEF04BD))
     _, _, high, low, product_high, product_low = struct.unpack_from("<6I", content, fixed)
@@ -58,11 +58,11 @@ def told_version(path):
 
 class WineTest(PackageTest):
     def wine(self, program, *arguments):
-        """Standard output of a program that succeeds, in a Windows where no other test has registered anything."""
+        """Returns the output of a successful program, run in the Wine prefix of the package tests."""
         return self.wine_result(program, *arguments, code=0)
 
     def wine_result(self, program, *arguments, code):
-        # Background processes of Wine's hold what they inherit open: only files are waited for.
+        # Wine's background processes inherit the output. A pipe would stay open after the program's exit.
         output = self.scratch / "output"
         with open(output, "wb") as writer:
             result = subprocess.run(
@@ -79,94 +79,95 @@ class WineTest(PackageTest):
 
 
 class Contents(PackageTest):
-    def test_the_archive_has_one_folder_with_exactly_the_listed_files(self):
+    def test_archive_contains_exactly_the_listed_files(self):
         self.assertEqual(sorted(names_in_archive()),
                          [f"{ARCHIVE}/{name}" for name in expected_files("windows_files.txt")])
 
-    def test_installing_gives_exactly_the_listed_files(self):
+    def test_installation_contains_exactly_the_listed_files(self):
         self.assertEqual(files_below(INSTALLED), expected_files("windows_files.txt"))
 
-    def test_no_text_names_a_folder_of_the_machine_that_made_it(self):
-        self.assert_texts_name_no_folder_of_this_machine(PACKAGE)
+    def test_texts_contain_no_local_paths(self):
+        self.assert_texts_contain_no_local_paths(PACKAGE)
 
-    def test_the_index_names_every_licence_and_every_bundled_dll(self):
+    def test_licence_index_lists_every_licence_and_bundled_dll(self):
         rows = self.assert_index_is_complete(PACKAGE / "share/licences")
         named = {name for row in rows for name in re.findall(r"bin/(\S+\.dll)", row[3])}
         self.assertEqual(named, {path.name for path in (PACKAGE / "bin").glob("*.dll")} - {LIBRARY.name})
 
 
 class Binaries(PackageTest):
-    def test_they_are_for_64_bit_windows_and_carry_no_debug_information(self):
+    def test_are_64_bit_without_debug_information(self):
         self.assertGreaterEqual(len(binaries()), 6)
         for path in binaries():
             headers = run(OBJDUMP, "-f", "-h", path)
             self.assertIn("pei-x86-64", headers, path)
             self.assertNotIn(".debug_", headers, path)
 
-    def test_every_dll_that_they_need_is_packed_or_the_systems(self):
-        packed = {path.name for path in (PACKAGE / "bin").glob("*.dll")}
+    def test_import_only_dlls_of_the_package_or_windows(self):
+        packaged = {path.name for path in (PACKAGE / "bin").glob("*.dll")}
         for path in binaries():
             needed = imports(path)
             self.assertIn("KERNEL32.dll", needed, path)
-            self.assertEqual({name for name in needed if name not in packed and name.lower() not in SYSTEM}, set(), path)
+            others = {name for name in needed if name not in packaged and name.lower() not in SYSTEM_DLLS}
+            self.assertEqual(others, set(), path)
 
-    def test_the_library_needs_its_system_dlls_logging_encoder_and_runtime_alone(self):
+    def test_library_imports_only_its_documented_dlls(self):
         needed = imports(LIBRARY)
-        self.assertEqual({name for name in needed if name.lower() not in SYSTEM_OF_THE_LIBRARY},
+        self.assertEqual({name for name in needed if name.lower() not in LIBRARY_SYSTEM_DLLS},
                          RUNTIME | {"liblog4cplus.dll", "MultiMediaEncoder.dll"})
 
-    def test_the_configuration_manager_is_asked_itself(self):
+    def test_configuration_manager_functions_come_from_cfgmgr32(self):
         needed = imports(LIBRARY)
         self.assertEqual(sorted(needed["CFGMGR32.dll"]), ["CM_Get_Child", "CM_Get_DevNode_Status", "CM_Get_Device_IDA"])
         self.assertIn("SetupDiGetClassDevsW", needed["SETUPAPI.dll"])
         self.assertEqual([name for name in needed["SETUPAPI.dll"] if name.startswith("CM_")], [])
 
-    def test_one_function_leaves_the_library_undecorated(self):
+    def test_library_exports_one_undecorated_function(self):
         self.assertEqual(exports(LIBRARY), ["NUVEQGetCameraHandler"])
 
-    def test_the_projects_own_tell_its_version(self):
+    def test_own_binaries_have_a_version_resource(self):
         major, minor, patch = map(int, VERSION.split("."))
         numbers = [(major, minor), (patch, 0)]
         own = [LIBRARY, PACKAGE / "bin/MultiMediaEncoder.dll", *PACKAGE.rglob("*.exe")]
         for path in own:
-            self.assertEqual(told_version(path), (numbers + numbers, VERSION, VERSION), path)
+            self.assertEqual(version_resource(path), (numbers + numbers, VERSION, VERSION), path)
 
 
 class Consumer(WineTest):
-    def test_a_cmake_project_finds_links_and_runs_the_unpacked_library(self):
+    def test_cmake_project_uses_the_unpacked_archive(self):
         programs = self.build_consumer(PACKAGE)
-        self.assertEqual(self.wine(programs / "consumer_c.exe"), ANSWERS + "\n")
-        self.assertEqual(self.wine(programs / "consumer_cxx.exe"), ANSWERS + "\n")
+        self.assertEqual(self.wine(programs / "consumer_c.exe"), EXPECTED_OUTPUT + "\n")
+        self.assertEqual(self.wine(programs / "consumer_cxx.exe"), EXPECTED_OUTPUT + "\n")
 
-    def test_a_cmake_project_finds_and_links_the_moved_library(self):
+    def test_cmake_project_uses_the_moved_installation(self):
         programs = self.build_consumer(INSTALLED)
-        self.assertEqual(self.wine(programs / "consumer_c.exe"), ANSWERS + "\n")
+        self.assertEqual(self.wine(programs / "consumer_c.exe"), EXPECTED_OUTPUT + "\n")
 
-    def test_the_definition_file_makes_an_import_library(self):
+    def test_def_file_creates_an_import_library(self):
         imported = self.scratch / "imported.lib"
         run(os.environ["PACKAGE_DLLTOOL"], "-d", PACKAGE / "lib/libnuveqcamerahandler.def", "-l", imported)
-        # Beside the DLLs, where an installer would put the host.
+        # The host loads the DLLs from its own folder.
         for dll in (PACKAGE / "bin").glob("*.dll"):
             shutil.copy(dll, self.scratch)
         program = self.scratch / "host.exe"
-        run(os.environ["PACKAGE_C_COMPILER"], "-I", PACKAGE / "include", SOURCE / "tests/integration/packaging/consumer/consumer.c",
+        run(C_COMPILER, "-I", PACKAGE / "include", CONSUMER / "consumer.c",
             imported, "-o", program)
-        self.assertEqual(self.wine(program), ANSWERS + "\n")
+        self.assertEqual(self.wine(program), EXPECTED_OUTPUT + "\n")
 
-    def test_the_readmes_program_loads_the_library_from_another_folder(self):
+    def test_readme_program_loads_the_library_from_another_folder(self):
         code = re.search(r"^```c\n(.*?)^```$", (PACKAGE / "README.md").read_text(), re.M | re.S).group(1)
         source = self.scratch / "packets.c"
         source.write_text(code)
         program = self.scratch / "packets.exe"
-        run(os.environ["PACKAGE_C_COMPILER"], "-Wall", "-Wextra", "-Werror", "-I", PACKAGE / "include", source, "-o", program)
-        # This Windows has no camera: the answer to the query, and what the library reports on the way.
+        run(C_COMPILER, "-Wall", "-Wextra", "-Werror", "-I", PACKAGE / "include", source, "-o", program)
+        # The prefix has no camera, so the query fails and reports action 440.
         self.assertEqual(self.wine_result(program, self.windows_path(LIBRARY), code=3), "no usable camera (440)\n")
-        # Not a matter of what happens to be found elsewhere.
+        # Another copy of the library is not used instead.
         self.assertEqual(self.wine_result(program, self.windows_path(self.scratch / "absent.dll"), code=1), "")
 
 
 class Tool(WineTest):
-    def test_it_tells_the_version_from_the_unpacked_folder(self):
+    def test_prints_its_version(self):
         self.assertIn(VERSION, self.wine(PACKAGE / "bin/nuveqcam.exe", "--version"))
 
 

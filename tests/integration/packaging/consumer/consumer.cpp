@@ -5,9 +5,9 @@
 
 int main() {
   NUVEQCameraHandler table = {};
-  const std::int32_t answer = NUVEQGetCameraHandler(&table);
-  const std::int32_t answerToNull = NUVEQGetCameraHandler(nullptr);
-  std::cout << "table " << answer << ", null " << answerToNull << std::endl;
+  const std::int32_t result = NUVEQGetCameraHandler(&table);
+  const std::int32_t resultForNull = NUVEQGetCameraHandler(nullptr);
+  std::cout << "table " << result << ", null " << resultForNull << std::endl;
   return table.GetCapability == nullptr ||
          table.GetCapability(nullptr, nullptr) != NUVEQ_CAMERA_INVALID_ARGUMENT;
 }
