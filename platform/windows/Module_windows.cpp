@@ -1,16 +1,14 @@
-// The library as a DLL. docs/windows.md says why all this is needed and why it is sound.
+// Pins the DLL while it has a capture graph. docs/architecture.md explains why this is sound.
 //
-// While a DLL is being unloaded it cannot join a thread: the unloading thread holds the loader lock, and
-// every thread takes it when it ends. So the DLL is pinned, by a reference of its own, from the moment it has
-// a graph until the camera is closed. An unload by its host in between takes effect when the camera is
-// closed.
+// A DLL cannot join threads while it is unloaded: the unloading thread holds the loader lock, which every
+// thread acquires when it exits. Therefore the DLL holds a reference to itself, the pin, while it has a
+// graph. If the host unloads the DLL in that time, the unload takes effect when the camera is closed.
 //
-// The pin may be the last reference, and FreeLibrary would then return into unmapped code. So another thread
-// drops it, with FreeLibraryAndExitThread. Whoever drops the last reference, that thread or one of the host's
-// while the close is still returning, DllMain holds up the unload until the closing thread has left the DLL:
-// until that thread has announced that it only returns (Departure::isReturning), and
-// its instruction pointer is outside. Therefore UnpinModule is the last thing that the outermost call through
-// the table does.
+// The pin may be the last reference, and FreeLibrary would then return into unmapped code. Therefore another
+// thread drops it with FreeLibraryAndExitThread. Whichever thread drops the last reference, DllMain delays
+// the unload until the thread that closed the camera has left the DLL: it has set Departure::isReturning, and
+// its instruction pointer is outside the DLL. Therefore UnpinModule must be the last action of the outermost
+// call through the function table.
 #include "Module.h"
 
 #include <windows.h>
@@ -20,24 +18,24 @@
 #include <memory>
 #include <utility>
 
-// The start of the DLL that this code is in; the linker defines it.
+// Start of this DLL; defined by the linker.
 extern "C" IMAGE_DOS_HEADER __ImageBase;  // NOLINT(bugprone-reserved-identifier)
 
 namespace {
 
-struct CloseHandleAtEnd {
+struct HandleCloser {
   void operator()(HANDLE handle) const { CloseHandle(handle); }
 };
-using Handle = std::unique_ptr<void, CloseHandleAtEnd>;
+using Handle = std::unique_ptr<void, HandleCloser>;
 
-std::atomic<bool> processIsEnding{false};
+std::atomic<bool> isProcessEnding{false};
 
-// The thread that closed the camera last, on its way out of the DLL.
+// The thread that closed the camera last and may still be returning through the DLL.
 struct Departure {
   Handle thread;  // null: the camera was never closed
   DWORD threadId = 0;
-  Handle unloadBegins;  // an event
-  // Set when the thread does nothing in the DLL any more but return from it.
+  Handle unloadStarted;  // event
+  // Set when the only remaining action of the thread in the DLL is to return.
   std::atomic<bool> isReturning{false};
 };
 Departure departure;
@@ -51,22 +49,22 @@ bool IsInThisModule(DWORD64 address) {
          region.AllocationBase == &__ImageBase;
 }
 
-// True for a thread that executes code of this DLL, and for one that cannot be asked.
+// True if the thread executes code of this DLL or its state is unknown.
 bool IsInThisModule(HANDLE thread) {
   if (SuspendThread(thread) == static_cast<DWORD>(-1)) {
     return true;
   }
-  // Getting the context also waits until the thread is really suspended.
+  // SuspendThread is asynchronous; GetThreadContext waits until the thread is suspended.
   CONTEXT context{};
   context.ContextFlags = CONTEXT_CONTROL;
-  const BOOL isKnown = GetThreadContext(thread, &context);
+  const BOOL hasContext = GetThreadContext(thread, &context);
   ResumeThread(thread);
-  return isKnown == FALSE || IsInThisModule(context.Rip);
+  return hasContext == FALSE || IsInThisModule(context.Rip);
 }
 
-// Returns when the departing thread executes nothing of this DLL any more, or has ended.
+// Returns when the departing thread has left this DLL or has ended.
 void WaitForDeparture() {
-  constexpr DWORD kPollInterval = 1;  // ms; yielding would not let threads of lower priority run
+  constexpr DWORD kPollInterval = 1;  // ms; unlike yielding, waiting lets threads of lower priority run
   while (!departure.isReturning || IsInThisModule(departure.thread.get())) {
     if (WaitForSingleObject(departure.thread.get(), kPollInterval) != WAIT_TIMEOUT) {
       return;
@@ -74,28 +72,28 @@ void WaitForDeparture() {
   }
 }
 
-Handle ThisThread() {
+Handle OpenCurrentThread() {
   HANDLE thread = nullptr;
   DuplicateHandle(GetCurrentProcess(), GetCurrentThread(), GetCurrentProcess(), &thread,
                   THREAD_SUSPEND_RESUME | THREAD_GET_CONTEXT | SYNCHRONIZE, FALSE, 0);
   return Handle(thread);
 }
 
-DWORD WINAPI DropPinOnThisThread(LPVOID /*unused*/) { FreeLibraryAndExitThread(ThisModule(), 0); }
+DWORD WINAPI FreeModuleAndExit(LPVOID /*unused*/) { FreeLibraryAndExitThread(ThisModule(), 0); }
 
 void DropPin(UnpinTiming timing) {
-  Handle thread = ThisThread();
-  Handle unloadBegins(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-  if (!thread || !unloadBegins) {
+  Handle thread = OpenCurrentThread();
+  Handle unloadStarted(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+  if (!thread || !unloadStarted) {
     return;
   }
   departure.thread = std::move(thread);
   departure.threadId = GetCurrentThreadId();
-  departure.unloadBegins = std::move(unloadBegins);
-  const Handle dropping(CreateThread(nullptr, 0, DropPinOnThisThread, nullptr, 0, nullptr));
-  if (dropping && timing == UnpinTiming::kBeforeReturning) {
-    const std::array<HANDLE, 2> either{dropping.get(), departure.unloadBegins.get()};
-    WaitForMultipleObjects(2, either.data(), FALSE, INFINITE);
+  departure.unloadStarted = std::move(unloadStarted);
+  const Handle dropper(CreateThread(nullptr, 0, FreeModuleAndExit, nullptr, 0, nullptr));
+  if (dropper && timing == UnpinTiming::kBeforeReturning) {
+    const std::array<HANDLE, 2> handles{dropper.get(), departure.unloadStarted.get()};
+    WaitForMultipleObjects(2, handles.data(), FALSE, INFINITE);
   }
 }
 
@@ -108,7 +106,7 @@ void PinModule() {
 }
 
 void UnpinModule(UnpinTiming timing) {
-  if (processIsEnding) {
+  if (isProcessEnding) {
     return;
   }
   departure.isReturning = false;
@@ -116,14 +114,14 @@ void UnpinModule(UnpinTiming timing) {
   departure.isReturning = true;
 }
 
-bool IsProcessEnding() { return processIsEnding; }
+bool IsProcessEnding() { return isProcessEnding; }
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE /*module*/, DWORD reason, LPVOID reserved) {
   if (reason == DLL_PROCESS_DETACH) {
-    // Only an unload has no reserved argument. At the end of the process the other threads are gone already.
-    processIsEnding = reserved != nullptr;
-    if (!processIsEnding && departure.thread && departure.threadId != GetCurrentThreadId()) {
-      SetEvent(departure.unloadBegins.get());
+    // reserved is null for an unload. At process exit, all other threads have already ended.
+    isProcessEnding = reserved != nullptr;
+    if (!isProcessEnding && departure.thread && departure.threadId != GetCurrentThreadId()) {
+      SetEvent(departure.unloadStarted.get());
       WaitForDeparture();
     }
   }

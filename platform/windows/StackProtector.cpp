@@ -1,17 +1,16 @@
-// What the compiler's stack protector needs at run time: a value that is hard to guess, between a function's
-// arrays and its return address, and an end for the process in which it was overwritten. Each DLL and program
-// has its own.
+// Runtime support of the compiler's stack protector: the guard value between a function's arrays and its
+// return address, and the handler for an overwritten guard. Each DLL and program has its own guard.
 #include <windows.h>
 
 #include <cstdint>
 
-// NOLINTBEGIN(bugprone-reserved-identifier): the names that the compiler asks for
+// NOLINTBEGIN(bugprone-reserved-identifier): the compiler refers to these names
 extern "C" {
 std::uintptr_t __stack_chk_guard = 0x6B1D9E3C52A7F400;
 [[noreturn]] void __stack_chk_fail();
 }
 
-// Nothing of the process can be trusted any more: the kernel ends it, and no handler of its own runs.
+// The process state is corrupt. __fastfail ends the process in the kernel without running exception handlers.
 void __stack_chk_fail() {
   __asm__ volatile("int $0x29" : : "c"(FAST_FAIL_STACK_COOKIE_CHECK_FAILURE));
   __builtin_unreachable();
@@ -19,29 +18,30 @@ void __stack_chk_fail() {
 
 namespace {
 
-// Every bit of the result depends on every bit of the value: the last steps of the SplitMix64 generator.
-std::uint64_t Mixed(std::uint64_t value) {
+// The finaliser of SplitMix64: every bit of the result depends on every bit of the value.
+std::uint64_t Mix(std::uint64_t value) {
   value = (value ^ (value >> 30)) * 0xBF58476D1CE4E5B9;
   value = (value ^ (value >> 27)) * 0x94D049BB133111EB;
   return value ^ (value >> 31);
 }
 
-// While the image is being loaded, when no other may be: from what changes from one process and moment to the
-// next. Before other constructors, so that no function that has read the value is still to return then.
-__attribute__((constructor(101))) void ChooseGuard() {
+// Combines values that differ between processes: while the image is loaded, the system's random number
+// provider cannot be loaded. Runs before all other constructors, so that no active function has saved the
+// initial value.
+__attribute__((constructor(101))) void InitialiseGuard() {
   FILETIME time{};
   GetSystemTimeAsFileTime(&time);
   LARGE_INTEGER counter{};
   QueryPerformanceCounter(&counter);
-  std::uint64_t value = Mixed((std::uint64_t{time.dwHighDateTime} << 32) | time.dwLowDateTime);
-  value = Mixed(value ^ static_cast<std::uint64_t>(counter.QuadPart));
-  value = Mixed(value ^ (std::uint64_t{GetCurrentProcessId()} << 32) ^ GetCurrentThreadId());
-  // Where the system has put the image and this thread's stack.
-  value = Mixed(value ^ reinterpret_cast<std::uintptr_t>(&__stack_chk_guard));
-  value = Mixed(value ^ reinterpret_cast<std::uintptr_t>(&time));
-  // A zero byte in front stops text that runs over.
-  constexpr std::uint64_t kZeroByte = 0xFF;
-  __stack_chk_guard = value & ~kZeroByte;
+  std::uint64_t value = Mix((std::uint64_t{time.dwHighDateTime} << 32) | time.dwLowDateTime);
+  value = Mix(value ^ static_cast<std::uint64_t>(counter.QuadPart));
+  value = Mix(value ^ (std::uint64_t{GetCurrentProcessId()} << 32) ^ GetCurrentThreadId());
+  // Addresses of the image and of this thread's stack (ASLR).
+  value = Mix(value ^ reinterpret_cast<std::uintptr_t>(&__stack_chk_guard));
+  value = Mix(value ^ reinterpret_cast<std::uintptr_t>(&time));
+  // A zero in the lowest byte stops overruns by string functions.
+  constexpr std::uint64_t kLowestByte = 0xFF;
+  __stack_chk_guard = value & ~kLowestByte;
 }
 
 }  // namespace

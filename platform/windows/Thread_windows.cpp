@@ -1,4 +1,4 @@
-// The encoder thread on Windows.
+// Name and priority of the encoder thread on Windows.
 #include "Thread.h"
 
 #include <windows.h>
@@ -7,9 +7,8 @@ namespace {
 
 using SetDescription = HRESULT(WINAPI*)(HANDLE, PCWSTR);
 
-// Windows 10 1607 and later have names of threads, the first of them in this DLL alone. kernel32 is built on
-// it, so that it is always there.
-void Name(HANDLE thread) {
+// Requires Windows 10 1607, which exports the function only from kernelbase.dll. kernel32 loads that DLL.
+void SetName(HANDLE thread) {
   const HMODULE kernel = GetModuleHandleW(L"kernelbase.dll");
   if (kernel == nullptr) {
     return;
@@ -25,8 +24,8 @@ void Name(HANDLE thread) {
 
 void PrepareEncoderThread() noexcept {
   auto* const self = GetCurrentThread();
-  Name(self);
-  // Counted from the host's own priority class. Whoever has given the thread another one stays right.
+  SetName(self);
+  // Relative to the priority class of the process. Keeps a priority that the host has set.
   if (GetThreadPriority(self) == THREAD_PRIORITY_NORMAL) {
     SetThreadPriority(self, THREAD_PRIORITY_ABOVE_NORMAL);
   }
