@@ -1,7 +1,7 @@
-# What the compiler and the linker can do against data that means harm: what reaches this project comes from cameras,
-# drivers and files of strangers. tests/integration/packaging/hardening_test.py looks for it in everything that is shipped.
+# Exploit mitigations of the compiler and the linker: input comes from cameras, drivers and files that are not trusted.
+# tests/integration/packaging/hardening_test.py checks all shipped binaries.
 #
-# Not in instrumented builds: sanitizers find more, and fortified functions would keep some of it from them.
+# Disabled in instrumented builds: sanitizers detect more, and fortified functions would hide errors from them.
 include_guard()
 if(NUVEQ_INSTRUMENTATION OR MSVC)
   return()
@@ -10,15 +10,14 @@ include(CheckCXXCompilerFlag)
 include(CheckCXXSourceCompiles)
 
 if(MINGW)
-  # ld's defaults since binutils 2.36. Set all the same: they are promised to integrators. Neither the DLLs nor the
-  # programs need more for ASLR; their relocations are kept.
+  # The defaults of ld since binutils 2.36, set explicitly because the documentation guarantees them.
   add_link_options(LINKER:--dynamicbase,--nxcompat,--high-entropy-va)
 
-  # GCC's run-time part, libssp, is another DLL to ship; linked statically it asks the system for random numbers while
-  # DLLs are being loaded, when no further ones may be. So ours is part of every DLL and program.
+  # StackProtector.cpp replaces libssp, GCC's runtime for the stack protector. As a DLL, libssp would have to be shipped;
+  # as a static library, it loads the system's random number provider from a constructor, where no DLL may be loaded.
   #
-  # Its fortified functions are left out: without libssp there are none here, and the compiler can tell no length in
-  # any call of this project's that they would check. What other systems have builds from the same sources.
+  # Fortified functions are not available without libssp. No call in this project would use one: the compiler knows none
+  # of the buffer sizes.
   add_library(stack_protector STATIC ${CMAKE_CURRENT_LIST_DIR}/../platform/windows/StackProtector.cpp)
   target_compile_options(stack_protector PRIVATE -fno-stack-protector)
   add_compile_options(-fstack-protector-strong)
@@ -28,7 +27,7 @@ endif()
 
 add_compile_options(-fstack-protector-strong)
 foreach(option -fstack-clash-protection -fcf-protection=full)
-  # Not every processor has them.
+  # Not available on every architecture.
   string(MAKE_C_IDENTIFIER "NUVEQ_HAS${option}" has)
   check_cxx_compiler_flag(${option} ${has})
   if(${has})
@@ -36,7 +35,7 @@ foreach(option -fstack-clash-protection -fcf-protection=full)
   endif()
 endforeach()
 
-# Checked functions need optimisation, and their third level a compiler and a C library that know it.
+# Fortified functions require optimisation; level 3 requires support by the compiler and the C library.
 set(CMAKE_REQUIRED_FLAGS "-O2 -Werror -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3")
 check_cxx_source_compiles("
     #include <cstring>
@@ -53,6 +52,6 @@ set(optimised $<CONFIG:Release,RelWithDebInfo,MinSizeRel>)
 add_compile_options("$<${optimised}:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=${level}>")
 
 add_link_options(LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack)
-# Programs without a fixed address: compiled so by CMAKE_POSITION_INDEPENDENT_CODE, and linked so by this.
+# Links programs as position-independent; CMAKE_POSITION_INDEPENDENT_CODE compiles them as such.
 include(CheckPIESupported)
 check_pie_supported(LANGUAGES C CXX)

@@ -1,5 +1,5 @@
-# The DLLs that the product needs beside it: the compiler's runtime, shared because C++ objects cross between
-# the DLLs, and log4cplus. Copied into the folder of the programs, without debug information.
+# The target windows_runtime copies the DLLs that the product needs into its folder, without debug information: log4cplus
+# and the compiler's runtime. The runtime is shared because C++ objects cross DLL boundaries.
 include_guard()
 
 set(NUVEQ_RUNTIME_DLLS)
@@ -8,7 +8,7 @@ if(MINGW)
     execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=${name}
                     OUTPUT_VARIABLE file OUTPUT_STRIP_TRAILING_WHITESPACE)
     if(NOT IS_ABSOLUTE ${file})
-      # Belongs to the C library, whose folder the compiler searches for libraries only.
+      # Part of the C library, whose folder -print-file-name does not search.
       find_file(NUVEQ_${name} ${name} PATHS /usr/x86_64-w64-mingw32/lib REQUIRED)
       set(file ${NUVEQ_${name}})
     endif()

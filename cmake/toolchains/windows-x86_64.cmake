@@ -1,5 +1,4 @@
-# Windows x86-64 with mingw-w64 and threads of the POSIX model, which the standard library's threads need.
-# Programs run under Wine during the build and in tests.
+# Windows x86-64 with mingw-w64. std::thread requires the POSIX thread model. CMake runs programs under Wine.
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR x86_64)
 
@@ -11,7 +10,7 @@ set(CMAKE_ASM_NASM_COMPILER nasm)
 get_filename_component(wine ${CMAKE_CURRENT_LIST_DIR}/../../scripts/wine.sh ABSOLUTE)
 set(CMAKE_CROSSCOMPILING_EMULATOR ${wine})
 
-# Libraries and headers of this machine's own system are of no use; what is cross-built is named by prefix.
+# Search CMAKE_PREFIX_PATH for cross-built dependencies as well as the toolchain's root.
 set(CMAKE_FIND_ROOT_PATH /usr/x86_64-w64-mingw32)
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY BOTH)
