@@ -12,10 +12,10 @@ MULTI_MEDIA_ENCODER_EXPORT VideoEncoder* MakeTimedEncoder() asm(
     "__wrap__ZN12VideoEncoder20CreateDefaultEncoderEv");
 MULTI_MEDIA_ENCODER_EXPORT void DropTimedEncoder(VideoEncoder* encoder) asm(
     "__wrap__ZN12VideoEncoder14ReleaseEncoderEPS_");
-encoder::Planes TimedConvert(encoder::PictureConverter* converter,
-                             std::uint8_t* bytes) asm("__wrap__ZN7encoder16PictureConverter7ConvertEPh");
-encoder::Planes RealConvert(encoder::PictureConverter* converter,
-                            std::uint8_t* bytes) asm("__real__ZN7encoder16PictureConverter7ConvertEPh");
+encoder::Planes TimedConvert(encoder::I420Converter* converter,
+                             std::uint8_t* bytes) asm("__wrap__ZN7encoder13I420Converter7ConvertEPh");
+encoder::Planes RealConvert(encoder::I420Converter* converter,
+                            std::uint8_t* bytes) asm("__real__ZN7encoder13I420Converter7ConvertEPh");
 
 namespace timed {
 namespace {
@@ -79,7 +79,7 @@ VideoEncoder* MakeTimedEncoder() { return new (std::nothrow) timed::TimedEncoder
 
 void DropTimedEncoder(VideoEncoder* encoder) { delete static_cast<timed::TimedEncoder*>(encoder); }
 
-encoder::Planes TimedConvert(encoder::PictureConverter* converter, std::uint8_t* bytes) {
+encoder::Planes TimedConvert(encoder::I420Converter* converter, std::uint8_t* bytes) {
   const timed::Clock::time_point start = timed::Clock::now();
   const encoder::Planes planes = RealConvert(converter, bytes);
   timed::TheWatch().convert = timed::Clock::now() - start;

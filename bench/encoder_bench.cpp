@@ -59,7 +59,7 @@ void ConvertFrame(benchmark::State& state) {
   const auto height = static_cast<int>(state.range(1));
   const auto layout = static_cast<ColorSpace>(state.range(2));
   const auto frames = MakeClip(width, height, layout);
-  encoder::PictureConverter converter(static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height),
+  encoder::I420Converter converter(static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height),
                                       layout);
   std::size_t next = 0;
   for (auto _ : state) {
@@ -113,7 +113,7 @@ void ShareOfOther(benchmark::State& state) {
   const auto height = static_cast<int>(state.range(1));
   const auto layout = static_cast<ColorSpace>(state.range(2));
   const auto frames = MakeClip(width, height, layout);
-  encoder::PictureConverter converter(static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height),
+  encoder::I420Converter converter(static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height),
                                       layout);
   encoder::H264Encoder encoder(1);
   VideoFrame pooled;

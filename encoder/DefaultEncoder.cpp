@@ -1,4 +1,5 @@
-// The encoder that the library hands out.
+// The factory functions of the library. They have a file of their own because the Windows test fixtures link
+// the encoder with other ones.
 #include <new>
 
 #include "encoder/H264Encoder.h"

@@ -8,20 +8,20 @@ namespace encoder {
 namespace {
 
 constexpr std::uint32_t kDefaultFrameRate = 30;
-// The rate control does not reckon with more.
+// The rate control of OpenH264 clamps higher rates to this one.
 constexpr std::uint32_t kMaxFrameRate = 60;
 constexpr std::uint32_t kBitsPerKilobit = 1000;
 constexpr std::uint32_t kMaxKilobits = 65535;
 
-// Squares of 16 pixels a side.
+// A macroblock is 16x16 pixels.
 constexpr std::uint32_t kMaxMacroblocks = 36864;
 
 std::uint32_t Macroblocks(std::uint32_t pixels) { return (pixels + 15) / 16; }
 
-bool IsSide(std::uint32_t pixels) { return pixels >= kMinSide && pixels <= kMaxSide; }
+bool IsValidSide(std::uint32_t pixels) { return pixels >= kMinSide && pixels <= kMaxSide; }
 
-// Bits per second for the rate control: above its greatest frame rate it spends per frame what it would at
-// that.
+// The target in bits per second. Above kMaxFrameRate the rate control budgets each frame as at kMaxFrameRate,
+// so the target is scaled down to compensate.
 int TargetBitRate(const VideoEncoder::EncodeParam& param, std::uint32_t frameRate) {
   std::uint64_t bits = std::uint64_t{std::max<std::uint32_t>(param.bitRate, 1)} * kBitsPerKilobit;
   if (frameRate > kMaxFrameRate) {
@@ -31,9 +31,9 @@ int TargetBitRate(const VideoEncoder::EncodeParam& param, std::uint32_t frameRat
   return static_cast<int>(std::max<std::uint64_t>(bits, kBitsPerKilobit));
 }
 
-// ITU-R BT.601 with 525 lines, limited range: what the conversion makes, said in the stream (ITU-T H.264
-// annex E).
-void DescribeColours(SSpatialLayerConfig& layer) {
+// Signals the colour space that I420Converter produces: BT.601 (525 lines), limited range. See ITU-T H.264,
+// annex E.
+void SignalColourSpace(SSpatialLayerConfig& layer) {
   layer.bVideoSignalTypePresent = true;
   layer.uiVideoFormat = VF_UNDEF;
   layer.bFullRange = false;
@@ -50,15 +50,15 @@ std::uint32_t EffectiveFrameRate(const VideoEncoder::EncodeParam& param) {
 }
 
 bool IsSupported(const VideoEncoder::EncodeParam& param) {
-  return IsSide(param.width) && IsSide(param.height) &&
+  return IsValidSide(param.width) && IsValidSide(param.height) &&
          Macroblocks(param.width) * Macroblocks(param.height) <= kMaxMacroblocks &&
          param.outWidth == param.width && param.outHeight == param.height && IsKnown(param.colorSpace);
 }
 
 int SliceThreads(std::uint32_t width, std::uint32_t height, unsigned cores) {
-  constexpr std::uint64_t kLargePicture = std::uint64_t{1280} * 720;
-  constexpr unsigned kEnoughCores = 4;
-  return std::uint64_t{width} * height >= kLargePicture && cores >= kEnoughCores ? 2 : 1;
+  constexpr std::uint64_t kMinPixels = std::uint64_t{1280} * 720;
+  constexpr unsigned kMinCores = 4;
+  return std::uint64_t{width} * height >= kMinPixels && cores >= kMinCores ? 2 : 1;
 }
 
 void ApplySettings(const VideoEncoder::EncodeParam& param, std::uint32_t evenWidth, std::uint32_t evenHeight,
@@ -72,7 +72,7 @@ void ApplySettings(const VideoEncoder::EncodeParam& param, std::uint32_t evenWid
   settings.iMaxBitrate = UNSPECIFIED_BIT_RATE;
   settings.iRCMode = RC_QUALITY_MODE;
   settings.bFixRCOverShoot = true;
-  // Every frame becomes a packet.
+  // The host receives one packet per frame.
   settings.bEnableFrameSkip = false;
   settings.uiIntraPeriod = param.keyFrameInterval;
   settings.eSpsPpsIdStrategy = CONSTANT_ID;
@@ -99,7 +99,7 @@ void ApplySettings(const VideoEncoder::EncodeParam& param, std::uint32_t evenWid
   layer.uiLevelIdc = LEVEL_UNKNOWN;
   layer.sSliceArgument.uiSliceMode = threads > 1 ? SM_FIXEDSLCNUM_SLICE : SM_SINGLE_SLICE;
   layer.sSliceArgument.uiSliceNum = static_cast<unsigned>(threads);
-  DescribeColours(layer);
+  SignalColourSpace(layer);
 }
 
 }  // namespace encoder

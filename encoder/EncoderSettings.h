@@ -1,4 +1,4 @@
-// From the parameter record to the settings of the H.264 encoder.
+// Maps VideoEncoder::EncodeParam to the settings of OpenH264: bit rate, frame rate, key frames, threads.
 #pragma once
 
 #include <wels/codec_api.h>
@@ -9,17 +9,19 @@
 
 namespace encoder {
 
-// Frames per second that a request means: 30 for 0.
+// The frame rate to encode at, in frames per second: 30 for a requested rate of 0.
 std::uint32_t EffectiveFrameRate(const VideoEncoder::EncodeParam& param);
 
-// True for parameters that can be encoded: sides from 16 to 4096 pixels, together no more than the greatest
-// level allows (ITU-T H.264, table A-1: 36,864 macroblocks), a known layout, output as input.
+// Returns whether the parameters can be encoded: width and height from 16 to 4096 pixels, at most 36,864
+// macroblocks (the limit of the highest level, ITU-T H.264, table A-1), a known layout, and an output size
+// equal to the input size.
 bool IsSupported(const VideoEncoder::EncodeParam& param);
 
-// Threads that share a picture, one slice each.
+// The number of slice threads for a picture size, in pixels, and a number of CPU cores (0: unknown).
 int SliceThreads(std::uint32_t width, std::uint32_t height, unsigned cores);
 
-// Sets everything over the encoder's defaults; the picture's sides are even.
+// Overwrites OpenH264's default settings with the library's. evenWidth and evenHeight are the size of the
+// encoded picture, threads is the number of slice threads.
 void ApplySettings(const VideoEncoder::EncodeParam& param, std::uint32_t evenWidth, std::uint32_t evenHeight,
                    int threads, SEncParamExt& settings);
 

@@ -3,7 +3,7 @@
 namespace encoder {
 namespace {
 
-std::uint64_t HalfUp(std::uint32_t length) { return (std::uint64_t{length} + 1) / 2; }
+std::uint64_t HalfRoundedUp(std::uint32_t length) { return (std::uint64_t{length} + 1) / 2; }
 
 }  // namespace
 
@@ -16,7 +16,7 @@ std::uint64_t LineBytes(std::uint32_t width, ColorSpace layout) {
     case ColorSpace::kI420:
       return width;
     case ColorSpace::kYuy2:
-      return HalfUp(width) * 4;
+      return HalfRoundedUp(width) * 4;
     case ColorSpace::kArgb32:
       return std::uint64_t{width} * 4;
   }
@@ -24,13 +24,13 @@ std::uint64_t LineBytes(std::uint32_t width, ColorSpace layout) {
 }
 
 std::uint64_t FrameBytes(std::uint32_t width, std::uint32_t height, ColorSpace layout) {
-  // Far beyond any picture, and far from what 64 bits hold.
-  constexpr std::uint32_t kMax = std::uint32_t{1} << 20;
-  if (width == 0 || height == 0 || width > kMax || height > kMax) {
+  // Keeps the products below from overflowing 64 bits.
+  constexpr std::uint32_t kMaxAllocatedSide = std::uint32_t{1} << 20;
+  if (width == 0 || height == 0 || width > kMaxAllocatedSide || height > kMaxAllocatedSide) {
     return 0;
   }
   const std::uint64_t bytes = LineBytes(width, layout) * height;
-  return layout == ColorSpace::kI420 ? bytes + 2 * HalfUp(width) * HalfUp(height) : bytes;
+  return layout == ColorSpace::kI420 ? bytes + 2 * HalfRoundedUp(width) * HalfRoundedUp(height) : bytes;
 }
 
 }  // namespace encoder

@@ -13,7 +13,7 @@
 namespace encoder {
 namespace {
 
-// Bytes of the access unit: the layers' NAL units follow one another in memory.
+// Total size of the layer's NAL units, which are contiguous in memory.
 std::uint32_t LayerBytes(const SLayerBSInfo& layer) {
   std::uint32_t bytes = 0;
   for (int i = 0; i < layer.iNalCount; ++i) {
@@ -48,14 +48,14 @@ void H264Encoder::Destroy::operator()(ISVCEncoder* encoder) const {
   WelsDestroySVCEncoder(encoder);
 }
 
-H264Encoder::Handle H264Encoder::MakeEncoder(const EncodeParam& param, const PictureConverter& converter,
+H264Encoder::Handle H264Encoder::MakeEncoder(const EncodeParam& param, const I420Converter& converter,
                                              int threads) {
-  ISVCEncoder* made = nullptr;
-  if (WelsCreateSVCEncoder(&made) != 0 || made == nullptr) {
+  ISVCEncoder* created = nullptr;
+  if (WelsCreateSVCEncoder(&created) != 0 || created == nullptr) {
     return nullptr;
   }
-  Handle handle(made);
-  // Before anything else has a chance to write to the host's standard error stream.
+  Handle handle(created);
+  // Must come first: by default OpenH264 logs to the host's standard error.
   int quiet = WELS_LOG_QUIET;
   handle->SetOption(ENCODER_OPTION_TRACE_LEVEL, &quiet);
   SEncParamExt settings{};
@@ -70,7 +70,7 @@ bool H264Encoder::Initialize(const EncodeParam& param) try {
   if (m_encoder != nullptr || !IsSupported(param)) {
     return false;
   }
-  PictureConverter converter(param.width, param.height, param.colorSpace);
+  I420Converter converter(param.width, param.height, param.colorSpace);
   Handle handle = MakeEncoder(param, converter, 1);
   if (handle == nullptr) {
     return false;
@@ -92,14 +92,12 @@ void H264Encoder::StartSliceThreads() try {
   if (threads == 1) {
     return;
   }
-  // OpenH264 starts its threads when it is initialised, and cannot add any later. Both encoders exist for a
-  // moment.
+  // OpenH264 starts threads only during initialisation, so a second encoder replaces the first one.
   if (Handle threaded = MakeEncoder(m_param, *m_converter, threads); threaded != nullptr) {
     m_encoder = std::move(threaded);
   }
 } catch (const std::bad_alloc&) {
-  // Encoding goes on without threads.
-  return;
+  return;  // encoding continues with a single thread
 }
 
 std::int32_t H264Encoder::Encode(VideoFrame* frame, AVEncodePacket* packet) {
@@ -124,16 +122,17 @@ std::int32_t H264Encoder::EncodePlanes(const Planes& planes, AVEncodePacket& pac
   picture.iPicHeight = static_cast<int>(m_converter->EvenHeight());
   std::copy(planes.data.begin(), planes.data.end(), picture.pData);
   std::copy(planes.stride.begin(), planes.stride.end(), picture.iStride);
-  // Milliseconds since the first frame, as if the camera kept its rate.
-  constexpr std::uint64_t kMilliseconds = 1000;
-  picture.uiTimeStamp = static_cast<long long>(m_frameNumber++ * kMilliseconds / EffectiveFrameRate(m_param));
+  // Timestamps in milliseconds, at a constant frame rate.
+  constexpr std::uint64_t kMillisecondsPerSecond = 1000;
+  picture.uiTimeStamp =
+      static_cast<long long>(m_frameNumber++ * kMillisecondsPerSecond / EffectiveFrameRate(m_param));
   SFrameBSInfo unit{};
   int error = m_encoder->EncodeFrame(&picture, &unit);
   if (error == cmResultSuccess) {
     error = CopyAccessUnit(unit, packet);
   }
   if (error != cmResultSuccess) {
-    // The receiver never sees this picture: the next one must not refer to it.
+    // The host does not receive this picture, so later pictures must not reference it.
     packet.length = 0;
     m_encoder->ForceIntraFrame(true);
   }

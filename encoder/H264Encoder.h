@@ -1,8 +1,7 @@
-// The H.264 encoder behind the encoder library's interface.
+// VideoEncoder implemented with OpenH264.
 //
-// An encoder that has not encoded a frame yet has no threads: slice threads start with the first frame, on
-// the thread that encodes it, and end when the encoder is released. Until then an encoder can be released
-// where no thread can be joined, as on Windows while a DLL is being unloaded.
+// Slice threads start in the first call of Encode and end in the destructor. Before the first frame the
+// encoder has no threads, so it can be destroyed where threads cannot be joined, such as in DllMain.
 #pragma once
 
 #include <wels/codec_api.h>
@@ -17,19 +16,19 @@ namespace encoder {
 
 class H264Encoder final : public VideoEncoder {
  public:
-  // threads: the number of slice threads; 0 selects it by picture size and number of cores.
+  // threads: number of slice threads; 0 chooses it by picture size and number of CPU cores.
   explicit H264Encoder(int threads = 0) : m_threads(threads) {}
 
-  // False for parameters that are not supported, without memory, and for an encoder that is ready already,
-  // which stays as it is.
+  // Returns false if the parameters are not supported (IsSupported), if memory is exhausted, or if the
+  // encoder is already initialised; it then keeps its state.
   bool Initialize(const EncodeParam& param) override;
   void Reserved1() override {}
   void Reserved2() override {}
   void Reserved3() override {}
 
-  // The frame has the size and layout of the parameters; larger buffers are read as far as they have to be.
-  // Errors are the encoder's own (CM_RETURN): 2 unknown, 3 no memory, 4 not initialised, 5 a null argument or
-  // a frame whose buffer is missing or too small. The packet is empty after an error.
+  // Encodes one frame of the size and layout given to Initialize. Returns 0 or a CM_RETURN code of OpenH264:
+  // 2 unknown error, 3 out of memory, 4 not initialised, 5 null argument, or frame without a buffer or with
+  // one that is too small. The packet is empty after an error.
   std::int32_t Encode(VideoFrame* frame, AVEncodePacket* packet) override;
 
  private:
@@ -38,17 +37,17 @@ class H264Encoder final : public VideoEncoder {
   };
   using Handle = std::unique_ptr<ISVCEncoder, Destroy>;
 
-  // Null when OpenH264 refuses the settings or has no memory. May throw std::bad_alloc.
-  static Handle MakeEncoder(const EncodeParam& param, const PictureConverter& converter, int threads);
-  // Replaces the encoder by one with slice threads if they are due. If they cannot be started, encoding goes
-  // on without them.
+  // Returns null if OpenH264 rejects the settings or is out of memory. Throws std::bad_alloc.
+  static Handle MakeEncoder(const EncodeParam& param, const I420Converter& converter, int threads);
+  // On the first frame, replaces the encoder with one that has slice threads. If that fails, encoding
+  // continues with a single thread.
   void StartSliceThreads();
   std::int32_t EncodePlanes(const Planes& planes, AVEncodePacket& packet);
 
   int m_threads;
-  int m_threadsToStart = 1;  // with the next frame; 1: none
+  int m_threadsToStart = 1;  // on the next frame; 1: none
   Handle m_encoder;
-  std::optional<PictureConverter> m_converter;
+  std::optional<I420Converter> m_converter;
   EncodeParam m_param{};
   std::uint64_t m_frameNumber = 0;
 };

@@ -1,4 +1,4 @@
-// Raw frames as the planes that the encoder reads.
+// Converts raw frames (YUY2, ARGB32) to I420, the input format of the encoder.
 #pragma once
 
 #include <array>
@@ -9,32 +9,32 @@
 
 namespace encoder {
 
-// 4:2:0 planes, Y then U then V, top-down; the memory is the frame's or the converter's.
+// Top-down 4:2:0 planes in the order Y, U, V. Does not own the memory.
 struct Planes {
   std::array<std::uint8_t*, 3> data{};
   std::array<int, 3> stride{};
 };
 
-// Turns frames of one size and layout into planes of the even size below it. Colours are BT.601, limited
-// range.
-class PictureConverter {
+// Converts frames of one size and layout. An odd width or height is rounded down to an even one. The colour
+// space is BT.601, limited range. Not thread-safe.
+class I420Converter {
  public:
-  // Sides in pixels and a known layout. Throws std::bad_alloc.
-  PictureConverter(std::uint32_t width, std::uint32_t height, ColorSpace layout);
+  // Width and height in pixels; layout must be known (IsKnown). Throws std::bad_alloc.
+  I420Converter(std::uint32_t width, std::uint32_t height, ColorSpace layout);
 
   std::uint32_t EvenWidth() const { return m_evenWidth; }
   std::uint32_t EvenHeight() const { return m_evenHeight; }
 
-  // The picture in a frame's bytes, valid until the next call and as long as the frame. bytes has FrameBytes
-  // of memory.
+  // Converts a frame of FrameBytes bytes. I420 frames are not copied: the planes point into bytes. Otherwise
+  // they point into the converter and stay valid until the next call.
   Planes Convert(std::uint8_t* bytes);
 
  private:
-  // Planes of the converter's own, for layouts that are converted.
-  Planes OwnPlanes() const;
-  // Two lines of a frame, the first at pair, into lines of the planes from line on.
-  void ConvertPair(const std::uint8_t* pair, const Planes& planes, std::uint32_t line) const;
-  // The planes that an I420 frame consists of.
+  // The planes in m_buffer.
+  Planes BufferPlanes() const;
+  // Converts two lines, the first of which starts at source, to line and line + 1 of the planes.
+  void ConvertLinePair(const std::uint8_t* source, const Planes& planes, std::uint32_t line) const;
+  // The planes of an I420 frame.
   Planes FramePlanes(std::uint8_t* bytes) const;
 
   std::uint32_t m_width;
@@ -42,7 +42,7 @@ class PictureConverter {
   ColorSpace m_layout;
   std::uint32_t m_evenWidth;
   std::uint32_t m_evenHeight;
-  std::unique_ptr<VideoFrame> m_own;  // null for a layout that needs none
+  std::unique_ptr<VideoFrame> m_buffer;  // null if the layout is I420
 };
 
 }  // namespace encoder

@@ -15,60 +15,60 @@ struct Block {
   std::uint32_t capacity = 0;
 };
 
-// A few blocks, for as many packets as are alive at a time; more come and go.
-struct KeptBlocks {
+// Free blocks. Four are enough for the packets that are alive at a time; further blocks go back to the heap.
+struct Pool {
   std::mutex mutex;
   std::array<Block, 4> blocks;
-  bool closed = false;
+  bool isClosed = false;
 };
 
-// Never destroyed: a process that exits with an encoder at work still encodes while static objects go.
+// Never destroyed: a process that exits with an open camera still encodes while static objects are destroyed.
 union NoDestructor {
-  NoDestructor() : kept() {}
+  NoDestructor() : pool() {}
   NoDestructor(const NoDestructor&) = delete;
   NoDestructor& operator=(const NoDestructor&) = delete;
   ~NoDestructor() {}  // NOLINT(modernize-use-equals-default): a defaulted one would be deleted
-  KeptBlocks kept;
+  Pool pool;
 };
-NoDestructor immortal;
-KeptBlocks& kept = immortal.kept;
+NoDestructor poolHolder;
+Pool& pool = poolHolder.pool;
 
-// Frees what is kept when the library goes, and sees to it that nothing is kept any more.
+// Frees the blocks when the library is unloaded, and closes the pool.
 class PoolCleanup {
  public:
   PoolCleanup() = default;
   PoolCleanup(const PoolCleanup&) = delete;
   PoolCleanup& operator=(const PoolCleanup&) = delete;
   ~PoolCleanup() {
-    // A thread that was killed at the end of the process may have held the lock.
-    const std::unique_lock lock(kept.mutex, std::try_to_lock);
+    // On process exit, a killed thread may still hold the lock.
+    const std::unique_lock lock(pool.mutex, std::try_to_lock);
     if (!lock.owns_lock()) {
       return;
     }
-    kept.closed = true;
-    for (Block& block : kept.blocks) {
+    pool.isClosed = true;
+    for (Block& block : pool.blocks) {
       std::free(std::exchange(block, Block()).memory);
     }
   }
 };
-const PoolCleanup endOfKeeping;
+const PoolCleanup poolCleanup;
 
-// A kept block of at least that many bytes; an empty one when there is none.
+// Takes a block of at least bytes from the pool; returns an empty one if there is none.
 Block Take(std::uint32_t bytes) {
-  const std::lock_guard lock(kept.mutex);
-  const auto found = std::find_if(kept.blocks.begin(), kept.blocks.end(), [&](const Block& block) {
+  const std::lock_guard lock(pool.mutex);
+  const auto found = std::find_if(pool.blocks.begin(), pool.blocks.end(), [&](const Block& block) {
     return block.memory != nullptr && block.capacity >= bytes;
   });
-  return found == kept.blocks.end() ? Block() : std::exchange(*found, Block());
+  return found == pool.blocks.end() ? Block() : std::exchange(*found, Block());
 }
 
-// Keeps the block in place of the smallest one, which it answers for the caller to free.
-Block Keep(Block block) {
-  const std::lock_guard lock(kept.mutex);
+// Puts the block into the pool in place of the smallest one. Returns the block that the caller has to free.
+Block Put(Block block) {
+  const std::lock_guard lock(pool.mutex);
   const auto smallest =
-      std::min_element(kept.blocks.begin(), kept.blocks.end(),
+      std::min_element(pool.blocks.begin(), pool.blocks.end(),
                        [](const Block& a, const Block& b) { return a.capacity < b.capacity; });
-  return !kept.closed && smallest->capacity < block.capacity ? std::exchange(*smallest, block) : block;
+  return !pool.isClosed && smallest->capacity < block.capacity ? std::exchange(*smallest, block) : block;
 }
 
 }  // namespace
@@ -81,13 +81,13 @@ bool Reserve(AVEncodePacket& packet, std::uint32_t bytes) {
   Recycle(packet);
   Block block = Take(bytes);
   if (block.memory == nullptr) {
-    // Powers of two, so that packets that differ a little fit each other's blocks.
-    constexpr std::uint32_t kSmallest = 4096;
-    constexpr std::uint32_t kMax = std::uint32_t{1} << 31;
-    if (bytes > kMax) {
+    // Powers of two let packets of similar size reuse each other's blocks.
+    constexpr std::uint32_t kMinCapacity = 4096;
+    constexpr std::uint32_t kMaxCapacity = std::uint32_t{1} << 31;
+    if (bytes > kMaxCapacity) {
       return false;
     }
-    block.capacity = std::bit_ceil(std::max(bytes, kSmallest));
+    block.capacity = std::bit_ceil(std::max(bytes, kMinCapacity));
     block.memory = std::malloc(block.capacity);
     if (block.memory == nullptr) {
       return false;
@@ -101,7 +101,7 @@ bool Reserve(AVEncodePacket& packet, std::uint32_t bytes) {
 
 void Recycle(AVEncodePacket& packet) {
   if (packet.memory != nullptr) {
-    std::free(Keep({packet.memory, packet.capacity}).memory);
+    std::free(Put({packet.memory, packet.capacity}).memory);
   }
   packet.memory = nullptr;
   packet.data = nullptr;

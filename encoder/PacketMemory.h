@@ -1,4 +1,4 @@
-// Memory of encoded packets. A packet lives for one frame; its block is kept for the next one.
+// Memory pool for encoded packets: the block of a destroyed packet is reused for a later one.
 #pragma once
 
 #include <cstdint>
@@ -7,11 +7,11 @@
 
 namespace encoder {
 
-// Makes room for at least bytes in the packet, whose content is lost. False when there is no memory; the
-// packet is then empty. Any thread.
+// Provides a capacity of at least bytes and discards the content of the packet. Returns false if memory is
+// exhausted; the packet is then empty. Callable from any thread.
 bool Reserve(AVEncodePacket& packet, std::uint32_t bytes);
 
-// Empties the packet and keeps its block for a later one. Any thread.
+// Empties the packet and returns its block to the pool. Callable from any thread.
 void Recycle(AVEncodePacket& packet);
 
 }  // namespace encoder

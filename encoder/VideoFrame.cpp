@@ -1,4 +1,3 @@
-// Raw frames.
 #include <limits>
 #include <new>
 
@@ -7,7 +6,7 @@
 
 namespace {
 
-// A cache line, and enough for every vector instruction.
+// Size of a cache line, and sufficient for SIMD instructions.
 constexpr std::align_val_t kAlignment{64};
 
 }  // namespace

@@ -20,7 +20,7 @@ bool Convert(ColorSpace layout, int frames) {
     return false;
   }
   std::memset(frame.data, 1, frame.size);
-  encoder::PictureConverter converter(kWidth, kHeight, layout);
+  encoder::I420Converter converter(kWidth, kHeight, layout);
   for (int i = 0; i < frames; ++i) {
     converter.Convert(frame.data);
   }

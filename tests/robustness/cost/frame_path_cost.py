@@ -34,7 +34,7 @@ BOUNDS = {
 PUSH = r"CameraOperator::PushFrame\("
 ENCODER_THREAD = r"CameraOperator::EncodeH264\("
 COPY = r"\b_*mem(cpy|move|set)\w*"
-CONVERT = r"encoder::PictureConverter::Convert\("
+CONVERT = r"encoder::I420Converter::Convert\("
 PACKET = r"encoder::Reserve\(|AVEncodePacket::~?AVEncodePacket\("
 # The scripted encoder and what a packet's callback does.
 NOT_OURS = (r"ScriptedEncoder::Encode\(", r"HostCallbacks::OnData\(", r"AVEncodePacket::~?AVEncodePacket\(")

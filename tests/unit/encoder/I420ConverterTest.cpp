@@ -63,7 +63,7 @@ Bytes Expected(const Bytes& frame, Size size, ColorSpace layout) {
 }
 
 Bytes Converted(Bytes frame, Size size, ColorSpace layout) {
-  encoder::PictureConverter converter(size.width, size.height, layout);
+  encoder::I420Converter converter(size.width, size.height, layout);
   return Packed(converter.Convert(frame.data()), static_cast<int>(converter.EvenWidth()),
                 static_cast<int>(converter.EvenHeight()));
 }
@@ -79,7 +79,7 @@ TEST_P(Conversion, LeavesTheFrameAsItIs) {
   for (const ColorSpace layout : {ColorSpace::kI420, ColorSpace::kYuy2, ColorSpace::kArgb32}) {
     const Bytes before = Noise(encoder::FrameBytes(GetParam().width, GetParam().height, layout));
     Bytes frame = before;
-    encoder::PictureConverter converter(GetParam().width, GetParam().height, layout);
+    encoder::I420Converter converter(GetParam().width, GetParam().height, layout);
     converter.Convert(frame.data());
     EXPECT_EQ(frame, before);
   }

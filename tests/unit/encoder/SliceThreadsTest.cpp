@@ -140,7 +140,7 @@ std::vector<Bytes> ReferenceStream(const VideoEncoder::EncodeParam& param, int t
   EXPECT_EQ(reference->GetDefaultParams(&settings), 0);
   encoder::ApplySettings(param, param.width, param.height, threads, settings);
   EXPECT_EQ(reference->InitializeExt(&settings), 0);
-  encoder::PictureConverter converter(param.width, param.height, param.colorSpace);
+  encoder::I420Converter converter(param.width, param.height, param.colorSpace);
   std::vector<Bytes> stream;
   for (std::size_t number = 0; number < frames.size(); ++number) {
     Bytes bytes = frames[number];
