@@ -1,4 +1,4 @@
-// Bits: the target is kept, whatever the size and the frame rate, and a cut does not burst.
+// Rate control: the stream keeps the target bit rate for all sizes and frame rates, and after scene cuts.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -9,7 +9,7 @@
 
 namespace {
 
-struct Case {
+struct BitRateCase {
   std::uint32_t width;
   std::uint32_t height;
   std::uint32_t frameRate;
@@ -17,14 +17,14 @@ struct Case {
   int threads = 1;
 };
 
-std::string Name(const Case& c) {
+std::string NameOf(const BitRateCase& c) {
   return std::to_string(c.width) + "x" + std::to_string(c.height) + "At" + std::to_string(c.frameRate) +
          "With" + std::to_string(c.bitRate) + "In" + std::to_string(c.threads);
 }
 
-void PrintTo(const Case& c, std::ostream* out) { *out << Name(c); }
+void PrintTo(const BitRateCase& c, std::ostream* out) { *out << NameOf(c); }
 
-class BitRate : public ::testing::TestWithParam<Case> {};
+class BitRate : public ::testing::TestWithParam<BitRateCase> {};
 
 TEST_P(BitRate, IsWithinFivePercentOfTheTargetOverTenSeconds) {
   const auto [width, height, frameRate, bitRate, threads] = GetParam();
@@ -47,14 +47,15 @@ TEST_P(BitRate, IsWithinFivePercentOfTheTargetOverTenSeconds) {
   EXPECT_NEAR(kilobits / bitRate, 1.0, 0.05) << kilobits << " kbit/s";
 }
 
-INSTANTIATE_TEST_SUITE_P(Each, BitRate,
-                         ::testing::Values(Case{640, 480, 30, 1536}, Case{1280, 720, 30, 1536},
-                                           Case{1920, 1080, 30, 1536}, Case{1280, 720, 30, 1536, 2},
-                                           Case{1920, 1080, 30, 1536, 2}, Case{640, 480, 15, 1536},
-                                           Case{640, 480, 120, 1536}),
-                         [](const auto& tested) { return Name(tested.param); });
+INSTANTIATE_TEST_SUITE_P(Sizes, BitRate,
+                         ::testing::Values(BitRateCase{640, 480, 30, 1536}, BitRateCase{1280, 720, 30, 1536},
+                                           BitRateCase{1920, 1080, 30, 1536},
+                                           BitRateCase{1280, 720, 30, 1536, 2},
+                                           BitRateCase{1920, 1080, 30, 1536, 2},
+                                           BitRateCase{640, 480, 15, 1536}, BitRateCase{640, 480, 120, 1536}),
+                         [](const auto& tested) { return NameOf(tested.param); });
 
-TEST(SceneCut, MakesNoKeyFrameAndIsPaidBackWithinASecond) {
+TEST(SceneCut, InsertsNoKeyFrameAndLimitsTheOvershoot) {
   constexpr std::uint32_t kWidth = 640;
   constexpr std::uint32_t kHeight = 480;
   constexpr std::size_t kRate = 30;

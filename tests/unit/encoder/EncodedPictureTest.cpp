@@ -1,4 +1,4 @@
-// The picture that comes back: upright, in its colours, at every size and layout.
+// Decoded pictures have the orientation and the colours of the input, for all sizes and layouts.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -7,14 +7,14 @@
 
 namespace {
 
-struct Case {
+struct PictureCase {
   std::uint32_t width;
   std::uint32_t height;
   ColorSpace layout;
   int threads = 1;
 };
 
-std::string Name(const Case& c) {
+std::string NameOf(const PictureCase& c) {
   const char* const layout = c.layout == ColorSpace::kI420   ? "I420"
                              : c.layout == ColorSpace::kYuy2 ? "Yuy2"
                                                              : "Argb32";
@@ -22,10 +22,10 @@ std::string Name(const Case& c) {
          (c.threads > 1 ? "InSlices" : "");
 }
 
-void PrintTo(const Case& c, std::ostream* out) { *out << Name(c); }
+void PrintTo(const PictureCase& c, std::ostream* out) { *out << NameOf(c); }
 
-std::vector<Case> Cases() {
-  std::vector<Case> cases;
+std::vector<PictureCase> PictureCases() {
+  std::vector<PictureCase> cases;
   for (const ColorSpace layout : {ColorSpace::kI420, ColorSpace::kYuy2, ColorSpace::kArgb32}) {
     for (const auto& [width, height] :
          {std::pair{16U, 16U}, std::pair{17U, 17U}, std::pair{18U, 16U}, std::pair{33U, 62U},
@@ -40,16 +40,16 @@ std::vector<Case> Cases() {
   return cases;
 }
 
-class Picture : public ::testing::TestWithParam<Case> {};
+class EncodedPicture : public ::testing::TestWithParam<PictureCase> {};
 
-TEST_P(Picture, ComesBackUprightAndInItsColours) {
+TEST_P(EncodedPicture, KeepsOrientationAndColours) {
   const auto [width, height, layout, threads] = GetParam();
   const Painter card = TestCard(width, height);
   const auto frame = MakeFrame(PaintFrame(card, width, height, layout), width, height, layout);
   ASSERT_NE(frame, nullptr);
   encoder::H264Encoder encoder(threads);
   ASSERT_TRUE(encoder.Initialize(Param(width, height, layout, 30, 150, 20'000)));
-  // A few frames, for the rate control to find its way.
+  // The rate control needs a few frames to settle.
   std::vector<Bytes> packets;
   for (int i = 0; i < 5; ++i) {
     packets.push_back(Encode(encoder, *frame));
@@ -58,30 +58,30 @@ TEST_P(Picture, ComesBackUprightAndInItsColours) {
   EXPECT_EQ(decoded.errors, 0);
   ASSERT_EQ(decoded.pictures.size(), 5U);
   const Yuv& picture = decoded.pictures.back();
-  const Yuv wanted = PaintYuv(card, width & ~1U, height & ~1U);
-  ASSERT_EQ(picture.width, wanted.width);
-  ASSERT_EQ(picture.height, wanted.height);
-  EXPECT_GT(Psnr(picture.y, wanted.y), 34);
-  EXPECT_GT(Psnr(picture.u, wanted.u), 30);
-  EXPECT_GT(Psnr(picture.v, wanted.v), 30);
+  const Yuv expected = PaintYuv(card, width & ~1U, height & ~1U);
+  ASSERT_EQ(picture.width, expected.width);
+  ASSERT_EQ(picture.height, expected.height);
+  EXPECT_GT(Psnr(picture.y, expected.y), 34);
+  EXPECT_GT(Psnr(picture.u, expected.u), 30);
+  EXPECT_GT(Psnr(picture.v, expected.v), 30);
 }
 
-INSTANTIATE_TEST_SUITE_P(Each, Picture, ::testing::ValuesIn(Cases()),
-                         [](const auto& tested) { return Name(tested.param); });
+INSTANTIATE_TEST_SUITE_P(Sizes, EncodedPicture, ::testing::ValuesIn(PictureCases()),
+                         [](const auto& tested) { return NameOf(tested.param); });
 
-TEST(PictureMeasure, WouldSeeAPictureUpsideDownOrInOtherColours) {
+TEST(PictureComparison, DetectsFlippedPicturesAndSwappedColours) {
   const Painter card = TestCard(64, 64);
-  const Yuv right = PaintYuv(card, 64, 64);
-  const Yuv turned = PaintYuv([&](std::uint32_t x, std::uint32_t y) { return card(x, 63 - y); }, 64, 64);
+  const Yuv original = PaintYuv(card, 64, 64);
+  const Yuv flipped = PaintYuv([&](std::uint32_t x, std::uint32_t y) { return card(x, 63 - y); }, 64, 64);
   const Yuv swapped = PaintYuv(
       [&](std::uint32_t x, std::uint32_t y) {
         const Rgb c = card(x, y);
         return Rgb{c.b, c.g, c.r};
       },
       64, 64);
-  EXPECT_LT(Psnr(right.y, turned.y), 20);
-  EXPECT_LT(Psnr(right.u, swapped.u), 20);
-  EXPECT_EQ(Psnr(right.y, right.y), 99);
+  EXPECT_LT(Psnr(original.y, flipped.y), 20);
+  EXPECT_LT(Psnr(original.u, swapped.u), 20);
+  EXPECT_EQ(Psnr(original.y, original.y), 99);
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
-// Every allocation of the encoder library fails, one after another: its functions say so, throw nothing and
-// leave nothing behind, and what failed works when it is tried again. The allocations of OpenH264 itself are
-// left alone: it does not survive their failure.
+// Fails every allocation of the encoder library in turn. The functions report the failure, throw nothing,
+// leak nothing, and succeed when called again. Allocations of OpenH264 do not fail: it does not handle that.
 #include <gtest/gtest.h>
 #include <malloc.h>
 
@@ -16,49 +15,50 @@
 namespace {
 
 constexpr std::uint32_t kSide = 64;
-// More than the library keeps the memory of.
+// Exceeds the number of blocks in the packet pool.
 constexpr std::size_t kPackets = 6;
-// More than anything here makes; reached only by what does not end.
-constexpr std::uint64_t kTooManyAllocations = 1000;
+// Exceeds the allocations of any run here; ends a loop that would not terminate.
+constexpr std::uint64_t kMaxAllocations = 1000;
 
 struct ReleaseEncoder {
   void operator()(VideoEncoder* encoder) const { VideoEncoder::ReleaseEncoder(encoder); }
 };
 using EncoderHandle = std::unique_ptr<VideoEncoder, ReleaseEncoder>;
 
-struct Shortage {
+struct FailureCase {
   const char* name;
   ColorSpace layout;
   Persistence persistence;
 
-  friend std::ostream& operator<<(std::ostream& out, const Shortage& shortage) {
-    return out << shortage.name;
+  friend std::ostream& operator<<(std::ostream& out, const FailureCase& failure) {
+    return out << failure.name;
   }
 };
 
-class ShortMemory : public ::testing::TestWithParam<Shortage> {
+class EncoderAllocationFailure : public ::testing::TestWithParam<FailureCase> {
  protected:
-  // From the encoder to the last packet. True when every step succeeded, at the second try at the latest.
+  // Creates an encoder and encodes kPackets frames. Retries each failed step once; returns whether all
+  // succeeded.
   bool EncodeAll() {
     EncoderHandle encoder;
     VideoFrame frame;
     std::array<AVEncodePacket, kPackets> packets;
-    bool hasSucceeded = Do([&] {
+    bool hasSucceeded = TryTwice([&] {
                           encoder.reset(VideoEncoder::CreateDefaultEncoder());
                           return encoder != nullptr;
                         }) &&
-                        Do([&] { return encoder->Initialize(Parameters()); }) && Do([&] {
-                          const bool isThere = frame.AllocBuffer(kSide, kSide, GetParam().layout);
-                          EXPECT_EQ(isThere, frame.data != nullptr);
-                          EXPECT_EQ(isThere, frame.size != 0);
-                          return isThere;
+                        TryTwice([&] { return encoder->Initialize(Parameters()); }) && TryTwice([&] {
+                          const bool isAllocated = frame.AllocBuffer(kSide, kSide, GetParam().layout);
+                          EXPECT_EQ(isAllocated, frame.data != nullptr);
+                          EXPECT_EQ(isAllocated, frame.size != 0);
+                          return isAllocated;
                         });
     for (std::size_t i = 0; hasSucceeded && i < kPackets; ++i) {
       std::memset(frame.data, static_cast<int>(16 * i), frame.size);
-      hasSucceeded = Do([&] {
-        const bool isThere = encoder->Encode(&frame, &packets[i]) == 0;
-        EXPECT_EQ(isThere, packets[i].length != 0);
-        return isThere;
+      hasSucceeded = TryTwice([&] {
+        const bool isEncoded = encoder->Encode(&frame, &packets[i]) == 0;
+        EXPECT_EQ(isEncoded, packets[i].length != 0);
+        return isEncoded;
       });
     }
     return hasSucceeded;
@@ -68,7 +68,7 @@ class ShortMemory : public ::testing::TestWithParam<Shortage> {
 
  private:
   template <typename Step>
-  bool Do(Step&& step) {
+  bool TryTwice(Step&& step) {
     const std::uint64_t failuresBefore = allocations.Failures();
     return step() || (allocations.Failures() != failuresBefore && step());
   }
@@ -86,11 +86,11 @@ class ShortMemory : public ::testing::TestWithParam<Shortage> {
   }
 };
 
-TEST_P(ShortMemory, IsToldOfAndMadeUpForByTryingAgain) {
+TEST_P(EncoderAllocationFailure, IsReportedAndTheRetrySucceeds) {
   const auto failEveryAllocation = [&] {
     std::uint64_t number = 0;
     do {
-      ASSERT_LT(++number, kTooManyAllocations);
+      ASSERT_LT(++number, kMaxAllocations);
       SCOPED_TRACE("allocation " + std::to_string(number));
       allocations.FailNth(number, GetParam().persistence);
       const bool hasSucceeded = EncodeAll();
@@ -98,9 +98,9 @@ TEST_P(ShortMemory, IsToldOfAndMadeUpForByTryingAgain) {
       ASSERT_FALSE(HasFailure());
     } while (allocations.HasFailed());
     std::cout << number << " runs\n";
-    EXPECT_GT(number, 2U) << "there are more allocations";
+    EXPECT_GT(number, 2U) << "expected at least two allocations";
   };
-  // By then the allocator has settled what it keeps for next time, a little more each round.
+  // After this many rounds the caches of the allocator no longer grow.
   constexpr int kWarmUp = 25;
   for (int i = 0; i < kWarmUp; ++i) {
     ASSERT_NO_FATAL_FAILURE(failEveryAllocation());
@@ -109,19 +109,19 @@ TEST_P(ShortMemory, IsToldOfAndMadeUpForByTryingAgain) {
   for (int i = 0; i < 5; ++i) {
     ASSERT_NO_FATAL_FAILURE(failEveryAllocation());
   }
-  // Less than any of the library's blocks.
+  // Smaller than any block that the library allocates.
   constexpr std::size_t kTolerance = std::size_t{1} << 10;
   EXPECT_LE(mallinfo2().uordblks, before + kTolerance);
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Layouts, ShortMemory,
-    ::testing::Values(Shortage{"I420Once", ColorSpace::kI420, Persistence::kTransient},
-                      Shortage{"I420ForGood", ColorSpace::kI420, Persistence::kPersistent},
-                      Shortage{"Yuy2Once", ColorSpace::kYuy2, Persistence::kTransient},
-                      Shortage{"Yuy2ForGood", ColorSpace::kYuy2, Persistence::kPersistent},
-                      Shortage{"Argb32Once", ColorSpace::kArgb32, Persistence::kTransient},
-                      Shortage{"Argb32ForGood", ColorSpace::kArgb32, Persistence::kPersistent}),
+    Layouts, EncoderAllocationFailure,
+    ::testing::Values(FailureCase{"I420Transient", ColorSpace::kI420, Persistence::kTransient},
+                      FailureCase{"I420Persistent", ColorSpace::kI420, Persistence::kPersistent},
+                      FailureCase{"Yuy2Transient", ColorSpace::kYuy2, Persistence::kTransient},
+                      FailureCase{"Yuy2Persistent", ColorSpace::kYuy2, Persistence::kPersistent},
+                      FailureCase{"Argb32Transient", ColorSpace::kArgb32, Persistence::kTransient},
+                      FailureCase{"Argb32Persistent", ColorSpace::kArgb32, Persistence::kPersistent}),
     [](const auto& tested) { return tested.param.name; });
 
 }  // namespace

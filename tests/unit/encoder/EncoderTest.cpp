@@ -1,4 +1,4 @@
-// The encoder: what it accepts, what it refuses, and that its stream is sound.
+// H264Encoder: parameters, input validation and properties of the stream.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -16,10 +16,11 @@ using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
+// Values of CM_RETURN.
 constexpr std::int32_t kNotInitialised = 4;
 constexpr std::int32_t kUnsupportedData = 5;
 
-// A clip of numbered frames in I420.
+// Encodes a moving clip and returns its packets.
 std::vector<Bytes> EncodeClip(VideoEncoder& encoder, std::uint32_t width, std::uint32_t height, int frames,
                               std::uint32_t seed = 1) {
   MovingClip clip(width, height, seed);
@@ -47,7 +48,7 @@ TEST(Encoder, AcceptsSidesFrom16To4096) {
   }
 }
 
-TEST(Encoder, RefusesUnknownLayoutsAndAnotherSizeOfTheOutput) {
+TEST(Encoder, RejectsUnknownLayoutsAndScaledOutput) {
   EXPECT_EQ(MakeEncoder(Param(640, 480, static_cast<ColorSpace>(0))), nullptr);
   EXPECT_EQ(MakeEncoder(Param(640, 480, static_cast<ColorSpace>(2))), nullptr);
   EXPECT_EQ(MakeEncoder(Param(640, 480, static_cast<ColorSpace>(5))), nullptr);
@@ -59,7 +60,7 @@ TEST(Encoder, RefusesUnknownLayoutsAndAnotherSizeOfTheOutput) {
   EXPECT_EQ(MakeEncoder(scaled), nullptr);
 }
 
-TEST(Encoder, AcceptsEveryRateAndBitRateAndInterval) {
+TEST(Encoder, AcceptsEveryFrameRateAndBitRate) {
   for (const std::uint32_t frameRate : {0U, 1U, 60U, 61U, 1000U, 0xFFFFFFFFU}) {
     for (const std::uint16_t bitRate : {std::uint16_t{0}, std::uint16_t{1}, std::uint16_t{65535}}) {
       const EncoderHandle encoder = MakeEncoder(Param(64, 64, ColorSpace::kI420, frameRate, 0, bitRate));
@@ -69,20 +70,20 @@ TEST(Encoder, AcceptsEveryRateAndBitRateAndInterval) {
   }
 }
 
-TEST(Encoder, SecondInitialisationIsRefusedAndTheFirstHolds) {
+TEST(Encoder, RejectsASecondInitialisation) {
   const EncoderHandle encoder = MakeEncoder(Param(64, 64, ColorSpace::kI420));
   EXPECT_FALSE(encoder->Initialize(Param(128, 128, ColorSpace::kI420)));
   EXPECT_FALSE(encoder->Initialize(Param(64, 64, ColorSpace::kI420)));
   EXPECT_THAT(EncodeClip(*encoder, 64, 64, 2), Each(::testing::Not(IsEmpty())));
 }
 
-TEST(Encoder, MayBeInitialisedAfterARefusal) {
+TEST(Encoder, CanBeInitialisedAfterRejectedParameters) {
   const EncoderHandle encoder(VideoEncoder::CreateDefaultEncoder());
   EXPECT_FALSE(encoder->Initialize(Param(0, 0, ColorSpace::kI420)));
   EXPECT_TRUE(encoder->Initialize(Param(64, 64, ColorSpace::kI420)));
 }
 
-TEST(Encoder, BadInputHasAResultAndLeavesThePacketEmpty) {
+TEST(Encoder, RejectsInvalidInputAndEmptiesThePacket) {
   const EncoderHandle encoder(VideoEncoder::CreateDefaultEncoder());
   VideoFrame frame;
   AVEncodePacket packet;
@@ -101,7 +102,7 @@ TEST(Encoder, BadInputHasAResultAndLeavesThePacketEmpty) {
   EXPECT_EQ(packet.length, 0U);
 }
 
-TEST(Encoder, ReleasingNullDoesNothing) { VideoEncoder::ReleaseEncoder(nullptr); }
+TEST(Encoder, ReleaseAcceptsNull) { VideoEncoder::ReleaseEncoder(nullptr); }
 
 TEST(Encoder, WritesNothingToTheStandardStreams) {
   testing::internal::CaptureStderr();
@@ -109,7 +110,7 @@ TEST(Encoder, WritesNothingToTheStandardStreams) {
   {
     const EncoderHandle encoder = MakeEncoder(Param(128, 128, ColorSpace::kI420));
     EncodeClip(*encoder, 128, 128, 20);
-    EXPECT_EQ(MakeEncoder(Param(4096, 4096, ColorSpace::kI420)), nullptr) << "more than a level allows";
+    EXPECT_EQ(MakeEncoder(Param(4096, 4096, ColorSpace::kI420)), nullptr) << "exceeds the highest level";
     EXPECT_EQ(MakeEncoder(Param(5, 5, ColorSpace::kI420)), nullptr);
   }
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
@@ -118,7 +119,7 @@ TEST(Encoder, WritesNothingToTheStandardStreams) {
 
 // --- The stream ---
 
-TEST(Stream, StartsWithParameterSetsAndAnIdrPictureAndSoDoesEveryInterval) {
+TEST(Stream, HasParameterSetsAndAnIdrPictureAtEveryInterval) {
   const EncoderHandle encoder = MakeEncoder(Param(320, 240, ColorSpace::kI420, 30, 10));
   const std::vector<Bytes> packets = EncodeClip(*encoder, 320, 240, 45);
   for (std::size_t i = 0; i < packets.size(); ++i) {
@@ -130,7 +131,7 @@ TEST(Stream, StartsWithParameterSetsAndAnIdrPictureAndSoDoesEveryInterval) {
   }
 }
 
-TEST(Stream, HasOneIdrPictureWithoutAnInterval) {
+TEST(Stream, HasOneIdrPictureIfTheIntervalIsZero) {
   const EncoderHandle encoder = MakeEncoder(Param(64, 64, ColorSpace::kI420, 30, 0));
   const std::vector<Bytes> packets = EncodeClip(*encoder, 64, 64, 400);
   EXPECT_EQ(std::count_if(packets.begin(), packets.end(), IsKeyFrame), 1);
@@ -139,7 +140,7 @@ TEST(Stream, HasOneIdrPictureWithoutAnInterval) {
   EXPECT_EQ(decoded.pictures.size(), 400U);
 }
 
-TEST(Stream, PacketIsOneWholePictureOfIOrPSlices) {
+TEST(Stream, HasOneWholePictureOfIOrPSlicesPerPacket) {
   for (const int threads : {1, 2}) {
     encoder::H264Encoder encoder(threads);
     ASSERT_TRUE(encoder.Initialize(Param(640, 480, ColorSpace::kI420, 30, 7)));
@@ -154,7 +155,7 @@ TEST(Stream, PacketIsOneWholePictureOfIOrPSlices) {
         ++slices;
         const SliceHeader header = ReadSliceHeader(unit);
         pictures += header.firstMacroblock == 0 ? 1 : 0;
-        EXPECT_EQ(header.type % 5, i % 7 == 0 ? 2U : 0U) << "I in key pictures, P in others, never B";
+        EXPECT_EQ(header.type % 5, i % 7 == 0 ? 2U : 0U) << "I slices in key frames, P slices in others";
       }
       EXPECT_EQ(slices, threads);
       EXPECT_EQ(pictures, 1);
@@ -162,7 +163,7 @@ TEST(Stream, PacketIsOneWholePictureOfIOrPSlices) {
   }
 }
 
-TEST(Stream, IsHighProfileWithOneReferencePicture) {
+TEST(Stream, UsesHighProfileAndOneReferencePicture) {
   const EncoderHandle encoder = MakeEncoder(Param(320, 240, ColorSpace::kI420));
   const std::vector<Bytes> packets = EncodeClip(*encoder, 320, 240, 1);
   const SequenceParameters sequence = ReadSequenceParameters(NalUnits(packets[0]).at(0));
@@ -171,7 +172,7 @@ TEST(Stream, IsHighProfileWithOneReferencePicture) {
   EXPECT_EQ(sequence.referencePictures, 1U);
 }
 
-TEST(Stream, DescribesItsColoursAsBt601WithLimitedRange) {
+TEST(Stream, SignalsBt601LimitedRange) {
   const EncoderHandle encoder = MakeEncoder(Param(320, 240, ColorSpace::kI420));
   const std::vector<Bytes> packets = EncodeClip(*encoder, 320, 240, 1);
   const SequenceParameters sequence = ReadSequenceParameters(NalUnits(packets[0]).at(0));
@@ -182,7 +183,7 @@ TEST(Stream, DescribesItsColoursAsBt601WithLimitedRange) {
   EXPECT_EQ(sequence.matrix, kBt601);
 }
 
-TEST(Stream, DecodesWithoutAnErrorFromAnyIdrPictureOn) {
+TEST(Stream, DecodesFromAnyIdrPicture) {
   const EncoderHandle encoder = MakeEncoder(Param(320, 240, ColorSpace::kI420, 30, 10));
   const std::vector<Bytes> packets = EncodeClip(*encoder, 320, 240, 40);
   for (std::ptrdiff_t start = 0; start < 40; start += 10) {
@@ -192,7 +193,7 @@ TEST(Stream, DecodesWithoutAnErrorFromAnyIdrPictureOn) {
   }
 }
 
-TEST(Stream, BringsEveryPictureBack) {
+TEST(Stream, DecodesToThePicturesOfTheClip) {
   const EncoderHandle encoder = MakeEncoder(Param(320, 240, ColorSpace::kI420, 30, 10));
   const Decoded decoded = Decode(EncodeClip(*encoder, 320, 240, 40));
   ASSERT_EQ(decoded.pictures.size(), 40U);
@@ -205,7 +206,7 @@ TEST(Stream, BringsEveryPictureBack) {
   }
 }
 
-TEST(Stream, IsTheSameEveryTimeWithOneThread) {
+TEST(Stream, IsDeterministicWithOneThread) {
   std::array<std::vector<Bytes>, 2> runs;
   for (std::vector<Bytes>& run : runs) {
     encoder::H264Encoder encoder(1);
@@ -215,7 +216,7 @@ TEST(Stream, IsTheSameEveryTimeWithOneThread) {
   EXPECT_EQ(runs[0], runs[1]);
 }
 
-TEST(Stream, OfRateZeroIsThatOfThirty) {
+TEST(Stream, TreatsFrameRateZeroAsThirty) {
   std::array<std::vector<Bytes>, 2> runs;
   for (const std::uint32_t frameRate : {0U, 30U}) {
     encoder::H264Encoder encoder(1);
@@ -225,7 +226,7 @@ TEST(Stream, OfRateZeroIsThatOfThirty) {
   EXPECT_EQ(runs[0], runs[1]);
 }
 
-TEST(Stream, OfTwoEncodersAtOnceIsThatOfEachAlone) {
+TEST(Stream, DoesNotDependOnAConcurrentEncoder) {
   const auto encode = [](std::uint32_t seed) {
     encoder::H264Encoder encoder(1);
     EXPECT_TRUE(encoder.Initialize(Param(320, 240, ColorSpace::kI420)));

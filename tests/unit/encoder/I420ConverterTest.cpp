@@ -1,4 +1,4 @@
-// The planes that the encoder reads, byte for byte, whatever the picture: in its first and last lines, too.
+// I420Converter: its output is identical to that of libyuv, including the first and the last lines.
 #include <gtest/gtest.h>
 #include <libyuv.h>
 
@@ -14,14 +14,14 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-struct Size {
+struct FrameSize {
   std::uint32_t width;
   std::uint32_t height;
 };
 
-class Conversion : public ::testing::TestWithParam<Size> {};
+class I420Conversion : public ::testing::TestWithParam<FrameSize> {};
 
-Bytes Noise(std::uint64_t size) {
+Bytes RandomBytes(std::uint64_t size) {
   std::minstd_rand random(1);
   Bytes bytes(size);
   for (std::uint8_t& byte : bytes) {
@@ -30,7 +30,7 @@ Bytes Noise(std::uint64_t size) {
   return bytes;
 }
 
-Bytes Packed(const encoder::Planes& planes, int width, int height) {
+Bytes PackPlanes(const encoder::Planes& planes, int width, int height) {
   Bytes packed;
   for (std::size_t plane = 0; plane < 3; ++plane) {
     const int part = plane == 0 ? 1 : 2;
@@ -42,8 +42,8 @@ Bytes Packed(const encoder::Planes& planes, int width, int height) {
   return packed;
 }
 
-// The whole picture in one call of the library that knows how.
-Bytes Expected(const Bytes& frame, Size size, ColorSpace layout) {
+// Converts the whole picture with one call of libyuv.
+Bytes ConvertWithLibyuv(const Bytes& frame, FrameSize size, ColorSpace layout) {
   const int width = static_cast<int>(size.width & ~1U);
   const int height = static_cast<int>(size.height & ~1U);
   const auto stride = static_cast<int>(encoder::LineBytes(size.width, layout));
@@ -54,30 +54,30 @@ Bytes Expected(const Bytes& frame, Size size, ColorSpace layout) {
   if (layout == ColorSpace::kYuy2) {
     libyuv::YUY2ToI420(frame.data(), stride, planes.data(), width, u, width / 2, v, width / 2, width, height);
   } else {
-    // The picture's even part ends, bottom-up, with the last line in memory.
-    const std::uint8_t* const lowest =
+    // If the height is odd, the bottom line, which is the first in memory, is dropped.
+    const std::uint8_t* const bottom =
         frame.data() + (size.height % 2) * encoder::LineBytes(size.width, layout);
-    libyuv::ARGBToI420(lowest, stride, planes.data(), width, u, width / 2, v, width / 2, width, -height);
+    libyuv::ARGBToI420(bottom, stride, planes.data(), width, u, width / 2, v, width / 2, width, -height);
   }
   return planes;
 }
 
-Bytes Converted(Bytes frame, Size size, ColorSpace layout) {
+Bytes ConvertWithConverter(Bytes frame, FrameSize size, ColorSpace layout) {
   encoder::I420Converter converter(size.width, size.height, layout);
-  return Packed(converter.Convert(frame.data()), static_cast<int>(converter.EvenWidth()),
-                static_cast<int>(converter.EvenHeight()));
+  return PackPlanes(converter.Convert(frame.data()), static_cast<int>(converter.EvenWidth()),
+                    static_cast<int>(converter.EvenHeight()));
 }
 
-TEST_P(Conversion, InPairsOfLinesIsThatOfTheWholePicture) {
+TEST_P(I420Conversion, EqualsThatOfLibyuv) {
   for (const ColorSpace layout : {ColorSpace::kYuy2, ColorSpace::kArgb32}) {
-    const Bytes frame = Noise(encoder::FrameBytes(GetParam().width, GetParam().height, layout));
-    EXPECT_EQ(Converted(frame, GetParam(), layout), Expected(frame, GetParam(), layout));
+    const Bytes frame = RandomBytes(encoder::FrameBytes(GetParam().width, GetParam().height, layout));
+    EXPECT_EQ(ConvertWithConverter(frame, GetParam(), layout), ConvertWithLibyuv(frame, GetParam(), layout));
   }
 }
 
-TEST_P(Conversion, LeavesTheFrameAsItIs) {
+TEST_P(I420Conversion, DoesNotModifyTheFrame) {
   for (const ColorSpace layout : {ColorSpace::kI420, ColorSpace::kYuy2, ColorSpace::kArgb32}) {
-    const Bytes before = Noise(encoder::FrameBytes(GetParam().width, GetParam().height, layout));
+    const Bytes before = RandomBytes(encoder::FrameBytes(GetParam().width, GetParam().height, layout));
     Bytes frame = before;
     encoder::I420Converter converter(GetParam().width, GetParam().height, layout);
     converter.Convert(frame.data());
@@ -85,13 +85,12 @@ TEST_P(Conversion, LeavesTheFrameAsItIs) {
   }
 }
 
-std::string Name(const ::testing::TestParamInfo<Size>& size) {
-  return std::to_string(size.param.width) + "x" + std::to_string(size.param.height);
-}
-
-INSTANTIATE_TEST_SUITE_P(Sizes, Conversion,
-                         ::testing::Values(Size{16, 16}, Size{17, 17}, Size{18, 19}, Size{322, 240},
-                                           Size{641, 480}, Size{1280, 720}),
-                         Name);
+INSTANTIATE_TEST_SUITE_P(Sizes, I420Conversion,
+                         ::testing::Values(FrameSize{16, 16}, FrameSize{17, 17}, FrameSize{18, 19},
+                                           FrameSize{322, 240}, FrameSize{641, 480}, FrameSize{1280, 720}),
+                         [](const auto& tested) {
+                           return std::to_string(tested.param.width) + "x" +
+                                  std::to_string(tested.param.height);
+                         });
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Slice threads: they start with the first frame, end with the encoder, and leave the stream as it is.
+// Slice threads start with the first frame, end with the encoder, and do not change the stream.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -17,14 +17,14 @@
 
 namespace {
 
-constexpr int kThreads = 2;
+constexpr int kSliceThreads = 2;
 
 std::ptrdiff_t ThreadCount() {
   return std::distance(std::filesystem::directory_iterator("/proc/self/task"),
                        std::filesystem::directory_iterator());
 }
 
-// A thread that has been joined may be listed a moment longer. Returns false on timeout.
+// A joined thread may stay listed in /proc for a moment. Returns false on timeout.
 template <typename Condition>
 bool WaitFor(Condition condition) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
@@ -43,15 +43,15 @@ bool ThreadCountBecomes(std::ptrdiff_t count) {
 
 bool IsListed(pid_t thread) { return std::filesystem::exists("/proc/self/task/" + std::to_string(thread)); }
 
-class Threads : public ::testing::Test {
+class EncoderThreads : public ::testing::Test {
  protected:
   void SetUp() override {
     ASSERT_TRUE(frame.AllocBuffer(kWidth, kHeight, ColorSpace::kI420));
-    // Sanitizers start a thread of theirs with the first thread of the program.
+    // Sanitizers start a background thread along with the first thread of the program.
     pid_t first = 0;
     std::thread([&] { first = gettid(); }).join();
     ASSERT_TRUE(WaitFor([&] { return !IsListed(first); }));
-    before = ThreadCount();
+    threadsBefore = ThreadCount();
   }
 
   static VideoEncoder::EncodeParam ClipParam() { return Param(kWidth, kHeight, ColorSpace::kI420, 30, 10); }
@@ -64,62 +64,62 @@ class Threads : public ::testing::Test {
   static constexpr std::uint32_t kHeight = 240;
   MovingClip clip{kWidth, kHeight};
   VideoFrame frame;
-  std::ptrdiff_t before = 0;
+  std::ptrdiff_t threadsBefore = 0;
 };
 
-TEST_F(Threads, StartWithTheFirstFrameAndEndWithTheEncoder) {
+TEST_F(EncoderThreads, StartWithTheFirstFrameAndEndWithTheEncoder) {
   {
-    encoder::H264Encoder encoder(kThreads);
+    encoder::H264Encoder encoder(kSliceThreads);
     ASSERT_TRUE(encoder.Initialize(ClipParam()));
-    EXPECT_EQ(ThreadCount(), before);
+    EXPECT_EQ(ThreadCount(), threadsBefore);
     EXPECT_FALSE(EncodeNext(encoder, 0).empty());
-    // The threads that encode slices, and those that OpenH264 manages them with.
+    // Includes the threads with which OpenH264 manages the slice threads.
     const std::ptrdiff_t encoding = ThreadCount();
-    EXPECT_GE(encoding, before + kThreads);
+    EXPECT_GE(encoding, threadsBefore + kSliceThreads);
     EXPECT_FALSE(EncodeNext(encoder, 1).empty());
     EXPECT_EQ(ThreadCount(), encoding);
   }
-  EXPECT_TRUE(ThreadCountBecomes(before));
+  EXPECT_TRUE(ThreadCountBecomes(threadsBefore));
 }
 
-TEST_F(Threads, DoNotStartForAFrameThatIsRefused) {
-  encoder::H264Encoder encoder(kThreads);
+TEST_F(EncoderThreads, DoNotStartForARejectedFrame) {
+  encoder::H264Encoder encoder(kSliceThreads);
   ASSERT_TRUE(encoder.Initialize(ClipParam()));
   VideoFrame small;
   ASSERT_TRUE(small.AllocBuffer(kWidth / 2, kHeight, ColorSpace::kI420));
   AVEncodePacket packet;
   EXPECT_NE(encoder.Encode(&small, &packet), 0);
-  EXPECT_EQ(ThreadCount(), before);
+  EXPECT_EQ(ThreadCount(), threadsBefore);
 }
 
-TEST_F(Threads, AreNoneWithoutAFrame) {
-  { encoder::H264Encoder never(kThreads); }
+TEST_F(EncoderThreads, DoNotStartBeforeTheFirstFrame) {
+  { encoder::H264Encoder never(kSliceThreads); }
   {
-    encoder::H264Encoder encoder(kThreads);
+    encoder::H264Encoder encoder(kSliceThreads);
     ASSERT_TRUE(encoder.Initialize(ClipParam()));
     EXPECT_FALSE(encoder.Initialize(ClipParam()));
-    EXPECT_EQ(ThreadCount(), before);
+    EXPECT_EQ(ThreadCount(), threadsBefore);
   }
-  EXPECT_EQ(ThreadCount(), before);
+  EXPECT_EQ(ThreadCount(), threadsBefore);
 }
 
-TEST_F(Threads, ThatCannotBeStartedAreDoneWithout) {
+TEST_F(EncoderThreads, MayFailToStart) {
   std::vector<Bytes> packets;
-  encoder::H264Encoder encoder(kThreads);
+  encoder::H264Encoder encoder(kSliceThreads);
   {
     const NoThreads noThreads;
     ASSERT_TRUE(encoder.Initialize(ClipParam()));
     packets.push_back(EncodeNext(encoder, 0));
-    EXPECT_EQ(ThreadCount(), before);
+    EXPECT_EQ(ThreadCount(), threadsBefore);
   }
   packets.push_back(EncodeNext(encoder, 1));
-  EXPECT_EQ(ThreadCount(), before) << "the stream goes on as it has begun";
+  EXPECT_EQ(ThreadCount(), threadsBefore) << "the threads are not started later";
   EXPECT_THAT(packets, ::testing::Each(::testing::Not(::testing::IsEmpty())));
   EXPECT_EQ(Decode(packets).errors, 0);
 }
 
-TEST_F(Threads, ShareEveryPictureFromTheFirstOn) {
-  encoder::H264Encoder encoder(kThreads);
+TEST_F(EncoderThreads, ShareEveryPictureFromTheFirst) {
+  encoder::H264Encoder encoder(kSliceThreads);
   ASSERT_TRUE(encoder.Initialize(ClipParam()));
   for (std::uint64_t number = 0; number < 20; ++number) {
     const std::vector<int> types = NalTypes(EncodeNext(encoder, number));
@@ -129,7 +129,7 @@ TEST_F(Threads, ShareEveryPictureFromTheFirstOn) {
   }
 }
 
-// What OpenH264 makes of the clip when it has its threads from the beginning.
+// Encodes the frames with an OpenH264 encoder that has its threads from the start.
 std::vector<Bytes> ReferenceStream(const VideoEncoder::EncodeParam& param, int threads,
                                    const std::vector<Bytes>& frames) {
   ISVCEncoder* reference = nullptr;
@@ -171,7 +171,7 @@ std::vector<Bytes> ReferenceStream(const VideoEncoder::EncodeParam& param, int t
 
 class StreamWithThreads : public ::testing::TestWithParam<int> {};
 
-TEST_P(StreamWithThreads, IsThatOfAnEncoderThatHasThemFromTheBeginning) {
+TEST_P(StreamWithThreads, EqualsThatOfAnEncoderCreatedWithThreads) {
   constexpr std::uint32_t kWidth = 640;
   constexpr std::uint32_t kHeight = 360;
   const VideoEncoder::EncodeParam param = Param(kWidth, kHeight, ColorSpace::kI420, 30, 20);
@@ -192,12 +192,12 @@ TEST_P(StreamWithThreads, IsThatOfAnEncoderThatHasThemFromTheBeginning) {
 
 INSTANTIATE_TEST_SUITE_P(Count, StreamWithThreads, ::testing::Values(1, 2, 4));
 
-// The smallest and the largest pictures, with more threads than some of them have lines of macroblocks.
-TEST(SizesWithThreads, AreTheSameAsWithoutAndEveryFrameIsEncoded) {
+// Some of these pictures have fewer rows of macroblocks than there are threads.
+TEST(SliceThreadSizes, IncludeTheSmallestAndTheLargestPictures) {
   for (const auto& [width, height] :
        {std::pair{16U, 16U}, std::pair{17U, 16U}, std::pair{4096U, 16U}, std::pair{4096U, 225U},
         std::pair{225U, 4096U}, std::pair{641U, 479U}, std::pair{4096U, 2304U}}) {
-    encoder::H264Encoder encoder(kThreads);
+    encoder::H264Encoder encoder(kSliceThreads);
     ASSERT_TRUE(encoder.Initialize(Param(width, height, ColorSpace::kI420))) << width << "x" << height;
     VideoFrame frame;
     ASSERT_TRUE(frame.AllocBuffer(width, height, ColorSpace::kI420));

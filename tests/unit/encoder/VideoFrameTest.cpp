@@ -1,4 +1,4 @@
-// Raw frames and the memory of packets.
+// VideoFrame and the memory of packets.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -7,13 +7,13 @@
 
 namespace {
 
-TEST(Frame, IsEmptyAtFirst) {
+TEST(VideoFrame, IsEmptyAfterConstruction) {
   const VideoFrame frame;
   EXPECT_EQ(frame.data, nullptr);
   EXPECT_EQ(frame.size, 0U);
 }
 
-TEST(Frame, HoldsOnePictureOfItsLayout) {
+TEST(VideoFrame, AllocatesAnAlignedBufferForItsLayout) {
   struct Case {
     std::uint32_t width;
     std::uint32_t height;
@@ -42,7 +42,7 @@ TEST(Frame, HoldsOnePictureOfItsLayout) {
   }
 }
 
-TEST(Frame, RefusesUnknownLayoutsAndSizesThatAreNoneOrTooLarge) {
+TEST(VideoFrame, RejectsUnknownLayoutsAndInvalidSizes) {
   VideoFrame frame;
   EXPECT_FALSE(frame.AllocBuffer(640, 480, static_cast<ColorSpace>(0)));
   EXPECT_FALSE(frame.AllocBuffer(640, 480, static_cast<ColorSpace>(2)));
@@ -52,7 +52,7 @@ TEST(Frame, RefusesUnknownLayoutsAndSizesThatAreNoneOrTooLarge) {
     EXPECT_FALSE(frame.AllocBuffer(640, 0, layout));
     EXPECT_FALSE(frame.AllocBuffer(0xFFFFFFFF, 0xFFFFFFFF, layout));
     EXPECT_FALSE(frame.AllocBuffer(65536, 65536, layout));
-    // Products that are small again in 64 bits.
+    // The product of the sides overflows 64 bits to a small number.
     EXPECT_FALSE(frame.AllocBuffer(2147527648, 2147439649, layout));
     EXPECT_FALSE(frame.AllocBuffer(0x80000000, 0x80000000, layout));
     EXPECT_FALSE(frame.AllocBuffer(1, 0xFFFFFFFF, layout));
@@ -62,19 +62,19 @@ TEST(Frame, RefusesUnknownLayoutsAndSizesThatAreNoneOrTooLarge) {
   EXPECT_EQ(frame.size, 0U);
 }
 
-TEST(Frame, MayBeAllocatedAnewAndReleasedAnyNumberOfTimes) {
+TEST(VideoFrame, CanBeReallocatedAndReleasedRepeatedly) {
   VideoFrame frame;
   frame.ReleaseBuffer();
   EXPECT_TRUE(frame.AllocBuffer(16, 16, ColorSpace::kYuy2));
   EXPECT_TRUE(frame.AllocBuffer(32, 32, ColorSpace::kYuy2));
   EXPECT_EQ(frame.size, 2048U);
-  EXPECT_FALSE(frame.AllocBuffer(0, 0, ColorSpace::kYuy2)) << "and is empty then";
+  EXPECT_FALSE(frame.AllocBuffer(0, 0, ColorSpace::kYuy2));
   EXPECT_EQ(frame.data, nullptr);
   frame.ReleaseBuffer();
   frame.ReleaseBuffer();
 }
 
-TEST(PacketMemory, BlockOfAPacketIsUsedForTheNextOne) {
+TEST(PacketMemory, ReusesTheBlockOfADestroyedPacket) {
   const void* block = nullptr;
   {
     AVEncodePacket packet;
@@ -90,7 +90,7 @@ TEST(PacketMemory, BlockOfAPacketIsUsedForTheNextOne) {
   }
 }
 
-TEST(PacketMemory, PacketsThatAreAliveTogetherHaveBlocksOfTheirOwn) {
+TEST(PacketMemory, DoesNotShareBlocksBetweenLivePackets) {
   std::array<AVEncodePacket, 8> packets;
   for (AVEncodePacket& packet : packets) {
     ASSERT_TRUE(encoder::Reserve(packet, 5000));
@@ -102,7 +102,7 @@ TEST(PacketMemory, PacketsThatAreAliveTogetherHaveBlocksOfTheirOwn) {
   }
 }
 
-TEST(PacketMemory, PacketGrowsWhenItHasTo) {
+TEST(PacketMemory, GrowsThePacketOnDemand) {
   AVEncodePacket packet;
   ASSERT_TRUE(encoder::Reserve(packet, 10));
   const std::uint32_t first = packet.capacity;
@@ -110,7 +110,7 @@ TEST(PacketMemory, PacketGrowsWhenItHasTo) {
   EXPECT_GT(packet.capacity, first);
 }
 
-TEST(PacketMemory, MoreThanCanBeHadLeavesThePacketEmpty) {
+TEST(PacketMemory, LeavesThePacketEmptyIfTheSizeIsTooLarge) {
   AVEncodePacket packet;
   EXPECT_FALSE(encoder::Reserve(packet, 0xFFFFFFFF));
   EXPECT_EQ(packet.data, nullptr);
