@@ -1,5 +1,5 @@
-// Command lines made of bytes, through nuveqcam's parser: options in their ranges or a mistake in words, and
-// options that are written out read as themselves.
+// Fuzzes the command-line parser of nuveqcam. It returns options within their ranges or a readable error, and
+// options survive a round trip through a command line.
 #include <algorithm>
 #include <string>
 #include <vector>
@@ -8,15 +8,16 @@
 #include "cli/Arguments.h"
 #include "recording/OutputKind.h"
 
+namespace fuzz {
 namespace {
 
 using Words = std::vector<std::string>;
 
-constexpr SystemTraits kWhole{.recordsMp4 = true, .hasSimulatedPc = true};
-constexpr SystemTraits kPlain{};
+constexpr SystemTraits kAllFeatures{.recordsMp4 = true, .hasSimulatedPc = true};
+constexpr SystemTraits kNoFeatures{};
 
-// One word a line.
-Words WordsOf(const std::uint8_t* data, std::size_t size) {
+// Splits the input into arguments, one per line.
+Words SplitLines(const std::uint8_t* data, std::size_t size) {
   Words words;
   const std::uint8_t* const end = data + size;
   for (const std::uint8_t* at = data; at < end;) {
@@ -31,29 +32,29 @@ void RequireInRange(const Options& options) {
   if (options.size) {
     Require(options.size->width >= 1 && options.size->width <= 65535 && options.size->height >= 1 &&
                 options.size->height <= 65535,
-            "sizes are in their range");
+            "width and height are in range");
   }
-  Require(!options.fps || (*options.fps >= 1 && *options.fps <= 1000), "rates are in their range");
-  Require(options.seconds <= 86400, "seconds are in their range");
-  Require(options.skip <= 100000, "pictures to skip are in their range");
+  Require(!options.fps || (*options.fps >= 1 && *options.fps <= 1000), "the frame rate is in range");
+  Require(options.seconds <= 86400, "the duration is in range");
+  Require(options.skip <= 100000, "the number of skipped pictures is in range");
 }
 
-void RequireUsable(const Options& options, const SystemTraits& system) {
-  Require(options.command != Command::kNone, "there is a command");
-  Require(system.hasSimulatedPc || !options.isSimulated, "what is simulated can be");
+void RequireSupported(const Options& options, const SystemTraits& system) {
+  Require(options.command != Command::kNone, "a command is set");
+  Require(system.hasSimulatedPc || !options.isSimulated, "simulation is accepted only where it is supported");
   if (options.command == Command::kRecord) {
     const OutputKind kind = KindOfRecording(options.output);
     Require(kind == OutputKind::kRawH264 || (kind == OutputKind::kMp4 && system.recordsMp4),
-            "the recording's name says what it is", options.output);
+            "the recording has a supported file name extension", options.output);
   }
   if (options.command == Command::kSnapshot) {
-    Require(KindOfPicture(options.output) == OutputKind::kPng, "the picture's name says what it is",
-            options.output);
+    Require(KindOfPicture(options.output) == OutputKind::kPng,
+            "the picture has a supported file name extension", options.output);
   }
 }
 
-// The options as a careful person would write them.
-Words Written(const Options& options) {
+// Writes the options as a canonical command line.
+Words ToCommandLine(const Options& options) {
   Words words = {NameOf(options.command)};
   const auto add = [&](bool isGiven, const std::string& word) {
     if (isGiven) {
@@ -76,7 +77,7 @@ Words Written(const Options& options) {
   return words;
 }
 
-bool AreAlike(const Options& a, const Options& b) {
+bool AreEqual(const Options& a, const Options& b) {
   const bool hasSameSize = a.size.has_value() == b.size.has_value() &&
                            (!a.size || (a.size->width == b.size->width && a.size->height == b.size->height));
   return a.command == b.command && a.isSimulated == b.isSimulated && a.clip == b.clip &&
@@ -84,17 +85,17 @@ bool AreAlike(const Options& a, const Options& b) {
          a.output == b.output && hasSameSize && a.fps == b.fps && a.seconds == b.seconds && a.skip == b.skip;
 }
 
-void RequireReadable(const UsageError& wrong) {
-  Require(!wrong.text.empty(), "a mistake is named");
-  const bool steers = std::any_of(wrong.text.begin(), wrong.text.end(),
-                                  [](char c) { return (c >= 0 && c < ' ') || c == 0x7F; });
-  Require(!steers, "what is said of a mistake cannot steer a terminal", wrong.text);
+void RequireReadable(const UsageError& error) {
+  Require(!error.text.empty(), "an error has a message");
+  const bool hasControlCharacter = std::any_of(error.text.begin(), error.text.end(),
+                                               [](char c) { return (c >= 0 && c < ' ') || c == 0x7F; });
+  Require(!hasControlCharacter, "an error message contains no control characters", error.text);
 }
 
-void Read(const Words& words, const SystemTraits& system) {
+void TestParser(const Words& words, const SystemTraits& system) {
   const auto parsed = ParseArguments(words, system);
-  if (const auto* const wrong = std::get_if<UsageError>(&parsed)) {
-    RequireReadable(*wrong);
+  if (const auto* const error = std::get_if<UsageError>(&parsed)) {
+    RequireReadable(*error);
     return;
   }
   const auto& options = std::get<Options>(parsed);
@@ -102,18 +103,19 @@ void Read(const Words& words, const SystemTraits& system) {
   if (options.wantsHelp || options.wantsVersion) {
     return;
   }
-  RequireUsable(options, system);
-  const auto again = ParseArguments(Written(options), system);
+  RequireSupported(options, system);
+  const auto again = ParseArguments(ToCommandLine(options), system);
   const auto* const same = std::get_if<Options>(&again);
-  Require(same != nullptr && AreAlike(*same, options), "options read as they are written",
+  Require(same != nullptr && AreEqual(*same, options), "options survive a round trip",
           same == nullptr ? std::get<UsageError>(again).text : "");
 }
 
 }  // namespace
+}  // namespace fuzz
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const Words words = WordsOf(data, size);
-  Read(words, kWhole);
-  Read(words, kPlain);
+  const fuzz::Words words = fuzz::SplitLines(data, size);
+  fuzz::TestParser(words, fuzz::kAllFeatures);
+  fuzz::TestParser(words, fuzz::kNoFeatures);
   return 0;
 }

@@ -1,5 +1,5 @@
-// Reads structured values off a fuzzer's bytes. Past the end everything is zero, which every fuzz program
-// reads as the plain case, so that short inputs are whole ones.
+// Decodes structured values from fuzzer input. Reads past the end return 0, which every fuzz target
+// interprets as the default case, so short inputs are valid.
 #pragma once
 
 #include <algorithm>
@@ -9,16 +9,18 @@
 #include <cstring>
 #include <span>
 
+namespace fuzz {
+
 class ByteReader {
  public:
   ByteReader(const std::uint8_t* data, std::size_t size) : m_bytes(data, size) {}
 
   bool IsEmpty() const { return m_bytes.empty(); }
   std::uint8_t Byte() { return Value<std::uint8_t>(); }
-  // From 0 to count - 1; count is at most 256.
+  // Returns a number from 0 to count - 1; count is at most 256.
   std::size_t Below(std::size_t count) { return Byte() % count; }
 
-  // Little-endian, as the machine has it.
+  // Reads a number in host byte order.
   template <typename Number>
   Number Value() {
     Number number{};
@@ -34,7 +36,7 @@ class ByteReader {
     return items[Below(kCount)];
   }
 
-  // At most count bytes; fewer at the end.
+  // Consumes up to count bytes; fewer at the end of the input.
   std::span<const std::uint8_t> Take(std::size_t count) {
     const std::span<const std::uint8_t> taken = m_bytes.first(std::min(count, m_bytes.size()));
     m_bytes = m_bytes.subspan(taken.size());
@@ -45,3 +47,5 @@ class ByteReader {
  private:
   std::span<const std::uint8_t> m_bytes;
 };
+
+}  // namespace fuzz

@@ -1,4 +1,4 @@
-// What the scripted platform's calls answer in a session that the fuzzer makes up.
+// Makes calls of the scripted platform fail as the fuzzer input says.
 #pragma once
 
 #include <atomic>
@@ -10,19 +10,21 @@
 #include "ByteReader.h"
 #include "support/scripted/ScriptedPlatform.h"
 
-class Faults {
+namespace fuzz {
+
+class FuzzedFaults {
  public:
-  // The platform asks here from now on, until it is reset. This has to live until then.
+  // Injects faults into the platform until it is reset. The platform keeps a reference to this object.
   void Attach(scripted::Platform& platform);
-  // The call of that number from now goes wrong, in a way that the bytes choose.
+  // Schedules a fault: the input chooses its kind and the number of calls until it occurs.
   void Arm(ByteReader& reader);
   void Disarm();
-  // How encoding a frame ends from now on.
+  // Chooses the result of encoding a frame from now on.
   void ChooseEncoding(ByteReader& reader);
 
-  bool EncodesWell() const { return m_encoding == 0; }
-  // Frames that have no memory, since the latest call.
-  unsigned TakeFramesWithoutMemory() { return std::exchange(m_withoutMemory, 0U); }
+  bool EncodingSucceeds() const { return m_encodeResult == 0; }
+  // Returns the number of frames allocated without a buffer since the previous call.
+  unsigned TakeFramesWithoutBuffer() { return std::exchange(m_framesWithoutBuffer, 0U); }
 
  private:
   enum class Kind { kFail, kFalse, kNull, kNoMemory, kWrongState, kThrow };
@@ -32,9 +34,11 @@ class Faults {
   };
 
   std::optional<scripted::Answer> Decide(const std::string& operation);
-  scripted::Answer AnswerOf(Kind kind, const std::string& operation);
+  scripted::Answer FaultOf(Kind kind, const std::string& operation);
 
   std::vector<Armed> m_armed;
-  unsigned m_withoutMemory = 0;
-  std::atomic<int> m_encoding = 0;  // read by the encoder thread
+  unsigned m_framesWithoutBuffer = 0;
+  std::atomic<int> m_encodeResult = 0;  // read by the encoder thread
 };
+
+}  // namespace fuzz

@@ -6,39 +6,40 @@
 #include "CameraCapabilityMgr.h"
 #include "Require.h"
 
+namespace fuzz {
 namespace {
 
 constexpr std::size_t kIdSize = 64;
 
-// An open asks for the camera's current format and never gives the structure back.
-constexpr const char* kLeftByOpen = "current media type";
+// Opening queries the current format of the camera and, by design, does not free the structure.
+constexpr const char* kLeakedByOpen = "current media type";
 
-void RequireWholeList(bool hasList, std::uint32_t count) {
-  Require(hasList == (count > 0), "a list is there when it has entries");
+void RequireList(bool hasList, std::uint32_t count) {
+  Require(hasList == (count > 0), "a list is null if and only if it is empty");
 }
 
 void RequireWellFormed(const NUVEQCameraCapabilities& record) {
-  Require(record.id != nullptr && record.idLen == 1 && std::string(record.id) == "0", "the camera's id is 0");
+  Require(record.id != nullptr && record.idLen == 1 && std::string(record.id) == "0", "the camera id is 0");
   for (std::size_t i = record.idLen; i < kIdSize; ++i) {
-    Require(record.id[i] == 0, "the rest of the id's block is clear");
+    Require(record.id[i] == 0, "the id is padded with zeros");
   }
   Require(record.abilities != nullptr && record.abilityNum == 1, "a record has one ability");
   for (const std::uint8_t byte : record.reserved) {
-    Require(byte == 0, "the platform's part of the record is clear");
+    Require(byte == 0, "the reserved part of the record is zero");
   }
   const NUVEQCameraAbility& ability = *record.abilities;
-  Require(ability.abilityFlag == 1, "the ability's flag is 1");
-  RequireWholeList(ability.fpsRanges != nullptr, ability.fpsRangeNum);
-  RequireWholeList(ability.resolutions != nullptr, ability.resolutionNum);
+  Require(ability.abilityFlag == 1, "the ability flag is 1");
+  RequireList(ability.fpsRanges != nullptr, ability.fpsRangeNum);
+  RequireList(ability.resolutions != nullptr, ability.resolutionNum);
   for (std::uint32_t i = 0; i < ability.fpsRangeNum; ++i) {
     const NUVEQFpsRange& range = ability.fpsRanges[i];
-    Require(range.minimum == range.maximum, "a rate is a range with equal ends");
-    Require(i == 0 || ability.fpsRanges[i - 1].minimum < range.minimum, "rates ascend");
+    Require(range.minimum == range.maximum, "a frame rate range has equal ends");
+    Require(i == 0 || ability.fpsRanges[i - 1].minimum < range.minimum, "frame rates are in ascending order");
   }
   for (std::uint32_t i = 1; i < ability.resolutionNum; ++i) {
     const NUVEQResolution& before = ability.resolutions[i - 1];
     const NUVEQResolution& size = ability.resolutions[i];
-    Require(before.width != size.width || before.height != size.height, "no size follows itself");
+    Require(before.width != size.width || before.height != size.height, "adjacent resolutions differ");
   }
 }
 
@@ -49,14 +50,14 @@ FuzzedLibrary::FuzzedLibrary(scripted::Pc pc) {
   platform.SetRecording(false);
   host.Reset();
   host.KeepPackets(false);
-  Require(NUVEQGetCameraHandler(&table) == 0, "the table is there");
+  Require(NUVEQGetCameraHandler(&table) == 0, "the function table is returned");
 }
 
 FuzzedLibrary::~FuzzedLibrary() {
   Reload();
   RequireNothingAlive(false);
   platform.DisposeOfAll();
-  // What was put there may end before the platform.
+  // Releases objects that the platform references before they are destroyed.
   platform.Reset({});
 }
 
@@ -70,8 +71,8 @@ void FuzzedLibrary::Reload() {
 void FuzzedLibrary::RegisterCallbacks() const {
   const NUVEQServiceListener listener{&HostCallbacks::OnStatus, &HostCallbacks::OnAction};
   Require(table.RegisterSendDataCallback(nullptr, 0, &HostCallbacks::OnData) == 0,
-          "a data callback is taken");
-  Require(table.RegisterServiceListener(&listener) == 0, "a listener is taken");
+          "a data callback is accepted");
+  Require(table.RegisterServiceListener(&listener) == 0, "a listener is accepted");
 }
 
 int FuzzedLibrary::Query(NUVEQCameraCapabilities*& record) const {
@@ -80,14 +81,14 @@ int FuzzedLibrary::Query(NUVEQCameraCapabilities*& record) const {
   std::uint32_t count = kUntouched;
   const int result = table.GetCapability(&record, &count);
   if (result != NUVEQ_CAMERA_OK) {
-    Require(result == NUVEQ_CAMERA_NOT_USABLE || result == NUVEQ_CAMERA_NO_MEMORY, "a query's results",
-            std::to_string(result));
+    Require(result == NUVEQ_CAMERA_NOT_USABLE || result == NUVEQ_CAMERA_NO_MEMORY,
+            "a failed query returns a documented error", std::to_string(result));
     Require(count == 1 || (count == kUntouched && result == NUVEQ_CAMERA_NOT_USABLE),
-            "a failed query's count is 1 or left alone", std::to_string(count));
+            "a failed query sets the count to 1 or leaves it unchanged", std::to_string(count));
     record = nullptr;
     return result;
   }
-  Require(record != nullptr && count == 1, "a query finds one camera", std::to_string(count));
+  Require(record != nullptr && count == 1, "a query returns one camera", std::to_string(count));
   RequireWellFormed(*record);
   return result;
 }
@@ -109,31 +110,32 @@ std::size_t FuzzedLibrary::FrameSize() const {
 
 void FuzzedLibrary::DeliverAndReceive() const {
   const std::uint64_t packets = host.PacketCount();
-  Require(platform.DeliverFrame(std::vector<std::uint8_t>(FrameSize(), 1)), "a graph runs");
-  Require(host.WaitForPackets(packets + 1), "a frame becomes a packet");
+  Require(platform.DeliverFrame(std::vector<std::uint8_t>(FrameSize(), 1)), "the graph is running");
+  Require(host.WaitForPackets(packets + 1), "a frame produces a packet");
 }
 
 void FuzzedLibrary::RunWholeSession(std::uint32_t width, std::uint32_t height) const {
   RegisterCallbacks();
   NUVEQCameraCapabilities* record = nullptr;
-  Require(Query(record) == NUVEQ_CAMERA_OK, "a camera that is well can be queried");
+  Require(Query(record) == NUVEQ_CAMERA_OK, "a working camera can be queried");
   Release(record);
   constexpr std::uint32_t kFps = 30;
   const int opened = Open("0", width, height, kFps);
-  Require(opened == NUVEQ_CAMERA_OK, "a camera that is well can be opened", std::to_string(opened));
+  Require(opened == NUVEQ_CAMERA_OK, "a working camera can be opened", std::to_string(opened));
   DeliverAndReceive();
-  Require(Close() == 1, "a camera that is open can be closed");
+  Require(Close() == 1, "an open camera can be closed");
   RequireNothingAlive(false);
 }
 
 void FuzzedLibrary::RequireNothingAlive(bool holdsRecord) const {
   for (const std::string& label : platform.Alive()) {
     const bool isOfRecord = holdsRecord && label.starts_with("block of ");
-    Require(label == kLeftByOpen || isOfRecord, "nothing is left", label);
+    Require(label == kLeakedByOpen || isOfRecord, "no object is leaked", label);
   }
-  // Given back here, so that what is left by mistake is seen.
-  platform.DisposeOf(kLeftByOpen);
+  platform.DisposeOf(kLeakedByOpen);
   for (const std::string& misuse : platform.Misuse()) {
-    Require(false, "the platform's rules are kept", misuse);
+    Require(false, "the platform is used correctly", misuse);
   }
 }
+
+}  // namespace fuzz

@@ -1,5 +1,5 @@
-// The library as the fuzz programs use it: linked in, so that the fuzzer sees what its bytes reach, over the
-// scripted platform, and made anew as often as one likes.
+// The camera library for fuzz targets: linked statically, so that libFuzzer sees its coverage, on top of the
+// scripted platform.
 #pragma once
 
 #include <string>
@@ -9,44 +9,48 @@
 #include "support/HostCallbacks.h"
 #include "support/scripted/ScriptedPlatform.h"
 
-// What of the operator's state no result shows.
+// Access to private state of CameraOperator.
 struct CameraOperatorTestAccess {
   static bool IsOpened(const CameraOperator& camera) { return camera.m_isOpened; }
   static bool HasControl(const CameraOperator& camera) { return static_cast<bool>(camera.m_mediaControl); }
 };
 
+namespace fuzz {
+
 class FuzzedLibrary {
  public:
-  // Starts on that PC, with nothing left of the run before.
+  // Resets the platform and the host, and presents the PC.
   explicit FuzzedLibrary(scripted::Pc pc);
   FuzzedLibrary(const FuzzedLibrary&) = delete;
   FuzzedLibrary& operator=(const FuzzedLibrary&) = delete;
-  // Unloads, and requires that nothing is left.
+  // Simulates unloading and requires that nothing is leaked.
   ~FuzzedLibrary();
 
-  // What is static in the library ends and begins, as on unloading and loading.
+  // Destroys and recreates the static objects of the library, like unloading and loading it.
   static void Reload();
   void RegisterCallbacks() const;
 
-  // 0 with a record that was checked and has to be given back, or a documented failure with null.
+  // Queries and checks the capability record. Returns 0 and a record for Release, or an error and null.
   int Query(NUVEQCameraCapabilities*& record) const;
   void Release(NUVEQCameraCapabilities* record) const;
   int Open(const std::string& id, std::uint32_t width, std::uint32_t height, std::uint32_t fps) const;
   int Close() const;
-  // Delivers a whole frame and waits for its packet. A graph runs.
+  // Delivers a complete frame and waits for its packet. Requires a running graph.
   void DeliverAndReceive() const;
-  // Query, open, a frame, close, all of which have to work on the PC as it is.
+  // Requires that querying, opening, one frame and closing succeed with the current PC.
   void RunWholeSession(std::uint32_t width, std::uint32_t height) const;
-  // Nothing is alive but what an open leaves on purpose, and the record that the caller still holds.
+  // Requires that no object is alive except those that opening leaks by design, and the caller's record.
   void RequireNothingAlive(bool holdsRecord) const;
 
   static bool IsOpened() { return CameraOperatorTestAccess::IsOpened(CameraOperator::GetInstance()); }
-  // Closing has something to work on.
+  // Whether there is a graph to close.
   static bool HasControl() { return CameraOperatorTestAccess::HasControl(CameraOperator::GetInstance()); }
-  // Bytes of a frame as the latest open request asked for them.
+  // Size in bytes of the frames that the latest open request configured.
   std::size_t FrameSize() const;
 
   scripted::Platform& platform = scripted::Platform::Get();
   HostCallbacks& host = HostCallbacks::Get();
   NUVEQCameraHandler table{};
 };
+
+}  // namespace fuzz

@@ -6,6 +6,7 @@
 
 #include "Require.h"
 
+namespace fuzz {
 namespace {
 
 constexpr std::array kErrors = {EINVAL, ENOTTY, EBUSY,  ENODEV, EIO,    EAGAIN, EINTR,
@@ -17,14 +18,14 @@ constexpr std::array<std::uint32_t, 8> kFourCcs = {
     V4L2_PIX_FMT_H264, V4L2_PIX_FMT_UYVY,  V4L2_PIX_FMT_YVU420, V4L2_PIX_FMT_NV61};
 constexpr std::array<v4l2_fract, 8> kFractions = {
     {{1, 30}, {1, 15}, {0, 0}, {0, 1}, {1, 0}, {0xFFFFFFFF, 1}, {1, 0xFFFFFFFF}, {1001, 30000}}};
-// Frame memory above this is refused, as by a machine that has no more.
+// Larger mappings fail with ENOMEM.
 constexpr std::size_t kMaxBytes = 1 << 20;
-// What drivers give at most.
+// Limit of the kernel.
 constexpr std::uint32_t kMaxBuffers = 32;
-// Control bytes from here on are lies; below them, and above 0, error numbers.
-constexpr std::uint8_t kLies = 0x40;
+// Control bytes: 0 means success, up to here an error number, from here on a malformed result.
+constexpr std::uint8_t kFirstMalformed = 0x40;
 
-constexpr std::uint32_t kEnds = 2;  // entries of an enumeration that behaves
+constexpr std::uint32_t kEntries = 2;  // of a well-formed enumeration
 
 int Fail(int error) {
   errno = error;
@@ -44,60 +45,60 @@ int MalformedSystemCalls::Open(const char* /*path*/, int /*flags*/) {
 
 int MalformedSystemCalls::Close(int descriptor) {
   const std::lock_guard lock(m_mutex);
-  Require(m_open.erase(descriptor) == 1, "what is closed was open");
+  Require(m_open.erase(descriptor) == 1, "a closed descriptor was open");
   return 0;
 }
 
 int MalformedSystemCalls::Ioctl(int descriptor, unsigned long request, void* argument) {
   const std::lock_guard lock(m_mutex);
-  Require(m_open.contains(descriptor), "what is asked is open");
+  Require(m_open.contains(descriptor), "ioctl is called with an open descriptor");
   const std::uint8_t control = m_reader.Byte();
-  if (control != 0 && control < kLies) {
+  if (control != 0 && control < kFirstMalformed) {
     return Fail(kErrors[control % kErrors.size()]);
   }
-  const int error = Answer(request, argument, control != 0);
+  const int error = HandleIoctl(request, argument, control != 0);
   return error == 0 ? 0 : Fail(error);
 }
 
-int MalformedSystemCalls::Answer(unsigned long request, void* argument, bool lies) {
+int MalformedSystemCalls::HandleIoctl(unsigned long request, void* argument, bool isMalformed) {
   switch (request) {
     case VIDIOC_QUERYCAP: {
       auto& capability = *static_cast<v4l2_capability*>(argument);
       constexpr std::uint32_t kGood = V4L2_CAP_VIDEO_CAPTURE | V4L2_CAP_STREAMING;
-      capability.capabilities = lies ? m_reader.Value<std::uint32_t>() : kGood | V4L2_CAP_DEVICE_CAPS;
-      capability.device_caps = lies ? m_reader.Value<std::uint32_t>() : kGood;
+      capability.capabilities = isMalformed ? m_reader.Value<std::uint32_t>() : kGood | V4L2_CAP_DEVICE_CAPS;
+      capability.device_caps = isMalformed ? m_reader.Value<std::uint32_t>() : kGood;
       return 0;
     }
     case VIDIOC_ENUM_FMT:
-      return EnumFormat(*static_cast<v4l2_fmtdesc*>(argument), lies);
+      return EnumFormat(*static_cast<v4l2_fmtdesc*>(argument), isMalformed);
     case VIDIOC_ENUM_FRAMESIZES:
-      return EnumSize(*static_cast<v4l2_frmsizeenum*>(argument), lies);
+      return EnumSize(*static_cast<v4l2_frmsizeenum*>(argument), isMalformed);
     case VIDIOC_ENUM_FRAMEINTERVALS:
-      return EnumInterval(*static_cast<v4l2_frmivalenum*>(argument), lies);
+      return EnumInterval(*static_cast<v4l2_frmivalenum*>(argument), isMalformed);
     case VIDIOC_G_FMT:
     case VIDIOC_S_FMT:
-      DescribeFormat(*static_cast<v4l2_format*>(argument), lies);
+      DescribeFormat(*static_cast<v4l2_format*>(argument), isMalformed);
       return 0;
     case VIDIOC_G_PARM:
     case VIDIOC_S_PARM:
-      DescribeRate(*static_cast<v4l2_streamparm*>(argument), lies);
+      DescribeRate(*static_cast<v4l2_streamparm*>(argument), isMalformed);
       return 0;
     case VIDIOC_REQBUFS:
-      return RequestBuffers(*static_cast<v4l2_requestbuffers*>(argument), lies);
+      return RequestBuffers(*static_cast<v4l2_requestbuffers*>(argument), isMalformed);
     case VIDIOC_QUERYBUF:
-      return QueryBuffer(*static_cast<v4l2_buffer*>(argument), lies);
+      return QueryBuffer(*static_cast<v4l2_buffer*>(argument), isMalformed);
     case VIDIOC_QBUF:
       m_queue.push_back(static_cast<v4l2_buffer*>(argument)->index);
       return 0;
     case VIDIOC_DQBUF:
-      return Dequeue(*static_cast<v4l2_buffer*>(argument), lies);
+      return Dequeue(*static_cast<v4l2_buffer*>(argument), isMalformed);
     case VIDIOC_STREAMOFF:
       m_queue.clear();
       return 0;
     case VIDIOC_STREAMON:
       return 0;
     default:
-      Require(false, "the platform makes calls that cameras know", std::to_string(request));
+      Require(false, "the ioctl request is known", std::to_string(request));
       return ENOTTY;
   }
 }
@@ -118,35 +119,35 @@ v4l2_fract MalformedSystemCalls::Fraction() {
                         : kFractions[choice % kFractions.size()];
 }
 
-int MalformedSystemCalls::EnumFormat(v4l2_fmtdesc& entry, bool lies) {
-  entry.pixelformat = lies ? FourCc() : kFourCcs[entry.index % kEnds];
-  return !lies && entry.index >= kEnds ? EINVAL : 0;
+int MalformedSystemCalls::EnumFormat(v4l2_fmtdesc& entry, bool isMalformed) {
+  entry.pixelformat = isMalformed ? FourCc() : kFourCcs[entry.index % kEntries];
+  return !isMalformed && entry.index >= kEntries ? EINVAL : 0;
 }
 
-int MalformedSystemCalls::EnumSize(v4l2_frmsizeenum& entry, bool lies) {
-  entry.type = lies ? m_reader.Byte() % 4U : V4L2_FRMSIZE_TYPE_DISCRETE;
+int MalformedSystemCalls::EnumSize(v4l2_frmsizeenum& entry, bool isMalformed) {
+  entry.type = isMalformed ? m_reader.Byte() % 4U : V4L2_FRMSIZE_TYPE_DISCRETE;
   if (entry.type == V4L2_FRMSIZE_TYPE_DISCRETE) {
-    entry.discrete = {lies ? Side() : kSides[0], lies ? Side() : kSides[1]};
-    return !lies && entry.index > 0 ? EINVAL : 0;
+    entry.discrete = {isMalformed ? Side() : kSides[0], isMalformed ? Side() : kSides[1]};
+    return !isMalformed && entry.index > 0 ? EINVAL : 0;
   }
   entry.stepwise = {Side(), Side(), Side(), Side(), Side(), Side()};
   return 0;
 }
 
-int MalformedSystemCalls::EnumInterval(v4l2_frmivalenum& entry, bool lies) {
-  entry.type = lies ? m_reader.Byte() % 4U : V4L2_FRMIVAL_TYPE_DISCRETE;
+int MalformedSystemCalls::EnumInterval(v4l2_frmivalenum& entry, bool isMalformed) {
+  entry.type = isMalformed ? m_reader.Byte() % 4U : V4L2_FRMIVAL_TYPE_DISCRETE;
   if (entry.type == V4L2_FRMIVAL_TYPE_DISCRETE) {
-    entry.discrete = lies ? Fraction() : kFractions[entry.index % kEnds];
-    return !lies && entry.index >= kEnds ? EINVAL : 0;
+    entry.discrete = isMalformed ? Fraction() : kFractions[entry.index % kEntries];
+    return !isMalformed && entry.index >= kEntries ? EINVAL : 0;
   }
   entry.stepwise = {Fraction(), Fraction(), Fraction()};
   return 0;
 }
 
-void MalformedSystemCalls::DescribeFormat(v4l2_format& format, bool lies) {
+void MalformedSystemCalls::DescribeFormat(v4l2_format& format, bool isMalformed) {
   v4l2_pix_format& picture = format.fmt.pix;
-  if (lies) {
-    // Some of what was asked for stays.
+  if (isMalformed) {
+    // Keeps some of the requested values.
     const std::uint8_t changed = m_reader.Byte();
     picture.width = (changed & 1) != 0 ? Side() : picture.width;
     picture.height = (changed & 2) != 0 ? Side() : picture.height;
@@ -161,32 +162,32 @@ void MalformedSystemCalls::DescribeFormat(v4l2_format& format, bool lies) {
   m_imageSize = static_cast<std::uint32_t>(std::min<std::uint64_t>(image, kMaxBytes));
 }
 
-void MalformedSystemCalls::DescribeRate(v4l2_streamparm& rate, bool lies) {
-  rate.parm.capture.capability = lies ? m_reader.Value<std::uint32_t>() : V4L2_CAP_TIMEPERFRAME;
-  if (lies) {
+void MalformedSystemCalls::DescribeRate(v4l2_streamparm& rate, bool isMalformed) {
+  rate.parm.capture.capability = isMalformed ? m_reader.Value<std::uint32_t>() : V4L2_CAP_TIMEPERFRAME;
+  if (isMalformed) {
     rate.parm.capture.timeperframe = Fraction();
   }
 }
 
-int MalformedSystemCalls::RequestBuffers(v4l2_requestbuffers& request, bool lies) {
+int MalformedSystemCalls::RequestBuffers(v4l2_requestbuffers& request, bool isMalformed) {
   m_queue.clear();
   m_byIndex.clear();
-  if (lies && request.count > 0) {
+  if (isMalformed && request.count > 0) {
     request.count = m_reader.Byte() % (kMaxBuffers + 1);
   }
   return 0;
 }
 
-int MalformedSystemCalls::QueryBuffer(v4l2_buffer& buffer, bool lies) {
-  buffer.length = lies ? m_reader.Value<std::uint16_t>() : m_imageSize;
+int MalformedSystemCalls::QueryBuffer(v4l2_buffer& buffer, bool isMalformed) {
+  buffer.length = isMalformed ? m_reader.Value<std::uint16_t>() : m_imageSize;
   buffer.m.offset = buffer.index;
   return 0;
 }
 
-// Filled with what the bytes have, as far as there is room.
-int MalformedSystemCalls::Dequeue(v4l2_buffer& buffer, bool lies) {
+// Fills the buffer from the input.
+int MalformedSystemCalls::Dequeue(v4l2_buffer& buffer, bool isMalformed) {
   buffer.flags = 0;
-  if (lies) {
+  if (isMalformed) {
     buffer.index = m_reader.Byte() % (kMaxBuffers + 1);
     buffer.bytesused = m_reader.Value<std::uint32_t>();
     buffer.sequence = m_reader.Value<std::uint32_t>();
@@ -199,14 +200,14 @@ int MalformedSystemCalls::Dequeue(v4l2_buffer& buffer, bool lies) {
     m_queue.erase(m_queue.begin());
   }
   if (buffer.index >= m_byIndex.size()) {
-    buffer.bytesused = lies ? buffer.bytesused : 0;
+    buffer.bytesused = isMalformed ? buffer.bytesused : 0;
     return 0;
   }
   Mapping& mapping = m_mappings.at(m_byIndex[buffer.index]);
   const std::size_t wanted = m_format.pixelformat == V4L2_PIX_FMT_YUYV ? 8 : m_reader.Value<std::uint16_t>();
   const std::span<const std::uint8_t> bytes = m_reader.Take(std::min(wanted, mapping.size));
   std::copy(bytes.begin(), bytes.end(), mapping.bytes.get());
-  if (!lies) {
+  if (!isMalformed) {
     const bool isYuyv = m_format.pixelformat == V4L2_PIX_FMT_YUYV;
     buffer.bytesused = static_cast<std::uint32_t>(isYuyv ? mapping.size : bytes.size());
   }
@@ -215,7 +216,7 @@ int MalformedSystemCalls::Dequeue(v4l2_buffer& buffer, bool lies) {
 
 void* MalformedSystemCalls::Map(std::size_t size, int descriptor, off_t /*offset*/) {
   const std::lock_guard lock(m_mutex);
-  Require(m_open.contains(descriptor), "what is mapped is open");
+  Require(m_open.contains(descriptor), "mmap is called with an open descriptor");
   const std::uint8_t control = m_reader.Byte();
   if (control != 0 || size == 0 || size > kMaxBytes) {
     errno = control != 0 ? EACCES : size == 0 ? EINVAL : ENOMEM;
@@ -231,32 +232,32 @@ void* MalformedSystemCalls::Map(std::size_t size, int descriptor, off_t /*offset
 int MalformedSystemCalls::Unmap(void* address, std::size_t size) {
   const std::lock_guard lock(m_mutex);
   const auto mapping = m_mappings.find(address);
-  Require(mapping != m_mappings.end() && mapping->second.size == size, "what is unmapped was mapped");
+  Require(mapping != m_mappings.end() && mapping->second.size == size, "an unmapped range was mapped");
   m_mappings.erase(mapping);
   std::erase(m_byIndex, address);
   return 0;
 }
 
-// Never waits for the camera: there is something at once, or the time is up. Without a time, and without
-// bytes, there is only the caller's own descriptor to wait for.
+// Never waits for the camera: the input chooses an event or a timeout. Without a timeout and at the end of
+// the input, waits for the caller's event only.
 int MalformedSystemCalls::Poll(pollfd* entries, nfds_t count, int timeoutMs) {
-  Require(count == 2, "a camera and a wake-up are waited for");
-  const int woken = poll(entries + 1, 1, 0);
+  Require(count == 2, "poll is called with a camera and an event");
+  const int signalled = poll(entries + 1, 1, 0);
   const std::lock_guard lock(m_mutex);
   entries[0].revents = 0;
-  if (woken != 0) {
-    return woken;
+  if (signalled != 0) {
+    return signalled;
   }
   if (m_reader.IsEmpty()) {
     return timeoutMs < 0 ? poll(entries + 1, 1, timeoutMs) : 0;
   }
   constexpr std::array<short, 6> kEvents = {POLLIN, POLLERR, POLLIN | POLLERR, POLLHUP, POLLNVAL, 0};
   const std::uint8_t control = m_reader.Byte();
-  if (control >= kLies) {
+  if (control >= kFirstMalformed) {
     entries[0].revents = kEvents[control % kEvents.size()];
     return 1;
   }
-  if (control > kLies / 2) {
+  if (control > kFirstMalformed / 2) {
     return 0;
   }
   if (control != 0) {
@@ -265,3 +266,5 @@ int MalformedSystemCalls::Poll(pollfd* entries, nfds_t count, int timeoutMs) {
   entries[0].revents = POLLIN;
   return 1;
 }
+
+}  // namespace fuzz

@@ -1,6 +1,7 @@
-// A kernel whose answers a fuzzer's bytes choose: the system calls behind the Linux platform's cameras. A
-// byte of zero, and every byte past the end, makes a call behave; others make it fail or lie. Lies stop where
-// a kernel's would be the end anyway: memory that it says is mapped is there.
+// System calls of the Linux platform whose results fuzzer input chooses. Each call reads a control byte: 0,
+// as past the end of the input, means a well-formed result, other values an error or a malformed result.
+// Mapped memory always exists: the library cannot defend itself against a kernel that returns an invalid
+// mapping.
 #pragma once
 
 #include <linux/videodev2.h>
@@ -15,9 +16,11 @@
 #include "ByteReader.h"
 #include "v4l2/SystemCalls.h"
 
+namespace fuzz {
+
 class MalformedSystemCalls : public v4l2::SystemCalls {
  public:
-  // Trees of devices begin in the folder's "sys" and "dev".
+  // root: folder that contains "sys" and "dev".
   MalformedSystemCalls(ByteReader& reader, std::filesystem::path root)
       : m_reader(reader), m_root(std::move(root)) {}
 
@@ -39,29 +42,30 @@ class MalformedSystemCalls : public v4l2::SystemCalls {
     std::size_t size = 0;
   };
 
-  int Answer(unsigned long request, void* argument, bool lies);
-  int EnumFormat(v4l2_fmtdesc& entry, bool lies);
-  int EnumSize(v4l2_frmsizeenum& entry, bool lies);
-  int EnumInterval(v4l2_frmivalenum& entry, bool lies);
-  void DescribeFormat(v4l2_format& format, bool lies);
-  void DescribeRate(v4l2_streamparm& rate, bool lies);
-  int RequestBuffers(v4l2_requestbuffers& request, bool lies);
-  int QueryBuffer(v4l2_buffer& buffer, bool lies);
-  int Dequeue(v4l2_buffer& buffer, bool lies);
+  int HandleIoctl(unsigned long request, void* argument, bool isMalformed);
+  int EnumFormat(v4l2_fmtdesc& entry, bool isMalformed);
+  int EnumSize(v4l2_frmsizeenum& entry, bool isMalformed);
+  int EnumInterval(v4l2_frmivalenum& entry, bool isMalformed);
+  void DescribeFormat(v4l2_format& format, bool isMalformed);
+  void DescribeRate(v4l2_streamparm& rate, bool isMalformed);
+  int RequestBuffers(v4l2_requestbuffers& request, bool isMalformed);
+  int QueryBuffer(v4l2_buffer& buffer, bool isMalformed);
+  int Dequeue(v4l2_buffer& buffer, bool isMalformed);
   std::uint32_t Side();
   std::uint32_t FourCc();
   v4l2_fract Fraction();
 
   ByteReader& m_reader;
   std::filesystem::path m_root;
-  // The streaming thread and the fuzzer's take turns with a camera; this holds should they not.
-  std::mutex m_mutex;
+  std::mutex m_mutex;  // guards all of the below
   std::set<int> m_open;
   std::map<void*, Mapping> m_mappings;
-  std::vector<void*> m_byIndex;  // mappings in their order
+  std::vector<void*> m_byIndex;  // addresses of the mappings in the order of creation
   std::vector<std::uint32_t> m_queue;
   v4l2_pix_format m_format{};
   std::uint32_t m_imageSize = 0;
   std::uint32_t m_sequence = 0;
   int m_nextDescriptor = 1'000'000;
 };
+
+}  // namespace fuzz

@@ -1,5 +1,5 @@
-// Media types made of bytes: read one by one, and as what a camera offers, through the capability query to
-// the records and the table from which an open request chooses.
+// Fuzzes media types: their parser directly, and the capability query and open request of a camera that
+// offers them.
 #include <algorithm>
 #include <map>
 #include <set>
@@ -11,6 +11,7 @@
 #include "FuzzedLibrary.h"
 #include "Require.h"
 
+namespace fuzz {
 namespace {
 
 using scripted::MediaType;
@@ -18,7 +19,7 @@ using Size = std::pair<LONG, LONG>;
 
 constexpr std::size_t kMaxTypes = 48;
 constexpr std::size_t kMaxBlock = 200;
-// A frame pool for more would only cost time.
+// Larger frame pools only slow the fuzzer down.
 constexpr std::int64_t kMaxPixels = std::int64_t{64} * 64;
 
 constexpr std::array<LONG, 12> kSides = {640, 480,  16, 32, 1280,       720,
@@ -27,14 +28,14 @@ constexpr std::array<REFERENCE_TIME, 10> kIntervals = {333333, 166666,     0,   
                                                        400000, 10'000'000, 10'000'001, INT64_MAX, INT64_MIN};
 constexpr std::array<GUID, 4> kSubTypes = {MEDIASUBTYPE_YUY2, MEDIASUBTYPE_MJPG, MEDIASUBTYPE_ARGB32, GUID{}};
 
-// The highest value of the selecting byte stands for a value of its own.
+// Reads a selector byte: 0xFF means that the value follows, other values select one of the list.
 template <typename Value, std::size_t kCount>
 Value OneOfOrAny(ByteReader& reader, const std::array<Value, kCount>& values) {
   const std::uint8_t choice = reader.Byte();
   return choice == 0xFF ? reader.Value<Value>() : values[choice % kCount];
 }
 
-// A cbFormat around the size of a whole format block.
+// Returns a cbFormat at or near sizeof(VIDEOINFOHEADER).
 ULONG FormatSize(ByteReader& reader) {
   const std::uint8_t choice = reader.Byte();
   if (choice < 0x80) {
@@ -51,7 +52,7 @@ MediaType ReadType(ByteReader& reader) {
   type.height = OneOfOrAny(reader, kSides);
   type.interval = OneOfOrAny(reader, kIntervals);
   type.formatSize = FormatSize(reader);
-  // A block of no bytes belongs to nobody.
+  // An empty format block is never allocated.
   type.hasFormat = (flags & 1) == 0 && type.formatSize > 0;
   type.hasUnknown = (flags & 2) != 0;
   type.isNull = (flags & 4) != 0;
@@ -81,12 +82,12 @@ std::vector<scripted::Pin> ReadPins(ByteReader& reader) {
   return pins;
 }
 
-bool Counts(const MediaType& type) {
+bool IsUsable(const MediaType& type) {
   return !type.isNull && type.hasFormat && IsEqualGUID(type.formatType, FORMAT_VideoInfo) &&
          type.formatSize >= sizeof(VIDEOINFOHEADER);
 }
 
-// In whole frames per second, rounded down, without floating point.
+// Frames per second, rounded down. The library computes it in floating point; this does not.
 std::uint32_t ExpectedFps(REFERENCE_TIME interval) {
   constexpr std::int64_t kUnits = 10'000'000;
   constexpr std::uint32_t kWithoutInterval = 30;
@@ -99,18 +100,18 @@ std::uint32_t ExpectedFps(REFERENCE_TIME interval) {
 
 struct Expected {
   std::set<std::uint32_t> rates;
-  std::map<Size, std::uint32_t> sizes;  // with the highest rate of each
+  std::map<Size, std::uint32_t> sizes;  // to the highest frame rate of each size
 };
 
-Expected ExpectedOf(const std::vector<scripted::Pin>& pins) {
+Expected ComputeExpected(const std::vector<scripted::Pin>& pins) {
   Expected expected;
   for (const scripted::Pin& pin : pins) {
     for (const MediaType& type : pin.mediaTypes) {
-      if (Counts(type)) {
+      if (IsUsable(type)) {
         const std::uint32_t fps = ExpectedFps(type.interval);
         expected.rates.insert(fps * 1000);
-        std::uint32_t& most = expected.sizes[{type.width, type.height}];
-        most = std::max(most, fps);
+        std::uint32_t& maxFps = expected.sizes[{type.width, type.height}];
+        maxFps = std::max(maxFps, fps);
       }
     }
   }
@@ -122,7 +123,7 @@ void RequireOffered(const NUVEQCameraAbility& ability, const Expected& expected)
   for (std::uint32_t i = 0; i < ability.fpsRangeNum; ++i) {
     rates.insert(ability.fpsRanges[i].minimum);
   }
-  Require(rates == expected.rates, "the record has the rates of the media types");
+  Require(rates == expected.rates, "the record has the frame rates of the media types");
   std::set<Size> sizes;
   for (std::uint32_t i = 0; i < ability.resolutionNum; ++i) {
     sizes.insert({ability.resolutions[i].width, ability.resolutions[i].height});
@@ -132,12 +133,13 @@ void RequireOffered(const NUVEQCameraAbility& ability, const Expected& expected)
     Require(sizes.contains(size), "the record has the sizes of the media types");
     const CapabilityEntry entry = CameraCapabilityMgr::GetInstance().FindCapability(
         static_cast<std::uint32_t>(size.first), static_cast<std::uint32_t>(size.second));
-    Require(entry.fps == fps, "the table answers a size's highest rate", std::to_string(entry.fps));
+    Require(entry.fps == fps, "FindCapability returns the highest frame rate of a size",
+            std::to_string(entry.fps));
   }
 }
 
-// One media type whose format block is nothing but bytes, as long as cbFormat says and not aligned.
-void ParseRaw(ByteReader& reader) {
+// Parses a media type with an unaligned format block of fuzzer input.
+void ParseRawType(ByteReader& reader) {
   const std::size_t size = reader.Below(kMaxBlock);
   const std::span<const std::uint8_t> bytes = reader.Take(size);
   std::vector<std::uint8_t> block(bytes.size() + 1);
@@ -151,20 +153,20 @@ void ParseRaw(ByteReader& reader) {
   std::vector<tagSIZE> sizes;
   std::vector<unsigned int> rates;
   CameraOperator::GetInstance().ParseMediaType(type, subTypes, sizes, rates);
-  const bool counts =
+  const bool isUsable =
       IsEqualGUID(type.formattype, FORMAT_VideoInfo) && bytes.size() >= sizeof(VIDEOINFOHEADER);
-  Require(subTypes.size() == (counts ? 1U : 0U) && sizes.size() == subTypes.size() &&
+  Require(subTypes.size() == (isUsable ? 1U : 0U) && sizes.size() == subTypes.size() &&
               rates.size() == subTypes.size(),
-          "a media type with a whole format block counts, and no other");
+          "only media types with a complete format block are used");
 }
 
-// At the first size that is small enough, or at one that the camera does not list.
-void OpenOne(const FuzzedLibrary& library, const std::vector<scripted::Pin>& pins) {
+// Runs a session at an offered size that is small enough, or at a size that is not offered.
+void OpenCamera(const FuzzedLibrary& library, const std::vector<scripted::Pin>& pins) {
   std::uint32_t width = 16;
   std::uint32_t height = 16;
   for (const scripted::Pin& pin : pins) {
     for (const MediaType& type : pin.mediaTypes) {
-      if (Counts(type) && type.width > 0 && type.height > 0 &&
+      if (IsUsable(type) && type.width > 0 && type.height > 0 &&
           std::int64_t{type.width} * type.height <= kMaxPixels) {
         width = static_cast<std::uint32_t>(type.width);
         height = static_cast<std::uint32_t>(type.height);
@@ -174,26 +176,31 @@ void OpenOne(const FuzzedLibrary& library, const std::vector<scripted::Pin>& pin
   library.RunWholeSession(width, height);
 }
 
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+void Run(const std::uint8_t* data, std::size_t size) {
   ByteReader reader(data, size);
   const std::uint8_t flags = reader.Byte();
   scripted::Pc pc = scripted::LaptopPc();
   FuzzedLibrary library(pc);
   if ((flags & 1) != 0) {
-    ParseRaw(reader);
+    ParseRawType(reader);
   }
   const std::vector<scripted::Pin> pins = ReadPins(reader);
   pc.cameras.back().pins = pins;
   library.platform.SetPc(pc);
   NUVEQCameraCapabilities* record = nullptr;
-  Require(library.Query(record) == NUVEQ_CAMERA_OK, "whatever a camera offers, it can be queried");
-  RequireOffered(*record->abilities, ExpectedOf(pins));
+  Require(library.Query(record) == NUVEQ_CAMERA_OK, "the query succeeds for any media types");
+  RequireOffered(*record->abilities, ComputeExpected(pins));
   library.Release(record);
   library.RequireNothingAlive(false);
   if ((flags & 2) != 0) {
-    OpenOne(library, pins);
+    OpenCamera(library, pins);
   }
+}
+
+}  // namespace
+}  // namespace fuzz
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  fuzz::Run(data, size);
   return 0;
 }

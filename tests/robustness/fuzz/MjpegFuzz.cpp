@@ -6,6 +6,7 @@
 #include "Require.h"
 #include "mjpeg/MjpegDecoder.h"
 
+namespace fuzz {
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
@@ -17,8 +18,8 @@ struct Size {
   std::uint32_t height = 0;
 };
 
-// The size in the frame header; zero without one.
-Size SizeIn(std::span<const std::uint8_t> jpeg) {
+// The size in the frame header; 0x0 if there is none.
+Size ReadFrameSize(std::span<const std::uint8_t> jpeg) {
   constexpr std::size_t kFrameHeader = 9;
   for (std::size_t at = 0; at + kFrameHeader <= jpeg.size(); ++at) {
     const bool isFrame = jpeg[at] == 0xFF && jpeg[at + 1] >= 0xC0 && jpeg[at + 1] <= 0xC2;
@@ -41,26 +42,31 @@ bool IsAccepted(const Size& size, std::span<const std::uint8_t> jpeg) {
   return !Decode(decoder, jpeg).empty();
 }
 
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  ByteReader reader(data, size);
+void Run(const std::uint8_t* data, std::size_t length) {
+  ByteReader reader(data, length);
   const std::uint8_t flags = reader.Byte();
-  Size wanted{reader.Byte() + 1U, reader.Byte() + 1U};
+  Size size{reader.Byte() + 1U, reader.Byte() + 1U};
   const std::span<const std::uint8_t> jpeg = reader.TakeAll();
   if ((flags & 1) == 0) {
-    wanted = SizeIn(jpeg);
+    size = ReadFrameSize(jpeg);
   }
-  if (wanted.width == 0 || wanted.height == 0 || std::int64_t{wanted.width} * wanted.height > kMaxPixels) {
-    return 0;
+  if (size.width == 0 || size.height == 0 || std::int64_t{size.width} * size.height > kMaxPixels) {
+    return;
   }
-  mjpeg::MjpegDecoder decoder(wanted.width, wanted.height);
+  mjpeg::MjpegDecoder decoder(size.width, size.height);
   const Bytes picture = Decode(decoder, jpeg);
-  Require(picture.empty() || picture.size() == std::size_t{4} * wanted.width * wanted.height,
+  Require(picture.empty() || picture.size() == std::size_t{4} * size.width * size.height,
           "an accepted picture is complete");
   Require(Decode(decoder, jpeg) == picture, "the result does not depend on earlier pictures");
-  Require(picture.empty() || (!IsAccepted({wanted.width + 2, wanted.height}, jpeg) &&
-                              !IsAccepted({wanted.width, wanted.height + 1}, jpeg)),
+  Require(picture.empty() || (!IsAccepted({size.width + 2, size.height}, jpeg) &&
+                              !IsAccepted({size.width, size.height + 1}, jpeg)),
           "a picture of another size is rejected");
+}
+
+}  // namespace
+}  // namespace fuzz
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  fuzz::Run(data, size);
   return 0;
 }

@@ -1,14 +1,19 @@
-// What a fuzz program holds to be true, whatever the bytes.
+// Assertions of the fuzz targets.
 #pragma once
 
 #include <cstdio>
 #include <cstdlib>
 #include <string>
 
-// Ends the process where it does not hold; the fuzzer keeps the bytes.
-inline void Require(bool holds, const char* rule, const std::string& found = {}) {
-  if (!holds) {
-    std::fprintf(stderr, "broken rule: %s%s%s\n", rule, found.empty() ? "" : "; found: ", found.c_str());
+namespace fuzz {
+
+// Aborts if the condition is false; libFuzzer then saves the input. actual: the value to report, if any.
+inline void Require(bool condition, const char* requirement, const std::string& actual = {}) {
+  if (!condition) {
+    std::fprintf(stderr, "requirement violated: %s%s%s\n", requirement,
+                 actual.empty() ? "" : "; actual: ", actual.c_str());
     std::abort();
   }
 }
+
+}  // namespace fuzz

@@ -1,6 +1,6 @@
-// A whole life of the library: the bytes choose the PC, the table's calls, what the platform answers, and the
-// frames. Whatever they choose, results are the documented ones, nothing is left, and a camera that is well
-// again can be used.
+// Fuzzes whole sessions of the library: the input chooses the PC, the calls, the results of the platform and
+// the frames. All results are documented ones, nothing is leaked, and afterwards a working camera can be
+// used.
 #include <chrono>
 #include <thread>
 #include <utility>
@@ -11,13 +11,14 @@
 #include "FuzzedLibrary.h"
 #include "Require.h"
 
+namespace fuzz {
 namespace {
 
 constexpr unsigned kMaxSteps = 40;
 constexpr unsigned kBuffers = 5;
 constexpr std::size_t kMaxBytes = 65536;
-// Most sessions do without the one that follows, which takes longer than they do.
-constexpr std::uint8_t kUnchecked = 0x40;
+// Flags from here on skip the session with a working camera at the end, which takes most of the time.
+constexpr std::uint8_t kSkipFinalSession = 0x40;
 
 struct Size {
   std::uint32_t width;
@@ -26,7 +27,7 @@ struct Size {
 constexpr std::array<Size, 8> kSizes = {
     {{16, 16}, {32, 16}, {64, 48}, {0, 0}, {16, 0xFFFFFFF0}, {65535, 65535}, {3, 5}, {1, 1}}};
 const std::array<std::string, 8> kIds = {"0", "", "00", "1", "0x", "-1", "99999999999999999999", "0 "};
-// Against a frame of the size that was asked for.
+// Length of a delivered frame relative to the configured size.
 enum class Length { kWhole, kShort, kOneByte, kNone, kNegative, kTooLong, kMax, kNoData };
 constexpr std::array kLengths = {Length::kWhole,    Length::kShort,   Length::kOneByte, Length::kNone,
                                  Length::kNegative, Length::kTooLong, Length::kMax,     Length::kNoData};
@@ -54,7 +55,7 @@ scripted::Camera ReadCamera(ByteReader& reader) {
     camera.pins.clear();
   }
   if ((flags & 8) != 0) {
-    // Half a surrogate pair is no text.
+    // A lone surrogate is not valid UTF-16.
     camera.displayName.insert(reader.Below(camera.displayName.size()), 1, wchar_t{0xD800});
   }
   return camera;
@@ -67,7 +68,7 @@ scripted::Pc ReadPc(ByteReader& reader, std::uint8_t flags) {
     pc.usbDevices.back().status = DN_REMOVABLE;
   }
   if ((flags & 2) != 0) {
-    // Shorter and longer than the room that there is for it.
+    // Shorter or longer than the buffer of the library.
     pc.usbDevices.back().firstChildId = std::string(std::size_t{2} * reader.Byte(), 'A');
   }
   if ((flags & 4) != 0) {
@@ -85,9 +86,9 @@ scripted::Pc ReadPc(ByteReader& reader, std::uint8_t flags) {
   return pc;
 }
 
-// Text in a block of its own, so that a step beyond it is seen.
-struct Text {
-  explicit Text(const std::string& text) : bytes(text.begin(), text.end()) {}
+// Text without a terminator in its own heap block, so that AddressSanitizer detects reads past its end.
+struct HeapText {
+  explicit HeapText(const std::string& text) : bytes(text.begin(), text.end()) {}
   const char* Data() const { return bytes.data() == nullptr ? "" : bytes.data(); }
 
   std::vector<char> bytes;
@@ -103,7 +104,7 @@ class Session {
   void Run() {
     for (unsigned step = 0; step < kMaxSteps && !m_reader.IsEmpty(); ++step) {
       Step();
-      m_frameless += m_faults.TakeFramesWithoutMemory();
+      m_withoutMemory += m_faults.TakeFramesWithoutBuffer();
     }
     Finish();
   }
@@ -131,15 +132,15 @@ class Session {
       case 9:
         return m_faults.ChooseEncoding(m_reader);
       case 10:
-        return StreamByItself();
+        return StartStreaming();
       case 11:
-        return ChooseHost();
+        return ConfigureHost();
       case 12:
         return m_library.platform.SetPc(ReadPc(m_reader, m_reader.Byte()));
       case 13:
         return Reload();
       case 14:
-        return CallBadly();
+        return CallWithInvalidArguments();
       default:
         return ReleaseRecord();
     }
@@ -155,34 +156,36 @@ class Session {
   void Open() {
     const Size& size = m_reader.OneOf(kSizes);
     const std::string& id = m_reader.OneOf(kIds);
-    const Text text(id);
+    const HeapText text(id);
     const NUVEQCameraParam param{text.Data(), static_cast<std::uint32_t>(id.size()), size.width, size.height,
                                  m_reader.Byte()};
     const bool wasOpened = FuzzedLibrary::IsOpened();
     const int result = m_library.table.OpenCameraDevice(&param);
     if (!IsId(id)) {
-      Require(result == NUVEQ_CAMERA_INVALID_ARGUMENT, "an id is all digits", std::to_string(result));
+      Require(result == NUVEQ_CAMERA_INVALID_ARGUMENT, "a malformed id is rejected", std::to_string(result));
     } else if (wasOpened) {
-      Require(result == NUVEQ_CAMERA_ALREADY_OPEN, "what is open is not opened", std::to_string(result));
+      Require(result == NUVEQ_CAMERA_ALREADY_OPEN, "an open camera is not opened again",
+              std::to_string(result));
     } else {
       Require(result == NUVEQ_CAMERA_OK || result == NUVEQ_CAMERA_GRAPH_FAILED ||
                   result == NUVEQ_CAMERA_ENCODER_FAILED,
-              "an open request's results", std::to_string(result));
+              "an open request returns a documented result", std::to_string(result));
       m_isEncoding = result == NUVEQ_CAMERA_OK;
     }
     if (result == NUVEQ_CAMERA_OK) {
-      // The pool is a new one.
+      // Opening creates a new frame pool.
       m_lost = 0;
       m_unencoded = 0;
-      m_frameless = 0;
+      m_withoutMemory = 0;
     }
   }
 
   void Close() {
     const bool hadControl = FuzzedLibrary::HasControl();
     const int result = m_library.Close();
-    Require(result == 0 || (result == 1 && hadControl), "a close request's results", std::to_string(result));
-    Require(!FuzzedLibrary::IsOpened() && !FuzzedLibrary::HasControl(), "what was closed is closed");
+    Require(result == 0 || (result == 1 && hadControl), "a close request returns a documented result",
+            std::to_string(result));
+    Require(!FuzzedLibrary::IsOpened() && !FuzzedLibrary::HasControl(), "a close request closes the camera");
     if (hadControl) {
       NoteClosed();
     }
@@ -193,13 +196,12 @@ class Session {
     m_isEncoding = false;
     m_lost = 0;
     m_unencoded = 0;
-    m_frameless = 0;
+    m_withoutMemory = 0;
   }
 
-  // Whether a frame can be delivered on this thread: when there is no buffer for it the graph's thread has to
-  // wait, and this one cannot.
+  // Whether a frame can be delivered on this thread, which must not block waiting for a buffer.
   bool HasBuffer() const {
-    return m_library.FrameSize() <= kMaxBytes && m_lost + m_frameless < kBuffers &&
+    return m_library.FrameSize() <= kMaxBytes && m_lost + m_withoutMemory < kBuffers &&
            (m_isEncoding || m_unencoded < kBuffers);
   }
 
@@ -219,7 +221,7 @@ class Session {
     if (m_isLive || !HasBuffer()) {
       return;
     }
-    const std::vector<std::uint8_t> frame = FrameOf(kind);
+    const std::vector<std::uint8_t> frame = MakeFrame(kind);
     const std::uint64_t packets = m_library.host.PacketCount();
     if (!m_library.platform.DeliverFrame(kind == Length::kNoData ? nullptr : frame.data(),
                                          LengthOf(kind, frame))) {
@@ -227,26 +229,26 @@ class Session {
     }
     NoteDelivered(kind);
     const bool isWhole = kind == Length::kWhole || kind == Length::kShort || kind == Length::kOneByte;
-    if (isWhole && m_isEncoding && m_hasDataCallback && m_frameless == 0 && m_faults.EncodesWell()) {
-      Require(m_library.host.WaitForPackets(packets + 1), "a frame becomes a packet");
+    if (isWhole && m_isEncoding && m_hasDataCallback && m_withoutMemory == 0 && m_faults.EncodingSucceeds()) {
+      Require(m_library.host.WaitForPackets(packets + 1), "a frame produces a packet");
     }
   }
 
-  // By a graph that has been stopped and given back, and does not mind.
+  // Delivers a frame after the graph was stopped and released.
   void DeliverLate() {
     const Length kind = m_reader.OneOf(kLengths);
     ISampleGrabberCB* const callback = m_library.platform.GrabberCallback();
     if (callback == nullptr || FuzzedLibrary::HasControl() || !HasBuffer()) {
       return;
     }
-    std::vector<std::uint8_t> frame = FrameOf(kind);
+    std::vector<std::uint8_t> frame = MakeFrame(kind);
     Require(callback->BufferCB(0, kind == Length::kNoData ? nullptr : frame.data(), LengthOf(kind, frame)) ==
                 S_OK,
-            "a frame is answered with S_OK");
+            "BufferCB returns S_OK");
     NoteDelivered(kind);
   }
 
-  std::vector<std::uint8_t> FrameOf(Length kind) const {
+  std::vector<std::uint8_t> MakeFrame(Length kind) const {
     const std::size_t size = m_library.FrameSize();
     switch (kind) {
       case Length::kShort:
@@ -266,9 +268,9 @@ class Session {
     return std::vector<std::uint8_t>(size, 1);
   }
 
-  // Graphs that run from now on have a thread of their own, which delivers what the bytes say, and then a
-  // whole frame: a graph completes at some time.
-  void StreamByItself() {
+  // Makes later graphs deliver the chosen frames on a thread of their own, followed by a complete frame, so
+  // that the graph completes.
+  void StartStreaming() {
     const std::size_t count = m_reader.Below(12);
     std::vector<Length> frames;
     for (std::size_t i = 0; i < count; ++i) {
@@ -279,7 +281,7 @@ class Session {
       m_isLive = count > 0;
       m_library.platform.SetStreaming({m_isLive, [this, frames](std::uint64_t number) {
                                          if (number < frames.size()) {
-                                           return FrameOf(frames[number]);
+                                           return MakeFrame(frames[number]);
                                          }
                                          std::this_thread::sleep_for(std::chrono::microseconds(100));
                                          return std::vector<std::uint8_t>();
@@ -292,7 +294,7 @@ class Session {
     const int result =
         m_library.table.RegisterSendDataCallback(nullptr, 0, isNull ? nullptr : &HostCallbacks::OnData);
     Require(result == (isNull ? NUVEQ_CAMERA_INVALID_ARGUMENT : NUVEQ_CAMERA_OK),
-            "a data callback that is there is taken");
+            "a data callback is accepted if it is not null");
     m_hasDataCallback = m_hasDataCallback || !isNull;
   }
 
@@ -300,11 +302,11 @@ class Session {
     const std::uint8_t flags = m_reader.Byte();
     const NUVEQServiceListener listener{(flags & 1) != 0 ? nullptr : &HostCallbacks::OnStatus,
                                         (flags & 2) != 0 ? nullptr : &HostCallbacks::OnAction};
-    Require(m_library.table.RegisterServiceListener(&listener) == NUVEQ_CAMERA_OK, "a listener is taken");
+    Require(m_library.table.RegisterServiceListener(&listener) == NUVEQ_CAMERA_OK, "a listener is accepted");
   }
 
-  // What the host's callbacks answer, and whether they close the camera.
-  void ChooseHost() {
+  // Chooses the results of the host's callbacks and whether they close the camera.
+  void ConfigureHost() {
     const std::uint8_t flags = m_reader.Byte();
     const auto close = [this](const auto&) { m_library.Close(); };
     m_library.host.AnswerData((flags & 1) != 0 ? -1 : 0);
@@ -314,7 +316,7 @@ class Session {
     m_library.host.InStatus((flags & 16) != 0 ? std::function<void(int)>(close) : nullptr);
   }
 
-  // Also while the camera is open.
+  // May be called while the camera is open.
   void Reload() {
     ReleaseRecord();
     FuzzedLibrary::Reload();
@@ -322,7 +324,7 @@ class Session {
     NoteClosed();
   }
 
-  void CallBadly() {
+  void CallWithInvalidArguments() {
     const NUVEQCameraHandler& table = m_library.table;
     NUVEQCameraCapabilities* record = nullptr;
     std::uint32_t count = 0;
@@ -331,16 +333,16 @@ class Session {
          {NUVEQGetCameraHandler(nullptr), table.OpenCameraDevice(nullptr), table.OpenCameraDevice(&withoutId),
           table.GetCapability(nullptr, &count), table.GetCapability(&record, nullptr),
           table.RegisterServiceListener(nullptr), table.RegisterSendDataCallback(nullptr, 0, nullptr)}) {
-      Require(result == NUVEQ_CAMERA_INVALID_ARGUMENT, "what is null is refused", std::to_string(result));
+      Require(result == NUVEQ_CAMERA_INVALID_ARGUMENT, "a null argument is rejected", std::to_string(result));
     }
     table.ReleaseCapability(0, nullptr, m_reader.Byte());
     Require(table.Reserved3(nullptr, 0, 0, nullptr) == 0 && table.Reserved5(nullptr) == 0 &&
                 table.Reserved8(0, nullptr, 0, nullptr) == 0,
-            "what is reserved answers 0");
+            "reserved functions return 0");
   }
 
-  // However it went: after a close the camera, which is well now, can be used. Where the graph could not even
-  // be controlled it takes loading the library anew.
+  // Closes the camera and requires that a working one can be used. Without a graph to close, the library is
+  // reloaded.
   void Finish() {
     m_faults.Disarm();
     m_library.host.Reset();
@@ -352,7 +354,7 @@ class Session {
       FuzzedLibrary::Reload();
       NoteClosed();
     }
-    if (m_flags >= kUnchecked) {
+    if (m_flags >= kSkipFinalSession) {
       return;
     }
     m_library.platform.SetStreaming({});
@@ -362,21 +364,22 @@ class Session {
 
   ByteReader& m_reader;
   std::uint8_t m_flags;
-  Faults m_faults;
+  FuzzedFaults m_faults;
   FuzzedLibrary m_library;
   NUVEQCameraCapabilities* m_record = nullptr;
   bool m_hasDataCallback = false;
-  bool m_isEncoding = false;  // an open request has succeeded: there is an encoder thread
+  bool m_isEncoding = false;  // there is an encoder thread: an open request has succeeded
   bool m_isLive = false;
-  unsigned m_lost = 0;       // buffers, to frames that were too long
-  unsigned m_frameless = 0;  // buffers without memory
-  unsigned m_unencoded = 0;  // frames delivered since the open request
+  unsigned m_lost = 0;           // buffers lost to frames that were too long
+  unsigned m_withoutMemory = 0;  // buffers
+  unsigned m_unencoded = 0;      // frames delivered since the open request
 };
 
 }  // namespace
+}  // namespace fuzz
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  ByteReader reader(data, size);
-  Session(reader).Run();
+  fuzz::ByteReader reader(data, size);
+  fuzz::Session(reader).Run();
   return 0;
 }

@@ -1,5 +1,5 @@
-// A camera whose driver answers what the bytes say, through the Linux platform as the camera library uses it:
-// listing, the graph, its running, a few frames, its end.
+// Fuzzes the Linux platform with malformed results of V4L2 system calls: enumeration, building and running a
+// graph, a few frames, and teardown.
 #include <atomic>
 #include <memory>
 #include <vector>
@@ -12,16 +12,19 @@
 #include "support/linux/CaptureSession.h"
 #include "support/linux/SysfsTree.h"
 
+namespace fuzz {
 namespace {
 
-// Pictures above this would only cost time and memory.
+// Larger pictures only slow the fuzzer down.
 constexpr std::uint64_t kMaxPixels = std::uint64_t{256} * 256;
-constexpr std::array<GUID, 4> kWanted = {MEDIASUBTYPE_YUY2, MEDIASUBTYPE_ARGB32, MEDIASUBTYPE_MJPG, GUID{}};
-// Looks at every byte that it is given.
-class Viewer : public ISampleGrabberCB {
+constexpr std::array<GUID, 4> kGrabberSubtypes = {MEDIASUBTYPE_YUY2, MEDIASUBTYPE_ARGB32, MEDIASUBTYPE_MJPG,
+                                                  GUID{}};
+
+// Reads every byte of the frames, so that AddressSanitizer detects invalid ones.
+class FrameReader : public ISampleGrabberCB {
  public:
-  // Bytes of a frame; 0 when frames differ.
-  explicit Viewer(std::size_t frameSize) : m_frameSize(frameSize) {}
+  // frameSize: expected size in bytes; 0 if it varies.
+  explicit FrameReader(std::size_t frameSize) : m_frameSize(frameSize) {}
 
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID /*iid*/, void** object) override {
     *object = nullptr;
@@ -31,14 +34,14 @@ class Viewer : public ISampleGrabberCB {
   ULONG STDMETHODCALLTYPE Release() override { return --m_references; }
   HRESULT STDMETHODCALLTYPE SampleCB(double time, IMediaSample* sample) override {
     BYTE* data = nullptr;
-    Require(sample->GetPointer(&data) == S_OK, "a sample has its bytes during the call");
+    Require(sample->GetPointer(&data) == S_OK, "a sample has data during the callback");
     return BufferCB(time, data, sample->GetActualDataLength());
   }
   HRESULT STDMETHODCALLTYPE BufferCB(double time, BYTE* buffer, LONG length) override {
-    Require(time >= 0, "times are counted from the start");
-    Require(length > 0, "no frame is empty");
-    Require(m_frameSize == 0 || static_cast<std::size_t>(length) == m_frameSize, "a frame has its size",
-            std::to_string(length));
+    Require(time >= 0, "the sample time is not negative");
+    Require(length > 0, "a frame is not empty");
+    Require(m_frameSize == 0 || static_cast<std::size_t>(length) == m_frameSize,
+            "a frame has the expected size", std::to_string(length));
     for (LONG i = 0; i < length; ++i) {
       m_sum = m_sum + buffer[i];
     }
@@ -51,7 +54,7 @@ class Viewer : public ISampleGrabberCB {
   volatile unsigned m_sum = 0;
 };
 
-// The trees that stay the same whatever the bytes: a fixed USB camera with two nodes.
+// sysfs and /dev of a built-in USB camera with two video nodes.
 const SysfsTree& Tree() {
   static const std::unique_ptr<SysfsTree> tree = [] {
     auto made = std::make_unique<SysfsTree>();
@@ -65,13 +68,13 @@ const SysfsTree& Tree() {
 
 std::filesystem::path Root() { return Tree().SysfsRoot().parent_path(); }
 
-// The machine's camera as it is listed when all is well. Making it touches nothing yet.
-class OneCamera : public devices::DeviceProvider {
+// Lists the cameras that the Linux platform finds with well-formed system calls.
+class FixedDeviceProvider : public devices::DeviceProvider {
  public:
-  OneCamera() {
-    ByteReader none(nullptr, 0);
-    MalformedSystemCalls behaving(none, Root());
-    v4l2::SetSystemCallsForTesting(&behaving);
+  FixedDeviceProvider() {
+    ByteReader noInput(nullptr, 0);
+    MalformedSystemCalls wellFormed(noInput, Root());
+    v4l2::SetSystemCallsForTesting(&wellFormed);
     devices::SetDeviceProvider(nullptr);
     m_cameras = devices::CurrentDeviceProvider()->CaptureDevices();
     v4l2::SetSystemCallsForTesting(nullptr);
@@ -86,21 +89,21 @@ class OneCamera : public devices::DeviceProvider {
 
 std::uint64_t Pixels(const MediaType& type) {
   const BITMAPINFOHEADER& picture = Video(type).bmiHeader;
-  Require(picture.biWidth > 0 && picture.biHeight > 0, "sizes that are offered are sizes");
+  Require(picture.biWidth > 0 && picture.biHeight > 0, "an offered size is positive");
   return static_cast<std::uint64_t>(picture.biWidth) * static_cast<std::uint64_t>(picture.biHeight);
 }
 
-// What a frame holds in the end; 0 for a size that varies from frame to frame.
-std::size_t FrameSize(const MediaType& type, const GUID& wanted) {
-  const GUID& delivered = IsEqualGUID(wanted, GUID{}) ? type->subtype : wanted;
+// Size in bytes of the frames that the grabber receives; 0 if it varies.
+std::size_t FrameSize(const MediaType& type, const GUID& grabberSubtype) {
+  const GUID& delivered = IsEqualGUID(grabberSubtype, GUID{}) ? type->subtype : grabberSubtype;
   if (IsEqualGUID(delivered, MEDIASUBTYPE_YUY2)) {
     return 2 * Pixels(type);
   }
   return IsEqualGUID(delivered, MEDIASUBTYPE_ARGB32) ? 4 * Pixels(type) : 0;
 }
 
-// Asks for one of the media types, perhaps with another rate, as an open request does.
-void Choose(ByteReader& reader, IPin& pin, const std::vector<MediaType>& offered) {
+// Sets one of the offered formats, possibly with another frame interval, as an open request does.
+void ChooseFormat(ByteReader& reader, IPin& pin, const std::vector<MediaType>& offered) {
   if (offered.empty()) {
     return;
   }
@@ -114,36 +117,37 @@ void RunOnce(const CaptureGraph& graph) {
   if (graph.control->Run() != S_OK) {
     return;
   }
-  constexpr LONG kForEver = -1;
+  constexpr LONG kInfinite = -1;
   LONG code = 0;
-  Require(graph.Wait(kForEver, code) == S_OK, "a graph that runs completes");
+  Require(graph.Wait(kInfinite, code) == S_OK, "a running graph completes");
   Require(code == kEventComplete || code == kEventErrorAbort || code == kEventDeviceLost,
-          "a graph completes for a known reason", std::to_string(code));
+          "a graph completes with a known event", std::to_string(code));
   Require(graph.control->Stop() == S_OK, "a graph can be stopped");
 }
 
-void Use(ByteReader& reader) {
+void UseCamera(ByteReader& reader) {
   const ComPtr<IBaseFilter> camera = FirstCamera();
   Require(static_cast<bool>(camera), "a camera can be bound");
   const ComPtr<IPin> pin = FindPin(*camera.Get(), PINDIR_OUTPUT);
   std::vector<MediaType> offered;
   ListMediaTypes(*pin.Get(), offered);
   for (const MediaType& type : offered) {
-    Require(Pixels(type) > 0 && Video(type).AvgTimePerFrame > 0, "what is offered is a format");
+    Require(Pixels(type) > 0 && Video(type).AvgTimePerFrame > 0,
+            "an offered format has a size and a frame interval");
   }
-  Choose(reader, *pin.Get(), offered);
+  ChooseFormat(reader, *pin.Get(), offered);
   MediaType current;
   if (CurrentFormat(*pin.Get(), current) != S_OK || Pixels(current) > kMaxPixels) {
     return;
   }
   GraphSettings settings;
-  settings.grabberSubtype = reader.OneOf(kWanted);
+  settings.grabberSubtype = reader.OneOf(kGrabberSubtypes);
   const std::uint8_t flags = reader.Byte();
   settings.whichMethod = (flags & 1) != 0 ? kCallSampleCB : kCallBufferCB;
-  Viewer viewer(FrameSize(current, settings.grabberSubtype));
+  FrameReader frameReader(FrameSize(current, settings.grabberSubtype));
   CaptureGraph graph;
   Require(graph.Create() == S_OK && graph.AddCamera(camera) == S_OK &&
-              graph.AddGrabber(&viewer, settings) == S_OK,
+              graph.AddGrabber(&frameReader, settings) == S_OK,
           "a graph can be built");
   graph.cameraPin = pin;
   graph.grabberPin = FindPin(*graph.grabberFilter.Get(), PINDIR_INPUT);
@@ -154,25 +158,30 @@ void Use(ByteReader& reader) {
   }
 }
 
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static const auto camera = std::make_shared<OneCamera>();
+void Run(const std::uint8_t* data, std::size_t size) {
+  static const auto fixedDevices = std::make_shared<FixedDeviceProvider>();
   ByteReader reader(data, size);
-  MalformedSystemCalls kernel(reader, Root());
-  v4l2::SetSystemCallsForTesting(&kernel);
+  MalformedSystemCalls systemCalls(reader, Root());
+  v4l2::SetSystemCallsForTesting(&systemCalls);
   if (reader.Byte() % 2 != 0) {
-    // Which of the nodes capture is the driver's to say.
+    // The input decides which of the nodes are capture devices.
     devices::SetDeviceProvider(nullptr);
-    Require(CaptureDevicesSeen().size() <= 2, "there are two nodes");
+    Require(CaptureDevicesSeen().size() <= 2, "there are at most two nodes");
     Require(UsbDevicesSeen().size() == 1, "there is one USB device");
   }
-  devices::SetDeviceProvider(camera);
-  Use(reader);
-  Require(com::LiveObjects() == 0, "no object is left", std::to_string(com::LiveObjects()));
-  Require(com::LiveTaskBlocks() == 0, "no task memory is left", std::to_string(com::LiveTaskBlocks()));
-  Require(kernel.OpenDescriptors() == 0, "no node stays open");
-  Require(kernel.Mappings() == 0, "no frame memory stays mapped");
+  devices::SetDeviceProvider(fixedDevices);
+  UseCamera(reader);
+  Require(com::LiveObjects() == 0, "no object is leaked", std::to_string(com::LiveObjects()));
+  Require(com::LiveTaskBlocks() == 0, "no task memory is leaked", std::to_string(com::LiveTaskBlocks()));
+  Require(systemCalls.OpenDescriptors() == 0, "all nodes are closed");
+  Require(systemCalls.Mappings() == 0, "all buffers are unmapped");
   v4l2::SetSystemCallsForTesting(nullptr);
+}
+
+}  // namespace
+}  // namespace fuzz
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  fuzz::Run(data, size);
   return 0;
 }

@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
-"""Writes the fuzz programs' seeds: inputs that mean something, from which the fuzzer starts.
+"""Generates the seed corpus of the fuzz targets.
 
 usage: make_seeds.py [--check]
 
-Writes corpus/ beside this file; with --check only says where that is something else. The layouts are those that the fuzz programs read; all numbers are little-endian.
+Writes corpus/ next to this file. With --check, only verifies that corpus/ is up to date. The formats are those that the
+fuzz targets read; numbers are little-endian.
 """
 import pathlib
 import struct
@@ -19,7 +20,7 @@ def save(program, name, content):
     seeds[CORPUS / program / name] = content
 
 
-# --- Media types: flags (1: a raw format block first, 2: open in the end), then pins and types ---
+# --- Media types: flags (1: a raw format block comes first, 2: open the camera at the end), then pins and types ---
 
 YUY2, MJPG, ARGB32, NO_SUBTYPE = range(4)
 SIDES = {640: 0, 480: 1, 16: 2, 32: 3, 1280: 4, 720: 5, 0: 6, -480: 7, 1: 8, 3: 9, 2**31 - 1: 10, -2**31: 11}
@@ -37,12 +38,12 @@ def interval(value):
 
 
 def media_type(subtype, width, height, time, block=WHOLE_BLOCK, flags=0, format_type=b""):
-    """flags: 1 no block, 2 an object besides, 4 null, 8 the format type follows."""
+    """flags: 1 no format block, 2 with pUnk, 4 null, 8 the format type follows."""
     return (bytes([0, flags, subtype]) + side(width) + side(height) + interval(time) + bytes([block]) + format_type)
 
 
 def block_of(size):
-    """The selecting byte of a cbFormat, where it is not that of a whole block."""
+    """The selector byte of a cbFormat other than that of a complete block."""
     return 0x80 + size if size < 0x40 else size - 88 + 0xC8
 
 
@@ -85,7 +86,7 @@ FAIL, FALSE, NULL, NO_MEMORY, WRONG_STATE, THROW = range(6)
 
 
 def pc(types=((S16, 0, 0), (S64, 1, 0)), flags=0, camera_flags=0, more=b""):
-    """Types: size, 0 for YUY2 or 1 for MJPG, rate."""
+    """types: (size, 0 for YUY2 or 1 for MJPG, frame rate)"""
     return bytes([flags, camera_flags, len(types)]) + b"".join(map(bytes, types)) + more
 
 
@@ -98,7 +99,7 @@ def stream(*frames):
 
 
 def fault(call, kind):
-    """The call of that number from now, from 1."""
+    """call: number of the failing call, counted from 1."""
     return bytes([FAULT, call - 1, kind])
 
 
@@ -143,27 +144,27 @@ def pc_step(described):
     return bytes([ANOTHER_PC]) + described
 
 
-# --- V4L2: 1 to list the machine's cameras, the driver's answers, and between them what is chosen ---
+# --- V4L2: 1 to list the cameras, then the results of system calls, interleaved with the format and graph settings ---
 
-LISTING = bytes(14)  # YUYV, then MJPEG, 64x48 at 30 and 15, from a driver that behaves
+LISTING = bytes(14)  # well-formed: YUYV and MJPEG, 64x48 at 30 and 15 frames per second
 SET_FORMAT = bytes(3)
-START = bytes(3 + 1 + 3 * 4 + 1)  # the format again, four buffers, the start
-NV12, UYVY, YVU420 = 2, 5, 6  # numbers of pixel formats
+START = bytes(3 + 1 + 3 * 4 + 1)  # set the format again, map four buffers, start streaming
+NV12, UYVY, YVU420 = 2, 5, 6  # indexes of pixel formats
 TO_YUY2, TO_ARGB32, TO_MJPG, TO_ANY = range(4)
 
 
 def listing_of(pixel_format):
-    """The same with another format in the place of YUYV."""
+    """LISTING with YUYV replaced by another format."""
     return b"\x40" + bytes([pixel_format]) + LISTING[1:]
 
 
 def graph(number, wanted, flags=0):
-    """A media type by its number, and what the grabber asks for."""
+    """number: index of the media type; wanted: subtype that the grabber requests."""
     return bytes([number, 0]) + SET_FORMAT + bytes([wanted, flags])
 
 
 def filled(picture=b""):
-    """poll, a buffer, its picture with its length, and the buffer given back."""
+    """poll, DQBUF, the picture with its length, QBUF."""
     content = struct.pack("<H", len(picture)) + picture if picture else bytes(8)
     return bytes(2) + content + bytes(1)
 
@@ -182,14 +183,14 @@ def save_v4l2():
         raw = b"\0" + listing_of(number) + graph(0, TO_YUY2) + START
         save("v4l2", name, raw + filled(bytes(range(256)) * (size // 256)) * 2)
         save("v4l2", name + "_too_short", raw + filled(bytes(size - 1)))
-    # Twice: the node is opened, and asked what it is and for its formats.
+    # For each of the two nodes: open, query capabilities and formats.
     save("v4l2", "listed", b"\1" + bytes(5) * 2 + LISTING + graph(0, TO_YUY2) + START + filled())
     save("v4l2", "listed_but_busy", b"\1\2\2")
     save("v4l2", "in_use", b"\0\2")
-    # The enumeration of sizes that fails, then a range of sizes with a range of rates.
+    # A failing size enumeration; then a range of sizes with a range of frame rates.
     save("v4l2", "lists_badly", b"\0" + bytes(3) + b"\5" + bytes(40))
     save("v4l2", "ranges", b"\0" + bytes(3) + b"\x40\2" + bytes([5, 6, 4, 5, 6, 4]) + b"\x40\2" + bytes([5, 0, 0]) + bytes(60))
-    # What poll and the buffers may come to: an alarm, a time-out, a failure, a lie about a buffer.
+    # poll and DQBUF: error events, timeouts, failures, malformed buffers.
     save("v4l2", "unplugged", plain + filled() + b"\x41\4" + bytes(8))
     save("v4l2", "slow", plain + b"\x21" + filled() + b"\x21\x22")
     save("v4l2", "interrupted", plain + b"\2\2" + b"\0\6\6" + bytes(9) + filled())
@@ -199,7 +200,7 @@ def save_v4l2():
          + b"\x40\0\x20" + bytes(2 + 1 + 3 * 4 + 1) + filled() * 3)
 
 
-# --- MJPEG: flags (1: the size follows, else the picture's own; from 16: gaps between lines), a size, a picture ---
+# --- MJPEG: flags (1: the size follows; otherwise it is read from the picture), size, picture ---
 
 def save_mjpeg():
     whole = jpeg(64, 48, "422")
@@ -228,7 +229,7 @@ def save_mjpeg():
     save("mjpeg", "start_alone", own + b"\xff\xd8\xff")
 
 
-# --- Arguments: one word a line ---
+# --- Arguments: one per line ---
 
 def save_arguments():
     lines = {
@@ -256,7 +257,7 @@ for save_all in (save_media_types, save_sessions, save_v4l2, save_mjpeg, save_ar
 if sys.argv[1:] == ["--check"]:
     there = {path: path.read_bytes() for path in CORPUS.rglob("*") if path.is_file()}
     wrong = sorted(str(path.relative_to(CORPUS)) for path in there.keys() | seeds.keys() if there.get(path) != seeds.get(path))
-    sys.exit(f"make_seeds.py: run it again, these are not as it makes them: {', '.join(wrong)}" if wrong else 0)
+    sys.exit(f"make_seeds.py: outdated seeds (run make_seeds.py to update them): {', '.join(wrong)}" if wrong else 0)
 for path, content in seeds.items():
     path.parent.mkdir(parents=True, exist_ok=True)
     path.write_bytes(content)

@@ -1,13 +1,13 @@
-"""Small baseline JPEG pictures as webcams send them: blocks of one colour each, with a ripple in some."""
+"""Encodes small baseline JPEG pictures: blocks of a single colour, some with one AC coefficient."""
 import struct
 
-# The standard's tables of DC codes: how many there are of each length, for the values 0 to 11.
+# Standard DC Huffman tables: number of codes per length, for the values 0 to 11.
 DC_COUNTS = ([0, 1, 5, 1, 1, 1, 1, 1, 1, 0, 0, 0, 0, 0, 0, 0], [0, 3, 1, 1, 1, 1, 1, 1, 1, 1, 1, 0, 0, 0, 0, 0])
-# Of the AC codes the end of a block and one coefficient of one bit are needed: as (code, length).
+# The AC codes in use, end of block and one coefficient of one bit, as (code, length).
 AC_STANDARD = ({0x00: (0b1010, 4), 0x01: (0b00, 2)}, {0x00: (0b00, 2), 0x01: (0b01, 2)})
 AC_OWN = {0x00: (0b00, 2), 0x01: (0b01, 2)}
 
-# Blocks of luma across and down in a unit, and those of each colour, one under the other.
+# Luma blocks per MCU horizontally and vertically, and chroma blocks per component, stacked vertically.
 SAMPLING = {"422": (2, 1, 1), "422_tall": (2, 2, 2), "420": (2, 2, 1), "444": (1, 1, 1), "grey": (1, 1, 0)}
 
 
@@ -30,7 +30,7 @@ class Bits:
         self.text += format(value, f"0{length}b") if length else ""
 
     def flush(self):
-        """Whole bytes, filled up with ones, with a zero after each 0xFF."""
+        """Returns the bytes, padded with ones, with a zero stuffed after each 0xFF."""
         self.text += "1" * (-len(self.text) % 8)
         data = bytes(int(self.text[at:at + 8], 2) for at in range(0, len(self.text), 8))
         self.text = ""
@@ -76,7 +76,7 @@ def scan(units, across, down, colour, acs, restart):
 
 
 def jpeg(width, height, sampling, restart=0, tables=True):
-    """A picture; restart markers after that many units; without its Huffman tables, if those are the standard's."""
+    """restart: MCUs between restart markers; tables: include the Huffman tables (without them: the standard ones)."""
     across, down, colour = SAMPLING[sampling]
     units = -(-width // (8 * across)) * -(-height // (8 * down))
     components = [(1, across << 4 | down, 0)] + ([(2, 0x10 | colour, 1), (3, 0x10 | colour, 1)] if colour else [])
