@@ -46,7 +46,7 @@ MemoryUse CurrentMemoryUse() {
 }
 
 // Covers both layouts, with and without the decoder.
-PictureSize SizeOf(int round) {
+soak::PictureSize SizeOf(int round) {
   switch (round % 10) {
     case 4:
       return {1280, 720};  // MJPG, which has the higher rate
@@ -60,7 +60,7 @@ PictureSize SizeOf(int round) {
 class Soak : public WindowsCameraTest {
  protected:
   void Round(int round) {
-    const PictureSize size = SizeOf(round);
+    const soak::PictureSize size = SizeOf(round);
     const bool isDrained = round % 2 == 0;
     NumberReader reader(size);
     SetCallbacks(reader, isDrained);
@@ -90,7 +90,7 @@ class Soak : public WindowsCameraTest {
     host.InData([&reader](const Packet& packet) {
       try {
         reader.Read(packet.bytes.data(), static_cast<std::uint32_t>(packet.bytes.size()));
-      } catch (const SoakFailure& failure) {
+      } catch (const soak::SoakFailure& failure) {
         ADD_FAILURE() << failure.what();
       }
     });

@@ -1,4 +1,4 @@
-// What the process has of what can leak, and the watch that none of it grows.
+// Resources of the process that can leak, and a monitor that detects growth.
 #pragma once
 
 #include <cstddef>
@@ -7,57 +7,60 @@
 #include <string>
 #include <utility>
 
+namespace soak {
+
 struct Footprint {
   long threads = 0;
   long descriptors = 0;
-  std::uint64_t objects = 0;  // of the platform, alive
-  std::uint64_t blocks = 0;   // of task memory, alive
-  std::size_t heap = 0;       // bytes in use
-  std::size_t resident = 0;   // bytes of the process in memory
+  std::uint64_t objects = 0;  // live COM objects
+  std::uint64_t blocks = 0;   // live blocks of task memory
+  std::size_t heap = 0;       // allocated bytes
+  std::size_t resident = 0;   // resident set size in bytes
 };
 
-// What is quickly told is all but the resident size, which means something only once the allocator has given
-// back what it can: a glance leaves it 0.
-enum class Look { kGlance, kWhole };
-Footprint TakeFootprint(Look look);
+// kQuick leaves the resident size 0: measuring it requires trimming the heap.
+enum class Detail { kQuick, kFull };
+Footprint MeasureFootprint(Detail detail);
 
 std::size_t ResidentBytes();
 
-// A thread that has been joined may be listed for a moment yet. Throws SoakFailure when there are more
-// threads for longer than that.
-void AwaitThreads(long count);
+// Waits until the process has count threads: a joined thread may stay listed for a moment. Throws SoakFailure
+// on timeout.
+void WaitForThreadCount(long count);
 
-// Compares the process, time after time, with what it was when it had warmed up.
+// Compares the process with a baseline taken after the warm-up.
 //
-// Threads, descriptors and objects stay the same to the last one. An open leaves one block of task memory,
-// the structure of its camera's format, by design: these are counted, and taken out of the heap's growth.
-// What is left of that, and the resident memory, may breathe a little, see the .cpp.
-class Flatness {
+// Threads, descriptors and objects must not grow. Each open leaks one block of task memory, the format
+// structure of the camera, by design; these blocks are excluded from the growth of the heap. The heap and the
+// resident size have small tolerances, see the .cpp.
+class FootprintMonitor {
  public:
-  // What is counted: "frame", "round".
-  explicit Flatness(std::string unit) : m_unit(std::move(unit)) {}
+  // unit: "frame" or "round".
+  explicit FootprintMonitor(std::string unit) : m_unit(std::move(unit)) {}
 
-  // The state to compare with.
+  // Takes the baseline.
   void TakeBaseline(std::uint64_t count);
   bool HasBaseline() const { return m_baseline.has_value(); }
-  // Throws SoakFailure that says what has grown, by how much, and between which counts.
-  void Check(std::uint64_t count, Look look);
+  // Throws SoakFailure that describes the growth, if any. Requires a baseline.
+  void Check(std::uint64_t count, Detail detail);
 
-  // One paragraph for people: the state at the baseline, which there is, and at the latest check.
+  // Human-readable summary of the baseline and the latest check. Requires a baseline.
   std::string Summary() const;
 
  private:
-  struct At {
+  struct Sample {
     std::uint64_t count = 0;
     Footprint footprint;
   };
-  // What has grown; empty when nothing has.
+  // Describes the growth; empty if there is none.
   std::string Growth(const Footprint& now) const;
 
   std::string m_unit;
-  std::optional<At> m_baseline;
-  At m_latest;
+  std::optional<Sample> m_baseline;
+  Sample m_latest;
   std::size_t m_latestResident = 0;
-  std::size_t m_mostHeapGrowth = 0;  // blocks left by design taken out
-  std::size_t m_mostResident = 0;
+  std::size_t m_maxHeapGrowth = 0;  // without blocks leaked by design
+  std::size_t m_maxResident = 0;
 };
+
+}  // namespace soak

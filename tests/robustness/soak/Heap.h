@@ -1,17 +1,21 @@
-// How much memory is allocated, in bytes, over all threads. What stands behind it depends on whose allocator
-// the program has: the system's or a sanitizer's.
+// Heap statistics of the C library or, in sanitizer builds, of the sanitizer's allocator.
 #pragma once
 
 #include <cstddef>
 
+namespace soak {
+
+// Bytes allocated by all threads.
 std::size_t HeapInUse();
 
-// Lets the allocator keep as little as it can of what is freed, so that what it says tells what is in use.
-// Starts the program anew where that can be had only from the beginning: the first thing in main.
-void MakeAllocatorTidy(char** argv);
+// Disables the caches of the allocator, so that HeapInUse is exact. May re-execute the program, so it must be
+// called first in main.
+void ConfigureAllocator(char** argv);
 
-// Gives memory that was freed back to the system, as far as its pages are free as a whole.
-void GiveFreePagesBack();
+// Returns free pages of the heap to the kernel.
+void TrimHeap();
 
-// Whether memory that was freed stays in the process by design, so that its resident size says nothing.
-bool AllocatorKeepsFreedMemory();
+// Whether the allocator retains freed memory by design, which makes the resident size meaningless.
+bool AllocatorRetainsFreedMemory();
+
+}  // namespace soak

@@ -1,4 +1,4 @@
-// The two halves of the soak. What goes wrong is thrown as SoakFailure; the answer is a summary for people.
+// The two phases of the soak test. Both return a human-readable summary and throw SoakFailure.
 #pragma once
 
 #include <cstdint>
@@ -10,16 +10,20 @@
 #include "SoakOptions.h"
 #include "simulated/SimulatedPc.h"
 
-// The frames that the library's pool holds.
-constexpr std::uint64_t kPool = 5;
+namespace soak {
 
-// A laptop whose built-in camera offers these, as fast as its frames are taken, in the place of the machine's
-// own devices.
+// Number of frames in the pool of the library.
+constexpr std::uint64_t kPoolFrames = 5;
+
+// Installs a simulated laptop whose built-in camera offers the formats and delivers frames as fast as they
+// are consumed.
 std::shared_ptr<simulated::SimulatedPc> UseLaptop(const std::vector<graph::VideoFormat>& formats);
 graph::VideoFormat ThirtyFps(std::uint32_t fourCc, PictureSize size);
 
-// One long session.
+// Runs one long session.
 std::string RunFrames(std::uint64_t frames, PictureSize size, Progress& progress);
 
-// Many short ones. The process has that many threads when no camera is open.
-std::string RunRounds(std::uint64_t rounds, long threadsAtRest, Progress& progress);
+// Runs many short sessions. idleThreads: number of threads of the process while no camera is open.
+std::string RunRounds(std::uint64_t rounds, long idleThreads, Progress& progress);
+
+}  // namespace soak

@@ -8,12 +8,13 @@
 
 #include "Footprint.h"
 
+namespace soak {
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// No call of the library's, and no frame, takes that long on any machine.
-constexpr std::chrono::minutes kStandstill{2};
+// Far above the duration of any call or frame.
+constexpr std::chrono::minutes kTimeout{2};
 
 double SecondsSince(Clock::time_point then) {
   return std::chrono::duration<double>(Clock::now() - then).count();
@@ -21,12 +22,12 @@ double SecondsSince(Clock::time_point then) {
 
 }  // namespace
 
-Progress::Progress() : m_thread([this] { Watch(); }) {}
+Progress::Progress() : m_thread([this] { Run(); }) {}
 
 Progress::~Progress() {
   {
     const std::lock_guard lock(m_mutex);
-    m_isOver = true;
+    m_isStopping = true;
   }
   m_changed.notify_all();
   m_thread.join();
@@ -38,31 +39,33 @@ void Progress::Begin(const char* units, std::uint64_t total) {
   m_done = 0;
 }
 
-void Progress::Watch() {
-  // People watch every second; in logs that would be a lot.
+void Progress::Run() {
+  // Every second on a terminal, less often in logs.
   const std::chrono::seconds interval(isatty(STDOUT_FILENO) != 0 ? 1 : 10);
   std::uint64_t before = 0;
-  auto shown = Clock::now();
-  auto moved = shown;
+  auto printed = Clock::now();
+  auto advanced = printed;
   std::unique_lock lock(m_mutex);
-  while (!m_changed.wait_for(lock, interval, [&] { return m_isOver; })) {
+  while (!m_changed.wait_for(lock, interval, [&] { return m_isStopping; })) {
     if (m_done != before) {
-      moved = Clock::now();
-    } else if (Clock::now() - moved > kStandstill) {
-      std::fprintf(stderr, "soak: FAILED: nothing has moved for two minutes, after %llu %s\n",
+      advanced = Clock::now();
+    } else if (Clock::now() - advanced > kTimeout) {
+      std::fprintf(stderr, "soak: FAILED: no progress for two minutes after %llu %s\n",
                    static_cast<unsigned long long>(before), m_units.load());
       std::_Exit(EXIT_FAILURE);
     }
-    Show(before, SecondsSince(shown));
+    Print(before, SecondsSince(printed));
     before = m_done;
-    shown = Clock::now();
+    printed = Clock::now();
   }
 }
 
-void Progress::Show(std::uint64_t before, double seconds) const {
+void Progress::Print(std::uint64_t before, double seconds) const {
   const std::uint64_t done = m_done;
   const double rate = done < before ? 0 : static_cast<double>(done - before) / seconds;
-  std::printf("%llu of %llu %s, %.0f a second, %zu KiB resident\n", static_cast<unsigned long long>(done),
+  std::printf("%llu of %llu %s, %.0f per second, %zu KiB resident\n", static_cast<unsigned long long>(done),
               static_cast<unsigned long long>(m_total.load()), m_units.load(), rate, ResidentBytes() / 1024);
   std::fflush(stdout);
 }
+
+}  // namespace soak

@@ -1,4 +1,4 @@
-// Shows now and then how far the soak is, and ends a process that stands still.
+// Prints the progress periodically, and ends the process if there is none for two minutes.
 #pragma once
 
 #include <atomic>
@@ -7,6 +7,8 @@
 #include <mutex>
 #include <thread>
 
+namespace soak {
+
 class Progress {
  public:
   Progress();
@@ -14,20 +16,22 @@ class Progress {
   Progress& operator=(const Progress&) = delete;
   ~Progress();
 
-  // What is counted from 0 from here on: "frames", "rounds"; a text that stays.
+  // Starts counting from 0. units: "frames" or "rounds"; not copied.
   void Begin(const char* units, std::uint64_t total);
-  // From any thread.
+  // Callable from any thread.
   void SetDone(std::uint64_t done) { m_done = done; }
 
  private:
-  void Watch();
-  void Show(std::uint64_t before, double seconds) const;
+  void Run();
+  void Print(std::uint64_t before, double seconds) const;
 
   std::atomic<const char*> m_units = "";
   std::atomic<std::uint64_t> m_total = 0;
   std::atomic<std::uint64_t> m_done = 0;
   std::mutex m_mutex;
   std::condition_variable m_changed;
-  bool m_isOver = false;
+  bool m_isStopping = false;
   std::thread m_thread;
 };
+
+}  // namespace soak

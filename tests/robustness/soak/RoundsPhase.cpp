@@ -1,4 +1,4 @@
-// Many short sessions in all sizes, with what hosts and cameras do in between.
+// Many short sessions in all sizes, with misuse by the host and camera failures in between.
 #include <algorithm>
 #include <array>
 #include <chrono>
@@ -13,6 +13,7 @@
 #include "devices/DeviceProvider.h"
 #include "graph/StreamStats.h"
 
+namespace soak {
 namespace {
 
 constexpr int kOpen = NUVEQ_SERVICE_STATUS_CAMERA_OPEN;
@@ -23,7 +24,7 @@ constexpr PictureSize kMiddle{640, 480};
 constexpr PictureSize kSmallJpeg{352, 288};
 constexpr PictureSize kLargeJpeg{1280, 720};
 constexpr PictureSize kMaxJpeg{1920, 1080};
-constexpr PictureSize kNotOffered{200, 100};
+constexpr PictureSize kUnsupported{200, 100};
 
 std::vector<graph::VideoFormat> Formats() {
   return {ThirtyFps(graph::kYuyv, kSmall), ThirtyFps(graph::kYuyv, kMiddle),
@@ -31,10 +32,10 @@ std::vector<graph::VideoFormat> Formats() {
           ThirtyFps(graph::kMjpg, kMaxJpeg)};
 }
 
-// Mostly small ones, every size within kSizes rounds.
-constexpr std::uint64_t kSizes = 60;
+// Mostly small sizes; every size occurs within kSizePeriod rounds.
+constexpr std::uint64_t kSizePeriod = 60;
 PictureSize SizeOf(std::uint64_t round) {
-  switch (round % kSizes) {
+  switch (round % kSizePeriod) {
     case 14:
     case 44:
       return kLargeJpeg;
@@ -60,15 +61,15 @@ enum class Variation {
   kWithoutListener,
   kCloseAtOnce,
   kCloseTwice,
-  kLoseTheCamera,
-  kAskForWhatIsNotOffered,
-  kRefuseThePackets,
-  kCloseWhileTheCameraWaits,
-  kReloadTheLibrary,
+  kDisconnectCamera,
+  kOpenUnsupportedSize,
+  kRejectPackets,
+  kCloseWhileCameraWaits,
+  kReloadLibrary,
   kNone
 };
 
-// Every third round has one; with the sizes they meet in ever new pairs.
+// Every third round has a variation. Its period differs from that of the sizes, so their combinations change.
 Variation VariationOf(std::uint64_t round) {
   constexpr auto kVariations = static_cast<std::uint64_t>(Variation::kNone);
   return round % 3 == 0 ? static_cast<Variation>(round / 3 % kVariations) : Variation::kNone;
@@ -78,95 +79,96 @@ class Rounds {
  public:
   explicit Rounds(Progress& progress) : m_progress(progress) {}
 
-  std::string Run(std::uint64_t rounds, long threadsAtRest);
+  std::string Run(std::uint64_t rounds, long idleThreads);
 
  private:
   void Round(std::uint64_t number);
   Expectations Expected(std::uint64_t number, Variation variation) const;
   void Session(std::uint64_t number, Variation variation);
-  void InSession(std::uint64_t number, Variation variation);
+  void ApplyVariation(std::uint64_t number, Variation variation);
   void CloseSession(Variation variation);
-  void Account(const SessionResult& result, Variation variation, bool takesAll);
+  void CheckResult(const SessionResult& result, Variation variation, bool awaitsAllPackets);
 
   Progress& m_progress;
   const std::shared_ptr<simulated::SimulatedPc> m_pc = UseLaptop(Formats());
-  Camera m_camera;
-  std::uint64_t m_opens = 0;  // that got as far as the camera's format
+  SoakCamera m_camera;
+  std::uint64_t m_opens = 0;  // opens that queried the format of the camera
   std::uint64_t m_frames = 0;
   std::uint64_t m_packets = 0;
 };
 
-// Every size and every variation has been there once, if there are rounds enough.
-std::uint64_t WarmUp(std::uint64_t rounds) {
-  const std::uint64_t least = std::clamp<std::uint64_t>(rounds / 2, 1, kSizes);
-  return std::max(rounds / 20, least);
+// Long enough for every size and every variation, if there are enough rounds.
+std::uint64_t WarmUpRounds(std::uint64_t rounds) {
+  const std::uint64_t minimum = std::clamp<std::uint64_t>(rounds / 2, 1, kSizePeriod);
+  return std::max(rounds / 20, minimum);
 }
 
-std::string Rounds::Run(std::uint64_t rounds, long threadsAtRest) {
+std::string Rounds::Run(std::uint64_t rounds, long idleThreads) {
   m_progress.Begin("rounds", rounds);
   const std::uint64_t objects = com::LiveObjects();
   const std::uint64_t blocks = com::LiveTaskBlocks();
-  const std::uint64_t warmUp = WarmUp(rounds);
+  const std::uint64_t warmUp = WarmUpRounds(rounds);
   const std::uint64_t step = std::max<std::uint64_t>(rounds / 20, 1);
-  Flatness flatness("round");
+  FootprintMonitor monitor("round");
   const auto begin = std::chrono::steady_clock::now();
   for (std::uint64_t number = 1; number <= rounds; ++number) {
     try {
       Round(number);
-      AwaitThreads(threadsAtRest);
+      WaitForThreadCount(idleThreads);
       if (com::LiveObjects() != objects || com::LiveTaskBlocks() != blocks + m_opens) {
-        throw SoakFailure(std::to_string(com::LiveObjects()) + " objects instead of " +
+        throw SoakFailure(std::to_string(com::LiveObjects()) + " COM objects instead of " +
                           std::to_string(objects) + " and " + std::to_string(com::LiveTaskBlocks()) +
-                          " blocks instead of " + std::to_string(blocks + m_opens) + " stay alive");
+                          " blocks of task memory instead of " + std::to_string(blocks + m_opens) +
+                          " are alive");
       }
     } catch (const SoakFailure& failure) {
       throw SoakFailure("round " + std::to_string(number) + ": " + failure.what());
     }
     if (number == warmUp) {
-      flatness.TakeBaseline(number);
+      monitor.TakeBaseline(number);
     } else if (number > warmUp) {
-      flatness.Check(number, number % step == 0 || number == rounds ? Look::kWhole : Look::kGlance);
+      monitor.Check(number, number % step == 0 || number == rounds ? Detail::kFull : Detail::kQuick);
     }
     m_progress.SetDone(number);
   }
   const auto seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
   m_camera.Unload();
   return "rounds: " + std::to_string(rounds) + "; " + std::to_string(m_frames) + " frames delivered, " +
-         std::to_string(m_packets) + " packets, each picture in its place; the last " +
+         std::to_string(m_packets) + " packets, all pictures in order; " +
          std::to_string(m_frames - m_packets) + " frames discarded by closing; " +
-         std::to_string(static_cast<std::uint64_t>(seconds)) + " s\n" + flatness.Summary();
+         std::to_string(static_cast<std::uint64_t>(seconds)) + " s\n" + monitor.Summary();
 }
 
 void Rounds::Round(std::uint64_t number) {
   const Variation variation = VariationOf(number);
-  if (variation == Variation::kReloadTheLibrary) {
+  if (variation == Variation::kReloadLibrary) {
     m_camera.Unload();
     m_camera.Load();
   }
   m_camera.Query(static_cast<std::uint32_t>(Formats().size()));
-  if (variation == Variation::kAskForWhatIsNotOffered) {
-    m_camera.Open(kNotOffered, NUVEQ_CAMERA_GRAPH_FAILED);
+  if (variation == Variation::kOpenUnsupportedSize) {
+    m_camera.Open(kUnsupported, NUVEQ_CAMERA_GRAPH_FAILED);
     m_camera.Close(0);
     ++m_opens;
   }
-  m_camera.Listen(variation != Variation::kWithoutListener);
+  m_camera.SetListener(variation != Variation::kWithoutListener);
   Session(number, variation);
 }
 
 Expectations Rounds::Expected(std::uint64_t number, Variation variation) const {
   Expectations expected;
   expected.size = SizeOf(number);
-  expected.takesAll = number % 2 == 0;
+  expected.awaitsAllPackets = number % 2 == 0;
   if (variation == Variation::kOpenTwice) {
     expected.ids.emplace_back("00");
   } else if (variation == Variation::kWithoutListener) {
-    expected.takesAll = false;
-  } else if (variation == Variation::kRefuseThePackets) {
-    expected.answer = 7;
-  } else if (variation == Variation::kCloseWhileTheCameraWaits) {
-    // The first packet keeps the encoder thread until the pool is full and the camera's thread waits.
-    expected.inPacket = [](std::uint64_t packet) {
-      while (packet == 0 && graph::LatestStreamStats().delivered < 1 + kPool + 1) {
+    expected.awaitsAllPackets = false;
+  } else if (variation == Variation::kRejectPackets) {
+    expected.dataResult = 7;
+  } else if (variation == Variation::kCloseWhileCameraWaits) {
+    // The first packet blocks the encoder thread until the pool is full and the camera thread waits.
+    expected.onPacket = [](std::uint64_t packet) {
+      while (packet == 0 && graph::LatestStreamStats().delivered < 1 + kPoolFrames + 1) {
         std::this_thread::sleep_for(std::chrono::microseconds(100));
       }
     };
@@ -176,27 +178,27 @@ Expectations Rounds::Expected(std::uint64_t number, Variation variation) const {
 
 void Rounds::Session(std::uint64_t number, Variation variation) {
   const Expectations expected = Expected(number, variation);
-  Host::Get().Begin(expected);
+  SoakHost::Get().Begin(expected);
   m_camera.Open(expected.size);
   ++m_opens;
   if (variation != Variation::kCloseAtOnce) {
-    Host::Get().WaitForPackets(1 + number % 4);
-    InSession(number, variation);
+    SoakHost::Get().WaitForPackets(1 + number % 4);
+    ApplyVariation(number, variation);
   }
   CloseSession(variation);
-  Account(Host::Get().End(), variation, expected.takesAll);
+  CheckResult(SoakHost::Get().End(), variation, expected.awaitsAllPackets);
 }
 
-void Rounds::InSession(std::uint64_t number, Variation variation) {
+void Rounds::ApplyVariation(std::uint64_t number, Variation variation) {
   switch (variation) {
     case Variation::kOpenTwice:
-      m_camera.Open(kNotOffered, NUVEQ_CAMERA_ALREADY_OPEN, "00");
+      m_camera.Open(kUnsupported, NUVEQ_CAMERA_ALREADY_OPEN, "00");
       break;
     case Variation::kQueryWhileOpen:
       m_camera.Query(static_cast<std::uint32_t>(Formats().size()));
-      Host::Get().WaitForPackets(3 + number % 4);
+      SoakHost::Get().WaitForPackets(3 + number % 4);
       break;
-    case Variation::kLoseTheCamera:
+    case Variation::kDisconnectCamera:
       m_pc->RemoveBuiltInCamera();
       while (!graph::LatestStreamStats().isDisconnected) {
         std::this_thread::sleep_for(std::chrono::microseconds(100));
@@ -209,33 +211,33 @@ void Rounds::InSession(std::uint64_t number, Variation variation) {
 
 void Rounds::CloseSession(Variation variation) {
   if (variation == Variation::kCloseFromAnotherThread) {
-    std::string fault;
+    std::string message;
     std::thread([&] {
       try {
         m_camera.Close();
       } catch (const SoakFailure& failure) {
-        fault = failure.what();
+        message = failure.what();
       }
     }).join();
-    if (!fault.empty()) {
-      throw SoakFailure(fault);
+    if (!message.empty()) {
+      throw SoakFailure(message);
     }
     return;
   }
   m_camera.Close();
   if (variation == Variation::kCloseTwice) {
     m_camera.Close(0);
-  } else if (variation == Variation::kLoseTheCamera) {
+  } else if (variation == Variation::kDisconnectCamera) {
     m_pc->ReturnBuiltInCamera();
   }
 }
 
-// The frames that have no packet are the last ones, which closing found in the pool.
-void Rounds::Account(const SessionResult& result, Variation variation, bool takesAll) {
+// Closing may discard the frames in the pool.
+void Rounds::CheckResult(const SessionResult& result, Variation variation, bool awaitsAllPackets) {
   const std::uint64_t discarded = result.frames - result.packets;
-  if (result.packets > result.frames || discarded > (takesAll ? 0 : kPool)) {
-    throw SoakFailure("the camera has delivered " + std::to_string(result.frames) + " frames, the host got " +
-                      std::to_string(result.packets) + " packets");
+  if (result.packets > result.frames || discarded > (awaitsAllPackets ? 0 : kPoolFrames)) {
+    throw SoakFailure("the camera delivered " + std::to_string(result.frames) +
+                      " frames and the host received " + std::to_string(result.packets) + " packets");
   }
   std::vector<int> reports{kOpen, kClosed};
   if (variation == Variation::kOpenTwice) {
@@ -244,8 +246,8 @@ void Rounds::Account(const SessionResult& result, Variation variation, bool take
     reports.clear();
   }
   if (result.statuses != reports) {
-    throw SoakFailure("there were " + std::to_string(result.statuses.size()) +
-                      " reports, not those of an open and a close");
+    throw SoakFailure(std::to_string(result.statuses.size()) +
+                      " status reports instead of those of an open and a close");
   }
   m_frames += result.frames;
   m_packets += result.packets;
@@ -253,6 +255,8 @@ void Rounds::Account(const SessionResult& result, Variation variation, bool take
 
 }  // namespace
 
-std::string RunRounds(std::uint64_t rounds, long threadsAtRest, Progress& progress) {
-  return Rounds(progress).Run(rounds, threadsAtRest);
+std::string RunRounds(std::uint64_t rounds, long idleThreads, Progress& progress) {
+  return Rounds(progress).Run(rounds, idleThreads);
 }
+
+}  // namespace soak

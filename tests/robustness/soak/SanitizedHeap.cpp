@@ -1,12 +1,16 @@
 #include "Heap.h"
 
-// Of every sanitizer's runtime; not every compiler has the header that declares it.
+namespace soak {
+
+// Defined by every sanitizer runtime. Some compilers lack the header that declares it.
 extern "C" std::size_t __sanitizer_get_current_allocated_bytes();  // NOLINT(bugprone-reserved-identifier)
 
 std::size_t HeapInUse() { return __sanitizer_get_current_allocated_bytes(); }
 
-void MakeAllocatorTidy(char** /*argv*/) {}
+void ConfigureAllocator(char** /*argv*/) {}
 
-void GiveFreePagesBack() {}
+void TrimHeap() {}
 
-bool AllocatorKeepsFreedMemory() { return true; }
+bool AllocatorRetainsFreedMemory() { return true; }
+
+}  // namespace soak

@@ -1,4 +1,4 @@
-// Runs the library for long and watches that nothing grows, gets lost or hangs.
+// Soak test: runs the library for a long time and detects leaks, lost frames and hangs.
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -9,19 +9,20 @@
 #include "SoakFailure.h"
 #include "SoakOptions.h"
 
+namespace soak {
 namespace {
 
-constexpr int kWrongUsage = 2;
+constexpr int kExitUsage = 2;
 
-void Show(const std::string& summary) {
+void Print(const std::string& summary) {
   std::fputs(summary.c_str(), stdout);
   std::fflush(stdout);
 }
 
 void Run(const Options& options) {
   Progress progress;
-  // This one, the progress's, and what a sanitizer may have.
-  const long threads = TakeFootprint(Look::kGlance).threads;
+  // The main thread, that of Progress, and possibly one of a sanitizer.
+  const long threads = MeasureFootprint(Detail::kQuick).threads;
   std::string summary;
   if (options.frames > 0) {
     summary += RunFrames(options.frames, options.size, progress);
@@ -30,25 +31,28 @@ void Run(const Options& options) {
     summary += RunRounds(options.rounds, threads, progress);
   }
   devices::SetDeviceProvider(nullptr);
-  Show(summary);
+  Print(summary);
 }
 
-}  // namespace
-
-int main(int argc, char** argv) try {
-  MakeAllocatorTidy(argv);
+int Main(int argc, char** argv) try {
+  ConfigureAllocator(argv);
   const Options options = ReadOptions(argc, argv);
   if (options.wantsHelp) {
-    Show(HelpText());
+    Print(HelpText());
     return EXIT_SUCCESS;
   }
   Run(options);
-  Show("soak: ok\n");
+  Print("soak: ok\n");
   return EXIT_SUCCESS;
-} catch (const WrongUsage& wrong) {
-  std::fprintf(stderr, "soak: %s\n%s", wrong.what(), HelpText());
-  return kWrongUsage;
+} catch (const UsageError& error) {
+  std::fprintf(stderr, "soak: %s\n%s", error.what(), HelpText());
+  return kExitUsage;
 } catch (const std::exception& failure) {
   std::fprintf(stderr, "soak: FAILED: %s\n", failure.what());
   return EXIT_FAILURE;
 }
+
+}  // namespace
+}  // namespace soak
+
+int main(int argc, char** argv) { return soak::Main(argc, argv); }

@@ -1,4 +1,4 @@
-// The library as a platform has it: loaded, and called through its table.
+// Loads the library like a host and calls it through its function table.
 #pragma once
 
 #include <memory>
@@ -7,23 +7,25 @@
 #include "SoakOptions.h"
 #include "support/LoadedLibrary.h"
 
-// What the library answers otherwise than it should is thrown as SoakFailure.
-class Camera {
+namespace soak {
+
+// All functions throw SoakFailure if a call does not return the expected result.
+class SoakCamera {
  public:
   // Loads the library and registers the host's callbacks.
-  Camera() { Load(); }
-  Camera(const Camera&) = delete;
-  Camera& operator=(const Camera&) = delete;
-  ~Camera() = default;
+  SoakCamera() { Load(); }
+  SoakCamera(const SoakCamera&) = delete;
+  SoakCamera& operator=(const SoakCamera&) = delete;
+  ~SoakCamera() = default;
 
   void Load();
-  // Nothing of the library stays.
+  // Requires that the library is no longer mapped.
   void Unload();
 
-  // The host's reports are made, or not.
-  void Listen(bool listens) const;
-  // Queries, reads the records and releases them. The camera offers that many sizes.
-  void Query(std::uint32_t sizes) const;
+  // Registers the host's service listener, or an empty one.
+  void SetListener(bool isEnabled) const;
+  // Queries and releases the capabilities. Requires one camera with resolutionCount resolutions.
+  void Query(std::uint32_t resolutionCount) const;
   void Open(PictureSize size, int expected = 0, const std::string& id = "0") const;
   void Close(int expected = 1, const std::string& id = "0") const;
 
@@ -31,3 +33,5 @@ class Camera {
   NUVEQCameraHandler m_handler{};
   std::unique_ptr<LoadedLibrary> m_library;
 };
+
+}  // namespace soak

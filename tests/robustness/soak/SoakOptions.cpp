@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+namespace soak {
 namespace {
 
 constexpr std::uint64_t kMax = 1'000'000'000'000;
@@ -13,17 +14,17 @@ std::uint64_t ReadNumber(std::string_view option, std::string_view text, std::ui
   std::uint64_t number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
   if (error != std::errc{} || end != text.data() + text.size() || number < low || number > high) {
-    throw WrongUsage(std::string(option) + " wants a whole number from " + std::to_string(low) + " to " +
+    throw UsageError(std::string(option) + " must be an integer from " + std::to_string(low) + " to " +
                      std::to_string(high) + ", not '" + std::string(text) + "'");
   }
   return number;
 }
 
-// An even number of pixels that the picture's number and the encoder can do with.
+// Parses a width or height, which must be even and large enough for the picture number.
 std::uint32_t ReadSide(std::string_view text, std::uint64_t low) {
-  const std::uint64_t side = ReadNumber("a side of --size", text, low, 4096);
+  const std::uint64_t side = ReadNumber("each side of --size", text, low, 4096);
   if (side % 2 != 0) {
-    throw WrongUsage("the sides of --size are even");
+    throw UsageError("each side of --size must be even");
   }
   return static_cast<std::uint32_t>(side);
 }
@@ -31,7 +32,7 @@ std::uint32_t ReadSide(std::string_view text, std::uint64_t low) {
 PictureSize ReadSize(std::string_view text) {
   const std::size_t cross = text.find('x');
   if (cross == std::string_view::npos) {
-    throw WrongUsage("--size wants WIDTHxHEIGHT, such as 320x240, not '" + std::string(text) + "'");
+    throw UsageError("--size must be WIDTHxHEIGHT, for example 320x240, not '" + std::string(text) + "'");
   }
   return {ReadSide(text.substr(0, cross), 64), ReadSide(text.substr(cross + 1), 48)};
 }
@@ -47,10 +48,10 @@ Options ReadOptions(int argc, char** argv) {
       return options;
     }
     if (option != "--frames" && option != "--rounds" && option != "--size") {
-      throw WrongUsage("unknown option '" + std::string(option) + "'");
+      throw UsageError("unknown option '" + std::string(option) + "'");
     }
     if (++i == argc) {
-      throw WrongUsage(std::string(option) + " wants a value");
+      throw UsageError(std::string(option) + " requires a value");
     }
     if (option == "--frames") {
       options.frames = ReadNumber(option, argv[i], 0, kMax);
@@ -61,7 +62,7 @@ Options ReadOptions(int argc, char** argv) {
     }
   }
   if (options.frames == 0 && options.rounds == 0) {
-    throw WrongUsage("neither frames nor rounds: there is nothing to do");
+    throw UsageError("--frames and --rounds must not both be 0");
   }
   return options;
 }
@@ -69,17 +70,17 @@ Options ReadOptions(int argc, char** argv) {
 const char* HelpText() {
   return "usage: soak [--frames N] [--rounds N] [--size WIDTHxHEIGHT]\n"
          "\n"
-         "Runs the library for long over a simulated PC whose camera delivers as fast as its frames are "
-         "taken.\n"
-         "Every packet is decoded and the number in its picture read; memory, threads and descriptors must "
-         "not\n"
-         "grow.\n"
-         "  --frames N   one session of that many frames (default 20000; 0: none)\n"
-         "  --rounds N   that many times query, open, a few frames, close, with all that hosts and cameras "
-         "do\n"
-         "               wrong in between (default 300; 0: none)\n"
-         "  --size WxH   the picture of the session of --frames (default 320x240)\n"
-         "  --help       this text\n"
+         "Runs the library on a simulated PC whose camera delivers frames as fast as they are consumed.\n"
+         "Decodes every packet and checks the number in its picture. Fails if memory, threads or file\n"
+         "descriptors grow.\n"
+         "  --frames N   one session of N frames (default 20000; 0: none)\n"
+         "  --rounds N   N rounds of query, open, a few frames and close, with misuse by the host and "
+         "camera\n"
+         "               failures in between (default 300; 0: none)\n"
+         "  --size WxH   picture size of the session of --frames (default 320x240)\n"
+         "  --help       print this help\n"
          "\n"
-         "exit codes: 0 all well; 1 something grew, got lost or hung; 2 wrong usage\n";
+         "Exit status: 0 success; 1 growth, lost frame or hang; 2 usage error\n";
 }
+
+}  // namespace soak

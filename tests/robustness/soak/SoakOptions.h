@@ -1,8 +1,10 @@
-// The soak's command line.
+// Command line of the soak test.
 #pragma once
 
 #include <cstdint>
 #include <stdexcept>
+
+namespace soak {
 
 struct PictureSize {
   std::uint32_t width = 0;  // pixels
@@ -12,17 +14,19 @@ struct PictureSize {
 struct Options {
   std::uint64_t frames = 20'000;
   std::uint64_t rounds = 300;
-  PictureSize size{320, 240};  // of the frames, not of the rounds
+  PictureSize size{320, 240};  // of the frames phase
   bool wantsHelp = false;
 };
 
-// A command line that cannot be understood; the text is for people.
-class WrongUsage : public std::runtime_error {
+// An invalid command line; what() is human-readable.
+class UsageError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-// Throws WrongUsage.
+// Throws UsageError.
 Options ReadOptions(int argc, char** argv);
 
 const char* HelpText();
+
+}  // namespace soak

@@ -21,10 +21,10 @@ void NumberReader::DestroyDecoder::operator()(ISVCDecoder* decoder) const {
   WelsDestroyDecoder(decoder);
 }
 
-NumberReader::NumberReader(PictureSize size) : m_size(size) {
+NumberReader::NumberReader(soak::PictureSize size) : m_size(size) {
   ISVCDecoder* made = nullptr;
   if (WelsCreateDecoder(&made) != 0) {
-    throw SoakFailure("there is no decoder to be had");
+    throw soak::SoakFailure("there is no decoder to be had");
   }
   m_decoder.reset(made);
   int quiet = WELS_LOG_QUIET;
@@ -33,7 +33,7 @@ NumberReader::NumberReader(PictureSize size) : m_size(size) {
   param.sVideoProperty.eVideoBsType = VIDEO_BITSTREAM_AVC;
   param.eEcActiveIdc = ERROR_CON_DISABLE;
   if (m_decoder->Initialize(&param) != 0) {
-    throw SoakFailure("the decoder cannot be set up");
+    throw soak::SoakFailure("the decoder cannot be set up");
   }
 }
 
@@ -57,15 +57,15 @@ void NumberReader::Finish() {
     Take(state, planes.data(), info);
   }
   if (m_pictures != m_packets) {
-    throw SoakFailure(std::to_string(m_packets) + " packets have become " + std::to_string(m_pictures) +
-                      " pictures");
+    throw soak::SoakFailure(std::to_string(m_packets) + " packets have become " + std::to_string(m_pictures) +
+                            " pictures");
   }
 }
 
 void NumberReader::Take(DECODING_STATE state, std::uint8_t* const* planes, const SBufferInfo& info) {
   if (state != dsErrorFree) {
-    throw SoakFailure("the decoder answers " + std::to_string(state) + " to packet " +
-                      std::to_string(m_packets - 1));
+    throw soak::SoakFailure("the decoder answers " + std::to_string(state) + " to packet " +
+                            std::to_string(m_packets - 1));
   }
   if (info.iBufferStatus == 1) {
     Look(planes[0], info.UsrData.sSystemBuffer);
@@ -77,12 +77,12 @@ void NumberReader::Look(const std::uint8_t* luma, const SSysMEMBuffer& memory) c
   const auto width = static_cast<std::uint32_t>(memory.iWidth);
   const auto height = static_cast<std::uint32_t>(memory.iHeight);
   if (width != m_size.width || height != m_size.height) {
-    throw SoakFailure("picture " + std::to_string(m_pictures) + " is " + std::to_string(width) + "x" +
-                      std::to_string(height) + " in size");
+    throw soak::SoakFailure("picture " + std::to_string(m_pictures) + " is " + std::to_string(width) + "x" +
+                            std::to_string(height) + " in size");
   }
   const auto stride = static_cast<std::size_t>(memory.iStride[0]);
   const std::optional<std::uint32_t> number = simulated::ReadFrameNumber(luma, stride, width, height);
   if (number != static_cast<std::uint32_t>(m_pictures & simulated::kFrameNumberMask)) {
-    throw SoakFailure("picture " + std::to_string(m_pictures) + " shows " + InWords(number));
+    throw soak::SoakFailure("picture " + std::to_string(m_pictures) + " shows " + InWords(number));
   }
 }

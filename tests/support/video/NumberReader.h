@@ -8,10 +8,10 @@
 
 #include "robustness/soak/SoakOptions.h"
 
-// One thread at a time. What is wrong with the stream is thrown as SoakFailure.
+// One thread at a time. What is wrong with the stream is thrown as soak::SoakFailure.
 class NumberReader {
  public:
-  explicit NumberReader(PictureSize size);
+  explicit NumberReader(soak::PictureSize size);
 
   // The stream's next packet. Its pictures carry the numbers from 0 on, each once, in order.
   void Read(const std::uint8_t* data, std::uint32_t length);
@@ -28,7 +28,7 @@ class NumberReader {
   void Take(DECODING_STATE state, std::uint8_t* const* planes, const SBufferInfo& info);
   void Look(const std::uint8_t* luma, const SSysMEMBuffer& memory) const;
 
-  const PictureSize m_size;
+  const soak::PictureSize m_size;
   std::unique_ptr<ISVCDecoder, DestroyDecoder> m_decoder;
   std::uint64_t m_packets = 0;
   std::uint64_t m_pictures = 0;
