@@ -1,4 +1,4 @@
-// A camera session of the benchmarks: the library over a scripted PC, whose camera is the benchmark itself.
+// A session of the camera library on the scripted platform; the benchmark acts as the camera.
 #pragma once
 
 #include <cstddef>
@@ -7,48 +7,52 @@
 
 #include "TimedEncoder.h"
 
+namespace bench {
+
 struct CameraSettings {
   int width = 0;
   int height = 0;
-  ColorSpace layout = ColorSpace::kYuy2;  // of the frames that the grabber sees: kYuy2 or kArgb32
+  ColorSpace layout = ColorSpace::kYuy2;  // of the frames at the sample grabber: kYuy2 or kArgb32
   int fps = 30;
   int sliceThreads = 1;
 };
 
-// What became of a frame, and when.
+// Times of one frame.
 struct FrameTimes {
-  timed::Clock::time_point entry;     // the graph calls BufferCB
-  timed::Clock::time_point returned;  // BufferCB has returned
-  timed::EncodeTimes encode;
-  timed::Clock::time_point callback;  // the platform's data callback begins
+  Clock::time_point entry;     // the graph calls BufferCB
+  Clock::time_point returned;  // BufferCB has returned
+  EncodeTimes encode;
+  Clock::time_point callback;  // the host's data callback is called
 };
 
-// One session at a time. All throw std::runtime_error when something does not work as it should.
+// At most one instance exists at a time. All functions throw std::runtime_error on failure.
 class CameraSession {
  public:
-  // Queries and opens, for so many frames.
+  // Queries and opens the camera. frames: maximum number of frames.
   CameraSession(const CameraSettings& settings, std::size_t frames);
   CameraSession(const CameraSession&) = delete;
   CameraSession& operator=(const CameraSession&) = delete;
-  // Closes, where that has not happened.
+  // Closes the camera if it is open.
   ~CameraSession();
 
-  // Hands a frame in as the graph's streaming thread does; waits while the library has no buffer.
+  // Delivers a frame like the streaming thread of the graph. Blocks while the library has no free buffer.
   void Deliver(VideoFrame& frame);
-  // Waits for the packets of all frames that were delivered, and answers what became of them.
+  // Waits for the packets of all delivered frames and returns the times of the frames.
   std::vector<FrameTimes> Finish();
   void Close();
 
-  // How long the calls took.
-  timed::Clock::time_point OpenStart() const { return m_openStart; }
-  timed::Clock::duration OpenTime() const { return m_openTime; }
-  timed::Clock::duration CloseTime() const { return m_closeTime; }
+  // Start and duration of the calls.
+  Clock::time_point OpenStart() const { return m_openStart; }
+  Clock::duration OpenTime() const { return m_openTime; }
+  Clock::duration CloseTime() const { return m_closeTime; }
 
  private:
   std::size_t m_frames;
   std::vector<FrameTimes> m_times;
-  timed::Clock::time_point m_openStart;
-  timed::Clock::duration m_openTime{};
-  timed::Clock::duration m_closeTime{};
+  Clock::time_point m_openStart;
+  Clock::duration m_openTime{};
+  Clock::duration m_closeTime{};
   bool m_isOpen = false;
 };
+
+}  // namespace bench

@@ -8,6 +8,8 @@
 
 #include "support/video/TestPictures.h"
 
+namespace bench {
+
 Clip MakeClip(int width, int height, ColorSpace layout, int frames) {
   const auto w = static_cast<std::uint32_t>(width);
   const auto h = static_cast<std::uint32_t>(height);
@@ -17,7 +19,7 @@ Clip MakeClip(int width, int height, ColorSpace layout, int frames) {
   std::uint8_t* const y = i420.data();
   std::uint8_t* const u = y + luma;
   std::uint8_t* const v = u + luma / 4;
-  Clip made;
+  Clip result;
   for (int i = 0; i < frames; ++i) {
     clip.Draw(static_cast<std::uint64_t>(i), i420.data());
     auto frame = std::make_unique<VideoFrame>();
@@ -31,12 +33,14 @@ Clip MakeClip(int width, int height, ColorSpace layout, int frames) {
     } else {
       libyuv::I420ToARGB(y, width, u, width / 2, v, width / 2, frame->data, width * 4, width, -height);
     }
-    made.push_back(std::move(frame));
+    result.push_back(std::move(frame));
   }
-  return made;
+  return result;
 }
 
 VideoFrame& FrameOf(const Clip& clip, std::size_t number) {
-  const std::size_t place = number % (2 * clip.size());
-  return *clip[place < clip.size() ? place : 2 * clip.size() - 1 - place];
+  const std::size_t index = number % (2 * clip.size());
+  return *clip[index < clip.size() ? index : 2 * clip.size() - 1 - index];
 }
+
+}  // namespace bench

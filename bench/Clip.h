@@ -1,4 +1,4 @@
-// A moving clip in memory, as a camera would deliver it.
+// A clip of raw frames in memory.
 #pragma once
 
 #include <cstddef>
@@ -7,10 +7,15 @@
 
 #include "MultiMediaEncoder.h"
 
+namespace bench {
+
 using Clip = std::vector<std::unique_ptr<VideoFrame>>;
 
-// Frames of a moving picture in a layout. Throws std::bad_alloc.
+// Renders a moving picture. Throws std::bad_alloc.
 Clip MakeClip(int width, int height, ColorSpace layout, int frames = 30);
 
-// Frame of a clip that is played to its end and back, again and again: without a cut.
+// Returns frame number of an endless clip that plays forwards and backwards in turn, so that it has no scene
+// cuts.
 VideoFrame& FrameOf(const Clip& clip, std::size_t number);
+
+}  // namespace bench

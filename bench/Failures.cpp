@@ -2,6 +2,7 @@
 
 #include <exception>
 
+namespace bench {
 namespace {
 
 bool& HasAnyFailed() {
@@ -33,3 +34,5 @@ int RunBenchmarks(int argc, char** argv) {
   benchmark::Shutdown();
   return HasAnyFailed() ? 1 : 0;
 }
+
+}  // namespace bench

@@ -1,4 +1,4 @@
-// Benchmarks that cannot be run: the benchmark library itself answers success.
+// Exit status for failed benchmarks: the main function of the benchmark library returns success.
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -6,11 +6,14 @@
 #include <functional>
 #include <string>
 
-// Ends a benchmark, which returns then, with the reason in its line.
+namespace bench {
+
+// Marks the benchmark as failed and prints the reason. The benchmark must return afterwards.
 void Fail(benchmark::State& state, const std::string& reason);
-// Runs a benchmark's body; one that throws is a failure, with its words.
+// Runs the body of a benchmark. An exception marks it as failed.
 void ReportExceptions(benchmark::State& state, const std::function<void()>& body);
 
-// Runs the registered benchmarks by the program's arguments. What main is to answer: 1 for wrong arguments,
-// and when a benchmark has failed.
+// Runs the registered benchmarks. Returns the exit status: 1 for invalid arguments or if a benchmark failed.
 int RunBenchmarks(int argc, char** argv);
+
+}  // namespace bench

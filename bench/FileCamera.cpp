@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <utility>
 
+namespace bench {
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// What the formats count frame times in.
 using ReferenceTime = std::chrono::duration<REFERENCE_TIME, std::ratio<1, 10'000'000>>;
 
 }  // namespace
@@ -34,7 +34,7 @@ HRESULT FileCamera::SetFormat(graph::VideoFormat& format) {
 
 HRESULT FileCamera::Start() {
   m_file = std::ifstream();
-  // Whole frames are read: a buffer in between would be one more copy.
+  // Unbuffered: whole frames are read, and a buffer would add a copy.
   m_file.rdbuf()->pubsetbuf(nullptr, 0);
   m_file.open(m_path, std::ios::binary);
   if (!m_file) {
@@ -43,7 +43,7 @@ HRESULT FileCamera::Start() {
   m_number = 0;
   m_start = Clock::now();
   const std::lock_guard lock(m_mutex);
-  m_isWoken = false;
+  m_isInterrupted = false;
   return S_OK;
 }
 
@@ -51,20 +51,20 @@ graph::CaptureSource::Deadline FileCamera::Due() const {
   if (!m_file) {
     return Deadline::max();
   }
-  const auto played = ReferenceTime(m_format.interval) * m_number;
-  return m_pace == FilePace::kFrameRate ? m_start + std::chrono::duration_cast<Clock::duration>(played)
+  const auto elapsed = ReferenceTime(m_format.interval) * m_number;
+  return m_pace == FilePace::kFrameRate ? m_start + std::chrono::duration_cast<Clock::duration>(elapsed)
                                         : m_start;
 }
 
 graph::CaptureResult FileCamera::Next(Deadline deadline, graph::CapturedFrame& frame) {
   {
     std::unique_lock lock(m_mutex);
-    if (m_isWoken) {
+    if (m_isInterrupted) {
       return graph::CaptureResult::kInterrupted;
     }
     const Deadline due = Due();
     if (due > Clock::now()) {
-      if (m_woken.wait_until(lock, std::min(due, deadline), [this] { return m_isWoken; })) {
+      if (m_interrupted.wait_until(lock, std::min(due, deadline), [this] { return m_isInterrupted; })) {
         return graph::CaptureResult::kInterrupted;
       }
       if (due > deadline) {
@@ -89,12 +89,12 @@ void FileCamera::Stop() { m_file.close(); }
 void FileCamera::Interrupt() {
   {
     const std::lock_guard lock(m_mutex);
-    m_isWoken = true;
+    m_isInterrupted = true;
   }
-  m_woken.notify_all();
+  m_interrupted.notify_all();
 }
 
-std::vector<devices::CaptureDevice> FilePc::CaptureDevices() {
+std::vector<devices::CaptureDevice> FileDeviceProvider::CaptureDevices() {
   return {{R"(@device:pnp:\\?\usb#vid_04f2&pid_b6be&mi_00#file-1.5&0000)"
            R"(#{65e8773d-8f56-11d0-a3b9-00a0c9223196}\video-index0)",
            "File Camera", m_path, "", [path = m_path, format = m_format, pace = m_pace] {
@@ -102,6 +102,8 @@ std::vector<devices::CaptureDevice> FilePc::CaptureDevices() {
            }}};
 }
 
-std::vector<devices::UsbDevice> FilePc::UsbDevices() {
+std::vector<devices::UsbDevice> FileDeviceProvider::UsbDevices() {
   return {{R"(USB\VID_04F2&PID_B6BE\FILE-1.5)", false, R"(USB\VID_04F2&PID_B6BE&MI_00\FILE-1.5&0000)"}};
 }
+
+}  // namespace bench

@@ -1,4 +1,4 @@
-// A PC whose built-in camera delivers the frames of a raw YUY2 file, once.
+// A built-in camera that delivers the frames of a raw YUY2 file once.
 #pragma once
 
 #include <chrono>
@@ -11,9 +11,11 @@
 
 #include "devices/DeviceProvider.h"
 
+namespace bench {
+
 enum class FilePace {
-  kAsTaken,    // as fast as frames are taken
-  kFrameRate,  // frame n not before n frame times after the start, as a camera
+  kUnpaced,    // as fast as frames are consumed
+  kFrameRate,  // at the frame rate of the format
 };
 
 class FileCamera final : public graph::CaptureSource {
@@ -23,14 +25,14 @@ class FileCamera final : public graph::CaptureSource {
   HRESULT ListFormats(std::vector<graph::VideoFormat>& formats) override;
   HRESULT SetFormat(graph::VideoFormat& format) override;
   HRESULT Start() override;
-  // After the last frame nothing more arrives.
+  // After the last frame, returns kTimeout.
   graph::CaptureResult Next(Deadline deadline, graph::CapturedFrame& frame) override;
   void Recycle(const graph::CapturedFrame& frame) override;
   void Stop() override;
   void Interrupt() override;
 
  private:
-  // When the next frame may be delivered.
+  // The time at which the next frame is due.
   Deadline Due() const;
 
   const std::string m_path;
@@ -38,16 +40,16 @@ class FileCamera final : public graph::CaptureSource {
   const FilePace m_pace;
   Deadline m_start;
   std::ifstream m_file;
-  std::vector<char> m_picture;  // one frame: read, not mapped, as other programs read the file
+  std::vector<char> m_picture;  // one frame; read, not mapped, like the programs it is compared with
   std::uint64_t m_number = 0;
   std::mutex m_mutex;
-  std::condition_variable m_woken;
-  bool m_isWoken = false;  // under the mutex
+  std::condition_variable m_interrupted;
+  bool m_isInterrupted = false;  // guarded by m_mutex
 };
 
-class FilePc final : public devices::DeviceProvider {
+class FileDeviceProvider final : public devices::DeviceProvider {
  public:
-  FilePc(std::string path, const graph::VideoFormat& format, FilePace pace)
+  FileDeviceProvider(std::string path, const graph::VideoFormat& format, FilePace pace)
       : m_path(std::move(path)), m_format(format), m_pace(pace) {}
 
   std::vector<devices::CaptureDevice> CaptureDevices() override;
@@ -58,3 +60,5 @@ class FilePc final : public devices::DeviceProvider {
   const graph::VideoFormat m_format;
   const FilePace m_pace;
 };
+
+}  // namespace bench

@@ -11,11 +11,12 @@
 #include "PipelineBenchmarks.h"
 #include "Statistics.h"
 
+namespace bench {
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// A queue with one frame and the thread that takes it and gives it back, like the library's encoder thread.
+// A queue with one frame and a thread that takes and returns it, like the encoder thread of the library.
 class Consumer {
  public:
   Consumer() {
@@ -36,12 +37,12 @@ class Consumer {
     m_thread.join();
   }
 
-  // From before the put to after the other thread's get.
+  // Returns the time from the put on this thread to the end of the get on the other one.
   Clock::duration HandOver() {
     VideoFrame* const frame = m_queue.GetFreeBuffer();
     const Clock::time_point start = Clock::now();
     m_queue.PutDataBuffer(frame);
-    // Back again: what the other thread wrote can be read.
+    // Synchronises with the other thread, which wrote m_taken.
     m_queue.PutFreeBuffer(m_queue.GetFreeBuffer());
     return m_taken - start;
   }
@@ -52,7 +53,7 @@ class Consumer {
   std::thread m_thread;
 };
 
-// pause: milliseconds for which the other thread sleeps before each hand-over, as between frames.
+// pause_ms: idle time of the other thread before each hand-over, as between frames.
 void HandOver(benchmark::State& state) {
   const std::chrono::milliseconds pause(state.range(0));
   Consumer consumer;
@@ -69,8 +70,7 @@ void HandOver(benchmark::State& state) {
   state.counters["hand_over_p99_us"] = Percentile(times, 99);
 }
 
-// Both queues' operations without anybody waiting: what of a hand-over is not the system's waking of a
-// thread.
+// The queue operations on a single thread: the cost of a hand-over without waking a thread.
 void HandOverOnOneThread(benchmark::State& state) {
   FrameBufQueue queue;
   if (!queue.Init(5, 16, 16, ColorSpace::kYuy2)) {
@@ -83,7 +83,8 @@ void HandOverOnOneThread(benchmark::State& state) {
   queue.Stop();
 }
 
-// Both copies by turns, into pools of five frames as the library's. The line's time is BoundedCopy's.
+// BoundedCopy and memcpy in turn, into a pool of five frames like that of the library. The reported time is
+// that of BoundedCopy.
 void PoolCopy(benchmark::State& state, const PictureKind& kind) {
   const Clip& clip = ClipOf(kind);
   std::vector<VideoFrame> pool(5);
@@ -147,3 +148,5 @@ void RegisterPartBenchmarks() {
         ->Unit(benchmark::kMicrosecond);
   }
 }
+
+}  // namespace bench

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+namespace bench {
+
 std::string PictureKind::Name() const {
   return std::to_string(width) + "x" + std::to_string(height) +
          (layout == ColorSpace::kYuy2 ? "/YUY2" : "/ARGB32");
@@ -19,15 +21,17 @@ std::vector<PictureKind> PictureKinds() {
 }
 
 const Clip& ClipOf(const PictureKind& kind) {
-  static std::string latest;
+  static std::string cachedName;
   static Clip clip;
-  if (latest != kind.Name()) {
-    constexpr int kPixelsInAll = 30 * 1920 * 1080;
-    constexpr int kLongest = 30;
+  if (cachedName != kind.Name()) {
+    constexpr int kMaxPixels = 30 * 1920 * 1080;
+    constexpr int kMaxFrames = 30;
     clip.clear();
     clip = MakeClip(kind.width, kind.height, kind.layout,
-                    std::min(kPixelsInAll / (kind.width * kind.height), kLongest));
-    latest = kind.Name();
+                    std::min(kMaxPixels / (kind.width * kind.height), kMaxFrames));
+    cachedName = kind.Name();
   }
   return clip;
 }
+
+}  // namespace bench

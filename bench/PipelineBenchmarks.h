@@ -1,10 +1,12 @@
-// The benchmarks of pipeline_bench, by what they measure.
+// The benchmarks of pipeline_bench.
 #pragma once
 
 #include <string>
 #include <vector>
 
 #include "Clip.h"
+
+namespace bench {
 
 struct PictureKind {
   int width;
@@ -14,13 +16,15 @@ struct PictureKind {
   std::string Name() const;
 };
 
-// Sizes that cameras have, smallest first, each as YUY2 and as ARGB32.
+// Common camera sizes in ascending order, each as YUY2 and as ARGB32.
 std::vector<PictureKind> PictureKinds();
 
-// The clip of such frames; the latest is kept. Fewer frames where they are large.
+// Returns a clip of such pictures, with fewer frames for large sizes. The latest clip is cached.
 const Clip& ClipOf(const PictureKind& kind);
 
-// Whole sessions: latency at a camera's pace, throughput, open and close.
+// Whole sessions: latency at a frame rate, throughput, open and close.
 void RegisterSessionBenchmarks();
-// The frame queue and the copy into it, on their own.
+// The frame queue and the copy into the frame pool.
 void RegisterPartBenchmarks();
+
+}  // namespace bench

@@ -10,11 +10,10 @@
 #include "PipelineBenchmarks.h"
 #include "Statistics.h"
 
+namespace bench {
 namespace {
 
-using timed::Clock;
-
-// Frames at the beginning of a session that do not count.
+// Frames at the start of a session that are excluded from the results.
 constexpr int kWarmUp = 10;
 constexpr double kFrameTimeAt30Fps = 1000.0 / 30;
 
@@ -22,7 +21,7 @@ struct Session {
   PictureKind kind;
   int sliceThreads;
   int fps;
-  int frames;  // that count
+  int frames;  // without the warm-up
 
   CameraSettings Settings() const { return {kind.width, kind.height, kind.layout, fps, sliceThreads}; }
   std::string Name() const {
@@ -30,7 +29,7 @@ struct Session {
   }
 };
 
-// A pool like the library's, for copies to compare with.
+// A frame pool like that of the library, as the destination of reference copies.
 class ReferencePool {
  public:
   explicit ReferencePool(const PictureKind& kind) : m_buffers(5) {
@@ -55,14 +54,14 @@ class ReferencePool {
   std::size_t m_next = 0;
 };
 
-// The frames' figures, in milliseconds, in columns.
-struct Figures {
+// Durations of all frames after the warm-up, in milliseconds.
+struct Durations {
   std::vector<double> latency;
   std::vector<double> encode;   // in the encoder library
-  std::vector<double> convert;  // the part of it that makes planes
+  std::vector<double> convert;  // part of encode: conversion to I420
   std::vector<double> bufferCb;
 
-  explicit Figures(const std::vector<FrameTimes>& frames) {
+  explicit Durations(const std::vector<FrameTimes>& frames) {
     for (std::size_t i = kWarmUp; i < frames.size(); ++i) {
       latency.push_back(Milliseconds(frames[i].callback - frames[i].entry));
       encode.push_back(Milliseconds(frames[i].encode.end - frames[i].encode.start));
@@ -72,23 +71,23 @@ struct Figures {
   }
 };
 
-void ReportLatency(benchmark::State& state, const Figures& figures) {
-  state.counters["latency_p50_ms"] = Median(figures.latency);
-  state.counters["latency_p99_ms"] = Percentile(figures.latency, 99);
-  state.counters["latency_max_ms"] = Percentile(figures.latency, 100);
-  state.counters["encode_p50_ms"] = Median(figures.encode);
-  state.counters["convert_p50_us"] = 1000 * Median(figures.convert);
+void ReportLatency(benchmark::State& state, const Durations& durations) {
+  state.counters["latency_p50_ms"] = Median(durations.latency);
+  state.counters["latency_p99_ms"] = Percentile(durations.latency, 99);
+  state.counters["latency_max_ms"] = Percentile(durations.latency, 100);
+  state.counters["encode_p50_ms"] = Median(durations.encode);
+  state.counters["convert_p50_us"] = 1000 * Median(durations.convert);
 }
 
-void ReportAdded(benchmark::State& state, const Figures& figures, double copy) {
+void ReportAdded(benchmark::State& state, const Durations& durations, double copy) {
   std::vector<double> added;
   std::vector<double> other;
-  for (std::size_t i = 0; i < figures.latency.size(); ++i) {
-    added.push_back(figures.latency[i] - figures.encode[i] - copy);
-    const double encoding = figures.encode[i] - figures.convert[i];
-    other.push_back(100 * (1 - encoding / figures.latency[i]));
+  for (std::size_t i = 0; i < durations.latency.size(); ++i) {
+    added.push_back(durations.latency[i] - durations.encode[i] - copy);
+    const double encoding = durations.encode[i] - durations.convert[i];
+    other.push_back(100 * (1 - encoding / durations.latency[i]));
   }
-  state.counters["buffercb_p50_us"] = 1000 * Median(figures.bufferCb);
+  state.counters["buffercb_p50_us"] = 1000 * Median(durations.bufferCb);
   state.counters["copy_p50_us"] = 1000 * copy;
   state.counters["added_p50_us"] = 1000 * Median(added);
   state.counters["added_p99_us"] = 1000 * Percentile(added, 99);
@@ -98,8 +97,8 @@ void ReportAdded(benchmark::State& state, const Figures& figures, double copy) {
   state.counters["other_p99_pct"] = Percentile(other, 99);
 }
 
-// The camera delivers at its rate. Halfway between two frames its thread copies one as a reference: just
-// woken, with bytes that are in no cache, as those of the frames that count.
+// The camera delivers at its frame rate. Halfway between two frames its thread times a reference copy under
+// the same conditions as a real one: just woken, with uncached data.
 void Paced(benchmark::State& state, const Session& session) {
   const Clip& clip = ClipOf(session.kind);
   ReferencePool reference(session.kind);
@@ -117,20 +116,19 @@ void Paced(benchmark::State& state, const Session& session) {
       late.push_back(1000 * Milliseconds(Clock::now() - due));
       camera.Deliver(FrameOf(clip, i));
     }
-    const Figures figures(camera.Finish());
+    const Durations durations(camera.Finish());
     camera.Close();
-    state.SetIterationTime(Mean(figures.latency) / 1000);
-    ReportLatency(state, figures);
-    ReportAdded(state, figures, Median({copies.begin() + kWarmUp, copies.end()}));
+    state.SetIterationTime(Mean(durations.latency) / 1000);
+    ReportLatency(state, durations);
+    ReportAdded(state, durations, Median({copies.begin() + kWarmUp, copies.end()}));
     state.counters["timer_late_p50_us"] = Median({late.begin() + kWarmUp, late.end()});
     state.counters["timer_late_p99_us"] = Percentile({late.begin() + kWarmUp, late.end()}, 99);
-    state.counters["product_slice_threads"] =
-        timed::SliceThreadsOfTheProduct(session.kind.width, session.kind.height);
+    state.counters["product_slice_threads"] = DefaultSliceThreads(session.kind.width, session.kind.height);
   }
 }
 
-// The camera is always ready, so that the library's five buffers are full: latency is mostly waiting for
-// them. Of the time between two packets idle_pct is what the encoder library did not work in.
+// The camera always has a frame ready, so the frame pool is full and the latency is mostly waiting.
+// encoder_idle_pct is the share of time outside the encoder library.
 void Unpaced(benchmark::State& state, const Session& session) {
   const Clip& clip = ClipOf(session.kind);
   const int frames = session.frames + kWarmUp;
@@ -141,38 +139,38 @@ void Unpaced(benchmark::State& state, const Session& session) {
     }
     const std::vector<FrameTimes> times = camera.Finish();
     camera.Close();
-    const Figures figures(times);
+    const Durations durations(times);
     const double whole = Milliseconds(times.back().callback - times[kWarmUp - 1].callback);
     state.SetIterationTime(whole / session.frames / 1000);
-    ReportLatency(state, figures);
+    ReportLatency(state, durations);
     state.counters["frames_per_second"] = 1000 * session.frames / whole;
     state.counters["ns_per_pixel"] = 1e6 * whole / session.frames / session.kind.width / session.kind.height;
-    state.counters["encoder_idle_pct"] = 100 * (1 - Sum(figures.encode) / whole);
+    state.counters["encoder_idle_pct"] = 100 * (1 - Sum(durations.encode) / whole);
   }
 }
 
-// Sessions of one frame, which is delivered as soon as the camera is open. What the camera itself takes, and
-// DirectShow, is not in it.
+// Sessions of one frame, delivered as soon as the camera is open. Does not include the time of a real camera
+// or of DirectShow.
 void Open(benchmark::State& state, const PictureKind& kind) {
   const Clip& clip = ClipOf(kind);
-  std::vector<double> toOpen;
-  std::vector<double> toPacket;
-  std::vector<double> toClose;
+  std::vector<double> openTimes;
+  std::vector<double> packetTimes;
+  std::vector<double> closeTimes;
   for (auto _ : state) {
     CameraSession camera({kind.width, kind.height, kind.layout, 30, 1}, 1);
-    camera.Deliver(FrameOf(clip, toOpen.size()));
+    camera.Deliver(FrameOf(clip, openTimes.size()));
     const Clock::duration first = camera.Finish().front().callback - camera.OpenStart();
     camera.Close();
     state.SetIterationTime(Milliseconds(first) / 1000);
-    toOpen.push_back(Milliseconds(camera.OpenTime()));
-    toPacket.push_back(Milliseconds(first));
-    toClose.push_back(Milliseconds(camera.CloseTime()));
+    openTimes.push_back(Milliseconds(camera.OpenTime()));
+    packetTimes.push_back(Milliseconds(first));
+    closeTimes.push_back(Milliseconds(camera.CloseTime()));
   }
-  state.counters["open_p50_ms"] = Median(toOpen);
-  state.counters["first_packet_p50_ms"] = Median(toPacket);
-  state.counters["first_packet_max_ms"] = Percentile(toPacket, 100);
-  state.counters["close_p50_us"] = 1000 * Median(toClose);
-  state.counters["close_max_us"] = 1000 * Percentile(toClose, 100);
+  state.counters["open_p50_ms"] = Median(openTimes);
+  state.counters["first_packet_p50_ms"] = Median(packetTimes);
+  state.counters["first_packet_max_ms"] = Percentile(packetTimes, 100);
+  state.counters["close_p50_us"] = 1000 * Median(closeTimes);
+  state.counters["close_max_us"] = 1000 * Percentile(closeTimes, 100);
 }
 
 using Run = void (*)(benchmark::State&, const Session&);
@@ -196,19 +194,19 @@ void RegisterOpen(const PictureKind& kind) {
       ->Unit(benchmark::kMillisecond);
 }
 
-// So many that every kind takes about a second.
+// Chosen so that every benchmark takes about a second.
 int UnpacedFrames(const PictureKind& kind) {
-  constexpr int kPixelsInAll = 150 * 1280 * 720;
-  return std::clamp(kPixelsInAll / (kind.width * kind.height), 40, 400);
+  constexpr int kTotalPixels = 150 * 1280 * 720;
+  return std::clamp(kTotalPixels / (kind.width * kind.height), 40, 400);
 }
 
 }  // namespace
 
 void RegisterSessionBenchmarks() {
-  // Enough for a p99 that is not the one worst frame.
+  // Enough for a p99 that is not the maximum.
   constexpr int kFramesAt30Fps = 300;
   for (const PictureKind& kind : PictureKinds()) {
-    // The pace must leave the encoder time: behind a queue that fills up nothing else can be seen.
+    // The encoder must keep up with the frame rate; otherwise the latency is that of a full queue.
     const bool isHuge = kind.height > 1080;
     for (const int threads : {1, 2}) {
       Register("Paced", &Paced, {kind, threads, isHuge ? 10 : 30, isHuge ? 40 : kFramesAt30Fps});
@@ -223,3 +221,5 @@ void RegisterSessionBenchmarks() {
     RegisterOpen(kind);
   }
 }
+
+}  // namespace bench

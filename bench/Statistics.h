@@ -1,4 +1,4 @@
-// Order statistics of measured times.
+// Statistics of durations.
 #pragma once
 
 #include <algorithm>
@@ -7,11 +7,13 @@
 #include <numeric>
 #include <vector>
 
+namespace bench {
+
 inline double Milliseconds(std::chrono::steady_clock::duration time) {
   return std::chrono::duration<double, std::milli>(time).count();
 }
 
-// The smallest value that percent of them do not exceed. Values are not empty.
+// Nearest-rank percentile. values must not be empty.
 inline double Percentile(std::vector<double> values, double percent) {
   std::sort(values.begin(), values.end());
   const double rank = std::ceil(percent / 100.0 * static_cast<double>(values.size()));
@@ -27,3 +29,5 @@ inline double Sum(const std::vector<double>& values) {
 inline double Mean(const std::vector<double>& values) {
   return Sum(values) / static_cast<double>(values.size());
 }
+
+}  // namespace bench

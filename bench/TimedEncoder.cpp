@@ -6,35 +6,34 @@
 #include "encoder/EncoderSettings.h"
 #include "encoder/H264Encoder.h"
 
-// The linker's --wrap leads the camera library's calls here, and those of the encoder's conversion, by these
-// symbols.
-MULTI_MEDIA_ENCODER_EXPORT VideoEncoder* MakeTimedEncoder() asm(
+// The linker option --wrap redirects calls of the encoder library and of its converter to these symbols.
+MULTI_MEDIA_ENCODER_EXPORT VideoEncoder* CreateTimedEncoder() asm(
     "__wrap__ZN12VideoEncoder20CreateDefaultEncoderEv");
-MULTI_MEDIA_ENCODER_EXPORT void DropTimedEncoder(VideoEncoder* encoder) asm(
+MULTI_MEDIA_ENCODER_EXPORT void ReleaseTimedEncoder(VideoEncoder* encoder) asm(
     "__wrap__ZN12VideoEncoder14ReleaseEncoderEPS_");
 encoder::Planes TimedConvert(encoder::I420Converter* converter,
                              std::uint8_t* bytes) asm("__wrap__ZN7encoder13I420Converter7ConvertEPh");
 encoder::Planes RealConvert(encoder::I420Converter* converter,
                             std::uint8_t* bytes) asm("__real__ZN7encoder13I420Converter7ConvertEPh");
 
-namespace timed {
+namespace bench {
 namespace {
 
-struct Watch {
+struct Recording {
   int sliceThreads = 0;
   std::vector<EncodeTimes> times;
   std::size_t next = 0;
   Clock::duration convert{};
 };
 
-Watch& TheWatch() {
-  static Watch watch;
-  return watch;
+Recording& CurrentRecording() {
+  static Recording recording;
+  return recording;
 }
 
 class TimedEncoder final : public VideoEncoder {
  public:
-  TimedEncoder() : m_encoder(TheWatch().sliceThreads) {}
+  TimedEncoder() : m_encoder(CurrentRecording().sliceThreads) {}
 
   bool Initialize(const EncodeParam& param) override { return m_encoder.Initialize(param); }
   void Reserved1() override {}
@@ -42,13 +41,13 @@ class TimedEncoder final : public VideoEncoder {
   void Reserved3() override {}
 
   std::int32_t Encode(VideoFrame* frame, AVEncodePacket* packet) override {
-    Watch& watch = TheWatch();
-    watch.convert = {};
+    Recording& recording = CurrentRecording();
+    recording.convert = {};
     const Clock::time_point start = Clock::now();
     const std::int32_t error = m_encoder.Encode(frame, packet);
     const Clock::time_point end = Clock::now();
-    if (watch.next < watch.times.size()) {
-      watch.times[watch.next++] = {start, end, watch.convert};
+    if (recording.next < recording.times.size()) {
+      recording.times[recording.next++] = {start, end, recording.convert};
     }
     return error;
   }
@@ -59,29 +58,29 @@ class TimedEncoder final : public VideoEncoder {
 
 }  // namespace
 
-void Prepare(int sliceThreads, std::size_t frames) {
-  Watch& watch = TheWatch();
-  watch.sliceThreads = sliceThreads;
-  watch.times.assign(frames, {});
-  watch.next = 0;
+void StartRecording(int sliceThreads, std::size_t frames) {
+  Recording& recording = CurrentRecording();
+  recording.sliceThreads = sliceThreads;
+  recording.times.assign(frames, {});
+  recording.next = 0;
 }
 
-int SliceThreadsOfTheProduct(int width, int height) {
+int DefaultSliceThreads(int width, int height) {
   return encoder::SliceThreads(static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height),
                                std::thread::hardware_concurrency());
 }
 
-const std::vector<EncodeTimes>& Times() { return TheWatch().times; }
+const std::vector<EncodeTimes>& RecordedTimes() { return CurrentRecording().times; }
 
-}  // namespace timed
+}  // namespace bench
 
-VideoEncoder* MakeTimedEncoder() { return new (std::nothrow) timed::TimedEncoder; }
+VideoEncoder* CreateTimedEncoder() { return new (std::nothrow) bench::TimedEncoder; }
 
-void DropTimedEncoder(VideoEncoder* encoder) { delete static_cast<timed::TimedEncoder*>(encoder); }
+void ReleaseTimedEncoder(VideoEncoder* encoder) { delete static_cast<bench::TimedEncoder*>(encoder); }
 
 encoder::Planes TimedConvert(encoder::I420Converter* converter, std::uint8_t* bytes) {
-  const timed::Clock::time_point start = timed::Clock::now();
+  const bench::Clock::time_point start = bench::Clock::now();
   const encoder::Planes planes = RealConvert(converter, bytes);
-  timed::TheWatch().convert = timed::Clock::now() - start;
+  bench::CurrentRecording().convert = bench::Clock::now() - start;
   return planes;
 }

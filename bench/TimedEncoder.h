@@ -1,5 +1,5 @@
-// The encoder library with a watch in it: the same encoder, which notes when it was called, when it answered
-// and how long it converted. The camera library under the benchmarks is linked to this one instead.
+// Instrumented encoder library: records the start and the end of each Encode call and the time spent in pixel
+// conversion. The camera library of the benchmarks uses it in place of the encoder library.
 #pragma once
 
 #include <chrono>
@@ -8,24 +8,24 @@
 
 #include "MultiMediaEncoder.h"
 
-namespace timed {
+namespace bench {
 
 using Clock = std::chrono::steady_clock;
 
 struct EncodeTimes {
   Clock::time_point start;
   Clock::time_point end;
-  Clock::duration convert{};  // the part of it that went into planes for the encoder
+  Clock::duration convert{};  // part of the above: conversion to I420
 };
 
-// Before an open: slice threads of the encoders made from here on (0: as the encoder library decides), and
-// room for the times of so many frames. Later frames are encoded untimed.
-MULTI_MEDIA_ENCODER_EXPORT void Prepare(int sliceThreads, std::size_t frames);
+// Starts a recording of up to the given number of frames; later frames are not recorded. Encoders created
+// from now on have sliceThreads threads (0: the default). To be called before opening the camera.
+MULTI_MEDIA_ENCODER_EXPORT void StartRecording(int sliceThreads, std::size_t frames);
 
-// How many the encoder library would decide on, on this machine.
-MULTI_MEDIA_ENCODER_EXPORT int SliceThreadsOfTheProduct(int width, int height);
+// The number of slice threads that the encoder library chooses by default on this machine.
+MULTI_MEDIA_ENCODER_EXPORT int DefaultSliceThreads(int width, int height);
 
-// The frames' times, by number. A frame's entry may be read once its packet has been seen.
-MULTI_MEDIA_ENCODER_EXPORT const std::vector<EncodeTimes>& Times();
+// The recorded times by frame number. An entry may be read after the packet of its frame was received.
+MULTI_MEDIA_ENCODER_EXPORT const std::vector<EncodeTimes>& RecordedTimes();
 
-}  // namespace timed
+}  // namespace bench

@@ -1,8 +1,7 @@
 #!/usr/bin/env bash
-# Builds the ffmpeg that the product is measured against, once, into build/bench/ffmpeg: Debian's source with its
-# openh264 and x264 libraries (Debian's own binary has no openh264), and of ffmpeg only what reads raw pictures and
-# writes H.264 files. Twice: as it is, and as ffmpeg-same with the product's settings where ffmpeg's adapter of openh264
-# offers no option.
+# Builds ffmpeg for comparison with the product, once, into build/bench/ffmpeg: Debian's source with the openh264 and x264
+# libraries (Debian's binary lacks openh264), restricted to reading raw video and writing H.264 files. There are two
+# builds: ffmpeg is unmodified, ffmpeg-same has the product's settings where ffmpeg's openh264 wrapper has no option.
 set -euo pipefail
 
 case "${1:-}" in
@@ -14,7 +13,7 @@ esac
 top=$(cd "$(dirname "$0")/.." && pwd)
 folder=$top/build/bench
 prefix=$folder/ffmpeg
-# Raise it when the configuration below changes.
+# Increment when the configuration below changes.
 recipe=2
 stamp=$prefix/.recipe-$recipe
 [ ! -e "$stamp" ] || exit 0
@@ -27,14 +26,14 @@ topic=bench
 rm -rf "$prefix"
 mkdir -p "$prefix" "$sources"
 : >"$log"
-complain() {
-  [ "$1" -eq 0 ] || { echo "bench: failed; the end of build/bench/ffmpeg.log:" >&2; tail -n 25 "$log" >&2; }
+report_failure() {
+  [ "$1" -eq 0 ] || { echo "bench: failed; last lines of build/bench/ffmpeg.log:" >&2; tail -n 25 "$log" >&2; }
 }
-trap 'complain $?' EXIT
+trap 'report_failure $?' EXIT
 
 fetch_sources ffmpeg
 adapter=$sources/ffmpeg/libavcodec/libopenh264enc.c
-# What a run that was stopped in the middle has left: both would have the product's settings.
+# Restores the source if an earlier run was interrupted after modifying it.
 [ ! -e "$adapter.debian" ] || mv "$adapter.debian" "$adapter"
 echo "bench: building ffmpeg"
 build=$folder/build-ffmpeg
@@ -53,12 +52,12 @@ cp ffmpeg "$prefix"
 
 echo "bench: building ffmpeg-same"
 cp "$adapter" "$adapter.debian"
-# As encoder/EncoderSettings.cpp has them.
+# The settings of encoder/EncoderSettings.cpp.
 sed -E -e 's/(param\.bEnableBackgroundDetection +=) 1;/\1 0; param.bEnableSceneChangeDetect = 0; param.bFixRCOverShoot = 1;/' \
   -e 's/(param\.bEnableAdaptiveQuant +=) 1;/\1 0; param.iComplexityMode = LOW_COMPLEXITY; param.bUseLoadBalancing = 0;/' \
   -e 's/(param\.iMaxBitrate +=) .*;/\1 UNSPECIFIED_BIT_RATE;/' "$adapter.debian" >"$adapter"
 [ "$(diff "$adapter.debian" "$adapter" | grep -c '^>')" -eq 3 ] ||
-  { echo "bench: ffmpeg's adapter of openh264 is not the one that this script knows" >&2; exit 1; }
+  { echo "bench: the openh264 wrapper of this ffmpeg version does not match the modifications in this script" >&2; exit 1; }
 make -j"$(nproc)" ffmpeg >>"$log" 2>&1
 cp ffmpeg "$prefix/ffmpeg-same"
 mv "$adapter.debian" "$adapter"

@@ -1,8 +1,8 @@
-// Encodes a raw YUY2 file of 30 frames per second, once, as bench/run has other programs do it:
+// Encodes a raw YUY2 file at 30 frames per second for bench/run:
 //
-//   encode_clip WIDTH HEIGHT IN OUT                     the whole product, at the bit rate that it opens with
-//   encode_clip WIDTH HEIGHT IN OUT --paced             the same, each frame at its time, as from a camera
-//   encode_clip WIDTH HEIGHT IN OUT --direct KBIT_S     the encoder library alone, at any bit rate
+//   encode_clip WIDTH HEIGHT IN OUT                     with the whole product, at its fixed bit rate
+//   encode_clip WIDTH HEIGHT IN OUT --paced             the same in real time, as from a camera
+//   encode_clip WIDTH HEIGHT IN OUT --direct KBIT_S     with the encoder library only, at any bit rate
 #include <charconv>
 #include <condition_variable>
 #include <cstdio>
@@ -18,6 +18,7 @@
 #include "MultiMediaEncoder.h"
 #include "support/LoadedLibrary.h"
 
+namespace bench {
 namespace {
 
 constexpr std::uint32_t kFps = 30;
@@ -27,7 +28,7 @@ struct Job {
   std::uint32_t height = 0;
   std::string in;
   std::string out;
-  FilePace pace = FilePace::kAsTaken;  // of the whole product
+  FilePace pace = FilePace::kUnpaced;  // with the whole product only
   std::uint32_t directBitRate = 0;     // kbit/s; 0: the whole product
 
   std::uint64_t FrameBytes() const { return std::uint64_t{width} * height * 2; }
@@ -37,7 +38,7 @@ std::uint32_t Number(const std::string& text) {
   std::uint32_t number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
   if (error != std::errc() || end != text.data() + text.size() || number == 0) {
-    throw std::invalid_argument("not a number above 0: " + text);
+    throw std::invalid_argument("must be a positive integer: " + text);
   }
   return number;
 }
@@ -56,25 +57,25 @@ Job Parse(const std::vector<std::string>& arguments) {
     job.directBitRate = Number(arguments[5]);
     constexpr std::uint32_t kMax = 65535;
     if (job.directBitRate > kMax) {
-      throw std::invalid_argument("the bit rate has 16 bits");
+      throw std::invalid_argument("the bit rate must be at most 65535");
     }
   }
   return job;
 }
 
-void Expect(bool holds, const std::string& what) {
-  if (!holds) {
-    throw std::runtime_error(what);
+void Require(bool condition, const std::string& error) {
+  if (!condition) {
+    throw std::runtime_error(error);
   }
 }
 
-// A file for packets, written in blocks as the other programs do it: not with a call of the system for each
-// packet, which is what a stream makes of them, however large its buffer.
+// Writes packets in blocks, like the programs it is compared with. std::ofstream would make a system call for
+// each large packet.
 class PacketFile {
  public:
   void Open(const std::string& path) {
     m_file.open(path, std::ios::binary);
-    Expect(m_file.is_open(), "cannot write " + path);
+    Require(m_file.is_open(), "cannot write " + path);
     m_block.reserve(kBlock);
   }
   void Write(const std::uint8_t* data, std::uint32_t length) {
@@ -86,7 +87,7 @@ class PacketFile {
   void Close(const std::string& path) {
     WriteBlock();
     m_file.close();
-    Expect(!m_file.fail(), "cannot write " + path);
+    Require(!m_file.fail(), "cannot write " + path);
   }
 
  private:
@@ -101,28 +102,28 @@ class PacketFile {
   std::vector<char> m_block;
 };
 
-// What the callbacks, which carry no context, work on.
+// State of the callbacks, which have no context argument.
 struct Session {
   PacketFile out;
   std::mutex mutex;
   std::condition_variable changed;
-  std::uint64_t packets = 0;  // under the mutex
-  std::uint64_t wanted = 0;
+  std::uint64_t packets = 0;  // guarded by mutex
+  std::uint64_t expectedPackets = 0;
 };
 
-Session& TheSession() {
+Session& CurrentSession() {
   static Session session;
   return session;
 }
 
 std::int32_t OnPacket(const char* /*id*/, std::uint32_t /*idLen*/, const std::uint8_t* data,
                       std::uint32_t length, std::int32_t /*reserved*/) {
-  Session& session = TheSession();
+  Session& session = CurrentSession();
   session.out.Write(data, length);
   bool isLast = false;
   {
     const std::lock_guard lock(session.mutex);
-    isLast = ++session.packets == session.wanted;
+    isLast = ++session.packets == session.expectedPackets;
   }
   if (isLast) {
     session.changed.notify_all();
@@ -130,40 +131,42 @@ std::int32_t OnPacket(const char* /*id*/, std::uint32_t /*idLen*/, const std::ui
   return 0;
 }
 
-// How many the file has. It is whole frames, and one at least: not a file of another size.
-std::uint64_t Frames(const Job& job) {
+// Number of frames in the input file. Throws unless the file consists of complete frames.
+std::uint64_t CountFrames(const Job& job) {
   const std::uint64_t bytes = std::filesystem::file_size(job.in);
-  Expect(bytes != 0 && bytes % job.FrameBytes() == 0,
-         job.in + " is not YUY2 frames of " + std::to_string(job.width) + "x" + std::to_string(job.height));
+  Require(bytes != 0 && bytes % job.FrameBytes() == 0, job.in + " does not consist of YUY2 frames of " +
+                                                           std::to_string(job.width) + "x" +
+                                                           std::to_string(job.height));
   return bytes / job.FrameBytes();
 }
 
 void EncodeWithProduct(const Job& job) {
-  Session& session = TheSession();
-  session.wanted = Frames(job);
+  Session& session = CurrentSession();
+  session.expectedPackets = CountFrames(job);
   session.out.Open(job.out);
   constexpr REFERENCE_TIME kSecond = 10'000'000;
-  devices::SetDeviceProvider(std::make_shared<FilePc>(
+  devices::SetDeviceProvider(std::make_shared<FileDeviceProvider>(
       job.in, graph::VideoFormat{graph::kYuyv, job.width, job.height, kSecond / kFps}, job.pace));
 
   LoadedLibrary library(NUVEQ_LIBRARY_FILE);
-  Expect(library.Error().empty(), library.Error());
+  Require(library.Error().empty(), library.Error());
   NUVEQCameraHandler handler{};
-  Expect(library.GetCameraHandler(&handler) == 0, "no table");
-  Expect(handler.RegisterSendDataCallback(nullptr, 0, &OnPacket) == 0, "the callback is refused");
+  Require(library.GetCameraHandler(&handler) == 0, "NUVEQGetCameraHandler failed");
+  Require(handler.RegisterSendDataCallback(nullptr, 0, &OnPacket) == 0, "RegisterSendDataCallback failed");
   NUVEQCameraCapabilities* records = nullptr;
   std::uint32_t count = 0;
-  Expect(handler.GetCapability(&records, &count) == 0, "the file's camera is not found");
+  Require(handler.GetCapability(&records, &count) == 0, "GetCapability failed");
   handler.ReleaseCapability(0, records, count);
   const std::string id = "0";
   const NUVEQCameraParam param{id.data(), static_cast<std::uint32_t>(id.size()), job.width, job.height, kFps};
-  const std::int32_t answer = handler.OpenCameraDevice(&param);
-  Expect(answer == NUVEQ_CAMERA_OK, "opening answers " + std::to_string(answer));
+  const std::int32_t result = handler.OpenCameraDevice(&param);
+  Require(result == NUVEQ_CAMERA_OK, "OpenCameraDevice returned " + std::to_string(result));
   {
-    constexpr std::chrono::minutes kPatience{5};
+    constexpr std::chrono::minutes kTimeout{5};
     std::unique_lock lock(session.mutex);
-    Expect(session.changed.wait_for(lock, kPatience, [&] { return session.packets >= session.wanted; }),
-           "no more packets after " + std::to_string(session.packets));
+    Require(
+        session.changed.wait_for(lock, kTimeout, [&] { return session.packets >= session.expectedPackets; }),
+        "timeout after packet " + std::to_string(session.packets));
   }
   handler.CloseCameraDevice(id.data(), static_cast<std::uint32_t>(id.size()));
   devices::SetDeviceProvider(nullptr);
@@ -182,30 +185,31 @@ void EncodeDirectly(const Job& job) {
   constexpr std::uint16_t kKeyFrameInterval = 5 * kFps;
   param.keyFrameInterval = kKeyFrameInterval;
   param.bitRate = static_cast<std::uint16_t>(job.directBitRate);
-  Expect(encoder != nullptr && encoder->Initialize(param), "the encoder refuses the parameters");
+  Require(encoder != nullptr && encoder->Initialize(param), "the encoder rejected the parameters");
   VideoFrame frame;
-  Expect(frame.AllocBuffer(job.width, job.height, ColorSpace::kYuy2), "no memory");
-  std::uint64_t left = Frames(job);
+  Require(frame.AllocBuffer(job.width, job.height, ColorSpace::kYuy2), "out of memory");
+  std::uint64_t remaining = CountFrames(job);
   std::ifstream in(job.in, std::ios::binary);
   PacketFile out;
   out.Open(job.out);
-  for (; left > 0 &&
+  for (; remaining > 0 &&
          in.read(reinterpret_cast<char*>(frame.data), static_cast<std::streamsize>(job.FrameBytes()));
-       --left) {
+       --remaining) {
     AVEncodePacket packet;
-    Expect(encoder->Encode(&frame, &packet) == 0, "encoding fails");
+    Require(encoder->Encode(&frame, &packet) == 0, "encoding failed");
     out.Write(packet.data, packet.length);
   }
-  Expect(left == 0, "cannot read " + job.in);
+  Require(remaining == 0, "cannot read " + job.in);
   out.Close(job.out);
 }
 
 }  // namespace
+}  // namespace bench
 
 int main(int argc, char** argv) {
   try {
-    const Job job = Parse(std::vector<std::string>(argv + 1, argv + argc));
-    job.directBitRate == 0 ? EncodeWithProduct(job) : EncodeDirectly(job);
+    const bench::Job job = bench::Parse(std::vector<std::string>(argv + 1, argv + argc));
+    job.directBitRate == 0 ? bench::EncodeWithProduct(job) : bench::EncodeDirectly(job);
   } catch (const std::exception& failure) {
     std::fprintf(stderr, "encode_clip: %s\n", failure.what());
     return 1;

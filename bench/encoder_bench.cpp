@@ -1,9 +1,8 @@
-// What encoding costs: whole frames by size, layout and slice threads, and the parts that are not the
-// encoder.
+// Cost of encoding frames by size, layout and slice threads, and of conversion and copies.
 //
 //   build/native/bin/encoder_bench --benchmark_repetitions=3 --benchmark_report_aggregates_only=true
 //
-// Absolute times are this machine's at this moment; compare lines of one run.
+// Absolute times depend on the machine and its load; compare results of the same run only.
 #include <benchmark/benchmark.h>
 #include <libyuv.h>
 
@@ -17,6 +16,7 @@
 #include "encoder/I420Converter.h"
 #include "encoder/PacketMemory.h"
 
+namespace bench {
 namespace {
 
 VideoEncoder::EncodeParam Param(int width, int height, ColorSpace layout) {
@@ -32,7 +32,7 @@ VideoEncoder::EncodeParam Param(int width, int height, ColorSpace layout) {
   return param;
 }
 
-// width, height, layout, slice threads
+// Arguments: width, height, layout, slice threads.
 void EncodeFrame(benchmark::State& state) {
   const auto width = static_cast<int>(state.range(0));
   const auto height = static_cast<int>(state.range(1));
@@ -40,7 +40,7 @@ void EncodeFrame(benchmark::State& state) {
   const auto frames = MakeClip(width, height, layout);
   encoder::H264Encoder encoder(static_cast<int>(state.range(3)));
   if (!encoder.Initialize(Param(width, height, layout))) {
-    Fail(state, "the encoder refuses the parameters");
+    Fail(state, "the encoder rejected the parameters");
     return;
   }
   std::size_t next = 0;
@@ -53,14 +53,14 @@ void EncodeFrame(benchmark::State& state) {
   }
 }
 
-// width, height, layout: the conversion alone.
+// Conversion only. Arguments: width, height, layout.
 void ConvertFrame(benchmark::State& state) {
   const auto width = static_cast<int>(state.range(0));
   const auto height = static_cast<int>(state.range(1));
   const auto layout = static_cast<ColorSpace>(state.range(2));
   const auto frames = MakeClip(width, height, layout);
   encoder::I420Converter converter(static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height),
-                                      layout);
+                                   layout);
   std::size_t next = 0;
   for (auto _ : state) {
     benchmark::DoNotOptimize(converter.Convert(FrameOf(frames, next++).data));
@@ -68,8 +68,8 @@ void ConvertFrame(benchmark::State& state) {
   }
 }
 
-// width, height, layout: the same by the pixel library's one call for a whole picture, in which the lines are
-// not asked for before they are needed, and of which memory that is bottom-up is read from its end.
+// Conversion with one libyuv call per picture: no prefetching, and bottom-up pictures are read backwards.
+// Arguments: width, height, layout.
 void ConvertWhole(benchmark::State& state) {
   const auto width = static_cast<int>(state.range(0));
   const auto height = static_cast<int>(state.range(1));
@@ -95,7 +95,7 @@ void ConvertWhole(benchmark::State& state) {
   }
 }
 
-// width, height, layout: a copy of the same bytes, which is also what a frame costs on its way into the pool.
+// memcpy of a frame, as into the frame pool. Arguments: width, height, layout.
 void CopyFrame(benchmark::State& state) {
   const auto layout = static_cast<ColorSpace>(state.range(2));
   const auto frames = MakeClip(static_cast<int>(state.range(0)), static_cast<int>(state.range(1)), layout);
@@ -107,19 +107,19 @@ void CopyFrame(benchmark::State& state) {
   }
 }
 
-// width, height, layout: what of a frame's time from the grabber on is copy and conversion.
+// Share of copy and conversion in the time per frame. Arguments: width, height, layout.
 void ShareOfOther(benchmark::State& state) {
   const auto width = static_cast<int>(state.range(0));
   const auto height = static_cast<int>(state.range(1));
   const auto layout = static_cast<ColorSpace>(state.range(2));
   const auto frames = MakeClip(width, height, layout);
   encoder::I420Converter converter(static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height),
-                                      layout);
+                                   layout);
   encoder::H264Encoder encoder(1);
   VideoFrame pooled;
   if (!encoder.Initialize(Param(width, height, layout)) ||
       !pooled.AllocBuffer(static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height), layout)) {
-    Fail(state, "the encoder refuses the parameters");
+    Fail(state, "the encoder rejected the parameters");
     return;
   }
   using Clock = std::chrono::steady_clock;
@@ -140,7 +140,7 @@ void ShareOfOther(benchmark::State& state) {
   state.counters["percent"] = 100.0 * static_cast<double>(other.count()) / static_cast<double>(whole.count());
 }
 
-// Bytes of a packet: from construction over a copy of that size to destruction.
+// Construction, fill and destruction of a packet. Argument: size in bytes.
 void PassPacket(benchmark::State& state) {
   const std::vector<std::uint8_t> bytes(static_cast<std::size_t>(state.range(0)));
   for (auto _ : state) {
@@ -192,5 +192,6 @@ BENCHMARK(ShareOfOther)->Apply(Sizes)->Unit(benchmark::kMillisecond);
 BENCHMARK(PassPacket)->Arg(1000)->Arg(6400)->Arg(100000)->Unit(benchmark::kMicrosecond);
 
 }  // namespace
+}  // namespace bench
 
-int main(int argc, char** argv) { return RunBenchmarks(argc, argv); }
+int main(int argc, char** argv) { return bench::RunBenchmarks(argc, argv); }

@@ -1,9 +1,9 @@
-"""The programs that bench/run measures: the product and what else a user would encode with. Each is asked for the same
-clip, bit rate, 30 frames per second, key frames 150 frames apart, and a file of H.264 in Annex B form."""
+"""The encoders that bench/run compares: the product, ffmpeg and GStreamer. All get the same clip, bit rate, frame rate
+(30 per second) and key-frame interval (150 frames), and write an H.264 file in Annex B format."""
 
 FPS = 30
 KEY_INTERVAL = 150
-# What opening a camera asks of the encoder, kbit/s.
+# The bit rate that opening a camera requests, in kbit/s.
 PRODUCT_BIT_RATE = 1536
 
 
@@ -27,8 +27,8 @@ class Job:
 
 
 def slice_threads(width, height, cores):
-    """The product's own rule (encoder/EncoderSettings.cpp): the others get as many. It counts the machine's
-    cores, also those that this process may not use."""
+    """The product's rule (encoder/EncoderSettings.cpp); the other encoders use the same number. cores includes those that
+    this process may not use."""
     return 2 if width * height >= 1280 * 720 and cores >= 4 else 1
 
 
@@ -78,35 +78,35 @@ def _gst_x264(job):
 
 
 def encoders(top, programs):
-    """All of them, the product first."""
+    """Returns all encoders, the product first."""
     ffmpeg = top / "build/bench/ffmpeg/ffmpeg"
     stream = "video/x-h264,stream-format=byte-stream,alignment=au"
     return [
         Encoder("product", _product(programs),
-                "the whole library; at other bit rates than the one it opens with the encoder library alone"),
+                "the whole library; the encoder library only at bit rates other than its own"),
         Encoder("ffmpeg openh264", _ffmpeg(ffmpeg, _openh264_options),
-                "the product's settings, but for what ffmpeg decides itself: background detection, adaptive quantisation "
-                "and scene-change detection on, the greatest bit rate that of the target"),
+                "the product's settings, except those that ffmpeg fixes: background detection, adaptive quantisation and "
+                "scene-change detection on, maximum bit rate equal to the target"),
         Encoder("ffmpeg openh264 same", _ffmpeg(top / "build/bench/ffmpeg/ffmpeg-same", _openh264_options),
-                "with all of the product's settings: ffmpeg's adapter changed where it has no option for them"),
+                "all settings of the product: ffmpeg's wrapper is modified where it has no option for them"),
         Encoder("ffmpeg x264", _ffmpeg(ffmpeg, _x264_options("-tune", "zerolatency")),
-                "superfast, zerolatency: as without delay as the product is"),
+                "superfast, zerolatency: no delay, like the product"),
         Encoder("ffmpeg x264 delay", _ffmpeg(ffmpeg, _x264_options()),
-                "superfast, look-ahead and B pictures: tens of frames late (one thread, as all here)"),
+                "superfast, look-ahead and B pictures: a delay of tens of frames (same number of threads)"),
         Encoder("gst openh264", _gstreamer(_gst_openh264, stream + ",profile=high"),
-                "the product's settings, but CAVLC, which is cheaper and worse: the element has no option for CABAC"),
+                "the product's settings, but CAVLC, which costs less and compresses worse: the element has no CABAC option"),
         Encoder("gst x264", _gstreamer(_gst_x264, stream),
-                "superfast, zerolatency; a constant bit rate with a buffer of 600 ms, which is the element's default"),
+                "superfast, zerolatency; constant bit rate with a buffer of 600 ms, the default of the element"),
     ]
 
 
 def paced_encoders(top, programs):
-    """What encodes a clip as a camera delivers it, the product first; by the names of the above."""
+    """Returns the encoders for real-time input, the product first. The names are those of encoders()."""
     ffmpeg = top / "build/bench/ffmpeg"
     return [
-        Encoder("product", _product(programs, "--paced"), "frames come at their times"),
+        Encoder("product", _product(programs, "--paced"), "frames arrive in real time"),
         Encoder("ffmpeg openh264 same", _ffmpeg(ffmpeg / "ffmpeg-same", _openh264_options, "-re"),
-                "with -re: ffmpeg looks every 10 ms whether it is time"),
+                "with -re: ffmpeg polls every 10 ms"),
         Encoder("ffmpeg x264", _ffmpeg(ffmpeg / "ffmpeg", _x264_options("-tune", "zerolatency"), "-re"),
-                "with -re as well"),
+                "with -re"),
     ]

@@ -3,7 +3,7 @@
 //
 //   build/native/bin/mjpeg_bench --benchmark_repetitions=9 --benchmark_enable_random_interleaving=true
 //
-// Compare the lines of one run; absolute times depend on the machine and its load.
+// Absolute times depend on the machine and its load; compare results of the same run only.
 #include <benchmark/benchmark.h>
 #include <turbojpeg.h>
 
@@ -20,11 +20,12 @@
 
 #include <jpeglib.h>
 
+namespace bench {
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-// Like a webcam: about one bit per pixel.
+// About one bit per pixel, as from a webcam.
 constexpr int kQuality = 85;
 constexpr int kFrames = 8;
 
@@ -34,7 +35,7 @@ struct Pictures {
   std::vector<Bytes> jpegs;
 };
 
-// width, height, sampling (422 or 420)
+// Arguments: width, height, sampling (422 or 420).
 Pictures MakePictures(const benchmark::State& state) {
   Pictures pictures{static_cast<int>(state.range(0)), static_cast<int>(state.range(1)), {}};
   const TJSAMP sampling = state.range(2) == 420 ? TJSAMP_420 : TJSAMP_422;
@@ -124,5 +125,6 @@ BENCHMARK(DecodeLineByLine)->Apply(Sizes);
 BENCHMARK(Decode)->Apply(Sizes);
 
 }  // namespace
+}  // namespace bench
 
-int main(int argc, char** argv) { return RunBenchmarks(argc, argv); }
+int main(int argc, char** argv) { return bench::RunBenchmarks(argc, argv); }

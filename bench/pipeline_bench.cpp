@@ -1,54 +1,53 @@
-// What the library costs from the graph's call of BufferCB to the platform's data callback, over the real
-// encoder, and where that goes.
+// Latency and throughput of the library from BufferCB to the host's data callback, with the real encoder, and
+// the share of each stage.
 //
 //   build/native/bin/pipeline_bench --benchmark_counters_tabular=true
 //   build/native/bin/pipeline_bench --benchmark_filter=Paced/1280x720
 //   build/native/bin/pipeline_bench --help
 //
-// Where other programs are busy, their time slices are in every p99. With the right to do so, put the
-// benchmark before them:
+// On a busy machine, the p99 values include time slices of other programs. With sufficient rights, run the
+// benchmark at real-time priority:
 //
 //   chrt --fifo 10 build/native/bin/pipeline_bench --benchmark_filter=Paced
 //
-//   Paced       a camera at its frame rate; the line's time is the mean latency of a frame
-//   Unpaced     a camera that is always ready; the line's time is that of a frame at full throughput
-//   Open        the line's time is from the open request to the first packet, of a camera without delay
-//   HandOver    FrameBufQueue, a frame from one thread to another
-//   PoolCopy    the copy into the pool, and memcpy of the same bytes
+//   Paced       a camera at its frame rate; the reported time is the mean latency of a frame
+//   Unpaced     a camera that always has a frame ready; the reported time is that of a frame at full
+//   throughput Open        the reported time is from the open request to the first packet, with a camera
+//   without delay HandOver    FrameBufQueue: passing a frame from one thread to another PoolCopy    the copy
+//   into the frame pool, and memcpy of the same bytes
 //
 // Counters of sessions. Names end in their units: ms, us (microseconds), pct (percent).
 //
 //   latency_*   from entering BufferCB to entering the data callback
-//   encode_*    in the encoder library
-//   convert_*   the part of it that makes planes for the encoder
-//   buffercb_*  how long BufferCB keeps the graph's thread
-//   copy_*      memcpy of a frame on the graph's thread, timed between the session's frames
-//   added_*     latency less encode and one copy: what the library itself adds
-//   added_*_pct_of_30fps   the same as a part of the 33.3 ms that a frame has at 30 frames per second
-//   other_*_pct            all of the latency that is not encoding proper: conversion and copy are other, too
-//   timer_late_*           how late this machine woke the camera's thread: beside the library in every p99
-//   encoder_idle_pct       of the time between two packets, what the encoder library did not work in
-//   product_slice_threads  how many the product uses for this size on this machine
+//   encode_*    time in the encoder library
+//   convert_*   part of encode_*: conversion to I420
+//   buffercb_*  time that BufferCB blocks the streaming thread
+//   copy_*      memcpy of a frame on the streaming thread, measured between the frames of the session
+//   added_*     latency minus encode and one copy: overhead of the library
+//   added_*_pct_of_30fps   the same relative to 33.3 ms, the frame interval at 30 frames per second
+//   other_*_pct            share of the latency outside the actual encoding: includes conversion and copy
+//   timer_late_*           delay of this machine's timers; part of every p99
+//   encoder_idle_pct       share of time outside the encoder library
+//   product_slice_threads  number of slice threads that the product chooses for this size on this machine
 //
-// The camera is the benchmark's own thread over the scripted platform of the tests. Its BufferCB is called
-// directly: neither a device nor a thread of a platform's is between the watch and the library, and the
-// process has no other threads than the library and the encoder start. The encoder library is the product's,
-// with a watch around it (TimedEncoder.h), which also sets the slice threads; the product decides these by
-// itself. The first frames of a session are left out: a key frame, memory that is touched for the first time.
+// The benchmark acts as the camera on the tests' scripted platform and calls BufferCB directly: no device and
+// no platform thread influences the results, and only the library and the encoder start threads. The encoder
+// library is instrumented (TimedEncoder.h) and uses the given number of slice threads; the product chooses
+// that number itself. The first frames of a session are excluded: they include a key frame and page faults.
 //
-// A p99 is that of 300 frames where the rate is 30 frames per second; of the 40 frames at 10 it is the
-// greatest.
+// The p99 at 30 frames per second is that of 300 frames. At 10 frames per second it is the maximum of 40
+// frames.
 //
-// That the library was built as DEBUG, which Debian's says of itself, is about the benchmark library:
-// sessions are timed without it.
+// The warning that the library was built as DEBUG refers to Debian's benchmark library, which does not time
+// sessions.
 //
-// Absolute times are this machine's at this moment; compare lines of one run. Answers 1 when a benchmark
-// could not be run.
+// Absolute times depend on the machine and its load; compare results of the same run only. The exit status is
+// 1 if a benchmark failed.
 #include "Failures.h"
 #include "PipelineBenchmarks.h"
 
 int main(int argc, char** argv) {
-  RegisterSessionBenchmarks();
-  RegisterPartBenchmarks();
-  return RunBenchmarks(argc, argv);
+  bench::RegisterSessionBenchmarks();
+  bench::RegisterPartBenchmarks();
+  return bench::RunBenchmarks(argc, argv);
 }

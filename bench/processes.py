@@ -1,4 +1,4 @@
-"""The programs that bench/run starts. None outlives the call that started it, however that ends."""
+"""Runs child processes. No child outlives the call that started it."""
 
 import contextlib
 import os
@@ -9,17 +9,17 @@ import sys
 import tempfile
 from pathlib import Path
 
-# Seconds that one program may take, and those that it has to end when it is told to.
-PATIENCE = 900
-GRACE = 5
+# Default timeout of a program, and time between SIGTERM and SIGKILL, in seconds.
+TIMEOUT = 900
+TERMINATION_TIMEOUT = 5
 
 
-class Failed(Exception):
-    """What has gone wrong and, where that is known, what to do about it."""
+class BenchError(Exception):
+    """A failure, with a hint how to fix it if possible."""
 
 
 class Stopped(BaseException):
-    """A signal asked for the end."""
+    """A signal requested termination."""
 
     def __init__(self, number):
         super().__init__(signal.Signals(number).name)
@@ -27,7 +27,7 @@ class Stopped(BaseException):
 
 
 class _Signals:
-    """Makes an exception of a signal, but for the moment in which a program has been started and nobody knows it."""
+    """Raises Stopped on a signal, deferred while a program is being started, so that the program is not leaked."""
 
     NUMBERS = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)
 
@@ -36,7 +36,7 @@ class _Signals:
         self.received = None
 
     def receive(self, number, _frame):
-        # Once is enough: what cleans up is not to be stopped as well.
+        # Ignores further signals, so that the clean-up is not interrupted.
         for one in self.NUMBERS:
             signal.signal(one, signal.SIG_IGN)
         self.received = number
@@ -55,18 +55,18 @@ _signals = _Signals()
 
 
 def stop_on_signals():
-    """From now on SIGINT, SIGTERM and SIGHUP raise Stopped."""
+    """Makes SIGINT, SIGTERM and SIGHUP raise Stopped."""
     for number in _Signals.NUMBERS:
-        # A shell's background job does not hear of Ctrl-C, and is to go on like that.
+        # Background jobs of a shell ignore SIGINT; keep it that way.
         if signal.getsignal(number) != signal.SIG_IGN:
             signal.signal(number, _signals.receive)
 
 
-def _end(process):
-    """With everything that it runs: a build passes the signal on to its compilers, which are in groups of their own."""
+def _terminate(process):
+    """Terminates a process and its group. SIGTERM lets a build terminate its compilers, which have their own groups."""
     _signal_group(process, signal.SIGTERM)
     with contextlib.suppress(subprocess.TimeoutExpired):
-        process.wait(timeout=GRACE)
+        process.wait(timeout=TERMINATION_TIMEOUT)
     _signal_group(process, signal.SIGKILL)
     process.wait()
 
@@ -76,40 +76,40 @@ def _signal_group(process, number):
         os.killpg(process.pid, number)
 
 
-def run(command, name=None, patience=PATIENCE, is_shown=False):
-    """What a program has written to its standard output and to its error output; shown ones write to ours instead.
+def run(command, name=None, timeout=TIMEOUT, is_shown=False):
+    """Runs a program and returns its standard output and standard error. With is_shown, both go to our standard error.
 
-    Failed when the program fails, takes longer than patience, or cannot be started.
+    Raises BenchError if the program cannot be started, fails, or exceeds the timeout in seconds.
     """
     command = [str(word) for word in command]
     name = name or Path(command[0]).name
-    # Files: of a pipe the end comes only when nothing that the program has left behind holds it.
+    # Files, not pipes: a pipe stays open as long as any descendant holds it.
     with tempfile.TemporaryFile() as output, tempfile.TemporaryFile() as errors:
         try:
             process = _signals.start(command, stdin=subprocess.DEVNULL, stdout=sys.stderr if is_shown else output,
                                      stderr=sys.stderr if is_shown else errors, start_new_session=True)
         except OSError as error:
-            raise Failed(f"{name} cannot be started: {error}") from error
-        _wait(process, name, command, patience)
-        said = _content(output), _content(errors)
+            raise BenchError(f"{name} cannot be started: {error}") from error
+        _wait(process, name, command, timeout)
+        texts = _content(output), _content(errors)
     if process.returncode != 0:
-        # Compilers and build tools complain on their standard output.
-        words = "\n".join(text.strip()[-2000:] for text in said if text)
-        raise Failed(f"{name} {_ending(process.returncode)}:\n{words}\nThe command was: {shlex.join(command)}")
-    return said
+        # Build tools print errors on standard output.
+        details = "\n".join(text.strip()[-2000:] for text in texts if text)
+        raise BenchError(f"{name} {_describe_status(process.returncode)}:\n{details}\nThe command was: {shlex.join(command)}")
+    return texts
 
 
-def _wait(process, name, command, patience):
+def _wait(process, name, command, timeout):
     try:
         if _signals.received is not None:
             raise Stopped(_signals.received)
-        process.wait(timeout=patience)
+        process.wait(timeout=timeout)
     except subprocess.TimeoutExpired:
-        raise Failed(f"{name} has not ended within {patience} s: {shlex.join(command)}") from None
+        raise BenchError(f"{name} did not finish within {timeout} s: {shlex.join(command)}") from None
     finally:
         if process.returncode is None:
-            _end(process)
-        # What it has started and left.
+            _terminate(process)
+        # Kills processes that it left behind.
         _signal_group(process, signal.SIGKILL)
 
 
@@ -118,5 +118,5 @@ def _content(file):
     return file.read().decode(errors="replace")
 
 
-def _ending(status):
-    return f"answers {status}" if status > 0 else f"was ended by {signal.Signals(-status).name}"
+def _describe_status(status):
+    return f"exited with status {status}" if status > 0 else f"was terminated by {signal.Signals(-status).name}"

@@ -1,4 +1,4 @@
-"""The tables of a run, and what of the goals it reaches."""
+"""Tables and goals of a run."""
 
 import math
 import statistics
@@ -6,13 +6,13 @@ import statistics
 _COST = (("user ms", "{:.3f}", "user_ms"), ("ratio", "{:.2f}", "ratio"), ("of rounds", "{}", "ratio_span"),
          ("sys ms", "{:.3f}", "system_ms"), ("both ms", "{:.3f}", "cpu_ms"), ("ratio", "{:.2f}", "cpu_ratio"),
          ("fps", "{:.0f}", "frames_per_second"), ("MiB", "{:.1f}", "peak_mib"))
-_WHAT = (("clip", "{}", "clip"), ("size", "{}", "size"), ("encoder", "{}", "encoder"))
-COLUMNS = (*_WHAT, ("kbit/s", "{}", "asked"), ("real", "{:.0f}", "kilobits"), *_COST, ("PSNR Y", "{:.2f}", "psnr_y"),
+_CASE = (("clip", "{}", "clip"), ("size", "{}", "size"), ("encoder", "{}", "encoder"))
+COLUMNS = (*_CASE, ("kbit/s", "{}", "asked"), ("real", "{:.0f}", "kilobits"), *_COST, ("PSNR Y", "{:.2f}", "psnr_y"),
            ("SSIM Y", "{:.4f}", "ssim_y"))
-PACED_COLUMNS = (*_WHAT, *_COST)
-LEGEND = ("CPU time and MiB are those of whole processes, their start included. user, sys, both: ms of CPU per frame. "
-          "ratio: the product's to this one's, below 1.00 where the product is cheaper; the median of the rounds' "
-          "ratios, of rounds: the least and the greatest.")
+PACED_COLUMNS = (*_CASE, *_COST)
+LEGEND = ("CPU time and MiB are those of whole processes, including startup. user, sys, both: CPU time per frame in ms. "
+          "ratio: product to this encoder, below 1.00 if the product costs less; median of the ratios of the rounds. "
+          "of rounds: minimum and maximum of these ratios.")
 
 
 def _ratios(own, other, key):
@@ -20,8 +20,8 @@ def _ratios(own, other, key):
 
 
 def add_ratios(rows):
-    """The product's CPU time as a share of each other's, in the others' rows. Runs of one round are compared with each
-    other: they were close together, and what the machine did else is in both."""
+    """Adds the ratio of the product's CPU time to that of the encoder to the rows of the other encoders. Compares runs of the
+    same round: they are close in time, so other load on the machine affects both."""
     for own, other in pairs(rows, None):
         if "runs" in own and "runs" in other:
             for name, key in (("ratio", "user_ms"), ("cpu_ratio", "cpu_ms")):
@@ -33,7 +33,7 @@ def add_ratios(rows):
 
 
 def pairs(rows, name):
-    """The product's rows, each with that of another encoder for the same clip, size and bit rate."""
+    """Pairs the product's rows with those of the named encoder (None: of all) for the same clip, size and bit rate."""
     own = {(row["clip"], row["size"], row["asked"]): row for row in rows if row["encoder"] == "product"}
     return [(own[key], row) for row in rows
             if row["encoder"] != "product" and name in (None, row["encoder"])
@@ -49,8 +49,8 @@ def table(rows, columns=COLUMNS):
 
 
 def psnr_at(rows, like, kilobits):
-    """What an encoder would reach at a real bit rate: on the line through its rows on either side, along the logarithm.
-    None with fewer than two rows, more than a tenth beyond them, or where more bits are not better: nobody knows."""
+    """Interpolates the PSNR of an encoder at an actual bit rate, linearly over the logarithm of the bit rate. Returns None
+    with fewer than two rows, more than 10 % outside their range, or if PSNR does not increase with the bit rate."""
     points = sorted((row["kilobits"], row["psnr_y"]) for row in rows
                     if all(row[key] == like[key] for key in ("clip", "size", "encoder")))
     is_rising = all(worse < better for (_, worse), (_, better) in zip(points, points[1:]))
@@ -64,12 +64,12 @@ def psnr_at(rows, like, kilobits):
 
 
 def _goal(name, cases, unknown=""):
-    """cases: (what, is reached, figures). unknown: why there are no more."""
-    missed = [f"{what}: {figures}" for what, is_reached, figures in cases if not is_reached]
+    """cases: (name, is reached, figures). unknown: why cases are missing."""
+    missed = [f"{case}: {figures}" for case, is_reached, figures in cases if not is_reached]
     return {"goal": name, "cases": len(cases), "missed": missed, "unknown": unknown}
 
 
-def _what(row):
+def _case_name(row):
     return f"{row['clip']} {row['size']}"
 
 
@@ -79,42 +79,43 @@ def goals(rows, recorded, frames):
     found = [
         _same_pictures(rows),
         _goal("user CPU per frame at or under 1.00 of ffmpeg openh264 same",
-              [(_what(own), other["ratio"] <= 1.0, f"{other['ratio']:.3f} ({other['ratio_span']})")
+              [(_case_name(own), other["ratio"] <= 1.0, f"{other['ratio']:.3f} ({other['ratio_span']})")
                for own, other in openh264]),
     ]
     for name in ("ffmpeg x264 delay", "ffmpeg x264"):
         found += _x264_goals(rows, [pair for pair in timed if pair[1]["encoder"] == name], name)
     return found + [
         _goal("peak memory under ffmpeg openh264 same's",
-              [(_what(own), own["peak_mib"] < other["peak_mib"],
+              [(_case_name(own), own["peak_mib"] < other["peak_mib"],
                 f"{own['peak_mib']:.1f} against {other['peak_mib']:.1f} MiB") for own, other in openh264]),
         _against_recorded(rows, recorded, frames),
     ]
 
 
 def _x264_goals(rows, timed, name):
-    there = [(own, other, psnr_at(rows, other, own["kilobits"])) for own, other in pairs(rows, name)]
-    known = [case for case in there if case[2] is not None]
-    unknown = f"{len(there) - len(known)} without bit rates on either side" if len(known) < len(there) else ""
+    candidates = [(own, other, psnr_at(rows, other, own["kilobits"])) for own, other in pairs(rows, name)]
+    known = [case for case in candidates if case[2] is not None]
+    unknown = (f"{len(candidates) - len(known)} without bit rates on either side" if len(known) < len(candidates)
+               else "")
     return [
         _goal(f"user CPU per frame under 0.65 of {name}",
-              [(_what(own), other["ratio"] < 0.65, f"{other['ratio']:.3f} ({other['ratio_span']})")
+              [(_case_name(own), other["ratio"] < 0.65, f"{other['ratio']:.3f} ({other['ratio_span']})")
                for own, other in timed]),
         _goal(f"PSNR not below that of {name} at the same asked bit rate",
-              [(f"{_what(own)} {own['asked']}", own["psnr_y"] >= other["psnr_y"],
+              [(f"{_case_name(own)} {own['asked']}", own["psnr_y"] >= other["psnr_y"],
                 f"{own['psnr_y']:.2f} against {other['psnr_y']:.2f} dB at {own['kilobits']:.0f} and "
                 f"{other['kilobits']:.0f} kbit/s")
                for own, other in pairs(rows, name)]),
         _goal(f"PSNR not below that of {name} at the same real bit rate",
-              [(f"{_what(own)} {own['asked']}", own["psnr_y"] >= psnr,
+              [(f"{_case_name(own)} {own['asked']}", own["psnr_y"] >= psnr,
                 f"{own['psnr_y']:.2f} against {psnr:.2f} dB at {own['kilobits']:.0f} kbit/s")
                for own, _, psnr in known], unknown),
     ]
 
 
 def _against_recorded(rows, recorded, frames):
-    # The encoder and the clips are the same in every run; what may differ is rounding.
-    slack = {"psnr_y": 0.005, "ssim_y": 0.0001}
+    # Runs are deterministic except for rounding.
+    tolerance = {"psnr_y": 0.005, "ssim_y": 0.0001}
     cases = []
     missing = 0
     for row in recordable(rows):
@@ -122,7 +123,7 @@ def _against_recorded(rows, recorded, frames):
         if then is None:
             missing += 1
         else:
-            cases.append((_what(row), all(row[key] >= then[key] - slack[key] for key in slack),
+            cases.append((_case_name(row), all(row[key] >= then[key] - tolerance[key] for key in tolerance),
                           f"PSNR {row['psnr_y']:.3f} against {then['psnr_y']:.3f} dB, SSIM {row['ssim_y']:.4f} against "
                           f"{then['ssim_y']:.4f}"))
     return _goal("quality at the product's bit rate not below the recorded one (bench/quality.json)", cases,
@@ -130,7 +131,7 @@ def _against_recorded(rows, recorded, frames):
 
 
 def recordable(rows):
-    """The product's rows at the bit rate that it opens with, where cost is measured."""
+    """Returns the product's rows at its own bit rate, for which cost is measured."""
     return [row for row in rows if row["encoder"] == "product" and "runs" in row]
 
 
@@ -139,10 +140,10 @@ def quality_key(row, frames):
 
 
 def _same_pictures(rows):
-    """Where ffmpeg openh264 same makes other pictures than the product it has other settings, and comparing the cost
-    of the two says nothing about what is around the encoder."""
+    """Comparing the cost with ffmpeg openh264 same is meaningful only if its settings, and so its pictures, are those of
+    the product."""
     return _goal("ffmpeg openh264 same makes the product's pictures (otherwise adapt bench/build-ffmpeg.sh)",
-                 [(f"{_what(own)} {own['asked']}",
+                 [(f"{_case_name(own)} {own['asked']}",
                    abs(own["psnr_y"] - other["psnr_y"]) <= 0.01
                    and abs(own["kilobits"] / other["kilobits"] - 1) <= 0.005,
                    f"{own['psnr_y']:.2f} and {other['psnr_y']:.2f} dB at {own['kilobits']:.0f} and "
@@ -151,8 +152,8 @@ def _same_pictures(rows):
 
 
 def command_text(command, top, out):
-    """A command line without what is this machine's or this run's."""
-    # The file's place is below the top: it goes first.
+    """Returns a command line without paths of this machine or this run."""
+    # out is below top, so it is replaced first.
     return " ".join(command).replace(out, "OUT").replace(f"{top}/", "")
 
 

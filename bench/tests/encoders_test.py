@@ -1,4 +1,4 @@
-"""That every program is asked for the same: the same input, size, bit rate, key interval and threads."""
+"""Tests of the command lines: all encoders get the same input, size, bit rate, key-frame interval and threads."""
 
 import unittest
 from pathlib import Path
@@ -10,7 +10,7 @@ TOP = Path("/top")
 
 
 def value_of(command, option):
-    """What follows an option, or comes after its equals sign."""
+    """Returns the value of an option: the next argument, or the rest of it if the option ends in '='."""
     if option.endswith("="):
         return next(word for word in command if word.startswith(option))[len(option):]
     return command[command.index(option) + 1]
@@ -20,11 +20,11 @@ def job(kilobits=PRODUCT_BIT_RATE, threads=1):
     return Job("CLIP", 1280, 720, kilobits, "OUT", threads)
 
 
-def asked(encoder, one_job):
-    """(input, width, height, kbit/s, key interval, threads, output) that a command line asks for."""
+def parameters(encoder, one_job):
+    """Returns (input, width, height, kbit/s, key-frame interval, threads, output) of a command line."""
     command = encoder.command(one_job)
     if Path(command[0]).name == "encode_clip":
-        # The rest is the product's own: it opens with the bit rate, and decides the others.
+        # The product chooses the other parameters itself.
         kilobits = value_of(command, "--direct") if "--direct" in command else PRODUCT_BIT_RATE
         return command[3], int(command[1]), int(command[2]), int(kilobits), KEY_INTERVAL, one_job.threads, command[4]
     if Path(command[0]).name.startswith("ffmpeg"):
@@ -40,33 +40,33 @@ def asked(encoder, one_job):
 
 
 class EveryEncoder(unittest.TestCase):
-    def test_is_asked_for_the_same(self):
+    def test_gets_the_same_parameters(self):
         for kilobits in (768, PRODUCT_BIT_RATE, 3072):
             for threads in (1, 2):
                 for encoder in encoders(TOP, TOP / "bin"):
                     with self.subTest(encoder=encoder.name, kilobits=kilobits, threads=threads):
-                        self.assertEqual(asked(encoder, job(kilobits, threads)),
+                        self.assertEqual(parameters(encoder, job(kilobits, threads)),
                                          ("CLIP", 1280, 720, kilobits, KEY_INTERVAL, threads, "OUT"))
 
-    def test_at_a_cameras_pace_is_asked_for_what_it_is_asked_for_without(self):
-        usual = {encoder.name: encoder for encoder in encoders(TOP, TOP / "bin")}
+    def test_in_real_time_differs_by_one_option_only(self):
+        unpaced = {encoder.name: encoder for encoder in encoders(TOP, TOP / "bin")}
         for encoder in paced_encoders(TOP, TOP / "bin"):
             with self.subTest(encoder=encoder.name):
                 paced = encoder.command(job())
                 self.assertEqual([word for word in paced if word not in ("-re", "--paced")],
-                                 usual[encoder.name].command(job()))
-                self.assertEqual(len(paced), len(usual[encoder.name].command(job())) + 1)
+                                 unpaced[encoder.name].command(job()))
+                self.assertEqual(len(paced), len(unpaced[encoder.name].command(job())) + 1)
 
-    def test_of_ffmpeg_is_told_the_pace_before_its_input(self):
+    def test_in_ffmpeg_gets_the_real_time_option_before_its_input(self):
         for encoder in paced_encoders(TOP, TOP / "bin")[1:]:
             command = encoder.command(job())
             self.assertLess(command.index("-re"), command.index("-i"))
 
-    def test_has_a_name_of_its_own(self):
+    def test_has_a_unique_name(self):
         names = [encoder.name for encoder in encoders(TOP, TOP / "bin")]
         self.assertEqual(len(names), len(set(names)))
 
-    def test_with_openh264_has_the_products_settings(self):
+    def test_with_openh264_has_the_settings_of_the_product(self):
         for encoder in encoders(TOP, TOP / "bin"):
             command = encoder.command(job())
             if "libopenh264" in command:
@@ -83,7 +83,7 @@ class SliceThreads(unittest.TestCase):
 
 
 class Clips(unittest.TestCase):
-    def test_are_not_blown_up(self):
+    def test_are_not_scaled_up(self):
         self.assertFalse(clips.is_offered("webcam", "1920x1080"))
         self.assertTrue(clips.is_offered("webcam", "1280x720"))
         for clip in ("phone", "simulated"):
@@ -92,7 +92,7 @@ class Clips(unittest.TestCase):
     def test_are_scaled_to_their_size(self):
         self.assertIn("crop=640:480", clips.filters("webcam", "640x480"))
 
-    def test_play_a_short_recording_back_and_a_long_one_not(self):
+    def test_play_only_short_recordings_backwards(self):
         self.assertIn("reverse", clips.filters("phone", "320x240"))
         self.assertNotIn("reverse", clips.filters("webcam", "320x240"))
 

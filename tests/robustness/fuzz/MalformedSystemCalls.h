@@ -57,7 +57,7 @@ class MalformedSystemCalls : public v4l2::SystemCalls {
 
   ByteReader& m_reader;
   std::filesystem::path m_root;
-  std::mutex m_mutex;  // guards all of the below
+  std::mutex m_mutex;  // guards the members below
   std::set<int> m_open;
   std::map<void*, Mapping> m_mappings;
   std::vector<void*> m_byIndex;  // addresses of the mappings in the order of creation

@@ -1,11 +1,11 @@
-// Runs a program and says what it has cost: a process of its own, because what the system counts as a
-// program's peak memory begins with that of the process that started it, and an interpreter's is larger than
-// what is measured.
+// Runs a program and reports its resource usage. bench/run cannot measure this itself: the kernel initialises
+// the peak memory of a process with that of its parent, and a Python interpreter is larger than the measured
+// programs.
 //
-//   build/native/bin/measured FILE PROGRAM [ARGUMENT]...
+//   build/native/bin/resource_usage FILE PROGRAM [ARGUMENT]...
 //
-// writes one line to FILE: user and system time in microseconds, elapsed microseconds, peak resident KiB.
-// Answers what the program answers, and ends by the signal that the program ends by.
+// Writes one line to FILE: user time, system time and elapsed time in microseconds, peak resident set size in
+// KiB. Exits with the status of the program, or terminates by the signal that terminated it.
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -17,10 +17,11 @@
 #include <cstdlib>
 #include <memory>
 
+namespace bench {
 namespace {
 
-constexpr int kCannotMeasure = 125;
-constexpr int kCannotRun = 127;
+constexpr int kExitMeasureFailed = 125;
+constexpr int kExitNotStarted = 127;
 
 long long Microseconds(const timeval& time) { return time.tv_sec * 1'000'000LL + time.tv_usec; }
 
@@ -34,20 +35,21 @@ bool WriteLine(const char* path, const rusage& used, std::chrono::steady_clock::
          std::fflush(file.get()) == 0;
 }
 
-// Ends like the program, so that whoever waits for this one is told of the signal. The core is the program's.
-[[noreturn]] void EndBy(int signal) {
+// Terminates by the signal, so that the caller sees how the program ended. Suppresses a second core dump.
+[[noreturn]] void TerminateBy(int signal) {
   const rlimit noCore{0, 0};
   setrlimit(RLIMIT_CORE, &noCore);
   std::signal(signal, SIG_DFL);
   std::raise(signal);
-  std::abort();  // unless it was blocked
+  std::abort();  // reached only if the signal is blocked
 }
 
 }  // namespace
+}  // namespace bench
 
 int main(int argc, char** argv) {
   if (argc < 3) {
-    std::fputs("usage: measured FILE PROGRAM [ARGUMENT]...\n", stderr);
+    std::fputs("usage: resource_usage FILE PROGRAM [ARGUMENT]...\n", stderr);
     return 2;
   }
   const auto started = std::chrono::steady_clock::now();
@@ -55,7 +57,7 @@ int main(int argc, char** argv) {
   if (child == 0) {
     execvp(argv[2], argv + 2);
     std::perror(argv[2]);
-    _exit(kCannotRun);
+    _exit(bench::kExitNotStarted);
   }
   int status = 0;
   rusage used{};
@@ -65,12 +67,13 @@ int main(int argc, char** argv) {
       ended = wait4(child, &status, 0, &used);
     } while (ended < 0 && errno == EINTR);
   }
-  if (child < 0 || ended != child || !WriteLine(argv[1], used, std::chrono::steady_clock::now() - started)) {
-    std::perror("measured");
-    return kCannotMeasure;
+  if (child < 0 || ended != child ||
+      !bench::WriteLine(argv[1], used, std::chrono::steady_clock::now() - started)) {
+    std::perror("resource_usage");
+    return bench::kExitMeasureFailed;
   }
   if (WIFSIGNALED(status)) {
-    EndBy(WTERMSIG(status));
+    bench::TerminateBy(WTERMSIG(status));
   }
   return WEXITSTATUS(status);
 }
