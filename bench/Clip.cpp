@@ -14,7 +14,7 @@ Clip MakeClip(int width, int height, ColorSpace layout, int frames) {
   const auto w = static_cast<std::uint32_t>(width);
   const auto h = static_cast<std::uint32_t>(height);
   const std::size_t luma = std::size_t{w} * h;
-  MovingClip clip(w, h);
+  video::MovingClip clip(w, h);
   std::vector<std::uint8_t> i420(luma + luma / 2);
   std::uint8_t* const y = i420.data();
   std::uint8_t* const u = y + luma;

@@ -11,9 +11,8 @@
 namespace simulated {
 namespace {
 
-// FFmpeg's libraries write what they think of a file to the program's standard error, for a damaged clip a
-// line or more a picture, in the middle of what the host shows. Their level is one of the whole process and
-// cannot be set for a clip, so it is set as late as possible: when a clip is played for the first time.
+// By default FFmpeg's libraries log to stderr, for a damaged clip at least a line for each picture. The log
+// level is global to the process, so it is changed only when a clip is played for the first time.
 void SilenceLibAv() {
   static std::once_flag once;
   std::call_once(once, [] { av_log_set_level(AV_LOG_QUIET); });
@@ -40,16 +39,16 @@ ClipPlayer::ClipPlayer(std::string file, std::uint32_t width, std::uint32_t heig
   Open();
   m_hasPicture = Decode();
   if (!m_hasPicture) {
-    Fail("no picture in it can be decoded");
+    Fail("none of its pictures can be decoded");
   }
 }
 
 const std::vector<std::uint8_t>& ClipPlayer::Next() {
   if (!m_hasPicture && !Decode()) {
-    // Opened anew rather than wound back: not every format can do that.
+    // Reopen the file because not every format can seek.
     Open();
     if (!Decode()) {
-      Fail("no picture in it can be decoded");
+      Fail("none of its pictures can be decoded");
     }
   }
   m_hasPicture = false;
@@ -63,7 +62,7 @@ const std::vector<std::uint8_t>& ClipPlayer::Next() {
 void ClipPlayer::Open() {
   m_decoder.reset();
   m_isAtEnd = false;
-  // The name is that of a file, whatever it looks like, and a playlist leads to no other machine.
+  // The prefix and the whitelist prevent the name, or a playlist, from selecting another protocol.
   AVDictionary* options = nullptr;
   av_dict_set(&options, "protocol_whitelist", "file", 0);
   AVFormatContext* input = nullptr;
@@ -74,7 +73,7 @@ void ClipPlayer::Open() {
   if (error < 0) {
     Fail(ErrorText(error));
   }
-  // libavformat takes any longer text for the drawing of a text terminal.
+  // libavformat detects any longer text as terminal art.
   if (std::strcmp(m_input->iformat->name, "tty") == 0) {
     Fail(ErrorText(AVERROR_INVALIDDATA));
   }
@@ -88,12 +87,12 @@ void ClipPlayer::Open() {
     Fail("there is no decoder for its video");
   }
   if (stream < 0) {
-    Fail("no video in it");
+    Fail("it contains no video");
   }
   m_stream = m_input->streams[stream];
-  // The cover of a piece of music counts as a video stream.
+  // libavformat reports the cover of a music file as a video stream.
   if ((m_stream->disposition & AV_DISPOSITION_ATTACHED_PIC) != 0) {
-    Fail("no video in it");
+    Fail("it contains no video");
   }
   OpenDecoder(decoder);
 }
@@ -118,7 +117,7 @@ bool ClipPlayer::Decode() {
     if (result == 0) {
       return true;
     }
-    // An error is the end of what came before it; with more to come the decoder goes on.
+    // After an error the decoder continues with the next packet.
     if (m_isAtEnd) {
       return false;
     }
@@ -127,7 +126,7 @@ bool ClipPlayer::Decode() {
 }
 
 void ClipPlayer::FeedDecoder() {
-  // A packet that cannot be decoded is left out; at the end an empty one makes the decoder give up the rest.
+  // Packets that cannot be decoded are skipped. At the end of the file a null packet flushes the decoder.
   m_isAtEnd = av_read_frame(m_input.get(), m_packet.get()) < 0;
   if (m_isAtEnd) {
     avcodec_send_packet(m_decoder.get(), nullptr);

@@ -1,31 +1,30 @@
-// Plays the video of a file over and over.
+// Plays the video of a file in a loop.
 #pragma once
 
 #include <cstdint>
 #include <string>
 #include <vector>
 
-#include "simulated/AvPointers.h"
 #include "simulated/ClipScaler.h"
+#include "simulated/LibAvHandle.h"
 
 namespace simulated {
 
 class ClipPlayer {
  public:
-  // Any file that libavformat reads, and the size of the pictures to make of it, in pixels. Throws
-  // std::runtime_error, with a text for people, when there is no video that can be played.
+  // file: any file that libavformat can read. width, height: the size of the returned pictures in pixels.
+  // Throws std::runtime_error with a human-readable text if the file has no video that can be played.
   ClipPlayer(std::string file, std::uint32_t width, std::uint32_t height);
 
-  // The next picture, from the first one on and after the last one again, as ClipScaler makes it; valid until
-  // the next call. Damaged ones are left out. Throws as the constructor when the file can no longer be
-  // played.
+  // The next picture in the format of ClipScaler, valid until the next call. The first picture follows the
+  // last one. Damaged pictures are skipped. Throws like the constructor if the file can no longer be played.
   const std::vector<std::uint8_t>& Next();
 
  private:
-  // Opens the file, at its beginning.
+  // Opens the file at its beginning.
   void Open();
   void OpenDecoder(const AVCodec* decoder);
-  // The next picture into m_frame; false at the end of the clip.
+  // Decodes the next picture into m_frame. Returns false at the end of the clip.
   bool Decode();
   void FeedDecoder();
   [[noreturn]] void Fail(const std::string& cause) const;
@@ -33,12 +32,12 @@ class ClipPlayer {
   std::string m_file;
   ClipScaler m_scaler;
   LibAvHandle<AVFormatContext> m_input;
-  AVStream* m_stream = nullptr;  // of m_input
+  AVStream* m_stream = nullptr;  // owned by m_input
   LibAvHandle<AVCodecContext> m_decoder;
   LibAvHandle<AVPacket> m_packet;
   LibAvHandle<AVFrame> m_frame;
-  bool m_isAtEnd = false;     // of the file; the decoder may still hold pictures
-  bool m_hasPicture = false;  // m_frame is the next picture
+  bool m_isAtEnd = false;     // end of file; the decoder may still hold pictures
+  bool m_hasPicture = false;  // m_frame holds the next picture
 };
 
 }  // namespace simulated

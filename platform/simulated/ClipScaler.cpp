@@ -8,7 +8,7 @@
 namespace simulated {
 namespace {
 
-// The formats with a J are old names of full range.
+// The J formats are deprecated names for full range.
 bool IsFullRange(const AVFrame& frame) {
   switch (frame.format) {
     case AV_PIX_FMT_YUVJ420P:
@@ -22,7 +22,7 @@ bool IsFullRange(const AVFrame& frame) {
   }
 }
 
-// A clip that does not say is taken for BT.709 in HD and for BT.601 below, as players do.
+// Like most players, assume BT.709 for HD and BT.601 below if the clip does not declare its matrix.
 int MatrixOf(const AVFrame& frame) {
   constexpr int kHdHeight = 720;
   if (frame.colorspace != AVCOL_SPC_UNSPECIFIED) {
@@ -36,19 +36,19 @@ struct Size {
   int height;
 };
 
-// The greatest size of that shape inside a box. Bars of less than a hundredth are left out: sides are
-// rounded, 854x480 stands for 16:9.
-Size Fit(double shape, Size box) {
-  constexpr double kAlmost = 0.99;
-  double width = std::min<double>(box.width, box.height * shape);
-  double height = width / shape;
-  width = width >= kAlmost * box.width ? box.width : width;
-  height = height >= kAlmost * box.height ? box.height : height;
+// The largest size with the aspect ratio that fits into the box. Bars below 1 % are avoided, because sides
+// are often rounded: 854x480 stands for 16:9.
+Size Fit(double aspectRatio, Size box) {
+  constexpr double kMinShare = 0.99;
+  double width = std::min<double>(box.width, box.height * aspectRatio);
+  double height = width / aspectRatio;
+  width = width >= kMinShare * box.width ? box.width : width;
+  height = height >= kMinShare * box.height ? box.height : height;
   return {static_cast<int>(std::max(1L, std::lround(width))),
           static_cast<int>(std::max(1L, std::lround(height)))};
 }
 
-double ShapeOf(int width, int height, AVRational pixelAspect) {
+double AspectRatio(int width, int height, AVRational pixelAspect) {
   const double pixel = pixelAspect.num > 0 && pixelAspect.den > 0 ? av_q2d(pixelAspect) : 1;
   return pixel * width / height;
 }
@@ -58,7 +58,7 @@ double ShapeOf(int width, int height, AVRational pixelAspect) {
 ClipScaler::ClipScaler(std::uint32_t width, std::uint32_t height)
     : m_width(static_cast<int>(width)), m_height(static_cast<int>(height)) {}
 
-ClipScaler::Source ClipScaler::SourceOf(const AVFrame& frame, AVRational pixelAspect) {
+ClipScaler::Source ClipScaler::ReadSource(const AVFrame& frame, AVRational pixelAspect) {
   return {frame.width, frame.height, frame.format, MatrixOf(frame), IsFullRange(frame), pixelAspect};
 }
 
@@ -70,7 +70,7 @@ bool ClipScaler::IsSame(const Source& a, const Source& b) {
 
 void ClipScaler::Prepare(const Source& source) {
   m_source = {};
-  const Size size = Fit(ShapeOf(source.width, source.height, source.pixelAspect), {m_width, m_height});
+  const Size size = Fit(AspectRatio(source.width, source.height, source.pixelAspect), {m_width, m_height});
   constexpr auto kTarget = AV_PIX_FMT_BGRA;
   m_scaler.reset(sws_getContext(
       source.width, source.height, static_cast<AVPixelFormat>(source.pixelFormat), size.width, size.height,
@@ -78,10 +78,10 @@ void ClipScaler::Prepare(const Source& source) {
   if (!m_scaler) {
     throw std::runtime_error("its pictures cannot be converted");
   }
-  // It fails for sources that are not YUV, which need it not.
+  // Fails for sources that are not YUV, which do not need it.
   sws_setColorspaceDetails(m_scaler.get(), sws_getCoefficients(source.matrix), source.isFullRange ? 1 : 0,
                            sws_getCoefficients(SWS_CS_DEFAULT), 1, 0, 1 << 16, 1 << 16);
-  // A frame of FFmpeg's: the scaler may write some bytes behind the end of a line.
+  // Allocated by FFmpeg because the scaler may write a few bytes past the end of a line.
   m_scaled.reset(av_frame_alloc());
   if (!m_scaled) {
     throw std::bad_alloc();
@@ -98,7 +98,7 @@ void ClipScaler::Prepare(const Source& source) {
 }
 
 const std::vector<std::uint8_t>& ClipScaler::Scale(const AVFrame& frame, AVRational pixelAspect) {
-  if (const Source source = SourceOf(frame, pixelAspect); !IsSame(source, m_source)) {
+  if (const Source source = ReadSource(frame, pixelAspect); !IsSame(source, m_source)) {
     Prepare(source);
   }
   if (sws_scale(m_scaler.get(), frame.data, frame.linesize, 0, frame.height, m_scaled->data,

@@ -18,7 +18,7 @@ FramePacker::FramePacker(const graph::VideoFormat& format) : m_format(format) {
     }
     m_frame.resize(tjBufSize(static_cast<int>(format.width), static_cast<int>(format.height), TJSAMP_422));
   } else {
-    throw std::invalid_argument("a simulated camera delivers YUYV and MJPG only");
+    throw std::invalid_argument("simulated cameras support only YUYV and MJPG");
   }
 }
 

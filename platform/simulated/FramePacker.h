@@ -1,4 +1,4 @@
-// Pictures as the raw frames of a camera.
+// Converts pictures to the frames of a camera.
 #pragma once
 
 #include <turbojpeg.h>
@@ -14,11 +14,11 @@ namespace simulated {
 
 class FramePacker {
  public:
-  // YUYV: two bytes a pixel, BT.601 in limited range, top-down. MJPG: a baseline JPEG, 4:2:2, in full range.
-  // Throws std::invalid_argument for another layout.
+  // YUYV: two bytes per pixel, BT.601 limited range, top-down. MJPG: baseline JPEG, 4:2:2, full range.
+  // Throws std::invalid_argument for other pixel formats.
   explicit FramePacker(const graph::VideoFormat& format);
 
-  // The frame of a picture of the format's size (BGRA, top-down), in the packer's memory until the next call.
+  // picture: BGRA, top-down, of the format's size. The result is valid until the next call.
   std::span<std::uint8_t> Pack(const std::vector<std::uint8_t>& picture);
 
  private:

@@ -1,4 +1,4 @@
-// Where the parts of the numbered picture are, for the painter and the reader.
+// The layout of the numbered picture, shared by painter and reader.
 #pragma once
 
 #include <algorithm>
@@ -19,7 +19,7 @@ struct Rgb {
   std::uint8_t b = 0;
 };
 
-// In pixels; right and bottom are the first ones outside.
+// In pixels; right and bottom are exclusive.
 struct Rect {
   std::uint32_t left = 0;
   std::uint32_t top = 0;
@@ -27,7 +27,7 @@ struct Rect {
   std::uint32_t bottom = 0;
 };
 
-// The inner half of each side, away from what compression blurs.
+// The inner half in both directions, away from edges that compression blurs.
 inline Rect Middle(const Rect& rect) {
   const std::uint32_t x = (rect.right - rect.left) / 4;
   const std::uint32_t y = (rect.bottom - rect.top) / 4;
@@ -38,7 +38,7 @@ struct PictureLayout {
   std::uint32_t width;
   std::uint32_t height;
 
-  // Bit 0 is the left block of the top row, bit 16 that of the second row.
+  // Bit 0 is the left block of the first row, bit 16 the left block of the second row.
   Rect Block(std::uint32_t bit) const {
     const std::uint32_t column = bit % kBlocksInRow;
     const std::uint32_t row = bit / kBlocksInRow;
@@ -48,7 +48,7 @@ struct PictureLayout {
 
   std::uint32_t BelowBlocks() const { return 2 * height / 12; }
 
-  // Top left, top right, bottom left, bottom right. All sides even, so that no chroma sample has a part in
+  // Top left, top right, bottom left, bottom right. All coordinates are even, so that no chroma sample covers
   // two colours.
   std::array<Rect, 4> CornerSquares() const {
     const std::uint32_t side = std::min(width, height) / 6 & ~1U;
@@ -61,8 +61,8 @@ struct PictureLayout {
 constexpr std::array<Rgb, 4> kCornerColours{Rgb{255, 0, 0}, Rgb{0, 255, 0}, Rgb{0, 0, 255},
                                             Rgb{255, 255, 255}};
 
-// The 32 bits that the blocks show of a number of 24: behind it CRC-8 of its bytes, which finds every damage
-// of up to three bits. It starts from ones, so that there are always both black and white blocks.
+// The 32 bits that the blocks show: the 24-bit number and its CRC-8, which detects all errors of up to three
+// bits. The CRC's initial value guarantees that there are both black and white blocks.
 constexpr std::uint32_t WithChecksum(std::uint32_t number) {
   std::uint32_t crc = 0xFF;
   for (std::uint32_t byte = 0; byte < 3; ++byte) {

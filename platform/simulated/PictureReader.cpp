@@ -1,4 +1,4 @@
-// Reading the numbered picture back.
+// Reading the numbered picture.
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -10,10 +10,10 @@ namespace simulated {
 
 namespace {
 
-// Black and white blocks are at least this far apart, and a block within a tenth of the way from the middle
-// between them is neither.
+// The minimum difference between black and white blocks, and the share of it around the threshold in which a
+// block is ambiguous.
 constexpr double kMinContrast = 48;
-constexpr double kUnclearShare = 0.1;
+constexpr double kAmbiguousShare = 0.1;
 
 double Mean(const std::uint8_t* plane, std::size_t stride, const Rect& rect) {
   std::uint64_t sum = 0;
@@ -53,7 +53,7 @@ std::optional<std::uint32_t> ReadFrameNumber(const std::uint8_t* luma, std::size
   const double threshold = *darkest + contrast / 2;
   std::uint32_t bits = 0;
   for (std::uint32_t bit = 0; bit < kBlocks; ++bit) {
-    if (std::abs(blocks[bit] - threshold) < kUnclearShare * contrast) {
+    if (std::abs(blocks[bit] - threshold) < kAmbiguousShare * contrast) {
       return std::nullopt;
     }
     bits |= (blocks[bit] > threshold ? 1U : 0U) << bit;

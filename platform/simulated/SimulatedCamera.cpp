@@ -92,11 +92,11 @@ HRESULT SimulatedCamera::Start() {
       return com::kDeviceInUse;
     }
     m_device->m_streaming = this;
-    m_isWoken = false;
+    m_isInterrupted = false;
   }
   HRESULT result = S_OK;
   try {
-    m_nextPicture = MakePictures();
+    m_nextPicture = MakePictureSource();
     m_packer = std::make_unique<FramePacker>(m_format);
   } catch (const std::bad_alloc&) {
     result = E_OUTOFMEMORY;
@@ -107,13 +107,13 @@ HRESULT SimulatedCamera::Start() {
     Stop();
     return result;
   }
-  m_out = nullptr;
+  m_outstanding = nullptr;
   m_started = Clock::now();
   m_due = m_started;
   return S_OK;
 }
 
-SimulatedCamera::PictureSource SimulatedCamera::MakePictures() const {
+SimulatedCamera::PictureSource SimulatedCamera::MakePictureSource() const {
   if (!m_device->m_clip.empty()) {
     auto player = std::make_shared<ClipPlayer>(m_device->m_clip, m_format.width, m_format.height);
     return [player]() -> const std::vector<std::uint8_t>& { return player->Next(); };
@@ -125,15 +125,15 @@ SimulatedCamera::PictureSource SimulatedCamera::MakePictures() const {
 }
 
 graph::CaptureResult SimulatedCamera::Next(Deadline deadline, graph::CapturedFrame& frame) {
-  const graph::CaptureResult arrival = Wait(deadline);
-  if (arrival != graph::CaptureResult::kFrame) {
-    return arrival;
+  const graph::CaptureResult result = Wait(deadline);
+  if (result != graph::CaptureResult::kFrame) {
+    return result;
   }
   try {
     Deliver(frame);
   } catch (const std::exception&) {
-    // The clip cannot be played any more.
-    GiveUpDevice();
+    // The clip can no longer be played.
+    ReleaseDevice();
     return graph::CaptureResult::kDisconnected;
   }
   return graph::CaptureResult::kFrame;
@@ -142,15 +142,15 @@ graph::CaptureResult SimulatedCamera::Next(Deadline deadline, graph::CapturedFra
 graph::CaptureResult SimulatedCamera::Wait(Deadline deadline) {
   std::unique_lock lock(m_device->m_mutex);
   for (;;) {
-    if (m_isWoken) {
+    if (m_isInterrupted) {
       return graph::CaptureResult::kInterrupted;
     }
     if (m_device->m_streaming != this) {
       return graph::CaptureResult::kDisconnected;
     }
-    // Time in which the camera was frozen does not count: no frames are made up for it.
+    // No frames are due for the time in which the camera was frozen.
     m_due = std::max(m_due, m_device->m_thawed);
-    const bool isReady = !m_device->m_isFrozen && m_out == nullptr;
+    const bool isReady = !m_device->m_isFrozen && m_outstanding == nullptr;
     const Deadline now = Clock::now();
     if (isReady && (m_device->m_pace == Pace::kUnpaced || m_due <= now)) {
       return graph::CaptureResult::kFrame;
@@ -168,24 +168,24 @@ void SimulatedCamera::Deliver(graph::CapturedFrame& frame) {
   frame.size = bytes.size();
   frame.buffer = 0;
   frame.time = std::chrono::duration<double>(m_due - m_started).count();
-  m_out = bytes.data();
+  m_outstanding = bytes.data();
   m_due += std::chrono::duration_cast<Clock::duration>(Ticks(m_format.interval));
 }
 
 void SimulatedCamera::Recycle(const graph::CapturedFrame& frame) {
-  if (frame.buffer == 0 && frame.data == m_out) {
-    m_out = nullptr;
+  if (frame.buffer == 0 && frame.data == m_outstanding) {
+    m_outstanding = nullptr;
   }
 }
 
 void SimulatedCamera::Stop() {
-  GiveUpDevice();
+  ReleaseDevice();
   m_nextPicture = nullptr;
   m_packer.reset();
-  m_out = nullptr;
+  m_outstanding = nullptr;
 }
 
-void SimulatedCamera::GiveUpDevice() {
+void SimulatedCamera::ReleaseDevice() {
   const std::lock_guard lock(m_device->m_mutex);
   if (m_device->m_streaming == this) {
     m_device->m_streaming = nullptr;
@@ -195,7 +195,7 @@ void SimulatedCamera::GiveUpDevice() {
 void SimulatedCamera::Interrupt() {
   {
     const std::lock_guard lock(m_device->m_mutex);
-    m_isWoken = true;
+    m_isInterrupted = true;
   }
   m_device->m_changed.notify_all();
 }

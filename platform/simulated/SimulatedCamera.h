@@ -14,14 +14,14 @@
 
 namespace simulated {
 
-// What the sources of one camera and the PC share. Any thread; the methods lock for themselves.
+// The state that the PC shares with all sources of one camera. Thread-safe.
 class SimulatedDevice {
  public:
-  // The clip is played frame by frame at the format's rate; empty: the numbered picture.
+  // clip: played frame by frame at the format's rate; if empty, the camera shows the numbered picture.
   SimulatedDevice(std::vector<graph::VideoFormat> formats, std::string clip, Pace pace)
       : m_formats(std::move(formats)), m_clip(std::move(clip)), m_pace(pace) {}
 
-  // A source that is streaming when the camera goes has lost it for good, until it starts again.
+  // If the camera is removed, a streaming source stays disconnected until it is started again.
   void SetPresent(bool isPresent);
   bool IsPresent();
   void SetFrozen(bool isFrozen);
@@ -33,12 +33,12 @@ class SimulatedDevice {
   const std::string m_clip;
   const Pace m_pace;
 
-  std::mutex m_mutex;  // of everything below, and of what wakes a source
+  std::mutex m_mutex;  // guards the members below and SimulatedCamera::m_isInterrupted
   std::condition_variable m_changed;
   bool m_isPresent = true;
   bool m_isFrozen = false;
-  graph::CaptureSource::Deadline m_thawed;            // when it last went on after having been frozen
-  const graph::CaptureSource* m_streaming = nullptr;  // the one that streams
+  graph::CaptureSource::Deadline m_thawed;            // the end of the last freeze
+  const graph::CaptureSource* m_streaming = nullptr;  // the streaming source
 };
 
 class SimulatedCamera final : public graph::CaptureSource {
@@ -47,15 +47,15 @@ class SimulatedCamera final : public graph::CaptureSource {
   ~SimulatedCamera() override { SimulatedCamera::Stop(); }
 
   HRESULT ListFormats(std::vector<graph::VideoFormat>& formats) override;
-  // kDeviceInUse while this source streams.
+  // Returns kDeviceInUse while this source streams.
   HRESULT SetFormat(graph::VideoFormat& format) override;
-  // E_UNEXPECTED without a format, kDeviceInUse while any source streams, kDeviceIoError when the clip can no
-  // longer be played.
+  // Returns E_UNEXPECTED without a format, kDeviceInUse while any source streams, kDeviceIoError if the clip
+  // can no longer be played.
   HRESULT Start() override;
-  // There is one buffer: while it is out nothing arrives. kDisconnected also when the source is not
-  // streaming.
+  // There is one buffer: no frame is delivered until it is recycled. Returns kDisconnected also if the source
+  // is not streaming.
   graph::CaptureResult Next(Deadline deadline, graph::CapturedFrame& frame) override;
-  // Anything but the frame that is out is ignored.
+  // Ignores frames other than the outstanding one.
   void Recycle(const graph::CapturedFrame& frame) override;
   void Stop() override;
   void Interrupt() override;
@@ -63,20 +63,20 @@ class SimulatedCamera final : public graph::CaptureSource {
  private:
   using PictureSource = std::function<const std::vector<std::uint8_t>&()>;
 
-  PictureSource MakePictures() const;
-  // Waits until a frame may be delivered: kFrame.
+  PictureSource MakePictureSource() const;
+  // Returns kFrame once a frame may be delivered.
   graph::CaptureResult Wait(Deadline deadline);
   void Deliver(graph::CapturedFrame& frame);
-  void GiveUpDevice();
+  void ReleaseDevice();
 
   const std::shared_ptr<SimulatedDevice> m_device;
-  graph::VideoFormat m_format;  // no width: none has been set
-  bool m_isWoken = false;       // under the device's mutex
+  graph::VideoFormat m_format;   // width 0: not set
+  bool m_isInterrupted = false;  // guarded by the device's mutex
 
   // While streaming.
   PictureSource m_nextPicture;
   std::unique_ptr<FramePacker> m_packer;
-  const std::uint8_t* m_out = nullptr;  // the frame that is out
+  const std::uint8_t* m_outstanding = nullptr;  // data of the frame that was not recycled yet
   Deadline m_started;
   Deadline m_due;  // of the next frame
 };

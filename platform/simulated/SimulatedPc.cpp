@@ -29,8 +29,8 @@ devices::CaptureDevice PlugInCamera(const std::shared_ptr<SimulatedDevice>& devi
           [device] { return std::make_unique<SimulatedCamera>(device); }};
 }
 
-devices::UsbDetails Described(const devices::UsbDevice& device, const char* place, const char* model,
-                              const char* name) {
+devices::UsbDetails Describe(const devices::UsbDevice& device, const char* place, const char* model,
+                             const char* name) {
   devices::UsbDetails details;
   details.place = place;
   details.name = name;
@@ -45,14 +45,16 @@ devices::UsbDetails Described(const devices::UsbDevice& device, const char* plac
   return details;
 }
 
-// Throws for what the cameras could not deliver, while the host that asked for it can still see why.
+// Validates the settings early, so that the host receives the error instead of a failing camera.
 void Check(const SimulatedPcSettings& settings) {
   for (const graph::VideoFormat& format : settings.formats) {
     if ((format.fourCc != graph::kYuyv && format.fourCc != graph::kMjpg) || format.interval <= 0 ||
         format.width < kMinWidth || format.height < kMinHeight || format.width % 2 != 0 ||
         format.height % 2 != 0) {
       throw std::invalid_argument(
-          "a simulated camera delivers YUYV or MJPG at a rate, with even sides of at least 64 by 48 pixels");
+          "simulated cameras require YUYV or MJPG, a positive frame interval, and even sides of at least 64 "
+          "by "
+          "48 pixels");
     }
   }
   if (!settings.clip.empty()) {
@@ -70,7 +72,7 @@ std::vector<graph::VideoFormat> LaptopCameraFormats() {
 }
 
 struct SimulatedPc::State {
-  std::shared_ptr<SimulatedDevice> builtIn;  // null: the PC has none
+  std::shared_ptr<SimulatedDevice> builtIn;  // null: no such camera
   std::shared_ptr<SimulatedDevice> plugIn;
 };
 
@@ -108,23 +110,23 @@ std::vector<devices::UsbDevice> SimulatedPc::UsbDevices() {
 }
 
 std::vector<devices::UsbDetails> SimulatedPc::DescribeUsbDevices() {
-  // A Bluetooth radio, soldered in.
-  std::vector<devices::UsbDetails> devices{Described({R"(USB\VID_8087&PID_0026\SIMULATED-1.10)", false,
-                                                      R"(USB\VID_8087&PID_0026&MI_00\SIMULATED-1.10&0000)"},
-                                                     "1-10", "8087:0026", "Bluetooth Radio")};
+  // An internal Bluetooth radio.
+  std::vector<devices::UsbDetails> devices{Describe({R"(USB\VID_8087&PID_0026\SIMULATED-1.10)", false,
+                                                     R"(USB\VID_8087&PID_0026&MI_00\SIMULATED-1.10&0000)"},
+                                                    "1-10", "8087:0026", "Bluetooth Radio")};
   if (m_state->plugIn) {
-    devices.push_back(Described(
+    devices.push_back(Describe(
         {R"(USB\VID_046D&PID_0825\SIMULATED-2.1)", true, R"(USB\VID_046D&PID_0825&MI_00\SIMULATED-2.1&0000)"},
         "2-1", "046d:0825", "USB Camera"));
   }
   if (m_state->builtIn && m_state->builtIn->IsPresent()) {
-    devices.push_back(Described({R"(USB\VID_04F2&PID_B6BE\SIMULATED-1.5)", false,
-                                 R"(USB\VID_04F2&PID_B6BE&MI_00\SIMULATED-1.5&0000)"},
-                                "1-5", "04f2:b6be", "Integrated Camera"));
+    devices.push_back(Describe({R"(USB\VID_04F2&PID_B6BE\SIMULATED-1.5)", false,
+                                R"(USB\VID_04F2&PID_B6BE&MI_00\SIMULATED-1.5&0000)"},
+                               "1-5", "04f2:b6be", "Integrated Camera"));
   }
-  // A fingerprint reader that no driver has taken apart.
-  devices.push_back(Described({R"(USB\VID_27C6&PID_55A2\SIMULATED-1.7)", false, ""}, "1-7", "27c6:55a2",
-                              "Fingerprint Reader"));
+  // A fingerprint reader without a bound driver, hence without children.
+  devices.push_back(Describe({R"(USB\VID_27C6&PID_55A2\SIMULATED-1.7)", false, ""}, "1-7", "27c6:55a2",
+                             "Fingerprint Reader"));
   return devices;
 }
 

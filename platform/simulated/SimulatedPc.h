@@ -1,5 +1,5 @@
-// A PC that is not there: a laptop with a camera in its lid and another one plugged in, for demonstrations
-// and tests. A host puts it in the place of the machine's own devices with SetDeviceProvider.
+// A simulated laptop with a built-in and a plug-in camera, for demonstrations and tests. A host installs it
+// with devices::SetDeviceProvider.
 #pragma once
 
 #include <memory>
@@ -11,17 +11,17 @@
 namespace simulated {
 
 enum class Pace {
-  kRealTime,  // at the format's rate; a frame that nobody took in time comes late, none is left out
-  kUnpaced,   // as fast as frames are taken
+  kRealTime,  // at the format's rate; frames may be late but are never dropped
+  kUnpaced,   // as fast as frames are requested
 };
 
-// What the built-in camera of a real laptop offers.
+// The formats of a typical built-in camera.
 NUVEQ_PLATFORM_EXPORT std::vector<graph::VideoFormat> LaptopCameraFormats();
 
 struct SimulatedPcSettings {
-  // A clip that the built-in camera plays over and over from its beginning, scaled to its picture: any file
-  // that libavformat reads. A frame of the camera is a picture of the clip, whatever the clip's rate. Empty:
-  // the numbered picture (NumberedPicture.h), its numbers counting from 0 at every start.
+  // A clip that the built-in camera plays in a loop, scaled to its picture size: any file that libavformat
+  // reads. Each frame is one picture of the clip, regardless of the clip's rate. If empty, the camera shows
+  // the numbered picture (NumberedPicture.h), counting from 0 at every start.
   std::string clip;
   Pace pace = Pace::kRealTime;
   bool hasBuiltInCamera = true;
@@ -31,20 +31,20 @@ struct SimulatedPcSettings {
 
 class NUVEQ_PLATFORM_EXPORT SimulatedPc : public devices::DeviceProvider {
  public:
-  // Throws std::runtime_error, with a text for people, when the clip cannot be played, and
+  // Throws std::runtime_error with a human-readable text if the clip cannot be played, and
   // std::invalid_argument for formats other than YUYV and MJPG with even sides of at least 64 by 48 pixels.
   explicit SimulatedPc(const SimulatedPcSettings& settings = {});
   ~SimulatedPc() override;
 
   std::vector<devices::CaptureDevice> CaptureDevices() override;
   std::vector<devices::UsbDevice> UsbDevices() override;
-  // As on a laptop whose firmware describes its ports.
+  // As if the firmware described all ports.
   std::vector<devices::UsbDetails> DescribeUsbDevices() override;
 
-  // The built-in camera goes, also while it is streaming, and comes back. From any thread.
+  // Unplugs and reconnects the built-in camera, also while it streams. Thread-safe.
   void RemoveBuiltInCamera();
   void ReturnBuiltInCamera();
-  // The built-in camera stops delivering, or goes on, without saying so.
+  // While frozen, the built-in camera delivers no frames and reports no error. Thread-safe.
   void Freeze(bool frozen);
 
  private:

@@ -149,7 +149,9 @@ bool FailingAllocations::IsToFail(const char* library) {
 
 // --- What everybody in the process allocates with ---
 
-#define OF_THE_PROCESS __attribute__((visibility("default")))
+// Never inlined: the return address identifies the caller, and in a unity build gcc would report the inlined
+// free() as a mismatched deallocation.
+#define OF_THE_PROCESS __attribute__((visibility("default"), noinline))
 
 #if defined(SANITIZER_OWNS_MALLOC)
 

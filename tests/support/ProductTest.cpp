@@ -77,22 +77,22 @@ void ProductTest::Record(std::uint32_t width, std::uint32_t height, std::uint32_
   EXPECT_EQ(Close(), 1);
 }
 
-std::vector<Bytes> ProductTest::PacketBytes() const {
-  std::vector<Bytes> bytes;
+std::vector<video::Bytes> ProductTest::PacketBytes() const {
+  std::vector<video::Bytes> bytes;
   for (Packet& packet : host.Packets()) {
     bytes.push_back(std::move(packet.bytes));
   }
   return bytes;
 }
 
-std::uint32_t ProductTest::NumberIn(const Yuv& picture) {
+std::uint32_t ProductTest::NumberIn(const video::Yuv& picture) {
   return simulated::ReadFrameNumber(picture.y.data(), picture.width, picture.width, picture.height)
       .value_or(simulated::kFrameNumberMask + 1);
 }
 
 void ProductTest::ExpectNumbersFrom(std::uint32_t first) {
-  const std::vector<Bytes> packets = PacketBytes();
-  const Decoded decoded = Decode(packets);
+  const std::vector<video::Bytes> packets = PacketBytes();
+  const video::Decoded decoded = video::Decode(packets);
   EXPECT_EQ(decoded.errors, 0);
   ASSERT_EQ(decoded.pictures.size(), packets.size());
   for (std::uint32_t i = 0; i < decoded.pictures.size(); ++i) {

@@ -31,11 +31,11 @@ class ProductTest : public ::testing::Test {
   // Queries, opens, waits for that many packets, and closes.
   void Record(std::uint32_t width, std::uint32_t height, std::uint32_t fps, std::uint64_t packets);
   // The bytes of what has arrived since the host's last reset.
-  std::vector<Bytes> PacketBytes() const;
+  std::vector<video::Bytes> PacketBytes() const;
   // What has arrived decodes to the frames from first on, each once and in order.
   void ExpectNumbersFrom(std::uint32_t first);
   // The frame number in a decoded picture; no number: an impossible one.
-  static std::uint32_t NumberIn(const Yuv& picture);
+  static std::uint32_t NumberIn(const video::Yuv& picture);
 
   // An open failed after it had asked the camera for its format.
   void ExpectOneMoreBlock() { ++m_opens; }

@@ -1,4 +1,4 @@
-// A recorded camera's picture through the whole product, compared with the recording.
+// A clip of a real camera, encoded by the whole product and compared with the clip.
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -9,26 +9,30 @@
 
 namespace {
 
-constexpr std::uint32_t kWidth = 1280;
-constexpr std::uint32_t kHeight = 720;
-constexpr std::uint64_t kFrames = 60;
+using video::Bytes;
+using video::Decoded;
+using video::Yuv;
 
-// The clip's first pictures as another decoder sees them, in the colours of a video stream.
+constexpr std::uint32_t kClipWidth = 1280;
+constexpr std::uint32_t kClipHeight = 720;
+constexpr std::uint64_t kClipFrames = 60;
+
+// The clip's first pictures, decoded by ffmpeg to BT.601 limited range.
 std::vector<Yuv> ReadClip() {
   std::string folder = (std::filesystem::temp_directory_path() / "nuveq-clip-XXXXXX").string();
   if (mkdtemp(folder.data()) == nullptr) {
     return {};
   }
   std::ostringstream command;
-  command << NUVEQ_FFMPEG << " -v error -i " << NUVEQ_CLIP << " -frames:v " << kFrames
+  command << NUVEQ_FFMPEG << " -v error -i " << NUVEQ_CLIP << " -frames:v " << kClipFrames
           << " -vf scale=out_color_matrix=bt601:out_range=tv -pix_fmt yuv420p -f rawvideo " << folder
           << "/clip.yuv </dev/null";
   std::vector<Yuv> pictures;
-  // NOLINTNEXTLINE(concurrency-mt-unsafe,cert-env33-c): nothing else runs yet
+  // NOLINTNEXTLINE(concurrency-mt-unsafe,cert-env33-c): there are no other threads
   if (std::system(command.str().c_str()) == 0) {
     std::ifstream file(folder + "/clip.yuv", std::ios::binary);
-    constexpr std::size_t kLuma = std::size_t{kWidth} * kHeight;
-    Yuv picture{kWidth, kHeight, Bytes(kLuma), Bytes(kLuma / 4), Bytes(kLuma / 4)};
+    constexpr std::size_t kLuma = std::size_t{kClipWidth} * kClipHeight;
+    Yuv picture{kClipWidth, kClipHeight, Bytes(kLuma), Bytes(kLuma / 4), Bytes(kLuma / 4)};
     const auto read = [&](Bytes& plane) {
       file.read(reinterpret_cast<char*>(plane.data()), static_cast<std::streamsize>(plane.size()));
     };
@@ -41,27 +45,27 @@ std::vector<Yuv> ReadClip() {
   return pictures;
 }
 
-class RecordedCamera : public SimulatedCameraTest, public ::testing::WithParamInterface<std::uint32_t> {};
+class ClipSessionTest : public SimulatedProductTest, public ::testing::WithParamInterface<std::uint32_t> {};
 
-TEST_P(RecordedCamera, ComesThroughCloseToTheRecording) {
+TEST_P(ClipSessionTest, DecodedVideoIsCloseToTheClip) {
   ASSERT_TRUE(std::filesystem::exists(NUVEQ_CLIP)) << "run scripts/fetch-clips.sh first";
   const std::vector<Yuv> recorded = ReadClip();
-  ASSERT_EQ(recorded.size(), kFrames);
+  ASSERT_EQ(recorded.size(), kClipFrames);
   simulated::SimulatedPcSettings playing =
-      Laptop(simulated::Pace::kUnpaced, FormatsOf(GetParam(), kWidth, kHeight, 30));
+      Laptop(simulated::Pace::kUnpaced, FormatsOf(GetParam(), kClipWidth, kClipHeight, 30));
   playing.clip = NUVEQ_CLIP;
   UsePc(playing);
-  ASSERT_NO_FATAL_FAILURE(Record(kWidth, kHeight, 30, kFrames));
-  const Decoded decoded = Decode(PacketBytes());
+  ASSERT_NO_FATAL_FAILURE(Record(kClipWidth, kClipHeight, 30, kClipFrames));
+  const Decoded decoded = video::Decode(PacketBytes());
   EXPECT_EQ(decoded.errors, 0);
-  ASSERT_GE(decoded.pictures.size(), kFrames);
+  ASSERT_GE(decoded.pictures.size(), kClipFrames);
   double luma = 0;
   double chroma = 0;
-  for (std::size_t i = 0; i < kFrames; ++i) {
-    luma += Psnr(decoded.pictures[i].y, recorded[i].y) / kFrames;
-    chroma +=
-        std::min(Psnr(decoded.pictures[i].u, recorded[i].u), Psnr(decoded.pictures[i].v, recorded[i].v)) /
-        kFrames;
+  for (std::size_t i = 0; i < kClipFrames; ++i) {
+    luma += video::Psnr(decoded.pictures[i].y, recorded[i].y) / kClipFrames;
+    chroma += std::min(video::Psnr(decoded.pictures[i].u, recorded[i].u),
+                       video::Psnr(decoded.pictures[i].v, recorded[i].v)) /
+              kClipFrames;
   }
   RecordProperty("psnr_luma", std::to_string(luma));
   std::cout << "PSNR: luma " << luma << " dB, chroma " << chroma << " dB\n";
@@ -69,7 +73,7 @@ TEST_P(RecordedCamera, ComesThroughCloseToTheRecording) {
   EXPECT_GT(chroma, 34);
 }
 
-INSTANTIATE_TEST_SUITE_P(BothLayouts, RecordedCamera, ::testing::Values(graph::kYuyv, graph::kMjpg),
+INSTANTIATE_TEST_SUITE_P(BothLayouts, ClipSessionTest, ::testing::Values(graph::kYuyv, graph::kMjpg),
                          [](const auto& tried) {
                            return std::string(tried.param == graph::kYuyv ? "Yuy2" : "Mjpg");
                          });

@@ -1,4 +1,4 @@
-// From the grabber's callback to decoded pictures: the library with the real encoder, over a scripted camera.
+// The library with the real encoder over a scripted camera: decoded pictures equal the captured frames.
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -8,12 +8,21 @@
 
 namespace {
 
+using video::Bytes;
+using video::Decoded;
+using video::Painter;
+using video::PaintFrame;
+using video::PaintYuv;
+using video::Psnr;
+using video::Rgb;
+using video::Yuv;
+
 constexpr std::uint32_t kWidth = 320;
 constexpr std::uint32_t kHeight = 240;
 
-// A test card with its number along the middle, in blocks that survive compression.
+// A test card that shows a number as a row of blocks.
 Painter NumberedCard(std::uint32_t number) {
-  const Painter card = TestCard(kWidth, kHeight);
+  const Painter card = video::TestCard(kWidth, kHeight);
   return [=](std::uint32_t x, std::uint32_t y) -> Rgb {
     constexpr std::uint32_t kBlock = 20;
     constexpr std::uint32_t kBits = 8;
@@ -36,17 +45,17 @@ std::uint32_t ReadNumber(const Yuv& picture) {
   return number;
 }
 
-struct Format {
+struct CameraFormat {
   const char* name;
   GUID subType;
   ColorSpace layout;  // of the frames that the grabber delivers
 };
 
-void PrintTo(const Format& format, std::ostream* out) { *out << format.name; }
+void PrintTo(const CameraFormat& format, std::ostream* out) { *out << format.name; }
 
-class Pipeline : public CameraHandlerTest, public ::testing::WithParamInterface<Format> {
+class EncodedStreamTest : public CameraHandlerTest, public ::testing::WithParamInterface<CameraFormat> {
  protected:
-  // Opens a camera of the format, delivers numbered cards and answers their packets.
+  // Opens a camera with the format and delivers numbered cards. Returns their packets.
   std::vector<Bytes> Record(std::uint32_t frames) {
     platform.SetPc(scripted::LaptopPc({scripted::OfSubType(GetParam().subType, kWidth, kHeight, 30)}));
     QueryAndRelease();
@@ -68,14 +77,14 @@ class Pipeline : public CameraHandlerTest, public ::testing::WithParamInterface<
   }
 };
 
-TEST_P(Pipeline, EveryFrameArrivesInOrderUprightAndInItsColours) {
+TEST_P(EncodedStreamTest, FramesArriveInOrderUprightAndWithTheirColours) {
   constexpr std::uint32_t kFrames = 200;
   const std::vector<Bytes> packets = Record(kFrames);
   ASSERT_EQ(packets.size(), kFrames);
   for (std::uint32_t i = 0; i < kFrames; ++i) {
-    EXPECT_EQ(IsKeyFrame(packets[i]), i % 150 == 0) << i;
+    EXPECT_EQ(video::IsKeyFrame(packets[i]), i % 150 == 0) << i;
   }
-  const Decoded decoded = Decode(packets);
+  const Decoded decoded = video::Decode(packets);
   EXPECT_EQ(decoded.errors, 0);
   ASSERT_EQ(decoded.pictures.size(), kFrames);
   for (std::uint32_t i = 0; i < kFrames; ++i) {
@@ -87,19 +96,19 @@ TEST_P(Pipeline, EveryFrameArrivesInOrderUprightAndInItsColours) {
   EXPECT_GT(Psnr(decoded.pictures.back().v, wanted.v), 30);
 }
 
-TEST_P(Pipeline, OpensAgainWithAFreshStream) {
+TEST_P(EncodedStreamTest, ReopeningStartsANewStream) {
   for (int round = 0; round < 3; ++round) {
     host.Reset();
     const std::vector<Bytes> packets = Record(5);
     ASSERT_EQ(packets.size(), 5U);
-    EXPECT_TRUE(IsKeyFrame(packets[0]));
-    const Decoded decoded = Decode(packets);
+    EXPECT_TRUE(video::IsKeyFrame(packets[0]));
+    const Decoded decoded = video::Decode(packets);
     EXPECT_EQ(decoded.errors, 0);
     EXPECT_EQ(decoded.pictures.size(), 5U);
   }
 }
 
-TEST_P(Pipeline, SizeBeyondTheEncoderIsRefused) {
+TEST_P(EncodedStreamTest, SizesBelowTheEncodersMinimumAreRejected) {
   platform.SetPc(scripted::LaptopPc({scripted::OfSubType(GetParam().subType, 8, 8, 30)}));
   QueryAndRelease();
   EXPECT_EQ(Open("0", 8, 8, 30), -1004);
@@ -108,7 +117,7 @@ TEST_P(Pipeline, SizeBeyondTheEncoderIsRefused) {
                                                         "(CameraOperator::InitVideoEncoder)")));
 }
 
-// What a decoder that has nothing to do with the encoder makes of a stream; a warning counts as an error.
+// Decodes with a decoder that is independent of the encoder. Warnings count as errors.
 Decoded DecodeWithFfmpeg(const std::vector<Bytes>& packets) {
   std::string folder = (std::filesystem::temp_directory_path() / "nuveq-pipeline-XXXXXX").string();
   if (mkdtemp(folder.data()) == nullptr) {
@@ -140,7 +149,7 @@ Decoded DecodeWithFfmpeg(const std::vector<Bytes>& packets) {
   return decoded;
 }
 
-TEST_P(Pipeline, StreamDecodesInFfmpegFromEveryKeyFrameOn) {
+TEST_P(EncodedStreamTest, FfmpegDecodesTheStreamFromEveryKeyFrame) {
   constexpr std::uint32_t kFrames = 200;
   const std::vector<Bytes> packets = Record(kFrames);
   for (const std::uint32_t start : {0U, 150U}) {
@@ -157,8 +166,8 @@ TEST_P(Pipeline, StreamDecodesInFfmpegFromEveryKeyFrameOn) {
   }
 }
 
-// The encoder's library goes after the camera's: it is still at work while this one is torn down.
-TEST_P(Pipeline, ProcessMayExitWithFramesFlowing) {
+// The camera library is torn down before the encoder library, while the encoder is still in use.
+TEST_P(EncodedStreamTest, ProcessCanExitWhileStreaming) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const auto exitWithFramesFlowing = [&] {
     platform.SetPc(scripted::LaptopPc({scripted::OfSubType(GetParam().subType, kWidth, kHeight, 30)}));
@@ -169,14 +178,14 @@ TEST_P(Pipeline, ProcessMayExitWithFramesFlowing) {
     EXPECT_EQ(Open("0", kWidth, kHeight, 30), 0);
     EXPECT_TRUE(host.WaitForPackets(20));
     platform.DisposeOf("current media type");
-    std::exit(EXIT_SUCCESS);  // NOLINT(concurrency-mt-unsafe): how an exit meets the threads is the matter
+    std::exit(EXIT_SUCCESS);  // NOLINT(concurrency-mt-unsafe): the exit with running threads is tested
   };
   EXPECT_EXIT(exitWithFramesFlowing(), ::testing::ExitedWithCode(EXIT_SUCCESS), "");
 }
 
-INSTANTIATE_TEST_SUITE_P(Each, Pipeline,
-                         ::testing::Values(Format{"Yuy2", MEDIASUBTYPE_YUY2, ColorSpace::kYuy2},
-                                           Format{"Mjpg", MEDIASUBTYPE_MJPG, ColorSpace::kArgb32}),
+INSTANTIATE_TEST_SUITE_P(Each, EncodedStreamTest,
+                         ::testing::Values(CameraFormat{"Yuy2", MEDIASUBTYPE_YUY2, ColorSpace::kYuy2},
+                                           CameraFormat{"Mjpg", MEDIASUBTYPE_MJPG, ColorSpace::kArgb32}),
                          [](const auto& tested) { return std::string(tested.param.name); });
 
 }  // namespace

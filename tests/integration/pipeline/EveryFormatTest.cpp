@@ -1,50 +1,50 @@
-// Every size and rate in both layouts that laptop cameras have, from the camera to the decoded picture.
+// Every size and rate of laptop cameras in both pixel formats, from the camera to the decoded picture.
 #include "SimulatedProductTest.h"
 
 namespace {
 
-struct Tried {
+struct FormatCase {
   std::uint32_t fourCc;
   std::uint32_t width;
   std::uint32_t height;
   std::uint32_t fps;
 };
 
-void PrintTo(const Tried& tried, std::ostream* out) {
-  *out << (tried.fourCc == graph::kYuyv ? "YUY2 " : "MJPG ") << tried.width << "x" << tried.height << " at "
-       << tried.fps;
+void PrintTo(const FormatCase& tested, std::ostream* out) {
+  *out << (tested.fourCc == graph::kYuyv ? "YUY2 " : "MJPG ") << tested.width << "x" << tested.height
+       << " at " << tested.fps;
 }
 
-class EveryFormat : public SimulatedCameraTest, public ::testing::WithParamInterface<Tried> {};
+class EveryFormatTest : public SimulatedProductTest, public ::testing::WithParamInterface<FormatCase> {};
 
-TEST_P(EveryFormat, ArrivesWholeInOrderUprightAndInItsColours) {
-  const Tried& tried = GetParam();
-  // As many pictures as show order and repetition, fewer where each takes its time.
-  const std::uint64_t frames = tried.width > 1280 ? 20 : 40;
-  UseFormats(FormatsOf(tried.fourCc, tried.width, tried.height, tried.fps));
-  ASSERT_NO_FATAL_FAILURE(Record(tried.width, tried.height, tried.fps, frames));
+TEST_P(EveryFormatTest, FramesArriveCompleteInOrderUprightAndWithTheirColours) {
+  const FormatCase& tested = GetParam();
+  // Enough pictures to detect reordering and repetition; fewer for large pictures to limit the run time.
+  const std::uint64_t frames = tested.width > 1280 ? 20 : 40;
+  UseFormats(FormatsOf(tested.fourCc, tested.width, tested.height, tested.fps));
+  ASSERT_NO_FATAL_FAILURE(Record(tested.width, tested.height, tested.fps, frames));
   ASSERT_EQ(resolutions.size(), 1U);
-  EXPECT_EQ(rates, std::vector<std::uint32_t>{tried.fps * 1000});
+  EXPECT_EQ(rates, std::vector<std::uint32_t>{tested.fps * 1000});
 
-  const std::vector<Bytes> packets = PacketBytes();
-  EXPECT_TRUE(IsKeyFrame(packets.front()));
-  const Decoded decoded = Decode(packets);
+  const std::vector<video::Bytes> packets = PacketBytes();
+  EXPECT_TRUE(video::IsKeyFrame(packets.front()));
+  const video::Decoded decoded = video::Decode(packets);
   EXPECT_EQ(decoded.errors, 0);
   ASSERT_EQ(decoded.pictures.size(), packets.size());
   for (std::uint32_t i = 0; i < decoded.pictures.size(); ++i) {
-    const Yuv& picture = decoded.pictures[i];
-    EXPECT_EQ(picture.width, tried.width);
-    EXPECT_EQ(picture.height, tried.height);
+    const video::Yuv& picture = decoded.pictures[i];
+    EXPECT_EQ(picture.width, tested.width);
+    EXPECT_EQ(picture.height, tested.height);
     EXPECT_EQ(NumberIn(picture), i);
-    // Upside down or with colours swapped it is above a hundred.
+    // Upside down or with swapped colours the error exceeds 100.
     EXPECT_LT(simulated::CornerColourError(picture.y.data(), picture.u.data(), picture.v.data(),
                                            picture.width, picture.height),
               12);
   }
 }
 
-std::vector<Tried> AllFormats() {
-  std::vector<Tried> all;
+std::vector<FormatCase> AllFormats() {
+  std::vector<FormatCase> all;
   for (const std::uint32_t fourCc : {graph::kYuyv, graph::kMjpg}) {
     for (const std::uint32_t fps : {30U, 15U, 10U}) {
       all.push_back({fourCc, 320, 240, fps});
@@ -56,15 +56,15 @@ std::vector<Tried> AllFormats() {
   return all;
 }
 
-INSTANTIATE_TEST_SUITE_P(All, EveryFormat, ::testing::ValuesIn(AllFormats()), [](const auto& tried) {
-  const Tried& one = tried.param;
-  return std::string(one.fourCc == graph::kYuyv ? "Yuy2_" : "Mjpg_") + std::to_string(one.width) + "x" +
-         std::to_string(one.height) + "_at_" + std::to_string(one.fps);
+INSTANTIATE_TEST_SUITE_P(All, EveryFormatTest, ::testing::ValuesIn(AllFormats()), [](const auto& tested) {
+  const FormatCase& format = tested.param;
+  return std::string(format.fourCc == graph::kYuyv ? "Yuy2_" : "Mjpg_") + std::to_string(format.width) + "x" +
+         std::to_string(format.height) + "_at_" + std::to_string(format.fps);
 });
 
-using LaptopCamera = SimulatedCameraTest;
+using LaptopCameraTest = SimulatedProductTest;
 
-TEST_F(LaptopCamera, OffersItsSizesAndRates) {
+TEST_F(LaptopCameraTest, ReportsItsSizesAndRates) {
   ASSERT_EQ(Query(), 0);
   std::vector<std::pair<int, int>> sizes;
   for (const NUVEQResolution& size : resolutions) {
@@ -74,8 +74,8 @@ TEST_F(LaptopCamera, OffersItsSizesAndRates) {
   EXPECT_EQ(rates, (std::vector<std::uint32_t>{10000, 15000, 30000}));
 }
 
-// Of the sizes that the laptop's camera has in both layouts the faster one is taken: 1280x720 comes as MJPG.
-TEST_F(LaptopCamera, OpensEverySizeOfItsList) {
+// If a size is offered in both pixel formats, the faster one is used: MJPG for 1280x720.
+TEST_F(LaptopCameraTest, EveryReportedSizeCanBeOpened) {
   ASSERT_EQ(Query(), 0);
   for (const NUVEQResolution& size : resolutions) {
     host.Reset();
@@ -86,7 +86,7 @@ TEST_F(LaptopCamera, OpensEverySizeOfItsList) {
   }
 }
 
-TEST_F(LaptopCamera, InRealTimeLosesNothingEither) {
+TEST_F(LaptopCameraTest, RealTimeStreamLosesNoFrames) {
   UsePc(Laptop(simulated::Pace::kRealTime));
   ASSERT_NO_FATAL_FAILURE(Record(320, 240, 30, 60));
   ExpectNumbersFrom(0);

@@ -1,4 +1,4 @@
-// Sessions as platforms run them, orderly and otherwise.
+// Sessions with the simulated camera, with regular and irregular call sequences.
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
@@ -10,16 +10,15 @@
 
 namespace {
 
-using Session = SimulatedCameraTest;
+using SimulatedSessionTest = SimulatedProductTest;
 
-// Those of the product, as the system's tools show them. Others have theirs: a sanitizer, for one, starts a
-// thread of its own beside the first that it sees.
+// The names of the product's threads. Other threads exist: sanitizers start a background thread.
 std::multiset<std::string> ThreadNames() {
   std::multiset<std::string> names;
   for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
     std::ifstream file(task.path() / "comm");
     std::string name;
-    // A thread may end meanwhile.
+    // The thread may have ended meanwhile.
     if (std::getline(file, name) && name.starts_with("nuveq-")) {
       names.insert(name);
     }
@@ -27,7 +26,7 @@ std::multiset<std::string> ThreadNames() {
   return names;
 }
 
-TEST_F(Session, EndsAfterAnyNumberOfPackets) {
+TEST_F(SimulatedSessionTest, CanCloseAfterAnyNumberOfPackets) {
   ASSERT_EQ(Query(), 0);
   for (const std::uint64_t count : {1U, 2U, 3U, 5U, 8U, 13U, 21U, 34U, 55U, 89U}) {
     host.Reset();
@@ -39,17 +38,18 @@ TEST_F(Session, EndsAfterAnyNumberOfPackets) {
   }
 }
 
-TEST_F(Session, ThreadsOfAnOpenCameraAreKnownByTheirNames) {
+TEST_F(SimulatedSessionTest, ThreadsHaveNames) {
   ASSERT_EQ(Query(), 0);
   EXPECT_EQ(ThreadNames(), std::multiset<std::string>());
   ASSERT_EQ(Open(320, 240, 30), 0);
   EXPECT_TRUE(host.WaitForPackets(1));
   EXPECT_EQ(ThreadNames(), (std::multiset<std::string>{"nuveq-capture", "nuveq-encoder"}));
   EXPECT_EQ(Close(), 1);
-  EXPECT_TRUE(WaitFor([&] { return ThreadNames().empty(); })) << "the system clears them away in its time";
+  EXPECT_TRUE(WaitFor([&] { return ThreadNames().empty(); }))
+      << "the kernel may list a joined thread for a moment";
 }
 
-TEST_F(Session, NothingArrivesAfterClose) {
+TEST_F(SimulatedSessionTest, NothingArrivesAfterClose) {
   ASSERT_NO_FATAL_FAILURE(Record(320, 240, 30, 3));
   const std::uint64_t packets = host.PacketCount();
   ASSERT_EQ(Query(), 0);
@@ -57,13 +57,13 @@ TEST_F(Session, NothingArrivesAfterClose) {
   EXPECT_LE(packets, graph::LatestStreamStats().delivered);
 }
 
-TEST_F(Session, CloseWithoutOpenAnswersZero) {
+TEST_F(SimulatedSessionTest, CloseWithoutOpenReturnsZero) {
   EXPECT_EQ(Close(), 0);
   ASSERT_NO_FATAL_FAILURE(Record(320, 240, 30, 1));
   EXPECT_EQ(Close(), 0);
 }
 
-TEST_F(Session, OpenedTwiceAndClosedTwice) {
+TEST_F(SimulatedSessionTest, SecondOpenAndSecondCloseFail) {
   ASSERT_EQ(Query(), 0);
   EXPECT_EQ(Open(320, 240, 30), 0);
   EXPECT_EQ(Open(320, 240, 30), -4);
@@ -74,7 +74,7 @@ TEST_F(Session, OpenedTwiceAndClosedTwice) {
   ExpectNumbersFrom(0);
 }
 
-TEST_F(Session, OpensAndClosesTwoHundredTimes) {
+TEST_F(SimulatedSessionTest, TwoHundredSessionsLeakNothing) {
   ASSERT_NO_FATAL_FAILURE(Record(320, 240, 30, 2));
   const long threads = Threads();
   const long descriptors = Descriptors();
@@ -91,13 +91,12 @@ TEST_F(Session, OpensAndClosesTwoHundredTimes) {
   EXPECT_EQ(Descriptors(), descriptors);
 }
 
-TEST_F(Session, ClosesWhileTheCameraWaitsForABuffer) {
+TEST_F(SimulatedSessionTest, CanCloseWhileTheCameraWaitsForABuffer) {
   Gate gate;
   host.InData([&](const Packet&) { EXPECT_TRUE(gate.Wait()); });
   ASSERT_EQ(Query(), 0);
   ASSERT_EQ(Open(320, 240, 30), 0);
-  // One frame has become the packet that the host holds on to, five fill the pool, the seventh waits with the
-  // camera's thread.
+  // One frame is in the blocked data callback, five fill the pool, the capture thread waits with the seventh.
   constexpr std::uint64_t kWaiting = 7;
   EXPECT_TRUE(WaitFor([] { return graph::LatestStreamStats().delivered == kWaiting; }));
   std::thread closing([&] { EXPECT_EQ(Close(), 1); });
@@ -106,7 +105,7 @@ TEST_F(Session, ClosesWhileTheCameraWaitsForABuffer) {
   ExpectNumbersFrom(0);
 }
 
-TEST_F(Session, RefusedSecondOpenChangesTheIdOfLaterPackets) {
+TEST_F(SimulatedSessionTest, RejectedSecondOpenChangesTheIdOfLaterPackets) {
   ASSERT_EQ(Query(), 0);
   ASSERT_EQ(Open(320, 240, 30, "0"), 0);
   ASSERT_TRUE(host.WaitForPackets(3));
@@ -120,7 +119,7 @@ TEST_F(Session, RefusedSecondOpenChangesTheIdOfLaterPackets) {
   ExpectNumbersFrom(0);
 }
 
-TEST_F(Session, PlugInCameraIsNeverOffered) {
+TEST_F(SimulatedSessionTest, PlugInCameraIsNeverOffered) {
   ASSERT_EQ(Query(), 0);
   EXPECT_EQ(std::count(rates.begin(), rates.end(), 60000U), 0);
   simulated::SimulatedPcSettings plugInOnly = Laptop();
@@ -131,7 +130,7 @@ TEST_F(Session, PlugInCameraIsNeverOffered) {
   EXPECT_EQ(Close(), 0);
 }
 
-TEST_F(Session, PcWithoutAnyCameraHasNone) {
+TEST_F(SimulatedSessionTest, QueryFailsWithoutAnyCamera) {
   simulated::SimulatedPcSettings bare = Laptop();
   bare.hasBuiltInCamera = false;
   bare.hasPlugInCamera = false;
@@ -139,7 +138,7 @@ TEST_F(Session, PcWithoutAnyCameraHasNone) {
   EXPECT_EQ(Query(), -1000);
 }
 
-TEST_F(Session, CameraThatGoesWhileItIsOpenCanBeClosedAndOpenedAgainOnceItIsBack) {
+TEST_F(SimulatedSessionTest, UnpluggedCameraCanBeClosedAndReopenedAfterItsReturn) {
   ASSERT_EQ(Query(), 0);
   ASSERT_EQ(Open(320, 240, 30), 0);
   ASSERT_TRUE(host.WaitForPackets(3));
@@ -157,7 +156,7 @@ TEST_F(Session, CameraThatGoesWhileItIsOpenCanBeClosedAndOpenedAgainOnceItIsBack
   ExpectNumbersFrom(0);
 }
 
-TEST_F(Session, CameraThatStopsDeliveringCanBeClosed) {
+TEST_F(SimulatedSessionTest, CameraThatStopsDeliveringCanBeClosed) {
   ASSERT_EQ(Query(), 0);
   ASSERT_EQ(Open(320, 240, 30), 0);
   ASSERT_TRUE(host.WaitForPackets(1));
@@ -166,8 +165,8 @@ TEST_F(Session, CameraThatStopsDeliveringCanBeClosed) {
   Pc().Freeze(false);
 }
 
-// The one test that waits for the platform's five seconds.
-TEST_F(Session, CameraThatShowsNothingAtFirstDoesNotHoldTheOpenRequest) {
+// Takes five seconds, the platform's timeout for the first frame.
+TEST_F(SimulatedSessionTest, OpenSucceedsIfTheFirstFrameIsLate) {
   Pc().Freeze(true);
   ASSERT_EQ(Query(), 0);
   ASSERT_EQ(Open(320, 240, 30), 0);
@@ -178,7 +177,7 @@ TEST_F(Session, CameraThatShowsNothingAtFirstDoesNotHoldTheOpenRequest) {
   ExpectNumbersFrom(0);
 }
 
-TEST_F(Session, UnloadingWhileTheCameraIsOpenStopsIt) {
+TEST_F(SimulatedSessionTest, UnloadingStopsAnOpenCamera) {
   ASSERT_EQ(Query(), 0);
   ASSERT_EQ(Open(320, 240, 30), 0);
   ASSERT_TRUE(host.WaitForPackets(3));

@@ -1,5 +1,5 @@
-// Open requests with numbers that no host should send, all the way to the real encoder: each is refused or
-// works, and a good one works after it.
+// Open requests with extreme parameters and the real encoder: each is rejected or works, and a valid request
+// works afterwards.
 #include <algorithm>
 #include <limits>
 #include <utility>
@@ -9,20 +9,25 @@
 
 namespace {
 
+using video::Bytes;
+using video::Decoded;
+using video::Psnr;
+
 constexpr std::uint32_t kMax = std::numeric_limits<std::uint32_t>::max();
 
-class UnusualRequest : public CameraHandlerTest {
+class UnusualRequestsTest : public CameraHandlerTest {
  protected:
-  // Opens, delivers so many test cards of that size, answers what becomes of them, closes.
+  // Opens the camera, delivers test cards and closes. Returns the decoded stream.
   Decoded Record(std::uint32_t width, std::uint32_t height, std::uint32_t fps, std::uint32_t frames,
                  ColorSpace layout = ColorSpace::kYuy2) {
     host.Reset();
     m_keyFrames = 0;
     if (const int result = Open("0", width, height, fps); result != 0) {
-      ADD_FAILURE() << "open answers " << result;
+      ADD_FAILURE() << "open returned " << result;
       return {};
     }
-    const std::vector<std::uint8_t> card = PaintFrame(TestCard(width, height), width, height, layout);
+    const std::vector<std::uint8_t> card =
+        video::PaintFrame(video::TestCard(width, height), width, height, layout);
     for (std::uint32_t number = 0; number < frames; ++number) {
       EXPECT_TRUE(platform.DeliverFrame(card));
     }
@@ -33,11 +38,11 @@ class UnusualRequest : public CameraHandlerTest {
     for (const Packet& packet : host.Packets()) {
       packets.push_back(packet.bytes);
     }
-    EXPECT_EQ(packets.size(), frames) << "no frame is left out, none comes twice";
-    m_keyFrames = std::count_if(packets.begin(), packets.end(), IsKeyFrame);
-    return Decode(packets);
+    EXPECT_EQ(packets.size(), frames) << "one packet for each frame";
+    m_keyFrames = std::count_if(packets.begin(), packets.end(), video::IsKeyFrame);
+    return video::Decode(packets);
   }
-  void ExpectASoundSession() {
+  void ExpectSessionSucceeds() {
     const Decoded decoded = Record(64, 48, 30, 3);
     EXPECT_EQ(decoded.errors, 0);
     EXPECT_EQ(decoded.pictures.size(), 3U);
@@ -52,7 +57,7 @@ struct Size {
   std::uint32_t height;
 };
 
-TEST_F(UnusualRequest, SizesThatTheEncoderDoesNotTakeAreRefusedAndLeaveNothing) {
+TEST_F(UnusualRequestsTest, UnsupportedSizesAreRejectedWithoutLeaks) {
   QueryAndRelease();
   for (const auto& [width, height] :
        {Size{0, 0}, Size{0, 480}, Size{640, 0}, Size{1, 1}, Size{15, 480}, Size{640, 15}, Size{1, 480},
@@ -62,22 +67,22 @@ TEST_F(UnusualRequest, SizesThatTheEncoderDoesNotTakeAreRefusedAndLeaveNothing) 
     SCOPED_TRACE(std::to_string(width) + "x" + std::to_string(height));
     platform.ClearJournal();
     EXPECT_EQ(Open("0", width, height, 30), -1004);
-    EXPECT_THAT(platform.Calls(), ::testing::IsEmpty()) << "no camera is touched";
+    EXPECT_THAT(platform.Calls(), ::testing::IsEmpty()) << "no call reaches the platform";
     EXPECT_THAT(platform.Alive(), ::testing::IsEmpty());
     EXPECT_EQ(Close(), 0);
   }
-  ExpectASoundSession();
+  ExpectSessionSucceeds();
 }
 
-TEST_F(UnusualRequest, RefusedSizeIsFollowedByASoundSessionWithoutAClose) {
+TEST_F(UnusualRequestsTest, SessionSucceedsAfterARejectedSizeWithoutClose) {
   QueryAndRelease();
   for (const auto& [width, height] : {Size{0, 0}, Size{65535, 65535}, Size{kMax, kMax}}) {
     EXPECT_EQ(Open("0", width, height, 30), -1004);
-    ExpectASoundSession();
+    ExpectSessionSucceeds();
   }
 }
 
-TEST_F(UnusualRequest, OddSizesAreEncodedAtTheEvenSizeBelow) {
+TEST_F(UnusualRequestsTest, OddSizesAreEncodedAtTheEvenSizeBelow) {
   for (const auto& [subType, layout] :
        {std::pair{MEDIASUBTYPE_YUY2, ColorSpace::kYuy2}, std::pair{MEDIASUBTYPE_MJPG, ColorSpace::kArgb32}}) {
     for (const auto& [width, height] : {Size{17, 17}, Size{65, 48}, Size{64, 49}, Size{321, 241}}) {
@@ -88,13 +93,15 @@ TEST_F(UnusualRequest, OddSizesAreEncodedAtTheEvenSizeBelow) {
       const Decoded decoded = Record(width, height, 30, 3, layout);
       EXPECT_EQ(decoded.errors, 0);
       ASSERT_EQ(decoded.pictures.size(), 3U);
-      const Yuv& picture = decoded.pictures.back();
+      const video::Yuv& picture = decoded.pictures.back();
       EXPECT_EQ(picture.width, width - width % 2);
       EXPECT_EQ(picture.height, height - height % 2);
-      EXPECT_GT(Psnr(picture.y, PaintYuv(TestCard(width, height), picture.width, picture.height).y), 25);
+      EXPECT_GT(
+          Psnr(picture.y, video::PaintYuv(video::TestCard(width, height), picture.width, picture.height).y),
+          25);
     }
   }
-  ExpectASoundSession();
+  ExpectSessionSucceeds();
 }
 
 struct Rate {
@@ -103,9 +110,9 @@ struct Rate {
   std::ptrdiff_t keyFrames;
 };
 
-// A key frame comes every five seconds of frames; that number is kept in 16 bits, and 0 means none but the
-// first.
-TEST_F(UnusualRequest, EveryRateEncodesEveryFrame) {
+// The key frame interval is five seconds of frames, stored in 16 bits; 0 means that only the first frame is a
+// key frame.
+TEST_F(UnusualRequestsTest, EveryFrameIsEncodedAtEveryRate) {
   QueryAndRelease();
   for (const auto& [fps, frames, keyFrames] :
        {Rate{0, 200, 1}, Rate{1, 12, 3}, Rate{13108, 12, 3}, Rate{65536, 200, 1}, Rate{0x80000000U, 200, 1},
@@ -116,15 +123,15 @@ TEST_F(UnusualRequest, EveryRateEncodesEveryFrame) {
     EXPECT_EQ(decoded.pictures.size(), frames);
     EXPECT_EQ(m_keyFrames, keyFrames);
   }
-  ExpectASoundSession();
+  ExpectSessionSucceeds();
 }
 
-TEST_F(UnusualRequest, AllThatIsUnusualAtOnceIsRefusedForItsId) {
+TEST_F(UnusualRequestsTest, InvalidIdTakesPrecedenceOverInvalidSizeAndRate) {
   QueryAndRelease();
   platform.ClearJournal();
   EXPECT_EQ(Open("camera", kMax, 0, kMax), -2);
   EXPECT_THAT(platform.Calls(), ::testing::IsEmpty());
-  ExpectASoundSession();
+  ExpectSessionSucceeds();
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Linked into the example program, puts the simulated PC in the place of the machine's devices.
+// Linked into the example program, replaces the system's devices with the simulated PC.
 #include <cstdlib>
 #include <string_view>
 

@@ -62,7 +62,7 @@ class Soak : public WindowsCameraTest {
   void Round(int round) {
     const soak::PictureSize size = SizeOf(round);
     const bool isDrained = round % 2 == 0;
-    NumberReader reader(size);
+    video::NumberReader reader(size);
     SetCallbacks(reader, isDrained);
     ASSERT_EQ(Query(), 0);
     ASSERT_EQ(Open(size.width, size.height), 0);
@@ -84,7 +84,7 @@ class Soak : public WindowsCameraTest {
   }
 
  private:
-  void SetCallbacks(NumberReader& reader, bool isDrained) {
+  void SetCallbacks(video::NumberReader& reader, bool isDrained) {
     host.Reset();
     host.KeepPackets(false);
     host.InData([&reader](const Packet& packet) {
@@ -106,7 +106,7 @@ class Soak : public WindowsCameraTest {
 
   // The reader checks that numbers start at 0 without a gap. So only the last frames, which were in the pool
   // at the close, can lack a packet.
-  void CheckFrames(NumberReader& reader, bool isDrained) const {
+  void CheckFrames(video::NumberReader& reader, bool isDrained) const {
     EXPECT_NO_THROW(reader.Finish());
     EXPECT_EQ(reader.Packets(), host.PacketCount());
     EXPECT_LE(reader.Packets(), fixtures::DeliveredFrames());

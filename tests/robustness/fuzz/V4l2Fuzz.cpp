@@ -15,6 +15,25 @@
 namespace fuzz {
 namespace {
 
+using linux_support::CaptureGraph;
+using linux_support::ChangeFormat;
+using linux_support::CurrentFormat;
+using linux_support::FindPin;
+using linux_support::FirstCamera;
+using linux_support::GraphSettings;
+using linux_support::kCallBufferCB;
+using linux_support::kCallSampleCB;
+using linux_support::kEventComplete;
+using linux_support::kEventDeviceLost;
+using linux_support::kEventErrorAbort;
+using linux_support::kInfinite;
+using linux_support::ListCaptureDevices;
+using linux_support::ListMediaTypes;
+using linux_support::ListUsbDevices;
+using linux_support::MediaType;
+using linux_support::SysfsTree;
+using linux_support::Video;
+
 // Larger pictures only slow the fuzzer down.
 constexpr std::uint64_t kMaxPixels = std::uint64_t{256} * 256;
 constexpr std::array<GUID, 4> kGrabberSubtypes = {MEDIASUBTYPE_YUY2, MEDIASUBTYPE_ARGB32, MEDIASUBTYPE_MJPG,
@@ -166,8 +185,8 @@ void Run(const std::uint8_t* data, std::size_t size) {
   if (reader.Byte() % 2 != 0) {
     // The input decides which of the nodes are capture devices.
     devices::SetDeviceProvider(nullptr);
-    Require(CaptureDevicesSeen().size() <= 2, "there are at most two nodes");
-    Require(UsbDevicesSeen().size() == 1, "there is one USB device");
+    Require(ListCaptureDevices().size() <= 2, "there are at most two nodes");
+    Require(ListUsbDevices().size() == 1, "there is one USB device");
   }
   devices::SetDeviceProvider(fixedDevices);
   UseCamera(reader);

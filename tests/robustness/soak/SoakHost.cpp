@@ -91,7 +91,7 @@ void SoakHost::WaitForAllPackets() {
 }
 
 void SoakHost::Begin(const Expectations& expected) {
-  auto reader = std::make_unique<NumberReader>(expected.size);
+  auto reader = std::make_unique<video::NumberReader>(expected.size);
   const std::lock_guard lock(m_mutex);
   m_expected = expected;
   m_reader = std::move(reader);

@@ -62,7 +62,7 @@ class SoakHost {
   std::mutex m_mutex;
   std::condition_variable m_changed;
   Expectations m_expected;
-  std::unique_ptr<NumberReader> m_reader;  // null between sessions
+  std::unique_ptr<video::NumberReader> m_reader;  // null between sessions
   std::uint64_t m_packets = 0;
   std::vector<int> m_statuses;
   std::string m_failure;  // the first failure

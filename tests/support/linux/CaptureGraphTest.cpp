@@ -1,11 +1,6 @@
 #include "support/linux/CaptureGraphTest.h"
 
-namespace {
-
-constexpr LONG kForEver = -1;
-constexpr std::size_t kPictureSize = std::size_t{64} * 48 * 2;
-
-}  // namespace
+namespace linux_support {
 
 GraphSettings MjpgTo(const GUID& grabberSubtype) {
   GraphSettings settings;
@@ -14,18 +9,18 @@ GraphSettings MjpgTo(const GUID& grabberSubtype) {
   return settings;
 }
 
-void GraphTest::Build(const GraphSettings& settings, VideoDeviceSettings camera) {
+void CaptureGraphTest::Build(const GraphSettings& settings, VideoDeviceSettings camera) {
   device = &AddLaptopCamera(std::move(camera));
   ASSERT_EQ(graph.Build(&callback, settings), S_OK);
 }
 
-void GraphTest::BuildAndRun(const GraphSettings& settings, VideoDeviceSettings camera) {
+void CaptureGraphTest::BuildAndRun(const GraphSettings& settings, VideoDeviceSettings camera) {
   Build(settings, std::move(camera));
   ASSERT_EQ(Run(), S_OK);
 }
 
-void GraphTest::TearDown() {
-  callback.OpenGate();
+void CaptureGraphTest::TearDown() {
+  callback.UnblockCallbacks();
   if (graph.control) {
     Stop();
   }
@@ -33,13 +28,13 @@ void GraphTest::TearDown() {
   LinuxTest::TearDown();
 }
 
-FakeFrame GraphTest::Picture(std::uint8_t value) {
+FakeFrame CaptureGraphTest::Picture(std::uint8_t value) {
   FakeFrame frame;
-  frame.bytes.assign(kPictureSize, value);
+  frame.bytes.assign(kYuy2Size, value);
   return frame;
 }
 
-void GraphTest::Stream(const std::vector<std::uint8_t>& values) {
+void CaptureGraphTest::Stream(const std::vector<std::uint8_t>& values) {
   const std::size_t before = callback.Count();
   for (const std::uint8_t value : values) {
     ASSERT_TRUE(device->Deliver(Picture(value)));
@@ -47,12 +42,14 @@ void GraphTest::Stream(const std::vector<std::uint8_t>& values) {
   ASSERT_TRUE(callback.WaitForFrames(before + values.size()));
 }
 
-LONG GraphTest::WaitForEvent() const {
+LONG CaptureGraphTest::WaitForEvent() const {
   LONG code = -1;
-  return graph.Wait(kForEver, code) == S_OK ? code : -1;
+  return graph.Wait(kInfinite, code) == S_OK ? code : -1;
 }
 
-HRESULT GraphTest::WaitResult(LONG timeout) const {
+HRESULT CaptureGraphTest::WaitResult(LONG timeout) const {
   LONG code = 0;
   return graph.Wait(timeout, code);
 }
+
+}  // namespace linux_support

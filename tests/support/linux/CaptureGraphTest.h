@@ -1,25 +1,33 @@
-// Fixture with one camera and one graph on it, and frames for it.
+// Fixture with one camera, a capture graph on it, and frames for it.
 #pragma once
 
 #include "support/linux/LinuxTest.h"
 
-class GraphTest : public LinuxTest {
+namespace linux_support {
+
+// The default size of WebcamFormats, in pixels.
+inline constexpr int kPictureWidth = 64;
+inline constexpr int kPictureHeight = 48;
+
+class CaptureGraphTest : public LinuxTest {
  protected:
-  // The graph as the camera library builds it; the test ends when that does not work.
+  static constexpr std::size_t kYuy2Size = std::size_t{2} * kPictureWidth * kPictureHeight;  // bytes
+
+  // Adds the camera and builds the graph as the camera library does. Fails fatally on an error.
   void Build(const GraphSettings& settings = {}, VideoDeviceSettings camera = {});
   void BuildAndRun(const GraphSettings& settings = {}, VideoDeviceSettings camera = {});
   void TearDown() override;
 
-  // A YUYV picture of 64x48 pixels, every byte of that value.
+  // A YUYV frame of the default size, filled with the value.
   static FakeFrame Picture(std::uint8_t value);
-  // Delivers pictures of these values and waits until the callback has had them all.
+  // Delivers a picture for each value and waits until the callback has received them all.
   void Stream(const std::vector<std::uint8_t>& values);
 
-  // The event's code, after waiting for ever; -1 when waiting failed.
+  // Waits without a timeout. Returns the event code, or -1 if waiting failed.
   LONG WaitForEvent() const;
   HRESULT Run() const { return graph.control->Run(); }
   HRESULT Stop() const { return graph.control->Stop(); }
-  // The code of a wait that is not to wait.
+  // The result of WaitForCompletion.
   HRESULT WaitResult(LONG timeout) const;
 
   FrameCollector callback;
@@ -27,5 +35,7 @@ class GraphTest : public LinuxTest {
   FakeV4l2Device* device = nullptr;
 };
 
-// The settings of graphs on compressed formats.
+// Settings with an MJPG camera format.
 GraphSettings MjpgTo(const GUID& grabberSubtype);
+
+}  // namespace linux_support

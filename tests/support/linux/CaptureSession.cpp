@@ -6,6 +6,7 @@
 
 #include "MediaType.h"
 
+namespace linux_support {
 namespace {
 
 constexpr std::size_t kIdSize = 256;
@@ -23,7 +24,7 @@ bool IsRemovable(DEVINST node) {
   return CM_Get_DevNode_Status(&status, &problem, node, 0) != CR_SUCCESS || (status & DN_REMOVABLE) != 0;
 }
 
-// Display names are plain ASCII here.
+// Display names are ASCII in these tests.
 std::string Narrow(const WCHAR* text) {
   std::string narrow;
   for (; *text != 0; ++text) {
@@ -42,7 +43,7 @@ std::string FourCcText(const GUID& subtype) {
 
 }  // namespace
 
-ComPtr<IEnumMoniker> EnumerateCaptureDevices() {
+ComPtr<IEnumMoniker> EnumerateMonikers() {
   ComPtr<ICreateDevEnum> devices;
   ComPtr<IEnumMoniker> monikers;
   if (CoCreateInstance(CLSID_SystemDeviceEnum, nullptr, CLSCTX_INPROC_SERVER, IID_ICreateDevEnum,
@@ -52,9 +53,9 @@ ComPtr<IEnumMoniker> EnumerateCaptureDevices() {
   return monikers;
 }
 
-std::vector<CaptureDeviceSeen> CaptureDevicesSeen() {
-  std::vector<CaptureDeviceSeen> devices;
-  const ComPtr<IEnumMoniker> monikers = EnumerateCaptureDevices();
+std::vector<EnumeratedDevice> ListCaptureDevices() {
+  std::vector<EnumeratedDevice> devices;
+  const ComPtr<IEnumMoniker> monikers = EnumerateMonikers();
   ComPtr<IMoniker> moniker;
   while (monikers && monikers->Next(1, moniker.Put(), nullptr) == S_OK) {
     LPOLESTR text = nullptr;
@@ -68,14 +69,14 @@ std::vector<CaptureDeviceSeen> CaptureDevicesSeen() {
 
 std::vector<std::string> DisplayNames() {
   std::vector<std::string> names;
-  for (const CaptureDeviceSeen& device : CaptureDevicesSeen()) {
+  for (const EnumeratedDevice& device : ListCaptureDevices()) {
     names.push_back(device.displayName);
   }
   return names;
 }
 
-std::vector<UsbDeviceSeen> UsbDevicesSeen() {
-  std::vector<UsbDeviceSeen> devices;
+std::vector<EnumeratedUsbDevice> ListUsbDevices() {
+  std::vector<EnumeratedUsbDevice> devices;
   HDEVINFO set = SetupDiGetClassDevsW(&GUID_DEVINTERFACE_USB_DEVICE, nullptr, nullptr,
                                       DIGCF_PRESENT | DIGCF_PROFILE | DIGCF_DEVICEINTERFACE);
   SP_DEVICE_INTERFACE_DATA data{};
@@ -100,20 +101,20 @@ std::vector<UsbDeviceSeen> UsbDevicesSeen() {
   return devices;
 }
 
-std::string InDisplayNameForm(std::string id) {
+std::string ToDisplayNameForm(std::string id) {
   for (char& c : id) {
     c = c == '\\' ? '#' : static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
   }
   return id;
 }
 
-std::string BuiltInCamera() {
+std::string BuiltInCameraName() {
   const std::vector<std::string> names = DisplayNames();
-  for (const UsbDeviceSeen& device : UsbDevicesSeen()) {
+  for (const EnumeratedUsbDevice& device : ListUsbDevices()) {
     if (device.isRemovable || device.childId.empty()) {
       continue;
     }
-    const std::string part = InDisplayNameForm(device.childId);
+    const std::string part = ToDisplayNameForm(device.childId);
     for (const std::string& name : names) {
       if (name.find(part) != std::string::npos) {
         return name;
@@ -124,7 +125,7 @@ std::string BuiltInCamera() {
 }
 
 HRESULT BindCamera(const std::string& partOfName, ComPtr<IBaseFilter>& filter) {
-  for (const CaptureDeviceSeen& device : CaptureDevicesSeen()) {
+  for (const EnumeratedDevice& device : ListCaptureDevices()) {
     if (device.displayName.find(partOfName) != std::string::npos) {
       return device.moniker->BindToObject(nullptr, nullptr, IID_IBaseFilter, filter.PutVoid());
     }
@@ -274,3 +275,5 @@ HRESULT CaptureGraph::Build(ISampleGrabberCB* callback, const GraphSettings& set
 }
 
 void CaptureGraph::Release() { *this = CaptureGraph(); }
+
+}  // namespace linux_support

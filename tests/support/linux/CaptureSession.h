@@ -1,4 +1,4 @@
-// What the camera library does with the platform, in pieces that tests can put together in other ways.
+// The camera library's calls to the platform as separate steps, so that tests can combine them differently.
 #pragma once
 
 #include <memory>
@@ -9,15 +9,20 @@
 #include "SetupApi.h"
 #include "com/ComPtr.h"
 
-// Codes of a completed graph.
+namespace linux_support {
+
+// Timeout of IMediaEvent::WaitForCompletion that never expires.
+inline constexpr LONG kInfinite = -1;
+
+// Event codes of a completed graph.
 inline constexpr LONG kEventComplete = 1;
 inline constexpr LONG kEventErrorAbort = 3;
 inline constexpr LONG kEventDeviceLost = 0x1F;
 
-// Results of their own.
-inline constexpr HRESULT kInUse = ResultCode(0x800700AA);
-inline constexpr HRESULT kGone = ResultCode(0x8007048F);
-inline constexpr HRESULT kIoError = ResultCode(0x8007045D);
+// Results of the platform, as literals.
+inline constexpr HRESULT kDeviceInUse = ResultCode(0x800700AA);
+inline constexpr HRESULT kDeviceGone = ResultCode(0x8007048F);
+inline constexpr HRESULT kDeviceIoError = ResultCode(0x8007045D);
 inline constexpr HRESULT kInvalidMediaType = ResultCode(0x80040200);
 
 inline constexpr LONG kCallSampleCB = 0;
@@ -25,30 +30,30 @@ inline constexpr LONG kCallBufferCB = 1;
 
 // --- Devices ---
 
-struct CaptureDeviceSeen {
+struct EnumeratedDevice {
   ComPtr<IMoniker> moniker;
   std::string displayName;
 };
 
-// Null when there are none.
-ComPtr<IEnumMoniker> EnumerateCaptureDevices();
-std::vector<CaptureDeviceSeen> CaptureDevicesSeen();
+// Null if there is no capture device.
+ComPtr<IEnumMoniker> EnumerateMonikers();
+std::vector<EnumeratedDevice> ListCaptureDevices();
 std::vector<std::string> DisplayNames();
 
-struct UsbDeviceSeen {
+struct EnumeratedUsbDevice {
   std::string id;
   bool isRemovable = true;
-  std::string childId;  // empty: it has none
+  std::string childId;  // empty: no child
 };
-std::vector<UsbDeviceSeen> UsbDevicesSeen();
-// The id as display names contain it.
-std::string InDisplayNameForm(std::string id);
-// The display name of the camera that belongs to the PC, by the camera library's rule; empty: there is none.
-std::string BuiltInCamera();
+std::vector<EnumeratedUsbDevice> ListUsbDevices();
+// The id in the form in which display names contain it.
+std::string ToDisplayNameForm(std::string id);
+// The display name of the built-in camera by the camera library's rule; empty if there is none.
+std::string BuiltInCameraName();
 
-// The filter of the device whose display name contains the text; with the call's result.
+// Binds the first device whose display name contains the text. Returns the result of BindToObject.
 HRESULT BindCamera(const std::string& partOfName, ComPtr<IBaseFilter>& filter);
-// The same of the first device; null when there is none.
+// The filter of the first device; null if there is none.
 ComPtr<IBaseFilter> FirstCamera();
 
 // --- Media types ---
@@ -58,19 +63,19 @@ struct FreeMediaType {
 };
 using MediaType = std::unique_ptr<AM_MEDIA_TYPE, FreeMediaType>;
 
-// The format block; the type has one.
+// The format block, which must exist.
 VIDEOINFOHEADER& Video(const MediaType& type);
 // "YUY2 640x480 333333", the interval in units of 100 ns.
 std::string Describe(const MediaType& type);
 
-// The filter's first pin of the direction; null when it has none.
+// The filter's first pin of the direction; null if there is none.
 ComPtr<IPin> FindPin(IBaseFilter& filter, PIN_DIRECTION direction);
 HRESULT ListMediaTypes(IPin& pin, std::vector<MediaType>& types);
 ComPtr<IAMStreamConfig> StreamConfig(IPin& pin);
-// With the call's result.
+// Returns the result of GetFormat.
 HRESULT CurrentFormat(IPin& pin, MediaType& type);
 std::string DescribeCurrentFormat(IPin& pin);
-// Takes the current format and changes nothing but subtype, size and interval.
+// Sets the current format with another subtype, size and interval.
 HRESULT ChangeFormat(IPin& pin, const GUID& subtype, LONG width, LONG height, LONGLONG interval);
 
 // --- The graph ---
@@ -85,10 +90,10 @@ struct GraphSettings {
   BOOL oneShot = TRUE;
 };
 
-// A capture graph and all interfaces that building it takes. Every step answers its call's result; a step
-// that was not reached leaves null behind.
+// A capture graph and the interfaces that were used to build it. Each step returns the result of its call.
+// Members that no step has set are null.
 struct CaptureGraph {
-  // All steps, until one fails.
+  // Performs all steps, up to the first failure.
   HRESULT Build(ISampleGrabberCB* callback, const GraphSettings& settings = {});
 
   HRESULT Create();
@@ -97,9 +102,9 @@ struct CaptureGraph {
   HRESULT FindPins();
   HRESULT Connect() const;
 
-  // With the event's code.
+  // code: the event code.
   HRESULT Wait(LONG timeout, LONG& code) const { return event->WaitForCompletion(timeout, &code); }
-  // Gives all interfaces back.
+  // Releases all interfaces.
   void Release();
 
   ComPtr<IGraphBuilder> builder;
@@ -111,3 +116,5 @@ struct CaptureGraph {
   ComPtr<IPin> cameraPin;
   ComPtr<IPin> grabberPin;
 };
+
+}  // namespace linux_support

@@ -9,9 +9,11 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+namespace linux_support {
 namespace {
 
-int Answer(int error) {
+// The return value of a system call; sets errno on failure.
+int ResultOf(int error) {
   if (error == 0) {
     return 0;
   }
@@ -75,9 +77,9 @@ int FakeSystemCalls::Count(unsigned long call) {
   ++m_calls;
   const std::uint64_t ofKind = ++m_callsOf[call];
   const auto failure = [](const PlannedFailure& planned, std::uint64_t number) {
-    const bool isDue =
+    const bool mustRequeue =
         planned.persistence == Persistence::kTransient ? number == planned.number : number >= planned.number;
-    return planned.number != 0 && isDue ? planned.error : 0;
+    return planned.number != 0 && mustRequeue ? planned.error : 0;
   };
   int error = failure(m_plannedCall, m_calls);
   if (const auto planned = m_plannedKinds.find(call); error == 0 && planned != m_plannedKinds.end()) {
@@ -85,7 +87,7 @@ int FakeSystemCalls::Count(unsigned long call) {
   }
   if (error != 0) {
     ++m_failures;
-    m_timeRunsOut = m_timeRunsOut || m_timeRunsOutOnFailure;
+    m_expiresTimeouts = m_expiresTimeouts || m_expiresTimeoutsOnFailure;
   }
   return error;
 }
@@ -124,13 +126,13 @@ FakeV4l2Device* FakeSystemCalls::DeviceOf(int descriptor) const {
 int FakeSystemCalls::Open(const char* path, int flags) {
   m_openFlags = flags;
   if (const int error = Count(kOpenCall); error != 0) {
-    return Answer(error);
+    return ResultOf(error);
   }
   const std::filesystem::path file(path);
   const std::lock_guard lock(m_mutex);
   const auto node = m_nodes.find(file.filename());
   if (node == m_nodes.end() || file.parent_path() != DevRoot()) {
-    return Answer(ENOENT);
+    return ResultOf(ENOENT);
   }
   const int handle = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   m_handles[handle] = node->second;
@@ -142,7 +144,7 @@ int FakeSystemCalls::Close(int descriptor) {
   FakeV4l2Device* const device = DeviceOf(descriptor);
   if (device == nullptr) {
     m_misuse.Add("close of a descriptor that is not open");
-    return Answer(EBADF);
+    return ResultOf(EBADF);
   }
   device->Close(descriptor);
   const std::lock_guard lock(m_mutex);
@@ -154,13 +156,13 @@ int FakeSystemCalls::Ioctl(int descriptor, unsigned long request, void* argument
   FakeV4l2Device* const device = DeviceOf(descriptor);
   if (device == nullptr) {
     m_misuse.Add("ioctl on a descriptor that is not open");
-    return Answer(EBADF);
+    return ResultOf(EBADF);
   }
   if (const int error = Count(request); error != 0) {
     device->CallFailed(request, argument);
-    return Answer(error);
+    return ResultOf(error);
   }
-  return Answer(device->Ioctl(descriptor, request, argument));
+  return ResultOf(device->Ioctl(descriptor, request, argument));
 }
 
 void* FakeSystemCalls::Map(std::size_t size, int descriptor, off_t offset) {
@@ -169,7 +171,7 @@ void* FakeSystemCalls::Map(std::size_t size, int descriptor, off_t offset) {
     m_misuse.Add("mmap of a descriptor that is not open");
   }
   int error = device == nullptr ? EBADF : Count(kMapCall);
-  // The one call here that signals do not interrupt.
+  // Signals do not interrupt mmap.
   error = error == EINTR ? 0 : error;
   void* const address = error == 0 ? device->Map(size, offset, error) : nullptr;
   errno = error;
@@ -182,36 +184,36 @@ int FakeSystemCalls::Unmap(void* address, std::size_t size) {
       return 0;
     }
   }
-  m_misuse.Add("munmap of what is not mapped");
-  return Answer(EINVAL);
+  m_misuse.Add("munmap of an address that is not mapped");
+  return ResultOf(EINVAL);
 }
 
-int FakeSystemCalls::LookAtDevices(pollfd* entries, nfds_t count) const {
+int FakeSystemCalls::PollDevices(pollfd* entries, nfds_t count) const {
   int ready = 0;
   for (nfds_t i = 0; i < count; ++i) {
     entries[i].revents = 0;
     if (FakeV4l2Device* const device = DeviceOf(entries[i].fd); device != nullptr) {
       const auto always = static_cast<short>(POLLERR | POLLHUP);
-      const auto asked = static_cast<short>(entries[i].events | always);
-      entries[i].revents = static_cast<short>(device->Events(entries[i].fd) & asked);
+      const auto requested = static_cast<short>(entries[i].events | always);
+      entries[i].revents = static_cast<short>(device->Events(entries[i].fd) & requested);
       ready += entries[i].revents != 0 ? 1 : 0;
     }
   }
   return ready;
 }
 
-// Handles are event counters that devices signal at every change, so that devices and the caller's own
-// descriptors can be waited for together.
+// Handles are eventfds that the devices signal on every change, so that one real poll can wait for devices
+// and for the caller's own descriptors.
 int FakeSystemCalls::Poll(pollfd* entries, nfds_t count, int timeoutMs) {
   if (const int error = Count(kPollCall); error != 0) {
-    return Answer(error);
+    return ResultOf(error);
   }
   using Clock = std::chrono::steady_clock;
   const Clock::time_point end = Clock::now() + std::chrono::milliseconds(timeoutMs);
   for (;;) {
-    int ready = LookAtDevices(entries, count);
+    int ready = PollDevices(entries, count);
     int wait = timeoutMs;
-    if (ready > 0 || (timeoutMs > 0 && m_timeRunsOut)) {
+    if (ready > 0 || (timeoutMs > 0 && m_expiresTimeouts)) {
       wait = 0;
     } else if (timeoutMs > 0) {
       const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
@@ -238,3 +240,5 @@ int FakeSystemCalls::Poll(pollfd* entries, nfds_t count, int timeoutMs) {
     }
   }
 }
+
+}  // namespace linux_support

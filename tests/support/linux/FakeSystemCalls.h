@@ -1,5 +1,4 @@
-// A kernel that the platform runs on in tests: a tree of devices, video devices that behave, and system
-// calls that fail on demand.
+// A fake kernel under the platform: a sysfs tree, V4L2 devices, and system calls that fail on demand.
 #pragma once
 
 #include <atomic>
@@ -9,37 +8,39 @@
 #include "support/linux/SysfsTree.h"
 #include "v4l2/SystemCalls.h"
 
-// Calls that are no ioctl, where calls are named by their request.
+namespace linux_support {
+
+// Identifiers of the calls other than ioctl; an ioctl is identified by its request.
 inline constexpr unsigned long kOpenCall = 1;
 inline constexpr unsigned long kMapCall = 2;
 inline constexpr unsigned long kPollCall = 3;
 
-// From any thread. Lives longer than every camera that was made under it.
+// Thread-safe. Must outlive every camera that uses it.
 class FakeSystemCalls : public v4l2::SystemCalls {
  public:
   FakeSystemCalls() = default;
 
   SysfsTree& Tree() { return m_tree; }
-  // What stands behind a video node; the tree has the node.
+  // Adds the device behind a video node. The node itself is added to the tree.
   FakeV4l2Device& AddDevice(int number, VideoDeviceSettings settings = {});
-  // The USB device goes with all that hangs on it, while it is in use as well.
+  // Removes a USB device and everything below it, also while it is in use.
   void Unplug(const std::string& usbName, const std::vector<int>& videoNumbers);
 
-  // The call of that number, counted from 1 and from now, fails; or it and every later one. Closing and
-  // unmapping are not counted: they do not fail.
+  // Makes the N-th call from now fail, N from 1; if persistent, all later calls too. Close and munmap never
+  // fail and are not counted.
   void FailCall(std::uint64_t number, int error, Persistence persistence);
-  // The next call of one kind fails, or every one from now on.
+  // Makes the next call of one kind fail; if persistent, all calls of that kind.
   void Fail(unsigned long call, int error, Persistence persistence = Persistence::kPersistent);
   void FailNothing();
   std::uint64_t Calls() const;
   std::uint64_t Failures() const;
-  // Waits that have an end are over at once.
-  void LetTimeRunOut(bool runsOut) { m_timeRunsOut = runsOut; }
-  // From the first failure on.
-  void LetTimeRunOutOnFailure() { m_timeRunsOutOnFailure = true; }
-  // The calls of one kind so far, failed ones as well.
+  // If set, finite poll timeouts expire at once.
+  void ExpireTimeouts(bool expires) { m_expiresTimeouts = expires; }
+  // The same from the first failure on.
+  void ExpireTimeoutsOnFailure() { m_expiresTimeoutsOnFailure = true; }
+  // The number of calls of one kind so far, including failed ones.
   std::uint64_t CallsOf(unsigned long call) const;
-  // Flags of the latest open.
+  // The flags of the latest open.
   int OpenFlags() const { return m_openFlags; }
 
   std::vector<std::string> Misuse() const { return m_misuse.All(); }
@@ -59,17 +60,17 @@ class FakeSystemCalls : public v4l2::SystemCalls {
 
  private:
   struct PlannedFailure {
-    std::uint64_t number = 0;  // of the call; 0: none
+    std::uint64_t number = 0;  // of the call; 0: no failure
     int error = 0;
     Persistence persistence = Persistence::kTransient;
   };
 
-  // Counts a call; the error number that it is to fail with, or 0.
+  // Counts a call. Returns the error number with which it must fail, or 0.
   int Count(unsigned long call);
   FakeV4l2Device* DeviceOf(int descriptor) const;
   std::vector<FakeV4l2Device*> AllDevices() const;
-  // Fills in what the devices report and answers how many report anything.
-  int LookAtDevices(pollfd* entries, nfds_t count) const;
+  // Sets revents of the devices' entries. Returns how many are not 0.
+  int PollDevices(pollfd* entries, nfds_t count) const;
 
   SysfsTree m_tree;
   MisuseList m_misuse;
@@ -82,7 +83,9 @@ class FakeSystemCalls : public v4l2::SystemCalls {
   std::uint64_t m_failures = 0;
   PlannedFailure m_plannedCall;
   std::map<unsigned long, PlannedFailure> m_plannedKinds;
-  std::atomic<bool> m_timeRunsOut = false;
-  std::atomic<bool> m_timeRunsOutOnFailure = false;
+  std::atomic<bool> m_expiresTimeouts = false;
+  std::atomic<bool> m_expiresTimeoutsOnFailure = false;
   std::atomic<int> m_openFlags = 0;
 };
+
+}  // namespace linux_support

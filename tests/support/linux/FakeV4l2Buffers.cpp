@@ -9,6 +9,8 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+namespace linux_support {
+
 void MisuseList::Add(const std::string& what) {
   const std::lock_guard lock(m_mutex);
   m_all.push_back(what);
@@ -29,7 +31,7 @@ void FakeV4l2Buffers::Free() {
   m_queued.clear();
   m_done.clear();
   m_isStreaming = false;
-  m_isStopExcused = false;
+  m_mayCloseWhileStreaming = false;
   if (m_memory >= 0) {
     close(m_memory);
     m_memory = -1;
@@ -78,12 +80,12 @@ int FakeV4l2Buffers::Query(v4l2_buffer& buffer) const {
   return 0;
 }
 
-// While the driver has a buffer, touching it ends the program.
+// An access to a buffer that the driver owns ends the program with SIGSEGV.
 void FakeV4l2Buffers::Protect(std::uint32_t index) {
-  const bool isUsers = m_buffers[index].state == State::kDequeued;
+  const bool isAccessible = m_buffers[index].state == State::kDequeued;
   for (const Mapping& mapping : m_mappings) {
     if (mapping.buffer == index) {
-      mprotect(mapping.address, mapping.size, isUsers ? PROT_READ | PROT_WRITE : PROT_NONE);
+      mprotect(mapping.address, mapping.size, isAccessible ? PROT_READ | PROT_WRITE : PROT_NONE);
     }
   }
 }
@@ -101,7 +103,7 @@ int FakeV4l2Buffers::Queue(int handle, v4l2_buffer& buffer) {
     return EINVAL;
   }
   queued.state = State::kQueued;
-  queued.isDue = false;
+  queued.mustRequeue = false;
   m_queued.push_back(buffer.index);
   Protect(buffer.index);
   return 0;
@@ -120,7 +122,7 @@ int FakeV4l2Buffers::Dequeue(int handle, v4l2_buffer& buffer) {
   Buffer& dequeued = m_buffers[m_done.front()];
   m_done.pop_front();
   dequeued.state = State::kDequeued;
-  dequeued.isDue = true;
+  dequeued.mustRequeue = true;
   Protect(dequeued.info.index);
   buffer = dequeued.info;
   return 0;
@@ -148,10 +150,10 @@ int FakeV4l2Buffers::StreamOff(int handle) {
   m_queued.clear();
   m_done.clear();
   for (Buffer& buffer : m_buffers) {
-    if (buffer.isDue) {
-      m_misuse.Add("frame not given back before the stream ended");
+    if (buffer.mustRequeue) {
+      m_misuse.Add("VIDIOC_STREAMOFF while a buffer is dequeued");
     }
-    buffer.isDue = false;
+    buffer.mustRequeue = false;
     buffer.state = State::kDequeued;
     Protect(buffer.info.index);
   }
@@ -182,7 +184,7 @@ bool FakeV4l2Buffers::Unmap(void* address, std::size_t size) {
     return false;
   }
   if (mapping->size != size) {
-    m_misuse.Add("munmap of a part of a buffer");
+    m_misuse.Add("munmap of part of a buffer");
   }
   munmap(mapping->address, mapping->size);
   m_mappings.erase(mapping);
@@ -193,7 +195,7 @@ void FakeV4l2Buffers::Release(int owner) {
   if (m_buffers.empty() || m_owner != owner) {
     return;
   }
-  if (m_isStreaming && !m_isStopExcused) {
+  if (m_isStreaming && !m_mayCloseWhileStreaming) {
     m_misuse.Add("close while streaming");
   }
   if (!m_mappings.empty()) {
@@ -202,9 +204,9 @@ void FakeV4l2Buffers::Release(int owner) {
   Free();
 }
 
-void FakeV4l2Buffers::Excuse(std::uint32_t index) {
+void FakeV4l2Buffers::AllowDequeued(std::uint32_t index) {
   if (index < m_buffers.size()) {
-    m_buffers[index].isDue = false;
+    m_buffers[index].mustRequeue = false;
   }
 }
 
@@ -218,7 +220,7 @@ void FakeV4l2Buffers::Fill(const FakeFrame& frame) {
   buffer.info.bytesused = frame.bytesUsed.value_or(static_cast<std::uint32_t>(size));
   buffer.info.flags = frame.flags | V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC;
   m_sequence += frame.lost;
-  buffer.info.sequence = frame.number.value_or(m_sequence);
+  buffer.info.sequence = frame.sequence.value_or(m_sequence);
   m_sequence = buffer.info.sequence + 1;
   timespec now{};
   clock_gettime(CLOCK_MONOTONIC, &now);
@@ -230,3 +232,5 @@ bool FakeV4l2Buffers::IsMapped(const std::uint8_t* from, std::size_t size) const
     return from >= mapping.address && from + size <= mapping.address + mapping.size;
   });
 }
+
+}  // namespace linux_support

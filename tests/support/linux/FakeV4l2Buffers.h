@@ -1,6 +1,6 @@
-// A video device's buffers as the kernel's videobuf2 keeps them: allocated, mapped, queued, filled, dequeued.
+// The buffers of a V4L2 device, modelled on videobuf2: allocated, mapped, queued, filled, dequeued.
 //
-// Strict: a buffer's mappings cannot be touched while the driver has the buffer, and misuse is recorded.
+// The mappings of a buffer are inaccessible while the driver owns the buffer. Misuse is recorded.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +13,9 @@
 #include <linux/videodev2.h>
 #include <sys/types.h>
 
-// What a program did that no correct one does. From any thread.
+namespace linux_support {
+
+// Records incorrect use of the system calls. Thread-safe.
 class MisuseList {
  public:
   void Add(const std::string& what);
@@ -24,16 +26,16 @@ class MisuseList {
   std::vector<std::string> m_all;
 };
 
-// A frame as the driver fills it in.
+// A frame that the driver puts into a buffer.
 struct FakeFrame {
   std::vector<std::uint8_t> bytes;
   std::uint32_t flags = 0;                 // V4L2_BUF_FLAG_ERROR
-  std::optional<std::uint32_t> bytesUsed;  // what the driver says; nothing: all of bytes
-  std::uint32_t lost = 0;                  // frames that never made it into a buffer, before this one
-  std::optional<std::uint32_t> number;     // the driver's own, in place of the next one
+  std::optional<std::uint32_t> bytesUsed;  // bytesused of the buffer; by default the size of bytes
+  std::uint32_t lost = 0;                  // sequence numbers to skip before this frame
+  std::optional<std::uint32_t> sequence;   // by default the next sequence number
 };
 
-// Not thread-safe: its device's lock is held. Functions that answer an int answer an error number or 0.
+// Not thread-safe: the caller holds the device's lock. Functions that return int return an error number or 0.
 class FakeV4l2Buffers {
  public:
   explicit FakeV4l2Buffers(MisuseList& misuse) : m_misuse(misuse) {}
@@ -41,18 +43,18 @@ class FakeV4l2Buffers {
   FakeV4l2Buffers& operator=(const FakeV4l2Buffers&) = delete;
   ~FakeV4l2Buffers();
 
-  // Frees what there is, then allocates count buffers of that size for a handle; 0 only frees.
+  // Frees all buffers, then allocates count buffers of the size for a handle.
   int Request(int owner, std::uint32_t count, std::size_t size);
   int Query(v4l2_buffer& buffer) const;
   int Queue(int handle, v4l2_buffer& buffer);
   int Dequeue(int handle, v4l2_buffer& buffer);
   int StreamOn(int handle);
   int StreamOff(int handle);
-  // Where the mapping is; null and the error number when it is refused.
+  // Returns the address of the mapping; on failure null and the error number.
   void* Map(std::size_t size, off_t offset, int& error);
-  // False: not a mapping of this queue.
+  // Returns false if the address is not a mapping of these buffers.
   bool Unmap(void* address, std::size_t size);
-  // A handle is closed: what it owned ends, whatever its state.
+  // A handle was closed: frees the buffers that it owned in any state.
   void Release(int owner);
 
   bool IsOwnedByOther(int handle) const { return !m_buffers.empty() && m_owner != handle; }
@@ -61,11 +63,11 @@ class FakeV4l2Buffers {
   bool HasRoom() const { return m_isStreaming && !m_queued.empty(); }
   bool HasFrame() const { return !m_done.empty(); }
   bool HasQueued() const { return !m_queued.empty(); }
-  // What the device has none of any more: no misuse if it is not given back.
-  void Excuse(std::uint32_t index);
-  void ExcuseStop() { m_isStopExcused = true; }
+  // After a failed call: it is no misuse if the buffer is not queued again, or streaming not stopped.
+  void AllowDequeued(std::uint32_t index);
+  void AllowCloseWhileStreaming() { m_mayCloseWhileStreaming = true; }
 
-  // Into the buffer queued first; there has to be one.
+  // Fills the first queued buffer, which must exist.
   void Fill(const FakeFrame& frame);
 
   std::size_t Mappings() const { return m_mappings.size(); }
@@ -75,9 +77,9 @@ class FakeV4l2Buffers {
   enum class State { kDequeued, kQueued, kDone };
   struct Buffer {
     State state = State::kDequeued;
-    bool isDue = false;  // dequeued and to be queued again before the stream ends
+    bool mustRequeue = false;  // before the stream ends
     v4l2_buffer info{};
-    std::uint8_t* memory = nullptr;  // the driver's own view
+    std::uint8_t* memory = nullptr;  // the driver's mapping
   };
   struct Mapping {
     std::uint8_t* address = nullptr;
@@ -90,13 +92,15 @@ class FakeV4l2Buffers {
 
   MisuseList& m_misuse;
   int m_owner = -1;
-  int m_memory = -1;  // descriptor of the memory that all buffers lie in, one after another
+  int m_memory = -1;  // memfd with all buffers, one after another
   std::size_t m_size = 0;
   std::vector<Buffer> m_buffers;
   std::vector<Mapping> m_mappings;
   std::deque<std::uint32_t> m_queued;
   std::deque<std::uint32_t> m_done;
   bool m_isStreaming = false;
-  bool m_isStopExcused = false;
+  bool m_mayCloseWhileStreaming = false;
   std::uint32_t m_sequence = 0;
 };
+
+}  // namespace linux_support

@@ -7,10 +7,10 @@
 #include <poll.h>
 #include <sys/eventfd.h>
 
+namespace linux_support {
 namespace {
 
-// Long enough for any machine; a test that needs it has failed.
-constexpr std::chrono::seconds kPatience{30};
+constexpr std::chrono::seconds kDeliverTimeout{30};
 
 constexpr std::uint32_t kCapture = V4L2_BUF_TYPE_VIDEO_CAPTURE;
 
@@ -46,7 +46,7 @@ int FakeV4l2Device::Ioctl(int handle, unsigned long request, void* argument) {
   const std::lock_guard lock(m_mutex);
   if (m_isGone) {
     if (request == VIDIOC_STREAMOFF) {
-      m_queue.ExcuseStop();
+      m_queue.AllowCloseWhileStreaming();
     }
     return ENODEV;
   }
@@ -106,7 +106,7 @@ int FakeV4l2Device::QueueIoctl(int handle, unsigned long request, void* argument
   }
   const int error = m_queue.Dequeue(handle, buffer);
   if (error == EAGAIN && !m_handles.at(handle)) {
-    m_misuse.Add("VIDIOC_DQBUF that blocks");
+    m_misuse.Add("blocking VIDIOC_DQBUF");
   }
   return error;
 }
@@ -144,10 +144,10 @@ short FakeV4l2Device::Events(int handle) {
 void FakeV4l2Device::CallFailed(unsigned long request, const void* argument) {
   const std::lock_guard lock(m_mutex);
   if (request == VIDIOC_STREAMOFF) {
-    m_queue.ExcuseStop();
+    m_queue.AllowCloseWhileStreaming();
   }
   if (request == VIDIOC_QBUF) {
-    m_queue.Excuse(static_cast<const v4l2_buffer*>(argument)->index);
+    m_queue.AllowDequeued(static_cast<const v4l2_buffer*>(argument)->index);
   }
 }
 
@@ -163,7 +163,7 @@ bool FakeV4l2Device::Deliver(FakeFrame frame) {
   m_supply.push_back(std::move(frame));
   const std::uint64_t number = ++m_supplied;
   FillBuffers();
-  return m_changed.wait_for(lock, kPatience, [&] { return m_filled >= number; });
+  return m_changed.wait_for(lock, kDeliverTimeout, [&] { return m_filled >= number; });
 }
 
 void FakeV4l2Device::Disconnect() {
@@ -225,7 +225,7 @@ void FakeV4l2Device::QueryCapabilities(v4l2_capability& capability) const {
   SetText(capability.bus_info, "usb-0000:00:14.0-5");
   capability.version = 0x060100;
   capability.capabilities = m_settings.deviceCapabilities;
-  if (m_settings.tellsNodeCapabilities) {
+  if (m_settings.reportsNodeCapabilities) {
     capability.capabilities |= V4L2_CAP_DEVICE_CAPS;
     capability.device_caps = m_settings.nodeCapabilities;
   }
@@ -244,20 +244,20 @@ int FakeV4l2Device::TryFormat(v4l2_format& format) const {
   if (format.type != kCapture) {
     return EINVAL;
   }
-  v4l2_pix_format& asked = format.fmt.pix;
-  if (FindSize(m_settings.formats, asked) == nullptr) {
-    const auto same =
-        std::find_if(m_settings.formats.begin(), m_settings.formats.end(),
-                     [&asked](const FormatOffer& offer) { return offer.pixelFormat == asked.pixelformat; });
+  v4l2_pix_format& requested = format.fmt.pix;
+  if (FindSize(m_settings.formats, requested) == nullptr) {
+    const auto same = std::find_if(
+        m_settings.formats.begin(), m_settings.formats.end(),
+        [&requested](const FormatOffer& offer) { return offer.pixelFormat == requested.pixelformat; });
     const FormatOffer& offer = same == m_settings.formats.end() ? m_settings.formats.front() : *same;
-    asked.pixelformat = offer.pixelFormat;
-    asked.width = offer.sizes.front().size.min_width;
-    asked.height = offer.sizes.front().size.min_height;
+    requested.pixelformat = offer.pixelFormat;
+    requested.width = offer.sizes.front().size.min_width;
+    requested.height = offer.sizes.front().size.min_height;
   }
   if (m_settings.substituteFormat) {
-    m_settings.substituteFormat(asked);
+    m_settings.substituteFormat(requested);
   }
-  Complete(asked);
+  Complete(requested);
   return 0;
 }
 
@@ -275,7 +275,7 @@ int FakeV4l2Device::SetFormat(int handle, v4l2_format& format) {
   }
   m_privileged = handle;
   m_format = format.fmt.pix;
-  // Drivers fall back to a rate of their own when the format changes.
+  // Drivers reset the rate when the format changes.
   if (const SizeOffer* const size = FindSize(m_settings.formats, m_format)) {
     m_interval = size->intervals.values.front();
   }
@@ -303,10 +303,10 @@ int FakeV4l2Device::SetRate(int handle, v4l2_streamparm& parameter) {
   if (m_queue.IsStreaming() || IsBusyFor(handle)) {
     return EBUSY;
   }
-  const v4l2_fract asked = parameter.parm.capture.timeperframe;
+  const v4l2_fract requested = parameter.parm.capture.timeperframe;
   if (m_settings.rate == RateControl::kSettable && parameter.type == kCapture) {
     const SizeOffer* const size = FindSize(m_settings.formats, m_format);
-    m_interval = size != nullptr ? Nearest(size->intervals, asked) : m_interval;
+    m_interval = size != nullptr ? Nearest(size->intervals, requested) : m_interval;
     if (m_settings.substituteInterval) {
       m_settings.substituteInterval(m_interval);
     }
@@ -322,11 +322,11 @@ int FakeV4l2Device::RequestBuffers(int handle, v4l2_requestbuffers& request) {
   if (IsBusyFor(handle)) {
     return EBUSY;
   }
-  request.count = std::min(request.count, m_settings.greatestBufferCount);
+  request.count = std::min(request.count, m_settings.maxBufferCount);
   return m_queue.Request(handle, request.count, m_format.sizeimage);
 }
 
-// Every change passes here: buffers take frames, waiters look again.
+// Called after every change: fills buffers and wakes all waiters.
 void FakeV4l2Device::FillBuffers() {
   while (m_isDisconnected && m_queue.HasRoom() && !m_isGone) {
     m_queue.Fill({{}, V4L2_BUF_FLAG_ERROR, {}, 0, {}});
@@ -345,3 +345,5 @@ void FakeV4l2Device::SignalAll() {
   }
   m_changed.notify_all();
 }
+
+}  // namespace linux_support

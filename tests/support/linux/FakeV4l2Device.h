@@ -1,4 +1,4 @@
-// A video device as V4L2 drivers behave: what it is and offers, its format, its buffers, and unplugging.
+// A fake V4L2 capture device: capabilities, formats, buffers, unplugging.
 #pragma once
 
 #include <condition_variable>
@@ -9,66 +9,68 @@
 #include "support/linux/FakeV4l2Buffers.h"
 #include "support/linux/FakeV4l2Formats.h"
 
+namespace linux_support {
+
 enum class RateControl {
   kSettable,
-  kFixed,  // the driver says that the rate cannot be set
-  kNone,   // the driver does not know of rates
+  kFixed,  // without V4L2_CAP_TIMEPERFRAME
+  kNone,   // VIDIOC_G_PARM and VIDIOC_S_PARM are not implemented
 };
 
 struct VideoDeviceSettings {
   std::string driver = "uvcvideo";
   std::string card = "Integrated Camera";
   std::uint32_t nodeCapabilities = V4L2_CAP_VIDEO_CAPTURE | V4L2_CAP_STREAMING | V4L2_CAP_EXT_PIX_FORMAT;
-  // Of all nodes of the device together.
+  // The union over all nodes of the device.
   std::uint32_t deviceCapabilities =
       V4L2_CAP_VIDEO_CAPTURE | V4L2_CAP_META_CAPTURE | V4L2_CAP_STREAMING | V4L2_CAP_EXT_PIX_FORMAT;
-  bool tellsNodeCapabilities = true;  // old drivers do not
+  bool reportsNodeCapabilities = true;  // V4L2_CAP_DEVICE_CAPS
   std::vector<FormatOffer> formats = WebcamFormats();
-  std::uint32_t linePadding = 0;  // bytes at the end of each line of an uncompressed picture
-  std::uint32_t greatestBufferCount = 32;
+  std::uint32_t linePadding = 0;  // bytes after each line of an uncompressed picture
+  std::uint32_t maxBufferCount = 32;
   RateControl rate = RateControl::kSettable;
-  // The handle that sets anything keeps others from doing so until it is closed.
+  // The first handle that sets the format or rate has exclusive access until it is closed.
   bool hasPrivileges = false;
-  // What the driver makes of a request that it could fulfil.
+  // Changes that the driver makes to a supported format or interval.
   std::function<void(v4l2_pix_format&)> substituteFormat;
   std::function<void(v4l2_fract&)> substituteInterval;
 };
 
-// From any thread. Handles are numbers of the caller's, which are also descriptors of event counters: the
-// device signals them whenever something changes.
+// Thread-safe. Handles are eventfds of the caller; the device signals them on every change.
 class FakeV4l2Device {
  public:
   FakeV4l2Device(VideoDeviceSettings settings, MisuseList& misuse);
 
-  // --- The kernel's side; an error number or 0 ---
+  // --- System calls; results are an error number or 0 ---
 
   void Open(int handle, bool isNonBlocking);
   void Close(int handle);
   int Ioctl(int handle, unsigned long request, void* argument);
   void* Map(std::size_t size, off_t offset, int& error);
   bool Unmap(void* address, std::size_t size);
-  // What poll reports for a handle. Takes back its signal first, so that no later change goes unseen.
+  // The events that poll reports for a handle. Clears the handle's eventfd first, so that no later change is
+  // missed.
   short Events(int handle);
-  // A call to this device was made to fail from outside.
+  // A call to this device failed by injection.
   void CallFailed(unsigned long request, const void* argument);
 
-  // --- The test's side ---
+  // --- Control by the test ---
 
-  // Frames for the buffers to come, in that order; as soon as there is one.
+  // Appends a frame. The frames fill the queued buffers in order.
   void Supply(FakeFrame frame);
-  // The same, and waits until it is in a buffer. False when nobody wanted it for a long time.
+  // The same, and waits until the frame is in a buffer. Returns false on a timeout.
   bool Deliver(FakeFrame frame);
-  // The cable is out and the kernel has not taken the device away yet: calls still work, but all buffers that
-  // the driver has or gets come back empty and marked as damaged.
+  // The cable is unplugged but the kernel has not removed the device yet: calls still work, all buffers are
+  // returned empty with the error flag.
   void Disconnect();
-  // The device goes; nothing brings it back.
+  // Removes the device for good.
   void Unplug();
   void SetSettings(const std::function<void(VideoDeviceSettings&)>& change);
 
   std::size_t OpenHandles() const;
   std::size_t Mappings() const;
   bool IsStreaming() const;
-  // True for memory of the program's that belongs to a buffer of the device.
+  // True if the memory lies in a mapped buffer of the device.
   bool IsBufferMemory(const std::uint8_t* from, std::size_t size) const;
   v4l2_pix_format Format() const;
   v4l2_fract Interval() const;
@@ -94,7 +96,7 @@ class FakeV4l2Device {
   VideoDeviceSettings m_settings;
   MisuseList& m_misuse;
   FakeV4l2Buffers m_queue;
-  std::map<int, bool> m_handles;  // and whether it is non-blocking
+  std::map<int, bool> m_handles;  // the value: whether the handle is non-blocking
   int m_privileged = -1;
   v4l2_pix_format m_format{};
   v4l2_fract m_interval{};
@@ -104,3 +106,5 @@ class FakeV4l2Device {
   bool m_isDisconnected = false;
   bool m_isGone = false;
 };
+
+}  // namespace linux_support

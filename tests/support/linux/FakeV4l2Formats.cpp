@@ -4,20 +4,20 @@
 #include <cerrno>
 #include <cmath>
 
+namespace linux_support {
 namespace {
 
 double Seconds(const v4l2_fract& interval) {
   return static_cast<double>(interval.numerator) / interval.denominator;
 }
 
-bool Holds(const SizeOffer& offer, std::uint32_t width, std::uint32_t height) {
+bool Contains(const SizeOffer& offer, std::uint32_t width, std::uint32_t height) {
   const v4l2_frmsize_stepwise& size = offer.size;
   if (offer.type == V4L2_FRMSIZE_TYPE_DISCRETE) {
     return width == size.min_width && height == size.min_height;
   }
-  const auto isStep = [](std::uint32_t value, std::uint32_t least, std::uint32_t greatest,
-                         std::uint32_t step) {
-    return value >= least && value <= greatest && (value - least) % std::max(step, 1U) == 0;
+  const auto isStep = [](std::uint32_t value, std::uint32_t min, std::uint32_t max, std::uint32_t step) {
+    return value >= min && value <= max && (value - min) % std::max(step, 1U) == 0;
   };
   return isStep(width, size.min_width, size.max_width, size.step_width) &&
          isStep(height, size.min_height, size.max_height, size.step_height);
@@ -79,7 +79,7 @@ std::vector<FormatOffer> WebcamFormats() {
 const SizeOffer* FindSize(const std::vector<FormatOffer>& formats, const v4l2_pix_format& format) {
   for (const FormatOffer& offer : formats) {
     for (const SizeOffer& size : offer.sizes) {
-      if (offer.pixelFormat == format.pixelformat && Holds(size, format.width, format.height)) {
+      if (offer.pixelFormat == format.pixelformat && Contains(size, format.width, format.height)) {
         return &size;
       }
     }
@@ -87,18 +87,18 @@ const SizeOffer* FindSize(const std::vector<FormatOffer>& formats, const v4l2_pi
   return nullptr;
 }
 
-v4l2_fract Nearest(const IntervalOffer& offer, const v4l2_fract& asked) {
-  if (asked.numerator == 0 || asked.denominator == 0) {
+v4l2_fract Nearest(const IntervalOffer& offer, const v4l2_fract& requested) {
+  if (requested.numerator == 0 || requested.denominator == 0) {
     return offer.values.front();
   }
   if (offer.type != V4L2_FRMIVAL_TYPE_DISCRETE) {
-    const bool isTooShort = Seconds(asked) < Seconds(offer.values.at(0));
-    const bool isTooLong = Seconds(asked) > Seconds(offer.values.at(1));
-    return isTooShort ? offer.values.at(0) : isTooLong ? offer.values.at(1) : asked;
+    const bool isTooShort = Seconds(requested) < Seconds(offer.values.at(0));
+    const bool isTooLong = Seconds(requested) > Seconds(offer.values.at(1));
+    return isTooShort ? offer.values.at(0) : isTooLong ? offer.values.at(1) : requested;
   }
   return *std::min_element(
-      offer.values.begin(), offer.values.end(), [&asked](const v4l2_fract& a, const v4l2_fract& b) {
-        return std::abs(Seconds(a) - Seconds(asked)) < std::abs(Seconds(b) - Seconds(asked));
+      offer.values.begin(), offer.values.end(), [&requested](const v4l2_fract& a, const v4l2_fract& b) {
+        return std::abs(Seconds(a) - Seconds(requested)) < std::abs(Seconds(b) - Seconds(requested));
       });
 }
 
@@ -151,3 +151,5 @@ int EnumInterval(const std::vector<FormatOffer>& formats, v4l2_frmivalenum& inte
   interval.stepwise = {offer.values.at(0), offer.values.at(1), offer.values.at(2)};
   return interval.index == 0 ? 0 : EINVAL;
 }
+
+}  // namespace linux_support

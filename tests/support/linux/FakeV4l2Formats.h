@@ -1,4 +1,4 @@
-// What a video device offers: formats, sizes and intervals, and how V4L2 lists them.
+// The formats, sizes and intervals of a fake V4L2 device, and the requests that enumerate them.
 #pragma once
 
 #include <cstdint>
@@ -8,7 +8,9 @@
 
 #include <linux/videodev2.h>
 
-// Intervals of a size: all of them, or the least, the greatest and the step.
+namespace linux_support {
+
+// The intervals of a size: all of them, or minimum, maximum and step.
 struct IntervalOffer {
   std::uint32_t type = V4L2_FRMIVAL_TYPE_DISCRETE;
   std::vector<v4l2_fract> values;
@@ -16,7 +18,7 @@ struct IntervalOffer {
 
 struct SizeOffer {
   std::uint32_t type = V4L2_FRMSIZE_TYPE_DISCRETE;
-  v4l2_frmsize_stepwise size{};  // a discrete one is the minimum
+  v4l2_frmsize_stepwise size{};  // a discrete size uses the minimum
   IntervalOffer intervals;
 };
 
@@ -25,28 +27,29 @@ struct FormatOffer {
   std::vector<SizeOffer> sizes;
 };
 
-// One size with the given whole frame rates.
+// A discrete size with integer frame rates.
 SizeOffer Discrete(std::uint32_t width, std::uint32_t height, std::initializer_list<std::uint32_t> rates);
-// YUYV and MJPG in small pictures, whose frames are quickly made.
+// YUYV and MJPG in small sizes, which are fast to generate.
 std::vector<FormatOffer> WebcamFormats();
 
 bool IsCompressed(std::uint32_t pixelFormat);
-// Bytes of a line of luma or of packed samples without padding, and of a picture with lines of that many
-// bytes.
+// Bytes of a line of luma or packed samples without padding, and of a picture with lines of that size.
 std::uint32_t LineBytes(std::uint32_t pixelFormat, std::uint32_t width);
 std::uint32_t PictureBytes(std::uint32_t pixelFormat, std::uint32_t bytesPerLine, std::uint32_t height);
-// Null when it is not offered.
+// Null if the format or size is not offered.
 const SizeOffer* FindSize(const std::vector<FormatOffer>& formats, const v4l2_pix_format& format);
-// The offer's interval that is nearest to the one asked for.
-v4l2_fract Nearest(const IntervalOffer& offer, const v4l2_fract& asked);
+// The offered interval nearest to the requested one.
+v4l2_fract Nearest(const IntervalOffer& offer, const v4l2_fract& requested);
 
-// The answers of the requests that list them: an error number or 0.
+// VIDIOC_ENUM_FMT, VIDIOC_ENUM_FRAMESIZES and VIDIOC_ENUM_FRAMEINTERVALS. Return an error number or 0.
 int EnumFormat(const std::vector<FormatOffer>& formats, v4l2_fmtdesc& format);
 int EnumSize(const std::vector<FormatOffer>& formats, v4l2_frmsizeenum& size);
 int EnumInterval(const std::vector<FormatOffer>& formats, v4l2_frmivalenum& interval);
 
-// A text into one of V4L2's fields.
+// Copies a text into a field of a V4L2 structure.
 template <std::size_t Size>
 void SetText(__u8 (&field)[Size], const std::string& text) {
   field[text.copy(reinterpret_cast<char*>(field), Size - 1)] = 0;
 }
+
+}  // namespace linux_support

@@ -4,9 +4,10 @@
 
 #include <chrono>
 
+namespace linux_support {
 namespace {
 
-constexpr std::chrono::seconds kPatience{30};
+constexpr std::chrono::seconds kFrameTimeout{30};
 
 }  // namespace
 
@@ -14,7 +15,7 @@ FrameCollector::~FrameCollector() { EXPECT_EQ(m_references, 0U); }
 
 bool FrameCollector::WaitForFrames(std::size_t count) {
   std::unique_lock lock(m_mutex);
-  return m_changed.wait_for(lock, kPatience, [&] { return m_frames.size() >= count; });
+  return m_changed.wait_for(lock, kFrameTimeout, [&] { return m_frames.size() >= count; });
 }
 
 std::size_t FrameCollector::Count() const {
@@ -27,20 +28,20 @@ std::vector<CollectedFrame> FrameCollector::Frames() const {
   return m_frames;
 }
 
-void FrameCollector::CloseGate() {
+void FrameCollector::BlockCallbacks() {
   const std::lock_guard lock(m_mutex);
-  m_isGateClosed = true;
+  m_isBlocking = true;
 }
 
-void FrameCollector::OpenGate() {
+void FrameCollector::UnblockCallbacks() {
   const std::lock_guard lock(m_mutex);
-  m_isGateClosed = false;
+  m_isBlocking = false;
   m_changed.notify_all();
 }
 
-bool FrameCollector::WaitForOneAtTheGate() {
+bool FrameCollector::WaitForBlockedCallback() {
   std::unique_lock lock(m_mutex);
-  return m_changed.wait_for(lock, kPatience, [&] { return m_isAtGate; });
+  return m_changed.wait_for(lock, kFrameTimeout, [&] { return m_isBlocked; });
 }
 
 HRESULT FrameCollector::QueryInterface(REFIID iid, void** object) {
@@ -70,12 +71,14 @@ HRESULT FrameCollector::BufferCB(double sampleTime, BYTE* buffer, LONG bufferLen
     onFrame(frame);
   }
   std::unique_lock lock(m_mutex);
-  m_isAtGate = m_isGateClosed;
+  m_isBlocked = m_isBlocking;
   m_changed.notify_all();
-  m_changed.wait(lock, [&] { return !m_isGateClosed; });
-  m_isAtGate = false;
+  m_changed.wait(lock, [&] { return !m_isBlocking; });
+  m_isBlocked = false;
   m_frames.push_back(frame);
   m_changed.notify_all();
   m_isInCallback = false;
   return S_OK;
 }
+
+}  // namespace linux_support

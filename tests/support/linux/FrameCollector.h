@@ -1,4 +1,4 @@
-// The callback object of tests: keeps what arrives, and can hold the streaming thread back.
+// A sample grabber callback that collects frames and can block the streaming thread.
 #pragma once
 
 #include <atomic>
@@ -10,13 +10,15 @@
 
 #include "DirectShow.h"
 
+namespace linux_support {
+
 struct CollectedFrame {
   double time = 0;  // seconds
   std::vector<std::uint8_t> bytes;
-  const std::uint8_t* address = nullptr;  // where they lay during the call
+  const std::uint8_t* address = nullptr;  // of the buffer during the call
 };
 
-// A graph that still has a reference when this goes is a failure of the test.
+// The test fails if references remain when the object is destroyed.
 class FrameCollector : public ISampleGrabberCB {
  public:
   FrameCollector() = default;
@@ -24,21 +26,21 @@ class FrameCollector : public ISampleGrabberCB {
   FrameCollector& operator=(const FrameCollector&) = delete;
   ~FrameCollector();
 
-  // From the streaming thread, with every frame.
+  // Called by the streaming thread for every frame. Set it before the graph runs.
   std::function<void(const CollectedFrame&)> onFrame;
 
-  // False when they did not arrive in a long time.
+  // Returns false on a timeout.
   bool WaitForFrames(std::size_t count);
   std::size_t Count() const;
   std::vector<CollectedFrame> Frames() const;
   std::size_t SampleCalls() const { return m_sampleCalls; }
   ULONG References() const { return m_references; }
 
-  // Callbacks wait from now on; until the gate is opened.
-  void CloseGate();
-  void OpenGate();
-  // A callback waits at the gate. False when none came in a long time.
-  bool WaitForOneAtTheGate();
+  // From now on callbacks block until UnblockCallbacks.
+  void BlockCallbacks();
+  void UnblockCallbacks();
+  // Waits until a callback is blocked. Returns false on a timeout.
+  bool WaitForBlockedCallback();
   bool IsInCallback() const { return m_isInCallback; }
 
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override;
@@ -54,6 +56,8 @@ class FrameCollector : public ISampleGrabberCB {
   mutable std::mutex m_mutex;
   std::condition_variable m_changed;
   std::vector<CollectedFrame> m_frames;
-  bool m_isGateClosed = false;
-  bool m_isAtGate = false;
+  bool m_isBlocking = false;
+  bool m_isBlocked = false;
 };
+
+}  // namespace linux_support

@@ -5,11 +5,10 @@
 
 #include "v4l2/SystemCalls.h"
 
+namespace linux_support {
 namespace {
 
-constexpr std::chrono::seconds kPatience{30};
-
-// Descriptors that the process has open.
+// Open descriptors of the process.
 std::size_t CountDescriptors() {
   const std::filesystem::directory_iterator all("/proc/self/fd");
   return static_cast<std::size_t>(std::distance(begin(all), end(all)));
@@ -17,9 +16,10 @@ std::size_t CountDescriptors() {
 
 }  // namespace
 
-bool WaitUntil(const std::function<bool()>& reached) {
-  const auto end = std::chrono::steady_clock::now() + kPatience;
-  while (!reached()) {
+bool WaitUntil(const std::function<bool()>& condition) {
+  constexpr std::chrono::seconds kTimeout{30};
+  const auto end = std::chrono::steady_clock::now() + kTimeout;
+  while (!condition()) {
     if (std::chrono::steady_clock::now() > end) {
       return false;
     }
@@ -28,12 +28,12 @@ bool WaitUntil(const std::function<bool()>& reached) {
   return true;
 }
 
-Holdings Holdings::Now(const FakeSystemCalls& kernel) {
+ResourceCounts ResourceCounts::Current(const FakeSystemCalls& kernel) {
   return {com::LiveObjects(), com::LiveTaskBlocks(), CountDescriptors(), kernel.OpenHandles(),
           kernel.Mappings()};
 }
 
-std::ostream& operator<<(std::ostream& out, const Holdings& holdings) {
+std::ostream& operator<<(std::ostream& out, const ResourceCounts& holdings) {
   return out << holdings.objects << " objects, " << holdings.taskBlocks << " blocks, " << holdings.descriptors
              << " descriptors, " << holdings.handles << " handles, " << holdings.mappings << " mappings";
 }
@@ -41,11 +41,11 @@ std::ostream& operator<<(std::ostream& out, const Holdings& holdings) {
 void LinuxTest::SetUp() {
   v4l2::SetSystemCallsForTesting(&kernel);
   devices::SetDeviceProvider(nullptr);
-  m_before = Holdings::Now(kernel);
+  m_countsBefore = ResourceCounts::Current(kernel);
 }
 
 void LinuxTest::TearDown() {
-  EXPECT_EQ(Holdings::Now(kernel), m_before);
+  EXPECT_EQ(ResourceCounts::Current(kernel), m_countsBefore);
   EXPECT_THAT(kernel.Misuse(), ::testing::IsEmpty());
   v4l2::SetSystemCallsForTesting(nullptr);
 }
@@ -69,3 +69,5 @@ FakeV4l2Device& LinuxTest::AddPluggedInCamera(const std::string& usbName, int nu
   kernel.Tree().AddVideoOfUsb(number, usbName + ":1.0", settings.card, 0);
   return kernel.AddDevice(number, std::move(settings));
 }
+
+}  // namespace linux_support

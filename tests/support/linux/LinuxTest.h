@@ -1,4 +1,4 @@
-// The base of all fixtures: a kernel of the test's own under the platform, nothing left of it afterwards.
+// The base of all fixtures: runs the platform on fake system calls and checks for leaks.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -11,12 +11,14 @@
 #include "support/linux/FakeSystemCalls.h"
 #include "support/linux/FrameCollector.h"
 
-// Polls for a state that no condition announces. False when it was not reached in a long time.
-bool WaitUntil(const std::function<bool()>& reached);
+namespace linux_support {
 
-// What has to be as it was when everything has been released.
-struct Holdings {
-  static Holdings Now(const FakeSystemCalls& kernel);
+// Polls until the condition holds. Returns false on a timeout.
+bool WaitUntil(const std::function<bool()>& condition);
+
+// Resources that must return to their initial counts after a test.
+struct ResourceCounts {
+  static ResourceCounts Current(const FakeSystemCalls& kernel);
 
   std::uint64_t objects = 0;
   std::uint64_t taskBlocks = 0;
@@ -24,19 +26,19 @@ struct Holdings {
   std::size_t handles = 0;      // of video devices
   std::size_t mappings = 0;
 
-  friend bool operator==(const Holdings&, const Holdings&) = default;
-  friend std::ostream& operator<<(std::ostream& out, const Holdings& holdings);
+  friend bool operator==(const ResourceCounts&, const ResourceCounts&) = default;
+  friend std::ostream& operator<<(std::ostream& out, const ResourceCounts& holdings);
 };
 
 class LinuxTest : public ::testing::Test {
  protected:
   void SetUp() override;
-  // Checks that nothing is left and that no rule of the kernel was broken.
+  // Checks for leaks and for misuse of the system calls.
   void TearDown() override;
 
-  // The laptop's own camera: fixed, on port 5, video0 with a node for metadata beside it.
+  // Adds a built-in camera: fixed, on port 1-5, video0 and the metadata node video1.
   FakeV4l2Device& AddLaptopCamera(VideoDeviceSettings settings = {});
-  // A plugged-in camera on that port, with one node.
+  // Adds a removable camera with one node.
   FakeV4l2Device& AddPluggedInCamera(const std::string& usbName, int number,
                                      VideoDeviceSettings settings = {});
   void UnplugLaptopCamera() { kernel.Unplug("1-5", {0, 1}); }
@@ -44,5 +46,7 @@ class LinuxTest : public ::testing::Test {
   FakeSystemCalls kernel;
 
  private:
-  Holdings m_before;
+  ResourceCounts m_countsBefore;
 };
+
+}  // namespace linux_support

@@ -6,13 +6,14 @@
 #include <fstream>
 #include <stdexcept>
 
+namespace linux_support {
 namespace {
 
 namespace fs = std::filesystem;
 
 void WriteAttribute(const fs::path& file, const std::string& value) { std::ofstream(file) << value << '\n'; }
 
-// Links are relative, as the kernel's are.
+// The kernel's links are relative.
 void AddLink(const fs::path& link, const fs::path& target) {
   fs::create_directories(link.parent_path());
   fs::create_symlink(target.lexically_relative(link.parent_path()), link);
@@ -38,7 +39,7 @@ std::string TwoHexDigits(int number) {
   return text.data();
 }
 
-// "1-2.4" hangs on "1-2", "1-5" on the root hub "usb1".
+// The parent of "1-2.4" is "1-2", that of "1-5" the root hub "usb1".
 std::string ParentOf(const std::string& name) {
   if (const std::size_t dot = name.rfind('.'); dot != std::string::npos) {
     return name.substr(0, dot);
@@ -51,7 +52,7 @@ std::string ParentOf(const std::string& name) {
 SysfsTree::SysfsTree() {
   std::string pattern = (fs::temp_directory_path() / "nuveq-linux-XXXXXX").string();
   if (mkdtemp(pattern.data()) == nullptr) {
-    throw std::runtime_error("no temporary folder");
+    throw std::runtime_error("cannot create a temporary folder");
   }
   m_root = fs::canonical(pattern);
   for (const fs::path& folder : {Devices(), UsbLinks(), VideoLinks(), DevRoot()}) {
@@ -71,7 +72,7 @@ void SysfsTree::AddRootHub(const std::string& bus, const fs::path& controller) {
   fs::create_directories(folder);
   WriteAttribute(folder / "idVendor", "1d6b");
   WriteAttribute(folder / "idProduct", "0002");
-  // What is known of a hub that hangs on nothing.
+  // The kernel's value for root hubs.
   WriteAttribute(folder / "removable", "unknown");
   WriteAttribute(folder / "product", "xHCI Host Controller");
   WriteAttribute(folder / "bDeviceClass", "09");
@@ -172,7 +173,7 @@ void SysfsTree::AddDanglingVideo(int number) {
 }
 
 void SysfsTree::RemoveUsb(const std::string& name) {
-  // The port stays.
+  // The port belongs to the hub and remains.
   fs::remove(UsbFolder(name) / "port" / "device");
   fs::remove_all(UsbFolder(name));
   RemoveDanglingLinks(UsbLinks());
@@ -199,3 +200,5 @@ void SysfsTree::SetUsbAttribute(const std::string& name, const std::string& attr
     fs::remove(file);
   }
 }
+
+}  // namespace linux_support

@@ -1,5 +1,5 @@
-// The kernel's view of a PC's devices as real files in a temporary folder, laid out as a real kernel does:
-// device folders hold those of what hangs below them, buses and classes hold links to them.
+// A sysfs tree and /dev nodes in a temporary folder. The layout is the kernel's: nested device folders, and
+// links to them from buses and classes.
 #pragma once
 
 #include <filesystem>
@@ -7,16 +7,17 @@
 #include <string>
 #include <vector>
 
-// A USB device that is no root hub.
+namespace linux_support {
+
+// A USB device other than a root hub.
 struct UsbNode {
-  std::string name;  // bus, then the ports on the way: "1-5", "1-2.4"
+  std::string name;  // bus and port path: "1-5", "1-2.4"
   std::string vendor = "04f2";
   std::string product = "b6be";
-  std::optional<std::string> removable = "fixed";  // nothing: the kernel has no such attribute
-  std::vector<int> interfaces = {0, 1};            // numbers of configuration 1, created in this order
+  std::optional<std::string> removable = "fixed";  // nullopt: no such attribute
+  std::vector<int> interfaces = {0, 1};            // of configuration 1, created in this order
   std::string controller = "pci0000:00/0000:00:14.0";
-  // What the firmware says of its port: "hardwired", "hotplug", "not used", "unknown"; nothing: the kernel
-  // has no such file.
+  // connect_type of the port: "hardwired", "hotplug", "not used", "unknown"; nullopt: no such attribute.
   std::optional<std::string> connectType = std::nullopt;
 };
 
@@ -30,22 +31,22 @@ class SysfsTree {
   std::filesystem::path SysfsRoot() const { return m_root / "sys"; }
   std::filesystem::path DevRoot() const { return m_root / "dev"; }
 
-  // The hub that it hangs on comes first; root hubs come by themselves.
+  // Adds a USB device. Its parent hub must exist; root hubs are added automatically.
   void AddUsb(const UsbNode& node);
-  // A node of a driver bound to a USB interface ("1-5:1.0").
+  // Adds a video node of a USB interface ("1-5:1.0").
   void AddVideoOfUsb(int number, const std::string& interface, const std::string& name, int index);
-  // A node of a driver with a device of another kind, named by its folder ("platform/vivid.0").
+  // Adds a video node of another device, given by its folder ("platform/vivid.0").
   void AddVideoOf(int number, const std::filesystem::path& device, const std::string& name, int index);
-  // A node of no device: a loopback camera.
+  // Adds a video node without a device, as a loopback camera has.
   void AddVirtualVideo(int number, const std::string& name);
-  // A link of a bus or a class that leads nowhere: its device has just gone.
+  // Adds a dangling link, as of a device that was just removed.
   void AddDanglingUsb(const std::string& name);
   void AddDanglingVideo(int number);
 
-  // With everything below it, as on unplugging.
+  // Removes a USB device and everything below it.
   void RemoveUsb(const std::string& name);
   void RemoveVideo(int number);
-  // One attribute of a USB device or interface; nothing removes it.
+  // Sets an attribute of a USB device or interface; nullopt removes it.
   void SetUsbAttribute(const std::string& name, const std::string& attribute,
                        const std::optional<std::string>& value);
 
@@ -61,3 +62,5 @@ class SysfsTree {
 
   std::filesystem::path m_root;
 };
+
+}  // namespace linux_support

@@ -1,25 +1,27 @@
 #include "support/linux/V4l2FormatTest.h"
 
-FakeV4l2Device& FormatTest::AddCamera(std::vector<FormatOffer> formats) {
+namespace linux_support {
+
+FakeV4l2Device& V4l2FormatTest::AddCamera(std::vector<FormatOffer> formats) {
   VideoDeviceSettings settings;
   settings.formats = std::move(formats);
   return AddCamera(std::move(settings));
 }
 
-FakeV4l2Device& FormatTest::AddCamera(VideoDeviceSettings settings) {
+FakeV4l2Device& V4l2FormatTest::AddCamera(VideoDeviceSettings settings) {
   FakeV4l2Device& device = AddLaptopCamera(std::move(settings));
   filter = FirstCamera();
   pin = FindPin(*filter.Get(), PINDIR_OUTPUT);
   return device;
 }
 
-void FormatTest::TearDown() {
+void V4l2FormatTest::TearDown() {
   pin.Reset();
   filter.Reset();
   LinuxTest::TearDown();
 }
 
-std::vector<std::string> FormatTest::Offered() const {
+std::vector<std::string> V4l2FormatTest::Offered() const {
   std::vector<MediaType> types;
   EXPECT_EQ(ListMediaTypes(*pin.Get(), types), S_OK);
   std::vector<std::string> descriptions;
@@ -30,22 +32,22 @@ std::vector<std::string> FormatTest::Offered() const {
   return descriptions;
 }
 
-HRESULT FormatTest::Change(const GUID& subtype, LONG width, LONG height, LONGLONG interval) const {
+HRESULT V4l2FormatTest::Change(const GUID& subtype, LONG width, LONG height, LONGLONG interval) const {
   return ChangeFormat(*pin.Get(), subtype, width, height, interval);
 }
 
-HRESULT FormatTest::SetWhole(const GUID& subtype, LONG width, LONG height, LONGLONG interval) const {
+HRESULT V4l2FormatTest::SetFormat(const GUID& subtype, LONG width, LONG height, LONGLONG interval) const {
   VIDEOINFOHEADER video = VideoHeader(width, height, interval);
   AM_MEDIA_TYPE type = VideoType(subtype, video);
   return StreamConfig(*pin.Get())->SetFormat(&type);
 }
 
-std::array<HRESULT, 3> FormatTest::Results() const {
+std::array<HRESULT, 3> V4l2FormatTest::Results() const {
   std::vector<MediaType> types;
   MediaType current;
   const HRESULT listed = ListMediaTypes(*pin.Get(), types);
   const HRESULT got = CurrentFormat(*pin.Get(), current);
-  return {listed, got, SetWhole(MEDIASUBTYPE_YUY2, 64, 48, 333333)};
+  return {listed, got, SetFormat(MEDIASUBTYPE_YUY2, 64, 48, 333333)};
 }
 
 VIDEOINFOHEADER VideoHeader(LONG width, LONG height, LONGLONG interval) {
@@ -66,3 +68,5 @@ AM_MEDIA_TYPE VideoType(const GUID& subtype, VIDEOINFOHEADER& video) {
   type.pbFormat = reinterpret_cast<BYTE*>(&video);
   return type;
 }
+
+}  // namespace linux_support

@@ -5,26 +5,29 @@
 
 #include "support/linux/LinuxTest.h"
 
-class FormatTest : public LinuxTest {
+namespace linux_support {
+
+class V4l2FormatTest : public LinuxTest {
  protected:
   FakeV4l2Device& AddCamera(VideoDeviceSettings settings = {});
   FakeV4l2Device& AddCamera(std::vector<FormatOffer> formats);
   void TearDown() override;
 
-  // What the pin offers, described.
+  // Descriptions of the media types that the pin offers.
   std::vector<std::string> Offered() const;
-  // Changes these parts of the current format.
+  // Changes the current format.
   HRESULT Change(const GUID& subtype, LONG width, LONG height, LONGLONG interval) const;
-  // Sets a format made by hand, for which there need not be a current one.
-  HRESULT SetWhole(const GUID& subtype, LONG width, LONG height, LONGLONG interval) const;
-  // The results of EnumMediaTypes, GetFormat and SetFormat, which are all that meet the device.
+  // Sets a new media type, which does not require a current format.
+  HRESULT SetFormat(const GUID& subtype, LONG width, LONG height, LONGLONG interval) const;
+  // The results of EnumMediaTypes, GetFormat and SetFormat: the calls that access the device.
   std::array<HRESULT, 3> Results() const;
 
   ComPtr<IBaseFilter> filter;
   ComPtr<IPin> pin;
 };
 
-// A header with these parts set.
 VIDEOINFOHEADER VideoHeader(LONG width, LONG height, LONGLONG interval);
-// A media type around it, which stays the caller's.
+// The media type points to the caller's header.
 AM_MEDIA_TYPE VideoType(const GUID& subtype, VIDEOINFOHEADER& video);
+
+}  // namespace linux_support

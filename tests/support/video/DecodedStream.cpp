@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+namespace video {
 namespace {
 
 // Reads bits and Exp-Golomb codes (ITU-T H.264, 7.2 and 9.1).
@@ -39,7 +40,7 @@ class BitReader {
   std::size_t m_next = 0;
 };
 
-// Where the next start code begins, and how long it is; the end of the packet and 0 without one.
+// The offset and length of the next start code; without one, the end of the packet and 0.
 std::pair<std::size_t, std::size_t> FindStartCode(const Bytes& packet, std::size_t from) {
   for (std::size_t i = from; i + 3 <= packet.size(); ++i) {
     if (packet[i] == 0 && packet[i + 1] == 0) {
@@ -204,7 +205,7 @@ Decoded Decode(const std::vector<Bytes>& packets) {
     take(decoder->DecodeFrameNoDelay(packet.data(), static_cast<int>(packet.size()), planes, &info), planes,
          info);
   }
-  // In profiles that could have pictures out of order this decoder keeps the latest ones back.
+  // In profiles that allow reordering the decoder delays the last pictures.
   int remaining = 0;
   decoder->GetOption(DECODER_OPTION_NUM_OF_FRAMES_REMAINING_IN_BUFFER, &remaining);
   for (; remaining > 0; --remaining) {
@@ -255,3 +256,5 @@ Bytes Encode(VideoEncoder& encoder, VideoFrame& frame) {
   }
   return {packet.data, packet.data + packet.length};
 }
+
+}  // namespace video

@@ -1,4 +1,4 @@
-// H.264 streams as tests look at them: NAL units, slice types, decoded pictures.
+// Parsing, decoding and encoding of H.264 streams in tests.
 #pragma once
 
 #include <wels/codec_api.h>
@@ -11,7 +11,7 @@
 #include "MultiMediaEncoder.h"
 #include "support/video/TestPictures.h"
 
-using Bytes = std::vector<std::uint8_t>;
+namespace video {
 
 // NAL unit types (ITU-T H.264, table 7-1).
 constexpr int kSlice = 1;
@@ -21,13 +21,13 @@ constexpr int kPps = 8;
 
 struct NalUnit {
   int type = 0;
-  Bytes payload;  // without emulation prevention bytes, behind the header byte
+  Bytes payload;  // after the header byte, without emulation prevention bytes
 };
 
-// The NAL units of a packet in Annex B form. Empty when it does not start with a start code.
+// The NAL units of a packet in Annex B format. Empty if it does not begin with a start code.
 std::vector<NalUnit> NalUnits(const Bytes& packet);
 
-// The types alone.
+// The types of the NAL units.
 std::vector<int> NalTypes(const Bytes& packet);
 
 struct SliceHeader {
@@ -36,7 +36,7 @@ struct SliceHeader {
 };
 SliceHeader ReadSliceHeader(const NalUnit& unit);
 
-// What a sequence parameter set says of profile, references and colours.
+// Profile, reference pictures and colour description of a sequence parameter set.
 struct SequenceParameters {
   std::uint32_t profile = 0;
   std::uint32_t referencePictures = 0;
@@ -45,21 +45,21 @@ struct SequenceParameters {
   std::uint32_t transfer = 0;
   std::uint32_t matrix = 0;
 };
-// Of High profile, without scaling lists.
+// Supports the High profile without scaling lists.
 SequenceParameters ReadSequenceParameters(const NalUnit& unit);
 
+// True for an IDR access unit with SPS and PPS.
 bool IsKeyFrame(const Bytes& packet);
 
-// What a decoder makes of a stream.
 struct Decoded {
   std::vector<Yuv> pictures;
-  int errors = 0;  // and warnings
+  int errors = 0;  // including warnings
 };
 
-// Decodes packets with the decoder of the library that encoded them.
+// Decodes packets with OpenH264.
 Decoded Decode(const std::vector<Bytes>& packets);
 
-// An encoder of the library, as its users hold it.
+// Owns an encoder of the encoder library.
 struct ReleaseEncoder {
   void operator()(VideoEncoder* encoder) const { VideoEncoder::ReleaseEncoder(encoder); }
 };
@@ -69,12 +69,14 @@ VideoEncoder::EncodeParam Param(std::uint32_t width, std::uint32_t height, Color
                                 std::uint32_t frameRate = 30, std::uint16_t keyFrameInterval = 150,
                                 std::uint16_t bitRate = 1536);
 
-// A ready encoder; null when it refuses the parameters.
+// An initialized encoder; null if it rejects the parameters.
 EncoderHandle MakeEncoder(const VideoEncoder::EncodeParam& param);
 
-// A frame with the given bytes in it.
+// A frame with the given bytes; null if their number does not match.
 std::unique_ptr<VideoFrame> MakeFrame(const Bytes& bytes, std::uint32_t width, std::uint32_t height,
                                       ColorSpace layout);
 
-// The packet of a frame; empty after an error.
+// The packet of a frame; empty on an error.
 Bytes Encode(VideoEncoder& encoder, VideoFrame& frame);
+
+}  // namespace video

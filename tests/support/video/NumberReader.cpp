@@ -6,11 +6,12 @@
 #include "robustness/soak/SoakFailure.h"
 #include "simulated/NumberedPicture.h"
 
+namespace video {
 namespace {
 
 using Planes = std::array<std::uint8_t*, 3>;
 
-std::string InWords(std::optional<std::uint32_t> number) {
+std::string NumberText(std::optional<std::uint32_t> number) {
   return number ? "number " + std::to_string(*number) : "no number";
 }
 
@@ -24,7 +25,7 @@ void NumberReader::DestroyDecoder::operator()(ISVCDecoder* decoder) const {
 NumberReader::NumberReader(soak::PictureSize size) : m_size(size) {
   ISVCDecoder* made = nullptr;
   if (WelsCreateDecoder(&made) != 0) {
-    throw soak::SoakFailure("there is no decoder to be had");
+    throw soak::SoakFailure("cannot create the decoder");
   }
   m_decoder.reset(made);
   int quiet = WELS_LOG_QUIET;
@@ -33,7 +34,7 @@ NumberReader::NumberReader(soak::PictureSize size) : m_size(size) {
   param.sVideoProperty.eVideoBsType = VIDEO_BITSTREAM_AVC;
   param.eEcActiveIdc = ERROR_CON_DISABLE;
   if (m_decoder->Initialize(&param) != 0) {
-    throw soak::SoakFailure("the decoder cannot be set up");
+    throw soak::SoakFailure("cannot initialize the decoder");
   }
 }
 
@@ -47,7 +48,7 @@ void NumberReader::Read(const std::uint8_t* data, std::uint32_t length) {
 }
 
 void NumberReader::Finish() {
-  // In profiles that could have pictures out of order this decoder keeps the latest ones back.
+  // In profiles that allow reordering the decoder delays the last pictures.
   int remaining = 0;
   m_decoder->GetOption(DECODER_OPTION_NUM_OF_FRAMES_REMAINING_IN_BUFFER, &remaining);
   for (; remaining > 0; --remaining) {
@@ -57,32 +58,34 @@ void NumberReader::Finish() {
     Take(state, planes.data(), info);
   }
   if (m_pictures != m_packets) {
-    throw soak::SoakFailure(std::to_string(m_packets) + " packets have become " + std::to_string(m_pictures) +
-                            " pictures");
+    throw soak::SoakFailure(std::to_string(m_packets) + " packets were decoded to " +
+                            std::to_string(m_pictures) + " pictures");
   }
 }
 
 void NumberReader::Take(DECODING_STATE state, std::uint8_t* const* planes, const SBufferInfo& info) {
   if (state != dsErrorFree) {
-    throw soak::SoakFailure("the decoder answers " + std::to_string(state) + " to packet " +
-                            std::to_string(m_packets - 1));
+    throw soak::SoakFailure("decoding packet " + std::to_string(m_packets - 1) + " failed with state " +
+                            std::to_string(state));
   }
   if (info.iBufferStatus == 1) {
-    Look(planes[0], info.UsrData.sSystemBuffer);
+    CheckPicture(planes[0], info.UsrData.sSystemBuffer);
     ++m_pictures;
   }
 }
 
-void NumberReader::Look(const std::uint8_t* luma, const SSysMEMBuffer& memory) const {
+void NumberReader::CheckPicture(const std::uint8_t* luma, const SSysMEMBuffer& memory) const {
   const auto width = static_cast<std::uint32_t>(memory.iWidth);
   const auto height = static_cast<std::uint32_t>(memory.iHeight);
   if (width != m_size.width || height != m_size.height) {
     throw soak::SoakFailure("picture " + std::to_string(m_pictures) + " is " + std::to_string(width) + "x" +
-                            std::to_string(height) + " in size");
+                            std::to_string(height));
   }
   const auto stride = static_cast<std::size_t>(memory.iStride[0]);
   const std::optional<std::uint32_t> number = simulated::ReadFrameNumber(luma, stride, width, height);
   if (number != static_cast<std::uint32_t>(m_pictures & simulated::kFrameNumberMask)) {
-    throw soak::SoakFailure("picture " + std::to_string(m_pictures) + " shows " + InWords(number));
+    throw soak::SoakFailure("picture " + std::to_string(m_pictures) + " shows " + NumberText(number));
   }
 }
+
+}  // namespace video

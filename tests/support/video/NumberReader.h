@@ -1,4 +1,4 @@
-// Decodes a stream as its packets come, and reads the number in each picture.
+// Decodes a stream packet by packet and checks the frame number in each picture.
 #pragma once
 
 #include <wels/codec_api.h>
@@ -8,14 +8,16 @@
 
 #include "robustness/soak/SoakOptions.h"
 
-// One thread at a time. What is wrong with the stream is thrown as soak::SoakFailure.
+namespace video {
+
+// Not thread-safe. Errors in the stream are thrown as SoakFailure.
 class NumberReader {
  public:
   explicit NumberReader(soak::PictureSize size);
 
-  // The stream's next packet. Its pictures carry the numbers from 0 on, each once, in order.
+  // Decodes the next packet. The pictures must have the numbers 0, 1, 2 and so on.
   void Read(const std::uint8_t* data, std::uint32_t length);
-  // The end of the stream: every packet has become a picture.
+  // Ends the stream. Every packet must have produced a picture.
   void Finish();
 
   std::uint64_t Packets() const { return m_packets; }
@@ -26,10 +28,12 @@ class NumberReader {
   };
 
   void Take(DECODING_STATE state, std::uint8_t* const* planes, const SBufferInfo& info);
-  void Look(const std::uint8_t* luma, const SSysMEMBuffer& memory) const;
+  void CheckPicture(const std::uint8_t* luma, const SSysMEMBuffer& memory) const;
 
   const soak::PictureSize m_size;
   std::unique_ptr<ISVCDecoder, DestroyDecoder> m_decoder;
   std::uint64_t m_packets = 0;
   std::uint64_t m_pictures = 0;
 };
+
+}  // namespace video

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <random>
 
+namespace video {
 namespace {
 
 constexpr std::size_t kTextureSide = 1024;
@@ -13,7 +14,7 @@ std::uint8_t Clamp(double value) {
   return static_cast<std::uint8_t>(std::clamp(std::lround(value), 0L, 255L));
 }
 
-// ITU-R BT.601: luma from 16 to 235, chroma around 128; components from 0 to 255.
+// ITU-R BT.601, limited range.
 double Luma(const Rgb& c) { return 16 + (65.481 * c.r + 128.553 * c.g + 24.966 * c.b) / 255; }
 double ChromaU(const Rgb& c) { return 128 + (-37.797 * c.r - 74.203 * c.g + 112.0 * c.b) / 255; }
 double ChromaV(const Rgb& c) { return 128 + (112.0 * c.r - 93.786 * c.g - 18.214 * c.b) / 255; }
@@ -138,7 +139,7 @@ MovingClip::MovingClip(std::uint32_t width, std::uint32_t height, std::uint32_t 
       m_height(height),
       m_texture(kTextureSide * kTextureSide),
       m_noise(seed * 2654435761U + 1) {
-  // Noise of several scales, as surfaces and leaves have it.
+  // Value noise at several scales, similar to natural textures.
   std::mt19937 random(seed);
   std::vector<double> sum(m_texture.size(), 0.0);
   double weight = 8;
@@ -165,7 +166,7 @@ MovingClip::MovingClip(std::uint32_t width, std::uint32_t height, std::uint32_t 
 }
 
 void MovingClip::Draw(std::uint64_t number, std::uint8_t* bytes) {
-  // The picture pans; a band across it goes its own way.
+  // The picture pans; bands move in the opposite direction.
   const std::size_t pan = number * 3;
   const std::size_t band = number * 5;
   for (std::size_t y = 0; y < m_height; ++y) {
@@ -187,3 +188,5 @@ void MovingClip::Draw(std::uint64_t number, std::uint8_t* bytes) {
         96 + m_texture[(y + number / 2) % kTextureSide * kTextureSide + (x + pan / 2) % kTextureSide] / 4);
   }
 }
+
+}  // namespace video

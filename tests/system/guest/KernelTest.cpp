@@ -94,12 +94,12 @@ void BuiltInCamera::PlugInCamera() {
 }
 
 std::vector<std::uint32_t> BuiltInCamera::DecodeFrameNumbers(const OfferedFormat& format) const {
-  const std::vector<Bytes> packets = PacketBytes();
-  const Decoded decoded = Decode(packets);
+  const std::vector<video::Bytes> packets = PacketBytes();
+  const video::Decoded decoded = video::Decode(packets);
   EXPECT_EQ(decoded.errors, 0);
   EXPECT_EQ(decoded.pictures.size(), packets.size());
   std::vector<std::uint32_t> numbers;
-  for (const Yuv& picture : decoded.pictures) {
+  for (const video::Yuv& picture : decoded.pictures) {
     EXPECT_EQ(Size(picture.width, picture.height), Size(format.width, format.height));
     // Upside-down pictures and swapped colours give an error above 100.
     EXPECT_LT(simulated::CornerColourError(picture.y.data(), picture.u.data(), picture.v.data(),

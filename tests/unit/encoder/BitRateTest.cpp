@@ -9,6 +9,14 @@
 
 namespace {
 
+using video::Bytes;
+using video::Encode;
+using video::EncoderHandle;
+using video::IsKeyFrame;
+using video::MakeEncoder;
+using video::MovingClip;
+using video::Param;
+
 struct BitRateCase {
   std::uint32_t width;
   std::uint32_t height;

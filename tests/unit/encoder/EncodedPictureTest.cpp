@@ -7,6 +7,20 @@
 
 namespace {
 
+using video::Bytes;
+using video::Decode;
+using video::Decoded;
+using video::Encode;
+using video::MakeFrame;
+using video::Painter;
+using video::PaintFrame;
+using video::PaintYuv;
+using video::Param;
+using video::Psnr;
+using video::Rgb;
+using video::TestCard;
+using video::Yuv;
+
 struct PictureCase {
   std::uint32_t width;
   std::uint32_t height;

@@ -10,6 +10,11 @@
 
 namespace {
 
+using video::EncoderHandle;
+using video::MakeEncoder;
+using video::MovingClip;
+using video::Param;
+
 // Resident set size of the process in bytes.
 std::size_t ResidentBytes() {
   std::ifstream statm("/proc/self/statm");

@@ -12,6 +12,28 @@
 
 namespace {
 
+using video::Bytes;
+using video::Decode;
+using video::Decoded;
+using video::Encode;
+using video::EncoderHandle;
+using video::IsKeyFrame;
+using video::kIdrSlice;
+using video::kPps;
+using video::kSlice;
+using video::kSps;
+using video::MakeEncoder;
+using video::MovingClip;
+using video::NalTypes;
+using video::NalUnit;
+using video::NalUnits;
+using video::Param;
+using video::Psnr;
+using video::ReadSequenceParameters;
+using video::ReadSliceHeader;
+using video::SequenceParameters;
+using video::SliceHeader;
+
 using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;

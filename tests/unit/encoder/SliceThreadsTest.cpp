@@ -17,6 +17,17 @@
 
 namespace {
 
+using video::Bytes;
+using video::Decode;
+using video::Encode;
+using video::kIdrSlice;
+using video::kPps;
+using video::kSlice;
+using video::kSps;
+using video::MovingClip;
+using video::NalTypes;
+using video::Param;
+
 constexpr int kSliceThreads = 2;
 
 std::ptrdiff_t ThreadCount() {

@@ -1,4 +1,4 @@
-// Which devices there are, what they are called, and which of them can be unplugged.
+// Enumeration of capture and USB devices, and the selection of the built-in camera.
 #include <algorithm>
 #include <cctype>
 
@@ -6,6 +6,7 @@
 
 #include <fcntl.h>
 
+namespace linux_support {
 namespace {
 
 using ::testing::AllOf;
@@ -15,38 +16,38 @@ using ::testing::SizeIs;
 using ::testing::StartsWith;
 using ::testing::UnorderedElementsAre;
 
-class Selection : public LinuxTest {
+class BuiltInSelectionTest : public LinuxTest {
  protected:
-  // Puts a camera with one interface's node on a port.
+  // Adds a camera with one video function.
   void AddCamera(const UsbNode& node, int number, int interface = 0) {
     kernel.Tree().AddUsb(node);
     AddFunction(node.name, interface, number);
   }
-  // One more video function of a USB device, or its first.
+  // Adds a video function to a USB device.
   void AddFunction(const std::string& usbName, int interface, int number, VideoDeviceSettings settings = {}) {
     kernel.Tree().AddVideoOfUsb(number, usbName + ":1." + std::to_string(interface), "Camera", 0);
     kernel.AddDevice(number, std::move(settings));
   }
-  // An infrared camera, as laptops have them for face recognition.
+  // An infrared camera, as laptops use for face recognition.
   static VideoDeviceSettings Infrared() {
     VideoDeviceSettings settings;
     settings.formats = {{V4L2_PIX_FMT_GREY, {Discrete(640, 360, {15})}}};
     return settings;
   }
-  // Whether the only USB device can be unplugged.
-  static bool IsOnlyOneRemovable() {
-    const std::vector<UsbDeviceSeen> devices = UsbDevicesSeen();
+  // Whether the only USB device is removable.
+  static bool IsOnlyDeviceRemovable() {
+    const std::vector<EnumeratedUsbDevice> devices = ListUsbDevices();
     EXPECT_THAT(devices, SizeIs(1));
     return devices.empty() || devices.front().isRemovable;
   }
 };
 
-using CaptureDevices = Selection;
-using UsbDevices = Selection;
+using CaptureDeviceListTest = BuiltInSelectionTest;
+using UsbDeviceListTest = BuiltInSelectionTest;
 
 // --- Capture devices ---
 
-TEST_F(CaptureDevices, AreNoneOnAPcWithoutCameras) {
+TEST_F(CaptureDeviceListTest, CreateClassEnumeratorReturnsSFalseWithoutCameras) {
   ComPtr<ICreateDevEnum> devices;
   ASSERT_EQ(CoCreateInstance(CLSID_SystemDeviceEnum, nullptr, CLSCTX_INPROC_SERVER, IID_ICreateDevEnum,
                              devices.PutVoid()),
@@ -62,59 +63,59 @@ TEST_F(CaptureDevices, AreNoneOnAPcWithoutCameras) {
   EXPECT_EQ(device.OpenHandles(), 0U);
 }
 
-TEST_F(CaptureDevices, AreNodesThatCapturePictures) {
+TEST_F(CaptureDeviceListTest, ExcludesNodesThatDoNotCapture) {
   AddLaptopCamera();
   kernel.Tree().AddVideoOf(7, "platform/codec.0", "a decoder", 0);
   VideoDeviceSettings decoder;
   decoder.nodeCapabilities = V4L2_CAP_VIDEO_M2M_MPLANE | V4L2_CAP_STREAMING;
   decoder.deviceCapabilities = decoder.nodeCapabilities;
   kernel.AddDevice(7, decoder);
-  EXPECT_THAT(DisplayNames(), SizeIs(1)) << "the node beside it says of the whole device that it captures";
+  EXPECT_THAT(DisplayNames(), SizeIs(1)) << "the metadata node's device capabilities include video capture";
 }
 
-TEST_F(CaptureDevices, OfOldDriversAreKnownByTheWholeDevice) {
+TEST_F(CaptureDeviceListTest, UsesDeviceCapabilitiesIfTheDriverReportsNoNodeCapabilities) {
   VideoDeviceSettings old;
-  old.tellsNodeCapabilities = false;
+  old.reportsNodeCapabilities = false;
   AddPluggedInCamera("1-2", 3, old);
   EXPECT_THAT(DisplayNames(), SizeIs(1));
 }
 
-TEST_F(CaptureDevices, ThatMayNotBeOpenedAreListedByTheirPlace) {
+TEST_F(CaptureDeviceListTest, ListsTheFirstNodeOfADeviceThatDeniesAccess) {
   AddLaptopCamera();
   kernel.Fail(kOpenCall, EACCES);
-  EXPECT_THAT(DisplayNames(), SizeIs(1)) << "the first node of a device is the one that captures";
+  EXPECT_THAT(DisplayNames(), SizeIs(1)) << "without access only the first node of a device is listed";
 }
 
-TEST_F(CaptureDevices, AreListedWhileAnotherProgramUsesThem) {
+TEST_F(CaptureDeviceListTest, ListsCamerasThatAreInUse) {
   AddLaptopCamera();
   kernel.Fail(kOpenCall, EBUSY);
   EXPECT_THAT(DisplayNames(), SizeIs(1));
 }
 
-TEST_F(CaptureDevices, ThatAreNotOnUsbAreListed) {
+TEST_F(CaptureDeviceListTest, ListsCamerasThatAreNotOnUsb) {
   kernel.Tree().AddVideoOf(2, "platform/vivid.0", "vivid", 0);
   kernel.AddDevice(2);
   ASSERT_THAT(DisplayNames(), SizeIs(1));
   EXPECT_THAT(DisplayNames().front(), ::testing::Not(HasSubstr("usb#")));
-  EXPECT_EQ(BuiltInCamera(), "");
+  EXPECT_EQ(BuiltInCameraName(), "");
 }
 
-TEST_F(CaptureDevices, AreNamedInLowerCaseByTheIdOfTheirInterface) {
+TEST_F(CaptureDeviceListTest, DisplayNamesAreLowerCaseAndContainTheInterfaceId) {
   UsbNode node{"1-5", "04F2", "B6BE"};
   node.controller = "pci0000:00/0000:00:1C.5/0000:02:00.0";
   AddCamera(node, 0);
-  const std::vector<UsbDeviceSeen> devices = UsbDevicesSeen();
+  const std::vector<EnumeratedUsbDevice> devices = ListUsbDevices();
   ASSERT_THAT(devices, SizeIs(1));
   ASSERT_THAT(DisplayNames(), SizeIs(1));
   const std::string name = DisplayNames().front();
   EXPECT_THAT(devices.front().childId, StartsWith("USB\\VID_04F2&PID_B6BE&MI_00\\"));
   EXPECT_THAT(name, AllOf(HasSubstr("usb#vid_04f2&pid_b6be&mi_00#"),
-                          HasSubstr(InDisplayNameForm(devices.front().childId))));
+                          HasSubstr(ToDisplayNameForm(devices.front().childId))));
   EXPECT_TRUE(std::none_of(name.begin(), name.end(), [](unsigned char c) { return std::isupper(c) != 0; }))
       << name;
 }
 
-TEST_F(CaptureDevices, KeepTheirNamesWhenBusAndNodeNumbersChange) {
+TEST_F(CaptureDeviceListTest, DisplayNamesDoNotDependOnBusAndNodeNumbers) {
   kernel.Tree().AddUsb({"1-5", "05e3", "0610"});
   AddCamera({"1-5.3"}, 0);
   const std::vector<std::string> before = DisplayNames();
@@ -129,8 +130,8 @@ TEST_F(CaptureDevices, KeepTheirNamesWhenBusAndNodeNumbersChange) {
   v4l2::SetSystemCallsForTesting(&kernel);
 }
 
-TEST_F(CaptureDevices, HaveNamesNoneOfWhichContainsAnother) {
-  // The same model on ports 1 and 1.1 and 11, two nodes of one interface, and two of another kind.
+TEST_F(CaptureDeviceListTest, NoDisplayNameContainsAnother) {
+  // The same model on ports 1, 1.1 and 11, two nodes of one interface, and two nodes that are not on USB.
   AddCamera({"1-1"}, 0);
   kernel.Tree().AddVideoOfUsb(1, "1-1:1.0", "Camera", 1);
   kernel.AddDevice(1);
@@ -154,7 +155,7 @@ TEST_F(CaptureDevices, HaveNamesNoneOfWhichContainsAnother) {
   }
 }
 
-TEST_F(CaptureDevices, ComeInTheSameOrderWhateverTheFoldersOrder) {
+TEST_F(CaptureDeviceListTest, OrderDoesNotDependOnDirectoryOrder) {
   const auto listWithOrder = [](const std::vector<int>& ports) {
     FakeSystemCalls other;
     v4l2::SetSystemCallsForTesting(&other);
@@ -165,7 +166,7 @@ TEST_F(CaptureDevices, ComeInTheSameOrderWhateverTheFoldersOrder) {
       other.AddDevice(port);
     }
     std::vector<std::string> all = DisplayNames();
-    for (const UsbDeviceSeen& device : UsbDevicesSeen()) {
+    for (const EnumeratedUsbDevice& device : ListUsbDevices()) {
       all.push_back(device.id);
     }
     return all;
@@ -177,35 +178,35 @@ TEST_F(CaptureDevices, ComeInTheSameOrderWhateverTheFoldersOrder) {
   v4l2::SetSystemCallsForTesting(&kernel);
 }
 
-TEST_F(CaptureDevices, ThatGoWhileTheyAreListedAreLeftOut) {
+TEST_F(CaptureDeviceListTest, SkipsDevicesThatDisappearDuringEnumeration) {
   AddLaptopCamera();
   kernel.Tree().AddDanglingVideo(8);
   kernel.Tree().AddDanglingUsb("1-8");
   kernel.Tree().AddUsb({"1-9"});
   kernel.Tree().SetUsbAttribute("1-9", "idVendor", {});
   EXPECT_THAT(DisplayNames(), SizeIs(1));
-  EXPECT_THAT(UsbDevicesSeen(), SizeIs(1));
-  EXPECT_NE(BuiltInCamera(), "");
+  EXPECT_THAT(ListUsbDevices(), SizeIs(1));
+  EXPECT_NE(BuiltInCameraName(), "");
 }
 
-TEST_F(CaptureDevices, WithoutTheirFoldersAreNone) {
+TEST_F(CaptureDeviceListTest, IsEmptyWithoutSysfs) {
   std::filesystem::remove_all(kernel.SysfsRoot());
   EXPECT_THAT(DisplayNames(), IsEmpty());
-  EXPECT_THAT(UsbDevicesSeen(), IsEmpty());
+  EXPECT_THAT(ListUsbDevices(), IsEmpty());
 }
 
-TEST_F(CaptureDevices, ThatHaveGoneSinceTheyWereListedSayWhenUsed) {
+TEST_F(CaptureDeviceListTest, ListingFormatsFailsAfterTheDeviceWasUnplugged) {
   AddLaptopCamera();
-  const std::vector<CaptureDeviceSeen> devices = CaptureDevicesSeen();
+  const std::vector<EnumeratedDevice> devices = ListCaptureDevices();
   ASSERT_THAT(devices, SizeIs(1));
   UnplugLaptopCamera();
   ComPtr<IBaseFilter> filter;
   ASSERT_EQ(devices.front().moniker->BindToObject(nullptr, nullptr, IID_IBaseFilter, filter.PutVoid()), S_OK);
   std::vector<MediaType> types;
-  EXPECT_EQ(ListMediaTypes(*FindPin(*filter.Get(), PINDIR_OUTPUT).Get(), types), kGone);
+  EXPECT_EQ(ListMediaTypes(*FindPin(*filter.Get(), PINDIR_OUTPUT).Get(), types), kDeviceGone);
 }
 
-TEST_F(CaptureDevices, AreOpenedSoThatNothingBlocksAndNoChildProcessHasThem) {
+TEST_F(CaptureDeviceListTest, OpensNodesNonBlockingAndCloseOnExec) {
   AddLaptopCamera();
   EXPECT_THAT(DisplayNames(), SizeIs(1));
   EXPECT_NE(kernel.OpenFlags() & O_NONBLOCK, 0);
@@ -213,7 +214,7 @@ TEST_F(CaptureDevices, AreOpenedSoThatNothingBlocksAndNoChildProcessHasThem) {
   EXPECT_EQ(kernel.OpenFlags() & O_ACCMODE, O_RDWR);
 }
 
-TEST_F(CaptureDevices, WithoutADeliverableFormatAreNotListed) {
+TEST_F(CaptureDeviceListTest, ExcludesDevicesWithoutASupportedFormat) {
   AddLaptopCamera();
   for (const std::uint32_t pixelFormat : {V4L2_PIX_FMT_GREY, V4L2_PIX_FMT_Y16, V4L2_PIX_FMT_H264}) {
     VideoDeviceSettings settings;
@@ -224,152 +225,152 @@ TEST_F(CaptureDevices, WithoutADeliverableFormatAreNotListed) {
   }
 }
 
-TEST_F(CaptureDevices, ThatFailToListTheirFormatsAreListed) {
+TEST_F(CaptureDeviceListTest, IncludesDevicesWhoseFormatsCannotBeRead) {
   AddLaptopCamera();
   kernel.Fail(VIDIOC_ENUM_FMT, EIO);
-  EXPECT_THAT(DisplayNames(), SizeIs(1)) << "the failure is reported by the call that needs the formats";
+  EXPECT_THAT(DisplayNames(), SizeIs(1)) << "the call that needs the formats reports the failure";
 }
 
 // --- USB devices ---
 
-TEST_F(UsbDevices, AreFixedOnlyIfTheKernelSaysSo) {
+TEST_F(UsbDeviceListTest, AreFixedOnlyIfTheKernelReportsFixed) {
   kernel.Tree().AddUsb({"1-5"});
-  EXPECT_FALSE(IsOnlyOneRemovable());
+  EXPECT_FALSE(IsOnlyDeviceRemovable());
   for (const char* const text : {"removable", "unknown", "", "Fixed", "nonsense"}) {
     kernel.Tree().SetUsbAttribute("1-5", "removable", text);
-    EXPECT_TRUE(IsOnlyOneRemovable()) << text;
+    EXPECT_TRUE(IsOnlyDeviceRemovable()) << text;
   }
   kernel.Tree().SetUsbAttribute("1-5", "removable", {});
-  EXPECT_TRUE(IsOnlyOneRemovable()) << "no such attribute";
+  EXPECT_TRUE(IsOnlyDeviceRemovable()) << "without the attribute";
 }
 
-TEST_F(UsbDevices, FixedToARemovableHubAreRemovable) {
+TEST_F(UsbDeviceListTest, FixedDeviceBehindARemovableHubIsRemovable) {
   kernel.Tree().AddUsb({"1-2", "05e3", "0610", "removable", {0}});
   kernel.Tree().AddUsb({"1-2.1", "05e3", "0610", "fixed", {0}});
   AddCamera({"1-2.1.4"}, 0);
-  for (const UsbDeviceSeen& device : UsbDevicesSeen()) {
+  for (const EnumeratedUsbDevice& device : ListUsbDevices()) {
     EXPECT_TRUE(device.isRemovable) << device.id;
   }
-  EXPECT_EQ(BuiltInCamera(), "");
+  EXPECT_EQ(BuiltInCameraName(), "");
 }
 
-TEST_F(UsbDevices, FixedToAHubThatMayBeRemovableAreRemovable) {
+TEST_F(UsbDeviceListTest, FixedDeviceBehindAnUnknownHubIsRemovable) {
   kernel.Tree().AddUsb({"1-2", "05e3", "0610", "fixed", {0}});
   kernel.Tree().AddUsb({"1-2.1", "05e3", "0610", "unknown", {0}});
   AddCamera({"1-2.1.4"}, 0);
   EXPECT_THAT(DisplayNames(), SizeIs(1));
-  EXPECT_EQ(BuiltInCamera(), "");
+  EXPECT_EQ(BuiltInCameraName(), "");
   kernel.Tree().SetUsbAttribute("1-2.1", "removable", {});
-  EXPECT_EQ(BuiltInCamera(), "") << "no such attribute";
+  EXPECT_EQ(BuiltInCameraName(), "") << "without the attribute";
   kernel.Tree().SetUsbAttribute("1-2.1", "removable", "fixed");
-  EXPECT_NE(BuiltInCamera(), "");
+  EXPECT_NE(BuiltInCameraName(), "");
 }
 
-TEST_F(UsbDevices, FixedToFixedHubsAreFixed) {
+TEST_F(UsbDeviceListTest, FixedDeviceBehindFixedHubsIsFixed) {
   kernel.Tree().AddUsb({"1-2", "05e3", "0610", "fixed", {0}});
   kernel.Tree().AddUsb({"1-2.1", "05e3", "0610", "fixed", {0}});
   AddCamera({"1-2.1.4"}, 0);
-  const std::vector<UsbDeviceSeen> devices = UsbDevicesSeen();
+  const std::vector<EnumeratedUsbDevice> devices = ListUsbDevices();
   EXPECT_THAT(devices, SizeIs(3));
-  for (const UsbDeviceSeen& device : devices) {
+  for (const EnumeratedUsbDevice& device : devices) {
     EXPECT_FALSE(device.isRemovable) << device.id;
   }
   ASSERT_THAT(DisplayNames(), SizeIs(1));
-  EXPECT_EQ(BuiltInCamera(), DisplayNames().front());
+  EXPECT_EQ(BuiltInCameraName(), DisplayNames().front());
 }
 
-TEST_F(UsbDevices, AreNeitherRootHubsNorInterfaces) {
+TEST_F(UsbDeviceListTest, ExcludesRootHubsAndInterfaces) {
   kernel.Tree().AddUsb({"1-5"});
   kernel.Tree().AddUsb({"2-1", "8087", "0026"});
   std::vector<std::string> ids;
-  for (const UsbDeviceSeen& device : UsbDevicesSeen()) {
+  for (const EnumeratedUsbDevice& device : ListUsbDevices()) {
     ids.push_back(device.id);
   }
   EXPECT_THAT(ids, UnorderedElementsAre(StartsWith("USB\\VID_04F2&PID_B6BE\\"),
                                         StartsWith("USB\\VID_8087&PID_0026\\")));
 }
 
-TEST_F(UsbDevices, HaveTheirLowestInterfaceAsFirstChild) {
+TEST_F(UsbDeviceListTest, FirstChildIsTheLowestInterface) {
   kernel.Tree().AddUsb({"1-5", "04f2", "b6be", "fixed", {10, 3, 2}});
-  ASSERT_THAT(UsbDevicesSeen(), SizeIs(1));
-  EXPECT_THAT(UsbDevicesSeen().front().childId, StartsWith("USB\\VID_04F2&PID_B6BE&MI_02\\"));
+  ASSERT_THAT(ListUsbDevices(), SizeIs(1));
+  EXPECT_THAT(ListUsbDevices().front().childId, StartsWith("USB\\VID_04F2&PID_B6BE&MI_02\\"));
 }
 
-TEST_F(UsbDevices, HaveTheirLowestCameraAsFirstChild) {
+TEST_F(UsbDeviceListTest, FirstChildIsTheLowestInterfaceWithAUsableCamera) {
   kernel.Tree().AddUsb({"1-5", "04f2", "b6be", "fixed", {0, 1, 2, 3, 4, 10}});
   AddFunction("1-5", 10, 3);
   AddFunction("1-5", 4, 2);
   AddFunction("1-5", 2, 1, Infrared());
-  ASSERT_THAT(UsbDevicesSeen(), SizeIs(1));
-  EXPECT_THAT(UsbDevicesSeen().front().childId, StartsWith("USB\\VID_04F2&PID_B6BE&MI_04\\"));
+  ASSERT_THAT(ListUsbDevices(), SizeIs(1));
+  EXPECT_THAT(ListUsbDevices().front().childId, StartsWith("USB\\VID_04F2&PID_B6BE&MI_04\\"));
 }
 
-TEST_F(UsbDevices, WithAnInfraredCameraAloneHaveTheirLowestInterfaceAsFirstChild) {
+TEST_F(UsbDeviceListTest, FirstChildIsTheLowestInterfaceIfTheOnlyCameraIsInfrared) {
   kernel.Tree().AddUsb({"1-5", "04f2", "b6be", "fixed", {0, 2}});
   AddFunction("1-5", 2, 0, Infrared());
-  ASSERT_THAT(UsbDevicesSeen(), SizeIs(1));
-  EXPECT_THAT(UsbDevicesSeen().front().childId, StartsWith("USB\\VID_04F2&PID_B6BE&MI_00\\"));
+  ASSERT_THAT(ListUsbDevices(), SizeIs(1));
+  EXPECT_THAT(ListUsbDevices().front().childId, StartsWith("USB\\VID_04F2&PID_B6BE&MI_00\\"));
 }
 
-TEST_F(UsbDevices, WriteInterfaceNumbersInHexadecimal) {
+TEST_F(UsbDeviceListTest, InterfaceNumbersAreHexadecimal) {
   kernel.Tree().AddUsb({"1-5", "04f2", "b6be", "fixed", {10}});
-  ASSERT_THAT(UsbDevicesSeen(), SizeIs(1));
-  EXPECT_THAT(UsbDevicesSeen().front().childId, StartsWith("USB\\VID_04F2&PID_B6BE&MI_0A\\"));
+  ASSERT_THAT(ListUsbDevices(), SizeIs(1));
+  EXPECT_THAT(ListUsbDevices().front().childId, StartsWith("USB\\VID_04F2&PID_B6BE&MI_0A\\"));
 }
 
-TEST_F(UsbDevices, WithoutInterfacesHaveNoChild) {
+TEST_F(UsbDeviceListTest, DeviceWithoutInterfacesHasNoChild) {
   kernel.Tree().AddUsb({"1-5", "04f2", "b6be", "fixed", {}});
-  ASSERT_THAT(UsbDevicesSeen(), SizeIs(1));
-  EXPECT_EQ(UsbDevicesSeen().front().childId, "");
-  EXPECT_FALSE(UsbDevicesSeen().front().isRemovable);
+  ASSERT_THAT(ListUsbDevices(), SizeIs(1));
+  EXPECT_EQ(ListUsbDevices().front().childId, "");
+  EXPECT_FALSE(ListUsbDevices().front().isRemovable);
 }
 
-TEST_F(UsbDevices, BelowAHubAreNoChildrenOfIt) {
+TEST_F(UsbDeviceListTest, DevicesBehindAHubAreNotItsChildren) {
   kernel.Tree().AddUsb({"1-2", "05e3", "0610", "fixed", {}});
   kernel.Tree().AddUsb({"1-2.1"});
-  const std::vector<UsbDeviceSeen> devices = UsbDevicesSeen();
+  const std::vector<EnumeratedUsbDevice> devices = ListUsbDevices();
   ASSERT_THAT(devices, SizeIs(2));
   EXPECT_EQ(devices.front().childId, "");
 }
 
-TEST_F(UsbDevices, OfTheSameModelHaveIdsOfTheirOwn) {
+TEST_F(UsbDeviceListTest, DevicesOfTheSameModelHaveDistinctIds) {
   kernel.Tree().AddUsb({"1-5"});
   kernel.Tree().AddUsb({"1-6"});
-  const std::vector<UsbDeviceSeen> devices = UsbDevicesSeen();
+  const std::vector<EnumeratedUsbDevice> devices = ListUsbDevices();
   ASSERT_THAT(devices, SizeIs(2));
   EXPECT_NE(devices[0].id, devices[1].id);
   EXPECT_NE(devices[0].childId, devices[1].childId);
 }
 
-// --- The PC's own camera ---
+// --- The built-in camera ---
 
-TEST_F(Selection, TakesTheFixedCamera) {
+TEST_F(BuiltInSelectionTest, SelectsTheFixedCamera) {
   AddPluggedInCamera("1-2", 2);
   AddLaptopCamera();
   AddPluggedInCamera("1-7", 3);
   EXPECT_THAT(DisplayNames(), SizeIs(3));
-  EXPECT_THAT(BuiltInCamera(), HasSubstr("usb#vid_04f2&pid_b6be&mi_00#"));
+  EXPECT_THAT(BuiltInCameraName(), HasSubstr("usb#vid_04f2&pid_b6be&mi_00#"));
 }
 
-TEST_F(Selection, TakesNoPluggedInCamera) {
+TEST_F(BuiltInSelectionTest, IgnoresPlugInCameras) {
   AddPluggedInCamera("1-2", 0);
   kernel.Tree().AddUsb({"1-10", "8087", "0aaa", "fixed"});
   EXPECT_THAT(DisplayNames(), SizeIs(1));
-  EXPECT_EQ(BuiltInCamera(), "");
+  EXPECT_EQ(BuiltInCameraName(), "");
 }
 
-TEST_F(Selection, TellsCamerasOfTheSameModelApart) {
+TEST_F(BuiltInSelectionTest, DistinguishesCamerasOfTheSameModel) {
   AddCamera({"1-4", "04f2", "b6be", "removable"}, 0);
   AddCamera({"1-5", "04f2", "b6be", "fixed"}, 1);
   ComPtr<IBaseFilter> filter;
-  ASSERT_EQ(BindCamera(BuiltInCamera(), filter), S_OK);
+  ASSERT_EQ(BindCamera(BuiltInCameraName(), filter), S_OK);
   kernel.Fail(VIDIOC_ENUM_FMT, EIO);
   std::vector<MediaType> types;
   kernel.Unplug("1-5", {1});
-  EXPECT_EQ(ListMediaTypes(*FindPin(*filter.Get(), PINDIR_OUTPUT).Get(), types), kGone);
+  EXPECT_EQ(ListMediaTypes(*FindPin(*filter.Get(), PINDIR_OUTPUT).Get(), types), kDeviceGone);
 }
 
-TEST_F(Selection, TakesTheCameraOnALongWayFromTheProcessor) {
+TEST_F(BuiltInSelectionTest, SelectsACameraBehindManyBridgesAndHubs) {
   UsbNode node{"1-1.2.3.4.5"};
   node.controller =
       "pci0000:00/0000:00:1c.0/0000:02:00.0/0000:03:01.0/0000:05:00.0/0000:06:02.0/0000:08:00.0/"
@@ -381,48 +382,49 @@ TEST_F(Selection, TakesTheCameraOnALongWayFromTheProcessor) {
     kernel.Tree().AddUsb(fixedHub);
   }
   AddCamera(node, 0);
-  EXPECT_THAT(BuiltInCamera(), HasSubstr("usb#vid_04f2&pid_b6be&mi_00#"));
+  EXPECT_THAT(BuiltInCameraName(), HasSubstr("usb#vid_04f2&pid_b6be&mi_00#"));
 }
 
-TEST_F(Selection, TakesTheCameraBehindAFunctionThatIsNone) {
+TEST_F(BuiltInSelectionTest, SelectsACameraOnALaterInterface) {
   AddCamera({"1-5", "04f2", "b6be", "fixed", {0, 2}}, 0, 2);
-  EXPECT_THAT(BuiltInCamera(), HasSubstr("mi_02#"));
+  EXPECT_THAT(BuiltInCameraName(), HasSubstr("mi_02#"));
 }
 
-TEST_F(Selection, TakesTheColourCameraInFrontOfAnInfraredOne) {
+TEST_F(BuiltInSelectionTest, SelectsTheColourCameraBeforeAnInfraredOne) {
   AddCamera({"1-5", "04f2", "b6be", "fixed", {0, 1, 2, 3}}, 0);
   AddFunction("1-5", 2, 2, Infrared());
-  EXPECT_THAT(BuiltInCamera(), HasSubstr("mi_00#"));
+  EXPECT_THAT(BuiltInCameraName(), HasSubstr("mi_00#"));
 }
 
-TEST_F(Selection, TakesTheColourCameraBehindAnInfraredOne) {
+TEST_F(BuiltInSelectionTest, SelectsTheColourCameraAfterAnInfraredOne) {
   kernel.Tree().AddUsb({"1-5", "04f2", "b6be", "fixed", {0, 1, 2, 3}});
   AddFunction("1-5", 0, 0, Infrared());
   AddFunction("1-5", 2, 2);
-  EXPECT_THAT(BuiltInCamera(), HasSubstr("mi_02#"));
+  EXPECT_THAT(BuiltInCameraName(), HasSubstr("mi_02#"));
 }
 
-TEST_F(Selection, TakesTheColourCameraBehindAnInfraredOneOnALowerPort) {
+TEST_F(BuiltInSelectionTest, SelectsTheColourCameraIfAnInfraredOneIsOnALowerPort) {
   kernel.Tree().AddUsb({"1-4", "04f2", "b6bf", "fixed", {0, 1}});
   AddFunction("1-4", 0, 0, Infrared());
   AddCamera({"1-5"}, 1);
-  EXPECT_THAT(BuiltInCamera(), HasSubstr("usb#vid_04f2&pid_b6be&mi_00#"));
+  EXPECT_THAT(BuiltInCameraName(), HasSubstr("usb#vid_04f2&pid_b6be&mi_00#"));
 }
 
-TEST_F(Selection, TakesNoInfraredCamera) {
+TEST_F(BuiltInSelectionTest, IgnoresInfraredCameras) {
   kernel.Tree().AddUsb({"1-5"});
   AddFunction("1-5", 0, 0, Infrared());
-  EXPECT_EQ(BuiltInCamera(), "");
+  EXPECT_EQ(BuiltInCameraName(), "");
 }
 
-TEST_F(Selection, FollowsUnpluggingAndPluggingIn) {
+TEST_F(BuiltInSelectionTest, FollowsUnpluggingAndReplugging) {
   AddLaptopCamera();
-  const std::string name = BuiltInCamera();
+  const std::string name = BuiltInCameraName();
   EXPECT_NE(name, "");
   UnplugLaptopCamera();
-  EXPECT_EQ(BuiltInCamera(), "");
+  EXPECT_EQ(BuiltInCameraName(), "");
   AddLaptopCamera();
-  EXPECT_EQ(BuiltInCamera(), name);
+  EXPECT_EQ(BuiltInCameraName(), name);
 }
 
 }  // namespace
+}  // namespace linux_support

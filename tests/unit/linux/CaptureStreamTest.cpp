@@ -1,4 +1,4 @@
-// Frames on their way from the device to the callback, and what becomes of bad ones.
+// Delivery of frames from the device to the callback, and handling of bad frames.
 #include <pthread.h>
 
 #include <array>
@@ -8,16 +8,15 @@
 
 #include "support/linux/CaptureGraphTest.h"
 
+namespace linux_support {
 namespace {
 
 using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::SizeIs;
 
-constexpr std::size_t kPictureSize = std::size_t{64} * 48 * 2;
-
-using Frames = GraphTest;
-using BadFrames = GraphTest;
+using CaptureStreamTest = CaptureGraphTest;
+using BadFrameTest = CaptureGraphTest;
 
 std::vector<int> FirstBytes(const std::vector<CollectedFrame>& frames) {
   std::vector<int> bytes;
@@ -29,7 +28,7 @@ std::vector<int> FirstBytes(const std::vector<CollectedFrame>& frames) {
 
 // --- Good frames ---
 
-TEST_F(Frames, ArriveWholeAndInOrder) {
+TEST_F(CaptureStreamTest, DeliversFramesCompleteAndInOrder) {
   BuildAndRun();
   FakeFrame frame = Picture(0);
   std::iota(frame.bytes.begin(), frame.bytes.end(), std::uint8_t{0});
@@ -39,12 +38,12 @@ TEST_F(Frames, ArriveWholeAndInOrder) {
   Stream({1, 2, 3, 4, 5, 6, 7, 8, 9, 10});
   EXPECT_THAT(FirstBytes(callback.Frames()), ElementsAre(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10));
   EXPECT_EQ(Stop(), S_OK);
-  const graph::StreamStats counters = graph::LatestStreamStats();
-  EXPECT_EQ(counters.delivered, 11U);
-  EXPECT_EQ(counters.tooShort + counters.damaged + counters.undecodable + counters.missed, 0U);
+  const graph::StreamStats stats = graph::LatestStreamStats();
+  EXPECT_EQ(stats.delivered, 11U);
+  EXPECT_EQ(stats.tooShort + stats.damaged + stats.undecodable + stats.missed, 0U);
 }
 
-TEST_F(Frames, AreNotCopied) {
+TEST_F(CaptureStreamTest, DeliversFramesInBufferMemory) {
   Build();
   std::atomic<int> inPlace = 0;
   callback.onFrame = [&](const CollectedFrame& frame) {
@@ -55,7 +54,7 @@ TEST_F(Frames, AreNotCopied) {
   EXPECT_EQ(inPlace, 3);
 }
 
-TEST_F(Frames, ArriveOnAThreadThatItsNameTells) {
+TEST_F(CaptureStreamTest, CallsBackOnANamedThread) {
   Build();
   std::array<char, 16> name{};
   callback.onFrame = [&](const CollectedFrame&) {
@@ -67,7 +66,7 @@ TEST_F(Frames, ArriveOnAThreadThatItsNameTells) {
   EXPECT_STREQ(name.data(), "nuveq-capture");
 }
 
-TEST_F(Frames, HaveTimesThatGrow) {
+TEST_F(CaptureStreamTest, TimestampsIncrease) {
   BuildAndRun();
   Stream({1, 2, 3});
   double latest = -1;
@@ -78,19 +77,19 @@ TEST_F(Frames, HaveTimesThatGrow) {
   }
 }
 
-TEST_F(Frames, ThatCouldNotBeTakenInTimeComeLate) {
+TEST_F(CaptureStreamTest, DeliversQueuedFramesAfterABlockedCallback) {
   BuildAndRun();
-  callback.CloseGate();
+  callback.BlockCallbacks();
   ASSERT_TRUE(device->Deliver(Picture(1)));
-  ASSERT_TRUE(callback.WaitForOneAtTheGate());
+  ASSERT_TRUE(callback.WaitForBlockedCallback());
   device->Supply(Picture(2));
   device->Supply(Picture(3));
-  callback.OpenGate();
+  callback.UnblockCallbacks();
   ASSERT_TRUE(callback.WaitForFrames(3));
   EXPECT_THAT(FirstBytes(callback.Frames()), ElementsAre(1, 2, 3));
 }
 
-TEST_F(Frames, WithPaddedLinesArePacked) {
+TEST_F(CaptureStreamTest, RemovesLinePadding) {
   VideoDeviceSettings camera;
   camera.linePadding = 32;
   BuildAndRun({}, camera);
@@ -111,7 +110,7 @@ TEST_F(Frames, WithPaddedLinesArePacked) {
   }
 }
 
-TEST_F(Frames, WithoutTheLastLinesPaddingAreWhole) {
+TEST_F(CaptureStreamTest, AcceptsFramesWithoutPaddingOfTheLastLine) {
   VideoDeviceSettings camera;
   camera.linePadding = 32;
   BuildAndRun({}, camera);
@@ -119,24 +118,24 @@ TEST_F(Frames, WithoutTheLastLinesPaddingAreWhole) {
   frame.bytes.assign(std::size_t{160} * 48 - 32, 7);
   ASSERT_TRUE(device->Deliver(frame));
   ASSERT_TRUE(callback.WaitForFrames(1));
-  EXPECT_THAT(callback.Frames().front().bytes, SizeIs(kPictureSize));
+  EXPECT_THAT(callback.Frames().front().bytes, SizeIs(kYuy2Size));
   EXPECT_THAT(callback.Frames().front().bytes, Each(7));
 }
 
-TEST_F(Frames, LongerThanAPictureAreCutToOne) {
+TEST_F(CaptureStreamTest, TruncatesFramesToThePictureSize) {
   BuildAndRun();
   FakeFrame frame = Picture(5);
   frame.bytes.insert(frame.bytes.end(), 0, 0);
-  frame.bytes.resize(kPictureSize + 16, 5);
+  frame.bytes.resize(kYuy2Size + 16, 5);
   device->Supply(frame);
   ASSERT_TRUE(callback.WaitForFrames(1));
-  EXPECT_THAT(callback.Frames().front().bytes, SizeIs(kPictureSize));
+  EXPECT_THAT(callback.Frames().front().bytes, SizeIs(kYuy2Size));
 }
 
-TEST_F(Frames, FlowThroughFewBuffersToo) {
+TEST_F(CaptureStreamTest, StreamsWithFewBuffers) {
   for (const std::uint32_t buffers : {1U, 2U, 3U}) {
     VideoDeviceSettings camera;
-    camera.greatestBufferCount = buffers;
+    camera.maxBufferCount = buffers;
     BuildAndRun({}, camera);
     Stream({1, 2, 3, 4, 5, 6});
     EXPECT_EQ(Stop(), S_OK);
@@ -145,7 +144,7 @@ TEST_F(Frames, FlowThroughFewBuffersToo) {
   }
 }
 
-TEST_F(Frames, GoToSampleCbWhenThatWasAskedFor) {
+TEST_F(CaptureStreamTest, CallsSampleCbIfRequested) {
   GraphSettings settings;
   settings.whichMethod = kCallSampleCB;
   BuildAndRun(settings);
@@ -156,7 +155,7 @@ TEST_F(Frames, GoToSampleCbWhenThatWasAskedFor) {
   EXPECT_EQ(callback.Count(), 0U);
 }
 
-TEST_F(Frames, CompleteTheGraphWithoutACallbackToo) {
+TEST_F(CaptureStreamTest, CompletesWithoutACallback) {
   device = &AddLaptopCamera();
   ASSERT_EQ(graph.Build(nullptr), S_OK);
   ASSERT_EQ(Run(), S_OK);
@@ -164,7 +163,7 @@ TEST_F(Frames, CompleteTheGraphWithoutACallbackToo) {
   EXPECT_EQ(WaitForEvent(), kEventComplete);
 }
 
-TEST_F(Frames, AreInTheFormatThatWasSetAgainAfterAFirstOne) {
+TEST_F(CaptureStreamTest, UsesTheFormatOfTheNewGraph) {
   Build();
   graph.Release();
   GraphSettings smaller;
@@ -179,7 +178,7 @@ TEST_F(Frames, AreInTheFormatThatWasSetAgainAfterAFirstOne) {
   EXPECT_THAT(callback.Frames().front().bytes, SizeIs(std::size_t{32} * 24 * 2));
 }
 
-TEST_F(Frames, AreInTheFormatThatWasSetLastSuccessfully) {
+TEST_F(CaptureStreamTest, UsesTheLastFormatThatWasSetSuccessfully) {
   device = &AddLaptopCamera();
   ASSERT_EQ(graph.Create(), S_OK);
   ASSERT_EQ(graph.AddCamera(FirstCamera()), S_OK);
@@ -188,13 +187,13 @@ TEST_F(Frames, AreInTheFormatThatWasSetLastSuccessfully) {
   graph.grabberPin = FindPin(*graph.grabberFilter.Get(), PINDIR_INPUT);
   ASSERT_EQ(ChangeFormat(*graph.cameraPin.Get(), MEDIASUBTYPE_YUY2, 32, 24, 333333), S_OK);
   ASSERT_EQ(ChangeFormat(*graph.cameraPin.Get(), MEDIASUBTYPE_YUY2, 640, 480, 333333), kInvalidMediaType)
-      << "the driver offers another size in its place";
+      << "the driver substitutes another size";
   ASSERT_EQ(graph.Connect(), S_OK);
   ASSERT_EQ(Run(), S_OK);
   EXPECT_EQ(device->Format().width, 32U);
 }
 
-TEST_F(Frames, AreInTheGraphsFormatThoughAnotherProgramSetAnother) {
+TEST_F(CaptureStreamTest, RestoresItsFormatAfterAnotherProgramChangedIt) {
   Build();
   const ComPtr<IBaseFilter> other = FirstCamera();
   ASSERT_EQ(ChangeFormat(*FindPin(*other.Get(), PINDIR_OUTPUT).Get(), MEDIASUBTYPE_MJPG, 128, 96, 166666),
@@ -207,12 +206,12 @@ TEST_F(Frames, AreInTheGraphsFormatThoughAnotherProgramSetAnother) {
 
 // --- Bad frames ---
 
-TEST_F(BadFrames, ThatAreShortOrEmptyAreDroppedAndCounted) {
+TEST_F(BadFrameTest, ShortAndEmptyFramesAreDroppedAndCounted) {
   BuildAndRun();
   FakeFrame empty = Picture(1);
   empty.bytesUsed = 0;
   FakeFrame shortOne = Picture(2);
-  shortOne.bytesUsed = static_cast<std::uint32_t>(kPictureSize - 1);
+  shortOne.bytesUsed = static_cast<std::uint32_t>(kYuy2Size - 1);
   ASSERT_TRUE(device->Deliver(empty));
   ASSERT_TRUE(device->Deliver(shortOne));
   Stream({3});
@@ -222,12 +221,12 @@ TEST_F(BadFrames, ThatAreShortOrEmptyAreDroppedAndCounted) {
   EXPECT_EQ(graph::LatestStreamStats().delivered, 1U);
 }
 
-TEST_F(BadFrames, ThatTheDriverMarksAreDroppedAndCounted) {
+TEST_F(BadFrameTest, FramesWithTheErrorFlagAreDroppedAndCounted) {
   BuildAndRun();
   FakeFrame marked = Picture(1);
   marked.flags = V4L2_BUF_FLAG_ERROR;
   for (int i = 0; i < 20; ++i) {
-    ASSERT_TRUE(device->Deliver(marked)) << "buffers go round";
+    ASSERT_TRUE(device->Deliver(marked)) << "the buffers must be queued again";
   }
   Stream({2});
   EXPECT_THAT(FirstBytes(callback.Frames()), ElementsAre(2));
@@ -235,7 +234,7 @@ TEST_F(BadFrames, ThatTheDriverMarksAreDroppedAndCounted) {
   EXPECT_EQ(graph::LatestStreamStats().damaged, 20U);
 }
 
-TEST_F(BadFrames, ThatNeverCameAreCounted) {
+TEST_F(BadFrameTest, MissedFramesAreCounted) {
   BuildAndRun();
   Stream({1});
   FakeFrame after = Picture(2);
@@ -248,14 +247,14 @@ TEST_F(BadFrames, ThatNeverCameAreCounted) {
   EXPECT_EQ(graph::LatestStreamStats().delivered, 3U);
 }
 
-// Delivers pictures with these bytes under these numbers, and answers the bytes of those that came through.
-class NumberedFrames : public GraphTest {
+// Delivers frames with sequence numbers. Returns the first bytes of the frames that reach the callback.
+class FrameSequenceTest : public CaptureGraphTest {
  protected:
   std::vector<int> Deliver(const std::vector<std::pair<std::uint8_t, std::uint32_t>>& frames) {
     BuildAndRun();
-    for (const auto& [byte, number] : frames) {
+    for (const auto& [byte, sequence] : frames) {
       FakeFrame frame = Picture(byte);
-      frame.number = number;
+      frame.sequence = sequence;
       EXPECT_TRUE(device->Deliver(frame));
     }
     constexpr std::uint8_t kLast = 200;
@@ -280,29 +279,29 @@ class NumberedFrames : public GraphTest {
   }
 };
 
-TEST_F(NumberedFrames, ThatComeBehindALaterOneAreDropped) {
+TEST_F(FrameSequenceTest, DropsFramesThatArriveOutOfOrder) {
   EXPECT_THAT(Deliver({{10, 0}, {12, 2}, {11, 1}, {13, 3}, {16, 6}, {14, 4}, {15, 5}, {17, 7}}),
               ElementsAre(10, 12, 13, 16, 17));
   EXPECT_EQ(graph::LatestStreamStats().missed, 3U);
   EXPECT_EQ(graph::LatestStreamStats().damaged + graph::LatestStreamStats().tooShort, 0U);
 }
 
-TEST_F(NumberedFrames, ThatComeBehindTheStreamsFirstAreDropped) {
+TEST_F(FrameSequenceTest, DropsFramesNumberedBeforeTheFirst) {
   EXPECT_THAT(Deliver({{11, 1}, {10, 0}, {12, 2}}), ElementsAre(11, 12));
   EXPECT_EQ(graph::LatestStreamStats().missed, 1U);
 }
 
-TEST_F(NumberedFrames, ComeThroughWhereTheDriverDoesNotNumberThem) {
+TEST_F(FrameSequenceTest, AcceptsConstantSequenceNumbers) {
   EXPECT_THAT(Deliver({{10, 0}, {11, 0}, {12, 0}}), ElementsAre(10, 11, 12));
   EXPECT_EQ(graph::LatestStreamStats().missed, 0U);
 }
 
-TEST_F(NumberedFrames, ComeThroughWhereTheDriverNumbersThemAnew) {
+TEST_F(FrameSequenceTest, AcceptsSequenceNumbersThatRestart) {
   EXPECT_THAT(Deliver({{10, 7}, {11, 8}, {12, 0}, {13, 1}, {14, 0xFFFFFFFF}, {15, 0}}),
               ElementsAre(10, 11, 12, 13, 14, 15));
 }
 
-TEST_F(BadFrames, AreCountedAfreshForEveryRun) {
+TEST_F(BadFrameTest, CountersRestartWithEveryRun) {
   BuildAndRun();
   FakeFrame marked = Picture(1);
   marked.flags = V4L2_BUF_FLAG_ERROR;
@@ -318,3 +317,4 @@ TEST_F(BadFrames, AreCountedAfreshForEveryRun) {
 }
 
 }  // namespace
+}  // namespace linux_support

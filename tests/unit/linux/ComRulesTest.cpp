@@ -1,28 +1,29 @@
-// The rules that every object of the platform keeps.
+// The COM rules that every object of the platform follows.
 #include <cwchar>
 #include <thread>
 
 #include "support/linux/LinuxTest.h"
 
+namespace linux_support {
 namespace {
 
 constexpr GUID kUnknownId = FourCcSubtype(0x12345678);
 
-// Identity by which objects are told apart.
+// The COM identity of an object.
 void* Identity(IUnknown& object) {
   ComPtr<IUnknown> unknown;
   EXPECT_EQ(object.QueryInterface(IID_IUnknown, unknown.PutVoid()), S_OK);
   return unknown.Get();
 }
 
-// An interface under its id, with all others that the same object is said to have.
-struct Offered {
+// An object and the interfaces that it must expose besides IUnknown.
+struct TestedObject {
   const char* name;
   IUnknown* object;
   std::vector<IID> interfaces;
 };
 
-class ComRules : public LinuxTest {
+class ComRulesTest : public LinuxTest {
  protected:
   void SetUp() override {
     LinuxTest::SetUp();
@@ -31,8 +32,8 @@ class ComRules : public LinuxTest {
                                devices.PutVoid()),
               S_OK);
     ASSERT_EQ(graph.Build(&callback), S_OK);
-    moniker = CaptureDevicesSeen().front().moniker;
-    monikers = EnumerateCaptureDevices();
+    moniker = ListCaptureDevices().front().moniker;
+    monikers = EnumerateMonikers();
     ASSERT_EQ(graph.camera->EnumPins(pins.Put()), S_OK);
     ASSERT_EQ(graph.cameraPin->EnumMediaTypes(types.Put()), S_OK);
     ASSERT_EQ(CoGetMalloc(1, allocator.Put()), S_OK);
@@ -52,7 +53,7 @@ class ComRules : public LinuxTest {
     LinuxTest::TearDown();
   }
 
-  std::vector<Offered> Objects() {
+  std::vector<TestedObject> Objects() {
     return {{"device enumerator", devices.Get(), {IID_ICreateDevEnum}},
             {"monikers", monikers.Get(), {}},
             {"moniker", moniker.Get(), {}},
@@ -79,74 +80,74 @@ class ComRules : public LinuxTest {
   ComPtr<IAMStreamConfig> config;
 };
 
-using Enumerators = ComRules;
+using EnumeratorTest = ComRulesTest;
 
-TEST_F(ComRules, EveryInterfaceOfAnObjectLeadsToEveryOther) {
-  for (const Offered& offered : Objects()) {
-    std::vector<IID> all = offered.interfaces;
+TEST_F(ComRulesTest, QueryInterfaceIsReflexiveSymmetricAndTransitive) {
+  for (const TestedObject& tested : Objects()) {
+    std::vector<IID> all = tested.interfaces;
     all.push_back(IID_IUnknown);
-    void* const identity = Identity(*offered.object);
+    void* const identity = Identity(*tested.object);
     for (const IID& from : all) {
       ComPtr<IUnknown> first;
-      ASSERT_EQ(offered.object->QueryInterface(from, first.PutVoid()), S_OK) << offered.name;
-      EXPECT_EQ(Identity(*first.Get()), identity) << offered.name;
+      ASSERT_EQ(tested.object->QueryInterface(from, first.PutVoid()), S_OK) << tested.name;
+      EXPECT_EQ(Identity(*first.Get()), identity) << tested.name;
       for (const IID& to : all) {
         ComPtr<IUnknown> second;
-        ASSERT_EQ(first->QueryInterface(to, second.PutVoid()), S_OK) << offered.name;
-        EXPECT_EQ(Identity(*second.Get()), identity) << offered.name;
+        ASSERT_EQ(first->QueryInterface(to, second.PutVoid()), S_OK) << tested.name;
+        EXPECT_EQ(Identity(*second.Get()), identity) << tested.name;
         ComPtr<IUnknown> again;
-        ASSERT_EQ(offered.object->QueryInterface(to, again.PutVoid()), S_OK) << offered.name;
-        EXPECT_EQ(again.Get(), second.Get()) << offered.name << ": the same pointer every time";
+        ASSERT_EQ(tested.object->QueryInterface(to, again.PutVoid()), S_OK) << tested.name;
+        EXPECT_EQ(again.Get(), second.Get()) << tested.name << ": the same pointer every time";
       }
     }
   }
 }
 
-TEST_F(ComRules, ObjectsHaveIdentitiesOfTheirOwn) {
+TEST_F(ComRulesTest, ObjectsHaveDistinctIdentities) {
   std::vector<void*> identities;
-  for (const Offered& offered : Objects()) {
-    EXPECT_THAT(identities, ::testing::Not(::testing::Contains(Identity(*offered.object)))) << offered.name;
-    identities.push_back(Identity(*offered.object));
+  for (const TestedObject& tested : Objects()) {
+    EXPECT_THAT(identities, ::testing::Not(::testing::Contains(Identity(*tested.object)))) << tested.name;
+    identities.push_back(Identity(*tested.object));
   }
 }
 
-TEST_F(ComRules, UnknownInterfaceIsAnsweredWithNull) {
-  for (const Offered& offered : Objects()) {
+TEST_F(ComRulesTest, QueryInterfaceForAnUnknownInterfaceReturnsNull) {
+  for (const TestedObject& tested : Objects()) {
     void* notNull = this;
-    EXPECT_EQ(offered.object->QueryInterface(kUnknownId, &notNull), E_NOINTERFACE) << offered.name;
-    EXPECT_EQ(notNull, nullptr) << offered.name;
-    EXPECT_EQ(offered.object->QueryInterface(IID_IUnknown, nullptr), E_POINTER) << offered.name;
+    EXPECT_EQ(tested.object->QueryInterface(kUnknownId, &notNull), E_NOINTERFACE) << tested.name;
+    EXPECT_EQ(notNull, nullptr) << tested.name;
+    EXPECT_EQ(tested.object->QueryInterface(IID_IUnknown, nullptr), E_POINTER) << tested.name;
   }
 }
 
-TEST_F(ComRules, ObjectsLackInterfacesOfOthers) {
-  for (const Offered& offered : Objects()) {
+TEST_F(ComRulesTest, ObjectsExposeOnlyTheirOwnInterfaces) {
+  for (const TestedObject& tested : Objects()) {
     for (const IID& other : {IID_ICreateDevEnum, IID_IGraphBuilder, IID_IMediaControl, IID_IMediaEvent,
                              IID_IBaseFilter, IID_ISampleGrabber, IID_IAMStreamConfig}) {
       ComPtr<IUnknown> found;
-      const bool isOffered = std::any_of(offered.interfaces.begin(), offered.interfaces.end(),
+      const bool isExposed = std::any_of(tested.interfaces.begin(), tested.interfaces.end(),
                                          [&other](const IID& known) { return known == other; });
-      EXPECT_EQ(offered.object->QueryInterface(other, found.PutVoid()), isOffered ? S_OK : E_NOINTERFACE)
-          << offered.name;
+      EXPECT_EQ(tested.object->QueryInterface(other, found.PutVoid()), isExposed ? S_OK : E_NOINTERFACE)
+          << tested.name;
     }
   }
 }
 
-TEST_F(ComRules, ReferencesAreCounted) {
-  for (const Offered& offered : Objects()) {
-    const ULONG count = offered.object->AddRef();
-    EXPECT_EQ(offered.object->AddRef(), count + 1) << offered.name;
-    EXPECT_EQ(offered.object->Release(), count) << offered.name;
-    EXPECT_EQ(offered.object->Release(), count - 1) << offered.name;
+TEST_F(ComRulesTest, ReferencesAreCounted) {
+  for (const TestedObject& tested : Objects()) {
+    const ULONG count = tested.object->AddRef();
+    EXPECT_EQ(tested.object->AddRef(), count + 1) << tested.name;
+    EXPECT_EQ(tested.object->Release(), count) << tested.name;
+    EXPECT_EQ(tested.object->Release(), count - 1) << tested.name;
   }
 }
 
-TEST_F(ComRules, EveryThreadMayHoldReferences) {
+TEST_F(ComRulesTest, ReferenceCountingIsThreadSafe) {
   const auto work = [this] {
     for (int i = 0; i < 1000; ++i) {
-      for (const Offered& offered : Objects()) {
+      for (const TestedObject& tested : Objects()) {
         ComPtr<IUnknown> unknown;
-        EXPECT_EQ(offered.object->QueryInterface(IID_IUnknown, unknown.PutVoid()), S_OK);
+        EXPECT_EQ(tested.object->QueryInterface(IID_IUnknown, unknown.PutVoid()), S_OK);
       }
     }
   };
@@ -155,7 +156,7 @@ TEST_F(ComRules, EveryThreadMayHoldReferences) {
   other.join();
 }
 
-TEST_F(ComRules, PinKeepsItsFilterAlive) {
+TEST_F(ComRulesTest, PinKeepsItsFilterAlive) {
   ComPtr<IBaseFilter> camera = FirstCamera();
   const ComPtr<IPin> pin = FindPin(*camera.Get(), PINDIR_OUTPUT);
   void* const identity = Identity(*camera.Get());
@@ -169,14 +170,14 @@ TEST_F(ComRules, PinKeepsItsFilterAlive) {
   info.pFilter->Release();
 }
 
-TEST_F(ComRules, PinsHaveOneDirection) {
+TEST_F(ComRulesTest, PinsHaveOneDirection) {
   EXPECT_FALSE(FindPin(*graph.camera.Get(), PINDIR_INPUT));
   PIN_DIRECTION direction = PINDIR_OUTPUT;
   EXPECT_EQ(graph.grabberPin->QueryDirection(&direction), S_OK);
   EXPECT_EQ(direction, PINDIR_INPUT);
 }
 
-TEST_F(ComRules, NullOutPointersAreRefused) {
+TEST_F(ComRulesTest, NullOutPointersAreRejected) {
   EXPECT_EQ(devices->CreateClassEnumerator(CLSID_VideoInputDeviceCategory, nullptr, 0), E_POINTER);
   EXPECT_EQ(monikers->Next(1, nullptr, nullptr), E_POINTER);
   EXPECT_EQ(moniker->BindToObject(nullptr, nullptr, IID_IBaseFilter, nullptr), E_POINTER);
@@ -197,7 +198,7 @@ TEST_F(ComRules, NullOutPointersAreRefused) {
             E_POINTER);
 }
 
-TEST_F(ComRules, OutPointersAreNullAfterAFailure) {
+TEST_F(ComRulesTest, OutPointersAreNullAfterAFailure) {
   void* notNull = this;
   EXPECT_EQ(CoCreateInstance(kUnknownId, nullptr, CLSCTX_INPROC_SERVER, IID_IUnknown, &notNull),
             REGDB_E_CLASSNOTREG);
@@ -223,7 +224,7 @@ TEST_F(ComRules, OutPointersAreNullAfterAFailure) {
   EXPECT_EQ(notNullType, nullptr);
 }
 
-TEST_F(ComRules, ClassesGiveEveryInterfaceOfTheirObjects) {
+TEST_F(ComRulesTest, ClassesCanBeCreatedByEveryInterface) {
   for (const auto& [classId, interface] :
        {std::pair{CLSID_SystemDeviceEnum, IID_IUnknown}, std::pair{CLSID_FilterGraph, IID_IMediaControl},
         std::pair{CLSID_FilterGraph, IID_IMediaEvent}, std::pair{CLSID_SampleGrabber, IID_ISampleGrabber},
@@ -234,13 +235,13 @@ TEST_F(ComRules, ClassesGiveEveryInterfaceOfTheirObjects) {
   }
 }
 
-TEST_F(ComRules, AnotherCategoryIsEmpty) {
+TEST_F(ComRulesTest, AnotherCategoryIsEmpty) {
   ComPtr<IEnumMoniker> none;
   EXPECT_EQ(devices->CreateClassEnumerator(kUnknownId, none.Put(), 0), S_FALSE);
   EXPECT_FALSE(none);
 }
 
-TEST_F(ComRules, TaskMemoryComesFromOnePlace) {
+TEST_F(ComRulesTest, TaskMemoryIsSharedByAllocatorAndFunctions) {
   const std::uint64_t before = com::LiveTaskBlocks();
   void* const block = CoTaskMemAlloc(100);
   ASSERT_NE(block, nullptr);
@@ -254,7 +255,7 @@ TEST_F(ComRules, TaskMemoryComesFromOnePlace) {
   EXPECT_EQ(com::LiveTaskBlocks(), before);
 }
 
-TEST_F(ComRules, ContextIsEmptyAndReservedIsZero) {
+TEST_F(ComRulesTest, NonzeroReservedArgumentsAreRejected) {
   ComPtr<IBindCtx> refused;
   EXPECT_EQ(CreateBindCtx(1, refused.Put()), E_INVALIDARG);
   EXPECT_FALSE(refused);
@@ -262,7 +263,7 @@ TEST_F(ComRules, ContextIsEmptyAndReservedIsZero) {
   EXPECT_EQ(CoGetMalloc(1, nullptr), E_POINTER);
 }
 
-TEST(ComSetUp, CountsPerThread) {
+TEST(ComInitializationTest, CountsInitializationsPerThread) {
   std::thread other([] {
     EXPECT_EQ(CoInitialize(nullptr), S_OK);
     EXPECT_EQ(CoInitialize(nullptr), S_FALSE);
@@ -272,13 +273,13 @@ TEST(ComSetUp, CountsPerThread) {
     });
     third.join();
     CoUninitialize();
-    EXPECT_EQ(CoInitialize(nullptr), S_FALSE) << "still set up";
+    EXPECT_EQ(CoInitialize(nullptr), S_FALSE) << "still initialized";
     CoUninitialize();
     CoUninitialize();
-    EXPECT_EQ(CoInitialize(nullptr), S_OK) << "set up afresh";
+    EXPECT_EQ(CoInitialize(nullptr), S_OK) << "initialized again";
     CoUninitialize();
     CoUninitialize();
-    EXPECT_EQ(CoInitialize(nullptr), S_OK) << "one too many ends nothing";
+    EXPECT_EQ(CoInitialize(nullptr), S_OK) << "a surplus CoUninitialize has no effect";
     CoUninitialize();
   });
   other.join();
@@ -286,15 +287,15 @@ TEST(ComSetUp, CountsPerThread) {
 
 // --- Enumerators ---
 
-TEST_F(Enumerators, OfMonikersEndAndBeginAgain) {
+TEST_F(EnumeratorTest, MonikersEndAndCanBeReset) {
   AddPluggedInCamera("1-2", 2);
   AddPluggedInCamera("1-3", 3);
-  const ComPtr<IEnumMoniker> three = EnumerateCaptureDevices();
-  std::array<IMoniker*, 4> handedOut{};
+  const ComPtr<IEnumMoniker> three = EnumerateMonikers();
+  std::array<IMoniker*, 4> fetchedMonikers{};
   ULONG fetched = 99;
-  EXPECT_EQ(three->Next(2, handedOut.data(), &fetched), S_OK);
+  EXPECT_EQ(three->Next(2, fetchedMonikers.data(), &fetched), S_OK);
   EXPECT_EQ(fetched, 2U);
-  EXPECT_EQ(three->Next(2, handedOut.data() + 2, &fetched), S_FALSE);
+  EXPECT_EQ(three->Next(2, fetchedMonikers.data() + 2, &fetched), S_FALSE);
   EXPECT_EQ(fetched, 1U);
   ComPtr<IMoniker> none;
   EXPECT_EQ(three->Next(1, none.Put(), &fetched), S_FALSE);
@@ -303,20 +304,20 @@ TEST_F(Enumerators, OfMonikersEndAndBeginAgain) {
   EXPECT_EQ(three->Reset(), S_OK);
   EXPECT_EQ(three->Next(1, none.Put(), nullptr), S_OK);
   EXPECT_TRUE(none);
-  for (IMoniker* const given : handedOut) {
+  for (IMoniker* const given : fetchedMonikers) {
     if (given != nullptr) {
       given->Release();
     }
   }
 }
 
-TEST_F(Enumerators, NeedACountForMoreThanOne) {
-  std::array<IMoniker*, 2> handedOut{};
-  EXPECT_EQ(monikers->Next(2, handedOut.data(), nullptr), E_POINTER);
-  EXPECT_EQ(handedOut[0], nullptr);
+TEST_F(EnumeratorTest, FetchingSeveralRequiresACount) {
+  std::array<IMoniker*, 2> fetchedMonikers{};
+  EXPECT_EQ(monikers->Next(2, fetchedMonikers.data(), nullptr), E_POINTER);
+  EXPECT_EQ(fetchedMonikers[0], nullptr);
 }
 
-TEST_F(Enumerators, OfPinsEnd) {
+TEST_F(EnumeratorTest, PinsEnd) {
   ComPtr<IPin> pin;
   ULONG fetched = 99;
   EXPECT_EQ(pins->Next(1, pin.Put(), &fetched), S_OK);
@@ -326,20 +327,20 @@ TEST_F(Enumerators, OfPinsEnd) {
   EXPECT_FALSE(pin);
 }
 
-TEST_F(Enumerators, OfMediaTypesEnd) {
-  std::array<AM_MEDIA_TYPE*, 8> handedOut{};
+TEST_F(EnumeratorTest, MediaTypesEnd) {
+  std::array<AM_MEDIA_TYPE*, 8> fetchedMonikers{};
   ULONG fetched = 99;
-  EXPECT_EQ(types->Next(8, handedOut.data(), &fetched), S_FALSE);
+  EXPECT_EQ(types->Next(8, fetchedMonikers.data(), &fetched), S_FALSE);
   EXPECT_EQ(fetched, 6U);
   std::vector<MediaType> owned;
   for (ULONG i = 0; i < fetched; ++i) {
-    owned.emplace_back(handedOut.at(i));
+    owned.emplace_back(fetchedMonikers.at(i));
   }
-  AM_MEDIA_TYPE* none = handedOut[0];
+  AM_MEDIA_TYPE* none = fetchedMonikers[0];
   EXPECT_EQ(types->Next(1, &none, nullptr), S_FALSE);
 }
 
-TEST_F(Enumerators, HandOutCopies) {
+TEST_F(EnumeratorTest, MediaTypesAreCopies) {
   AM_MEDIA_TYPE* type = nullptr;
   ASSERT_EQ(types->Next(1, &type, nullptr), S_OK);
   const MediaType first(type);
@@ -349,7 +350,7 @@ TEST_F(Enumerators, HandOutCopies) {
   EXPECT_EQ(Video(again.front()).bmiHeader.biWidth, 64);
 }
 
-TEST_F(Enumerators, OutliveWhatTheyEnumerate) {
+TEST_F(EnumeratorTest, OutlivesTheEnumeratedObject) {
   ComPtr<IEnumMediaTypes> ofAnother;
   {
     const ComPtr<IBaseFilter> camera = FirstCamera();
@@ -361,3 +362,4 @@ TEST_F(Enumerators, OutliveWhatTheyEnumerate) {
 }
 
 }  // namespace
+}  // namespace linux_support

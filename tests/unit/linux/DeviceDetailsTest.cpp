@@ -1,18 +1,18 @@
-// What the machine's tree tells people beside its lists: who says that a device can be removed, and what the
-// video nodes are.
+// The details of USB devices and video nodes: removability with its source, rejection reasons.
 #include <cerrno>
 
 #include "support/linux/LinuxTest.h"
 
+namespace linux_support {
 namespace {
 
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
-class Details : public LinuxTest {
+class DeviceDetailsTest : public LinuxTest {
  protected:
-  static devices::UsbDetails Of(const std::string& place) {
+  static devices::UsbDetails DetailsOf(const std::string& place) {
     for (devices::UsbDetails& details : devices::CurrentDeviceProvider()->DescribeUsbDevices()) {
       if (details.place == place) {
         return details;
@@ -28,81 +28,81 @@ class Details : public LinuxTest {
     node.connectType = connectType;
     kernel.Tree().AddUsb(node);
   }
-  static void ExpectVerdict(const std::string& place, bool isRemovable, devices::RemovabilitySource source,
-                            const std::string& hub = "") {
-    const devices::UsbDetails details = Of(place);
+  static void ExpectRemovability(const std::string& place, bool isRemovable,
+                                 devices::RemovabilitySource source, const std::string& hub = "") {
+    const devices::UsbDetails details = DetailsOf(place);
     EXPECT_EQ(details.removability.isRemovable, isRemovable) << place;
     EXPECT_EQ(static_cast<int>(details.removability.source), static_cast<int>(source)) << place;
     EXPECT_EQ(details.removability.hub, hub) << place;
   }
 };
 
-TEST_F(Details, FirmwareSpeaksThroughThePort) {
+TEST_F(DeviceDetailsTest, RemovabilityComesFromTheFirmware) {
   Add("1-1", "fixed", "hardwired");
   Add("1-2", "fixed", "not used");
   Add("1-3", "removable", "hotplug");
   Add("1-4", "removable", "hotplug");
   Add("1-4.2", "removable", "hotplug");
-  ExpectVerdict("1-1", false, devices::RemovabilitySource::kFirmware);
-  ExpectVerdict("1-2", false, devices::RemovabilitySource::kFirmware);
-  ExpectVerdict("1-3", true, devices::RemovabilitySource::kFirmware);
-  ExpectVerdict("1-4.2", true, devices::RemovabilitySource::kFirmware);
-  EXPECT_EQ(Of("1-2").removability.connectType, "not used");
-  EXPECT_EQ(Of("1-4.2").removability.connectType, "hotplug");
-  EXPECT_EQ(Of("1-3").removability.attribute, "removable");
+  ExpectRemovability("1-1", false, devices::RemovabilitySource::kFirmware);
+  ExpectRemovability("1-2", false, devices::RemovabilitySource::kFirmware);
+  ExpectRemovability("1-3", true, devices::RemovabilitySource::kFirmware);
+  ExpectRemovability("1-4.2", true, devices::RemovabilitySource::kFirmware);
+  EXPECT_EQ(DetailsOf("1-2").removability.connectType, "not used");
+  EXPECT_EQ(DetailsOf("1-4.2").removability.connectType, "hotplug");
+  EXPECT_EQ(DetailsOf("1-3").removability.attribute, "removable");
 }
 
-TEST_F(Details, HubSpeaksWhereTheFirmwareDoesNot) {
+TEST_F(DeviceDetailsTest, RemovabilityComesFromTheHubIfTheFirmwareIsSilent) {
   Add("1-8", "fixed", "hardwired");
   Add("1-8.1", "fixed", "unknown");
   Add("1-8.2", "removable", "unknown");
   Add("1-9", "fixed", "unknown");
-  ExpectVerdict("1-8.1", false, devices::RemovabilitySource::kHub, "1-8");
-  ExpectVerdict("1-8.2", true, devices::RemovabilitySource::kHub, "1-8");
-  ExpectVerdict("1-9", false, devices::RemovabilitySource::kHub, "usb1");
-  EXPECT_EQ(Of("1-8.1").removability.connectType, "unknown");
+  ExpectRemovability("1-8.1", false, devices::RemovabilitySource::kHub, "1-8");
+  ExpectRemovability("1-8.2", true, devices::RemovabilitySource::kHub, "1-8");
+  ExpectRemovability("1-9", false, devices::RemovabilitySource::kHub, "usb1");
+  EXPECT_EQ(DetailsOf("1-8.1").removability.connectType, "unknown");
 }
 
-TEST_F(Details, NobodySpeaks) {
+TEST_F(DeviceDetailsTest, UndeclaredAndInvalidRemovabilityCountsAsRemovable) {
   Add("1-1", "unknown", "unknown");
   Add("1-2", "unknown");
   Add("1-3", std::nullopt, "unknown");
   Add("1-4", "");
   Add("1-5", "perhaps", "hardwired");
-  ExpectVerdict("1-1", true, devices::RemovabilitySource::kUndeclared);
-  ExpectVerdict("1-2", true, devices::RemovabilitySource::kUndeclared);
-  ExpectVerdict("1-3", true, devices::RemovabilitySource::kAttributeMissing);
-  ExpectVerdict("1-4", true, devices::RemovabilitySource::kAttributeMissing);
-  ExpectVerdict("1-5", true, devices::RemovabilitySource::kAttributeMissing);
+  ExpectRemovability("1-1", true, devices::RemovabilitySource::kUndeclared);
+  ExpectRemovability("1-2", true, devices::RemovabilitySource::kUndeclared);
+  ExpectRemovability("1-3", true, devices::RemovabilitySource::kAttributeMissing);
+  ExpectRemovability("1-4", true, devices::RemovabilitySource::kAttributeMissing);
+  ExpectRemovability("1-5", true, devices::RemovabilitySource::kAttributeMissing);
 }
 
-TEST_F(Details, NobodyKnowsWhoSpeaksWithoutAConnectType) {
+TEST_F(DeviceDetailsTest, SourceIsTheAttributeWithoutAConnectType) {
   Add("1-8", "fixed", "hardwired");
   Add("1-8.3", "fixed");
   Add("1-9", "removable");
-  ExpectVerdict("1-8.3", false, devices::RemovabilitySource::kAttribute);
-  ExpectVerdict("1-9", true, devices::RemovabilitySource::kAttribute);
-  EXPECT_EQ(Of("1-8.3").removability.connectType, "");
+  ExpectRemovability("1-8.3", false, devices::RemovabilitySource::kAttribute);
+  ExpectRemovability("1-9", true, devices::RemovabilitySource::kAttribute);
+  EXPECT_EQ(DetailsOf("1-8.3").removability.connectType, "");
 }
 
-TEST_F(Details, FirmwareSpeaksAndTheKernelDoesNotFollow) {
+TEST_F(DeviceDetailsTest, SourceIsTheAttributeIfItIsUnknown) {
   Add("1-1", "unknown", "hardwired");
   Add("1-2", "unknown", "hotplug");
   Add("1-3", "unknown", "not used");
-  ExpectVerdict("1-1", true, devices::RemovabilitySource::kAttribute);
-  ExpectVerdict("1-2", true, devices::RemovabilitySource::kAttribute);
-  ExpectVerdict("1-3", true, devices::RemovabilitySource::kAttribute);
-  EXPECT_EQ(Of("1-1").removability.attribute, "unknown");
+  ExpectRemovability("1-1", true, devices::RemovabilitySource::kAttribute);
+  ExpectRemovability("1-2", true, devices::RemovabilitySource::kAttribute);
+  ExpectRemovability("1-3", true, devices::RemovabilitySource::kAttribute);
+  EXPECT_EQ(DetailsOf("1-1").removability.attribute, "unknown");
 }
 
-TEST_F(Details, KernelMayContradictTheFirmware) {
+TEST_F(DeviceDetailsTest, SourceIsTheAttributeIfItContradictsTheFirmware) {
   Add("1-1", "fixed", "hotplug");
   Add("1-2", "removable", "hardwired");
-  ExpectVerdict("1-1", false, devices::RemovabilitySource::kAttribute);
-  ExpectVerdict("1-2", true, devices::RemovabilitySource::kAttribute);
+  ExpectRemovability("1-1", false, devices::RemovabilitySource::kAttribute);
+  ExpectRemovability("1-2", true, devices::RemovabilitySource::kAttribute);
 }
 
-TEST_F(Details, HubThatMayGoTakesWhatIsFixedToItAlong) {
+TEST_F(DeviceDetailsTest, DevicesBehindARemovableHubAreRemovable) {
   Add("1-7", "removable", "hotplug");
   Add("1-7.1", "fixed", "hardwired");
   Add("1-7.1.4", "fixed", "unknown");
@@ -110,16 +110,16 @@ TEST_F(Details, HubThatMayGoTakesWhatIsFixedToItAlong) {
   Add("1-7.2.3", "fixed", "hardwired");
   Add("1-6", std::nullopt);
   Add("1-6.1", "fixed");
-  ExpectVerdict("1-7.1", true, devices::RemovabilitySource::kParentHub, "1-7");
-  ExpectVerdict("1-7.1.4", true, devices::RemovabilitySource::kParentHub, "1-7");
-  ExpectVerdict("1-7.2.3", true, devices::RemovabilitySource::kParentHub, "1-7.2");
-  ExpectVerdict("1-6.1", true, devices::RemovabilitySource::kParentHub, "1-6");
-  EXPECT_TRUE(Of("1-7.1.4").removability.isHubRemovable);
-  EXPECT_FALSE(Of("1-7.2.3").removability.isHubRemovable);
-  EXPECT_FALSE(Of("1-6.1").removability.isHubRemovable);
+  ExpectRemovability("1-7.1", true, devices::RemovabilitySource::kParentHub, "1-7");
+  ExpectRemovability("1-7.1.4", true, devices::RemovabilitySource::kParentHub, "1-7");
+  ExpectRemovability("1-7.2.3", true, devices::RemovabilitySource::kParentHub, "1-7.2");
+  ExpectRemovability("1-6.1", true, devices::RemovabilitySource::kParentHub, "1-6");
+  EXPECT_TRUE(DetailsOf("1-7.1.4").removability.isHubRemovable);
+  EXPECT_FALSE(DetailsOf("1-7.2.3").removability.isHubRemovable);
+  EXPECT_FALSE(DetailsOf("1-6.1").removability.isHubRemovable);
 }
 
-TEST_F(Details, AgreeWithTheListInTheSameOrder) {
+TEST_F(DeviceDetailsTest, AgreeWithTheDeviceListInOrder) {
   Add("1-10", "fixed", "hardwired");
   Add("1-9", "removable");
   Add("1-9.1", "fixed");
@@ -137,25 +137,25 @@ TEST_F(Details, AgreeWithTheListInTheSameOrder) {
   }
 }
 
-TEST_F(Details, SayWhatADeviceIs) {
+TEST_F(DeviceDetailsTest, DescribeTheKindOfDevice) {
   kernel.Tree().AddUsb({"1-5", "04f2", "b6be"});
   kernel.Tree().SetUsbAttribute("1-5", "product", "Integrated Camera");
   kernel.Tree().AddUsb({"1-8", "05e3", "0610", "removable", {0}});
   kernel.Tree().SetUsbAttribute("1-8", "product", std::nullopt);
   kernel.Tree().SetUsbAttribute("1-8", "bDeviceClass", "09");
   kernel.Tree().SetUsbAttribute("1-8:1.0", "bInterfaceClass", "09");
-  const devices::UsbDetails camera = Of("1-5");
+  const devices::UsbDetails camera = DetailsOf("1-5");
   EXPECT_EQ(camera.name, "Integrated Camera");
   EXPECT_EQ(camera.model, "04f2:b6be");
   EXPECT_FALSE(camera.isHub);
   EXPECT_TRUE(camera.hasVideo);
-  const devices::UsbDetails hub = Of("1-8");
+  const devices::UsbDetails hub = DetailsOf("1-8");
   EXPECT_EQ(hub.name, "");
   EXPECT_TRUE(hub.isHub);
   EXPECT_FALSE(hub.hasVideo);
 }
 
-TEST_F(Details, SayWhyAVideoNodeIsNoCaptureDevice) {
+TEST_F(DeviceDetailsTest, GiveTheRejectionReasonOfAVideoNode) {
   AddLaptopCamera();
   const std::vector<std::pair<std::uint32_t, std::string>> kinds{
       {V4L2_CAP_VIDEO_OUTPUT | V4L2_CAP_STREAMING, "takes pictures in"},
@@ -184,7 +184,7 @@ TEST_F(Details, SayWhyAVideoNodeIsNoCaptureDevice) {
   EXPECT_THAT(devices::CurrentDeviceProvider()->CaptureDevices(), SizeIs(1));
 }
 
-TEST_F(Details, ListVideoNodesByNumber) {
+TEST_F(DeviceDetailsTest, ListVideoNodesByNumber) {
   for (const int number : {10, 9, 2}) {
     kernel.Tree().AddVideoOf(number, "platform/vivid.0", "vivid", number);
     kernel.AddDevice(number);
@@ -196,8 +196,8 @@ TEST_F(Details, ListVideoNodesByNumber) {
   EXPECT_THAT(names, ::testing::ElementsAre("video2", "video9", "video10"));
 }
 
-TEST_F(Details, NameTheFormatsOfANodeThatDeliversNoneOfUse) {
-  const auto whyNot = [&](const std::vector<std::uint32_t>& pixelFormats) {
+TEST_F(DeviceDetailsTest, NameTheFormatsOfARejectedNode) {
+  const auto rejectionReason = [&](const std::vector<std::uint32_t>& pixelFormats) {
     VideoDeviceSettings settings;
     settings.formats.clear();
     for (const std::uint32_t pixelFormat : pixelFormats) {
@@ -210,18 +210,18 @@ TEST_F(Details, NameTheFormatsOfANodeThatDeliversNoneOfUse) {
     kernel.Unplug("1-5", {0});
     return nodes.empty() ? std::string() : nodes.front().rejectionReason;
   };
-  EXPECT_EQ(whyNot({V4L2_PIX_FMT_GREY}), "it delivers no format that the library can use (GREY)");
-  EXPECT_EQ(whyNot({V4L2_PIX_FMT_Y16, V4L2_PIX_FMT_H264}),
+  EXPECT_EQ(rejectionReason({V4L2_PIX_FMT_GREY}), "it delivers no format that the library can use (GREY)");
+  EXPECT_EQ(rejectionReason({V4L2_PIX_FMT_Y16, V4L2_PIX_FMT_H264}),
             "it delivers no format that the library can use (Y16, H264)");
-  EXPECT_EQ(whyNot({V4L2_PIX_FMT_GREY, V4L2_PIX_FMT_NV12}), "");
-  EXPECT_EQ(whyNot({}), "it delivers no format that the library can use (it lists none)");
-  EXPECT_EQ(whyNot({0x1B5B0A41}), "it delivers no format that the library can use (A?[?)");
-  EXPECT_EQ(whyNot(std::vector<std::uint32_t>(9, V4L2_PIX_FMT_GREY)),
+  EXPECT_EQ(rejectionReason({V4L2_PIX_FMT_GREY, V4L2_PIX_FMT_NV12}), "");
+  EXPECT_EQ(rejectionReason({}), "it delivers no format that the library can use (it lists none)");
+  EXPECT_EQ(rejectionReason({0x1B5B0A41}), "it delivers no format that the library can use (A?[?)");
+  EXPECT_EQ(rejectionReason(std::vector<std::uint32_t>(9, V4L2_PIX_FMT_GREY)),
             "it delivers no format that the library can use (GREY, GREY, GREY, GREY, GREY, GREY, GREY, GREY, "
             "...)");
 }
 
-TEST_F(Details, SayThatANodeCannotBeOpened) {
+TEST_F(DeviceDetailsTest, ReportTheOpenErrorOfANode) {
   AddLaptopCamera();
   kernel.Fail(kOpenCall, EACCES);
   std::vector<devices::VideoNodeDetails> nodes = devices::CurrentDeviceProvider()->DescribeVideoNodes();
@@ -244,14 +244,15 @@ TEST_F(Details, SayThatANodeCannotBeOpened) {
   EXPECT_THAT(nodes[0].rejectionReason, HasSubstr("does not answer"));
 }
 
-TEST_F(Details, ChangeNothingOfACamera) {
+TEST_F(DeviceDetailsTest, DoNotChangeTheStateOfACamera) {
   AddLaptopCamera();
-  const std::vector<unsigned long> disturbing{VIDIOC_REQBUFS, VIDIOC_S_FMT, VIDIOC_S_PARM, VIDIOC_STREAMON,
-                                              VIDIOC_STREAMOFF};
+  const std::vector<unsigned long> modifying{VIDIOC_REQBUFS, VIDIOC_S_FMT, VIDIOC_S_PARM, VIDIOC_STREAMON,
+                                             VIDIOC_STREAMOFF};
   EXPECT_THAT(devices::CurrentDeviceProvider()->DescribeVideoNodes(), SizeIs(2));
-  for (const unsigned long call : disturbing) {
+  for (const unsigned long call : modifying) {
     EXPECT_EQ(kernel.CallsOf(call), 0U) << call;
   }
 }
 
 }  // namespace
+}  // namespace linux_support

@@ -1,16 +1,15 @@
-// Every system call of a whole scenario fails, one after another, in every way: nothing crashes, hangs or is
-// left behind.
+// Fails every system call of a capture session in turn, with several errors: nothing crashes, hangs or leaks.
 #include <cerrno>
 #include <iostream>
 
 #include "support/linux/CaptureGraphTest.h"
 
+namespace linux_support {
 namespace {
 
-constexpr LONG kForEver = -1;
 constexpr std::size_t kFrames = 3;
-// More calls than any scenario makes; reached only by one that does not end.
-constexpr std::uint64_t kTooManyCalls = 2000;
+// More calls than a session makes; guards against an endless loop.
+constexpr std::uint64_t kMaxCalls = 2000;
 
 struct Failure {
   const char* name;
@@ -18,27 +17,28 @@ struct Failure {
   Persistence persistence;
 };
 
-class Scenario : public GraphTest {
+class DeviceFailureTest : public CaptureGraphTest {
  protected:
-  // Failures may keep frames from arriving; nobody waits for them then.
-  void LetFramesBeLost() {
+  // Frames may be lost after a failure; the session then does not wait for them.
+  void AllowLostFrames() {
     m_mayLoseFrames = true;
-    kernel.LetTimeRunOutOnFailure();
+    kernel.ExpireTimeoutsOnFailure();
   }
-  // One run on a camera of its own, with call number n failing; 0: none. True when everything succeeded.
-  bool Play(std::uint64_t number, int error, Persistence persistence) {
-    const Holdings before = Holdings::Now(kernel);
+  // Runs a session on a new camera in which the N-th call fails; 0: no call. Returns true if all steps
+  // succeeded.
+  bool RunSession(std::uint64_t number, int error, Persistence persistence) {
+    const ResourceCounts before = ResourceCounts::Current(kernel);
     FakeV4l2Device& camera = AddLaptopCamera();
     for (std::size_t i = 0; i < kFrames; ++i) {
       camera.Supply(Picture(static_cast<std::uint8_t>(i)));
     }
     m_failuresBefore = kernel.Failures();
-    kernel.LetTimeRunOut(false);
+    kernel.ExpireTimeouts(false);
     kernel.FailCall(number, number == 0 ? 0 : error, persistence);
     FrameCollector frames;
     const bool hasSucceeded = Capture(frames);
     kernel.FailNothing();
-    EXPECT_EQ(Holdings::Now(kernel), before) << "call " << number;
+    EXPECT_EQ(ResourceCounts::Current(kernel), before) << "call " << number;
     EXPECT_THAT(kernel.Misuse(), ::testing::IsEmpty()) << "call " << number;
     UnplugLaptopCamera();
     return hasSucceeded;
@@ -46,17 +46,17 @@ class Scenario : public GraphTest {
   bool CallHasFailed() const { return kernel.Failures() != m_failuresBefore; }
 
  private:
-  // From the list of devices to the release of the last interface. After a step that fails there is only
-  // what the camera library does at the end in any case.
+  // From enumerating devices to releasing the last interface. A failed step is followed only by Stop and the
+  // releases, as in the camera library.
   bool Capture(FrameCollector& frames) {
     CaptureGraph built;
-    const bool isStreaming = !BuiltInCamera().empty() && CanListFormats() && built.Build(&frames) == S_OK &&
-                             built.control->Run() == S_OK;
+    const bool isStreaming = !BuiltInCameraName().empty() && CanListFormats() &&
+                             built.Build(&frames) == S_OK && built.control->Run() == S_OK;
     bool hasSucceeded = isStreaming;
     if (isStreaming) {
       LONG code = 0;
-      hasSucceeded = built.Wait(kForEver, code) == S_OK && code == kEventComplete;
-      // After a failure there may be fewer.
+      hasSucceeded = built.Wait(kInfinite, code) == S_OK && code == kEventComplete;
+      // Fewer frames may arrive after a failure.
       WaitUntil([&] { return frames.Count() >= kFrames || (m_mayLoseFrames && CallHasFailed()); });
       hasSucceeded = hasSucceeded && frames.Count() >= kFrames;
     }
@@ -75,43 +75,44 @@ class Scenario : public GraphTest {
   bool m_mayLoseFrames = false;
 };
 
-class EveryCall : public Scenario, public ::testing::WithParamInterface<Failure> {};
+class EverySystemCallTest : public DeviceFailureTest, public ::testing::WithParamInterface<Failure> {};
 
-TEST_P(EveryCall, MayFail) {
-  LetFramesBeLost();
+TEST_P(EverySystemCallTest, CanFail) {
+  AllowLostFrames();
   std::uint64_t number = 0;
   std::uint64_t successes = 0;
   do {
     ++number;
-    ASSERT_LT(number, kTooManyCalls);
-    successes += Play(number, GetParam().error, GetParam().persistence) ? 1U : 0U;
+    ASSERT_LT(number, kMaxCalls);
+    successes += RunSession(number, GetParam().error, GetParam().persistence) ? 1U : 0U;
     ASSERT_FALSE(HasFailure()) << "call " << number;
   } while (CallHasFailed());
-  std::cout << number << " runs, " << successes << " of which succeeded all the same\n";
-  EXPECT_GT(number, 20U) << "a whole scenario takes more calls";
-  EXPECT_TRUE(Play(0, 0, Persistence::kTransient)) << "without a failure";
+  std::cout << number << " runs, " << successes << " of them successful\n";
+  EXPECT_GT(number, 20U) << "a session makes more calls";
+  EXPECT_TRUE(RunSession(0, 0, Persistence::kTransient)) << "without a failure";
 }
 
-INSTANTIATE_TEST_SUITE_P(Errors, EveryCall,
-                         ::testing::Values(Failure{"EioOnce", EIO, Persistence::kTransient},
-                                           Failure{"EioForGood", EIO, Persistence::kPersistent},
-                                           Failure{"EnodevOnce", ENODEV, Persistence::kTransient},
-                                           Failure{"EnodevForGood", ENODEV, Persistence::kPersistent},
-                                           Failure{"EinvalOnce", EINVAL, Persistence::kTransient},
-                                           Failure{"EinvalForGood", EINVAL, Persistence::kPersistent},
-                                           Failure{"EbusyOnce", EBUSY, Persistence::kTransient},
-                                           Failure{"EbusyForGood", EBUSY, Persistence::kPersistent},
-                                           Failure{"EnomemOnce", ENOMEM, Persistence::kTransient},
-                                           Failure{"EnomemForGood", ENOMEM, Persistence::kPersistent}),
+INSTANTIATE_TEST_SUITE_P(Errors, EverySystemCallTest,
+                         ::testing::Values(Failure{"EioTransient", EIO, Persistence::kTransient},
+                                           Failure{"EioPersistent", EIO, Persistence::kPersistent},
+                                           Failure{"EnodevTransient", ENODEV, Persistence::kTransient},
+                                           Failure{"EnodevPersistent", ENODEV, Persistence::kPersistent},
+                                           Failure{"EinvalTransient", EINVAL, Persistence::kTransient},
+                                           Failure{"EinvalPersistent", EINVAL, Persistence::kPersistent},
+                                           Failure{"EbusyTransient", EBUSY, Persistence::kTransient},
+                                           Failure{"EbusyPersistent", EBUSY, Persistence::kPersistent},
+                                           Failure{"EnomemTransient", ENOMEM, Persistence::kTransient},
+                                           Failure{"EnomemPersistent", ENOMEM, Persistence::kPersistent}),
                          [](const auto& tested) { return tested.param.name; });
 
-TEST_F(Scenario, IsNotDisturbedByInterruptedCalls) {
+TEST_F(DeviceFailureTest, InterruptedCallsAreRetried) {
   std::uint64_t number = 0;
   do {
     ++number;
-    ASSERT_LT(number, kTooManyCalls);
-    ASSERT_TRUE(Play(number, EINTR, Persistence::kTransient)) << "call " << number;
+    ASSERT_LT(number, kMaxCalls);
+    ASSERT_TRUE(RunSession(number, EINTR, Persistence::kTransient)) << "call " << number;
   } while (CallHasFailed());
 }
 
 }  // namespace
+}  // namespace linux_support

@@ -1,10 +1,11 @@
-// The tree of devices behind the enumerators: what it tells people, and another one in its place.
+// DeviceProvider: the system's, and a host's in its place.
 #include <algorithm>
 #include <map>
 #include <thread>
 
 #include "support/linux/LinuxTest.h"
 
+namespace linux_support {
 namespace {
 
 using ::testing::AllOf;
@@ -15,8 +16,8 @@ using ::testing::Not;
 using ::testing::Pair;
 using ::testing::SizeIs;
 
-// A tree of the host's: one camera that cannot be made, on one USB device.
-class HostTree : public devices::DeviceProvider {
+// A host's provider: one USB camera whose source cannot be made.
+class HostDeviceProvider : public devices::DeviceProvider {
  public:
   std::vector<devices::CaptureDevice> CaptureDevices() override {
     return {{"@device:usb#vid_1111&pid_2222&mi_00#host#camera", "Host's camera", "nowhere", "",
@@ -27,16 +28,16 @@ class HostTree : public devices::DeviceProvider {
   }
 };
 
-class Tree : public LinuxTest {
+class DeviceProviderTest : public LinuxTest {
  protected:
   void TearDown() override {
     devices::SetDeviceProvider(nullptr);
     LinuxTest::TearDown();
   }
-  // A reason is given for every camera but the one that is taken.
+  // Expects an exclusion reason for every camera except the built-in one.
   static void ExpectReasonsFor(std::size_t cameras) {
     const std::vector<devices::CaptureDevice> devices = devices::CurrentDeviceProvider()->CaptureDevices();
-    const std::string builtIn = BuiltInCamera();
+    const std::string builtIn = BuiltInCameraName();
     EXPECT_THAT(devices, SizeIs(cameras));
     for (const devices::CaptureDevice& device : devices) {
       EXPECT_EQ(device.exclusionReason.empty(), device.displayName == builtIn)
@@ -50,7 +51,7 @@ class Tree : public LinuxTest {
   }
 };
 
-TEST_F(Tree, TellsNameAndNodeOfACamera) {
+TEST_F(DeviceProviderTest, ReportsNameAndNodeOfACamera) {
   VideoDeviceSettings settings;
   settings.card =
       "Cam\xC3\xA9ra int\xC3\xA9gr\xC3\xA9"
@@ -63,7 +64,7 @@ TEST_F(Tree, TellsNameAndNodeOfACamera) {
   EXPECT_EQ(devices.front().displayName, DisplayNames().front());
 }
 
-TEST_F(Tree, SaysWhyACameraIsNotThePcsOwn) {
+TEST_F(DeviceProviderTest, GivesAnExclusionReasonForEveryOtherCamera) {
   AddLaptopCamera();
   ExpectReasonsFor(1);
   AddPluggedInCamera("1-2", 2);
@@ -84,7 +85,7 @@ TEST_F(Tree, SaysWhyACameraIsNotThePcsOwn) {
   ExpectReasonsFor(6);
 }
 
-TEST_F(Tree, GivesTheReasonsApart) {
+TEST_F(DeviceProviderTest, ExclusionReasonsDiffer) {
   AddPluggedInCamera("1-2", 2);
   AddCamera({"1-3", "046d", "0825", "unknown"}, 3);
   kernel.Tree().AddVideoOf(4, "platform/vivid.0", "vivid", 0);
@@ -97,7 +98,7 @@ TEST_F(Tree, GivesTheReasonsApart) {
   EXPECT_THAT(reasons, AllOf(SizeIs(3), Not(::testing::Contains(IsEmpty()))));
 }
 
-TEST_F(Tree, SaysThatTheKernelDoesNotShowWhatIsKnown) {
+TEST_F(DeviceProviderTest, DistinguishesUndeclaredFromMissingRemovability) {
   AddCamera({"1-3", "046d", "0825", "unknown"}, 3);
   AddCamera({"1-4", "046d", "0825", std::nullopt}, 4);
   const std::vector<devices::CaptureDevice> devices = devices::CurrentDeviceProvider()->CaptureDevices();
@@ -107,7 +108,7 @@ TEST_F(Tree, SaysThatTheKernelDoesNotShowWhatIsKnown) {
   EXPECT_EQ(devices[1].exclusionReason, "the kernel does not show whether its USB device can be removed");
 }
 
-TEST_F(Tree, GivesTheReasonsOfBuiltInCamerasApart) {
+TEST_F(DeviceProviderTest, ExclusionReasonsOfBuiltInCamerasDiffer) {
   AddLaptopCamera();
   kernel.Tree().AddVideoOfUsb(2, "1-5:1.0", "Second node", 2);
   kernel.AddDevice(2);
@@ -127,40 +128,40 @@ TEST_F(Tree, GivesTheReasonsOfBuiltInCamerasApart) {
                                    Pair("video5", "it is not the first camera of its USB device")));
 }
 
-TEST_F(Tree, OfTheHostStandsInThePlaceOfTheMachines) {
+TEST_F(DeviceProviderTest, HostProviderReplacesTheSystemProvider) {
   AddLaptopCamera();
-  const auto tree = std::make_shared<HostTree>();
-  devices::SetDeviceProvider(tree);
-  EXPECT_EQ(devices::CurrentDeviceProvider(), tree);
+  const auto provider = std::make_shared<HostDeviceProvider>();
+  devices::SetDeviceProvider(provider);
+  EXPECT_EQ(devices::CurrentDeviceProvider(), provider);
   EXPECT_THAT(DisplayNames(), ElementsAre(HasSubstr("#host#")));
-  EXPECT_EQ(BuiltInCamera(), DisplayNames().front());
+  EXPECT_EQ(BuiltInCameraName(), DisplayNames().front());
   devices::SetDeviceProvider(nullptr);
   EXPECT_NE(devices::CurrentDeviceProvider(), nullptr);
   EXPECT_THAT(DisplayNames(), ElementsAre(Not(HasSubstr("#host#"))));
 }
 
-TEST_F(Tree, CameraThatCannotBeMadeIsNotBound) {
-  devices::SetDeviceProvider(std::make_shared<HostTree>());
+TEST_F(DeviceProviderTest, BindingFailsIfTheSourceCannotBeMade) {
+  devices::SetDeviceProvider(std::make_shared<HostDeviceProvider>());
   ComPtr<IBaseFilter> filter;
   EXPECT_LT(BindCamera("", filter), 0);
   EXPECT_FALSE(filter);
 }
 
-TEST_F(Tree, MayBeReplacedWhileItsCamerasAreInUse) {
+TEST_F(DeviceProviderTest, CamerasOutliveTheReplacementOfTheirProvider) {
   AddLaptopCamera();
   const ComPtr<IBaseFilter> camera = FirstCamera();
-  const std::vector<CaptureDeviceSeen> devices = CaptureDevicesSeen();
-  devices::SetDeviceProvider(std::make_shared<HostTree>());
+  const std::vector<EnumeratedDevice> devices = ListCaptureDevices();
+  devices::SetDeviceProvider(std::make_shared<HostDeviceProvider>());
   EXPECT_EQ(DescribeCurrentFormat(*FindPin(*camera.Get(), PINDIR_OUTPUT).Get()), "YUY2 64x48 333333");
   ComPtr<IBaseFilter> late;
   EXPECT_EQ(devices.front().moniker->BindToObject(nullptr, nullptr, IID_IBaseFilter, late.PutVoid()), S_OK);
 }
 
-TEST_F(Tree, MayBeReplacedAndReadByTwoThreads) {
+TEST_F(DeviceProviderTest, CanBeReplacedWhileAnotherThreadReadsIt) {
   AddLaptopCamera();
   std::thread other([] {
     for (int i = 0; i < 100; ++i) {
-      devices::SetDeviceProvider(i % 2 == 0 ? std::make_shared<HostTree>() : nullptr);
+      devices::SetDeviceProvider(i % 2 == 0 ? std::make_shared<HostDeviceProvider>() : nullptr);
     }
   });
   for (int i = 0; i < 20; ++i) {
@@ -170,3 +171,4 @@ TEST_F(Tree, MayBeReplacedAndReadByTwoThreads) {
 }
 
 }  // namespace
+}  // namespace linux_support

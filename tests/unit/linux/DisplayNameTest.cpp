@@ -1,8 +1,9 @@
-// Cameras whose places are alike, or that have none on USB.
+// Display names of cameras on equal ports of two buses, and of loopback cameras.
 #include <algorithm>
 
 #include "support/linux/LinuxTest.h"
 
+namespace linux_support {
 namespace {
 
 using ::testing::Each;
@@ -10,8 +11,8 @@ using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::SizeIs;
 
-// The same model on the same port of two buses of one controller: one for each speed class.
-class TwoBuses : public LinuxTest {
+// The same model on the same port of two buses of one controller, as with USB 2 and USB 3 root hubs.
+class TwoBusesTest : public LinuxTest {
  protected:
   static void AddTo(FakeSystemCalls& pc, int bus, const std::string& removable) {
     const std::string name = std::to_string(bus) + "-5";
@@ -19,10 +20,10 @@ class TwoBuses : public LinuxTest {
     pc.Tree().AddVideoOfUsb(bus, name + ":1.0", "Camera", 0);
     pc.AddDevice(bus);
   }
-  // Names of cameras, then the USB devices' ids.
+  // The display names, then the ids of the USB devices.
   static std::vector<std::string> AllNames() {
     std::vector<std::string> all = DisplayNames();
-    for (const UsbDeviceSeen& device : UsbDevicesSeen()) {
+    for (const EnumeratedUsbDevice& device : ListUsbDevices()) {
       all.push_back(device.id);
       all.push_back(device.childId);
     }
@@ -30,9 +31,9 @@ class TwoBuses : public LinuxTest {
   }
 };
 
-using LoopbackCameras = LinuxTest;
+using LoopbackCameraTest = LinuxTest;
 
-TEST_F(TwoBuses, OfOneControllerGiveTheirDevicesNamesOfTheirOwn) {
+TEST_F(TwoBusesTest, DevicesOnTwoBusesOfAControllerHaveDistinctNames) {
   AddTo(kernel, 1, "removable");
   AddTo(kernel, 2, "removable");
   std::vector<std::string> names = AllNames();
@@ -40,21 +41,21 @@ TEST_F(TwoBuses, OfOneControllerGiveTheirDevicesNamesOfTheirOwn) {
   EXPECT_EQ(std::count_if(names.begin(), names.end(),
                           [](const std::string& name) { return name.find("+1-5&") != std::string::npos; }),
             3)
-      << "those on the second bus";
+      << "the three names of the second bus";
   std::sort(names.begin(), names.end());
   EXPECT_EQ(std::adjacent_find(names.begin(), names.end()), names.end());
 }
 
-TEST_F(TwoBuses, AreToldApartInTheSameOrderWhateverTheirNumbers) {
+TEST_F(TwoBusesTest, NamesDoNotDependOnBusNumbers) {
   AddTo(kernel, 1, "removable");
   AddTo(kernel, 2, "removable");
   const std::vector<std::string> first = AllNames();
-  FakeSystemCalls found;  // in another order
+  FakeSystemCalls found;  // the buses in another order
   v4l2::SetSystemCallsForTesting(&found);
   AddTo(found, 2, "removable");
   AddTo(found, 1, "removable");
   EXPECT_EQ(AllNames(), first);
-  FakeSystemCalls renumbered;  // beside another controller's buses, with a digit more
+  FakeSystemCalls renumbered;  // bus numbers of different length
   v4l2::SetSystemCallsForTesting(&renumbered);
   AddTo(renumbered, 10, "removable");
   AddTo(renumbered, 9, "removable");
@@ -62,17 +63,17 @@ TEST_F(TwoBuses, AreToldApartInTheSameOrderWhateverTheirNumbers) {
   v4l2::SetSystemCallsForTesting(&kernel);
 }
 
-TEST_F(TwoBuses, HaveTheFixedOneOfTwoCamerasBuiltIn) {
+TEST_F(TwoBusesTest, FixedCameraOfTwoIsBuiltIn) {
   AddTo(kernel, 1, "removable");
   AddTo(kernel, 2, "fixed");
-  EXPECT_THAT(BuiltInCamera(), HasSubstr("+1-5&"));
+  EXPECT_THAT(BuiltInCameraName(), HasSubstr("+1-5&"));
   kernel.Tree().SetUsbAttribute("1-5", "removable", "fixed");
   kernel.Tree().SetUsbAttribute("2-5", "removable", "removable");
-  EXPECT_NE(BuiltInCamera(), "");
-  EXPECT_THAT(BuiltInCamera(), Not(HasSubstr("+1-5&")));
+  EXPECT_NE(BuiltInCameraName(), "");
+  EXPECT_THAT(BuiltInCameraName(), Not(HasSubstr("+1-5&")));
 }
 
-TEST_F(LoopbackCameras, AreListedUnderNamesOfTheirOwn) {
+TEST_F(LoopbackCameraTest, HaveDistinctNames) {
   for (const int number : {10, 1}) {
     kernel.Tree().AddVirtualVideo(number, "Loopback");
     kernel.AddDevice(number);
@@ -82,8 +83,8 @@ TEST_F(LoopbackCameras, AreListedUnderNamesOfTheirOwn) {
   EXPECT_NE(names[0], names[1]);
   EXPECT_THAT(names, Each(Not(HasSubstr("usb#"))));
   EXPECT_EQ(DisplayNames(), names);
-  EXPECT_EQ(BuiltInCamera(), "");
-  FakeSystemCalls other;  // where they came in another order
+  EXPECT_EQ(BuiltInCameraName(), "");
+  FakeSystemCalls other;  // created in another order
   v4l2::SetSystemCallsForTesting(&other);
   for (const int number : {1, 10}) {
     other.Tree().AddVirtualVideo(number, "Loopback");
@@ -93,12 +94,13 @@ TEST_F(LoopbackCameras, AreListedUnderNamesOfTheirOwn) {
   v4l2::SetSystemCallsForTesting(&kernel);
 }
 
-TEST_F(LoopbackCameras, DoNotKeepThePcsOwnCameraFromBeingFound) {
+TEST_F(LoopbackCameraTest, DoNotHideTheBuiltInCamera) {
   kernel.Tree().AddVirtualVideo(7, "Loopback");
   kernel.AddDevice(7);
   AddLaptopCamera();
   EXPECT_THAT(DisplayNames(), SizeIs(2));
-  EXPECT_THAT(BuiltInCamera(), HasSubstr("usb#vid_04f2&pid_b6be&mi_00#"));
+  EXPECT_THAT(BuiltInCameraName(), HasSubstr("usb#vid_04f2&pid_b6be&mi_00#"));
 }
 
 }  // namespace
+}  // namespace linux_support

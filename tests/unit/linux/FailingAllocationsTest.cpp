@@ -1,4 +1,4 @@
-// Whose allocations fail, and which of them. The platform stands for any library.
+// FailingAllocations, tested with the platform library.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -15,17 +15,17 @@
 namespace {
 
 constexpr const char* kPlatformLibrary = "libnuveqplatform";
-// Longer than what a string holds in itself.
+// Too long for the small-string buffer.
 constexpr std::size_t kLongText = 100;
 
-// What a library of one object does: one operator new of its own code.
+// Makes one call of operator new in the platform library.
 HRESULT MakeBindContext() {
   ComPtr<IBindCtx> context;
   return CreateBindCtx(0, context.Put());
 }
 
-// A tree that allocates while the platform asks for it.
-class AllocatingTree : public devices::DeviceProvider {
+// Allocates memory when the platform calls it.
+class AllocatingProvider : public devices::DeviceProvider {
  public:
   std::vector<devices::CaptureDevice> CaptureDevices() override {
     const std::string text(kLongText, 'x');
@@ -34,7 +34,7 @@ class AllocatingTree : public devices::DeviceProvider {
   std::vector<devices::UsbDevice> UsbDevices() override { return {{std::string(kLongText, 'X'), false, ""}}; }
 };
 
-TEST(FailingAllocations, AreTheOneOfTheNumberOrAlsoAllLaterOnes) {
+TEST(FailingAllocationsTest, FailsTheNthAllocationOnceOrPersistently) {
   FailingAllocations allocations = FailingAllocations::InLibraries({kPlatformLibrary});
   EXPECT_EQ(MakeBindContext(), S_OK);
   EXPECT_EQ(allocations.Count(), 1U);
@@ -55,7 +55,7 @@ TEST(FailingAllocations, AreTheOneOfTheNumberOrAlsoAllLaterOnes) {
   EXPECT_EQ(allocations.Count(), 4U);
 }
 
-TEST(FailingAllocations, EndWithTheObject) {
+TEST(FailingAllocationsTest, StopsWhenDestroyed) {
   {
     FailingAllocations allocations = FailingAllocations::InLibraries({kPlatformLibrary});
     allocations.FailNth(1, Persistence::kPersistent);
@@ -64,22 +64,22 @@ TEST(FailingAllocations, EndWithTheObject) {
   EXPECT_EQ(MakeBindContext(), S_OK);
 }
 
-TEST(FailingAllocations, AreOnlyThoseOfTheNamedLibraries) {
+TEST(FailingAllocationsTest, AffectsOnlyTheNamedLibraries) {
   FailingAllocations allocations = FailingAllocations::InLibraries({"libnuveq", "nuveqplatform", "libother"});
   allocations.FailNth(1, Persistence::kPersistent);
   EXPECT_EQ(MakeBindContext(), S_OK);
   EXPECT_EQ(allocations.Count(), 0U);
 }
 
-TEST(FailingAllocations, AreNeverThoseOfTheProgramNorInItsFunctionsThatALibraryCalls) {
-  devices::SetDeviceProvider(std::make_shared<AllocatingTree>());
+TEST(FailingAllocationsTest, SparesTheProgramAndItsCallbacks) {
+  devices::SetDeviceProvider(std::make_shared<AllocatingProvider>());
   {
     FailingAllocations allocations = FailingAllocations::InLibraries({kPlatformLibrary});
     allocations.FailNth(2, Persistence::kPersistent);
     const std::string own(kLongText, 'x');
     ComPtr<ICreateDevEnum> devices;
     ComPtr<IEnumMoniker> monikers;
-    // The first allocation; the enumeration itself takes none of the platform's.
+    // Makes the first allocation. The enumeration makes none in the platform's code.
     ASSERT_EQ(CoCreateInstance(CLSID_SystemDeviceEnum, nullptr, CLSCTX_INPROC_SERVER, IID_ICreateDevEnum,
                                devices.PutVoid()),
               S_OK);
@@ -89,8 +89,8 @@ TEST(FailingAllocations, AreNeverThoseOfTheProgramNorInItsFunctionsThatALibraryC
   devices::SetDeviceProvider(nullptr);
 }
 
-TEST(FailingAllocations, AreAlsoThoseThatTheStandardLibraryMakesForTheNamedOne) {
-  devices::SetDeviceProvider(std::make_shared<AllocatingTree>());
+TEST(FailingAllocationsTest, IncludesAllocationsOfTheStandardLibraryOnBehalfOfTheNamedOne) {
+  devices::SetDeviceProvider(std::make_shared<AllocatingProvider>());
   HDEVINFO set = SetupDiGetClassDevsW(&GUID_DEVINTERFACE_USB_DEVICE, nullptr, nullptr, 0);
   SP_DEVINFO_DATA device{};
   device.cbSize = sizeof(device);
@@ -99,7 +99,7 @@ TEST(FailingAllocations, AreAlsoThoseThatTheStandardLibraryMakesForTheNamedOne) 
   {
     FailingAllocations allocations = FailingAllocations::InLibraries({kPlatformLibrary});
     allocations.FailNth(1, Persistence::kTransient);
-    // Copies a string, which the standard library's own code does.
+    // Copies a string; the allocation is made by code of the standard library.
     EXPECT_NE(CM_Get_Device_IDA(device.DevInst, id.data(), id.size(), 0), CR_SUCCESS);
     EXPECT_TRUE(allocations.HasFailed());
     EXPECT_EQ(CM_Get_Device_IDA(device.DevInst, id.data(), id.size(), 0), CR_SUCCESS);
@@ -109,14 +109,14 @@ TEST(FailingAllocations, AreAlsoThoseThatTheStandardLibraryMakesForTheNamedOne) 
   devices::SetDeviceProvider(nullptr);
 }
 
-TEST(FailingAllocations, AreThoseOfEveryThread) {
+TEST(FailingAllocationsTest, AffectsEveryThread) {
   FailingAllocations allocations = FailingAllocations::InLibraries({kPlatformLibrary});
   allocations.FailNth(2, Persistence::kTransient);
   EXPECT_EQ(MakeBindContext(), S_OK);
   std::thread([] { EXPECT_EQ(MakeBindContext(), E_OUTOFMEMORY); }).join();
 }
 
-TEST(FailingAllocations, ReachMallocWhereNoSanitizerOwnsIt) {
+TEST(FailingAllocationsTest, AffectsMallocWithoutASanitizer) {
   FailingAllocations allocations = FailingAllocations::InLibraries({kPlatformLibrary});
   allocations.FailNth(1, Persistence::kPersistent);
   void* const block = CoTaskMemAlloc(1);

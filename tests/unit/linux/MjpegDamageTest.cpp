@@ -1,34 +1,31 @@
-// JPEG pictures with bytes too many or too few: which are whole all the same.
+// Which JPEG pictures with stray or missing bytes are still accepted.
 #include <algorithm>
 
 #include "support/linux/CaptureGraphTest.h"
-#include "support/linux/Jpegs.h"
+#include "support/linux/TestJpegs.h"
 
+namespace linux_support {
 namespace {
 
-using Jpeg = std::vector<std::uint8_t>;
-
-constexpr int kWidth = 64;
-constexpr int kHeight = 48;
 constexpr std::uint8_t kMarker = 0xFF;
 constexpr std::uint8_t kFirstRestart = 0xD0;
-// Between markers, that are harmless.
+// The number of bytes before a marker that the decoder accepts.
 constexpr std::size_t kMaxStrayBytes = 16;
 
-class StrayBytes : public GraphTest {
+class StrayBytesTest : public CaptureGraphTest {
  protected:
   void SetUp() override {
-    GraphTest::SetUp();
+    CaptureGraphTest::SetUp();
     BuildAndRun(MjpgTo(MEDIASUBTYPE_ARGB32));
   }
-  // How many of the pictures arrive.
-  std::size_t Arriving(const std::vector<Jpeg>& jpegs) {
+  // Delivers the pictures. Returns how many reach the callback.
+  std::size_t CountAccepted(const std::vector<Jpeg>& jpegs) {
     const std::size_t before = callback.Count();
     for (const Jpeg& jpeg : jpegs) {
       Deliver(jpeg);
     }
-    // A good one of another picture, at which all of them have been through.
-    const Jpeg last = TestJpeg(kWidth, kHeight, TJSAMP_GRAY);
+    // A valid, different picture marks the end.
+    const Jpeg last = TestJpeg(kPictureWidth, kPictureHeight, TJSAMP_GRAY);
     Deliver(last);
     EXPECT_TRUE(WaitUntil([&] {
       return callback.Count() > before &&
@@ -39,7 +36,7 @@ class StrayBytes : public GraphTest {
     EXPECT_EQ(Run(), S_OK);
     return callback.Count() - before - 1;
   }
-  bool Arrives(const Jpeg& jpeg) { return Arriving({jpeg}) == 1; }
+  bool IsAccepted(const Jpeg& jpeg) { return CountAccepted({jpeg}) == 1; }
 
  private:
   void Deliver(const Jpeg& jpeg) {
@@ -57,7 +54,7 @@ Jpeg WithStrayBytes(Jpeg jpeg, std::size_t at, std::size_t count) {
   return jpeg;
 }
 
-// Where the restart marker of that number is.
+// The offset of a restart marker.
 std::size_t FindRestart(const Jpeg& jpeg, std::uint8_t number) {
   const Jpeg marker = {kMarker, static_cast<std::uint8_t>(kFirstRestart + number)};
   const auto scan = jpeg.begin() + static_cast<std::ptrdiff_t>(ScanStart(jpeg));
@@ -72,117 +69,118 @@ Jpeg Without(const Jpeg& jpeg, std::size_t from, std::size_t to) {
   return cut;
 }
 
-TEST_F(StrayBytes, BeforeAMarkerOfTheHeaderAreHarmlessWhenTheyAreFew) {
-  const Jpeg whole = NoiseJpeg(kWidth, kHeight);
+TEST_F(StrayBytesTest, FewBytesBeforeAHeaderMarkerAreAccepted) {
+  const Jpeg whole = NoiseJpeg(kPictureWidth, kPictureHeight);
   constexpr std::size_t kAfterStart = 2;
-  EXPECT_TRUE(Arrives(WithStrayBytes(whole, kAfterStart, 1)));
-  EXPECT_TRUE(Arrives(WithStrayBytes(whole, kAfterStart, kMaxStrayBytes)));
-  EXPECT_FALSE(Arrives(WithStrayBytes(whole, kAfterStart, kMaxStrayBytes + 1)));
+  EXPECT_TRUE(IsAccepted(WithStrayBytes(whole, kAfterStart, 1)));
+  EXPECT_TRUE(IsAccepted(WithStrayBytes(whole, kAfterStart, kMaxStrayBytes)));
+  EXPECT_FALSE(IsAccepted(WithStrayBytes(whole, kAfterStart, kMaxStrayBytes + 1)));
 }
 
-TEST_F(StrayBytes, BeforeTheEndMarkerAreHarmlessWhenTheyAreFew) {
-  const Jpeg whole = NoiseJpeg(kWidth, kHeight);
+TEST_F(StrayBytesTest, FewBytesBeforeTheEoiMarkerAreAccepted) {
+  const Jpeg whole = NoiseJpeg(kPictureWidth, kPictureHeight);
   const std::size_t end = whole.size() - 2;
-  EXPECT_TRUE(Arrives(WithStrayBytes(whole, end, 1)));
-  EXPECT_TRUE(Arrives(WithStrayBytes(whole, end, kMaxStrayBytes)));
-  // The decoder takes some of them for the last block's before it counts.
-  EXPECT_FALSE(Arrives(WithStrayBytes(whole, end, kMaxStrayBytes * 2)));
+  EXPECT_TRUE(IsAccepted(WithStrayBytes(whole, end, 1)));
+  EXPECT_TRUE(IsAccepted(WithStrayBytes(whole, end, kMaxStrayBytes)));
+  // The decoder consumes some of them as data of the last block.
+  EXPECT_FALSE(IsAccepted(WithStrayBytes(whole, end, kMaxStrayBytes * 2)));
 }
 
 // --- Without an EOI marker ---
 
-class MissingEoi : public StrayBytes {
+class MissingEoiTest : public StrayBytesTest {
  protected:
   static Jpeg WithoutEoi(const Jpeg& jpeg) { return Without(jpeg, jpeg.size() - 2, jpeg.size()); }
 };
 
-TEST_F(MissingEoi, IsHarmlessWhenEveryRowIsThere) {
-  EXPECT_TRUE(Arrives(WithoutEoi(NoiseJpeg(kWidth, kHeight))));
-  EXPECT_TRUE(Arrives(WithoutEoi(TestJpeg(kWidth, kHeight))));
-  EXPECT_TRUE(Arrives(WithoutEoi(RestartJpeg(kWidth, kHeight))));
-  EXPECT_TRUE(Arrives(WithoutEoi(WithoutHuffmanTables(NoiseJpeg(kWidth, kHeight)))));
+TEST_F(MissingEoiTest, IsAcceptedIfEveryRowIsComplete) {
+  EXPECT_TRUE(IsAccepted(WithoutEoi(NoiseJpeg(kPictureWidth, kPictureHeight))));
+  EXPECT_TRUE(IsAccepted(WithoutEoi(TestJpeg(kPictureWidth, kPictureHeight))));
+  EXPECT_TRUE(IsAccepted(WithoutEoi(RestartJpeg(kPictureWidth, kPictureHeight))));
+  EXPECT_TRUE(IsAccepted(WithoutEoi(WithoutHuffmanTables(NoiseJpeg(kPictureWidth, kPictureHeight)))));
 }
 
-TEST_F(MissingEoi, IsHarmlessWithHalfTheMarker) {
-  Jpeg half = NoiseJpeg(kWidth, kHeight);
+TEST_F(MissingEoiTest, IsAcceptedWithHalfTheMarker) {
+  Jpeg half = NoiseJpeg(kPictureWidth, kPictureHeight);
   half.pop_back();
-  EXPECT_TRUE(Arrives(half));
+  EXPECT_TRUE(IsAccepted(half));
 }
 
-TEST_F(MissingEoi, IsHarmlessWhenZerosFillUpTheTransfer) {
-  Jpeg padded = WithoutEoi(NoiseJpeg(kWidth, kHeight));
+TEST_F(MissingEoiTest, IsAcceptedIfOnlyZerosFollow) {
+  Jpeg padded = WithoutEoi(NoiseJpeg(kPictureWidth, kPictureHeight));
   padded.resize(padded.size() + 1000);
-  EXPECT_TRUE(Arrives(padded));
+  EXPECT_TRUE(IsAccepted(padded));
   padded.back() = 1;
-  EXPECT_FALSE(Arrives(padded)) << "as much as this could be a lost part of the picture";
+  EXPECT_FALSE(IsAccepted(padded)) << "trailing data could be the missing part of the picture";
 }
 
-TEST_F(MissingEoi, DoesNotHideStrayBytesInsideThePicture) {
-  const Jpeg whole = RestartJpeg(kWidth, kHeight);
+TEST_F(MissingEoiTest, DoesNotHideStrayBytesInThePicture) {
+  const Jpeg whole = RestartJpeg(kPictureWidth, kPictureHeight);
   Jpeg padded = WithoutEoi(WithStrayBytes(whole, FindRestart(whole, 1), 40));
   padded.resize(padded.size() + 1000);
-  EXPECT_FALSE(Arrives(padded));
+  EXPECT_FALSE(IsAccepted(padded));
 }
 
-TEST_F(MissingEoi, OfAPictureThatLacksDataMakesItDamaged) {
-  const Jpeg whole = NoiseJpeg(kWidth, kHeight);
+TEST_F(MissingEoiTest, IsRejectedIfDataIsMissing) {
+  const Jpeg whole = NoiseJpeg(kPictureWidth, kPictureHeight);
   std::vector<Jpeg> cut;
   for (std::size_t lost = 3; lost + ScanStart(whole) < whole.size(); lost += 41) {
     cut.push_back(Without(whole, whole.size() - lost, whole.size()));
   }
   ASSERT_GT(cut.size(), 20U);
-  EXPECT_EQ(Arriving(cut), 0U);
+  EXPECT_EQ(CountAccepted(cut), 0U);
 }
 
-TEST_F(MissingEoi, OfAPictureInSeveralScansMakesItDamaged) {
-  // Any of the later scans could be missing.
-  Coding progressive;
+TEST_F(MissingEoiTest, IsRejectedForMultiScanPictures) {
+  // A later scan could be missing.
+  JpegCoding progressive;
   progressive.isProgressive = true;
-  Coding inScans;
-  inScans.isInScans = true;
-  for (const Coding& coding : {progressive, inScans}) {
-    const Jpeg whole = WavesJpeg(kWidth, kHeight, coding);
-    EXPECT_TRUE(Arrives(whole));
-    EXPECT_FALSE(Arrives(WithoutEoi(whole)));
+  JpegCoding multiScan;
+  multiScan.isMultiScan = true;
+  for (const JpegCoding& coding : {progressive, multiScan}) {
+    const Jpeg whole = WaveJpeg(kPictureWidth, kPictureHeight, coding);
+    EXPECT_TRUE(IsAccepted(whole));
+    EXPECT_FALSE(IsAccepted(WithoutEoi(whole)));
   }
 }
 
 // --- Damage ---
 
-TEST_F(StrayBytes, ThatAreMuchOfThePictureMakeItDamaged) {
-  const Jpeg whole = NoiseJpeg(kWidth, kHeight);
+TEST_F(StrayBytesTest, ManyBytesAreRejected) {
+  const Jpeg whole = NoiseJpeg(kPictureWidth, kPictureHeight);
   Jpeg repeated = whole;
-  // A part of the scan twice: the picture is full before the data is used up.
+  // Part of the scan occurs twice: the picture is complete before the end of the data.
   const auto scan = whole.begin() + static_cast<std::ptrdiff_t>(ScanStart(whole));
   repeated.insert(repeated.begin() + (scan - whole.begin()) + 300, scan, scan + 300);
-  EXPECT_FALSE(Arrives(repeated));
+  EXPECT_FALSE(IsAccepted(repeated));
 }
 
-// What has been overwritten shifts the blocks that follow: the data is then too much or too little for the
-// picture. Now and then the decoder finds its place again within a few bytes.
-TEST_F(StrayBytes, OrTooFewAfterWrongOnesInTheScanMostlyMakeItDamaged) {
-  const Jpeg whole = NoiseJpeg(kWidth, kHeight);
+// Overwritten bytes shift the following blocks, so that the amount of data no longer matches the picture. In
+// a few cases the decoder resynchronizes within a few bytes.
+TEST_F(StrayBytesTest, OverwrittenScanDataIsMostlyRejected) {
+  const Jpeg whole = NoiseJpeg(kPictureWidth, kPictureHeight);
   constexpr std::size_t kWrongBytes = 64;
   std::vector<Jpeg> damaged;
   for (std::size_t at = ScanStart(whole); at + 2 * kWrongBytes < whole.size(); at += 23) {
     Jpeg wrong = whole;
-    // No marker among them: zeros, which are the commonest short codes.
+    // Zeros contain no marker; they decode as the most common short codes.
     std::fill_n(wrong.begin() + static_cast<std::ptrdiff_t>(at), kWrongBytes, std::uint8_t{0});
     damaged.push_back(wrong);
   }
   ASSERT_GT(damaged.size(), 20U);
-  EXPECT_LT(Arriving(damaged), damaged.size() / 4);
+  EXPECT_LT(CountAccepted(damaged), damaged.size() / 4);
 }
 
-TEST_F(StrayBytes, BeforeARestartMarkerAreHarmlessUnlessAnIntervalIsMissing) {
-  const Jpeg whole = RestartJpeg(kWidth, kHeight);
+TEST_F(StrayBytesTest, FewBytesBeforeARestartMarkerAreAcceptedUnlessAnIntervalIsMissing) {
+  const Jpeg whole = RestartJpeg(kPictureWidth, kPictureHeight);
   const std::size_t second = FindRestart(whole, 1);
   const std::size_t third = FindRestart(whole, 2);
-  EXPECT_TRUE(Arrives(whole));
-  EXPECT_TRUE(Arrives(WithStrayBytes(whole, second, 4)));
+  EXPECT_TRUE(IsAccepted(whole));
+  EXPECT_TRUE(IsAccepted(WithStrayBytes(whole, second, 4)));
   const Jpeg cut = Without(whole, second, third);
-  EXPECT_FALSE(Arrives(cut));
-  EXPECT_FALSE(Arrives(WithStrayBytes(cut, second, 4))) << "the harmless warning hides no other";
+  EXPECT_FALSE(IsAccepted(cut));
+  EXPECT_FALSE(IsAccepted(WithStrayBytes(cut, second, 4))) << "an accepted warning must not hide another one";
 }
 
 }  // namespace
+}  // namespace linux_support

@@ -1,29 +1,27 @@
-// What decoded pictures look like, sample by sample, however they are coded and whatever their size.
+// Decoded MJPEG pictures, compared sample by sample with libjpeg's default decoding.
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <ostream>
 
 #include "support/linux/CaptureGraphTest.h"
-#include "support/linux/Jpegs.h"
+#include "support/linux/TestJpegs.h"
 
+namespace linux_support {
 namespace {
 
-using Jpeg = std::vector<std::uint8_t>;
-using Pixels = std::vector<std::uint8_t>;
-
-constexpr Coding kUsual{"422", 2, 1, 1, false};
-constexpr Coding kTall{"422Tall", 2, 2, 2, false};
-constexpr Coding kQuarter{"420", 2, 2, 1, false};
-constexpr Coding kFull{"444", 1, 1, 1, false};
-constexpr Coding kFlat{"440", 1, 2, 1, false};
-constexpr Coding kNarrow{"411", 4, 1, 1, false};
-constexpr Coding kProgressive{"Progressive422", 2, 1, 1, true};
-constexpr Coding kScanned{"ScansOf422", 2, 1, 1, false, true};
-constexpr Coding kRgb{"Rgb422", 2, 1, 1, false, false, true};
+constexpr JpegCoding k422{"422", 2, 1, 1, false};
+constexpr JpegCoding k422TwoRows{"422TwoRows", 2, 2, 2, false};  // two rows of blocks in each MCU
+constexpr JpegCoding k420{"420", 2, 2, 1, false};
+constexpr JpegCoding k444{"444", 1, 1, 1, false};
+constexpr JpegCoding k440{"440", 1, 2, 1, false};
+constexpr JpegCoding k411{"411", 4, 1, 1, false};
+constexpr JpegCoding kProgressive422{"Progressive422", 2, 1, 1, true};
+constexpr JpegCoding kMultiScan422{"MultiScan422", 2, 1, 1, false, true};
+constexpr JpegCoding kRgb422{"Rgb422", 2, 1, 1, false, false, true};
 
 struct Case {
-  Coding coding;
+  JpegCoding coding;
   unsigned width;
   unsigned height;
 
@@ -32,35 +30,35 @@ struct Case {
   }
 };
 
-// Of decoded samples against what they should be.
+// Statistics of the differences between decoded and expected samples.
 class Difference {
  public:
   void Add(int value, double expected) {
     const double error = value - expected;
-    m_greatest = std::max(m_greatest, std::abs(error));
+    m_max = std::max(m_max, std::abs(error));
     m_sum += error;
     m_absoluteSum += std::abs(error);
     ++m_count;
   }
-  double Greatest() const { return m_greatest; }
+  double Max() const { return m_max; }
   double Mean() const { return m_absoluteSum / m_count; }
   double Bias() const { return std::abs(m_sum / m_count); }
 
   friend std::ostream& operator<<(std::ostream& out, const Difference& difference) {
-    return out << "greatest " << difference.Greatest() << ", mean " << difference.Mean() << ", bias "
+    return out << "max " << difference.Max() << ", mean " << difference.Mean() << ", bias "
                << difference.Bias();
   }
 
  private:
-  double m_greatest = 0;
+  double m_max = 0;
   double m_sum = 0;
   double m_absoluteSum = 0;
   int m_count = 0;
 };
 
-class MjpegPicture : public GraphTest {
+class MjpegPictureTest : public CaptureGraphTest {
  protected:
-  // The picture that a callback gets of the JPEG from a camera of that size.
+  // Streams the JPEG from a camera of that size. Returns the picture that the callback receives.
   Pixels Decode(const Jpeg& jpeg, const Case& tested) {
     VideoDeviceSettings camera;
     camera.formats = {{V4L2_PIX_FMT_MJPEG, {Discrete(tested.width, tested.height, {30})}}};
@@ -90,20 +88,20 @@ Pixels Upright(const Pixels& bottomUp, std::size_t line) {
   return upright;
 }
 
-// --- As coded ---
+// --- Subsampled chroma, decoded without libjpeg's interpolation ---
 
-class MjpegOfHalvedColour : public MjpegPicture, public ::testing::WithParamInterface<Case> {};
+class SubsampledMjpegTest : public MjpegPictureTest, public ::testing::WithParamInterface<Case> {};
 
-TEST_P(MjpegOfHalvedColour, IsInArgbWhatInterpolationMakesOfItWithinALittle) {
-  const Jpeg jpeg = WavesJpeg(GetParam().width, GetParam().height, GetParam().coding);
+TEST_P(SubsampledMjpegTest, IsCloseToInterpolatedChroma) {
+  const Jpeg jpeg = WaveJpeg(GetParam().width, GetParam().height, GetParam().coding);
   const std::size_t line = std::size_t{4} * GetParam().width;
   const Pixels bgra = Upright(Decode(jpeg, GetParam()), line);
-  const Pixels expected = DecodedByDefault(jpeg);
+  const Pixels expected = DecodeWithLibjpegDefaults(jpeg);
   Difference difference;
   for (std::size_t at = 0; at < bgra.size(); ++at) {
     difference.Add(bgra[at], expected[at]);
   }
-  EXPECT_LE(difference.Greatest(), 9) << difference;
+  EXPECT_LE(difference.Max(), 9) << difference;
   EXPECT_LE(difference.Mean(), 1.1) << difference;
   EXPECT_LE(difference.Bias(), 0.1) << difference;
 }
@@ -113,69 +111,28 @@ const auto kNameOfCase = [](const auto& tested) {
          std::to_string(tested.param.height);
 };
 
-// Whole MCUs, parts of them, rows of them that are cut, and less than one.
-INSTANTIATE_TEST_SUITE_P(Cases, MjpegOfHalvedColour,
-                         ::testing::Values(Case{kUsual, 160, 96}, Case{kUsual, 162, 93}, Case{kUsual, 150, 1},
-                                           Case{kTall, 160, 96}, Case{kTall, 146, 91},
-                                           Case{kQuarter, 160, 96}, Case{kQuarter, 162, 97},
-                                           Case{kQuarter, 134, 90}),
+// Sizes of whole MCUs, with partial MCUs at the right and the bottom, and smaller than one MCU.
+INSTANTIATE_TEST_SUITE_P(Cases, SubsampledMjpegTest,
+                         ::testing::Values(Case{k422, 160, 96}, Case{k422, 162, 93}, Case{k422, 150, 1},
+                                           Case{k422TwoRows, 160, 96}, Case{k422TwoRows, 146, 91},
+                                           Case{k420, 160, 96}, Case{k420, 162, 97}, Case{k420, 134, 90}),
                          kNameOfCase);
 
-// --- All others ---
+// --- All other codings ---
 
-class MjpegOfOtherColour : public MjpegPicture, public ::testing::WithParamInterface<Case> {};
+class ExactMjpegTest : public MjpegPictureTest, public ::testing::WithParamInterface<Case> {};
 
-TEST_P(MjpegOfOtherColour, IsInArgbAsLibjpegDecodesIt) {
-  const Jpeg jpeg = WavesJpeg(GetParam().width, GetParam().height, GetParam().coding);
+TEST_P(ExactMjpegTest, EqualsLibjpegsDefaultDecoding) {
+  const Jpeg jpeg = WaveJpeg(GetParam().width, GetParam().height, GetParam().coding);
   const Pixels bgra = Decode(jpeg, GetParam());
-  EXPECT_EQ(Upright(bgra, std::size_t{4} * GetParam().width), DecodedByDefault(jpeg));
+  EXPECT_EQ(Upright(bgra, std::size_t{4} * GetParam().width), DecodeWithLibjpegDefaults(jpeg));
 }
 
-INSTANTIATE_TEST_SUITE_P(Cases, MjpegOfOtherColour,
-                         ::testing::Values(Case{kFull, 150, 93}, Case{kFlat, 150, 93}, Case{kNarrow, 150, 93},
-                                           Case{kProgressive, 150, 93}, Case{kScanned, 150, 93},
-                                           Case{kRgb, 150, 93}),
+INSTANTIATE_TEST_SUITE_P(Cases, ExactMjpegTest,
+                         ::testing::Values(Case{k444, 150, 93}, Case{k440, 150, 93}, Case{k411, 150, 93},
+                                           Case{kProgressive422, 150, 93}, Case{kMultiScan422, 150, 93},
+                                           Case{kRgb422, 150, 93}),
                          kNameOfCase);
-
-// --- Bad ones ---
-
-class BadMjpegOfEverySampling : public GraphTest, public ::testing::WithParamInterface<TJSAMP> {
- protected:
-  void Deliver(const Jpeg& jpeg) {
-    FakeFrame frame;
-    frame.bytes = jpeg;
-    EXPECT_TRUE(device->Deliver(std::move(frame)));
-  }
-};
-
-TEST_P(BadMjpegOfEverySampling, IsDroppedAndTheNextOneIsDecoded) {
-  BuildAndRun(MjpgTo(MEDIASUBTYPE_ARGB32));
-  const Jpeg whole = NoiseJpeg(64, 48, GetParam());
-  Deliver(whole);
-  ASSERT_TRUE(callback.WaitForFrames(1));
-  std::uint64_t bad = 0;
-  for (std::size_t size = 1; size < whole.size() - 2; size += 41, ++bad) {
-    Deliver(Jpeg(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size)));
-  }
-  Jpeg ended = whole;
-  const std::size_t middle = (ScanStart(whole) + whole.size()) / 2;
-  ended.at(middle) = 0xFF;
-  ended.at(middle + 1) = 0xD9;
-  Deliver(ended);
-  Deliver(whole);
-  ASSERT_TRUE(callback.WaitForFrames(2));
-  EXPECT_EQ(Stop(), S_OK);
-  const std::vector<CollectedFrame> frames = callback.Frames();
-  ASSERT_EQ(frames.size(), 2U);
-  EXPECT_EQ(frames[0].bytes, frames[1].bytes);
-  EXPECT_EQ(graph::LatestStreamStats().undecodable + graph::LatestStreamStats().tooShort, bad + 1);
-}
-
-INSTANTIATE_TEST_SUITE_P(Samplings, BadMjpegOfEverySampling,
-                         ::testing::Values(TJSAMP_422, TJSAMP_420, TJSAMP_444), [](const auto& tested) {
-                           return tested.param == TJSAMP_422   ? "422"
-                                  : tested.param == TJSAMP_420 ? "420"
-                                                               : "444";
-                         });
 
 }  // namespace
+}  // namespace linux_support

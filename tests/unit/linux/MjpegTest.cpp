@@ -1,42 +1,41 @@
-// Compressed pictures: decoded for the callback, bad ones dropped.
+// MJPEG streams: pictures are decoded for the callback, bad pictures are dropped.
 #include <algorithm>
 #include <cstdlib>
 
 #include "support/linux/CaptureGraphTest.h"
-#include "support/linux/Jpegs.h"
+#include "support/linux/TestJpegs.h"
 
+namespace linux_support {
 namespace {
 
 using ::testing::SizeIs;
 
-constexpr int kWidth = 64;
-constexpr int kHeight = 48;
-// Of one channel, after decoding, away from edges.
-constexpr int kTolerance = 6;
+// For one channel away from edges.
+constexpr int kChannelTolerance = 6;
 
-class Mjpeg : public GraphTest {
+class MjpegTest : public CaptureGraphTest {
  protected:
-  static FakeFrame Frame(std::vector<std::uint8_t> jpeg) {
+  static FakeFrame Frame(Jpeg jpeg) {
     FakeFrame frame;
     frame.bytes = std::move(jpeg);
     return frame;
   }
-  // The picture that the callback gets of the JPEG; empty when it gets none.
-  std::vector<std::uint8_t> Decode(const std::vector<std::uint8_t>& jpeg) {
+  // Delivers the JPEG. Returns the picture that the callback receives; empty if it receives none.
+  Pixels Decode(const Jpeg& jpeg) {
     const std::size_t before = callback.Count();
     EXPECT_TRUE(device->Deliver(Frame(jpeg)));
     EXPECT_TRUE(callback.WaitForFrames(before + 1));
     const std::vector<CollectedFrame> frames = callback.Frames();
-    return frames.size() > before ? frames.back().bytes : std::vector<std::uint8_t>();
+    return frames.size() > before ? frames.back().bytes : Pixels();
   }
-  // Sends bad pictures, then a good one, and expects that one alone to arrive. Stops, and answers how many
-  // were dropped.
-  std::uint64_t SendBad(const std::vector<std::vector<std::uint8_t>>& bad) {
+  // Delivers bad pictures, then a valid one, and expects only that one to arrive. Stops the graph and returns
+  // the number of dropped pictures.
+  std::uint64_t DeliverBad(const std::vector<Jpeg>& bad) {
     const std::size_t before = callback.Count();
-    for (const std::vector<std::uint8_t>& jpeg : bad) {
+    for (const Jpeg& jpeg : bad) {
       EXPECT_TRUE(device->Deliver(Frame(jpeg)));
     }
-    EXPECT_THAT(Decode(TestJpeg(kWidth, kHeight)), SizeIs(kWidth * kHeight * 4));
+    EXPECT_THAT(Decode(TestJpeg(kPictureWidth, kPictureHeight)), SizeIs(kPictureWidth * kPictureHeight * 4));
     EXPECT_EQ(callback.Count(), before + 1);
     EXPECT_EQ(Stop(), S_OK);
     EXPECT_EQ(graph::LatestStreamStats().delivered, before + 1);
@@ -44,54 +43,54 @@ class Mjpeg : public GraphTest {
   }
 };
 
-using BadMjpeg = Mjpeg;
+using BadMjpegTest = MjpegTest;
 
 void ExpectChannel(int value, int expected, const char* what) {
-  EXPECT_LE(std::abs(value - expected), kTolerance) << what << ": " << value << " for " << expected;
+  EXPECT_LE(std::abs(value - expected), kChannelTolerance) << what << ": " << value << " for " << expected;
 }
 
-// The colour in the middle of a quarter; row 0 is the upper one.
-void ExpectBgra(const std::vector<std::uint8_t>& picture, int column, int row, const Colour& colour) {
-  ASSERT_THAT(picture, SizeIs(kWidth * kHeight * 4));
-  const int x = kWidth / 4 + column * kWidth / 2;
-  const int y = kHeight / 4 + row * kHeight / 2;
-  // The lowest line comes first.
-  const auto at = static_cast<std::size_t>((kHeight - 1 - y) * kWidth + x) * 4;
+// Checks the colour in the middle of a quadrant; row 0 is the upper row.
+void ExpectBgra(const Pixels& picture, int column, int row, const Colour& colour) {
+  ASSERT_THAT(picture, SizeIs(kPictureWidth * kPictureHeight * 4));
+  const int x = kPictureWidth / 4 + column * kPictureWidth / 2;
+  const int y = kPictureHeight / 4 + row * kPictureHeight / 2;
+  // The picture is bottom-up.
+  const auto at = static_cast<std::size_t>((kPictureHeight - 1 - y) * kPictureWidth + x) * 4;
   ExpectChannel(picture.at(at), colour.b, "blue");
   ExpectChannel(picture.at(at + 1), colour.g, "green");
   ExpectChannel(picture.at(at + 2), colour.r, "red");
 }
 
-void ExpectTestPicture(const std::vector<std::uint8_t>& picture) {
+void ExpectTestPicture(const Pixels& picture) {
   ExpectBgra(picture, 0, 0, kTopLeft);
   ExpectBgra(picture, 1, 0, kTopRight);
   ExpectBgra(picture, 0, 1, kBottomLeft);
   ExpectBgra(picture, 1, 1, kBottomRight);
 }
 
-TEST_F(Mjpeg, BecomesArgbWithTheLowestLineFirst) {
+TEST_F(MjpegTest, DecodesToBottomUpArgb) {
   BuildAndRun(MjpgTo(MEDIASUBTYPE_ARGB32));
-  ExpectTestPicture(Decode(TestJpeg(kWidth, kHeight)));
+  ExpectTestPicture(Decode(TestJpeg(kPictureWidth, kPictureHeight)));
   EXPECT_EQ(WaitForEvent(), kEventComplete);
 }
 
-TEST_F(Mjpeg, OfEverySubsamplingIsDecoded) {
+TEST_F(MjpegTest, DecodesEverySubsampling) {
   BuildAndRun(MjpgTo(MEDIASUBTYPE_ARGB32));
   for (const TJSAMP subsampling : {TJSAMP_444, TJSAMP_422, TJSAMP_420, TJSAMP_440, TJSAMP_411}) {
-    ExpectTestPicture(Decode(TestJpeg(kWidth, kHeight, subsampling)));
+    ExpectTestPicture(Decode(TestJpeg(kPictureWidth, kPictureHeight, subsampling)));
   }
 }
 
-TEST_F(Mjpeg, InGreyIsDecoded) {
+TEST_F(MjpegTest, DecodesGreyscale) {
   BuildAndRun(MjpgTo(MEDIASUBTYPE_ARGB32));
-  const std::vector<std::uint8_t> picture = Decode(TestJpeg(kWidth, kHeight, TJSAMP_GRAY));
+  const Pixels picture = Decode(TestJpeg(kPictureWidth, kPictureHeight, TJSAMP_GRAY));
   ExpectBgra(picture, 0, 0, {76, 76, 76});
   ExpectBgra(picture, 1, 1, {255, 255, 255});
 }
 
-TEST_F(Mjpeg, WithoutHuffmanTablesIsDecoded) {
-  const std::vector<std::uint8_t> whole = TestJpeg(kWidth, kHeight);
-  const std::vector<std::uint8_t> stripped = WithoutHuffmanTables(whole);
+TEST_F(MjpegTest, DecodesWithoutHuffmanTables) {
+  const Jpeg whole = TestJpeg(kPictureWidth, kPictureHeight);
+  const Jpeg stripped = WithoutHuffmanTables(whole);
   ASSERT_LT(stripped.size(), whole.size());
   BuildAndRun(MjpgTo(MEDIASUBTYPE_ARGB32));
   ExpectTestPicture(Decode(stripped));
@@ -99,108 +98,141 @@ TEST_F(Mjpeg, WithoutHuffmanTablesIsDecoded) {
   ExpectTestPicture(Decode(whole));
 }
 
-TEST_F(Mjpeg, WithoutHuffmanTablesIsDecodedAfterOneWithTablesOfItsOwn) {
+TEST_F(MjpegTest, DecodesWithoutHuffmanTablesAfterAPictureWithCustomTables) {
   BuildAndRun(MjpgTo(MEDIASUBTYPE_ARGB32));
-  // Its tables are made to measure.
-  const Coding progressive{"", 2, 1, 1, true};
-  EXPECT_THAT(Decode(WavesJpeg(kWidth, kHeight, progressive)), SizeIs(kWidth * kHeight * 4));
-  ExpectTestPicture(Decode(WithoutHuffmanTables(TestJpeg(kWidth, kHeight))));
+  // libjpeg computes optimal tables for progressive pictures.
+  const JpegCoding progressive{"", 2, 1, 1, true};
+  EXPECT_THAT(Decode(WaveJpeg(kPictureWidth, kPictureHeight, progressive)),
+              SizeIs(kPictureWidth * kPictureHeight * 4));
+  ExpectTestPicture(Decode(WithoutHuffmanTables(TestJpeg(kPictureWidth, kPictureHeight))));
 }
 
-TEST_F(Mjpeg, WithABitTooMuchBeforeItsEndIsDecoded) {
+TEST_F(MjpegTest, DecodesWithExtraBytesBeforeEoi) {
   BuildAndRun(MjpgTo(MEDIASUBTYPE_ARGB32));
-  std::vector<std::uint8_t> padded = TestJpeg(kWidth, kHeight);
+  Jpeg padded = TestJpeg(kPictureWidth, kPictureHeight);
   padded.insert(padded.end() - 2, 3, 0);
   ExpectTestPicture(Decode(padded));
 }
 
-TEST_F(Mjpeg, FollowedByRubbishIsDecoded) {
+TEST_F(MjpegTest, DecodesWithTrailingBytes) {
   BuildAndRun(MjpgTo(MEDIASUBTYPE_ARGB32));
-  std::vector<std::uint8_t> padded = TestJpeg(kWidth, kHeight);
+  Jpeg padded = TestJpeg(kPictureWidth, kPictureHeight);
   padded.resize(padded.size() + 100, 0xA5);
   ExpectTestPicture(Decode(padded));
 }
 
-TEST_F(Mjpeg, StaysCompressedForAGrabberThatAsksForThat) {
+TEST_F(MjpegTest, IsDeliveredCompressedToAnMjpgGrabber) {
   BuildAndRun(MjpgTo(MEDIASUBTYPE_MJPG));
-  const std::vector<std::uint8_t> jpeg = TestJpeg(kWidth, kHeight);
+  const Jpeg jpeg = TestJpeg(kPictureWidth, kPictureHeight);
   EXPECT_EQ(Decode(jpeg), jpeg);
 }
 
-TEST_F(Mjpeg, IsDecodedForEveryRun) {
+TEST_F(MjpegTest, DecodesInEveryRun) {
   Build(MjpgTo(MEDIASUBTYPE_ARGB32));
   for (int round = 0; round < 3; ++round) {
     ASSERT_EQ(Run(), S_OK);
-    ExpectTestPicture(Decode(TestJpeg(kWidth, kHeight)));
+    ExpectTestPicture(Decode(TestJpeg(kPictureWidth, kPictureHeight)));
     ASSERT_EQ(Stop(), S_OK);
   }
 }
 
-// --- Bad ones ---
+// --- Bad pictures ---
 
-TEST_F(BadMjpeg, OfAnotherSizeIsDropped) {
+TEST_F(BadMjpegTest, PicturesOfAnotherSizeAreDropped) {
   BuildAndRun(MjpgTo(MEDIASUBTYPE_ARGB32));
-  EXPECT_EQ(SendBad({TestJpeg(32, 24), TestJpeg(64, 56), TestJpeg(128, 96), TestJpeg(8, 8)}), 4U);
+  EXPECT_EQ(DeliverBad({TestJpeg(32, 24), TestJpeg(64, 56), TestJpeg(128, 96), TestJpeg(8, 8)}), 4U);
 }
 
-TEST_F(BadMjpeg, ThatIsNoneIsDropped) {
+TEST_F(BadMjpegTest, NonJpegDataIsDropped) {
   BuildAndRun(MjpgTo(MEDIASUBTYPE_ARGB32));
-  const std::vector<std::uint8_t> start = {0xFF, 0xD8, 0xFF};
-  EXPECT_EQ(SendBad({{},
-                     {0xFF},
-                     {0xFF, 0xD8},
-                     start,
-                     std::vector<std::uint8_t>(5000, 0xAB),
-                     std::vector<std::uint8_t>(5000, 0xFF),
-                     std::vector<std::uint8_t>(5000, 0)}),
+  const Jpeg start = {0xFF, 0xD8, 0xFF};
+  EXPECT_EQ(DeliverBad({{},
+                        {0xFF},
+                        {0xFF, 0xD8},
+                        start,
+                        std::vector<std::uint8_t>(5000, 0xAB),
+                        std::vector<std::uint8_t>(5000, 0xFF),
+                        std::vector<std::uint8_t>(5000, 0)}),
             7U);
 }
 
-TEST_F(BadMjpeg, ThatIsCutOffIsDropped) {
+TEST_F(BadMjpegTest, TruncatedPicturesAreDropped) {
   BuildAndRun(MjpgTo(MEDIASUBTYPE_ARGB32));
-  const std::vector<std::uint8_t> whole = NoiseJpeg(kWidth, kHeight);
-  EXPECT_THAT(Decode(whole), SizeIs(kWidth * kHeight * 4));
-  std::vector<std::vector<std::uint8_t>> cut;
+  const Jpeg whole = NoiseJpeg(kPictureWidth, kPictureHeight);
+  EXPECT_THAT(Decode(whole), SizeIs(kPictureWidth * kPictureHeight * 4));
+  std::vector<Jpeg> cut;
   for (std::size_t size = 1; size < whole.size() - 2; size += 41) {
     cut.emplace_back(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size));
   }
   EXPECT_GT(cut.size(), 20U);
-  EXPECT_EQ(SendBad(cut), cut.size());
+  EXPECT_EQ(DeliverBad(cut), cut.size());
 }
 
-TEST_F(BadMjpeg, WithDamagedDataIsDropped) {
+TEST_F(BadMjpegTest, PicturesWithAMisplacedMarkerAreDropped) {
   BuildAndRun(MjpgTo(MEDIASUBTYPE_ARGB32));
-  std::vector<std::uint8_t> damaged = NoiseJpeg(kWidth, kHeight);
-  EXPECT_THAT(Decode(damaged), SizeIs(kWidth * kHeight * 4));
+  Jpeg damaged = NoiseJpeg(kPictureWidth, kPictureHeight);
+  EXPECT_THAT(Decode(damaged), SizeIs(kPictureWidth * kPictureHeight * 4));
   const auto scan = static_cast<std::ptrdiff_t>(ScanStart(damaged));
-  // A marker that has no place in the middle of a scan.
+  // An EOI marker in the middle of the scan.
   damaged.at(static_cast<std::size_t>(scan) + 200) = 0xFF;
   damaged.at(static_cast<std::size_t>(scan) + 201) = 0xD9;
-  EXPECT_EQ(SendBad({damaged}), 1U);
+  EXPECT_EQ(DeliverBad({damaged}), 1U);
 }
 
-TEST_F(BadMjpeg, WhateverByteIsWrongIsSurvived) {
+TEST_F(BadMjpegTest, AnyInvertedByteIsHandled) {
   Build(MjpgTo(MEDIASUBTYPE_ARGB32));
-  // The good one after all bad ones is another picture, so that none of them can be taken for it.
-  const std::vector<std::uint8_t> last = NoiseJpeg(kWidth, kHeight);
+  // The valid picture after the bad ones is different, so that none of them can be mistaken for it.
+  const Jpeg last = NoiseJpeg(kPictureWidth, kPictureHeight);
   ASSERT_EQ(Run(), S_OK);
-  const std::vector<std::uint8_t> lastPicture = Decode(last);
+  const Pixels lastPicture = Decode(last);
   ASSERT_EQ(Stop(), S_OK);
-  std::atomic<bool> hasLastCome = false;
+  std::atomic<bool> hasLastArrived = false;
   callback.onFrame = [&](const CollectedFrame& frame) {
-    hasLastCome = hasLastCome || frame.bytes == lastPicture;
+    hasLastArrived = hasLastArrived || frame.bytes == lastPicture;
   };
   ASSERT_EQ(Run(), S_OK);
-  const std::vector<std::uint8_t> good = TestJpeg(kWidth, kHeight);
-  // Some of these can be decoded all the same.
+  const Jpeg good = TestJpeg(kPictureWidth, kPictureHeight);
+  // Some of these can still be decoded.
   for (std::size_t at = 0; at < good.size(); at += 3) {
-    std::vector<std::uint8_t> bad = good;
+    Jpeg bad = good;
     bad.at(at) = static_cast<std::uint8_t>(bad.at(at) ^ 0xFF);
     ASSERT_TRUE(device->Deliver(Frame(bad)));
   }
   ASSERT_TRUE(device->Deliver(Frame(last)));
-  EXPECT_TRUE(WaitUntil([&] { return hasLastCome.load(); }));
+  EXPECT_TRUE(WaitUntil([&] { return hasLastArrived.load(); }));
   EXPECT_EQ(Stop(), S_OK);
 }
 
+class BadMjpegSubsamplingTest : public MjpegTest, public ::testing::WithParamInterface<TJSAMP> {};
+
+TEST_P(BadMjpegSubsamplingTest, TruncatedPicturesAreDroppedAndTheNextIsDecoded) {
+  BuildAndRun(MjpgTo(MEDIASUBTYPE_ARGB32));
+  const Jpeg whole = NoiseJpeg(kPictureWidth, kPictureHeight, GetParam());
+  std::vector<Jpeg> bad;
+  for (std::size_t size = 1; size < whole.size() - 2; size += 41) {
+    bad.emplace_back(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size));
+  }
+  Jpeg withEarlyEoi = whole;
+  const std::size_t middle = (ScanStart(whole) + whole.size()) / 2;
+  withEarlyEoi.at(middle) = 0xFF;
+  withEarlyEoi.at(middle + 1) = 0xD9;
+  bad.push_back(withEarlyEoi);
+  const Pixels before = Decode(whole);
+  for (const Jpeg& jpeg : bad) {
+    ASSERT_TRUE(device->Deliver(Frame(jpeg)));
+  }
+  EXPECT_EQ(Decode(whole), before);
+  EXPECT_EQ(Stop(), S_OK);
+  EXPECT_EQ(callback.Count(), 2U);
+  EXPECT_EQ(graph::LatestStreamStats().undecodable + graph::LatestStreamStats().tooShort, bad.size());
+}
+
+INSTANTIATE_TEST_SUITE_P(Samplings, BadMjpegSubsamplingTest,
+                         ::testing::Values(TJSAMP_422, TJSAMP_420, TJSAMP_444), [](const auto& tested) {
+                           return tested.param == TJSAMP_422   ? "422"
+                                  : tested.param == TJSAMP_420 ? "420"
+                                                               : "444";
+                         });
+
 }  // namespace
+}  // namespace linux_support

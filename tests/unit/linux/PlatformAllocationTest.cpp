@@ -1,35 +1,35 @@
-// Every allocation of the platform fails, one after another: nothing crashes, hangs, escapes or is left
-// behind, and what failed works when it is tried again.
+// Fails every allocation of the platform in turn: nothing crashes, hangs, throws or leaks, and the failed
+// step succeeds when retried.
 #include <malloc.h>
 
 #include <iostream>
 
 #include "support/FailingAllocations.h"
 #include "support/linux/CaptureGraphTest.h"
-#include "support/linux/Jpegs.h"
+#include "support/linux/TestJpegs.h"
 
+namespace linux_support {
 namespace {
 
-constexpr LONG kForEver = -1;
 constexpr std::size_t kFrames = 3;
-// More than anything here makes; reached only by what does not end.
-constexpr std::uint64_t kTooManyAllocations = 5000;
+// More allocations than any action makes; guards against an endless loop.
+constexpr std::uint64_t kMaxAllocations = 5000;
 
-// The decoder of JPEG pictures is a C library, whose failures have a way of their own.
+// libjpeg is included because it is a C library with its own error handling.
 FailingAllocations OfThePlatform() {
   return FailingAllocations::InLibraries({"libnuveqplatform", "libjpeg"});
 }
 
-class ShortMemory : public GraphTest {
+class LowMemoryTest : public CaptureGraphTest {
  protected:
   void SetUp() override {
-    GraphTest::SetUp();
+    CaptureGraphTest::SetUp();
     device = &AddLaptopCamera();
     AddPluggedInCamera("1-6", 4);
-    // All frames are there when streaming begins: where none is left, none will come.
-    kernel.LetTimeRunOut(true);
-    const std::string builtIn = BuiltInCamera();
-    for (const CaptureDeviceSeen& seen : CaptureDevicesSeen()) {
+    // All frames are supplied before streaming starts, so waiting for more is pointless.
+    kernel.ExpireTimeouts(true);
+    const std::string builtIn = BuiltInCameraName();
+    for (const EnumeratedDevice& seen : ListCaptureDevices()) {
       if (seen.displayName == builtIn) {
         moniker = seen.moniker;
       }
@@ -38,30 +38,30 @@ class ShortMemory : public GraphTest {
   }
   void TearDown() override {
     moniker.Reset();
-    GraphTest::TearDown();
+    CaptureGraphTest::TearDown();
   }
 
-  // Runs the action with every allocation failing in turn, the last time without a failure.
+  // Runs the action once for every allocation that it makes, which fails, and once without a failure.
   template <typename Action>
   void FailEveryAllocation(Persistence persistence, Action&& action) {
-    const Holdings before = Holdings::Now(kernel);
+    const ResourceCounts before = ResourceCounts::Current(kernel);
     std::uint64_t number = 0;
     do {
-      ASSERT_LT(++number, kTooManyAllocations);
+      ASSERT_LT(++number, kMaxAllocations);
       SCOPED_TRACE("allocation " + std::to_string(number));
       allocations.FailNth(number, persistence);
       action();
-      EXPECT_EQ(Holdings::Now(kernel), before);
+      EXPECT_EQ(ResourceCounts::Current(kernel), before);
       EXPECT_THAT(kernel.Misuse(), ::testing::IsEmpty());
       ASSERT_FALSE(HasFailure());
     } while (allocations.HasFailed());
     allocations.FailNothing();
     std::cout << number << " runs\n";
-    EXPECT_GT(number, 20U) << "there are more allocations";
+    EXPECT_GT(number, 20U) << "the action makes more allocations";
   }
 
   FailingAllocations allocations = OfThePlatform();
-  ComPtr<IMoniker> moniker;  // of the laptop's own camera
+  ComPtr<IMoniker> moniker;  // of the built-in camera
 };
 
 // --- Lists ---
@@ -74,11 +74,11 @@ bool IsSame(const devices::UsbDevice& a, const devices::UsbDevice& b) {
   return a.id == b.id && a.isRemovable == b.isRemovable && a.firstChildId == b.firstChildId;
 }
 
-class ShortMemoryOfAList : public ShortMemory, public ::testing::WithParamInterface<Persistence> {
+class LowMemoryListTest : public LowMemoryTest, public ::testing::WithParamInterface<Persistence> {
  protected:
-  // Of devices, from a function of the machine's tree.
+  // The list is complete or std::bad_alloc is thrown.
   template <typename Device>
-  void ExpectWholeOrRefused(std::vector<Device> (devices::DeviceProvider::*list)()) {
+  void ExpectCompleteOrThrows(std::vector<Device> (devices::DeviceProvider::*list)()) {
     const std::vector<Device> whole = (devices::CurrentDeviceProvider().get()->*list)();
     ASSERT_EQ(whole.size(), 2U);
     FailEveryAllocation(GetParam(), [&] {
@@ -94,31 +94,31 @@ class ShortMemoryOfAList : public ShortMemory, public ::testing::WithParamInterf
   }
 };
 
-TEST_P(ShortMemoryOfAList, GivesTheWholeListOfCamerasOrNone) {
-  ExpectWholeOrRefused(&devices::DeviceProvider::CaptureDevices);
+TEST_P(LowMemoryListTest, ListsAllCamerasOrThrows) {
+  ExpectCompleteOrThrows(&devices::DeviceProvider::CaptureDevices);
 }
 
-TEST_P(ShortMemoryOfAList, GivesTheWholeListOfUsbDevicesOrNone) {
-  ExpectWholeOrRefused(&devices::DeviceProvider::UsbDevices);
+TEST_P(LowMemoryListTest, ListsAllUsbDevicesOrThrows) {
+  ExpectCompleteOrThrows(&devices::DeviceProvider::UsbDevices);
 }
 
-TEST_P(ShortMemoryOfAList, KeepsTheBuiltInCameraFromBeingFoundAtMost) {
-  const std::string camera = BuiltInCamera();
+TEST_P(LowMemoryListTest, NeverSelectsAnotherCamera) {
+  const std::string camera = BuiltInCameraName();
   ASSERT_FALSE(camera.empty());
   FailEveryAllocation(GetParam(), [&] {
-    const std::string found = BuiltInCamera();
+    const std::string found = BuiltInCameraName();
     EXPECT_TRUE(found == camera || (found.empty() && allocations.HasFailed())) << found;
   });
-  EXPECT_EQ(BuiltInCamera(), camera);
+  EXPECT_EQ(BuiltInCameraName(), camera);
 }
 
-INSTANTIATE_TEST_SUITE_P(Persistences, ShortMemoryOfAList,
+INSTANTIATE_TEST_SUITE_P(Persistences, LowMemoryListTest,
                          ::testing::Values(Persistence::kTransient, Persistence::kPersistent),
                          [](const auto& tested) {
-                           return tested.param == Persistence::kTransient ? "Once" : "ForGood";
+                           return tested.param == Persistence::kTransient ? "Transient" : "Persistent";
                          });
 
-// --- From a camera's name to the release of its graph ---
+// --- Building, running and releasing a graph ---
 
 GraphSettings WithSamples() {
   GraphSettings settings;
@@ -126,31 +126,29 @@ GraphSettings WithSamples() {
   return settings;
 }
 
-struct Shortage {
+struct GraphCase {
   const char* name;
   GraphSettings settings;
   Persistence persistence;
 
-  friend std::ostream& operator<<(std::ostream& out, const Shortage& shortage) {
-    return out << shortage.name;
-  }
+  friend std::ostream& operator<<(std::ostream& out, const GraphCase& tested) { return out << tested.name; }
 };
 
-class ShortMemoryOfAGraph : public ShortMemory, public ::testing::WithParamInterface<Shortage> {
+class LowMemoryGraphTest : public LowMemoryTest, public ::testing::WithParamInterface<GraphCase> {
  protected:
-  // True when every step succeeded, at the second try at the latest, and no more than one frame was lost.
-  // After a step that did not there is only what the camera library does at the end in any case.
-  bool Use(const GraphSettings& settings) {
+  // Returns true if every step succeeded at the first or second attempt and at most one frame was lost. A
+  // failed step is followed only by Stop and the releases, as in the camera library.
+  bool RunSession(const GraphSettings& settings) {
     FrameCollector frames;
     CaptureGraph built;
     bool hasSucceeded = Build(built, settings, frames);
     if (hasSucceeded) {
-      // A run that fails late takes frames with it.
+      // A run that fails late consumes frames.
       const auto run = [&] {
         Supply(settings);
         return built.control->Run();
       };
-      hasSucceeded = Do(run) && WatchToTheEnd(built);
+      hasSucceeded = Do(run) && WaitForAllFrames(built);
     }
     if (built.control) {
       EXPECT_EQ(built.control->Stop(), S_OK);
@@ -160,6 +158,7 @@ class ShortMemoryOfAGraph : public ShortMemory, public ::testing::WithParamInter
   }
 
  private:
+  // Retries a step once if an allocation failed in it.
   template <typename Step>
   bool Do(Step&& step) {
     const std::uint64_t failuresBefore = allocations.Failures();
@@ -193,14 +192,13 @@ class ShortMemoryOfAGraph : public ShortMemory, public ::testing::WithParamInter
     }
   }
 
-  // True when a frame completed the graph. Frames may be lost for want of memory; the end of waiting for them
-  // may not.
-  static bool WatchToTheEnd(const CaptureGraph& built) {
+  // Returns true if a frame completed the graph. A failed allocation may lose frames, but the wait must end.
+  static bool WaitForAllFrames(const CaptureGraph& built) {
     LONG code = 0;
-    EXPECT_EQ(built.Wait(kForEver, code), S_OK);
+    EXPECT_EQ(built.Wait(kInfinite, code), S_OK);
     EXPECT_TRUE(WaitUntil([] {
-      const graph::StreamStats counters = graph::LatestStreamStats();
-      return counters.delivered + counters.undecodable >= kFrames;
+      const graph::StreamStats stats = graph::LatestStreamStats();
+      return stats.delivered + stats.undecodable >= kFrames;
     }));
     return code == kEventComplete;
   }
@@ -208,41 +206,40 @@ class ShortMemoryOfAGraph : public ShortMemory, public ::testing::WithParamInter
   const std::vector<std::uint8_t> m_jpeg = TestJpeg(64, 48);
 };
 
-TEST_P(ShortMemoryOfAGraph, IsSurvivedAndMadeUpForByTryingAgain) {
-  const Shortage& shortage = GetParam();
-  FailEveryAllocation(shortage.persistence, [&] {
-    const auto isToSucceed = [&] {
-      return shortage.persistence == Persistence::kTransient || !allocations.HasFailed();
+TEST_P(LowMemoryGraphTest, FailedStepsSucceedWhenRetried) {
+  const GraphCase& tested = GetParam();
+  FailEveryAllocation(tested.persistence, [&] {
+    const auto mustSucceed = [&] {
+      return tested.persistence == Persistence::kTransient || !allocations.HasFailed();
     };
-    EXPECT_TRUE(Use(shortage.settings) || !isToSucceed());
+    EXPECT_TRUE(RunSession(tested.settings) || !mustSucceed());
   });
-  EXPECT_TRUE(Use(shortage.settings)) << "without a failure";
+  EXPECT_TRUE(RunSession(tested.settings)) << "without a failure";
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Formats, ShortMemoryOfAGraph,
-    ::testing::Values(Shortage{"YuvOnce", {}, Persistence::kTransient},
-                      Shortage{"YuvForGood", {}, Persistence::kPersistent},
-                      Shortage{"SamplesOnce", WithSamples(), Persistence::kTransient},
-                      Shortage{"SamplesForGood", WithSamples(), Persistence::kPersistent},
-                      Shortage{"MjpgToArgbOnce", MjpgTo(MEDIASUBTYPE_ARGB32), Persistence::kTransient},
-                      Shortage{"MjpgToArgbForGood", MjpgTo(MEDIASUBTYPE_ARGB32), Persistence::kPersistent},
-                      Shortage{"MjpgToYuvOnce", MjpgTo(MEDIASUBTYPE_YUY2), Persistence::kTransient},
-                      Shortage{"MjpgToYuvForGood", MjpgTo(MEDIASUBTYPE_YUY2), Persistence::kPersistent}),
+    Formats, LowMemoryGraphTest,
+    ::testing::Values(GraphCase{"YuvTransient", {}, Persistence::kTransient},
+                      GraphCase{"YuvPersistent", {}, Persistence::kPersistent},
+                      GraphCase{"SamplesTransient", WithSamples(), Persistence::kTransient},
+                      GraphCase{"SamplesPersistent", WithSamples(), Persistence::kPersistent},
+                      GraphCase{"MjpgToArgbTransient", MjpgTo(MEDIASUBTYPE_ARGB32), Persistence::kTransient},
+                      GraphCase{"MjpgToArgbPersistent", MjpgTo(MEDIASUBTYPE_ARGB32),
+                                Persistence::kPersistent}),
     [](const auto& tested) { return tested.param.name; });
 
-// --- What no counter of the platform's shows ---
+// --- Memory that the platform's stats do not cover ---
 
-class ShortMemoryOfADecoder : public ShortMemory {
+class LowMemoryDecoderTest : public LowMemoryTest {
  protected:
-  // Fails every allocation of a connection with a decoder of pictures in it.
+  // Fails every allocation of a connection with an MJPEG decoder.
   void FailEveryAllocationOfAConnection() {
     std::uint64_t number = 0;
     do {
-      ASSERT_LT(++number, kTooManyAllocations);
+      ASSERT_LT(++number, kMaxAllocations);
       ASSERT_NO_FATAL_FAILURE(Connect(number));
     } while (allocations.HasFailed());
-    EXPECT_GT(number, 3U) << "there are more allocations";
+    EXPECT_GT(number, 3U) << "the action makes more allocations";
   }
 
  private:
@@ -265,16 +262,17 @@ class ShortMemoryOfADecoder : public ShortMemory {
   }
 };
 
-TEST_F(ShortMemoryOfADecoder, LeavesTheHeapAsItWas) {
+TEST_F(LowMemoryDecoderTest, LeaksNoMemory) {
   constexpr int kRounds = 50;
   ASSERT_NO_FATAL_FAILURE(FailEveryAllocationOfAConnection());
   const std::size_t before = mallinfo2().uordblks;
   for (int i = 0; i < kRounds; ++i) {
     ASSERT_NO_FATAL_FAILURE(FailEveryAllocationOfAConnection());
   }
-  // Less than anything that is left every time.
+  // Less than a leak in every round would be.
   constexpr std::size_t kTolerance = std::size_t{2} << 10;
   EXPECT_LE(mallinfo2().uordblks, before + kTolerance);
 }
 
 }  // namespace
+}  // namespace linux_support

@@ -1,14 +1,15 @@
-// Uncompressed pictures of every raw format: delivered as YUY2.
+// Conversion of every uncompressed format to YUY2.
 #include <algorithm>
 #include <string>
 
 #include "support/linux/CaptureGraphTest.h"
 
+namespace linux_support {
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-// Samples of a picture that differ between neighbours, lines and components.
+// Samples that differ between neighbours, lines and components.
 std::uint8_t Luma(std::size_t x, std::size_t y) { return static_cast<std::uint8_t>(7 * x + 13 * y); }
 std::uint8_t Cb(std::size_t x, std::size_t y) { return static_cast<std::uint8_t>(5 * x + 31 * y + 1); }
 std::uint8_t Cr(std::size_t x, std::size_t y) { return static_cast<std::uint8_t>(11 * x + 17 * y + 2); }
@@ -16,7 +17,7 @@ std::uint8_t Cr(std::size_t x, std::size_t y) { return static_cast<std::uint8_t>
 struct RawFormat {
   const char* name;
   std::uint32_t pixelFormat;
-  // "YUYV" and the like: the order of a group of four bytes. "Y,UV": planes.
+  // The order of a group of four bytes ("YUYV"), or the planes ("Y,UV").
   std::string order;
   std::size_t linesPerChromaLine = 1;
 };
@@ -38,7 +39,7 @@ struct Geometry {
   std::size_t padding;  // bytes after each line of luma or of packed samples
 };
 
-// The picture in a device's buffer; padding is 0xEE, which is no sample's neighbour.
+// The picture in a device's buffer. Padding bytes are 0xEE.
 class RawPicture {
  public:
   RawPicture(const RawFormat& format, const Geometry& geometry) : m_format(format), m_geometry(geometry) {}
@@ -95,9 +96,9 @@ Bytes ExpectedYuy2(const RawFormat& format, const Geometry& geometry) {
   return bytes;
 }
 
-class RawVideo : public GraphTest, public ::testing::WithParamInterface<RawFormat> {
+class RawVideoTest : public CaptureGraphTest, public ::testing::WithParamInterface<RawFormat> {
  protected:
-  // Builds and runs a graph on a camera that has this format alone.
+  // Runs a graph on a camera with only this format.
   void RunCamera(const Geometry& geometry) {
     VideoDeviceSettings camera;
     camera.formats = {{GetParam().pixelFormat,
@@ -124,15 +125,15 @@ class RawVideo : public GraphTest, public ::testing::WithParamInterface<RawForma
   }
 };
 
-TEST_P(RawVideo, IsDeliveredAsYuy2) { ExpectDelivered({64, 48, 0}); }
+TEST_P(RawVideoTest, IsDeliveredAsYuy2) { ExpectDelivered({64, 48, 0}); }
 
-TEST_P(RawVideo, OfAWidthThatFillsNoVectorRegisterIsDelivered) { ExpectDelivered({46, 30, 0}); }
+TEST_P(RawVideoTest, WidthMayBeNoMultipleOfAVector) { ExpectDelivered({46, 30, 0}); }
 
-TEST_P(RawVideo, WithAnOddNumberOfLinesIsDelivered) { ExpectDelivered({64, 47, 0}); }
+TEST_P(RawVideoTest, HeightMayBeOdd) { ExpectDelivered({64, 47, 0}); }
 
-TEST_P(RawVideo, WithPaddedLinesIsDeliveredWithoutThePadding) { ExpectDelivered({64, 48, 32}); }
+TEST_P(RawVideoTest, PaddingIsRemoved) { ExpectDelivered({64, 48, 32}); }
 
-TEST_P(RawVideo, ThatLacksItsLastSampleIsDropped) {
+TEST_P(RawVideoTest, FramesWithoutTheLastSampleAreDropped) {
   const Geometry geometry{64, 48, 0};
   ASSERT_NO_FATAL_FAILURE(RunCamera(geometry));
   const Bytes whole = RawPicture(GetParam(), geometry).Make();
@@ -144,11 +145,13 @@ TEST_P(RawVideo, ThatLacksItsLastSampleIsDropped) {
   EXPECT_EQ(graph::LatestStreamStats().tooShort, 1U);
 }
 
-INSTANTIATE_TEST_SUITE_P(All, RawVideo, ::testing::ValuesIn(kFormats),
+INSTANTIATE_TEST_SUITE_P(All, RawVideoTest, ::testing::ValuesIn(kFormats),
                          [](const auto& format) { return std::string(format.param.name); });
 
-// The driver may take another interval than the one asked for, which is then nearest to another format's.
-TEST_F(GraphTest, StreamsThePixelFormatThatWasChosenWhenTheFormatWasSet) {
+using PixelFormatChoiceTest = CaptureGraphTest;
+
+// The driver may choose another interval, which can be nearer to the interval of another pixel format.
+TEST_F(PixelFormatChoiceTest, StreamsThePixelFormatThatSetFormatChose) {
   VideoDeviceSettings camera;
   camera.formats = {{V4L2_PIX_FMT_YUYV, {Discrete(64, 48, {30})}},
                     {V4L2_PIX_FMT_NV12, {Discrete(64, 48, {15})}}};
@@ -158,3 +161,4 @@ TEST_F(GraphTest, StreamsThePixelFormatThatWasChosenWhenTheFormatWasSet) {
 }
 
 }  // namespace
+}  // namespace linux_support

@@ -1,17 +1,18 @@
-// The SetupAPI and configuration manager functions when they are called wrongly or with little room.
+// SetupAPI and configuration manager functions with invalid arguments and small buffers.
 #include <array>
 #include <cstring>
 #include <cwchar>
 
 #include "support/linux/LinuxTest.h"
 
+namespace linux_support {
 namespace {
 
 constexpr DWORD kFlags = DIGCF_PRESENT | DIGCF_PROFILE | DIGCF_DEVICEINTERFACE;
 constexpr GUID kOtherClass = FourCcSubtype(1);
-constexpr DWORD kFixedPart = sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_W);
+constexpr DWORD kDetailSize = sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_W);
 
-class SetupApi : public LinuxTest {
+class SetupApiTest : public LinuxTest {
  protected:
   void SetUp() override {
     LinuxTest::SetUp();
@@ -30,11 +31,10 @@ class SetupApi : public LinuxTest {
   BOOL EnumInterface(HDEVINFO of, DWORD index) {
     return SetupDiEnumDeviceInterfaces(of, nullptr, &GUID_DEVINTERFACE_USB_DEVICE, index, &data);
   }
-  // Handles that are no set.
-  std::vector<HDEVINFO> NoSets() {
+  std::vector<HDEVINFO> InvalidSets() {
     HDEVINFO destroyed = SetupDiGetClassDevsW(&GUID_DEVINTERFACE_USB_DEVICE, nullptr, nullptr, kFlags);
     EXPECT_EQ(SetupDiDestroyDeviceInfoList(destroyed), TRUE);
-    return {nullptr, INVALID_HANDLE_VALUE, &m_noSet, destroyed};
+    return {nullptr, INVALID_HANDLE_VALUE, &m_unrelated, destroyed};
   }
 
   HDEVINFO set = nullptr;
@@ -42,13 +42,13 @@ class SetupApi : public LinuxTest {
   SP_DEVINFO_DATA device{};
 
  private:
-  std::array<std::uint64_t, 64> m_noSet{};
+  std::array<std::uint64_t, 64> m_unrelated{};
 };
 
-using SetOfDevices = SetupApi;
-using DeviceNode = SetupApi;
+using DeviceInfoSetTest = SetupApiTest;
+using DeviceNodeTest = SetupApiTest;
 
-TEST_F(SetOfDevices, EndsAfterTheLast) {
+TEST_F(DeviceInfoSetTest, EnumerationEndsAfterTheLastDevice) {
   EXPECT_EQ(EnumInterface(set, 0), TRUE);
   EXPECT_TRUE(data.InterfaceClassGuid == GUID_DEVINTERFACE_USB_DEVICE);
   EXPECT_EQ(EnumInterface(set, 1), TRUE);
@@ -59,14 +59,14 @@ TEST_F(SetOfDevices, EndsAfterTheLast) {
   EXPECT_EQ(SetupDiEnumDeviceInfo(set, 0xFFFFFFFF, &device), FALSE);
 }
 
-TEST_F(SetOfDevices, KeepsWhatWasThereWhenItWasMade) {
+TEST_F(DeviceInfoSetTest, IsASnapshot) {
   kernel.Tree().RemoveUsb("1-6");
   EXPECT_EQ(EnumInterface(set, 1), TRUE);
   EXPECT_EQ(SetupDiEnumDeviceInfo(set, 1, &device), TRUE);
-  EXPECT_EQ(UsbDevicesSeen().size(), 1U);
+  EXPECT_EQ(ListUsbDevices().size(), 1U);
 }
 
-TEST_F(SetOfDevices, OfAnotherClassHasNothing) {
+TEST_F(DeviceInfoSetTest, IsEmptyForAnotherClass) {
   EXPECT_EQ(SetupDiEnumDeviceInterfaces(set, nullptr, &kOtherClass, 0, &data), FALSE);
   HDEVINFO other = SetupDiGetClassDevsW(&kOtherClass, nullptr, nullptr, kFlags);
   EXPECT_EQ(SetupDiEnumDeviceInterfaces(other, nullptr, &kOtherClass, 0, &data), FALSE);
@@ -76,12 +76,12 @@ TEST_F(SetOfDevices, OfAnotherClassHasNothing) {
   }
 }
 
-TEST_F(SetOfDevices, IsKnownByItsHandleOnly) {
+TEST_F(DeviceInfoSetTest, InvalidHandlesAreRejected) {
   alignas(8) std::array<unsigned char, 1024> buffer{};
   auto* const detail = reinterpret_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_W*>(buffer.data());
-  detail->cbSize = kFixedPart;
+  detail->cbSize = kDetailSize;
   ASSERT_EQ(EnumInterface(set, 0), TRUE);
-  for (HDEVINFO none : NoSets()) {
+  for (HDEVINFO none : InvalidSets()) {
     EXPECT_EQ(SetupDiGetDeviceInterfaceDetailW(none, &data, detail, 1024, nullptr, nullptr), FALSE);
     EXPECT_EQ(EnumInterface(none, 0), FALSE);
     EXPECT_EQ(SetupDiEnumDeviceInfo(none, 0, &device), FALSE);
@@ -89,7 +89,7 @@ TEST_F(SetOfDevices, IsKnownByItsHandleOnly) {
   }
 }
 
-TEST_F(SetOfDevices, RefusesStructuresOfTheWrongSizeAndNull) {
+TEST_F(DeviceInfoSetTest, RejectsNullAndStructuresOfTheWrongSize) {
   data.cbSize = 0;
   EXPECT_EQ(EnumInterface(set, 0), FALSE);
   data.cbSize = sizeof(data) + 1;
@@ -100,31 +100,31 @@ TEST_F(SetOfDevices, RefusesStructuresOfTheWrongSizeAndNull) {
   EXPECT_EQ(SetupDiEnumDeviceInfo(set, 0, nullptr), FALSE);
 }
 
-TEST_F(SetOfDevices, TellsHowMuchRoomAPathTakesAndWritesNoMoreThanThereIs) {
+TEST_F(DeviceInfoSetTest, ReportsTheRequiredSizeAndStaysWithinTheBuffer) {
   ASSERT_EQ(EnumInterface(set, 0), TRUE);
   DWORD required = 0;
   EXPECT_EQ(SetupDiGetDeviceInterfaceDetailW(set, &data, nullptr, 0, &required, nullptr), FALSE);
-  ASSERT_GT(required, kFixedPart);
+  ASSERT_GT(required, kDetailSize);
   constexpr unsigned char kUntouched = 0xA5;
-  for (DWORD size = kFixedPart; size <= required; ++size) {
+  for (DWORD size = kDetailSize; size <= required; ++size) {
     alignas(8) std::array<unsigned char, 2048> buffer{};
     buffer.fill(kUntouched);
     auto* const detail = reinterpret_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_W*>(buffer.data());
-    detail->cbSize = kFixedPart;
+    detail->cbSize = kDetailSize;
     EXPECT_EQ(SetupDiGetDeviceInterfaceDetailW(set, &data, detail, size, nullptr, &device), size == required)
         << size;
     for (std::size_t i = size; i < buffer.size(); ++i) {
-      ASSERT_EQ(buffer.at(i), kUntouched) << "byte " << i << " behind " << size;
+      ASSERT_EQ(buffer.at(i), kUntouched) << "byte " << i << " with size " << size;
     }
   }
 }
 
-TEST_F(SetOfDevices, PathsAreTerminatedAndOfTheDevice) {
+TEST_F(DeviceInfoSetTest, PathsAreTerminatedAndMatchTheDevice) {
   ASSERT_EQ(EnumInterface(set, 1), TRUE);
   alignas(8) std::array<unsigned char, 2048> buffer{};
   buffer.fill(0xFF);
   auto* const detail = reinterpret_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_W*>(buffer.data());
-  detail->cbSize = kFixedPart;
+  detail->cbSize = kDetailSize;
   DWORD required = 0;
   ASSERT_EQ(SetupDiGetDeviceInterfaceDetailW(set, &data, detail, 2048, &required, &device), TRUE);
   const WCHAR* const path = detail->DevicePath;
@@ -137,20 +137,20 @@ TEST_F(SetOfDevices, PathsAreTerminatedAndOfTheDevice) {
   EXPECT_EQ(device.DevInst, numbered.DevInst);
 }
 
-TEST_F(SetOfDevices, RefusesDetailsOfTheWrongSize) {
+TEST_F(DeviceInfoSetTest, RejectsDetailsOfTheWrongSize) {
   ASSERT_EQ(EnumInterface(set, 0), TRUE);
   alignas(8) std::array<unsigned char, 2048> buffer{};
   auto* const detail = reinterpret_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_W*>(buffer.data());
-  detail->cbSize = kFixedPart + 4;
+  detail->cbSize = kDetailSize + 4;
   EXPECT_EQ(SetupDiGetDeviceInterfaceDetailW(set, &data, detail, 2048, nullptr, &device), FALSE);
-  detail->cbSize = kFixedPart;
+  detail->cbSize = kDetailSize;
   EXPECT_EQ(SetupDiGetDeviceInterfaceDetailW(set, nullptr, detail, 2048, nullptr, &device), FALSE);
   SP_DEVICE_INTERFACE_DATA empty{};
   EXPECT_EQ(SetupDiGetDeviceInterfaceDetailW(set, &empty, detail, 2048, nullptr, &device), FALSE);
   EXPECT_EQ(SetupDiGetDeviceInterfaceDetailW(set, &data, detail, 2048, nullptr, nullptr), TRUE);
 }
 
-TEST_F(DeviceNode, ThatIsNoneIsUnknown) {
+TEST_F(DeviceNodeTest, InvalidNodesAreRejected) {
   for (const DEVINST none : {0U, 0x7FFFFFFFU, 0xFFFFFFFFU}) {
     ULONG status = 0;
     ULONG problem = 0;
@@ -162,7 +162,7 @@ TEST_F(DeviceNode, ThatIsNoneIsUnknown) {
   }
 }
 
-TEST_F(DeviceNode, WithoutAChildHasNoSuchNode) {
+TEST_F(DeviceNodeTest, GetChildFailsWithoutAChild) {
   kernel.Tree().AddUsb({"1-7", "0bda", "0129", "fixed", {}});
   HDEVINFO now = SetupDiGetClassDevsW(&GUID_DEVINTERFACE_USB_DEVICE, nullptr, nullptr, kFlags);
   ASSERT_EQ(SetupDiEnumDeviceInfo(now, 2, &device), TRUE);
@@ -175,7 +175,7 @@ TEST_F(DeviceNode, WithoutAChildHasNoSuchNode) {
   EXPECT_EQ(SetupDiDestroyDeviceInfoList(now), TRUE);
 }
 
-TEST_F(DeviceNode, HasTheSameNumberInEverySet) {
+TEST_F(DeviceNodeTest, IsTheSameInEverySet) {
   HDEVINFO other = SetupDiGetClassDevsW(&GUID_DEVINTERFACE_USB_DEVICE, nullptr, nullptr, kFlags);
   SP_DEVINFO_DATA again{};
   again.cbSize = sizeof(again);
@@ -186,27 +186,27 @@ TEST_F(DeviceNode, HasTheSameNumberInEverySet) {
   EXPECT_EQ(SetupDiDestroyDeviceInfoList(other), TRUE);
 }
 
-TEST_F(DeviceNode, IdFitsWhateverTheRoom) {
+TEST_F(DeviceNodeTest, IdStaysWithinTheBuffer) {
   ASSERT_EQ(SetupDiEnumDeviceInfo(set, 0, &device), TRUE);
   std::array<char, 256> whole{};
   ASSERT_EQ(CM_Get_Device_IDA(device.DevInst, whole.data(), 256, 0), CR_SUCCESS);
-  for (ULONG room = 0; room < std::strlen(whole.data()) + 2; ++room) {
+  for (ULONG size = 0; size < std::strlen(whole.data()) + 2; ++size) {
     std::array<char, 256> id{};
     id.fill('~');
-    if (CM_Get_Device_IDA(device.DevInst, id.data(), room, 0) == CR_SUCCESS) {
-      ASSERT_GT(room, 0U);
-      EXPECT_LT(strnlen(id.data(), room), room) << "terminated";
+    if (CM_Get_Device_IDA(device.DevInst, id.data(), size, 0) == CR_SUCCESS) {
+      ASSERT_GT(size, 0U);
+      EXPECT_LT(strnlen(id.data(), size), size) << "terminated";
       EXPECT_EQ(std::strncmp(id.data(), whole.data(), std::strlen(id.data())), 0);
     } else {
-      EXPECT_LE(room, std::strlen(whole.data())) << "there is room";
+      EXPECT_LE(size, std::strlen(whole.data())) << "the buffer is large enough";
     }
-    for (std::size_t i = room; i < id.size(); ++i) {
-      ASSERT_EQ(id.at(i), '~') << "byte " << i << " behind " << room;
+    for (std::size_t i = size; i < id.size(); ++i) {
+      ASSERT_EQ(id.at(i), '~') << "byte " << i << " with size " << size;
     }
   }
 }
 
-TEST_F(DeviceNode, NeedsAPlaceForTheAnswer) {
+TEST_F(DeviceNodeTest, NullOutPointersAreRejected) {
   ASSERT_EQ(SetupDiEnumDeviceInfo(set, 0, &device), TRUE);
   EXPECT_NE(CM_Get_Device_IDA(device.DevInst, nullptr, 256, 0), CR_SUCCESS);
   EXPECT_NE(CM_Get_Child(nullptr, device.DevInst, 0), CR_SUCCESS);
@@ -214,3 +214,4 @@ TEST_F(DeviceNode, NeedsAPlaceForTheAnswer) {
 }
 
 }  // namespace
+}  // namespace linux_support

@@ -1,40 +1,37 @@
-// What a camera is set to, and what stands in the way of that.
+// Setting a camera's format, and the errors of accessing its formats.
 #include <array>
 #include <cstring>
 #include <limits>
 
 #include "support/linux/V4l2FormatTest.h"
 
+namespace linux_support {
 namespace {
 
 using ::testing::ElementsAre;
 
-constexpr std::uint32_t kYuyv = V4L2_PIX_FMT_YUYV;
+using FormatErrorTest = V4l2FormatTest;
+using SetFormatTest = V4l2FormatTest;
 
-using Format = FormatTest;
-using SetFormat = FormatTest;
-
-// --- What is set ---
-
-TEST_F(SetFormat, BeforeItTheFirstOfferIsTheCurrentFormat) {
+TEST_F(SetFormatTest, DefaultIsTheFirstOfferedFormat) {
   AddCamera();
   EXPECT_EQ(DescribeCurrentFormat(*pin.Get()), "YUY2 64x48 333333");
 }
 
-TEST_F(SetFormat, SetsTheDeviceAndIsTheCurrentFormatFromThenOn) {
+TEST_F(SetFormatTest, SetsTheDeviceAndTheCurrentFormat) {
   FakeV4l2Device& device = AddCamera();
   EXPECT_EQ(Change(MEDIASUBTYPE_MJPG, 128, 96, 166666), S_OK);
   EXPECT_EQ(DescribeCurrentFormat(*pin.Get()), "MJPG 128x96 166666");
   EXPECT_EQ(Change(MEDIASUBTYPE_YUY2, 64, 48, 666666), S_OK);
   EXPECT_EQ(DescribeCurrentFormat(*pin.Get()), "YUY2 64x48 666666");
-  EXPECT_EQ(device.Format().pixelformat, kYuyv);
+  EXPECT_EQ(device.Format().pixelformat, V4L2_PIX_FMT_YUYV);
   EXPECT_EQ(device.Format().width, 64U);
   EXPECT_EQ(device.Format().height, 48U);
   EXPECT_EQ(device.Interval().numerator, 1U);
   EXPECT_EQ(device.Interval().denominator, 15U);
 }
 
-TEST_F(SetFormat, CurrentFormatIsDescribedInFullThoughOnlyPartsOfItWereChanged) {
+TEST_F(SetFormatTest, CurrentFormatIsConsistentAfterPartialChanges) {
   AddCamera();
   ASSERT_EQ(Change(MEDIASUBTYPE_MJPG, 128, 96, 333333), S_OK);
   ASSERT_EQ(Change(MEDIASUBTYPE_YUY2, 32, 24, 333333), S_OK);
@@ -46,7 +43,7 @@ TEST_F(SetFormat, CurrentFormatIsDescribedInFullThoughOnlyPartsOfItWereChanged) 
   EXPECT_EQ(type->lSampleSize, 32U * 24 * 2);
 }
 
-TEST_F(SetFormat, EveryOfferCanBeSet) {
+TEST_F(SetFormatTest, EveryOfferedFormatCanBeSet) {
   AddCamera();
   std::vector<MediaType> types;
   ASSERT_EQ(ListMediaTypes(*pin.Get(), types), S_OK);
@@ -56,30 +53,30 @@ TEST_F(SetFormat, EveryOfferCanBeSet) {
   }
 }
 
-TEST_F(SetFormat, AcceptsTheOfferedIntervalAsTheLibraryComputesItFromARate) {
+TEST_F(SetFormatTest, AcceptsIntervalsComputedFromAWholeRate) {
   SizeOffer size = Discrete(64, 48, {});
   size.intervals.values = {{1001, 30000}, {1, 15}};
-  FakeV4l2Device& device = AddCamera({{kYuyv, {size}}});
-  // 29.97 frames per second are 29 whole ones, 344827 units.
+  FakeV4l2Device& device = AddCamera({{V4L2_PIX_FMT_YUYV, {size}}});
+  // The library truncates 29.97 fps to 29 fps, which is 344827 units.
   EXPECT_EQ(Change(MEDIASUBTYPE_YUY2, 64, 48, 344827), S_OK);
   EXPECT_EQ(device.Interval().denominator, 30000U);
   EXPECT_EQ(DescribeCurrentFormat(*pin.Get()), "YUY2 64x48 333666");
 }
 
-TEST_F(SetFormat, RefusesWhatTheDeviceReplacesByAnotherSizeOrLayout) {
+TEST_F(SetFormatTest, RejectsFormatsThatTheDeviceReplaces) {
   AddCamera();
   EXPECT_EQ(Change(MEDIASUBTYPE_YUY2, 640, 480, 333333), kInvalidMediaType);
   EXPECT_EQ(Change(MEDIASUBTYPE_NV12, 64, 48, 333333), kInvalidMediaType);
   EXPECT_EQ(Change(MEDIASUBTYPE_ARGB32, 64, 48, 333333), kInvalidMediaType);
 }
 
-TEST_F(SetFormat, RefusesTheSubtypesOfFormatsThatAreOfferedAsYuy2) {
+TEST_F(SetFormatTest, RejectsTheNativeSubtypeOfConvertedFormats) {
   AddCamera({{V4L2_PIX_FMT_NV12, {Discrete(64, 48, {30})}}});
-  EXPECT_EQ(SetWhole(MEDIASUBTYPE_NV12, 64, 48, 333333), kInvalidMediaType);
-  EXPECT_EQ(SetWhole(MEDIASUBTYPE_YUY2, 64, 48, 333333), S_OK);
+  EXPECT_EQ(SetFormat(MEDIASUBTYPE_NV12, 64, 48, 333333), kInvalidMediaType);
+  EXPECT_EQ(SetFormat(MEDIASUBTYPE_YUY2, 64, 48, 333333), S_OK);
 }
 
-TEST_F(SetFormat, RefusesAnOfferThatTheDriverDoesNotKeep) {
+TEST_F(SetFormatTest, RejectsAnOfferThatTheDriverSubstitutes) {
   FakeV4l2Device& device = AddCamera();
   device.SetSettings([](VideoDeviceSettings& settings) {
     settings.substituteFormat = [](v4l2_pix_format& format) { format.width = 32; };
@@ -91,7 +88,7 @@ TEST_F(SetFormat, RefusesAnOfferThatTheDriverDoesNotKeep) {
   EXPECT_EQ(Change(MEDIASUBTYPE_YUY2, 64, 48, 333333), kInvalidMediaType);
 }
 
-TEST_F(SetFormat, AcceptsAnotherRateAndSaysWhichItIs) {
+TEST_F(SetFormatTest, ReportsTheRateThatTheDriverChose) {
   FakeV4l2Device& device = AddCamera();
   EXPECT_EQ(Change(MEDIASUBTYPE_YUY2, 64, 48, 1'000'000), S_OK);
   EXPECT_EQ(DescribeCurrentFormat(*pin.Get()), "YUY2 64x48 666666");
@@ -102,9 +99,9 @@ TEST_F(SetFormat, AcceptsAnotherRateAndSaysWhichItIs) {
   EXPECT_EQ(DescribeCurrentFormat(*pin.Get()), "YUY2 64x48 833333");
 }
 
-TEST_F(SetFormat, AcceptsIntervalsThatAreNone) {
+TEST_F(SetFormatTest, AcceptsInvalidIntervals) {
   AddCamera();
-  // 33 is what a request for no frames per second comes to.
+  // The library requests 33 for 0 fps.
   for (const LONGLONG interval :
        {0LL, 33LL, -1LL, std::numeric_limits<LONGLONG>::max(), std::numeric_limits<LONGLONG>::min()}) {
     EXPECT_EQ(Change(MEDIASUBTYPE_YUY2, 64, 48, interval), S_OK) << interval;
@@ -112,39 +109,39 @@ TEST_F(SetFormat, AcceptsIntervalsThatAreNone) {
   }
 }
 
-TEST_F(SetFormat, WorksWithDriversThatCannotSetTheRate) {
+TEST_F(SetFormatTest, SupportsDriversThatCannotSetTheRate) {
   VideoDeviceSettings settings;
   settings.rate = RateControl::kFixed;
   FakeV4l2Device& device = AddCamera(settings);
   EXPECT_EQ(Change(MEDIASUBTYPE_YUY2, 64, 48, 666666), S_OK);
-  EXPECT_EQ(DescribeCurrentFormat(*pin.Get()), "YUY2 64x48 333333") << "what the device says it delivers";
+  EXPECT_EQ(DescribeCurrentFormat(*pin.Get()), "YUY2 64x48 333333") << "the device's actual rate";
   device.SetSettings([](VideoDeviceSettings& changed) { changed.rate = RateControl::kNone; });
   EXPECT_EQ(Change(MEDIASUBTYPE_YUY2, 64, 48, 666666), S_OK);
 }
 
-TEST_F(SetFormat, RefusesWhatIsNoVideoType) {
+TEST_F(SetFormatTest, RejectsTypesThatAreNotVideo) {
   AddCamera();
   const ComPtr<IAMStreamConfig> config = StreamConfig(*pin.Get());
   VIDEOINFOHEADER video = VideoHeader(64, 48, 333333);
   const AM_MEDIA_TYPE good = VideoType(MEDIASUBTYPE_YUY2, video);
   EXPECT_EQ(config->SetFormat(nullptr), E_POINTER);
-  const auto refuses = [&config, &good](const std::function<void(AM_MEDIA_TYPE&)>& spoil) {
+  const auto rejects = [&config, &good](const std::function<void(AM_MEDIA_TYPE&)>& modify) {
     AM_MEDIA_TYPE type = good;
-    spoil(type);
+    modify(type);
     return config->SetFormat(&type) == kInvalidMediaType;
   };
-  EXPECT_TRUE(refuses([](AM_MEDIA_TYPE& type) { type.pbFormat = nullptr; }));
-  EXPECT_TRUE(refuses([](AM_MEDIA_TYPE& type) { type.cbFormat = 87; }));
-  EXPECT_TRUE(refuses([](AM_MEDIA_TYPE& type) { type.cbFormat = 0; }));
-  EXPECT_TRUE(refuses([](AM_MEDIA_TYPE& type) { type.formattype = FORMAT_VideoInfo2; }));
-  EXPECT_TRUE(refuses([](AM_MEDIA_TYPE& type) { type.formattype = {}; }));
-  EXPECT_TRUE(refuses([](AM_MEDIA_TYPE& type) { type.majortype = FourCcSubtype(0x73647561); }));
-  EXPECT_TRUE(refuses([](AM_MEDIA_TYPE& type) { type.subtype = {}; }));
-  AM_MEDIA_TYPE unspoilt = good;
-  EXPECT_EQ(config->SetFormat(&unspoilt), S_OK);
+  EXPECT_TRUE(rejects([](AM_MEDIA_TYPE& type) { type.pbFormat = nullptr; }));
+  EXPECT_TRUE(rejects([](AM_MEDIA_TYPE& type) { type.cbFormat = 87; }));
+  EXPECT_TRUE(rejects([](AM_MEDIA_TYPE& type) { type.cbFormat = 0; }));
+  EXPECT_TRUE(rejects([](AM_MEDIA_TYPE& type) { type.formattype = FORMAT_VideoInfo2; }));
+  EXPECT_TRUE(rejects([](AM_MEDIA_TYPE& type) { type.formattype = {}; }));
+  EXPECT_TRUE(rejects([](AM_MEDIA_TYPE& type) { type.majortype = FourCcSubtype(0x73647561); }));
+  EXPECT_TRUE(rejects([](AM_MEDIA_TYPE& type) { type.subtype = {}; }));
+  AM_MEDIA_TYPE unmodified = good;
+  EXPECT_EQ(config->SetFormat(&unmodified), S_OK);
 }
 
-TEST_F(SetFormat, RefusesSizesThatAreNone) {
+TEST_F(SetFormatTest, RejectsInvalidSizes) {
   AddCamera();
   for (const auto& [width, height] :
        {std::pair<LONG, LONG>{0, 48}, {64, 0}, {-64, 48}, {64, -48}, {0x7FFFFFFF, 0x7FFFFFFF}}) {
@@ -152,7 +149,7 @@ TEST_F(SetFormat, RefusesSizesThatAreNone) {
   }
 }
 
-TEST_F(SetFormat, ReadsAFormatBlockThatIsNotAligned) {
+TEST_F(SetFormatTest, AcceptsAnUnalignedFormatBlock) {
   AddCamera();
   VIDEOINFOHEADER video = VideoHeader(64, 48, 666666);
   std::array<BYTE, sizeof(video) + 1> block{};
@@ -163,16 +160,16 @@ TEST_F(SetFormat, ReadsAFormatBlockThatIsNotAligned) {
   EXPECT_EQ(DescribeCurrentFormat(*pin.Get()), "YUY2 64x48 666666");
 }
 
-TEST_F(SetFormat, KeepsTheCurrentFormatWhenItIsRefused) {
+TEST_F(SetFormatTest, KeepsTheCurrentFormatOnFailure) {
   AddCamera();
   ASSERT_EQ(Change(MEDIASUBTYPE_MJPG, 128, 96, 333333), S_OK);
   EXPECT_EQ(Change(MEDIASUBTYPE_YUY2, 640, 480, 333333), kInvalidMediaType);
   EXPECT_EQ(DescribeCurrentFormat(*pin.Get()), "MJPG 128x96 333333");
 }
 
-// --- What stands in the way ---
+// --- Errors ---
 
-TEST_F(Format, OfADeviceThatMayNotBeOpenedIsAccessDenied) {
+TEST_F(FormatErrorTest, MissingPermissionIsAccessDenied) {
   AddCamera();
   for (const int error : {EACCES, EPERM}) {
     kernel.Fail(kOpenCall, error);
@@ -180,40 +177,40 @@ TEST_F(Format, OfADeviceThatMayNotBeOpenedIsAccessDenied) {
   }
 }
 
-TEST_F(Format, OfADeviceThatHasGoneIsNotConnected) {
+TEST_F(FormatErrorTest, MissingDeviceIsNotConnected) {
   AddCamera();
   for (const int error : {ENODEV, ENOENT, ENXIO}) {
     kernel.Fail(kOpenCall, error);
-    EXPECT_THAT(Results(), ElementsAre(kGone, kGone, kGone));
+    EXPECT_THAT(Results(), ElementsAre(kDeviceGone, kDeviceGone, kDeviceGone));
   }
 }
 
-TEST_F(Format, OfADeviceThatGoesAfterItWasOpenedIsNotConnected) {
+TEST_F(FormatErrorTest, UnpluggedDeviceIsNotConnected) {
   AddCamera();
   ASSERT_EQ(Change(MEDIASUBTYPE_YUY2, 64, 48, 333333), S_OK);
   UnplugLaptopCamera();
-  EXPECT_EQ(SetWhole(MEDIASUBTYPE_YUY2, 32, 24, 333333), kGone);
-  EXPECT_EQ(SetWhole(MEDIASUBTYPE_MJPG, 64, 48, 333333), kGone) << "and stays so";
+  EXPECT_EQ(SetFormat(MEDIASUBTYPE_YUY2, 32, 24, 333333), kDeviceGone);
+  EXPECT_EQ(SetFormat(MEDIASUBTYPE_MJPG, 64, 48, 333333), kDeviceGone) << "still";
 }
 
-TEST_F(Format, OfADeviceThatIsInUseIsBusy) {
+TEST_F(FormatErrorTest, DeviceInUseIsBusy) {
   AddCamera();
   kernel.Fail(kOpenCall, EBUSY);
-  EXPECT_THAT(Results(), ElementsAre(kInUse, kInUse, kInUse));
+  EXPECT_THAT(Results(), ElementsAre(kDeviceInUse, kDeviceInUse, kDeviceInUse));
   kernel.FailNothing();
   kernel.Fail(VIDIOC_S_FMT, EBUSY);
-  EXPECT_EQ(Change(MEDIASUBTYPE_YUY2, 64, 48, 333333), kInUse);
+  EXPECT_EQ(Change(MEDIASUBTYPE_YUY2, 64, 48, 333333), kDeviceInUse);
   kernel.FailNothing();
   EXPECT_EQ(Change(MEDIASUBTYPE_YUY2, 64, 48, 333333), S_OK);
 }
 
-TEST_F(Format, OfABrokenDeviceIsAnIoError) {
+TEST_F(FormatErrorTest, DeviceErrorIsAnIoError) {
   AddCamera();
   kernel.Fail(VIDIOC_S_FMT, EIO);
-  EXPECT_EQ(Change(MEDIASUBTYPE_YUY2, 64, 48, 333333), kIoError);
+  EXPECT_EQ(Change(MEDIASUBTYPE_YUY2, 64, 48, 333333), kDeviceIoError);
 }
 
-TEST_F(Format, IsSetOnASecondTryAfterTheObstacleHasGone) {
+TEST_F(FormatErrorTest, SettingSucceedsAfterTheErrorIsGone) {
   AddCamera();
   kernel.Fail(kOpenCall, EACCES);
   EXPECT_EQ(Results()[2], E_ACCESSDENIED);
@@ -221,14 +218,15 @@ TEST_F(Format, IsSetOnASecondTryAfterTheObstacleHasGone) {
   EXPECT_THAT(Results(), ElementsAre(S_OK, S_OK, S_OK));
 }
 
-TEST_F(Format, OfADeviceWhoseDriverKeepsItForTheFirstHandleIsBusyForTheSecond) {
+TEST_F(FormatErrorTest, DeviceWithExclusiveAccessIsBusyForASecondHandle) {
   VideoDeviceSettings settings;
   settings.hasPrivileges = true;
   AddCamera(settings);
   ASSERT_EQ(Change(MEDIASUBTYPE_YUY2, 64, 48, 333333), S_OK);
   const ComPtr<IBaseFilter> second = FirstCamera();
   EXPECT_EQ(ChangeFormat(*FindPin(*second.Get(), PINDIR_OUTPUT).Get(), MEDIASUBTYPE_YUY2, 64, 48, 333333),
-            kInUse);
+            kDeviceInUse);
 }
 
 }  // namespace
+}  // namespace linux_support

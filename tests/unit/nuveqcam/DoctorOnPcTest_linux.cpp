@@ -9,6 +9,12 @@
 
 namespace {
 
+using linux_support::Discrete;
+using linux_support::kOpenCall;
+using linux_support::LinuxTest;
+using linux_support::UsbNode;
+using linux_support::VideoDeviceSettings;
+
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::MatchesRegex;

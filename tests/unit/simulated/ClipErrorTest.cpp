@@ -1,13 +1,14 @@
-// Files that cannot be played, or not all of them.
+// Clips that cannot be played, or only in part.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <fstream>
 #include <sstream>
 
-#include "support/simulated/Cameras.h"
-#include "support/simulated/Clips.h"
+#include "support/simulated/SimulatedCameraHelpers.h"
+#include "support/simulated/TestClips.h"
 
+namespace simulated_support {
 namespace {
 
 using ::testing::AllOf;
@@ -17,14 +18,8 @@ using ::testing::StartsWith;
 
 const graph::VideoFormat kFormat = MakeFormat(graph::kYuyv, 320, 240);
 
-simulated::SimulatedPcSettings Playing(const std::filesystem::path& clip) {
-  simulated::SimulatedPcSettings settings = Unpaced();
-  settings.clip = clip.string();
-  return settings;
-}
-
-// What people are told of a clip that cannot be played; empty for one that can.
-std::string Complaint(const std::filesystem::path& clip) {
+// The error text for a clip that cannot be played; empty if it can.
+std::string ErrorText(const std::filesystem::path& clip) {
   try {
     const simulated::SimulatedPc pc(Playing(clip));
   } catch (const std::runtime_error& error) {
@@ -33,7 +28,7 @@ std::string Complaint(const std::filesystem::path& clip) {
   return "";
 }
 
-auto SaysOf(const std::filesystem::path& clip, const std::string& cause) {
+auto ErrorFor(const std::filesystem::path& clip, const std::string& cause) {
   return AllOf(StartsWith("cannot play " + clip.string() + ": "), HasSubstr(cause));
 }
 
@@ -43,13 +38,13 @@ std::string ReadAll(const std::filesystem::path& file) {
   return text.str();
 }
 
-TEST(ClipError, NamesAFileThatIsMissing) {
-  const TestFolder folder;
-  EXPECT_THAT(Complaint(folder / "none.avi"), SaysOf(folder / "none.avi", "No such file"));
+TEST(ClipErrorTest, ReportsAMissingFile) {
+  const ScopedTempFolder folder;
+  EXPECT_THAT(ErrorText(folder / "none.avi"), ErrorFor(folder / "none.avi", "No such file"));
 }
 
-TEST(ClipError, NamesAFileThatIsNoVideo) {
-  const TestFolder folder;
+TEST(ClipErrorTest, ReportsAFileThatIsNotAVideo) {
+  const ScopedTempFolder folder;
   std::string lines;
   for (int i = 0; i < 3000; ++i) {
     lines += "line " + std::to_string(i) + "\n";
@@ -59,43 +54,44 @@ TEST(ClipError, NamesAFileThatIsNoVideo) {
   WriteText(folder / "long.txt", lines);
   WriteText(folder / "empty.avi", "");
   for (const std::string name : {"short.avi", "long.avi", "long.txt"}) {
-    EXPECT_THAT(Complaint(folder / name), SaysOf(folder / name, "not a video file"));
+    EXPECT_THAT(ErrorText(folder / name), ErrorFor(folder / name, "not a video file"));
   }
-  EXPECT_THAT(Complaint(folder / "empty.avi"), SaysOf(folder / "empty.avi", ""));
-  EXPECT_THAT(Complaint(folder.Path()), SaysOf(folder.Path(), ""));
+  EXPECT_THAT(ErrorText(folder / "empty.avi"), ErrorFor(folder / "empty.avi", ""));
+  EXPECT_THAT(ErrorText(folder.Path()), ErrorFor(folder.Path(), ""));
 }
 
-TEST(ClipError, NamesAFileOfSoundAlone) {
-  const TestFolder folder;
+TEST(ClipErrorTest, ReportsAFileWithoutVideo) {
+  const ScopedTempFolder folder;
   ASSERT_TRUE(Ffmpeg(folder, "-f lavfi -i sine=duration=0.2 sound.wav"));
-  EXPECT_THAT(Complaint(folder / "sound.wav"), SaysOf(folder / "sound.wav", "no video in it"));
+  EXPECT_THAT(ErrorText(folder / "sound.wav"), ErrorFor(folder / "sound.wav", "it contains no video"));
 }
 
-TEST(ClipError, TakesTheCoverOfMusicForNoVideo) {
-  const TestFolder folder;
+TEST(ClipErrorTest, IgnoresTheCoverOfAMusicFile) {
+  const ScopedTempFolder folder;
   WriteY4m(folder / "cover.y4m", {PlainPicture(64, 48, 100)});
   ASSERT_TRUE(Ffmpeg(folder, "-i cover.y4m cover.png"));
   ASSERT_TRUE(Ffmpeg(folder,
                      "-f lavfi -i sine=duration=0.2 -i cover.png -map 0 -map 1 -c:v copy -c:a flac "
                      "-disposition:v attached_pic music.flac"));
-  EXPECT_THAT(Complaint(folder / "music.flac"), SaysOf(folder / "music.flac", "no video in it"));
+  EXPECT_THAT(ErrorText(folder / "music.flac"), ErrorFor(folder / "music.flac", "it contains no video"));
 }
 
-TEST(ClipError, NamesAClipWithoutAPicture) {
-  const TestFolder folder;
+TEST(ClipErrorTest, ReportsAClipWithoutPictures) {
+  const ScopedTempFolder folder;
   WriteText(folder / "clip.y4m", "YUV4MPEG2 W64 H48 F30:1 Ip C420jpeg\n");
-  EXPECT_THAT(Complaint(folder / "clip.y4m"), SaysOf(folder / "clip.y4m", "no picture"));
+  EXPECT_THAT(ErrorText(folder / "clip.y4m"),
+              ErrorFor(folder / "clip.y4m", "none of its pictures can be decoded"));
 }
 
-// A Motion JPEG clip of five numbered pictures, each a chunk "00dc" with its length before it.
-std::filesystem::path MakeAvi(const TestFolder& folder) {
+// A Motion JPEG clip with five numbered pictures, each in a "00dc" chunk.
+std::filesystem::path MakeAvi(const ScopedTempFolder& folder) {
   WriteY4m(folder / "in.y4m", NumberedPictures(320, 240, 5));
   EXPECT_TRUE(Ffmpeg(folder, "-i in.y4m -c:v mjpeg -q:v 2 -pix_fmt yuvj420p clip.avi"));
   return folder / "clip.avi";
 }
 
-// Where the JPEG picture of that number begins.
-std::size_t PictureAt(const std::string& avi, int number) {
+// The offset of a JPEG picture.
+std::size_t PictureOffset(const std::string& avi, int number) {
   std::size_t at = avi.find("movi");
   for (int i = 0; i <= number; ++i) {
     at = avi.find("00dc", at + 1);
@@ -103,11 +99,11 @@ std::size_t PictureAt(const std::string& avi, int number) {
   return at + 8;
 }
 
-TEST(ClipError, LeavesADamagedPictureOutWithoutAWordOnStandardError) {
-  const TestFolder folder;
+TEST(ClipErrorTest, SkipsADamagedPictureWithoutOutputOnStderr) {
+  const ScopedTempFolder folder;
   const std::filesystem::path clip = MakeAvi(folder);
   std::string avi = ReadAll(clip);
-  avi.replace(PictureAt(avi, 2), 600, 600, '\0');
+  avi.replace(PictureOffset(avi, 2), 600, 600, '\0');
   WriteText(clip, avi);
   testing::internal::CaptureStderr();
   simulated::SimulatedPc pc(Playing(clip));
@@ -119,11 +115,11 @@ TEST(ClipError, LeavesADamagedPictureOutWithoutAWordOnStandardError) {
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
-TEST(ClipError, PlaysWhatThereIsOfATruncatedClip) {
-  const TestFolder folder;
+TEST(ClipErrorTest, PlaysTheRestOfATruncatedClip) {
+  const ScopedTempFolder folder;
   const std::filesystem::path clip = MakeAvi(folder);
   const std::string avi = ReadAll(clip);
-  WriteText(clip, avi.substr(0, PictureAt(avi, 3) - 8));
+  WriteText(clip, avi.substr(0, PictureOffset(avi, 3) - 8));
   simulated::SimulatedPc pc(Playing(clip));
   const auto camera = BuiltInCamera(pc);
   ASSERT_EQ(StartWith(*camera, kFormat), S_OK);
@@ -132,8 +128,8 @@ TEST(ClipError, PlaysWhatThereIsOfATruncatedClip) {
   }
 }
 
-TEST(ClipError, IsALostCameraWhenTheFileGoesWhileItIsPlayed) {
-  const TestFolder folder;
+TEST(ClipErrorTest, DisconnectsIfTheFileIsRemovedWhilePlaying) {
+  const ScopedTempFolder folder;
   WriteY4m(folder / "clip.y4m", NumberedPictures(320, 240, 3));
   simulated::SimulatedPc pc(Playing(folder / "clip.y4m"));
   const auto camera = BuiltInCamera(pc);
@@ -147,9 +143,10 @@ TEST(ClipError, IsALostCameraWhenTheFileGoesWhileItIsPlayed) {
   EXPECT_EQ(camera->Next(FarDeadline(), frame), graph::CaptureResult::kDisconnected);
   camera->Stop();
   EXPECT_EQ(camera->Start(), com::kDeviceIoError);
-  // A start that failed leaves the camera free.
+  // A failed start must release the camera.
   WriteY4m(folder / "clip.y4m", NumberedPictures(320, 240, 3));
   EXPECT_EQ(StartWith(*BuiltInCamera(pc), kFormat), S_OK);
 }
 
 }  // namespace
+}  // namespace simulated_support

@@ -1,4 +1,4 @@
-// Clips that the camera plays: every picture, in order, upright and in its colours, whatever the file.
+// Playing clips of various formats: every picture in order, upright and with its colours.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -6,9 +6,10 @@
 
 #include <numeric>
 
-#include "support/simulated/Cameras.h"
-#include "support/simulated/Clips.h"
+#include "support/simulated/SimulatedCameraHelpers.h"
+#include "support/simulated/TestClips.h"
 
+namespace simulated_support {
 namespace {
 
 using ::testing::ElementsAre;
@@ -18,10 +19,10 @@ constexpr std::uint32_t kWidth = 320;
 constexpr std::uint32_t kHeight = 240;
 constexpr std::uint32_t kPictures = 5;
 
-// A PC whose camera plays the clip in one format.
-simulated::SimulatedPcSettings Playing(const std::filesystem::path& clip, const graph::VideoFormat& format) {
-  simulated::SimulatedPcSettings settings = Unpaced();
-  settings.clip = clip.string();
+// The settings of a PC whose camera plays the clip in one format.
+simulated::SimulatedPcSettings PlayingAs(const std::filesystem::path& clip,
+                                         const graph::VideoFormat& format) {
+  simulated::SimulatedPcSettings settings = Playing(clip);
   settings.formats = {format};
   return settings;
 }
@@ -30,9 +31,9 @@ double Mean(const Bytes& plane) {
   return std::accumulate(plane.begin(), plane.end(), 0.0) / static_cast<double>(plane.size());
 }
 
-// Expects the numbered pictures of a clip, over and over.
+// Expects the numbered pictures of a clip in a loop.
 void ExpectNumberedClip(const std::filesystem::path& clip, const graph::VideoFormat& format) {
-  simulated::SimulatedPc pc(Playing(clip, format));
+  simulated::SimulatedPc pc(PlayingAs(clip, format));
   const auto camera = BuiltInCamera(pc);
   ASSERT_EQ(StartWith(*camera, format), S_OK);
   for (std::uint32_t i = 0; i < 2 * kPictures + 2; ++i) {
@@ -43,27 +44,27 @@ void ExpectNumberedClip(const std::filesystem::path& clip, const graph::VideoFor
   }
 }
 
-TEST(Clip, IsPlayedPictureByPictureAndStartsOver) {
-  const TestFolder folder;
+TEST(ClipPlayerTest, PlaysEveryPictureInALoop) {
+  const ScopedTempFolder folder;
   WriteY4m(folder / "clip.y4m", NumberedPictures(kWidth, kHeight, kPictures));
   ExpectNumberedClip(folder / "clip.y4m", MakeFormat(graph::kYuyv, kWidth, kHeight));
 }
 
-TEST(Clip, IsPlayedAsMjpg) {
-  const TestFolder folder;
+TEST(ClipPlayerTest, PlaysAsMjpg) {
+  const ScopedTempFolder folder;
   WriteY4m(folder / "clip.y4m", NumberedPictures(kWidth, kHeight, kPictures));
   ExpectNumberedClip(folder / "clip.y4m", MakeFormat(graph::kMjpg, kWidth, kHeight));
 }
 
-TEST(Clip, IsScaledUpAndDown) {
-  const TestFolder folder;
+TEST(ClipPlayerTest, ScalesUpAndDown) {
+  const ScopedTempFolder folder;
   WriteY4m(folder / "clip.y4m", NumberedPictures(kWidth, kHeight, kPictures));
   ExpectNumberedClip(folder / "clip.y4m", MakeFormat(graph::kYuyv, 640, 480));
   ExpectNumberedClip(folder / "clip.y4m", MakeFormat(graph::kYuyv, 160, 120));
 }
 
-TEST(Clip, InFullRangeKeepsItsColours) {
-  const TestFolder folder;
+TEST(ClipPlayerTest, KeepsFullRangeColours) {
+  const ScopedTempFolder folder;
   std::vector<Yuv> pictures;
   simulated::NumberedPicture painter(kWidth, kHeight);
   for (std::uint32_t number = 0; number < kPictures; ++number) {
@@ -76,57 +77,57 @@ TEST(Clip, InFullRangeKeepsItsColours) {
   ExpectNumberedClip(folder / "clip.y4m", MakeFormat(graph::kYuyv, kWidth, kHeight));
 }
 
-// A clip that says nothing of its colours has those of BT.709 from 720 lines on.
-TEST(Clip, InHdKeepsItsColours) {
-  const TestFolder folder;
+// A clip of 720 lines or more without a declared matrix is BT.709.
+TEST(ClipPlayerTest, KeepsHdColours) {
+  const ScopedTempFolder folder;
   WriteY4m(folder / "in.y4m", NumberedPictures(1280, 720, kPictures));
   ASSERT_TRUE(Ffmpeg(
       folder, "-i in.y4m -vf scale=in_color_matrix=bt601:out_color_matrix=bt709 -pix_fmt yuv420p clip.y4m"));
   ExpectNumberedClip(folder / "clip.y4m", MakeFormat(graph::kYuyv, 640, 360));
 }
 
-struct Coding {
+struct ClipCodec {
   std::string name;
-  std::string options;  // of ffmpeg
+  std::string options;  // for ffmpeg
   std::string file;
 };
-void PrintTo(const Coding& coding, std::ostream* out) { *out << coding.name; }
+void PrintTo(const ClipCodec& codec, std::ostream* out) { *out << codec.name; }
 
-class CodedClip : public ::testing::TestWithParam<Coding> {};
+class ClipCodecTest : public ::testing::TestWithParam<ClipCodec> {};
 
-TEST_P(CodedClip, IsPlayedPictureByPictureInItsColours) {
-  const Coding& coding = GetParam();
-  const TestFolder folder;
+TEST_P(ClipCodecTest, PlaysEveryPictureWithItsColours) {
+  const ClipCodec& codec = GetParam();
+  const ScopedTempFolder folder;
   WriteY4m(folder / "in.y4m", NumberedPictures(kWidth, kHeight, kPictures));
-  ASSERT_TRUE(Ffmpeg(folder, "-i in.y4m " + coding.options + " " + coding.file));
-  ExpectNumberedClip(folder / coding.file, MakeFormat(graph::kYuyv, kWidth, kHeight));
+  ASSERT_TRUE(Ffmpeg(folder, "-i in.y4m " + codec.options + " " + codec.file));
+  ExpectNumberedClip(folder / codec.file, MakeFormat(graph::kYuyv, kWidth, kHeight));
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Each, CodedClip,
+    Each, ClipCodecTest,
     ::testing::Values(
-        Coding{"MotionJpegInAvi", "-c:v mjpeg -q:v 2 -pix_fmt yuvj420p", "clip.avi"},
-        Coding{"WithReorderedPicturesInMp4", "-c:v mpeg4 -bf 2 -q:v 2", "clip.mp4"},
-        Coding{"InTheMatrixOfHd",
-               "-vf scale=in_color_matrix=bt601:out_color_matrix=bt709 -colorspace bt709 -c:v ffv1",
-               "clip.mkv"},
-        Coding{"InRgb", "-c:v png -pix_fmt rgb24", "clip.mov"},
-        Coding{"WithoutAnIndex", "-c:v mpeg4 -q:v 2 -f m4v", "clip.m4v"},
-        Coding{"BesideSound", "-f lavfi -i sine=duration=0.1 -c:v mjpeg -q:v 2 -pix_fmt yuvj420p",
-               "clip.avi"}),
+        ClipCodec{"MotionJpegInAvi", "-c:v mjpeg -q:v 2 -pix_fmt yuvj420p", "clip.avi"},
+        ClipCodec{"WithReorderedPicturesInMp4", "-c:v mpeg4 -bf 2 -q:v 2", "clip.mp4"},
+        ClipCodec{"InTheMatrixOfHd",
+                  "-vf scale=in_color_matrix=bt601:out_color_matrix=bt709 -colorspace bt709 -c:v ffv1",
+                  "clip.mkv"},
+        ClipCodec{"InRgb", "-c:v png -pix_fmt rgb24", "clip.mov"},
+        ClipCodec{"WithoutAnIndex", "-c:v mpeg4 -q:v 2 -f m4v", "clip.m4v"},
+        ClipCodec{"BesideSound", "-f lavfi -i sine=duration=0.1 -c:v mjpeg -q:v 2 -pix_fmt yuvj420p",
+                  "clip.avi"}),
     [](const auto& tested) { return tested.param.name; });
 
-// The first picture of a clip as the camera delivers it.
+// The first picture that the camera delivers.
 Yuv FirstPicture(const std::filesystem::path& clip, const graph::VideoFormat& format) {
-  simulated::SimulatedPc pc(Playing(clip, format));
+  simulated::SimulatedPc pc(PlayingAs(clip, format));
   const auto camera = BuiltInCamera(pc);
   EXPECT_EQ(StartWith(*camera, format), S_OK);
   return PictureOf(Take(*camera), format);
 }
 
-// Full colours look the same when their range is mistaken; greys do not.
-TEST(Clip, KeepsItsGreysWhateverItsRange) {
-  const TestFolder folder;
+// Greys reveal a wrong range; saturated colours do not.
+TEST(ClipPlayerTest, KeepsGreysInEveryRange) {
+  const ScopedTempFolder folder;
   const graph::VideoFormat format = MakeFormat(graph::kYuyv, 64, 48);
   WriteY4m(folder / "limited.y4m", {PlainPicture(64, 48, 60)});
   WriteY4m(folder / "full.y4m", {PlainPicture(64, 48, 60)}, "XCOLORRANGE=FULL");
@@ -138,11 +139,11 @@ TEST(Clip, KeepsItsGreysWhateverItsRange) {
   EXPECT_NEAR(Mean(FirstPicture(folder / "rgb.mov", format).y), 60, 1.5);
 }
 
-TEST(Clip, StartsFromItsFirstPictureAtEveryStart) {
-  const TestFolder folder;
+TEST(ClipPlayerTest, EveryStartBeginsWithTheFirstPicture) {
+  const ScopedTempFolder folder;
   WriteY4m(folder / "clip.y4m", NumberedPictures(kWidth, kHeight, kPictures));
   const graph::VideoFormat format = MakeFormat(graph::kYuyv, kWidth, kHeight);
-  simulated::SimulatedPc pc(Playing(folder / "clip.y4m", format));
+  simulated::SimulatedPc pc(PlayingAs(folder / "clip.y4m", format));
   const auto camera = BuiltInCamera(pc);
   for (int run = 0; run < 2; ++run) {
     ASSERT_EQ(StartWith(*camera, format), S_OK);
@@ -153,11 +154,11 @@ TEST(Clip, StartsFromItsFirstPictureAtEveryStart) {
   }
 }
 
-TEST(Clip, OfOnePictureStandsStill) {
-  const TestFolder folder;
+TEST(ClipPlayerTest, RepeatsASinglePicture) {
+  const ScopedTempFolder folder;
   WriteY4m(folder / "clip.y4m", {PlainPicture(64, 48, 100)});
   const graph::VideoFormat format = MakeFormat(graph::kYuyv, 64, 48);
-  simulated::SimulatedPc pc(Playing(folder / "clip.y4m", format));
+  simulated::SimulatedPc pc(PlayingAs(folder / "clip.y4m", format));
   const auto camera = BuiltInCamera(pc);
   ASSERT_EQ(StartWith(*camera, format), S_OK);
   for (int i = 0; i < 3; ++i) {
@@ -165,25 +166,25 @@ TEST(Clip, OfOnePictureStandsStill) {
   }
 }
 
-TEST(Clip, OfTheBuiltInCameraIsNotPlayedByThePlugInCamera) {
-  const TestFolder folder;
+TEST(ClipPlayerTest, PlugInCameraDoesNotPlayTheClip) {
+  const ScopedTempFolder folder;
   WriteY4m(folder / "clip.y4m", {PlainPicture(64, 48, 100)});
-  simulated::SimulatedPc pc(Playing(folder / "clip.y4m", MakeFormat(graph::kYuyv, 64, 48)));
+  simulated::SimulatedPc pc(PlayingAs(folder / "clip.y4m", MakeFormat(graph::kYuyv, 64, 48)));
   const auto camera = PlugInCamera(pc);
   const graph::VideoFormat format = MakeFormat(graph::kMjpg, 1920, 1080, 60);
   ASSERT_EQ(StartWith(*camera, format), S_OK);
   EXPECT_THAT(NumberIn(PictureOf(Take(*camera), format)), Optional(0U));
 }
 
-class OddClip : public ::testing::TestWithParam<std::pair<std::uint32_t, std::uint32_t>> {};
+class OddSizeClipTest : public ::testing::TestWithParam<std::pair<std::uint32_t, std::uint32_t>> {};
 
-TEST_P(OddClip, FillsThePicture) {
+TEST_P(OddSizeClipTest, FillsThePicture) {
   const auto [width, height] = GetParam();
-  const TestFolder folder;
+  const ScopedTempFolder folder;
   WriteY4m(folder / "clip.y4m", {PlainPicture(width, height, 81, 90, 240)});  // red
   for (const graph::VideoFormat& format :
        {MakeFormat(graph::kYuyv, 320, 240), MakeFormat(graph::kYuyv, 64, 48)}) {
-    simulated::SimulatedPc pc(Playing(folder / "clip.y4m", format));
+    simulated::SimulatedPc pc(PlayingAs(folder / "clip.y4m", format));
     const auto camera = BuiltInCamera(pc);
     ASSERT_EQ(StartWith(*camera, format), S_OK);
     const Yuv picture = PictureOf(Take(*camera), format);
@@ -193,7 +194,7 @@ TEST_P(OddClip, FillsThePicture) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Each, OddClip,
+INSTANTIATE_TEST_SUITE_P(Each, OddSizeClipTest,
                          ::testing::Values(std::pair{321U, 241U}, std::pair{319U, 239U}, std::pair{121U, 91U},
                                            std::pair{321U, 240U}, std::pair{641U, 481U}),
                          [](const auto& tested) {
@@ -201,8 +202,8 @@ INSTANTIATE_TEST_SUITE_P(Each, OddClip,
                                   std::to_string(tested.param.second);
                          });
 
-// Luma in the middle of the left, middle and right (or top, middle and bottom) fifth of a picture.
-std::vector<int> AcrossFifths(const Yuv& picture, bool isVertical) {
+// The luma at 10 %, 50 % and 90 % of a horizontal or vertical line through the centre.
+std::vector<int> LumaAcross(const Yuv& picture, bool isVertical) {
   std::vector<int> values;
   for (const std::uint32_t tenth : {1U, 5U, 9U}) {
     const std::uint32_t x = isVertical ? picture.width / 2 : picture.width * tenth / 10;
@@ -212,33 +213,33 @@ std::vector<int> AcrossFifths(const Yuv& picture, bool isVertical) {
   return values;
 }
 
-TEST(Clip, OfAnotherShapeStandsBetweenBlackBars) {
-  const TestFolder folder;
+TEST(ClipPlayerTest, AddsBlackBarsForAnotherAspectRatio) {
+  const ScopedTempFolder folder;
   WriteY4m(folder / "square.y4m", {PlainPicture(64, 64, 235)});
   WriteY4m(folder / "wide.y4m", {PlainPicture(128, 48, 235)});
-  EXPECT_THAT(AcrossFifths(FirstPicture(folder / "square.y4m", MakeFormat(graph::kYuyv, 128, 64)), false),
+  EXPECT_THAT(LumaAcross(FirstPicture(folder / "square.y4m", MakeFormat(graph::kYuyv, 128, 64)), false),
               ElementsAre(16, 235, 16));
-  EXPECT_THAT(AcrossFifths(FirstPicture(folder / "wide.y4m", MakeFormat(graph::kYuyv, 128, 96)), true),
+  EXPECT_THAT(LumaAcross(FirstPicture(folder / "wide.y4m", MakeFormat(graph::kYuyv, 128, 96)), true),
               ElementsAre(16, 235, 16));
 }
 
-TEST(Clip, OfPixelsThatAreNotSquareIsStretched) {
-  const TestFolder folder;
+TEST(ClipPlayerTest, HonoursThePixelAspectRatio) {
+  const ScopedTempFolder folder;
   WriteY4m(folder / "clip.y4m", {PlainPicture(64, 64, 235)}, "A2:1");
-  EXPECT_THAT(AcrossFifths(FirstPicture(folder / "clip.y4m", MakeFormat(graph::kYuyv, 128, 64)), false),
+  EXPECT_THAT(LumaAcross(FirstPicture(folder / "clip.y4m", MakeFormat(graph::kYuyv, 128, 64)), false),
               ElementsAre(235, 235, 235));
 }
 
-TEST(Clip, OfAlmostTheShapeHasNoBars) {
-  const TestFolder folder;
+TEST(ClipPlayerTest, AddsNoBarsForAlmostEqualAspectRatios) {
+  const ScopedTempFolder folder;
   WriteY4m(folder / "clip.y4m", {PlainPicture(854, 480, 235)});
   const Yuv picture = FirstPicture(folder / "clip.y4m", MakeFormat(graph::kYuyv, 1280, 720));
   EXPECT_EQ(picture.y.front(), 235);
   EXPECT_EQ(picture.y.back(), 235);
 }
 
-TEST(Clip, MayHaveANameThatLooksLikeAnotherProtocolsOrAPattern) {
-  const TestFolder folder;
+TEST(ClipPlayerTest, AcceptsNamesThatLookLikeProtocolsOrPatterns) {
+  const ScopedTempFolder folder;
   const std::filesystem::path before = std::filesystem::current_path();
   std::filesystem::current_path(folder.Path());
   for (const char* const name : {"pipe:0.y4m", "concat:a|b.y4m", "100%03d.y4m", "a b.y4m"}) {
@@ -249,3 +250,4 @@ TEST(Clip, MayHaveANameThatLooksLikeAnotherProtocolsOrAPattern) {
 }
 
 }  // namespace
+}  // namespace simulated_support

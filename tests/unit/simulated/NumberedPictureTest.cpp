@@ -1,4 +1,4 @@
-// The number and the colours of the numbered picture, and when they are not to be believed.
+// Reading number and colours of the numbered picture, and detecting pictures that are wrong.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -7,19 +7,20 @@
 #include <set>
 
 #include "encoder/H264Encoder.h"
-#include "support/simulated/Cameras.h"
+#include "support/simulated/SimulatedCameraHelpers.h"
 #include "support/video/DecodedStream.h"
 
+namespace simulated_support {
 namespace {
 
 using ::testing::Eq;
 using ::testing::Optional;
 
 constexpr double kGoodColour = 6;
-// Another corner's colour, or its mirror image, is far beyond this.
+// A wrong corner colour exceeds this.
 constexpr double kWrongColour = 60;
 
-// Bits that change alone and together, up to the last number.
+// Numbers with single and multiple bits set, up to the maximum.
 const std::vector<std::uint32_t> kNumbers{0,      1,        2,        3,        255,     256,
                                           0x5555, 0xAAAA,   0xFFFF,   0x10000,  0x35F00, 0x555555,
                                           719,    0x800000, 0xAAAAAA, 0xFEDCBA, 0xFFFFFF};
@@ -29,9 +30,9 @@ Yuv Painted(simulated::NumberedPicture& painter, std::uint32_t number, std::uint
   return PictureOf(painter.Paint(number), width, height);
 }
 
-class PictureSize : public ::testing::TestWithParam<std::pair<std::uint32_t, std::uint32_t>> {};
+class NumberedPictureSizeTest : public ::testing::TestWithParam<std::pair<std::uint32_t, std::uint32_t>> {};
 
-TEST_P(PictureSize, GivesItsNumberAndColoursBack) {
+TEST_P(NumberedPictureSizeTest, NumberAndColoursCanBeRead) {
   const auto [width, height] = GetParam();
   simulated::NumberedPicture painter(width, height);
   for (const std::uint32_t number : kNumbers) {
@@ -41,11 +42,11 @@ TEST_P(PictureSize, GivesItsNumberAndColoursBack) {
   }
 }
 
-TEST_P(PictureSize, GivesNothingUpsideDownAndOtherColoursMirrored) {
+TEST_P(NumberedPictureSizeTest, FlippedAndMirroredPicturesAreDetected) {
   const auto [width, height] = GetParam();
   simulated::NumberedPicture painter(width, height);
   const std::size_t line = std::size_t{4} * width;
-  // The ball in many places; in fewer for large pictures, which take their time.
+  // Many positions of the ball; fewer for large pictures to limit the run time.
   for (std::uint32_t number = 0; number<720; number += width> 640 ? 101 : 13) {
     const Bytes upright = painter.Paint(number);
     Bytes turned(upright.size());
@@ -62,7 +63,7 @@ TEST_P(PictureSize, GivesNothingUpsideDownAndOtherColoursMirrored) {
   }
 }
 
-TEST_P(PictureSize, IsTheSameForTheSameNumberAndMovesWithEvery) {
+TEST_P(NumberedPictureSizeTest, DependsOnlyOnTheNumberAndChangesWithIt) {
   const auto [width, height] = GetParam();
   simulated::NumberedPicture painter(width, height);
   simulated::NumberedPicture another(width, height);
@@ -77,7 +78,7 @@ TEST_P(PictureSize, IsTheSameForTheSameNumberAndMovesWithEvery) {
   EXPECT_EQ(painter.Paint(0x1000007), another.Paint(7));
 }
 
-INSTANTIATE_TEST_SUITE_P(Each, PictureSize,
+INSTANTIATE_TEST_SUITE_P(Each, NumberedPictureSizeTest,
                          ::testing::Values(std::pair{64U, 48U}, std::pair{66U, 50U}, std::pair{64U, 480U},
                                            std::pair{320U, 240U}, std::pair{640U, 480U},
                                            std::pair{1280U, 720U}, std::pair{1920U, 1080U}),
@@ -86,7 +87,7 @@ INSTANTIATE_TEST_SUITE_P(Each, PictureSize,
                                   std::to_string(tested.param.second);
                          });
 
-TEST(NumberedPicture, GivesItsNumberBackFromLinesWithGapsAndInFullRange) {
+TEST(NumberedPictureTest, NumberCanBeReadWithLinePaddingAndInFullRange) {
   simulated::NumberedPicture painter(320, 240);
   const Yuv picture = Painted(painter, 0xABCDE, 320, 240);
   constexpr std::size_t kStride = 384;
@@ -98,7 +99,7 @@ TEST(NumberedPicture, GivesItsNumberBackFromLinesWithGapsAndInFullRange) {
   EXPECT_THAT(simulated::ReadFrameNumber(luma.data(), kStride, 320, 240), Optional(Eq(0xABCDEU)));
 }
 
-TEST(NumberedPicture, GivesItsNumberBackThroughNoise) {
+TEST(NumberedPictureTest, NumberCanBeReadThroughNoise) {
   simulated::NumberedPicture painter(320, 240);
   std::mt19937 random(5);
   std::normal_distribution<double> noise(0, 60);
@@ -111,7 +112,7 @@ TEST(NumberedPicture, GivesItsNumberBackThroughNoise) {
   }
 }
 
-// The mean of 15 by 15 pixels; blocks are 20 by 20.
+// The mean of 15x15 pixels; blocks are 20x20.
 std::uint8_t Blurred(const Yuv& picture, int x, int y) {
   unsigned sum = 0;
   for (int i = 0; i < 225; ++i) {
@@ -122,7 +123,7 @@ std::uint8_t Blurred(const Yuv& picture, int x, int y) {
   return static_cast<std::uint8_t>(sum / 225);
 }
 
-TEST(NumberedPicture, GivesItsNumberBackThroughBlur) {
+TEST(NumberedPictureTest, NumberCanBeReadThroughBlur) {
   simulated::NumberedPicture painter(320, 240);
   for (const std::uint32_t number : kNumbers) {
     const Yuv picture = Painted(painter, number, 320, 240);
@@ -137,23 +138,23 @@ TEST(NumberedPicture, GivesItsNumberBackThroughBlur) {
   }
 }
 
-// 150 kbit/s is a tenth of what the camera handler uses, for the smallest picture and its worst quality.
-TEST(NumberedPicture, GivesItsNumberBackFromAStreamOfLowBitRate) {
+// 150 kbit/s is a tenth of the camera handler's bit rate.
+TEST(NumberedPictureTest, NumberCanBeReadFromALowBitRateStream) {
   constexpr std::uint32_t kFrames = 90;
   simulated::NumberedPicture painter(320, 240);
   encoder::H264Encoder encoder;
-  ASSERT_TRUE(encoder.Initialize(Param(320, 240, ColorSpace::kI420, 30, 150, 150)));
+  ASSERT_TRUE(encoder.Initialize(video::Param(320, 240, ColorSpace::kI420, 30, 150, 150)));
   std::vector<Bytes> packets;
   for (std::uint32_t number = 0; number < kFrames; ++number) {
     const Yuv picture = Painted(painter, number, 320, 240);
     Bytes bytes = picture.y;
     bytes.insert(bytes.end(), picture.u.begin(), picture.u.end());
     bytes.insert(bytes.end(), picture.v.begin(), picture.v.end());
-    const auto frame = MakeFrame(bytes, 320, 240, ColorSpace::kI420);
+    const auto frame = video::MakeFrame(bytes, 320, 240, ColorSpace::kI420);
     ASSERT_NE(frame, nullptr);
-    packets.push_back(Encode(encoder, *frame));
+    packets.push_back(video::Encode(encoder, *frame));
   }
-  const Decoded decoded = Decode(packets);
+  const video::Decoded decoded = video::Decode(packets);
   ASSERT_EQ(decoded.pictures.size(), kFrames);
   for (std::uint32_t number = 0; number < kFrames; ++number) {
     EXPECT_THAT(NumberIn(decoded.pictures[number]), Optional(number));
@@ -161,7 +162,7 @@ TEST(NumberedPicture, GivesItsNumberBackFromAStreamOfLowBitRate) {
   }
 }
 
-// Fills a block of the 32 with one luma.
+// Fills one of the 32 blocks with a luma value.
 void FillBlock(Yuv& picture, std::uint32_t bit, std::uint8_t luma) {
   for (std::uint32_t y = bit / 16 * 20; y < (bit / 16 + 1) * 20; ++y) {
     for (std::uint32_t x = bit % 16 * 20; x < (bit % 16 + 1) * 20; ++x) {
@@ -170,7 +171,7 @@ void FillBlock(Yuv& picture, std::uint32_t bit, std::uint8_t luma) {
   }
 }
 
-TEST(NumberedPicture, GivesNothingWhenABlockIsGrey) {
+TEST(NumberedPictureTest, GreyBlockGivesNoNumber) {
   simulated::NumberedPicture painter(320, 240);
   for (std::uint32_t bit = 0; bit < 32; ++bit) {
     Yuv picture = Painted(painter, 0x123456, 320, 240);
@@ -179,7 +180,7 @@ TEST(NumberedPicture, GivesNothingWhenABlockIsGrey) {
   }
 }
 
-TEST(NumberedPicture, GivesNothingWhenAnyOneOrTwoBlocksAreInverted) {
+TEST(NumberedPictureTest, OneOrTwoInvertedBlocksGiveNoNumber) {
   simulated::NumberedPicture painter(320, 240);
   const Yuv right = Painted(painter, 0x123456, 320, 240);
   const auto invert = [&](Yuv& picture, std::uint32_t bit) {
@@ -197,7 +198,7 @@ TEST(NumberedPicture, GivesNothingWhenAnyOneOrTwoBlocksAreInverted) {
   }
 }
 
-TEST(NumberedPicture, GivesNothingOfAPictureWithoutBlocks) {
+TEST(NumberedPictureTest, PictureWithoutBlocksGivesNoNumber) {
   for (const std::uint8_t luma : {std::uint8_t{0}, std::uint8_t{16}, std::uint8_t{235}}) {
     const Bytes plane(std::size_t{320} * 240, luma);
     EXPECT_EQ(simulated::ReadFrameNumber(plane.data(), 320, 320, 240), std::nullopt);
@@ -206,14 +207,14 @@ TEST(NumberedPicture, GivesNothingOfAPictureWithoutBlocks) {
   EXPECT_EQ(simulated::ReadFrameNumber(small.data(), 4, 4, 4), std::nullopt);
 }
 
-TEST(NumberedPicture, RefusesSizesThatItCannotShow) {
+TEST(NumberedPictureTest, RejectsUnsupportedSizes) {
   EXPECT_THROW(simulated::NumberedPicture(62, 48), std::invalid_argument);
   EXPECT_THROW(simulated::NumberedPicture(64, 46), std::invalid_argument);
   EXPECT_THROW(simulated::NumberedPicture(65, 48), std::invalid_argument);
   EXPECT_THROW(simulated::NumberedPicture(64, 49), std::invalid_argument);
 }
 
-TEST(CornerColours, AreFarOffWithRedAndBlueInTurnOrInAnotherRange) {
+TEST(CornerColourTest, SwappedChromaAndAnotherRangeAreDetected) {
   simulated::NumberedPicture painter(320, 240);
   Yuv swapped = Painted(painter, 5, 320, 240);
   std::swap(swapped.u, swapped.v);
@@ -226,3 +227,4 @@ TEST(CornerColours, AreFarOffWithRedAndBlueInTurnOrInAnotherRange) {
 }
 
 }  // namespace
+}  // namespace simulated_support

@@ -1,12 +1,13 @@
-// The cameras of the simulated PC as sources of frames.
+// The cameras of the simulated PC as capture sources.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <future>
 
-#include "support/simulated/Cameras.h"
+#include "support/simulated/SimulatedCameraHelpers.h"
 
+namespace simulated_support {
 namespace {
 
 using std::chrono::steady_clock;
@@ -15,15 +16,15 @@ using ::testing::Optional;
 
 const graph::VideoFormat kSmall = MakeFormat(graph::kYuyv, 320, 240);
 
-// What the next call of Next answers, its frame recycled.
-graph::CaptureResult NextArrival(graph::CaptureSource& source,
-                                 graph::CaptureSource::Deadline deadline = FarDeadline()) {
+// Calls Next and recycles the frame.
+graph::CaptureResult NextResult(graph::CaptureSource& source,
+                                graph::CaptureSource::Deadline deadline = FarDeadline()) {
   graph::CapturedFrame frame;
-  const graph::CaptureResult arrival = source.Next(deadline, frame);
-  if (arrival == graph::CaptureResult::kFrame) {
+  const graph::CaptureResult result = source.Next(deadline, frame);
+  if (result == graph::CaptureResult::kFrame) {
     source.Recycle(frame);
   }
-  return arrival;
+  return result;
 }
 
 std::optional<std::uint32_t> TakeNumber(graph::CaptureSource& source,
@@ -32,7 +33,7 @@ std::optional<std::uint32_t> TakeNumber(graph::CaptureSource& source,
   return picture.y.empty() ? std::nullopt : NumberIn(picture);
 }
 
-TEST(SimulatedCamera, OffersWhatALaptopsCameraDoes) {
+TEST(SimulatedCameraTest, OffersTheFormatsOfALaptopCamera) {
   simulated::SimulatedPc pc;
   std::vector<graph::VideoFormat> formats;
   ASSERT_EQ(BuiltInCamera(pc)->ListFormats(formats), S_OK);
@@ -49,7 +50,7 @@ TEST(SimulatedCamera, OffersWhatALaptopsCameraDoes) {
                                    graph::VideoFormat{graph::kMjpg, 1920, 1080, 333'333}));
 }
 
-TEST(SimulatedCamera, OffersTheFormatsThatTheHostWants) {
+TEST(SimulatedCameraTest, OffersTheFormatsOfTheSettings) {
   simulated::SimulatedPcSettings settings = Unpaced();
   settings.formats = {MakeFormat(graph::kMjpg, 160, 120, 60)};
   simulated::SimulatedPc pc(settings);
@@ -61,7 +62,7 @@ TEST(SimulatedCamera, OffersTheFormatsThatTheHostWants) {
   EXPECT_THAT(TakeNumber(*camera, settings.formats[0]), Optional(0U));
 }
 
-TEST(SimulatedCamera, SetsTheNearestIntervalOfTheSizeAndLayout) {
+TEST(SimulatedCameraTest, SetsTheNearestInterval) {
   simulated::SimulatedPc pc;
   const auto camera = BuiltInCamera(pc);
   for (const auto& [wanted, set] :
@@ -73,7 +74,7 @@ TEST(SimulatedCamera, SetsTheNearestIntervalOfTheSizeAndLayout) {
   }
 }
 
-TEST(SimulatedCamera, RefusesSizesAndLayoutsThatItDoesNotOffer) {
+TEST(SimulatedCameraTest, RejectsFormatsThatItDoesNotOffer) {
   simulated::SimulatedPc pc;
   const auto camera = BuiltInCamera(pc);
   for (const graph::VideoFormat& unknown :
@@ -92,9 +93,9 @@ std::vector<graph::VideoFormat> EveryFormat() {
   return formats;
 }
 
-class EachFormat : public ::testing::TestWithParam<graph::VideoFormat> {};
+class SimulatedCameraFormatTest : public ::testing::TestWithParam<graph::VideoFormat> {};
 
-TEST_P(EachFormat, DeliversItsPicturesInOrderFromTheFirst) {
+TEST_P(SimulatedCameraFormatTest, DeliversPicturesInOrderFromTheFirst) {
   const graph::VideoFormat& format = GetParam();
   const bool isPlugIn = format.interval < 300'000;
   simulated::SimulatedPc pc(Unpaced());
@@ -112,10 +113,10 @@ TEST_P(EachFormat, DeliversItsPicturesInOrderFromTheFirst) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(All, EachFormat, ::testing::ValuesIn(EveryFormat()),
+INSTANTIATE_TEST_SUITE_P(All, SimulatedCameraFormatTest, ::testing::ValuesIn(EveryFormat()),
                          [](const auto& tested) { return NameOf(tested.param); });
 
-TEST(SimulatedCamera, CountsFromZeroAtEveryStartAlsoAtAnotherSize) {
+TEST(SimulatedCameraTest, EveryStartCountsFromZero) {
   simulated::SimulatedPc pc(Unpaced());
   const auto camera = BuiltInCamera(pc);
   for (const graph::VideoFormat& format :
@@ -127,7 +128,7 @@ TEST(SimulatedCamera, CountsFromZeroAtEveryStartAlsoAtAnotherSize) {
   }
 }
 
-TEST(SimulatedCamera, IsNeverFasterThanItsRateInRealTime) {
+TEST(SimulatedCameraTest, IsNeverFasterThanItsRate) {
   simulated::SimulatedPc pc;
   const auto camera = BuiltInCamera(pc);
   const auto start = steady_clock::now();
@@ -138,12 +139,12 @@ TEST(SimulatedCamera, IsNeverFasterThanItsRateInRealTime) {
   }
 }
 
-TEST(SimulatedCamera, DeliversLateWhatNobodyTookInTime) {
+TEST(SimulatedCameraTest, DeliversLateFramesWithoutWaiting) {
   simulated::SimulatedPc pc;
   const auto camera = BuiltInCamera(pc);
   ASSERT_EQ(StartWith(*camera, kSmall), S_OK);
   std::this_thread::sleep_for(std::chrono::milliseconds(110));
-  // Frames 0 to 3 are due by now: they are there without waiting.
+  // Frames 0 to 3 are due and are delivered without waiting.
   for (std::uint32_t number = 0; number < 4; ++number) {
     graph::CapturedFrame frame;
     ASSERT_EQ(camera->Next(steady_clock::now(), frame), graph::CaptureResult::kFrame);
@@ -152,20 +153,20 @@ TEST(SimulatedCamera, DeliversLateWhatNobodyTookInTime) {
   }
 }
 
-TEST(SimulatedCamera, HasNothingBeforeTheNextFrameIsDue) {
+TEST(SimulatedCameraTest, TimesOutBeforeTheNextFrameIsDue) {
   simulated::SimulatedPcSettings settings;
   settings.formats = {{graph::kYuyv, 64, 48, 600'000'000}};  // a frame a minute
   simulated::SimulatedPc pc(settings);
   const auto camera = BuiltInCamera(pc);
   ASSERT_EQ(StartWith(*camera, settings.formats[0]), S_OK);
-  EXPECT_EQ(NextArrival(*camera), graph::CaptureResult::kFrame);
+  EXPECT_EQ(NextResult(*camera), graph::CaptureResult::kFrame);
   const auto deadline = steady_clock::now() + std::chrono::milliseconds(20);
-  EXPECT_EQ(NextArrival(*camera, deadline), graph::CaptureResult::kTimeout);
+  EXPECT_EQ(NextResult(*camera, deadline), graph::CaptureResult::kTimeout);
   EXPECT_GE(steady_clock::now(), deadline);
-  EXPECT_EQ(NextArrival(*camera, steady_clock::now()), graph::CaptureResult::kTimeout);
+  EXPECT_EQ(NextResult(*camera, steady_clock::now()), graph::CaptureResult::kTimeout);
 }
 
-TEST(SimulatedCamera, StreamsToOneSourceAtATime) {
+TEST(SimulatedCameraTest, OnlyOneSourceCanStream) {
   simulated::SimulatedPc pc(Unpaced());
   const auto first = BuiltInCamera(pc);
   const auto second = BuiltInCamera(pc);
@@ -173,7 +174,7 @@ TEST(SimulatedCamera, StreamsToOneSourceAtATime) {
   EXPECT_EQ(StartWith(*second, kSmall), com::kDeviceInUse);
   EXPECT_EQ(first->Start(), com::kDeviceInUse);
   EXPECT_THAT(TakeNumber(*first), Optional(0U));
-  // A source that never streamed stops nobody else's stream.
+  // Stopping a source that does not stream must not affect another one.
   second->Stop();
   EXPECT_THAT(TakeNumber(*first), Optional(1U));
   EXPECT_EQ(StartWith(*PlugInCamera(pc), MakeFormat(graph::kMjpg, 1920, 1080)), S_OK);
@@ -183,63 +184,63 @@ TEST(SimulatedCamera, StreamsToOneSourceAtATime) {
   EXPECT_EQ(first->Start(), com::kDeviceInUse);
 }
 
-TEST(SimulatedCamera, IsFreeAgainWhenAStreamingSourceIsDestroyed) {
+TEST(SimulatedCameraTest, DestroyingASourceReleasesTheCamera) {
   simulated::SimulatedPc pc(Unpaced());
   const auto second = BuiltInCamera(pc);
   ASSERT_EQ(StartWith(*BuiltInCamera(pc), kSmall), S_OK);
   EXPECT_EQ(StartWith(*second, kSmall), S_OK);
 }
 
-TEST(SimulatedCamera, NeedsAFormatToStartAndKeepsItWhileStreaming) {
+TEST(SimulatedCameraTest, RequiresAFormatAndKeepsItWhileStreaming) {
   simulated::SimulatedPc pc(Unpaced());
   const auto camera = BuiltInCamera(pc);
   EXPECT_EQ(camera->Start(), E_UNEXPECTED);
-  EXPECT_EQ(NextArrival(*camera), graph::CaptureResult::kDisconnected);
+  EXPECT_EQ(NextResult(*camera), graph::CaptureResult::kDisconnected);
   ASSERT_EQ(StartWith(*camera, kSmall), S_OK);
   graph::VideoFormat another = MakeFormat(graph::kYuyv, 640, 480);
   EXPECT_EQ(camera->SetFormat(another), com::kDeviceInUse);
   EXPECT_THAT(TakeNumber(*camera), Optional(0U));
   camera->Stop();
-  EXPECT_EQ(NextArrival(*camera), graph::CaptureResult::kDisconnected);
+  EXPECT_EQ(NextResult(*camera), graph::CaptureResult::kDisconnected);
 }
 
-TEST(SimulatedCamera, WaitsForItsOneBuffer) {
+TEST(SimulatedCameraTest, DeliversNoFrameUntilTheBufferIsRecycled) {
   simulated::SimulatedPc pc(Unpaced());
   const auto camera = BuiltInCamera(pc);
   ASSERT_EQ(StartWith(*camera, kSmall), S_OK);
   graph::CapturedFrame frame;
   ASSERT_EQ(camera->Next(FarDeadline(), frame), graph::CaptureResult::kFrame);
   const Bytes before(frame.data, frame.data + frame.size);
-  EXPECT_EQ(NextArrival(*camera, steady_clock::now()), graph::CaptureResult::kTimeout);
-  // Buffers that are not the one that is out count for nothing.
+  EXPECT_EQ(NextResult(*camera, steady_clock::now()), graph::CaptureResult::kTimeout);
+  // Frames other than the outstanding one are ignored.
   graph::CapturedFrame wrong = frame;
   wrong.buffer = 1;
   camera->Recycle(wrong);
   camera->Recycle(graph::CapturedFrame{});
-  EXPECT_EQ(NextArrival(*camera, steady_clock::now()), graph::CaptureResult::kTimeout);
+  EXPECT_EQ(NextResult(*camera, steady_clock::now()), graph::CaptureResult::kTimeout);
   EXPECT_EQ(Bytes(frame.data, frame.data + frame.size), before);
   camera->Recycle(frame);
   camera->Recycle(frame);
   EXPECT_THAT(TakeNumber(*camera), Optional(1U));
 }
 
-TEST(SimulatedCamera, WakesUntilTheNextStart) {
+TEST(SimulatedCameraTest, StaysInterruptedUntilTheNextStart) {
   simulated::SimulatedPc pc(Unpaced());
   pc.Freeze(true);
   const auto camera = BuiltInCamera(pc);
   ASSERT_EQ(StartWith(*camera, kSmall), S_OK);
-  auto waiting = std::async(std::launch::async, [&] { return NextArrival(*camera); });
+  auto waiting = std::async(std::launch::async, [&] { return NextResult(*camera); });
   camera->Interrupt();
   EXPECT_EQ(waiting.get(), graph::CaptureResult::kInterrupted);
   pc.Freeze(false);
-  EXPECT_EQ(NextArrival(*camera), graph::CaptureResult::kInterrupted);
-  EXPECT_EQ(NextArrival(*camera, steady_clock::now()), graph::CaptureResult::kInterrupted);
+  EXPECT_EQ(NextResult(*camera), graph::CaptureResult::kInterrupted);
+  EXPECT_EQ(NextResult(*camera, steady_clock::now()), graph::CaptureResult::kInterrupted);
   camera->Stop();
   ASSERT_EQ(camera->Start(), S_OK);
   EXPECT_THAT(TakeNumber(*camera), Optional(0U));
 }
 
-TEST(SimulatedCamera, WakesOneSourceOnly) {
+TEST(SimulatedCameraTest, InterruptAffectsOneSource) {
   simulated::SimulatedPc pc(Unpaced());
   const auto camera = BuiltInCamera(pc);
   const auto another = BuiltInCamera(pc);
@@ -248,25 +249,25 @@ TEST(SimulatedCamera, WakesOneSourceOnly) {
   EXPECT_THAT(TakeNumber(*camera), Optional(0U));
 }
 
-TEST(SimulatedCamera, SaysNothingWhileItIsFrozenAndGoesOnWhereItStopped) {
+TEST(SimulatedCameraTest, FrozenCameraTimesOutAndThenContinues) {
   simulated::SimulatedPc pc;
   const auto camera = BuiltInCamera(pc);
   ASSERT_EQ(StartWith(*camera, kSmall), S_OK);
   EXPECT_THAT(TakeNumber(*camera), Optional(0U));
   pc.Freeze(true);
   const auto deadline = steady_clock::now() + std::chrono::milliseconds(100);
-  EXPECT_EQ(NextArrival(*camera, deadline), graph::CaptureResult::kTimeout);
+  EXPECT_EQ(NextResult(*camera, deadline), graph::CaptureResult::kTimeout);
   EXPECT_GE(steady_clock::now(), deadline);
   const auto thaw = steady_clock::now();
   pc.Freeze(false);
-  // No frames are made up for the time in between.
+  // No frames are due for the time of the freeze.
   for (std::uint32_t number = 1; number < 4; ++number) {
     EXPECT_THAT(TakeNumber(*camera), Optional(number));
     EXPECT_GE(steady_clock::now() - thaw, (number - 1) * std::chrono::nanoseconds(33'333'300));
   }
 }
 
-TEST(SimulatedCamera, GoesOnForASourceThatWaitsWhileItIsFrozen) {
+TEST(SimulatedCameraTest, UnfreezingWakesAWaitingSource) {
   simulated::SimulatedPc pc;
   pc.Freeze(true);
   const auto camera = BuiltInCamera(pc);
@@ -276,15 +277,15 @@ TEST(SimulatedCamera, GoesOnForASourceThatWaitsWhileItIsFrozen) {
   EXPECT_THAT(waiting.get(), Optional(0U));
 }
 
-TEST(SimulatedCamera, IsLostWhenItIsRemovedAndWorksWhenItIsBack) {
+TEST(SimulatedCameraTest, RemovalDisconnectsUntilTheCameraReturns) {
   simulated::SimulatedPc pc(Unpaced());
   pc.Freeze(true);
   const auto camera = BuiltInCamera(pc);
   ASSERT_EQ(StartWith(*camera, kSmall), S_OK);
-  auto waiting = std::async(std::launch::async, [&] { return NextArrival(*camera); });
+  auto waiting = std::async(std::launch::async, [&] { return NextResult(*camera); });
   pc.RemoveBuiltInCamera();
   EXPECT_EQ(waiting.get(), graph::CaptureResult::kDisconnected);
-  EXPECT_EQ(NextArrival(*camera), graph::CaptureResult::kDisconnected);
+  EXPECT_EQ(NextResult(*camera), graph::CaptureResult::kDisconnected);
   camera->Stop();
   std::vector<graph::VideoFormat> formats;
   graph::VideoFormat format = kSmall;
@@ -299,7 +300,7 @@ TEST(SimulatedCamera, IsLostWhenItIsRemovedAndWorksWhenItIsBack) {
   EXPECT_THAT(TakeNumber(*camera), Optional(0U));
 }
 
-TEST(SimulatedCamera, StaysLostToItsStreamWhenItIsBackSoonAndIsFreeForAnother) {
+TEST(SimulatedCameraTest, DisconnectedStreamStaysDisconnectedWhenTheCameraReturns) {
   simulated::SimulatedPc pc(Unpaced());
   const auto camera = BuiltInCamera(pc);
   ASSERT_EQ(StartWith(*camera, kSmall), S_OK);
@@ -307,17 +308,17 @@ TEST(SimulatedCamera, StaysLostToItsStreamWhenItIsBackSoonAndIsFreeForAnother) {
   ASSERT_EQ(camera->Next(FarDeadline(), frame), graph::CaptureResult::kFrame);
   pc.RemoveBuiltInCamera();
   pc.ReturnBuiltInCamera();
-  // The frame that is out stays readable.
+  // The outstanding frame stays readable.
   EXPECT_THAT(NumberIn(PictureOf(Bytes(frame.data, frame.data + frame.size), kSmall)), Optional(0U));
   camera->Recycle(frame);
-  EXPECT_EQ(NextArrival(*camera), graph::CaptureResult::kDisconnected);
+  EXPECT_EQ(NextResult(*camera), graph::CaptureResult::kDisconnected);
   const auto another = BuiltInCamera(pc);
   ASSERT_EQ(StartWith(*another, kSmall), S_OK);
   camera->Stop();
   EXPECT_THAT(TakeNumber(*another), Optional(0U));
 }
 
-TEST(SimulatedCamera, OutlivesItsPc) {
+TEST(SimulatedCameraTest, OutlivesItsPc) {
   auto pc = std::make_unique<simulated::SimulatedPc>(Unpaced());
   const auto camera = BuiltInCamera(*pc);
   pc.reset();
@@ -325,7 +326,7 @@ TEST(SimulatedCamera, OutlivesItsPc) {
   EXPECT_THAT(TakeNumber(*camera), Optional(0U));
 }
 
-TEST(SimulatedCamera, StandsRemovalsFreezesAndWakesFromOtherThreads) {
+TEST(SimulatedCameraTest, ToleratesConcurrentRemovalFreezeAndInterrupt) {
   simulated::SimulatedPc pc(Unpaced());
   const auto camera = BuiltInCamera(pc);
   std::atomic<bool> isDone{false};
@@ -363,3 +364,4 @@ TEST(SimulatedCamera, StandsRemovalsFreezesAndWakesFromOtherThreads) {
 }
 
 }  // namespace
+}  // namespace simulated_support

@@ -5,8 +5,9 @@
 #include <algorithm>
 #include <cctype>
 
-#include "support/simulated/Cameras.h"
+#include "support/simulated/SimulatedCameraHelpers.h"
 
+namespace simulated_support {
 namespace {
 
 using ::testing::ElementsAre;
@@ -22,21 +23,21 @@ std::vector<std::string> NamesOf(simulated::SimulatedPc& pc) {
   return names;
 }
 
-// The id of an interface as it stands in display names.
-std::string InDisplayName(std::string id) {
+// An interface id in the form in which display names contain it.
+std::string ToDisplayNameForm(std::string id) {
   std::transform(id.begin(), id.end(), id.begin(), [](char c) {
     return c == '\\' ? '#' : static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
   });
   return id;
 }
 
-// The cameras that belong to a USB device which is fixed, or is not.
-std::vector<std::string> CamerasOfDevices(simulated::SimulatedPc& pc, bool isRemovable) {
+// The cameras on removable or on fixed USB devices.
+std::vector<std::string> CamerasOnUsb(simulated::SimulatedPc& pc, bool isRemovable) {
   std::vector<std::string> names;
   for (const devices::UsbDevice& usb : pc.UsbDevices()) {
     for (const devices::CaptureDevice& device : pc.CaptureDevices()) {
       if (usb.isRemovable == isRemovable && !usb.firstChildId.empty() &&
-          device.displayName.find(InDisplayName(usb.firstChildId)) != std::string::npos) {
+          device.displayName.find(ToDisplayNameForm(usb.firstChildId)) != std::string::npos) {
         names.push_back(device.name);
       }
     }
@@ -44,7 +45,7 @@ std::vector<std::string> CamerasOfDevices(simulated::SimulatedPc& pc, bool isRem
   return names;
 }
 
-TEST(SimulatedPc, HasACameraInItsLidAndOnePluggedInBeforeIt) {
+TEST(SimulatedPcTest, ListsThePlugInCameraBeforeTheBuiltInCamera) {
   simulated::SimulatedPc pc;
   const std::vector<devices::CaptureDevice> devices = pc.CaptureDevices();
   ASSERT_EQ(devices.size(), 2U);
@@ -61,7 +62,7 @@ TEST(SimulatedPc, HasACameraInItsLidAndOnePluggedInBeforeIt) {
   }
 }
 
-TEST(SimulatedPc, HasFixedUsbDevicesThatAreNoCameras) {
+TEST(SimulatedPcTest, IncludesFixedUsbDevicesWithoutACamera) {
   simulated::SimulatedPc pc;
   std::vector<std::string> ids;
   bool hasFixedWithoutChild = false;
@@ -74,19 +75,19 @@ TEST(SimulatedPc, HasFixedUsbDevicesThatAreNoCameras) {
   EXPECT_TRUE(hasFixedWithoutChild);
 }
 
-TEST(SimulatedPc, HasOneCameraOnAFixedUsbDevice) {
+TEST(SimulatedPcTest, OnlyTheBuiltInCameraIsOnAFixedUsbDevice) {
   simulated::SimulatedPc pc;
-  EXPECT_THAT(CamerasOfDevices(pc, false), ElementsAre("Integrated Camera"));
-  EXPECT_THAT(CamerasOfDevices(pc, true), ElementsAre("USB Camera"));
+  EXPECT_THAT(CamerasOnUsb(pc, false), ElementsAre("Integrated Camera"));
+  EXPECT_THAT(CamerasOnUsb(pc, true), ElementsAre("USB Camera"));
 }
 
-TEST(SimulatedPc, CanBeWithoutEitherCamera) {
+TEST(SimulatedPcTest, EitherCameraCanBeAbsent) {
   simulated::SimulatedPcSettings settings;
   settings.hasBuiltInCamera = false;
   simulated::SimulatedPc plugInOnly(settings);
   EXPECT_THAT(NamesOf(plugInOnly), ElementsAre("USB Camera"));
-  EXPECT_THAT(CamerasOfDevices(plugInOnly, false), IsEmpty());
-  // What is done to a camera that is not there does nothing.
+  EXPECT_THAT(CamerasOnUsb(plugInOnly, false), IsEmpty());
+  // Without a built-in camera these calls have no effect.
   plugInOnly.RemoveBuiltInCamera();
   plugInOnly.ReturnBuiltInCamera();
   plugInOnly.Freeze(true);
@@ -100,22 +101,22 @@ TEST(SimulatedPc, CanBeWithoutEitherCamera) {
   settings.hasBuiltInCamera = true;
   simulated::SimulatedPc builtInOnly(settings);
   EXPECT_THAT(NamesOf(builtInOnly), ElementsAre("Integrated Camera"));
-  EXPECT_THAT(CamerasOfDevices(builtInOnly, false), ElementsAre("Integrated Camera"));
+  EXPECT_THAT(CamerasOnUsb(builtInOnly, false), ElementsAre("Integrated Camera"));
 }
 
-TEST(SimulatedPc, LosesItsCameraAndGetsItBack) {
+TEST(SimulatedPcTest, BuiltInCameraCanBeRemovedAndReturned) {
   simulated::SimulatedPc pc;
   const std::size_t usbDevices = pc.UsbDevices().size();
   pc.RemoveBuiltInCamera();
   EXPECT_THAT(NamesOf(pc), ElementsAre("USB Camera"));
   EXPECT_EQ(pc.UsbDevices().size(), usbDevices - 1);
-  EXPECT_THAT(CamerasOfDevices(pc, false), IsEmpty());
+  EXPECT_THAT(CamerasOnUsb(pc, false), IsEmpty());
   pc.ReturnBuiltInCamera();
   EXPECT_THAT(NamesOf(pc), ElementsAre("USB Camera", "Integrated Camera"));
-  EXPECT_THAT(CamerasOfDevices(pc, false), ElementsAre("Integrated Camera"));
+  EXPECT_THAT(CamerasOnUsb(pc, false), ElementsAre("Integrated Camera"));
 }
 
-TEST(SimulatedPc, MakesSourcesOfDevicesThatWereListedBeforeTheCameraWent) {
+TEST(SimulatedPcTest, ListedDevicesStayUsableAfterRemovalAndReturn) {
   simulated::SimulatedPc pc(Unpaced());
   const devices::CaptureDevice device = pc.CaptureDevices().at(1);
   pc.RemoveBuiltInCamera();
@@ -126,7 +127,7 @@ TEST(SimulatedPc, MakesSourcesOfDevicesThatWereListedBeforeTheCameraWent) {
   EXPECT_EQ(StartWith(*source, MakeFormat(graph::kYuyv, 320, 240)), S_OK);
 }
 
-TEST(SimulatedPc, RefusesFormatsThatItsCameraCannotDeliver) {
+TEST(SimulatedPcTest, RejectsUnsupportedFormats) {
   for (const graph::VideoFormat& format :
        {MakeFormat(graph::FourCc("NV12"), 640, 480), MakeFormat(graph::kYuyv, 62, 48),
         MakeFormat(graph::kYuyv, 64, 46), MakeFormat(graph::kYuyv, 321, 240),
@@ -138,3 +139,4 @@ TEST(SimulatedPc, RefusesFormatsThatItsCameraCannotDeliver) {
 }
 
 }  // namespace
+}  // namespace simulated_support

@@ -1,18 +1,19 @@
-// How a graph comes to a device: connecting its pins, and one device for several users.
+// IGraphBuilder::Connect, and graphs that share a device.
 #include <utility>
 
 #include "support/linux/CaptureGraphTest.h"
 
+namespace linux_support {
 namespace {
 
 using ::testing::SizeIs;
 
-using Connection = GraphTest;
-using SharedDevice = GraphTest;
+using ConnectionTest = CaptureGraphTest;
+using SharedDeviceTest = CaptureGraphTest;
 
 // --- Connecting ---
 
-TEST_F(Connection, OfTypesThatCannotBeConvertedIsRefused) {
+TEST_F(ConnectionTest, FailsForTypesThatCannotBeConverted) {
   device = &AddLaptopCamera();
   GraphSettings settings;
   settings.grabberSubtype = MEDIASUBTYPE_ARGB32;
@@ -23,44 +24,44 @@ TEST_F(Connection, OfTypesThatCannotBeConvertedIsRefused) {
   }
 }
 
-TEST_F(Connection, WithoutASubtypeTakesWhatThereIs) {
+TEST_F(ConnectionTest, AcceptsAnySubtypeIfNoneIsRequired) {
   GraphSettings settings;
   settings.grabberSubtype = {};
   BuildAndRun(settings);
   Stream({1});
 }
 
-TEST_F(Connection, IsMadeOnce) {
+TEST_F(ConnectionTest, FailsIfThePinsAreAlreadyConnected) {
   BuildAndRun();
   EXPECT_LT(graph.Connect(), 0);
   Stream({1});
 }
 
-TEST_F(Connection, TheWrongWayRoundIsRefused) {
+TEST_F(ConnectionTest, FailsFromInputToOutput) {
   Build();
   EXPECT_LT(graph.builder->Connect(graph.grabberPin.Get(), graph.cameraPin.Get()), 0);
 }
 
-TEST_F(Connection, NeedsBothFiltersInTheGraph) {
+TEST_F(ConnectionTest, RequiresBothFiltersInTheGraph) {
   Build();
-  CaptureGraph stranger;
-  ASSERT_EQ(stranger.Create(), S_OK);
-  ASSERT_EQ(stranger.AddGrabber(&callback, {}), S_OK);
-  const ComPtr<IPin> pin = FindPin(*stranger.grabberFilter.Get(), PINDIR_INPUT);
+  CaptureGraph other;
+  ASSERT_EQ(other.Create(), S_OK);
+  ASSERT_EQ(other.AddGrabber(&callback, {}), S_OK);
+  const ComPtr<IPin> pin = FindPin(*other.grabberFilter.Get(), PINDIR_INPUT);
   EXPECT_LT(graph.builder->Connect(graph.cameraPin.Get(), pin.Get()), 0);
 }
 
-TEST_F(Connection, EndsWhatCanBeSet) {
+TEST_F(ConnectionTest, FormatCannotBeChangedWhileConnected) {
   Build();
   EXPECT_NE(ChangeFormat(*graph.cameraPin.Get(), MEDIASUBTYPE_YUY2, 32, 24, 333333), S_OK)
-      << "the format is a matter of the unconnected pin";
+      << "the pin is connected";
   ASSERT_EQ(Run(), S_OK);
   Stream({1});
 }
 
-// --- One device, several users ---
+// --- Several graphs on one device ---
 
-TEST_F(SharedDevice, SecondGraphCannotRun) {
+TEST_F(SharedDeviceTest, SecondGraphCannotRun) {
   BuildAndRun();
   Stream({1});
   FrameCollector otherCallback;
@@ -69,19 +70,19 @@ TEST_F(SharedDevice, SecondGraphCannotRun) {
   if (result == S_OK) {
     result = other.control->Run();
   }
-  EXPECT_EQ(result, kInUse);
+  EXPECT_EQ(result, kDeviceInUse);
   Stream({2});
   other.Release();
   Stream({3});
 }
 
-TEST_F(SharedDevice, GraphsBuiltSideBySideRunOneAfterTheOther) {
+TEST_F(SharedDeviceTest, GraphsCanRunOneAfterTheOther) {
   Build();
   FrameCollector otherCallback;
   CaptureGraph other;
   ASSERT_EQ(other.Build(&otherCallback), S_OK);
   ASSERT_EQ(Run(), S_OK);
-  EXPECT_EQ(other.control->Run(), kInUse);
+  EXPECT_EQ(other.control->Run(), kDeviceInUse);
   Stream({1});
   EXPECT_EQ(Stop(), S_OK);
   EXPECT_EQ(other.control->Run(), S_OK);
@@ -91,7 +92,7 @@ TEST_F(SharedDevice, GraphsBuiltSideBySideRunOneAfterTheOther) {
   other.Release();
 }
 
-TEST_F(SharedDevice, CanBeAskedForItsFormatsWhileItStreams) {
+TEST_F(SharedDeviceTest, FormatsCanBeListedWhileStreaming) {
   BuildAndRun();
   Stream({1});
   for (int i = 0; i < 3; ++i) {
@@ -103,10 +104,10 @@ TEST_F(SharedDevice, CanBeAskedForItsFormatsWhileItStreams) {
   Stream({2, 3});
 }
 
-TEST_F(SharedDevice, ThatCannotStartSaysWhy) {
+TEST_F(SharedDeviceTest, RunReportsWhyTheDeviceCannotStart) {
   Build();
   for (const auto& [error, expected] :
-       {std::pair{EBUSY, kInUse}, std::pair{EIO, kIoError}, std::pair{ENODEV, kGone}}) {
+       {std::pair{EBUSY, kDeviceInUse}, std::pair{EIO, kDeviceIoError}, std::pair{ENODEV, kDeviceGone}}) {
     for (const unsigned long call :
          {static_cast<unsigned long>(VIDIOC_STREAMON), static_cast<unsigned long>(VIDIOC_REQBUFS)}) {
       kernel.Fail(call, error);
@@ -119,8 +120,9 @@ TEST_F(SharedDevice, ThatCannotStartSaysWhy) {
   kernel.Fail(kMapCall, ENOMEM);
   EXPECT_LT(Run(), 0);
   kernel.FailNothing();
-  EXPECT_EQ(Run(), S_OK) << "the obstacle has gone";
+  EXPECT_EQ(Run(), S_OK) << "without the failure";
   Stream({1});
 }
 
 }  // namespace
+}  // namespace linux_support

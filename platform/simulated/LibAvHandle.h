@@ -1,4 +1,4 @@
-// FFmpeg's libraries, and owners of their objects.
+// FFmpeg's headers, and owning pointers to its objects.
 #pragma once
 
 #include <memory>

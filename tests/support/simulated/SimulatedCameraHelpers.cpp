@@ -1,8 +1,9 @@
-#include "support/simulated/Cameras.h"
+#include "support/simulated/SimulatedCameraHelpers.h"
 
 #include <libyuv.h>
 #include <turbojpeg.h>
 
+namespace simulated_support {
 namespace {
 
 struct DestroyDecompressor {
@@ -23,7 +24,7 @@ Yuv EmptyPicture(std::uint32_t width, std::uint32_t height) {
   return {width, height, Bytes(pixels), Bytes(pixels / 4), Bytes(pixels / 4)};
 }
 
-// The planes of a JPEG are those of its full range; by way of RGB they become those of the limited one.
+// Decodes by way of RGB to convert JPEG's full range to limited range.
 Yuv DecodeJpeg(const Bytes& frame, const graph::VideoFormat& format) {
   const std::unique_ptr<void, DestroyDecompressor> decompressor(tjInitDecompress());
   int width = 0;
@@ -59,11 +60,15 @@ std::string NameOf(const graph::VideoFormat& format) {
          std::to_string(rate);
 }
 
-void PrintTo(const graph::VideoFormat& format, std::ostream* out) { *out << NameOf(format); }
-
 simulated::SimulatedPcSettings Unpaced() {
   simulated::SimulatedPcSettings settings;
   settings.pace = simulated::Pace::kUnpaced;
+  return settings;
+}
+
+simulated::SimulatedPcSettings Playing(const std::filesystem::path& clip) {
+  simulated::SimulatedPcSettings settings = Unpaced();
+  settings.clip = clip.string();
   return settings;
 }
 
@@ -124,3 +129,11 @@ double ColourError(const Yuv& picture) {
   return simulated::CornerColourError(picture.y.data(), picture.u.data(), picture.v.data(), picture.width,
                                       picture.height);
 }
+
+}  // namespace simulated_support
+
+namespace graph {
+
+void PrintTo(const VideoFormat& format, std::ostream* out) { *out << simulated_support::NameOf(format); }
+
+}  // namespace graph

@@ -1,4 +1,4 @@
-#include "support/linux/Jpegs.h"
+#include "support/linux/TestJpegs.h"
 
 #include <array>
 #include <cmath>
@@ -10,14 +10,15 @@
 
 #include <jpeglib.h>
 
+namespace linux_support {
 namespace {
 
 constexpr std::uint8_t kMarker = 0xFF;
 constexpr std::uint8_t kHuffmanTable = 0xC4;
 constexpr std::uint8_t kStartOfScan = 0xDA;
 
-// All coefficients of one component each, at once.
-constexpr std::array<jpeg_scan_info, 3> kScans{
+// Sequential scans with all coefficients of one component each.
+constexpr std::array<jpeg_scan_info, 3> kSingleComponentScans{
     {{1, {0}, 0, 63, 0, 0}, {1, {1}, 0, 63, 0, 0}, {1, {2}, 0, 63, 0, 0}}};
 
 std::vector<std::uint8_t> Compress(const std::vector<std::uint8_t>& bgra, int width, int height,
@@ -34,10 +35,10 @@ std::vector<std::uint8_t> Compress(const std::vector<std::uint8_t>& bgra, int wi
   return {bytes, bytes + size};
 }
 
-// Lines from a painter, after the settings have been made.
-template <typename Set, typename Paint>
-std::vector<std::uint8_t> CompressLines(unsigned width, unsigned height, J_COLOR_SPACE colours, Set&& set,
-                                        Paint&& paint) {
+// configure changes the encoder's settings, paint draws a line.
+template <typename Configure, typename Paint>
+std::vector<std::uint8_t> CompressLines(unsigned width, unsigned height, J_COLOR_SPACE colours,
+                                        Configure&& configure, Paint&& paint) {
   jpeg_compress_struct compress{};
   jpeg_error_mgr errors{};
   compress.err = jpeg_std_error(&errors);
@@ -50,7 +51,7 @@ std::vector<std::uint8_t> CompressLines(unsigned width, unsigned height, J_COLOR
   compress.input_components = colours == JCS_GRAYSCALE ? 1 : 3;
   compress.in_color_space = colours;
   jpeg_set_defaults(&compress);
-  set(compress);
+  configure(compress);
   jpeg_start_compress(&compress, TRUE);
   std::vector<std::uint8_t> line(std::size_t{3} * width);
   for (unsigned y = 0; y < height; ++y) {
@@ -69,7 +70,7 @@ struct Header {
   int height = 0;
   int subsampling = 0;
 };
-Header HeaderOf(tjhandle handle, const std::vector<std::uint8_t>& jpeg) {
+Header ReadHeader(tjhandle handle, const Jpeg& jpeg) {
   Header header;
   int colours = 0;
   if (tjDecompressHeader3(handle, jpeg.data(), jpeg.size(), &header.width, &header.height,
@@ -79,14 +80,14 @@ Header HeaderOf(tjhandle handle, const std::vector<std::uint8_t>& jpeg) {
   return header;
 }
 
-// Size of the segment at that place, with its marker.
-std::size_t SegmentSize(const std::vector<std::uint8_t>& jpeg, std::size_t at) {
+// The size of the segment at an offset, including its marker.
+std::size_t SegmentSize(const Jpeg& jpeg, std::size_t at) {
   return std::size_t{2} + (std::size_t{jpeg.at(at + 2)} << 8) + jpeg.at(at + 3);
 }
 
 }  // namespace
 
-std::vector<std::uint8_t> TestJpeg(int width, int height, TJSAMP subsampling) {
+Jpeg TestJpeg(int width, int height, TJSAMP subsampling) {
   std::vector<std::uint8_t> bgra;
   for (int y = 0; y < height; ++y) {
     for (int x = 0; x < width; ++x) {
@@ -99,7 +100,7 @@ std::vector<std::uint8_t> TestJpeg(int width, int height, TJSAMP subsampling) {
   return Compress(bgra, width, height, subsampling, 100);
 }
 
-std::vector<std::uint8_t> NoiseJpeg(int width, int height, TJSAMP subsampling) {
+Jpeg NoiseJpeg(int width, int height, TJSAMP subsampling) {
   std::mt19937 random(1);
   std::vector<std::uint8_t> bgra(static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 4);
   for (std::uint8_t& value : bgra) {
@@ -108,32 +109,32 @@ std::vector<std::uint8_t> NoiseJpeg(int width, int height, TJSAMP subsampling) {
   return Compress(bgra, width, height, subsampling, 50);
 }
 
-std::vector<std::uint8_t> RestartJpeg(unsigned width, unsigned height) {
-  const auto set = [](jpeg_compress_struct& compress) { compress.restart_in_rows = 1; };
+Jpeg RestartJpeg(unsigned width, unsigned height) {
+  const auto configure = [](jpeg_compress_struct& compress) { compress.restart_in_rows = 1; };
   const auto paint = [width](unsigned y, std::uint8_t* line) {
     for (unsigned x = 0; x < width; ++x) {
       line[x] = static_cast<std::uint8_t>((x * 37 + y * 91 + x * y * 13) & 0xFF);
     }
   };
-  return CompressLines(width, height, JCS_GRAYSCALE, set, paint);
+  return CompressLines(width, height, JCS_GRAYSCALE, configure, paint);
 }
 
-std::vector<std::uint8_t> WavesJpeg(unsigned width, unsigned height, const Coding& coding) {
-  const auto set = [&coding](jpeg_compress_struct& compress) {
+Jpeg WaveJpeg(unsigned width, unsigned height, const JpegCoding& coding) {
+  const auto configure = [&coding](jpeg_compress_struct& compress) {
     jpeg_set_quality(&compress, 92, TRUE);
     if (coding.isRgb) {
       jpeg_set_colorspace(&compress, JCS_RGB);
     }
-    compress.comp_info[0].h_samp_factor = coding.lumaAcross;
-    compress.comp_info[0].v_samp_factor = coding.lumaDown;
-    compress.comp_info[1].v_samp_factor = coding.chromaDown;
-    compress.comp_info[2].v_samp_factor = coding.chromaDown;
+    compress.comp_info[0].h_samp_factor = coding.lumaHorizontal;
+    compress.comp_info[0].v_samp_factor = coding.lumaVertical;
+    compress.comp_info[1].v_samp_factor = coding.chromaVertical;
+    compress.comp_info[2].v_samp_factor = coding.chromaVertical;
     if (coding.isProgressive) {
       jpeg_simple_progression(&compress);
     }
-    if (coding.isInScans) {
-      compress.scan_info = kScans.data();
-      compress.num_scans = static_cast<int>(kScans.size());
+    if (coding.isMultiScan) {
+      compress.scan_info = kSingleComponentScans.data();
+      compress.num_scans = static_cast<int>(kSingleComponentScans.size());
     }
   };
   const auto paint = [width](unsigned y, std::uint8_t* line) {
@@ -144,12 +145,12 @@ std::vector<std::uint8_t> WavesJpeg(unsigned width, unsigned height, const Codin
       line[2] = static_cast<std::uint8_t>(128 + 70 * std::sin((x + y) * 0.05 + 2) + texture);
     }
   };
-  return CompressLines(width, height, JCS_RGB, set, paint);
+  return CompressLines(width, height, JCS_RGB, configure, paint);
 }
 
-std::vector<std::uint8_t> DecodedByDefault(const std::vector<std::uint8_t>& jpeg) {
+Pixels DecodeWithLibjpegDefaults(const Jpeg& jpeg) {
   const std::unique_ptr<void, decltype(&tjDestroy)> handle(tjInitDecompress(), &tjDestroy);
-  const Header header = HeaderOf(handle.get(), jpeg);
+  const Header header = ReadHeader(handle.get(), jpeg);
   std::vector<std::uint8_t> bgra(static_cast<std::size_t>(header.width) *
                                  static_cast<std::size_t>(header.height) * 4);
   if (tjDecompress2(handle.get(), jpeg.data(), jpeg.size(), bgra.data(), header.width, 0, header.height,
@@ -159,7 +160,7 @@ std::vector<std::uint8_t> DecodedByDefault(const std::vector<std::uint8_t>& jpeg
   return bgra;
 }
 
-std::vector<std::uint8_t> WithoutHuffmanTables(const std::vector<std::uint8_t>& jpeg) {
+Jpeg WithoutHuffmanTables(const Jpeg& jpeg) {
   std::vector<std::uint8_t> stripped(jpeg.begin(), jpeg.begin() + 2);
   std::size_t at = 2;
   while (jpeg.at(at) == kMarker && jpeg.at(at + 1) != kStartOfScan) {
@@ -174,10 +175,12 @@ std::vector<std::uint8_t> WithoutHuffmanTables(const std::vector<std::uint8_t>& 
   return stripped;
 }
 
-std::size_t ScanStart(const std::vector<std::uint8_t>& jpeg) {
+std::size_t ScanStart(const Jpeg& jpeg) {
   std::size_t at = 2;
   while (jpeg.at(at + 1) != kStartOfScan) {
     at += SegmentSize(jpeg, at);
   }
   return at + SegmentSize(jpeg, at);
 }
+
+}  // namespace linux_support

@@ -1,20 +1,22 @@
-#include "support/simulated/Clips.h"
+#include "support/simulated/TestClips.h"
 
 #include <cstdlib>
 #include <fstream>
 #include <stdexcept>
 
-#include "support/simulated/Cameras.h"
+#include "support/simulated/SimulatedCameraHelpers.h"
 
-TestFolder::TestFolder() {
+namespace simulated_support {
+
+ScopedTempFolder::ScopedTempFolder() {
   std::string path = (std::filesystem::temp_directory_path() / "nuveq-clips-XXXXXX").string();
   if (mkdtemp(path.data()) == nullptr) {
-    throw std::runtime_error("no temporary folder");
+    throw std::runtime_error("cannot create a temporary folder");
   }
   m_path = path;
 }
 
-TestFolder::~TestFolder() {
+ScopedTempFolder::~ScopedTempFolder() {
   std::error_code ignored;
   std::filesystem::remove_all(m_path, ignored);
 }
@@ -47,8 +49,10 @@ void WriteY4m(const std::filesystem::path& file, const std::vector<Yuv>& picture
 
 void WriteText(const std::filesystem::path& file, const std::string& text) { std::ofstream(file) << text; }
 
-bool Ffmpeg(const TestFolder& folder, const std::string& arguments) {
+bool Ffmpeg(const ScopedTempFolder& folder, const std::string& arguments) {
   const std::string command =
       "cd " + folder.Path().string() + " && " + NUVEQ_FFMPEG + " -v error -y " + arguments + " </dev/null";
   return std::system(command.c_str()) == 0;  // NOLINT(concurrency-mt-unsafe,cert-env33-c)
 }
+
+}  // namespace simulated_support

@@ -1,6 +1,7 @@
-// The cameras of a simulated PC as their user drives them, and what is in their frames.
+// Helpers to use the cameras of a simulated PC and to check their frames.
 #pragma once
 
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <ostream>
@@ -11,32 +12,43 @@
 #include "simulated/SimulatedPc.h"
 #include "support/video/TestPictures.h"
 
-using Bytes = std::vector<std::uint8_t>;
+namespace graph {
+
+void PrintTo(const VideoFormat& format, std::ostream* out);  // for GoogleTest
+
+}  // namespace graph
+
+namespace simulated_support {
+
+using video::Bytes;
+using video::Yuv;
 
 graph::VideoFormat MakeFormat(std::uint32_t fourCc, std::uint32_t width, std::uint32_t height, int rate = 30);
 std::string NameOf(const graph::VideoFormat& format);
-void PrintTo(const graph::VideoFormat& format, std::ostream* out);  // for the test framework
 
-// A PC whose cameras deliver as fast as their frames are taken.
+// Settings of a PC without pacing, and of one whose built-in camera also plays a clip.
 simulated::SimulatedPcSettings Unpaced();
+simulated::SimulatedPcSettings Playing(const std::filesystem::path& clip);
 
-// Null when the PC has no such camera.
+// Null if the PC has no such camera.
 std::unique_ptr<graph::CaptureSource> BuiltInCamera(simulated::SimulatedPc& pc);
 std::unique_ptr<graph::CaptureSource> PlugInCamera(simulated::SimulatedPc& pc);
 
-// Sets the format, which has to be one that the camera offers, and starts.
+// Sets an offered format and starts the camera.
 HRESULT StartWith(graph::CaptureSource& source, graph::VideoFormat format);
 
-// No test gets as far as this unless it fails.
+// A deadline that only a failing test reaches.
 graph::CaptureSource::Deadline FarDeadline();
 
-// The bytes of the next frame, which is recycled at once; empty when none comes.
+// Captures a frame, recycles it and returns its bytes; empty if no frame arrives.
 Bytes Take(graph::CaptureSource& source);
 
-// The picture in a frame; empty planes for a frame that is damaged or of another size.
+// The picture of a frame; empty planes if the frame is damaged or has another size.
 Yuv PictureOf(const Bytes& frame, const graph::VideoFormat& format);
-// Of BGRA, top-down.
+// bgra: top-down.
 Yuv PictureOf(const Bytes& bgra, std::uint32_t width, std::uint32_t height);
 
 std::optional<std::uint32_t> NumberIn(const Yuv& picture);
 double ColourError(const Yuv& picture);
+
+}  // namespace simulated_support

@@ -1,4 +1,4 @@
-#include "simulated/PictureGround.h"
+#include "simulated/PictureBackground.h"
 
 #include <algorithm>
 #include <array>
@@ -16,7 +16,7 @@ struct Colour {
   float b = 0;
 };
 
-// Places are measured in picture heights from the middle of the part below the number blocks.
+// In picture heights, relative to the centre of the area below the number blocks.
 struct Point {
   float x = 0;
   float y = 0;
@@ -37,7 +37,7 @@ Colour Mix(const Colour& a, const Colour& b, float share) {
   return {a.r + (b.r - a.r) * share, a.g + (b.g - a.g) * share, a.b + (b.b - a.b) * share};
 }
 
-// 1 inside an edge, 0 outside, between them on the pixel that the edge crosses. Distances in pixels.
+// Antialiasing: 1 inside an edge, 0 outside, in between on the edge. inside: distance to the edge in pixels.
 float Coverage(float inside) { return std::clamp(inside + 0.5F, 0.0F, 1.0F); }
 
 std::uint8_t Byte(float value) { return static_cast<std::uint8_t>(std::clamp(value + 0.5F, 0.0F, 255.0F)); }
@@ -49,7 +49,7 @@ void Put(std::uint8_t* pixel, const Colour& colour, float alpha = 255) {
   pixel[3] = Byte(alpha);
 }
 
-// Grey that is lighter in the middle, with a fine grid.
+// Grey, lighter in the centre, with a fine grid.
 Colour Wall(const Point& at, float pixel) {
   const float light = std::max(0.0F, 1 - (at.x * at.x + at.y * at.y));
   const Colour wall = Mix({44, 47, 53}, {112, 117, 126}, light);
@@ -59,7 +59,7 @@ Colour Wall(const Point& at, float pixel) {
   return Mix(wall, Grey(190), 0.35F * Coverage(0.6F - toLine / pixel));
 }
 
-// Colour bars, a ramp from black to white, and lines that get finer to the right.
+// Colour bars, a ramp from black to white, and a frequency sweep.
 Colour Disc(const Point& at) {
   const float across = std::clamp((at.x + kDiscRadius) / (2 * kDiscRadius), 0.0F, 0.999F);
   if (at.y < kBarsBottom) {
@@ -68,11 +68,11 @@ Colour Disc(const Point& at) {
   if (at.y < kRampBottom) {
     return Grey(255 * std::clamp((across - 0.08F) / 0.84F, 0.0F, 1.0F));
   }
-  constexpr float kTurns = 60;  // radians from the left end to the right, if the lines stayed as wide
+  constexpr float kTurns = 60;  // radians across the disc at constant frequency
   return Grey(128 + 90 * std::sin(kTurns * across * (0.4F + across)));
 }
 
-Colour GroundAt(const Point& at, float pixel) {
+Colour BackgroundAt(const Point& at, float pixel) {
   const float distance = std::sqrt(at.x * at.x + at.y * at.y);
   const float inRing = Coverage((kDiscRadius + kRingWidth - distance) / pixel);
   if (inRing == 0) {
@@ -93,7 +93,7 @@ void FillRect(std::vector<std::uint8_t>& picture, std::uint32_t width, const Rec
 
 }  // namespace
 
-std::vector<std::uint8_t> PaintGround(std::uint32_t width, std::uint32_t height) {
+std::vector<std::uint8_t> PaintBackground(std::uint32_t width, std::uint32_t height) {
   std::vector<std::uint8_t> picture(std::size_t{4} * width * height);
   const float pixel = 1 / static_cast<float>(height);
   const Point middle{static_cast<float>(width) / 2, static_cast<float>(height) * 7 / 12};
@@ -101,7 +101,7 @@ std::vector<std::uint8_t> PaintGround(std::uint32_t width, std::uint32_t height)
     for (std::uint32_t x = 0; x < width; ++x) {
       const Point at{(static_cast<float>(x) + 0.5F - middle.x) * pixel,
                      (static_cast<float>(y) + 0.5F - middle.y) * pixel};
-      Put(&picture[(std::size_t{y} * width + x) * 4], GroundAt(at, pixel));
+      Put(&picture[(std::size_t{y} * width + x) * 4], BackgroundAt(at, pixel));
     }
   }
   const PictureLayout layout{width, height};
@@ -122,7 +122,7 @@ std::vector<std::uint8_t> PaintBall(std::uint32_t side) {
       const float y = (static_cast<float>(row) + 0.5F - radius) / radius;
       const float distance = std::sqrt(x * x + y * y);
       const float z = std::sqrt(std::max(0.0F, 1 - distance * distance));
-      // Light from the upper left, in front.
+      // Lit from the front, upper left.
       const float facing = std::max(0.0F, -0.45F * x - 0.6F * y + 0.66F * z);
       const Colour lit = Mix({92, 30, 4}, {255, 150, 40}, facing);
       const Colour shining = Mix(lit, Grey(255), std::pow(facing, 24.0F) * 0.8F);

@@ -1,0 +1,152 @@
+// Devices that are unplugged, disconnected or broken while a graph uses them.
+#include <chrono>
+#include <thread>
+
+#include "support/linux/CaptureGraphTest.h"
+
+namespace linux_support {
+namespace {
+
+using DeviceLossTest = CaptureGraphTest;
+
+TEST_F(DeviceLossTest, EndsTheWaitForTheFirstFrame) {
+  BuildAndRun();
+  std::thread waiter([&] { EXPECT_EQ(WaitForEvent(), kEventDeviceLost); });
+  UnplugLaptopCamera();
+  waiter.join();
+  EXPECT_EQ(Stop(), S_OK);
+  EXPECT_TRUE(graph::LatestStreamStats().isDisconnected);
+}
+
+TEST_F(DeviceLossTest, EndsAStreamThatCanStillBeStopped) {
+  BuildAndRun();
+  Stream({1, 2, 3});
+  UnplugLaptopCamera();
+  ASSERT_TRUE(WaitUntil([] { return graph::LatestStreamStats().isDisconnected; }));
+  EXPECT_EQ(Stop(), S_OK);
+  EXPECT_EQ(WaitForEvent(), kEventComplete) << "the first frame had arrived";
+  EXPECT_EQ(callback.Count(), 3U);
+  EXPECT_EQ(Run(), kDeviceGone);
+}
+
+TEST_F(DeviceLossTest, EndsAStreamWithABlockedCallback) {
+  BuildAndRun();
+  callback.BlockCallbacks();
+  ASSERT_TRUE(device->Deliver(Picture(1)));
+  ASSERT_TRUE(callback.WaitForBlockedCallback());
+  UnplugLaptopCamera();
+  callback.UnblockCallbacks();
+  ASSERT_TRUE(WaitUntil([] { return graph::LatestStreamStats().isDisconnected; }));
+  EXPECT_EQ(Stop(), S_OK);
+}
+
+TEST_F(DeviceLossTest, RunFailsIfTheDeviceIsGone) {
+  Build();
+  UnplugLaptopCamera();
+  EXPECT_EQ(Run(), kDeviceGone);
+  EXPECT_EQ(Stop(), S_OK);
+}
+
+TEST_F(DeviceLossTest, ReconnectedDeviceWorksInANewGraph) {
+  BuildAndRun();
+  Stream({1});
+  UnplugLaptopCamera();
+  EXPECT_EQ(Stop(), S_OK);
+  graph.Release();
+  BuildAndRun();
+  EXPECT_FALSE(graph::LatestStreamStats().isDisconnected);
+  Stream({2, 3});
+  EXPECT_EQ(WaitForEvent(), kEventComplete);
+}
+
+TEST_F(DeviceLossTest, UnplugAtAnyMomentIsHandled) {
+  for (int round = 0; round < 40; ++round) {
+    Build();
+    std::atomic<bool> isStopped = false;
+    ASSERT_EQ(Run(), S_OK);
+    std::thread driver([&] {
+      while (!isStopped) {
+        device->Supply(Picture(1));
+        std::this_thread::yield();
+      }
+    });
+    std::thread waiter([&] { static_cast<void>(WaitResult(kInfinite)); });
+    std::thread unplugger([&, round] {
+      std::this_thread::sleep_for(std::chrono::microseconds(round * 50));
+      UnplugLaptopCamera();
+    });
+    std::this_thread::sleep_for(std::chrono::microseconds((40 - round) * 50));
+    EXPECT_EQ(Stop(), S_OK);
+    isStopped = true;
+    driver.join();
+    waiter.join();
+    unplugger.join();
+    graph.Release();
+    ASSERT_EQ(device->OpenHandles(), 0U);
+  }
+}
+
+TEST_F(DeviceLossTest, PersistentDequeueErrorsEndTheStream) {
+  BuildAndRun();
+  kernel.Fail(VIDIOC_DQBUF, EIO);
+  device->Supply(Picture(1));
+  EXPECT_THAT(WaitForEvent(), ::testing::AnyOf(kEventDeviceLost, kEventErrorAbort));
+  EXPECT_EQ(Stop(), S_OK);
+}
+
+TEST_F(DeviceLossTest, ReconnectedDeviceWorksInTheSameGraphWithoutStop) {
+  BuildAndRun();
+  Stream({1});
+  UnplugLaptopCamera();
+  ASSERT_TRUE(WaitUntil([] { return graph::LatestStreamStats().isDisconnected; }));
+  EXPECT_EQ(Run(), kDeviceGone);
+  FakeV4l2Device* const before = device;
+  device = &AddLaptopCamera();
+  ASSERT_EQ(Run(), S_OK);
+  EXPECT_EQ(WaitResult(0), E_ABORT) << "the earlier run's completion does not count";
+  EXPECT_FALSE(graph::LatestStreamStats().isDisconnected);
+  Stream({2, 3});
+  EXPECT_EQ(WaitForEvent(), kEventComplete);
+  EXPECT_EQ(graph::LatestStreamStats().delivered, 2U);
+  EXPECT_EQ(before->OpenHandles(), 0U);
+}
+
+TEST_F(DeviceLossTest, RunRestartsTheStreamAsSoonAsTheLossIsReported) {
+  BuildAndRun();
+  for (std::uint8_t round = 1; round <= 50; ++round) {
+    UnplugLaptopCamera();
+    device = &AddLaptopCamera();
+    ASSERT_EQ(WaitForEvent(), kEventDeviceLost) << int{round};
+    ASSERT_EQ(Run(), S_OK) << int{round};
+    ASSERT_TRUE(device->IsStreaming()) << int{round};
+  }
+  Stream({1});
+  EXPECT_EQ(WaitForEvent(), kEventComplete);
+}
+
+TEST_F(DeviceLossTest, DamagedFramesAreNotALossUntilTheKernelRemovesTheDevice) {
+  BuildAndRun();
+  Stream({1, 2});
+  device->Disconnect();
+  ASSERT_TRUE(WaitUntil([] { return graph::LatestStreamStats().damaged >= 4; })) << "at least all buffers";
+  EXPECT_FALSE(graph::LatestStreamStats().isDisconnected);
+  UnplugLaptopCamera();
+  ASSERT_TRUE(WaitUntil([] { return graph::LatestStreamStats().isDisconnected; }));
+  EXPECT_EQ(Stop(), S_OK);
+  const graph::StreamStats stats = graph::LatestStreamStats();
+  EXPECT_EQ(stats.delivered, 2U);
+  EXPECT_EQ(stats.missed, 0U);
+  EXPECT_EQ(callback.Count(), 2U);
+}
+
+TEST_F(DeviceLossTest, StopWorksBeforeTheKernelRemovesTheDevice) {
+  BuildAndRun();
+  device->Disconnect();
+  ASSERT_TRUE(WaitUntil([] { return graph::LatestStreamStats().damaged >= 4; }));
+  EXPECT_EQ(Stop(), S_OK);
+  EXPECT_FALSE(device->IsStreaming());
+  EXPECT_NE(WaitResult(kInfinite), S_OK);
+}
+
+}  // namespace
+}  // namespace linux_support

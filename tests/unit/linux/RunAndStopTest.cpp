@@ -1,0 +1,279 @@
+// IMediaControl::Run and Stop: in turn, repeated, from other threads and from the callback.
+#include <chrono>
+#include <functional>
+#include <thread>
+
+#include "support/linux/CaptureGraphTest.h"
+
+namespace linux_support {
+namespace {
+
+using RunAndStopTest = CaptureGraphTest;
+
+TEST_F(RunAndStopTest, FramesArriveOnlyBetweenRunAndStop) {
+  Build();
+  EXPECT_FALSE(device->IsStreaming());
+  ASSERT_EQ(Run(), S_OK);
+  EXPECT_TRUE(device->IsStreaming());
+  Stream({1, 2});
+  EXPECT_EQ(Stop(), S_OK);
+  EXPECT_FALSE(device->IsStreaming());
+  EXPECT_EQ(device->Mappings(), 0U);
+  device->Supply(Picture(3));
+  EXPECT_EQ(callback.Count(), 2U);
+}
+
+TEST_F(RunAndStopTest, RedundantCallsSucceed) {
+  Build();
+  EXPECT_EQ(Stop(), S_OK) << "never run";
+  ASSERT_EQ(Run(), S_OK);
+  EXPECT_GE(Run(), 0) << "running";
+  Stream({1});
+  EXPECT_EQ(Stop(), S_OK);
+  EXPECT_EQ(Stop(), S_OK) << "stopped";
+}
+
+TEST_F(RunAndStopTest, CanBeRepeatedManyTimes) {
+  Build();
+  for (std::uint8_t round = 1; round <= 20; ++round) {
+    ASSERT_EQ(Run(), S_OK) << int{round};
+    Stream({round});
+    ASSERT_EQ(Stop(), S_OK) << int{round};
+  }
+  EXPECT_EQ(callback.Count(), 20U);
+}
+
+TEST_F(RunAndStopTest, CanBeRepeatedWithoutFrames) {
+  Build();
+  for (int round = 0; round < 50; ++round) {
+    ASSERT_EQ(Run(), S_OK) << round;
+    ASSERT_EQ(Stop(), S_OK) << round;
+  }
+}
+
+TEST_F(RunAndStopTest, StopWaitsForTheCallback) {
+  BuildAndRun();
+  callback.BlockCallbacks();
+  ASSERT_TRUE(device->Deliver(Picture(1)));
+  ASSERT_TRUE(callback.WaitForBlockedCallback());
+  std::atomic<bool> hasStopped = false;
+  std::thread stopper([&] {
+    EXPECT_EQ(Stop(), S_OK);
+    EXPECT_FALSE(callback.IsInCallback());
+    hasStopped = true;
+  });
+  device->Supply(Picture(2));
+  device->Supply(Picture(3));
+  // Gives a Stop that does not wait the time to return.
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  EXPECT_FALSE(hasStopped);
+  callback.UnblockCallbacks();
+  stopper.join();
+  const std::size_t count = callback.Count();
+  EXPECT_GE(count, 1U);
+  EXPECT_FALSE(device->IsStreaming());
+  device->Supply(Picture(4));
+  EXPECT_EQ(callback.Count(), count);
+}
+
+TEST_F(RunAndStopTest, StopCanBeCalledByTwoThreads) {
+  BuildAndRun();
+  callback.BlockCallbacks();
+  ASSERT_TRUE(device->Deliver(Picture(1)));
+  ASSERT_TRUE(callback.WaitForBlockedCallback());
+  std::thread first([&] { EXPECT_EQ(Stop(), S_OK); });
+  std::thread second([&] { EXPECT_EQ(Stop(), S_OK); });
+  callback.UnblockCallbacks();
+  first.join();
+  second.join();
+  EXPECT_FALSE(device->IsStreaming());
+}
+
+TEST_F(RunAndStopTest, StopFromTheCallbackDoesNotDeadlock) {
+  Build();
+  std::atomic<HRESULT> result = E_UNEXPECTED;
+  callback.onFrame = [&](const CollectedFrame&) { result = Stop(); };
+  ASSERT_EQ(Run(), S_OK);
+  Stream({1});
+  EXPECT_NE(result, E_UNEXPECTED);
+  EXPECT_EQ(Stop(), S_OK);
+  EXPECT_FALSE(device->IsStreaming());
+}
+
+TEST_F(RunAndStopTest, GraphCanBeReleasedFromTheCallback) {
+  Build();
+  callback.onFrame = [&](const CollectedFrame&) { graph.Release(); };
+  ASSERT_EQ(Run(), S_OK);
+  ASSERT_TRUE(device->Deliver(Picture(1)));
+  ASSERT_TRUE(callback.WaitForFrames(1));
+  EXPECT_TRUE(WaitUntil([&] { return com::LiveObjects() == 0 && device->OpenHandles() == 0; }));
+}
+
+TEST_F(RunAndStopTest, ReleasingARunningGraphStopsIt) {
+  BuildAndRun();
+  Stream({1});
+  graph.Release();
+  EXPECT_FALSE(device->IsStreaming());
+  EXPECT_EQ(device->OpenHandles(), 0U);
+  EXPECT_EQ(callback.References(), 0U);
+}
+
+TEST_F(RunAndStopTest, AnyInterfaceKeepsTheGraphAlive) {
+  BuildAndRun();
+  const ComPtr<IMediaControl> control = graph.control;
+  graph.Release();
+  EXPECT_TRUE(device->Deliver(Picture(1)));
+  EXPECT_TRUE(callback.WaitForFrames(1));
+  EXPECT_EQ(control->Stop(), S_OK);
+}
+
+TEST_F(RunAndStopTest, UnconnectedGraphCanBeStopped) {
+  ASSERT_EQ(graph.Create(), S_OK);
+  static_cast<void>(Run());
+  EXPECT_EQ(Stop(), S_OK);
+}
+
+// --- Run and Stop that overlap ---
+
+// Blocks a camera until the test opens the gate.
+class CameraGate {
+ public:
+  void Open() {
+    const std::lock_guard lock(m_mutex);
+    m_isOpen = true;
+    m_changed.notify_all();
+  }
+  void Pass() {
+    std::unique_lock lock(m_mutex);
+    m_isReached = true;
+    m_changed.notify_all();
+    m_changed.wait_for(lock, kTimeout, [this] { return m_isOpen; });
+  }
+  bool WaitUntilReached() {
+    std::unique_lock lock(m_mutex);
+    return m_changed.wait_for(lock, kTimeout, [this] { return m_isReached; });
+  }
+
+ private:
+  static constexpr std::chrono::seconds kTimeout{30};
+
+  std::mutex m_mutex;
+  std::condition_variable m_changed;
+  bool m_isReached = false;
+  bool m_isOpen = false;
+};
+
+// A camera whose Start blocks at the gate and that delivers no frames.
+class SlowCamera : public graph::CaptureSource {
+ public:
+  explicit SlowCamera(CameraGate& start) : m_start(start) {}
+
+  HRESULT ListFormats(std::vector<graph::VideoFormat>& formats) override {
+    formats.push_back({graph::FourCc("YUYV"), 64, 48, 333333});
+    return S_OK;
+  }
+  HRESULT SetFormat(graph::VideoFormat& /*format*/) override { return S_OK; }
+  HRESULT Start() override {
+    m_start.Pass();
+    return S_OK;
+  }
+  graph::CaptureResult Next(Deadline /*deadline*/, graph::CapturedFrame& /*frame*/) override {
+    std::unique_lock lock(m_mutex);
+    m_changed.wait(lock, [this] { return m_isInterrupted; });
+    return graph::CaptureResult::kInterrupted;
+  }
+  void Recycle(const graph::CapturedFrame& /*frame*/) override {}
+  void Stop() override {}
+  void Interrupt() override {
+    const std::lock_guard lock(m_mutex);
+    m_isInterrupted = true;
+    m_changed.notify_all();
+  }
+
+ private:
+  CameraGate& m_start;
+  std::mutex m_mutex;
+  std::condition_variable m_changed;
+  bool m_isInterrupted = false;
+};
+
+// A camera that is disconnected at once and whose Stop blocks at the gate.
+class SlowDisconnectedCamera : public SlowCamera {
+ public:
+  SlowDisconnectedCamera(CameraGate& gate, std::atomic<int>& starts)
+      : SlowCamera(gate), m_gate(gate), m_starts(starts) {}
+
+  HRESULT Start() override {
+    ++m_starts;
+    return S_OK;
+  }
+  graph::CaptureResult Next(Deadline /*deadline*/, graph::CapturedFrame& /*frame*/) override {
+    return graph::CaptureResult::kDisconnected;
+  }
+  void Stop() override { m_gate.Pass(); }
+
+ private:
+  CameraGate& m_gate;
+  std::atomic<int>& m_starts;
+};
+
+// Provides one camera with the given source.
+class SingleCameraProvider : public devices::DeviceProvider {
+ public:
+  explicit SingleCameraProvider(std::function<std::unique_ptr<graph::CaptureSource>()> make)
+      : m_make(std::move(make)) {}
+
+  std::vector<devices::CaptureDevice> CaptureDevices() override {
+    return {{"@device:slow", "Slow camera", "nowhere", "", m_make}};
+  }
+  std::vector<devices::UsbDevice> UsbDevices() override { return {}; }
+
+ private:
+  std::function<std::unique_ptr<graph::CaptureSource>()> m_make;
+};
+
+class OverlappingCallsTest : public CaptureGraphTest {
+ protected:
+  void TearDown() override {
+    CaptureGraphTest::TearDown();
+    devices::SetDeviceProvider(nullptr);
+  }
+
+  CameraGate gate;
+};
+
+TEST_F(OverlappingCallsTest, StopDuringRunEndsTheRunAndItsWaits) {
+  devices::SetDeviceProvider(
+      std::make_shared<SingleCameraProvider>([this] { return std::make_unique<SlowCamera>(gate); }));
+  ASSERT_EQ(graph.Build(&callback), S_OK);
+  std::thread running([&] { EXPECT_EQ(Run(), S_OK); });
+  ASSERT_TRUE(gate.WaitUntilReached());
+  std::thread stopping([&] { EXPECT_EQ(Stop(), S_OK); });
+  // Gives Stop the time to reach the point where it waits for Run, which no call can observe.
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  gate.Open();
+  running.join();
+  stopping.join();
+  // A graph that still runs would return E_ABORT here and block below.
+  ASSERT_EQ(WaitResult(0), VFW_E_WRONG_STATE);
+  EXPECT_EQ(WaitResult(kInfinite), VFW_E_WRONG_STATE);
+}
+
+TEST_F(OverlappingCallsTest, RunDuringTheStopOfALostCameraRestartsIt) {
+  std::atomic<int> starts = 0;
+  devices::SetDeviceProvider(std::make_shared<SingleCameraProvider>(
+      [&] { return std::make_unique<SlowDisconnectedCamera>(gate, starts); }));
+  ASSERT_EQ(graph.Build(&callback), S_OK);
+  ASSERT_EQ(Run(), S_OK);
+  EXPECT_EQ(WaitForEvent(), kEventDeviceLost);
+  ASSERT_TRUE(gate.WaitUntilReached());
+  std::thread running([&] { EXPECT_EQ(Run(), S_OK); });
+  // Gives a Run that mistakes the lost stream for a running one the time to return.
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  gate.Open();
+  running.join();
+  EXPECT_EQ(starts, 2);
+}
+
+}  // namespace
+}  // namespace linux_support
