@@ -1,9 +1,9 @@
-# One test each for the methods of Python's unittest scripts, which are read for them: PREFIX.CLASS.METHOD.
+# Adds one test for each test method in Python unittest scripts, named PREFIX.CLASS.METHOD.
 #
 #   nuveq_add_python_tests(NAMES PREFIX prefix SCRIPTS script... [WITHOUT class...])
 #
-# The scripts are those of the folder; NAMES is set to the tests' names, for their properties. Classes after WITHOUT
-# have none. Python3_EXECUTABLE has to be known.
+# The scripts are relative to the current folder. NAMES is set to the names of the added tests. Classes after WITHOUT
+# are omitted. Requires Python3_EXECUTABLE.
 function(nuveq_add_python_tests names)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" PREFIX "SCRIPTS;WITHOUT")
   set(added "")

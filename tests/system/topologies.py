@@ -69,10 +69,10 @@ class Verdict:
     text: str
 
 
-BUILT_IN = Verdict("firmware", False, "built in: the firmware (ACPI) says that its port is hard-wired")
-REMOVABLE = Verdict("firmware", True, "can be removed: the firmware (ACPI) says that its port is one for plugging in")
+BUILT_IN = Verdict("firmware", False, "built in: the firmware (ACPI) declares its port hard-wired")
+REMOVABLE = Verdict("firmware", True, "removable: the firmware (ACPI) declares its port hot-pluggable")
 UNKNOWN = Verdict("nobody", True,
-                  "counts as removable: neither the firmware nor its hub says whether it can be removed")
+                  "treated as removable: neither the firmware nor its hub declares whether it can be removed")
 REMOVABLE_REASON = "it is plugged in: its USB device can be removed"
 UNKNOWN_REASON = "the PC's firmware does not say that its USB port is an internal one"
 NO_USB_REASON = "it is not a USB device"

@@ -1,4 +1,4 @@
-// Says with which code page its console shows text: chcp knows only that of the keys.
+// Prints the console's output code page. (chcp prints the input code page.)
 #include <cstdio>
 
 #include <windows.h>

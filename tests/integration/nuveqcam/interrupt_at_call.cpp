@@ -2,15 +2,15 @@
 //
 //   interrupt_at_call N REPORT PROGRAM [ARGUMENT...]
 //
-// N 0 sends nothing. PROGRAM is a path. REPORT is the file that gets a JSON object on one line afterwards:
-//   calls        system calls of the main thread that were counted: all of them, or those up to the N-th
-//   handled      which call of the main thread installed a SIGINT handler; 0: none so far
-//   created      which one created the first file; 0: none so far
-//   slept        which one was the first to sleep; 0: none so far
+// If N is 0, no signal is sent. PROGRAM is a path. At the end, a JSON object is written to the file REPORT:
+//   calls        number of system calls of the main thread: all of them, or up to the N-th
+//   handled      number of the call that installed a SIGINT handler; 0: none
+//   created      number of the call that created the first file; 0: none
+//   slept        number of the first call that sleeps; 0: none
 //   interrupted  whether the signal was sent
-//   status       the program's exit code, or -S when signal S ended it
+//   status       the program's exit code, or -S if signal S ended it
 //
-// The exit code is 0, or 125 where the program cannot be traced, for example because a sandbox forbids it.
+// The exit code is 0, or 125 if the program cannot be traced, for example in a sandbox.
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
@@ -50,8 +50,8 @@ struct Report {
   int status = 0;
 };
 
-[[noreturn]] void Become(char** program) {
-  // A shell that runs tests in the background has them ignore SIGINT, and children inherit that.
+[[noreturn]] void RunTraced(char** program) {
+  // A shell makes background jobs ignore SIGINT, and children inherit that.
   signal(SIGINT, SIG_DFL);
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) == 0 && raise(SIGSTOP) == 0) {
@@ -75,7 +75,7 @@ class Tracer {
             "PTRACE_SETOPTIONS");
     int signalToDeliver = 0;
     while (true) {
-      // The last signal is the one that was sent; the rest of the run is not traced.
+      // The signal has arrived; the rest of the run is not traced.
       if (m_report.isInterrupted && signalToDeliver == SIGINT) {
         Require(ptrace(PTRACE_DETACH, m_child, nullptr, SIGINT), "PTRACE_DETACH");
         status = Wait();
@@ -101,7 +101,7 @@ class Tracer {
     return status;
   }
 
-  // Returns the signal that the program stopped for; 0: none.
+  // Returns the signal that stopped the program; 0: none.
   int AtStop(int status) {
     if (WSTOPSIG(status) == kSystemCallStop) {
       AtSystemCall();
@@ -162,7 +162,7 @@ int main(int argc, char** argv) {
     const pid_t child = fork();
     Require(child, "fork");
     if (child == 0) {
-      Become(argv + 3);
+      RunTraced(argv + 3);
     }
     Write(Tracer(child, interruptAt).Run(), argv[2]);
     return 0;

@@ -1,6 +1,6 @@
-"""nuveqcam interrupted at system calls of its main thread, over the simulated PC.
+"""nuveqcam interrupted at system calls of its main thread, with the simulated PC.
 
-Run by ctest, a test at a time, or by hand:
+ctest runs each test separately. To run all of them:
 NUVEQCAM=build/native/bin/nuveqcam INTERRUPT_AT_CALL=build/native/fixtures/interrupt_at_call python3 FILE
 """
 
@@ -12,41 +12,41 @@ import signal
 import subprocess
 import unittest
 
-from nuveqcam_tool import ENDED_EARLY, OK, PATIENCE, PROGRAM, SMALL, Tool
+from nuveqcam_tool import ENDED_EARLY, OK, TIMEOUT, PROGRAM, SMALL, Tool
 
 INTERRUPT_AT_CALL = os.path.abspath(os.environ["INTERRUPT_AT_CALL"])
 
 SNAPSHOT = ["snapshot", "--simulated", "--skip", "0", "-o", "camera.png", *SMALL]
 RECORD = ["record", "--simulated", "--seconds", "1", "-o", "camera.mp4", *SMALL]
 
-# Every call, or every fourth where runs are slow because of sanitizers.
+# 1: interrupt at every call. 4 with sanitizers, which slow down the runs.
 STRIDE = int(os.environ.get("INTERRUPT_STRIDE", "1"))
 
-# The reference run waits in short polls. A loaded machine has more of them; then the calls are sampled.
+# The maximum number of runs. The program polls, so the number of calls depends on the machine's load.
 MAX_RUNS = 250
 
-# Before the signal handlers are installed the program only loads libraries: samples suffice.
+# Number of runs before the signal handlers are installed, while the program only loads libraries.
 SAMPLES_BEFORE_HANDLERS = 8
 
 
 class InterruptAtCall(Tool):
     def run_interrupted(self, call, arguments):
-        """The report of a run in a folder of its own that is interrupted at that call (0: not at all), its messages, and
-        what is in the files that it leaves."""
+        """Runs the program in a new folder and interrupts it at a call (0: never). Returns the report, the program's
+        messages and the content of the files that it leaves."""
         folder = self.folder / str(call)
         folder.mkdir()
         report = self.folder / f"{call}.json"
-        # The leak check of a sanitizer cannot work in a program that is traced.
+        # The leak check does not work in a traced program.
         options = ":".join(filter(None, [os.environ.get("ASAN_OPTIONS"), "detect_leaks=0"]))
         result = subprocess.run([INTERRUPT_AT_CALL, str(call), report, PROGRAM, *arguments], cwd=folder, text=True,
                                 env={**os.environ, "ASAN_OPTIONS": options}, stdin=subprocess.DEVNULL, capture_output=True,
-                                timeout=PATIENCE)
+                                timeout=TIMEOUT)
         self.assertEqual(result.returncode, 0, "this test traces the program with ptrace: " + result.stderr)
         return json.loads(report.read_text()), result.stderr, {file.name: file.read_bytes() for file in folder.iterdir()}
 
     def check_complete(self, files):
         [(name, content)] = files.items()
-        # What is written last.
+        # These are written last.
         self.assertIn(b"IEND" if name.endswith(".png") else b"moov", content)
 
     def check_interrupted(self, report, err, files):
@@ -61,8 +61,8 @@ class InterruptAtCall(Tool):
             self.check_complete(files)
 
     def check_all(self, arguments, last):
-        """Interrupts at the calls from just before the handlers are installed to the last one, and at some before. Checks
-        each end, and that there are interrupts both before and after the handlers are installed."""
+        """Interrupts at each call from just before the handlers are installed to the last one, and at samples of the
+        earlier calls. Checks the results, and that both sides of the installation are covered."""
         report, _, files = self.run_interrupted(0, arguments)
         self.assertEqual(report["status"], OK)
         self.check_complete(files)
@@ -79,7 +79,7 @@ class InterruptAtCall(Tool):
                 with self.subTest(call=call, report=run[0], err=run[1], files=list(run[2])):
                     self.check_interrupted(*run)
                 ends.add(run[0]["status"])
-        # A run may need more calls than the reference run, so none has to be interrupted too late.
+        # An interrupted run may need more calls than the reference run, so OK is not required.
         self.assertLessEqual({-signal.SIGINT, ENDED_EARLY}, ends)
 
     def test_snapshot_interrupted_at_any_call_is_complete_or_leaves_nothing(self):

@@ -1,6 +1,6 @@
-"""nuveqcam as a person runs it: its words, its list, its pictures and its refusals, over the simulated PC.
+"""nuveqcam as a user runs it: help, list, doctor, snapshots and errors, with the simulated PC.
 
-Run by ctest, a test at a time, or by hand:
+ctest runs each test separately. To run all of them:
 NUVEQCAM=build/native/bin/nuveqcam NUVEQCAM_VERSION=0.1.0 NUVEQCAM_MAN=tools/nuveqcam/nuveqcam.1 python3 FILE
 """
 
@@ -14,12 +14,12 @@ import subprocess
 import unittest
 from pathlib import Path
 
-from nuveqcam_tool import (CANNOT_OPEN, CANNOT_WRITE, ENDED_EARLY, MAN_PAGE, NO_CAMERA, OK, PATIENCE, PROGRAM, SMALL,
+from nuveqcam_tool import (CANNOT_OPEN, CANNOT_WRITE, ENDED_EARLY, MAN_PAGE, NO_CAMERA, OK, TIMEOUT, PROGRAM, SMALL,
                            UNEXPECTED, USAGE, Tool, frame_number, reset_signals, wait_until)
 
 
-class Words(Tool):
-    def test_help_names_every_command_option_and_exit_code_and_the_man_page_the_same(self):
+class CommandLine(Tool):
+    def test_help_and_man_page_cover_every_command_option_and_exit_code(self):
         helps = [self.run_tool(*words, "--help")[0] for words in ([], ["list"], ["record"], ["snapshot"], ["doctor"])]
         rendered = subprocess.run(["mandoc", "-T", "utf8", MAN_PAGE], capture_output=True, check=True).stdout.decode()
         page = re.sub(".\b", "", rendered).replace("−", "-")
@@ -27,7 +27,7 @@ class Words(Tool):
         everything = {"--help", "-h", "--version", "--simulated", "--verbose", "-v", "--library", "--json", "--output",
                       "-o", "--size", "--fps", "--seconds", "--skip"}
         self.assertEqual(set().union(*map(of, helps)), everything)
-        # The last two are ffplay's, in an example.
+        # -f belongs to ffplay in an example.
         self.assertEqual(of(page) - {"-f"}, everything)
         for command in ("list", "record", "snapshot", "doctor"):
             self.assertRegex(helps[0], rf"(?m)^  {command} ")
@@ -37,7 +37,7 @@ class Words(Tool):
         status = page[page.index("EXIT STATUS"):page.index("EXAMPLES")]
         self.assertEqual(re.findall(r"(?m)^     (\d)  ", status), list("0123456"))
 
-    def test_help_of_a_command_describes_its_options_alone(self):
+    def test_help_of_a_command_describes_only_its_options(self):
         out, err = self.run_tool("list", "--help")
         self.assertIn("--json", out)
         self.assertNotIn("--fps", out)
@@ -51,7 +51,7 @@ class Words(Tool):
     def test_version(self):
         self.assertEqual(self.run_tool("--version"), (f"nuveqcam {os.environ['NUVEQCAM_VERSION']}\n", ""))
 
-    def test_wrong_arguments_are_refused_with_the_way_to_help(self):
+    def test_invalid_arguments_are_rejected(self):
         for arguments in ([], ["fly"], ["record", "--seconds"], ["record", "--size", "big"], ["list", "--fps", "3"],
                           ["record", "--seconds", "86401"], ["record", "-o", "me.avi"], ["--bogus", "list"],
                           ["snapshot", "-o", "me.jpg"], ["list", "list"], ["--simulated=", "list"]):
@@ -60,7 +60,7 @@ class Words(Tool):
             self.assertRegex(err, r"^nuveqcam: .+; see 'nuveqcam --help'\n$")
         self.assertEqual(list(self.folder.iterdir()), [])
 
-    def test_unknown_extension_is_answered_with_those_that_are_understood(self):
+    def test_unknown_extension_is_rejected_with_the_known_ones(self):
         _, err = self.run_tool("record", "-o", "me.avi", code=USAGE)
         self.assertIn(".mp4, .h264 or .264", err)
         _, err = self.run_tool("snapshot", "-o", "me.jpg", code=USAGE)
@@ -68,14 +68,14 @@ class Words(Tool):
 
 
 class Listing(Tool):
-    def test_shows_sizes_and_rates_and_the_devices_that_are_not_offered(self):
+    def test_prints_sizes_rates_and_devices_that_are_not_offered(self):
         out, err = self.run_tool("list", "--simulated")
         self.assertEqual(err, "")
         self.assertRegex(out, r"^Camera 0: \S")
         self.assertRegex(out, r"(?m)^  sizes +\d+ x +\d+$")
         self.assertRegex(out, r"(?m)^ +1280 x +720$")
         self.assertRegex(out, r"(?m)^ +30 fps$")
-        self.assertIn("Other capture devices, not offered:", out)
+        self.assertIn("Other capture devices (not offered):", out)
 
     def test_json_has_the_documented_members(self):
         out, err = self.run_tool("list", "--json", "--simulated")
@@ -92,51 +92,51 @@ class Listing(Tool):
             self.assertEqual(set(device), {"name", "node", "builtIn", "reason"})
             self.assertEqual(device["reason"] is None, device["builtIn"])
 
-    def test_this_machine_has_a_camera_or_the_tool_says_why_not(self):
+    def test_result_for_this_machine_is_a_camera_or_a_reason(self):
         has_devices = bool(glob.glob("/dev/video*"))
         process = self.start("list")
-        _, err = process.communicate(timeout=PATIENCE)
+        _, err = process.communicate(timeout=TIMEOUT)
         if process.returncode == NO_CAMERA:
-            wanted = b"capture devices seen:" if has_devices else b"no capture device was seen"
+            wanted = b"capture devices found:" if has_devices else b"no capture devices were found"
             self.assertRegex(err, rb"(?s)^nuveqcam: this PC has no built-in camera; .*\n" + wanted)
         else:
             self.assertTrue(has_devices, err)
             self.assertIn(process.returncode, (OK, CANNOT_OPEN))
 
-    def test_verbose_shows_the_log_of_the_library(self):
+    def test_verbose_prints_the_log_of_the_library(self):
         out, err = self.run_tool("list", "--simulated", "-v")
         self.assertIn("Camera 0", out)
         self.assertRegex(err, r"(?m)^\d\d:\d\d:\d\d\.\d{3} ERROR \[CameraOperator\]ParseMediaType success")
 
-    def test_library_can_be_named(self):
+    def test_library_can_be_specified(self):
         beside = Path(PROGRAM).parent / "libnuveqcamerahandler.so"
         shutil.copy(beside, self.file("copy.so"))
         out, _ = self.run_tool("list", "--simulated", "--library", "copy.so",
                                env={**os.environ, "LD_LIBRARY_PATH": str(beside.parent)})
         self.assertIn("Camera 0", out)
 
-    def test_library_that_is_none_is_refused(self):
+    def test_invalid_library_is_rejected(self):
         for name in ("missing.so", Path(PROGRAM).parent / "libnuveqplatform.so"):
             _, err = self.run_tool("list", "--simulated", "--library", name, code=UNEXPECTED)
-            self.assertRegex(err, r"^nuveqcam: cannot load the camera library /.*; give its file with --library\n$")
+            self.assertRegex(err, r"^nuveqcam: cannot load the camera library /.*; specify its file with --library\n$")
 
 
 class Doctor(Tool):
-    def test_names_every_device_its_verdict_and_the_camera_that_is_offered(self):
+    def test_prints_every_device_and_the_offered_camera(self):
         out, err = self.run_tool("doctor", "--simulated")
         self.assertEqual(err, "")
         self.assertEqual(out, """\
 USB devices
-  1-10  Bluetooth Radio (8087:0026)     built in: the firmware (ACPI) says that its port is hard-wired
-  2-1   USB Camera (046d:0825)          can be removed: the firmware (ACPI) says that its port is one for plugging in
-  1-5   Integrated Camera (04f2:b6be)   built in: the firmware (ACPI) says that its port is hard-wired
-  1-7   Fingerprint Reader (27c6:55a2)  built in: the firmware (ACPI) says that its port is hard-wired
+  1-10  Bluetooth Radio (8087:0026)     built in: the firmware (ACPI) declares its port hard-wired
+  2-1   USB Camera (046d:0825)          removable: the firmware (ACPI) declares its port hot-pluggable
+  1-5   Integrated Camera (04f2:b6be)   built in: the firmware (ACPI) declares its port hard-wired
+  1-7   Fingerprint Reader (27c6:55a2)  built in: the firmware (ACPI) declares its port hard-wired
 
 Capture devices
-  simulated  USB Camera         not taken: it is plugged in: its USB device can be removed
-  simulated  Integrated Camera  TAKEN: the first camera of USB device 1-5, which is built in
+  simulated  USB Camera         not selected: it is plugged in: its USB device can be removed
+  simulated  Integrated Camera  SELECTED: the first camera of USB device 1-5, which is built in
 
-The camera that is offered: Integrated Camera (simulated), 320x240 to 1920x1080, 10 to 30 fps
+Offered camera: Integrated Camera (simulated), 320x240 to 1920x1080, 10 to 30 fps
 """)
 
     def test_json_has_the_documented_members(self):
@@ -151,7 +151,7 @@ The camera that is offered: Integrated Camera (simulated), 320x240 to 1920x1080,
             words |= set(device)
             self.assertEqual(device["verdictFrom"], "firmware")
             self.assertEqual(device["removable"], device["attribute"] == "removable")
-            self.assertEqual(device["removable"], device["verdict"].startswith("can be removed: "))
+            self.assertEqual(device["removable"], device["verdict"].startswith("removable: "))
         [taken] = [device for device in answer["captureDevices"] if device["taken"]]
         self.assertEqual((taken["name"], taken["reason"], taken["usbDevice"]), ("Integrated Camera", None, "1-5"))
         words |= set(taken)
@@ -162,46 +162,46 @@ The camera that is offered: Integrated Camera (simulated), 320x240 to 1920x1080,
             self.assertRegex(page, rf"(?m)^\.(It )?Li (.*\s)?{word}\b")
             self.assertRegex(help_text, rf"\b{word}\b")
 
-    def test_this_machine_gets_a_conclusion_and_its_exit_code(self):
+    def test_result_for_this_machine_matches_the_exit_code(self):
         process = self.start("doctor")
-        out, err = process.communicate(timeout=PATIENCE)
+        out, err = process.communicate(timeout=TIMEOUT)
         self.assertEqual(err, b"")
         self.assertIn(process.returncode, (OK, NO_CAMERA, CANNOT_OPEN))
-        conclusion = b"The camera that is offered: " if process.returncode == OK else b"No camera is offered: "
+        conclusion = b"Offered camera: " if process.returncode == OK else b"No camera is offered: "
         self.assertEqual(out.count(b"\n" + conclusion), 1)
         process = self.start("doctor", "--json")
-        out, _ = process.communicate(timeout=PATIENCE)
+        out, _ = process.communicate(timeout=TIMEOUT)
         self.assertEqual(json.loads(out)["offered"], process.returncode == OK)
 
-    def test_output_that_cannot_be_written_is_a_failure(self):
+    def test_write_error_fails(self):
         with open("/dev/full", "wb") as full:
             _, err = self.run_tool("doctor", "--simulated", code=CANNOT_WRITE, stdout=full)
-        self.assertIn("cannot write to the standard output", err)
+        self.assertIn("cannot write to standard output", err)
 
 
 class Snapshot(Tool):
-    def test_picture_is_the_tenth_upright_and_in_its_colours(self):
+    def test_picture_is_the_tenth_upright_and_in_color(self):
         self.check_snapshot("--simulated")
 
-    def test_skip_says_which_picture(self):
+    def test_skip_selects_the_picture(self):
         for skip in (0, 25):
             out, _ = self.run_tool("snapshot", "--simulated", "--skip", skip, *SMALL)
             self.assertIn(f"picture  {skip + 1} of the stream", out)
             [gray] = self.pictures("camera.png", 320, 240)
             self.assertEqual(frame_number(gray, 320, 240), skip)
 
-    def test_picture_goes_into_a_pipe(self):
+    def test_picture_can_be_piped(self):
         process = self.start("snapshot", "--simulated", "-o", "-", *SMALL)
-        out, err = process.communicate(timeout=PATIENCE)
+        out, err = process.communicate(timeout=TIMEOUT)
         self.assertEqual(process.returncode, OK)
         self.assertTrue(out.startswith(b"\x89PNG"))
-        self.assertTrue(err.startswith(b"took the standard output\n"))
+        self.assertTrue(err.startswith(b"took standard output\n"))
 
     def test_interrupted_before_the_picture_leaves_nothing(self):
         process = self.start("snapshot", "--simulated", "--skip", 100000, *SMALL)
         wait_until(lambda: self.file("camera.png").exists(), process)
         process.send_signal(signal.SIGINT)
-        _, err = process.communicate(timeout=PATIENCE)
+        _, err = process.communicate(timeout=TIMEOUT)
         self.assertEqual(process.returncode, ENDED_EARLY)
         self.assertIn(b"interrupted", err)
         self.assertFalse(self.file("camera.png").exists())
@@ -210,9 +210,9 @@ class Snapshot(Tool):
 class Clip(Tool):
     def make_clip(self, name):
         subprocess.run(["ffmpeg", "-v", "error", "-f", "lavfi", "-i", "color=c=0x2060C0:size=320x240:rate=30", "-t", "1",
-                        "-c:v", "mjpeg", str(self.file(name))], stdin=subprocess.DEVNULL, timeout=PATIENCE, check=True)
+                        "-c:v", "mjpeg", str(self.file(name))], stdin=subprocess.DEVNULL, timeout=TIMEOUT, check=True)
 
-    def test_camera_shows_the_clip_wherever_the_option_stands(self):
+    def test_clip_is_played_for_every_position_of_the_option(self):
         self.make_clip("clip.avi")
         for arguments in (["--simulated", "clip.avi", "snapshot"], ["snapshot", "--simulated=clip.avi"],
                           ["snapshot", *SMALL, "--simulated", "clip.avi"]):
@@ -221,12 +221,12 @@ class Clip(Tool):
             middle = rgb[3 * (320 * 120 + 160):][:3]
             self.assertTrue(all(abs(a - b) < 24 for a, b in zip(middle, (0x20, 0x60, 0xC0))), tuple(middle))
 
-    def test_clip_is_played_over_and_over(self):
+    def test_clip_is_played_in_a_loop(self):
         self.make_clip("clip.avi")
         out, _ = self.run_tool("record", "--simulated", "clip.avi", "--seconds", 2, *SMALL)
         self.assertGreater(int(self.summary(out)["frames"]), 30)
 
-    def test_clip_is_not_overwritten_by_whatever_name(self):
+    def test_clip_is_never_overwritten(self):
         self.make_clip("clip.mp4")
         clip = self.file("clip.mp4").read_bytes()
         os.link(self.file("clip.mp4"), self.file("second.h264"))
@@ -237,49 +237,49 @@ class Clip(Tool):
             self.assertEqual(err, f"nuveqcam: the {what} would overwrite the clip; choose another file with -o\n")
             self.assertEqual(self.file("clip.mp4").read_bytes(), clip)
 
-    def test_unplayable_clip_is_named(self):
+    def test_unplayable_clip_is_reported(self):
         self.file("clip.txt").write_text("no film\n" * 100)
         for name in ("clip.txt", "missing.mp4"):
             _, err = self.run_tool("list", "--simulated", name, code=USAGE)
-            self.assertRegex(err, rf"^nuveqcam: cannot play {name}: .+; name another video file after --simulated\n$")
+            self.assertRegex(err, rf"^nuveqcam: cannot play {name}: .+; specify another video file with --simulated\n$")
 
 
-class Refusal(Tool):
-    def test_size_that_the_camera_lacks_is_explained(self):
+class Errors(Tool):
+    def test_size_that_the_camera_does_not_have_is_explained(self):
         for command in ("record", "snapshot"):
             _, err = self.run_tool(command, "--simulated", "--size", "334x222", code=CANNOT_OPEN)
             self.assertRegex(err, r"^nuveqcam: cannot open the camera at 334x222, \d+ fps \(result -1001\): the camera does not "
-                                  r"deliver that format; choose a size with --size from those of 'nuveqcam list' "
-                                  r"\(the library said: Set camera parameter fail, error:-2147220992\)\n$")
+                                  r"deliver that format; choose one of the sizes of 'nuveqcam list' with --size "
+                                  r"\(library log: Set camera parameter fail, error:-2147220992\)\n$")
 
-    def test_size_that_the_encoder_refuses_is_explained(self):
+    def test_size_that_the_encoder_does_not_support_is_explained(self):
         _, err = self.run_tool("record", "--simulated", "--size", "9000x222", code=CANNOT_OPEN)
-        self.assertRegex(err, r"\(result -1004\) \(the library said: .*encoder.*\); the encoder refuses this; "
-                              r"choose another size with --size")
+        self.assertRegex(err, r"\(result -1004\) \(library log: .*encoder.*\); the encoder does not support the size; "
+                              r"choose another one with --size")
 
 
 class FullDisk(Tool):
-    """Registered where a file system can be mounted for the test alone."""
+    """Registered only if a file system can be mounted in a private mount namespace."""
 
     SCRIPT = 'mount -t tmpfs -o size=64k none "$0" && cd "$0" && "$@"; code=$?; ls -l; cd /; umount "$0"; exit $code'
 
     def run_on_full_disk(self, *arguments):
         command = ["unshare", "-m", "--propagation", "unchanged"] if os.geteuid() == 0 else ["unshare", "-rm"]
         return subprocess.run([*command, "sh", "-c", self.SCRIPT, str(self.folder), PROGRAM, *arguments],
-                              capture_output=True, timeout=PATIENCE, preexec_fn=reset_signals, text=True)
+                              capture_output=True, timeout=TIMEOUT, preexec_fn=reset_signals, text=True)
 
-    def test_full_disk_ends_a_recording_with_the_cause_and_leaves_the_file(self):
-        for name, left in (("camera.mp4", "incomplete and will not play"), ("camera.h264", "plays up to where it ends")):
+    def test_full_disk_ends_a_recording_and_keeps_the_file(self):
+        for name, part in (("camera.mp4", "incomplete and cannot be played"), ("camera.h264", "can be played up to its end")):
             result = self.run_on_full_disk("record", "--simulated", "--seconds", "60", "-o", name, "--size", "640x480")
             self.assertEqual(result.returncode, CANNOT_WRITE, result.stderr)
-            self.assertIn(f"nuveqcam: cannot write {name}: No space left on device; make room there", result.stderr)
-            self.assertIn(left, result.stderr)
+            self.assertIn(f"nuveqcam: cannot write {name}: No space left on device; free some space there", result.stderr)
+            self.assertIn(part, result.stderr)
             self.assertRegex(result.stdout, rf"\d{{5}} .*{name}")
 
     def test_full_disk_ends_a_snapshot(self):
         result = self.run_on_full_disk("snapshot", "--simulated", "-o", "camera.png")
         self.assertEqual(result.returncode, CANNOT_WRITE, result.stderr)
-        self.assertIn("nuveqcam: cannot write camera.png: No space left on device; make room there", result.stderr)
+        self.assertIn("nuveqcam: cannot write camera.png: No space left on device; free some space there", result.stderr)
 
 
 if __name__ == "__main__":

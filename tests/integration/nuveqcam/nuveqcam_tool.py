@@ -1,4 +1,4 @@
-"""What the scripts that run nuveqcam share: the program, its exit codes, and a look at what it wrote."""
+"""Helpers for tests that run nuveqcam: the program, its exit codes, and checks of its output files."""
 
 import json
 import os
@@ -14,33 +14,33 @@ from pathlib import Path
 PROGRAM = os.path.abspath(os.environ["NUVEQCAM"])
 MAN_PAGE = os.environ.get("NUVEQCAM_MAN")
 
-# Longer than anything that works takes, also with sanitizers.
-PATIENCE = 120
+# Timeout of every wait, in seconds. Sufficient for builds with sanitizers.
+TIMEOUT = 120
 
 OK, UNEXPECTED, USAGE, NO_CAMERA, CANNOT_OPEN, CANNOT_WRITE, ENDED_EARLY = range(7)
 
-# Small, so that a build with sanitizers keeps up.
+# A size that builds with sanitizers encode in real time.
 SMALL = ["--size", "320x240"]
 
 
 def reset_signals():
-    """A shell that runs tests in the background has them ignore Ctrl-C, and children inherit that."""
+    """Restores default signal actions. A shell makes background jobs ignore SIGINT, and children inherit that."""
     for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
         signal.signal(number, signal.SIG_DFL)
 
 
 def wait_until(condition, process=None):
-    end = time.monotonic() + PATIENCE
+    end = time.monotonic() + TIMEOUT
     while not condition():
         if time.monotonic() > end:
-            raise AssertionError("waited in vain")
+            raise AssertionError("timeout")
         if process is not None and process.poll() is not None:
             raise AssertionError(f"the program ended with {process.returncode}")
         time.sleep(0.02)
 
 
 def in_threads(pid, name):
-    """That file of each thread of the process in /proc; nothing once the process has ended."""
+    """The content of a file in /proc for each thread of the process; nothing once the process has ended."""
     for file in Path(f"/proc/{pid}/task").glob(f"*/{name}"):
         try:
             yield file.read_text()
@@ -49,7 +49,7 @@ def in_threads(pid, name):
 
 
 def blocking_calls(pid):
-    """The number and the first argument of each system call in which a thread of the process is blocked."""
+    """The number and first argument of each system call that a thread of the process is blocked in."""
     for text in in_threads(pid, "syscall"):
         # "running", or the number of the system call and its arguments in hexadecimal digits
         words = text.split()
@@ -58,7 +58,7 @@ def blocking_calls(pid):
 
 
 def is_blocked_writing(pid, pipe):
-    """Whether a thread of the process is blocked in a write to the pipe, which the descriptor is an end of."""
+    """Whether a thread of the process is blocked in a write to the pipe of the descriptor."""
     write = 1
     descriptors = Path(f"/proc/{pid}/fd")
     wanted = os.readlink(f"/proc/self/fd/{pipe}")
@@ -72,23 +72,23 @@ def is_blocked_writing(pid, pipe):
 
 
 def wait_until_blocked_writing(process):
-    """Until a thread of the program is blocked in a write to the pipe that is its standard output."""
+    """Waits until a thread of the program is blocked in a write to the pipe at its standard output."""
     wait_until(lambda: is_blocked_writing(process.pid, process.stdout.fileno()), process)
 
 
 def wait_until_polling(process):
-    """Until a thread of the program is blocked in poll, as it is when a pipe without room does not block writes."""
+    """Waits until a thread of the program is blocked in poll, which it calls for a full non-blocking pipe."""
     poll = 7
     wait_until(lambda: any(number == poll for number, _ in blocking_calls(process.pid)), process)
 
 
 def is_capturing(process):
-    """Whether the program has the thread that captures the camera's frames."""
+    """Whether the program's capture thread exists."""
     return "nuveq-capture\n" in in_threads(process.pid, "comm")
 
 
 def signal_set(pid, name):
-    """The signals in that set of /proc, as bits; none once the process has ended."""
+    """A signal set of /proc/PID/status as a bit mask; 0 once the process has ended."""
     try:
         status = Path(f"/proc/{pid}/status").read_text()
     except OSError:
@@ -102,7 +102,7 @@ def catches(process, number):
 
 
 def is_pending(pid, number):
-    """Whether the signal was sent to the process and not delivered yet. Another one would be merged with it."""
+    """Whether the signal is pending. Another one would be merged with it."""
     return signal_set(pid, "ShdPnd") >> (number - 1) & 1 == 1
 
 
@@ -124,15 +124,15 @@ class Tool(unittest.TestCase):
         process.communicate()
 
     def run_tool(self, *arguments, code=OK, **options):
-        """Standard output and standard error, as text, of a run that ends with that code."""
+        """Runs the program, checks its exit code, and returns standard output and standard error as text."""
         process = self.start(*arguments, **options)
-        out, err = process.communicate(timeout=PATIENCE)
+        out, err = process.communicate(timeout=TIMEOUT)
         err = (err or b"").decode()
         self.assertEqual(process.returncode, code, err)
         return (out or b"").decode(errors="replace"), err
 
     def check_snapshot(self, *arguments):
-        """Takes a picture of the camera that numbers its frames: the tenth, upright and in its colours."""
+        """Takes a snapshot of the simulated camera and checks that it is the tenth frame, upright and in color."""
         out, err = self.run_tool("snapshot", *arguments, "--size", "640x480")
         self.assertEqual((out, err), ("took camera.png\n  size     640x480\n  picture  10 of the stream\n", ""))
         stream = self.stream("camera.png")
@@ -148,7 +148,7 @@ class Tool(unittest.TestCase):
     def probe(self, name, entries):
         result = subprocess.run(
             ["ffprobe", "-v", "error", "-count_frames", "-show_entries", entries, "-of", "json", str(self.file(name))],
-            capture_output=True, timeout=PATIENCE, check=True)
+            capture_output=True, timeout=TIMEOUT, check=True)
         self.assertEqual(result.stderr, b"")
         return json.loads(result.stdout)
 
@@ -158,12 +158,12 @@ class Tool(unittest.TestCase):
         return streams[0]
 
     def pictures(self, name, width, height, pixels="gray"):
-        """The decoded pictures' bytes; a decoder's complaint is a failure. Without -enc_time_base ffmpeg would round
-        the pictures' times to a rate that it guesses, and complain about two that become the same."""
+        """The decoded pictures' bytes; decoder messages are failures. Without -enc_time_base, ffmpeg would round the
+        times to a guessed rate and warn about duplicates."""
         size = width * height * (3 if pixels == "rgb24" else 1)
         result = subprocess.run(
             ["ffmpeg", "-v", "error", "-i", str(self.file(name)), "-fps_mode", "passthrough", "-enc_time_base", "-1",
-             "-f", "rawvideo", "-pix_fmt", pixels, "-"], capture_output=True, stdin=subprocess.DEVNULL, timeout=PATIENCE, check=True)
+             "-f", "rawvideo", "-pix_fmt", pixels, "-"], capture_output=True, stdin=subprocess.DEVNULL, timeout=TIMEOUT, check=True)
         self.assertEqual(result.stderr, b"")
         self.assertEqual(len(result.stdout) % size, 0)
         return [result.stdout[i:i + size] for i in range(0, len(result.stdout), size)]
@@ -174,19 +174,20 @@ class Tool(unittest.TestCase):
         return found
 
     def check_numbers(self, pictures, width, height):
-        """No frame was lost, repeated or reordered."""
+        """Checks that no frame was lost, repeated or reordered."""
         self.assertEqual([frame_number(picture, width, height) for picture in pictures], list(range(len(pictures))))
 
     def check_corners(self, rgb):
-        """Upright and in its colours is a picture of 640x480 whose corners are those that the camera paints."""
-        for x, y, colour in ((10, 90, (255, 0, 0)), (629, 90, (0, 255, 0)), (10, 469, (0, 0, 255)),
+        """Checks orientation and colors of a 640x480 picture by its corners."""
+        for x, y, color in ((10, 90, (255, 0, 0)), (629, 90, (0, 255, 0)), (10, 469, (0, 0, 255)),
                              (629, 469, (255, 255, 255))):
             pixel = rgb[3 * (640 * y + x):][:3]
-            self.assertTrue(all(abs(a - b) < 24 for a, b in zip(pixel, colour)), (x, y, tuple(pixel), colour))
+            self.assertTrue(all(abs(a - b) < 24 for a, b in zip(pixel, color)), (x, y, tuple(pixel), color))
 
 
 def frame_number(gray, width, height):
-    """The number that the simulated camera paints: 16 bits as blocks along the top, lowest first, 8 more below."""
+    """The frame number in the simulated camera's picture: 16 bits as blocks along the top, lowest first, and 8 bits
+    below."""
     number = 0
     for bit in range(24):
         x = (2 * (bit % 16) + 1) * width // 32

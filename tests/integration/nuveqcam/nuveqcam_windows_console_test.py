@@ -1,6 +1,6 @@
-"""nuveqcam.exe as a person runs it: on a console, under Wine over the camera fixtures.
+"""nuveqcam.exe as a user runs it: on a console, under Wine with the camera fixtures.
 
-Run by ctest, a test at a time, or by hand in a prefix with the fixtures:
+ctest runs each test separately. To run all of them in a prefix with the fixtures:
 NUVEQCAM=build/windows/bin/nuveqcam.exe NUVEQCAM_VERSION=0.1.0 NUVEQCAM_RUNNER=scripts/wine.sh \\
 USE_PC=build/windows/fixtures/use_pc.exe python3 FILE
 """
@@ -20,10 +20,10 @@ from nuveqcam_windows_tool import RUNNER, USE_PC, WindowsTool
 
 
 class WindowsConsole(WindowsTool):
-    """A pseudo terminal is a console to the program; what Wine writes there is steered by escape sequences."""
+    """Wine presents a pseudo terminal as a console and writes escape sequences to it."""
 
     def run_on_console(self, *arguments, code=OK):
-        """What the console got of standard error, without what steers it."""
+        """Runs the program with standard error on a console. Returns the console's output without escape sequences."""
         master, slave = pty.openpty()
         self.addCleanup(os.close, master)
         process = self.start(*arguments, stderr=slave)
@@ -38,24 +38,24 @@ class WindowsConsole(WindowsTool):
         self.finish(process, code)
         return re.sub(r"\x1b\[[0-9;?]*[A-Za-z]", "", shown.decode("utf-8"))
 
-    def test_shows_progress(self):
+    def test_console_shows_progress(self):
         shown = self.run_on_console("record", "--seconds", 2, *SMALL)
         self.assertRegex(shown, r"\r +\d+\.\d s +\d+ frames +\d+\.\d fps +\d+ kbit/s\r")
 
-    def test_shows_characters_of_every_kind(self):
+    def test_console_shows_non_ascii_characters(self):
         self.assertIn("gr\u00fc\u00df", self.run_on_console("gr\u00fc\u00df", code=USAGE))
 
-    def test_gets_no_recording_and_no_picture(self):
+    def test_recordings_and_pictures_to_a_console_are_rejected(self):
         for command, what in (("record", "recording"), ("snapshot", "picture")):
             master, slave = pty.openpty()
             self.addCleanup(os.close, master)
             _, err = self.run_tool(command, "-o", "-", stdout=slave, code=USAGE)
             os.close(slave)
-            self.assertEqual(err, f"nuveqcam: a terminal cannot show the {what}; pipe it on, or choose a file with -o\n")
+            self.assertEqual(err, f"nuveqcam: a terminal cannot show the {what}; pipe it into a program, or choose a file with -o\n")
 
     def code_pages_around(self, arguments, presses):
-        """The console's code page before and after the program, which waits for room in a full pipe until it has got so
-        many Ctrl-C."""
+        """The console's code page before and after the program, which writes to a full pipe until it is ended by a number
+        of Ctrl-C."""
         reader, writer = os.pipe()
         self.addCleanup(os.close, reader)
         fcntl.fcntl(writer, fcntl.F_SETPIPE_SZ, 4096)
@@ -63,7 +63,7 @@ class WindowsConsole(WindowsTool):
         self.addCleanup(os.close, master)
         prefix = Path(PROGRAM).parent.parent / "wine"
         [code_page, program] = (f"Z:{file}".replace("/", "\\") for file in (Path(USE_PC).parent / "code_page.exe", PROGRAM))
-        # The first answer goes to the console, where it is not in the way.
+        # The first code page is printed to the console, the second to the pipe.
         process = subprocess.Popen(
             [RUNNER, "--live", prefix / "drive_c/windows/system32/cmd.exe", "/c",
              f"{code_page} 1>&2 & {program} {arguments} & {code_page}"], cwd=self.folder, stdin=subprocess.DEVNULL,
@@ -91,22 +91,22 @@ class WindowsConsole(WindowsTool):
 
     @staticmethod
     def plain(text):
-        """Without what steers the console, and without spaces, which may come as steps of its cursor."""
+        """Removes escape sequences, and spaces, which Wine may write as cursor movements."""
         return re.sub(rb"\x1b\[[0-9;?]*[A-Za-z]|\s", b"", text).decode(errors="replace")
 
     def found(self, program):
-        """The processes of that program in the test's folder."""
+        """The ids of the program's processes in the test's folder."""
         numbers = []
         for folder in Path("/proc").glob("[0-9]*"):
             try:
                 command = (folder / "cmdline").read_bytes()
                 if command.startswith(program.encode() + b"\0") and self.folder.samefile(folder / "cwd"):
                     numbers.append(int(folder.name))
-            except OSError:  # it has ended, or is somebody else's
+            except OSError:  # it has ended, or belongs to another user
                 continue
         return numbers
 
-    def test_gets_its_code_page_back_from_a_program_that_ctrl_c_ends(self):
+    def test_code_page_is_restored_when_ctrl_c_ends_the_program(self):
         for arguments, presses in (("--help", 1), ("record -o - --seconds 0 --size 320x240", 2)):
             before, after = self.code_pages_around(arguments, presses)
             self.assertNotEqual(before, "65001")

@@ -1,6 +1,6 @@
-"""nuveqcam.exe as a person runs it: its words, its list and its doctor, under Wine over the camera fixtures.
+"""nuveqcam.exe as a user runs it: help, list and doctor, under Wine with the camera fixtures.
 
-Run by ctest, a test at a time, or by hand in a prefix with the fixtures:
+ctest runs each test separately. To run all of them in a prefix with the fixtures:
 NUVEQCAM=build/windows/bin/nuveqcam.exe NUVEQCAM_VERSION=0.1.0 NUVEQCAM_RUNNER=scripts/wine.sh \\
 USE_PC=build/windows/fixtures/use_pc.exe python3 FILE
 """
@@ -13,47 +13,47 @@ import unittest
 from pathlib import Path
 
 from nuveqcam_tool import NO_CAMERA, PROGRAM, UNEXPECTED, USAGE
-from nuveqcam_windows_tool import PATIENCE, RUNNER, WindowsTool
+from nuveqcam_windows_tool import TIMEOUT, RUNNER, WindowsTool
 
 
-class WindowsWords(WindowsTool):
+class WindowsCommandLine(WindowsTool):
     def test_version(self):
         self.assertEqual(self.run_tool("--version"), (f"nuveqcam {os.environ['NUVEQCAM_VERSION']}\n", ""))
 
-    def test_help_is_of_this_system(self):
+    def test_help_describes_features_of_windows_only(self):
         for words in ([], ["list"], ["record"], ["snapshot"], ["doctor"]):
             out, err = self.run_tool(*words, "--help")
             self.assertEqual(err, "")
-            self.assertIn("(libnuveqcamerahandler.dll beside the\n", out)
+            self.assertIn("(default: libnuveqcamerahandler.dll in the program's\n", out)
             for other in ("mp4", "--simulated", "\r"):
                 self.assertNotIn(other, out)
 
-    def test_wrong_arguments_are_refused_with_the_way_to_help(self):
+    def test_invalid_arguments_are_rejected(self):
         for arguments in ([], ["fly"], ["record", "--size", "big"], ["record", "-o", "me.mp4"], ["list", "--simulated"]):
             out, err = self.run_tool(*arguments, code=USAGE)
             self.assertEqual(out, "")
             self.assertRegex(err, r"^nuveqcam: .+; see 'nuveqcam --help'\n$")
         self.assertEqual(list(self.folder.iterdir()), [])
 
-    def test_arguments_keep_their_characters(self):
+    def test_arguments_may_have_non_ascii_characters(self):
         _, err = self.run_tool("gr\u00fc\u00df \u4e2d\U0001F4F7", code=USAGE)
         self.assertIn("unknown command 'gr\u00fc\u00df \u4e2d\U0001F4F7';", err)
 
-    def test_file_says_what_it_is(self):
+    def test_executable_has_version_information(self):
         content = Path(PROGRAM).read_bytes()
         for text in ("Shows and records the PC's built-in camera", os.environ["NUVEQCAM_VERSION"], "nuveqcam.exe"):
             self.assertIn(text.encode("utf-16-le"), content)
 
 
 class WindowsListing(WindowsTool):
-    def test_shows_the_camera_and_the_devices_that_are_not_offered(self):
+    def test_prints_the_camera_and_devices_that_are_not_offered(self):
         out, err = self.run_tool("list")
         self.assertEqual(err, "")
         self.assertTrue(out.startswith("Camera 0: Integrated Camera (usb#vid_04f2&pid_b6be&mi_00#6&1a2b3c&0&0000)\n"
                                        "  sizes    320 x   240\n"), out)
         self.assertRegex(out, r"(?m)^ +1280 x +720$")
         self.assertRegex(out, r"(?m)^ +30 fps$")
-        self.assertTrue(out.endswith("Other capture devices, not offered:\n"
+        self.assertTrue(out.endswith("Other capture devices (not offered):\n"
                                      "  usb#vid_046d&pid_0825&mi_00#7&2fd3c3a&0&0000  USB Camera  "
                                      "it is plugged in: its USB device can be removed\n"), out)
 
@@ -71,46 +71,46 @@ class WindowsListing(WindowsTool):
         self.assertIsNone(devices["Integrated Camera"]["reason"])
         self.assertFalse(devices["USB Camera"]["builtIn"])
 
-    def test_pc_without_a_camera_is_told_from_one_with_another_camera(self):
+    def test_pc_without_any_camera_differs_from_one_with_another_camera(self):
         for command in ("list", "record", "snapshot"):
             self.use_pc("none")
             out, err = self.run_tool(command, code=NO_CAMERA)
-            self.assertEqual((out, err), ("", "nuveqcam: this PC has no built-in camera; switch it on if it has one, or "
-                                              "look for it under Cameras in Device Manager\nno capture device was seen\n"))
+            self.assertEqual((out, err), ("", "nuveqcam: this PC has no built-in camera; enable it if it has one, or "
+                                              "look for it under Cameras in Device Manager\nno capture devices were found\n"))
             self.use_pc("plug-in")
             out, err = self.run_tool(command, code=NO_CAMERA)
             self.assertEqual(out, "")
-            self.assertIn("capture devices seen:\n  usb#vid_046d&pid_0825&mi_00#7&2fd3c3a&0&0000  USB Camera, not taken: "
+            self.assertIn("capture devices found:\n  usb#vid_046d&pid_0825&mi_00#7&2fd3c3a&0&0000  USB Camera, not selected: "
                           "it is plugged in: its USB device can be removed\n", err)
         self.assertEqual(list(self.folder.iterdir()), [])
 
-    def test_json_without_a_camera_is_an_answer_too(self):
+    def test_json_is_also_printed_without_a_camera(self):
         self.use_pc("none")
         out, _ = self.run_tool("list", "--json", code=NO_CAMERA)
         self.assertEqual(json.loads(out), {"cameras": [], "devices": []})
 
-    def test_verbose_shows_the_log_of_the_library(self):
+    def test_verbose_prints_the_log_of_the_library(self):
         out, err = self.run_tool("list", "-v")
         self.assertIn("Camera 0", out)
         self.assertRegex(err, r"(?m)^\d\d:\d\d:\d\d\.\d{3} ERROR \[CameraOperator\]ParseMediaType success")
 
-    def test_library_can_be_named(self):
+    def test_library_can_be_specified(self):
         shutil.copy(Path(PROGRAM).parent / "libnuveqcamerahandler.dll", self.file("Kopie \u00e4.dll"))
         for name in ("Kopie \u00e4.dll", self.file("Kopie \u00e4.dll")):
             out, _ = self.run_tool("list", "--library", name)
             self.assertIn("Camera 0", out)
 
-    def test_library_that_is_none_is_refused(self):
+    def test_invalid_library_is_rejected(self):
         self.file("text.dll").write_text("no library\n")
         for name, reason in (("missing \u00e4.dll", "Module not found"), ("text.dll", "Bad EXE format for .+"),
-                             (Path(PROGRAM).parent / "MultiMediaEncoder.dll", "it gives no table of camera functions")):
+                             (Path(PROGRAM).parent / "MultiMediaEncoder.dll", "it does not export a camera handler table")):
             out, err = self.run_tool("list", "--library", name, code=UNEXPECTED)
             self.assertEqual(out, "")
             self.assertRegex(err, rf"^nuveqcam: cannot load the camera library Z:\\.*\\{Path(name).name}: {reason}; "
                                   r"give its file with --library\n$")
 
     def check_incomplete_copy(self, reason, *more):
-        """What a copy of the program without some of its files says, which has those beside what it starts with."""
+        """Checks the error of a copy of the program that has only the files it needs to start, and some more."""
         copy = self.folder.parent / "bin"
         copy.mkdir()
         for name in ("nuveqcam.exe", "liblog4cplus.dll", "libstdc++-6.dll", "libgcc_s_seh-1.dll", "libwinpthread-1.dll",
@@ -118,31 +118,31 @@ class WindowsListing(WindowsTool):
             shutil.copy(Path(PROGRAM).parent / name, copy)
         process = subprocess.run([RUNNER, copy / "nuveqcam.exe", "list"], stdin=subprocess.DEVNULL, capture_output=True,
                                  env={**os.environ, "NUVEQ_WINEPREFIX": str(Path(PROGRAM).parent.parent / "wine")},
-                                 timeout=PATIENCE)
+                                 timeout=TIMEOUT)
         self.assertEqual(process.returncode, UNEXPECTED)
         self.assertRegex(process.stdout.decode(), r"^nuveqcam: cannot load the camera library "
                                                   rf"Z:\\.*\\bin\\libnuveqcamerahandler\.dll: {reason}; ")
 
-    def test_program_without_its_library_says_where_it_belongs(self):
+    def test_missing_library_is_reported_with_its_path(self):
         self.check_incomplete_copy("Module not found")
 
-    def test_library_without_a_file_that_it_needs_says_so(self):
+    def test_missing_dependency_of_the_library_is_reported(self):
         self.check_incomplete_copy("a DLL that it needs is missing", "libnuveqcamerahandler.dll")
 
 
 class WindowsDoctor(WindowsTool):
-    def test_names_every_device_its_verdict_and_the_camera_that_is_offered(self):
+    def test_prints_every_device_and_the_offered_camera(self):
         out, err = self.run_tool("doctor")
         self.assertEqual(err, "")
-        self.assertIn(r"  USB\VID_04F2&PID_B6BE\0001  Integrated Camera (04f2:b6be)  built in: Windows says (device "
-                      "status) that it cannot be removed\n", out)
-        self.assertIn("  Port_#0002.Hub_#0001        USB Camera (046d:0825)         can be removed: Windows says "
-                      "(device status) that it can be\n", out)
-        self.assertIn("  usb#vid_04f2&pid_b6be&mi_00#6&1a2b3c&0&0000   Integrated Camera  TAKEN: the first camera of "
+        self.assertIn(r"  USB\VID_04F2&PID_B6BE\0001  Integrated Camera (04f2:b6be)  built in: according to its device "
+                      "status in Windows\n", out)
+        self.assertIn("  Port_#0002.Hub_#0001        USB Camera (046d:0825)         removable: according to its "
+                      "device status in Windows\n", out)
+        self.assertIn("  usb#vid_04f2&pid_b6be&mi_00#6&1a2b3c&0&0000   Integrated Camera  SELECTED: the first camera of "
                       "USB device USB\\VID_04F2&PID_B6BE\\0001, which is built in\n", out)
-        self.assertIn("  usb#vid_046d&pid_0825&mi_00#7&2fd3c3a&0&0000  USB Camera         not taken: it is plugged in: "
+        self.assertIn("  usb#vid_046d&pid_0825&mi_00#7&2fd3c3a&0&0000  USB Camera         not selected: it is plugged in: "
                       "its USB device can be removed\n", out)
-        self.assertTrue(out.endswith("\nThe camera that is offered: Integrated Camera "
+        self.assertTrue(out.endswith("\nOffered camera: Integrated Camera "
                                      "(usb#vid_04f2&pid_b6be&mi_00#6&1a2b3c&0&0000), 320x240 to 1920x1080, 10 to 30 fps\n"),
                         out)
 
@@ -166,14 +166,14 @@ class WindowsDoctor(WindowsTool):
         self.use_pc("plug-in")
         out, err = self.run_tool("doctor", code=NO_CAMERA)
         self.assertEqual(err, "")
-        self.assertIn("\nNo camera is offered: the only capture device is not a USB camera that is built in\n  - if USB Camera (usb#vid_"
+        self.assertIn("\nNo camera is offered: the only capture device is not a built-in USB camera\n  - if USB Camera (usb#vid_"
                       "046d&pid_0825&mi_00#7&2fd3c3a&0&0000) is inside the PC, the firmware describes the port of USB "
-                      "device Port_#0002.Hub_#0001 wrongly", out)
+                      "device Port_#0002.Hub_#0001 incorrectly", out)
         self.use_pc("none")
         out, err = self.run_tool("doctor", code=NO_CAMERA)
         self.assertEqual(err, "")
-        self.assertTrue(out.startswith("USB devices\n  none seen\n\nCapture devices\n  none seen\n\n"
-                                       "No camera is offered: no capture device was seen\n"), out)
+        self.assertTrue(out.startswith("USB devices\n  none found\n\nCapture devices\n  none found\n\n"
+                                       "No camera is offered: no capture devices were found\n"), out)
         self.assertTrue(out.endswith("\n  - look for it under Cameras in Device Manager\n"), out)
 
 

@@ -1,4 +1,4 @@
-"""What the scripts that run nuveqcam.exe under Wine share: the PC that it sees, and where what it says goes."""
+"""Helpers for tests that run nuveqcam.exe under Wine: the simulated devices and redirected output."""
 
 import os
 import subprocess
@@ -7,7 +7,7 @@ from nuveqcam_tool import OK, PROGRAM, Tool, reset_signals
 
 RUNNER = os.path.abspath(os.environ["NUVEQCAM_RUNNER"])
 USE_PC = os.path.abspath(os.environ["USE_PC"])
-PATIENCE = 100
+TIMEOUT = 100
 
 
 class WindowsTool(Tool):
@@ -15,7 +15,7 @@ class WindowsTool(Tool):
 
     def setUp(self):
         super().setUp()
-        # As inconvenient as people's folders are.
+        # With spaces and non-ASCII characters.
         self.folder = self.folder / "Meine Bilder \u00e4 \u4e2d"
         self.folder.mkdir()
         self.use_pc(self.PC)
@@ -23,10 +23,10 @@ class WindowsTool(Tool):
 
     @staticmethod
     def use_pc(pc):
-        subprocess.run([RUNNER, USE_PC, pc], stdin=subprocess.DEVNULL, timeout=PATIENCE, check=True)
+        subprocess.run([RUNNER, USE_PC, pc], stdin=subprocess.DEVNULL, timeout=TIMEOUT, check=True)
 
     def start(self, *arguments, **options):
-        """Into files: processes of Wine's may hold pipes open, so that nobody may wait for their end."""
+        """Redirects output to files: Wine's background processes can keep pipes open after the program has ended."""
         self.runs += 1
         self.out, self.err = (self.folder.parent / f"{name}{self.runs}" for name in ("out", "err"))
         with open(self.out, "wb") as out, open(self.err, "wb") as err:
@@ -43,7 +43,7 @@ class WindowsTool(Tool):
         process.wait()
 
     def finish(self, process, code=OK):
-        process.wait(timeout=PATIENCE)
+        process.wait(timeout=TIMEOUT)
         err = self.err.read_text(encoding="utf-8")
         self.assertEqual(process.returncode, code, err)
         return self.out.read_bytes(), err

@@ -1,6 +1,6 @@
-# The program as a person runs it, over the simulated PC.
+# The program with the simulated PC.
 
-# Whether a file system can be mounted for one program alone: not in every container.
+# Whether a file system can be mounted in a private mount namespace; some containers forbid it.
 set(probe ${CMAKE_CURRENT_BINARY_DIR}/mount)
 file(MAKE_DIRECTORY ${probe})
 set(NUVEQ_CAN_MOUNT FALSE)
@@ -13,7 +13,7 @@ foreach(way "-m --propagation unchanged" "-rm")
   endif()
 endforeach()
 if(NOT NUVEQ_CAN_MOUNT)
-  message(STATUS "nuveqcam: no file system can be mounted here; /dev/full and file size limits stand for full disks")
+  message(STATUS "nuveqcam: cannot mount a file system; full disks are tested with /dev/full and file size limits only")
 endif()
 
 set(without "")
@@ -34,7 +34,7 @@ set_tests_properties(${tests} PROPERTIES
     TIMEOUT 300
     LABELS pipeline
     ENVIRONMENT "NUVEQCAM=$<TARGET_FILE:nuveqcam>;INTERRUPT_AT_CALL=$<TARGET_FILE:interrupt_at_call>;INTERRUPT_STRIDE=${stride};NUVEQCAM_VERSION=${PROJECT_VERSION};NUVEQCAM_MAN=${PROJECT_SOURCE_DIR}/tools/nuveqcam/nuveqcam.1")
-# They run the program several hundred times, as many runs at once as two per processor.
+# These run the program several hundred times, two at a time per processor.
 set(interrupted ${tests})
 list(FILTER interrupted INCLUDE REGEX "InterruptAtCall")
 set_tests_properties(${interrupted} PROPERTIES TIMEOUT 900 PROCESSORS 2)

@@ -1,8 +1,8 @@
-# The program as a person runs it, over the camera fixtures.
+# The program under Wine with the camera fixtures.
 add_executable(use_pc ${CMAKE_CURRENT_LIST_DIR}/use_pc.cpp)
 target_link_libraries(use_pc PRIVATE camera_fixtures)
 add_executable(code_page ${CMAKE_CURRENT_LIST_DIR}/code_page.cpp)
-# It is started by a shell, without the path to the runtime.
+# Static, because a shell starts it without the path to the runtime DLLs.
 target_link_options(code_page PRIVATE -static)
 set_target_properties(use_pc code_page PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/fixtures)
 

@@ -1,4 +1,4 @@
-// Makes the Wine prefix a PC: use_pc laptop|plug-in|none.
+// Sets up the Wine prefix with a PC's devices: use_pc laptop|plug-in|none.
 #include <cstdio>
 #include <exception>
 #include <string_view>

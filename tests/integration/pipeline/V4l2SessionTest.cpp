@@ -192,7 +192,7 @@ TEST_F(V4l2SessionTest, OpenFailsWhileAnotherProgramUsesTheCamera) {
   ASSERT_EQ(kernel.Ioctl(other, VIDIOC_REQBUFS, &request), 0);
 
   EXPECT_EQ(Query(), 0) << "the capabilities can still be read";
-  const LibraryLog log(nullptr);
+  const nuveqcam::LibraryLog log(nullptr);
   EXPECT_EQ(OpenCamera(), -1001);
   ExpectOneMoreBlock();
   EXPECT_THAT(log.Lines(), Contains(HasSubstr("Set camera parameter fail, error:-2147024726")));

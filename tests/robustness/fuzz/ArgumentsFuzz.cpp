@@ -11,6 +11,8 @@
 namespace fuzz {
 namespace {
 
+using namespace nuveqcam;  // NOLINT(google-build-using-namespace)
+
 using Words = std::vector<std::string>;
 
 constexpr SystemTraits kAllFeatures{.recordsMp4 = true, .hasSimulatedPc = true};

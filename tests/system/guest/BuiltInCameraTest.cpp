@@ -196,7 +196,7 @@ TEST_F(BuiltInCamera, CannotBeOpenedWhileAnotherProgramHoldsIt) {
   OtherProgram other(FindCamera(kBuiltIn).node);
   ASSERT_EQ(other.Error(), "");
   EXPECT_EQ(Query(), 0) << "a query succeeds nevertheless";
-  const LibraryLog log(nullptr);
+  const nuveqcam::LibraryLog log(nullptr);
   EXPECT_EQ(OpenAt(smallest), -1001);
   ExpectOneMoreBlock();
   EXPECT_THAT(log.Lines(), Contains(HasSubstr("Set camera parameter fail, error:-2147024726")));

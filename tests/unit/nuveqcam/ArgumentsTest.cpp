@@ -7,6 +7,7 @@
 
 #include "recording/OutputKind.h"
 
+namespace nuveqcam {
 namespace {
 
 using ::testing::EndsWith;
@@ -14,26 +15,26 @@ using ::testing::HasSubstr;
 using Words = std::vector<std::string>;
 
 constexpr SystemTraits kSystem{.recordsMp4 = true, .hasSimulatedPc = true};
-// Without a library for MP4 and without a simulated PC.
-constexpr SystemTraits kPlainSystem{};
+// Without MP4 and without a simulated PC.
+constexpr SystemTraits kMinimalSystem{};
 
-Options Read(const Words& words, const SystemTraits& system = kSystem) {
+Options Parse(const Words& words, const SystemTraits& system = kSystem) {
   auto parsed = ParseArguments(words, system);
-  const auto* const wrong = std::get_if<UsageError>(&parsed);
-  EXPECT_EQ(wrong, nullptr) << wrong->text;
-  return wrong == nullptr ? std::get<Options>(parsed) : Options{};
+  const auto* const error = std::get_if<UsageError>(&parsed);
+  EXPECT_EQ(error, nullptr) << error->text;
+  return error == nullptr ? std::get<Options>(parsed) : Options{};
 }
 
-// What is wrong with the words; empty when nothing is.
-std::string Wrong(const Words& words, const SystemTraits& system = kSystem) {
+// The usage error for the words; empty if there is none.
+std::string ErrorOf(const Words& words, const SystemTraits& system = kSystem) {
   const auto parsed = ParseArguments(words, system);
-  const auto* const wrong = std::get_if<UsageError>(&parsed);
-  return wrong != nullptr ? wrong->text : "";
+  const auto* const error = std::get_if<UsageError>(&parsed);
+  return error != nullptr ? error->text : "";
 }
 
-TEST(Arguments, CommandsHaveTheirDefaults) {
-  EXPECT_EQ(Read({"list"}).command, Command::kList);
-  const Options record = Read({"record"});
+TEST(Arguments, CommandsHaveDefaults) {
+  EXPECT_EQ(Parse({"list"}).command, Command::kList);
+  const Options record = Parse({"record"});
   EXPECT_EQ(record.command, Command::kRecord);
   EXPECT_EQ(record.output, "camera.mp4");
   EXPECT_EQ(record.seconds, 5);
@@ -41,108 +42,108 @@ TEST(Arguments, CommandsHaveTheirDefaults) {
   EXPECT_EQ(record.fps, std::nullopt);
   EXPECT_FALSE(record.isSimulated);
   EXPECT_FALSE(record.isVerbose);
-  const Options snapshot = Read({"snapshot"});
+  const Options snapshot = Parse({"snapshot"});
   EXPECT_EQ(snapshot.output, "camera.png");
   EXPECT_EQ(snapshot.skip, 9);
-  EXPECT_EQ(Read({"doctor"}).command, Command::kDoctor);
+  EXPECT_EQ(Parse({"doctor"}).command, Command::kDoctor);
 }
 
-TEST(Arguments, OptionsAreReadInEveryForm) {
+TEST(Arguments, OptionsAreParsedInEveryForm) {
   const Options options =
-      Read({"-v", "record", "-o", "a.h264", "--size", "640x480", "--fps=15", "--seconds", "0"});
+      Parse({"-v", "record", "-o", "a.h264", "--size", "640x480", "--fps=15", "--seconds", "0"});
   EXPECT_TRUE(options.isVerbose);
   EXPECT_EQ(options.output, "a.h264");
   EXPECT_EQ(options.size, (Size{640, 480}));
   EXPECT_EQ(options.fps, 15);
   EXPECT_EQ(options.seconds, 0);
-  EXPECT_EQ(Read({"record", "-oa.264"}).output, "a.264");
-  EXPECT_EQ(Read({"record", "-o=a.264"}).output, "a.264");
-  EXPECT_EQ(Read({"record", "-o=-"}).output, "-");
-  EXPECT_EQ(Read({"record", "-oa=b.mp4"}).output, "a=b.mp4");
-  EXPECT_EQ(Read({"record", "-o", "=.mp4"}).output, "=.mp4");
-  EXPECT_EQ(Read({"record", "--output=a=b.mp4"}).output, "a=b.mp4");
-  EXPECT_EQ(Read({"record", "-o", "-"}).output, "-");
-  EXPECT_EQ(Read({"--library", "x.so", "list", "--json"}).library, "x.so");
-  EXPECT_TRUE(Read({"list", "--json", "--verbose"}).wantsJson);
-  EXPECT_TRUE(Read({"--simulated", "doctor", "--json"}).wantsJson);
-  EXPECT_EQ(Read({"snapshot", "--skip", "0"}).skip, 0);
+  EXPECT_EQ(Parse({"record", "-oa.264"}).output, "a.264");
+  EXPECT_EQ(Parse({"record", "-o=a.264"}).output, "a.264");
+  EXPECT_EQ(Parse({"record", "-o=-"}).output, "-");
+  EXPECT_EQ(Parse({"record", "-oa=b.mp4"}).output, "a=b.mp4");
+  EXPECT_EQ(Parse({"record", "-o", "=.mp4"}).output, "=.mp4");
+  EXPECT_EQ(Parse({"record", "--output=a=b.mp4"}).output, "a=b.mp4");
+  EXPECT_EQ(Parse({"record", "-o", "-"}).output, "-");
+  EXPECT_EQ(Parse({"--library", "x.so", "list", "--json"}).library, "x.so");
+  EXPECT_TRUE(Parse({"list", "--json", "--verbose"}).wantsJson);
+  EXPECT_TRUE(Parse({"--simulated", "doctor", "--json"}).wantsJson);
+  EXPECT_EQ(Parse({"snapshot", "--skip", "0"}).skip, 0);
 }
 
-TEST(Arguments, LastOfTwoCounts) {
-  EXPECT_EQ(Read({"record", "--fps", "15", "--fps", "10"}).fps, 10);
-  EXPECT_EQ(Read({"record", "-o", "a.mp4", "-o", "b.mp4"}).output, "b.mp4");
-  EXPECT_EQ(Read({"--simulated", "a.mp4", "list", "--simulated"}).clip, "");
+TEST(Arguments, LastOccurrenceOfAnOptionApplies) {
+  EXPECT_EQ(Parse({"record", "--fps", "15", "--fps", "10"}).fps, 10);
+  EXPECT_EQ(Parse({"record", "-o", "a.mp4", "-o", "b.mp4"}).output, "b.mp4");
+  EXPECT_EQ(Parse({"--simulated", "a.mp4", "list", "--simulated"}).clip, "");
 }
 
-TEST(Arguments, WordAfterSimulatedIsTheClipUnlessItIsSomethingElse) {
+TEST(Arguments, WordAfterSimulatedIsTheClipUnlessItIsAnOptionOrACommand) {
   for (const Words& words : {Words{"--simulated", "list"}, Words{"list", "--simulated"},
                              Words{"list", "--simulated", "-v"}, Words{"--simulated", "-v", "list"}}) {
-    EXPECT_TRUE(Read(words).isSimulated);
-    EXPECT_EQ(Read(words).clip, "");
+    EXPECT_TRUE(Parse(words).isSimulated);
+    EXPECT_EQ(Parse(words).clip, "");
   }
   for (const Words& words : {Words{"--simulated", "a.mp4", "list"}, Words{"list", "--simulated", "a.mp4"},
                              Words{"--simulated=a.mp4", "list"}, Words{"list", "-v", "--simulated=a.mp4"}}) {
-    EXPECT_EQ(Read(words).clip, "a.mp4");
+    EXPECT_EQ(Parse(words).clip, "a.mp4");
   }
-  EXPECT_EQ(Read({"--simulated=record", "list"}).clip, "record");
+  EXPECT_EQ(Parse({"--simulated=record", "list"}).clip, "record");
 }
 
 TEST(Arguments, HelpAndVersionNeedNoCommand) {
-  EXPECT_TRUE(Read({"--help"}).wantsHelp);
-  EXPECT_TRUE(Read({"-h"}).wantsHelp);
-  EXPECT_TRUE(Read({"--version"}).wantsVersion);
-  EXPECT_EQ(Read({"record", "--help"}).command, Command::kRecord);
-  EXPECT_TRUE(Read({"record", "--help"}).wantsHelp);
+  EXPECT_TRUE(Parse({"--help"}).wantsHelp);
+  EXPECT_TRUE(Parse({"-h"}).wantsHelp);
+  EXPECT_TRUE(Parse({"--version"}).wantsVersion);
+  EXPECT_EQ(Parse({"record", "--help"}).command, Command::kRecord);
+  EXPECT_TRUE(Parse({"record", "--help"}).wantsHelp);
 }
 
-TEST(Arguments, NumbersAreWholeAndInRange) {
+TEST(Arguments, NumbersMustBeIntegersInRange) {
   for (const char* const good : {"1x1", "65535x65535"}) {
-    EXPECT_EQ(Wrong({"record", "--size", good}), "");
+    EXPECT_EQ(ErrorOf({"record", "--size", good}), "");
   }
   for (const char* const bad :
        {"", "x", "640", "640x", "x480", "0x480", "640x0", "65536x1", "1x65536", "-1x5", "+1x5", " 1x5",
         "1x5 ", "1X5", "1x5x5", "0x1x1", "99999999999999999999x1", "1.5x2"}) {
-    EXPECT_NE(Wrong({"record", "--size", bad}), "") << bad;
+    EXPECT_NE(ErrorOf({"record", "--size", bad}), "") << bad;
   }
-  EXPECT_EQ(Wrong({"record", "--fps", "1000"}), "");
-  EXPECT_EQ(Wrong({"record", "--seconds", "86400"}), "");
-  EXPECT_EQ(Wrong({"snapshot", "--skip", "100000"}), "");
-  EXPECT_EQ(Wrong({"record", "--fps", "0"}), "--fps wants a whole number from 1 to 1000, not '0'");
-  EXPECT_EQ(Wrong({"record", "--fps", "1001"}), "--fps wants a whole number from 1 to 1000, not '1001'");
-  EXPECT_EQ(Wrong({"record", "--seconds", "86401"}),
-            "--seconds wants a whole number from 0 to 86400, not '86401'");
-  EXPECT_EQ(Wrong({"record", "--seconds", "5s"}), "--seconds wants a whole number from 0 to 86400, not '5s'");
-  EXPECT_NE(Wrong({"snapshot", "--skip", "100001"}), "");
+  EXPECT_EQ(ErrorOf({"record", "--fps", "1000"}), "");
+  EXPECT_EQ(ErrorOf({"record", "--seconds", "86400"}), "");
+  EXPECT_EQ(ErrorOf({"snapshot", "--skip", "100000"}), "");
+  EXPECT_EQ(ErrorOf({"record", "--fps", "0"}), "--fps must be an integer from 1 to 1000, not '0'");
+  EXPECT_EQ(ErrorOf({"record", "--fps", "1001"}), "--fps must be an integer from 1 to 1000, not '1001'");
+  EXPECT_EQ(ErrorOf({"record", "--seconds", "86401"}),
+            "--seconds must be an integer from 0 to 86400, not '86401'");
+  EXPECT_EQ(ErrorOf({"record", "--seconds", "5s"}), "--seconds must be an integer from 0 to 86400, not '5s'");
+  EXPECT_NE(ErrorOf({"snapshot", "--skip", "100001"}), "");
 }
 
-TEST(Arguments, MistakesAreNamed) {
-  EXPECT_THAT(Wrong({}), HasSubstr("a command is missing"));
-  EXPECT_THAT(Wrong({"-v"}), HasSubstr("a command is missing"));
-  EXPECT_THAT(Wrong({"fly"}), HasSubstr("unknown command 'fly'"));
-  EXPECT_EQ(Wrong({"list", "record"}), "'record' is one word too many");
-  EXPECT_EQ(Wrong({"list", "more"}), "'more' is one word too many");
-  EXPECT_EQ(Wrong({"list", "--bogus"}), "unknown option '--bogus'");
-  EXPECT_EQ(Wrong({"list", "-x"}), "unknown option '-x'");
-  EXPECT_EQ(Wrong({"list", "-"}), "unknown option '-'");
-  EXPECT_EQ(Wrong({"list", "--"}), "unknown option '--'");
-  EXPECT_EQ(Wrong({"list", "--jso"}), "unknown option '--jso'");
-  EXPECT_EQ(Wrong({"record", "--fps"}), "--fps lacks its value");
-  EXPECT_EQ(Wrong({"record", "--fps="}), "--fps= lacks its value");
-  EXPECT_EQ(Wrong({"record", "-o="}), "--output= lacks its value");
-  EXPECT_EQ(Wrong({"record", "-o", ""}), "--output wants a file name");
-  EXPECT_EQ(Wrong({"list", "--json=yes"}), "--json takes no value");
-  EXPECT_EQ(Wrong({"list", "--fps", "3"}), "--fps is no option of list");
-  EXPECT_EQ(Wrong({"doctor", "--fps", "3"}), "--fps is no option of doctor");
-  EXPECT_EQ(Wrong({"record", "--skip", "3"}), "--skip is no option of record");
-  EXPECT_EQ(Wrong({"snapshot", "--seconds", "3"}), "--seconds is no option of snapshot");
+TEST(Arguments, UsageErrorsNameTheMistake) {
+  EXPECT_THAT(ErrorOf({}), HasSubstr("missing command"));
+  EXPECT_THAT(ErrorOf({"-v"}), HasSubstr("missing command"));
+  EXPECT_THAT(ErrorOf({"fly"}), HasSubstr("unknown command 'fly'"));
+  EXPECT_EQ(ErrorOf({"list", "record"}), "'record': unexpected argument");
+  EXPECT_EQ(ErrorOf({"list", "more"}), "'more': unexpected argument");
+  EXPECT_EQ(ErrorOf({"list", "--bogus"}), "unknown option '--bogus'");
+  EXPECT_EQ(ErrorOf({"list", "-x"}), "unknown option '-x'");
+  EXPECT_EQ(ErrorOf({"list", "-"}), "unknown option '-'");
+  EXPECT_EQ(ErrorOf({"list", "--"}), "unknown option '--'");
+  EXPECT_EQ(ErrorOf({"list", "--jso"}), "unknown option '--jso'");
+  EXPECT_EQ(ErrorOf({"record", "--fps"}), "--fps requires a value");
+  EXPECT_EQ(ErrorOf({"record", "--fps="}), "--fps= requires a value");
+  EXPECT_EQ(ErrorOf({"record", "-o="}), "--output= requires a value");
+  EXPECT_EQ(ErrorOf({"record", "-o", ""}), "--output requires a file name");
+  EXPECT_EQ(ErrorOf({"list", "--json=yes"}), "--json does not take a value");
+  EXPECT_EQ(ErrorOf({"list", "--fps", "3"}), "--fps is not valid for 'list'");
+  EXPECT_EQ(ErrorOf({"doctor", "--fps", "3"}), "--fps is not valid for 'doctor'");
+  EXPECT_EQ(ErrorOf({"record", "--skip", "3"}), "--skip is not valid for 'record'");
+  EXPECT_EQ(ErrorOf({"snapshot", "--seconds", "3"}), "--seconds is not valid for 'snapshot'");
 }
 
-TEST(Arguments, WhatWouldSteerATerminalIsNotRepeated) {
-  EXPECT_EQ(Wrong({"\x1b[2Jlist"}),
+TEST(Arguments, ControlCharactersAreReplacedInErrors) {
+  EXPECT_EQ(ErrorOf({"\x1b[2Jlist"}),
             "unknown command '?[2Jlist'; the commands are list, record, snapshot and doctor");
 }
 
-TEST(Arguments, OutputIsWhatItsNameSays) {
+TEST(Arguments, ExtensionDeterminesTheOutputFormat) {
   EXPECT_EQ(KindOfRecording("a.mp4"), OutputKind::kMp4);
   EXPECT_EQ(KindOfRecording("a.b/C.MP4"), OutputKind::kMp4);
   EXPECT_EQ(KindOfRecording("a.h264"), OutputKind::kRawH264);
@@ -154,36 +155,37 @@ TEST(Arguments, OutputIsWhatItsNameSays) {
     EXPECT_EQ(KindOfRecording(name), OutputKind::kUnknown) << name;
   }
   EXPECT_EQ(KindOfPicture("a.mp4"), OutputKind::kUnknown);
-  EXPECT_THAT(Wrong({"record", "-o", "a.avi"}), HasSubstr(".mp4, .h264 or .264"));
-  EXPECT_THAT(Wrong({"snapshot", "-o", "a.gif"}), HasSubstr(".png"));
+  EXPECT_THAT(ErrorOf({"record", "-o", "a.avi"}), HasSubstr(".mp4, .h264 or .264"));
+  EXPECT_THAT(ErrorOf({"snapshot", "-o", "a.gif"}), HasSubstr(".png"));
 }
 
-TEST(Arguments, SystemWithoutMp4RecordsTheStreamAsItIs) {
-  EXPECT_EQ(Read({"record"}, kPlainSystem).output, "camera.h264");
-  EXPECT_EQ(Read({"record", "-o", "a.264"}, kPlainSystem).output, "a.264");
-  EXPECT_EQ(Wrong({"record", "-o", "a.MP4"}, kPlainSystem),
-            "this build writes .h264, not .mp4; name the recording .h264 or .264");
-  EXPECT_THAT(Wrong({"record", "-o", "a.avi"}, kPlainSystem), EndsWith("a recording is named .h264 or .264"));
-  EXPECT_EQ(Read({"snapshot"}, kPlainSystem).output, "camera.png");
+TEST(Arguments, SystemWithoutMp4RecordsAnnexB) {
+  EXPECT_EQ(Parse({"record"}, kMinimalSystem).output, "camera.h264");
+  EXPECT_EQ(Parse({"record", "-o", "a.264"}, kMinimalSystem).output, "a.264");
+  EXPECT_EQ(ErrorOf({"record", "-o", "a.MP4"}, kMinimalSystem),
+            "this build cannot write .mp4; use .h264 or .264");
+  EXPECT_THAT(ErrorOf({"record", "-o", "a.avi"}, kMinimalSystem),
+              EndsWith("the extension of a recording is .h264 or .264"));
+  EXPECT_EQ(Parse({"snapshot"}, kMinimalSystem).output, "camera.png");
 }
 
-TEST(Arguments, SystemWithoutASimulatedPcSaysSo) {
+TEST(Arguments, SimulatedIsRejectedIfNotSupported) {
   for (const Words& words : {Words{"list", "--simulated"}, Words{"--simulated=a.mp4", "snapshot"}}) {
-    EXPECT_EQ(Wrong(words, kPlainSystem), "there is no simulated PC on this system; leave --simulated out");
+    EXPECT_EQ(ErrorOf(words, kMinimalSystem), "--simulated is not supported on this system");
   }
-  EXPECT_EQ(Wrong({"list"}, kPlainSystem), "");
+  EXPECT_EQ(ErrorOf({"list"}, kMinimalSystem), "");
 }
 
-// Random lines of words that mean something, in part or whole: each is either read or refused with a text,
-// and what is read keeps the promises that the commands rely on.
-TEST(Arguments, AnyLineIsEitherReadOrRefusedWithAReason) {
+// Random command lines of meaningful words and concatenations of them: each is either parsed or rejected with
+// a message, and parsed options satisfy the invariants that the commands rely on.
+TEST(Arguments, AnyCommandLineIsEitherParsedOrRejectedWithAMessage) {
   const Words pieces{"list",   "record",  "snapshot",  "--simulated", "-o",     "--output",
                      "--size", "640x480", "--fps",     "--seconds",   "--skip", "--json",
                      "-v",     "--help",  "--version", "--library",   "=",      "x",
                      "9",      "0",       "-",         "--",          "a.mp4",  "a.png",
                      "",       "\xff",    "-o-",       "4294967296",  "doctor"};
-  std::mt19937 random(1);  // NOLINT(cert-msc32-c,cert-msc51-cpp): the same lines every time
-  std::size_t readLines = 0;
+  std::mt19937 random(1);  // NOLINT(cert-msc32-c,cert-msc51-cpp): reproducible
+  std::size_t parsedLines = 0;
   for (int line = 0; line < 20000; ++line) {
     Words words;
     for (auto count = random() % 6; count > 0; --count) {
@@ -193,12 +195,12 @@ TEST(Arguments, AnyLineIsEitherReadOrRefusedWithAReason) {
       }
       words.push_back(word);
     }
-    const auto parsed = ParseArguments(words, line % 2 == 0 ? kSystem : kPlainSystem);
-    if (const auto* const wrong = std::get_if<UsageError>(&parsed)) {
-      ASSERT_NE(wrong->text, "");
+    const auto parsed = ParseArguments(words, line % 2 == 0 ? kSystem : kMinimalSystem);
+    if (const auto* const error = std::get_if<UsageError>(&parsed)) {
+      ASSERT_NE(error->text, "");
       continue;
     }
-    ++readLines;
+    ++parsedLines;
     const auto& options = std::get<Options>(parsed);
     ASSERT_TRUE(options.command != Command::kNone || options.wantsHelp || options.wantsVersion);
     if (options.command != Command::kNone && !options.wantsHelp && !options.wantsVersion) {
@@ -208,7 +210,8 @@ TEST(Arguments, AnyLineIsEitherReadOrRefusedWithAReason) {
       ASSERT_LE(options.seconds, 86400U);
     }
   }
-  EXPECT_GT(readLines, 100U);
+  EXPECT_GT(parsedLines, 100U);
 }
 
 }  // namespace
+}  // namespace nuveqcam

@@ -5,45 +5,46 @@
 
 #include "commands/Commands.h"
 
+namespace nuveqcam {
 namespace {
 
-TEST(ChoiceOfSize, IsTheLargestUpTo1280By720) {
+TEST(DefaultSize, IsTheLargestUpTo1280By720) {
   EXPECT_EQ(ChooseSize({{320, 240}, {1280, 720}, {1920, 1080}, {640, 480}}), (Size{1280, 720}));
   EXPECT_EQ(ChooseSize({{640, 480}, {320, 240}, {1920, 1080}}), (Size{640, 480}));
 }
 
-TEST(ChoiceOfSize, MeasuresBothSides) {
+TEST(DefaultSize, LimitsBothDimensions) {
   EXPECT_EQ(ChooseSize({{640, 360}, {1024, 768}, {720, 1280}}), (Size{640, 360}));
 }
 
-TEST(ChoiceOfSize, IsTheSmallestWhereAllAreLarger) {
+TEST(DefaultSize, IsTheSmallestIfAllAreLarger) {
   EXPECT_EQ(ChooseSize({{3840, 2160}, {1920, 1080}, {2560, 1440}}), (Size{1920, 1080}));
 }
 
-TEST(ChoiceOfSize, ComparesAreasThatExceed32Bits) {
+TEST(DefaultSize, ComparesAreasThatExceed32Bits) {
   EXPECT_EQ(ChooseSize({{65536, 65536}, {65535, 65535}}), (Size{65535, 65535}));
 }
 
-TEST(ChoiceOfSize, IsNoneOfNone) { EXPECT_EQ(ChooseSize({}), std::nullopt); }
+TEST(DefaultSize, IsAbsentWithoutSizes) { EXPECT_EQ(ChooseSize({}), std::nullopt); }
 
-TEST(ChoiceOfRate, Is30WhereOffered) {
+TEST(DefaultRate, Is30IfOffered) {
   EXPECT_EQ(ChooseFps({10000, 15000, 30000, 60000}), 30);
   EXPECT_EQ(ChooseFps({15000, 29970}), 30);
 }
 
-TEST(ChoiceOfRate, IsTheHighestBelow30ElseTheLowest) {
+TEST(DefaultRate, IsTheHighestBelow30ElseTheLowest) {
   EXPECT_EQ(ChooseFps({10000, 25000, 60000}), 25);
   EXPECT_EQ(ChooseFps({120000, 60000}), 60);
   EXPECT_EQ(ChooseFps({100}), 1);
   EXPECT_EQ(ChooseFps({}), 30);
 }
 
-TEST(ChoiceOfRate, SurvivesRatesThatNoCameraHas) {
+TEST(DefaultRate, HandlesExtremeRates) {
   EXPECT_EQ(ChooseFps({0}), 1);
   EXPECT_EQ(ChooseFps({4294967295U}), 4294967);
 }
 
-TEST(Request, TakesTheOptionsBeforeTheBest) {
+TEST(Request, PrefersTheOptionsToTheDefaults) {
   Options options;
   const Capabilities camera{"0", {{640, 480}}, {15000}};
   EXPECT_EQ(ChooseRequest(options, camera).size, (Size{640, 480}));
@@ -55,16 +56,16 @@ TEST(Request, TakesTheOptionsBeforeTheBest) {
   EXPECT_EQ(ChooseRequest(options, {"7", {}, {}}).id, "7");
 }
 
-TEST(Request, NeedsASizeFromSomewhere) {
+TEST(Request, WithoutAnySizeFails) {
   try {
     ChooseRequest({}, {"0", {}, {}});
-    FAIL() << "chose a size";
+    FAIL() << "no failure without a size";
   } catch (const Failure& failure) {
     EXPECT_EQ(failure.Code(), ExitCode::kCannotOpen);
   }
 }
 
-TEST(RateText, HasTheDecimalsThatItNeeds) {
+TEST(RateText, HasOnlySignificantDecimals) {
   EXPECT_EQ(RateText(30000), "30");
   EXPECT_EQ(RateText(29970), "29.97");
   EXPECT_EQ(RateText(7500), "7.5");
@@ -73,3 +74,4 @@ TEST(RateText, HasTheDecimalsThatItNeeds) {
 }
 
 }  // namespace
+}  // namespace nuveqcam

@@ -1,4 +1,4 @@
-// The doctor in this process, over PCs whose devices a kernel of the tests' own presents.
+// doctor in the test process, on PCs simulated by fake system calls.
 #include <cerrno>
 #include <map>
 #include <sstream>
@@ -7,6 +7,7 @@
 #include "commands/Commands.h"
 #include "support/linux/LinuxTest.h"
 
+namespace nuveqcam {
 namespace {
 
 using linux_support::Discrete;
@@ -31,7 +32,7 @@ class DoctorOnPc : public LinuxTest {
     EXPECT_EQ(err.str(), "");
     return code;
   }
-  // A camera with that verdict, and its node.
+  // Adds a camera with a removable attribute and a port's connect type, and its node.
   void AddCamera(const std::string& name, int number, const std::string& removable,
                  const std::optional<std::string>& connectType, int interface = 0,
                  VideoDeviceSettings settings = {}) {
@@ -64,7 +65,7 @@ class DoctorOnPc : public LinuxTest {
   std::ostringstream err;
 };
 
-TEST_F(DoctorOnPc, ExplainsTheCameraThatIsTakenAndTheOthers) {
+TEST_F(DoctorOnPc, ExplainsTheSelectedCameraAndTheOthers) {
   AddLaptopCamera();
   kernel.Tree().SetUsbAttribute("1-5", "product", "Integrated Camera");
   AddHub("1-8", "unknown");
@@ -77,19 +78,19 @@ TEST_F(DoctorOnPc, ExplainsTheCameraThatIsTakenAndTheOthers) {
   const std::string text = out.str();
   EXPECT_THAT(
       text, HasSubstr("USB devices\n  1-5    Integrated Camera (04f2:b6be)  built in: the firmware (ACPI)"));
-  EXPECT_THAT(text, HasSubstr("\n  1-8    Hub (05e3:0610), hub           counts as removable: neither"));
-  EXPECT_THAT(text, HasSubstr("\n  1-8.1  Camera 1-8.1 (04f2:b6be)       counts as removable: it is fixed to "
-                              "hub 1-8, which counts as removable\n"));
-  EXPECT_THAT(text, HasSubstr("TAKEN: the first camera of USB device 1-5, which is built in\n"));
-  EXPECT_THAT(text, HasSubstr("not taken: it belongs to a USB hub that can be removed, or may be\n"));
-  EXPECT_THAT(text, HasSubstr("vivid              not taken: it is not a USB device\n"));
-  EXPECT_THAT(text, HasSubstr("not taken: it is not the first camera of its USB device\n"));
+  EXPECT_THAT(text, HasSubstr("\n  1-8    Hub (05e3:0610), hub           treated as removable: neither"));
+  EXPECT_THAT(text,
+              HasSubstr("\n  1-8.1  Camera 1-8.1 (04f2:b6be)       treated as removable: it is fixed to "
+                        "hub 1-8, which is treated as removable\n"));
+  EXPECT_THAT(text, HasSubstr("SELECTED: the first camera of USB device 1-5, which is built in\n"));
+  EXPECT_THAT(text, HasSubstr("not selected: it belongs to a USB hub that can be removed, or may be\n"));
+  EXPECT_THAT(text, HasSubstr("vivid              not selected: it is not a USB device\n"));
+  EXPECT_THAT(text, HasSubstr("not selected: it is not the first camera of its USB device\n"));
   EXPECT_THAT(text, HasSubstr("not a capture device: it carries a camera's metadata, not its pictures\n"));
-  EXPECT_THAT(
-      text, MatchesRegex("(.|\n)*\nThe camera that is offered: [^\n]* \\(" + Node(0) + "\\), [^\n]* fps\n"));
+  EXPECT_THAT(text, MatchesRegex("(.|\n)*\nOffered camera: [^\n]* \\(" + Node(0) + "\\), [^\n]* fps\n"));
 }
 
-TEST_F(DoctorOnPc, GoesByWhatFirmwareAndHubSay) {
+TEST_F(DoctorOnPc, UsesTheDeclarationsOfFirmwareAndHubs) {
   AddCamera("1-1", 1, "unknown", "unknown");
   AddCamera("1-2", 2, "removable", "hotplug");
   AddHub("1-3", "removable");
@@ -99,33 +100,34 @@ TEST_F(DoctorOnPc, GoesByWhatFirmwareAndHubSay) {
   AddCamera("1-4", 4, "fixed", "hardwired", 0, infrared);
   EXPECT_EQ(Run(), ExitCode::kNoCamera);
   const std::string text = out.str();
+  EXPECT_THAT(text,
+              HasSubstr("\nNo camera is offered: none of the 3 capture devices is a built-in USB camera\n"));
   EXPECT_THAT(
-      text,
-      HasSubstr("\nNo camera is offered: none of the 3 capture devices is a USB camera that is built in\n"));
-  EXPECT_THAT(text, HasSubstr("\n  - if Camera 1-1 (" + Node(1) +
-                              ") is inside the PC, ask the PC's maker for firmware that describes the port"));
+      text, HasSubstr("\n  - if Camera 1-1 (" + Node(1) +
+                      ") is inside the PC, ask the PC's manufacturer for firmware that describes the port"));
   EXPECT_THAT(text,
               HasSubstr("\n  - if Camera 1-2 (" + Node(2) +
-                        ") is inside the PC, the firmware describes the port of USB device 1-2 wrongly"));
-  EXPECT_THAT(text, HasSubstr("\n  - if Camera 1-3.1 (" + Node(3) +
-                              ") is inside the PC, ask the PC's maker for firmware that says that hub 1-3"));
+                        ") is inside the PC, the firmware describes the port of USB device 1-2 incorrectly"));
+  EXPECT_THAT(text,
+              HasSubstr("\n  - if Camera 1-3.1 (" + Node(3) +
+                        ") is inside the PC, ask the PC's manufacturer for firmware that declares hub 1-3"));
   EXPECT_THAT(text,
               HasSubstr("  " + Node(4) + "  Camera 1-4    not a capture device: it delivers no format"));
   EXPECT_THAT(text, HasSubstr("\n  - Camera 1-4 (" + Node(4) +
                               ") cannot be used: it delivers no format that the library can use (GREY)\n"));
   EXPECT_EQ(Run(true), ExitCode::kNoCamera);
-  EXPECT_THAT(out.str(), HasSubstr(R"("verdictFrom":"nobody","verdict":"counts as removable: neither)"));
+  EXPECT_THAT(out.str(), HasSubstr(R"("verdictFrom":"nobody","verdict":"treated as removable: neither)"));
   EXPECT_THAT(out.str(), HasSubstr(R"("connectType":"hotplug","attribute":"removable","verdictHub":null)"));
   EXPECT_THAT(out.str(), HasSubstr(R"("connectType":"unknown","attribute":"fixed","verdictHub":"1-3")"));
 }
 
-TEST_F(DoctorOnPc, SaysThatTheTakenCameraMayNotBeOpened) {
+TEST_F(DoctorOnPc, ReportsThatTheSelectedCameraCannotBeOpened) {
   AddLaptopCamera();
   kernel.Fail(kOpenCall, EACCES);
   EXPECT_EQ(Run(), ExitCode::kCannotOpen);
   EXPECT_THAT(out.str(), HasSubstr("which is built in; cannot be opened: Permission denied\n"));
   EXPECT_THAT(out.str(), HasSubstr("(" + Node(0) + ") is built in, but it cannot be read\n"));
-  EXPECT_THAT(out.str(), HasSubstr("not looked into: it cannot be opened and is not its camera's first node "
+  EXPECT_THAT(out.str(), HasSubstr("not examined: it cannot be opened and is not its camera's first node "
                                    "(Permission denied)\n"));
   EXPECT_THAT(out.str(), HasSubstr("add your user to the group video and log in again"));
   AddCamera("1-6", 2, "removable", "hotplug");
@@ -135,12 +137,13 @@ TEST_F(DoctorOnPc, SaysThatTheTakenCameraMayNotBeOpened) {
               HasSubstr("\n  - " + Node(2) + " cannot be opened (Permission denied): add your user"));
 }
 
-TEST_F(DoctorOnPc, AdvisesByWhyANodeCannotBeOpened) {
+TEST_F(DoctorOnPc, AdviceDependsOnTheOpenError) {
   AddCamera("1-6", 2, "removable", "hotplug");
-  const std::map<int, std::string> advices{{EPERM, "in a container or a service, hand the device in\n"},
-                                           {EBUSY, "close the program that uses it\n"},
-                                           {ENODEV, "in a container, hand the device in; else see with"},
-                                           {EIO, "see with 'sudo dmesg' what the kernel says of it\n"}};
+  const std::map<int, std::string> advices{
+      {EPERM, "in a container or a service, allow access to the device\n"},
+      {EBUSY, "close the program that uses it\n"},
+      {ENODEV, "in a container, pass the device into it; else check with"},
+      {EIO, "look for the kernel's messages with 'sudo dmesg'\n"}};
   for (const auto& [error, advice] : advices) {
     kernel.Fail(kOpenCall, error);
     EXPECT_EQ(Run(), ExitCode::kNoCamera);
@@ -149,8 +152,8 @@ TEST_F(DoctorOnPc, AdvisesByWhyANodeCannotBeOpened) {
   }
 }
 
-TEST_F(DoctorOnPc, TellsTheTakenCameraFromOthersThatCouldBe) {
-  // The camera that comes first on the bus has the later node, and other sizes.
+TEST_F(DoctorOnPc, DistinguishesTheSelectedCameraFromOtherBuiltInCameras) {
+  // The first camera on the bus has the higher node number and different sizes.
   VideoDeviceSettings first;
   first.formats = {{V4L2_PIX_FMT_YUYV, {Discrete(352, 288, {25})}}};
   AddCamera("1-7", 0, "fixed", "hardwired");
@@ -159,62 +162,62 @@ TEST_F(DoctorOnPc, TellsTheTakenCameraFromOthersThatCouldBe) {
   kernel.AddDevice(4);
   EXPECT_EQ(Run(), ExitCode::kOk);
   EXPECT_THAT(out.str(),
-              HasSubstr("  " + Node(3) + "  Camera 1-2  TAKEN: the first camera of USB device 1-2"));
+              HasSubstr("  " + Node(3) + "  Camera 1-2  SELECTED: the first camera of USB device 1-2"));
   EXPECT_THAT(out.str(),
-              HasSubstr("  " + Node(4) + "  Camera 1-2  not taken: it is another node of the camera"));
+              HasSubstr("  " + Node(4) + "  Camera 1-2  not selected: it is another node of the camera"));
   EXPECT_THAT(out.str(),
-              HasSubstr("  " + Node(0) + "  Camera 1-7  not taken: another built-in camera comes"));
-  EXPECT_THAT(out.str(),
-              HasSubstr("\nThe camera that is offered: Camera 1-2 (" + Node(3) + "), 352x288, 25 fps\n"));
+              HasSubstr("  " + Node(0) + "  Camera 1-7  not selected: another built-in camera comes"));
+  EXPECT_THAT(out.str(), HasSubstr("\nOffered camera: Camera 1-2 (" + Node(3) + "), 352x288, 25 fps\n"));
 }
 
-TEST_F(DoctorOnPc, SaysThatTheKernelDoesNotShowWhatIsKnown) {
+TEST_F(DoctorOnPc, ReportsAMissingKernelAttribute) {
   UsbNode node{"1-6"};
   node.removable = std::nullopt;
   kernel.Tree().AddUsb(node);
   kernel.Tree().AddVideoOfUsb(2, "1-6:1.0", "Camera", 0);
   kernel.AddDevice(2);
   EXPECT_EQ(Run(), ExitCode::kNoCamera);
+  EXPECT_THAT(
+      out.str(),
+      HasSubstr("treated as removable: the kernel has no attribute that tells whether it can be removed\n"));
   EXPECT_THAT(out.str(),
-              HasSubstr("counts as removable: the kernel does not show whether it can be removed\n"));
-  EXPECT_THAT(out.str(),
-              HasSubstr("not taken: the kernel does not show whether its USB device can be removed\n"));
+              HasSubstr("not selected: the kernel does not show whether its USB device can be removed\n"));
   EXPECT_THAT(out.str(), HasSubstr("is inside the PC, run this outside containers and sandboxes, or use a"));
 }
 
-TEST_F(DoctorOnPc, SaysThatTheTakenCameraOffersNoSize) {
+TEST_F(DoctorOnPc, ReportsThatTheSelectedCameraHasNoSizes) {
   VideoDeviceSettings settings;
   settings.formats = {{V4L2_PIX_FMT_YUYV, {Discrete(0, 0, {30})}}};
   AddLaptopCamera(settings);
   EXPECT_EQ(Run(), ExitCode::kCannotOpen);
-  EXPECT_THAT(out.str(), HasSubstr("TAKEN: "));
-  EXPECT_THAT(out.str(), HasSubstr("(" + Node(0) + ") is built in, but it offers no picture size\n"));
+  EXPECT_THAT(out.str(), HasSubstr("SELECTED: "));
+  EXPECT_THAT(out.str(), HasSubstr("(" + Node(0) + ") is built in, but it has no picture sizes\n"));
 }
 
-TEST_F(DoctorOnPc, SaysThatACameraHasNoDriver) {
+TEST_F(DoctorOnPc, ReportsACameraWithoutADriver) {
   kernel.Tree().AddUsb({"1-5"});
   EXPECT_EQ(Run(), ExitCode::kNoCamera);
-  EXPECT_THAT(out.str(), HasSubstr("\nCapture devices\n  none seen\n"));
+  EXPECT_THAT(out.str(), HasSubstr("\nCapture devices\n  none found\n"));
   EXPECT_THAT(out.str(),
-              HasSubstr("\n  - USB device 1-5 is a camera, but no driver has made a capture device"));
+              HasSubstr("\n  - USB device 1-5 is a camera, but no driver has created a capture device"));
 }
 
-TEST_F(DoctorOnPc, SaysThatANodeIsOutOfReach) {
+TEST_F(DoctorOnPc, ReportsAnInaccessibleNode) {
   AddLaptopCamera();
   kernel.Fail(kOpenCall, ENOENT);
   EXPECT_EQ(Run(), ExitCode::kNoCamera);
   EXPECT_THAT(out.str(),
-              HasSubstr("not looked into: there is no device behind it, or not where this program may "
+              HasSubstr("not examined: there is no device behind it, or not where this program may "
                         "see it (No such file or directory)\n"));
   EXPECT_THAT(out.str(), HasSubstr("- " + Node(0) + ", " + Node(1) +
                                    " cannot be opened (No such file or directory): in a container"));
   EXPECT_THAT(out.str(), Not(HasSubstr("no driver")));
 }
 
-// A tree of a host that says nothing more of its devices.
-class PlainTree : public devices::DeviceProvider {
+// A host's device provider without details.
+class HostProvider : public devices::DeviceProvider {
  public:
-  explicit PlainTree(bool isRemovable, std::string firstFunction = R"(USB\VID_1111&PID_2222&MI_00\HOST)")
+  explicit HostProvider(bool isRemovable, std::string firstFunction = R"(USB\VID_1111&PID_2222&MI_00\HOST)")
       : m_isRemovable(isRemovable), m_firstFunction(std::move(firstFunction)) {}
   std::vector<devices::CaptureDevice> CaptureDevices() override {
     return {{R"(@device:pnp:\\?\usb#vid_1111&pid_2222&mi_00#host#camera)", "Host's camera", "nowhere",
@@ -230,7 +233,7 @@ class PlainTree : public devices::DeviceProvider {
   std::string m_firstFunction;
 };
 
-devices::UsbDetails HostsUsbDevice() {
+devices::UsbDetails HostUsbDetails() {
   devices::UsbDetails details;
   details.place = "1-5";
   details.id = R"(USB\VID_1111&PID_2222\HOST)";
@@ -240,18 +243,18 @@ devices::UsbDetails HostsUsbDevice() {
   return details;
 }
 
-// A camera that comes and goes. The camera library never asks for descriptions, so that these tell when the
-// doctor itself looks.
-class RestlessTree : public PlainTree {
+// A camera that is present from the inventory's first query on, permanently or for one query only. The camera
+// library never calls DescribeUsbDevices, so that call marks the inventory's query.
+class HotplugProvider : public HostProvider {
  public:
-  explicit RestlessTree(bool stays) : PlainTree(false), m_stays(stays) {}
+  explicit HotplugProvider(bool stays) : HostProvider(false), m_stays(stays) {}
   std::vector<devices::CaptureDevice> CaptureDevices() override {
-    return std::exchange(m_isThere, m_isThere && m_stays) ? PlainTree::CaptureDevices()
+    return std::exchange(m_isThere, m_isThere && m_stays) ? HostProvider::CaptureDevices()
                                                           : std::vector<devices::CaptureDevice>();
   }
   std::vector<devices::UsbDetails> DescribeUsbDevices() override {
     m_isThere = true;
-    return {HostsUsbDevice()};
+    return {HostUsbDetails()};
   }
 
  private:
@@ -259,29 +262,30 @@ class RestlessTree : public PlainTree {
   bool m_isThere = false;
 };
 
-TEST_F(DoctorOnPc, LooksOnceMoreWhenACameraHasCome) {
-  devices::SetDeviceProvider(std::make_shared<RestlessTree>(true));
+TEST_F(DoctorOnPc, RepeatsTheQueriesIfACameraWasAdded) {
+  devices::SetDeviceProvider(std::make_shared<HotplugProvider>(true));
   EXPECT_EQ(Run(), ExitCode::kCannotOpen);
-  EXPECT_THAT(out.str(), HasSubstr("TAKEN: the first camera"));
+  EXPECT_THAT(out.str(), HasSubstr("SELECTED: the first camera"));
   EXPECT_THAT(out.str(), HasSubstr("Host's camera (nowhere) is built in, but it cannot be read\n"));
 }
 
-TEST_F(DoctorOnPc, SaysThatItSawACameraThatTheLibraryDidNot) {
-  devices::SetDeviceProvider(std::make_shared<RestlessTree>(false));
+TEST_F(DoctorOnPc, ReportsACameraThatTheLibraryDidNotSee) {
+  devices::SetDeviceProvider(std::make_shared<HotplugProvider>(false));
   EXPECT_EQ(Run(), ExitCode::kNoCamera);
-  EXPECT_THAT(out.str(), HasSubstr("would be taken: the first camera of a USB device, which is built in\n"));
-  EXPECT_THAT(out.str(), HasSubstr("looks built in, but the library did not take it\n"));
+  EXPECT_THAT(out.str(),
+              HasSubstr("would be selected: the first camera of a USB device, which is built in\n"));
+  EXPECT_THAT(out.str(), HasSubstr("looks built in, but the library did not select it\n"));
   EXPECT_EQ(Run(true), ExitCode::kNoCamera);
   EXPECT_THAT(out.str(), HasSubstr(R"("captureDevices":[{"taken":false,)"));
 }
 
-// A tree whose devices change between the doctor's looks: first its USB devices are not described, then its
-// nodes are not yet, or no longer, capture devices.
-class ChangingTree : public PlainTree {
+// Devices that change between queries: details of USB devices are missing in the first query, and video nodes
+// are not yet, or no longer, capture devices.
+class ChangingProvider : public HostProvider {
  public:
-  ChangingTree() : PlainTree(true) {}
+  ChangingProvider() : HostProvider(true) {}
   std::vector<devices::UsbDetails> DescribeUsbDevices() override {
-    return m_usbLooks++ % 2 == 0 ? std::vector<devices::UsbDetails>() : std::vector{HostsUsbDevice()};
+    return m_usbLooks++ % 2 == 0 ? std::vector<devices::UsbDetails>() : std::vector{HostUsbDetails()};
   }
   std::vector<devices::VideoNodeDetails> DescribeVideoNodes() override {
     return {{"nowhere", "Node", "1-5", "there is no device behind it", ENODEV},
@@ -292,30 +296,32 @@ class ChangingTree : public PlainTree {
   int m_usbLooks = 0;
 };
 
-TEST_F(DoctorOnPc, SaysNothingThatIsOverOfDevicesThatChange) {
-  devices::SetDeviceProvider(std::make_shared<ChangingTree>());
+TEST_F(DoctorOnPc, PrintsNoOutdatedStateOfChangingDevices) {
+  devices::SetDeviceProvider(std::make_shared<ChangingProvider>());
   EXPECT_EQ(Run(), ExitCode::kNoCamera);
   EXPECT_THAT(out.str(), Not(HasSubstr("host program")));
   EXPECT_THAT(out.str(), HasSubstr("  1-5  "));
-  EXPECT_THAT(out.str(), HasSubstr("  nowhere  Host's camera  not taken: it is plugged in\n"));
+  EXPECT_THAT(out.str(), HasSubstr("  nowhere  Host's camera  not selected: it is plugged in\n"));
   EXPECT_THAT(out.str(), Not(HasSubstr("cannot be opened")));
   EXPECT_THAT(out.str(), Not(HasSubstr("gone  ")));
 }
 
-TEST_F(DoctorOnPc, TakesTheWordOfAHostProgram) {
-  devices::SetDeviceProvider(std::make_shared<PlainTree>(true));
+TEST_F(DoctorOnPc, UsesTheDeclarationsOfAHostProgram) {
+  devices::SetDeviceProvider(std::make_shared<HostProvider>(true));
   EXPECT_EQ(Run(), ExitCode::kNoCamera);
   EXPECT_THAT(out.str(),
-              HasSubstr(R"(  USB\VID_1111&PID_2222\HOST    can be removed: the host program says so)"));
-  EXPECT_THAT(out.str(), HasSubstr("correct the host program's list of devices\n"));
-  devices::SetDeviceProvider(std::make_shared<PlainTree>(false));
+              HasSubstr(R"(  USB\VID_1111&PID_2222\HOST    removable: according to the host program)"));
+  EXPECT_THAT(out.str(), HasSubstr("correct the device list of the host program\n"));
+  devices::SetDeviceProvider(std::make_shared<HostProvider>(false));
   EXPECT_EQ(Run(true), ExitCode::kCannotOpen);
-  EXPECT_THAT(out.str(), HasSubstr(R"("verdictFrom":"host","verdict":"built in: the host program says so")"));
+  EXPECT_THAT(out.str(),
+              HasSubstr(R"("verdictFrom":"host","verdict":"built in: according to the host program")"));
   EXPECT_THAT(out.str(), EndsWith("\"otherNodes\":[]}\n"));
-  // A camera whose USB device is not known by it.
-  devices::SetDeviceProvider(std::make_shared<PlainTree>(true, R"(USB\VID_1111&PID_2222&MI_02\HOST)"));
+  // The camera is not the first function of the USB device.
+  devices::SetDeviceProvider(std::make_shared<HostProvider>(true, R"(USB\VID_1111&PID_2222&MI_02\HOST)"));
   EXPECT_EQ(Run(), ExitCode::kNoCamera);
   EXPECT_THAT(out.str(), HasSubstr("Host's camera (nowhere) cannot be used: it is plugged in\n"));
 }
 
 }  // namespace
+}  // namespace nuveqcam

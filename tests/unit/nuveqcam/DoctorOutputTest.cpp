@@ -1,158 +1,166 @@
-// What the doctor prints.
+// The output of doctor.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <utility>
 
-#include "DoctorPcs.h"
+#include "DoctorInventories.h"
 
-namespace doctor_pcs {
+namespace nuveqcam {
 namespace {
 
 using ::testing::Contains;
 using ::testing::HasSubstr;
 
-TEST(Doctor, ShowsDevicesInTablesAndConcludes) {
-  DeviceInventory pc = Laptop();
-  pc.usbDevices.push_back(UsbDeviceAt("1-6", true, "nobody"));
-  pc.usbDevices[2].isHub = true;
-  pc.usbDevices[2].name = "";
-  pc.usbDevices[2].model = "";
-  pc.captureDevices[1].openError = "Permission denied";
-  pc.captureDevices[0].openIn = {"firefox (1)", "ffmpeg (22)"};
-  pc.otherNodes.push_back(NodeAt("/dev/video2", "1-5", "it was not asked"));
-  pc.otherNodes[1].openError = "Permission denied";
-  EXPECT_EQ(DoctorText(pc, Conclude(pc, {kOffered, ""}, kDoctorSystem)),
-            "USB devices\n"
-            "  1-5     Camera 1-5 (04f2:b6be)     said by firmware\n"
-            "  1-6.10  Camera 1-6.10 (04f2:b6be)  said by hub\n"
-            "  1-6     hub                        said by nobody\n"
-            "\n"
-            "Capture devices\n"
-            "  /dev/video0   Camera  TAKEN: the first camera of USB device 1-5, which is built in; open in "
-            "firefox (1); open in ffmpeg (22)\n"
-            "  /dev/video10  Camera  not taken: it is plugged in; cannot be opened: Permission denied\n"
-            "  /dev/video1   Camera  not a capture device: it carries metadata\n"
-            "  /dev/video2   Camera  not looked into: it was not asked (Permission denied)\n"
-            "\n"
-            "The camera that is offered: Camera (/dev/video0), 320x240 to 1280x720, 7.5 to 30 fps\n");
-}
-
-TEST(Doctor, ShowsAPcWithoutDevices) {
+TEST(Doctor, PrintsTablesAndConclusion) {
+  DeviceInventory inventory = Laptop();
+  inventory.usbDevices.push_back(UsbDeviceAt("1-6", true, "nobody"));
+  inventory.usbDevices[2].isHub = true;
+  inventory.usbDevices[2].name = "";
+  inventory.usbDevices[2].model = "";
+  inventory.captureDevices[1].openError = "Permission denied";
+  inventory.captureDevices[0].openIn = {"firefox (1)", "ffmpeg (22)"};
+  inventory.otherNodes.push_back(NodeAt("/dev/video2", "1-5", "it was not examined"));
+  inventory.otherNodes[1].openError = "Permission denied";
   EXPECT_EQ(
-      DoctorText({}, Conclude({}, {}, kDoctorSystem)),
+      DoctorText(inventory, MakeDoctorReport(inventory, {kOffered, ""}, kTestSystem)),
       "USB devices\n"
-      "  none seen\n"
+      "  1-5     Camera 1-5 (04f2:b6be)     according to firmware\n"
+      "  1-6.10  Camera 1-6.10 (04f2:b6be)  according to hub\n"
+      "  1-6     hub                        according to nobody\n"
       "\n"
       "Capture devices\n"
-      "  none seen\n"
+      "  /dev/video0   Camera  SELECTED: the first camera of USB device 1-5, which is built in; open in "
+      "firefox (1); open in ffmpeg (22)\n"
+      "  /dev/video10  Camera  not selected: it is plugged in; cannot be opened: Permission denied\n"
+      "  /dev/video1   Camera  not a capture device: it carries metadata\n"
+      "  /dev/video2   Camera  not examined: it was not examined (Permission denied)\n"
       "\n"
-      "No camera is offered: no capture device was seen\n"
-      "  - switch the camera on if the PC has one: by a key, a switch or a shutter on the PC, or in its "
-      "BIOS setup\n"
-      "  - buy one\n");
+      "Offered camera: Camera (/dev/video0), 320x240 to 1280x720, 7.5 to 30 fps\n");
 }
 
-// Every text of a device, and where it is: what is left of one must not reach a terminal.
+TEST(Doctor, PrintsAPcWithoutDevices) {
+  EXPECT_EQ(DoctorText({}, MakeDoctorReport({}, {}, kTestSystem)),
+            "USB devices\n"
+            "  none found\n"
+            "\n"
+            "Capture devices\n"
+            "  none found\n"
+            "\n"
+            "No camera is offered: no capture devices were found\n"
+            "  - if the PC has a built-in camera, enable it with its key, switch or shutter, or in the BIOS "
+            "setup\n"
+            "  - connect one\n");
+}
+
+// All texts of a device that must not reach a terminal without being sanitized.
 std::vector<std::string*> TextsOf(UsbDeviceInfo& device) {
-  return {&device.place,       &device.name,      &device.model,      &device.id,           &device.verdict,
-          &device.connectType, &device.attribute, &device.verdictHub, &device.firstFunction};
+  return {&device.place,
+          &device.name,
+          &device.model,
+          &device.id,
+          &device.removabilityText,
+          &device.connectType,
+          &device.attribute,
+          &device.removabilityHub,
+          &device.firstFunction};
 }
 
 std::vector<std::string*> TextsOf(VideoNodeInfo& node) {
   return {&node.node, &node.name, &node.usbPlace, &node.reason, &node.openError, &node.openIn[0]};
 }
 
-std::vector<std::string*> TextsOf(DeviceInventory& pc) {
+std::vector<std::string*> TextsOf(DeviceInventory& inventory) {
   std::vector<std::string*> texts;
   const auto add = [&texts](auto& device) {
     const std::vector<std::string*> more = TextsOf(device);
     texts.insert(texts.end(), more.begin(), more.end());
   };
-  std::for_each(pc.usbDevices.begin(), pc.usbDevices.end(), add);
-  std::for_each(pc.captureDevices.begin(), pc.captureDevices.end(), add);
-  std::for_each(pc.otherNodes.begin(), pc.otherNodes.end(), add);
+  std::for_each(inventory.usbDevices.begin(), inventory.usbDevices.end(), add);
+  std::for_each(inventory.captureDevices.begin(), inventory.captureDevices.end(), add);
+  std::for_each(inventory.otherNodes.begin(), inventory.otherNodes.end(), add);
   return texts;
 }
 
-// C0 with ESC, DEL and C1, in UTF-8.
-bool IsPoisoned(const std::string& text) {
+// True for C0, DEL and C1 control characters in UTF-8.
+bool HasControlCharacters(const std::string& text) {
   return std::any_of(text.begin(), text.end(),
                      [](char c) { return c != '\n' && ((c >= 0 && c < ' ') || c == '\x7f'); }) ||
          text.find("\u009b") != std::string::npos;
 }
 
-// Every advice on a device that can be removed, a camera of unknown origin, one that is taken, and a node.
-DeviceInventory PoisonedPc(const std::string& poison, bool isTaken) {
-  DeviceInventory pc;
+// An inventory with the injected text in every field: a device for each source of advice, a camera whose USB
+// device is not known, a selected camera, and another node.
+DeviceInventory InventoryWith(const std::string& injected, bool isSelected) {
+  DeviceInventory inventory;
   for (const char* const from : {"firmware", "parent", "nobody", "attribute", "host"}) {
-    const std::string place = poison + from;
-    pc.usbDevices.push_back(UsbDeviceAt(place, true, from));
-    pc.captureDevices.push_back(NodeAt("node", place, "reason"));
+    const std::string place = injected + from;
+    inventory.usbDevices.push_back(UsbDeviceAt(place, true, from));
+    inventory.captureDevices.push_back(NodeAt("node", place, "reason"));
   }
-  pc.captureDevices.push_back(NodeAt("node", "", "reason"));
-  pc.captureDevices.push_back(NodeAt("node", "", isTaken ? "" : "reason"));
-  pc.captureDevices.back().isUsb = true;
-  pc.otherNodes.push_back(NodeAt("node", "", "reason"));
-  for (auto* const nodes : {&pc.captureDevices, &pc.otherNodes}) {
+  inventory.captureDevices.push_back(NodeAt("node", "", "reason"));
+  inventory.captureDevices.push_back(NodeAt("node", "", isSelected ? "" : "reason"));
+  inventory.captureDevices.back().isUsb = true;
+  inventory.otherNodes.push_back(NodeAt("node", "", "reason"));
+  for (auto* const nodes : {&inventory.captureDevices, &inventory.otherNodes}) {
     for (VideoNodeInfo& node : *nodes) {
       node.openIn = {"program"};
       node.openError = "error";
     }
   }
-  for (std::string* const text : TextsOf(pc)) {
-    // The places are poisoned already, and have to agree; the one that is taken has no reason, and keeps
-    // none.
-    if (text->find(poison) == std::string::npos && !text->empty()) {
-      *text = poison;
+  for (std::string* const text : TextsOf(inventory)) {
+    // Places have the injected text already and must stay equal; the selected camera must keep its empty
+    // reason.
+    if (text->find(injected) == std::string::npos && !text->empty()) {
+      *text = injected;
     }
   }
-  for (UsbDeviceInfo& device : pc.usbDevices) {
-    device.verdictHub = poison;
-    device.connectType = poison;
+  for (UsbDeviceInfo& device : inventory.usbDevices) {
+    device.removabilityHub = injected;
+    device.connectType = injected;
   }
-  return pc;
+  return inventory;
 }
 
-TEST(Doctor, ShowsNoControlCharactersOfDevices) {
-  for (const std::string poison : {"\x1b]0;x\a", "a\x7f", "\u009b31m", "\r\t"}) {
-    ASSERT_TRUE(IsPoisoned(poison));
-    for (const LibraryAnswer& answer :
-         {LibraryAnswer{kOffered, ""}, LibraryAnswer{{}, poison},
-          LibraryAnswer{Capabilities{poison, {{1, 1}}, {}}, ""}, LibraryAnswer{}}) {
-      for (const bool isTaken : {true, false}) {
-        const DeviceInventory pc = PoisonedPc(poison, isTaken);
-        const std::string text = DoctorText(pc, Conclude(pc, answer, kDoctorSystem));
-        EXPECT_FALSE(IsPoisoned(text)) << text;
+TEST(Doctor, PrintsNoControlCharacters) {
+  for (const std::string injected : {"\x1b]0;x\a", "a\x7f", "\u009b31m", "\r\t"}) {
+    ASSERT_TRUE(HasControlCharacters(injected));
+    for (const LibraryResult& answer :
+         {LibraryResult{kOffered, ""}, LibraryResult{{}, injected},
+          LibraryResult{Capabilities{injected, {{1, 1}}, {}}, ""}, LibraryResult{}}) {
+      for (const bool isSelected : {true, false}) {
+        const DeviceInventory inventory = InventoryWith(injected, isSelected);
+        const std::string text = DoctorText(inventory, MakeDoctorReport(inventory, answer, kTestSystem));
+        EXPECT_FALSE(HasControlCharacters(text)) << text;
       }
     }
   }
-  DeviceInventory pc = PoisonedPc("\x1b", false);
-  pc.usbDevices[0].hasVideo = true;
-  pc.captureDevices.clear();
-  EXPECT_THAT(AdviceFor(pc), Contains(HasSubstr("USB device ?firmware is a camera")));
+  DeviceInventory inventory = InventoryWith("\x1b", false);
+  inventory.usbDevices[0].hasVideo = true;
+  inventory.captureDevices.clear();
+  EXPECT_THAT(AdviceFor(inventory), Contains(HasSubstr("USB device ?firmware is a camera")));
 }
 
-TEST(DoctorsJson, HasEverything) {
-  DeviceInventory pc = Laptop();
-  pc.usbDevices[0].connectType = "hardwired";
-  pc.usbDevices[0].attribute = "fixed";
-  pc.usbDevices[0].firstFunction = "USB\\1";
-  pc.usbDevices[1].hasVideo.reset();
-  pc.captureDevices[1].openError = "Permission denied";
-  pc.captureDevices[1].openIn = {"firefox (1)"};
-  const LibraryAnswer answer{Capabilities{"0", {{640, 480}}, {7500}}, ""};
+TEST(DoctorJson, HasAllMembers) {
+  DeviceInventory inventory = Laptop();
+  inventory.usbDevices[0].connectType = "hardwired";
+  inventory.usbDevices[0].attribute = "fixed";
+  inventory.usbDevices[0].firstFunction = "USB\\1";
+  inventory.usbDevices[1].hasVideo.reset();
+  inventory.captureDevices[1].openError = "Permission denied";
+  inventory.captureDevices[1].openIn = {"firefox (1)"};
+  const LibraryResult answer{Capabilities{"0", {{640, 480}}, {7500}}, ""};
   EXPECT_EQ(
-      DoctorJson(pc, answer, Conclude(pc, answer)),
+      DoctorJson(inventory, answer, MakeDoctorReport(inventory, answer)),
       R"({"offered":true,)"
-      R"("conclusion":"The camera that is offered: Camera (/dev/video0), 640x480, 7.5 fps","advice":[],)"
+      R"("conclusion":"Offered camera: Camera (/dev/video0), 640x480, 7.5 fps","advice":[],)"
       R"("failure":null,"camera":{"id":"0","sizes":[{"width":640,"height":480}],"rates":[7.5]},)"
       R"("usbDevices":[{"place":"1-5","name":"Camera 1-5","model":"04f2:b6be","id":"ID 1-5","hub":false,)"
-      R"("video":true,"removable":false,"verdictFrom":"firmware","verdict":"said by firmware",)"
+      R"("video":true,"removable":false,"verdictFrom":"firmware","verdict":"according to firmware",)"
       R"("connectType":"hardwired","attribute":"fixed","verdictHub":null,"firstFunction":"USB\\1"},)"
       R"({"place":"1-6.10","name":"Camera 1-6.10","model":"04f2:b6be","id":"ID 1-6.10","hub":false,)"
-      R"("video":null,"removable":true,"verdictFrom":"hub","verdict":"said by hub","connectType":null,)"
+      R"("video":null,"removable":true,"verdictFrom":"hub","verdict":"according to hub","connectType":null,)"
       R"("attribute":null,"verdictHub":"1-6","firstFunction":null}],)"
       R"("captureDevices":[{"taken":true,"node":"/dev/video0","name":"Camera","usbDevice":"1-5",)"
       R"("reason":null,"openError":null,"openIn":[]},)"
@@ -163,28 +171,28 @@ TEST(DoctorsJson, HasEverything) {
       "\n");
 }
 
-TEST(DoctorsJson, EscapesEveryText) {
-  const auto write = [](const DeviceInventory& pc, const LibraryAnswer& answer) {
-    return DoctorJson(pc, answer, Conclude(pc, answer, kDoctorSystem));
+TEST(DoctorJson, EscapesAllTexts) {
+  const auto write = [](const DeviceInventory& inventory, const LibraryResult& answer) {
+    return DoctorJson(inventory, answer, MakeDoctorReport(inventory, answer, kTestSystem));
   };
-  DeviceInventory pc = PoisonedPc("text", false);
-  for (std::string* const text : TextsOf(pc)) {
+  DeviceInventory inventory = InventoryWith("text", false);
+  for (std::string* const text : TextsOf(inventory)) {
     const std::string kept = std::exchange(*text, "\"\x1b");
-    const std::string json = write(pc, {});
+    const std::string json = write(inventory, {});
     EXPECT_THAT(json, HasSubstr(R"("\"\u001b")")) << kept;
-    EXPECT_FALSE(IsPoisoned(json)) << kept;
+    EXPECT_FALSE(HasControlCharacters(json)) << kept;
     *text = kept;
   }
-  EXPECT_THAT(write(pc, {{}, "\"\x1b"}), HasSubstr(R"("failure":"\"\u001b")"));
-  EXPECT_THAT(write(pc, {Capabilities{"\"\x1b", {{1, 1}}, {}}, ""}), HasSubstr(R"("id":"\"\u001b")"));
+  EXPECT_THAT(write(inventory, {{}, "\"\x1b"}), HasSubstr(R"("failure":"\"\u001b")"));
+  EXPECT_THAT(write(inventory, {Capabilities{"\"\x1b", {{1, 1}}, {}}, ""}), HasSubstr(R"("id":"\"\u001b")"));
 }
 
-TEST(DoctorsJson, IsAnObjectWithoutACameraToo) {
-  const LibraryAnswer answer{{}, "it is in use"};
-  const std::string json = DoctorJson(Laptop(), answer, Conclude(Laptop(), answer));
+TEST(DoctorJson, IsAnObjectAlsoWithoutACamera) {
+  const LibraryResult answer{{}, "it is in use"};
+  const std::string json = DoctorJson(Laptop(), answer, MakeDoctorReport(Laptop(), answer));
   EXPECT_THAT(json, HasSubstr(R"("offered":false,)"));
   EXPECT_THAT(json, HasSubstr(R"("advice":["it is in use"],"failure":"it is in use","camera":null,)"));
 }
 
 }  // namespace
-}  // namespace doctor_pcs
+}  // namespace nuveqcam

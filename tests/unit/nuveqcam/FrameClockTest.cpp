@@ -5,6 +5,7 @@
 
 #include <cmath>
 
+namespace nuveqcam {
 namespace {
 
 using Seconds = FrameClock::Seconds;
@@ -15,7 +16,7 @@ Clock::time_point At(double seconds) {
   return Clock::time_point{} + std::chrono::duration_cast<Clock::duration>(Seconds(seconds));
 }
 
-// The times of pictures that arrive at those seconds.
+// The presentation times of pictures that arrive at the given times, in seconds.
 std::vector<double> TimesOf(const std::vector<double>& arrivals, std::uint32_t fps = 30) {
   FrameClock clock(fps);
   std::vector<double> times;
@@ -49,15 +50,15 @@ double ShortestStep(const std::vector<double>& times, std::size_t from = 1) {
   return shortest;
 }
 
-TEST(FrameClock, CountsFromTheFirstPicture) { EXPECT_EQ(TimesOf({1000}).front(), 0); }
+TEST(FrameClock, StartsAtZero) { EXPECT_EQ(TimesOf({1000}).front(), 0); }
 
-TEST(FrameClock, KeepsSteadyArrivalsAsTheyAre) {
+TEST(FrameClock, KeepsSteadyArrivals) {
   const std::vector<double> times = TimesOf(Steady(100, kFrame));
   EXPECT_NEAR(times.back(), 99 * kFrame, 1e-6);
   EXPECT_NEAR(LongestStep(times), ShortestStep(times), 1e-6);
 }
 
-TEST(FrameClock, DoesNotShowTheTremblingOfArrivals) {
+TEST(FrameClock, SmoothsJitter) {
   std::vector<double> arrivals = Steady(300, kFrame);
   for (std::size_t i = 1; i < arrivals.size(); ++i) {
     arrivals[i] += i % 3 == 0 ? 0.4 * kFrame : 0;
@@ -68,7 +69,7 @@ TEST(FrameClock, DoesNotShowTheTremblingOfArrivals) {
   EXPECT_NEAR(times.back(), arrivals.back(), 0.5 * kFrame);
 }
 
-TEST(FrameClock, SpreadsFramesThatArriveAtOnce) {
+TEST(FrameClock, SpreadsFramesThatArriveInABurst) {
   std::vector<double> arrivals = Steady(150, kFrame);
   std::fill_n(arrivals.begin(), 5, arrivals[4]);
   const std::vector<double> times = TimesOf(arrivals);
@@ -76,7 +77,7 @@ TEST(FrameClock, SpreadsFramesThatArriveAtOnce) {
   EXPECT_NEAR(times.back(), arrivals.back() - arrivals[4], 0.1 * kFrame);
 }
 
-TEST(FrameClock, FollowsACameraWithAnotherRateThanAsked) {
+TEST(FrameClock, FollowsACameraWithAnotherRateThanRequested) {
   for (const double rate : {5.0, 10.0, 15.0, 25.0, 60.0}) {
     const std::vector<double> arrivals = Steady(300, 1 / rate);
     const std::vector<double> times = TimesOf(arrivals);
@@ -86,7 +87,7 @@ TEST(FrameClock, FollowsACameraWithAnotherRateThanAsked) {
   }
 }
 
-TEST(FrameClock, DoesNotRunAheadOfACameraThatIsMuchFasterThanAsked) {
+TEST(FrameClock, DoesNotRunAheadOfACameraThatIsMuchFasterThanRequested) {
   for (const std::uint32_t asked : {1U, 5U, 10U}) {
     std::vector<double> arrivals = Steady(90, kFrame);
     for (std::size_t i = 1; i < arrivals.size(); ++i) {
@@ -101,7 +102,7 @@ TEST(FrameClock, DoesNotRunAheadOfACameraThatIsMuchFasterThanAsked) {
   }
 }
 
-TEST(FrameClock, TakesFramesThatArriveAtOnceForNoFasterCamera) {
+TEST(FrameClock, DoesNotMistakeABurstForAFasterCamera) {
   std::vector<double> arrivals = Steady(90, 1.0);
   std::fill_n(arrivals.begin(), 5, arrivals[4]);
   const std::vector<double> times = TimesOf(arrivals, 1);
@@ -119,7 +120,7 @@ TEST(FrameClock, FollowsACameraThatSlowsDownInTheDark) {
   EXPECT_LT(LongestStep(times), 4 * kFrame);
 }
 
-TEST(FrameClock, ShowsAPauseAsItWas) {
+TEST(FrameClock, KeepsAPause) {
   std::vector<double> arrivals = Steady(30, kFrame);
   for (int i = 0; i < 30; ++i) {
     arrivals.push_back(3 + i * kFrame);
@@ -130,7 +131,7 @@ TEST(FrameClock, ShowsAPauseAsItWas) {
   EXPECT_NEAR(times.back(), arrivals.back(), 1e-6);
 }
 
-TEST(FrameClock, AlwaysGoesForwardByAMillisecond) {
+TEST(FrameClock, AdvancesByAtLeastOneMillisecond) {
   std::vector<double> arrivals(1000, 0.0);
   EXPECT_GT(ShortestStep(TimesOf(arrivals)), 0.000999);
   EXPECT_GT(ShortestStep(TimesOf(arrivals, 1)), 0.000999);
@@ -141,3 +142,4 @@ TEST(FrameClock, AlwaysGoesForwardByAMillisecond) {
 }
 
 }  // namespace
+}  // namespace nuveqcam

@@ -6,36 +6,37 @@
 #include <array>
 #include <sstream>
 
+namespace nuveqcam {
 namespace {
 
 using ::testing::HasSubstr;
 using ::testing::Not;
 
 constexpr SystemTraits kFull{
-    .recordsMp4 = true, .hasSimulatedPc = true, .libraryFile = "full.so", .libraryPlaces = "beside it"};
-constexpr SystemTraits kPlain{.libraryFile = "plain.dll", .libraryPlaces = "beside it"};
+    .recordsMp4 = true, .hasSimulatedPc = true, .libraryFile = "full.so", .librarySearchPlaces = "beside it"};
+constexpr SystemTraits kMinimal{.libraryFile = "plain.dll", .librarySearchPlaces = "beside it"};
 constexpr std::array kCommands{Command::kNone, Command::kList, Command::kRecord, Command::kSnapshot,
                                Command::kDoctor};
 
-TEST(Help, NamesWhatTheSystemHas) {
-  EXPECT_THAT(HelpText(Command::kRecord, kFull), HasSubstr("(camera.mp4)"));
+TEST(Help, DescribesSupportedFeatures) {
+  EXPECT_THAT(HelpText(Command::kRecord, kFull), HasSubstr("(default: camera.mp4)"));
   EXPECT_THAT(HelpText(Command::kList, kFull), HasSubstr("--simulated [CLIP]"));
   EXPECT_THAT(HelpText(Command::kList, kFull), HasSubstr("a CLIP that cannot be played"));
-  EXPECT_THAT(HelpText(Command::kList, kFull), HasSubstr("(full.so beside it)"));
+  EXPECT_THAT(HelpText(Command::kList, kFull), HasSubstr("(default: full.so beside it)"));
 }
 
-TEST(Help, SaysNothingOfWhatTheSystemLacks) {
-  EXPECT_THAT(HelpText(Command::kRecord, kPlain), HasSubstr("(camera.h264)"));
+TEST(Help, OmitsUnsupportedFeatures) {
+  EXPECT_THAT(HelpText(Command::kRecord, kMinimal), HasSubstr("(default: camera.h264)"));
   for (const Command command : kCommands) {
-    EXPECT_THAT(HelpText(command, kPlain), Not(HasSubstr("mp4")));
-    EXPECT_THAT(HelpText(command, kPlain), Not(HasSubstr("--simulated")));
-    EXPECT_THAT(HelpText(command, kPlain), Not(HasSubstr("CLIP")));
-    EXPECT_THAT(HelpText(command, kPlain), HasSubstr("(plain.dll beside it)"));
+    EXPECT_THAT(HelpText(command, kMinimal), Not(HasSubstr("mp4")));
+    EXPECT_THAT(HelpText(command, kMinimal), Not(HasSubstr("--simulated")));
+    EXPECT_THAT(HelpText(command, kMinimal), Not(HasSubstr("CLIP")));
+    EXPECT_THAT(HelpText(command, kMinimal), HasSubstr("(default: plain.dll beside it)"));
   }
 }
 
-TEST(Help, FitsATerminal) {
-  for (const SystemTraits& system : {kFull, kPlain, ThisSystem()}) {
+TEST(Help, FitsIn80Columns) {
+  for (const SystemTraits& system : {kFull, kMinimal, ThisSystem()}) {
     for (const Command command : kCommands) {
       std::istringstream text(HelpText(command, system));
       for (std::string line; std::getline(text, line);) {
@@ -47,3 +48,4 @@ TEST(Help, FitsATerminal) {
 }
 
 }  // namespace
+}  // namespace nuveqcam

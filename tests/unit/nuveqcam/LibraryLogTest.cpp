@@ -8,72 +8,73 @@
 #include <set>
 #include <sstream>
 
+namespace nuveqcam {
 namespace {
 
 using ::testing::ElementsAre;
 using ::testing::EndsWith;
 using ::testing::IsEmpty;
 
-void LogAsTheLibrary(const wchar_t* text) {
+void LogLikeTheLibrary(const wchar_t* text) {
   log4cplus::Logger::getInstance(L"nuveq.camera").log(log4cplus::ERROR_LOG_LEVEL, text);
 }
 
-TEST(LibraryLog, KeepsTheLatestLinesUntilItForgetsThem) {
+TEST(LibraryLog, KeepsTheMostRecentLinesUntilCleared) {
   LibraryLog log(nullptr);
-  LogAsTheLibrary(L"one");
-  LogAsTheLibrary(L"two");
+  LogLikeTheLibrary(L"one");
+  LogLikeTheLibrary(L"two");
   EXPECT_THAT(log.Lines(), ElementsAre("one", "two"));
-  log.Forget();
+  log.Clear();
   EXPECT_THAT(log.Lines(), IsEmpty());
   for (int i = 0; i < 1000; ++i) {
-    LogAsTheLibrary(L"many");
+    LogLikeTheLibrary(L"many");
   }
   EXPECT_LT(log.Lines().size(), 100);
   EXPECT_GT(log.Lines().size(), 10);
 }
 
-TEST(LibraryLog, ShowsLinesInUtf8WhateverTheLocale) {
-  std::ostringstream shown;
-  const LibraryLog log(&shown);
-  LogAsTheLibrary(L"Kamera \u00fc \u4e2d");
-  EXPECT_THAT(shown.str(), EndsWith(" ERROR Kamera \u00fc \u4e2d\n"));
+TEST(LibraryLog, PrintsLinesInUtf8) {
+  std::ostringstream printed;
+  const LibraryLog log(&printed);
+  LogLikeTheLibrary(L"Kamera \u00fc \u4e2d");
+  EXPECT_THAT(printed.str(), EndsWith(" ERROR Kamera \u00fc \u4e2d\n"));
 }
 
-TEST(LibraryLog, LetsGoOfTheLoggerWhenItEnds) {
-  std::ostringstream shown;
-  { const LibraryLog log(&shown); }
+TEST(LibraryLog, DetachesFromTheLoggerOnDestruction) {
+  std::ostringstream printed;
+  { const LibraryLog log(&printed); }
   const LibraryLog other(nullptr);
-  LogAsTheLibrary(L"later");
-  EXPECT_EQ(shown.str(), "");
+  LogLikeTheLibrary(L"later");
+  EXPECT_EQ(printed.str(), "");
   EXPECT_THAT(other.Lines(), ElementsAre("later"));
 }
 
-TEST(FailingStep, IsTheInnermostWhichHasTheCode) {
+TEST(FailedStep, IsTheInnermostLineWithAnErrorCode) {
   EXPECT_EQ(
-      FailingStep(
+      FailedStep(
           {"[CameraOperator]start OpenCamera, width:1(CameraOperator::OpenCamera)",
            "[CameraOperator]Set camera parameter fail, error:-2147024726(CameraOperator::SetCameraFormat)",
            "[CameraOperator]fail to open camera(CameraOperator::OpenCameraInner)"}),
       "Set camera parameter fail, error:-2147024726");
-  EXPECT_EQ(FailingStep({"[A]fail early(A::B)", "[A]AddFilter fail, error: -1(A::C)"}),
+  EXPECT_EQ(FailedStep({"[A]fail early(A::B)", "[A]AddFilter fail, error: -1(A::C)"}),
             "AddFilter fail, error: -1");
 }
 
-TEST(FailingStep, IsTheFirstFailureWhereNoneHasACode) {
-  EXPECT_EQ(FailingStep({"fine", "[X]init video encoder failed(X::Y)", "[X]fail to init(X::Z)"}),
+TEST(FailedStep, IsTheFirstFailureIfNoLineHasACode) {
+  EXPECT_EQ(FailedStep({"fine", "[X]init video encoder failed(X::Y)", "[X]fail to init(X::Z)"}),
             "init video encoder failed");
-  EXPECT_EQ(FailingStep({"[X]OpenCamera success.(X::Y)"}), "");
-  EXPECT_EQ(FailingStep({}), "");
+  EXPECT_EQ(FailedStep({"[X]OpenCamera success.(X::Y)"}), "");
+  EXPECT_EQ(FailedStep({}), "");
 }
 
-TEST(FailingStep, TakesLinesOfAnyForm) {
+TEST(FailedStep, AcceptsMalformedLines) {
   for (const char* const line :
        {")", "[", "fail)", "[fail", "[](fail)", "fail(", "error:", "fail error: x"}) {
-    EXPECT_LE(FailingStep({line}).size(), std::string(line).size());
+    EXPECT_LE(FailedStep({line}).size(), std::string(line).size());
   }
 }
 
-TEST(ErrorCode, IsReadAsASystemCode) {
+TEST(ErrorCode, IsParsedAsASystemErrorCode) {
   EXPECT_EQ(ErrorCodeIn("fail, error:-2147024726(X)"), 0x800700AAU);
   EXPECT_EQ(ErrorCodeIn("fail, error: 1"), 1U);
   EXPECT_EQ(ErrorCodeIn("fail, error: "), std::nullopt);
@@ -81,7 +82,7 @@ TEST(ErrorCode, IsReadAsASystemCode) {
   EXPECT_EQ(ErrorCodeIn("fail 5"), std::nullopt);
 }
 
-TEST(Explanation, HasACauseAndANextStepForEveryCodeOnce) {
+TEST(Explanation, IsUniqueAndCompleteForEveryCode) {
   ASSERT_FALSE(KnownExplanations().empty());
   std::set<std::uint32_t> codes;
   for (const Explanation& known : KnownExplanations()) {
@@ -93,13 +94,13 @@ TEST(Explanation, HasACauseAndANextStepForEveryCodeOnce) {
 }
 
 TEST(Reason, ExplainsKnownCodesAndQuotesTheLibrary) {
-  EXPECT_EQ(
-      ReasonText({"[C]Set camera parameter fail, error:-2147024726(C::S)"}, "do something"),
-      ": the camera is in use by another program; close that program and try again (the library said: Set "
-      "camera parameter fail, error:-2147024726)");
+  EXPECT_EQ(ReasonText({"[C]Set camera parameter fail, error:-2147024726(C::S)"}, "do something"),
+            ": the camera is in use by another program; close that program and try again (library log: Set "
+            "camera parameter fail, error:-2147024726)");
   EXPECT_EQ(ReasonText({"[C]Set camera parameter fail, error:-5(C::S)"}, "do something"),
-            " (the library said: Set camera parameter fail, error:-5); do something");
+            " (library log: Set camera parameter fail, error:-5); do something");
   EXPECT_EQ(ReasonText({}, "do something"), "; do something");
 }
 
 }  // namespace
+}  // namespace nuveqcam

@@ -4,73 +4,75 @@
 #include "cli/SystemTraits.h"
 #include "commands/Commands.h"
 
+namespace nuveqcam {
 namespace {
 
 using ::testing::HasSubstr;
 
 const Capabilities kCamera{"0", {{640, 480}, {1280, 720}}, {7500, 30000}};
-const std::vector<CaptureDeviceInfo> kSeen{{"Lid Camera", "/dev/video0", ""},
-                                           {"Stick", "/dev/video2", "it is plugged in"},
-                                           {"Loop", "/dev/video10", "it is not a USB device"}};
+const std::vector<CaptureDeviceInfo> kDevices{{"Integrated Camera", "/dev/video0", ""},
+                                              {"Plug-in", "/dev/video2", "it is plugged in"},
+                                              {"Virtual", "/dev/video10", "it is not a USB device"}};
 
 TEST(List, IsAligned) {
-  EXPECT_EQ(ListText(kCamera, kSeen),
-            "Camera 0: Lid Camera (/dev/video0)\n"
+  EXPECT_EQ(ListText(kCamera, kDevices),
+            "Camera 0: Integrated Camera (/dev/video0)\n"
             "  sizes    640 x   480\n"
             "          1280 x   720\n"
             "  rates      7.5 fps\n"
             "            30   fps\n"
-            "Not every rate comes with every size.\n"
+            "Not every rate is available at every size.\n"
             "\n"
-            "Other capture devices, not offered:\n"
-            "  /dev/video2   Stick  it is plugged in\n"
-            "  /dev/video10  Loop   it is not a USB device\n");
+            "Other capture devices (not offered):\n"
+            "  /dev/video2   Plug-in  it is plugged in\n"
+            "  /dev/video10  Virtual  it is not a USB device\n");
 }
 
-TEST(List, DoesWithoutDevices) {
+TEST(List, WorksWithoutDevices) {
   EXPECT_EQ(ListText({"0", {{1, 2}}, {}}, {}),
             "Camera 0\n"
             "  sizes      1 x     2\n"
-            "Not every rate comes with every size.\n");
+            "Not every rate is available at every size.\n");
 }
 
-TEST(List, ShowsNoControlCharactersOfDevices) {
+TEST(List, PrintsNoControlCharacters) {
   EXPECT_THAT(ListText(kCamera, {{"\x1b]0;x\a", "/dev/video0", ""}}),
               HasSubstr("Camera 0: ?]0;x? (/dev/video0)"));
 }
 
-TEST(Json, HasCamerasAndDevices) {
+TEST(ListJson, HasCamerasAndDevices) {
   EXPECT_EQ(
-      ListJson(&kCamera, {kSeen[0], kSeen[1]}),
+      ListJson(&kCamera, {kDevices[0], kDevices[1]}),
       R"({"cameras":[{"id":"0","sizes":[{"width":640,"height":480},{"width":1280,"height":720}],)"
-      R"("rates":[7.5,30]}],"devices":[{"name":"Lid Camera","node":"/dev/video0","builtIn":true,)"
-      R"("reason":null},{"name":"Stick","node":"/dev/video2","builtIn":false,"reason":"it is plugged in"}]})"
+      R"("rates":[7.5,30]}],"devices":[{"name":"Integrated Camera","node":"/dev/video0","builtIn":true,)"
+      R"("reason":null},{"name":"Plug-in","node":"/dev/video2","builtIn":false,"reason":"it is plugged in"}]})"
       "\n");
 }
 
-TEST(Json, IsAnObjectWithoutACameraToo) {
+TEST(ListJson, IsAnObjectAlsoWithoutACamera) {
   EXPECT_EQ(ListJson(nullptr, {}), "{\"cameras\":[],\"devices\":[]}\n");
 }
 
-TEST(Json, EscapesNames) {
+TEST(ListJson, EscapesNames) {
   EXPECT_THAT(ListJson(nullptr, {{"a\"\\\n", "", "\xff"}}),
               HasSubstr(R"("name":"a\"\\\u000a","node":"","builtIn":false,"reason":")"
                         "\uFFFD\""));
 }
 
-TEST(NoCamera, SaysWhyEachDeviceWasNotTaken) {
-  EXPECT_EQ(NoCameraText({kSeen[1], kSeen[2]}),
-            std::string("this PC has no built-in camera; switch it on if it has one, or ") +
-                ThisSystem().withoutCamera +
+TEST(NoCameraText, HasTheReasonForEachDevice) {
+  EXPECT_EQ(NoCameraText({kDevices[1], kDevices[2]}),
+            std::string("this PC has no built-in camera; enable it if it has one, or ") +
+                ThisSystem().noCameraAdvice +
                 "\n"
-                "capture devices seen:\n"
-                "  /dev/video2  Stick, not taken: it is plugged in\n"
-                "  /dev/video10  Loop, not taken: it is not a USB device");
-  EXPECT_THAT(NoCameraText({kSeen[0]}), HasSubstr("looks built in, but the library did not take it"));
+                "capture devices found:\n"
+                "  /dev/video2  Plug-in, not selected: it is plugged in\n"
+                "  /dev/video10  Virtual, not selected: it is not a USB device");
+  EXPECT_THAT(NoCameraText({kDevices[0]}), HasSubstr("looks built in, but the library did not select it"));
 }
 
-TEST(NoCamera, SaysThatThereIsNoDevice) {
-  EXPECT_THAT(NoCameraText({}), HasSubstr("\nno capture device was seen"));
+TEST(NoCameraText, ReportsThatThereAreNoDevices) {
+  EXPECT_THAT(NoCameraText({}), HasSubstr("\nno capture devices were found"));
 }
 
 }  // namespace
+}  // namespace nuveqcam

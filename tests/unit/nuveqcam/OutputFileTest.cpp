@@ -9,13 +9,14 @@
 #include "TemporaryFolder.h"
 #include "cli/Failure.h"
 
+namespace nuveqcam {
 namespace {
 
 using ::testing::HasSubstr;
 
 using Output = TemporaryFolder;
 
-TEST_F(Output, HoldsWhatWasWritten) {
+TEST_F(Output, HasTheWrittenContent) {
   OutputFile file(NameOf(folder / "a"), StopSignals());
   Write(file, "one ");
   Write(file, "two");
@@ -23,7 +24,7 @@ TEST_F(Output, HoldsWhatWasWritten) {
   EXPECT_EQ(ContentOf(folder / "a"), "one two");
 }
 
-TEST_F(Output, ReplacesAnEarlierFileWithTheFirstWriteOnly) {
+TEST_F(Output, TruncatesAnExistingFileOnFirstWrite) {
   std::ofstream(folder / "a") << "earlier and longer";
   { const OutputFile file(NameOf(folder / "a"), StopSignals()); }
   EXPECT_EQ(ContentOf(folder / "a"), "earlier and longer");
@@ -32,12 +33,12 @@ TEST_F(Output, ReplacesAnEarlierFileWithTheFirstWriteOnly) {
   EXPECT_EQ(ContentOf(folder / "a"), "new");
 }
 
-TEST_F(Output, RemovesAFileOfItsOwnThatNothingWasWrittenTo) {
+TEST_F(Output, RemovesANewFileIfNothingWasWritten) {
   { const OutputFile file(NameOf(folder / "a"), StopSignals()); }
   EXPECT_FALSE(std::filesystem::exists(folder / "a"));
 }
 
-TEST_F(Output, KnowsItselfByEveryName) {
+TEST_F(Output, IsSameAsEachOfItsPaths) {
   std::ofstream(folder / "a") << "a";
   std::ofstream(folder / "b") << "a";
   std::filesystem::create_hard_link(folder / "a", folder / "second");
@@ -50,7 +51,7 @@ TEST_F(Output, KnowsItselfByEveryName) {
   EXPECT_FALSE(file.IsSameAs(""));
 }
 
-TEST_F(Output, CanGoBack) {
+TEST_F(Output, IsSeekable) {
   OutputFile file(NameOf(folder / "a"), StopSignals());
   ASSERT_TRUE(file.CanSeek());
   Write(file, "abcdef");
@@ -60,13 +61,14 @@ TEST_F(Output, CanGoBack) {
   EXPECT_EQ(ContentOf(folder / "a"), "abXdef");
 }
 
-TEST_F(Output, MissingFolderIsAFailureWithTheNextStep) {
+TEST_F(Output, MissingFolderFailsWithTheNextStep) {
   try {
     const OutputFile file(NameOf(folder / "no" / "a"), StopSignals());
-    FAIL() << "opened a file in a folder that is missing";
+    FAIL() << "no failure for a missing folder";
   } catch (const Failure& failure) {
-    EXPECT_THAT(failure.what(), HasSubstr("make the folder first"));
+    EXPECT_THAT(failure.what(), HasSubstr("create the folder first"));
   }
 }
 
 }  // namespace
+}  // namespace nuveqcam

@@ -1,4 +1,4 @@
-// Outputs that other systems do not have, or not for everybody: symbolic links, devices.
+// Output to symbolic links, named pipes and devices.
 #include "recording/OutputFile.h"
 
 #include <gmock/gmock.h>
@@ -14,13 +14,14 @@
 #include "TemporaryFolder.h"
 #include "cli/Failure.h"
 
+namespace nuveqcam {
 namespace {
 
 using ::testing::HasSubstr;
 
 using OutputLink = TemporaryFolder;
 
-TEST_F(OutputLink, ThatLeadsNowhereLeadsNowhereAgainWhenNothingWasWritten) {
+TEST_F(OutputLink, DanglingLinkStaysDanglingIfNothingWasWritten) {
   std::filesystem::create_symlink("target", folder / "link");
   { const OutputFile file(NameOf(folder / "link"), StopSignals()); }
   EXPECT_TRUE(std::filesystem::is_symlink(folder / "link"));
@@ -30,14 +31,14 @@ TEST_F(OutputLink, ThatLeadsNowhereLeadsNowhereAgainWhenNothingWasWritten) {
   EXPECT_EQ(ContentOf(folder / "target"), "kept");
 }
 
-TEST_F(OutputLink, ToAnEarlierFileLeavesItWhenNothingWasWritten) {
+TEST_F(OutputLink, TargetKeepsItsContentIfNothingWasWritten) {
   std::ofstream(folder / "target") << "earlier";
   std::filesystem::create_symlink("target", folder / "link");
   { const OutputFile file(NameOf(folder / "link"), StopSignals()); }
   EXPECT_EQ(ContentOf(folder / "target"), "earlier");
 }
 
-TEST_F(OutputLink, IsAnotherNameOfTheFile) {
+TEST_F(OutputLink, IsSameAsItsTarget) {
   std::ofstream(folder / "a") << "a";
   std::filesystem::create_symlink("a", folder / "link");
   const OutputFile file(NameOf(folder / "a"), StopSignals());
@@ -57,32 +58,33 @@ TEST_F(OutputPipe, WaitsForAReader) {
   EXPECT_EQ(read.get(), "through");
 }
 
-TEST_F(OutputPipe, StopSignalThatHasArrivedEndsTheWaitForAReader) {
+TEST_F(OutputPipe, StopSignalEndsTheWaitForAReader) {
   const std::string name = NameOf(folder / "pipe");
   ASSERT_EQ(mkfifo(name.c_str(), 0600), 0);
   const StopSignals signals;
   raise(SIGTERM);
   try {
     const OutputFile file(name, signals);
-    FAIL() << "opened a pipe that has no reader";
+    FAIL() << "no failure without a reader";
   } catch (const Failure& failure) {
     EXPECT_EQ(failure.Code(), ExitCode::kEndedEarly);
     EXPECT_THAT(failure.what(), HasSubstr("interrupted before a program opened "));
   }
 }
 
-TEST(OutputDevice, WithoutRoomIsAFailureWithTheCause) {
+TEST(OutputDevice, FullDeviceFailsWithTheCause) {
   OutputFile file("/dev/full", StopSignals());
   EXPECT_FALSE(file.CanSeek());
   try {
     Write(file, "x");
-    FAIL() << "wrote to a full device";
+    FAIL() << "no failure on a full device";
   } catch (const Failure& failure) {
     EXPECT_EQ(failure.Code(), ExitCode::kCannotWrite);
-    EXPECT_STREQ(
-        failure.what(),
-        "cannot write /dev/full: No space left on device; make room there or choose another place with -o");
+    EXPECT_STREQ(failure.what(),
+                 "cannot write /dev/full: No space left on device; free some space there or choose another "
+                 "place with -o");
   }
 }
 
 }  // namespace
+}  // namespace nuveqcam

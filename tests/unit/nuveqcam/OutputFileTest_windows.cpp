@@ -1,4 +1,4 @@
-// What is different with files on Windows.
+// Output to files and pipes on Windows.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -9,13 +9,14 @@
 #include "cli/Failure.h"
 #include "cli/WideText.h"
 
+namespace nuveqcam {
 namespace {
 
 using ::testing::HasSubstr;
 using Output = TemporaryFolder;
 
-// What the failure says; empty when there is none.
-std::string WhyNotOpened(const std::string& name) {
+// The message of the failure to open the file; empty if it succeeds.
+std::string OpenFailure(const std::string& name) {
   try {
     const OutputFile file(name, StopSignals());
     return {};
@@ -25,30 +26,30 @@ std::string WhyNotOpened(const std::string& name) {
   }
 }
 
-TEST_F(Output, CanBeReadWhileItIsWritten) {
+TEST_F(Output, IsReadableWhileItIsWritten) {
   OutputFile file(NameOf(folder / "a"), StopSignals());
   Write(file, "so far");
   EXPECT_EQ(ContentOf(folder / "a"), "so far");
 }
 
-TEST_F(Output, IsNotWrittenByTwo) {
+TEST_F(Output, IsNotWritableTwice) {
   const OutputFile file(NameOf(folder / "a"), StopSignals());
-  EXPECT_THAT(WhyNotOpened(NameOf(folder / "a")),
+  EXPECT_THAT(OpenFailure(NameOf(folder / "a")),
               HasSubstr("; close the program that uses it or choose another"));
 }
 
-TEST_F(Output, FolderInItsPlaceIsRefused) {
-  EXPECT_THAT(WhyNotOpened(NameOf(folder)), HasSubstr("; choose another file with -o"));
+TEST_F(Output, FolderIsRejected) {
+  EXPECT_THAT(OpenFailure(NameOf(folder)), HasSubstr("; choose another file with -o"));
 }
 
-TEST_F(Output, EmptyNameIsRefused) { EXPECT_NE(WhyNotOpened(""), ""); }
+TEST_F(Output, EmptyNameIsRejected) { EXPECT_NE(OpenFailure(""), ""); }
 
-// Both ends of a pipe by name, as "-o \\.\pipe\..." meets it.
+// The reading end of a named pipe.
 class OutputPipe : public ::testing::Test {
  protected:
   void SetUp() override {
     m_name = R"(\\.\pipe\nuveqcam-test-)" + std::to_string(GetCurrentProcessId());
-    m_reader = CreateNamedPipeW(Wide(m_name).c_str(), PIPE_ACCESS_INBOUND, PIPE_TYPE_BYTE | PIPE_WAIT, 1,
+    m_reader = CreateNamedPipeW(ToWide(m_name).c_str(), PIPE_ACCESS_INBOUND, PIPE_TYPE_BYTE | PIPE_WAIT, 1,
                                 4096, 4096, 0, nullptr);
     ASSERT_NE(m_reader, INVALID_HANDLE_VALUE);
   }
@@ -64,7 +65,7 @@ class OutputPipe : public ::testing::Test {
   HANDLE m_reader = INVALID_HANDLE_VALUE;
 };
 
-TEST_F(OutputPipe, IsWrittenAndCannotGoBack) {
+TEST_F(OutputPipe, IsWritableAndNotSeekable) {
   OutputFile file(m_name, StopSignals());
   EXPECT_FALSE(file.CanSeek());
   Write(file, "through");
@@ -74,16 +75,17 @@ TEST_F(OutputPipe, IsWrittenAndCannotGoBack) {
   EXPECT_EQ(std::string(read.data(), count), "through");
 }
 
-TEST_F(OutputPipe, WithoutItsReaderIsAFailureWithTheCause) {
+TEST_F(OutputPipe, WithoutAReaderFailsWithTheCause) {
   OutputFile file(m_name, StopSignals());
   CloseReader();
   try {
     Write(file, "x");
-    FAIL() << "wrote to nobody";
+    FAIL() << "no failure without a reader";
   } catch (const Failure& failure) {
     EXPECT_EQ(failure.Code(), ExitCode::kCannotWrite);
-    EXPECT_THAT(failure.what(), HasSubstr("; the program that reads it has ended"));
+    EXPECT_THAT(failure.what(), HasSubstr("; the program that reads it has exited"));
   }
 }
 
 }  // namespace
+}  // namespace nuveqcam

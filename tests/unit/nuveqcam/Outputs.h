@@ -1,4 +1,4 @@
-// What tests write to outputs, and what is there afterwards.
+// Writes to output files and reads them back.
 #pragma once
 
 #include <filesystem>
@@ -8,6 +8,8 @@
 #include <string_view>
 
 #include "recording/OutputFile.h"
+
+namespace nuveqcam {
 
 inline std::string ContentOf(const std::filesystem::path& path) {
   std::ifstream file(path, std::ios::binary);
@@ -19,3 +21,5 @@ inline std::string ContentOf(const std::filesystem::path& path) {
 inline void Write(OutputFile& file, std::string_view text) {
   file.Write({reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
 }
+
+}  // namespace nuveqcam

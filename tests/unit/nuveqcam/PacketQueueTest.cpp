@@ -5,19 +5,20 @@
 
 #include <future>
 
+namespace nuveqcam {
 namespace {
 
 using std::chrono::milliseconds;
 
 constexpr milliseconds kNoWait{0};
-constexpr milliseconds kPatience{60000};
+constexpr milliseconds kTimeout{60000};
 
 Packet OfSize(std::size_t size, std::uint8_t value = 0) {
   return {std::vector<std::uint8_t>(size, value), Clock::now()};
 }
 
-// A moment after this call began.
-Clock::time_point WaitUntilLater() {
+// Waits until the clock advances and returns the new time.
+Clock::time_point WaitForClockTick() {
   const auto begin = Clock::now();
   auto now = begin;
   while (now <= begin) {
@@ -26,15 +27,15 @@ Clock::time_point WaitUntilLater() {
   return now;
 }
 
-// A Push on another thread that is known not to have got through yet.
-class WaitingPush {
+// A Push on another thread that blocks.
+class BlockedPush {
  public:
-  explicit WaitingPush(PacketQueue& queue)
+  explicit BlockedPush(PacketQueue& queue)
       : m_result(std::async(std::launch::async, [&queue] { return queue.Push(OfSize(1, 99)); })) {
     EXPECT_EQ(m_result.wait_for(milliseconds(100)), std::future_status::timeout);
   }
   bool Result() {
-    EXPECT_EQ(m_result.wait_for(kPatience), std::future_status::ready);
+    EXPECT_EQ(m_result.wait_for(kTimeout), std::future_status::ready);
     return m_result.get();
   }
 
@@ -42,7 +43,7 @@ class WaitingPush {
   std::future<bool> m_result;
 };
 
-TEST(PacketQueue, GivesPacketsInTheirOrder) {
+TEST(PacketQueue, ReturnsPacketsInOrder) {
   PacketQueue queue(100);
   EXPECT_TRUE(queue.Push(OfSize(1, 1)));
   EXPECT_TRUE(queue.Push(OfSize(1, 2)));
@@ -54,16 +55,16 @@ TEST(PacketQueue, GivesPacketsInTheirOrder) {
   EXPECT_EQ(queue.Pop(packet, kNoWait), PopResult::kTimeout);
 }
 
-TEST(PacketQueue, TakesAPacketThatIsLargerThanItself) {
+TEST(PacketQueue, AcceptsAPacketLargerThanItsCapacity) {
   PacketQueue queue(10);
   EXPECT_TRUE(queue.Push(OfSize(100)));
   EXPECT_TRUE(queue.IsFull());
 }
 
-TEST(PacketQueue, MakesPushWaitForRoom) {
+TEST(PacketQueue, BlocksPushWhileFull) {
   PacketQueue queue(10);
   queue.Push(OfSize(10));
-  WaitingPush push(queue);
+  BlockedPush push(queue);
   Packet packet;
   ASSERT_EQ(queue.Pop(packet, kNoWait), PopResult::kPacket);
   EXPECT_TRUE(push.Result());
@@ -71,47 +72,47 @@ TEST(PacketQueue, MakesPushWaitForRoom) {
   EXPECT_EQ(packet.bytes[0], 99);
 }
 
-TEST(PacketQueue, WithoutItsBoundNeverMakesPushWait) {
+TEST(PacketQueue, UnboundedNeverBlocksPush) {
   PacketQueue queue(10);
   queue.Push(OfSize(10));
-  WaitingPush push(queue);
+  BlockedPush push(queue);
   queue.SetUnbounded();
   EXPECT_TRUE(push.Result());
   EXPECT_TRUE(queue.Push(OfSize(1000)));
   EXPECT_FALSE(queue.IsFull());
 }
 
-TEST(PacketQueue, AbandonedRefusesPacketsAndEndsItsReader) {
+TEST(PacketQueue, AbandonedRejectsPacketsAndEndsTheReader) {
   PacketQueue queue(10);
   queue.Push(OfSize(10));
-  WaitingPush push(queue);
+  BlockedPush push(queue);
   queue.Abandon();
   EXPECT_FALSE(push.Result());
   EXPECT_FALSE(queue.Push(OfSize(1)));
   Packet packet;
-  EXPECT_EQ(queue.Pop(packet, kPatience), PopResult::kEnd);
+  EXPECT_EQ(queue.Pop(packet, kTimeout), PopResult::kEnd);
 }
 
-TEST(PacketQueue, EndedGivesWhatItHoldsFirst) {
+TEST(PacketQueue, EndedReturnsQueuedPacketsFirst) {
   PacketQueue queue(10);
   queue.Push(OfSize(3));
   queue.End();
   Packet packet;
-  EXPECT_EQ(queue.Pop(packet, kPatience), PopResult::kPacket);
-  EXPECT_EQ(queue.Pop(packet, kPatience), PopResult::kEnd);
+  EXPECT_EQ(queue.Pop(packet, kTimeout), PopResult::kPacket);
+  EXPECT_EQ(queue.Pop(packet, kTimeout), PopResult::kEnd);
 }
 
-TEST(PacketQueue, WakesItsReader) {
+TEST(PacketQueue, WakesTheReader) {
   PacketQueue queue(10);
   auto popped = std::async(std::launch::async, [&queue] {
     Packet packet;
-    return queue.Pop(packet, kPatience);
+    return queue.Pop(packet, kTimeout);
   });
   queue.Push(OfSize(1));
   EXPECT_EQ(popped.get(), PopResult::kPacket);
 }
 
-TEST(PacketQueue, RemembersWhenTheFirstPacketArrived) {
+TEST(PacketQueue, RecordsTheFirstArrival) {
   PacketQueue queue(100);
   EXPECT_EQ(queue.FirstArrival(), std::nullopt);
   const auto first = Clock::now() - milliseconds(500);
@@ -123,7 +124,7 @@ TEST(PacketQueue, RemembersWhenTheFirstPacketArrived) {
   EXPECT_EQ(queue.FirstArrival(), first);
 }
 
-TEST(PacketQueue, MeasuresTheTimeFromTheFirstArrivalToTheLatest) {
+TEST(PacketQueue, MeasuresTheTimeFromFirstToLatestArrival) {
   PacketQueue queue(100);
   EXPECT_EQ(queue.ReceivedTime(), milliseconds(0));
   const auto first = Clock::now() - milliseconds(500);
@@ -136,41 +137,41 @@ TEST(PacketQueue, MeasuresTheTimeFromTheFirstArrivalToTheLatest) {
   EXPECT_EQ(queue.ReceivedTime(), milliseconds(300));
 }
 
-TEST(PacketQueue, IsSilentSinceTheLatestPacketWasStored) {
+TEST(PacketQueue, IsIdleSinceTheLatestPush) {
   const auto before = Clock::now();
   PacketQueue queue(100);
   const milliseconds later(1000);
-  EXPECT_LE(queue.SilentFor(before + later), later);
+  EXPECT_LE(queue.IdleTime(before + later), later);
   const auto beforePush = Clock::now();
   queue.Push(OfSize(1));
-  EXPECT_LE(queue.SilentFor(beforePush + later), later);
-  EXPECT_GE(queue.SilentFor(Clock::now() + later), later);
+  EXPECT_LE(queue.IdleTime(beforePush + later), later);
+  EXPECT_GE(queue.IdleTime(Clock::now() + later), later);
 }
 
-TEST(PacketQueue, IsNotSilentWhileItIsFull) {
+TEST(PacketQueue, IsNotIdleWhileFull) {
   PacketQueue queue(10);
   queue.Push(OfSize(10));
-  EXPECT_EQ(queue.SilentFor(Clock::now() + kPatience), Clock::duration::zero());
+  EXPECT_EQ(queue.IdleTime(Clock::now() + kTimeout), Clock::duration::zero());
 }
 
-TEST(PacketQueue, SilenceStartsAnewWhenAFullQueueGetsRoom) {
+TEST(PacketQueue, IdleTimeRestartsWhenAFullQueueGetsRoom) {
   const milliseconds later(1000);
-  for (const bool isLifted : {false, true}) {
+  for (const bool isUnbounded : {false, true}) {
     PacketQueue queue(10);
     queue.Push(OfSize(10));
-    const auto before = WaitUntilLater();
+    const auto before = WaitForClockTick();
     Packet packet;
-    if (isLifted) {
+    if (isUnbounded) {
       queue.SetUnbounded();
     } else {
       ASSERT_EQ(queue.Pop(packet, kNoWait), PopResult::kPacket);
     }
-    EXPECT_LE(queue.SilentFor(before + later), later);
-    EXPECT_GT(queue.SilentFor(Clock::now() + later), Clock::duration::zero());
+    EXPECT_LE(queue.IdleTime(before + later), later);
+    EXPECT_GT(queue.IdleTime(Clock::now() + later), Clock::duration::zero());
   }
 }
 
-TEST(PacketQueue, RemembersALoss) {
+TEST(PacketQueue, RecordsALoss) {
   PacketQueue queue(10);
   EXPECT_FALSE(queue.HasLoss());
   queue.NoteLoss();
@@ -178,3 +179,4 @@ TEST(PacketQueue, RemembersALoss) {
 }
 
 }  // namespace
+}  // namespace nuveqcam

@@ -1,4 +1,4 @@
-// The way of a snapshot: from packets to a picture, and from there to a PNG file.
+// Decoding packets to a picture and encoding it as PNG.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -12,31 +12,31 @@
 #include "camera/CapturePlatform.h"
 #include "cli/Failure.h"
 #include "com/ComPtr.h"
-#include "picture/PictureDecoder.h"
-#include "picture/PngWriter.h"
+#include "picture/Picture.h"
 
+namespace nuveqcam {
 namespace {
 
-struct Colour {
+struct Color {
   int y;
   int u;
   int v;
 };
-constexpr Colour kRed{81, 90, 240};
-constexpr Colour kBlue{41, 240, 110};
+constexpr Color kRed{81, 90, 240};
+constexpr Color kBlue{41, 240, 110};
 
-struct DestroyEncoder {
+struct EncoderDeleter {
   void operator()(ISVCEncoder* encoder) const {
     encoder->Uninitialize();
     WelsDestroySVCEncoder(encoder);
   }
 };
 
-// A key frame whose left half is red, whose right half blue.
+// A key frame with a red left half and a blue right half.
 Packet Encode(int width, int height) {
   ISVCEncoder* created = nullptr;
   EXPECT_EQ(WelsCreateSVCEncoder(&created), 0);
-  const std::unique_ptr<ISVCEncoder, DestroyEncoder> encoder(created);
+  const std::unique_ptr<ISVCEncoder, EncoderDeleter> encoder(created);
   SEncParamBase parameters{};
   parameters.iUsageType = CAMERA_VIDEO_REAL_TIME;
   parameters.iPicWidth = width;
@@ -68,7 +68,7 @@ Packet Encode(int width, int height) {
   source.pData[2] = v.data();
   SFrameBSInfo info{};
   EXPECT_EQ(encoder->EncodeFrame(&source, &info), 0);
-  // Its layers follow each other in memory.
+  // The layers are contiguous in memory.
   const unsigned char* const begin = info.sLayerInfo[0].pBsBuf;
   return {{begin, begin + info.iFrameSizeInBytes}, Clock::now()};
 }
@@ -85,8 +85,8 @@ std::vector<int> PixelOf(const Picture& picture, std::uint32_t x, std::uint32_t 
   return {picture.rgb.at(at), picture.rgb.at(at + 1), picture.rgb.at(at + 2)};
 }
 
-TEST(PictureDecoder, GivesThePictureInItsColoursAndInItsSize) {
-  // Neither side of the second is a whole number of blocks.
+TEST(PictureDecoder, DecodesColorsAndSize) {
+  // The second size is not a multiple of the macroblock size.
   for (const auto& [width, height] : {std::pair{320, 240}, {322, 182}}) {
     PictureDecoder decoder;
     ASSERT_TRUE(decoder.Decode(Encode(width, height)));
@@ -101,7 +101,7 @@ TEST(PictureDecoder, GivesThePictureInItsColoursAndInItsSize) {
   }
 }
 
-TEST(PictureDecoder, GivesNoPictureOfWhatCannotBeDecoded) {
+TEST(PictureDecoder, RejectsInvalidData) {
   PictureDecoder decoder;
   EXPECT_FALSE(decoder.Decode({{}, Clock::now()}));
   EXPECT_FALSE(decoder.Decode({{0, 0, 0, 1, 0x65, 1, 2, 3}, Clock::now()}));
@@ -109,7 +109,7 @@ TEST(PictureDecoder, GivesNoPictureOfWhatCannotBeDecoded) {
   EXPECT_TRUE(decoder.Decode(Encode(320, 240)));
 }
 
-// The pixels of a PNG file, as the system reads it; empty when it does not.
+// The pixels of a PNG file, decoded by Windows; empty on failure.
 std::vector<std::uint8_t> ReadPng(std::vector<std::uint8_t> file, std::uint32_t& width,
                                   std::uint32_t& height) {
   ComPtr<IWICImagingFactory> factory;
@@ -141,9 +141,9 @@ std::vector<std::uint8_t> ReadPng(std::vector<std::uint8_t> file, std::uint32_t&
   return pixels;
 }
 
-TEST(Png, HoldsEveryPixel) {
+TEST(Png, HasEveryPixel) {
   const SystemSession session(false);
-  // Lines of a length that is no multiple of four bytes.
+  // The line length is not a multiple of four bytes.
   Picture picture{37, 19, {}};
   for (std::size_t i = 0; i < std::size_t{3} * 37 * 19; ++i) {
     picture.rgb.push_back(static_cast<std::uint8_t>(i * 7));
@@ -158,11 +158,11 @@ TEST(Png, HoldsEveryPixel) {
   EXPECT_EQ(height, 19);
 }
 
-TEST(Png, OfNothingIsAFailure) {
+TEST(Png, OfAnEmptyPictureFails) {
   const SystemSession session(false);
   try {
     EncodePng({});
-    FAIL() << "made a picture without pixels";
+    FAIL() << "no failure for an empty picture";
   } catch (const Failure& failure) {
     EXPECT_EQ(failure.Code(), ExitCode::kUnexpected);
     EXPECT_THAT(failure.what(), testing::StartsWith("cannot "));
@@ -170,3 +170,4 @@ TEST(Png, OfNothingIsAFailure) {
 }
 
 }  // namespace
+}  // namespace nuveqcam

@@ -6,9 +6,10 @@
 #include <csignal>
 #include <cstdlib>
 
+namespace nuveqcam {
 namespace {
 
-TEST(StopSignals, AreNotedInsteadOfEndingTheProcess) {
+TEST(StopSignals, SetAFlagInsteadOfEndingTheProcess) {
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
     const StopSignals signals;
     EXPECT_FALSE(signals.HasArrived());
@@ -17,7 +18,7 @@ TEST(StopSignals, AreNotedInsteadOfEndingTheProcess) {
   }
 }
 
-TEST(StopSignals, SecondOfAKindEndsTheProcess) {
+TEST(StopSignals, SecondSignalOfAKindEndsTheProcess) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const auto interruptTwice = [] {
     const StopSignals signals;
@@ -27,7 +28,7 @@ TEST(StopSignals, SecondOfAKindEndsTheProcess) {
   EXPECT_EXIT(interruptTwice(), ::testing::KilledBySignal(SIGTERM), "");
 }
 
-TEST(StopSignals, DoNotEndAProcessThatIsAboutToEndItself) {
+TEST(StopSignals, DoNotEndAProcessThatIsExiting) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const auto interruptTheEnd = [] {
     { const StopSignals signals; }
@@ -51,3 +52,4 @@ TEST(StopSignals, IgnoredSignalsStayIgnored) {
 }
 
 }  // namespace
+}  // namespace nuveqcam

@@ -1,4 +1,4 @@
-// The fixture of tests that write files.
+// A fixture with a temporary folder.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -7,19 +7,21 @@
 #include <random>
 #include <string>
 
+namespace nuveqcam {
+
 class TemporaryFolder : public ::testing::Test {
  protected:
   void SetUp() override {
     std::random_device random;
     do {
-      // A name that is as inconvenient as people's are.
+      // With a space and non-ASCII characters.
       folder = std::filesystem::temp_directory_path() /
                std::filesystem::path(u8"nuveqcam \u00e4\u4e2d " + Hexadecimal(random()));
     } while (!std::filesystem::create_directory(folder));
   }
   void TearDown() override { std::filesystem::remove_all(folder); }
 
-  // In UTF-8, as the tool has it.
+  // The path in UTF-8, as the tool expects it.
   static std::string NameOf(const std::filesystem::path& path) {
     const std::u8string name = path.u8string();
     return {name.begin(), name.end()};
@@ -36,3 +38,5 @@ class TemporaryFolder : public ::testing::Test {
     return digits;
   }
 };
+
+}  // namespace nuveqcam

@@ -5,21 +5,22 @@
 
 #include <sstream>
 
+namespace nuveqcam {
 namespace {
 
 TEST(Progress, ShowsTimeFramesRateAndBitRate) {
   EXPECT_EQ(ProgressText({12.34, 370, 2369280}), "   12.3 s      370 frames   30.0 fps    1536 kbit/s");
 }
 
-TEST(Progress, IsAllZeroAtTheBeginning) {
+TEST(Progress, IsZeroAtTheStart) {
   EXPECT_EQ(ProgressText({0, 1, 5000}), "    0.0 s        1 frames    0.0 fps       0 kbit/s");
 }
 
-TEST(Progress, KeepsItsWidthForADay) {
+TEST(Progress, HasAConstantWidthForADay) {
   EXPECT_EQ(ProgressText({86400, 2592000, 16588800000}).size(), ProgressText({}).size());
 }
 
-TEST(ProgressLine, IsWrittenOverAndEndedOnce) {
+TEST(ProgressLine, IsOverwrittenAndEndedOnce) {
   std::ostringstream out;
   std::ostringstream err;
   {
@@ -32,7 +33,7 @@ TEST(ProgressLine, IsWrittenOverAndEndedOnce) {
   EXPECT_EQ(out.str(), "");
 }
 
-TEST(ProgressLine, IsAbsentWithoutATerminal) {
+TEST(ProgressLine, IsNotPrintedWithoutATerminal) {
   std::ostringstream out;
   std::ostringstream err;
   {
@@ -43,3 +44,4 @@ TEST(ProgressLine, IsAbsentWithoutATerminal) {
 }
 
 }  // namespace
+}  // namespace nuveqcam

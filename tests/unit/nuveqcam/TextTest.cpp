@@ -5,31 +5,32 @@
 
 #include <cwchar>
 
+namespace nuveqcam {
 namespace {
 
-TEST(Decimal, HasAPointAndRounds) {
+TEST(Decimal, HasADecimalPointAndRounds) {
   EXPECT_EQ(Decimal(1.25, 1), "1.2");
   EXPECT_EQ(Decimal(0.999, 2), "1.00");
   EXPECT_EQ(Decimal(1536.4, 0), "1536");
   EXPECT_EQ(Decimal(1e300, 1).size(), 303);
 }
 
-TEST(Pad, AlignsAndNeverCuts) {
+TEST(Pad, AlignsAndNeverTruncates) {
   EXPECT_EQ(PadLeft("ab", 4), "  ab");
   EXPECT_EQ(PadRight("ab", 4), "ab  ");
   EXPECT_EQ(PadLeft("abcde", 4), "abcde");
   EXPECT_EQ(PadRight("abcde", 4), "abcde");
 }
 
-TEST(SanitizeForTerminal, KeepsTextAndReplacesWhatSteersTerminals) {
+TEST(SanitizeForTerminal, ReplacesControlCharacters) {
   EXPECT_EQ(SanitizeForTerminal("K\u00e4mera \u4e2d \U0001F4F7"), "K\u00e4mera \u4e2d \U0001F4F7");
   EXPECT_EQ(SanitizeForTerminal("a\nb\x1b[31m\x7f"), "a?b?[31m?");
   EXPECT_EQ(SanitizeForTerminal("\u009b31m"), "?31m");
   EXPECT_EQ(SanitizeForTerminal("\x9b"), "\uFFFD");
 }
 
-TEST(SanitizeForTerminal, ReplacesWhatTurnsTheDirectionOfTheRest) {
-  // Put together, as no source should have them: U+202A to U+202E and U+2066 to U+2069.
+TEST(SanitizeForTerminal, ReplacesBidiFormattingCharacters) {
+  // U+202A to U+202E and U+2066 to U+2069, concatenated to keep them out of the source.
   for (char last = '\xaa'; last <= '\xae'; ++last) {
     EXPECT_EQ(SanitizeForTerminal(std::string("a\xe2\x80") + last + "b"), "a?b");
   }
@@ -40,7 +41,7 @@ TEST(SanitizeForTerminal, ReplacesWhatTurnsTheDirectionOfTheRest) {
   EXPECT_EQ(SanitizeForTerminal("\u05d0\u0628"), "\u05d0\u0628");
 }
 
-TEST(Json, QuotesAndEscapes) {
+TEST(JsonString, QuotesAndEscapes) {
   EXPECT_EQ(JsonString(""), R"("")");
   EXPECT_EQ(JsonString(R"(a"b\c/)"), R"("a\"b\\c/")");
   EXPECT_EQ(JsonString("\n\x1f\x7f"), R"("\u000a\u001f\u007f")");
@@ -48,11 +49,11 @@ TEST(Json, QuotesAndEscapes) {
   EXPECT_EQ(JsonString("\u00e4\u4e2d\U0001F4F7"), "\"\u00e4\u4e2d\U0001F4F7\"");
 }
 
-TEST(Json, ReplacesWhatIsNotUtf8) {
+TEST(JsonString, ReplacesInvalidUtf8) {
   for (const char* const invalid : {"\xff", "\x80", "\xc0", "\xc1", "\xf5", "\xc3", "\xfe"}) {
     EXPECT_EQ(JsonString(invalid), "\"\uFFFD\"") << invalid;
   }
-  // Overlong, a surrogate, beyond the last character, cut off: each byte for itself.
+  // Overlong, a surrogate, beyond U+10FFFF, truncated: each byte is replaced.
   EXPECT_EQ(JsonString("\xe0\x80\x80"), "\"\uFFFD\uFFFD\uFFFD\"");
   EXPECT_EQ(JsonString("\xed\xa0\x80"), "\"\uFFFD\uFFFD\uFFFD\"");
   EXPECT_EQ(JsonString("\xf4\x90\x80\x80"), "\"\uFFFD\uFFFD\uFFFD\uFFFD\"");
@@ -61,17 +62,18 @@ TEST(Json, ReplacesWhatIsNotUtf8) {
             "\"\uFFFD\uFFFDa\"");
 }
 
-TEST(Utf8, TakesWideTextWithoutALocale) {
-  EXPECT_EQ(Utf8(L"a\u00e4\u4e2d\U0001F4F7"), "a\u00e4\u4e2d\U0001F4F7");
-  EXPECT_EQ(Utf8(std::wstring(1, static_cast<wchar_t>(0xD800))), "\uFFFD");
+TEST(ToUtf8, ConvertsWideTextIndependentOfTheLocale) {
+  EXPECT_EQ(ToUtf8(L"a\u00e4\u4e2d\U0001F4F7"), "a\u00e4\u4e2d\U0001F4F7");
+  EXPECT_EQ(ToUtf8(std::wstring(1, static_cast<wchar_t>(0xD800))), "\uFFFD");
   const std::wstring high(1, static_cast<wchar_t>(0xD83D));
   const std::wstring low(1, static_cast<wchar_t>(0xDCF7));
-  EXPECT_EQ(Utf8(high + low), "\U0001F4F7");
-  EXPECT_EQ(Utf8(low + high), "\uFFFD\uFFFD");
-  EXPECT_EQ(Utf8(high + L"a"), "\uFFFDa");
+  EXPECT_EQ(ToUtf8(high + low), "\U0001F4F7");
+  EXPECT_EQ(ToUtf8(low + high), "\uFFFD\uFFFD");
+  EXPECT_EQ(ToUtf8(high + L"a"), "\uFFFDa");
   if constexpr (WCHAR_MAX > 0x10FFFF) {
-    EXPECT_EQ(Utf8(std::wstring(1, static_cast<wchar_t>(0x110000))), "\uFFFD");
+    EXPECT_EQ(ToUtf8(std::wstring(1, static_cast<wchar_t>(0x110000))), "\uFFFD");
   }
 }
 
 }  // namespace
+}  // namespace nuveqcam

@@ -1,4 +1,4 @@
-// The whole tool in this process, over simulated PCs that its command line cannot describe.
+// The whole tool in the test process, over simulated PCs that the command line cannot configure.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -14,6 +14,7 @@
 #include "graph/StreamStats.h"
 #include "simulated/SimulatedPc.h"
 
+namespace nuveqcam {
 namespace {
 
 using ::testing::HasSubstr;
@@ -43,10 +44,10 @@ class Tool : public TemporaryFolder {
   }
 
   ExitCode Run(const std::vector<std::string>& words) {
-    return RunTool(OptionsOf(words), {out, err}, patience);
+    return RunTool(OptionsOf(words), {out, err}, timeouts);
   }
 
-  // Runs the words and calls disturb as soon as the condition holds.
+  // Runs the tool and calls disturb once the condition holds.
   ExitCode RunAndDisturbWhen(const std::vector<std::string>& words, const std::function<bool()>& condition,
                              const std::function<void()>& disturb) {
     std::atomic<bool> hasEnded = false;
@@ -62,7 +63,7 @@ class Tool : public TemporaryFolder {
     return code;
   }
 
-  // Runs the words and calls disturb as soon as the output file has content.
+  // Runs the tool and calls disturb once the output file has content.
   ExitCode RunAndDisturb(const std::vector<std::string>& words, const std::string& file,
                          const std::function<void()>& disturb) {
     const auto hasContent = [&] {
@@ -73,7 +74,7 @@ class Tool : public TemporaryFolder {
     return RunAndDisturbWhen(words, hasContent, disturb);
   }
 
-  Timeouts patience;
+  Timeouts timeouts;
   std::shared_ptr<simulated::SimulatedPc> pc;
   std::ostringstream out;
   std::ostringstream err;
@@ -85,30 +86,30 @@ simulated::SimulatedPcSettings WithoutBuiltInCamera() {
   return settings;
 }
 
-TEST_F(Tool, SaysWhichDevicesItSawWhereThereIsNoBuiltInCamera) {
+TEST_F(Tool, ListsTheDevicesIfThereIsNoBuiltInCamera) {
   UsePc(WithoutBuiltInCamera());
-  const std::vector<CaptureDeviceInfo> seen = ListCaptureDevices();
-  ASSERT_EQ(seen.size(), 1);
+  const std::vector<CaptureDeviceInfo> devices = ListCaptureDevices();
+  ASSERT_EQ(devices.size(), 1);
   for (const std::vector<std::string>& words :
        {std::vector<std::string>{"list"}, {"record", "-o", "OUT.mp4"}, {"snapshot", "-o", "OUT.png"}}) {
     err.str("");
     EXPECT_EQ(Run(words), ExitCode::kNoCamera);
     EXPECT_THAT(err.str(), StartsWith("nuveqcam: this PC has no built-in camera; "));
-    EXPECT_THAT(err.str(), HasSubstr(seen[0].name + ", not taken: " + seen[0].exclusionReason));
+    EXPECT_THAT(err.str(), HasSubstr(devices[0].name + ", not selected: " + devices[0].exclusionReason));
   }
   EXPECT_EQ(out.str(), "");
   EXPECT_TRUE(std::filesystem::is_empty(folder));
 }
 
-TEST_F(Tool, SaysThatThereIsNoDeviceAtAll) {
+TEST_F(Tool, ReportsThatThereAreNoDevices) {
   simulated::SimulatedPcSettings settings = WithoutBuiltInCamera();
   settings.hasPlugInCamera = false;
   UsePc(settings);
   EXPECT_EQ(Run({"list"}), ExitCode::kNoCamera);
-  EXPECT_THAT(err.str(), HasSubstr("no capture device was seen"));
+  EXPECT_THAT(err.str(), HasSubstr("no capture devices were found"));
 }
 
-TEST_F(Tool, AnswersJsonWithoutACameraToo) {
+TEST_F(Tool, PrintsJsonAlsoWithoutACamera) {
   UsePc(WithoutBuiltInCamera());
   EXPECT_EQ(Run({"list", "--json"}), ExitCode::kNoCamera);
   EXPECT_THAT(out.str(), StartsWith(R"({"cameras":[],"devices":[{"name":")"));
@@ -118,7 +119,7 @@ std::vector<std::string> Recording(const std::string& seconds, const std::string
   return {"record", "--seconds", seconds, "--size", "320x240", "-o", file};
 }
 
-TEST_F(Tool, RecordingCutShortByADisconnectEndsEarlyAndSaysHowMuchThereIs) {
+TEST_F(Tool, RecordingEndedByADisconnectReportsItsDuration) {
   const std::vector<std::pair<std::string, std::string>> cases{{"0", " s, "}, {"5", " s of 5 s, "}};
   for (const auto& [seconds, amount] : cases) {
     for (const char* const file : {"OUT.mp4", "OUT.h264"}) {
@@ -130,13 +131,13 @@ TEST_F(Tool, RecordingCutShortByADisconnectEndsEarlyAndSaysHowMuchThereIs) {
                 ExitCode::kEndedEarly);
       EXPECT_THAT(out.str(), StartsWith("recorded "));
       EXPECT_THAT(err.str(), StartsWith("nuveqcam: the camera was disconnected; recorded "));
-      EXPECT_THAT(err.str(), HasSubstr(amount + "complete up to there; check with 'nuveqcam list'"));
+      EXPECT_THAT(err.str(), HasSubstr(amount + "complete up to that point; check with 'nuveqcam list'"));
     }
   }
 }
 
-TEST_F(Tool, RecordingCutShortByASilentCameraEndsEarlyAndSaysHowMuchThereIs) {
-  patience.withoutPacket = std::chrono::seconds(5);  // longer than the recording
+TEST_F(Tool, RecordingEndedByATimeoutReportsItsDuration) {
+  timeouts.packet = std::chrono::seconds(5);  // longer than the recording
   const std::vector<std::pair<std::string, std::string>> cases{{"0", " s, "}, {"4", " s of 4 s, "}};
   for (const auto& [seconds, amount] : cases) {
     UsePc({});
@@ -147,7 +148,7 @@ TEST_F(Tool, RecordingCutShortByASilentCameraEndsEarlyAndSaysHowMuchThereIs) {
               ExitCode::kEndedEarly);
     EXPECT_THAT(out.str(), StartsWith("recorded "));
     EXPECT_THAT(err.str(), StartsWith("nuveqcam: no packets from the camera for 5 s; recorded "));
-    EXPECT_THAT(err.str(), HasSubstr(amount + "complete up to there; check with 'nuveqcam list'"));
+    EXPECT_THAT(err.str(), HasSubstr(amount + "complete up to that point; check with 'nuveqcam list'"));
   }
 }
 
@@ -161,17 +162,18 @@ double DurationIn(const std::string& summary) {
 TEST_F(Tool, RecordingOfASlowCameraIsComplete) {
   simulated::SimulatedPcSettings settings;
   settings.formats = {{graph::FourCc("YUYV"), 320, 240, 2'000'000}};
-  for (const std::string asked : {"5", "10"}) {
+  for (const std::string requested : {"5", "10"}) {
     UsePc(settings);
     out.str("");
-    EXPECT_EQ(Run({"record", "--seconds", "1", "--fps", asked, "-o", "OUT.mp4"}), ExitCode::kOk) << err.str();
+    EXPECT_EQ(Run({"record", "--seconds", "1", "--fps", requested, "-o", "OUT.mp4"}), ExitCode::kOk)
+        << err.str();
     // The last packet arrives a second after the first one or later. The recording's times are smoothed; they
     // lag behind the arrivals by less than half a second.
     EXPECT_GT(DurationIn(out.str()), 0.5) << out.str();
   }
 }
 
-TEST_F(Tool, SnapshotOfACameraThatIsDisconnectedSaysSo) {
+TEST_F(Tool, SnapshotReportsADisconnect) {
   UsePc({});
   const auto hasNewFrames = [earlier = graph::LatestStreamStats().delivered] {
     const auto delivered = graph::LatestStreamStats().delivered;
@@ -185,8 +187,8 @@ TEST_F(Tool, SnapshotOfACameraThatIsDisconnectedSaysSo) {
   EXPECT_TRUE(std::filesystem::is_empty(folder));
 }
 
-TEST_F(Tool, SurvivesACameraThatNeverDelivers) {
-  patience.withoutPacket = std::chrono::milliseconds(1500);
+TEST_F(Tool, EndsWithoutAnyFrame) {
+  timeouts.packet = std::chrono::milliseconds(1500);
   UsePc({});
   pc->Freeze(true);
   for (const std::vector<std::string>& words :
@@ -197,7 +199,7 @@ TEST_F(Tool, SurvivesACameraThatNeverDelivers) {
   EXPECT_EQ(out.str(), "");
 }
 
-TEST_F(Tool, RunsAgainInTheSameProcess) {
+TEST_F(Tool, RunsRepeatedlyInOneProcess) {
   UsePc({});
   for (int i = 0; i < 3; ++i) {
     EXPECT_EQ(Run({"snapshot", "--size", "320x240", "--skip", "0", "-o", "OUT.png"}), ExitCode::kOk)
@@ -205,17 +207,17 @@ TEST_F(Tool, RunsAgainInTheSameProcess) {
   }
 }
 
-// The simulated camera with an obstacle in front of it.
-class ObstructedSource : public graph::CaptureSource {
+// The simulated camera with failing calls.
+class FailingSource : public graph::CaptureSource {
  public:
-  ObstructedSource(std::unique_ptr<graph::CaptureSource> camera, HRESULT atList, HRESULT atSet)
-      : m_camera(std::move(camera)), m_atList(atList), m_atSet(atSet) {}
+  FailingSource(std::unique_ptr<graph::CaptureSource> camera, HRESULT listResult, HRESULT setResult)
+      : m_camera(std::move(camera)), m_listResult(listResult), m_setResult(setResult) {}
 
   HRESULT ListFormats(std::vector<graph::VideoFormat>& formats) override {
-    return m_atList != S_OK ? m_atList : m_camera->ListFormats(formats);
+    return m_listResult != S_OK ? m_listResult : m_camera->ListFormats(formats);
   }
   HRESULT SetFormat(graph::VideoFormat& format) override {
-    return m_atSet != S_OK ? m_atSet : m_camera->SetFormat(format);
+    return m_setResult != S_OK ? m_setResult : m_camera->SetFormat(format);
   }
   HRESULT Start() override { return m_camera->Start(); }
   graph::CaptureResult Next(Deadline deadline, graph::CapturedFrame& frame) override {
@@ -227,19 +229,19 @@ class ObstructedSource : public graph::CaptureSource {
 
  private:
   std::unique_ptr<graph::CaptureSource> m_camera;
-  HRESULT m_atList;
-  HRESULT m_atSet;
+  HRESULT m_listResult;
+  HRESULT m_setResult;
 };
 
-class ObstructedPc : public devices::DeviceProvider {
+class FailingPc : public devices::DeviceProvider {
  public:
-  ObstructedPc(HRESULT atList, HRESULT atSet) : m_atList(atList), m_atSet(atSet) {}
+  FailingPc(HRESULT listResult, HRESULT setResult) : m_listResult(listResult), m_setResult(setResult) {}
 
   std::vector<devices::CaptureDevice> CaptureDevices() override {
     std::vector<devices::CaptureDevice> devices = m_pc.CaptureDevices();
     for (devices::CaptureDevice& device : devices) {
-      device.makeSource = [make = device.makeSource, atList = m_atList, atSet = m_atSet] {
-        return std::make_unique<ObstructedSource>(make(), atList, atSet);
+      device.makeSource = [make = device.makeSource, listResult = m_listResult, setResult = m_setResult] {
+        return std::make_unique<FailingSource>(make(), listResult, setResult);
       };
     }
     return devices;
@@ -248,20 +250,20 @@ class ObstructedPc : public devices::DeviceProvider {
 
  private:
   simulated::SimulatedPc m_pc;
-  HRESULT m_atList;
-  HRESULT m_atSet;
+  HRESULT m_listResult;
+  HRESULT m_setResult;
 };
 
 TEST_F(Tool, ExplainsWhyTheCameraCannotBeOpened) {
   const std::vector<std::pair<HRESULT, std::string>> cases{
       {com::kDeviceInUse, "the camera is in use by another program; close that program and try again"},
-      {E_ACCESSDENIED, "there is no permission to use the camera; add your user to the group video"},
-      {com::kDeviceGone, "the camera has gone; see with 'nuveqcam list'"},
+      {E_ACCESSDENIED, "permission to use the camera was denied; add your user to the group video"},
+      {com::kDeviceGone, "the camera was disconnected; check with 'nuveqcam list'"},
       {com::kDeviceIoError,
        "the camera cannot be read; try again; restarting the PC resets a built-in camera"},
-      {E_FAIL, "(the library said: Set camera parameter fail, error:-2147467259); choose a size"}};
+      {E_FAIL, "(library log: Set camera parameter fail, error:-2147467259); choose one of the sizes"}};
   for (const auto& [result, text] : cases) {
-    devices::SetDeviceProvider(std::make_shared<ObstructedPc>(S_OK, result));
+    devices::SetDeviceProvider(std::make_shared<FailingPc>(S_OK, result));
     err.str("");
     EXPECT_EQ(Run({"record", "-o", "OUT.mp4"}), ExitCode::kCannotOpen);
     EXPECT_THAT(err.str(), StartsWith("nuveqcam: cannot open the camera at 1280x720, 30 fps (result -1001)"));
@@ -271,13 +273,14 @@ TEST_F(Tool, ExplainsWhyTheCameraCannotBeOpened) {
 }
 
 TEST_F(Tool, ExplainsWhyTheCameraCannotBeRead) {
-  devices::SetDeviceProvider(std::make_shared<ObstructedPc>(E_ACCESSDENIED, S_OK));
+  devices::SetDeviceProvider(std::make_shared<FailingPc>(E_ACCESSDENIED, S_OK));
   EXPECT_EQ(Run({"list"}), ExitCode::kCannotOpen);
-  EXPECT_EQ(err.str(),
-            "nuveqcam: cannot read what the camera offers (result -1000): there is no permission to use the "
-            "camera; add "
-            "your user to the group video and log in again (the library said: EnumMediaTypes fail, error: "
-            "-2147024891)\n");
+  EXPECT_EQ(
+      err.str(),
+      "nuveqcam: cannot read the camera's capabilities (result -1000): permission to use the camera was "
+      "denied; add your user to the group video and log in again (library log: EnumMediaTypes fail, error: "
+      "-2147024891)\n");
 }
 
 }  // namespace
+}  // namespace nuveqcam

@@ -7,19 +7,20 @@
 
 #include "cli/Text.h"
 
+namespace nuveqcam {
 namespace {
 
 using ::testing::StartsWith;
 
-TEST(Wide, IsTheSameTextInUtf16) {
-  EXPECT_EQ(Wide(""), L"");
-  EXPECT_EQ(Wide("a\u00e4\u4e2d\U0001F4F7"), L"a\u00e4\u4e2d\U0001F4F7");
-  EXPECT_EQ(Utf8(Wide("a\u00e4\u4e2d\U0001F4F7")), "a\u00e4\u4e2d\U0001F4F7");
+TEST(ToWide, ConvertsToUtf16) {
+  EXPECT_EQ(ToWide(""), L"");
+  EXPECT_EQ(ToWide("a\u00e4\u4e2d\U0001F4F7"), L"a\u00e4\u4e2d\U0001F4F7");
+  EXPECT_EQ(ToUtf8(ToWide("a\u00e4\u4e2d\U0001F4F7")), "a\u00e4\u4e2d\U0001F4F7");
 }
 
-TEST(Wide, ReplacesWhatIsNotUtf8) { EXPECT_EQ(Utf8(Wide("a\xff")), "a\uFFFD"); }
+TEST(ToWide, ReplacesInvalidUtf8) { EXPECT_EQ(ToUtf8(ToWide("a\xff")), "a\uFFFD"); }
 
-TEST(SystemMessage, IsOneLineWithoutItsEnd) {
+TEST(SystemMessage, IsOneLineWithoutPeriod) {
   for (const auto code :
        {ERROR_FILE_NOT_FOUND, ERROR_ACCESS_DENIED, ERROR_DISK_FULL, ERROR_SHARING_VIOLATION}) {
     const std::string message = SystemMessage(static_cast<DWORD>(code));
@@ -30,9 +31,10 @@ TEST(SystemMessage, IsOneLineWithoutItsEnd) {
   }
 }
 
-TEST(SystemMessage, IsTheNumberWhereTheSystemHasNoWords) {
+TEST(SystemMessage, IsTheNumberOfAnUnknownCode) {
   EXPECT_EQ(SystemMessage(0x2FFFFFFF), "error 0x2fffffff");
   EXPECT_THAT(ComMessage(static_cast<HRESULT>(0x8FFFFFFF)), StartsWith("error 0x8fffffff"));
 }
 
 }  // namespace
+}  // namespace nuveqcam

@@ -1,4 +1,4 @@
-// The writer thread and what it writes to.
+// The writer thread and the raw writer.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -10,6 +10,7 @@
 #include "recording/PacketWriter.h"
 #include "recording/WriterThread.h"
 
+namespace nuveqcam {
 namespace {
 
 using ::testing::ElementsAre;
@@ -32,7 +33,7 @@ class FakeWriter : public PacketWriter {
   bool isFinished = false;
 };
 
-TEST(WriterThread, WritesAndCountsAllBeforeItFinishes) {
+TEST(WriterThread, WritesAllPacketsBeforeItFinishes) {
   PacketQueue queue(1000);
   FakeWriter writer;
   WriterThread thread(queue, writer, 30);
@@ -42,21 +43,21 @@ TEST(WriterThread, WritesAndCountsAllBeforeItFinishes) {
   thread.Finish();
   EXPECT_THAT(writer.marks, ElementsAre(1, 2, 3));
   EXPECT_TRUE(writer.isFinished);
-  const Written written = thread.Count();
+  const WriterStats written = thread.Stats();
   EXPECT_EQ(written.frames, 3);
   EXPECT_EQ(written.keyFrames, 1);
   EXPECT_EQ(written.bytes, 18);
   EXPECT_GT(written.duration.count(), 1.0 / 30);
 }
 
-TEST(WriterThread, FailureStopsThePacketsAndIsThrownAtTheEnd) {
+TEST(WriterThread, FailureAbandonsTheQueueAndIsThrownByFinish) {
   PacketQueue queue(1000);
   FakeWriter writer;
   writer.failsAt = 2;
   WriterThread thread(queue, writer, 30);
   queue.Push(KeyPacket(1));
   queue.Push(OtherPacket(2));
-  // The queue is abandoned as soon as the failure was met.
+  // The queue is abandoned once the write has failed.
   while (queue.Push(OtherPacket(3))) {
     std::this_thread::yield();
   }
@@ -66,7 +67,7 @@ TEST(WriterThread, FailureStopsThePacketsAndIsThrownAtTheEnd) {
   EXPECT_FALSE(writer.isFinished);
 }
 
-TEST(WriterThread, WithoutFinishCompletesNothing) {
+TEST(WriterThread, WithoutFinishCompletesNoFile) {
   PacketQueue queue(1000);
   FakeWriter writer;
   { const WriterThread thread(queue, writer, 30); }
@@ -76,7 +77,7 @@ TEST(WriterThread, WithoutFinishCompletesNothing) {
 
 using WriterFile = TemporaryFolder;
 
-TEST_F(WriterFile, RawKeepsPacketsAsTheyAre) {
+TEST_F(WriterFile, RawWriterKeepsPacketsUnchanged) {
   OutputFile file(NameOf(folder / "a.h264"), StopSignals());
   const auto writer = MakePacketWriter(OutputKind::kRawH264, file, 30);
   writer->Write(KeyPacket(7), {});
@@ -86,3 +87,4 @@ TEST_F(WriterFile, RawKeepsPacketsAsTheyAre) {
 }
 
 }  // namespace
+}  // namespace nuveqcam

@@ -9,29 +9,30 @@
 #include "cli/SystemTraits.h"
 #include "cli/Text.h"
 
+namespace nuveqcam {
 namespace {
 
 constexpr std::uint32_t kNoUsableCamera = 7;
 
-// The callbacks carry no context, and there is one camera.
+// Global because the library's callbacks have no context argument.
 std::atomic<PacketQueue*> receivingQueue{nullptr};
 std::atomic<bool> libraryFoundNoCamera{false};
 
 std::int32_t OnPacket(const char* /*id*/, std::uint32_t /*idLen*/, const std::uint8_t* data,
                       std::uint32_t dataLen, std::int32_t /*reserved*/) {
-  constexpr std::int32_t kTaken = 0;
-  constexpr std::int32_t kNotTaken = -1;
+  constexpr std::int32_t kAccepted = 0;
+  constexpr std::int32_t kRejected = -1;
   PacketQueue* const queue = receivingQueue;
   if (queue == nullptr) {
-    return kNotTaken;
+    return kRejected;
   }
   const auto arrival = Clock::now();
   try {
-    return queue->Push({{data, data + dataLen}, arrival}) ? kTaken : kNotTaken;
+    return queue->Push({{data, data + dataLen}, arrival}) ? kAccepted : kRejected;
   } catch (const std::exception&) {
-    // No memory. The library would only log it.
+    // Out of memory. The library only logs a callback's failure.
     queue->NoteLoss();
-    return kNotTaken;
+    return kRejected;
   }
 }
 
@@ -40,14 +41,14 @@ std::int32_t OnAction(const char* /*id*/, std::uint32_t /*idLen*/, NUVEQServiceA
   return 0;
 }
 
-Capabilities Copy(const NUVEQCameraCapabilities& record) {
+Capabilities ToCapabilities(const NUVEQCameraCapabilities& record) {
   Capabilities copy;
   copy.id.assign(record.id, record.idLen);
   for (std::uint32_t i = 0; i < record.abilityNum; ++i) {
     const NUVEQCameraAbility& ability = record.abilities[i];
     for (std::uint32_t j = 0; j < ability.resolutionNum; ++j) {
       const auto& [width, height] = ability.resolutions[j];
-      // The sign says which line comes first in memory, which is no matter here.
+      // The sign of the height is the line order in memory.
       const Size size{static_cast<std::uint32_t>(width), height < 0 ? 0U - static_cast<std::uint32_t>(height)
                                                                     : static_cast<std::uint32_t>(height)};
       if (std::find(copy.sizes.begin(), copy.sizes.end(), size) == copy.sizes.end()) {
@@ -61,14 +62,14 @@ Capabilities Copy(const NUVEQCameraCapabilities& record) {
   return copy;
 }
 
-// Capability records until they go back to the library.
-class Records {
+// Releases the library's capability records.
+class RecordsOwner {
  public:
-  Records(const NUVEQCameraHandler& table, NUVEQCameraCapabilities* records, std::uint32_t count)
+  RecordsOwner(const NUVEQCameraHandler& table, NUVEQCameraCapabilities* records, std::uint32_t count)
       : m_table(table), m_records(records), m_count(count) {}
-  Records(const Records&) = delete;
-  Records& operator=(const Records&) = delete;
-  ~Records() { m_table.ReleaseCapability(0, m_records, m_count); }
+  RecordsOwner(const RecordsOwner&) = delete;
+  RecordsOwner& operator=(const RecordsOwner&) = delete;
+  ~RecordsOwner() { m_table.ReleaseCapability(0, m_records, m_count); }
 
  private:
   const NUVEQCameraHandler& m_table;
@@ -85,54 +86,55 @@ Camera::Camera(const CameraLibrary& library, LibraryLog& log) : m_table(library.
 }
 
 Capabilities Camera::Query() {
-  m_log.Forget();
+  m_log.Clear();
   libraryFoundNoCamera = false;
   NUVEQCameraCapabilities* records = nullptr;
   std::uint32_t count = 0;
   const std::int32_t result = m_table.GetCapability(&records, &count);
   if (result == NUVEQ_CAMERA_OK && records != nullptr && count > 0) {
-    const Records owner(m_table, records, count);
-    return Copy(records[0]);
+    const RecordsOwner owner(m_table, records, count);
+    return ToCapabilities(records[0]);
   }
   if (libraryFoundNoCamera) {
     throw Failure(ExitCode::kNoCamera, NoCameraText(ListCaptureDevices()));
   }
   throw Failure(ExitCode::kCannotOpen,
-                "cannot read what the camera offers (result " + std::to_string(result) + ")" +
+                "cannot read the camera's capabilities (result " + std::to_string(result) + ")" +
                     ReasonText(m_log.Lines(),
-                               "close other programs that use the camera and try again, or see "
-                               "all of the library's log with -v"));
+                               "close other programs that use the camera and try again, or use -v "
+                               "to see the library's log"));
 }
 
 void Camera::Open(const CameraRequest& request, PacketQueue& queue) {
-  m_log.Forget();
+  m_log.Clear();
   m_openId = request.id;
   receivingQueue = &queue;
   const NUVEQCameraParam param{request.id.data(), static_cast<std::uint32_t>(request.id.size()),
                                request.size.width, request.size.height, request.fps};
-  // A failed open, too, leaves something to close.
+  // CloseCameraDevice also cleans up after a failed open.
   m_isOpen = true;
   const std::int32_t result = m_table.OpenCameraDevice(&param);
   if (result == NUVEQ_CAMERA_OK) {
     return;
   }
-  // After the log was read, which closing adds to; and also where reading it fails.
-  struct CloseAtEnd {
+  // Close after reading the log, because closing adds lines to it; and also if reading it throws.
+  struct ScopedClose {
     Camera& camera;
-    ~CloseAtEnd() { camera.Close(); }
+    ~ScopedClose() { camera.Close(); }
   };
-  [[maybe_unused]] const CloseAtEnd closing{*this};
+  [[maybe_unused]] const ScopedClose closing{*this};
   const std::vector<std::string> lines = m_log.Lines();
-  const std::string what = "cannot open the camera at " + ToText(request.size) + ", " +
-                           std::to_string(request.fps) + " fps (result " + std::to_string(result) + ")";
+  const std::string message = "cannot open the camera at " + ToText(request.size) + ", " +
+                              std::to_string(request.fps) + " fps (result " + std::to_string(result) + ")";
   if (result == NUVEQ_CAMERA_ENCODER_FAILED) {
-    throw Failure(ExitCode::kCannotOpen,
-                  what + ReasonText(lines, "the encoder refuses this; choose another size with --size"));
+    throw Failure(
+        ExitCode::kCannotOpen,
+        message + ReasonText(lines, "the encoder does not support the size; choose another one with --size"));
   }
   throw Failure(ExitCode::kCannotOpen,
-                what + ReasonText(lines,
-                                  "choose a size with --size from those of 'nuveqcam list', or see all "
-                                  "of the library's log with -v"));
+                message + ReasonText(lines,
+                                     "choose one of the sizes of 'nuveqcam list' with --size, or use -v to "
+                                     "see the library's log"));
 }
 
 void Camera::Close() {
@@ -142,19 +144,21 @@ void Camera::Close() {
   }
 }
 
-std::string NoCameraText(const std::vector<CaptureDeviceInfo>& seen) {
-  std::string text = std::string("this PC has no built-in camera; switch it on if it has one, or ") +
-                     ThisSystem().withoutCamera;
-  if (seen.empty()) {
-    return text + "\nno capture device was seen";
+std::string NoCameraText(const std::vector<CaptureDeviceInfo>& devices) {
+  std::string text = std::string("this PC has no built-in camera; enable it if it has one, or ") +
+                     ThisSystem().noCameraAdvice;
+  if (devices.empty()) {
+    return text + "\nno capture devices were found";
   }
-  text += "\ncapture devices seen:";
-  for (const CaptureDeviceInfo& device : seen) {
+  text += "\ncapture devices found:";
+  for (const CaptureDeviceInfo& device : devices) {
     const std::string reason = device.exclusionReason.empty()
-                                   ? "looks built in, but the library did not take it"
-                                   : "not taken: " + SanitizeForTerminal(device.exclusionReason);
+                                   ? "looks built in, but the library did not select it"
+                                   : "not selected: " + SanitizeForTerminal(device.exclusionReason);
     text +=
-        "\n  " + SanitizeForTerminal(device.where) + "  " + SanitizeForTerminal(device.name) + ", " + reason;
+        "\n  " + SanitizeForTerminal(device.node) + "  " + SanitizeForTerminal(device.name) + ", " + reason;
   }
   return text;
 }
+
+}  // namespace nuveqcam

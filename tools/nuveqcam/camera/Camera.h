@@ -1,4 +1,4 @@
-// The PC's built-in camera, through the library's table.
+// Access to the built-in camera through the library's function table.
 #pragma once
 
 #include <cstdint>
@@ -11,6 +11,8 @@
 #include "camera/LibraryLog.h"
 #include "recording/PacketQueue.h"
 
+namespace nuveqcam {
+
 struct CameraRequest {
   std::string id;
   Size size;
@@ -19,19 +21,20 @@ struct CameraRequest {
 
 class Camera {
  public:
-  // Both outlive it. One at a time: the library's callbacks know no context.
+  // The library and the log must outlive the object. Only one object may exist at a time, because the
+  // library's callbacks have no context argument.
   Camera(const CameraLibrary& library, LibraryLog& log);
   Camera(const Camera&) = delete;
   Camera& operator=(const Camera&) = delete;
   ~Camera() { Close(); }
 
-  // Finds the camera, which has to come before opening it. Throws Failure: kNoCamera, with every device that
-  // was seen, or kCannotOpen.
+  // Finds the camera; must be called before Open. Throws Failure: kNoCamera, with a list of all capture
+  // devices, or kCannotOpen.
   Capabilities Query();
-  // Opens the camera; packets go to the queue, which outlives the session. Returns when the camera has
-  // delivered its first frame. Throws Failure (kCannotOpen).
+  // Opens the camera and returns after its first frame. Packets go to the queue, which must outlive the
+  // session. Throws Failure (kCannotOpen).
   void Open(const CameraRequest& request, PacketQueue& queue);
-  // No packet arrives after it has returned. Harmless when nothing is open.
+  // No packet arrives after it returns. Does nothing if the camera is not open.
   void Close();
 
  private:
@@ -41,8 +44,7 @@ class Camera {
   bool m_isOpen = false;
 };
 
-// The camera while it delivers: opens it, and closes it on every way out, so that no packet comes for a queue
-// that has gone. Both outlive it.
+// Opens the camera for the lifetime of the object. The camera and the queue must outlive it.
 class OpenCamera {
  public:
   // Throws Failure as Camera::Open does.
@@ -52,7 +54,7 @@ class OpenCamera {
   }
   OpenCamera(const OpenCamera&) = delete;
   OpenCamera& operator=(const OpenCamera&) = delete;
-  // Closing waits for a packet in progress, which nobody may make room for any more.
+  // Close waits for a packet that is being delivered, which must not wait for room in the queue.
   ~OpenCamera() {
     m_queue.SetUnbounded();
     m_camera.Close();
@@ -63,5 +65,7 @@ class OpenCamera {
   PacketQueue& m_queue;
 };
 
-// Why there is no camera, device by device, and what to do.
-std::string NoCameraText(const std::vector<CaptureDeviceInfo>& seen);
+// The message that the PC has no built-in camera: advice, and the reason for each capture device.
+std::string NoCameraText(const std::vector<CaptureDeviceInfo>& devices);
+
+}  // namespace nuveqcam

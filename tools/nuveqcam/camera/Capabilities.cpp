@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+namespace nuveqcam {
 namespace {
 
 constexpr Size kPreferredSize{1280, 720};
@@ -15,7 +16,7 @@ bool IsWithinPreferred(const Size& size) {
   return size.width <= kPreferredSize.width && size.height <= kPreferredSize.height;
 }
 
-// 29.97 is asked for as 30; what the camera makes of it is its own matter.
+// Requests are in whole frames per second: 30 for a rate of 29.97.
 std::uint32_t WholeFps(std::uint32_t rate) {
   return std::max<std::uint32_t>(1, static_cast<std::uint32_t>((std::uint64_t{rate} + 500) / 1000));
 }
@@ -65,3 +66,5 @@ std::string RateText(std::uint32_t rate) {
   decimals.erase(decimals.find_last_not_of('0') + 1);
   return text + "." + decimals;
 }
+
+}  // namespace nuveqcam

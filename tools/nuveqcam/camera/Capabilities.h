@@ -1,10 +1,12 @@
-// What a camera can deliver, and what to choose from it.
+// A camera's sizes and frame rates, and the default choice among them.
 #pragma once
 
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
+
+namespace nuveqcam {
 
 struct Size {
   std::uint32_t width = 0;  // pixels
@@ -13,21 +15,23 @@ struct Size {
   friend bool operator==(const Size& a, const Size& b) { return a.width == b.width && a.height == b.height; }
 };
 
-// The two lists are independent: not every rate comes with every size.
+// The two lists are independent: not every rate is available at every size.
 struct Capabilities {
   std::string id;
   std::vector<Size> sizes;
   std::vector<std::uint32_t> rates;  // thousandths of a frame per second
 };
 
-// The largest size up to 1280x720; where there is none, the smallest; nothing without sizes.
+// The largest size up to 1280x720, else the smallest size; nullopt if there are no sizes.
 std::optional<Size> ChooseSize(const std::vector<Size>& sizes);
 
-// 30 frames per second; where that is not offered, the highest rate below it, else the lowest. Whole frames
-// per second, which is how rates are asked for. 30 without rates.
+// 30 frames per second if offered, else the highest lower rate, else the lowest rate; rounded to whole frames
+// per second. 30 if there are no rates.
 std::uint32_t ChooseFps(const std::vector<std::uint32_t>& rates);
 
 // "1280x720"
 std::string ToText(const Size& size);
-// "30", "29.97": thousandths of a frame per second as a decimal number, whatever the locale.
+// Thousandths of a frame per second as a decimal number, independent of the locale: "30", "29.97".
 std::string RateText(std::uint32_t rate);
+
+}  // namespace nuveqcam

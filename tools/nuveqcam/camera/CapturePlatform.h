@@ -1,36 +1,40 @@
-// What the tool asks the system for beside the camera library's table: for people, and for demonstrations
-// without a camera. With DeviceInventory.h the one place that knows the platform.
+// OS functions that the tool uses next to the camera library's function table: the list of capture devices,
+// and the simulated PC.
 #pragma once
 
 #include <string>
 #include <vector>
 
-// A capture device, whether the camera library offers it or not. Texts as the devices gave them.
+namespace nuveqcam {
+
+// A capture device, whether or not the camera library offers it. Texts are not sanitized.
 struct CaptureDeviceInfo {
   std::string name;
-  std::string where;            // "/dev/video0", "usb#vid_04f2&pid_b6be&mi_00#6&1a2b3c&0&0000"
-  std::string exclusionReason;  // for people; empty for the PC's own camera
+  std::string node;             // "/dev/video0", "usb#vid_04f2&pid_b6be&mi_00#6&1a2b3c&0&0000"
+  std::string exclusionReason;  // human-readable; empty for the built-in camera
 };
 
-// What the system and its libraries want of a thread from which the camera library is called. Lives around
-// all such calls. Throws Failure (kUnexpected).
+// Initializes the OS and third-party libraries for a thread that calls the camera library. Must outlive all
+// such calls. Throws Failure (kUnexpected).
 class SystemSession {
  public:
   explicit SystemSession(bool isVerbose);
   SystemSession(const SystemSession&) = delete;
   SystemSession& operator=(const SystemSession&) = delete;
-  // NOLINTNEXTLINE(performance-trivially-destructible): it has work on other systems
+  // NOLINTNEXTLINE(performance-trivially-destructible): not trivial on Windows
   ~SystemSession();
 };
 
-// From here on the PC is a simulated one. Its camera plays the clip, a video file; empty: a picture of its
-// own. Before the camera library's first call. Throws Failure (kUsage) when the clip cannot be played, and on
-// systems without a simulated PC.
+// Replaces the PC with a simulated one whose camera plays the clip, a video file, or a generated picture if
+// the clip is empty. Must be called before the camera library's first call. Throws Failure (kUsage) if the
+// clip cannot be played or the system has no simulated PC.
 void UseSimulatedPc(const std::string& clip);
 
-// True once the platform has noticed that the camera of the latest open request was disconnected. False on
-// systems that do not report it.
+// True if the platform has detected that the most recently opened camera was disconnected. Always false on
+// Windows.
 bool IsCameraDisconnected();
 
-// Every capture device of the PC at this moment; none when they cannot be listed.
+// All capture devices that are present now; empty if they cannot be listed.
 std::vector<CaptureDeviceInfo> ListCaptureDevices();
+
+}  // namespace nuveqcam

@@ -11,7 +11,9 @@
 #include "recording/Libav.h"
 #include "simulated/SimulatedPc.h"
 
-// libav's own remarks say nothing that the tool's messages do not.
+namespace nuveqcam {
+
+// libav's messages add nothing to those of the tool.
 SystemSession::SystemSession(bool isVerbose) { av_log_set_level(isVerbose ? AV_LOG_ERROR : AV_LOG_QUIET); }
 
 SystemSession::~SystemSession() = default;
@@ -20,10 +22,9 @@ void UseSimulatedPc(const std::string& clip) {
   std::error_code ignored;
   if (!clip.empty() && std::filesystem::exists(clip, ignored) &&
       !std::filesystem::is_regular_file(clip, ignored)) {
-    // It is read from its beginning every time the camera starts.
+    // The clip is reopened each time the camera starts.
     throw Failure(ExitCode::kUsage, "cannot play " + SanitizeForTerminal(clip) +
-                                        ": it is not a file that can be read again; name a video file after "
-                                        "--simulated");
+                                        ": it is not a regular file; specify a video file with --simulated");
   }
   simulated::SimulatedPcSettings settings;
   settings.clip = clip;
@@ -31,21 +32,23 @@ void UseSimulatedPc(const std::string& clip) {
     devices::SetDeviceProvider(std::make_shared<simulated::SimulatedPc>(settings));
   } catch (const std::runtime_error& error) {
     throw Failure(ExitCode::kUsage,
-                  SanitizeForTerminal(error.what()) + "; name another video file after --simulated");
+                  SanitizeForTerminal(error.what()) + "; specify another video file with --simulated");
   }
 }
 
 bool IsCameraDisconnected() { return graph::LatestStreamStats().isDisconnected; }
 
 std::vector<CaptureDeviceInfo> ListCaptureDevices() {
-  std::vector<CaptureDeviceInfo> seen;
+  std::vector<CaptureDeviceInfo> devices;
   try {
     for (const devices::CaptureDevice& device : devices::CurrentDeviceProvider()->CaptureDevices()) {
-      seen.push_back({device.name, device.node, device.exclusionReason});
+      devices.push_back({device.name, device.node, device.exclusionReason});
     }
   } catch (const std::exception&) {
-    // The list only explains; what it explains is reported without it.
-    seen.clear();
+    // The list is only for diagnosis; the command continues without it.
+    devices.clear();
   }
-  return seen;
+  return devices;
 }
+
+}  // namespace nuveqcam

@@ -10,9 +10,10 @@
 #include "devices/BuiltInCamera.h"
 #include "devices/UsbDevices.h"
 
+namespace nuveqcam {
 namespace {
 
-struct FreeTaskMemory {
+struct TaskMemoryFreer {
   void operator()(WCHAR* text) const { CoTaskMemFree(text); }
 };
 
@@ -25,7 +26,7 @@ class Variant {
 
   VARIANT* Put() { return &m_value; }
   std::string Text() const {
-    return m_value.vt == VT_BSTR && m_value.bstrVal != nullptr ? Utf8(m_value.bstrVal) : std::string();
+    return m_value.vt == VT_BSTR && m_value.bstrVal != nullptr ? ToUtf8(m_value.bstrVal) : std::string();
   }
 
  private:
@@ -39,8 +40,8 @@ std::string DisplayNameOf(IMoniker& moniker) {
       moniker.GetDisplayName(context.Get(), nullptr, &text) != S_OK) {
     return {};
   }
-  const std::unique_ptr<WCHAR, FreeTaskMemory> owner(text);
-  return text != nullptr ? Utf8(text) : std::string();
+  const std::unique_ptr<WCHAR, TaskMemoryFreer> owner(text);
+  return text != nullptr ? ToUtf8(text) : std::string();
 }
 
 std::string FriendlyNameOf(IMoniker& moniker) {
@@ -53,20 +54,20 @@ std::string FriendlyNameOf(IMoniker& moniker) {
   return name.Text();
 }
 
-struct CaptureDevice {
+struct NamedMoniker {
   std::string name;
   std::string displayName;
 };
 
-std::vector<CaptureDevice> CaptureDevices() {
-  std::vector<CaptureDevice> found;
-  ComPtr<ICreateDevEnum> devices;
+std::vector<NamedMoniker> EnumerateCaptureDevices() {
+  std::vector<NamedMoniker> found;
+  ComPtr<ICreateDevEnum> enumerator;
   ComPtr<IEnumMoniker> monikers;
   if (CoCreateInstance(CLSID_SystemDeviceEnum, nullptr, CLSCTX_INPROC_SERVER, IID_ICreateDevEnum,
-                       devices.PutVoid()) != S_OK ||
-      !devices ||
-      // S_FALSE, with a null enumerator, says that there are none.
-      devices->CreateClassEnumerator(CLSID_VideoInputDeviceCategory, monikers.Put(), 0) != S_OK ||
+                       enumerator.PutVoid()) != S_OK ||
+      !enumerator ||
+      // S_FALSE with a null pointer if there are none.
+      enumerator->CreateClassEnumerator(CLSID_VideoInputDeviceCategory, monikers.Put(), 0) != S_OK ||
       !monikers) {
     return found;
   }
@@ -79,34 +80,35 @@ std::vector<CaptureDevice> CaptureDevices() {
 
 }  // namespace
 
-// The camera library's objects live in the thread's apartment, whose kind it chooses itself, as this one.
+// The camera library initializes COM for the same apartment type.
 SystemSession::SystemSession(bool /*isVerbose*/) {
   if (const HRESULT result = CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED); result < 0) {
-    throw Failure(ExitCode::kUnexpected,
-                  "cannot use COM, through which cameras are reached: " + ComMessage(result));
+    throw Failure(ExitCode::kUnexpected, "cannot initialize COM: " + ComMessage(result));
   }
 }
 
 SystemSession::~SystemSession() { CoUninitialize(); }
 
 void UseSimulatedPc(const std::string& /*clip*/) {
-  throw Failure(ExitCode::kUsage, "there is no simulated PC on this system; leave --simulated out");
+  throw Failure(ExitCode::kUsage, "--simulated is not supported on this system");
 }
 
 bool IsCameraDisconnected() { return false; }
 
 std::vector<CaptureDeviceInfo> ListCaptureDevices() {
-  const std::vector<CaptureDevice> devices = CaptureDevices();
+  const std::vector<NamedMoniker> monikers = EnumerateCaptureDevices();
   std::vector<std::string> displayNames;
-  displayNames.reserve(devices.size());
-  for (const CaptureDevice& device : devices) {
-    displayNames.push_back(device.displayName);
+  displayNames.reserve(monikers.size());
+  for (const NamedMoniker& moniker : monikers) {
+    displayNames.push_back(moniker.displayName);
   }
-  const std::vector<std::string> reasons = WhyNotBuiltIn(displayNames, PresentUsbDevices());
-  std::vector<CaptureDeviceInfo> seen;
-  seen.reserve(devices.size());
-  for (std::size_t i = 0; i < devices.size(); ++i) {
-    seen.push_back({devices[i].name, PlaceIn(devices[i].displayName), reasons[i]});
+  const std::vector<std::string> reasons = ExclusionReasons(displayNames, ListUsbDevices());
+  std::vector<CaptureDeviceInfo> devices;
+  devices.reserve(monikers.size());
+  for (std::size_t i = 0; i < monikers.size(); ++i) {
+    devices.push_back({monikers[i].name, DevicePathIn(monikers[i].displayName), reasons[i]});
   }
-  return seen;
+  return devices;
 }
+
+}  // namespace nuveqcam

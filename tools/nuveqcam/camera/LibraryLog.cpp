@@ -12,10 +12,11 @@
 
 #include "cli/Text.h"
 
+namespace nuveqcam {
 namespace {
 
 constexpr const wchar_t* kLoggerName = L"nuveq.camera";
-constexpr std::size_t kKeptLines = 24;
+constexpr std::size_t kMaxLines = 24;
 
 bool Contains(const std::string& text, const char* part) { return text.find(part) != std::string::npos; }
 
@@ -34,11 +35,11 @@ std::string WithoutSource(std::string line) {
 
 }  // namespace
 
-// Not log4cplus's console appender: that writes wide characters, after which the narrow text of the tool's
-// own messages could no longer be written to the same stream, and it depends on the locale.
+// log4cplus's console appender is not usable here: it depends on the locale and writes wide characters, after
+// which the tool cannot write narrow text to the same stream.
 class LibraryLog::Appender : public log4cplus::Appender {
  public:
-  explicit Appender(std::ostream* shown) : m_shown(shown) {
+  explicit Appender(std::ostream* output) : m_output(output) {
     setLayout(std::make_unique<log4cplus::PatternLayout>(L"%D{%H:%M:%S.%q} %-5p %m%n"));
   }
   Appender(const Appender&) = delete;
@@ -47,7 +48,7 @@ class LibraryLog::Appender : public log4cplus::Appender {
 
   void close() override { closed = true; }
 
-  void Forget() {
+  void Clear() {
     const std::lock_guard lock(m_mutex);
     m_lines.clear();
   }
@@ -58,25 +59,25 @@ class LibraryLog::Appender : public log4cplus::Appender {
 
  protected:
   void append(const log4cplus::spi::InternalLoggingEvent& event) override {
-    if (m_shown != nullptr) {
-      std::string line = Utf8(formatEvent(event));
+    if (m_output != nullptr) {
+      std::string line = ToUtf8(formatEvent(event));
       line.resize(std::min(line.size(), line.find('\n')));
-      *m_shown << SanitizeForTerminal(line) << "\n" << std::flush;
+      *m_output << SanitizeForTerminal(line) << "\n" << std::flush;
     }
     const std::lock_guard lock(m_mutex);
-    m_lines.push_back(Utf8(event.getMessage()));
-    if (m_lines.size() > kKeptLines) {
+    m_lines.push_back(ToUtf8(event.getMessage()));
+    if (m_lines.size() > kMaxLines) {
       m_lines.pop_front();
     }
   }
 
  private:
-  std::ostream* m_shown;
+  std::ostream* m_output;
   mutable std::mutex m_mutex;
   std::deque<std::string> m_lines;
 };
 
-LibraryLog::LibraryLog(std::ostream* shown) : m_appender(new Appender(shown)) {
+LibraryLog::LibraryLog(std::ostream* output) : m_appender(new Appender(output)) {
   log4cplus::Logger::getInstance(kLoggerName).addAppender(log4cplus::SharedAppenderPtr(m_appender.get()));
 }
 
@@ -84,12 +85,12 @@ LibraryLog::~LibraryLog() {
   log4cplus::Logger::getInstance(kLoggerName).removeAppender(log4cplus::SharedAppenderPtr(m_appender.get()));
 }
 
-void LibraryLog::Forget() { m_appender->Forget(); }
+void LibraryLog::Clear() { m_appender->Clear(); }
 
 std::vector<std::string> LibraryLog::Lines() const { return m_appender->Lines(); }
 
-std::string FailingStep(const std::vector<std::string>& lines) {
-  // The innermost step reports first, the calls around it after it; and only the innermost has a code.
+std::string FailedStep(const std::vector<std::string>& lines) {
+  // The innermost step logs first, its callers after it. Only the innermost line has an error code.
   std::string step;
   for (const std::string& line : lines) {
     if (ErrorCodeIn(line)) {
@@ -129,10 +130,13 @@ std::optional<Explanation> Explain(std::uint32_t errorCode) {
   return std::nullopt;
 }
 
-std::string ReasonText(const std::vector<std::string>& lines, const std::string& otherwise) {
-  const std::string step = FailingStep(lines);
+std::string ReasonText(const std::vector<std::string>& lines, const std::string& fallbackAdvice) {
+  const std::string step = FailedStep(lines);
   const std::optional<std::uint32_t> code = ErrorCodeIn(step);
   const std::optional<Explanation> known = code ? Explain(*code) : std::nullopt;
-  const std::string said = step.empty() ? "" : " (the library said: " + SanitizeForTerminal(step) + ")";
-  return known ? std::string(": ") + known->cause + "; " + known->nextStep + said : said + "; " + otherwise;
+  const std::string quote = step.empty() ? "" : " (library log: " + SanitizeForTerminal(step) + ")";
+  return known ? std::string(": ") + known->cause + "; " + known->nextStep + quote
+               : quote + "; " + fallbackAdvice;
 }
+
+}  // namespace nuveqcam

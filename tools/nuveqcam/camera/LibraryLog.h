@@ -1,5 +1,4 @@
-// What the camera library writes to its logger: shown when the user wants it, and kept for a moment, because
-// the library's results say that something failed and only its log says what.
+// The camera library's log. The library's result codes do not tell which step failed; its log does.
 #pragma once
 
 #include <cstdint>
@@ -11,17 +10,20 @@
 
 #include <log4cplus/appender.h>
 
+namespace nuveqcam {
+
+// Keeps the library's most recent log lines and optionally prints all of them.
 class LibraryLog {
  public:
-  // Attaches to the library's logger. Every line is also written to shown, unless that is null.
-  explicit LibraryLog(std::ostream* shown);
+  // Attaches to the library's logger. If output is not null, every line is also printed there.
+  explicit LibraryLog(std::ostream* output);
   LibraryLog(const LibraryLog&) = delete;
   LibraryLog& operator=(const LibraryLog&) = delete;
   ~LibraryLog();
 
-  // Forgets the lines kept so far: before a call whose failure is to be explained.
-  void Forget();
-  // The latest few lines, the oldest first, in UTF-8.
+  // Discards the kept lines. Call it before a library call whose failure is to be explained.
+  void Clear();
+  // The most recent lines, oldest first, in UTF-8.
   std::vector<std::string> Lines() const;
 
  private:
@@ -29,23 +31,26 @@ class LibraryLog {
   log4cplus::helpers::SharedObjectPtr<Appender> m_appender;
 };
 
-// The line that says which step failed, without the names of sources and functions; empty when none does.
-// The library writes on ERROR level throughout, so the level tells nothing.
-std::string FailingStep(const std::vector<std::string>& lines);
+// The line that reports the failed step, without source and function names; empty if there is none. The log
+// level is not used: the library logs nearly everything at ERROR level.
+std::string FailedStep(const std::vector<std::string>& lines);
 
-// The system's error code in a line: "..., error:-2147024726" is 0x800700AA.
+// The system error code in a line: 0x800700AA for "..., error:-2147024726".
 std::optional<std::uint32_t> ErrorCodeIn(const std::string& line);
 
-// What an error code means to people.
+// Human-readable meaning of an error code.
 struct Explanation {
   std::uint32_t code = 0;
   const char* cause = "";
   const char* nextStep = "";
 };
-// The codes that are known on this system.
+// All explanations for this system.
 std::span<const Explanation> KnownExplanations();
-// Nothing for a code that is not known.
+// nullopt for an unknown code.
 std::optional<Explanation> Explain(std::uint32_t errorCode);
 
-// Ends a message about a call that failed: ": the cause; the next step (the library said: ...)".
-std::string ReasonText(const std::vector<std::string>& lines, const std::string& otherwise);
+// The end of a message about a failed call: ": <cause>; <next step> (library log: <line>)" for a known error
+// code, else " (library log: <line>); <fallbackAdvice>".
+std::string ReasonText(const std::vector<std::string>& lines, const std::string& fallbackAdvice);
+
+}  // namespace nuveqcam

@@ -7,6 +7,7 @@
 #include "cli/Text.h"
 #include "recording/OutputKind.h"
 
+namespace nuveqcam {
 namespace {
 
 constexpr std::uint32_t kMaxSize = 65535;
@@ -15,13 +16,13 @@ constexpr std::uint32_t kMaxSeconds = 86400;
 constexpr std::uint32_t kMaxSkip = 100000;
 
 // Thrown and caught in this file only.
-struct Wrong {
+struct ParseError {
   std::string text;
 };
 
-enum class Value { kNone, kRequired, kOptional };
+enum class ValueKind { kNone, kRequired, kOptional };
 
-// Which commands an option belongs to, one bit each.
+// The commands that accept an option, one bit each.
 constexpr unsigned kForList = 1;
 constexpr unsigned kForRecord = 2;
 constexpr unsigned kForSnapshot = 4;
@@ -29,37 +30,38 @@ constexpr unsigned kForDoctor = 8;
 constexpr unsigned kForAll = 15;
 
 struct Option {
-  std::string_view name;       // with its dashes
+  std::string_view name;       // with dashes
   std::string_view shortName;  // empty: none
-  Value value;
+  ValueKind value;
   unsigned commands;
   void (*apply)(Options& options, const std::string& value);
 };
 
-std::uint32_t ReadNumber(std::string_view option, std::string_view text, std::uint32_t low,
-                         std::uint32_t high) {
+std::uint32_t ParseNumber(std::string_view option, std::string_view text, std::uint32_t min,
+                          std::uint32_t max) {
   std::uint32_t number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc{} || end != text.data() + text.size() || number < low || number > high) {
-    throw Wrong{std::string(option) + " wants a whole number from " + std::to_string(low) + " to " +
-                std::to_string(high) + ", not '" + SanitizeForTerminal(text) + "'"};
+  if (error != std::errc{} || end != text.data() + text.size() || number < min || number > max) {
+    throw ParseError{std::string(option) + " must be an integer from " + std::to_string(min) + " to " +
+                     std::to_string(max) + ", not '" + SanitizeForTerminal(text) + "'"};
   }
   return number;
 }
 
-Size ReadSize(const std::string& text) {
+Size ParseSize(const std::string& text) {
   const std::size_t cross = text.find('x');
   if (cross == std::string::npos) {
-    throw Wrong{"--size wants WIDTHxHEIGHT, such as 1280x720, not '" + SanitizeForTerminal(text) + "'"};
+    throw ParseError{"--size must be WIDTHxHEIGHT, for example 1280x720, not '" + SanitizeForTerminal(text) +
+                     "'"};
   }
   const std::string_view view = text;
-  return {ReadNumber("the width of --size", view.substr(0, cross), 1, kMaxSize),
-          ReadNumber("the height of --size", view.substr(cross + 1), 1, kMaxSize)};
+  return {ParseNumber("the width of --size", view.substr(0, cross), 1, kMaxSize),
+          ParseNumber("the height of --size", view.substr(cross + 1), 1, kMaxSize)};
 }
 
-std::string NotEmpty(std::string_view option, const std::string& value) {
+std::string RequireFileName(std::string_view option, const std::string& value) {
   if (value.empty()) {
-    throw Wrong{std::string(option) + " wants a file name"};
+    throw ParseError{std::string(option) + " requires a file name"};
   }
   return value;
 }
@@ -70,31 +72,32 @@ void SetSimulated(Options& options, const std::string& value) {
 }
 
 constexpr std::array kOptions{
-    Option{"--help", "-h", Value::kNone, kForAll, [](Options& o, const std::string&) { o.wantsHelp = true; }},
-    Option{"--version", "", Value::kNone, kForAll,
+    Option{"--help", "-h", ValueKind::kNone, kForAll,
+           [](Options& o, const std::string&) { o.wantsHelp = true; }},
+    Option{"--version", "", ValueKind::kNone, kForAll,
            [](Options& o, const std::string&) { o.wantsVersion = true; }},
-    Option{"--simulated", "", Value::kOptional, kForAll, SetSimulated},
-    Option{"--verbose", "-v", Value::kNone, kForAll,
+    Option{"--simulated", "", ValueKind::kOptional, kForAll, SetSimulated},
+    Option{"--verbose", "-v", ValueKind::kNone, kForAll,
            [](Options& o, const std::string&) { o.isVerbose = true; }},
-    Option{"--library", "", Value::kRequired, kForAll,
-           [](Options& o, const std::string& value) { o.library = NotEmpty("--library", value); }},
-    Option{"--json", "", Value::kNone, kForList | kForDoctor,
+    Option{"--library", "", ValueKind::kRequired, kForAll,
+           [](Options& o, const std::string& value) { o.library = RequireFileName("--library", value); }},
+    Option{"--json", "", ValueKind::kNone, kForList | kForDoctor,
            [](Options& o, const std::string&) { o.wantsJson = true; }},
-    Option{"--output", "-o", Value::kRequired, kForRecord | kForSnapshot,
-           [](Options& o, const std::string& value) { o.output = NotEmpty("--output", value); }},
-    Option{"--size", "", Value::kRequired, kForRecord | kForSnapshot,
-           [](Options& o, const std::string& value) { o.size = ReadSize(value); }},
-    Option{"--fps", "", Value::kRequired, kForRecord,
-           [](Options& o, const std::string& value) { o.fps = ReadNumber("--fps", value, 1, kMaxFps); }},
-    Option{"--seconds", "", Value::kRequired, kForRecord,
+    Option{"--output", "-o", ValueKind::kRequired, kForRecord | kForSnapshot,
+           [](Options& o, const std::string& value) { o.output = RequireFileName("--output", value); }},
+    Option{"--size", "", ValueKind::kRequired, kForRecord | kForSnapshot,
+           [](Options& o, const std::string& value) { o.size = ParseSize(value); }},
+    Option{"--fps", "", ValueKind::kRequired, kForRecord,
+           [](Options& o, const std::string& value) { o.fps = ParseNumber("--fps", value, 1, kMaxFps); }},
+    Option{"--seconds", "", ValueKind::kRequired, kForRecord,
            [](Options& o, const std::string& value) {
-             o.seconds = ReadNumber("--seconds", value, 0, kMaxSeconds);
+             o.seconds = ParseNumber("--seconds", value, 0, kMaxSeconds);
            }},
-    Option{"--skip", "", Value::kRequired, kForSnapshot,
-           [](Options& o, const std::string& value) { o.skip = ReadNumber("--skip", value, 0, kMaxSkip); }},
+    Option{"--skip", "", ValueKind::kRequired, kForSnapshot,
+           [](Options& o, const std::string& value) { o.skip = ParseNumber("--skip", value, 0, kMaxSkip); }},
 };
 
-unsigned BitOf(Command command) {
+unsigned CommandBit(Command command) {
   switch (command) {
     case Command::kList:
       return kForList;
@@ -110,7 +113,7 @@ unsigned BitOf(Command command) {
   return 0;
 }
 
-Command CommandNamed(std::string_view word) {
+Command FindCommand(std::string_view word) {
   for (const Command command : {Command::kList, Command::kRecord, Command::kSnapshot, Command::kDoctor}) {
     if (word == NameOf(command)) {
       return command;
@@ -119,13 +122,13 @@ Command CommandNamed(std::string_view word) {
   return Command::kNone;
 }
 
-// One option as it was written: --name, --name=value, -n, -nvalue or -n=value.
-struct OptionWord {
+// An option in any of its forms: --name, --name=value, -n, -nvalue or -n=value.
+struct ParsedOption {
   const Option* option = nullptr;
   std::optional<std::string> value;
 };
 
-OptionWord ReadOption(const std::string& word) {
+ParsedOption ParseOption(const std::string& word) {
   const std::size_t equals = word.find('=');
   for (const Option& option : kOptions) {
     if (word == option.name || word == option.shortName) {
@@ -134,13 +137,13 @@ OptionWord ReadOption(const std::string& word) {
     if (equals != std::string::npos && word.compare(0, equals, option.name) == 0) {
       return {&option, word.substr(equals + 1)};
     }
-    if (!option.shortName.empty() && option.value == Value::kRequired && !word.starts_with("--") &&
+    if (!option.shortName.empty() && option.value == ValueKind::kRequired && !word.starts_with("--") &&
         word.starts_with(option.shortName)) {
       const std::size_t length = option.shortName.size();
       return {&option, word.substr(equals == length ? length + 1 : length)};
     }
   }
-  throw Wrong{"unknown option '" + SanitizeForTerminal(word) + "'"};
+  throw ParseError{"unknown option '" + SanitizeForTerminal(word) + "'"};
 }
 
 class Parser {
@@ -152,99 +155,99 @@ class Parser {
     while (m_next < m_arguments.size()) {
       const std::string& word = m_arguments[m_next++];
       if (word.starts_with('-')) {
-        TakeOption(word);
+        HandleOption(word);
       } else {
-        TakeCommand(word);
+        HandleCommand(word);
       }
     }
-    Check();
+    Validate();
     return m_options;
   }
 
  private:
-  void TakeOption(const std::string& word) {
-    auto [option, value] = ReadOption(word);
-    if (value && option->value == Value::kNone) {
-      throw Wrong{std::string(option->name) + " takes no value"};
+  void HandleOption(const std::string& word) {
+    auto [option, value] = ParseOption(word);
+    if (value && option->value == ValueKind::kNone) {
+      throw ParseError{std::string(option->name) + " does not take a value"};
     }
     if (value && value->empty()) {
-      throw Wrong{std::string(option->name) + "= lacks its value"};
+      throw ParseError{std::string(option->name) + "= requires a value"};
     }
-    if (!value && option->value == Value::kRequired) {
+    if (!value && option->value == ValueKind::kRequired) {
       if (m_next == m_arguments.size()) {
-        throw Wrong{word + " lacks its value"};
+        throw ParseError{word + " requires a value"};
       }
       value = m_arguments[m_next++];
     }
-    if (!value && option->value == Value::kOptional && NextIsValue()) {
+    if (!value && option->value == ValueKind::kOptional && IsNextValue()) {
       value = m_arguments[m_next++];
     }
     option->apply(m_options, value.value_or(""));
     m_given.push_back(option);
   }
 
-  // An optional value is the next word, unless that is something else.
-  bool NextIsValue() const {
+  // The next word is an optional value unless it is an option or a command.
+  bool IsNextValue() const {
     return m_next < m_arguments.size() && !m_arguments[m_next].empty() &&
-           !m_arguments[m_next].starts_with('-') && CommandNamed(m_arguments[m_next]) == Command::kNone;
+           !m_arguments[m_next].starts_with('-') && FindCommand(m_arguments[m_next]) == Command::kNone;
   }
 
-  void TakeCommand(const std::string& word) {
-    const Command command = CommandNamed(word);
+  void HandleCommand(const std::string& word) {
+    const Command command = FindCommand(word);
     if (m_options.command != Command::kNone) {
-      throw Wrong{"'" + SanitizeForTerminal(word) + "' is one word too many"};
+      throw ParseError{"'" + SanitizeForTerminal(word) + "': unexpected argument"};
     }
     if (command == Command::kNone) {
-      throw Wrong{"unknown command '" + SanitizeForTerminal(word) +
-                  "'; the commands are list, record, snapshot and doctor"};
+      throw ParseError{"unknown command '" + SanitizeForTerminal(word) +
+                       "'; the commands are list, record, snapshot and doctor"};
     }
     m_options.command = command;
   }
 
-  void Check() {
+  void Validate() {
     const Command command = m_options.command;
     if (m_options.wantsHelp || m_options.wantsVersion) {
       return;
     }
     if (command == Command::kNone) {
-      throw Wrong{"a command is missing: list, record, snapshot or doctor"};
+      throw ParseError{"missing command: list, record, snapshot or doctor"};
     }
     for (const Option* const option : m_given) {
-      if ((option->commands & BitOf(command)) == 0) {
-        throw Wrong{std::string(option->name) + " is no option of " + NameOf(command)};
+      if ((option->commands & CommandBit(command)) == 0) {
+        throw ParseError{std::string(option->name) + " is not valid for '" + NameOf(command) + "'"};
       }
     }
     if (m_options.isSimulated && !m_system.hasSimulatedPc) {
-      throw Wrong{"there is no simulated PC on this system; leave --simulated out"};
+      throw ParseError{"--simulated is not supported on this system"};
     }
     if (command == Command::kRecord) {
-      CheckRecording();
+      ValidateRecording();
     }
     if (command == Command::kSnapshot) {
-      CheckOutput("camera.png", KindOfPicture(OutputOr("camera.png")), "a picture is named .png");
+      ValidateOutput("camera.png", KindOfPicture(OutputOr("camera.png")),
+                     "the extension of a picture is .png");
     }
   }
 
-  void CheckRecording() {
-    const char* const standard = m_system.recordsMp4 ? "camera.mp4" : "camera.h264";
-    const OutputKind kind = KindOfRecording(OutputOr(standard));
+  void ValidateRecording() {
+    const char* const defaultName = m_system.recordsMp4 ? "camera.mp4" : "camera.h264";
+    const OutputKind kind = KindOfRecording(OutputOr(defaultName));
     if (kind == OutputKind::kMp4 && !m_system.recordsMp4) {
-      throw Wrong{"this build writes .h264, not .mp4; name the recording .h264 or .264"};
+      throw ParseError{"this build cannot write .mp4; use .h264 or .264"};
     }
-    CheckOutput(standard, kind,
-                m_system.recordsMp4 ? "a recording is named .mp4, .h264 or .264"
-                                    : "a recording is named .h264 or .264");
+    ValidateOutput(defaultName, kind,
+                   m_system.recordsMp4 ? "the extension of a recording is .mp4, .h264 or .264"
+                                       : "the extension of a recording is .h264 or .264");
   }
 
-  std::string OutputOr(const char* standard) const {
-    return m_options.output.empty() ? standard : m_options.output;
+  std::string OutputOr(const char* defaultName) const {
+    return m_options.output.empty() ? defaultName : m_options.output;
   }
 
-  void CheckOutput(const char* standard, OutputKind kind, const char* understood) {
-    m_options.output = OutputOr(standard);
+  void ValidateOutput(const char* defaultName, OutputKind kind, const char* advice) {
+    m_options.output = OutputOr(defaultName);
     if (kind == OutputKind::kUnknown) {
-      throw Wrong{"cannot tell from the name '" + SanitizeForTerminal(m_options.output) +
-                  "' what to write; " + understood};
+      throw ParseError{"unknown output format of '" + SanitizeForTerminal(m_options.output) + "'; " + advice};
     }
   }
 
@@ -261,8 +264,8 @@ std::variant<Options, UsageError> ParseArguments(const std::vector<std::string>&
                                                  const SystemTraits& system) {
   try {
     return Parser(arguments, system).Parse();
-  } catch (const Wrong& wrong) {
-    return UsageError{wrong.text};
+  } catch (const ParseError& error) {
+    return UsageError{error.text};
   }
 }
 
@@ -281,3 +284,5 @@ std::string NameOf(Command command) {
   }
   return {};
 }
+
+}  // namespace nuveqcam

@@ -1,4 +1,4 @@
-// The command line, read.
+// Command-line parsing.
 #pragma once
 
 #include <cstdint>
@@ -10,6 +10,8 @@
 #include "camera/Capabilities.h"
 #include "cli/SystemTraits.h"
 
+namespace nuveqcam {
+
 enum class Command { kNone, kList, kRecord, kSnapshot, kDoctor };
 
 struct Options {
@@ -18,27 +20,29 @@ struct Options {
   bool wantsVersion = false;
 
   bool isSimulated = false;
-  std::string clip;  // with isSimulated; empty: the simulated camera's own picture
+  std::string clip;  // with isSimulated; empty: the simulated camera's generated picture
   bool isVerbose = false;
-  std::string library;  // empty: the one beside the program
+  std::string library;  // empty: the default library
 
   bool wantsJson = false;            // list, doctor
-  std::string output;                // record, snapshot: a file name, or "-" for the standard output
+  std::string output;                // record, snapshot: a file name, or "-" for standard output
   std::optional<Size> size;          // record, snapshot
   std::optional<std::uint32_t> fps;  // record
-  std::uint32_t seconds = 5;         // record; 0: until a signal
-  std::uint32_t skip = 9;            // snapshot: pictures to let pass
+  std::uint32_t seconds = 5;         // record; 0: until interrupted
+  std::uint32_t skip = 9;            // snapshot: number of pictures to skip
 };
 
-// What is wrong with the command line, for people.
+// Human-readable description of an invalid command line.
 struct UsageError {
   std::string text;
 };
 
-// Reads the arguments, without the program's name, for a system. Depends on nothing else and never throws but
-// for want of memory. An option that is given twice counts as given last.
+// Parses the arguments, which do not include the program's name. The last occurrence of a repeated option
+// applies. Does not access the system; the only exception is std::bad_alloc.
 std::variant<Options, UsageError> ParseArguments(const std::vector<std::string>& arguments,
                                                  const SystemTraits& system = ThisSystem());
 
-// "record" and so on; empty for kNone.
+// "record" etc.; empty for kNone.
 std::string NameOf(Command command);
+
+}  // namespace nuveqcam

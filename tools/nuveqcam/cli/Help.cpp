@@ -2,18 +2,19 @@
 
 #include <string_view>
 
+namespace nuveqcam {
 namespace {
 
 constexpr const char* kTool = R"(usage: nuveqcam [OPTION...] COMMAND [OPTION...]
 
-Shows and records what this PC's built-in camera sees, through the camera
-library that a device platform would load.
+Shows and records video of this PC's built-in camera. Uses the camera library
+through its public interface, like any other host.
 
 commands:
-  list        the camera, its picture sizes and frame rates
-  record      a recording of H.264 video
-  snapshot    one picture
-  doctor      which camera is taken, and why no other one is
+  list        show the camera, its picture sizes and frame rates
+  record      record H.264 video
+  snapshot    take one picture
+  doctor      show which camera is selected, and why the others are not
 
 'nuveqcam COMMAND --help' describes a command and its options.
 
@@ -24,11 +25,11 @@ constexpr const char* kList = R"(usage: nuveqcam list [--json] [OPTION...]
 Shows the PC's built-in camera with its picture sizes and frame rates, and the
 other capture devices with the reason why they are not offered.
 
-  --json             one JSON object on one line:
-                       cameras  none or one of {id, sizes: [{width, height}],
-                                rates: [frames per second]}
+  --json             print one JSON object on one line:
+                       cameras  empty or [{id, sizes: [{width, height}],
+                                rates: [frames per second]}]
                        devices  [{name, node, builtIn, reason}]
-                     also, without cameras, when the exit code is 3
+                     also printed if there is no camera (exit code 3)
 
 )";
 
@@ -37,26 +38,27 @@ constexpr const char* kRecord =
                        [OPTION...]
 
 Records H.264 video. Ctrl-C ends a recording early and completes the file; a
-second one ends the program at once. A recording that the camera cuts short is
-kept, and the exit code is 6.
+second Ctrl-C ends the program immediately. If the camera stops early, the
+recording is kept and the exit code is 6.
 
 )";
 
 constexpr const char* kOutputs =
-    R"(  -o, --output FILE  what to write (camera.mp4): .mp4, or .h264 or .264 for the
-                     stream as it is (Annex B); - for that on the standard
-                     output
+    R"(  -o, --output FILE  output file: .mp4, or .h264 or .264 for the plain stream
+                     (Annex B); - writes the plain stream to standard output
+                     (default: camera.mp4)
 )";
 constexpr const char* kRawOutputs =
-    R"(  -o, --output FILE  what to write (camera.h264): .h264 or .264, the stream as
-                     it is (Annex B); - for that on the standard output
+    R"(  -o, --output FILE  output file: .h264 or .264, the plain stream (Annex B);
+                     - writes it to standard output (default: camera.h264)
 )";
 
 constexpr const char* kRecordRest =
-    R"(  --size WxH         picture size in pixels, 1x1 to 65535x65535 (the largest
-                     one offered up to 1280x720, else the smallest)
-  --fps N            frames per second, 1 to 1000 (30 or what comes close)
-  --seconds S        how long, up to 86400; 0: until Ctrl-C (5)
+    R"(  --size WxH         picture size in pixels, 1x1 to 65535x65535 (default: the
+                     largest size up to 1280x720, else the smallest)
+  --fps N            frames per second, 1 to 1000 (default: 30 if offered,
+                     else the highest lower rate, else the lowest)
+  --seconds S        duration, up to 86400; 0: until Ctrl-C (default: 5)
 
 )";
 
@@ -64,72 +66,73 @@ constexpr const char* kSnapshot = R"(usage: nuveqcam snapshot [-o FILE] [--size 
 
 Takes one picture.
 
-  -o, --output FILE  what to write (camera.png): .png, or - for the standard
-                     output
-  --size WxH         picture size in pixels, 1x1 to 65535x65535 (the largest
-                     one offered up to 1280x720, else the smallest)
-  --skip N           pictures to let pass first, up to 100000, while the camera
-                     adapts to the light (9)
+  -o, --output FILE  output file: .png, or - for standard output
+                     (default: camera.png)
+  --size WxH         picture size in pixels, 1x1 to 65535x65535 (default: the
+                     largest size up to 1280x720, else the smallest)
+  --skip N           number of pictures to skip, up to 100000, while the camera
+                     adjusts its exposure (default: 9)
 
 )";
 
 constexpr const char* kDoctor = R"(usage: nuveqcam doctor [--json] [OPTION...]
 
-Shows every USB device with who says whether it can be removed, every capture
-device with why it is taken or not, and, in the last lines, the camera that is
-offered, or why none is and what to do about it.
+Shows whether each USB device is removable and which source says so, why each
+capture device is or is not selected, and finally the offered camera, or why
+there is none and what to do about it.
 
-  --json             one JSON object on one line:
+  --json             print one JSON object on one line:
                        offered, conclusion, advice: [line], failure,
                        camera   null or as in list
                        usbDevices      [{place, name, model, id, hub, video,
-                                       removable, verdictFrom, verdict,
-                                       connectType, attribute, verdictHub,
+                                       removable, removabilitySource, verdict,
+                                       connectType, attribute, removabilityHub,
                                        firstFunction}]
                        captureDevices  [{taken, node, name, usbDevice, reason,
                                        openError, openIn}]
                        otherNodes      as captureDevices, without taken
 
-The exit code is 0 when a camera is offered, 3 when there is none, and 4 when
-there is one that cannot be read; none of these is an error message.
+The exit code is 0 if a camera is offered, 3 if there is none, and 4 if there is
+one that cannot be read. None of these prints an error message.
 
 )";
 
-constexpr const char* kGlobal = "options of every command:\n";
+constexpr const char* kGlobal = "options for all commands:\n";
 
 constexpr const char* kSimulated =
     R"(  --simulated [CLIP] use a simulated PC instead of this one; its camera plays
-                     CLIP, a video file, or shows a picture of its own
+                     CLIP, a video file, or a generated picture
 )";
 
 constexpr const char* kGlobalRest =
-    R"(  -v, --verbose      the camera library's log on the standard error stream;
-                     no progress line
-  --library FILE     the camera library (@LIBRARY@)
-  -h, --help         this text
-  --version          the version
+    R"(  -v, --verbose      print the camera library's log to standard error, and no
+                     progress line
+  --library FILE     camera library to load
+                     (default: @LIBRARY@)
+  -h, --help         print this text
+  --version          print the version
 
 exit codes:
   0  success
-  1  unexpected failure, for example no camera library
-  2  wrong arguments@CLIP@
+  1  unexpected failure, for example a missing camera library
+  2  invalid arguments@CLIP@
   3  this PC has no built-in camera
-  4  the camera could not be opened: in use, no permission, size refused
+  4  the camera cannot be opened: in use, permission denied, size not supported
   5  the output cannot be written
-  6  the stream ended early: the camera was disconnected or fell silent, or the
-     program was interrupted before the first picture
+  6  the stream ended early: the camera was disconnected or stopped delivering
+     frames, or the program was interrupted before the first picture
 )";
 
-void Replace(std::string& text, std::string_view mark, const std::string& with) {
-  text.replace(text.find(mark), mark.size(), with);
+void Replace(std::string& text, std::string_view placeholder, const std::string& value) {
+  text.replace(text.find(placeholder), placeholder.size(), value);
 }
 
 std::string GlobalText(const SystemTraits& system) {
   std::string text = kGlobal;
   text += system.hasSimulatedPc ? kSimulated : "";
   text += kGlobalRest;
-  Replace(text, "@LIBRARY@", std::string(system.libraryFile) + " " + system.libraryPlaces);
-  Replace(text, "@CLIP@", system.hasSimulatedPc ? ", among them a CLIP that cannot be played" : "");
+  Replace(text, "@LIBRARY@", std::string(system.libraryFile) + " " + system.librarySearchPlaces);
+  Replace(text, "@CLIP@", system.hasSimulatedPc ? ", or a CLIP that cannot be played" : "");
   return text;
 }
 
@@ -153,3 +156,5 @@ std::string HelpText(Command command, const SystemTraits& system) {
 }
 
 std::string VersionText() { return "nuveqcam " NUVEQ_VERSION "\n"; }
+
+}  // namespace nuveqcam

@@ -1,4 +1,4 @@
-// What --help and --version print.
+// The output of --help and --version.
 #pragma once
 
 #include <string>
@@ -6,6 +6,10 @@
 #include "cli/Arguments.h"
 #include "cli/SystemTraits.h"
 
-// The whole tool for kNone.
+namespace nuveqcam {
+
+// The help of a command, or of the whole tool for kNone.
 std::string HelpText(Command command, const SystemTraits& system = ThisSystem());
 std::string VersionText();
+
+}  // namespace nuveqcam

@@ -1,14 +1,16 @@
-// The keys and requests that end a recording.
+// Requests to stop a recording.
 #pragma once
 
-// From its construction on, requests to end the process are noted instead: Ctrl-C and a terminal that goes
-// away; on Linux also a request to terminate, on Windows also Ctrl-Break and the end of the session. A second
-// request ends the process, so that nobody has to wait for it: on Linux the same signal again, on Windows
-// Ctrl-C or Ctrl-Break, whatever came first. Signals that the process was started to ignore stay ignored.
+namespace nuveqcam {
+
+// Turns requests to end the process into a flag: Ctrl-C and a terminal that is closed; on Linux also SIGTERM,
+// on Windows also Ctrl-Break and the end of the session. A second request ends the process: on Linux the same
+// signal again, on Windows Ctrl-C or Ctrl-Break after any first request. Signals that are ignored when the
+// process starts stay ignored.
 //
-// The handlers are never removed: a request that arrives while the process is ending must not replace the
-// exit code of a command that has succeeded. A command constructs it before anything that needs undoing, and
-// one object at a time.
+// The handlers are never removed: a request that arrives during process exit must not replace the exit code
+// of a successful command. A command creates the object before anything that needs cleanup. Only one object
+// may exist at a time.
 class StopSignals {
  public:
   StopSignals();
@@ -16,6 +18,8 @@ class StopSignals {
   StopSignals& operator=(const StopSignals&) = delete;
   ~StopSignals() = default;
 
-  // True once a request has arrived. From any thread.
+  // True once a request has arrived. Thread-safe.
   bool HasArrived() const;
 };
+
+}  // namespace nuveqcam

@@ -4,23 +4,24 @@
 
 #include <atomic>
 
-#include "cli/CodePage.h"
+#include "cli/Process.h"
 
+namespace nuveqcam {
 namespace {
 
-std::atomic<bool> stopHasArrived{false};
+std::atomic<bool> isStopRequested{false};
 
-// Runs on a thread that the system makes for it.
-BOOL WINAPI NoteStop(DWORD kind) {
-  const bool isFirst = !stopHasArrived.exchange(true);
+// Called on a thread that Windows creates.
+BOOL WINAPI OnStopRequest(DWORD kind) {
+  const bool isFirst = !isStopRequested.exchange(true);
   if (kind != CTRL_C_EVENT && kind != CTRL_BREAK_EVENT) {
-    // The console closes, or the session ends: the process lives until this returns, or for the seconds that
-    // the system grants it. It ends by itself before that, when the recording is complete.
+    // The console or the session ends. The process is ended when this returns or after a timeout of some
+    // seconds; it exits earlier once the recording is complete.
     Sleep(INFINITE);
   }
   if (!isFirst) {
     RestoreCodePage();
-    // At once: an orderly end would run code of DLLs whose other threads have been ended anywhere.
+    // Not ExitProcess, which runs DLL code after ending all other threads at arbitrary points.
     TerminateProcess(GetCurrentProcess(), static_cast<UINT>(STATUS_CONTROL_C_EXIT));
   }
   return TRUE;
@@ -29,10 +30,12 @@ BOOL WINAPI NoteStop(DWORD kind) {
 }  // namespace
 
 StopSignals::StopSignals() {
-  stopHasArrived = false;
-  // Once: a handler that is added twice is called twice. Removing it would wait for a handler that waits for
-  // the end of the process.
-  [[maybe_unused]] static const BOOL isInstalled = SetConsoleCtrlHandler(NoteStop, TRUE);
+  isStopRequested = false;
+  // Installed only once: a handler that is added twice is called twice. Removing it would wait for a running
+  // handler, which may wait for the end of the process.
+  [[maybe_unused]] static const BOOL isInstalled = SetConsoleCtrlHandler(OnStopRequest, TRUE);
 }
 
-bool StopSignals::HasArrived() const { return stopHasArrived; }
+bool StopSignals::HasArrived() const { return isStopRequested; }
+
+}  // namespace nuveqcam

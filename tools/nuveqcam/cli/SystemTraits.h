@@ -1,15 +1,18 @@
-// What the tool offers and says differently from system to system.
+// Differences between the operating systems in features and texts.
 #pragma once
 
+namespace nuveqcam {
+
 struct SystemTraits {
-  bool recordsMp4 = false;         // else the stream as it is, and nothing but that
-  bool hasSimulatedPc = false;     // --simulated
-  const char* libraryFile = "";    // the camera library
-  const char* libraryPlaces = "";  // where it is looked for, for the help's column
-  const char* withoutDriver = "";  // what to do about a camera that has no capture device
-  const char* withoutStatus =
-      "";  // what to do where the system does not tell whether a device can be removed
-  const char* withoutCamera = "";  // what else to try on a PC that has no built-in camera
+  bool recordsMp4 = false;               // otherwise Annex B only
+  bool hasSimulatedPc = false;           // --simulated
+  const char* libraryFile = "";          // file name of the camera library
+  const char* librarySearchPlaces = "";  // where it is searched, for the help's column
+  const char* noDriverAdvice = "";       // for a camera without a capture device
+  const char* noStatusAdvice = "";       // if the system does not report whether a device is removable
+  const char* noCameraAdvice = "";       // for a PC without a built-in camera
 };
 
 const SystemTraits& ThisSystem();
+
+}  // namespace nuveqcam

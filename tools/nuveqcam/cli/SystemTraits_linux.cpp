@@ -1,14 +1,18 @@
 #include "cli/SystemTraits.h"
 
+namespace nuveqcam {
+
 const SystemTraits& ThisSystem() {
   static constexpr SystemTraits kLinux{
       .recordsMp4 = true,
       .hasSimulatedPc = true,
       .libraryFile = "libnuveqcamerahandler.so",
-      .libraryPlaces = "beside the\n                     program, else where the system finds it",
-      .withoutDriver =
-          "load one with 'sudo modprobe uvcvideo' and see with 'sudo dmesg' what the kernel says",
-      .withoutStatus = "run this outside containers and sandboxes, or use a newer kernel",
-      .withoutCamera = "try --simulated"};
+      .librarySearchPlaces =
+          "in the program's\n                     folder, else found by the dynamic linker",
+      .noDriverAdvice = "load one with 'sudo modprobe uvcvideo', and look for messages with 'sudo dmesg'",
+      .noStatusAdvice = "run this outside containers and sandboxes, or use a newer kernel",
+      .noCameraAdvice = "try --simulated"};
   return kLinux;
 }
+
+}  // namespace nuveqcam

@@ -1,13 +1,17 @@
 #include "cli/SystemTraits.h"
 
+namespace nuveqcam {
+
 const SystemTraits& ThisSystem() {
   static constexpr SystemTraits kWindows{
       .recordsMp4 = false,
       .hasSimulatedPc = false,
       .libraryFile = "libnuveqcamerahandler.dll",
-      .libraryPlaces = "beside the\n                     program",
-      .withoutDriver = "look under Cameras in Device Manager what is wrong",
-      .withoutStatus = "see the state of its USB device in Device Manager",
-      .withoutCamera = "look for it under Cameras in Device Manager"};
+      .librarySearchPlaces = "in the program's\n                     folder",
+      .noDriverAdvice = "see its state under Cameras in Device Manager",
+      .noStatusAdvice = "see the state of its USB device in Device Manager",
+      .noCameraAdvice = "look for it under Cameras in Device Manager"};
   return kWindows;
 }
+
+}  // namespace nuveqcam

@@ -4,6 +4,8 @@
 
 #include "cli/Text.h"
 
+namespace nuveqcam {
+
 std::string ProgressText(const Progress& progress) {
   const double fps = progress.seconds > 0 ? static_cast<double>(progress.frames) / progress.seconds : 0;
   const double kbits =
@@ -14,7 +16,7 @@ std::string ProgressText(const Progress& progress) {
 
 void ProgressLine::Show(const Progress& progress) {
   if (m_console.isErrTerminal) {
-    // The text never gets shorter, so that nothing of an earlier one is left over.
+    // The text never gets shorter, so it overwrites the previous one completely.
     m_console.err << '\r' + ProgressText(progress) << std::flush;
     m_isShown = true;
   }
@@ -26,3 +28,5 @@ void ProgressLine::End() {
     m_isShown = false;
   }
 }
+
+}  // namespace nuveqcam

@@ -1,11 +1,13 @@
-// The person at the other end: the streams that are written to, and the progress line.
+// Output streams and the progress line.
 #pragma once
 
 #include <cstdint>
 #include <iosfwd>
 #include <string>
 
-// Where a command writes. Results go to out, everything else to err.
+namespace nuveqcam {
+
+// The output streams of a command. Results go to out, everything else to err.
 struct Console {
   std::ostream& out;
   std::ostream& err;
@@ -13,7 +15,7 @@ struct Console {
   bool isOutTerminal = false;
 };
 
-// How far a recording is.
+// Progress of a recording.
 struct Progress {
   double seconds = 0;
   std::uint64_t frames = 0;
@@ -23,7 +25,7 @@ struct Progress {
 // "   12.3 s     369 frames   30.0 fps   1536 kbit/s"
 std::string ProgressText(const Progress& progress);
 
-// One line that is written over again and again. Does nothing where there is no terminal.
+// A line on err that is overwritten with each update. Prints nothing if err is not a terminal.
 class ProgressLine {
  public:
   explicit ProgressLine(const Console& console) : m_console(console) {}
@@ -32,10 +34,12 @@ class ProgressLine {
   ~ProgressLine() { End(); }
 
   void Show(const Progress& progress);
-  // Leaves the line as it is; what is written next starts a new one.
+  // Ends the line; further output starts on a new one.
   void End();
 
  private:
   Console m_console;
   bool m_isShown = false;
 };
+
+}  // namespace nuveqcam

@@ -4,6 +4,7 @@
 #include <array>
 #include <charconv>
 
+namespace nuveqcam {
 namespace {
 
 constexpr char32_t kReplacement = 0xFFFD;
@@ -28,23 +29,23 @@ void AppendUtf8(std::string& text, char32_t character) {
   }
 }
 
-bool IsCharacter(char32_t character) {
+bool IsScalarValue(char32_t character) {
   return character <= 0x10FFFF && (character < 0xD800 || character > 0xDFFF);
 }
 
-// The two halves of a character beyond U+FFFF, where characters have 16 bits.
-bool IsHighHalf(char32_t code) { return code >= 0xD800 && code < 0xDC00; }
-bool IsLowHalf(char32_t code) { return code >= 0xDC00 && code < 0xE000; }
+// UTF-16 surrogates.
+bool IsHighSurrogate(char32_t code) { return code >= 0xD800 && code < 0xDC00; }
+bool IsLowSurrogate(char32_t code) { return code >= 0xDC00 && code < 0xE000; }
 
-// Takes the next character off the front of UTF-8 text; of what is invalid, one byte.
-char32_t TakeCharacter(std::string_view& text) {
+// Removes the next character from the front of UTF-8 text; one byte if it is invalid.
+char32_t PopCharacter(std::string_view& text) {
   const auto first = static_cast<unsigned char>(text.front());
   text.remove_prefix(1);
   if (first < 0x80) {
     return first;
   }
   const std::size_t tail = first >= 0xF0 ? 3 : first >= 0xE0 ? 2 : 1;
-  constexpr std::array<char32_t, 4> kSmallest{0, 0x80, 0x800, 0x10000};
+  constexpr std::array<char32_t, 4> kMinCharacter{0, 0x80, 0x800, 0x10000};
   if (first < 0xC2 || first > 0xF4 || text.size() < tail) {
     return kReplacement;
   }
@@ -56,7 +57,7 @@ char32_t TakeCharacter(std::string_view& text) {
     }
     character = character << 6U | (byte & 0x3FU);
   }
-  if (character < kSmallest[tail] || !IsCharacter(character)) {
+  if (character < kMinCharacter[tail] || !IsScalarValue(character)) {
     return kReplacement;
   }
   text.remove_prefix(tail);
@@ -71,8 +72,8 @@ std::string EscapeCode(char32_t character) {
 // C0, DEL and C1.
 bool IsControl(char32_t character) { return character < 0x20 || (character >= 0x7F && character < 0xA0); }
 
-// They outlast the text that they are in: the rest of a line would stand in another order.
-bool TurnsDirection(char32_t character) {
+// Bidirectional formatting characters, which would also reorder the text that follows.
+bool IsBidiControl(char32_t character) {
   return (character >= 0x202A && character <= 0x202E) || (character >= 0x2066 && character <= 0x2069);
 }
 
@@ -86,7 +87,7 @@ std::string Decimal(double number, int decimals) {
 }
 
 std::size_t CodePointCount(std::string_view text) {
-  // Characters, not bytes: those after the first of a character begin with the bits 10.
+  // Continuation bytes begin with the bits 10.
   return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char byte) {
     return (static_cast<unsigned char>(byte) & 0xC0U) != 0x80U;
   }));
@@ -103,18 +104,18 @@ std::string PadLeft(std::string text, std::size_t columns) {
 }
 
 std::string SanitizeForTerminal(std::string_view text) {
-  std::string shown;
+  std::string sanitized;
   while (!text.empty()) {
-    const char32_t character = TakeCharacter(text);
-    AppendUtf8(shown, IsControl(character) || TurnsDirection(character) ? U'?' : character);
+    const char32_t character = PopCharacter(text);
+    AppendUtf8(sanitized, IsControl(character) || IsBidiControl(character) ? U'?' : character);
   }
-  return shown;
+  return sanitized;
 }
 
 std::string JsonString(std::string_view text) {
   std::string quoted = "\"";
   while (!text.empty()) {
-    const char32_t character = TakeCharacter(text);
+    const char32_t character = PopCharacter(text);
     if (character == U'"' || character == U'\\') {
       quoted += '\\';
       quoted += static_cast<char>(character);
@@ -127,14 +128,16 @@ std::string JsonString(std::string_view text) {
   return quoted + '"';
 }
 
-std::string Utf8(std::wstring_view text) {
+std::string ToUtf8(std::wstring_view text) {
   std::string bytes;
   for (std::size_t i = 0; i < text.size(); ++i) {
     auto code = static_cast<char32_t>(text[i]);
-    if (i + 1 < text.size() && IsHighHalf(code) && IsLowHalf(static_cast<char32_t>(text[i + 1]))) {
+    if (i + 1 < text.size() && IsHighSurrogate(code) && IsLowSurrogate(static_cast<char32_t>(text[i + 1]))) {
       code = 0x10000 + ((code - 0xD800) << 10U) + (static_cast<char32_t>(text[++i]) - 0xDC00);
     }
-    AppendUtf8(bytes, IsCharacter(code) ? code : kReplacement);
+    AppendUtf8(bytes, IsScalarValue(code) ? code : kReplacement);
   }
   return bytes;
 }
+
+}  // namespace nuveqcam

@@ -1,25 +1,46 @@
-// Text for people and for programs.
+// Formatting of human-readable text and JSON.
 #pragma once
 
 #include <cstdint>
 #include <string>
 #include <string_view>
 
-// Numbers with that many decimals, with a point whatever the locale.
+namespace nuveqcam {
+
+// The number with a fixed count of decimals. The decimal separator is a point in every locale.
 std::string Decimal(double number, int decimals);
 
-// How many characters UTF-8 text shows.
+// The number of code points in UTF-8 text.
 std::size_t CodePointCount(std::string_view text);
-// Left- or right-aligned in that many columns; longer text stays as it is.
+// Pads text to a number of columns. Longer text is not truncated.
 std::string PadRight(std::string text, std::size_t columns);
 std::string PadLeft(std::string text, std::size_t columns);
 
-// Text that came from outside (arguments, names of devices), safe to show: control characters, which could
-// steer a terminal, and those that turn the direction of what follows become '?'.
+// Makes untrusted text (arguments, device names) safe to print: control characters and bidirectional
+// formatting characters become '?', invalid UTF-8 becomes U+FFFD.
 std::string SanitizeForTerminal(std::string_view text);
 
-// The text as a JSON string with its quotes. What is not valid UTF-8 becomes U+FFFD.
+// The text as a quoted JSON string. Invalid UTF-8 becomes U+FFFD.
 std::string JsonString(std::string_view text);
 
-// UTF-16 or UTF-32 as UTF-8, without a locale. What is no character becomes U+FFFD.
-std::string Utf8(std::wstring_view text);
+inline std::string JsonBool(bool value) { return value ? "true" : "false"; }
+
+// null for an empty text.
+inline std::string JsonStringOrNull(const std::string& text) {
+  return text.empty() ? "null" : JsonString(text);
+}
+
+// A JSON array of the values that write returns for the entries.
+template <typename List, typename Write>
+std::string JsonArray(const List& list, const Write& write) {
+  std::string text;
+  for (const auto& entry : list) {
+    text += (text.empty() ? "" : ",") + write(entry);
+  }
+  return "[" + text + "]";
+}
+
+// Converts UTF-16 or UTF-32 to UTF-8, independent of the locale. Invalid code units become U+FFFD.
+std::string ToUtf8(std::wstring_view text);
+
+}  // namespace nuveqcam

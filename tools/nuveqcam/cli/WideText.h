@@ -1,17 +1,21 @@
-// Text as the system wants it and has it.
+// Windows: UTF-16 text and error messages.
 #pragma once
 
 #include <cstddef>
 #include <string>
 #include <string_view>
 
-// The longest path that the system has, in characters.
-inline constexpr std::size_t kLongestPath = 32768;
+namespace nuveqcam {
 
-// UTF-8 as UTF-16. What is not valid becomes U+FFFD.
-std::wstring Wide(std::string_view text);
+// The maximum length of a path, in characters.
+inline constexpr std::size_t kMaxPathLength = 32768;
 
-// What the system's error code means, in its own words and the user's language, in UTF-8.
+// Converts UTF-8 to UTF-16. Invalid UTF-8 becomes U+FFFD.
+std::wstring ToWide(std::string_view text);
+
+// The message of a Windows error code in the user's language, in UTF-8 and without a final period.
 std::string SystemMessage(unsigned long code);
-// The same for a result of COM's.
+// The same for an HRESULT.
 std::string ComMessage(long result);
+
+}  // namespace nuveqcam

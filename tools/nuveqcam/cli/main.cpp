@@ -7,16 +7,16 @@
 
 #include "cli/Arguments.h"
 #include "cli/Help.h"
-#include "cli/ProgramArguments.h"
-#include "cli/StandardStreams.h"
+#include "cli/Process.h"
 #include "commands/Commands.h"
 
+namespace nuveqcam {
 namespace {
 
 ExitCode Run(const std::vector<std::string>& arguments) {
   const auto parsed = ParseArguments(arguments);
-  if (const auto* const wrong = std::get_if<UsageError>(&parsed)) {
-    std::cerr << "nuveqcam: " << wrong->text << "; see 'nuveqcam --help'" << std::endl;
+  if (const auto* const error = std::get_if<UsageError>(&parsed)) {
+    std::cerr << "nuveqcam: " << error->text << "; see 'nuveqcam --help'" << std::endl;
     return ExitCode::kUsage;
   }
   const auto& options = std::get<Options>(parsed);
@@ -33,17 +33,18 @@ int Report(const std::exception& error) {
 }
 
 }  // namespace
+}  // namespace nuveqcam
 
 int main(int argc, char** argv) {
   try {
-    const StandardStreams streams;
-    // Reported while the streams are still fit for it.
+    const nuveqcam::StandardStreams streams;
+    // Report failures before the destructor restores the console.
     try {
-      return static_cast<int>(Run(ProgramArguments(argc, argv)));
+      return static_cast<int>(nuveqcam::Run(nuveqcam::ProgramArguments(argc, argv)));
     } catch (const std::exception& error) {
-      return Report(error);
+      return nuveqcam::Report(error);
     }
   } catch (const std::exception& error) {
-    return Report(error);
+    return nuveqcam::Report(error);
   }
 }

@@ -4,35 +4,36 @@
 #include <new>
 #include <ostream>
 
+namespace nuveqcam {
 namespace {
 
-ExitCode RunCommand(const CommandContext& place) {
-  switch (place.options.command) {
+ExitCode RunCommand(const CommandContext& context) {
+  switch (context.options.command) {
     case Command::kList:
-      RunList(place);
+      RunList(context);
       break;
     case Command::kRecord:
-      RunRecord(place);
+      RunRecord(context);
       break;
     case Command::kSnapshot:
-      RunSnapshot(place);
+      RunSnapshot(context);
       break;
     case Command::kDoctor:
-      return RunDoctor(place);
+      return RunDoctor(context);
     case Command::kNone:
       break;
   }
   return ExitCode::kOk;
 }
 
-void Report(const Console& console, const std::string& text) {
+void PrintFailure(const Console& console, const std::string& text) {
   console.out << std::flush;
   console.err << "nuveqcam: " << text << std::endl;
 }
 
 }  // namespace
 
-ExitCode RunTool(const Options& options, const Console& console, const Timeouts& patience) {
+ExitCode RunTool(const Options& options, const Console& console, const Timeouts& timeouts) {
   try {
     const SystemSession session(options.isVerbose);
     if (options.isSimulated) {
@@ -41,19 +42,19 @@ ExitCode RunTool(const Options& options, const Console& console, const Timeouts&
     LibraryLog log(options.isVerbose ? &console.err : nullptr);
     const CameraLibrary library(options.library);
     Camera camera(library, log);
-    const ExitCode code = RunCommand({options, console, camera, patience});
+    const ExitCode code = RunCommand({options, console, camera, timeouts});
     if (!console.out.flush()) {
       throw Failure(ExitCode::kCannotWrite,
-                    "cannot write to the standard output; what went into a file is complete");
+                    "cannot write to standard output; a file that was written is complete");
     }
     return code;
   } catch (const Failure& failure) {
-    Report(console, failure.what());
+    PrintFailure(console, failure.what());
     return failure.Code();
   } catch (const std::bad_alloc&) {
-    Report(console, "no memory; close other programs or choose a smaller size with --size");
+    PrintFailure(console, "out of memory; close other programs or choose a smaller size with --size");
   } catch (const std::exception& error) {
-    Report(console, std::string("unexpected failure: ") + error.what() + "; see more with -v");
+    PrintFailure(console, std::string("unexpected failure: ") + error.what() + "; use -v for details");
   }
   return ExitCode::kUnexpected;
 }
@@ -61,7 +62,9 @@ ExitCode RunTool(const Options& options, const Console& console, const Timeouts&
 CameraRequest ChooseRequest(const Options& options, const Capabilities& camera) {
   const std::optional<Size> size = options.size ? options.size : ChooseSize(camera.sizes);
   if (!size) {
-    throw Failure(ExitCode::kCannotOpen, "the camera names no picture size; give one with --size");
+    throw Failure(ExitCode::kCannotOpen, "the camera reports no picture sizes; specify one with --size");
   }
   return {camera.id, *size, options.fps.value_or(ChooseFps(camera.rates))};
 }
+
+}  // namespace nuveqcam

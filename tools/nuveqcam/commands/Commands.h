@@ -1,4 +1,4 @@
-// The tool's commands. Each throws Failure.
+// The tool's commands. The Run functions throw Failure unless noted otherwise.
 #pragma once
 
 #include <chrono>
@@ -11,36 +11,40 @@
 #include "cli/Terminal.h"
 #include "recording/StreamEnd.h"
 
-// How often a command that waits for packets sees whether it has been told to stop.
+namespace nuveqcam {
+
+// How often a command that waits for packets checks for stop signals.
 inline constexpr std::chrono::milliseconds kPollInterval{20};
-// Bound of a command's packet queue: more than a minute of the stream. See PacketQueue.h for what happens
-// beyond.
+// Capacity of a command's packet queue, enough for more than a minute of the stream. PacketQueue.h describes
+// the behavior of a full queue.
 inline constexpr std::size_t kQueueBytes = std::size_t{16} << 20U;
 
-// What every command works with.
 struct CommandContext {
   const Options& options;
   const Console& console;
   Camera& camera;
-  Timeouts patience;
+  Timeouts timeouts;
 };
 
-// Runs the command of the options, which is not kNone. Reports failures on err; answers the exit code.
-ExitCode RunTool(const Options& options, const Console& console, const Timeouts& patience = {});
+// Runs the command in the options, which must not be kNone. Prints failures to err and returns the exit
+// code.
+ExitCode RunTool(const Options& options, const Console& console, const Timeouts& timeouts = {});
 
-void RunList(const CommandContext& place);
-void RunRecord(const CommandContext& place);
-void RunSnapshot(const CommandContext& place);
-// Answers the exit code: that no camera is offered is a result here.
-ExitCode RunDoctor(const CommandContext& place);
+void RunList(const CommandContext& context);
+void RunRecord(const CommandContext& context);
+void RunSnapshot(const CommandContext& context);
+// Returns the exit code: for this command, a missing camera is a result and not a failure.
+ExitCode RunDoctor(const CommandContext& context);
 
-// What list prints. The camera's device is the one seen that is built in.
-std::string ListText(const Capabilities& camera, const std::vector<CaptureDeviceInfo>& seen);
+// The output of list. The camera is the first device without an exclusion reason.
+std::string ListText(const Capabilities& camera, const std::vector<CaptureDeviceInfo>& devices);
 // The camera as a JSON object.
 std::string CameraJson(const Capabilities& camera);
-// One JSON object on one line; camera is null when there is none.
-std::string ListJson(const Capabilities* camera, const std::vector<CaptureDeviceInfo>& seen);
+// The output of list --json: one object on one line. camera is null if there is none.
+std::string ListJson(const Capabilities* camera, const std::vector<CaptureDeviceInfo>& devices);
 
-// Size and rate of the options where they say so, else the best of what the camera offers. Throws Failure
-// (kCannotOpen) when neither says a size.
+// The size and rate in the options, or the best that the camera offers. Throws Failure (kCannotOpen) if
+// neither has a size.
 CameraRequest ChooseRequest(const Options& options, const Capabilities& camera);
+
+}  // namespace nuveqcam

@@ -1,32 +1,159 @@
+#include <algorithm>
+#include <array>
 #include <ostream>
 
+#include "cli/Text.h"
 #include "commands/Commands.h"
 #include "commands/DoctorReport.h"
 
+namespace nuveqcam {
 namespace {
 
-LibraryAnswer AskLibrary(Camera& camera) {
-  LibraryAnswer answer;
-  try {
-    answer.camera = camera.Query();
-  } catch (const Failure& failure) {
-    // Why none was taken is what the survey says.
-    answer.failure = failure.Code() == ExitCode::kNoCamera ? "" : failure.what();
+// Two aligned columns and a text of any length.
+using DoctorRow = std::array<std::string, 3>;
+
+std::string DoctorTable(const char* title, const std::vector<DoctorRow>& rows) {
+  std::array<std::size_t, 2> widths{};
+  for (const DoctorRow& row : rows) {
+    for (std::size_t i = 0; i < widths.size(); ++i) {
+      widths[i] = std::max(widths[i], CodePointCount(row[i]));
+    }
   }
-  return answer;
+  std::string text = std::string(title) + "\n";
+  for (const DoctorRow& row : rows) {
+    text += "  " + PadRight(row[0], widths[0]) + "  " + PadRight(row[1], widths[1]) + "  " + row[2] + "\n";
+  }
+  return rows.empty() ? text + "  none found\n" : text;
+}
+
+DoctorRow ToRow(const UsbDeviceInfo& device) {
+  std::string description = SanitizeForTerminal(device.name);
+  if (!device.model.empty()) {
+    description += (description.empty() ? "(" : " (") + SanitizeForTerminal(device.model) + ")";
+  }
+  return {SanitizeForTerminal(device.place),
+          device.isHub ? description + (description.empty() ? "hub" : ", hub") : description,
+          SanitizeForTerminal(device.removabilityText)};
+}
+
+DoctorRow ToRow(const VideoNodeInfo& node, std::string text) {
+  for (const std::string& program : node.openIn) {
+    text += "; open in " + SanitizeForTerminal(program);
+  }
+  return {SanitizeForTerminal(node.node), SanitizeForTerminal(node.name), text};
+}
+
+DoctorRow CaptureDeviceRow(const VideoNodeInfo& device, bool hasSelected) {
+  const std::string usbDevice =
+      device.usbPlace.empty() ? "a USB device" : "USB device " + SanitizeForTerminal(device.usbPlace);
+  std::string text = hasSelected ? "SELECTED: " : "would be selected: ";
+  text += "the first camera of " + usbDevice + ", which is built in";
+  if (!device.reason.empty()) {
+    text = "not selected: " + SanitizeForTerminal(device.reason);
+  }
+  if (!device.openError.empty()) {
+    text += "; cannot be opened: " + SanitizeForTerminal(device.openError);
+  }
+  return ToRow(device, text);
+}
+
+DoctorRow OtherNodeRow(const VideoNodeInfo& node) {
+  // A node that cannot be queried may be a capture device.
+  return ToRow(node, node.openError.empty() ? "not a capture device: " + SanitizeForTerminal(node.reason)
+                                            : "not examined: " + SanitizeForTerminal(node.reason) + " (" +
+                                                  SanitizeForTerminal(node.openError) + ")");
+}
+
+std::string JsonUsbDevice(const UsbDeviceInfo& device) {
+  return "{\"place\":" + JsonString(device.place) + ",\"name\":" + JsonString(device.name) +
+         ",\"model\":" + JsonString(device.model) + ",\"id\":" + JsonString(device.id) +
+         ",\"hub\":" + JsonBool(device.isHub) +
+         ",\"video\":" + (device.hasVideo ? JsonBool(*device.hasVideo) : "null") +
+         ",\"removable\":" + JsonBool(device.isRemovable) +
+         ",\"verdictFrom\":" + JsonString(device.removabilitySource) +
+         ",\"verdict\":" + JsonString(device.removabilityText) +
+         ",\"connectType\":" + JsonStringOrNull(device.connectType) +
+         ",\"attribute\":" + JsonStringOrNull(device.attribute) +
+         ",\"verdictHub\":" + JsonStringOrNull(device.removabilityHub) +
+         ",\"firstFunction\":" + JsonStringOrNull(device.firstFunction) + "}";
+}
+
+std::string JsonNode(const VideoNodeInfo& node, const std::string& reason) {
+  return "\"node\":" + JsonString(node.node) + ",\"name\":" + JsonString(node.name) +
+         ",\"usbDevice\":" + JsonStringOrNull(node.usbPlace) + ",\"reason\":" + JsonStringOrNull(reason) +
+         ",\"openError\":" + JsonStringOrNull(node.openError) +
+         ",\"openIn\":" + JsonArray(node.openIn, JsonString);
+}
+
+std::string JsonCaptureDevice(const VideoNodeInfo& device, bool hasSelected) {
+  const bool isSelected = device.reason.empty() && hasSelected;
+  const std::string reason = device.reason.empty() && !isSelected
+                                 ? "the library did not select it, although it looks built in"
+                                 : device.reason;
+  return "{\"taken\":" + JsonBool(isSelected) + "," + JsonNode(device, reason) + "}";
+}
+
+std::string JsonOtherNode(const VideoNodeInfo& node) { return "{" + JsonNode(node, node.reason) + "}"; }
+
+LibraryResult QueryLibrary(Camera& camera) {
+  LibraryResult result;
+  try {
+    result.camera = camera.Query();
+  } catch (const Failure& failure) {
+    // The inventory has the reasons if no camera was selected.
+    result.failure = failure.Code() == ExitCode::kNoCamera ? "" : failure.what();
+  }
+  return result;
 }
 
 }  // namespace
 
-ExitCode RunDoctor(const CommandContext& place) {
-  LibraryAnswer answer = AskLibrary(place.camera);
-  DeviceInventory pc = TakeInventory();
-  if (!Agree(pc, answer)) {
-    // A device came or went in between: what is left of that is over by now.
-    answer = AskLibrary(place.camera);
-    pc = TakeInventory();
+std::string DoctorText(const DeviceInventory& inventory, const DoctorReport& report) {
+  std::vector<DoctorRow> usbDevices;
+  for (const UsbDeviceInfo& device : inventory.usbDevices) {
+    usbDevices.push_back(ToRow(device));
   }
-  const DoctorReport report = Conclude(pc, answer);
-  place.console.out << (place.options.wantsJson ? DoctorJson(pc, answer, report) : DoctorText(pc, report));
+  std::vector<DoctorRow> nodes;
+  for (const VideoNodeInfo& device : inventory.captureDevices) {
+    nodes.push_back(CaptureDeviceRow(device, report.hasSelected));
+  }
+  for (const VideoNodeInfo& node : inventory.otherNodes) {
+    nodes.push_back(OtherNodeRow(node));
+  }
+  std::string text = DoctorTable("USB devices", usbDevices) + "\n" + DoctorTable("Capture devices", nodes) +
+                     "\n" + report.conclusion + "\n";
+  for (const std::string& line : report.advice) {
+    text += "  - " + line + "\n";
+  }
+  return text;
+}
+
+std::string DoctorJson(const DeviceInventory& inventory, const LibraryResult& result,
+                       const DoctorReport& report) {
+  return "{\"offered\":" + JsonBool(report.code == ExitCode::kOk) +
+         ",\"conclusion\":" + JsonString(report.conclusion) +
+         ",\"advice\":" + JsonArray(report.advice, JsonString) +
+         ",\"failure\":" + JsonStringOrNull(result.failure) +
+         ",\"camera\":" + (result.camera ? CameraJson(*result.camera) : "null") +
+         ",\"usbDevices\":" + JsonArray(inventory.usbDevices, JsonUsbDevice) + ",\"captureDevices\":" +
+         JsonArray(
+             inventory.captureDevices,
+             [&](const VideoNodeInfo& device) { return JsonCaptureDevice(device, report.hasSelected); }) +
+         ",\"otherNodes\":" + JsonArray(inventory.otherNodes, JsonOtherNode) + "}\n";
+}
+
+ExitCode RunDoctor(const CommandContext& context) {
+  LibraryResult result = QueryLibrary(context.camera);
+  DeviceInventory inventory = GetDeviceInventory();
+  if (!AreConsistent(inventory, result)) {
+    // A device was added or removed between the two queries.
+    result = QueryLibrary(context.camera);
+    inventory = GetDeviceInventory();
+  }
+  const DoctorReport report = MakeDoctorReport(inventory, result);
+  context.console.out << (context.options.wantsJson ? DoctorJson(inventory, result, report)
+                                                    : DoctorText(inventory, report));
   return report.code;
 }
+
+}  // namespace nuveqcam

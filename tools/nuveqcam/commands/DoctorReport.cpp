@@ -6,19 +6,20 @@
 
 #include "cli/Text.h"
 
+namespace nuveqcam {
 namespace {
 
-const VideoNodeInfo* TakenOf(const DeviceInventory& pc) {
-  const auto taken = std::find_if(pc.captureDevices.begin(), pc.captureDevices.end(),
-                                  [](const VideoNodeInfo& device) { return device.reason.empty(); });
-  return taken == pc.captureDevices.end() ? nullptr : &*taken;
+const VideoNodeInfo* FindSelected(const DeviceInventory& inventory) {
+  const auto selected = std::find_if(inventory.captureDevices.begin(), inventory.captureDevices.end(),
+                                     [](const VideoNodeInfo& device) { return device.reason.empty(); });
+  return selected == inventory.captureDevices.end() ? nullptr : &*selected;
 }
 
-const UsbDeviceInfo* UsbDeviceOf(const DeviceInventory& pc, const VideoNodeInfo& node) {
+const UsbDeviceInfo* FindUsbDevice(const DeviceInventory& inventory, const VideoNodeInfo& node) {
   const auto found = std::find_if(
-      pc.usbDevices.begin(), pc.usbDevices.end(),
+      inventory.usbDevices.begin(), inventory.usbDevices.end(),
       [&](const UsbDeviceInfo& device) { return !node.usbPlace.empty() && device.place == node.usbPlace; });
-  return found == pc.usbDevices.end() ? nullptr : &*found;
+  return found == inventory.usbDevices.end() ? nullptr : &*found;
 }
 
 // "Integrated Camera (/dev/video0)"
@@ -28,7 +29,7 @@ std::string NameAndNode(const VideoNodeInfo& node) {
 }
 
 // ", 320x240 to 1920x1080, 10 to 30 fps"
-std::string WhatItOffers(const Capabilities& camera) {
+std::string CapabilitiesText(const Capabilities& camera) {
   const auto [least, most] =
       std::minmax_element(camera.sizes.begin(), camera.sizes.end(), [](const Size& a, const Size& b) {
         return std::uint64_t{a.width} * a.height < std::uint64_t{b.width} * b.height;
@@ -41,72 +42,78 @@ std::string WhatItOffers(const Capabilities& camera) {
   return text;
 }
 
-// What could make a camera count as built in that is inside the PC.
+// What to do about a built-in camera that is treated as removable.
 std::string AdviceOnRemovable(const std::string& camera, const UsbDeviceInfo& usbDevice,
                               const SystemTraits& system) {
   const std::string condition = "if " + camera + " is inside the PC, ";
   const std::string place = SanitizeForTerminal(usbDevice.place);
-  if (usbDevice.verdictFrom == "parent") {
-    return condition + "ask the PC's maker for firmware that says that hub " +
-           SanitizeForTerminal(usbDevice.verdictHub) + " stays (ACPI _UPC and _PLD of its port)";
+  if (usbDevice.removabilitySource == "parent") {
+    return condition + "ask the PC's manufacturer for firmware that declares hub " +
+           SanitizeForTerminal(usbDevice.removabilityHub) + " fixed (ACPI _UPC and _PLD of its port)";
   }
-  if (usbDevice.verdictFrom == "missing") {
-    return condition + system.withoutStatus;
+  if (usbDevice.removabilitySource == "missing") {
+    return condition + system.noStatusAdvice;
   }
-  const bool isContradicted = usbDevice.verdictFrom == "attribute" && !usbDevice.connectType.empty();
+  const bool isContradicted = usbDevice.removabilitySource == "attribute" && !usbDevice.connectType.empty();
   if (isContradicted && usbDevice.connectType != "hotplug") {
-    return condition + "the kernel does not go by what the firmware says of the port of USB device " + place +
+    return condition + "the kernel ignores the firmware's description of the port of USB device " + place +
            ": use a newer kernel";
   }
-  if (usbDevice.verdictFrom == "firmware" || usbDevice.verdictFrom == "windows" || isContradicted) {
+  if (usbDevice.removabilitySource == "firmware" || usbDevice.removabilitySource == "windows" ||
+      isContradicted) {
     return condition + "the firmware describes the port of USB device " + place +
-           " wrongly (ACPI _UPC and _PLD): ask the PC's maker for an update";
+           " incorrectly (ACPI _UPC and _PLD): ask the PC's manufacturer for an update";
   }
-  if (usbDevice.verdictFrom == "host") {
-    return condition + "correct the host program's list of devices";
+  if (usbDevice.removabilitySource == "host") {
+    return condition + "correct the device list of the host program";
   }
-  return condition + "ask the PC's maker for firmware that describes the port of USB device " + place +
+  return condition + "ask the PC's manufacturer for firmware that describes the port of USB device " + place +
          " (ACPI _UPC and _PLD)";
 }
 
-std::string AdviceOnUsb(const DeviceInventory& pc, const VideoNodeInfo& device, const SystemTraits& system) {
+std::string AdviceOnUsb(const DeviceInventory& inventory, const VideoNodeInfo& device,
+                        const SystemTraits& system) {
   const std::string camera = NameAndNode(device);
-  const UsbDeviceInfo* const usbDevice = UsbDeviceOf(pc, device);
+  const UsbDeviceInfo* const usbDevice = FindUsbDevice(inventory, device);
   return usbDevice != nullptr && usbDevice->isRemovable
              ? AdviceOnRemovable(camera, *usbDevice, system)
              : camera + " cannot be used: " + SanitizeForTerminal(device.reason);
 }
 
-// A PC has dozens of capture devices where its cameras are not on USB: one line for all.
-void AdviseOnOthers(const DeviceInventory& pc, std::vector<std::string>& advice) {
-  const auto isOther = [](const VideoNodeInfo& device) { return !device.isUsb; };
-  const auto count = std::count_if(pc.captureDevices.begin(), pc.captureDevices.end(), isOther);
-  const std::string rule = "the library takes nothing but USB cameras that are built in";
+// One line for all devices: a PC whose cameras are not on USB can have dozens of capture devices.
+void AdviseOnNonUsbDevices(const DeviceInventory& inventory, std::vector<std::string>& advice) {
+  const auto isNonUsb = [](const VideoNodeInfo& device) { return !device.isUsb; };
+  const auto count =
+      std::count_if(inventory.captureDevices.begin(), inventory.captureDevices.end(), isNonUsb);
+  const std::string rule = "the library supports only built-in USB cameras";
   if (count == 1) {
-    const auto other = std::find_if(pc.captureDevices.begin(), pc.captureDevices.end(), isOther);
+    const auto other =
+        std::find_if(inventory.captureDevices.begin(), inventory.captureDevices.end(), isNonUsb);
     advice.push_back(NameAndNode(*other) + " cannot be used: " + rule);
   } else if (count > 1) {
     advice.push_back(
         std::to_string(count) +
-        " capture devices are no USB devices (cameras on MIPI, virtual cameras, test devices): " + rule);
+        " capture devices are not USB devices (MIPI cameras, virtual cameras, test devices): " + rule);
   }
 }
 
-// USB devices that are cameras by their class and have no capture device: no driver made nodes for them, or
-// the nodes deliver nothing that the library can use.
-void AdviseOnDevicesWithoutCapture(const DeviceInventory& pc, const SystemTraits& system,
+// USB devices of the video class without a capture device: there is no driver, or their nodes have no format
+// that the library can use.
+void AdviseOnDevicesWithoutCapture(const DeviceInventory& inventory, const SystemTraits& system,
                                    std::vector<std::string>& advice) {
-  for (const UsbDeviceInfo& device : pc.usbDevices) {
-    const auto belongsToIt = [&device](const VideoNodeInfo& node) { return node.usbPlace == device.place; };
+  for (const UsbDeviceInfo& device : inventory.usbDevices) {
+    const auto belongsToDevice = [&device](const VideoNodeInfo& node) {
+      return node.usbPlace == device.place;
+    };
     if (!device.hasVideo.value_or(false) || device.isHub ||
-        std::any_of(pc.captureDevices.begin(), pc.captureDevices.end(), belongsToIt)) {
+        std::any_of(inventory.captureDevices.begin(), inventory.captureDevices.end(), belongsToDevice)) {
       continue;
     }
-    const auto node = std::find_if(pc.otherNodes.begin(), pc.otherNodes.end(), belongsToIt);
-    if (node == pc.otherNodes.end()) {
+    const auto node = std::find_if(inventory.otherNodes.begin(), inventory.otherNodes.end(), belongsToDevice);
+    if (node == inventory.otherNodes.end()) {
       advice.push_back(
           "USB device " + SanitizeForTerminal(device.place) +
-          " is a camera, but no driver has made a capture device of it: " + system.withoutDriver);
+          " is a camera, but no driver has created a capture device for it: " + system.noDriverAdvice);
     } else if (node->openError.empty()) {
       advice.push_back(NameAndNode(*node) + " cannot be used: " + SanitizeForTerminal(node->reason));
     }
@@ -118,10 +125,10 @@ std::string AdviceOnOpening(const VideoNodeInfo& node) {
   return " cannot be opened (" + SanitizeForTerminal(node.openError) + "): " + node.openAdvice;
 }
 
-// One line for all nodes that fail alike.
-void AdviseOnNodes(const DeviceInventory& pc, std::vector<std::string>& advice) {
-  std::vector<std::pair<std::string, std::string>> lines;  // what is wrong, and the nodes
-  for (const auto* const nodes : {&pc.captureDevices, &pc.otherNodes}) {
+// One line for all nodes with the same error.
+void AdviseOnOpenErrors(const DeviceInventory& inventory, std::vector<std::string>& advice) {
+  std::vector<std::pair<std::string, std::string>> lines;  // error and nodes
+  for (const auto* const nodes : {&inventory.captureDevices, &inventory.otherNodes}) {
     for (const VideoNodeInfo& node : *nodes) {
       if (node.openError.empty()) {
         continue;
@@ -141,87 +148,91 @@ void AdviseOnNodes(const DeviceInventory& pc, std::vector<std::string>& advice) 
   }
 }
 
-std::vector<std::string> AdviceWithoutCamera(const DeviceInventory& pc, const SystemTraits& system) {
+std::vector<std::string> AdviceWithoutCamera(const DeviceInventory& inventory, const SystemTraits& system) {
   std::vector<std::string> advice;
-  for (const VideoNodeInfo& device : pc.captureDevices) {
+  for (const VideoNodeInfo& device : inventory.captureDevices) {
     if (device.isUsb) {
-      advice.push_back(AdviceOnUsb(pc, device, system));
+      advice.push_back(AdviceOnUsb(inventory, device, system));
     }
   }
-  AdviseOnOthers(pc, advice);
-  AdviseOnNodes(pc, advice);
-  AdviseOnDevicesWithoutCapture(pc, system, advice);
-  const bool sawDevices = !pc.captureDevices.empty();
-  advice.push_back(std::string("switch the camera on if the PC has ") + (sawDevices ? "another" : "one") +
-                   ": by a key, a switch or a shutter on the PC, or in its BIOS setup");
-  advice.emplace_back(system.withoutCamera);
+  AdviseOnNonUsbDevices(inventory, advice);
+  AdviseOnOpenErrors(inventory, advice);
+  AdviseOnDevicesWithoutCapture(inventory, system, advice);
+  const bool hasDevices = !inventory.captureDevices.empty();
+  advice.push_back(std::string("if the PC has ") + (hasDevices ? "another" : "a") +
+                   " built-in camera, enable it with its key, switch or shutter, or in the BIOS setup");
+  advice.emplace_back(system.noCameraAdvice);
   return advice;
 }
 
-std::string WhyNone(const DeviceInventory& pc) {
-  switch (pc.captureDevices.size()) {
+std::string NoCameraReason(const DeviceInventory& inventory) {
+  switch (inventory.captureDevices.size()) {
     case 0:
-      return "no capture device was seen";
+      return "no capture devices were found";
     case 1:
-      return "the only capture device is not a USB camera that is built in";
+      return "the only capture device is not a built-in USB camera";
     default:
-      return "none of the " + std::to_string(pc.captureDevices.size()) +
-             " capture devices is a USB camera that is built in";
+      return "none of the " + std::to_string(inventory.captureDevices.size()) +
+             " capture devices is a built-in USB camera";
   }
 }
 
 constexpr const char* kNone = "No camera is offered: ";
-constexpr const char* kHasGone = "it has gone while this looked: run this again";
+constexpr const char* kDeviceRemoved = "the device was removed during this check: run it again";
 
-DoctorReport OfOffered(const VideoNodeInfo* taken, const Capabilities& camera) {
+DoctorReport ReportOffered(const VideoNodeInfo* selected, const Capabilities& camera) {
   const std::string name =
-      taken != nullptr ? NameAndNode(*taken) : "camera " + SanitizeForTerminal(camera.id);
-  DoctorReport report{ExitCode::kOk, "The camera that is offered: " + name + WhatItOffers(camera), {}, true};
-  if (taken == nullptr) {
-    report.advice.emplace_back(kHasGone);
+      selected != nullptr ? NameAndNode(*selected) : "camera " + SanitizeForTerminal(camera.id);
+  DoctorReport report{ExitCode::kOk, "Offered camera: " + name + CapabilitiesText(camera), {}, true};
+  if (selected == nullptr) {
+    report.advice.emplace_back(kDeviceRemoved);
   }
   return report;
 }
 
-// The library took a camera that does not work.
-DoctorReport OfUseless(const VideoNodeInfo* taken, const LibraryAnswer& answer) {
+// The library selected a camera that cannot be used.
+DoctorReport ReportUnusable(const VideoNodeInfo* selected, const LibraryResult& result) {
   const std::string camera =
-      taken != nullptr ? NameAndNode(*taken) + " is built in" : "the library took a camera";
+      selected != nullptr ? NameAndNode(*selected) + " is built in" : "the library selected a camera";
   DoctorReport report{ExitCode::kCannotOpen, kNone + camera + ", but it ", {}, true};
-  if (answer.camera) {
-    report.conclusion += "offers no picture size";
-    report.advice.emplace_back("see with -v what the library makes of its formats");
+  if (result.camera) {
+    report.conclusion += "has no picture sizes";
+    report.advice.emplace_back("use -v to see the formats in the library's log");
   } else {
     report.conclusion += "cannot be read";
-    report.advice.push_back(SanitizeForTerminal(answer.failure));
+    report.advice.push_back(SanitizeForTerminal(result.failure));
   }
-  if (taken == nullptr) {
-    report.advice.emplace_back(kHasGone);
-  } else if (!taken->openError.empty() && answer.failure.find(taken->openAdvice) == std::string::npos) {
-    report.advice.push_back(SanitizeForTerminal(taken->node) + AdviceOnOpening(*taken));
+  if (selected == nullptr) {
+    report.advice.emplace_back(kDeviceRemoved);
+  } else if (!selected->openError.empty() && result.failure.find(selected->openAdvice) == std::string::npos) {
+    report.advice.push_back(SanitizeForTerminal(selected->node) + AdviceOnOpening(*selected));
   }
   return report;
 }
 
 }  // namespace
 
-bool Agree(const DeviceInventory& pc, const LibraryAnswer& answer) {
-  return (TakenOf(pc) != nullptr) == answer.TookOne();
+bool AreConsistent(const DeviceInventory& inventory, const LibraryResult& result) {
+  return (FindSelected(inventory) != nullptr) == result.HasSelected();
 }
 
-DoctorReport Conclude(const DeviceInventory& pc, const LibraryAnswer& answer, const SystemTraits& system) {
-  const VideoNodeInfo* const taken = TakenOf(pc);
-  if (answer.camera && !answer.camera->sizes.empty()) {
-    return OfOffered(taken, *answer.camera);
+DoctorReport MakeDoctorReport(const DeviceInventory& inventory, const LibraryResult& result,
+                              const SystemTraits& system) {
+  const VideoNodeInfo* const selected = FindSelected(inventory);
+  if (result.camera && !result.camera->sizes.empty()) {
+    return ReportOffered(selected, *result.camera);
   }
-  if (answer.TookOne()) {
-    return OfUseless(taken, answer);
+  if (result.HasSelected()) {
+    return ReportUnusable(selected, result);
   }
-  if (taken != nullptr) {
+  if (selected != nullptr) {
     return {ExitCode::kNoCamera,
-            kNone + NameAndNode(*taken) + " looks built in, but the library did not take it",
-            {"it may have come or gone just now: run this again, with -v for the library's log"},
+            kNone + NameAndNode(*selected) + " looks built in, but the library did not select it",
+            {"it may have been added or removed just now: run this again, with -v for the library's log"},
             false};
   }
-  return {ExitCode::kNoCamera, kNone + WhyNone(pc), AdviceWithoutCamera(pc, system), false};
+  return {ExitCode::kNoCamera, kNone + NoCameraReason(inventory), AdviceWithoutCamera(inventory, system),
+          false};
 }
+
+}  // namespace nuveqcam

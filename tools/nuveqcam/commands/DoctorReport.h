@@ -1,4 +1,4 @@
-// What the tool concludes from the devices of a PC, and how it says so.
+// Conclusion and advice from the PC's devices and the camera library's result.
 #pragma once
 
 #include <string>
@@ -9,28 +9,33 @@
 #include "cli/SystemTraits.h"
 #include "devices/DeviceInventory.h"
 
-// What the camera library answered.
-struct LibraryAnswer {
-  std::optional<Capabilities> camera;
-  std::string failure;  // why there is no camera although one was taken, for people; empty: none was taken
+namespace nuveqcam {
 
-  bool TookOne() const { return camera.has_value() || !failure.empty(); }
+// The camera library's result of a capability query.
+struct LibraryResult {
+  std::optional<Capabilities> camera;
+  std::string failure;  // human-readable: why the selected camera cannot be read; empty if none was selected
+
+  bool HasSelected() const { return camera.has_value() || !failure.empty(); }
 };
 
 struct DoctorReport {
   ExitCode code = ExitCode::kOk;    // kOk: a camera is offered
   std::string conclusion;           // one line
-  std::vector<std::string> advice;  // what to do where none is offered, a line each
-  bool tookOne = false;             // the library; so the survey's camera is the one that it took
+  std::vector<std::string> advice;  // what to do if no camera is offered, one entry per line
+  bool hasSelected = false;         // the library selected a camera
 };
 
-// Whether the library took a camera exactly where the survey found one to take. A device that comes or goes
-// between the two looks is in one of them alone.
-bool Agree(const DeviceInventory& pc, const LibraryAnswer& answer);
+// Whether the library selected a camera if and only if the inventory has one to select. They differ if a
+// device was added or removed between the two queries.
+bool AreConsistent(const DeviceInventory& inventory, const LibraryResult& result);
 
-DoctorReport Conclude(const DeviceInventory& pc, const LibraryAnswer& answer,
-                      const SystemTraits& system = ThisSystem());
+DoctorReport MakeDoctorReport(const DeviceInventory& inventory, const LibraryResult& result,
+                              const SystemTraits& system = ThisSystem());
 
-std::string DoctorText(const DeviceInventory& pc, const DoctorReport& report);
+std::string DoctorText(const DeviceInventory& inventory, const DoctorReport& report);
 // One JSON object on one line.
-std::string DoctorJson(const DeviceInventory& pc, const LibraryAnswer& answer, const DoctorReport& report);
+std::string DoctorJson(const DeviceInventory& inventory, const LibraryResult& result,
+                       const DoctorReport& report);
+
+}  // namespace nuveqcam

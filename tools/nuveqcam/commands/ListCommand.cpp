@@ -1,45 +1,45 @@
 #include <algorithm>
 #include <ostream>
 
-#include "cli/Json.h"
 #include "cli/Text.h"
 #include "commands/Commands.h"
 
+namespace nuveqcam {
 namespace {
 
 std::string JsonDevice(const CaptureDeviceInfo& device) {
   const std::string reason = device.exclusionReason.empty() ? "null" : JsonString(device.exclusionReason);
-  return "{\"name\":" + JsonString(device.name) + ",\"node\":" + JsonString(device.where) +
+  return "{\"name\":" + JsonString(device.name) + ",\"node\":" + JsonString(device.node) +
          ",\"builtIn\":" + (device.exclusionReason.empty() ? "true" : "false") + ",\"reason\":" + reason +
          "}";
 }
 
-// A column as wide as its widest entry.
+// The width of a column for the devices that are not offered.
 template <typename Get>
-std::size_t WidthOf(const std::vector<CaptureDeviceInfo>& seen, const Get& get) {
+std::size_t WidthOf(const std::vector<CaptureDeviceInfo>& devices, const Get& get) {
   std::size_t width = 0;
-  for (const CaptureDeviceInfo& device : seen) {
+  for (const CaptureDeviceInfo& device : devices) {
     width = std::max(width,
                      device.exclusionReason.empty() ? 0 : CodePointCount(SanitizeForTerminal(get(device))));
   }
   return width;
 }
 
-std::string OtherDevices(const std::vector<CaptureDeviceInfo>& seen) {
-  const auto where = [](const CaptureDeviceInfo& device) { return device.where; };
+std::string OtherDevices(const std::vector<CaptureDeviceInfo>& devices) {
+  const auto node = [](const CaptureDeviceInfo& device) { return device.node; };
   const auto name = [](const CaptureDeviceInfo& device) { return device.name; };
   std::string text;
-  for (const CaptureDeviceInfo& device : seen) {
+  for (const CaptureDeviceInfo& device : devices) {
     if (!device.exclusionReason.empty()) {
-      text += "  " + PadRight(SanitizeForTerminal(where(device)), WidthOf(seen, where)) + "  " +
-              PadRight(SanitizeForTerminal(name(device)), WidthOf(seen, name)) + "  " +
+      text += "  " + PadRight(SanitizeForTerminal(node(device)), WidthOf(devices, node)) + "  " +
+              PadRight(SanitizeForTerminal(name(device)), WidthOf(devices, name)) + "  " +
               SanitizeForTerminal(device.exclusionReason) + "\n";
     }
   }
-  return text.empty() ? "" : "\nOther capture devices, not offered:\n" + text;
+  return text.empty() ? "" : "\nOther capture devices (not offered):\n" + text;
 }
 
-// The points stand below each other.
+// Aligns the decimal points.
 std::string RateLines(const std::vector<std::uint32_t>& rates, std::string head) {
   const auto wholeOf = [](const std::string& rate) { return std::min(rate.find('.'), rate.size()); };
   std::size_t decimals = 0;
@@ -67,11 +67,11 @@ std::string CameraJson(const Capabilities& camera) {
   return "{\"id\":" + JsonString(camera.id) + ",\"sizes\":" + sizes + ",\"rates\":" + rates + "}";
 }
 
-std::string ListText(const Capabilities& camera, const std::vector<CaptureDeviceInfo>& seen) {
+std::string ListText(const Capabilities& camera, const std::vector<CaptureDeviceInfo>& devices) {
   std::string text = "Camera " + SanitizeForTerminal(camera.id);
-  for (const CaptureDeviceInfo& device : seen) {
+  for (const CaptureDeviceInfo& device : devices) {
     if (device.exclusionReason.empty()) {
-      text += ": " + SanitizeForTerminal(device.name) + " (" + SanitizeForTerminal(device.where) + ")";
+      text += ": " + SanitizeForTerminal(device.name) + " (" + SanitizeForTerminal(device.node) + ")";
       break;
     }
   }
@@ -82,28 +82,30 @@ std::string ListText(const Capabilities& camera, const std::vector<CaptureDevice
             "\n";
     head.assign(head.size(), ' ');
   }
-  return text + RateLines(camera.rates, "  rates  ") + "Not every rate comes with every size.\n" +
-         OtherDevices(seen);
+  return text + RateLines(camera.rates, "  rates  ") + "Not every rate is available at every size.\n" +
+         OtherDevices(devices);
 }
 
-std::string ListJson(const Capabilities* camera, const std::vector<CaptureDeviceInfo>& seen) {
+std::string ListJson(const Capabilities* camera, const std::vector<CaptureDeviceInfo>& devices) {
   const std::string cameras = camera != nullptr ? CameraJson(*camera) : "";
-  return "{\"cameras\":[" + cameras + "],\"devices\":" + JsonArray(seen, JsonDevice) + "}\n";
+  return "{\"cameras\":[" + cameras + "],\"devices\":" + JsonArray(devices, JsonDevice) + "}\n";
 }
 
-void RunList(const CommandContext& place) {
+void RunList(const CommandContext& context) {
   try {
-    const Capabilities camera = place.camera.Query();
-    place.console.out << (place.options.wantsJson ? ListJson(&camera, ListCaptureDevices())
-                                                  : ListText(camera, ListCaptureDevices()));
+    const Capabilities camera = context.camera.Query();
+    context.console.out << (context.options.wantsJson ? ListJson(&camera, ListCaptureDevices())
+                                                      : ListText(camera, ListCaptureDevices()));
   } catch (const Failure& failure) {
-    // A program that reads the answer gets one where there is one: no cameras.
-    if (place.options.wantsJson && failure.Code() == ExitCode::kNoCamera) {
-      place.console.out << ListJson(nullptr, ListCaptureDevices());
+    // With --json, "no cameras" is a valid result and is printed, too.
+    if (context.options.wantsJson && failure.Code() == ExitCode::kNoCamera) {
+      context.console.out << ListJson(nullptr, ListCaptureDevices());
     }
     throw;
   }
-  if (!place.console.out.flush()) {
-    throw Failure(ExitCode::kCannotWrite, "cannot write the list to the standard output");
+  if (!context.console.out.flush()) {
+    throw Failure(ExitCode::kCannotWrite, "cannot write the list to standard output");
   }
 }
+
+}  // namespace nuveqcam

@@ -7,26 +7,27 @@
 #include "recording/PacketWriter.h"
 #include "recording/WriterThread.h"
 
+namespace nuveqcam {
 namespace {
 
-constexpr std::chrono::milliseconds kProgressEvery{200};
+constexpr std::chrono::milliseconds kProgressInterval{200};
 
 using Seconds = std::chrono::duration<double>;
 
 class Recording {
  public:
-  Recording(const CommandContext& place, OutputFile& file, const CameraRequest& request)
-      : m_place(place),
+  Recording(const CommandContext& context, OutputFile& file, const CameraRequest& request)
+      : m_context(context),
         m_file(file),
         m_request(request),
-        m_kind(KindOfRecording(place.options.output)),
-        m_limit(place.options.seconds),
+        m_kind(KindOfRecording(context.options.output)),
+        m_limit(context.options.seconds),
         m_writer(MakePacketWriter(m_kind, file, request.fps)),
         m_thread(m_queue, *m_writer, request.fps) {}
 
   void Run(const StopSignals& signals) {
     RunCamera(signals);
-    // The camera's light is out; from here on the writer may take as long as it needs.
+    // The camera is closed; the writer may take as long as it needs.
     Finish();
     ReportOutcome();
   }
@@ -36,15 +37,15 @@ class Recording {
     m_isInterrupted = signals.HasArrived();
     if (!m_isInterrupted) {
       m_openedAt = Clock::now();
-      const OpenCamera open(m_place.camera, m_request, m_queue);
+      const OpenCamera open(m_context.camera, m_request, m_queue);
       Wait(signals);
     }
   }
 
   void Wait(const StopSignals& signals) {
-    const Console& console = m_place.console;
-    // Log lines would break the progress line, and say more.
-    ProgressLine line({console.out, console.err, console.isErrTerminal && !m_place.options.isVerbose});
+    const Console& console = m_context.console;
+    // Log lines would break up the progress line.
+    ProgressLine line({console.out, console.err, console.isErrTerminal && !m_context.options.isVerbose});
     const auto begin = Clock::now();
     auto nextProgress = begin;
     while (!m_thread.HasFailed() && !m_queue.HasLoss()) {
@@ -53,22 +54,22 @@ class Recording {
         return;
       }
       const auto now = Clock::now();
-      // Not of what has been written: that may wait for its reader for as long as it likes.
+      // Count from the arrival and not from the write, which may wait for a reader indefinitely.
       const auto elapsed = now - m_queue.FirstArrival().value_or(now);
       if (m_limit.count() != 0 && elapsed >= m_limit) {
-        // The packet that completes the recording must not wait for the output.
+        // The packet that completes the recording must not wait for room in the queue.
         m_queue.SetUnbounded();
       }
-      m_end = EndOf(
-          {m_queue.ReceivedTime(), std::min(now - begin, m_queue.SilentFor(now)), IsCameraDisconnected()},
-          m_limit, m_place.patience);
+      m_end = DetermineStreamEnd(
+          {m_queue.ReceivedTime(), std::min(now - begin, m_queue.IdleTime(now)), IsCameraDisconnected()},
+          m_limit, m_context.timeouts);
       if (m_end != StreamEnd::kNone) {
         return;
       }
-      const Written written = m_thread.Count();
+      const WriterStats written = m_thread.Stats();
       if (now >= nextProgress && written.frames > 0) {
         line.Show({Seconds(elapsed).count(), written.frames, written.bytes});
-        nextProgress = now + kProgressEvery;
+        nextProgress = now + kProgressInterval;
       }
       std::this_thread::sleep_for(kPollInterval);
     }
@@ -78,52 +79,52 @@ class Recording {
     try {
       m_thread.Finish();
     } catch (const Failure& failure) {
-      if (failure.Code() != ExitCode::kCannotWrite || m_thread.Count().frames == 0) {
+      if (failure.Code() != ExitCode::kCannotWrite || m_thread.Stats().frames == 0) {
         throw;
       }
-      const char* const left = m_kind == OutputKind::kMp4
-                                   ? "; what is there is incomplete and will not play (an .h264 recording "
-                                     "plays up to where it ends)"
-                                   : "; what is there plays up to where it ends";
-      throw Failure(failure.Code(), failure.what() + std::string(left));
+      const char* const remainder = m_kind == OutputKind::kMp4
+                                        ? "; the file is incomplete and cannot be played (an .h264 recording "
+                                          "can be played up to its end)"
+                                        : "; the recording can be played up to its end";
+      throw Failure(failure.Code(), failure.what() + std::string(remainder));
     }
   }
 
   void ReportOutcome() {
-    const Written written = m_thread.Count();
+    const WriterStats written = m_thread.Stats();
     if (m_queue.HasLoss()) {
       throw Failure(
           ExitCode::kUnexpected,
-          "no memory for a packet, the recording ends before it; close other programs and try again");
+          "out of memory for a packet, the recording ends before it; close other programs and try again");
     }
     if (written.frames > 0) {
-      Summarise(written);
+      PrintSummary(written);
     }
     if (m_isInterrupted && written.frames == 0) {
       throw Failure(ExitCode::kEndedEarly, "interrupted before the first picture; nothing was written");
     }
-    if (m_end == StreamEnd::kDisconnected || m_end == StreamEnd::kSilent) {
-      throw Failure(ExitCode::kEndedEarly, CauseText(m_end, m_place.patience) + "; " + AmountText(written) +
+    if (m_end == StreamEnd::kDisconnected || m_end == StreamEnd::kNoPackets) {
+      throw Failure(ExitCode::kEndedEarly, CauseText(m_end, m_context.timeouts) + "; " + AmountText(written) +
                                                "; " + kAdviceAfterEarlyEnd);
     }
   }
 
-  // "recorded 2.53 s of 5 s, complete up to there"
-  std::string AmountText(const Written& written) const {
+  // "recorded 2.53 s of 5 s, complete up to that point"
+  std::string AmountText(const WriterStats& written) const {
     if (written.frames == 0) {
       return "nothing was written";
     }
     const std::string wanted =
         m_limit.count() != 0 ? " of " + std::to_string(m_limit.count()) + " s" : std::string();
-    return "recorded " + Decimal(written.duration.count(), 2) + " s" + wanted + ", complete up to there";
+    return "recorded " + Decimal(written.duration.count(), 2) + " s" + wanted + ", complete up to that point";
   }
 
-  void Summarise(const Written& written) {
+  void PrintSummary(const WriterStats& written) {
     const double seconds = written.duration.count();
     const double kbits = static_cast<double>(written.bytes) * 8 / 1000 / seconds;
     const double toFirst = Seconds(m_queue.FirstArrival().value_or(m_openedAt) - m_openedAt).count() * 1000;
-    // Where the recording itself goes to the standard output, that is no place for a summary.
-    std::ostream& out = m_place.options.output == "-" ? m_place.console.err : m_place.console.out;
+    // Standard output may be the recording itself.
+    std::ostream& out = m_context.options.output == "-" ? m_context.console.err : m_context.console.out;
     out << "recorded " + m_file.Name() + (m_isInterrupted ? " (interrupted)" : "") + "\n" +
                "  request       " + ToText(m_request.size) + ", " + std::to_string(m_request.fps) + " fps\n" +
                "  frames        " + std::to_string(written.frames) + "\n" + "  key frames    " +
@@ -133,7 +134,7 @@ class Recording {
         << std::flush;
   }
 
-  const CommandContext& m_place;
+  const CommandContext& m_context;
   OutputFile& m_file;
   const CameraRequest m_request;
   const OutputKind m_kind;
@@ -148,17 +149,19 @@ class Recording {
 
 }  // namespace
 
-void RunRecord(const CommandContext& place) {
+void RunRecord(const CommandContext& context) {
   const StopSignals signals;
-  if (place.options.output == "-" && place.console.isOutTerminal) {
+  if (context.options.output == "-" && context.console.isOutTerminal) {
     throw Failure(ExitCode::kUsage,
-                  "a terminal cannot show the recording; pipe it on, or choose a file with -o");
+                  "a terminal cannot show the recording; pipe it into a program, or choose a file with -o");
   }
-  // Before the camera, so that an output that cannot be written is known before the camera's light goes on.
-  OutputFile file(place.options.output, signals);
-  if (file.IsSameAs(place.options.clip)) {
+  // Opened before the camera, so that an output error is reported before the camera's light goes on.
+  OutputFile file(context.options.output, signals);
+  if (file.IsSameAs(context.options.clip)) {
     throw Failure(ExitCode::kUsage, "the recording would overwrite the clip; choose another file with -o");
   }
-  const CameraRequest request = ChooseRequest(place.options, place.camera.Query());
-  Recording(place, file, request).Run(signals);
+  const CameraRequest request = ChooseRequest(context.options, context.camera.Query());
+  Recording(context, file, request).Run(signals);
 }
+
+}  // namespace nuveqcam

@@ -3,28 +3,29 @@
 #include <algorithm>
 #include <cctype>
 
+namespace nuveqcam {
 namespace {
 
-// As it stands in display names: lower case, with "#" where the id has "\".
-std::string DisplayForm(std::string id) {
+// Converts an instance id to its form in display names: lower case, with "#" for "\".
+std::string ToDisplayNameForm(std::string id) {
   for (char& c : id) {
     c = c == '\\' ? '#' : static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
   }
   return id;
 }
 
-// The USB device whose capture device is taken; null: there is none.
-const UsbDevice* ChosenOf(const std::vector<std::string>& displayNames,
-                          const std::vector<UsbDevice>& usbDevices) {
-  const auto chosen = std::find_if(usbDevices.begin(), usbDevices.end(), [&](const UsbDevice& usbDevice) {
+// The USB device whose capture device is selected; null if there is none.
+const UsbDevice* FindSelectedDevice(const std::vector<std::string>& displayNames,
+                                    const std::vector<UsbDevice>& usbDevices) {
+  const auto selected = std::find_if(usbDevices.begin(), usbDevices.end(), [&](const UsbDevice& usbDevice) {
     return !usbDevice.isRemovable &&
            std::any_of(displayNames.begin(), displayNames.end(),
                        [&](const std::string& name) { return IsFirstFunction(usbDevice, name); });
   });
-  return chosen == usbDevices.end() ? nullptr : &*chosen;
+  return selected == usbDevices.end() ? nullptr : &*selected;
 }
 
-std::string ReasonFor(const std::string& displayName, const std::vector<UsbDevice>& usbDevices) {
+std::string ExclusionReasonOf(const std::string& displayName, const std::vector<UsbDevice>& usbDevices) {
   const auto owner = std::find_if(usbDevices.begin(), usbDevices.end(), [&](const UsbDevice& usbDevice) {
     return IsFirstFunction(usbDevice, displayName);
   });
@@ -35,55 +36,57 @@ std::string ReasonFor(const std::string& displayName, const std::vector<UsbDevic
     return "another built-in camera comes first";
   }
   return owner->isStatusKnown ? "it is plugged in: its USB device can be removed"
-                              : "Windows does not tell whether its USB device can be removed";
+                              : "Windows does not report whether its USB device can be removed";
 }
 
 }  // namespace
 
-std::vector<std::string> WhyNotBuiltIn(const std::vector<std::string>& displayNames,
-                                       const std::vector<UsbDevice>& usbDevices) {
-  const UsbDevice* const chosen = ChosenOf(displayNames, usbDevices);
-  bool isTaken = false;
+std::vector<std::string> ExclusionReasons(const std::vector<std::string>& displayNames,
+                                          const std::vector<UsbDevice>& usbDevices) {
+  const UsbDevice* const selected = FindSelectedDevice(displayNames, usbDevices);
+  bool hasSelection = false;
   std::vector<std::string> reasons;
   for (const std::string& name : displayNames) {
-    const bool isOfChosen = chosen != nullptr && IsFirstFunction(*chosen, name);
-    if (!isOfChosen) {
-      reasons.push_back(ReasonFor(name, usbDevices));
+    const bool isOfSelected = selected != nullptr && IsFirstFunction(*selected, name);
+    if (!isOfSelected) {
+      reasons.push_back(ExclusionReasonOf(name, usbDevices));
     } else {
-      reasons.emplace_back(isTaken ? "it is another node of the camera that is taken" : "");
-      isTaken = true;
+      reasons.emplace_back(hasSelection ? "it is another node of the selected camera" : "");
+      hasSelection = true;
     }
   }
   return reasons;
 }
 
-bool IsUsb(const std::string& displayName) { return PlaceIn(displayName).starts_with("usb#"); }
+bool IsUsb(const std::string& displayName) { return DevicePathIn(displayName).starts_with("usb#"); }
 
 bool IsFirstFunction(const UsbDevice& usbDevice, const std::string& displayName) {
   return !usbDevice.firstChildId.empty() &&
-         displayName.find(DisplayForm(usbDevice.firstChildId)) != std::string::npos;
+         displayName.find(ToDisplayNameForm(usbDevice.firstChildId)) != std::string::npos;
 }
 
-std::string VerdictText(bool isStatusKnown, bool isRemovable) {
+std::string RemovabilityText(bool isStatusKnown, bool isRemovable) {
   if (!isStatusKnown) {
-    return "counts as removable: Windows does not tell its device status";
+    return "treated as removable: Windows does not report its device status";
   }
-  return isRemovable ? "can be removed: Windows says (device status) that it can be"
-                     : "built in: Windows says (device status) that it cannot be removed";
+  return isRemovable ? "removable: according to its device status in Windows"
+                     : "built in: according to its device status in Windows";
 }
 
-std::string PlaceIn(const std::string& displayName) {
-  // Before the path stands how the device is known: "@device:pnp:\\?\", "@device:sw:{class}\".
-  std::string place = displayName;
+std::string DevicePathIn(const std::string& displayName) {
+  // Remove the prefix: "@device:pnp:\\?\" or "@device:sw:{class}\".
+  std::string path = displayName;
   for (const char* const mark : {R"(\\?\)", R"(}\)"}) {
     if (const std::size_t begin = displayName.find(mark); begin != std::string::npos) {
-      place = displayName.substr(begin + std::string(mark).size());
+      path = displayName.substr(begin + std::string(mark).size());
       break;
     }
   }
-  // After it, as what it is opened.
-  if (const std::size_t end = place.find("#{"); end != std::string::npos) {
-    place.erase(end);
+  // Remove the suffix, the interface class.
+  if (const std::size_t end = path.find("#{"); end != std::string::npos) {
+    path.erase(end);
   }
-  return place;
+  return path;
 }
+
+}  // namespace nuveqcam

@@ -9,11 +9,12 @@
 
 #include "devices/DeviceProvider.h"
 #include "devices/NodeUsers.h"
-#include "devices/UsbVerdict.h"
+#include "devices/RemovabilityText.h"
 
+namespace nuveqcam {
 namespace {
 
-UsbDeviceInfo SurveyedOf(const devices::UsbDetails& details) {
+UsbDeviceInfo ToUsbDeviceInfo(const devices::UsbDetails& details) {
   UsbDeviceInfo device;
   device.place = details.place;
   device.name = details.name;
@@ -22,50 +23,50 @@ UsbDeviceInfo SurveyedOf(const devices::UsbDetails& details) {
   device.isHub = details.isHub;
   device.hasVideo = details.hasVideo;
   device.isRemovable = details.removability.isRemovable;
-  device.verdictFrom = VerdictWord(details.removability.source);
-  device.verdict = VerdictText(details.removability);
+  device.removabilitySource = SourceWord(details.removability.source);
+  device.removabilityText = RemovabilityText(details.removability);
   device.connectType = details.removability.connectType;
   device.attribute = details.removability.attribute;
-  device.verdictHub = details.removability.hub;
+  device.removabilityHub = details.removability.hub;
   device.firstFunction = details.firstChildId;
   return device;
 }
 
-// Of a tree that says no more.
-UsbDeviceInfo SurveyedOf(const devices::UsbDevice& known) {
+// For a provider without details.
+UsbDeviceInfo ToUsbDeviceInfo(const devices::UsbDevice& source) {
   UsbDeviceInfo device;
-  device.place = known.id;
-  device.id = known.id;
-  device.isRemovable = known.isRemovable;
-  device.verdictFrom = "host";
-  device.verdict =
-      known.isRemovable ? "can be removed: the host program says so" : "built in: the host program says so";
-  device.firstFunction = known.firstChildId;
+  device.place = source.id;
+  device.id = source.id;
+  device.isRemovable = source.isRemovable;
+  device.removabilitySource = "host";
+  device.removabilityText = source.isRemovable ? "removable: according to the host program"
+                                               : "built in: according to the host program";
+  device.firstFunction = source.firstChildId;
   return device;
 }
 
-std::vector<UsbDeviceInfo> SurveyUsbDevices(devices::DeviceProvider& tree) {
-  std::vector<devices::UsbDetails> described = tree.DescribeUsbDevices();
-  std::vector<devices::UsbDevice> known;
-  if (described.empty()) {
-    known = tree.UsbDevices();
+std::vector<UsbDeviceInfo> ListUsbDevices(devices::DeviceProvider& provider) {
+  std::vector<devices::UsbDetails> details = provider.DescribeUsbDevices();
+  std::vector<devices::UsbDevice> basic;
+  if (details.empty()) {
+    basic = provider.UsbDevices();
   }
-  if (!known.empty()) {
-    // The first device may have come just now: a tree that says more of its devices does so by now.
-    described = tree.DescribeUsbDevices();
+  if (!basic.empty()) {
+    // The first device may have been added between the two calls: ask a provider with details again.
+    details = provider.DescribeUsbDevices();
   }
   std::vector<UsbDeviceInfo> devices;
-  if (described.empty()) {
-    std::transform(known.begin(), known.end(), std::back_inserter(devices),
-                   [](const devices::UsbDevice& device) { return SurveyedOf(device); });
+  if (details.empty()) {
+    std::transform(basic.begin(), basic.end(), std::back_inserter(devices),
+                   [](const devices::UsbDevice& device) { return ToUsbDeviceInfo(device); });
   } else {
-    std::transform(described.begin(), described.end(), std::back_inserter(devices),
-                   [](const devices::UsbDetails& details) { return SurveyedOf(details); });
+    std::transform(details.begin(), details.end(), std::back_inserter(devices),
+                   [](const devices::UsbDetails& device) { return ToUsbDeviceInfo(device); });
   }
   return devices;
 }
 
-// By its first function, where nothing more is known.
+// The place of the capture device's USB device, found by its first function.
 std::string UsbPlaceOf(const devices::CaptureDevice& device, const std::vector<UsbDeviceInfo>& usbDevices) {
   const auto owner = std::find_if(usbDevices.begin(), usbDevices.end(), [&](const UsbDeviceInfo& usbDevice) {
     return !usbDevice.firstFunction.empty() &&
@@ -79,20 +80,20 @@ const char* OpenAdvice(int error) {
     case EACCES:
       return "add your user to the group video and log in again";
     case EPERM:
-      // Not the file's permissions: what the control group of a container or a service may use.
-      return "in a container or a service, hand the device in";
+      // Not the file's permissions, but the device rules of a container's or a service's control group.
+      return "in a container or a service, allow access to the device";
     case ENOENT:
     case ENODEV:
     case ENXIO:
-      return "in a container, hand the device in; else see with 'sudo dmesg' whether it has just gone";
+      return "in a container, pass the device into it; else check with 'sudo dmesg' whether it was removed";
     case EBUSY:
       return "close the program that uses it";
     default:
-      return "see with 'sudo dmesg' what the kernel says of it";
+      return "look for the kernel's messages with 'sudo dmesg'";
   }
 }
 
-VideoNodeInfo SurveyedOf(const devices::VideoNodeDetails& details) {
+VideoNodeInfo ToVideoNodeInfo(const devices::VideoNodeDetails& details) {
   VideoNodeInfo node;
   node.node = details.node;
   node.name = details.name;
@@ -106,36 +107,36 @@ VideoNodeInfo SurveyedOf(const devices::VideoNodeDetails& details) {
   return node;
 }
 
-std::vector<VideoNodeInfo> SurveyNodes(devices::DeviceProvider& tree) {
+std::vector<VideoNodeInfo> ListVideoNodes(devices::DeviceProvider& provider) {
   std::vector<VideoNodeInfo> nodes;
   std::vector<std::string> files;
-  for (const devices::VideoNodeDetails& details : tree.DescribeVideoNodes()) {
-    nodes.push_back(SurveyedOf(details));
+  for (const devices::VideoNodeDetails& details : provider.DescribeVideoNodes()) {
+    nodes.push_back(ToVideoNodeInfo(details));
     files.push_back(details.node);
   }
-  std::map<std::string, std::vector<std::string>> users = UsersOf(files);
+  std::map<std::string, std::vector<std::string>> users = FindNodeUsers(files);
   for (VideoNodeInfo& node : nodes) {
     node.openIn = users[node.node];
   }
   return nodes;
 }
 
-// Takes what is known of the capture device's node off the nodes.
-VideoNodeInfo TakeNodeOf(const devices::CaptureDevice& device, DeviceInventory& pc) {
+// Moves the capture device's node from the other nodes, if it is among them.
+VideoNodeInfo ExtractNode(const devices::CaptureDevice& device, DeviceInventory& inventory) {
   VideoNodeInfo node;
-  const auto known = std::find_if(pc.otherNodes.begin(), pc.otherNodes.end(),
+  const auto known = std::find_if(inventory.otherNodes.begin(), inventory.otherNodes.end(),
                                   [&](const VideoNodeInfo& other) { return other.node == device.node; });
-  if (known != pc.otherNodes.end()) {
+  if (known != inventory.otherNodes.end()) {
     node = std::move(*known);
-    pc.otherNodes.erase(known);
+    inventory.otherNodes.erase(known);
     if (!node.reason.empty()) {
-      // It was no capture device a moment ago, so that what was wrong with it is over.
+      // The node has become a capture device since it was examined; its error is out of date.
       node.openError.clear();
       node.openAdvice.clear();
     }
   } else {
     node.node = device.node;
-    node.usbPlace = UsbPlaceOf(device, pc.usbDevices);
+    node.usbPlace = UsbPlaceOf(device, inventory.usbDevices);
     node.isUsb = device.displayName.find("usb#vid_") != std::string::npos;
   }
   node.name = device.name;
@@ -145,15 +146,17 @@ VideoNodeInfo TakeNodeOf(const devices::CaptureDevice& device, DeviceInventory& 
 
 }  // namespace
 
-DeviceInventory TakeInventory() {
-  const std::shared_ptr<devices::DeviceProvider> tree = devices::CurrentDeviceProvider();
-  DeviceInventory pc;
-  pc.usbDevices = SurveyUsbDevices(*tree);
-  pc.otherNodes = SurveyNodes(*tree);
-  for (const devices::CaptureDevice& device : tree->CaptureDevices()) {
-    pc.captureDevices.push_back(TakeNodeOf(device, pc));
+DeviceInventory GetDeviceInventory() {
+  const std::shared_ptr<devices::DeviceProvider> provider = devices::CurrentDeviceProvider();
+  DeviceInventory inventory;
+  inventory.usbDevices = ListUsbDevices(*provider);
+  inventory.otherNodes = ListVideoNodes(*provider);
+  for (const devices::CaptureDevice& device : provider->CaptureDevices()) {
+    inventory.captureDevices.push_back(ExtractNode(device, inventory));
   }
-  // Capture devices that have gone between the two looks.
-  std::erase_if(pc.otherNodes, [](const VideoNodeInfo& node) { return node.reason.empty(); });
-  return pc;
+  // Capture devices that were removed between the two calls.
+  std::erase_if(inventory.otherNodes, [](const VideoNodeInfo& node) { return node.reason.empty(); });
+  return inventory;
 }
+
+}  // namespace nuveqcam

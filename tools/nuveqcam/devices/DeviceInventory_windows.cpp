@@ -5,43 +5,46 @@
 #include "camera/CapturePlatform.h"
 #include "devices/UsbDevices.h"
 
+namespace nuveqcam {
 namespace {
 
-UsbDeviceInfo SurveyedOf(const DescribedUsbDevice& described, const std::string& place) {
-  const UsbDevice& known = described.device;
+UsbDeviceInfo ToUsbDeviceInfo(const UsbDeviceDetails& details, const std::string& place) {
+  const UsbDevice& source = details.device;
   UsbDeviceInfo device;
   device.place = place;
-  device.name = described.name;
-  device.model = ModelIn(described.id);
-  device.id = described.id;
-  device.isRemovable = known.isRemovable;
-  device.verdictFrom = known.isStatusKnown ? "windows" : "missing";
-  device.verdict = VerdictText(known.isStatusKnown, known.isRemovable);
-  device.firstFunction = known.firstChildId;
+  device.name = details.name;
+  device.model = ModelIn(details.id);
+  device.id = details.id;
+  device.isRemovable = source.isRemovable;
+  device.removabilitySource = source.isStatusKnown ? "windows" : "missing";
+  device.removabilityText = RemovabilityText(source.isStatusKnown, source.isRemovable);
+  device.firstFunction = source.firstChildId;
   return device;
 }
 
 }  // namespace
 
-DeviceInventory TakeInventory() {
-  const std::vector<DescribedUsbDevice> usbDevices = DescribedUsbDevices();
+DeviceInventory GetDeviceInventory() {
+  const std::vector<UsbDeviceDetails> usbDevices = DescribeUsbDevices();
   const std::vector<std::string> places = PlacesOf(usbDevices);
-  DeviceInventory pc;
-  std::transform(usbDevices.begin(), usbDevices.end(), places.begin(), std::back_inserter(pc.usbDevices),
-                 SurveyedOf);
-  for (const CaptureDeviceInfo& seen : ListCaptureDevices()) {
+  DeviceInventory inventory;
+  std::transform(usbDevices.begin(), usbDevices.end(), places.begin(),
+                 std::back_inserter(inventory.usbDevices), ToUsbDeviceInfo);
+  for (const CaptureDeviceInfo& captureDevice : ListCaptureDevices()) {
     VideoNodeInfo device;
-    device.node = seen.where;
-    device.name = seen.name;
-    device.reason = seen.exclusionReason;
-    device.isUsb = IsUsb(seen.where);
+    device.node = captureDevice.node;
+    device.name = captureDevice.name;
+    device.reason = captureDevice.exclusionReason;
+    device.isUsb = IsUsb(captureDevice.node);
     const auto owner = std::find_if(
         usbDevices.begin(), usbDevices.end(),
-        [&](const DescribedUsbDevice& described) { return IsFirstFunction(described.device, seen.where); });
+        [&](const UsbDeviceDetails& details) { return IsFirstFunction(details.device, captureDevice.node); });
     if (owner != usbDevices.end()) {
       device.usbPlace = places[static_cast<std::size_t>(owner - usbDevices.begin())];
     }
-    pc.captureDevices.push_back(std::move(device));
+    inventory.captureDevices.push_back(std::move(device));
   }
-  return pc;
+  return inventory;
 }
+
+}  // namespace nuveqcam

@@ -1,10 +1,14 @@
-// Who has a video node open.
+// Linux: processes that have a video node open.
 #pragma once
 
 #include <map>
 #include <string>
 #include <vector>
 
-// By file, "firefox (1234)" for every other process that has it open, as far as this user may see that. The
-// files themselves are not touched. Files that nobody has open are left out.
-std::map<std::string, std::vector<std::string>> UsersOf(const std::vector<std::string>& files);
+namespace nuveqcam {
+
+// For each file, the other processes that have it open, as "firefox (1234)". Processes that the user may not
+// inspect are not found. Files that no process has open are omitted. Does not open the files.
+std::map<std::string, std::vector<std::string>> FindNodeUsers(const std::vector<std::string>& files);
+
+}  // namespace nuveqcam

@@ -9,11 +9,12 @@
 
 #include <unistd.h>
 
+namespace nuveqcam {
 namespace {
 
 namespace fs = std::filesystem;
 
-// What is in a folder that may be forbidden or go meanwhile.
+// The entries of a folder that may be inaccessible or disappear.
 std::vector<fs::path> EntriesOf(const fs::path& folder) {
   std::vector<fs::path> entries;
   std::error_code error;
@@ -23,7 +24,7 @@ std::vector<fs::path> EntriesOf(const fs::path& folder) {
   return entries;
 }
 
-// Where the links of a process's descriptors lead.
+// The targets of the process's descriptors.
 std::set<std::string> OpenFilesOf(const fs::path& process) {
   std::set<std::string> files;
   for (const fs::path& descriptor : EntriesOf(process / "fd")) {
@@ -34,7 +35,7 @@ std::set<std::string> OpenFilesOf(const fs::path& process) {
 }
 
 // "firefox (1234)"
-std::string NameOf(const fs::path& process) {
+std::string ProcessName(const fs::path& process) {
   std::string name;
   std::ifstream stream(process / "comm");
   std::getline(stream, name);
@@ -47,16 +48,16 @@ bool IsNumber(const std::string& text) {
 
 }  // namespace
 
-std::map<std::string, std::vector<std::string>> UsersOf(const std::vector<std::string>& files) {
-  std::vector<std::pair<std::string, std::string>> realNames;  // and the names by which they were asked for
+std::map<std::string, std::vector<std::string>> FindNodeUsers(const std::vector<std::string>& files) {
+  std::vector<std::pair<std::string, std::string>> realPaths;  // with the given names
   for (const std::string& file : files) {
     std::error_code error;
     if (const fs::path real = fs::canonical(file, error); !error) {
-      realNames.emplace_back(real.string(), file);
+      realPaths.emplace_back(real.string(), file);
     }
   }
   std::map<std::string, std::vector<std::string>> users;
-  if (realNames.empty()) {
+  if (realPaths.empty()) {
     return users;
   }
   const std::string self = std::to_string(getpid());
@@ -66,11 +67,13 @@ std::map<std::string, std::vector<std::string>> UsersOf(const std::vector<std::s
       continue;
     }
     const std::set<std::string> open = OpenFilesOf(process);
-    for (const auto& [real, file] : realNames) {
+    for (const auto& [real, file] : realPaths) {
       if (open.contains(real)) {
-        users[file].push_back(NameOf(process));
+        users[file].push_back(ProcessName(process));
       }
     }
   }
   return users;
 }
+
+}  // namespace nuveqcam

@@ -1,4 +1,4 @@
-// The PC's USB devices.
+// Windows: the PC's USB devices.
 #pragma once
 
 #include <string>
@@ -6,21 +6,24 @@
 
 #include "devices/BuiltInCamera.h"
 
-// With what people want to know.
-struct DescribedUsbDevice {
+namespace nuveqcam {
+
+struct UsbDeviceDetails {
   UsbDevice device;
   std::string id;        // "USB\\VID_04F2&PID_B6BE\\0001"
-  std::string name;      // UTF-8; empty: it has none
-  std::string location;  // "Port_#0005.Hub_#0001", UTF-8; empty: not known; several may have the same
+  std::string name;      // UTF-8; may be empty
+  std::string location;  // "Port_#0002.Hub_#0001", UTF-8; not unique; empty: not known
 };
 
-// Those that are present, in the order in which the camera library sees them.
-std::vector<DescribedUsbDevice> DescribedUsbDevices();
-std::vector<UsbDevice> PresentUsbDevices();
+// The devices that are present, in the order in which the camera library goes through them.
+std::vector<UsbDeviceDetails> DescribeUsbDevices();
+std::vector<UsbDevice> ListUsbDevices();
 
-// What tells each of the devices from the others, for people: its location where no other one has the same,
-// else its id.
-std::vector<std::string> PlacesOf(const std::vector<DescribedUsbDevice>& devices);
+// A human-readable, unique place for each of the devices: its location, or its id if the location is not
+// unique.
+std::vector<std::string> PlacesOf(const std::vector<UsbDeviceDetails>& devices);
 
-// "04f2:b6be" of an instance id; empty where it names no vendor and product.
+// The vendor and product in an instance id, "04f2:b6be"; empty if it has none.
 std::string ModelIn(const std::string& id);
+
+}  // namespace nuveqcam

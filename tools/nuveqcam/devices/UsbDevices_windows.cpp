@@ -9,11 +9,12 @@
 #include "SetupApi.h"
 #include "cli/Text.h"
 
+namespace nuveqcam {
 namespace {
 
 constexpr std::size_t kDetailSize = 1024;
 
-struct DestroyList {
+struct DeviceInfoListDeleter {
   using pointer = HDEVINFO;
   void operator()(HDEVINFO list) const {
     if (list != INVALID_HANDLE_VALUE) {
@@ -22,7 +23,7 @@ struct DestroyList {
   }
 };
 
-void ReadStatus(DEVINST device, DescribedUsbDevice& described) {
+void ReadStatus(DEVINST device, UsbDeviceDetails& described) {
   ULONG status = DN_REMOVABLE;
   ULONG problem = 0;
   described.device.isStatusKnown = CM_Get_DevNode_Status(&status, &problem, device, 0) == CR_SUCCESS;
@@ -39,22 +40,22 @@ std::string FirstChildId(DEVINST device) {
   return CM_Get_Child(&child, device, 0) == CR_SUCCESS && child != 0 ? IdOf(child) : std::string();
 }
 
-// A text of the device's registry key; empty where there is none.
+// A string property of the device; empty if it has none.
 std::string Property(HDEVINFO list, SP_DEVINFO_DATA& device, DWORD property) {
   std::array<wchar_t, kDetailSize> text{};
   DWORD type = 0;
-  // One character less, so that there is an end.
+  // Leaves room for a terminating null character.
   constexpr DWORD kBytes = (kDetailSize - 1) * sizeof(wchar_t);
   if (SetupDiGetDeviceRegistryPropertyW(list, &device, property, &type, reinterpret_cast<BYTE*>(text.data()),
                                         kBytes, nullptr) == FALSE ||
       type != REG_SZ) {
     return {};
   }
-  return Utf8(text.data());
+  return ToUtf8(text.data());
 }
 
-DescribedUsbDevice Describe(HDEVINFO list, SP_DEVINFO_DATA& device) {
-  DescribedUsbDevice described;
+UsbDeviceDetails Describe(HDEVINFO list, SP_DEVINFO_DATA& device) {
+  UsbDeviceDetails described;
   ReadStatus(device.DevInst, described);
   described.device.firstChildId = FirstChildId(device.DevInst);
   described.id = IdOf(device.DevInst);
@@ -66,10 +67,10 @@ DescribedUsbDevice Describe(HDEVINFO list, SP_DEVINFO_DATA& device) {
   return described;
 }
 
-// Four hexadecimal digits after the mark.
-std::string DigitsAfter(const std::string& id, const char* mark) {
+// The four hexadecimal digits after a prefix, in lower case.
+std::string DigitsAfter(const std::string& id, const char* prefix) {
   constexpr std::size_t kDigits = 4;
-  const std::size_t begin = id.find(mark);
+  const std::size_t begin = id.find(prefix);
   std::string digits = begin == std::string::npos ? "" : id.substr(begin + kDigits, kDigits);
   for (char& c : digits) {
     c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
@@ -79,21 +80,21 @@ std::string DigitsAfter(const std::string& id, const char* mark) {
   return digits.size() == kDigits && isNumber ? digits : "";
 }
 
-// The device with the interface of that number.
+// Finds the device for the interface with the index.
 bool FindDevice(HDEVINFO list, DWORD index, SP_DEVICE_INTERFACE_DATA& data, SP_DEVINFO_DATA& device) {
   alignas(SP_DEVICE_INTERFACE_DETAIL_DATA_W) std::array<unsigned char, kDetailSize> buffer{};
   auto* const detail = reinterpret_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_W*>(buffer.data());
   detail->cbSize = sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_W);
-  // The camera library goes by the number, too.
+  // Enumerates the device by the interface's index, as the camera library does.
   return SetupDiGetDeviceInterfaceDetailW(list, &data, detail, kDetailSize, nullptr, &device) != FALSE &&
          SetupDiEnumDeviceInfo(list, index, &device) != FALSE;
 }
 
 }  // namespace
 
-std::vector<DescribedUsbDevice> DescribedUsbDevices() {
-  std::vector<DescribedUsbDevice> devices;
-  const std::unique_ptr<std::remove_pointer_t<HDEVINFO>, DestroyList> list(
+std::vector<UsbDeviceDetails> DescribeUsbDevices() {
+  std::vector<UsbDeviceDetails> devices;
+  const std::unique_ptr<std::remove_pointer_t<HDEVINFO>, DeviceInfoListDeleter> list(
       SetupDiGetClassDevsW(&GUID_DEVINTERFACE_USB_DEVICE, nullptr, nullptr,
                            DIGCF_PRESENT | DIGCF_PROFILE | DIGCF_DEVICEINTERFACE));
   SP_DEVICE_INTERFACE_DATA data{};
@@ -110,18 +111,18 @@ std::vector<DescribedUsbDevice> DescribedUsbDevices() {
   return devices;
 }
 
-std::vector<UsbDevice> PresentUsbDevices() {
+std::vector<UsbDevice> ListUsbDevices() {
   std::vector<UsbDevice> devices;
-  for (DescribedUsbDevice& described : DescribedUsbDevices()) {
+  for (UsbDeviceDetails& described : DescribeUsbDevices()) {
     devices.push_back(std::move(described.device));
   }
   return devices;
 }
 
-std::vector<std::string> PlacesOf(const std::vector<DescribedUsbDevice>& devices) {
+std::vector<std::string> PlacesOf(const std::vector<UsbDeviceDetails>& devices) {
   std::vector<std::string> places;
-  for (const DescribedUsbDevice& device : devices) {
-    const auto sharing = std::count_if(devices.begin(), devices.end(), [&](const DescribedUsbDevice& other) {
+  for (const UsbDeviceDetails& device : devices) {
+    const auto sharing = std::count_if(devices.begin(), devices.end(), [&](const UsbDeviceDetails& other) {
       return other.location == device.location;
     });
     places.push_back(device.location.empty() || sharing > 1 ? device.id : device.location);
@@ -134,3 +135,5 @@ std::string ModelIn(const std::string& id) {
   const std::string product = DigitsAfter(id, "PID_");
   return vendor.empty() || product.empty() ? std::string() : vendor + ":" + product;
 }
+
+}  // namespace nuveqcam

@@ -3,17 +3,18 @@
 #include <algorithm>
 #include <array>
 
+namespace nuveqcam {
 namespace {
 
 constexpr std::array<std::uint8_t, 3> kStartCode{0, 0, 1};
 constexpr unsigned kIdrSlice = 5;
-constexpr unsigned kSequenceParameters = 7;
-constexpr unsigned kPictureParameters = 8;
+constexpr unsigned kSps = 7;
+constexpr unsigned kPps = 8;
 
-// Calls visit(type, unit) for each unit, the unit from its first byte to the next start code. The zero that
-// makes a start code of four bytes counts to the unit before it, where trailing zeros are allowed.
+// Calls visit(type, unit) for each NAL unit, without start codes. The leading zero of a four-byte start code
+// is passed as a trailing zero of the previous unit.
 template <typename Visit>
-void VisitUnits(ByteView bytes, const Visit& visit) {
+void VisitNalUnits(ByteView bytes, const Visit& visit) {
   auto code = std::search(bytes.begin(), bytes.end(), kStartCode.begin(), kStartCode.end());
   while (code != bytes.end()) {
     const auto begin = code + kStartCode.size();
@@ -28,14 +29,14 @@ void VisitUnits(ByteView bytes, const Visit& visit) {
 
 bool IsKeyFrame(ByteView accessUnit) {
   bool hasIdr = false;
-  VisitUnits(accessUnit, [&](unsigned type, ByteView) { hasIdr = hasIdr || type == kIdrSlice; });
+  VisitNalUnits(accessUnit, [&](unsigned type, ByteView) { hasIdr = hasIdr || type == kIdrSlice; });
   return hasIdr;
 }
 
 std::vector<std::uint8_t> ParameterSets(ByteView accessUnit) {
   std::vector<std::uint8_t> sets;
-  VisitUnits(accessUnit, [&](unsigned type, ByteView unit) {
-    if (type == kSequenceParameters || type == kPictureParameters) {
+  VisitNalUnits(accessUnit, [&](unsigned type, ByteView unit) {
+    if (type == kSps || type == kPps) {
       while (!unit.empty() && unit.back() == 0) {
         unit = unit.first(unit.size() - 1);
       }
@@ -46,3 +47,5 @@ std::vector<std::uint8_t> ParameterSets(ByteView accessUnit) {
   });
   return sets;
 }
+
+}  // namespace nuveqcam

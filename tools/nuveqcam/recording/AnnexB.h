@@ -1,14 +1,18 @@
-// What the tool needs to know about an H.264 access unit in Annex B form (start codes between its units).
+// Queries on H.264 access units in Annex B format.
 #pragma once
 
 #include <cstdint>
 #include <span>
 #include <vector>
 
+namespace nuveqcam {
+
 using ByteView = std::span<const std::uint8_t>;
 
-// True when decoding can begin with it: it has an IDR slice.
+// True if the access unit has an IDR slice.
 bool IsKeyFrame(ByteView accessUnit);
 
-// Its sequence and picture parameter sets, with start codes; empty without them.
+// The access unit's SPS and PPS with start codes; empty if it has none.
 std::vector<std::uint8_t> ParameterSets(ByteView accessUnit);
+
+}  // namespace nuveqcam

@@ -2,24 +2,25 @@
 
 #include <algorithm>
 
+namespace nuveqcam {
 namespace {
 
-// Together they make the times settle without swinging: about a third of a second for 30 frames per second.
+// Without overshoot; the times settle within about a third of a second at 30 frames per second.
 constexpr double kTimeGain = 1.0 / 8;
 constexpr double kIntervalGain = 1.0 / 128;
 
-// A camera that was silent for longer has paused; the recording shows the pause as it was.
-constexpr FrameClock::Seconds kPause{0.5};
+// A longer gap is a pause of the camera, which the recording keeps.
+constexpr FrameClock::Seconds kMinPause{0.5};
 
-// By then it has shown whether a camera is much faster than asked.
-constexpr std::uint64_t kFirstArrivals = 12;
+// How many arrivals are used to detect a camera that is much faster than requested.
+constexpr std::uint64_t kInitialArrivals = 12;
 
-// Frames that had queued up while the camera started say nothing about its rate; no interval below is
-// believed of them.
-constexpr FrameClock::Seconds kShortestBelieved{0.02};
+// The minimum of an interval that is measured from the first arrivals, which may be a burst of frames that
+// were queued while the camera started.
+constexpr FrameClock::Seconds kMinMeasuredInterval{0.02};
 
-// The interval of the highest rate that can be asked for.
-constexpr FrameClock::Seconds kShortest{0.001};
+// The interval of the highest rate that can be requested.
+constexpr FrameClock::Seconds kMinInterval{0.001};
 
 }  // namespace
 
@@ -31,22 +32,24 @@ FrameClock::Seconds FrameClock::TimeOf(Clock::time_point arrival) {
     return m_latest;
   }
   const Seconds elapsed = arrival - m_first;
-  NoteFasterCamera(elapsed);
+  DetectFasterCamera(elapsed);
   const Seconds late = elapsed - (m_latest + m_interval);
-  if (late > kPause) {
+  if (late > kMinPause) {
     m_latest += m_interval + late;
     return m_latest;
   }
-  m_latest += std::max(m_interval + late * kTimeGain, kShortest);
-  m_interval = std::max(m_interval + late * kIntervalGain, kShortest);
+  m_latest += std::max(m_interval + late * kTimeGain, kMinInterval);
+  m_interval = std::max(m_interval + late * kIntervalGain, kMinInterval);
   return m_latest;
 }
 
-void FrameClock::NoteFasterCamera(Seconds elapsed) {
+void FrameClock::DetectFasterCamera(Seconds elapsed) {
   const auto intervals = m_count - 1;
-  const Seconds measured = std::max(elapsed / static_cast<double>(intervals), kShortestBelieved);
-  // Less than twice as fast is the filter's.
-  if (intervals <= kFirstArrivals && measured < m_interval / 2) {
+  const Seconds measured = std::max(elapsed / static_cast<double>(intervals), kMinMeasuredInterval);
+  // The filter handles smaller differences.
+  if (intervals <= kInitialArrivals && measured < m_interval / 2) {
     m_interval = measured;
   }
 }
+
+}  // namespace nuveqcam

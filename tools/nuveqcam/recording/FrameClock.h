@@ -1,36 +1,38 @@
-// When each picture of a recording is shown.
+// Computes the presentation times of a recording.
 //
-// Packets carry no time stamps, so the times are made from the packets' arrivals: a camera that slows down in
-// the dark or leaves frames out then plays at the speed at which it was recorded, which counting frames at
-// the nominal rate would not give. But arrivals also tremble with the machine's load, and frames that had
-// queued up arrive at once, and neither should be seen in the recording. So the times follow the arrivals
-// smoothly: each picture is expected an interval after the one before, and what it is early or late moves
-// time and interval a little (an alpha-beta filter).
+// Packets carry no time stamps, so times are derived from packet arrivals. Counting frames at the nominal
+// rate would play a camera that slows down in the dark, or drops frames, at the wrong speed. Raw arrival
+// times contain scheduling jitter and bursts of queued frames. An alpha-beta filter smooths them: each
+// picture is predicted one interval after the previous one, and the prediction error corrects time and
+// interval by a small fraction.
 //
-// That suits what is nearly right. A camera that delivers several times the frames that were asked for would
-// have the times run seconds ahead before the filter has taken it in, so the first few arrivals say whether
-// it does.
+// The filter adapts too slowly to a camera that is several times faster than requested; times would run
+// seconds ahead. The first arrivals are therefore also used to estimate the initial interval.
 #pragma once
 
 #include <cstdint>
 
 #include "recording/PacketQueue.h"
 
+namespace nuveqcam {
+
 class FrameClock {
  public:
   using Seconds = std::chrono::duration<double>;
 
-  // Starts with the interval of that many frames per second.
+  // Starts with the interval of a frame rate.
   explicit FrameClock(std::uint32_t fps);
 
-  // The time of the next picture, counted from the first; at least a millisecond after the one before.
+  // The time of the next picture, relative to the first one. Times increase by at least 1 ms.
   Seconds TimeOf(Clock::time_point arrival);
 
  private:
-  void NoteFasterCamera(Seconds elapsed);
+  void DetectFasterCamera(Seconds elapsed);
 
   std::uint64_t m_count = 0;
   Clock::time_point m_first;
   Seconds m_latest{0};
   Seconds m_interval;
 };
+
+}  // namespace nuveqcam

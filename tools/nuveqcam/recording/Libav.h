@@ -1,15 +1,21 @@
-// Owners of libav's objects.
+// Ownership of libav objects, and error handling.
 #pragma once
 
+#include <array>
 #include <memory>
 #include <string>
 
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
+#include <libavutil/error.h>
 #include <libavutil/frame.h>
 #include <libswscale/swscale.h>
 }
+
+#include "cli/Failure.h"
+
+namespace nuveqcam {
 
 struct FreeLibav {
   void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
@@ -18,7 +24,7 @@ struct FreeLibav {
   void operator()(AVFrame* frame) const { av_frame_free(&frame); }
   void operator()(AVPacket* packet) const { av_packet_free(&packet); }
   void operator()(SwsContext* scaler) const { sws_freeContext(scaler); }
-  // The buffer is the context's to replace, so it is freed through it.
+  // The context may have replaced its buffer.
   void operator()(AVIOContext* io) const {
     av_freep(&io->buffer);
     avio_context_free(&io);
@@ -26,19 +32,26 @@ struct FreeLibav {
 };
 
 template <typename T>
-using Libav = std::unique_ptr<T, FreeLibav>;
+using LibavPtr = std::unique_ptr<T, FreeLibav>;
 
-// Throws std::bad_alloc for null, which is how libav says that there is no memory.
+// Throws std::bad_alloc for null, libav's out-of-memory result.
 template <typename T>
-Libav<T> OwnLibav(T* object) {
+LibavPtr<T> MakeLibavPtr(T* object) {
   if (object == nullptr) {
     throw std::bad_alloc();
   }
-  return Libav<T>(object);
+  return LibavPtr<T>(object);
 }
 
-// What an error code of libav's means, for people.
-std::string LibavText(int error);
+// Throws Failure (kUnexpected) if the result is an error: "cannot <action>: <libav's message>; ...".
+inline void RequireLibav(int result, const char* action) {
+  if (result >= 0) {
+    return;
+  }
+  std::array<char, AV_ERROR_MAX_STRING_SIZE> text{};
+  av_strerror(result, text.data(), text.size());
+  throw Failure(ExitCode::kUnexpected, std::string("cannot ") + action + ": " + text.data() +
+                                           "; record to an .h264 file instead, or report this");
+}
 
-// Throws Failure (kUnexpected): "cannot <what>: ..." when the result is an error.
-void RequireLibav(int result, const char* what);
+}  // namespace nuveqcam

@@ -1,4 +1,4 @@
-// An MP4 file with one H.264 track.
+// Writes an MP4 file with one H.264 track.
 #pragma once
 
 #include <cstdint>
@@ -8,9 +8,11 @@
 #include "recording/Libav.h"
 #include "recording/PacketWriter.h"
 
+namespace nuveqcam {
+
 class Mp4Writer : public PacketWriter {
  public:
-  // Throws Failure (kCannotWrite) when the output cannot be rewound: an MP4 file's index is completed last.
+  // Throws Failure (kCannotWrite) if the output is not seekable: the index is written last.
   Mp4Writer(OutputFile& file, std::uint32_t fps);
 
   void Write(const Packet& packet, FrameClock::Seconds time) override;
@@ -18,15 +20,17 @@ class Mp4Writer : public PacketWriter {
 
  private:
   void Begin(const Packet& first);
-  void Check(int result, const char* what);
+  void Check(int result, const char* action);
   static int WriteBytes(void* self, std::uint8_t* bytes, int size);
   static std::int64_t Seek(void* self, std::int64_t offset, int whence);
 
   OutputFile& m_file;
   std::int64_t m_frameTime;
-  Libav<AVIOContext> m_io;
-  Libav<AVFormatContext> m_container;
-  Libav<AVPacket> m_packet;
-  AVStream* m_track = nullptr;  // the container's
+  LibavPtr<AVIOContext> m_io;
+  LibavPtr<AVFormatContext> m_container;
+  LibavPtr<AVPacket> m_packet;
+  AVStream* m_track = nullptr;  // owned by the container
   std::exception_ptr m_writeFailure;
 };
+
+}  // namespace nuveqcam

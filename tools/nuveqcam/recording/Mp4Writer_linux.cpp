@@ -9,17 +9,19 @@
 #include "cli/Failure.h"
 #include "recording/AnnexB.h"
 
+namespace nuveqcam {
 namespace {
 
 constexpr int kTicksPerSecond = 90000;
 constexpr int kBufferSize = 64 * 1024;
 
-// The size is what the stream says, not what was asked for: the encoder leaves out an odd line.
-void ReadSize(const Packet& packet, AVCodecParameters& parameters) {
-  const auto parser = OwnLibav(av_parser_init(AV_CODEC_ID_H264));
-  const auto context = OwnLibav(avcodec_alloc_context3(nullptr));
+// Reads the size from the stream. It can differ from the requested one: the encoder uses the even size below
+// an odd size.
+void ReadStreamSize(const Packet& packet, AVCodecParameters& parameters) {
+  const auto parser = MakeLibavPtr(av_parser_init(AV_CODEC_ID_H264));
+  const auto context = MakeLibavPtr(avcodec_alloc_context3(nullptr));
   parser->flags |= PARSER_FLAG_COMPLETE_FRAMES;
-  // libav reads a little past the end.
+  // libav reads past the end of its input.
   std::vector<std::uint8_t> bytes = packet.bytes;
   bytes.resize(bytes.size() + AV_INPUT_BUFFER_PADDING_SIZE);
   std::uint8_t* unit = nullptr;
@@ -49,9 +51,10 @@ void SetExtradata(const std::vector<std::uint8_t>& bytes, AVCodecParameters& par
 Mp4Writer::Mp4Writer(OutputFile& file, std::uint32_t fps)
     : m_file(file), m_frameTime(kTicksPerSecond / std::max<std::uint32_t>(fps, 1)) {
   if (!file.CanSeek()) {
-    throw Failure(ExitCode::kCannotWrite, "cannot write " + file.Name() +
-                                              ": an MP4 file needs a place that can be rewound; choose a "
-                                              "regular file, or .h264, with -o");
+    throw Failure(ExitCode::kCannotWrite,
+                  "cannot write " + file.Name() +
+                      ": an MP4 file must be seekable; choose a regular file, or .h264, "
+                      "with -o");
   }
 }
 
@@ -59,7 +62,7 @@ void Mp4Writer::Write(const Packet& packet, FrameClock::Seconds time) {
   if (m_track == nullptr) {
     Begin(packet);
   }
-  // The packet belongs to the queue's reader: the container writes it out before it returns.
+  // av_write_frame does not keep the data: the packet has no buffer reference and is written at once.
   m_packet->data =
       const_cast<std::uint8_t*>(packet.bytes.data());  // NOLINT(cppcoreguidelines-pro-type-const-cast)
   m_packet->size = static_cast<int>(packet.bytes.size());
@@ -79,15 +82,15 @@ void Mp4Writer::Begin(const Packet& first) {
         ExitCode::kUnexpected,
         "the stream does not begin with a key frame; record to an .h264 file instead, or report this");
   }
-  m_io = OwnLibav(avio_alloc_context(static_cast<unsigned char*>(av_malloc(kBufferSize)), kBufferSize, 1,
-                                     this, nullptr, WriteBytes, Seek));
+  m_io = MakeLibavPtr(avio_alloc_context(static_cast<unsigned char*>(av_malloc(kBufferSize)), kBufferSize, 1,
+                                         this, nullptr, WriteBytes, Seek));
   AVFormatContext* container = nullptr;
   avformat_alloc_output_context2(&container, nullptr, "mp4", nullptr);
-  m_container = OwnLibav(container);
+  m_container = MakeLibavPtr(container);
   m_container->pb = m_io.get();
-  // A full disk is met with the packet that does not fit, not some time later.
+  // Reports a full disk at the packet that does not fit.
   m_container->flush_packets = 1;
-  m_packet = OwnLibav(av_packet_alloc());
+  m_packet = MakeLibavPtr(av_packet_alloc());
   AVStream* const track = avformat_new_stream(m_container.get(), nullptr);
   if (track == nullptr) {
     throw std::bad_alloc();
@@ -96,8 +99,8 @@ void Mp4Writer::Begin(const Packet& first) {
   track->codecpar->codec_type = AVMEDIA_TYPE_VIDEO;
   track->codecpar->codec_id = AV_CODEC_ID_H264;
   track->codecpar->format = AV_PIX_FMT_YUV420P;
-  ReadSize(first, *track->codecpar);
-  // From parameter sets in Annex B form the container knows to convert the packets too.
+  ReadStreamSize(first, *track->codecpar);
+  // Extradata in Annex B format makes the muxer convert the packets, too.
   SetExtradata(sets, *track->codecpar);
   Check(avformat_write_header(m_container.get(), nullptr), "begin the MP4 file");
   m_track = track;
@@ -110,14 +113,14 @@ void Mp4Writer::Finish() {
   m_file.Close();
 }
 
-void Mp4Writer::Check(int result, const char* what) {
+void Mp4Writer::Check(int result, const char* action) {
   if (m_writeFailure != nullptr) {
     std::rethrow_exception(std::exchange(m_writeFailure, nullptr));
   }
-  RequireLibav(result, what);
+  RequireLibav(result, action);
 }
 
-// No exception may pass through libav.
+// Keeps exceptions from propagating through libav.
 int Mp4Writer::WriteBytes(void* self, std::uint8_t* bytes, int size) {
   auto& writer = *static_cast<Mp4Writer*>(self);
   if (writer.m_writeFailure != nullptr) {
@@ -139,3 +142,5 @@ std::int64_t Mp4Writer::Seek(void* self, std::int64_t offset, int whence) {
   const std::int64_t position = static_cast<Mp4Writer*>(self)->m_file.Seek(offset, whence);
   return position < 0 ? AVERROR(EIO) : position;
 }
+
+}  // namespace nuveqcam

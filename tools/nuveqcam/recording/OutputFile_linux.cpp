@@ -14,6 +14,7 @@
 #include "cli/Failure.h"
 #include "cli/Text.h"
 
+namespace nuveqcam {
 namespace {
 
 constexpr mode_t kFileMode = 0666;
@@ -26,13 +27,13 @@ bool IsNamedPipe(const std::string& path) {
   return stat(path.c_str(), &status) == 0 && S_ISFIFO(status.st_mode);
 }
 
-// Waits for a reader. A blocking open would miss a stop signal that arrives just before it. Returns -1, with
-// errno, on failure.
+// Waits for a reader by polling: a blocking open would miss a stop signal that arrives just before it.
+// Returns -1 and sets errno on failure.
 int OpenNamedPipe(const std::string& path, const std::string& name, const StopSignals& signals) {
   while (!signals.HasArrived()) {
     const int descriptor = open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
     if (descriptor >= 0) {
-      // Writing waits for room again.
+      // Writes block.
       fcntl(descriptor, F_SETFL, fcntl(descriptor, F_GETFL) & ~O_NONBLOCK);
       return descriptor;
     }
@@ -46,18 +47,18 @@ int OpenNamedPipe(const std::string& path, const std::string& name, const StopSi
                 "interrupted before a program opened " + name + " for reading; nothing was written");
 }
 
-std::string NextStep(int reason, bool isStandardOutput) {
-  if (reason == EPIPE) {
-    return "the program that reads it has ended";
+std::string NextStepAfter(int errorCode, bool isStandardOutput) {
+  if (errorCode == EPIPE) {
+    return "the program that reads it has exited";
   }
   if (isStandardOutput) {
     return "write to a file with -o";
   }
-  if (reason == ENOSPC || reason == EDQUOT || reason == EFBIG) {
-    return "make room there or choose another place with -o";
+  if (errorCode == ENOSPC || errorCode == EDQUOT || errorCode == EFBIG) {
+    return "free some space there or choose another place with -o";
   }
-  if (reason == ENOENT) {
-    return "make the folder first or choose another file with -o";
+  if (errorCode == ENOENT) {
+    return "create the folder first or choose another file with -o";
   }
   return "choose another file with -o";
 }
@@ -66,7 +67,7 @@ std::string NextStep(int reason, bool isStandardOutput) {
 
 OutputFile::OutputFile(const std::string& path, const StopSignals& signals)
     : m_path(path),
-      m_name(path == "-" ? "the standard output" : SanitizeForTerminal(path)),
+      m_name(path == "-" ? "standard output" : SanitizeForTerminal(path)),
       m_isStandardOutput(path == "-") {
   if (m_isStandardOutput) {
     m_handle = STDOUT_FILENO;
@@ -80,11 +81,11 @@ OutputFile::OutputFile(const std::string& path, const StopSignals& signals)
 
 void OutputFile::Open(const StopSignals& signals) {
   constexpr int kFlags = O_WRONLY | O_CREAT | O_CLOEXEC;
-  // Whether the file is new decides whether it may go again.
+  // Only a new file may be removed later.
   m_handle = open(m_path.c_str(), kFlags | O_EXCL, kFileMode);
   bool isNew = m_handle >= 0;
   if (!isNew && errno == EEXIST) {
-    // A link that leads nowhere exists, and what it leads to does not.
+    // A dangling symbolic link exists, but its target is created here.
     std::error_code error;
     isNew = !std::filesystem::exists(m_path, error) && !error;
     m_handle = IsNamedPipe(m_path) ? OpenNamedPipe(m_path, m_name, signals)
@@ -94,9 +95,9 @@ void OutputFile::Open(const StopSignals& signals) {
     Fail(errno);
   }
   if (isNew) {
-    // A link stays; only what it leads to was made. Without an answer the file stays, too.
+    // The target of a link, not the link. If it cannot be determined, the file is not removed.
     std::error_code error;
-    m_made = std::filesystem::canonical(m_path, error);
+    m_createdPath = std::filesystem::canonical(m_path, error);
   }
 }
 
@@ -104,8 +105,8 @@ OutputFile::~OutputFile() {
   if (m_handle >= 0 && !m_isStandardOutput) {
     close(m_handle);
   }
-  if (!m_made.empty() && !m_isBegun) {
-    unlink(m_made.c_str());
+  if (!m_createdPath.empty() && !m_hasWritten) {
+    unlink(m_createdPath.c_str());
   }
 }
 
@@ -114,7 +115,7 @@ void OutputFile::Write(std::span<const std::uint8_t> bytes) {
   while (!bytes.empty()) {
     const ssize_t written = write(m_handle, bytes.data(), bytes.size());
     if (written < 0 && errno == EAGAIN) {
-      // Whoever made the pipe wanted it so; whatever ends the wait shows at the next write.
+      // The descriptor is non-blocking. The next write reports any error.
       pollfd room{m_handle, POLLOUT, 0};
       poll(&room, 1, -1);
     } else if (written < 0 && errno != EINTR) {
@@ -126,9 +127,9 @@ void OutputFile::Write(std::span<const std::uint8_t> bytes) {
   }
 }
 
-// Standard output that was redirected to a file is the shell's: it may append.
+// Not for standard output: the shell may have opened the file for appending.
 void OutputFile::TruncateOnFirstWrite() {
-  if (!std::exchange(m_isBegun, true) && m_canSeek && ftruncate(m_handle, 0) != 0) {
+  if (!std::exchange(m_hasWritten, true) && m_canSeek && ftruncate(m_handle, 0) != 0) {
     Fail(errno);
   }
 }
@@ -152,8 +153,10 @@ void OutputFile::Close() {
   }
 }
 
-void OutputFile::Fail(int reason) const {
+void OutputFile::Fail(int errorCode) const {
   throw Failure(ExitCode::kCannotWrite, "cannot write " + m_name + ": " +
-                                            std::generic_category().message(reason) + "; " +
-                                            NextStep(reason, m_isStandardOutput));
+                                            std::generic_category().message(errorCode) + "; " +
+                                            NextStepAfter(errorCode, m_isStandardOutput));
 }
+
+}  // namespace nuveqcam

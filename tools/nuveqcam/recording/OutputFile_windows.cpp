@@ -10,40 +10,41 @@
 #include "cli/Text.h"
 #include "cli/WideText.h"
 
+namespace nuveqcam {
 namespace {
 
-constexpr std::size_t kLargestWrite = std::size_t{1} << 20U;
-constexpr DWORD kRetry = 10;  // ms
-// Not in every version of the system's headers.
+constexpr std::size_t kMaxWriteSize = std::size_t{1} << 20U;
+constexpr DWORD kRetryInterval = 10;  // ms
+// ERROR_DISK_QUOTA_EXCEEDED is missing from some SDK versions.
 constexpr int kDiskQuotaExceeded = 1295;
 
-struct CloseHandleAtEnd {
+struct HandleCloser {
   void operator()(HANDLE handle) const { CloseHandle(handle); }
 };
-using OwnHandle = std::unique_ptr<void, CloseHandleAtEnd>;
+using UniqueHandle = std::unique_ptr<void, HandleCloser>;
 
-int LatestError() { return static_cast<int>(GetLastError()); }
+int LastError() { return static_cast<int>(GetLastError()); }
 
-std::string NextStep(int reason, bool isStandardOutput) {
-  switch (reason) {
+std::string NextStepAfter(int errorCode, bool isStandardOutput) {
+  switch (errorCode) {
     case ERROR_BROKEN_PIPE:
     case ERROR_NO_DATA:
     case ERROR_PIPE_NOT_CONNECTED:
-      return "the program that reads it has ended";
+      return "the program that reads it has exited";
     default:
       break;
   }
   if (isStandardOutput) {
     return "write to a file with -o";
   }
-  switch (reason) {
+  switch (errorCode) {
     case ERROR_DISK_FULL:
     case ERROR_HANDLE_DISK_FULL:
     case ERROR_FILE_TOO_LARGE:
     case kDiskQuotaExceeded:
-      return "make room there or choose another place with -o";
+      return "free some space there or choose another place with -o";
     case ERROR_PATH_NOT_FOUND:
-      return "make the folder first or choose another file with -o";
+      return "create the folder first or choose another file with -o";
     case ERROR_SHARING_VIOLATION:
       return "close the program that uses it or choose another file with -o";
     default:
@@ -51,9 +52,9 @@ std::string NextStep(int reason, bool isStandardOutput) {
   }
 }
 
-// The full path of the open file, whatever links led there; empty without an answer.
+// The path of the open file with links resolved; empty on failure.
 std::wstring PathOf(HANDLE file) {
-  std::wstring path(kLongestPath, L'\0');
+  std::wstring path(kMaxPathLength, L'\0');
   const DWORD length = GetFinalPathNameByHandleW(file, path.data(), static_cast<DWORD>(path.size()), 0);
   path.resize(length < path.size() ? length : 0);
   return path;
@@ -63,7 +64,7 @@ std::wstring PathOf(HANDLE file) {
 
 OutputFile::OutputFile(const std::string& path, const StopSignals& signals)
     : m_path(path),
-      m_name(path == "-" ? "the standard output" : SanitizeForTerminal(path)),
+      m_name(path == "-" ? "standard output" : SanitizeForTerminal(path)),
       m_isStandardOutput(path == "-") {
   if (m_isStandardOutput) {
     m_handle = GetStdHandle(STD_OUTPUT_HANDLE);
@@ -78,19 +79,19 @@ OutputFile::OutputFile(const std::string& path, const StopSignals& signals)
   m_canSeek = !m_isStandardOutput && m_isRegular;
 }
 
-// Others may read the file meanwhile, not write it.
+// Other processes may read the file while it is written, but not write it.
 void OutputFile::Open(const StopSignals& /*signals*/) {
-  // Freeing it may change the latest error, so it stays until that has been read.
-  const std::wstring path = Wide(m_path);
+  // A variable, because freeing a temporary could change the last error.
+  const std::wstring path = ToWide(m_path);
   m_handle = CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_ALWAYS,
                          FILE_ATTRIBUTE_NORMAL, nullptr);
-  const int error = LatestError();
+  const int error = LastError();
   if (m_handle == kNoFile) {
     Fail(error);
   }
-  // Whether the file is new decides whether it may go again. Without its path it stays.
+  // Only a new file may be removed later. If its path cannot be determined, it is not removed.
   if (error != ERROR_ALREADY_EXISTS && GetFileType(m_handle) == FILE_TYPE_DISK) {
-    m_made = PathOf(m_handle);
+    m_createdPath = PathOf(m_handle);
   }
 }
 
@@ -98,43 +99,43 @@ OutputFile::~OutputFile() {
   if (m_handle != kNoFile && !m_isStandardOutput) {
     CloseHandle(m_handle);
   }
-  if (!m_made.empty() && !m_isBegun) {
-    DeleteFileW(m_made.c_str());
+  if (!m_createdPath.empty() && !m_hasWritten) {
+    DeleteFileW(m_createdPath.c_str());
   }
 }
 
 void OutputFile::Write(std::span<const std::uint8_t> bytes) {
   TruncateOnFirstWrite();
   while (!bytes.empty()) {
-    const auto size = static_cast<DWORD>(std::min(bytes.size(), kLargestWrite));
+    const auto size = static_cast<DWORD>(std::min(bytes.size(), kMaxWriteSize));
     DWORD written = 0;
     if (WriteFile(m_handle, bytes.data(), size, &written, nullptr) == FALSE) {
-      Fail(LatestError());
+      Fail(LastError());
     }
     if (written == 0) {
-      // Whoever made the pipe wanted it not to wait, and nothing tells when there is room.
-      Sleep(kRetry);
+      // The pipe is in non-blocking mode, and there is no event for free room.
+      Sleep(kRetryInterval);
     }
     bytes = bytes.subspan(written);
   }
 }
 
-// Standard output that was redirected to a file is the shell's: it may append.
+// Not for standard output: the shell may have opened the file for appending.
 void OutputFile::TruncateOnFirstWrite() {
-  if (!std::exchange(m_isBegun, true) && m_canSeek && SetEndOfFile(m_handle) == FALSE) {
-    Fail(LatestError());
+  if (!std::exchange(m_hasWritten, true) && m_canSeek && SetEndOfFile(m_handle) == FALSE) {
+    Fail(LastError());
   }
 }
 
 bool OutputFile::IsSameAs(const std::string& path) const {
   constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-  // No access: only what it is.
-  void* const opened = CreateFileW(Wide(path).c_str(), 0, kShareAll, nullptr, OPEN_EXISTING,
+  // No access rights: only the file's identity is needed.
+  void* const opened = CreateFileW(ToWide(path).c_str(), 0, kShareAll, nullptr, OPEN_EXISTING,
                                    FILE_FLAG_BACKUP_SEMANTICS, nullptr);
   if (opened == kNoFile) {
     return false;
   }
-  const OwnHandle file(opened);
+  const UniqueHandle file(opened);
   BY_HANDLE_FILE_INFORMATION other{};
   BY_HANDLE_FILE_INFORMATION own{};
   return GetFileInformationByHandle(file.get(), &other) != FALSE &&
@@ -157,12 +158,14 @@ std::int64_t OutputFile::Seek(std::int64_t offset, int whence) {
 void OutputFile::Close() {
   void* const handle = std::exchange(m_handle, kNoFile);
   if (handle != kNoFile && !m_isStandardOutput && CloseHandle(handle) == FALSE) {
-    Fail(LatestError());
+    Fail(LastError());
   }
 }
 
-void OutputFile::Fail(int reason) const {
+void OutputFile::Fail(int errorCode) const {
   throw Failure(ExitCode::kCannotWrite, "cannot write " + m_name + ": " +
-                                            SystemMessage(static_cast<DWORD>(reason)) + "; " +
-                                            NextStep(reason, m_isStandardOutput));
+                                            SystemMessage(static_cast<DWORD>(errorCode)) + "; " +
+                                            NextStepAfter(errorCode, m_isStandardOutput));
 }
+
+}  // namespace nuveqcam

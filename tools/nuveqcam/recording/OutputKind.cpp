@@ -1,9 +1,10 @@
 #include "recording/OutputKind.h"
 
+namespace nuveqcam {
 namespace {
 
-// The last dot of the file's name and what follows, in lower case. A name that begins with its only dot has
-// an extension here: ".mp4" says what it is.
+// The last dot of the file's name and the rest, in lower case. A leading dot starts an extension, too: the
+// extension of ".mp4" is ".mp4".
 std::string ExtensionOf(const std::string& name) {
   const std::size_t dot = name.find_last_of("./");
   if (dot == std::string::npos || name[dot] != '.') {
@@ -34,3 +35,5 @@ OutputKind KindOfRecording(const std::string& name) {
 OutputKind KindOfPicture(const std::string& name) {
   return name == "-" || ExtensionOf(name) == ".png" ? OutputKind::kPng : OutputKind::kUnknown;
 }
+
+}  // namespace nuveqcam

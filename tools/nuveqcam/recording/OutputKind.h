@@ -1,11 +1,15 @@
-// What an output is, told by its name.
+// The format of an output, derived from its file name.
 #pragma once
 
 #include <string>
 
+namespace nuveqcam {
+
 enum class OutputKind { kUnknown, kMp4, kRawH264, kPng };
 
-// .mp4; .h264 and .264, which "-" (the standard output) counts as. Upper case or lower.
+// kMp4 for .mp4; kRawH264 for .h264, .264 and "-" (standard output). Case-insensitive.
 OutputKind KindOfRecording(const std::string& name);
-// .png, which "-" counts as.
+// kPng for .png and "-".
 OutputKind KindOfPicture(const std::string& name);
+
+}  // namespace nuveqcam

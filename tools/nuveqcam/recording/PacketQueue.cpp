@@ -2,6 +2,8 @@
 
 #include <utility>
 
+namespace nuveqcam {
+
 PacketQueue::PacketQueue(std::size_t capacity) : m_capacity(capacity) {}
 
 bool PacketQueue::Push(Packet packet) {
@@ -85,14 +87,16 @@ Clock::duration PacketQueue::ReceivedTime() const {
   return m_receivedTime;
 }
 
-Clock::duration PacketQueue::SilentFor(Clock::time_point now) const {
+Clock::duration PacketQueue::IdleTime(Clock::time_point now) const {
   const std::lock_guard lock(m_mutex);
   return IsFullLocked() ? Clock::duration::zero() : now - m_waitingSince;
 }
 
-// The wait for the camera begins anew: until now it waited for the reader.
+// While the queue was full, the camera waited for the reader; idle time starts now.
 void PacketQueue::NoteRoomLocked(bool wasFull) {
   if (wasFull && !IsFullLocked()) {
     m_waitingSince = Clock::now();
   }
 }
+
+}  // namespace nuveqcam

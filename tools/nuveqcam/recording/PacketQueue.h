@@ -1,9 +1,9 @@
-// Packets on their way from the camera library's thread to the tool's.
+// A bounded queue between the camera library's encoder thread and the tool's threads.
 //
-// The data callback holds up the encoder and, five frames later, the camera. Writing in it would make every
-// hiccup of a disk a hole in the recording, so it only copies the packet to here. The queue has a bound;
-// where the output stays too slow for that long, the callback does wait: then the camera skips frames before
-// they are encoded, and what is encoded is complete. No packet is ever dropped on a recording's way.
+// A data callback that blocks stalls the encoder and, after five frames, the camera. The callback therefore
+// only copies the packet into this queue, so that short delays of the output do not cost frames. If the
+// output stays too slow and the queue fills up, the callback does block: the camera then drops frames before
+// they are encoded, and the encoded stream stays complete. The queue never drops a packet.
 #pragma once
 
 #include <chrono>
@@ -14,9 +14,11 @@
 #include <optional>
 #include <vector>
 
+namespace nuveqcam {
+
 using Clock = std::chrono::steady_clock;
 
-// One H.264 access unit in Annex B form.
+// One H.264 access unit in Annex B format.
 struct Packet {
   std::vector<std::uint8_t> bytes;
   Clock::time_point arrival;
@@ -26,33 +28,32 @@ enum class PopResult { kPacket, kTimeout, kEnd };
 
 class PacketQueue {
  public:
-  // Holds that many bytes before Push waits; one packet always finds room.
+  // Push blocks while the queue holds at least this many bytes.
   explicit PacketQueue(std::size_t capacity);
 
-  // Waits while the queue is full. False when the packet was not taken, because nobody reads any more.
+  // Blocks while the queue is full. Returns false, without storing the packet, if the queue is abandoned.
   bool Push(Packet packet);
-  // The next packet; kTimeout when none came within the limit; kEnd when none will come any more.
+  // Waits up to the limit for the next packet. Returns kEnd if no packet will follow.
   PopResult Pop(Packet& packet, std::chrono::milliseconds limit);
 
-  // Push does not wait from here on, so that closing the camera does not wait for the output. What is still
-  // to come is a handful of frames.
+  // Stops Push from blocking, so that closing the camera does not wait for the output. Only a few more frames
+  // follow by then.
   void SetUnbounded();
-  // No more packets follow; what is in the queue can still be taken.
+  // No more packets follow; the queued ones can still be popped.
   void End();
-  // Nobody reads any more: the output has failed.
+  // The reader has stopped, because the output has failed. Queued packets are discarded.
   void Abandon();
   // A packet could not be stored.
   void NoteLoss();
 
   bool HasLoss() const;
   bool IsFull() const;
-  // When the first packet arrived, whether it has been taken since or not; none yet: nothing.
+  // The arrival time of the first packet; nullopt before it.
   std::optional<Clock::time_point> FirstArrival() const;
-  // From the arrival of the first packet to that of the latest one.
+  // The time from the arrival of the first packet to that of the latest one.
   Clock::duration ReceivedTime() const;
-  // How long the queue has had room and got no packet, at that moment. Zero while it is full: then the packet
-  // waits for the queue, not the queue for the packet.
-  Clock::duration SilentFor(Clock::time_point now) const;
+  // How long the queue has had room without receiving a packet. Zero while it is full.
+  Clock::duration IdleTime(Clock::time_point now) const;
 
  private:
   bool IsFullLocked() const { return !m_isUnbounded && !m_packets.empty() && m_bytes >= m_capacity; }
@@ -72,3 +73,5 @@ class PacketQueue {
   Clock::duration m_receivedTime{0};
   Clock::time_point m_waitingSince = Clock::now();
 };
+
+}  // namespace nuveqcam

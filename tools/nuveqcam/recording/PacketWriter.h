@@ -1,4 +1,4 @@
-// Makes a recording of packets.
+// Writes packets to a recording.
 #pragma once
 
 #include <cstdint>
@@ -9,6 +9,8 @@
 #include "recording/OutputKind.h"
 #include "recording/PacketQueue.h"
 
+namespace nuveqcam {
+
 class PacketWriter {
  public:
   PacketWriter() = default;
@@ -16,13 +18,27 @@ class PacketWriter {
   PacketWriter& operator=(const PacketWriter&) = delete;
   virtual ~PacketWriter() = default;
 
-  // Packets in their order, each with the time at which it is shown, counted from the first. Throws Failure,
-  // as Finish does; after a failure neither may be called again.
+  // Writes the next packet with its presentation time, relative to the first packet. Throws Failure, as does
+  // Finish; after a failure neither may be called again.
   virtual void Write(const Packet& packet, FrameClock::Seconds time) = 0;
-  // Completes the file. Once, after the last packet.
+  // Completes the file. Call it once, after the last packet.
   virtual void Finish() = 0;
 };
 
-// The writer for recordings of that kind, at about that many frames per second. The file outlives it. Throws
-// Failure for a kind that this system does not record.
+// Writes packets unchanged; together they are a stream in Annex B format.
+class RawWriter : public PacketWriter {
+ public:
+  explicit RawWriter(OutputFile& file) : m_file(file) {}
+
+  void Write(const Packet& packet, FrameClock::Seconds /*time*/) override { m_file.Write(packet.bytes); }
+  void Finish() override { m_file.Close(); }
+
+ private:
+  OutputFile& m_file;
+};
+
+// Creates the writer for a kind of recording at a nominal frame rate. The file must outlive it. Throws
+// Failure for a kind that the system does not support.
 std::unique_ptr<PacketWriter> MakePacketWriter(OutputKind kind, OutputFile& file, std::uint32_t fps);
+
+}  // namespace nuveqcam

@@ -1,7 +1,8 @@
 #include "recording/PacketWriter.h"
 
 #include "recording/Mp4Writer.h"
-#include "recording/RawWriter.h"
+
+namespace nuveqcam {
 
 std::unique_ptr<PacketWriter> MakePacketWriter(OutputKind kind, OutputFile& file, std::uint32_t fps) {
   if (kind == OutputKind::kMp4) {
@@ -9,3 +10,5 @@ std::unique_ptr<PacketWriter> MakePacketWriter(OutputKind kind, OutputFile& file
   }
   return std::make_unique<RawWriter>(file);
 }
+
+}  // namespace nuveqcam

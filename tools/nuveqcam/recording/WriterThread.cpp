@@ -4,10 +4,11 @@
 
 #include "recording/AnnexB.h"
 
+namespace nuveqcam {
 namespace {
 
-// Only how often an idle thread looks around; a packet or the end wakes it at once.
-constexpr std::chrono::milliseconds kLimit{1000};
+// A packet or the end of the queue ends the wait earlier.
+constexpr std::chrono::milliseconds kPopTimeout{1000};
 
 }  // namespace
 
@@ -21,9 +22,9 @@ WriterThread::~WriterThread() {
   }
 }
 
-Written WriterThread::Count() const {
+WriterStats WriterThread::Stats() const {
   const std::lock_guard lock(m_mutex);
-  return m_count;
+  return m_stats;
 }
 
 void WriterThread::Finish() {
@@ -48,7 +49,7 @@ void WriterThread::Run() {
 void WriterThread::WriteAll() {
   Packet packet;
   for (;;) {
-    const PopResult popped = m_queue.Pop(packet, kLimit);
+    const PopResult popped = m_queue.Pop(packet, kPopTimeout);
     if (popped == PopResult::kEnd) {
       return;
     }
@@ -59,9 +60,11 @@ void WriterThread::WriteAll() {
     m_writer.Write(packet, time);
     const bool isKeyFrame = IsKeyFrame(packet.bytes);
     const std::lock_guard lock(m_mutex);
-    ++m_count.frames;
-    m_count.keyFrames += isKeyFrame ? 1 : 0;
-    m_count.bytes += packet.bytes.size();
-    m_count.duration = time + m_lastFrame;
+    ++m_stats.frames;
+    m_stats.keyFrames += isKeyFrame ? 1 : 0;
+    m_stats.bytes += packet.bytes.size();
+    m_stats.duration = time + m_lastFrame;
   }
 }
+
+}  // namespace nuveqcam

@@ -1,4 +1,4 @@
-// Takes packets off the queue and writes them, on a thread of its own.
+// A thread that writes the packets of a queue.
 #pragma once
 
 #include <atomic>
@@ -11,29 +11,31 @@
 #include "recording/PacketQueue.h"
 #include "recording/PacketWriter.h"
 
+namespace nuveqcam {
+
 // What has been written.
-struct Written {
+struct WriterStats {
   std::uint64_t frames = 0;
   std::uint64_t keyFrames = 0;
   std::uint64_t bytes = 0;
-  FrameClock::Seconds duration{0};  // the last picture is shown for one frame's time
+  FrameClock::Seconds duration{0};  // including one nominal frame interval for the last picture
 };
 
 class WriterThread {
  public:
-  // Both outlive it. For about that many frames per second.
+  // The queue and the writer must outlive the object. fps is the nominal frame rate.
   WriterThread(PacketQueue& queue, PacketWriter& writer, std::uint32_t fps);
   WriterThread(const WriterThread&) = delete;
   WriterThread& operator=(const WriterThread&) = delete;
-  // Without Finish: gives up what is in the queue.
+  // Abandons the queue if Finish has not been called.
   ~WriterThread();
 
-  // True once writing has failed; the queue takes no more packets then.
+  // True once a write has failed; the queue is abandoned then.
   bool HasFailed() const { return m_hasFailed; }
-  Written Count() const;
+  WriterStats Stats() const;
 
-  // Writes what is left in the queue and completes the recording. After the camera has been closed, once.
-  // Throws what the writer threw.
+  // Writes the remaining packets and completes the recording. Call it once, after the camera is closed.
+  // Rethrows the writer's exception.
   void Finish();
 
  private:
@@ -43,10 +45,12 @@ class WriterThread {
   PacketQueue& m_queue;
   PacketWriter& m_writer;
   const FrameClock::Seconds m_lastFrame;
-  FrameClock m_clock;  // the thread's
+  FrameClock m_clock;  // used by the thread only
   mutable std::mutex m_mutex;
-  Written m_count;
+  WriterStats m_stats;
   std::exception_ptr m_failure;
   std::atomic<bool> m_hasFailed = false;
   std::thread m_thread;
 };
+
+}  // namespace nuveqcam

@@ -1,4 +1,4 @@
-#include "cli/StandardStreams.h"
+#include "cli/Process.h"
 
 #include <array>
 #include <csignal>
@@ -9,15 +9,17 @@
 
 #include "cli/Failure.h"
 
+namespace nuveqcam {
 namespace {
 
-// A stream that the program was started without would lend its number to the next file that is opened, and
-// messages would go into the recording. Standard output can still not be written: results are not to vanish.
-bool HoldStandardStreams() {
+// Opens /dev/null for standard streams that are closed. Otherwise the next opened file would get their
+// descriptor, and messages would be written into the recording. A closed standard output stays unwritable, so
+// that results do not get lost silently.
+bool ReserveStandardDescriptors() {
   constexpr std::array kModes{std::pair{STDIN_FILENO, O_RDONLY}, std::pair{STDOUT_FILENO, O_RDONLY},
                               std::pair{STDERR_FILENO, O_WRONLY}};
   for (const auto& [descriptor, mode] : kModes) {
-    // The lowest number that is free: those below have been seen to.
+    // open returns the lowest free number, which is this one.
     if (fcntl(descriptor, F_GETFD) < 0 && open("/dev/null", mode) != descriptor) {
       return false;
     }
@@ -34,8 +36,12 @@ void Ignore(int signal) {
 
 }  // namespace
 
+std::vector<std::string> ProgramArguments(int argc, const char* const* argv) {
+  return {argv + (argc > 0 ? 1 : 0), argv + argc};
+}
+
 StandardStreams::StandardStreams() {
-  if (!HoldStandardStreams()) {
+  if (!ReserveStandardDescriptors()) {
     throw Failure(ExitCode::kUnexpected, "the standard streams are missing and cannot be replaced");
   }
   Ignore(SIGPIPE);
@@ -46,3 +52,5 @@ StandardStreams::~StandardStreams() = default;
 
 bool IsStandardOutputTerminal() { return isatty(STDOUT_FILENO) == 1; }
 bool IsStandardErrorTerminal() { return isatty(STDERR_FILENO) == 1; }
+
+}  // namespace nuveqcam

@@ -1,5 +1,5 @@
-// The words for who says that a USB device can be removed, and who has a node open.
-#include "devices/UsbVerdict.h"
+// Texts for the removability of USB devices, and the users of video nodes.
+#include "devices/RemovabilityText.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -18,6 +18,7 @@
 #include "TemporaryFolder.h"
 #include "devices/NodeUsers.h"
 
+namespace nuveqcam {
 namespace {
 
 using ::testing::ElementsAre;
@@ -32,74 +33,73 @@ std::string TextOf(devices::RemovabilitySource source, bool isRemovable, const s
   removability.connectType = connectType;
   removability.hub = hub;
   removability.isHubRemovable = isHubRemovable;
-  return VerdictText(removability);
+  return RemovabilityText(removability);
 }
 
-TEST(UsbVerdict, IsTheFirmwares) {
+TEST(RemovabilityText, NamesTheFirmware) {
   EXPECT_EQ(TextOf(devices::RemovabilitySource::kFirmware, false, "hardwired"),
-            "built in: the firmware (ACPI) says that its port is hard-wired");
+            "built in: the firmware (ACPI) declares its port hard-wired");
   EXPECT_EQ(TextOf(devices::RemovabilitySource::kFirmware, false, "not used"),
-            "built in: the firmware (ACPI) says that nothing can be plugged into its port");
+            "built in: the firmware (ACPI) declares its port unused");
   EXPECT_EQ(TextOf(devices::RemovabilitySource::kFirmware, true, "hotplug"),
-            "can be removed: the firmware (ACPI) says that its port is one for plugging in");
+            "removable: the firmware (ACPI) declares its port hot-pluggable");
 }
 
-TEST(UsbVerdict, IsAHubs) {
-  EXPECT_EQ(TextOf(devices::RemovabilitySource::kHub, false),
-            "built in: hub 1-8 says that it cannot be removed");
-  EXPECT_EQ(TextOf(devices::RemovabilitySource::kHub, true), "can be removed: hub 1-8 says that it can be");
+TEST(RemovabilityText, NamesTheHub) {
+  EXPECT_EQ(TextOf(devices::RemovabilitySource::kHub, false), "built in: hub 1-8 declares it fixed");
+  EXPECT_EQ(TextOf(devices::RemovabilitySource::kHub, true), "removable: hub 1-8 declares it removable");
   EXPECT_EQ(TextOf(devices::RemovabilitySource::kParentHub, true, "hardwired", "1-8", true),
-            "counts as removable: it is fixed to hub 1-8, which can be removed");
+            "treated as removable: it is fixed to hub 1-8, which is removable");
   EXPECT_EQ(TextOf(devices::RemovabilitySource::kParentHub, true),
-            "counts as removable: it is fixed to hub 1-8, which counts as removable");
+            "treated as removable: it is fixed to hub 1-8, which is treated as removable");
 }
 
-TEST(UsbVerdict, IsNobodys) {
+TEST(RemovabilityText, IsTreatedAsRemovableWithoutADeclaration) {
   EXPECT_EQ(TextOf(devices::RemovabilitySource::kUndeclared, true),
-            "counts as removable: neither the firmware nor its hub says whether it can be removed");
+            "treated as removable: neither the firmware nor its hub declares whether it can be removed");
   EXPECT_EQ(TextOf(devices::RemovabilitySource::kAttributeMissing, true),
-            "counts as removable: the kernel does not show whether it can be removed");
+            "treated as removable: the kernel has no attribute that tells whether it can be removed");
 }
 
-TEST(UsbVerdict, IsTheKernelsWithoutASource) {
+TEST(RemovabilityText, NamesTheKernelWithoutASource) {
   EXPECT_EQ(TextOf(devices::RemovabilitySource::kAttribute, false),
-            "built in: the kernel says so, but not who told it");
+            "built in: according to the kernel (source unknown)");
   EXPECT_EQ(TextOf(devices::RemovabilitySource::kAttribute, true),
-            "can be removed: the kernel says so, but not who told it");
+            "removable: according to the kernel (source unknown)");
 }
 
-TEST(UsbVerdict, IsTheKernelsSilenceAgainstTheFirmwares) {
+TEST(RemovabilityText, NamesAConnectTypeThatTheKernelDoesNotUse) {
   devices::UsbRemovability removability;
   removability.source = devices::RemovabilitySource::kAttribute;
   removability.attribute = "unknown";
   removability.connectType = "hardwired";
-  EXPECT_EQ(VerdictText(removability),
-            "counts as removable: the kernel does not say whether it can be removed, though its port's "
+  EXPECT_EQ(RemovabilityText(removability),
+            "treated as removable: the kernel does not report whether it can be removed, although its port's "
             "connect type is \"hardwired\"");
 }
 
-TEST(UsbVerdict, IsTheKernelsAgainstTheFirmwares) {
+TEST(RemovabilityText, NamesAConnectTypeThatContradictsTheKernel) {
   EXPECT_EQ(TextOf(devices::RemovabilitySource::kAttribute, false, "hotplug"),
-            "built in: the kernel says so, though its port's connect type is \"hotplug\"");
+            "built in: according to the kernel, although its port's connect type is \"hotplug\"");
   EXPECT_EQ(TextOf(devices::RemovabilitySource::kAttribute, true, "hardwired"),
-            "can be removed: the kernel says so, though its port's connect type is \"hardwired\"");
+            "removable: according to the kernel, although its port's connect type is \"hardwired\"");
 }
 
-TEST(UsbVerdict, HasAWordForEverySource) {
+TEST(RemovabilityText, HasAJsonWordForEverySource) {
   const std::array sources{
       devices::RemovabilitySource::kFirmware,         devices::RemovabilitySource::kHub,
       devices::RemovabilitySource::kParentHub,        devices::RemovabilitySource::kUndeclared,
       devices::RemovabilitySource::kAttributeMissing, devices::RemovabilitySource::kAttribute};
   std::set<std::string> words;
   for (const devices::RemovabilitySource source : sources) {
-    words.insert(VerdictWord(source));
+    words.insert(SourceWord(source));
   }
   EXPECT_THAT(words, ElementsAre("attribute", "firmware", "hub", "missing", "nobody", "parent"));
 }
 
 class NodeUsers : public TemporaryFolder {};
 
-TEST_F(NodeUsers, AreOtherProcesses) {
+TEST_F(NodeUsers, AreTheOtherProcesses) {
   const std::string file = (folder / "node").string();
   const std::string link = (folder / "link").string();
   const std::string other = (folder / "other").string();
@@ -107,8 +107,8 @@ TEST_F(NodeUsers, AreOtherProcesses) {
   std::ofstream own(file);
   std::ofstream(other).put('x');
   std::filesystem::create_symlink("node", link);
-  EXPECT_THAT(UsersOf(files), IsEmpty());
-  // Holds it open as its standard input until that is over.
+  EXPECT_THAT(FindNodeUsers(files), IsEmpty());
+  // Keeps the file open as standard input until it is killed.
   posix_spawn_file_actions_t actions{};
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, file.c_str(), O_RDONLY, 0);
@@ -120,11 +120,13 @@ TEST_F(NodeUsers, AreOtherProcesses) {
   posix_spawn_file_actions_destroy(&actions);
   ASSERT_EQ(error, 0);
   const std::string user = "sleep (" + std::to_string(process) + ")";
-  EXPECT_THAT(UsersOf(files), ElementsAre(Pair(link, ElementsAre(user)), Pair(file, ElementsAre(user))));
-  EXPECT_THAT(UsersOf({other}), IsEmpty());
+  EXPECT_THAT(FindNodeUsers(files),
+              ElementsAre(Pair(link, ElementsAre(user)), Pair(file, ElementsAre(user))));
+  EXPECT_THAT(FindNodeUsers({other}), IsEmpty());
   kill(process, SIGKILL);
   waitpid(process, nullptr, 0);
-  EXPECT_THAT(UsersOf(files), IsEmpty());
+  EXPECT_THAT(FindNodeUsers(files), IsEmpty());
 }
 
 }  // namespace
+}  // namespace nuveqcam
