@@ -85,8 +85,8 @@ there is none and what to do about it.
                        offered, conclusion, advice: [line], failure,
                        camera   null or as in list
                        usbDevices      [{place, name, model, id, hub, video,
-                                       removable, removabilitySource, verdict,
-                                       connectType, attribute, removabilityHub,
+                                       removable, verdictFrom, verdict,
+                                       connectType, attribute, verdictHub,
                                        firstFunction}]
                        captureDevices  [{taken, node, name, usbDevice, reason,
                                        openError, openIn}]

@@ -30,11 +30,11 @@ std::string NameAndNode(const VideoNodeInfo& node) {
 
 // ", 320x240 to 1920x1080, 10 to 30 fps"
 std::string CapabilitiesText(const Capabilities& camera) {
-  const auto [least, most] =
+  const auto [smallest, largest] =
       std::minmax_element(camera.sizes.begin(), camera.sizes.end(), [](const Size& a, const Size& b) {
         return std::uint64_t{a.width} * a.height < std::uint64_t{b.width} * b.height;
       });
-  std::string text = ", " + ToText(*least) + (*least == *most ? "" : " to " + ToText(*most));
+  std::string text = ", " + ToText(*smallest) + (*smallest == *largest ? "" : " to " + ToText(*largest));
   if (!camera.rates.empty()) {
     const auto [slowest, fastest] = std::minmax_element(camera.rates.begin(), camera.rates.end());
     text += ", " + RateText(*slowest) + (*slowest == *fastest ? "" : " to " + RateText(*fastest)) + " fps";
@@ -177,7 +177,7 @@ std::string NoCameraReason(const DeviceInventory& inventory) {
   }
 }
 
-constexpr const char* kNone = "No camera is offered: ";
+constexpr const char* kNotOffered = "No camera is offered: ";
 constexpr const char* kDeviceRemoved = "the device was removed during this check: run it again";
 
 DoctorReport ReportOffered(const VideoNodeInfo* selected, const Capabilities& camera) {
@@ -194,7 +194,7 @@ DoctorReport ReportOffered(const VideoNodeInfo* selected, const Capabilities& ca
 DoctorReport ReportUnusable(const VideoNodeInfo* selected, const LibraryResult& result) {
   const std::string camera =
       selected != nullptr ? NameAndNode(*selected) + " is built in" : "the library selected a camera";
-  DoctorReport report{ExitCode::kCannotOpen, kNone + camera + ", but it ", {}, true};
+  DoctorReport report{ExitCode::kCannotOpen, kNotOffered + camera + ", but it ", {}, true};
   if (result.camera) {
     report.conclusion += "has no picture sizes";
     report.advice.emplace_back("use -v to see the formats in the library's log");
@@ -227,12 +227,12 @@ DoctorReport MakeDoctorReport(const DeviceInventory& inventory, const LibraryRes
   }
   if (selected != nullptr) {
     return {ExitCode::kNoCamera,
-            kNone + NameAndNode(*selected) + " looks built in, but the library did not select it",
+            kNotOffered + NameAndNode(*selected) + " looks built in, but the library did not select it",
             {"it may have been added or removed just now: run this again, with -v for the library's log"},
             false};
   }
-  return {ExitCode::kNoCamera, kNone + NoCameraReason(inventory), AdviceWithoutCamera(inventory, system),
-          false};
+  return {ExitCode::kNoCamera, kNotOffered + NoCameraReason(inventory),
+          AdviceWithoutCamera(inventory, system), false};
 }
 
 }  // namespace nuveqcam
