@@ -1,9 +1,14 @@
-// Memory of the blocks that the library hands to the platform, from one place.
+// Allocation of the blocks that the library returns to the host.
 #pragma once
 
 #include <cstddef>
 
-// A zero-filled block of the runtime's heap; null when there is no memory. free() releases it, also on the
-// platform's side.
-void* AllocatePlatformBlock(std::size_t size);
-void FreePlatformBlock(void* block);
+namespace platform {
+
+// Returns a zero-filled block of size bytes, or null. Allocated with calloc, so that a host can release it
+// with free.
+void* AllocateHostBlock(std::size_t size);
+// Frees a block. Ignores null.
+void FreeHostBlock(void* block);
+
+}  // namespace platform

@@ -1,5 +1,4 @@
-// COM and DirectShow, as far as the library calls them: the system's own declarations on Windows, this
-// project's elsewhere, under the same names.
+// COM and DirectShow: the system's headers on Windows, declarations of the same names in win32/ elsewhere.
 #pragma once
 
 #ifdef _WIN32
@@ -9,11 +8,11 @@
 #include <dshow.h>
 #include <windows.h>
 
-// Newer SDKs of Microsoft's have none.
+// Newer Windows SDKs lack this header.
 #if __has_include(<qedit.h>)
 #include <qedit.h>
 
-// Defined in strmiids; qedit.h does not declare it.
+// Defined in the library strmiids, but not declared in qedit.h.
 EXTERN_C const CLSID CLSID_SampleGrabber;
 #else
 #include "win32/SampleGrabberInterfaces.h"

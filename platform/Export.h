@@ -1,4 +1,5 @@
-// Marks what a shared library shows. On Windows the programs that use such code have it built in.
+// Marks a function or class that a platform library exports. Empty on Windows, where programs link this code
+// statically.
 #pragma once
 
 #ifdef _WIN32

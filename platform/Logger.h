@@ -1,5 +1,4 @@
-// The logger of the process. log4cplus is built with wide characters here: wide text is what the library
-// writes.
+// The host's logger. log4cplus must be built with wide characters, because the library logs wide text.
 #pragma once
 
 #include <type_traits>
@@ -9,6 +8,6 @@
 
 static_assert(std::is_same_v<log4cplus::tchar, wchar_t>, "log4cplus must be built with UNICODE");
 
-// The host's logger, from the host's logging set-up; a default for hosts without one is in
-// platform/defaults. Called for every message, from any thread, until the library is unloaded.
+// Returns the logger of the host's logging setup. platform/default has a default for hosts without one.
+// Called for every message, on any thread, until the library is unloaded.
 log4cplus::Logger GetLogger();

@@ -1,25 +1,29 @@
-// The library as a loaded module: when it may be unloaded, and whether the process is ending.
+// The library as a loaded module: keeping it loaded, and detecting the end of the process.
 #pragma once
 
-// When UnpinModule drops the pin.
+namespace platform {
+
+// Time at which UnpinModule releases the pin.
 enum class UnpinTiming {
-  // Before UnpinModule returns, if the host has the library loaded too: the host's unload then unmaps it at
-  // once. Waits for a thread that takes the loader lock, so the caller must not hold it.
+  // Before UnpinModule returns, provided that the host still has the library loaded. The host's unload then
+  // unmaps the library at once. Waits for a thread that takes the loader lock: the caller must not hold it.
   kBeforeReturning,
-  // Soon after; waits for nothing. The caller may hold the loader lock.
+  // Soon after UnpinModule has returned. Does not wait; the caller may hold the loader lock.
   kSoon
 };
 
-// A pinned module stays mapped even if its host unloads it. The library is pinned while it has a capture
-// graph, which has threads and which only a close can take apart. PinModule and UnpinModule are balanced and
-// never fail; where a pin cannot be dropped, the module stays mapped for the rest of the process. Both do
-// nothing on systems where threads can be joined while a library is being unloaded.
+// A pinned module stays mapped even if the host unloads it. The library is pinned while it has a capture
+// graph, because the graph has threads and only a close releases it. Calls of PinModule and UnpinModule are
+// balanced. Neither reports a failure; if the pin cannot be released, the module stays mapped until the
+// process ends. Both do nothing on systems where threads can be joined while a library is being unloaded.
 void PinModule();
-// If the pin is the last reference, the module is unmapped as soon as the calling thread has left it.
-// Therefore the caller returns to the host without calling anything outside the module, exception handling
-// included, and no frame further up its stack belongs to the module.
+// If the pin is the last reference, the module is unmapped as soon as the calling thread has left it. The
+// caller must therefore return to the host without calling anything outside the module (including exception
+// handling), and must be the only function of the module on its stack.
 void UnpinModule(UnpinTiming timing);
 
-// True when the process is ending and its other threads are already gone, perhaps with locks held: nothing
-// may then be waited for.
+// True while the process is ending and its other threads have been terminated, possibly with locks held. The
+// caller must then not wait for anything.
 bool IsProcessEnding();
+
+}  // namespace platform

@@ -1,5 +1,4 @@
-// The H.264 encoder library: raw frames in, packets out. A shared library of its own; the layouts below
-// are its binary contract and asserted.
+// Interface of the H.264 encoder library, a separate shared library. The layouts are a binary contract.
 #pragma once
 
 #include <cstddef>
@@ -15,15 +14,14 @@
 #define MULTI_MEDIA_ENCODER_EXPORT __attribute__((visibility("default")))
 #endif
 
-// Layout of a raw frame. Any 32-bit value may be passed on; one that the library does not know is refused.
+// Layout of a raw frame. The encoder library refuses other values.
 enum class ColorSpace : std::uint32_t {
   kI420 = 1,    // 4:2:0 planar, Y then U then V
   kYuy2 = 3,    // 4:2:2 packed, Y0 U Y1 V, top-down
   kArgb32 = 4,  // B G R A in memory, bottom-up
 };
 
-// One raw frame and the memory that it lives in. Not copied; owned by whoever constructed it. One thread
-// at a time.
+// One raw frame and its memory. Not thread-safe.
 class MULTI_MEDIA_ENCODER_EXPORT VideoFrame {
  public:
   VideoFrame();
@@ -31,10 +29,10 @@ class MULTI_MEDIA_ENCODER_EXPORT VideoFrame {
   VideoFrame(const VideoFrame&) = delete;
   VideoFrame& operator=(const VideoFrame&) = delete;
 
-  // Allocates memory for one frame, size and layout in pixels. False when it is refused or there is no
-  // memory; the frame is then empty.
+  // Allocates memory for one frame of the given size in pixels and layout. On failure returns false and
+  // leaves the frame empty.
   bool AllocBuffer(std::uint32_t frameWidth, std::uint32_t frameHeight, ColorSpace layout);
-  // Frees that memory. Harmless on an empty frame.
+  // Frees that memory. No effect on an empty frame.
   void ReleaseBuffer();
 
   std::uint32_t width = 0;
@@ -54,8 +52,8 @@ static_assert(offsetof(VideoFrame, size) == 24);
 static_assert(offsetof(VideoFrame, memory) == 32);
 static_assert(sizeof(VideoFrame) == 40);
 
-// One encoded frame: a whole H.264 access unit in Annex B form. Owns its bytes, which are valid until it is
-// destroyed or encoded into again.
+// One encoded frame: a complete H.264 access unit in Annex B format. Owns its bytes, which are valid until
+// the packet is destroyed or passed to Encode again.
 class MULTI_MEDIA_ENCODER_EXPORT AVEncodePacket {
  public:
   AVEncodePacket();
@@ -74,7 +72,7 @@ static_assert(offsetof(AVEncodePacket, length) == 16);
 static_assert(offsetof(AVEncodePacket, capacity) == 20);
 static_assert(sizeof(AVEncodePacket) == 24);
 
-// Encodes a sequence of frames. One thread at a time.
+// Encodes a sequence of frames. Not thread-safe.
 class MULTI_MEDIA_ENCODER_EXPORT VideoEncoder {
  public:
   struct EncodeParam {
@@ -82,32 +80,32 @@ class MULTI_MEDIA_ENCODER_EXPORT VideoEncoder {
     std::uint32_t height;
     std::uint32_t frameRate;  // whole frames per second; 0 means 30
     ColorSpace colorSpace;    // layout of the raw frames
-    std::uint16_t colorCode;  // 1 with ColorSpace 3, else 2
+    std::uint16_t colorCode;  // 1 with ColorSpace::kYuy2, otherwise 2
     std::uint16_t padding18;
-    std::uint32_t outWidth;  // size of the encoded picture: that of the raw frames
+    std::uint32_t outWidth;  // size of the encoded picture; must equal width and height
     std::uint32_t outHeight;
     std::uint32_t unnamed28;
-    std::uint16_t keyFrameInterval;  // frames from one key frame to the next; 0: only the first
+    std::uint16_t keyFrameInterval;  // in frames; 0: only the first frame is a key frame
     std::uint16_t unnamed34;
     std::uint16_t unnamed36;
     std::uint16_t bitRate;  // kbit/s
     std::uint32_t unnamed40;
   };
 
-  // Null when there is no memory. ReleaseEncoder frees it and accepts null.
+  // Returns null if memory is exhausted. Free with ReleaseEncoder, which accepts null.
   static VideoEncoder* CreateDefaultEncoder();
   static void ReleaseEncoder(VideoEncoder* encoder);
 
-  // Slot 0. True when the encoder is ready for frames of the given parameters.
+  // Slot 0. True if the encoder accepts the parameters.
   virtual bool Initialize(const EncodeParam& param) = 0;
   virtual void Reserved1() = 0;
   virtual void Reserved2() = 0;
   virtual void Reserved3() = 0;
-  // Slot 4. Encodes one frame into the packet. 0, or the encoder's error code.
+  // Slot 4. Encodes one frame into the packet. Returns 0 or the encoder's error code.
   virtual std::int32_t Encode(VideoFrame* frame, AVEncodePacket* packet) = 0;
 
  protected:
-  // No slot of the table: an encoder ends through ReleaseEncoder.
+  // Not virtual, so that it adds no slot. Use ReleaseEncoder.
   ~VideoEncoder() = default;
 };
 static_assert(offsetof(VideoEncoder::EncodeParam, width) == 0);

@@ -1,5 +1,5 @@
-// SetupAPI and the configuration manager, as far as the library calls them: which USB devices the PC has
-// and which of them can be unplugged. The system's own declarations on Windows, this project's elsewhere.
+// SetupAPI and the configuration manager: the system's headers on Windows, declarations of the same names in
+// win32/ elsewhere.
 #pragma once
 
 #ifdef _WIN32
@@ -13,7 +13,7 @@
 #include <setupapi.h>
 
 #ifdef _MSC_VER
-// Defines the identifier that the next header declares, which Microsoft's libraries need not bring.
+// Makes the next header define its GUIDs, which the SDK's libraries may lack.
 #include <initguid.h>
 #endif
 #include <usbiodef.h>

@@ -1,7 +1,10 @@
-// The library's own thread, as the system sees it.
+// Scheduling of the library's thread.
 #pragma once
 
-// Gives the calling thread the name and the priority of the encoder's: a little before what can wait, where
-// the system offers that and nobody has decided otherwise. Never fails, and says nothing: encoding goes on
-// without it. Once a thread, before its first frame.
-void PrepareEncoderThread() noexcept;
+namespace platform {
+
+// Names the calling thread and raises its priority slightly if the OS permits and the host has not set a
+// priority itself. Failures are ignored. Called once on the encoder thread, before the first frame.
+void ConfigureEncoderThread() noexcept;
+
+}  // namespace platform

@@ -1,8 +1,8 @@
 // A fixed pool of buffers that circulate between a producer and a consumer thread.
 //
-// The producer takes an empty buffer (GetFreeBuffer), fills it and passes it on (PutDataBuffer); the consumer
-// takes it (GetDataBuffer), uses it and gives it back (PutFreeBuffer). Gets wait; nothing is ever dropped, so
-// a slow consumer slows the producer down. A buffer that is never put back leaves circulation until Uninit.
+// The producer takes an empty buffer (GetFreeBuffer), fills it and queues it (PutDataBuffer). The consumer
+// takes it (GetDataBuffer), uses it and returns it (PutFreeBuffer). Both getters block. No buffer is dropped,
+// so a slow consumer slows the producer down. A buffer that is not returned is unavailable until Uninit.
 //
 //   Idle --Init--> Running --Stop--> Stopping --Uninit--> Idle
 #pragma once
@@ -13,33 +13,32 @@
 #include <mutex>
 #include <vector>
 
-// T is a pointer type. All operations may be called from any thread. The lists' memory comes from the
-// allocator.
+// T is a pointer type. All operations are thread-safe. Allocator provides the memory of the internal lists.
 template <typename T, typename Allocator = std::allocator<T>>
 class CBufferQueue {
  public:
-  // There are thread libraries that set a condition up when it is first waited on, under a lock of the whole
-  // process. A process that ends just then, and with it the waiting thread, leaves that lock taken for
-  // whoever comes later. So the conditions are waited on once before any thread is there, for no time.
+  // winpthreads initialises a condition variable at the first wait, under a process-wide lock. If the process
+  // ends while a thread holds that lock, the lock is never released and code that runs later deadlocks. So
+  // both conditions are waited on once here, with a zero timeout, before another thread can use them.
   CBufferQueue() {
-    std::mutex nobodys;
-    std::unique_lock lock(nobodys);
+    std::mutex unshared;
+    std::unique_lock lock(unshared);
     freeCond.wait_for(lock, std::chrono::nanoseconds(0));
     dataCond.wait_for(lock, std::chrono::nanoseconds(0));
   }
   CBufferQueue(const CBufferQueue&) = delete;
   CBufferQueue& operator=(const CBufferQueue&) = delete;
 
-  // A derived class calls Uninit in its own destructor: here its DestroyBuffer is no longer there.
+  // Derived classes call Uninit in their destructor: DestroyBuffer is no longer available here.
   virtual ~CBufferQueue() = default;
 
-  // Makes one buffer, or answers null.
+  // Creates one buffer. Null on failure.
   virtual T CreateBuffer() = 0;
-  // Frees one buffer that CreateBuffer made.
+  // Frees a buffer that CreateBuffer returned.
   virtual void DestroyBuffer(T buffer) = 0;
 
-  // Makes count buffers, all or none. False, and nothing changed, while a pool exists; false, and no pool,
-  // when a buffer cannot be made.
+  // Creates count buffers and starts the queue. False if a pool exists, which stays as it is, or if a buffer
+  // cannot be created; the queue is then empty.
   bool Init(unsigned count) {
     const std::lock_guard freeLock(freeMutex);
     const std::lock_guard dataLock(dataMutex);
@@ -57,24 +56,24 @@ class CBufferQueue {
     return true;
   }
 
-  // The next empty buffer, waiting for one. Null once the queue is stopped and no buffer is left in it.
+  // Waits for the next empty buffer. Null once the queue is stopped and holds no empty buffer.
   T GetFreeBuffer() { return Get(freeQueue, freeMutex, freeCond); }
-  // Puts a buffer back. Null is ignored; so is any buffer once the queue is stopped.
+  // Returns a buffer to the pool. Ignores null, and every buffer once the queue is stopped.
   void PutFreeBuffer(T buffer) { Put(buffer, freeQueue, freeMutex, freeCond); }
 
-  // The same for filled buffers.
+  // As above, for filled buffers.
   T GetDataBuffer() { return Get(dataQueue, dataMutex, dataCond); }
   void PutDataBuffer(T buffer) { Put(buffer, dataQueue, dataMutex, dataCond); }
 
-  // Ends all waiting, now and later. Harmless when stopped.
+  // Wakes all waiting threads; later calls do not wait. No effect if stopped.
   void Stop() {
     const std::lock_guard freeLock(freeMutex);
     const std::lock_guard dataLock(dataMutex);
     StopLocked();
   }
 
-  // Stops and frees every buffer, also those that somebody still holds: no thread may use one any more.
-  // Harmless when idle.
+  // Stops the queue and frees every buffer, including those that a thread has taken: no thread may use one
+  // any more. No effect if idle.
   void Uninit() {
     const std::lock_guard freeLock(freeMutex);
     const std::lock_guard dataLock(dataMutex);
@@ -83,14 +82,14 @@ class CBufferQueue {
   }
 
  private:
-  // In the order in which they come out. Room for the whole pool is made with it, so that a running queue
-  // neither touches the heap nor loses a buffer when there is no memory. There are few: moving up is cheap.
+  // In FIFO order. Capacity for the whole pool is reserved by Init, so a running queue never allocates and
+  // never loses a buffer when memory runs out. Pools are small: erasing the first element is cheap.
   using Buffers = std::vector<T, Allocator>;
 
   T Get(Buffers& queue, std::mutex& mutex, std::condition_variable& cond) {
     std::unique_lock lock(mutex);
     cond.wait(lock, [&] { return !queue.empty() || stopped; });
-    // Buffers that were queued before the stop are still handed out.
+    // Buffers that were queued before the stop are still returned.
     if (queue.empty()) {
       return nullptr;
     }
@@ -108,11 +107,12 @@ class CBufferQueue {
       return;
     }
     queue.push_back(buffer);
-    // Under the mutex: who waits cannot have taken the buffer and be done with the queue before the signal.
+    // Under the mutex: otherwise the waiting thread could take the buffer and destroy the queue before the
+    // notification.
     cond.notify_one();
   }
 
-  // Whatever is thrown on the way counts as a buffer that could not be made: half a pool is none.
+  // All or none. An exception counts as a failure.
   bool CreateBuffers(unsigned count) try {
     allBuffers.reserve(count);
     freeQueue.reserve(count);
@@ -148,9 +148,9 @@ class CBufferQueue {
     allBuffers.clear();
   }
 
-  // Written under both mutexes, read under either. Where both are taken, freeMutex comes first.
+  // Written under both mutexes, read under either. Lock order: freeMutex, dataMutex.
   bool stopped = true;
-  Buffers allBuffers;  // the owner; the queues borrow
+  Buffers allBuffers;  // owns the buffers
   Buffers freeQueue;
   Buffers dataQueue;
   std::mutex freeMutex;

@@ -30,7 +30,7 @@ CapabilityEntry CameraCapabilityMgr::FindCapability(unsigned int width, unsigned
     if (entry.width != width || entry.height != height) {
       continue;
     }
-    // An uncompressed entry replaces an equally fast one, so that nothing is decoded without need.
+    // At equal rates an uncompressed format avoids decoding.
     if (entry.fps == best.fps && entry.format == CameraFormatCode::kUncompressed) {
       best = entry;
     }

@@ -1,4 +1,4 @@
-// What the camera queried last can deliver: the table from which an open request chooses a format.
+// Capability table of the camera that was queried last. An open request chooses its format from it.
 #pragma once
 
 #include <cstdint>
@@ -6,10 +6,10 @@
 
 #include "DirectShow.h"
 
-// How a size is delivered. The values are the encoder library's layouts of the frames that result.
+// Delivery format of a size. The values are those of ColorSpace for the resulting frames.
 enum class CameraFormatCode : std::uint32_t {
-  kUncompressed = 3,  // any subtype but MJPG; opened as YUY2
-  kMjpg = 4,          // decoded to ARGB32 on its way through the graph
+  kUncompressed = 3,  // any subtype except MJPG; opened as YUY2
+  kMjpg = 4,          // decoded to ARGB32 by the graph
 };
 
 struct CapabilityEntry {
@@ -21,7 +21,7 @@ struct CapabilityEntry {
   bool operator==(const CapabilityEntry&) const = default;
 };
 
-// Not locked: the platform does not overlap a capability query with an open request.
+// Not thread-safe: hosts do not overlap a capability query with an open request.
 class CameraCapabilityMgr {
  public:
   CameraCapabilityMgr() = default;
@@ -29,15 +29,15 @@ class CameraCapabilityMgr {
   CameraCapabilityMgr& operator=(const CameraCapabilityMgr&) = delete;
   virtual ~CameraCapabilityMgr() = default;
 
-  // The one table of the process.
+  // The process-wide table.
   static CameraCapabilityMgr& GetInstance();
 
-  // Appends an entry, unless the table has an equal one, which is logged.
+  // Appends an entry. Logs and ignores a duplicate.
   void Add(const unsigned int width, const unsigned int height, const unsigned int fps, const GUID& subType);
   void Clear();
 
-  // The entry of that size with the highest rate; of equal rates, an uncompressed one. The default entry
-  // when no entry has the size.
+  // Returns the entry of that size with the highest rate, at equal rates an uncompressed one. Returns the
+  // default entry if no entry has the size.
   CapabilityEntry FindCapability(unsigned int width, unsigned int height) const;
   CameraFormatCode GetFormat(unsigned int width, unsigned int height) const;
   GUID GetSubType(unsigned int width, unsigned int height) const;

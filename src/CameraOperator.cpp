@@ -1,4 +1,4 @@
-// The operator's life, the open and close sequences, the teardown, and the reports to the platform.
+// Lifetime of the operator, open and close sequences, teardown, and reports to the host.
 #include "CameraOperator.h"
 
 #include <optional>
@@ -10,9 +10,9 @@
 
 namespace {
 
-constexpr LONG kForEver = -1;
+constexpr LONG kNoTimeout = -1;
 
-// The host's logger; none if the host fails to provide it.
+// Returns the host's logger, or nullopt if GetLogger throws.
 std::optional<log4cplus::Logger> TryGetLogger() noexcept {
   try {
     return GetLogger();
@@ -21,19 +21,19 @@ std::optional<log4cplus::Logger> TryGetLogger() noexcept {
   }
 }
 
-// Holds the process-wide operator.
+// Owner of the process-wide operator.
 class InstanceHolder {
  public:
-  // The operator's threads log until it is destroyed, so the logger is made before it and goes after it.
-  // Without a logger only the log lines are lost, and one that is made later may go before the operator.
+  // The operator's threads log until it is destroyed, so the logger is created before the operator and
+  // destroyed after it. The operator also works without a logger.
   InstanceHolder() : m_logger(TryGetLogger()) { new (&m_operator) CameraOperator; }
   InstanceHolder(const InstanceHolder&) = delete;
   InstanceHolder& operator=(const InstanceHolder&) = delete;
-  // In a process that is ending, the operator's threads may have died with its locks held; and one that ends
-  // from inside the data callback would wait for its own thread. Memory and devices go back to the system
-  // anyway.
+  // While the process is ending, the destructor could deadlock: the operator's threads may have been killed
+  // with its locks held, and exit() from inside the data callback would join the calling thread. The system
+  // reclaims memory and devices.
   ~InstanceHolder() {
-    if (!IsProcessEnding() && !m_operator.IsOnEncodeThread()) {
+    if (!platform::IsProcessEnding() && !m_operator.IsOnEncodeThread()) {
       m_operator.~CameraOperator();
     }
   }
@@ -49,13 +49,13 @@ class InstanceHolder {
 
 }  // namespace
 
-// Tears down at scope exit, whatever a callback of the platform's does.
-class CameraOperator::TearDown {
+// Tears down at scope exit, even if a callback of the host throws.
+class CameraOperator::TeardownGuard {
  public:
-  explicit TearDown(CameraOperator& camera) : m_camera(camera) { m_camera.m_isClosing = true; }
-  TearDown(const TearDown&) = delete;
-  TearDown& operator=(const TearDown&) = delete;
-  ~TearDown() {
+  explicit TeardownGuard(CameraOperator& camera) : m_camera(camera) { m_camera.m_isClosing = true; }
+  TeardownGuard(const TeardownGuard&) = delete;
+  TeardownGuard& operator=(const TeardownGuard&) = delete;
+  ~TeardownGuard() {
     m_camera.StopCapture();
     m_camera.m_isClosing = false;
   }
@@ -71,7 +71,7 @@ CameraOperator::~CameraOperator() {
     StopGraph();
   }
   StopCapture();
-  // Where a pin means anything, a library that is being unloaded has none left.
+  // Balances the pin on systems where PinModule has no effect. Elsewhere a pinned module is not unloaded.
   UnpinModuleAfterClose();
   CoUninitialize();
 }
@@ -115,7 +115,7 @@ int CameraOperator::OpenCameraInner(const NUVEQCameraParam* param) {
     UpdateServiceStatusToNuveq(param->id, param->idLen, NUVEQ_SERVICE_STATUS_CAMERA_OPEN);
     return NUVEQ_CAMERA_ALREADY_OPEN;
   }
-  // The failures from here on clean nothing up: that is the close request's work.
+  // Failures from here on leave partial state; CloseCameraInner cleans up.
   if (!InitVideoEncoder(MakeEncodeParam(*param))) {
     OPERATOR_LOG(ERROR_LOG_LEVEL, 743, L"fail to init video encoder");
     return NUVEQ_CAMERA_ENCODER_FAILED;
@@ -127,7 +127,7 @@ int CameraOperator::OpenCameraInner(const NUVEQCameraParam* param) {
   }
   UpdateServiceStatusToNuveq(param->id, param->idLen, NUVEQ_SERVICE_STATUS_CAMERA_OPEN);
   if (!m_mediaControl) {
-    // The platform has closed the camera from inside the report.
+    // The host has closed the camera from inside the report.
     return NUVEQ_CAMERA_GRAPH_FAILED;
   }
   m_stopEncode = false;
@@ -136,29 +136,10 @@ int CameraOperator::OpenCameraInner(const NUVEQCameraParam* param) {
     return NUVEQ_CAMERA_GRAPH_FAILED;
   }
   LONG eventCode = 0;
-  m_mediaEvent->WaitForCompletion(kForEver, &eventCode);
+  m_mediaEvent->WaitForCompletion(kNoTimeout, &eventCode);
   StartEncodeThread();
   OPERATOR_LOG(WARN_LOG_LEVEL, 775, L"open camera success");
   return NUVEQ_CAMERA_OK;
-}
-
-VideoEncoder::EncodeParam CameraOperator::MakeEncodeParam(const NUVEQCameraParam& param) const {
-  const CameraFormatCode format = CameraCapabilityMgr::GetInstance().GetFormat(param.width, param.height);
-  VideoEncoder::EncodeParam encodeParam{};
-  encodeParam.width = param.width;
-  encodeParam.height = param.height;
-  encodeParam.frameRate = param.fps;
-  encodeParam.colorSpace = static_cast<ColorSpace>(format);
-  encodeParam.colorCode = format == CameraFormatCode::kUncompressed ? 1 : 2;
-  encodeParam.outWidth = param.width;
-  encodeParam.outHeight = param.height;
-  // A key frame every five seconds.
-  encodeParam.keyFrameInterval = static_cast<std::uint16_t>(param.fps * 5);
-  encodeParam.unnamed34 = 1;
-  encodeParam.unnamed36 = 1;
-  encodeParam.bitRate = 1536;
-  encodeParam.unnamed40 = 0;
-  return encodeParam;
 }
 
 bool CameraOperator::CloseCameraInner(const char* id, std::uint32_t idLen) {
@@ -166,20 +147,20 @@ bool CameraOperator::CloseCameraInner(const char* id, std::uint32_t idLen) {
   if (!m_mediaControl) {
     return false;
   }
-  // From inside the data callback closing would wait for its own thread, from inside its own report for
-  // itself.
+  // A close inside the data callback would join its own thread. A close inside the report of a close is
+  // already in progress.
   if (IsOnEncodeThread() || m_isClosing) {
     return false;
   }
-  const TearDown tearDown(*this);
+  const TeardownGuard teardown(*this);
   if (m_isOpened) {
     StopGraph();
   }
-  // A graph that lacks the event interface has nothing to wait on.
+  // Without an event interface there is no completion to wait for.
   HRESULT completed = E_POINTER;
   if (m_mediaEvent) {
     LONG eventCode = 0;
-    completed = m_mediaEvent->WaitForCompletion(kForEver, &eventCode);
+    completed = m_mediaEvent->WaitForCompletion(kNoTimeout, &eventCode);
   }
   UpdateServiceStatusToNuveq(id, idLen, NUVEQ_SERVICE_STATUS_CAMERA_CLOSED);
   return completed == S_OK;
@@ -189,14 +170,15 @@ void CameraOperator::StopGraph() {
   if (!m_mediaControl) {
     return;
   }
-  // Stopping waits for the streaming thread. Where that thread waits for a buffer that cannot come, it has to
-  // be sent on its way first; in every other state buffers come back and frames in flight are still encoded.
-  m_stoppingGraph = true;
+  // Stop() waits for the streaming thread, which may be waiting for a free buffer. If no buffer can become
+  // free (all are lost, or no encoder thread runs), the queue is stopped first to prevent a deadlock.
+  // Otherwise the queue keeps running, so that frames in flight are still encoded.
+  m_isStoppingGraph = true;
   if (AreAllBuffersLost() || !m_encodeThread.joinable()) {
     m_frameBufQueue.Stop();
   }
   m_mediaControl->Stop();
-  m_stoppingGraph = false;
+  m_isStoppingGraph = false;
 }
 
 void CameraOperator::StopCapture() {
@@ -211,14 +193,14 @@ void CameraOperator::StopCapture() {
     VideoEncoder::ReleaseEncoder(m_videoEncoder);
     m_videoEncoder = nullptr;
   }
-  // Joining a thread took the loader lock. Without one the caller may hold that lock, and must not wait for
-  // it.
-  m_unpinTiming = hasEncodeThread ? UnpinTiming::kBeforeReturning : UnpinTiming::kSoon;
+  // A caller that has joined a thread does not hold the loader lock, so unpinning may wait. Any other caller
+  // may hold it.
+  m_unpinTiming = hasEncodeThread ? platform::UnpinTiming::kBeforeReturning : platform::UnpinTiming::kSoon;
 }
 
 void CameraOperator::UnpinModuleAfterClose() {
   if (!m_mediaControl && std::exchange(m_isModulePinned, false)) {
-    UnpinModule(std::exchange(m_unpinTiming, UnpinTiming::kSoon));
+    platform::UnpinModule(std::exchange(m_unpinTiming, platform::UnpinTiming::kSoon));
   }
 }
 

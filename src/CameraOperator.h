@@ -1,9 +1,9 @@
-// The one object behind the handler table: the camera's whole state, and everything that is done to it.
+// The process-wide object behind the handler table. Holds the camera's state and implements its operations.
 //
-// Operations ending in Inner are the table's. Unless a comment says otherwise, operations run on the
-// platform's calling thread, one at a time, answer true for success and log their own failure. An index out
-// of range, a malformed id and a device without a name fail without a message, and so does an exception,
-// which the table's functions turn into a result.
+// Operations whose name ends in Inner implement table functions. Unless noted otherwise, operations run on
+// the host's calling thread, one at a time, return true on success and log their failure. An index out of
+// range, a malformed id, a device without a name and an exception fail without logging. The table's functions
+// convert exceptions to results.
 //
 //   Idle --InitVideoEncoder--> Encoder ready --OpenCamera--> Graph built --Run, thread start--> Running
 //   any state with a graph --CloseCameraInner--> Idle; any state --StopCapture--> Idle
@@ -24,19 +24,19 @@
 #include "SampleGrabberCB.h"
 #include "com/ComPtr.h"
 
-// The encoder thread's entry.
+// Thread function of the encoder thread.
 void EncodeThreadEntry();
 
 class CameraOperator {
  public:
-  // Initialises COM on the constructing thread.
+  // Initialises COM on the calling thread.
   CameraOperator();
   CameraOperator(const CameraOperator&) = delete;
   CameraOperator& operator=(const CameraOperator&) = delete;
-  // Stops a running graph, tears down and ends COM.
+  // Stops a running graph, tears down and uninitialises COM.
   virtual ~CameraOperator();
 
-  // The process-wide operator, made by the first call from any thread and destroyed when the library is
+  // The process-wide operator. Created by the first call on any thread, destroyed when the library is
   // unloaded.
   static CameraOperator& GetInstance();
 
@@ -48,42 +48,43 @@ class CameraOperator {
   bool CloseCameraInner(const char* id, std::uint32_t idLen);
   void UpdateServiceStatusToNuveq(const char* id, std::uint32_t idLen, NUVEQServiceStatus status);
   void UpdateServiceActionToNuveq(const char* id, std::uint32_t idLen, NUVEQServiceAction& action);
-  // Tears everything down but the running graph, which the caller has stopped.
+  // Tears down everything. The caller has stopped the graph.
   void StopCapture();
-  // Unpins the module once there is no graph to close any more. The caller returns to the host without
-  // calling anything else, and no other frame of the library is on its stack.
+  // Unpins the module if there is no graph to close. The caller must return to the host without calling
+  // anything else, and must be the only function of the library on its stack.
   void UnpinModuleAfterClose();
-  // True inside the data callback and what it calls.
+  // True inside the data callback and in functions that it calls.
   bool IsOnEncodeThread() const { return m_encodeThreadId == std::this_thread::get_id(); }
 
-  // --- Which camera is built in: CameraOperatorDevices.cpp ---
+  // --- Devices: CameraOperatorDevices.cpp ---
 
-  // Instance ids of the first child node of every present USB device that cannot be unplugged.
+  // Returns the instance id of the first child node of every present, non-removable USB device.
   std::vector<std::string> QueryFixedUsbDeviceIds();
-  // The display name in UTF-8; empty on failure. Throws std::range_error for text that is no Unicode.
+  // Returns the display name in UTF-8; empty on failure. Throws std::range_error for invalid UTF-16.
   std::string GetMonikerDisplayName(const ComPtr<IMoniker>& moniker);
-  // The first of the display names that belongs to a USB device which cannot be unplugged, or "".
+  // Returns the first display name that belongs to a non-removable USB device; empty if there is none.
   std::string FindPCCameraName(const std::vector<std::string>& displayNames);
-  // The number of accepted cameras, 0 or 1. Rebuilds the list of their names.
+  // Returns the number of built-in cameras, 0 or 1, and rebuilds the list of their names.
   unsigned int CameraCount();
-  // Binds an accepted camera to its capture filter. True with the filter untouched when the camera has gone
-  // since CameraCount; the caller meets a null filter then.
+  // Binds a camera of that list to its capture filter. If the camera has been disconnected since CameraCount,
+  // returns true and leaves *filter unchanged; callers must check for null.
   bool BindDeviceFilter(unsigned int cameraIndex, IBaseFilter** filter);
-  // Reads a camera id: decimal digits, none meaning 0; more than fit in an int mean the greatest int.
+  // Parses a camera id of decimal digits. An empty id is 0; values above INT_MAX become INT_MAX.
   bool ParseCameraId(const char* id, std::uint32_t idLen, unsigned int* cameraIndex);
 
-  // --- What it can deliver: CameraOperatorMedia.cpp ---
+  // --- Media types and frame rates: CameraOperatorMedia.cpp ---
 
-  // Intervals are in units of 100 ns; both directions round down.
+  // Intervals are in units of 100 ns. Both conversions round down.
   unsigned int AvgTimePerFrameToFps(const __int64 avgTimePerFrame);
   __int64 FpsToAvgTimePerFrame(const unsigned int fps);
-  // Appends one reference per pin, the caller's to release.
+  // Appends the filter's pins. The caller releases each of them.
   bool EnumPins(IBaseFilter* devFilter, std::vector<IPin*>& pins);
   void ParseMediaType(const AM_MEDIA_TYPE& mediaType, std::vector<GUID>& subTypes,
                       std::vector<tagSIZE>& sizes, std::vector<unsigned int>& fpsList);
   bool QueryCameraPinInfo(const std::vector<IPin*>& pins, std::vector<GUID>& subTypes,
                           std::vector<tagSIZE>& sizes, std::vector<unsigned int>& fpsList);
-  // Appends the camera's sizes, subtypes and rates (in thousandths) and refills the capability table.
+  // Appends the camera's sizes in pixels, subtypes, and rates in thousandths of a frame per second, and
+  // refills the capability table.
   bool GetCameraCapabilities(unsigned int cameraIndex, std::vector<tagSIZE>& sizes,
                              std::vector<GUID>& subTypes, std::vector<unsigned int>& fpsList);
   void SortAndUniqueCapabilities(std::vector<tagSIZE>& sizes, std::vector<GUID>& subTypes,
@@ -96,46 +97,47 @@ class CameraOperator {
 
   // --- The capture graph: CameraOperatorGraph.cpp, CameraOperatorFormat.cpp ---
 
-  // Builds and connects the graph; does not run it.
+  // Builds and connects the graph without running it.
   bool OpenCamera(unsigned int cameraIndex, std::uint32_t width, std::uint32_t height, std::uint32_t fps,
                   GUID subType);
   bool InitCameraBasicInfo(IGraphBuilder** graphBuilder);
   bool AddDeviceFilter(unsigned int cameraIndex, IGraphBuilder* graphBuilder, IBaseFilter** deviceFilter);
   bool AddSampleGrabberFilter(IGraphBuilder* graphBuilder, std::uint32_t width, std::uint32_t height,
                               IBaseFilter** grabberFilter);
-  // The filter's first pin of that direction.
+  // Finds the filter's first pin of the given direction.
   bool QueryFilterPin(IBaseFilter* filter, PIN_DIRECTION direction, IPin** pin);
   bool SetCameraFormat(IPin* outputPin, std::uint32_t width, std::uint32_t height, std::uint32_t fps,
                        GUID subType);
   bool ConfigSampleGrabber(IBaseFilter* grabberFilter, std::uint32_t width, std::uint32_t height);
 
-  // --- Frames to packets: CameraOperatorEncode.cpp ---
+  // --- Encoding: CameraOperatorEncode.cpp ---
 
+  VideoEncoder::EncodeParam MakeEncodeParam(const NUVEQCameraParam& param) const;
   bool InitVideoEncoder(const VideoEncoder::EncodeParam& param);
-  // The encoder thread's body: returns once it is told to stop.
+  // Body of the encoder thread. Returns after StopEncodeThread or once the queue is stopped.
   void EncodeH264();
   void StopEncodeThread();
-  // Copies one frame into a free buffer, waiting for one, and queues it. On the graph's streaming thread.
+  // Waits for a free buffer, copies one frame of length bytes into it and queues it. Called on the graph's
+  // streaming thread.
   void PushFrame(const std::uint8_t* bytes, std::int32_t length);
 
  private:
-  // Tests reach states through it that no sequence of calls leads to.
+  // Gives tests access to states that no sequence of calls reaches.
   friend struct CameraOperatorTestAccess;
   friend void EncodeThreadEntry();
 
-  class TearDown;
-  class EncodeThreadMark;
+  class TeardownGuard;
+  class EncodeThreadIdScope;
 
-  VideoEncoder::EncodeParam MakeEncodeParam(const NUVEQCameraParam& param) const;
   void StartEncodeThread();
   void StopGraph();
-  // Hands a packet to the platform under the camera's id, copied into a string that the caller keeps for
-  // reuse. The platform's result; 0 without a callback.
+  // Passes a packet and the camera's id to the data callback and returns its result; 0 without a callback.
+  // id is a reusable buffer for the copy of the camera's id.
   std::int32_t SendPacket(const AVEncodePacket& packet, std::string& id);
-  // Counts a buffer that leaves circulation until the pool is torn down.
+  // Counts a buffer that stays unavailable until the pool is freed.
   void LoseBuffer();
   bool AreAllBuffersLost() const;
-  // Frees the stopped pool, once nobody copies into it.
+  // Frees the stopped pool after the last copy into it has ended.
   void FreePool();
 
   std::string m_cameraId;  // guarded by m_cameraIdMutex once the encoder thread runs
@@ -154,17 +156,17 @@ class CameraOperator {
 
   bool m_isClosing = false;
   bool m_isModulePinned = false;
-  UnpinTiming m_unpinTiming = UnpinTiming::kSoon;
-  // A refused open request replaces the id while the encoder thread sends packets under it.
+  platform::UnpinTiming m_unpinTiming = platform::UnpinTiming::kSoon;
+  // A refused open request replaces the id while the encoder thread uses it.
   std::mutex m_cameraIdMutex;
-  // The encoder thread while it runs; set and cleared by its entry.
+  // Id of the encoder thread while it runs; set and cleared by EncodeThreadEntry.
   std::atomic<std::thread::id> m_encodeThreadId{};
-  // Buffers that have left circulation since the pool was made.
+  // Buffers lost since the pool was created.
   std::atomic<std::uint32_t> m_lostBuffers = 0;
   // Set while a thread waits for the graph to stop.
-  std::atomic<bool> m_stoppingGraph = false;
-  // Frames on their way into the pool, and a bar to more of them while the pool is freed: not every graph has
-  // stopped calling when it says that it has stopped.
-  std::atomic<std::uint32_t> m_framesUnderWay = 0;
-  std::atomic<bool> m_freeingPool = false;
+  std::atomic<bool> m_isStoppingGraph = false;
+  // Number of PushFrame calls that may use the pool, and the flag that rejects new frames during pool
+  // teardown. Some graphs still deliver frames after Stop has returned.
+  std::atomic<std::uint32_t> m_framesInProgress = 0;
+  std::atomic<bool> m_rejectFrames = false;
 };

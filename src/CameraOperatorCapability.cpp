@@ -1,5 +1,6 @@
-// The capability records that the platform asks for and hands back.
+// Capability records: GetCapability and ReleaseCapability.
 #include <string>
+#include <string_view>
 
 #include "Allocation.h"
 #include "BoundedCopy.h"
@@ -9,20 +10,16 @@
 namespace {
 
 constexpr std::size_t kIdSize = 64;
-constexpr int kReleaseAll = 1;
-
-// What the platform is told when it has no usable camera.
-constexpr std::uint32_t kCameraDriverError = 7;
-constexpr int kNoCameraCode = 440;
+constexpr int kReleaseAll = 1;  // ignored by FreeCameraCapabilities
 
 template <typename T>
 T* AllocateZeroed(std::size_t count) {
-  return static_cast<T*>(AllocatePlatformBlock(count * sizeof(T)));
+  return static_cast<T*>(platform::AllocateHostBlock(count * sizeof(T)));
 }
 
 template <typename T>
 void FreeAndClear(T*& block) {
-  FreePlatformBlock(block);
+  platform::FreeHostBlock(block);
   block = nullptr;
 }
 
@@ -43,7 +40,7 @@ int FillFpsRanges(NUVEQCameraAbility& ability, const std::vector<unsigned int>& 
   ability.fpsRangeNum = static_cast<std::uint32_t>(fpsList.size());
   ability.fpsRanges = AllocateZeroed<NUVEQFpsRange>(fpsList.size());
   if (ability.fpsRanges == nullptr) {
-    // The one block whose absence is not reported as such.
+    // The only failed allocation that is not reported as NUVEQ_CAMERA_NO_MEMORY.
     return NUVEQ_CAMERA_NOT_USABLE;
   }
   for (std::size_t i = 0; i < fpsList.size(); ++i) {
@@ -67,10 +64,10 @@ int FillResolutions(NUVEQCameraAbility& ability, const std::vector<tagSIZE>& siz
   return NUVEQ_CAMERA_OK;
 }
 
-// Builds one camera's record. What a failure leaves unfinished is released with the record.
+// Builds one camera's record. On failure the record is incomplete; the caller releases it.
 int MakeRecord(unsigned int index, const std::vector<unsigned int>& fpsList,
                const std::vector<tagSIZE>& sizes, NUVEQCameraCapabilities*& record) {
-  // Stored even when it is null, so that the clean-up never meets what the host's pointer held before.
+  // Stored even if it is null, so that the cleanup never frees a pointer of the host's.
   record = AllocateZeroed<NUVEQCameraCapabilities>(1);
   if (record == nullptr) {
     return NUVEQ_CAMERA_NO_MEMORY;
@@ -82,7 +79,7 @@ int MakeRecord(unsigned int index, const std::vector<unsigned int>& fpsList,
   if (record->abilities == nullptr) {
     return NUVEQ_CAMERA_NO_MEMORY;
   }
-  // Before its lists are made, so that a failure releases those with the record.
+  // Set before the lists are allocated, so that they are released with the record after a failure.
   record->abilityNum = 1;
   if (const int result = FillFpsRanges(*record->abilities, fpsList); result != NUVEQ_CAMERA_OK) {
     return result;
@@ -104,9 +101,9 @@ int CameraOperator::GetCameraCapabilityInner(NUVEQCameraCapabilities** allAbilit
   }
   const unsigned int count = CameraCount();
   if (count == 0) {
-    const std::string content = std::to_string(kNoCameraCode);
-    NUVEQServiceAction action{kCameraDriverError, content.c_str(),
-                              static_cast<std::uint32_t>(content.size())};
+    constexpr std::string_view kContent = NUVEQ_SERVICE_ACTION_NO_CAMERA;
+    NUVEQServiceAction action{NUVEQ_SERVICE_ACTION_CAMERA_DRIVER_ERROR, kContent.data(),
+                              static_cast<std::uint32_t>(kContent.size())};
     UpdateServiceActionToNuveq(nullptr, 1, action);
     OPERATOR_LOG(ERROR_LOG_LEVEL, 981, L"Can not find PC Camera");
     return NUVEQ_CAMERA_NOT_USABLE;
@@ -117,7 +114,7 @@ int CameraOperator::GetCameraCapabilityInner(NUVEQCameraCapabilities** allAbilit
     std::vector<tagSIZE> sizes;
     std::vector<GUID> subTypes;
     std::vector<unsigned int> fpsList;
-    // A camera that cannot be read still gets its record, which is then released with the rest.
+    // A camera that cannot be read still gets a record, which is released below.
     if (!GetCameraCapabilities(i, sizes, subTypes, fpsList)) {
       result = NUVEQ_CAMERA_NOT_USABLE;
     }
@@ -152,5 +149,5 @@ void CameraOperator::FreeCameraCapabilities(int /*ignored*/, NUVEQCameraCapabili
     }
     FreeAndClear(record.abilities);
   }
-  FreePlatformBlock(capabilities);
+  platform::FreeHostBlock(capabilities);
 }

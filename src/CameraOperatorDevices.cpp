@@ -1,4 +1,4 @@
-// Which capture device is the PC's own camera, how it is bound, and how its id is read.
+// Finding and binding the built-in camera, and parsing camera ids.
 #include <algorithm>
 #include <array>
 #include <cctype>
@@ -21,7 +21,7 @@ constexpr DWORD kTaskAllocator = 1;
 constexpr std::size_t kInterfaceDetailSize = 1024;
 constexpr std::size_t kInstanceIdSize = 256;
 
-// A set of device information elements, closed at scope exit.
+// Owns a SetupAPI device information set.
 class DeviceInfoSet {
  public:
   explicit DeviceInfoSet(HDEVINFO set) : m_set(set) {}
@@ -40,9 +40,9 @@ class DeviceInfoSet {
   HDEVINFO m_set;
 };
 
-// Device information element number index of the set, provided that the detail of the interface can be read.
+// Returns the device at the given index of the set; nullopt if its interface detail cannot be read.
 std::optional<DEVINST> GetDevice(const DeviceInfoSet& set, DWORD index, SP_DEVICE_INTERFACE_DATA& data) {
-  // Neither the path nor the element that come with the detail are used.
+  // The call must succeed; its outputs are not used.
   alignas(SP_DEVICE_INTERFACE_DETAIL_DATA_W) std::array<unsigned char, kInterfaceDetailSize> buffer{};
   auto* const detail = reinterpret_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_W*>(buffer.data());
   detail->cbSize = sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_W);
@@ -60,15 +60,14 @@ std::optional<DEVINST> GetDevice(const DeviceInfoSet& set, DWORD index, SP_DEVIC
   return device.DevInst;
 }
 
-// Outputs start out as what makes a device count for nothing, for systems that answer success and write
-// nothing.
+// The status is initialised as removable, since some systems return success without writing it.
 bool IsFixed(DEVINST device) {
   ULONG status = DN_REMOVABLE;
   ULONG problem = 0;
   return CM_Get_DevNode_Status(&status, &problem, device, 0) == CR_SUCCESS && (status & DN_REMOVABLE) == 0;
 }
 
-// Appends the instance id of the node's first child, if it has one.
+// Appends the instance id of the device's first child node, if it has one.
 void AppendFirstChildId(DEVINST device, std::vector<std::string>& ids) {
   DEVINST child = 0;
   if (CM_Get_Child(&child, device, 0) != CR_SUCCESS || child == 0) {
@@ -80,7 +79,7 @@ void AppendFirstChildId(DEVINST device, std::vector<std::string>& ids) {
   }
 }
 
-// The id as it stands in display names: lower case, with "#" where the id has "\".
+// Converts an instance id to the form used in display names: lower case, with "#" for "\".
 std::string ToDisplayNameForm(std::string id) {
   for (char& c : id) {
     c = c == '\\' ? '#' : static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
@@ -88,11 +87,11 @@ std::string ToDisplayNameForm(std::string id) {
   return id;
 }
 
-// Surrogate pairs are understood whatever the width of wchar_t.
+// Decodes surrogate pairs with 16-bit and with 32-bit wchar_t.
 std::string ToUtf8(const std::wstring& text) {
   std::wstring_convert<std::codecvt_utf8_utf16<wchar_t>> converter;
   std::string converted = converter.to_bytes(text);
-  // Half a pair at the very end is left out without a word.
+  // to_bytes silently drops an unpaired surrogate at the end.
   if (converter.converted() != text.size()) {
     throw std::range_error("bad conversion");
   }
@@ -111,13 +110,13 @@ HRESULT EnumerateCameras(ICreateDevEnum& devices, ComPtr<IEnumMoniker>& monikers
   });
 }
 
-// False at the end. The next moniker may be null.
+// Returns false at the end of the enumeration. The moniker may be null.
 bool NextMoniker(IEnumMoniker& monikers, ComPtr<IMoniker>& moniker) {
   ULONG fetched = 0;
   return Receive(moniker.Put(), [&](IMoniker** out) { return monikers.Next(1, out, &fetched); }) == S_OK;
 }
 
-// Task memory that one allocator frees.
+// Frees task memory with the given allocator.
 struct FreeWithAllocator {
   IMalloc* allocator;
   void operator()(WCHAR* text) const { allocator->Free(text); }
@@ -195,7 +194,7 @@ unsigned int CameraOperator::CameraCount() {
   }
   m_cameraNames.clear();
   monikers->Reset();
-  // Names of cameras that are not accepted stay out of the list, also when something throws on the way.
+  // A local list: if an exception is thrown, m_cameraNames holds no name that was not accepted.
   std::vector<std::string> displayNames;
   ComPtr<IMoniker> moniker;
   while (NextMoniker(*monikers.Get(), moniker)) {
@@ -247,7 +246,7 @@ bool CameraOperator::ParseCameraId(const char* id, std::uint32_t idLen, unsigned
     return false;
   }
   const char* const end = id + idLen;
-  // Stops at the first character that is no digit, so a length beyond the text is not followed.
+  // Stops at the first non-digit, so that a length beyond the end of the text is harmless.
   if (!std::all_of(id, end, [](char c) { return c >= '0' && c <= '9'; })) {
     return false;
   }

@@ -1,41 +1,41 @@
-// The frame path: the encoder's set-up, frames from the graph into the pool, and the encoder thread.
+// Frame path: encoder setup, copying frames from the graph into the pool, and the encoder thread.
 #include <chrono>
 #include <utility>
 
 #include "BoundedCopy.h"
+#include "CameraCapabilityMgr.h"
 #include "CameraOperator.h"
 #include "Log.h"
 #include "Thread.h"
 
 namespace {
 
-// Raw frames that may wait between the graph and the encoder: enough to ride out a slow packet, few enough
-// that the picture does not lag.
+// Size of the frame pool: large enough to absorb a slow packet, small enough to bound the latency.
 constexpr std::uint32_t kFrameBuffers = 5;
 
-// A frame that goes back to the pool when the encoder is through with it, however that ends.
-class BorrowedFrame {
+// Returns a frame to the pool at scope exit, or earlier on request.
+class FrameReturner {
  public:
-  BorrowedFrame(FrameBufQueue& queue, VideoFrame* frame) : m_queue(queue), m_frame(frame) {}
-  BorrowedFrame(const BorrowedFrame&) = delete;
-  BorrowedFrame& operator=(const BorrowedFrame&) = delete;
-  ~BorrowedFrame() { GiveBack(); }
+  FrameReturner(FrameBufQueue& queue, VideoFrame* frame) : m_queue(queue), m_frame(frame) {}
+  FrameReturner(const FrameReturner&) = delete;
+  FrameReturner& operator=(const FrameReturner&) = delete;
+  ~FrameReturner() { Return(); }
 
-  // The queue ignores null.
-  void GiveBack() { m_queue.PutFreeBuffer(std::exchange(m_frame, nullptr)); }
+  // The queue ignores null, so that a second call has no effect.
+  void Return() { m_queue.PutFreeBuffer(std::exchange(m_frame, nullptr)); }
 
  private:
   FrameBufQueue& m_queue;
   VideoFrame* m_frame;
 };
 
-// Counts a frame for as long as it is on its way.
-class FrameUnderWay {
+// Counts a frame while PushFrame handles it.
+class FrameInProgress {
  public:
-  explicit FrameUnderWay(std::atomic<std::uint32_t>& count) : m_count(count) { ++m_count; }
-  FrameUnderWay(const FrameUnderWay&) = delete;
-  FrameUnderWay& operator=(const FrameUnderWay&) = delete;
-  ~FrameUnderWay() { --m_count; }
+  explicit FrameInProgress(std::atomic<std::uint32_t>& count) : m_count(count) { ++m_count; }
+  FrameInProgress(const FrameInProgress&) = delete;
+  FrameInProgress& operator=(const FrameInProgress&) = delete;
+  ~FrameInProgress() { --m_count; }
 
  private:
   std::atomic<std::uint32_t>& m_count;
@@ -51,26 +51,45 @@ bool IsReady(VideoEncoder& encoder, const VideoEncoder::EncodeParam& param) noex
 
 }  // namespace
 
-// Marks the calling thread as the operator's encoder thread while it lives. Systems reuse the ids of threads
-// that have ended.
-class CameraOperator::EncodeThreadMark {
+// Records the calling thread as the encoder thread. Clears the record at scope exit, because systems reuse
+// thread ids.
+class CameraOperator::EncodeThreadIdScope {
  public:
-  explicit EncodeThreadMark(CameraOperator& camera) : m_camera(camera) {
+  explicit EncodeThreadIdScope(CameraOperator& camera) : m_camera(camera) {
     m_camera.m_encodeThreadId = std::this_thread::get_id();
   }
-  EncodeThreadMark(const EncodeThreadMark&) = delete;
-  EncodeThreadMark& operator=(const EncodeThreadMark&) = delete;
-  ~EncodeThreadMark() { m_camera.m_encodeThreadId = std::thread::id(); }
+  EncodeThreadIdScope(const EncodeThreadIdScope&) = delete;
+  EncodeThreadIdScope& operator=(const EncodeThreadIdScope&) = delete;
+  ~EncodeThreadIdScope() { m_camera.m_encodeThreadId = std::thread::id(); }
 
  private:
   CameraOperator& m_camera;
 };
 
 void EncodeThreadEntry() {
-  PrepareEncoderThread();
+  platform::ConfigureEncoderThread();
   CameraOperator& camera = CameraOperator::GetInstance();
-  const CameraOperator::EncodeThreadMark mark(camera);
+  const CameraOperator::EncodeThreadIdScope threadIdScope(camera);
   camera.EncodeH264();
+}
+
+VideoEncoder::EncodeParam CameraOperator::MakeEncodeParam(const NUVEQCameraParam& param) const {
+  const CameraFormatCode format = CameraCapabilityMgr::GetInstance().GetFormat(param.width, param.height);
+  VideoEncoder::EncodeParam encodeParam{};
+  encodeParam.width = param.width;
+  encodeParam.height = param.height;
+  encodeParam.frameRate = param.fps;
+  encodeParam.colorSpace = static_cast<ColorSpace>(format);
+  encodeParam.colorCode = format == CameraFormatCode::kUncompressed ? 1 : 2;
+  encodeParam.outWidth = param.width;
+  encodeParam.outHeight = param.height;
+  // A key frame every five seconds.
+  encodeParam.keyFrameInterval = static_cast<std::uint16_t>(param.fps * 5);
+  encodeParam.unnamed34 = 1;
+  encodeParam.unnamed36 = 1;
+  encodeParam.bitRate = 1536;
+  encodeParam.unnamed40 = 0;
+  return encodeParam;
 }
 
 bool CameraOperator::InitVideoEncoder(const VideoEncoder::EncodeParam& param) {
@@ -80,7 +99,7 @@ bool CameraOperator::InitVideoEncoder(const VideoEncoder::EncodeParam& param) {
     VideoEncoder::ReleaseEncoder(encoder);
     return false;
   }
-  // What a failed open left behind is replaced.
+  // A failed open may have left an encoder.
   if (VideoEncoder* const replaced = std::exchange(m_videoEncoder, encoder); replaced != nullptr) {
     VideoEncoder::ReleaseEncoder(replaced);
   }
@@ -113,17 +132,17 @@ void CameraOperator::EncodeH264() {
       continue;
     }
     try {
-      BorrowedFrame borrowed(m_frameBufQueue, frame);
+      FrameReturner frameReturner(m_frameBufQueue, frame);
       AVEncodePacket packet;
       const std::int32_t error = m_videoEncoder->Encode(frame, &packet);
-      borrowed.GiveBack();
+      frameReturner.Return();
       if (error != 0) {
         OPERATOR_LOG(ERROR_LOG_LEVEL, 1148, L"fail to encode frame, error: ", error);
       } else if (const std::int32_t refused = SendPacket(packet, id); refused != 0) {
         OPERATOR_LOG(ERROR_LOG_LEVEL, 1156, L"fail to send encode data, error: ", refused);
       }
     } catch (...) {
-      // Costs this packet; an exception that left this thread would cost the process.
+      // Drop the packet: an exception that leaves the thread function would terminate the process.
       continue;
     }
   }
@@ -145,12 +164,12 @@ void CameraOperator::PushFrame(const std::uint8_t* bytes, std::int32_t length) {
   if (bytes == nullptr || length <= 0) {
     return;
   }
-  if (m_freeingPool) {
-    // Uncounted, so that whoever frees the pool waits for no more frames than are under way already.
+  if (m_rejectFrames) {
+    // Not counted, so that FreePool does not wait for new frames.
     return;
   }
-  const FrameUnderWay underWay(m_framesUnderWay);
-  if (m_freeingPool) {
+  const FrameInProgress inProgress(m_framesInProgress);
+  if (m_rejectFrames) {
     return;
   }
   VideoFrame* const frame = m_frameBufQueue.GetFreeBuffer();
@@ -166,24 +185,25 @@ void CameraOperator::PushFrame(const std::uint8_t* bytes, std::int32_t length) {
 }
 
 void CameraOperator::FreePool() {
-  // Whichever of this and a frame comes second sees what the other wrote. In a stopped queue no frame waits.
-  m_freeingPool = true;
-  while (m_framesUnderWay != 0) {
-    // A copy takes less. Yielding would not let threads of lower priority go on.
+  // PushFrame increments the counter before it checks the flag again, so that either it sees the flag or this
+  // loop sees the counter. The queue is stopped: no counted frame waits for a buffer.
+  m_rejectFrames = true;
+  while (m_framesInProgress != 0) {
+    // Longer than a copy takes. Yielding instead would starve threads of lower priority.
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
   m_frameBufQueue.Uninit();
-  // Before the next pool can lose any.
+  // Reset while frames are rejected, so that no loss of the next pool is missed.
   m_lostBuffers = 0;
-  m_freeingPool = false;
+  m_rejectFrames = false;
 }
 
 bool CameraOperator::AreAllBuffersLost() const { return m_lostBuffers >= kFrameBuffers; }
 
 void CameraOperator::LoseBuffer() {
   ++m_lostBuffers;
-  // The last one may be lost while the graph is being stopped: the next frame must not wait for another.
-  if (m_stoppingGraph && AreAllBuffersLost()) {
+  // If the last buffer is lost while the graph is being stopped, the next frame must not wait for a buffer.
+  if (m_isStoppingGraph && AreAllBuffersLost()) {
     m_frameBufQueue.Stop();
   }
 }

@@ -1,4 +1,4 @@
-// What flows through the capture graph: the camera's output format and the sample grabber's settings.
+// Output format of the camera and settings of the sample grabber.
 #include <cstddef>
 #include <cstring>
 
@@ -12,24 +12,24 @@ namespace {
 
 constexpr LONG kCallBufferCB = 1;
 
-// The fields of a VIDEOINFOHEADER that SetCameraFormat sets, in bytes from its start.
+// Byte offsets of the VIDEOINFOHEADER fields that SetCameraFormat sets.
 constexpr std::size_t kIntervalOffset = offsetof(VIDEOINFOHEADER, AvgTimePerFrame);
 constexpr std::size_t kWidthOffset =
     offsetof(VIDEOINFOHEADER, bmiHeader) + offsetof(BITMAPINFOHEADER, biWidth);
 constexpr std::size_t kHeightOffset =
     offsetof(VIDEOINFOHEADER, bmiHeader) + offsetof(BITMAPINFOHEADER, biHeight);
-// The end of the last of them.
+// End of the last of these fields.
 constexpr std::size_t kFrameFormatEnd = kHeightOffset + sizeof(BITMAPINFOHEADER::biHeight);
 static_assert(kIntervalOffset < kWidthOffset && kWidthOffset < kHeightOffset && kFrameFormatEnd == 60);
 
-// True when these fields can be written: the media type has a VIDEOINFOHEADER, and its block does not say
-// that it ends before them. cbFormat 0 says nothing about the length of a block that is there.
+// True if the format block is a VIDEOINFOHEADER that is long enough for these fields. A cbFormat of 0 means
+// that the length is unknown, and is accepted.
 bool HasRoomForFrameFormat(const AM_MEDIA_TYPE& mediaType) {
   return IsEqualGUID(mediaType.formattype, FORMAT_VideoInfo) && mediaType.pbFormat != nullptr &&
          (mediaType.cbFormat == 0 || mediaType.cbFormat >= kFrameFormatEnd);
 }
 
-// Sets one field of the format block, which need not be aligned.
+// Writes one field of the format block, which need not be aligned.
 template <typename Field>
 void SetField(AM_MEDIA_TYPE& mediaType, std::size_t offset, Field value) {
   std::memcpy(mediaType.pbFormat + offset, &value, sizeof(value));
@@ -53,7 +53,7 @@ bool CameraOperator::SetCameraFormat(IPin* outputPin, std::uint32_t width, std::
     return false;
   }
   mediaType->subtype = subType;
-  // A pin with another kind of format keeps the one that it has.
+  // Other kinds of format are left unchanged.
   if (HasRoomForFrameFormat(*mediaType)) {
     SetField(*mediaType, kWidthOffset, static_cast<LONG>(width));
     SetField(*mediaType, kHeightOffset, static_cast<LONG>(height));
@@ -65,7 +65,7 @@ bool CameraOperator::SetCameraFormat(IPin* outputPin, std::uint32_t width, std::
       OPERATOR_LOG(ERROR_LOG_LEVEL, __LINE__, L"Set camera parameter fail, error:", hr);
     }
   }
-  // The structure of a type that is used is not given back to task memory, only what it holds.
+  // Only the contents are freed; the structure itself is not.
   FreeMediaTypeContents(*mediaType);
   return hr == S_OK;
 }
@@ -83,7 +83,7 @@ bool CameraOperator::ConfigSampleGrabber(IBaseFilter* grabberFilter, std::uint32
     OPERATOR_LOG(ERROR_LOG_LEVEL, __LINE__, L"QueryInterface IID_ISampleGrabber fail, error: ", hr);
     return false;
   }
-  // Without a format block the type imposes no frame size.
+  // A media type without a format block accepts any frame size.
   const CapabilityEntry entry = CameraCapabilityMgr::GetInstance().FindCapability(width, height);
   AM_MEDIA_TYPE mediaType{};
   mediaType.majortype = MEDIATYPE_Video;
@@ -104,7 +104,7 @@ bool CameraOperator::ConfigSampleGrabber(IBaseFilter* grabberFilter, std::uint32
     OPERATOR_LOG(ERROR_LOG_LEVEL, __LINE__, L"fail to set buffer sample, error: ", hr);
     return false;
   }
-  // The first sample completes the graph, which is what an open request waits for; samples go on arriving.
+  // The first sample completes the graph, which ends the wait in OpenCameraInner. Samples keep arriving.
   hr = grabber->SetOneShot(TRUE);
   if (hr != S_OK) {
     OPERATOR_LOG(ERROR_LOG_LEVEL, __LINE__, L"fail to set one shot, error: ", hr);

@@ -1,4 +1,4 @@
-// The capture graph: the camera's filter, connected to a sample grabber, and nothing else.
+// Assembly of the capture graph: the camera's filter connected to a sample grabber.
 #include <utility>
 
 #include "CameraOperator.h"
@@ -29,7 +29,7 @@ bool CameraOperator::OpenCamera(unsigned int cameraIndex, std::uint32_t width, s
   if (!QueryFilterPin(deviceFilter.Get(), PINDIR_OUTPUT, devicePin.Put()) || !devicePin) {
     return false;
   }
-  // The format is a matter of the unconnected pin.
+  // The format must be set before the pin is connected.
   if (!SetCameraFormat(devicePin.Get(), width, height, fps, subType)) {
     return false;
   }
@@ -55,7 +55,7 @@ bool CameraOperator::InitCameraBasicInfo(IGraphBuilder** graphBuilder) {
     OPERATOR_LOG(ERROR_LOG_LEVEL, __LINE__, L"CoCreateInstance fail, error: ", hr);
     return false;
   }
-  // An interface that is still held from an earlier graph is overwritten, not released.
+  // Overwrites an interface of an earlier graph without releasing it.
   static_cast<void>(m_mediaControl.Detach());
   hr = Receive(m_mediaControl.Put(),
                [&](void** out) { return (*graphBuilder)->QueryInterface(IID_IMediaControl, out); });
@@ -64,8 +64,8 @@ bool CameraOperator::InitCameraBasicInfo(IGraphBuilder** graphBuilder) {
     return false;
   }
   if (!std::exchange(m_isModulePinned, true)) {
-    // From here on there is something that only a close can take apart, and a close that can do it.
-    PinModule();
+    // From here on only a close can release the graph, so the module must stay loaded until then.
+    platform::PinModule();
   }
   static_cast<void>(m_mediaEvent.Detach());
   hr = Receive(m_mediaEvent.Put(),
@@ -83,7 +83,7 @@ bool CameraOperator::AddDeviceFilter(unsigned int cameraIndex, IGraphBuilder* gr
     OPERATOR_LOG(ERROR_LOG_LEVEL, __LINE__, L"BindDeviceFilter fail.");
     return false;
   }
-  // A camera that has gone since it was counted left the filter null; the graph refuses that.
+  // The filter is null if the camera has been disconnected since the query; AddFilter refuses null.
   if (const HRESULT hr = graphBuilder->AddFilter(*deviceFilter, nullptr); hr != S_OK) {
     OPERATOR_LOG(ERROR_LOG_LEVEL, __LINE__, L"AddFilter fail, error: ", hr);
     return false;

@@ -1,4 +1,4 @@
-// What the camera can deliver: media types, frame rates, and the lists made of them.
+// Media types and frame rates of the camera.
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -16,10 +16,10 @@ namespace {
 // DirectShow's time unit is 100 ns.
 constexpr double kUnitsPerSecond = 10'000'000.0;
 constexpr unsigned int kDefaultFps = 30;
-// Not the interval of 30 frames per second: what a request for no frames has always been given.
+// Interval for a rate of 0. It does not correspond to kDefaultFps; hosts depend on the value.
 constexpr __int64 kDefaultInterval = 33;
 
-// A media type that an enumerator handed out: structure, format block and interface are the receiver's.
+// Deleter of a media type that an enumerator returned: frees the contents and the structure.
 struct FreeMediaType {
   void operator()(AM_MEDIA_TYPE* mediaType) const {
     FreeMediaTypeContents(*mediaType);
@@ -27,7 +27,7 @@ struct FreeMediaType {
   }
 };
 
-// Pins with the references that EnumPins took.
+// Owns the references that EnumPins returned.
 struct PinList {
   PinList() = default;
   PinList(const PinList&) = delete;
@@ -46,8 +46,8 @@ struct PinList {
   std::vector<IPin*> pins;
 };
 
-// Neither of these two is a strict ordering: 1280x480 and 640x720 each come before the other. Platforms know
-// the order of the lists that result.
+// These two comparisons are not strict weak orderings: 1280x480 and 640x720 each come before the other. Hosts
+// depend on the resulting order.
 bool SizeComesBefore(const tagSIZE& a, const tagSIZE& b) { return a.cx < b.cx || a.cy < b.cy; }
 
 bool SubTypeComesBefore(const GUID& a, const GUID& b) {
@@ -102,7 +102,7 @@ bool CameraOperator::EnumPins(IBaseFilter* devFilter, std::vector<IPin*>& pins) 
   while (Receive(pin.Put(), [&](IPin** out) { return enumerator->Next(1, out, nullptr); }) == S_OK) {
     if (pin) {
       pins.push_back(pin.Get());
-      // The list owns the reference from here on.
+      // The list owns the reference now.
       static_cast<void>(pin.Detach());
     }
   }
@@ -134,7 +134,7 @@ bool CameraOperator::QueryCameraPinInfo(const std::vector<IPin*>& pins, std::vec
     if (pin == nullptr) {
       continue;
     }
-    // Only whether the pin answers matters; the filter that it names is released.
+    // The call must succeed; the filter that it returns is only released.
     ComPtr<IBaseFilter> unused;
     HRESULT hr = Receive(unused.Put(), [&](IBaseFilter** out) {
       PIN_INFO info{};
@@ -180,7 +180,7 @@ bool CameraOperator::GetCameraCapabilities(unsigned int cameraIndex, std::vector
     OPERATOR_LOG(ERROR_LOG_LEVEL, 343, L"EnumPins fail, cameraIndex: ", cameraIndex);
     return false;
   }
-  // The table describes the camera queried last.
+  // The table describes the camera that was queried last.
   CameraCapabilityMgr::GetInstance().Clear();
   if (!QueryCameraPinInfo(pinList.pins, subTypes, sizes, fpsList)) {
     OPERATOR_LOG(ERROR_LOG_LEVEL, 349, L"fail to query camera pin info.");

@@ -1,4 +1,4 @@
-// The pool of raw video frames between the capture graph and the encoder thread.
+// Pool of raw video frames between the capture graph and the encoder thread.
 #pragma once
 
 #include <cstdint>
@@ -14,8 +14,8 @@ class FrameBufQueue : public CBufferQueue<VideoFrame*> {
   VideoFrame* CreateBuffer() override;
   void DestroyBuffer(VideoFrame* buffer) override;
 
-  // Makes count frames of the given size, in pixels, and layout. False for an empty size, while a pool
-  // exists, and when a frame cannot be allocated.
+  // Creates count frames of the given size in pixels and layout. False for an empty size, if a pool exists,
+  // or if a frame cannot be allocated.
   bool Init(std::uint32_t count, std::uint32_t frameWidth, std::uint32_t frameHeight, ColorSpace layout);
 
  private:

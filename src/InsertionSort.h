@@ -1,12 +1,12 @@
-// A sort for orderings that need not be orderings.
+// A sort that tolerates comparisons that are not strict weak orderings.
 #pragma once
 
 #include <cstddef>
 #include <utility>
 #include <vector>
 
-// Sorts by "comes before". Stays within the list, and ends, whatever comesBefore answers; std::sort promises
-// neither for an ordering in which two elements each come before the other. Lists here have tens of elements.
+// Stays within the list and terminates for any comparison. std::sort guarantees neither if two elements each
+// come before the other. Quadratic; lists here have tens of elements.
 template <typename T, typename ComesBefore>
 void InsertionSort(std::vector<T>& list, ComesBefore comesBefore) {
   for (std::size_t next = 1; next < list.size(); ++next) {

@@ -1,7 +1,7 @@
-// One log call of the library: a level, the place it names and pieces of text and numbers.
+// Logging of the library: a level, a source location, and pieces of text and numbers.
 //
-// Readers of the logs know each message by its source file name and line, so messages keep theirs when the
-// code moves: a call names the line where one is established, and __LINE__ where none is.
+// Readers of the logs identify a message by its file name and line number. A message with an established line
+// number keeps it when the code moves; the others use __LINE__.
 #pragma once
 
 #include <string>
@@ -11,16 +11,16 @@
 
 namespace camera_log {
 
-// Marks every message of CameraOperator, whichever of its source files it comes from.
+// Tag of all messages of CameraOperator, from any of its source files.
 inline constexpr const wchar_t* kTag = L"CameraOperator";
 
 struct Place {
   const char* file;
   int line;
-  const char* signature;  // the function's full signature, as the compiler spells it
+  const char* signature;  // the function's full signature as the compiler formats it
 };
 
-// Numbers go in as decimal digits whatever global locale the host has set.
+// Formats numbers independently of the host's global locale.
 template <typename Piece>
 void Append(log4cplus::tostringstream& text, const Piece& piece) {
   if constexpr (std::is_arithmetic_v<Piece>) {
@@ -30,7 +30,8 @@ void Append(log4cplus::tostringstream& text, const Piece& piece) {
   }
 }
 
-// A message that cannot be written (no memory, a logger that throws) is lost: no sequence breaks off for it.
+// Discards the message if it cannot be written (no memory, an exception in the logger): logging never
+// interrupts an operation.
 template <typename... Pieces>
 void Write(log4cplus::LogLevel level, const Place& place, const Pieces&... pieces) noexcept {
   try {
@@ -48,11 +49,12 @@ void Write(log4cplus::LogLevel level, const Place& place, const Pieces&... piece
 
 }  // namespace camera_log
 
-// A message made of the pieces given, which end with the function's name in parentheses.
+// Logs the given pieces. The last ones are the function's name in parentheses.
 #define CAMERA_LOG(level, file, line, ...) \
   camera_log::Write(log4cplus::level, camera_log::Place{file, line, LOG4CPLUS_MACRO_FUNCTION()}, __VA_ARGS__)
 
-// A message from inside a member of CameraOperator: the pieces between the tag and the member's name.
+// Logs from a member function of CameraOperator: adds the tag before the pieces and the function's name
+// after.
 #define OPERATOR_LOG(level, line, ...)                                                                       \
   CAMERA_LOG(level, "CameraOperator", line, L"[", camera_log::kTag, L"]", __VA_ARGS__, L"(CameraOperator::", \
              __func__, L")")

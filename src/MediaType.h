@@ -1,9 +1,9 @@
-// What a media type holds besides its plain fields.
+// Helpers for AM_MEDIA_TYPE.
 #pragma once
 
 #include "DirectShow.h"
 
-// Frees the format block and the interface of a media type; the structure itself stays with its owner.
+// Frees the format block and releases the interface of a media type, but not the structure itself.
 inline void FreeMediaTypeContents(AM_MEDIA_TYPE& mediaType) {
   if (mediaType.cbFormat != 0) {
     CoTaskMemFree(mediaType.pbFormat);
@@ -16,7 +16,7 @@ inline void FreeMediaTypeContents(AM_MEDIA_TYPE& mediaType) {
   }
 }
 
-// True when the media type has a format block that is a whole VIDEOINFOHEADER. The block need not be aligned.
+// True if the format block holds a complete VIDEOINFOHEADER. The block need not be aligned.
 inline bool HasVideoInfo(const AM_MEDIA_TYPE& mediaType) {
   return IsEqualGUID(mediaType.formattype, FORMAT_VideoInfo) &&
          mediaType.cbFormat >= sizeof(VIDEOINFOHEADER) && mediaType.pbFormat != nullptr;

@@ -1,5 +1,5 @@
-// The export and the handler table: plain functions that forward to the operator, and the line that no
-// exception crosses.
+// The exported function and the handler table: functions that forward to the operator and convert exceptions
+// to results.
 #include "NUVEQCameraHandler.h"
 
 #include <atomic>
@@ -9,7 +9,7 @@
 
 namespace {
 
-// Runs one of the operator's operations; an exception becomes the failure that the table's slot has for it.
+// Runs an operation of the operator. Returns failure if it throws.
 template <typename Result, typename Operation>
 Result Forward(Result failure, Operation operation) noexcept {
   try {
@@ -22,9 +22,9 @@ Result Forward(Result failure, Operation operation) noexcept {
 // Number of active calls that may report to the host; more than one when a callback calls back.
 std::atomic<int> activeRequests = 0;
 
-// The same for the operations that may report to the host. A close may be nested in any of them; the module
-// is unpinned when the outermost one returns, since that may unmap the library as soon as this thread has
-// left it.
+// As Forward, for operations that may report to the host. A callback may nest a close in any of them. The
+// module is unpinned when the outermost call returns, because the library may be unmapped as soon as this
+// thread has left it.
 template <typename Operation>
 std::int32_t ForwardRequest(std::int32_t failure, Operation operation) noexcept {
   CameraOperator* used = nullptr;
@@ -56,8 +56,9 @@ static std::int32_t OpenCameraDevice(const NUVEQCameraParam* param) {
 }
 
 static std::int32_t CloseCameraDevice(const char* id, std::uint32_t idLen) {
-  return ForwardRequest(0,
-                        [&](CameraOperator& camera) { return camera.CloseCameraInner(id, idLen) ? 1 : 0; });
+  return ForwardRequest(NUVEQ_CAMERA_CLOSE_INCOMPLETE, [&](CameraOperator& camera) {
+    return camera.CloseCameraInner(id, idLen) ? NUVEQ_CAMERA_CLOSED : NUVEQ_CAMERA_CLOSE_INCOMPLETE;
+  });
 }
 
 static std::int32_t Reserved3(void* /*first*/, std::uint32_t /*second*/, std::uint32_t /*third*/,

@@ -1,20 +1,19 @@
-// The one way in which src/ takes a pointer out of a COM call.
+// Receives output pointers of COM calls.
 #pragma once
 
 #include <type_traits>
 
 #include "DirectShow.h"
 
-// Makes a call that hands out a pointer, and stores the pointer if the call returned S_OK. With any other
-// result *place stays as it is: what such a call hands out still belongs to the callee and is neither used
-// nor released nor freed. The call gets a T**, or a void** if that is what it takes. Returns the call's
-// result.
+// Makes a call that has an output pointer and returns its result. Stores the pointer in *out if the result is
+// S_OK. Otherwise *out is unchanged: the pointer still belongs to the callee and must not be used, released
+// or freed. The call takes a T** or a void**.
 template <typename T, typename Call>
-HRESULT Receive(T** place, Call call) {
+HRESULT Receive(T** out, Call call) {
   std::conditional_t<std::is_invocable_v<Call, void**>, void, T>* received = nullptr;
   const HRESULT hr = call(&received);
   if (hr == S_OK) {
-    *place = static_cast<T*>(received);
+    *out = static_cast<T*>(received);
   }
   return hr;
 }

@@ -44,6 +44,6 @@ HRESULT STDMETHODCALLTYPE SampleGrabberCB::BufferCB(double /*sampleTime*/, BYTE*
   }
   return S_OK;
 } catch (...) {
-  // The streaming thread is the system's: a frame is lost, the stream goes on.
+  // The streaming thread belongs to the graph: drop the frame and continue.
   return S_OK;
 }

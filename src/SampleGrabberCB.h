@@ -1,7 +1,7 @@
-// The sample grabber's callback object: the producer end of the frame path.
+// Callback object of the sample grabber: the producer end of the frame path.
 //
-// It is a member of CameraOperator and lives as long as that. Its count starts with the owner's reference,
-// which is never released, so the graph's references never destroy it.
+// A member of CameraOperator. Its reference count includes the owner's reference, which is never released, so
+// that the graph's references never delete it.
 #pragma once
 
 #include <atomic>
@@ -14,14 +14,13 @@ class SampleGrabberCB : public ISampleGrabberCB {
   SampleGrabberCB(const SampleGrabberCB&) = delete;
   SampleGrabberCB& operator=(const SampleGrabberCB&) = delete;
 
-  // Answers IID_ISampleGrabberCB and IID_IUnknown: S_OK with a reference, E_NOINTERFACE, or E_INVALIDARG
-  // (not E_POINTER) for a null out pointer.
+  // Supports IID_ISampleGrabberCB and IID_IUnknown. Returns E_INVALIDARG (not E_POINTER) for a null out.
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override;
   ULONG STDMETHODCALLTYPE AddRef() override;
   ULONG STDMETHODCALLTYPE Release() override;
 
-  // Both answer S_OK in every case, so that the graph never stops because of them. Samples are ignored;
-  // buffers go to CameraOperator::PushFrame, which may wait. On the graph's streaming thread.
+  // Called on the graph's streaming thread. Both always return S_OK, so that they never stop the graph.
+  // SampleCB ignores the sample; BufferCB calls CameraOperator::PushFrame, which may wait.
   HRESULT STDMETHODCALLTYPE SampleCB(double sampleTime, IMediaSample* sample) override;
   HRESULT STDMETHODCALLTYPE BufferCB(double sampleTime, BYTE* buffer, LONG bufferLen) override;
 

@@ -2,6 +2,10 @@
 
 #include <cstdlib>
 
-void* AllocatePlatformBlock(std::size_t size) { return std::calloc(1, size); }
+namespace platform {
 
-void FreePlatformBlock(void* block) { std::free(block); }
+void* AllocateHostBlock(std::size_t size) { return std::calloc(1, size); }
+
+void FreeHostBlock(void* block) { std::free(block); }
+
+}  // namespace platform

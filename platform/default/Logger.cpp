@@ -6,8 +6,8 @@ namespace {
 
 log4cplus::Logger MakeLogger() {
   log4cplus::Logger logger = log4cplus::Logger::getInstance(L"nuveq.camera");
-  // Without any appender log4cplus complains on the standard error stream of a host that configured none.
-  // Messages still reach whatever the host attaches here or to the root.
+  // Without an appender log4cplus prints a warning to stderr if the host has configured none. Messages still
+  // reach appenders that the host adds to this logger or to the root logger.
   if (logger.getAllAppenders().empty()) {
     logger.addAppender(log4cplus::SharedAppenderPtr(new log4cplus::NullAppender));
   }

@@ -1,33 +1,36 @@
-// The encoder thread on Linux. Built into the camera library, whose thread it is; the capture thread is the
-// platform library's.
+// Built into the camera library, not into the platform library.
 #include "Thread.h"
 
 #include <pthread.h>
 #include <sched.h>
 #include <sys/resource.h>
 
+namespace platform {
+
 namespace {
 
-// Enough to be woken at once beside programs that compute, and less than what plays sound takes.
-constexpr int kNiceSteps = 4;
+// Lowers the nice value by 4: ahead of CPU-bound programs, behind audio servers.
+constexpr int kNiceDecrement = 4;
 
-// The calling thread, which 0 is: a nice value belongs to a thread here, not to the process.
-void Raise() {
+// The id 0 is the calling thread: on Linux each thread has its own nice value.
+void RaisePriority() {
   if (sched_getscheduler(0) != SCHED_OTHER) {
-    // Real time or background: the host has chosen.
+    // The host has chosen a real-time or background policy.
     return;
   }
-  // Counted from where the host is: one that steps back behind others takes its encoder along.
+  // Relative to the host's nice value. A negative value was set by the host and is kept.
   if (const int nice = getpriority(PRIO_PROCESS, 0); nice >= 0) {
-    // Needs a right that ordinary users lack, and is refused without.
-    setpriority(PRIO_PROCESS, 0, nice - kNiceSteps);
+    // Fails without the privilege to raise priorities.
+    setpriority(PRIO_PROCESS, 0, nice - kNiceDecrement);
   }
 }
 
 }  // namespace
 
-void PrepareEncoderThread() noexcept {
-  // At most 15 characters.
+void ConfigureEncoderThread() noexcept {
+  // Linux limits names to 15 characters.
   pthread_setname_np(pthread_self(), "nuveq-encoder");
-  Raise();
+  RaisePriority();
 }
+
+}  // namespace platform

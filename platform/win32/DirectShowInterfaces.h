@@ -1,5 +1,5 @@
-// DirectShow for systems that do not bring it: the interfaces that the library calls, and of each only the
-// methods that it calls. See ComInterfaces.h for the rules on references and threads.
+// DirectShow for systems without it: the interfaces and methods that the library calls. ComInterfaces.h has
+// the rules on references and threads.
 #pragma once
 
 #include "win32/ComInterfaces.h"
@@ -10,19 +10,19 @@ struct IBaseFilter;
 enum PIN_DIRECTION { PINDIR_INPUT = 0, PINDIR_OUTPUT = 1 };
 
 struct PIN_INFO {
-  IBaseFilter* pFilter;  // carries a reference of the receiver's
+  IBaseFilter* pFilter;  // the receiver releases it
   PIN_DIRECTION dir;
   WCHAR achName[128];
 };
 
-// Makes the enumerator of a device category: S_FALSE and null for an empty one.
+// Creates the enumerator of a device category. Returns S_FALSE and null for an empty category.
 struct ICreateDevEnum : IUnknown {
   virtual HRESULT STDMETHODCALLTYPE CreateClassEnumerator(REFCLSID category, IEnumMoniker** enumerator,
                                                           DWORD flags) = 0;
 };
 
 struct IEnumMediaTypes : IUnknown {
-  // Hands out media types in task memory, structure and format block.
+  // Returns media types in task memory, structure and format block.
   virtual HRESULT STDMETHODCALLTYPE Next(ULONG count, AM_MEDIA_TYPE** types, ULONG* fetched) = 0;
 };
 
@@ -40,21 +40,21 @@ struct IBaseFilter : IUnknown {
   virtual HRESULT STDMETHODCALLTYPE EnumPins(IEnumPins** enumerator) = 0;
 };
 
-// On an output pin that is not connected: what it is to deliver.
+// Output format of a pin. Available before the pin is connected.
 struct IAMStreamConfig : IUnknown {
   virtual HRESULT STDMETHODCALLTYPE SetFormat(AM_MEDIA_TYPE* type) = 0;
-  // The current format in task memory, structure and format block.
+  // Returns the current format in task memory, structure and format block.
   virtual HRESULT STDMETHODCALLTYPE GetFormat(AM_MEDIA_TYPE** type) = 0;
 };
 
 struct IFilterGraph : IUnknown {
-  // The graph takes a reference of its own. A null name lets the graph invent one; a null filter is
-  // E_POINTER.
+  // The graph adds a reference to the filter. If name is null, the graph chooses a name. Returns E_POINTER
+  // for a null filter.
   virtual HRESULT STDMETHODCALLTYPE AddFilter(IBaseFilter* filter, LPCOLESTR name) = 0;
 };
 
 struct IGraphBuilder : IFilterGraph {
-  // Connects the two, through transform filters where their types differ.
+  // Connects two pins, through transform filters if their media types differ.
   virtual HRESULT STDMETHODCALLTYPE Connect(IPin* output, IPin* input) = 0;
 };
 
@@ -65,34 +65,34 @@ struct IMediaControl : IUnknown {
 };
 
 struct IMediaEvent : IUnknown {
-  // Waits for the graph's completion, at most timeout milliseconds (-1: for ever). S_OK with the event's
-  // code when the graph has completed, also once it has been stopped since; E_ABORT after the time-out;
-  // VFW_E_WRONG_STATE when it has not completed and does not run.
+  // Waits until the graph has completed, at most timeout milliseconds (-1: no timeout). Returns S_OK and the
+  // event code if the graph has completed, even if it has been stopped since; E_ABORT after the timeout;
+  // VFW_E_WRONG_STATE if the graph has not completed and does not run.
   virtual HRESULT STDMETHODCALLTYPE WaitForCompletion(LONG timeout, LONG* eventCode) = 0;
 };
 
-// A frame as a sample grabber's callback gets it, valid during the call only.
+// A frame passed to the sample grabber's callback. Valid during the call only.
 struct IMediaSample : IUnknown {
   virtual HRESULT STDMETHODCALLTYPE GetPointer(BYTE** data) = 0;
-  // Bytes.
+  // Length in bytes.
   virtual LONG STDMETHODCALLTYPE GetActualDataLength() = 0;
 };
 
-// The sample grabber's callback object. Called on the graph's streaming thread.
+// Callback object of the sample grabber. Called on the graph's streaming thread.
 struct ISampleGrabberCB : IUnknown {
   virtual HRESULT STDMETHODCALLTYPE SampleCB(double sampleTime, IMediaSample* sample) = 0;
-  // buffer holds bufferLen bytes, valid during the call only.
+  // buffer holds bufferLen bytes and is valid during the call only.
   virtual HRESULT STDMETHODCALLTYPE BufferCB(double sampleTime, BYTE* buffer, LONG bufferLen) = 0;
 };
 
-// A filter that shows the samples passing through it.
+// A filter that passes samples through and reports them to a callback.
 struct ISampleGrabber : IUnknown {
   // TRUE: the first sample completes the graph.
   virtual HRESULT STDMETHODCALLTYPE SetOneShot(BOOL oneShot) = 0;
-  // The media type that its input pin accepts; a field left zero accepts anything.
+  // Sets the media type that the input pin accepts. A zero field accepts any value.
   virtual HRESULT STDMETHODCALLTYPE SetMediaType(const AM_MEDIA_TYPE* type) = 0;
   virtual HRESULT STDMETHODCALLTYPE SetBufferSamples(BOOL bufferThem) = 0;
-  // Which method is called: 0 SampleCB, 1 BufferCB. The grabber takes a reference.
+  // Sets the callback and the method to call: 0 SampleCB, 1 BufferCB. The grabber adds a reference.
   virtual HRESULT STDMETHODCALLTYPE SetCallback(ISampleGrabberCB* callback, LONG whichMethod) = 0;
 };
 

@@ -1,5 +1,4 @@
-// DirectShow's media types for systems that do not bring them: the structures and identifiers that say
-// what a video stream looks like.
+// DirectShow's media types for systems without DirectShow: structures and identifiers of video formats.
 #pragma once
 
 #include "win32/ComInterfaces.h"
@@ -33,8 +32,8 @@ struct VIDEOINFOHEADER {
 };
 static_assert(sizeof(VIDEOINFOHEADER) == 88);
 
-// What a stream carries. pbFormat (cbFormat bytes) and the structure itself, where a call hands one out,
-// are task memory of the receiver's; pUnk carries a reference.
+// Format of a stream. If a call returns a media type, the structure and pbFormat (cbFormat bytes) are in task
+// memory; the receiver frees both and releases pUnk.
 struct AM_MEDIA_TYPE {
   GUID majortype;
   GUID subtype;
@@ -48,7 +47,7 @@ struct AM_MEDIA_TYPE {
 };
 static_assert(sizeof(AM_MEDIA_TYPE) == 88);
 
-// Subtypes named by a FourCC share this form.
+// GUIDs of the subtypes that have a FourCC.
 constexpr GUID FourCcSubtype(std::uint32_t fourCc) {
   return {fourCc, 0x0000, 0x0010, {0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71}};
 }

@@ -1,17 +1,17 @@
-// The sample grabber on Windows for SDKs without qedit.h: the system still has the filter. Binary contracts;
-// the order of the methods is that of the system's tables.
+// The sample grabber for Windows SDKs without qedit.h. Windows still has the filter. The order of the methods
+// is a binary contract.
 #pragma once
 
 #include <strmif.h>
 
-// The sample grabber's callback object. Called on the graph's streaming thread.
+// Callback object of the sample grabber. Called on the graph's streaming thread.
 struct ISampleGrabberCB : IUnknown {
   virtual HRESULT STDMETHODCALLTYPE SampleCB(double sampleTime, IMediaSample* sample) = 0;
-  // buffer holds bufferLen bytes, valid during the call only.
+  // buffer holds bufferLen bytes and is valid during the call only.
   virtual HRESULT STDMETHODCALLTYPE BufferCB(double sampleTime, BYTE* buffer, LONG bufferLen) = 0;
 };
 
-// A filter that shows the samples passing through it.
+// A filter that passes samples through and reports them to a callback.
 struct ISampleGrabber : IUnknown {
   virtual HRESULT STDMETHODCALLTYPE SetOneShot(BOOL oneShot) = 0;
   virtual HRESULT STDMETHODCALLTYPE SetMediaType(const AM_MEDIA_TYPE* type) = 0;
@@ -19,7 +19,7 @@ struct ISampleGrabber : IUnknown {
   virtual HRESULT STDMETHODCALLTYPE SetBufferSamples(BOOL bufferThem) = 0;
   virtual HRESULT STDMETHODCALLTYPE GetCurrentBuffer(LONG* bufferSize, LONG* buffer) = 0;
   virtual HRESULT STDMETHODCALLTYPE GetCurrentSample(IMediaSample** sample) = 0;
-  // Which method is called: 0 SampleCB, 1 BufferCB. The grabber takes a reference.
+  // Sets the callback and the method to call: 0 SampleCB, 1 BufferCB. The grabber adds a reference.
   virtual HRESULT STDMETHODCALLTYPE SetCallback(ISampleGrabberCB* callback, LONG whichMethod) = 0;
 };
 

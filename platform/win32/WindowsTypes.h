@@ -1,6 +1,5 @@
-// The scalar types, the GUID and the result codes that the COM, DirectShow and SetupAPI declarations are
-// written in, for systems that do not bring them. Widths are those of 64-bit Windows, but for WCHAR, which
-// is the system's own wchar_t.
+// Scalar types, GUID and result codes of the Windows API for other systems. Sizes are those of 64-bit
+// Windows, except WCHAR, which is the system's wchar_t.
 #pragma once
 
 #include <cstdint>
@@ -59,7 +58,7 @@ struct RECT {
   LONG bottom;
 };
 
-// The calling convention of interface methods and of system functions: the system's standard one.
+// Calling conventions. Empty: the system's standard one.
 #define STDMETHODCALLTYPE
 #define WINAPI
 

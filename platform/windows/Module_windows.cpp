@@ -81,7 +81,7 @@ Handle OpenCurrentThread() {
 
 DWORD WINAPI FreeModuleAndExit(LPVOID /*unused*/) { FreeLibraryAndExitThread(ThisModule(), 0); }
 
-void DropPin(UnpinTiming timing) {
+void DropPin(platform::UnpinTiming timing) {
   Handle thread = OpenCurrentThread();
   Handle unloadStarted(CreateEventW(nullptr, TRUE, FALSE, nullptr));
   if (!thread || !unloadStarted) {
@@ -91,7 +91,7 @@ void DropPin(UnpinTiming timing) {
   departure.threadId = GetCurrentThreadId();
   departure.unloadStarted = std::move(unloadStarted);
   const Handle dropper(CreateThread(nullptr, 0, FreeModuleAndExit, nullptr, 0, nullptr));
-  if (dropper && timing == UnpinTiming::kBeforeReturning) {
+  if (dropper && timing == platform::UnpinTiming::kBeforeReturning) {
     const std::array<HANDLE, 2> handles{dropper.get(), departure.unloadStarted.get()};
     WaitForMultipleObjects(2, handles.data(), FALSE, INFINITE);
   }
@@ -99,13 +99,13 @@ void DropPin(UnpinTiming timing) {
 
 }  // namespace
 
-void PinModule() {
+void platform::PinModule() {
   HMODULE module = nullptr;
   GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS, reinterpret_cast<LPCWSTR>(&__ImageBase),
                      &module);
 }
 
-void UnpinModule(UnpinTiming timing) {
+void platform::UnpinModule(UnpinTiming timing) {
   if (isProcessEnding) {
     return;
   }
@@ -114,7 +114,7 @@ void UnpinModule(UnpinTiming timing) {
   departure.isReturning = true;
 }
 
-bool IsProcessEnding() { return isProcessEnding; }
+bool platform::IsProcessEnding() { return isProcessEnding; }
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE /*module*/, DWORD reason, LPVOID reserved) {
   if (reason == DLL_PROCESS_DETACH) {

@@ -22,7 +22,7 @@ void SetName(HANDLE thread) {
 
 }  // namespace
 
-void PrepareEncoderThread() noexcept {
+void platform::ConfigureEncoderThread() noexcept {
   auto* const self = GetCurrentThread();
   SetName(self);
   // Relative to the priority class of the process. Keeps a priority that the host has set.

@@ -24,7 +24,7 @@ const std::set<std::string>& OperationsWithoutResult() {
 
 // These write or hand out something, and may answer success without it.
 const std::set<std::string>& OperationsWithOutput() {
-  static const std::set<std::string> operations = {"AllocatePlatformBlock",
+  static const std::set<std::string> operations = {"AllocateHostBlock",
                                                    "CM_Get_Child",
                                                    "CM_Get_DevNode_Status",
                                                    "CM_Get_Device_IDA",

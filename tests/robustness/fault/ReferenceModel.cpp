@@ -123,7 +123,7 @@ void ReferenceModel::Unload() {
 std::vector<std::string> ReferenceModel::Alive() const {
   std::vector<std::string> labels(m_formatsLeft, "current media type");
   for (const std::size_t size : m_blocks) {
-    labels.push_back("block of " + std::to_string(size) + " bytes for the platform");
+    labels.push_back("block of " + std::to_string(size) + " bytes for the host");
   }
   labels.insert(labels.end(), m_poolSize, "frame");
   if (m_hasEncoder) {

@@ -248,7 +248,7 @@ int ReferenceModel::MakeRecords() {
 }
 
 bool ReferenceModel::Allocate(std::size_t size) {
-  if (IsRefusal(Call("AllocatePlatformBlock"))) {
+  if (IsRefusal(Call("AllocateHostBlock"))) {
     return false;
   }
   m_blocks.push_back(size);

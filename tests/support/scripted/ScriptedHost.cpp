@@ -1,5 +1,4 @@
-// What the host and the system give the library besides: the logger, memory for the platform, the module, the
-// encoder thread's name and priority.
+// The host's logger and the functions of namespace platform.
 #include <log4cplus/appender.h>
 #include <log4cplus/spi/loggingevent.h>
 
@@ -15,7 +14,7 @@ using scripted::Platform;
 
 namespace {
 
-// Sends every log line to the platform's journal.
+// Adds every log message to the journal.
 class JournalAppender : public log4cplus::Appender {
  public:
   JournalAppender() = default;
@@ -30,7 +29,7 @@ class JournalAppender : public log4cplus::Appender {
   }
 };
 
-// Stands for the module; only its address is used.
+// Identifies the pin; only its address is used.
 int pinnedModule = 0;
 
 log4cplus::Logger MakeLogger() {
@@ -49,21 +48,23 @@ SCRIPTED_EXPORT log4cplus::Logger GetLogger() {
   return logger;
 }
 
-SCRIPTED_EXPORT void* AllocatePlatformBlock(std::size_t size) {
-  const auto answer = Platform::Get().Enter("AllocatePlatformBlock", std::to_string(size));
+namespace platform {
+
+SCRIPTED_EXPORT void* AllocateHostBlock(std::size_t size) {
+  const auto answer = Platform::Get().Enter("AllocateHostBlock", std::to_string(size));
   if (answer.null || answer.hr != S_OK) {
     return nullptr;
   }
   void* const block = std::calloc(1, size);
-  Platform::Get().Born(block, "block of " + std::to_string(size) + " bytes for the platform",
-                       [block] { FreePlatformBlock(block); });
+  Platform::Get().Born(block, "block of " + std::to_string(size) + " bytes for the host",
+                       [block] { FreeHostBlock(block); });
   return block;
 }
 
-SCRIPTED_EXPORT void FreePlatformBlock(void* block) {
-  Platform::Get().RunBefore("FreePlatformBlock");
+SCRIPTED_EXPORT void FreeHostBlock(void* block) {
+  Platform::Get().RunBefore("FreeHostBlock");
   if (block != nullptr && !Platform::Get().Gone(block)) {
-    Platform::Get().NoteMisuse("a block of the platform's is freed twice");
+    Platform::Get().NoteMisuse("a block for the host is freed twice");
     return;
   }
   std::free(block);
@@ -81,8 +82,11 @@ SCRIPTED_EXPORT void UnpinModule(UnpinTiming timing) {
   }
 }
 
-// Not in the journal: it comes on the encoder thread while the open goes on, now before one line, now behind
-// it.
-SCRIPTED_EXPORT void PrepareEncoderThread() noexcept { Platform::Get().RunBefore("PrepareEncoderThread"); }
+// Not in the journal: the call runs concurrently with the open, so its position would vary.
+SCRIPTED_EXPORT void ConfigureEncoderThread() noexcept {
+  Platform::Get().RunBefore("ConfigureEncoderThread");
+}
 
 SCRIPTED_EXPORT bool IsProcessEnding() { return Platform::Get().IsProcessEnding(); }
+
+}  // namespace platform

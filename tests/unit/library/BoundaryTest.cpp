@@ -145,7 +145,7 @@ TEST_F(Boundary, ActionCallbackThatThrowsMakesTheQueryFail) {
 }
 
 TEST_F(Boundary, PlatformCallThatThrowsIsTheFailureOfItsSlot) {
-  for (const char* operation : {"SetupDiGetClassDevsW", "IPin::EnumMediaTypes", "AllocatePlatformBlock"}) {
+  for (const char* operation : {"SetupDiGetClassDevsW", "IPin::EnumMediaTypes", "AllocateHostBlock"}) {
     platform.Before(operation, [] { throw std::bad_alloc(); });
     NUVEQCameraCapabilities* records = nullptr;
     std::uint32_t count = 0;

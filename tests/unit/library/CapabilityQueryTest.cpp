@@ -138,7 +138,7 @@ TEST_F(CapabilityQuery, CameraThatCannotBeReadStillGetsItsRecordWhichIsReleased)
   EXPECT_EQ(handler.GetCapability(&records, &cameraNum), -1000);
   EXPECT_EQ(cameraNum, 1U);
   EXPECT_NE(records, nullptr) << "it points at what was released";
-  EXPECT_THAT(platform.Calls(), Contains("AllocatePlatformBlock(48)"));
+  EXPECT_THAT(platform.Calls(), Contains("AllocateHostBlock(48)"));
   EXPECT_THAT(platform.Alive(), IsEmpty());
   EXPECT_EQ(LogLines().back(), ErrorLine(1036,
                                          "[CameraOperator]fail to get allAbilities -1000"
@@ -157,11 +157,11 @@ class CapabilityAllocation : public CameraHandlerTest,
                              public ::testing::WithParamInterface<AllocationFailure> {};
 
 TEST_P(CapabilityAllocation, FailureHasItsCodeAndReleasesTheRecords) {
-  platform.AnswersNth("AllocatePlatformBlock", GetParam().number, Fails());
+  platform.AnswersNth("AllocateHostBlock", GetParam().number, Fails());
   NUVEQCameraCapabilities* records = nullptr;
   EXPECT_EQ(handler.GetCapability(&records, &cameraNum), GetParam().result);
   EXPECT_EQ(cameraNum, 1U);
-  EXPECT_EQ(platform.CallCount("AllocatePlatformBlock"), GetParam().number) << "the first failure ends it";
+  EXPECT_EQ(platform.CallCount("AllocateHostBlock"), GetParam().number) << "the first failure ends it";
   EXPECT_EQ(records == nullptr, GetParam().number == 1);
   EXPECT_EQ(LogLines().back(),
             ErrorLine(1036, "[CameraOperator]fail to get allAbilities " + std::to_string(GetParam().result) +
@@ -180,7 +180,7 @@ INSTANTIATE_TEST_SUITE_P(Each, CapabilityAllocation,
 TEST_F(CapabilityQuery, FailureToAllocateTheRecordClearsTheCallersPointerAndReleasesNothing) {
   ASSERT_EQ(Query(), 0);
   NUVEQCameraCapabilities* records = capabilities;
-  platform.AnswersNth("AllocatePlatformBlock", 1, Fails());
+  platform.AnswersNth("AllocateHostBlock", 1, Fails());
   EXPECT_EQ(handler.GetCapability(&records, &cameraNum), -3);
   EXPECT_EQ(records, nullptr);
   // The records of the query before are still the caller's.
@@ -193,7 +193,7 @@ TEST_F(CapabilityQuery, LaterFailureReleasesTheNewRecordAndNotTheOneOfTheQueryBe
   for (const unsigned block : {2U, 3U, 4U, 5U}) {
     ASSERT_EQ(Query(), 0);
     NUVEQCameraCapabilities* records = capabilities;
-    platform.AnswersNth("AllocatePlatformBlock", block, Fails());
+    platform.AnswersNth("AllocateHostBlock", block, Fails());
     EXPECT_NE(handler.GetCapability(&records, &cameraNum), 0);
     EXPECT_STREQ(capabilities->id, "0");
     ReleaseCapabilities();
@@ -214,7 +214,7 @@ TEST_F(CapabilityQuery, FailureBeforeARecordLeavesTheCallersPointerAlone) {
 
 TEST_F(CapabilityQuery, AllocationFailureAfterAFailedReadingDecidesTheResult) {
   platform.Answers("IPin::QueryPinInfo", Fails());
-  platform.AnswersNth("AllocatePlatformBlock", 1, Fails());
+  platform.AnswersNth("AllocateHostBlock", 1, Fails());
   NUVEQCameraCapabilities* records = nullptr;
   EXPECT_EQ(handler.GetCapability(&records, &cameraNum), -3);
 }
@@ -276,7 +276,7 @@ TEST_F(CapabilityQuery, NoMoreRecordsAreReleasedThanTheCountSays) {
   records[1].id = kept;
   handler.ReleaseCapability(0, records, 1);
   EXPECT_EQ(platform.Alive().size(), 1U);
-  FreePlatformBlock(kept);
+  platform::FreeHostBlock(kept);
 }
 
 TEST_F(CapabilityQuery, RecordsPointAtNothingThatHasBeenReleased) {
@@ -285,7 +285,7 @@ TEST_F(CapabilityQuery, RecordsPointAtNothingThatHasBeenReleased) {
   NUVEQCameraCapabilities lastRecord = *records;
   NUVEQCameraAbility lastAbility = *records->abilities;
   // Before each block goes: the ability goes after what it has, the record last.
-  platform.Before("FreePlatformBlock", [&] {
+  platform.Before("FreeHostBlock", [&] {
     lastRecord = *records;
     lastAbility = records->abilities != nullptr ? *records->abilities : lastAbility;
   });

@@ -73,7 +73,7 @@ TEST_F(Defaults, RecordsComeFromTheRuntimesHeap) {
   NUVEQCameraCapabilities* records = nullptr;
   std::uint32_t count = 0;
   ASSERT_EQ(handler.GetCapability(&records, &count), 0);
-  EXPECT_EQ(platform.CallCount("AllocatePlatformBlock"), 0U);
+  EXPECT_EQ(platform.CallCount("AllocateHostBlock"), 0U);
   // A platform may take the records apart by itself.
   std::free(records->id);
   std::free(records->abilities->fpsRanges);

@@ -131,7 +131,7 @@ TEST_F(EncodeThread, IsPreparedOnceAnOpenBeforeItsFirstFrame) {
   std::atomic<int> prepared = 0;
   std::atomic<std::thread::id> preparedThread;
   Gate mayEncode;
-  platform.Before("PrepareEncoderThread", [&] {
+  platform.Before("ConfigureEncoderThread", [&] {
     preparedThread = std::this_thread::get_id();
     EXPECT_TRUE(mayEncode.Wait());
     ++prepared;
@@ -156,7 +156,7 @@ TEST_F(EncodeThread, IsPreparedOnceAnOpenBeforeItsFirstFrame) {
 
 TEST_F(EncodeThread, IsNotPreparedByAnOpenThatStartsNone) {
   std::atomic<int> prepared = 0;
-  platform.Before("PrepareEncoderThread", [&] { ++prepared; });
+  platform.Before("ConfigureEncoderThread", [&] { ++prepared; });
   QueryAndRelease();
   platform.Answers("IMediaControl::Run", Fails());
   EXPECT_EQ(Open(), -1001);

@@ -75,7 +75,7 @@ TEST_F(LyingPlatform, NullWithSuccessFailsTheQueryAndLeavesNothing) {
       {"IMoniker::BindToObject", 1, -1000},
       {"IBaseFilter::EnumPins", 1, -1000},
       {"IPin::EnumMediaTypes", 1, -1000},
-      {"AllocatePlatformBlock", 1, -3},
+      {"AllocateHostBlock", 1, -3},
   };
   for (const NullInTheQuery& lie : lies) {
     SCOPED_TRACE(lie.operation + std::string(" ") + std::to_string(lie.nth));

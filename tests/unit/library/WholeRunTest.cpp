@@ -48,8 +48,8 @@ TEST_F(WholeRun, MakesItsCallsInOrder) {
           "CoTaskMemFree()", "CoTaskMemFree()",
           "IEnumMediaTypes::Next(built-in.capture media type enumerator)",
           // The record, its id, the ability, its rates, its sizes.
-          "AllocatePlatformBlock(48)", "AllocatePlatformBlock(64)", "AllocatePlatformBlock(32)",
-          "AllocatePlatformBlock(8)", "AllocatePlatformBlock(16)"));
+          "AllocateHostBlock(48)", "AllocateHostBlock(64)", "AllocateHostBlock(32)",
+          "AllocateHostBlock(8)", "AllocateHostBlock(16)"));
   ReleaseCapabilities();
 
   platform.ClearJournal();
