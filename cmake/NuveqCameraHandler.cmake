@@ -1,4 +1,4 @@
-# The library as a shared library over a given platform.
+# Builds the library as a shared library over a given platform.
 include_guard()
 
 set(NUVEQ_HOST_LOGGER "" CACHE STRING
@@ -6,9 +6,9 @@ set(NUVEQ_HOST_LOGGER "" CACHE STRING
 
 # nuveq_add_camera_handler(TARGET PLATFORM LIBRARY... [DEFAULTS NAME...])
 #
-# PLATFORM  what the free functions that the library calls come from
-# DEFAULTS  which of platform/default are built in, for what the platform does not bring: Allocation, Module,
-#           Thread, Logger. The logger is built in anyway unless NUVEQ_HOST_LOGGER names the host's.
+# PLATFORM  libraries that define the platform functions
+# DEFAULTS  default implementations to build in: Allocation, Module, Thread, Logger. Logger is added unless
+#           NUVEQ_HOST_LOGGER names a library.
 function(nuveq_add_camera_handler target)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "PLATFORM;DEFAULTS")
   set(host_logger ${NUVEQ_HOST_LOGGER})
@@ -35,12 +35,12 @@ function(nuveq_add_camera_handler target)
     add_dependencies(${target} windows_runtime)
   endif()
   if(MSVC)
-    # Platforms load it by the same name whoever has built it.
+    # The file name does not depend on the compiler, because hosts load the library by name.
     set_target_properties(${target} PROPERTIES PREFIX lib)
   endif()
   target_link_libraries(${target} PUBLIC nuveq_headers
                         PRIVATE camera_handler_objects ${host_logger} ${arg_PLATFORM})
-  # One symbol leaves the library. The compiler's visibility settings cannot say that: they leave instances of
-  # the standard library's templates visible.
+  # Exports one symbol. Visibility settings are not enough: template instances of the standard library would stay
+  # visible.
   nuveq_export_only(${target} ${PROJECT_SOURCE_DIR}/cmake/nuveqcamerahandler.map)
 endfunction()

@@ -1,14 +1,14 @@
-# What is installed, and packed by cpack: a zip on Windows, a tar archive elsewhere. Everything finds its parts by
-# relative paths: the folder may be moved.
+# Installation and packages (cpack): a zip archive on Windows, a tar archive elsewhere. All paths are relative, so that
+# the folder can be moved.
 #
-# The shared libraries carry no version in their names: platforms load them by name, as they do on Windows, and what
-# crosses the boundary is a table of fixed layout.
+# The shared libraries have no version in their names, because hosts load them by name. The handler table's layout is
+# fixed.
 include_guard()
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
 if(WIN32)
-  # A folder of its own, into which people look from above.
+  # The archive is unpacked into a folder of its own: README.md goes to the top.
   set(NUVEQ_INSTALL_README_DIR .)
   set(NUVEQ_INSTALL_DOC_DIR docs)
   set(NUVEQ_INSTALL_LICENCE_DIR share/licences)
@@ -18,13 +18,13 @@ else()
   set(NUVEQ_INSTALL_LICENCE_DIR ${CMAKE_INSTALL_DOCDIR}/licences)
 endif()
 set(NUVEQ_INSTALL_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/nuveqcamerahandler)
-# Not among the system's libraries: Debian's log4cplus, whose text is narrow, has the same file name.
+# A private folder, because Debian's log4cplus (with narrow characters) has the same file name.
 set(private_dir nuveqcamerahandler)
 set(NUVEQ_INSTALL_PRIVATE_DIR ${CMAKE_INSTALL_LIBDIR}/${private_dir})
 
 include(PackagingLicences)
 
-# The libraries and the tool. Of the encoder library only the DLL: nobody but the camera library links it.
+# The libraries and the tool. The encoder library has no import library: only the camera library links it.
 install(TARGETS nuveqcamerahandler
         RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
@@ -43,7 +43,7 @@ if(WIN32)
     # The copy in the build folder has no debug information.
     install(FILES ${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/${name} DESTINATION ${CMAKE_INSTALL_BINDIR})
   endforeach()
-  # For compilers that cannot use the import library.
+  # For compilers that cannot use mingw-w64's import library.
   install(FILES ${PROJECT_SOURCE_DIR}/packaging/libnuveqcamerahandler.def DESTINATION ${CMAKE_INSTALL_LIBDIR})
 else()
   install(TARGETS nuveqplatform nuveqsimulated LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
@@ -57,7 +57,7 @@ else()
   install(FILES ${PROJECT_SOURCE_DIR}/examples/packets.c DESTINATION ${NUVEQ_INSTALL_DOC_DIR}/examples)
 endif()
 
-# What an integrator reads and includes.
+# Header and documentation.
 install(FILES ${PROJECT_SOURCE_DIR}/include/NUVEQCameraHandler.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(FILES ${PROJECT_SOURCE_DIR}/packaging/README.md DESTINATION ${NUVEQ_INSTALL_README_DIR})
 install(FILES ${PROJECT_SOURCE_DIR}/docs/integrating.md DESTINATION ${NUVEQ_INSTALL_DOC_DIR})
@@ -89,7 +89,7 @@ if(NOT WIN32)
           DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 endif()
 
-# One archive with one folder in it, named after what it is for.
+# One archive with one folder, named after product, version and system.
 string(TOLOWER ${CMAKE_SYSTEM_NAME} system)
 string(TOLOWER ${CMAKE_SYSTEM_PROCESSOR} processor)
 if(processor STREQUAL amd64)

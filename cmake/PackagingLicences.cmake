@@ -1,6 +1,6 @@
 # Licences of the third-party code in the packages, and the index that names each component.
 #
-# A licence that this machine does not have stops nothing but the making of packages: builds go on without it.
+# A missing licence text is an error only when a package is created, not for builds.
 include_guard()
 
 # nuveq_licence(NAME CANDIDATE...): installs the first candidate that exists as NAME.txt.
@@ -11,27 +11,27 @@ function(nuveq_licence name)
       return()
     endif()
   endforeach()
-  message(STATUS "No licence text of ${name} here: the build works, installing does not")
+  message(STATUS "Licence text of ${name} not found: building works, installing fails")
   string(CONCAT code
-      "message(FATAL_ERROR \"The package would lack the licence of ${name}; it was looked for as ${ARGN}. "
-      "scripts/bootstrap-deps.sh keeps those of what it builds: remove the prefix that lacks one and run it again\")")
+      "message(FATAL_ERROR \"Licence text of ${name} not found; searched: ${ARGN}. scripts/bootstrap-deps.sh installs "
+      "the texts of the libraries that it builds: remove the dependency's prefix and run the script again\")")
   install(CODE "${code}")
 endfunction()
 
-# nuveq_dependency_licence(NAME INCLUDE_FOLDER): of a library in the prefix that its headers are in, where
-# scripts/bootstrap-deps.sh or vcpkg have put it.
+# nuveq_dependency_licence(NAME INCLUDE_FOLDER): installs the licence of a library from the prefix of its headers,
+# where scripts/bootstrap-deps.sh or vcpkg has installed it.
 function(nuveq_dependency_licence name include)
   get_filename_component(prefix ${include} DIRECTORY)
   nuveq_licence(${name} ${prefix}/share/licences/${name}.txt ${prefix}/share/${name}/copyright)
 endfunction()
 
-# nuveq_third_party(COMPONENT VERSION LICENCE FILES TEXTS): a row of the index.
+# nuveq_third_party(COMPONENT VERSION LICENCE FILES TEXTS): adds a row to the index.
 function(nuveq_third_party component version licence files texts)
   set_property(GLOBAL APPEND_STRING PROPERTY NUVEQ_THIRD_PARTY
                "| ${component} | ${version} | ${licence} | ${files} | ${texts} |\n")
 endfunction()
 
-# nuveq_read_version(VARIABLE HEADER EXPRESSION...): the numbers that a header defines, with dots between them.
+# nuveq_read_version(VARIABLE HEADER EXPRESSION...): reads a version number from macros of a header.
 function(nuveq_read_version variable header)
   set(numbers)
   foreach(expression IN LISTS ARGN)
@@ -73,7 +73,7 @@ if(MINGW)
   nuveq_licence(gcc-runtime /usr/share/doc/gcc-mingw-w64-base/copyright)
   nuveq_licence(GPL-3 /usr/share/common-licenses/GPL-3)
   nuveq_licence(mingw-w64 /usr/share/doc/mingw-w64-x86-64-dev/copyright)
-  # This compiler says no more of itself than 12.
+  # The compiler reports only its major version.
   set(version ${CMAKE_CXX_COMPILER_VERSION})
   find_program(NUVEQ_DPKG_QUERY dpkg-query)
   mark_as_advanced(NUVEQ_DPKG_QUERY)
