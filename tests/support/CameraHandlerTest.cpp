@@ -1,12 +1,14 @@
 #include "support/CameraHandlerTest.h"
 
+namespace support {
+
 CameraHandlerTest::CameraHandlerTest() = default;
 CameraHandlerTest::~CameraHandlerTest() = default;
 
 void CameraHandlerTest::SetUp() {
   PlatformTest::SetUp();
   host.Reset();
-  host.TellTo([](const std::string& report) { scripted::Platform::Get().Note(report); });
+  host.SetListener([](const std::string& report) { scripted::Platform::Get().Note(report); });
   m_library = std::make_unique<LoadedLibrary>(NUVEQ_LIBRARY_FILE);
   ASSERT_EQ(m_library->Error(), "");
   ASSERT_EQ(m_library->GetCameraHandler(&handler), 0);
@@ -19,7 +21,7 @@ void CameraHandlerTest::SetUp() {
 
 void CameraHandlerTest::TearDown() {
   if (HasFailure() && IsMapped()) {
-    // Not every system can unload a library whose camera a failed test has left open.
+    // On Windows the library cannot be unloaded while the camera is open.
     Close();
   }
   ReleaseCapabilities();
@@ -75,6 +77,8 @@ void CameraHandlerTest::DeliverAndReceive(std::uint8_t value) {
   const unsigned destroyed = platform.CallCount("AVEncodePacket::~AVEncodePacket");
   ASSERT_TRUE(platform.DeliverFrame(Frame(kFrameSize, value)));
   ASSERT_TRUE(host.WaitForPackets(packets + 1));
-  // The encoder thread is at rest again.
-  ASSERT_TRUE(WaitUntil([&] { return platform.CallCount("AVEncodePacket::~AVEncodePacket") > destroyed; }));
+  // The encoder thread is idle again.
+  ASSERT_TRUE(WaitFor([&] { return platform.CallCount("AVEncodePacket::~AVEncodePacket") > destroyed; }));
 }
+
+}  // namespace support

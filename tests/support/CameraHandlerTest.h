@@ -1,4 +1,4 @@
-// The fixture of tests at the handler table: the library loaded afresh, callbacks registered.
+// Fixture for tests of the handler table: loads the library and registers the callbacks.
 #pragma once
 
 #include <memory>
@@ -9,6 +9,8 @@
 #include "support/LoadedLibrary.h"
 #include "support/PlatformTest.h"
 
+namespace support {
+
 class CameraHandlerTest : public PlatformTest {
  protected:
   CameraHandlerTest();
@@ -16,22 +18,22 @@ class CameraHandlerTest : public PlatformTest {
 
   void SetUp() override;
   void TearDown() override;
-  // False: the host registers no data callback.
+  // Overridden by tests without a data callback.
   virtual bool RegistersDataCallback() const { return true; }
 
-  // --- The table, in short ---
+  // --- Calls of the table ---
   int Query();
   int Open(const std::string& id = "0", std::uint32_t width = 640, std::uint32_t height = 480,
            std::uint32_t fps = 30) const;
   int Close(const std::string& id = "0") const;
   void ReleaseCapabilities();
-  // Query, release, open: what most tests start with. The journal starts after the query.
+  // Queries, releases the records and opens. The journal starts after the query.
   void QueryAndOpen();
   void QueryAndRelease();
-  // Delivers one good frame and waits for its packet.
+  // Delivers one frame filled with value and waits for its packet.
   void DeliverAndReceive(std::uint8_t value);
 
-  // An open asks for the camera's current format and never gives the structure back.
+  // Each open gets the camera's current format and does not free the structure.
   void ExpectFormatLeft(unsigned opens = 1) { ExpectLeft("current media type", opens); }
 
   void Unload() { m_library->Unload(); }
@@ -45,3 +47,7 @@ class CameraHandlerTest : public PlatformTest {
  private:
   std::unique_ptr<LoadedLibrary> m_library;
 };
+
+}  // namespace support
+
+using support::CameraHandlerTest;

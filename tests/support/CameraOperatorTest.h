@@ -1,4 +1,4 @@
-// The fixture of tests of the operator's single operations, on an operator of the test's own.
+// Fixture for tests of single operations of CameraOperator, with an instance of its own.
 #pragma once
 
 #include <optional>
@@ -9,7 +9,7 @@
 #include "CameraOperator.h"
 #include "support/PlatformTest.h"
 
-// What of the operator's state tests set or read where no sequence of calls does.
+// Access to private members, for states that no sequence of calls reaches.
 struct CameraOperatorTestAccess {
   static bool IsOpened(const CameraOperator& camera) { return camera.m_isOpened; }
   static std::string CameraId(const CameraOperator& camera) { return camera.m_cameraId; }
@@ -25,6 +25,8 @@ struct CameraOperatorTestAccess {
 struct CameraCapabilityMgrTestAccess {
   static std::size_t Size(const CameraCapabilityMgr& table) { return table.m_entries.size(); }
 };
+
+namespace support {
 
 class CameraOperatorTest : public PlatformTest {
  protected:
@@ -44,3 +46,5 @@ class CameraOperatorTest : public PlatformTest {
 
   std::optional<CameraOperator> camera;
 };
+
+}  // namespace support

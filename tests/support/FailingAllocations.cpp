@@ -22,15 +22,17 @@
 #endif
 #endif
 
+namespace support {
+
 namespace {
 
-// No constructor and no destructor runs for these: memory is asked for before the first and after the last.
+// constinit: allocations happen before static constructors and after static destructors.
 constinit std::atomic<FailingAllocations*> failingAllocations = nullptr;
 constinit std::mutex failingAllocationsMutex;
-// Whoever finds out where an allocation comes from may need memory for that.
-thread_local bool t_isLookingAtAllocation = false;
+// Prevents recursion: finding the caller may allocate.
+thread_local bool t_isFindingCaller = false;
 
-// The file name of what is mapped there; empty for the program itself and for what is no file.
+// Returns the file name of the shared library that contains the address; empty for the program itself.
 const char* FileNameAt(const void* address) {
   dl_find_object found{};
   if (_dl_find_object(const_cast<void*>(address), &found) != 0 || found.dlfo_link_map->l_name == nullptr) {
@@ -41,8 +43,8 @@ const char* FileNameAt(const void* address) {
   return slash == nullptr ? path : slash + 1;
 }
 
-// These allocate for those who call them.
-bool IsOnBehalfOfItsCaller(std::string_view fileName) {
+// True for libraries whose allocations count as their caller's.
+bool AllocatesForCaller(std::string_view fileName) {
   return fileName.starts_with("libstdc++.") || fileName.starts_with("libc.");
 }
 
@@ -52,7 +54,7 @@ struct Search {
   const char* found = "";
 };
 
-_Unwind_Reason_Code LookAtFrame(_Unwind_Context* context, void* argument) {
+_Unwind_Reason_Code VisitFrame(_Unwind_Context* context, void* argument) {
   auto& search = *static_cast<Search*>(argument);
   // NOLINTNEXTLINE(performance-no-int-to-ptr): the unwinder gives addresses as numbers
   const auto* const address = reinterpret_cast<const void*>(_Unwind_GetIP(context));
@@ -61,41 +63,41 @@ _Unwind_Reason_Code LookAtFrame(_Unwind_Context* context, void* argument) {
     return _URC_NO_REASON;
   }
   const char* const fileName = FileNameAt(address);
-  if (IsOnBehalfOfItsCaller(fileName)) {
+  if (AllocatesForCaller(fileName)) {
     return _URC_NO_REASON;
   }
   search.found = fileName;
   return _URC_NORMAL_STOP;
 }
 
-// The file name of the library whose code asked for memory; empty for the program.
-const char* WhoAsks(const void* caller) {
+// Returns the file name of the library that requested the memory; empty for the program.
+const char* FindRequestingLibrary(const void* caller) {
   const char* const fileName = FileNameAt(caller);
-  if (!IsOnBehalfOfItsCaller(fileName)) {
+  if (!AllocatesForCaller(fileName)) {
     return fileName;
   }
   Search search{caller};
-  _Unwind_Backtrace(LookAtFrame, &search);
+  _Unwind_Backtrace(VisitFrame, &search);
   return search.found;
 }
 
 }  // namespace
 
-bool IsAllocationToFail(const void* caller) noexcept {
-  if (failingAllocations.load(std::memory_order_relaxed) == nullptr || t_isLookingAtAllocation) {
+bool ShouldFailAllocation(const void* caller) noexcept {
+  if (failingAllocations.load(std::memory_order_relaxed) == nullptr || t_isFindingCaller) {
     return false;
   }
-  t_isLookingAtAllocation = true;
-  // Not under the lock: the dynamic linker, which has locks of its own, may be asked.
-  const char* const library = WhoAsks(caller);
-  bool isToFail = false;
+  t_isFindingCaller = true;
+  // Without the lock, because the dynamic linker may take locks of its own.
+  const char* const library = FindRequestingLibrary(caller);
+  bool shouldFail = false;
   {
     const std::lock_guard lock(failingAllocationsMutex);
     FailingAllocations* const current = failingAllocations;
-    isToFail = current != nullptr && current->IsToFail(library);
+    shouldFail = current != nullptr && current->CountAllocation(library);
   }
-  t_isLookingAtAllocation = false;
-  return isToFail;
+  t_isFindingCaller = false;
+  return shouldFail;
 }
 
 FailingAllocations::FailingAllocations(std::vector<std::string> names) : m_names(std::move(names)) {
@@ -134,7 +136,7 @@ std::uint64_t FailingAllocations::Failures() const {
   return m_failures;
 }
 
-bool FailingAllocations::IsToFail(const char* library) {
+bool FailingAllocations::CountAllocation(const char* library) {
   const std::string_view fileName(library);
   const std::string_view stem = fileName.substr(0, fileName.find('.'));
   if (stem.empty() || std::find(m_names.begin(), m_names.end(), stem) == m_names.end()) {
@@ -142,32 +144,36 @@ bool FailingAllocations::IsToFail(const char* library) {
   }
   ++m_count;
   const bool isDue = m_persistence == Persistence::kTransient ? m_count == m_number : m_count >= m_number;
-  const bool isToFail = m_number != 0 && isDue;
-  m_failures += isToFail ? 1U : 0U;
-  return isToFail;
+  const bool shouldFail = m_number != 0 && isDue;
+  m_failures += shouldFail ? 1U : 0U;
+  return shouldFail;
 }
 
-// --- What everybody in the process allocates with ---
+}  // namespace support
+
+// --- Replacements of the allocation functions, for the whole process ---
 
 // Never inlined: the return address identifies the caller, and in a unity build gcc would report the inlined
 // free() as a mismatched deallocation.
-#define OF_THE_PROCESS __attribute__((visibility("default"), noinline))
+#define EXPORTED __attribute__((visibility("default"), noinline))
+
+using support::ShouldFailAllocation;
 
 #if defined(SANITIZER_OWNS_MALLOC)
 
-bool FailingAllocations::ReachesMalloc() { return false; }
+bool support::FailingAllocations::ReachesMalloc() { return false; }
 
 namespace {
 
-void* TakeFromHeap(std::size_t size) { return std::malloc(size); }
+void* AllocateFromHeap(std::size_t size) { return std::malloc(size); }
 
 }  // namespace
 
 #else
 
-bool FailingAllocations::ReachesMalloc() { return true; }
+bool support::FailingAllocations::ReachesMalloc() { return true; }
 
-// NOLINTBEGIN(bugprone-reserved-identifier): the C library's own, under the names that nobody replaces
+// NOLINTBEGIN(bugprone-reserved-identifier): glibc's names of the original functions
 extern "C" {
 void* __libc_malloc(std::size_t size);
 void* __libc_calloc(std::size_t count, std::size_t size);
@@ -177,25 +183,25 @@ void* __libc_realloc(void* block, std::size_t size);
 
 namespace {
 
-void* TakeFromHeap(std::size_t size) { return __libc_malloc(size); }
+void* AllocateFromHeap(std::size_t size) { return __libc_malloc(size); }
 
-void* AnswerNoMemory() {
+void* FailWithNoMemory() {
   errno = ENOMEM;
   return nullptr;
 }
 
 }  // namespace
 
-// The blocks are the C library's, and so is everything else that is done with them.
+// The blocks come from the C library's heap, so that the other functions of the heap need no replacement.
 extern "C" {
-OF_THE_PROCESS void* malloc(std::size_t size) noexcept {
-  return IsAllocationToFail(__builtin_return_address(0)) ? AnswerNoMemory() : __libc_malloc(size);
+EXPORTED void* malloc(std::size_t size) noexcept {
+  return ShouldFailAllocation(__builtin_return_address(0)) ? FailWithNoMemory() : __libc_malloc(size);
 }
-OF_THE_PROCESS void* calloc(std::size_t count, std::size_t size) noexcept {
-  return IsAllocationToFail(__builtin_return_address(0)) ? AnswerNoMemory() : __libc_calloc(count, size);
+EXPORTED void* calloc(std::size_t count, std::size_t size) noexcept {
+  return ShouldFailAllocation(__builtin_return_address(0)) ? FailWithNoMemory() : __libc_calloc(count, size);
 }
-OF_THE_PROCESS void* realloc(void* block, std::size_t size) noexcept {
-  return IsAllocationToFail(__builtin_return_address(0)) ? AnswerNoMemory() : __libc_realloc(block, size);
+EXPORTED void* realloc(void* block, std::size_t size) noexcept {
+  return ShouldFailAllocation(__builtin_return_address(0)) ? FailWithNoMemory() : __libc_realloc(block, size);
 }
 }
 
@@ -203,20 +209,19 @@ OF_THE_PROCESS void* realloc(void* block, std::size_t size) noexcept {
 
 namespace {
 
-// Null when there is none.
-void* TakeBlock(std::size_t size, const void* caller) noexcept {
-  return IsAllocationToFail(caller) ? nullptr : TakeFromHeap(std::max(size, std::size_t{1}));
+void* AllocateBlock(std::size_t size, const void* caller) noexcept {
+  return ShouldFailAllocation(caller) ? nullptr : AllocateFromHeap(std::max(size, std::size_t{1}));
 }
 
-void* TakeAlignedBlock(std::size_t size, std::align_val_t alignment, const void* caller) noexcept {
+void* AllocateAlignedBlock(std::size_t size, std::align_val_t alignment, const void* caller) noexcept {
   void* block = nullptr;
   const bool hasFailed =
-      IsAllocationToFail(caller) ||
+      ShouldFailAllocation(caller) ||
       posix_memalign(&block, std::max(static_cast<std::size_t>(alignment), sizeof(void*)), size) != 0;
   return hasFailed ? nullptr : block;
 }
 
-void* OrThrow(void* block) {
+void* ThrowIfNull(void* block) {
   if (block == nullptr) {
     throw std::bad_alloc();
   }
@@ -227,56 +232,50 @@ void* OrThrow(void* block) {
 
 #define ALLOCATION_CALLER __builtin_return_address(0)
 
-OF_THE_PROCESS void* operator new(std::size_t size) { return OrThrow(TakeBlock(size, ALLOCATION_CALLER)); }
-OF_THE_PROCESS void* operator new[](std::size_t size) { return OrThrow(TakeBlock(size, ALLOCATION_CALLER)); }
-OF_THE_PROCESS void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
-  return TakeBlock(size, ALLOCATION_CALLER);
+EXPORTED void* operator new(std::size_t size) { return ThrowIfNull(AllocateBlock(size, ALLOCATION_CALLER)); }
+EXPORTED void* operator new[](std::size_t size) {
+  return ThrowIfNull(AllocateBlock(size, ALLOCATION_CALLER));
 }
-OF_THE_PROCESS void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
-  return TakeBlock(size, ALLOCATION_CALLER);
+EXPORTED void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
+  return AllocateBlock(size, ALLOCATION_CALLER);
 }
-OF_THE_PROCESS void* operator new(std::size_t size, std::align_val_t alignment) {
-  return OrThrow(TakeAlignedBlock(size, alignment, ALLOCATION_CALLER));
+EXPORTED void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
+  return AllocateBlock(size, ALLOCATION_CALLER);
 }
-OF_THE_PROCESS void* operator new[](std::size_t size, std::align_val_t alignment) {
-  return OrThrow(TakeAlignedBlock(size, alignment, ALLOCATION_CALLER));
+EXPORTED void* operator new(std::size_t size, std::align_val_t alignment) {
+  return ThrowIfNull(AllocateAlignedBlock(size, alignment, ALLOCATION_CALLER));
 }
-OF_THE_PROCESS void* operator new(std::size_t size, std::align_val_t alignment,
-                                  const std::nothrow_t& /*tag*/) noexcept {
-  return TakeAlignedBlock(size, alignment, ALLOCATION_CALLER);
+EXPORTED void* operator new[](std::size_t size, std::align_val_t alignment) {
+  return ThrowIfNull(AllocateAlignedBlock(size, alignment, ALLOCATION_CALLER));
 }
-OF_THE_PROCESS void* operator new[](std::size_t size, std::align_val_t alignment,
-                                    const std::nothrow_t& /*tag*/) noexcept {
-  return TakeAlignedBlock(size, alignment, ALLOCATION_CALLER);
+EXPORTED void* operator new(std::size_t size, std::align_val_t alignment,
+                            const std::nothrow_t& /*tag*/) noexcept {
+  return AllocateAlignedBlock(size, alignment, ALLOCATION_CALLER);
+}
+EXPORTED void* operator new[](std::size_t size, std::align_val_t alignment,
+                              const std::nothrow_t& /*tag*/) noexcept {
+  return AllocateAlignedBlock(size, alignment, ALLOCATION_CALLER);
 }
 
-OF_THE_PROCESS void operator delete(void* block) noexcept { std::free(block); }
-OF_THE_PROCESS void operator delete[](void* block) noexcept { std::free(block); }
-OF_THE_PROCESS void operator delete(void* block, std::size_t /*size*/) noexcept { std::free(block); }
-OF_THE_PROCESS void operator delete[](void* block, std::size_t /*size*/) noexcept { std::free(block); }
-OF_THE_PROCESS void operator delete(void* block, const std::nothrow_t& /*tag*/) noexcept { std::free(block); }
-OF_THE_PROCESS void operator delete[](void* block, const std::nothrow_t& /*tag*/) noexcept {
+EXPORTED void operator delete(void* block) noexcept { std::free(block); }
+EXPORTED void operator delete[](void* block) noexcept { std::free(block); }
+EXPORTED void operator delete(void* block, std::size_t /*size*/) noexcept { std::free(block); }
+EXPORTED void operator delete[](void* block, std::size_t /*size*/) noexcept { std::free(block); }
+EXPORTED void operator delete(void* block, const std::nothrow_t& /*tag*/) noexcept { std::free(block); }
+EXPORTED void operator delete[](void* block, const std::nothrow_t& /*tag*/) noexcept { std::free(block); }
+EXPORTED void operator delete(void* block, std::align_val_t /*alignment*/) noexcept { std::free(block); }
+EXPORTED void operator delete[](void* block, std::align_val_t /*alignment*/) noexcept { std::free(block); }
+EXPORTED void operator delete(void* block, std::size_t /*size*/, std::align_val_t /*alignment*/) noexcept {
   std::free(block);
 }
-OF_THE_PROCESS void operator delete(void* block, std::align_val_t /*alignment*/) noexcept {
+EXPORTED void operator delete[](void* block, std::size_t /*size*/, std::align_val_t /*alignment*/) noexcept {
   std::free(block);
 }
-OF_THE_PROCESS void operator delete[](void* block, std::align_val_t /*alignment*/) noexcept {
+EXPORTED void operator delete(void* block, std::align_val_t /*alignment*/,
+                              const std::nothrow_t& /*tag*/) noexcept {
   std::free(block);
 }
-OF_THE_PROCESS void operator delete(void* block, std::size_t /*size*/,
-                                    std::align_val_t /*alignment*/) noexcept {
-  std::free(block);
-}
-OF_THE_PROCESS void operator delete[](void* block, std::size_t /*size*/,
-                                      std::align_val_t /*alignment*/) noexcept {
-  std::free(block);
-}
-OF_THE_PROCESS void operator delete(void* block, std::align_val_t /*alignment*/,
-                                    const std::nothrow_t& /*tag*/) noexcept {
-  std::free(block);
-}
-OF_THE_PROCESS void operator delete[](void* block, std::align_val_t /*alignment*/,
-                                      const std::nothrow_t& /*tag*/) noexcept {
+EXPORTED void operator delete[](void* block, std::align_val_t /*alignment*/,
+                                const std::nothrow_t& /*tag*/) noexcept {
   std::free(block);
 }

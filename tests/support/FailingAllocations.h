@@ -1,4 +1,4 @@
-// Memory that runs out for the shared libraries that a test names, and for nobody else.
+// Allocation failures in selected shared libraries.
 #pragma once
 
 #include <cstdint>
@@ -7,19 +7,20 @@
 
 #include "support/Persistence.h"
 
-// While it lives it counts the allocations of those libraries, from any thread, and fails the ones it is told
-// to: operator new throws std::bad_alloc; its forms that do not throw, and malloc, calloc and realloc, answer
-// null.
+namespace support {
+
+// Counts the allocations of these libraries, on any thread, and fails selected ones: operator new throws
+// std::bad_alloc; its nothrow forms, malloc, calloc and realloc return null.
 //
-// An allocation belongs to the library whose code asked for it, be it by way of the C++ or the C library: a
-// string that grows, a file that is opened. What others allocate during a call never fails: the test and what
-// it stands in for, the logger, the dynamic linker. A library may be loaded at any time.
+// An allocation belongs to the library whose code requested it, directly or through the C or C++ library (for
+// example a string that grows). Allocations by the test, its fakes, the logger and the dynamic linker never
+// fail. The libraries may be loaded at any time.
 //
-// Linux only. One at a time. The test program takes its memory from here all the while; it costs next to
-// nothing where none of these lives.
+// Linux only; one instance at a time. Replaces the allocation functions of the test program, at negligible
+// cost while no instance exists.
 class FailingAllocations {
  public:
-  // By their file names up to the first dot: "libnuveqplatform".
+  // names: file names up to the first dot, for example "libnuveqplatform".
   static FailingAllocations InLibraries(std::vector<std::string> names) {
     return FailingAllocations(std::move(names));
   }
@@ -27,24 +28,25 @@ class FailingAllocations {
   FailingAllocations& operator=(const FailingAllocations&) = delete;
   ~FailingAllocations();
 
-  // The allocation of that number, counted from 1 and from now, fails; or it and every later one. 0: none.
+  // Restarts counting. The allocation of the given number (from 1) fails, with kPersistent also every later
+  // one. 0: none fails.
   void FailNth(std::uint64_t number, Persistence persistence);
-  // Goes on counting.
+  // No allocation fails from now on; counting continues.
   void FailNothing();
 
-  // Since the latest FailNth.
+  // Since the last FailNth.
   std::uint64_t Count() const;
   std::uint64_t Failures() const;
   bool HasFailed() const { return Failures() != 0; }
 
-  // False where a sanitizer needs malloc for itself: operator new alone is counted and fails there.
+  // False if a sanitizer intercepts malloc: then only operator new is counted and fails.
   static bool ReachesMalloc();
 
  private:
   explicit FailingAllocations(std::vector<std::string> names);
-  // With the lock held, of an allocation that somebody makes.
-  bool IsToFail(const char* library);
-  friend bool IsAllocationToFail(const void* caller) noexcept;
+  // Counts an allocation of the library. True if it must fail. Called with the lock held.
+  bool CountAllocation(const char* library);
+  friend bool ShouldFailAllocation(const void* caller) noexcept;
 
   std::vector<std::string> m_names;
   std::uint64_t m_number = 0;
@@ -52,3 +54,7 @@ class FailingAllocations {
   std::uint64_t m_count = 0;
   std::uint64_t m_failures = 0;
 };
+
+}  // namespace support
+
+using support::FailingAllocations;

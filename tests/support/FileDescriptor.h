@@ -5,6 +5,8 @@
 
 #include <utility>
 
+namespace support {
+
 class FileDescriptor {
  public:
   explicit FileDescriptor(int value = -1) : m_value(value) {}
@@ -26,3 +28,7 @@ class FileDescriptor {
  private:
   int m_value;
 };
+
+}  // namespace support
+
+using support::FileDescriptor;

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+namespace support {
+
 namespace {
 
 std::string Quote(const char* text, std::uint32_t length) {
@@ -19,7 +21,7 @@ std::int32_t HostCallbacks::OnData(const char* id, std::uint32_t idLen, const st
                                    std::uint32_t dataLen, std::int32_t reserved) {
   HostCallbacks& host = Get();
   Packet packet{std::string(id, idLen), std::vector<std::uint8_t>(data, data + dataLen), reserved};
-  host.Tell("data callback " + Quote(id, idLen));
+  host.NotifyListener("data callback " + Quote(id, idLen));
   std::function<void(const Packet&)> action;
   {
     const std::lock_guard lock(host.m_mutex);
@@ -34,44 +36,44 @@ std::int32_t HostCallbacks::OnData(const char* id, std::uint32_t idLen, const st
     host.m_packets.push_back(std::move(packet));
   }
   host.m_changed.notify_all();
-  return host.m_dataAnswer;
+  return host.m_dataResult;
 }
 
 std::int32_t HostCallbacks::OnStatus(const char* id, std::uint32_t idLen, NUVEQServiceStatus status) {
   HostCallbacks& host = Get();
-  host.Tell("status callback " + Quote(id, idLen) + " " + std::to_string(idLen) + " " +
-            std::to_string(status));
+  host.NotifyListener("status callback " + Quote(id, idLen) + " " + std::to_string(idLen) + " " +
+                      std::to_string(status));
   std::function<void(int)> action;
-  std::int32_t answer = 0;
+  std::int32_t result = 0;
   {
     const std::lock_guard lock(host.m_mutex);
     action = host.m_inStatus;
-    answer = host.m_statusAnswer;
+    result = host.m_statusResult;
   }
   if (action) {
     action(status);
   }
-  return answer;
+  return result;
 }
 
 std::int32_t HostCallbacks::OnAction(const char* id, std::uint32_t idLen, NUVEQServiceAction* action) {
   HostCallbacks& host = Get();
-  host.Tell("action callback " + Quote(id, 0) + " " + std::to_string(idLen) + " type " +
-            std::to_string(action->type) + " " + Quote(action->content, action->contentLen));
+  host.NotifyListener("action callback " + Quote(id, 0) + " " + std::to_string(idLen) + " type " +
+                      std::to_string(action->type) + " " + Quote(action->content, action->contentLen));
   std::function<void()> run;
-  std::int32_t answer = 0;
+  std::int32_t result = 0;
   {
     const std::lock_guard lock(host.m_mutex);
     run = host.m_inAction;
-    answer = host.m_actionAnswer;
+    result = host.m_actionResult;
   }
   if (run) {
     run();
   }
-  return answer;
+  return result;
 }
 
-void HostCallbacks::Tell(const std::string& report) {
+void HostCallbacks::NotifyListener(const std::string& report) {
   std::function<void(const std::string&)> listener;
   {
     const std::lock_guard lock(m_mutex);
@@ -82,7 +84,7 @@ void HostCallbacks::Tell(const std::string& report) {
   }
 }
 
-void HostCallbacks::TellTo(std::function<void(const std::string&)> listener) {
+void HostCallbacks::SetListener(std::function<void(const std::string&)> listener) {
   const std::lock_guard lock(m_mutex);
   m_listener = std::move(listener);
 }
@@ -92,27 +94,27 @@ void HostCallbacks::Reset() {
   m_packets.clear();
   m_packetCount = 0;
   m_keepPackets = true;
-  m_dataAnswer = 0;
-  m_statusAnswer = 0;
-  m_actionAnswer = 0;
+  m_dataResult = 0;
+  m_statusResult = 0;
+  m_actionResult = 0;
   m_inData = nullptr;
   m_inStatus = nullptr;
   m_inAction = nullptr;
 }
 
-void HostCallbacks::AnswerData(std::int32_t result) {
+void HostCallbacks::SetDataResult(std::int32_t result) {
   const std::lock_guard lock(m_mutex);
-  m_dataAnswer = result;
+  m_dataResult = result;
 }
 
-void HostCallbacks::AnswerStatus(std::int32_t result) {
+void HostCallbacks::SetStatusResult(std::int32_t result) {
   const std::lock_guard lock(m_mutex);
-  m_statusAnswer = result;
+  m_statusResult = result;
 }
 
-void HostCallbacks::AnswerAction(std::int32_t result) {
+void HostCallbacks::SetActionResult(std::int32_t result) {
   const std::lock_guard lock(m_mutex);
-  m_actionAnswer = result;
+  m_actionResult = result;
 }
 
 void HostCallbacks::InData(std::function<void(const Packet&)> action) {
@@ -147,7 +149,7 @@ std::uint64_t HostCallbacks::PacketCount() const {
 
 bool HostCallbacks::WaitForPackets(std::uint64_t count) {
   std::unique_lock lock(m_mutex);
-  return m_changed.wait_for(lock, kPatience, [&] { return m_packetCount >= count; });
+  return m_changed.wait_for(lock, kWaitTimeout, [&] { return m_packetCount >= count; });
 }
 
 void Gate::Open() {
@@ -158,5 +160,7 @@ void Gate::Open() {
 
 bool Gate::Wait() {
   std::unique_lock lock(m_mutex);
-  return m_changed.wait_for(lock, kPatience, [&] { return m_open; });
+  return m_changed.wait_for(lock, kWaitTimeout, [&] { return m_open; });
 }
+
+}  // namespace support

@@ -1,4 +1,4 @@
-// The platform's side of the callbacks: records what the library reports, and answers what a test wants.
+// The host's callbacks: record what the library reports and return configurable results.
 #pragma once
 
 #include <chrono>
@@ -11,8 +11,10 @@
 
 #include "NUVEQCameraHandler.h"
 
-// Waits longer than anything that works takes. A wait that runs out fails its test.
-inline constexpr std::chrono::seconds kPatience{60};
+namespace support {
+
+// Timeout of all waits in tests: longer than any successful operation takes, so that a timeout is a failure.
+inline constexpr std::chrono::seconds kWaitTimeout{60};
 
 struct Packet {
   std::string id;
@@ -22,7 +24,7 @@ struct Packet {
 
 class HostCallbacks {
  public:
-  // The one host of the process; callbacks carry no context.
+  // The process-wide instance: the callbacks have no context argument.
   static HostCallbacks& Get();
 
   static std::int32_t OnData(const char* id, std::uint32_t idLen, const std::uint8_t* data,
@@ -30,28 +32,28 @@ class HostCallbacks {
   static std::int32_t OnStatus(const char* id, std::uint32_t idLen, NUVEQServiceStatus status);
   static std::int32_t OnAction(const char* id, std::uint32_t idLen, NUVEQServiceAction* action);
 
-  // Everything but the listener below.
+  // Resets everything except the listener.
   void Reset();
-  // Hears of every callback, in words, before anything else happens in it.
-  void TellTo(std::function<void(const std::string&)> listener);
-  // What the callbacks answer from here on.
-  void AnswerData(std::int32_t result);
-  void AnswerStatus(std::int32_t result);
-  void AnswerAction(std::int32_t result);
-  // Runs inside every later callback, before it answers.
+  // Sets a listener that receives a text description at the start of every callback.
+  void SetListener(std::function<void(const std::string&)> listener);
+  // Set the results of the callbacks.
+  void SetDataResult(std::int32_t result);
+  void SetStatusResult(std::int32_t result);
+  void SetActionResult(std::int32_t result);
+  // Set functions that run inside every later callback.
   void InData(std::function<void(const Packet&)> action);
   void InStatus(std::function<void(int status)> action);
   void InAction(std::function<void()> action);
-  // Long runs count packets without keeping them.
+  // False: packets are counted but not stored, for long runs.
   void KeepPackets(bool keep);
 
   std::vector<Packet> Packets() const;
   std::uint64_t PacketCount() const;
-  // True once that many packets have arrived since Reset.
+  // Waits until count packets have arrived since Reset. False after a timeout.
   bool WaitForPackets(std::uint64_t count);
 
  private:
-  void Tell(const std::string& report);
+  void NotifyListener(const std::string& report);
 
   mutable std::mutex m_mutex;
   std::condition_variable m_changed;
@@ -59,19 +61,19 @@ class HostCallbacks {
   std::vector<Packet> m_packets;
   std::uint64_t m_packetCount = 0;
   bool m_keepPackets = true;
-  std::int32_t m_dataAnswer = 0;
-  std::int32_t m_statusAnswer = 0;
-  std::int32_t m_actionAnswer = 0;
+  std::int32_t m_dataResult = 0;
+  std::int32_t m_statusResult = 0;
+  std::int32_t m_actionResult = 0;
   std::function<void(const Packet&)> m_inData;
   std::function<void(int)> m_inStatus;
   std::function<void()> m_inAction;
 };
 
-// A gate that a thread waits at until a test opens it.
+// Blocks threads until it is opened.
 class Gate {
  public:
   void Open();
-  // False when nobody opened it in time.
+  // Waits until the gate is open. False after a timeout.
   bool Wait();
 
  private:
@@ -79,3 +81,10 @@ class Gate {
   std::condition_variable m_changed;
   bool m_open = false;
 };
+
+}  // namespace support
+
+using support::Gate;
+using support::HostCallbacks;
+using support::Packet;
+using support::kWaitTimeout;

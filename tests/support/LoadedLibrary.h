@@ -1,4 +1,4 @@
-// The library under test, loaded as a platform loads it.
+// The library under test, loaded at run time as a host loads it.
 #pragma once
 
 #include <filesystem>
@@ -6,21 +6,23 @@
 
 #include "NUVEQCameraHandler.h"
 
+namespace support {
+
 class LoadedLibrary {
  public:
-  // Loads a build of the library from the folder of the test program.
+  // Loads the library of that file name from the folder of the test program.
   explicit LoadedLibrary(const std::string& fileName);
   LoadedLibrary(const LoadedLibrary&) = delete;
   LoadedLibrary& operator=(const LoadedLibrary&) = delete;
   ~LoadedLibrary() { Unload(); }
 
-  // Why loading failed; empty when it did not.
+  // The error message of a failed load; empty on success.
   const std::string& Error() const { return m_error; }
-  // The export.
-  int (*GetCameraHandler)(NUVEQCameraHandler*) = nullptr;
-  // Unloads; everything static in the library is destroyed. Harmless twice.
+  // The exported function.
+  NUVEQGetCameraHandlerFunction GetCameraHandler = nullptr;
+  // Unloads the library. No effect if it is not loaded.
   void Unload();
-  // True when the system still has the library mapped.
+  // True while the library is mapped into the process.
   bool IsMapped() const;
 
  private:
@@ -28,3 +30,7 @@ class LoadedLibrary {
   std::string m_error;
   void* m_handle = nullptr;
 };
+
+}  // namespace support
+
+using support::LoadedLibrary;

@@ -4,6 +4,8 @@
 
 #include <utility>
 
+namespace support {
+
 LoadedLibrary::LoadedLibrary(const std::string& fileName)
     : m_path(std::filesystem::read_symlink("/proc/self/exe").replace_filename(fileName)) {
   m_handle = dlopen(m_path.c_str(), RTLD_NOW | RTLD_LOCAL);
@@ -30,3 +32,5 @@ bool LoadedLibrary::IsMapped() const {
   }
   return handle != nullptr;
 }
+
+}  // namespace support

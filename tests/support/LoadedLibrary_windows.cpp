@@ -5,6 +5,8 @@
 #include <array>
 #include <utility>
 
+namespace support {
+
 namespace {
 
 std::filesystem::path FileOfThisProgram() {
@@ -36,3 +38,5 @@ void LoadedLibrary::Unload() {
 }
 
 bool LoadedLibrary::IsMapped() const { return GetModuleHandleW(m_path.c_str()) != nullptr; }
+
+}  // namespace support

@@ -1,4 +1,13 @@
-// How long a failure that a test brings about goes on.
+// Duration of an injected failure.
 #pragma once
 
-enum class Persistence { kTransient, kPersistent };
+namespace support {
+
+enum class Persistence {
+  kTransient,  // one call fails
+  kPersistent  // this call and every later one fail
+};
+
+}  // namespace support
+
+using support::Persistence;

@@ -1,19 +1,17 @@
 #include "support/PlatformTest.h"
 
-#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <thread>
 
-#include "support/HostCallbacks.h"
+namespace support {
 
 namespace {
 
 constexpr int kErrorLevel = 40000;
 constexpr int kWarnLevel = 30000;
 
-// The functions whose messages carry their real lines, and where these are.
+// The functions whose messages use __LINE__, and their source files.
 const std::map<std::string, std::string>& FilesOfRealLines() {
   static const std::map<std::string, std::string> files = {
       {"OpenCamera", "CameraOperatorGraph.cpp"},
@@ -27,7 +25,7 @@ const std::map<std::string, std::string>& FilesOfRealLines() {
   return files;
 }
 
-// The file in which the line of a message is to be found; empty for an established line.
+// Returns the source file of a message that uses __LINE__; empty for other messages.
 std::string FileOfRealLine(const std::string& text) {
   for (const auto& [function, file] : FilesOfRealLines()) {
     if (text.ends_with("(CameraOperator::" + function + ")")) {
@@ -40,11 +38,11 @@ std::string FileOfRealLine(const std::string& text) {
 bool IsLogStatement(const std::string& file, int line) {
   std::ifstream source(std::filesystem::path(NUVEQ_SOURCE_FOLDER) / file);
   std::string text;
-  // Compilers differ on which line of a statement over several counts.
-  constexpr int kLongestStatement = 2;
+  // Compilers differ on __LINE__ in statements of several lines.
+  constexpr int kMaxStatementLines = 2;
   bool isLog = false;
   for (int number = 1; number <= line && std::getline(source, text); ++number) {
-    isLog = isLog || (number >= line - kLongestStatement && text.find("OPERATOR_LOG") != std::string::npos);
+    isLog = isLog || (number >= line - kMaxStatementLines && text.find("OPERATOR_LOG") != std::string::npos);
   }
   return isLog;
 }
@@ -62,18 +60,6 @@ const char* LevelName(int level) {
 std::vector<std::uint8_t> Frame(std::size_t size, std::uint8_t value) {
   std::vector<std::uint8_t> frame(size, value);
   return frame;
-}
-
-bool WaitUntil(const std::function<bool()>& reached) {
-  const auto end = std::chrono::steady_clock::now() + kPatience;
-  while (!reached()) {
-    if (std::chrono::steady_clock::now() > end) {
-      return false;
-    }
-    // Others need the processor to get there.
-    std::this_thread::sleep_for(std::chrono::microseconds(100));
-  }
-  return true;
 }
 
 std::string ErrorLine(int line, const std::string& text) {
@@ -105,3 +91,5 @@ std::vector<std::string> PlatformTest::LogLines() const {
   }
   return lines;
 }
+
+}  // namespace support

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <filesystem>
 
+namespace support {
+
 namespace {
 
 long EntriesIn(const char* folder) {
@@ -29,7 +31,7 @@ void ProductTest::TearDown() {
   Unload();
   EXPECT_FALSE(m_library->IsMapped());
   EXPECT_EQ(com::LiveObjects(), m_objects);
-  // Each open leaves the structure, not the contents, of the format that it asked the camera for.
+  // Each open leaks the structure of the camera's format, but not its contents.
   EXPECT_EQ(com::LiveTaskBlocks(), m_blocks + m_opens);
   host.Reset();
 }
@@ -103,3 +105,5 @@ void ProductTest::ExpectNumbersFrom(std::uint32_t first) {
 long ProductTest::Threads() { return EntriesIn("/proc/self/task"); }
 
 long ProductTest::Descriptors() { return EntriesIn("/proc/self/fd"); }
+
+}  // namespace support

@@ -1,6 +1,5 @@
-// The fixture of tests with the whole product: the library, loaded as a platform loads it, over the Linux
-// platform, and the real encoder. What the PC is, and who makes its camera's pictures, is said by who
-// derives.
+// Fixture for tests of the whole product: the library, loaded as a host loads it, with the Linux platform and
+// the real encoder. Derived fixtures set up the PC and its camera.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -18,6 +17,8 @@
 #include "support/WaitFor.h"
 #include "support/video/DecodedStream.h"
 
+namespace support {
+
 class ProductTest : public ::testing::Test {
  protected:
   void SetUp() override;
@@ -28,19 +29,19 @@ class ProductTest : public ::testing::Test {
   int Open(std::uint32_t width, std::uint32_t height, std::uint32_t fps, const std::string& id = "0");
   int Close(const std::string& id = "0") const;
 
-  // Queries, opens, waits for that many packets, and closes.
+  // Queries, opens, waits for the given number of packets and closes.
   void Record(std::uint32_t width, std::uint32_t height, std::uint32_t fps, std::uint64_t packets);
-  // The bytes of what has arrived since the host's last reset.
+  // Returns the packets that have arrived since the last reset of the host.
   std::vector<video::Bytes> PacketBytes() const;
-  // What has arrived decodes to the frames from first on, each once and in order.
+  // Expects that these packets decode to consecutive frame numbers from first on.
   void ExpectNumbersFrom(std::uint32_t first);
-  // The frame number in a decoded picture; no number: an impossible one.
+  // Returns the frame number in a decoded picture; an impossible number if there is none.
   static std::uint32_t NumberIn(const video::Yuv& picture);
 
-  // An open failed after it had asked the camera for its format.
+  // Expects the block that an open leaks if it fails after it has got the camera's format.
   void ExpectOneMoreBlock() { ++m_opens; }
 
-  // Of this process.
+  // Numbers of threads and file descriptors of this process.
   static long Threads();
   static long Descriptors();
 
@@ -48,15 +49,19 @@ class ProductTest : public ::testing::Test {
 
   HostCallbacks& host = HostCallbacks::Get();
   NUVEQCameraHandler handler{};
-  // Of the latest query that succeeded.
+  // Results of the last successful query.
   std::vector<std::string> cameraIds;
   std::vector<NUVEQResolution> resolutions;
-  std::vector<std::uint32_t> rates;  // in thousandths
+  std::vector<std::uint32_t> rates;  // in thousandths of a frame per second
 
  private:
   std::unique_ptr<LoadedLibrary> m_library;
   std::uint64_t m_objects = 0;
   std::uint64_t m_blocks = 0;
-  std::uint64_t m_opens = 0;  // that got as far as the format
+  std::uint64_t m_opens = 0;  // opens that have got the camera's format
   bool m_isLoaded = false;
 };
+
+}  // namespace support
+
+using support::ProductTest;

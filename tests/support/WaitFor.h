@@ -1,4 +1,4 @@
-// Waiting for what other threads and processes do.
+// Polling for states of other threads and processes.
 #pragma once
 
 #include <chrono>
@@ -6,15 +6,21 @@
 
 #include "support/HostCallbacks.h"
 
-// True once the condition holds; false when it does not in time.
+namespace support {
+
+// Polls until the condition is true. False after a timeout.
 template <typename Condition>
 bool WaitFor(Condition condition) {
-  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  const auto deadline = std::chrono::steady_clock::now() + kWaitTimeout;
   while (!condition()) {
     if (std::chrono::steady_clock::now() > deadline) {
       return false;
     }
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    std::this_thread::sleep_for(std::chrono::microseconds(100));
   }
   return true;
 }
+
+}  // namespace support
+
+using support::WaitFor;

@@ -7,7 +7,7 @@ void WindowsCameraTest::SetUp() {
   fixtures::UsePc(fixtures::Pc::kLaptop);
   fixtures::SetBehaviour(Unpaced());
   host.Reset();
-  host.TellTo([this](const std::string& report) {
+  host.SetListener([this](const std::string& report) {
     if (!report.starts_with("data callback")) {
       reports.push_back(report);
     }
@@ -23,7 +23,7 @@ void WindowsCameraTest::TearDown() {
   if (m_library) {
     m_library->Unload();
   }
-  host.TellTo(nullptr);
+  host.SetListener(nullptr);
   EXPECT_EQ(fixtures::LiveObjects(), 0);
   EXPECT_EQ(fixtures::StreamingThreads(), 0);
 }

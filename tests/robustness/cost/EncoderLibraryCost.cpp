@@ -1,4 +1,5 @@
-// What the encoder library does beside encoding, for an instruction counter: frames into planes, packets.
+// Runs the parts of the encoder library other than the encoding under an instruction counter: conversion of
+// frames and copying of packets.
 #include <libyuv.h>
 
 #include <cstdio>
@@ -27,7 +28,7 @@ bool Convert(ColorSpace layout, int frames) {
   return true;
 }
 
-// What the receiver of a packet never sees: its memory. That of the first one is made, the others' is its.
+// Allocates and frees the memory of packets. Only the first packet allocates; the others reuse its block.
 bool PassPackets(int packets) {
   constexpr std::uint32_t kBytes = 6400;
   for (int i = 0; i < packets; ++i) {
@@ -54,8 +55,7 @@ int main(int argc, char** argv) {
     std::fputs("usage: encoder_library_cost yuy2|argb32|packet TIMES\n", stderr);
     return 2;
   }
-  // The pixel library has rows for every kind of processor; these are those that every one of the last
-  // fifteen years has.
+  // libyuv selects functions by the processor's features; use those of every current processor.
   libyuv::MaskCpuFlags(libyuv::kCpuHasX86 | libyuv::kCpuHasSSE2 | libyuv::kCpuHasSSSE3);
   return Run(argv[1], std::atoi(argv[2])) ? 0 : 1;
 }

@@ -1,4 +1,4 @@
-// Frames through the library, one at a time, with an encoder that does nothing: for an instruction counter.
+// Runs the frame path with an encoder that does nothing, one frame at a time, under an instruction counter.
 #include <cstdlib>
 
 #include "Logger.h"
@@ -6,17 +6,19 @@
 
 namespace {
 
+using support::CameraHandlerTest;
+
 using FramePathCost = CameraHandlerTest;
 
 int FramesToCount() {
-  // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody changes the environment
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): no thread changes the environment
   const char* const frames = std::getenv("NUVEQ_FRAMES");
   return frames == nullptr ? 0 : std::atoi(frames);
 }
 
-TEST_F(FramePathCost, OfFramesOneAtATime) {
+TEST_F(FramePathCost, SingleFrames) {
   const int frames = FramesToCount();
-  ASSERT_GT(frames, 0) << "NUVEQ_FRAMES says how many";
+  ASSERT_GT(frames, 0) << "set NUVEQ_FRAMES to the number of frames";
   QueryAndOpen();
   for (int i = 0; i < frames; ++i) {
     ASSERT_NO_FATAL_FAILURE(DeliverAndReceive(static_cast<std::uint8_t>(i)));
@@ -24,15 +26,15 @@ TEST_F(FramePathCost, OfFramesOneAtATime) {
   EXPECT_EQ(Close(), 1);
 }
 
-// Each packet is refused, which the library would log.
-TEST_F(FramePathCost, OfFramesWithALogLineThatIsOff) {
+// The data callback refuses each packet, which the library would log at the ERROR level.
+TEST_F(FramePathCost, FramesWithDisabledLogMessage) {
   const int frames = FramesToCount();
-  ASSERT_GT(frames, 0) << "NUVEQ_FRAMES says how many";
+  ASSERT_GT(frames, 0) << "set NUVEQ_FRAMES to the number of frames";
   QueryAndOpen();
   log4cplus::Logger logger = GetLogger();
   const log4cplus::LogLevel level = logger.getLogLevel();
   logger.setLogLevel(log4cplus::OFF_LOG_LEVEL);
-  host.AnswerData(1);
+  host.SetDataResult(1);
   for (int i = 0; i < frames; ++i) {
     ASSERT_NO_FATAL_FAILURE(DeliverAndReceive(static_cast<std::uint8_t>(i)));
   }

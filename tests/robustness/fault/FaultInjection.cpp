@@ -4,11 +4,16 @@
 
 #include "support/HostCallbacks.h"
 
+namespace fault {
+
+using support::kWaitTimeout;
+using support::Persistence;
+
 namespace {
 
 using scripted::Answer;
 
-// These have no result that could say that they failed.
+// Operations that cannot report a failure.
 const std::set<std::string>& OperationsWithoutResult() {
   static const std::set<std::string> operations = {"AVEncodePacket::AVEncodePacket",
                                                    "AVEncodePacket::~AVEncodePacket",
@@ -22,7 +27,7 @@ const std::set<std::string>& OperationsWithoutResult() {
   return operations;
 }
 
-// These write or hand out something, and may answer success without it.
+// Operations with an output, which may succeed without writing it.
 const std::set<std::string>& OperationsWithOutput() {
   static const std::set<std::string> operations = {"AllocateHostBlock",
                                                    "CM_Get_Child",
@@ -52,8 +57,8 @@ const std::set<std::string>& OperationsWithOutput() {
   return operations;
 }
 
-bool CanAnswer(const std::string& operation, const Answer& answer) {
-  // The answers that differ from plain success and failure in the output alone.
+bool CanReturn(const std::string& operation, const Answer& answer) {
+  // Answers whose output does not match the result.
   const bool isOfOutput = answer.null == (answer.hr == S_OK) && answer.hr != S_FALSE;
   return isOfOutput ? OperationsWithOutput().contains(operation)
                     : !OperationsWithoutResult().contains(operation);
@@ -80,7 +85,7 @@ std::optional<Answer> Faults::At(const std::string& operation) {
   const std::lock_guard lock(m_mutex);
   ++m_calls[operation];
   m_changed.notify_all();
-  if (m_plan.number == 0 || !IsOf(m_plan.subject, operation) || !CanAnswer(operation, m_plan.answer)) {
+  if (m_plan.number == 0 || !IsOf(m_plan.subject, operation) || !CanReturn(operation, m_plan.answer)) {
     return std::nullopt;
   }
   ++m_count;
@@ -103,5 +108,7 @@ std::uint64_t Faults::Calls(const std::string& operation) const {
 
 bool Faults::WaitForCalls(const std::string& operation, std::uint64_t count) {
   std::unique_lock lock(m_mutex);
-  return m_changed.wait_for(lock, kPatience, [&] { return m_calls[operation] >= count; });
+  return m_changed.wait_for(lock, kWaitTimeout, [&] { return m_calls[operation] >= count; });
 }
+
+}  // namespace fault

@@ -1,5 +1,5 @@
-// Which call of a run fails, and how. The platform and the expected course each ask one of their own, and
-// meet the same failures as long as they make the same calls.
+// Selects the call of a run that fails. The scripted platform and the reference model use one instance each,
+// so that both get the same failures as long as they make the same calls.
 #pragma once
 
 #include <condition_variable>
@@ -12,33 +12,35 @@
 #include "support/Persistence.h"
 #include "support/scripted/ScriptedPlatform.h"
 
-// Stands for the start of a thread among the operations.
+namespace fault {
+
+// Name of thread starts among the operations.
 inline const std::string kThreadStart = "std::thread";
 
 enum class Subject { kCalls, kThreadStarts };
 
-// The call of that number fails, counted from 1 over the calls that can answer so; or it and every later one.
+// The failing call: its number, counted from 1 over the calls that can return the answer.
 struct Plan {
   Subject subject = Subject::kCalls;
   std::uint64_t number = 0;  // 0: none
-  Persistence persistence = Persistence::kTransient;
+  support::Persistence persistence = support::Persistence::kTransient;
   scripted::Answer answer;
 };
 
-// From any thread.
+// Thread-safe.
 class Faults {
  public:
-  // Counts and fails from here on.
+  // Starts counting and failing.
   void Begin(const Plan& plan);
-  // Nothing fails from here on.
+  // Stops failing.
   void End();
-  // A call of the operation is made: what it answers, if that is the plan's business.
+  // Counts a call of the operation. Returns the planned answer if this call fails.
   std::optional<scripted::Answer> At(const std::string& operation);
   bool HaveHappened() const;
 
-  // Calls of the operation so far, whatever became of them.
+  // Number of calls of the operation so far.
   std::uint64_t Calls(const std::string& operation) const;
-  // False when there were not that many in time.
+  // Waits until count calls have been made. False after a timeout.
   bool WaitForCalls(const std::string& operation, std::uint64_t count);
 
  private:
@@ -49,3 +51,5 @@ class Faults {
   bool m_haveHappened = false;
   std::map<std::string, std::uint64_t> m_calls;
 };
+
+}  // namespace fault

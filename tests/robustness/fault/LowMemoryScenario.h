@@ -1,4 +1,4 @@
-// The course that a run takes with the library while its allocations fail.
+// A run of the library with failing allocations.
 #pragma once
 
 #include <functional>
@@ -8,24 +8,26 @@
 #include "RecordedRun.h"
 #include "support/FailingAllocations.h"
 
+namespace fault {
+
 inline constexpr int kNotCalled = 1000;
 
-// A function's answer, and what was alive before and after the call. Packets, which come and go, left out.
+// A function's result, and the live objects before and after the call, except packets.
 struct Step {
   std::string function;
   int result;
   std::vector<std::string> before;
   std::vector<std::string> after;
-  bool hasOperator;  // the library has made what its functions work with
+  bool hasOperator;  // the library has constructed its operator
 };
 
 class LowMemoryRun final : public RecordedRun {
  public:
-  // Of the library's alone: neither its logger's nor its platform's.
+  // Only allocations of the library fail, not those of its logger or platform.
   explicit LowMemoryRun(Faults& faults);
 
-  // From now on; while the library is not loaded, from its first function on.
-  void BeginToFail(std::uint64_t number, Persistence persistence);
+  // Starts now, or with the first call of the library if it is not loaded.
+  void BeginToFail(std::uint64_t number, support::Persistence persistence);
   void FailNothing();
   bool HasFailed() const { return m_allocations.HasFailed(); }
 
@@ -33,35 +35,37 @@ class LowMemoryRun final : public RecordedRun {
   void Query() override;
   void Open() override;
   void Close() override;
-  // Frames that nothing has failed for are waited for.
+  // Waits for frames that no failure affects.
   void DeliverFrames(unsigned count) override;
-  // Each of the pool's buffers takes part: so many frames find room while the encoder thread is held.
+  // Expects that no buffer is lost: blocks the encoder thread and fills the pool.
   void ExpectWholePool() const;
 
-  // The camera delivers to this library, and the open has succeeded.
+  // True if the last open has succeeded and the camera delivers frames.
   bool IsCameraOpen() const;
-  // What a host does that knows what the functions answered, and no more: it closes where an answer asks for
-  // that, and not elsewhere. Ends with an open that has to work, a frame, a close and an unload.
+  // Recovers as a host does that knows only the results: closes if a result requires it. Ends with an open
+  // that must succeed, a frame, a close and an unload.
   void Recover();
 
   unsigned DeliveredFrames() const { return m_deliveredFrames; }
-  // Of the latest call of the table's function: kNotCalled when there was none.
+  // Result of the last call of the function; kNotCalled if there was none.
   int LatestResult(const std::string& function) const;
-  // Queries, opens and closes so far.
+  // The queries, opens and closes so far.
   const std::vector<Step>& Steps() const { return m_steps; }
 
  private:
-  // Returns when the encoder thread has nothing to do.
-  void WaitForRest() const;
-  void TakeStep(const std::string& function, const std::function<void()>& call);
-  // By the answers since the latest close.
+  // Waits until the encoder thread is idle.
+  void WaitUntilIdle() const;
+  void RecordStep(const std::string& function, const std::function<void()>& call);
+  // Decides from the results since the last close.
   bool HasToClose() const;
 
-  FailingAllocations m_allocations;
+  support::FailingAllocations m_allocations;
   Faults& m_faults;
   std::uint64_t m_number = 0;
-  Persistence m_persistence = Persistence::kTransient;
+  support::Persistence m_persistence = support::Persistence::kTransient;
   bool m_isRegistered = false;
   std::vector<Step> m_steps;
   unsigned m_deliveredFrames = 0;
 };
+
+}  // namespace fault

@@ -7,13 +7,23 @@
 
 #include "support/PlatformTest.h"
 
+namespace fault {
+
+using support::FailingAllocations;
+using support::Frame;
+using support::Gate;
+using support::HostCallbacks;
+using support::Packet;
+using support::Persistence;
+using support::WaitFor;
+
 namespace {
 
 constexpr unsigned kBuffers = 5;
 
 const std::string kPacketDone = "AVEncodePacket::~AVEncodePacket";
 
-// What the file is called up to its first dot.
+// File name of the library up to the first dot.
 std::string LibraryName() {
   const std::string file = NUVEQ_LIBRARY_FILE;
   return file.substr(0, file.find('.'));
@@ -46,7 +56,7 @@ void LowMemoryRun::FailNothing() {
 }
 
 void LowMemoryRun::Load() {
-  LoadTheLibrary();
+  LoadLibraryOnly();
   if (m_number != 0) {
     m_allocations.FailNth(m_number, m_persistence);
   }
@@ -62,10 +72,10 @@ void LowMemoryRun::Load() {
 bool LowMemoryRun::IsCameraOpen() const {
   const std::vector<std::string> trace = Trace();
   return IsLoaded() && LatestResult("close") == kNotCalled &&
-         std::find(trace.begin(), trace.end(), "open answers 0") != trace.end();
+         std::find(trace.begin(), trace.end(), "open returns 0") != trace.end();
 }
 
-void LowMemoryRun::TakeStep(const std::string& function, const std::function<void()>& call) {
+void LowMemoryRun::RecordStep(const std::string& function, const std::function<void()>& call) {
   std::vector<std::string> before = AliveButPackets();
   call();
   const scripted::Platform& platform = scripted::Platform::Get();
@@ -74,15 +84,15 @@ void LowMemoryRun::TakeStep(const std::string& function, const std::function<voi
 }
 
 void LowMemoryRun::Query() {
-  TakeStep("query", [this] { RecordedRun::Query(); });
+  RecordStep("query", [this] { RecordedRun::Query(); });
 }
 
 void LowMemoryRun::Open() {
-  TakeStep("open", [this] { RecordedRun::Open(); });
+  RecordStep("open", [this] { RecordedRun::Open(); });
 }
 
 void LowMemoryRun::Close() {
-  TakeStep("close", [this] { RecordedRun::Close(); });
+  RecordStep("close", [this] { RecordedRun::Close(); });
 }
 
 bool LowMemoryRun::HasToClose() const {
@@ -105,7 +115,7 @@ void LowMemoryRun::Recover() {
       Close();
       const std::vector<std::string>& left = m_steps.back().after;
       if (std::find(left.begin(), left.end(), "frame") != left.end()) {
-        // Without a graph there was nothing for the close to work on.
+        // Without a graph a close has no effect.
         Unload();
         isFresh = true;
       }
@@ -134,7 +144,7 @@ void LowMemoryRun::Recover() {
 
 void LowMemoryRun::DeliverFrames(unsigned count) {
   if (LatestResult("open") != 0) {
-    // Nobody takes them out of the pool, if they get there at all.
+    // No thread takes these frames from the pool.
     for (unsigned i = 0; i < kBuffers; ++i) {
       scripted::Platform::Get().DeliverFrame(SmallFrame());
     }
@@ -145,16 +155,16 @@ void LowMemoryRun::DeliverFrames(unsigned count) {
     const std::uint64_t failures = m_allocations.Failures();
     ASSERT_TRUE(scripted::Platform::Get().DeliverFrame(SmallFrame()));
     ++m_deliveredFrames;
-    ASSERT_TRUE(WaitUntil(
+    ASSERT_TRUE(WaitFor(
         [&] { return m_faults.Calls(kPacketDone) > packets || m_allocations.Failures() != failures; }));
   }
 }
 
 void LowMemoryRun::ExpectWholePool() const {
-  WaitForRest();
+  WaitUntilIdle();
   Gate gate;
   HostCallbacks::Get().InData([&](const Packet&) { EXPECT_TRUE(gate.Wait()); });
-  // One frame is given back before its packet is sent; then there is room for as many as there are buffers.
+  // The first frame's buffer is returned before its packet is sent, so that the whole pool is free.
   std::atomic<unsigned> delivered = 0;
   std::thread camera([&] {
     while (delivered < kBuffers + 1) {
@@ -162,26 +172,26 @@ void LowMemoryRun::ExpectWholePool() const {
       ++delivered;
     }
   });
-  EXPECT_TRUE(WaitUntil([&] { return delivered == kBuffers + 1; })) << "a buffer has not come back";
+  EXPECT_TRUE(WaitFor([&] { return delivered == kBuffers + 1; })) << "a buffer has not come back";
   gate.Open();
   camera.join();
-  WaitForRest();
+  WaitUntilIdle();
 }
 
-void LowMemoryRun::WaitForRest() const {
+void LowMemoryRun::WaitUntilIdle() const {
   constexpr std::uint8_t kMark = 2;
   std::atomic<bool> hasCome = false;
   HostCallbacks::Get().InData([&](const Packet& packet) { hasCome = packet.bytes.front() == kMark; });
-  // The frames before it are through when it is.
+  // The earlier frames have been encoded before this one.
   EXPECT_TRUE(scripted::Platform::Get().DeliverFrame(Frame(SmallFrame().size(), kMark)));
-  EXPECT_TRUE(WaitUntil([&] {
+  EXPECT_TRUE(WaitFor([&] {
     return hasCome && m_faults.Calls("AVEncodePacket::AVEncodePacket") == m_faults.Calls(kPacketDone);
   }));
   HostCallbacks::Get().InData(nullptr);
 }
 
 int LowMemoryRun::LatestResult(const std::string& function) const {
-  const std::string prefix = function + " answers ";
+  const std::string prefix = function + " returns ";
   int result = kNotCalled;
   for (const std::string& event : Trace()) {
     if (event.starts_with(prefix)) {
@@ -190,3 +200,5 @@ int LowMemoryRun::LatestResult(const std::string& function) const {
   }
   return result;
 }
+
+}  // namespace fault

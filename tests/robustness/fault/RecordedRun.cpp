@@ -5,8 +5,17 @@
 #include <algorithm>
 #include <array>
 
-#include "support/NoThreads.h"
 #include "support/PlatformTest.h"
+#include "support/ThreadCreationFailure.h"
+
+namespace fault {
+
+using support::Frame;
+using support::HostCallbacks;
+using support::LoadedLibrary;
+using support::Packet;
+using support::ThreadCreationFailure;
+using support::WaitFor;
 
 namespace {
 
@@ -14,7 +23,7 @@ using scripted::Platform;
 
 constexpr int kError = 40000;
 
-// The functions whose lines in the log are those of the source.
+// True for messages that use __LINE__.
 bool HasRealLine(const std::string& text) {
   static const std::array<std::string, 7> functions = {
       "OpenCamera",     "InitCameraBasicInfo", "AddDeviceFilter",    "AddSampleGrabberFilter",
@@ -59,22 +68,22 @@ RecordedRun::RecordedRun(Faults& faults, const std::vector<FrameFate>& fates)
   m_platform.Reset(scripted::LaptopPc(ReferenceModel::BuiltInTypes()));
   m_platform.Decide([this](const std::string& operation) { return m_faults.At(operation); });
   HostCallbacks::Get().Reset();
-  HostCallbacks::Get().TellTo([](const std::string& report) { Platform::Get().Note(report); });
+  HostCallbacks::Get().SetListener([](const std::string& report) { Platform::Get().Note(report); });
   HostCallbacks::Get().InData(
       [](const Packet& packet) { Platform::Get().Note(DescribePacket(packet.bytes.size())); });
 }
 
 RecordedRun::~RecordedRun() {
-  LetHeldUpFrameGo();
+  JoinWaitingFrame();
   m_platform.Decide(nullptr);
 }
 
 void RecordedRun::Load() {
-  LoadTheLibrary();
+  LoadLibraryOnly();
   EXPECT_EQ(RegisterCallbacks(), 0);
 }
 
-void RecordedRun::LoadTheLibrary() {
+void RecordedRun::LoadLibraryOnly() {
   m_library = std::make_unique<LoadedLibrary>(NUVEQ_LIBRARY_FILE);
   ASSERT_EQ(m_library->Error(), "");
   ASSERT_EQ(m_library->GetCameraHandler(&m_handler), 0);
@@ -89,17 +98,17 @@ int RecordedRun::RegisterCallbacks() const {
   return m_handler.RegisterServiceListener(&listener);
 }
 
-void RecordedRun::Answered(const std::string& function, int result) {
-  m_platform.Note(function + " answers " + std::to_string(result));
+void RecordedRun::NoteResult(const std::string& function, int result) {
+  m_platform.Note(function + " returns " + std::to_string(result));
 }
 
 void RecordedRun::Query() {
   m_records = nullptr;
   m_recordCount = kNoCount;
   const int result = m_handler.GetCapability(&m_records, &m_recordCount);
-  Answered("query", result);
+  NoteResult("query", result);
   if (result != 0) {
-    // It may point at released memory.
+    // The pointer may be dangling.
     m_records = nullptr;
   }
   m_platform.Note("count " + std::to_string(m_recordCount) +
@@ -114,8 +123,8 @@ void RecordedRun::Release() {
 }
 
 void RecordedRun::Open() {
-  std::optional<NoThreads> refusal;
-  // The last call before the library starts its thread.
+  std::optional<ThreadCreationFailure> refusal;
+  // This is the last platform call before the library starts its thread.
   m_platform.Before("IMediaEvent::WaitForCompletion", [&] {
     if (m_faults.At(kThreadStart)) {
       refusal.emplace();
@@ -125,11 +134,11 @@ void RecordedRun::Open() {
   const NUVEQCameraParam param{id.data(), static_cast<std::uint32_t>(id.size()), kWidth, kHeight, kFps};
   const int result = m_handler.OpenCameraDevice(&param);
   m_platform.Before("IMediaEvent::WaitForCompletion", nullptr);
-  Answered("open", result);
+  NoteResult("open", result);
 }
 
 void RecordedRun::DeliverFrames(unsigned count) {
-  for (unsigned i = 0; i < count && !m_heldUpFrame.joinable(); ++i) {
+  for (unsigned i = 0; i < count && !m_waitingFrame.joinable(); ++i) {
     ASSERT_FALSE(m_fates.empty());
     Deliver(m_fates.front());
     m_fates.pop_front();
@@ -137,9 +146,9 @@ void RecordedRun::DeliverFrames(unsigned count) {
 }
 
 void RecordedRun::Deliver(FrameFate fate) {
-  if (fate == FrameFate::kHeldUp) {
-    m_heldUpFrame = std::thread([this] { EXPECT_TRUE(m_platform.DeliverFrame(SmallFrame())); });
-    EXPECT_TRUE(WaitUntil([&] { return m_platform.FramesInDelivery() == 1; }));
+  if (fate == FrameFate::kWaiting) {
+    m_waitingFrame = std::thread([this] { EXPECT_TRUE(m_platform.DeliverFrame(SmallFrame())); });
+    EXPECT_TRUE(WaitFor([&] { return m_platform.FramesInDelivery() == 1; }));
     return;
   }
   const std::uint64_t packets = m_faults.Calls(kPacketDestroyed);
@@ -152,19 +161,19 @@ void RecordedRun::Deliver(FrameFate fate) {
 void RecordedRun::Close() {
   const std::string id = "0";
   const int result = m_handler.CloseCameraDevice(id.data(), static_cast<std::uint32_t>(id.size()));
-  LetHeldUpFrameGo();
-  Answered("close", result);
+  JoinWaitingFrame();
+  NoteResult("close", result);
 }
 
 void RecordedRun::Unload() {
   m_library->Unload();
   EXPECT_FALSE(m_library->IsMapped());
-  LetHeldUpFrameGo();
+  JoinWaitingFrame();
 }
 
-void RecordedRun::LetHeldUpFrameGo() {
-  if (m_heldUpFrame.joinable()) {
-    m_heldUpFrame.join();
+void RecordedRun::JoinWaitingFrame() {
+  if (m_waitingFrame.joinable()) {
+    m_waitingFrame.join();
   }
 }
 
@@ -176,9 +185,11 @@ std::vector<std::string> RecordedRun::Trace() const {
     if (event.starts_with("log: ")) {
       event = Describe(*log++);
     } else {
-      // Without the arguments.
+      // Removes the arguments.
       event.resize(std::min(event.find('('), event.size()));
     }
   }
   return trace;
 }
+
+}  // namespace fault

@@ -1,4 +1,4 @@
-// The course that a run takes with the library itself.
+// A run of the library that records platform calls, log lines, callbacks and results.
 #pragma once
 
 #include <deque>
@@ -10,19 +10,21 @@
 
 #include "FaultInjection.h"
 #include "ReferenceModel.h"
-#include "Scenario.h"
+#include "Run.h"
 #include "support/HostCallbacks.h"
 #include "support/LoadedLibrary.h"
 
-// Fits into every buffer of the size that is asked for, whatever its layout.
+namespace fault {
+
+// Returns a frame that fits into a buffer of any layout.
 std::vector<std::uint8_t> SmallFrame();
 
 class RecordedRun : public Run {
  public:
-  // Starts from an empty platform. What becomes of each frame has to be known, for nothing announces a frame
-  // that is lost.
+  // Resets the platform. The fates of the frames come from the model, since the library does not report a
+  // lost frame.
   RecordedRun(Faults& faults, const std::vector<FrameFate>& fates);
-  // The platform asks nobody any more.
+  // Ends the fault injection.
   ~RecordedRun() override;
 
   void Load() override;
@@ -33,27 +35,29 @@ class RecordedRun : public Run {
   void Close() override;
   void Unload() override;
 
-  // In the form of the expected course's.
+  // In the format of ReferenceModel::Trace.
   std::vector<std::string> Trace() const;
 
  protected:
-  void LoadTheLibrary();
+  void LoadLibraryOnly();
   bool IsLoaded() const { return m_library != nullptr && m_library->IsMapped(); }
-  // The first failure's code; 0 for success.
+  // Returns the first failure; 0 on success.
   int RegisterCallbacks() const;
 
  private:
   void Deliver(FrameFate fate);
-  // Says in the journal what a function answered.
-  void Answered(const std::string& function, int result);
-  void LetHeldUpFrameGo();
+  // Adds a function's result to the journal.
+  void NoteResult(const std::string& function, int result);
+  void JoinWaitingFrame();
 
   scripted::Platform& m_platform = scripted::Platform::Get();
   Faults& m_faults;
   std::deque<FrameFate> m_fates;
-  std::unique_ptr<LoadedLibrary> m_library;
+  std::unique_ptr<support::LoadedLibrary> m_library;
   NUVEQCameraHandler m_handler{};
   NUVEQCameraCapabilities* m_records = nullptr;
   std::uint32_t m_recordCount = 0;
-  std::thread m_heldUpFrame;
+  std::thread m_waitingFrame;
 };
+
+}  // namespace fault

@@ -1,5 +1,7 @@
 #include "ReferenceModel.h"
 
+namespace fault {
+
 namespace {
 
 std::string LogText(const std::string& function, const std::string& text) {
@@ -31,7 +33,7 @@ void ReferenceModel::Warn(int line, const std::string& function, const std::stri
 
 void ReferenceModel::Load() {
   m_isLoaded = true;
-  // The operator is made by the first function that is called. It works without COM too.
+  // The first call constructs the operator, which also works without COM.
   Call("CoInitialize");
 }
 
@@ -42,7 +44,7 @@ void ReferenceModel::DeliverFrames(unsigned count) {
       continue;
     }
     if (m_freeBuffers.empty()) {
-      m_fates.push_back(FrameFate::kHeldUp);
+      m_fates.push_back(FrameFate::kWaiting);
       return;
     }
     const Buffer buffer = m_freeBuffers.front();
@@ -60,7 +62,7 @@ void ReferenceModel::DeliverFrames(unsigned count) {
     if (const scripted::Answer answer = Call("VideoEncoder::Encode"); answer.hr != 0) {
       Error(1148, "EncodeH264", "fail to encode frame, error: " + std::to_string(answer.hr));
     } else {
-      // A packet that the encoder left empty is passed on like any other.
+      // An empty packet is passed on like any other.
       Note("data callback \"0\"");
       Note(DescribePacket(answer.null ? 0 : kPacketSize));
     }
@@ -72,7 +74,7 @@ void ReferenceModel::DeliverFrames(unsigned count) {
 void ReferenceModel::Close() {
   Error(950, "CloseCameraInner", "CloseCameraInner.");
   if (!m_hasControl) {
-    Note("close answers 0");
+    Note("close returns 0");
     return;
   }
   if (m_isOpened) {
@@ -84,7 +86,7 @@ void ReferenceModel::Close() {
   }
   Note("status callback \"0\" 1 3");
   StopCapture();
-  Note(hasCompleted ? "close answers 1" : "close answers 0");
+  Note(hasCompleted ? "close returns 1" : "close returns 0");
 }
 
 void ReferenceModel::StopCapture() {
@@ -148,3 +150,5 @@ std::vector<std::string> ReferenceModel::Alive() const {
 PostState ReferenceModel::After() const {
   return {m_isLoaded, m_poolSize != 0, m_hasControl, m_cameraName.has_value()};
 }
+
+}  // namespace fault

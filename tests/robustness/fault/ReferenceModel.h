@@ -1,5 +1,5 @@
-// The course that a run has to take: every platform call, log line and report in order, every result, and
-// what is alive afterwards, worked out from what each step of the library is documented to do.
+// Reference model of the library: predicts all platform calls, log lines, reports, results and live objects
+// of a run from the documented behaviour.
 #pragma once
 
 #include <deque>
@@ -9,23 +9,25 @@
 #include <vector>
 
 #include "FaultInjection.h"
-#include "Scenario.h"
+#include "Run.h"
 #include "Scenarios.h"
 
-// What becomes of a frame that the graph delivers.
+namespace fault {
+
+// Fate of a frame that the graph delivers.
 enum class FrameFate {
-  kEncoded,  // the encoder thread is through with it
-  kQueued,   // nobody takes it
-  kLost,     // its buffer has no memory
-  kHeldUp,   // it waits for a buffer until the camera is closed
-  kRefused   // no graph runs
+  kEncoded,  // encoded by the encoder thread
+  kQueued,   // stays in the queue
+  kLost,     // lost, because its buffer has no memory
+  kWaiting,  // waits for a buffer until the camera is closed
+  kRefused   // refused, because no graph runs
 };
 
 class ReferenceModel final : public Run {
  public:
   explicit ReferenceModel(Faults& faults) : m_faults(faults) {}
 
-  // What the built-in camera offers: the faster of two rates is the compressed one.
+  // Media types of the built-in camera: the compressed one has the higher rate.
   static std::vector<scripted::MediaType> BuiltInTypes();
 
   void Load() override;
@@ -42,7 +44,7 @@ class ReferenceModel final : public Run {
   PostState After() const;
 
  private:
-  // What a capture device is called and offers.
+  // A capture device.
   struct Device {
     std::string name;
     std::vector<scripted::MediaType> types;
@@ -60,23 +62,23 @@ class ReferenceModel final : public Run {
 
   // --- Writing the trace ---
 
-  // A call whose answer matters.
+  // Records a call and returns its answer.
   scripted::Answer Call(const std::string& operation);
-  // A log line; without a number where the line is the source's own.
+  // Record a log line. Without a line number: a message that uses __LINE__.
   void Error(int line, const std::string& function, const std::string& text);
   void Error(const std::string& function, const std::string& text);
   void Warn(int line, const std::string& function, const std::string& text);
   void Note(const std::string& text) { m_trace.push_back(text); }
 
-  // --- The query: ExpectedQuery.cpp ---
+  // --- The query: ReferenceQuery.cpp ---
 
-  // Finds the camera that counts; false when there is none.
+  // Finds the built-in camera. False if there is none.
   bool FindCamera();
   std::string ReadDisplayName(const Device& device);
   std::vector<std::string> ReadFixedIds();
-  // Walks the capture devices up to the camera.
+  // Enumerates the capture devices up to the camera.
   Binding Bind();
-  // False when the camera could not be read.
+  // False if the camera cannot be read.
   bool ReadCamera();
   void ParseType(const scripted::MediaType& type);
   bool ReadTypes(const Device& device);
@@ -84,7 +86,7 @@ class ReferenceModel final : public Run {
   bool Allocate(std::size_t size);
   std::string DescribeRecords() const;
 
-  // --- The open: ExpectedOpen.cpp ---
+  // --- The open: ReferenceOpen.cpp ---
 
   int OpenResult();
   bool MakeEncoder();
@@ -94,12 +96,12 @@ class ReferenceModel final : public Run {
   bool AddCamera();
   bool AddGrabber();
   bool ConfigureGrabber();
-  // On a filter with pins of these directions.
+  // Finds a pin of a filter whose pins have the given directions.
   bool FindPin(std::span<const PIN_DIRECTION> pinsOfFilter, PIN_DIRECTION wanted);
   bool SetFormat();
-  // Makes a call whose failure is one line.
+  // Records a call whose failure is logged with one line.
   bool Succeeds(const std::string& operation, const std::string& function, const std::string& failure);
-  // Of the subtype that the table gives for the size that is asked for.
+  // Text of the subtype that the table selects for the requested size.
   std::string SubTypeNumber() const;
 
   void StopCapture();
@@ -111,11 +113,11 @@ class ReferenceModel final : public Run {
   bool m_isLoaded = false;
   std::optional<std::string> m_cameraName;
   std::vector<Entry> m_table;
-  // What the query in progress has read.
+  // Read by the query in progress.
   std::vector<unsigned> m_rates;
   std::vector<std::string> m_sizes;
   const Device* m_bound = nullptr;
-  // What the host holds of queries.
+  // Record blocks that the host owns.
   std::vector<std::size_t> m_blocks;
 
   bool m_hasEncoder = false;
@@ -129,9 +131,11 @@ class ReferenceModel final : public Run {
   bool m_isOpened = false;
   bool m_isStreaming = false;
   bool m_hasEncodeThread = false;
-  // Structures of current media types, which are never given back.
+  // Structures of current media types, which are leaked.
   unsigned m_formatsLeft = 0;
 
   const std::vector<Device> m_devices = {{"plug-in", {scripted::Mjpg(1920, 1080, 60)}},
                                          {"built-in", BuiltInTypes()}};
 };
+
+}  // namespace fault

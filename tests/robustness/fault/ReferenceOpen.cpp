@@ -1,7 +1,9 @@
-// The expected course of an open.
+// Reference model of an open.
 #include <array>
 
 #include "ReferenceModel.h"
+
+namespace fault {
 
 namespace {
 
@@ -10,7 +12,7 @@ using scripted::Answer;
 bool HasFailed(const Answer& answer) { return answer.hr != S_OK || answer.null; }
 
 constexpr unsigned kFrameBuffers = 5;
-// The directions of the filters' pins.
+// Pin directions of the filters.
 constexpr std::array kPinsOfCamera = {PINDIR_OUTPUT};
 constexpr std::array kPinsOfGrabber = {PINDIR_INPUT, PINDIR_OUTPUT};
 
@@ -18,7 +20,7 @@ constexpr std::array kPinsOfGrabber = {PINDIR_INPUT, PINDIR_OUTPUT};
 
 void ReferenceModel::Open() {
   Warn(708, "OpenCameraInner", "Start open camera");
-  Note("open answers " + std::to_string(OpenResult()));
+  Note("open returns " + std::to_string(OpenResult()));
 }
 
 int ReferenceModel::OpenResult() {
@@ -37,7 +39,7 @@ int ReferenceModel::OpenResult() {
   }
   Note("status callback \"0\" 1 4");
   const HRESULT ran = Call("IMediaControl::Run").hr;
-  // A graph that says S_FALSE runs all the same.
+  // A graph that returns S_FALSE runs.
   m_isStreaming = ran >= 0;
   if (ran != S_OK) {
     Error(763, "OpenCameraInner", "fail to update service status, error: " + std::to_string(ran));
@@ -45,7 +47,7 @@ int ReferenceModel::OpenResult() {
   }
   Call("IMediaEvent::WaitForCompletion");
   if (m_faults.At(kThreadStart)) {
-    // An exception, which ends in the table's function without a line.
+    // The exception is converted by the table function without logging.
     return -1001;
   }
   m_hasEncodeThread = true;
@@ -60,7 +62,7 @@ bool ReferenceModel::MakeEncoder() {
     return false;
   }
   if (m_hasEncoder) {
-    // The one that a failed open has left is replaced.
+    // Replaces the encoder of a failed open.
     Call("VideoEncoder::ReleaseEncoder");
   }
   m_hasEncoder = true;
@@ -133,7 +135,7 @@ bool ReferenceModel::MakeGraph() {
     Error(function, "QueryInterface IID_IMediaControl fail, error: " + std::to_string(answer.hr));
     return false;
   }
-  // From here on a close can take apart what there is.
+  // From here on a close can release the graph.
   Call("PinModule");
   m_isModulePinned = true;
   answer = Call("IUnknown::QueryInterface");
@@ -152,7 +154,7 @@ bool ReferenceModel::AddCamera() {
     Error(function, "BindDeviceFilter fail.");
     return false;
   }
-  // A graph refuses a filter that is not there.
+  // AddFilter refuses null.
   HRESULT hr = Call("IFilterGraph::AddFilter").hr;
   if (hr == S_OK && binding == Binding::kNothing) {
     hr = E_POINTER;
@@ -202,7 +204,7 @@ bool ReferenceModel::FindPin(std::span<const PIN_DIRECTION> pinsOfFilter, PIN_DI
       continue;
     }
     const Answer direction = Call("IPin::QueryDirection");
-    // A direction that was not written is still the zero that it starts out as, which means input.
+    // An unwritten direction is 0, which means input.
     if (direction.hr == S_OK && (direction.null ? PINDIR_INPUT : *pin) == wanted) {
       return true;
     }
@@ -227,7 +229,7 @@ bool ReferenceModel::SetFormat() {
 }
 
 std::string ReferenceModel::SubTypeNumber() const {
-  // The fastest way to get that size decides; uncompressed, where there is none.
+  // The fastest entry of that size decides; without an entry the format is uncompressed.
   unsigned fps = 0;
   bool isMjpg = false;
   for (const Entry& entry : m_table) {
@@ -238,3 +240,5 @@ std::string ReferenceModel::SubTypeNumber() const {
   }
   return isMjpg ? "1196444237" : "844715353";
 }
+
+}  // namespace fault

@@ -1,13 +1,15 @@
-// The expected course of a capability query.
+// Reference model of a capability query.
 #include <algorithm>
 
 #include "ReferenceModel.h"
+
+namespace fault {
 
 namespace {
 
 using scripted::Answer;
 
-// Success is zero, and what was asked for is there.
+// True for a failure, or a success without output.
 bool IsRefusal(const Answer& answer) { return answer.hr != S_OK || answer.null; }
 
 std::string Number(HRESULT hr) { return std::to_string(hr); }
@@ -27,7 +29,7 @@ void ReferenceModel::Query() {
   } else {
     count = 1;
     result = ReadCamera() ? 0 : -1000;
-    // The record is made in any case.
+    // The record is built even if the camera cannot be read.
     if (const int made = MakeRecords(); made != 0) {
       result = made;
     }
@@ -36,7 +38,7 @@ void ReferenceModel::Query() {
       m_blocks.clear();
     }
   }
-  Note("query answers " + std::to_string(result));
+  Note("query returns " + std::to_string(result));
   Note("count " + std::to_string(count) + (result == 0 ? DescribeRecords() : ""));
 }
 
@@ -87,20 +89,20 @@ std::string ReferenceModel::ReadDisplayName(const Device& device) {
 }
 
 std::vector<std::string> ReferenceModel::ReadFixedIds() {
-  // The plug-in device comes first in this list too.
+  // The plug-in device comes first in this list, too.
   const std::vector<std::string> usbDevices = {"plug-in", "built-in"};
   std::vector<std::string> ids;
   const Answer set = Call("SetupDiGetClassDevsW");
   if (set.hr != S_OK) {
     return ids;
   }
-  // A null handle is not the invalid one. There is nothing in that set, and it is closed like any other.
+  // A null handle is valid: an empty set, which is closed.
   const std::size_t count = set.null ? 0 : usbDevices.size();
   for (std::size_t index = 0;; ++index) {
     if (Call("SetupDiEnumDeviceInterfaces").hr != S_OK || index == count) {
       break;
     }
-    // What it writes is not looked at.
+    // Its output is not used.
     if (Call("SetupDiGetDeviceInterfaceDetailW").hr != S_OK) {
       continue;
     }
@@ -108,7 +110,7 @@ std::vector<std::string> ReferenceModel::ReadFixedIds() {
     if (element.hr != S_OK) {
       continue;
     }
-    // An element that was not written names no node, of which nothing can be learnt.
+    // An unwritten element has no device node, so that the following calls fail.
     const Answer status = Call("CM_Get_DevNode_Status");
     if (element.null || IsRefusal(status) || usbDevices[index] == "plug-in") {
       continue;
@@ -116,7 +118,7 @@ std::vector<std::string> ReferenceModel::ReadFixedIds() {
     if (IsRefusal(Call("CM_Get_Child"))) {
       continue;
     }
-    // An id is taken as it is, also when it is empty, and an empty one is part of every name.
+    // An empty id is valid and is contained in every name.
     if (const Answer id = Call("CM_Get_Device_IDA"); id.hr == S_OK) {
       ids.push_back(id.null ? std::string() : usbDevices[index]);
     }
@@ -143,7 +145,7 @@ ReferenceModel::Binding ReferenceModel::Bind() {
   for (auto device = m_devices.begin();; ++device) {
     answer = Call("IEnumMoniker::Next");
     if (answer.hr != S_OK || device == m_devices.end()) {
-      // The camera has gone, which is not this step's failure.
+      // A removed camera is not a failure of this step.
       return Binding::kNothing;
     }
     if (answer.null || ReadDisplayName(*device).find(*m_cameraName) == std::string::npos) {
@@ -179,7 +181,7 @@ bool ReferenceModel::ReadCamera() {
   }
   const Answer pin = Call("IEnumPins::Next");
   if (pin.hr == S_OK) {
-    // There is one pin, and then the end.
+    // One pin, then the end.
     Call("IEnumPins::Next");
   }
   m_table.clear();
@@ -209,7 +211,7 @@ bool ReferenceModel::ReadTypes(const Device& device) {
       continue;
     }
     ParseType(*type);
-    // The format block and the structure.
+    // Frees the format block and the structure.
     Call("CoTaskMemFree");
     Call("CoTaskMemFree");
   }
@@ -228,7 +230,7 @@ void ReferenceModel::ParseType(const scripted::MediaType& type) {
 }
 
 int ReferenceModel::MakeRecords() {
-  // Rates are sorted; there is one size at most, however often it comes.
+  // Rates are sorted; all types have the same size.
   std::sort(m_rates.begin(), m_rates.end());
   m_sizes.erase(std::unique(m_sizes.begin(), m_sizes.end()), m_sizes.end());
   constexpr std::size_t kRecordSize = 48;
@@ -265,3 +267,5 @@ std::string ReferenceModel::DescribeRecords() const {
   }
   return text;
 }
+
+}  // namespace fault

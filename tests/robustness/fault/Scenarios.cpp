@@ -3,18 +3,20 @@
 #include <algorithm>
 #include <iterator>
 
+namespace fault {
+
 namespace {
 
-// One more than there are buffers, so that each is used, and one that is lost is missed.
+// One more than buffers in the pool, so that every buffer is used.
 constexpr unsigned kFrames = 6;
 
-void LoadAndQuery(Run& course) {
-  course.Load();
-  course.Query();
-  course.Release();
+void LoadAndQuery(Run& run) {
+  run.Load();
+  run.Query();
+  run.Release();
 }
 
-// The library is loaded, and the camera known, before something fails.
+// A scenario in which the library is loaded and the camera found before failures begin.
 Scenario AfterAQuery(std::string name, std::function<void(Run&)> play, std::vector<std::string> results) {
   return {std::move(name), LoadAndQuery, std::move(play), std::move(results)};
 }
@@ -24,88 +26,90 @@ Scenario AfterAQuery(std::string name, std::function<void(Run&)> play, std::vect
 std::vector<std::string> ResultsIn(const std::vector<std::string>& trace) {
   std::vector<std::string> results;
   std::copy_if(trace.begin(), trace.end(), std::back_inserter(results),
-               [](const std::string& event) { return event.find(" answers ") != std::string::npos; });
+               [](const std::string& event) { return event.find(" returns ") != std::string::npos; });
   return results;
 }
 
 Scenario QueryScenario() {
   return {"Query",
           [](Run&) {},
-          [](Run& course) {
-            course.Load();
-            course.Query();
+          [](Run& run) {
+            run.Load();
+            run.Query();
           },
-          {"query answers 0"}};
+          {"query returns 0"}};
 }
 
 Scenario OpenScenario() {
-  return AfterAQuery("Open", [](Run& course) { course.Open(); }, {"query answers 0", "open answers 0"});
+  return AfterAQuery("Open", [](Run& run) { run.Open(); }, {"query returns 0", "open returns 0"});
 }
 
 Scenario OpenFramesCloseScenario() {
   return AfterAQuery("OpenFramesClose",
-                     [](Run& course) {
-                       course.Open();
-                       course.DeliverFrames(kFrames);
-                       course.Close();
+                     [](Run& run) {
+                       run.Open();
+                       run.DeliverFrames(kFrames);
+                       run.Close();
                      },
-                     {"query answers 0", "open answers 0", "close answers 1"});
+                     {"query returns 0", "open returns 0", "close returns 1"});
 }
 
 Scenario OpenTwiceScenario() {
   return AfterAQuery("OpenTwice",
-                     [](Run& course) {
-                       course.Open();
-                       course.Open();
+                     [](Run& run) {
+                       run.Open();
+                       run.Open();
                      },
-                     {"query answers 0", "open answers 0", "open answers -4"});
+                     {"query returns 0", "open returns 0", "open returns -4"});
 }
 
 Scenario QueryOpenCloseQueryScenario() {
   return {"QueryOpenCloseQuery",
           [](Run&) {},
-          [](Run& course) {
-            LoadAndQuery(course);
-            course.Open();
-            course.Close();
-            course.Query();
+          [](Run& run) {
+            LoadAndQuery(run);
+            run.Open();
+            run.Close();
+            run.Query();
           },
-          {"query answers 0", "open answers 0", "close answers 1", "query answers 0"}};
+          {"query returns 0", "open returns 0", "close returns 1", "query returns 0"}};
 }
 
 Scenario DestroyWhileOpenScenario() {
   return AfterAQuery("DestroyWhileOpen",
-                     [](Run& course) {
-                       course.Open();
-                       course.DeliverFrames(kFrames);
-                       course.Unload();
+                     [](Run& run) {
+                       run.Open();
+                       run.DeliverFrames(kFrames);
+                       run.Unload();
                      },
-                     {"query answers 0", "open answers 0"});
+                     {"query returns 0", "open returns 0"});
 }
 
-void Recover(Run& course, const PostState& aftermath) {
-  bool isFresh = !aftermath.isLoaded;
+void Recover(Run& run, const PostState& postState) {
+  bool isFresh = !postState.isLoaded;
   if (!isFresh) {
-    course.Release();
-    if (aftermath.hasPool) {
-      course.Close();
+    run.Release();
+    if (postState.hasPool) {
+      run.Close();
     }
-    if (aftermath.hasPool && !aftermath.hasControl) {
-      // There was nothing for the close to work on: opening is refused until the library is loaded anew.
-      course.Open();
-      course.Unload();
+    if (postState.hasPool && !postState.hasControl) {
+      // The close had no effect: every open fails until the library is reloaded.
+      run.Open();
+      run.Unload();
       isFresh = true;
     }
   }
   if (isFresh) {
-    course.Load();
+    run.Load();
   }
-  if (isFresh || !aftermath.knowsCamera) {
-    course.Query();
-    course.Release();
+  if (isFresh || !postState.knowsCamera) {
+    run.Query();
+    run.Release();
   }
-  course.Open();
-  course.DeliverFrames(1);
-  course.Close();
-  course.Unload();
+  run.Open();
+  run.DeliverFrames(1);
+  run.Close();
+  run.Unload();
 }
+
+}  // namespace fault

@@ -1,4 +1,4 @@
-// What hosts do, each from a fresh library on.
+// Scenarios of the fault tests. Each starts with the library not loaded.
 #pragma once
 
 #include <functional>
@@ -6,19 +6,21 @@
 #include <string>
 #include <vector>
 
-#include "Scenario.h"
+#include "Run.h"
+
+namespace fault {
 
 struct Scenario {
   std::string name;
-  // Before anything fails.
+  // Runs before failures begin.
   std::function<void(Run&)> prepare;
   std::function<void(Run&)> play;
-  // What its steps answer when nothing fails, that is when it gets to its end.
+  // Results of the steps without a failure.
   std::vector<std::string> results;
 };
 inline void PrintTo(const Scenario& scenario, std::ostream* out) { *out << scenario.name; }
 
-// What functions answered on the way.
+// Returns the results in a trace.
 std::vector<std::string> ResultsIn(const std::vector<std::string>& trace);
 
 Scenario QueryScenario();
@@ -26,16 +28,18 @@ Scenario OpenScenario();
 Scenario OpenFramesCloseScenario();
 Scenario OpenTwiceScenario();
 Scenario QueryOpenCloseQueryScenario();
-// Unloads the library while the camera is open, where the system lets it stop its thread meanwhile.
+// Unloads the library while the camera is open. Not for Windows.
 Scenario DestroyWhileOpenScenario();
 
-// After a scenario: what stands between it and an open that has to work.
+// State after a scenario, as far as the recovery depends on it.
 struct PostState {
   bool isLoaded = true;
-  bool hasPool = false;      // open refuses until a close
-  bool hasControl = false;   // close has something to work on
+  bool hasPool = false;      // an open fails until a close
+  bool hasControl = false;   // a close has an effect
   bool knowsCamera = false;  // a query has found one
 };
 
-// What a host does once the trouble is over. Ends with an open, one frame, a close and an unload.
-void Recover(Run& course, const PostState& aftermath);
+// Recovers after the failures: ends with an open, one frame, a close and an unload.
+void Recover(Run& run, const PostState& postState);
+
+}  // namespace fault

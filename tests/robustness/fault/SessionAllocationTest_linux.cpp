@@ -1,13 +1,18 @@
-// Every allocation of the library fails, one after another: the function that meets it answers its failure,
-// or a log line or a packet is lost; no buffer is, and the host can go on.
+// Every allocation of the library fails in turn. The affected function returns its failure, or a log line or
+// a packet is lost. No buffer is lost, and a new session works.
 #include <gmock/gmock.h>
 
 #include <algorithm>
 #include <iostream>
 
-#include "EveryCall.h"
+#include "EveryCallTest.h"
 #include "LowMemoryScenario.h"
 #include "ReferenceModel.h"
+
+namespace fault {
+
+using support::HostCallbacks;
+using support::Persistence;
 
 namespace {
 
@@ -17,9 +22,9 @@ using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::UnorderedElementsAreArray;
 
-// More allocations than any scenario makes; reached only by one that does not end.
+// More allocations than any scenario makes; a limit for endless loops.
 constexpr std::uint64_t kTooManyAllocations = 5000;
-// So many that a queue which takes memory as buffers pass has to ask for more.
+// Enough frames that a queue which allocates while running would be detected.
 constexpr unsigned kManyFrames = 200;
 
 constexpr unsigned kBuffersOfThePool = 5;
@@ -44,28 +49,28 @@ bool Contained(const Labels& lines, const std::string& line) {
 
 class EveryAllocation : public EveryCall {
  protected:
-  // One run. True when the allocation of that number was made, and failed.
-  bool PlayWithout(std::uint64_t number) const;
+  // Runs the scenario once. True if the allocation of that number was made and failed.
+  bool PlayWithFailure(std::uint64_t number) const;
 
-  void ExpectTold(const LowMemoryRun& course) const;
+  void ExpectReports(const LowMemoryRun& run) const;
 
-  Persistence HowLong() const { return std::get<Persistence>(GetParam()); }
+  Persistence GetPersistence() const { return std::get<Persistence>(GetParam()); }
 };
 
-// What one step may answer, and what it may leave.
+// The expected results of a step and the objects that it may leave.
 void ExpectQuery(const Step& step) {
   if (step.result == 0) {
     EXPECT_EQ(step.after.size(), step.before.size() + kBlocksOfARecord);
     return;
   }
-  // What came too late for a record is a capability that could not be read.
+  // Out of memory outside of the records.
   EXPECT_EQ(step.result, -1000);
   EXPECT_THAT(step.after, UnorderedElementsAreArray(step.before));
 }
 
 void ExpectOpen(const Step& step, const Step* earlierOpen) {
   const bool hadPool = std::count(step.before.begin(), step.before.end(), "frame") != 0;
-  // Structures of formats set earlier stay for good.
+  // Structures of earlier formats are leaked.
   Labels encoder(Formats(step.before), kFormat);
   encoder.emplace_back("encoder");
   const Labels pool = encoder + Labels(kBuffersOfThePool, "frame");
@@ -78,14 +83,14 @@ void ExpectOpen(const Step& step, const Step* earlierOpen) {
       EXPECT_THAT(step.after, UnorderedElementsAreArray(whole));
       break;
     case -4:
-      // After an open that has built its graph, though it may have had no memory for a thread.
+      // The earlier open has built its graph, even if it could not start the thread.
       ASSERT_NE(earlierOpen, nullptr);
       EXPECT_THAT(earlierOpen->result, AnyOf(0, -1001));
       EXPECT_THAT(earlierOpen->after, Contains("grabber: 1"));
       EXPECT_THAT(step.after, UnorderedElementsAreArray(step.before));
       break;
     case -1004:
-      // There is no part of a pool: none, or the one of an open that came further.
+      // The pool is complete or absent.
       if (hadPool) {
         ASSERT_NE(earlierOpen, nullptr);
         EXPECT_EQ(earlierOpen->result, -1001);
@@ -100,17 +105,17 @@ void ExpectOpen(const Step& step, const Step* earlierOpen) {
         EXPECT_THAT(step.after, ::testing::IsEmpty());
         break;
       }
-      // The graph is there as far as it was built.
+      // The graph is partially built.
       EXPECT_FALSE(hadPool);
       EXPECT_THAT(step.after, AnyOf(UnorderedElementsAreArray(graph), UnorderedElementsAreArray(camera),
                                     UnorderedElementsAreArray(whole)));
       break;
     default:
-      ADD_FAILURE() << "open answers " << step.result;
+      ADD_FAILURE() << "open returns " << step.result;
   }
 }
 
-// Closing needs no memory.
+// A close does not allocate.
 void ExpectClose(const Step& step) {
   const bool hadGraph = std::count(step.before.begin(), step.before.end(), "graph: 2") != 0;
   EXPECT_EQ(step.result, hadGraph ? 1 : 0);
@@ -138,50 +143,50 @@ auto CountLogLines(const std::vector<std::string>& trace) {
   });
 }
 
-// Where one allocation alone failed, there was memory for the lines that tell of it.
-void EveryAllocation::ExpectTold(const LowMemoryRun& course) const {
-  const std::vector<std::string> trace = course.Trace();
+// After a transient failure its log lines can be allocated.
+void EveryAllocation::ExpectReports(const LowMemoryRun& run) const {
+  const std::vector<std::string> trace = run.Trace();
   const std::vector<std::string> results = ResultsIn(trace);
-  if (HowLong() == Persistence::kTransient && Contained(results, "open answers -1004")) {
+  if (GetPersistence() == Persistence::kTransient && Contained(results, "open returns -1004")) {
     EXPECT_THAT(trace, Contains(HasSubstr("Start open camera")));
     EXPECT_THAT(trace, Contains(HasSubstr("AllocBuffer fail.")));
     EXPECT_THAT(trace, Contains(HasSubstr("fail to init video encoder")));
   }
-  if (HowLong() == Persistence::kTransient && results == GetScenario().results) {
-    // The line whose own memory it was is the only one that can be lost.
+  if (GetPersistence() == Persistence::kTransient && results == GetScenario().results) {
+    // Only the message whose own allocation failed can be lost.
     Faults none;
     ReferenceModel expected(none);
     GetScenario().prepare(expected);
     GetScenario().play(expected);
-    EXPECT_GE(CountLogLines(trace) + (course.HasFailed() ? 1 : 0), CountLogLines(expected.Trace()));
+    EXPECT_GE(CountLogLines(trace) + (run.HasFailed() ? 1 : 0), CountLogLines(expected.Trace()));
   }
-  if (course.LatestResult("query") == 0) {
+  if (run.LatestResult("query") == 0) {
     EXPECT_THAT(trace, Contains("count 1, id \"0\", 15000, 30000, 64x48"));
   }
 }
 
-bool EveryAllocation::PlayWithout(std::uint64_t number) const {
+bool EveryAllocation::PlayWithFailure(std::uint64_t number) const {
   scripted::Platform& platform = scripted::Platform::Get();
   Faults faults;
-  LowMemoryRun course(faults);
-  GetScenario().prepare(course);
-  course.BeginToFail(number, HowLong());
-  GetScenario().play(course);
-  course.FailNothing();
-  ExpectTold(course);
-  const bool hasFailed = course.HasFailed();
+  LowMemoryRun run(faults);
+  GetScenario().prepare(run);
+  run.BeginToFail(number, GetPersistence());
+  GetScenario().play(run);
+  run.FailNothing();
+  ExpectReports(run);
+  const bool hasFailed = run.HasFailed();
   if (!hasFailed) {
-    EXPECT_EQ(ResultsIn(course.Trace()), GetScenario().results) << "the end was not reached";
+    EXPECT_EQ(ResultsIn(run.Trace()), GetScenario().results) << "the end was not reached";
   }
-  const unsigned frames = course.DeliveredFrames();
-  if (frames != 0 && HowLong() == Persistence::kTransient) {
+  const unsigned frames = run.DeliveredFrames();
+  if (frames != 0 && GetPersistence() == Persistence::kTransient) {
     EXPECT_GE(HostCallbacks::Get().PacketCount() + 1, frames) << "more than one packet was lost";
   }
-  if (course.IsCameraOpen()) {
-    course.ExpectWholePool();
+  if (run.IsCameraOpen()) {
+    run.ExpectWholePool();
   }
-  course.Recover();
-  ExpectSteps(course.Steps());
+  run.Recover();
+  ExpectSteps(run.Steps());
   EXPECT_EQ(platform.CallCount("CoInitialize"), platform.CallCount("CoUninitialize"));
   EXPECT_THAT(platform.Alive(), ::testing::Each("current media type"));
   EXPECT_THAT(platform.Misuse(), ::testing::IsEmpty());
@@ -189,12 +194,12 @@ bool EveryAllocation::PlayWithout(std::uint64_t number) const {
   return hasFailed;
 }
 
-TEST_P(EveryAllocation, MayFail) {
+TEST_P(EveryAllocation, FailsWithDocumentedResult) {
   std::uint64_t number = 0;
   do {
     ++number;
     ASSERT_LT(number, kTooManyAllocations);
-    const bool hasFailed = PlayWithout(number);
+    const bool hasFailed = PlayWithFailure(number);
     ASSERT_FALSE(HasFailure()) << "allocation " << number;
     if (!hasFailed) {
       break;
@@ -204,13 +209,13 @@ TEST_P(EveryAllocation, MayFail) {
   EXPECT_GT(number, 1U) << "nothing has failed";
 }
 
-// The camera stays open, for a look at its pool.
+// The camera stays open, so that the pool can be checked.
 Scenario OpenManyFramesScenario() {
   Scenario scenario = OpenScenario();
   scenario.name = "OpenManyFrames";
-  scenario.play = [](Run& course) {
-    course.Open();
-    course.DeliverFrames(kManyFrames);
+  scenario.play = [](Run& run) {
+    run.Open();
+    run.DeliverFrames(kManyFrames);
   };
   return scenario;
 }
@@ -224,3 +229,5 @@ INSTANTIATE_TEST_SUITE_P(
     EveryCall::NameOf);
 
 }  // namespace
+
+}  // namespace fault

@@ -309,9 +309,9 @@ class Session {
   void ConfigureHost() {
     const std::uint8_t flags = m_reader.Byte();
     const auto close = [this](const auto&) { m_library.Close(); };
-    m_library.host.AnswerData((flags & 1) != 0 ? -1 : 0);
-    m_library.host.AnswerStatus((flags & 2) != 0 ? -1 : 0);
-    m_library.host.AnswerAction((flags & 4) != 0 ? -1 : 0);
+    m_library.host.SetDataResult((flags & 1) != 0 ? -1 : 0);
+    m_library.host.SetStatusResult((flags & 2) != 0 ? -1 : 0);
+    m_library.host.SetActionResult((flags & 4) != 0 ? -1 : 0);
     m_library.host.InData((flags & 8) != 0 ? std::function<void(const Packet&)>(close) : nullptr);
     m_library.host.InStatus((flags & 16) != 0 ? std::function<void(int)>(close) : nullptr);
   }

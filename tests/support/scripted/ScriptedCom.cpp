@@ -19,7 +19,7 @@ class Moniker : public Object<IMoniker> {
       Platform::Get().NoteMisuse("BindToObject takes no context and no reference moniker");
     }
     IBaseFilter* filter = nullptr;
-    HandOutNew(answer, &filter, [&] { return new Filter(m_camera.name, m_camera.pins); });
+    StoreNew(answer, &filter, [&] { return new Filter(m_camera.name, m_camera.pins); });
     *object = filter;
     return answer.hr;
   }
@@ -56,7 +56,7 @@ class MonikerEnumerator : public Object<IEnumMoniker> {
     if (count != 1 || fetched == nullptr) {
       Platform::Get().NoteMisuse("IEnumMoniker::Next is called for one moniker, with a count");
     }
-    if (!HandsOutNext(answer)) {
+    if (!ReturnsNext(answer)) {
       return answer.hr;
     }
     if (m_next == m_cameras.size()) {
@@ -66,7 +66,7 @@ class MonikerEnumerator : public Object<IEnumMoniker> {
     if (camera.isNull) {
       return answer.hr;
     }
-    return HandOutNew(answer, monikers, [&] { return new Moniker(camera); });
+    return StoreNew(answer, monikers, [&] { return new Moniker(camera); });
   }
 
   HRESULT STDMETHODCALLTYPE Reset() override {
@@ -93,7 +93,7 @@ class DeviceEnumerator : public Object<ICreateDevEnum> {
     if (answer.hr == S_OK && cameras.empty()) {
       return S_FALSE;
     }
-    return HandOutNew(answer, enumerator, [&] { return new MonikerEnumerator(std::move(cameras)); });
+    return StoreNew(answer, enumerator, [&] { return new MonikerEnumerator(std::move(cameras)); });
   }
 };
 
@@ -176,7 +176,7 @@ SCRIPTED_EXPORT HRESULT WINAPI CoCreateInstance(REFCLSID classId, LPUNKNOWN oute
 
 SCRIPTED_EXPORT HRESULT WINAPI CreateBindCtx(DWORD reserved, IBindCtx** context) {
   const scripted::Answer answer = Platform::Get().Enter("CreateBindCtx", std::to_string(reserved));
-  return scripted::HandOutNew(answer, context, [] { return new scripted::BindContext; });
+  return scripted::StoreNew(answer, context, [] { return new scripted::BindContext; });
 }
 
 }  // extern "C"

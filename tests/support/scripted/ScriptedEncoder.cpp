@@ -1,4 +1,4 @@
-// The encoder library: an encoder whose packets say which frame they came from.
+// Fake of the encoder library. A packet holds the first bytes of its frame.
 #include "MultiMediaEncoder.h"
 
 #include <cstdlib>
@@ -12,7 +12,7 @@ using scripted::Platform;
 
 namespace {
 
-// What a packet carries of its frame, in memory that has room for more.
+// Length and capacity of a packet.
 constexpr std::size_t kPacketBytes = 8;
 constexpr std::size_t kPacketCapacity = 32;
 
@@ -36,7 +36,7 @@ class ScriptedEncoder final : public VideoEncoder {
     if (answer.hr != S_OK) {
       return answer.hr;
     }
-    // Success with null: the packet stays empty.
+    // SucceedsWithNull: the packet stays empty.
     if (answer.null) {
       return 0;
     }
@@ -49,7 +49,7 @@ class ScriptedEncoder final : public VideoEncoder {
   }
 };
 
-// Bytes of a frame; 0 for a layout that the library does not know.
+// Returns the size of a frame in bytes; 0 for an unknown layout.
 std::uint64_t BytesPerFrame(std::uint32_t width, std::uint32_t height, ColorSpace layout) {
   const std::uint64_t pixels = std::uint64_t{width} * height;
   switch (layout) {
@@ -71,7 +71,7 @@ VideoEncoder* VideoEncoder::CreateDefaultEncoder() {
     return nullptr;
   }
   auto* const encoder = new ScriptedEncoder;
-  Platform::Get().Born(encoder, "encoder", [encoder] { VideoEncoder::ReleaseEncoder(encoder); });
+  Platform::Get().Track(encoder, "encoder", [encoder] { VideoEncoder::ReleaseEncoder(encoder); });
   return encoder;
 }
 
@@ -80,7 +80,7 @@ void VideoEncoder::ReleaseEncoder(VideoEncoder* encoder) {
   if (encoder == nullptr) {
     return;
   }
-  if (!Platform::Get().Gone(encoder)) {
+  if (!Platform::Get().Untrack(encoder)) {
     Platform::Get().NoteMisuse("an encoder is released twice");
     return;
   }
@@ -88,14 +88,14 @@ void VideoEncoder::ReleaseEncoder(VideoEncoder* encoder) {
 }
 
 VideoFrame::VideoFrame() {
-  Platform::Get().Born(this, "frame", [this] { delete this; });
+  Platform::Get().Track(this, "frame", [this] { delete this; });
 }
 
 VideoFrame::~VideoFrame() {
   if (memory != nullptr) {
     Platform::Get().NoteMisuse("a frame is destroyed with its buffer");
   }
-  Platform::Get().Gone(this);
+  Platform::Get().Untrack(this);
 }
 
 bool VideoFrame::AllocBuffer(std::uint32_t frameWidth, std::uint32_t frameHeight, ColorSpace layout) {
@@ -107,7 +107,7 @@ bool VideoFrame::AllocBuffer(std::uint32_t frameWidth, std::uint32_t frameHeight
   if (answer.hr != S_OK || bytes == 0 || bytes > kMax) {
     return false;
   }
-  // Success with null: a frame without its memory.
+  // SucceedsWithNull: a frame without memory.
   if (answer.null) {
     return true;
   }
@@ -117,7 +117,7 @@ bool VideoFrame::AllocBuffer(std::uint32_t frameWidth, std::uint32_t frameHeight
   memory = std::malloc(bytes);
   data = static_cast<std::uint8_t*>(memory);
   size = static_cast<std::uint32_t>(bytes);
-  // Old memory is never zero.
+  // Simulates reused memory, so that missing initialisation is detected.
   constexpr int kDirt = 0xCD;
   std::memset(data, kDirt, size);
   return true;
@@ -133,11 +133,11 @@ void VideoFrame::ReleaseBuffer() {
 
 AVEncodePacket::AVEncodePacket() {
   Platform::Get().Enter("AVEncodePacket::AVEncodePacket", "");
-  Platform::Get().Born(this, "packet", [this] { Platform::Get().Gone(this); });
+  Platform::Get().Track(this, "packet", [this] { Platform::Get().Untrack(this); });
 }
 
 AVEncodePacket::~AVEncodePacket() {
   Platform::Get().Enter("AVEncodePacket::~AVEncodePacket", "");
-  Platform::Get().Gone(this);
+  Platform::Get().Untrack(this);
   std::free(memory);
 }

@@ -25,7 +25,7 @@ class PinEnumerator : public Object<IEnumPins> {
     if (count != 1 || fetched != nullptr) {
       Platform::Get().NoteMisuse("IEnumPins::Next is called for one pin, without a count");
     }
-    if (!HandsOutNext(answer)) {
+    if (!ReturnsNext(answer)) {
       return answer.hr;
     }
     if (m_next == m_pins.size()) {
@@ -36,7 +36,7 @@ class PinEnumerator : public Object<IEnumPins> {
 
  protected:
   ~PinEnumerator() override { ReleasePins(); }
-  void LetGoOfParts() override { ReleasePins(); }
+  void ReleaseParts() override { ReleasePins(); }
 
  private:
   void ReleasePins() {
@@ -63,7 +63,7 @@ class MediaTypeEnumerator : public Object<IEnumMediaTypes> {
     if (count != 1 || fetched != nullptr) {
       Platform::Get().NoteMisuse("IEnumMediaTypes::Next is called for one media type, without a count");
     }
-    if (!HandsOutNext(answer)) {
+    if (!ReturnsNext(answer)) {
       return answer.hr;
     }
     if (m_next == m_types.size()) {
@@ -101,7 +101,7 @@ class SampleGrabber : public Filter {
   void* FindInLentCopy(REFIID iid) override { return Lent(new SampleGrabber)->Find(iid); }
 
  private:
-  // The grabber's second interface; its references are the filter's.
+  // The grabber's second interface. Shares the filter's reference count.
   class Settings : public Whole<ISampleGrabber> {
    public:
     explicit Settings(SampleGrabber& owner) : m_owner(owner) {}
@@ -142,7 +142,7 @@ class SampleGrabber : public Filter {
     HRESULT STDMETHODCALLTYPE SetCallback(ISampleGrabberCB* callback, LONG whichMethod) override {
       const Answer answer = m_owner.Enter("ISampleGrabber::SetCallback", std::to_string(whichMethod));
       if (answer.hr == S_OK) {
-        // As a grabber does, it asks for the interface that it is going to call.
+        // Queries for the callback interface, as the sample grabber of Windows does.
         void* found = nullptr;
         if (callback->QueryInterface(IID_ISampleGrabberCB, &found) != S_OK) {
           return E_NOINTERFACE;
@@ -188,7 +188,7 @@ HRESULT STDMETHODCALLTYPE FilterPin::QueryPinInfo(PIN_INFO* info) {
 
 HRESULT STDMETHODCALLTYPE FilterPin::QueryDirection(PIN_DIRECTION* direction) {
   const Answer answer = Enter("IPin::QueryDirection", Name());
-  // Success with null: the call answers success and writes nothing.
+  // SucceedsWithNull: the output is not written.
   if (answer.hr == S_OK && !answer.null) {
     *direction = m_description.direction;
   }
@@ -197,8 +197,8 @@ HRESULT STDMETHODCALLTYPE FilterPin::QueryDirection(PIN_DIRECTION* direction) {
 
 HRESULT STDMETHODCALLTYPE FilterPin::EnumMediaTypes(IEnumMediaTypes** enumerator) {
   const Answer answer = Enter("IPin::EnumMediaTypes", Name());
-  return HandOutNew(answer, enumerator,
-                    [&] { return new MediaTypeEnumerator(Name(), m_description.mediaTypes); });
+  return StoreNew(answer, enumerator,
+                  [&] { return new MediaTypeEnumerator(Name(), m_description.mediaTypes); });
 }
 
 MediaType FilterPin::CurrentFormat() const {
@@ -212,11 +212,11 @@ HRESULT STDMETHODCALLTYPE FilterPin::GetFormat(AM_MEDIA_TYPE** type) {
 }
 
 HRESULT STDMETHODCALLTYPE FilterPin::SetFormat(AM_MEDIA_TYPE* type) {
-  // As much of the header as the block has.
+  // Copies the part of the header that the block holds.
   const std::size_t length = std::min<std::size_t>(CurrentFormat().formatSize, sizeof(VIDEOINFOHEADER));
   VIDEOINFOHEADER header{};
   std::memcpy(&header, type->pbFormat, length);
-  // What was handed out, but for the fields that are the caller's to set.
+  // The current format, except for the fields that the caller may set.
   VIDEOINFOHEADER wanted = MakeVideoInfo(CurrentFormat());
   wanted.bmiHeader.biWidth = header.bmiHeader.biWidth;
   wanted.bmiHeader.biHeight = header.bmiHeader.biHeight;
@@ -240,12 +240,12 @@ Filter::Filter(const std::string& name, const std::vector<Pin>& pins) : Object(n
   }
 }
 
-Filter::~Filter() { Filter::LetGoOfParts(); }
+Filter::~Filter() { Filter::ReleaseParts(); }
 
-void Filter::LetGoOfParts() {
+void Filter::ReleaseParts() {
   for (FilterPin* const pin : m_pins) {
     if (pin != nullptr) {
-      pin->Orphan();
+      pin->DetachFromFilter();
       pin->Release();
     }
   }
@@ -256,7 +256,7 @@ Filter* Filter::MakeLentCopy() const { return Lent(new Filter(Name(), {})); }
 
 HRESULT STDMETHODCALLTYPE Filter::EnumPins(IEnumPins** enumerator) {
   const Answer answer = Enter("IBaseFilter::EnumPins", Name());
-  return HandOutNew(answer, enumerator, [&] { return new PinEnumerator(Name(), m_pins); });
+  return StoreNew(answer, enumerator, [&] { return new PinEnumerator(Name(), m_pins); });
 }
 
 IBaseFilter* MakeSampleGrabber(const Answer& answer) { return LentUnlessOk(answer, new SampleGrabber); }

@@ -1,4 +1,4 @@
-// The scripted platform's filters: a camera's capture filter and the sample grabber, with their pins.
+// Filters of the scripted platform: a camera's capture filter and the sample grabber, with their pins.
 #pragma once
 
 #include <mutex>
@@ -22,8 +22,8 @@ class FilterPin : public Object<IPin, IAMStreamConfig> {
 
   const Pin& Description() const { return m_description; }
   Filter* Owner() const { return m_filter; }
-  // The filter goes; references to the pin may outlive it.
-  void Orphan() { m_filter = nullptr; }
+  // The filter is being destroyed; references to the pin may outlive it.
+  void DetachFromFilter() { m_filter = nullptr; }
   FilterPin* MakeLentCopy() const;
 
  protected:
@@ -31,7 +31,7 @@ class FilterPin : public Object<IPin, IAMStreamConfig> {
   void* FindInLentCopy(REFIID iid) override { return MakeLentCopy()->Find(iid); }
 
  private:
-  // Of no filter.
+  // A pin without a filter.
   FilterPin(const std::string& name, Pin description);
 
   MediaType CurrentFormat() const;
@@ -40,7 +40,7 @@ class FilterPin : public Object<IPin, IAMStreamConfig> {
   Pin m_description;
 };
 
-// The sample grabber's settings; a capture filter leaves them alone.
+// Settings of the sample grabber.
 struct GrabberSettings {
   GUID majorType{};
   GUID subType{};
@@ -57,20 +57,20 @@ class Filter : public Object<IBaseFilter> {
 
   HRESULT STDMETHODCALLTYPE EnumPins(IEnumPins** enumerator) override;
 
-  // Null for a filter that is no sample grabber.
+  // Null for other filters than the sample grabber.
   virtual const GrabberSettings* Grabber() const { return nullptr; }
-  // Without pins.
+  // Returns a copy without pins.
   Filter* MakeLentCopy() const;
 
  protected:
   ~Filter() override;
-  void LetGoOfParts() override;
+  void ReleaseParts() override;
 
  private:
   std::vector<FilterPin*> m_pins;  // a null entry for a null pin
 };
 
-// The class CLSID_SampleGrabber: one input pin, one output pin. Lent unless the answer is S_OK.
+// Creates an object of CLSID_SampleGrabber with one input and one output pin. Lent unless the answer is S_OK.
 IBaseFilter* MakeSampleGrabber(const Answer& answer);
 
 }  // namespace scripted

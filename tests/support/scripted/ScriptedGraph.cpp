@@ -8,10 +8,10 @@
 namespace scripted {
 namespace {
 
-// Far longer than anything that works takes; a test that runs into it fails.
+// Longer than any successful operation takes; a timeout ends the test.
 constexpr std::chrono::seconds kHang{60};
 
-// One of the graph's further interfaces. Its references are the graph's, journalled under its own name.
+// Another interface of the graph. Shares the graph's reference count, but has its own name in the journal.
 template <typename Interface, typename Graph>
 class Aspect : public Whole<Interface> {
  public:
@@ -52,7 +52,7 @@ class FilterGraph : public Object<IGraphBuilder> {
       return answer.hr;
     }
     if (added == nullptr) {
-      // Success with null: it takes one for a filter.
+      // SucceedsWithNull: AddFilter accepts a null filter.
       return answer.null ? S_OK : E_POINTER;
     }
     added->AddRef();
@@ -76,7 +76,7 @@ class FilterGraph : public Object<IGraphBuilder> {
 
   HRESULT Run() {
     const Answer answer = Enter("IMediaControl::Run", "");
-    // S_FALSE says that the graph runs, but that not every filter has got there yet.
+    // S_FALSE: the graph runs, but not every filter has reached the running state.
     if (answer.hr < 0) {
       return answer.hr;
     }
@@ -225,7 +225,7 @@ void GraphStream::Stop() {
     m_stopped = true;
     m_changed.notify_all();
     if (!m_changed.wait_for(lock, kHang, [&] { return m_inCallback == 0; })) {
-      // Nothing can end this thread; ending the process names what went wrong.
+      // The thread cannot be ended; ending the process reports the reason.
       std::fputs("the graph's Stop waits in vain for a callback to return\n", stderr);
       std::abort();
     }
@@ -254,7 +254,7 @@ HRESULT GraphStream::WaitForCompletion() {
   }
   std::unique_lock lock(m_mutex);
   if (!m_changed.wait_for(lock, kHang, [&] { return m_completed || m_stopped; })) {
-    Platform::Get().NoteMisuse("a wait for completion lasted for ever");
+    Platform::Get().NoteMisuse("a wait for completion timed out");
   }
   return m_completed ? S_OK : E_ABORT;
 }

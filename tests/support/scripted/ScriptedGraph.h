@@ -1,4 +1,4 @@
-// The scripted platform's filter graph and the stream of frames that runs through it.
+// Filter graph of the scripted platform and its stream of frames.
 #pragma once
 
 #include <condition_variable>
@@ -11,7 +11,7 @@
 
 namespace scripted {
 
-// The streaming side of a graph: calls the grabber's callback between Start and Stop.
+// The stream of a graph: calls the grabber's callback between Start and Stop.
 class GraphStream {
  public:
   GraphStream(ISampleGrabberCB* callback, bool oneShot, Streaming streaming);
@@ -19,16 +19,16 @@ class GraphStream {
   GraphStream(const GraphStream&) = delete;
   GraphStream& operator=(const GraphStream&) = delete;
 
-  // Starts the live stream, if that is what was asked for.
+  // Starts the thread of a live stream.
   void Start();
-  // Returns after the last callback has returned, which may take as long as that waits. The callback object
-  // is let go: whoever has delivered a frame may still be on the way out when the library has gone.
+  // Returns after the last callback has returned, without a timeout. Releases the callback object, because a
+  // thread that has delivered a frame may still be running when the library is unloaded.
   void Stop();
-  // Delivers one frame on the calling thread. False when the stream has no callback or has stopped.
+  // Delivers one frame on the calling thread. False if the stream has no callback or has stopped.
   bool Deliver(const std::uint8_t* bytes, LONG length);
-  // Callbacks that have not returned.
+  // Number of callbacks in progress.
   unsigned FramesInDelivery();
-  // S_OK once the graph has completed; without a live stream at once. E_ABORT when stopped before that.
+  // Waits until the graph has completed; returns at once without a live stream. E_ABORT if stopped before.
   HRESULT WaitForCompletion();
 
  private:
@@ -45,7 +45,7 @@ class GraphStream {
   std::thread m_thread;
 };
 
-// The class CLSID_FilterGraph. Lent unless the answer is S_OK.
+// Creates an object of CLSID_FilterGraph. Lent unless the answer is S_OK.
 IGraphBuilder* MakeFilterGraph(const Answer& answer);
 
 }  // namespace scripted

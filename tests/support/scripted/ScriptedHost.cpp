@@ -56,14 +56,14 @@ SCRIPTED_EXPORT void* AllocateHostBlock(std::size_t size) {
     return nullptr;
   }
   void* const block = std::calloc(1, size);
-  Platform::Get().Born(block, "block of " + std::to_string(size) + " bytes for the host",
-                       [block] { FreeHostBlock(block); });
+  Platform::Get().Track(block, "block of " + std::to_string(size) + " bytes for the host",
+                        [block] { FreeHostBlock(block); });
   return block;
 }
 
 SCRIPTED_EXPORT void FreeHostBlock(void* block) {
   Platform::Get().RunBefore("FreeHostBlock");
-  if (block != nullptr && !Platform::Get().Gone(block)) {
+  if (block != nullptr && !Platform::Get().Untrack(block)) {
     Platform::Get().NoteMisuse("a block for the host is freed twice");
     return;
   }
@@ -72,12 +72,12 @@ SCRIPTED_EXPORT void FreeHostBlock(void* block) {
 
 SCRIPTED_EXPORT void PinModule() {
   Platform::Get().Enter("PinModule", "");
-  Platform::Get().Born(&pinnedModule, "pin of the module", [] { Platform::Get().Gone(&pinnedModule); });
+  Platform::Get().Track(&pinnedModule, "pin of the module", [] { Platform::Get().Untrack(&pinnedModule); });
 }
 
 SCRIPTED_EXPORT void UnpinModule(UnpinTiming timing) {
   Platform::Get().Enter("UnpinModule", timing == UnpinTiming::kSoon ? "soon" : "before returning");
-  if (!Platform::Get().Gone(&pinnedModule)) {
+  if (!Platform::Get().Untrack(&pinnedModule)) {
     Platform::Get().NoteMisuse("the module is unpinned without being pinned");
   }
 }

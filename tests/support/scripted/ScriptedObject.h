@@ -1,4 +1,4 @@
-// The base of the scripted platform's COM objects: a counted reference, known to the platform while alive.
+// Base of the scripted platform's COM objects: counts references and registers with the platform.
 #pragma once
 
 #include <atomic>
@@ -9,24 +9,23 @@
 
 namespace scripted {
 
-// "CLSID_FilterGraph" and so on; "{...}" for identifiers that the library has no business with.
+// Returns the name of an identifier, for example "CLSID_FilterGraph"; "{...}" for unknown identifiers.
 std::string NameOf(REFGUID id);
 
-// A new object that the caller must leave alone.
+// Marks a new object as lent and returns it.
 template <typename Made>
 Made* Lent(Made* made) {
   made->Lend();
   return made;
 }
 
-// A new object for the out pointer of a call that answers so: the first reference is the caller's with S_OK,
-// and with any other result the object is lent.
+// For a new object in an out pointer: with S_OK the caller owns the reference, otherwise the object is lent.
 template <typename Made>
 Made* LentUnlessOk(const Answer& answer, Made* made) {
   return answer.hr == S_OK ? made : Lent(made);
 }
 
-// Hands out an existing object: with S_OK the object and a reference, with any other result a lent copy.
+// Stores an existing object in an out pointer: with S_OK the object and a reference, otherwise a lent copy.
 template <typename Interface, typename Object>
 HRESULT CopyTo(const Answer& answer, Object* object, Interface** out) {
   *out = nullptr;
@@ -42,21 +41,21 @@ HRESULT CopyTo(const Answer& answer, Object* object, Interface** out) {
   return answer.hr;
 }
 
-// Hands out an object that is made for one caller.
+// Stores a new object in an out pointer.
 template <typename Interface, typename Make>
-HRESULT HandOutNew(const Answer& answer, Interface** out, Make make) {
+HRESULT StoreNew(const Answer& answer, Interface** out, Make make) {
   *out = answer.null ? nullptr : LentUnlessOk(answer, make());
   return answer.hr;
 }
 
-// True when an enumerator that is asked for its next entry hands one out, if it has one. With a result other
-// than S_OK the entry is lent.
-inline bool HandsOutNext(const Answer& answer) { return answer.hr == S_OK || !answer.null; }
+// True if Next of an enumerator returns an entry, provided that there is one. The entry is lent unless the
+// result is S_OK.
+inline bool ReturnsNext(const Answer& answer) { return answer.hr == S_OK || !answer.null; }
 
 template <typename... Interfaces>
 class Object : public Whole<Interfaces>... {
  public:
-  explicit Object(std::string name) : m_name(std::move(name)) { Tell(1); }
+  explicit Object(std::string name) : m_name(std::move(name)) { TrackReferences(1); }
   Object(const Object&) = delete;
   Object& operator=(const Object&) = delete;
 
@@ -67,7 +66,7 @@ class Object : public Whole<Interfaces>... {
       return m_references;
     }
     const ULONG count = ++m_references;
-    Tell(count);
+    TrackReferences(count);
     return count;
   }
 
@@ -79,12 +78,12 @@ class Object : public Whole<Interfaces>... {
     }
     const ULONG count = --m_references;
     if (count == 0) {
-      if (!Platform::Get().Gone(this)) {
-        Platform::Get().NoteMisuse(m_name + " released once too often");
+      if (!Platform::Get().Untrack(this)) {
+        Platform::Get().NoteMisuse(m_name + " is released too often");
       }
       delete this;
     } else {
-      Tell(count);
+      TrackReferences(count);
     }
     return count;
   }
@@ -110,7 +109,7 @@ class Object : public Whole<Interfaces>... {
 
   const std::string& Name() const { return m_name; }
 
-  // Enters a call of this object's method.
+  // Records a call of a method of this object.
   Answer Enter(const std::string& operation, const std::string& arguments) const {
     if (m_isLent) {
       NoteUseOfLent();
@@ -118,13 +117,13 @@ class Object : public Whole<Interfaces>... {
     return Platform::Get().Enter(operation, arguments);
   }
 
-  // From here on the platform owns the object. It is handed out with a result other than S_OK: every use, and
-  // every reference taken or released, breaks the platform's rules.
+  // The platform owns the object from here on. Every later call of a method is a misuse, including AddRef and
+  // Release.
   void Lend() {
-    LetGoOfParts();
+    ReleaseParts();
     m_isLent = true;
-    Platform::Get().Born(this, m_name, [this] {
-      Platform::Get().Gone(this);
+    Platform::Get().Track(this, m_name, [this] {
+      Platform::Get().Untrack(this);
       delete this;
     });
     Platform::Get().Lend(this);
@@ -133,19 +132,19 @@ class Object : public Whole<Interfaces>... {
  protected:
   virtual ~Object() = default;
 
-  // The interface of that identifier, without a reference; null when the object lacks it.
+  // Returns an interface without adding a reference; null if the object lacks it.
   virtual void* Find(REFIID /*iid*/) { return nullptr; }
-  // The same of a lent copy of this object.
+  // Returns an interface of a lent copy of this object.
   virtual void* FindInLentCopy(REFIID /*iid*/) { return nullptr; }
-  // Releases what the object holds of others, which a lent object does not.
-  virtual void LetGoOfParts() {}
+  // Releases the references that the object holds; lent objects hold none.
+  virtual void ReleaseParts() {}
 
  private:
   void NoteUseOfLent() const {
-    Platform::Get().NoteMisuse(m_name + " is used, which came with a result other than S_OK");
+    Platform::Get().NoteMisuse(m_name + " is used although the call that returned it failed");
   }
-  void Tell(ULONG count) {
-    Platform::Get().Born(this, m_name + ": " + std::to_string(count), [this] { Release(); });
+  void TrackReferences(ULONG count) {
+    Platform::Get().Track(this, m_name + ": " + std::to_string(count), [this] { Release(); });
   }
 
   std::string m_name;

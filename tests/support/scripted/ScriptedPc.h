@@ -1,4 +1,4 @@
-// The PC that the scripted platform presents: its USB devices and capture devices, as a test describes it.
+// Description of the scripted platform's PC: USB devices and capture devices.
 #pragma once
 
 #include <optional>
@@ -10,7 +10,7 @@
 
 namespace scripted {
 
-// What a capture device offers, and what an enumerator of it hands out.
+// A media type of a pin.
 struct MediaType {
   GUID subType = MEDIASUBTYPE_YUY2;
   LONG width = 640;
@@ -18,9 +18,9 @@ struct MediaType {
   REFERENCE_TIME interval = 333333;  // 100 ns units
   GUID formatType = FORMAT_VideoInfo;
   ULONG formatSize = sizeof(VIDEOINFOHEADER);  // bytes of the format block
-  std::optional<ULONG> claimedSize;            // cbFormat, where it is a lie
+  std::optional<ULONG> claimedSize;            // cbFormat, if it differs from formatSize
   bool hasFormat = true;                       // false: pbFormat is null
-  bool isNull = false;                         // true: S_OK with a null media type
+  bool isNull = false;                         // true: the enumerator returns S_OK with a null media type
   bool hasUnknown = false;                     // true: pUnk holds an object
 
   ULONG SizeField() const { return claimedSize.value_or(formatSize); }
@@ -45,19 +45,19 @@ struct Pin {
   std::string name;  // for the call log
   PIN_DIRECTION direction = PINDIR_OUTPUT;
   std::vector<MediaType> mediaTypes;  // the first is the pin's current format
-  bool isNull = false;                // true: the enumerator hands out S_OK with a null pin
+  bool isNull = false;                // true: the enumerator returns S_OK with a null pin
 };
 
 struct Camera {
   std::string name;  // for the call log
   std::wstring displayName;
   std::vector<Pin> pins;
-  bool isNull = false;  // true: the enumerator hands out S_OK with a null moniker
+  bool isNull = false;  // true: the enumerator returns S_OK with a null moniker
 };
 
 struct UsbDevice {
-  ULONG status = 0;          // device node status; DN_REMOVABLE for one that can be unplugged
-  std::string firstChildId;  // instance id of its first child node; empty: it has no child
+  ULONG status = 0;          // device node status; DN_REMOVABLE for a removable device
+  std::string firstChildId;  // instance id of the first child node; empty: no child
 };
 
 struct Pc {
@@ -65,7 +65,7 @@ struct Pc {
   std::vector<Camera> cameras;
 };
 
-// The built-in camera of LaptopPc, by its parts.
+// Ids and names of the cameras of LaptopPc.
 inline const std::string kBuiltInId = R"(USB\VID_04F2&PID_B6BE&MI_00\6&1A2B3C&0&0000)";
 inline const std::wstring kBuiltInDisplayName =
     LR"(@device:pnp:\\?\usb#vid_04f2&pid_b6be&mi_00#6&1a2b3c&0&0000#{65e8773d-8f56-11d0-a3b9-00a0c9223196}\global)";
@@ -80,7 +80,7 @@ inline Camera PlugInCamera() {
   return {"plug-in", kPlugInDisplayName, {{"capture", PINDIR_OUTPUT, {Mjpg(1920, 1080, 60)}}}};
 }
 
-// A laptop with a camera in its lid, and another camera plugged in, which the system lists first.
+// A laptop with a built-in camera and a plug-in camera, which the system lists first.
 inline Pc LaptopPc(std::vector<MediaType> mediaTypes = {Mjpg(1280, 720, 30), Yuy2(640, 480, 30)}) {
   return {{{DN_REMOVABLE, kPlugInId}, {0, kBuiltInId}},
           {PlugInCamera(), BuiltInCamera(std::move(mediaTypes))}};

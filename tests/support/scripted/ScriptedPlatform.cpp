@@ -168,7 +168,7 @@ bool Platform::DisposeOfOne(const std::string* label) {
     }
     dispose = found->second.dispose;
   }
-  // One may take others with it.
+  // Disposing of an object may dispose of others.
   dispose();
   return true;
 }
@@ -192,7 +192,7 @@ void Platform::DisposeOfLent() {
       if (m_lent.empty()) {
         return;
       }
-      // What is disposed of has to be alive.
+      // dispose expects a registered object.
       const auto back = m_alive.insert(m_lent.extract(m_lent.begin()));
       dispose = back.position->second.dispose;
     }
@@ -310,7 +310,7 @@ bool Platform::IsProcessEnding() const {
   return m_processEnding;
 }
 
-void Platform::Born(const void* thing, const std::string& label, std::function<void()> dispose) {
+void Platform::Track(const void* thing, const std::string& label, std::function<void()> dispose) {
   const std::lock_guard lock(m_mutex);
   m_alive[thing] = {label, std::move(dispose)};
 }
@@ -320,7 +320,7 @@ void Platform::Lend(const void* thing) {
   m_lent.insert(m_alive.extract(thing));
 }
 
-bool Platform::Gone(const void* thing) {
+bool Platform::Untrack(const void* thing) {
   const std::lock_guard lock(m_mutex);
   return m_alive.erase(thing) == 1;
 }

@@ -1,8 +1,7 @@
-// The scripted platform: everything that the library calls and that is not its own, behaving like a PC that a
-// test describes, and doing what the test says.
+// The scripted platform: fakes of all functions that the library calls, for a PC that the test describes.
 //
-// It keeps a journal of all calls in order, counts what is alive, and lets a test say what a call answers.
-// Operations are named as in the journal without arguments: "CoCreateInstance", "IMediaControl::Run".
+// It records all calls in a journal, tracks live objects, and returns the answers that a test sets for single
+// calls. Operations are named as in the journal without arguments: "CoCreateInstance", "IMediaControl::Run".
 #pragma once
 
 #include <cstdint>
@@ -27,11 +26,11 @@
 
 namespace scripted {
 
-// What a call answers. Calls with another kind of result use the code: functions that answer BOOL or bool
-// fail for any code but S_OK; CONFIGRET and the encoder's error are the code itself.
+// The result of a call. Functions that return BOOL or bool fail for any code except S_OK. Functions that
+// return CONFIGRET or an encoder error return the code.
 //
-// What an out pointer gets with a result other than S_OK is lent: it stays the platform's, and the library
-// must neither use nor release nor free it.
+// An object that is returned with another result than S_OK is lent: it belongs to the platform, and the
+// library must not use, release or free it.
 struct Answer {
   HRESULT hr = S_OK;
   bool null = false;  // the out pointer stays null
@@ -51,8 +50,8 @@ struct LogLine {
 
 // How the capture graph delivers frames while it runs.
 struct Streaming {
-  bool live = false;  // true: a thread of the graph's delivers frames from Run to Stop
-  // Frame number n, from 0; an empty one is not delivered. Called on that thread.
+  bool live = false;  // true: a thread of the graph delivers frames from Run to Stop
+  // Returns frame n, from 0; an empty frame is not delivered. Called on that thread.
   std::function<std::vector<std::uint8_t>(std::uint64_t)> frame;
 };
 
@@ -60,75 +59,76 @@ class GraphStream;
 
 class SCRIPTED_EXPORT Platform {
  public:
-  // The one platform of the process.
+  // The process-wide platform.
   static Platform& Get();
 
-  // --- Describing ---
+  // --- Setup ---
 
-  // Back to the beginning: nothing scripted, an empty journal, the given PC. Nothing may be alive.
+  // Clears all answers and the journal and sets the PC. No object may be alive.
   void Reset(Pc pc);
-  // Another PC from here on, as when a device is plugged in or pulled out.
+  // Replaces the PC, for example when a device is plugged in or unplugged.
   void SetPc(Pc pc);
   void SetStreaming(Streaming streaming);
-  // Every later call of the operation, or only the n-th one from now (1 is the next), answers so.
+  // Sets the answer of every later call of the operation, or only of the n-th from now (1 is the next).
   void Answers(const std::string& operation, Answer answer);
   void AnswersNth(const std::string& operation, unsigned nth, Answer answer);
-  // Asked at each later call of any operation, on the calling thread, outside the platform's locks: what it
-  // answers; nullopt leaves that to the above. Null: nobody is asked.
+  // Sets a function that decides the answer of every later call of any operation; nullopt selects the answers
+  // set above. Runs on the calling thread without the platform's locks. Null: no function.
   void Decide(std::function<std::optional<Answer>(const std::string& operation)> decide);
-  // Runs before each later call of the operation, on the calling thread, outside the platform's locks.
+  // Sets a function that runs before each later call of the operation, on the calling thread without the
+  // platform's locks.
   void Before(const std::string& operation, std::function<void()> action);
   void SetProcessEnding(bool ending);
-  // Long runs do not want a journal.
+  // False: no journal, for long runs.
   void SetRecording(bool recording);
 
   // --- Delivering frames by hand ---
 
-  // As the running graph's streaming thread would, on the calling thread. False when no graph runs or its
-  // grabber has no callback.
+  // Delivers a frame on the calling thread. False if no graph runs or its grabber has no callback.
   bool DeliverFrame(const std::uint8_t* bytes, LONG length);
   bool DeliverFrame(const std::vector<std::uint8_t>& frame);
-  // The callback object that a grabber was given last, for graphs that call it when they should not; null
-  // before the first. Without a reference: it is the library's while that is loaded.
+  // The callback object that was set last, for calls outside of a running stream; null before the first. No
+  // reference is added: valid while the library is loaded.
   ISampleGrabberCB* GrabberCallback() const;
-  // Frames that the live stream has delivered since Reset.
+  // Number of frames that the live stream has delivered since Reset.
   std::uint64_t DeliveredFrames() const;
-  // Frames whose callback has not returned.
+  // Number of callbacks in progress.
   unsigned FramesInDelivery() const;
 
-  // --- Looking ---
+  // --- Inspection ---
 
   // Calls with their arguments, in order.
   std::vector<std::string> Calls() const;
-  // The same, and log lines ("log: ...") and what tests noted, in one order.
+  // Calls, log lines ("log: ...") and notes of the test, in order.
   std::vector<std::string> Journal() const;
-  // The same, and every AddRef and Release.
+  // As Journal, with every AddRef and Release.
   std::vector<std::string> JournalWithReferences() const;
   unsigned CallCount(const std::string& operation) const;
   std::vector<LogLine> Logs() const;
   void ClearJournal();
-  // Puts a line of the test's into the journal.
+  // Adds a line of the test to the journal.
   void Note(const std::string& text);
 
-  // What is alive: "name: references" of COM objects, labels of task memory, and so on; one line each.
+  // Live objects: "name: references" for COM objects, a label for other resources.
   std::vector<std::string> Alive() const;
-  // Ends the life of all that is alive under a label, or of everything, lent things included.
+  // Disposes of all live objects with the label.
   void DisposeOf(const std::string& label);
+  // Disposes of all live objects, including lent ones.
   void DisposeOfAll();
-  // Rules of the platform that the library broke.
+  // API rules that the library has violated.
   std::vector<std::string> Misuse() const;
 
   VideoEncoder::EncodeParam LastEncodeParam() const;
-  // The raw frames as they were encoded, while recording.
+  // The encoded raw frames, while recording.
   std::vector<std::vector<std::uint8_t>> EncodedFrames() const;
 
-  // --- For the platform's own parts ---
+  // --- For the fakes ---
 
-  // Takes a thing that is alive out of what is counted: it is lent to the library, and not the library's.
+  // Marks a live object as lent: it does not count as a leak.
   void Lend(const void* thing);
-  // Enters a call: journals it, runs what is to run before it, and says what it answers.
+  // Records a call, runs the function set by Before and returns the answer.
   Answer Enter(const std::string& operation, const std::string& arguments);
-  // Only runs what is to run before the call.
+  // Only runs the function set by Before.
   void RunBefore(const std::string& operation);
   void NoteReference(const std::string& text);
   void NoteLog(LogLine line);
@@ -139,10 +139,10 @@ class SCRIPTED_EXPORT Platform {
   Streaming GetStreaming() const;
   bool IsProcessEnding() const;
 
-  // A thing is alive from here on, or its label has changed. dispose ends its life.
-  void Born(const void* thing, const std::string& label, std::function<void()> dispose);
-  // False when the platform does not know the thing as alive.
-  bool Gone(const void* thing);
+  // Registers a live object, or changes its label. dispose destroys it.
+  void Track(const void* thing, const std::string& label, std::function<void()> dispose);
+  // Removes a live object. False if it is not registered.
+  bool Untrack(const void* thing);
 
   void SetRunningStream(std::shared_ptr<GraphStream> stream);
   void NoteGrabberCallback(ISampleGrabberCB* callback);
@@ -163,7 +163,7 @@ class SCRIPTED_EXPORT Platform {
 
   Platform();
 
-  // Disposes of one thing that matches; false when there is none.
+  // Disposes of one object with the label (null: any). False if there is none.
   bool DisposeOfOne(const std::string* label);
   void DisposeOfLent();
   void Append(Event::Kind kind, const std::string& text);

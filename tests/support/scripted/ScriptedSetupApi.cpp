@@ -1,5 +1,5 @@
-// SetupAPI and the configuration manager over the described PC. Device number n of the set is node 100 + n;
-// its first child is node 200 + n.
+// SetupAPI and the configuration manager for the described PC. Device n of the set is node 100 + n, its first
+// child is node 200 + n.
 #include "SetupApi.h"
 
 #include <atomic>
@@ -13,9 +13,9 @@ using scripted::Platform;
 
 constexpr DEVINST kDevices = 100;
 constexpr DEVINST kChildren = 200;
-// Stands for the set; only its address is used.
+// Identifies the set; only its address is used.
 int deviceInfoSet = 0;
-// What was handed out last: the set, or null, which is a set without devices.
+// The set returned last. A null handle is a set without devices.
 std::atomic<HDEVINFO> latestDeviceInfoSet{nullptr};
 
 std::vector<scripted::UsbDevice> UsbDevices() { return Platform::Get().GetPc().usbDevices; }
@@ -49,10 +49,10 @@ SCRIPTED_EXPORT HDEVINFO WINAPI SetupDiGetClassDevsW(const GUID* classId, const 
   if (answer.hr != S_OK) {
     return INVALID_HANDLE_VALUE;
   }
-  // Only INVALID_HANDLE_VALUE says that there is no set.
+  // A failure is INVALID_HANDLE_VALUE; a null handle is valid.
   latestDeviceInfoSet = answer.null ? nullptr : &deviceInfoSet;
-  Platform::Get().Born(latestDeviceInfoSet, "device information set",
-                       [] { Platform::Get().Gone(latestDeviceInfoSet); });
+  Platform::Get().Track(latestDeviceInfoSet, "device information set",
+                        [] { Platform::Get().Untrack(latestDeviceInfoSet); });
   return latestDeviceInfoSet;
 }
 
@@ -109,7 +109,7 @@ SCRIPTED_EXPORT BOOL WINAPI SetupDiEnumDeviceInfo(HDEVINFO set, DWORD index, SP_
 SCRIPTED_EXPORT BOOL WINAPI SetupDiDestroyDeviceInfoList(HDEVINFO set) {
   Platform::Get().Enter("SetupDiDestroyDeviceInfoList", "");
   CheckSet(set);
-  if (!Platform::Get().Gone(set)) {
+  if (!Platform::Get().Untrack(set)) {
     Platform::Get().NoteMisuse("a device information set is destroyed twice");
   }
   return TRUE;
@@ -124,7 +124,7 @@ SCRIPTED_EXPORT CONFIGRET WINAPI CM_Get_DevNode_Status(ULONG* status, ULONG* pro
   if (device < kDevices || device - kDevices >= devices.size()) {
     return CR_NO_SUCH_DEVNODE;
   }
-  // Success with null: the call answers success and writes nothing, as some systems do. A failure may write.
+  // SucceedsWithNull: the output is not written, as on some systems. A failure may write it.
   if (!answer.null) {
     *status = devices[device - kDevices].status;
   }
@@ -148,7 +148,7 @@ SCRIPTED_EXPORT CONFIGRET WINAPI CM_Get_Device_IDA(DEVINST device, char* buffer,
       Platform::Get().Enter("CM_Get_Device_IDA", std::to_string(device - kChildren) + ", " +
                                                      std::to_string(length) + ", " + std::to_string(flags));
   if (!answer.null) {
-    // Not terminated when it fills the buffer.
+    // Not terminated if it fills the buffer.
     std::strncpy(buffer, UsbDevices().at(device - kChildren).firstChildId.c_str(), length);
   }
   return static_cast<CONFIGRET>(answer.hr);

@@ -8,13 +8,13 @@
 namespace scripted {
 namespace {
 
-// What a media type's pUnk may hold.
+// An object for the pUnk of a media type.
 class Unknown : public Object<IUnknown> {
  public:
   using Object::Object;
 };
 
-// The standard's allocator as an object.
+// The task memory allocator.
 class Allocator : public Object<IMalloc> {
  public:
   Allocator() : Object("allocator") {}
@@ -27,8 +27,8 @@ class Allocator : public Object<IMalloc> {
     if (block == nullptr) {
       return;
     }
-    if (!Platform::Get().Gone(block)) {
-      Platform::Get().NoteMisuse("task memory freed that is not allocated");
+    if (!Platform::Get().Untrack(block)) {
+      Platform::Get().NoteMisuse("task memory is freed that is not allocated");
       return;
     }
     std::free(block);
@@ -39,7 +39,7 @@ class Allocator : public Object<IMalloc> {
 
 void* AllocateTaskMemory(std::size_t size, const std::string& label) {
   void* const block = std::malloc(size == 0 ? 1 : size);
-  Platform::Get().Born(block, label, [block] { Allocator::FreeBlock(block); });
+  Platform::Get().Track(block, label, [block] { Allocator::FreeBlock(block); });
   return block;
 }
 
@@ -98,7 +98,7 @@ SCRIPTED_EXPORT void WINAPI CoTaskMemFree(LPVOID block) {
 
 SCRIPTED_EXPORT HRESULT WINAPI CoGetMalloc(DWORD context, IMalloc** allocator) {
   const auto answer = scripted::Platform::Get().Enter("CoGetMalloc", std::to_string(context));
-  return scripted::HandOutNew(answer, allocator, [] { return new scripted::Allocator; });
+  return scripted::StoreNew(answer, allocator, [] { return new scripted::Allocator; });
 }
 
 }  // extern "C"

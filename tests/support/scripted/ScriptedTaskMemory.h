@@ -1,4 +1,4 @@
-// Task memory of the scripted platform, counted by label.
+// Task memory of the scripted platform, tracked by label.
 #pragma once
 
 #include <string>
@@ -9,11 +9,11 @@ namespace scripted {
 
 void* AllocateTaskMemory(std::size_t size, const std::string& label);
 
-// The format block of a media type; no field of it is zero.
+// Returns the format block of a media type without zero fields.
 VIDEOINFOHEADER MakeVideoInfo(const MediaType& type);
 
-// A media type in task memory, structure and format block: the receiver's to free if the answer is S_OK, lent
-// otherwise.
+// Returns a media type in task memory, structure and format block. The receiver frees it if the answer is
+// S_OK; otherwise it is lent.
 AM_MEDIA_TYPE* MakeMediaType(const Answer& answer, const MediaType& type, const std::string& label);
 
 }  // namespace scripted

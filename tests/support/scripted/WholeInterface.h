@@ -1,4 +1,4 @@
-// The interfaces as the scripted objects implement them: the methods that the library calls.
+// Interfaces of the scripted objects. Outside Windows they declare only methods that the library calls.
 #pragma once
 
 #ifdef _WIN32
@@ -6,7 +6,6 @@
 #else
 namespace scripted {
 
-// What is declared here is what the library calls.
 template <typename Interface>
 using Whole = Interface;
 

@@ -1,5 +1,4 @@
-// The system's interfaces with all their methods: those that the library does not call answer E_NOTIMPL, and
-// note the call as a misuse of the platform.
+// The Windows interfaces. Methods that the library does not call return E_NOTIMPL and report a misuse.
 #pragma once
 
 #include <string>
@@ -14,11 +13,11 @@ inline HRESULT NotCalled(const char* method) {
   return E_NOTIMPL;
 }
 
-// An interface of which the library calls every method.
+// Default: the library calls all methods.
 template <typename Interface>
 struct Whole : Interface {};
 
-// The methods of two common bases.
+// Methods of the common bases IPersist and IDispatch.
 template <typename Interface>
 struct WholePersist : Interface {
   HRESULT STDMETHODCALLTYPE GetClassID(CLSID*) override { return NotCalled("IPersist::GetClassID"); }

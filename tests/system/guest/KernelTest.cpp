@@ -31,7 +31,7 @@ void KernelTest::SetUp() {
     ASSERT_TRUE(WaitFor([&] { return !FindCamera(camera).node.empty(); })) << "camera not found: " << camera;
     m_streams[camera] = StreamsOf(camera).size();
   }
-  host.TellTo([this](const std::string& report) {
+  host.SetListener([this](const std::string& report) {
     const std::lock_guard lock(m_mutex);
     if (!report.starts_with("data")) {
       m_reports.push_back(report);
@@ -41,7 +41,7 @@ void KernelTest::SetUp() {
 
 void KernelTest::TearDown() {
   ProductTest::TearDown();
-  host.TellTo(nullptr);
+  host.SetListener(nullptr);
   for (const auto& [camera, before] : m_streams) {
     const std::vector<CameraStream> streams = StreamsOf(camera);
     if (camera != kBuiltIn) {

@@ -12,7 +12,7 @@
 #include "encoder/EncoderSettings.h"
 #include "encoder/H264Encoder.h"
 #include "encoder/I420Converter.h"
-#include "support/NoThreads.h"
+#include "support/ThreadCreationFailure.h"
 #include "support/video/DecodedStream.h"
 
 namespace {
@@ -118,7 +118,7 @@ TEST_F(EncoderThreads, MayFailToStart) {
   std::vector<Bytes> packets;
   encoder::H264Encoder encoder(kSliceThreads);
   {
-    const NoThreads noThreads;
+    const ThreadCreationFailure threadCreationFailure;
     ASSERT_TRUE(encoder.Initialize(ClipParam()));
     packets.push_back(EncodeNext(encoder, 0));
     EXPECT_EQ(ThreadCount(), threadsBefore);

@@ -1,4 +1,4 @@
-// What is fixed for programs built elsewhere: slots of the encoder's table of methods, identifiers.
+// Binary contracts: slots of the encoder's method table, identifiers and constants.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -12,7 +12,7 @@
 
 namespace {
 
-// The slot of a virtual method, as the C++ ABI of this system keeps it in a pointer to it.
+// Returns the slot of a virtual method from a pointer to it (Itanium C++ ABI).
 template <typename Method>
 std::uint64_t SlotOf(Method method) {
   std::uint64_t pointer = 0;
@@ -20,7 +20,7 @@ std::uint64_t SlotOf(Method method) {
   return (pointer - 1) / sizeof(void*);
 }
 
-TEST(EncoderInterface, InitialisesInSlotZeroAndEncodesInSlotFour) {
+TEST(EncoderInterface, InitializeIsSlotZeroAndEncodeIsSlotFour) {
   EXPECT_EQ(SlotOf(&VideoEncoder::Initialize), 0U);
   EXPECT_EQ(SlotOf(&VideoEncoder::Encode), 4U);
 }
@@ -33,7 +33,7 @@ std::string Text(const GUID& id) {
   return text;
 }
 
-TEST(Identifiers, AreTheSystemsOwn) {
+TEST(Identifiers, EqualThoseOfTheSystem) {
   EXPECT_EQ(Text(IID_IUnknown), "{00000000-0000-0000-C000-000000000046}");
   EXPECT_EQ(Text(CLSID_SystemDeviceEnum), "{62BE5D10-60EB-11D0-BD3B-00A0C911CE86}");
   EXPECT_EQ(Text(IID_ICreateDevEnum), "{29840822-5B84-11D0-BD3B-00A0C911CE86}");
@@ -56,7 +56,7 @@ TEST(Identifiers, AreTheSystemsOwn) {
   EXPECT_EQ(Text(FORMAT_VideoInfo2), "{F72A76A0-EB0A-11D0-ACE4-0000C0CC16BA}");
 }
 
-TEST(Constants, AreTheSystemsOwn) {
+TEST(Constants, EqualThoseOfTheSystem) {
   EXPECT_EQ(DIGCF_PRESENT | DIGCF_PROFILE | DIGCF_DEVICEINTERFACE, 0x1AU);
   EXPECT_EQ(DN_REMOVABLE, 0x4000U);
   EXPECT_EQ(CLSCTX_INPROC_SERVER, 1U);

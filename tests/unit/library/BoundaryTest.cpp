@@ -1,10 +1,18 @@
-// No exception leaves the library: what each slot answers instead, and that the library goes on working.
+// No exception leaves the library: each table function returns its failure, and the library keeps working.
 #include <stdexcept>
 
 #include "support/CameraHandlerTest.h"
-#include "support/NoThreads.h"
+#include "support/ThreadCreationFailure.h"
 
 namespace {
+
+using support::CameraHandlerTest;
+using support::Frame;
+using support::HostCallbacks;
+using support::kFrameSize;
+using support::LoadedLibrary;
+using support::ThreadCreationFailure;
+using support::WaitFor;
 
 using Boundary = CameraHandlerTest;
 using scripted::BuiltInCamera;
@@ -17,10 +25,10 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
 
-// A device whose name is no text: half a surrogate pair.
+// A device whose name is invalid UTF-16: an unpaired surrogate.
 Camera BrokenCamera() { return {"broken", std::wstring(1, wchar_t{0xD800}), {}}; }
 
-TEST_F(Boundary, NameThatIsNoTextMakesTheQueryFailWithoutALogLine) {
+TEST_F(Boundary, InvalidUnicodeNameFailsTheQueryWithoutLogging) {
   platform.SetPc({{{0, kBuiltInId}}, {BrokenCamera(), BuiltInCamera({})}});
   EXPECT_EQ(Query(), -1000);
   EXPECT_THAT(LogLines(), IsEmpty());
@@ -29,7 +37,7 @@ TEST_F(Boundary, NameThatIsNoTextMakesTheQueryFailWithoutALogLine) {
   EXPECT_EQ(Query(), 0);
 }
 
-TEST_F(Boundary, NameThatIsNoTextMakesTheOpenFailAndACloseMendsIt) {
+TEST_F(Boundary, InvalidUnicodeNameFailsTheOpenUntilClose) {
   QueryAndRelease();
   platform.SetPc({{}, {BrokenCamera()}});
   EXPECT_EQ(Open(), -1001);
@@ -41,7 +49,7 @@ TEST_F(Boundary, NameThatIsNoTextMakesTheOpenFailAndACloseMendsIt) {
   EXPECT_EQ(Close(), 1);
 }
 
-TEST_F(Boundary, StatusCallbackThatThrowsMakesTheOpenFailAndACloseMendsIt) {
+TEST_F(Boundary, ThrowingStatusCallbackFailsTheOpenUntilClose) {
   QueryAndRelease();
   ExpectFormatLeft(2);
   host.InStatus([](int) { throw std::runtime_error("host"); });
@@ -53,7 +61,7 @@ TEST_F(Boundary, StatusCallbackThatThrowsMakesTheOpenFailAndACloseMendsIt) {
   EXPECT_EQ(Close(), 1);
 }
 
-TEST_F(Boundary, StatusCallbackThatThrowsMakesTheCloseAnswerZeroAndTheCameraIsClosedAllTheSame) {
+TEST_F(Boundary, ThrowingStatusCallbackMakesCloseReturnZeroAfterClosing) {
   QueryAndOpen();
   host.InStatus([](int) { throw std::runtime_error("host"); });
   EXPECT_EQ(Close(), 0);
@@ -64,7 +72,7 @@ TEST_F(Boundary, StatusCallbackThatThrowsMakesTheCloseAnswerZeroAndTheCameraIsCl
   EXPECT_EQ(Close(), 1);
 }
 
-TEST_F(Boundary, CloseInsideTheReportOfAnOpenMakesThatOpenFailCleanly) {
+TEST_F(Boundary, CloseInsideTheReportOfAnOpenFailsTheOpen) {
   QueryAndRelease();
   ExpectFormatLeft(2);
   host.InStatus([&](int status) {
@@ -80,16 +88,16 @@ TEST_F(Boundary, CloseInsideTheReportOfAnOpenMakesThatOpenFailCleanly) {
   EXPECT_EQ(Close(), 1);
 }
 
-TEST_F(Boundary, CloseInsideTheReportOfACloseDoesNothing) {
+TEST_F(Boundary, CloseInsideTheReportOfACloseHasNoEffect) {
   QueryAndOpen();
   host.InStatus([&](int) { EXPECT_EQ(Close(), 0); });
   EXPECT_EQ(Close(), 1);
   EXPECT_THAT(platform.Journal(), Contains("status callback \"0\" 1 3").Times(1));
 }
 
-// --- The module's pin: unpinning it may unmap the library as soon as the calling thread has left it ---
+// --- Unpinning the module, which may unmap the library as soon as the calling thread has left it ---
 
-TEST_F(Boundary, CloseInsideTheReportOfAnOpenUnpinsTheModuleWhenTheOpenReturns) {
+TEST_F(Boundary, CloseInsideTheReportOfAnOpenUnpinsWhenTheOpenReturns) {
   QueryAndRelease();
   ExpectFormatLeft();
   host.InStatus([&](int status) {
@@ -102,7 +110,7 @@ TEST_F(Boundary, CloseInsideTheReportOfAnOpenUnpinsTheModuleWhenTheOpenReturns) 
   EXPECT_EQ(platform.Calls().back(), "UnpinModule(soon)");
 }
 
-TEST_F(Boundary, CloseInsideTheReportOfARefusedOpenUnpinsTheModuleWhenThatReturns) {
+TEST_F(Boundary, CloseInsideTheReportOfARefusedOpenUnpinsWhenItReturns) {
   QueryAndOpen();
   host.InStatus([&](int status) {
     if (status == NUVEQ_SERVICE_STATUS_CAMERA_OPEN) {
@@ -114,7 +122,7 @@ TEST_F(Boundary, CloseInsideTheReportOfARefusedOpenUnpinsTheModuleWhenThatReturn
   EXPECT_EQ(platform.Calls().back(), "UnpinModule(before returning)");
 }
 
-TEST_F(Boundary, CloseInsideTheReportOfAQueryUnpinsTheModuleWhenTheQueryReturns) {
+TEST_F(Boundary, CloseInsideTheReportOfAQueryUnpinsWhenTheQueryReturns) {
   QueryAndOpen();
   platform.SetPc({{}, {PlugInCamera()}});
   host.InAction([&] {
@@ -125,7 +133,7 @@ TEST_F(Boundary, CloseInsideTheReportOfAQueryUnpinsTheModuleWhenTheQueryReturns)
   EXPECT_EQ(platform.Calls().back(), "UnpinModule(before returning)");
 }
 
-TEST_F(Boundary, ModuleIsUnpinnedWithNoExceptionInFlight) {
+TEST_F(Boundary, ModuleIsUnpinnedAfterExceptionHandling) {
   QueryAndOpen();
   int inFlight = -1;
   platform.Before("UnpinModule", [&] { inFlight = std::uncaught_exceptions(); });
@@ -134,7 +142,7 @@ TEST_F(Boundary, ModuleIsUnpinnedWithNoExceptionInFlight) {
   EXPECT_EQ(inFlight, 0);
 }
 
-TEST_F(Boundary, ActionCallbackThatThrowsMakesTheQueryFail) {
+TEST_F(Boundary, ThrowingActionCallbackFailsTheQuery) {
   const NUVEQServiceListener listener{&HostCallbacks::OnStatus,
                                       [](const char*, std::uint32_t, NUVEQServiceAction*) -> std::int32_t {
                                         throw std::runtime_error("host");
@@ -144,7 +152,7 @@ TEST_F(Boundary, ActionCallbackThatThrowsMakesTheQueryFail) {
   EXPECT_EQ(Query(), -1000);
 }
 
-TEST_F(Boundary, PlatformCallThatThrowsIsTheFailureOfItsSlot) {
+TEST_F(Boundary, ThrowingPlatformCallFailsItsTableFunction) {
   for (const char* operation : {"SetupDiGetClassDevsW", "IPin::EnumMediaTypes", "AllocateHostBlock"}) {
     platform.Before(operation, [] { throw std::bad_alloc(); });
     NUVEQCameraCapabilities* records = nullptr;
@@ -156,7 +164,7 @@ TEST_F(Boundary, PlatformCallThatThrowsIsTheFailureOfItsSlot) {
   EXPECT_EQ(Query(), 0);
 }
 
-TEST_F(Boundary, OperatorThatCannotBeMadeIsTheFailureOfEverySlotAndIsTriedAgain) {
+TEST_F(Boundary, FailedOperatorConstructionFailsEveryFunctionAndIsRetried) {
   Unload();
   LoadedLibrary fresh(NUVEQ_LIBRARY_FILE);
   ASSERT_EQ(fresh.GetCameraHandler(&handler), 0);
@@ -170,7 +178,7 @@ TEST_F(Boundary, OperatorThatCannotBeMadeIsTheFailureOfEverySlotAndIsTriedAgain)
   EXPECT_EQ(Query(), -1000);
   handler.ReleaseCapability(0, nullptr, 0);
   EXPECT_EQ(platform.CallCount("CoInitialize"), before + 6);
-  // The ones that failed are not balanced by an end.
+  // Failed initialisations are not balanced.
   platform.Before("CoInitialize", nullptr);
   EXPECT_EQ(Query(), 0);
   ReleaseCapabilities();
@@ -181,7 +189,7 @@ TEST_F(Boundary, OperatorThatCannotBeMadeIsTheFailureOfEverySlotAndIsTriedAgain)
   }
 }
 
-TEST_F(Boundary, LoggerThatThrowsCostsTheLinesAndNothingElse) {
+TEST_F(Boundary, ThrowingLoggerLosesOnlyTheMessages) {
   QueryAndRelease();
   ExpectFormatLeft();
   platform.Before("GetLogger", [] { throw std::runtime_error("host"); });
@@ -196,7 +204,7 @@ TEST_F(Boundary, LoggerThatThrowsCostsTheLinesAndNothingElse) {
   EXPECT_THAT(platform.Logs(), IsEmpty());
 }
 
-TEST_F(Boundary, LoggerThatThrowsWhileTheOperatorIsMadeCostsTheLinesAndNothingElse) {
+TEST_F(Boundary, ThrowingLoggerDuringConstructionLosesOnlyTheMessages) {
   Unload();
   LoadedLibrary fresh(NUVEQ_LIBRARY_FILE);
   ASSERT_EQ(fresh.GetCameraHandler(&handler), 0);
@@ -212,19 +220,19 @@ TEST_F(Boundary, LoggerThatThrowsWhileTheOperatorIsMadeCostsTheLinesAndNothingEl
   fresh.Unload();
 }
 
-TEST_F(Boundary, ThreadThatCannotBeStartedMakesTheOpenFailAndACloseMendsItEvenWhileFramesFlow) {
+TEST_F(Boundary, FailedThreadStartFailsTheOpenUntilClose) {
   QueryAndRelease();
   ExpectFormatLeft(2);
   platform.SetStreaming({true, [](std::uint64_t) { return Frame(kFrameSize, 1); }});
   platform.SetRecording(false);
-  std::optional<NoThreads> refusal;
-  // The graph has its thread; the library asks for its own after the first frame.
+  std::optional<ThreadCreationFailure> refusal;
+  // The graph's thread is started before the encoder thread.
   platform.Before("IMediaEvent::WaitForCompletion", [&] { refusal.emplace(); });
   EXPECT_EQ(Open(), -1001);
   refusal.reset();
   platform.Before("IMediaEvent::WaitForCompletion", nullptr);
-  // Nobody takes the frames: the fifth fills the pool.
-  ASSERT_TRUE(WaitUntil([&] { return platform.DeliveredFrames() == 5; }));
+  // No thread encodes: five frames fill the pool.
+  ASSERT_TRUE(WaitFor([&] { return platform.DeliveredFrames() == 5; }));
   EXPECT_EQ(Close(), 1);
   EXPECT_EQ(Open(), 0);
   EXPECT_TRUE(host.WaitForPackets(10));

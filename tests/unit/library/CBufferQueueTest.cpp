@@ -1,4 +1,4 @@
-// The queue's template alone, without frames.
+// Tests of CBufferQueue without frames.
 #include "CBufferQueue.h"
 
 #include <gmock/gmock.h>
@@ -17,7 +17,7 @@ namespace {
 
 using ::testing::ElementsAre;
 
-// Its buffers are numbers; making number `fails` fails, or throws, or breaks off with what nobody expects.
+// A queue of numbers. Creating the number `fails` returns null or throws.
 class NumberQueue : public CBufferQueue<int*> {
  public:
   ~NumberQueue() override { Uninit(); }
@@ -43,7 +43,7 @@ class NumberQueue : public CBufferQueue<int*> {
   std::vector<int> destroyed;
 };
 
-TEST(BufferQueue, BuffersAreDestroyedInTheOrderTheyWereMade) {
+TEST(BufferQueue, DestroysBuffersInOrderOfCreation) {
   NumberQueue queue;
   EXPECT_TRUE(queue.Init(4));
   int* const first = queue.GetFreeBuffer();
@@ -52,7 +52,7 @@ TEST(BufferQueue, BuffersAreDestroyedInTheOrderTheyWereMade) {
   EXPECT_THAT(queue.destroyed, ElementsAre(1, 2, 3, 4));
 }
 
-TEST(BufferQueue, InitIsRefusedWhileAStoppedQueueHasABufferOfNoPool) {
+TEST(BufferQueue, InitFailsWhileAForeignBufferIsQueued) {
   for (const auto put : {&NumberQueue::PutFreeBuffer, &NumberQueue::PutDataBuffer}) {
     NumberQueue queue;
     int stranger = 0;
@@ -65,7 +65,7 @@ TEST(BufferQueue, InitIsRefusedWhileAStoppedQueueHasABufferOfNoPool) {
   }
 }
 
-TEST(BufferQueue, WhateverIsThrownForABufferIsAPoolThatCannotBeMade) {
+TEST(BufferQueue, InitFailsIfCreateBufferThrows) {
   NumberQueue queue;
   queue.breaksOff = 3;
   EXPECT_FALSE(queue.Init(5));
@@ -73,7 +73,7 @@ TEST(BufferQueue, WhateverIsThrownForABufferIsAPoolThatCannotBeMade) {
   EXPECT_TRUE(queue.Init(5));
 }
 
-TEST(BufferQueue, NoMemoryForABufferIsAPoolThatCannotBeMade) {
+TEST(BufferQueue, InitFailsIfABufferCannotBeAllocated) {
   NumberQueue queue;
   queue.throws = 3;
   EXPECT_FALSE(queue.Init(5));
@@ -83,9 +83,9 @@ TEST(BufferQueue, NoMemoryForABufferIsAPoolThatCannotBeMade) {
 }
 
 unsigned countedAllocations = 0;
-unsigned failingAllocation = 0;  // the number of one; 0: none
+unsigned failingAllocation = 0;  // number of the failing allocation; 0: none
 
-// Counts what is asked of the heap through it, and may fail.
+// Counts allocations and can fail one.
 template <typename T>
 struct CountingAllocator : std::allocator<T> {
   using value_type = T;
@@ -116,7 +116,7 @@ class CountedQueue : public CBufferQueue<int*, CountingAllocator<int*>> {
   int alive = 0;
 };
 
-TEST(BufferQueue, NoMemoryForTheListsIsAPoolThatCannotBeMadeAndLeavesNoBuffer) {
+TEST(BufferQueue, InitFailsWithoutLeakIfTheListsCannotBeAllocated) {
   CountedQueue queue;
   unsigned number = 0;
   do {
@@ -129,7 +129,7 @@ TEST(BufferQueue, NoMemoryForTheListsIsAPoolThatCannotBeMadeAndLeavesNoBuffer) {
   EXPECT_EQ(queue.alive, 5);
 }
 
-TEST(BufferQueue, RunningQueueDoesNotTouchTheHeap) {
+TEST(BufferQueue, RunningQueueDoesNotAllocate) {
   countedAllocations = 0;
   CountedQueue queue;
   EXPECT_EQ(countedAllocations, 0U) << "an idle queue needs none";
@@ -143,7 +143,7 @@ TEST(BufferQueue, RunningQueueDoesNotTouchTheHeap) {
   EXPECT_EQ(countedAllocations, atFirst);
 }
 
-TEST(BufferQueue, ManyProducersAndConsumersLoseNothingAndRepeatNothing) {
+TEST(BufferQueue, ManyProducersAndConsumersPassEveryBufferOnce) {
   constexpr int kThreads = 3;
   constexpr int kRounds = 20'000;
   NumberQueue queue;

@@ -1,5 +1,4 @@
-// The camera's output format and the sample grabber's settings. How their steps fail is in
-// OpenFailureTest.cpp.
+// Output format of the camera and settings of the sample grabber. OpenFailureTest.cpp tests their failures.
 #include "support/CameraOperatorTest.h"
 
 namespace {
@@ -9,18 +8,20 @@ using scripted::Fails;
 using scripted::kBuiltInId;
 using scripted::MediaType;
 using scripted::Yuy2;
+using support::CameraOperatorTest;
+using support::ErrorLine;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::Not;
 using ::testing::StartsWith;
 
-// Bytes of a VIDEOINFOHEADER up to the end of the height, the last field that is set.
+// Size of a VIDEOINFOHEADER up to the end of the height, the last field that is set.
 constexpr ULONG kSizeEnd = 60;
 
-class Format : public CameraOperatorTest {
+class CameraFormat : public CameraOperatorTest {
  protected:
-  // The output pin of a camera whose current format is the given one.
+  // Returns the output pin of a camera with the given current format.
   ComPtr<IPin> OutputPin(const MediaType& current) {
     platform.SetPc({{{0, kBuiltInId}}, {BuiltInCamera({current})}});
     EXPECT_EQ(camera->CameraCount(), 1U);
@@ -32,7 +33,7 @@ class Format : public CameraOperatorTest {
     return pin;
   }
 
-  // The subtype that the grabber asks for.
+  // Returns the subtype that the grabber requests.
   std::string GrabberSubType(std::uint32_t width, std::uint32_t height) {
     ComPtr<IBaseFilter> grabber;
     EXPECT_EQ(CoCreateInstance(CLSID_SampleGrabber, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter,
@@ -52,7 +53,7 @@ class Format : public CameraOperatorTest {
   }
 };
 
-TEST_F(Format, SizeIntervalAndSubtypeAreSetAndNothingElse) {
+TEST_F(CameraFormat, SetsOnlySizeIntervalAndSubtype) {
   ExpectLeft("current media type");
   const ComPtr<IPin> pin = OutputPin(Yuy2(1280, 720, 10));
   EXPECT_TRUE(camera->SetCameraFormat(pin.Get(), 320, 240, 15, MEDIASUBTYPE_MJPG));
@@ -63,7 +64,7 @@ TEST_F(Format, SizeIntervalAndSubtypeAreSetAndNothingElse) {
                           "CoTaskMemFree()"));
 }
 
-TEST_F(Format, LineShowsTheFirstBitsOfTheSubtype) {
+TEST_F(CameraFormat, LogsTheFirstFieldOfTheSubtype) {
   ExpectLeft("current media type", 2);
   const ComPtr<IPin> pin = OutputPin(Yuy2(640, 480, 30));
   EXPECT_TRUE(camera->SetCameraFormat(pin.Get(), 640, 480, 30, MEDIASUBTYPE_YUY2));
@@ -75,7 +76,7 @@ TEST_F(Format, LineShowsTheFirstBitsOfTheSubtype) {
                                     "(CameraOperator::SetCameraFormat)")));
 }
 
-TEST_F(Format, PinWithAnotherFormatTypeKeepsItsFormatAndThatIsNoFailure) {
+TEST_F(CameraFormat, OtherFormatTypeIsKeptAndSucceeds) {
   ExpectLeft("current media type");
   MediaType other = Yuy2(640, 480, 30);
   other.formatType = FORMAT_VideoInfo2;
@@ -85,7 +86,7 @@ TEST_F(Format, PinWithAnotherFormatTypeKeepsItsFormatAndThatIsNoFailure) {
   EXPECT_THAT(LogLines(), IsEmpty());
 }
 
-TEST_F(Format, PinWithoutRoomForTheSizeInItsFormatBlockKeepsItsFormatAndThatIsNoFailure) {
+TEST_F(CameraFormat, ShortFormatBlockIsKeptAndSucceeds) {
   ExpectLeft("current media type", 3);
   MediaType missing = Yuy2(640, 480, 30);
   missing.hasFormat = false;
@@ -101,7 +102,7 @@ TEST_F(Format, PinWithoutRoomForTheSizeInItsFormatBlockKeepsItsFormatAndThatIsNo
   }
 }
 
-TEST_F(Format, BlockThatEndsBehindTheSizeIsSetAndNotWrittenBeyondItsEnd) {
+TEST_F(CameraFormat, FormatBlockIsNotWrittenBeyondItsEnd) {
   ExpectLeft("current media type", 2);
   for (const ULONG size : {kSizeEnd, static_cast<ULONG>(sizeof(VIDEOINFOHEADER)) - 1}) {
     MediaType cut = Yuy2(1280, 720, 10);
@@ -117,9 +118,9 @@ TEST_F(Format, BlockThatEndsBehindTheSizeIsSetAndNotWrittenBeyondItsEnd) {
   }
 }
 
-TEST_F(Format, BlockOfUnknownLengthIsSetAndNotFreed) {
+TEST_F(CameraFormat, FormatBlockOfUnknownLengthIsSetAndNotFreed) {
   ExpectLeft("current media type");
-  // Nothing says that there is a block to free.
+  // cbFormat is 0, so that the block is not freed.
   ExpectLeft("current media type format block");
   MediaType unknown = Yuy2(1280, 720, 10);
   unknown.claimedSize = 0;
@@ -129,7 +130,7 @@ TEST_F(Format, BlockOfUnknownLengthIsSetAndNotFreed) {
               Contains("IAMStreamConfig::SetFormat(built-in.capture, MEDIASUBTYPE_YUY2, 320x240, 666666)"));
 }
 
-TEST_F(Format, RateOfZeroIsPassedOnToTheConversion) {
+TEST_F(CameraFormat, ZeroRateUsesTheDefaultInterval) {
   ExpectLeft("current media type");
   const ComPtr<IPin> pin = OutputPin(Yuy2(640, 480, 30));
   EXPECT_TRUE(camera->SetCameraFormat(pin.Get(), 640, 480, 0, MEDIASUBTYPE_YUY2));
@@ -139,7 +140,7 @@ TEST_F(Format, RateOfZeroIsPassedOnToTheConversion) {
               Contains(ErrorLine(445, "[CameraOperator]fps is 0.(CameraOperator::FpsToAvgTimePerFrame)")));
 }
 
-TEST_F(Format, ObjectInTheCurrentFormatIsReleased) {
+TEST_F(CameraFormat, InterfaceInTheCurrentFormatIsReleased) {
   ExpectLeft("current media type");
   MediaType type = Yuy2(640, 480, 30);
   type.hasUnknown = true;
@@ -148,7 +149,7 @@ TEST_F(Format, ObjectInTheCurrentFormatIsReleased) {
   EXPECT_THAT(platform.Alive(), Not(Contains("current media type pUnk: 1")));
 }
 
-TEST_F(Format, RefusedFormatLeavesOnlyTheStructure) {
+TEST_F(CameraFormat, RefusedFormatLeaksOnlyTheStructure) {
   ExpectLeft("current media type");
   const ComPtr<IPin> pin = OutputPin(Yuy2(640, 480, 30));
   platform.Answers("IAMStreamConfig::SetFormat", Fails());
@@ -156,7 +157,7 @@ TEST_F(Format, RefusedFormatLeavesOnlyTheStructure) {
   EXPECT_THAT(platform.Alive(), Not(Contains("current media type format block")));
 }
 
-TEST_F(Format, CurrentFormatThatComesWithAnotherResultIsNeitherUsedNorFreed) {
+TEST_F(CameraFormat, FormatReturnedWithAFailureIsNotUsedOrFreed) {
   MediaType type = Yuy2(640, 480, 30);
   type.hasUnknown = true;
   const ComPtr<IPin> pin = OutputPin(type);
@@ -171,7 +172,7 @@ TEST_F(Format, CurrentFormatThatComesWithAnotherResultIsNeitherUsedNorFreed) {
   }
 }
 
-TEST_F(Format, GrabberAsksForArgb32WhereTheSizeComesAsMjpg) {
+TEST_F(CameraFormat, GrabberRequestsArgb32ForMjpgSizes) {
   CameraCapabilityMgr& table = CameraCapabilityMgr::GetInstance();
   EXPECT_EQ(GrabberSubType(640, 480), "MEDIASUBTYPE_YUY2") << "no entry";
   table.Add(640, 480, 30, MEDIASUBTYPE_MJPG);
@@ -181,7 +182,7 @@ TEST_F(Format, GrabberAsksForArgb32WhereTheSizeComesAsMjpg) {
   EXPECT_EQ(GrabberSubType(320, 240), "MEDIASUBTYPE_YUY2");
 }
 
-TEST_F(Format, LaterUncompressedEntryDecidesAtAnEqualRateAndAFasterMjpgEntryOverASlowerOne) {
+TEST_F(CameraFormat, GrabberFormatFollowsTheBestTableEntry) {
   CameraCapabilityMgr& table = CameraCapabilityMgr::GetInstance();
   table.Add(640, 480, 30, MEDIASUBTYPE_MJPG);
   table.Add(640, 480, 30, MEDIASUBTYPE_YUY2);
@@ -190,7 +191,7 @@ TEST_F(Format, LaterUncompressedEntryDecidesAtAnEqualRateAndAFasterMjpgEntryOver
   EXPECT_EQ(GrabberSubType(640, 480), "MEDIASUBTYPE_ARGB32");
 }
 
-TEST_F(Format, NullGrabberHasItsOwnLine) {
+TEST_F(CameraFormat, NullGrabberIsLogged) {
   EXPECT_FALSE(camera->ConfigSampleGrabber(nullptr, 640, 480));
   EXPECT_THAT(LogLines(), ElementsAre(ErrorLine("[CameraOperator]sampleGrabberFilter  is nullptr"
                                                 "(CameraOperator::ConfigSampleGrabber)")));

@@ -1,7 +1,10 @@
-// Which capture device is taken for the built-in camera, how it is counted and bound, and how ids are read.
+// Finding, counting and binding the built-in camera, and parsing camera ids.
 #include "support/CameraOperatorTest.h"
 
 namespace {
+
+using support::CameraOperatorTest;
+using support::ErrorLine;
 
 using CameraSelection = CameraOperatorTest;
 using scripted::BuiltInCamera;
@@ -22,14 +25,14 @@ using ::testing::Not;
 
 const std::string kBuiltInUtf8(kBuiltInDisplayName.begin(), kBuiltInDisplayName.end());
 
-TEST_F(CameraSelection, PlugInCameraAloneCountsForNothing) {
+TEST_F(CameraSelection, IgnoresPlugInCamera) {
   platform.SetPc({{{DN_REMOVABLE, kPlugInId}}, {PlugInCamera()}});
   EXPECT_EQ(camera->CameraCount(), 0U);
   EXPECT_THAT(Access::CameraNames(*camera), IsEmpty());
   EXPECT_THAT(LogLines(), IsEmpty());
 }
 
-TEST_F(CameraSelection, BuiltInCameraBesideAPlugInOneIsTheOnlyOneAndIndexZeroBindsIt) {
+TEST_F(CameraSelection, SelectsBuiltInCameraNextToPlugInCamera) {
   EXPECT_EQ(camera->CameraCount(), 1U);
   EXPECT_THAT(Access::CameraNames(*camera), ElementsAre(kBuiltInUtf8));
   ComPtr<IBaseFilter> filter;
@@ -39,17 +42,17 @@ TEST_F(CameraSelection, BuiltInCameraBesideAPlugInOneIsTheOnlyOneAndIndexZeroBin
   EXPECT_THAT(platform.Calls(), Contains("IMoniker::BindToObject(built-in, IID_IBaseFilter)"));
 }
 
-TEST_F(CameraSelection, OfTwoBuiltInCamerasTheFirstUsbDeviceDecides) {
+TEST_F(CameraSelection, SelectsTheCameraOfTheFirstUsbDevice) {
   const std::string infraredId = R"(USB\VID_04F2&PID_B6BF&MI_02\6&AAAA&0&0002)";
   const std::wstring infraredName = LR"(@device:pnp:\\?\usb#vid_04f2&pid_b6bf&mi_02#6&aaaa&0&0002#{65e8})";
   const Camera infrared{"infrared", infraredName, {}};
-  // Ids are the outer loop, display names the inner one.
+  // The outer loop is over ids, the inner one over display names.
   platform.SetPc({{{0, kBuiltInId}, {0, infraredId}}, {infrared, BuiltInCamera({})}});
   EXPECT_EQ(camera->CameraCount(), 1U);
   EXPECT_THAT(Access::CameraNames(*camera), ElementsAre(kBuiltInUtf8));
 }
 
-TEST_F(CameraSelection, EmptyCategoryIsAnErrorThatSaysOne) {
+TEST_F(CameraSelection, EmptyCategoryIsLoggedWithErrorOne) {
   platform.SetPc({{{0, kBuiltInId}}, {}});
   EXPECT_EQ(camera->CameraCount(), 0U);
   EXPECT_THAT(LogLines(), ElementsAre(ErrorLine(573,
@@ -57,14 +60,14 @@ TEST_F(CameraSelection, EmptyCategoryIsAnErrorThatSaysOne) {
                                                 "(CameraOperator::CameraCount)")));
 }
 
-TEST_F(CameraSelection, BuiltInDeviceWithoutAChildContributesNothing) {
+TEST_F(CameraSelection, IgnoresUsbDeviceWithoutChildNode) {
   platform.SetPc({{{0, ""}}, {BuiltInCamera({})}});
   EXPECT_EQ(camera->CameraCount(), 0U);
   EXPECT_THAT(platform.Calls(), Contains("CM_Get_Child(0, 0)"));
   EXPECT_THAT(platform.Calls(), Not(Contains(HasSubstr("CM_Get_Device_IDA"))));
 }
 
-TEST_F(CameraSelection, OnlyTheIdIsLoweredNotTheDisplayName) {
+TEST_F(CameraSelection, ComparesLowerCaseIdWithUnchangedDisplayName) {
   std::wstring upper = kBuiltInDisplayName;
   upper.replace(upper.find(L"vid_04f2"), 8, L"VID_04F2");
   platform.SetPc({{{0, kBuiltInId}}, {{"built-in", upper, {}}}});
@@ -75,7 +78,7 @@ TEST_F(CameraSelection, OnlyTheIdIsLoweredNotTheDisplayName) {
   EXPECT_EQ(camera->FindPCCameraName({}), "");
 }
 
-TEST_F(CameraSelection, IndexBeyondTheCountIsRefusedWithoutALogLine) {
+TEST_F(CameraSelection, IndexBeyondTheCountFailsWithoutLogging) {
   EXPECT_EQ(camera->CameraCount(), 1U);
   platform.ClearJournal();
   IBaseFilter* filter = nullptr;
@@ -84,7 +87,7 @@ TEST_F(CameraSelection, IndexBeyondTheCountIsRefusedWithoutALogLine) {
   EXPECT_THAT(platform.Journal(), IsEmpty());
 }
 
-TEST_F(CameraSelection, CameraThatDisappearedAfterTheCountBindsToNothingAndStillSucceeds) {
+TEST_F(CameraSelection, CameraRemovedAfterTheCountBindsToNullWithSuccess) {
   EXPECT_EQ(camera->CameraCount(), 1U);
   platform.SetPc({{}, {PlugInCamera()}});
   IBaseFilter* filter = nullptr;
@@ -94,7 +97,7 @@ TEST_F(CameraSelection, CameraThatDisappearedAfterTheCountBindsToNothingAndStill
   EXPECT_THAT(LogLines(), IsEmpty());
 }
 
-TEST_F(CameraSelection, CameraIsBoundByANameThatHasGrownSinceTheCount) {
+TEST_F(CameraSelection, BindsCameraWhoseNameContainsTheCountedName) {
   EXPECT_EQ(camera->CameraCount(), 1U);
   scripted::Camera grown = BuiltInCamera({});
   grown.displayName = L"1 " + grown.displayName + L" 2";
@@ -104,7 +107,7 @@ TEST_F(CameraSelection, CameraIsBoundByANameThatHasGrownSinceTheCount) {
   EXPECT_TRUE(filter);
 }
 
-TEST_F(CameraSelection, IdsAreDecimalDigitsOrNothing) {
+TEST_F(CameraSelection, IdsConsistOfDecimalDigits) {
   unsigned int index = 99;
   EXPECT_FALSE(camera->ParseCameraId("12a", 3, &index));
   EXPECT_EQ(index, 99U);
@@ -123,7 +126,7 @@ TEST_F(CameraSelection, IdsAreDecimalDigitsOrNothing) {
   EXPECT_EQ(Access::CameraId(*camera), "");
 }
 
-TEST_F(CameraSelection, IdsOfMoreDigitsThanFitSaturate) {
+TEST_F(CameraSelection, OverflowingIdsSaturate) {
   unsigned int index = 0;
   EXPECT_TRUE(camera->ParseCameraId("2147483647", 10, &index));
   EXPECT_EQ(index, 2147483647U);
@@ -136,7 +139,7 @@ TEST_F(CameraSelection, IdsOfMoreDigitsThanFitSaturate) {
 
 // --- Failures ---
 
-TEST_F(CameraSelection, CountWithoutADeviceEnumeratorIsZeroAndKeepsTheNames) {
+TEST_F(CameraSelection, FailedDeviceEnumeratorCountsZeroAndKeepsTheNames) {
   EXPECT_EQ(camera->CameraCount(), 1U);
   const std::vector<std::pair<scripted::Answer, std::string>> answers = {
       {Fails(), "-2147467259"}, {SFalse(), "1"}, {SucceedsWithNull(), "0"}};
@@ -151,7 +154,7 @@ TEST_F(CameraSelection, CountWithoutADeviceEnumeratorIsZeroAndKeepsTheNames) {
   }
 }
 
-TEST_F(CameraSelection, CountWithoutAClassEnumeratorIsZeroAndKeepsTheNames) {
+TEST_F(CameraSelection, FailedClassEnumeratorCountsZeroAndKeepsTheNames) {
   EXPECT_EQ(camera->CameraCount(), 1U);
   const std::vector<std::pair<scripted::Answer, std::string>> answers = {
       {Fails(), "-2147467259"}, {SFalse(), "1"}, {SucceedsWithNull(), "0"}};
@@ -166,14 +169,14 @@ TEST_F(CameraSelection, CountWithoutAClassEnumeratorIsZeroAndKeepsTheNames) {
   }
 }
 
-TEST_F(CameraSelection, CountForgetsACameraThatIsNoLongerThere) {
+TEST_F(CameraSelection, CountRemovesADisconnectedCamera) {
   EXPECT_EQ(camera->CameraCount(), 1U);
   platform.SetPc({{}, {PlugInCamera()}});
   EXPECT_EQ(camera->CameraCount(), 0U);
   EXPECT_THAT(Access::CameraNames(*camera), IsEmpty());
 }
 
-TEST_F(CameraSelection, NullMonikersAreSkippedNotTakenForTheEnd) {
+TEST_F(CameraSelection, SkipsNullMonikers) {
   Camera null;
   null.isNull = true;
   platform.SetPc({{{0, kBuiltInId}}, {null, BuiltInCamera({}), null}});
@@ -183,21 +186,20 @@ TEST_F(CameraSelection, NullMonikersAreSkippedNotTakenForTheEnd) {
   EXPECT_TRUE(filter);
 }
 
-TEST_F(CameraSelection, EnumerationThatBreaksOffEndsTheList) {
+TEST_F(CameraSelection, FailedEnumerationEndsTheList) {
   platform.AnswersNth("IEnumMoniker::Next", 2, Fails());
   EXPECT_EQ(camera->CameraCount(), 0U);
 }
 
-TEST_F(CameraSelection, ResetThatFailsIsIgnored) {
+TEST_F(CameraSelection, FailedResetIsIgnored) {
   platform.Answers("IEnumMoniker::Reset", Fails());
   EXPECT_EQ(camera->CameraCount(), 1U);
 }
 
-TEST_F(CameraSelection, DeviceWhoseNameCannotBeHadIsSkipped) {
+TEST_F(CameraSelection, SkipsDeviceWhoseNameCannotBeRead) {
   for (const char* operation : {"CoGetMalloc", "CreateBindCtx", "IMoniker::GetDisplayName"}) {
     for (const scripted::Answer answer : {Fails(), FailsWithOutput(), SFalse(), SucceedsWithNull()}) {
       const unsigned freed = platform.CallCount("IMalloc::Free");
-      // The second device is the built-in one.
       platform.AnswersNth(operation, 2, answer);
       EXPECT_EQ(camera->CameraCount(), 0U) << operation;
       EXPECT_EQ(platform.CallCount("IMalloc::Free"), freed + 1) << operation;
@@ -206,34 +208,34 @@ TEST_F(CameraSelection, DeviceWhoseNameCannotBeHadIsSkipped) {
   EXPECT_THAT(LogLines(), IsEmpty());
 }
 
-TEST_F(CameraSelection, DeviceWithAnEmptyNameIsSkipped) {
+TEST_F(CameraSelection, SkipsDeviceWithEmptyName) {
   platform.SetPc({{{0, kBuiltInId}}, {{"nameless", {}, {}}}});
   EXPECT_EQ(camera->CameraCount(), 0U);
 }
 
-TEST_F(CameraSelection, DeviceWithAnEmptyNameIsNotTheOneOfAnEmptyId) {
+TEST_F(CameraSelection, EmptyIdDoesNotMatchAnEmptyName) {
   platform.SetPc({{{0, kBuiltInId}}, {{"nameless", std::wstring(), {}}, BuiltInCamera({})}});
   platform.AnswersNth("CM_Get_Device_IDA", 1, SucceedsWithNull());
   EXPECT_EQ(camera->CameraCount(), 1U);
   EXPECT_EQ(Access::CameraNames(*camera).at(0).size(), kBuiltInDisplayName.size());
 }
 
-TEST_F(CameraSelection, NoMonikerHasNoName) {
+TEST_F(CameraSelection, NullMonikerHasEmptyName) {
   EXPECT_EQ(camera->GetMonikerDisplayName(ComPtr<IMoniker>()), "");
   EXPECT_THAT(platform.Calls(), IsEmpty());
 }
 
-TEST_F(CameraSelection, NamesOutsideTheBasicPlaneAreUtf8) {
+TEST_F(CameraSelection, ConvertsSupplementaryCharactersToUtf8) {
   platform.SetPc({{{0, "X"}}, {{"emoji", L"x \U0001F4F7 \u00E9", {}}}});
   EXPECT_EQ(camera->CameraCount(), 1U);
   EXPECT_THAT(Access::CameraNames(*camera), ElementsAre("x \xF0\x9F\x93\xB7 \xC3\xA9"));
 }
 
-TEST_F(CameraSelection, NameThatIsNoTextThrowsAndLeaksNothing) {
+TEST_F(CameraSelection, InvalidUnicodeNameThrowsWithoutLeak) {
   constexpr wchar_t kHigh = 0xD83D;
   constexpr wchar_t kLow = 0xDCF7;
   std::vector<std::wstring> texts{{kHigh, L'x'}, {L'x', kHigh}, {kLow, L'x'}, {L'x', kLow}, {kLow, kHigh}};
-  // Characters of 16 bits have nothing beyond the last plane.
+  // Code points above U+10FFFF exist only with 32-bit wchar_t.
   if constexpr (constexpr std::uint32_t kBeyond = 0x110000; std::numeric_limits<wchar_t>::max() >= kBeyond) {
     texts.push_back(std::wstring{L'x', static_cast<wchar_t>(kBeyond)});
   }
@@ -244,26 +246,26 @@ TEST_F(CameraSelection, NameThatIsNoTextThrowsAndLeaksNothing) {
   }
 }
 
-TEST_F(CameraSelection, PairOfSurrogatesIsOneCharacter) {
+TEST_F(CameraSelection, ConvertsSurrogatePairToOneCharacter) {
   platform.SetPc({{{0, "X"}}, {{"pair", L"x " + std::wstring{wchar_t{0xD83D}, wchar_t{0xDCF7}}, {}}}});
   EXPECT_EQ(camera->CameraCount(), 1U);
   EXPECT_THAT(Access::CameraNames(*camera), ElementsAre("x \xF0\x9F\x93\xB7"));
 }
 
-TEST_F(CameraSelection, LongNamesAreTakenWhole) {
+TEST_F(CameraSelection, LongNamesAreNotTruncated) {
   const std::wstring longName = std::wstring(65536, L'x') + kBuiltInDisplayName;
   platform.SetPc({{{0, kBuiltInId}}, {{"long", longName, {}}}});
   EXPECT_EQ(camera->CameraCount(), 1U);
   EXPECT_EQ(Access::CameraNames(*camera).at(0).size(), longName.size());
 }
 
-TEST_F(CameraSelection, WithoutADeviceInformationSetNothingIsBuiltIn) {
+TEST_F(CameraSelection, FailedDeviceInformationSetFindsNoIds) {
   platform.Answers("SetupDiGetClassDevsW", Fails());
   EXPECT_THAT(camera->QueryFixedUsbDeviceIds(), IsEmpty());
   EXPECT_THAT(platform.Calls(), ElementsAre("SetupDiGetClassDevsW(GUID_DEVINTERFACE_USB_DEVICE, 26)"));
 }
 
-TEST_F(CameraSelection, IdsComeInTheOrderOfTheSetAndOnlyFromFixedDevices) {
+TEST_F(CameraSelection, ReturnsIdsOfFixedDevicesInOrderOfTheSet) {
   platform.SetPc(
       {{{0, "A\\1"}, {DN_REMOVABLE, "B\\2"}, {0, "C\\3"}, {0x8000 | DN_REMOVABLE, "D\\4"}, {0x8000, "E\\5"}},
        {}});
@@ -271,11 +273,11 @@ TEST_F(CameraSelection, IdsComeInTheOrderOfTheSetAndOnlyFromFixedDevices) {
   EXPECT_THAT(LogLines(), IsEmpty());
 }
 
-TEST_F(CameraSelection, DeviceThatOneCallFailsForIsSkippedAndTheNextOneIsNot) {
+TEST_F(CameraSelection, FailedCallSkipsOnlyItsDevice) {
   platform.SetPc({{{0, "A"}, {0, "B"}}, {}});
   for (const char* operation : {"SetupDiGetDeviceInterfaceDetailW", "SetupDiEnumDeviceInfo",
                                 "CM_Get_DevNode_Status", "CM_Get_Child", "CM_Get_Device_IDA"}) {
-    // With outputs written all the same, and without.
+    // With outputs written, and without.
     for (const scripted::Answer answer : {scripted::Answer{E_FAIL, false}, Fails()}) {
       platform.AnswersNth(operation, 1, answer);
       EXPECT_THAT(camera->QueryFixedUsbDeviceIds(), ElementsAre("B")) << operation;
@@ -283,7 +285,7 @@ TEST_F(CameraSelection, DeviceThatOneCallFailsForIsSkippedAndTheNextOneIsNot) {
   }
 }
 
-TEST_F(CameraSelection, CallThatSucceedsWithoutWritingItsAnswerMakesNoDeviceBuiltIn) {
+TEST_F(CameraSelection, SuccessWithoutOutputFindsNoIds) {
   platform.SetPc({{{0, "A"}, {0, "B"}}, {}});
   for (const char* operation : {"CM_Get_DevNode_Status", "CM_Get_Child"}) {
     platform.AnswersNth(operation, 1, SucceedsWithNull());
@@ -291,10 +293,10 @@ TEST_F(CameraSelection, CallThatSucceedsWithoutWritingItsAnswerMakesNoDeviceBuil
   }
 }
 
-TEST_F(CameraSelection, MonikerThatComesWithAnotherResultIsNotReleased) {
+TEST_F(CameraSelection, MonikerReturnedWithAFailureIsNotReleased) {
   EXPECT_EQ(camera->CameraCount(), 1U);
   for (const scripted::Answer answer : {FailsWithOutput(), SFalse()}) {
-    // The second moniker is the built-in camera's.
+    // The second moniker is that of the built-in camera.
     platform.AnswersNth("IEnumMoniker::Next", 2, answer);
     ComPtr<IBaseFilter> filter;
     EXPECT_TRUE(camera->BindDeviceFilter(0, filter.Put()));
@@ -306,7 +308,7 @@ TEST_F(CameraSelection, MonikerThatComesWithAnotherResultIsNotReleased) {
   EXPECT_THAT(platform.Misuse(), IsEmpty());
 }
 
-TEST_F(CameraSelection, FilterThatComesWithAnotherResultIsNotPassedOn) {
+TEST_F(CameraSelection, FilterReturnedWithAFailureIsNotUsed) {
   EXPECT_EQ(camera->CameraCount(), 1U);
   for (const scripted::Answer answer : {FailsWithOutput(), SFalse()}) {
     platform.AnswersNth("IMoniker::BindToObject", 1, answer);
@@ -316,25 +318,25 @@ TEST_F(CameraSelection, FilterThatComesWithAnotherResultIsNotPassedOn) {
   }
 }
 
-TEST_F(CameraSelection, ElementThatIsNotWrittenIsNotThatOfTheInterface) {
+TEST_F(CameraSelection, UnwrittenDeviceElementIsNotUsed) {
   platform.SetPc({{{0, "A"}, {0, "B"}}, {}});
   platform.AnswersNth("SetupDiEnumDeviceInfo", 1, SucceedsWithNull());
   EXPECT_THAT(camera->QueryFixedUsbDeviceIds(), ElementsAre("B"));
 }
 
-TEST_F(CameraSelection, ElementIsReadIntoAZeroedStructureOfItsOwn) {
+TEST_F(CameraSelection, DeviceElementIsReadIntoAZeroedStructure) {
   platform.SetPc({{{0, "A"}, {0, "B"}}, {}});
   EXPECT_THAT(camera->QueryFixedUsbDeviceIds(), ElementsAre("A", "B"));
   EXPECT_THAT(platform.Misuse(), IsEmpty());
 }
 
-TEST_F(CameraSelection, IdIsTakenAsItIsAlsoWhenItIsEmpty) {
+TEST_F(CameraSelection, EmptyInstanceIdIsReturned) {
   platform.SetPc({{{0, "A"}, {0, "B"}}, {}});
   platform.AnswersNth("CM_Get_Device_IDA", 1, SucceedsWithNull());
   EXPECT_THAT(camera->QueryFixedUsbDeviceIds(), ElementsAre("", "B"));
 }
 
-TEST_F(CameraSelection, CountThatBreaksOffLeavesNoCameraThatWasNotAccepted) {
+TEST_F(CameraSelection, ThrowingCountLeavesNoUnacceptedCamera) {
   platform.SetPc(
       {{{DN_REMOVABLE, kPlugInId}}, {PlugInCamera(), {"broken", std::wstring(1, wchar_t{0xD800}), {}}}});
   EXPECT_THROW(camera->CameraCount(), std::range_error);
@@ -343,7 +345,7 @@ TEST_F(CameraSelection, CountThatBreaksOffLeavesNoCameraThatWasNotAccepted) {
   EXPECT_FALSE(camera->BindDeviceFilter(0, &filter));
 }
 
-TEST_F(CameraSelection, DeviceWhosePathCannotBeReadIsAskedNothingElse) {
+TEST_F(CameraSelection, FailedInterfaceDetailSkipsTheDevice) {
   platform.SetPc({{{0, "A"}}, {}});
   platform.Answers("SetupDiGetDeviceInterfaceDetailW", Fails());
   EXPECT_THAT(camera->QueryFixedUsbDeviceIds(), IsEmpty());
@@ -355,18 +357,18 @@ TEST_F(CameraSelection, DeviceWhosePathCannotBeReadIsAskedNothingElse) {
                           "SetupDiDestroyDeviceInfoList()"));
 }
 
-TEST_F(CameraSelection, InterfaceThatCannotBeEnumeratedEndsTheWalk) {
+TEST_F(CameraSelection, FailedInterfaceEnumerationEndsTheSearch) {
   platform.SetPc({{{0, "A"}, {0, "B"}, {0, "C"}}, {}});
   platform.AnswersNth("SetupDiEnumDeviceInterfaces", 2, Fails());
   EXPECT_THAT(camera->QueryFixedUsbDeviceIds(), ElementsAre("A"));
 }
 
-TEST_F(CameraSelection, IdThatFillsItsBufferEndsWithTheBuffer) {
+TEST_F(CameraSelection, UnterminatedIdEndsAtTheBufferEnd) {
   platform.SetPc({{{0, std::string(300, 'A')}}, {}});
   EXPECT_THAT(camera->QueryFixedUsbDeviceIds(), ElementsAre(std::string(256, 'A')));
 }
 
-TEST_F(CameraSelection, BindingReportsItsOwnFailures) {
+TEST_F(CameraSelection, BindingFailuresAreLogged) {
   EXPECT_EQ(camera->CameraCount(), 1U);
   struct Failure {
     const char* operation;

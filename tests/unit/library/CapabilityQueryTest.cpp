@@ -1,4 +1,4 @@
-// The capability query: the records that the platform gets, and what it gets instead.
+// GetCapability and ReleaseCapability: records, failures and ownership.
 #include <cstdlib>
 #include <cstring>
 #include <utility>
@@ -7,6 +7,9 @@
 #include "support/CameraHandlerTest.h"
 
 namespace {
+
+using support::CameraHandlerTest;
+using support::ErrorLine;
 
 using CapabilityQuery = CameraHandlerTest;
 using scripted::Fails;
@@ -35,7 +38,7 @@ bool IsZero(const void* record, std::size_t begin, std::size_t end) {
   return true;
 }
 
-TEST_F(CapabilityQuery, BuiltInCameraIsOneRecordWithIdZero) {
+TEST_F(CapabilityQuery, ReturnsOneRecordWithIdZero) {
   EXPECT_EQ(Query(), 0);
   EXPECT_EQ(cameraNum, 1U);
   ASSERT_NE(capabilities, nullptr);
@@ -45,7 +48,7 @@ TEST_F(CapabilityQuery, BuiltInCameraIsOneRecordWithIdZero) {
   EXPECT_EQ(capabilities->abilities->abilityFlag, 1U);
 }
 
-TEST_F(CapabilityQuery, RecordsAreLaidOutByteByByte) {
+TEST_F(CapabilityQuery, RecordsHaveTheDocumentedLayout) {
   platform.SetPc(LaptopPc({Mjpg(1280, 720, 30), Yuy2(640, 480, 30), Yuy2(640, 480, 15)}));
   ASSERT_EQ(Query(), 0);
   const void* const record = capabilities;
@@ -71,7 +74,7 @@ TEST_F(CapabilityQuery, RecordsAreLaidOutByteByByte) {
   EXPECT_EQ(std::memcmp(resolutions, wantedSizes, sizeof(wantedSizes)), 0);
 }
 
-TEST_F(CapabilityQuery, CameraWithoutAnAcceptedTypeHasNullArraysAndIsNoFailure) {
+TEST_F(CapabilityQuery, CameraWithoutUsableTypeHasNullLists) {
   platform.SetPc(LaptopPc(std::vector<MediaType>{}));
   EXPECT_EQ(Query(), 0);
   const NUVEQCameraAbility& ability = *capabilities->abilities;
@@ -82,7 +85,7 @@ TEST_F(CapabilityQuery, CameraWithoutAnAcceptedTypeHasNullArraysAndIsNoFailure) 
   EXPECT_EQ(ability.abilityFlag, 1U);
 }
 
-TEST_F(CapabilityQuery, NoBuiltInCameraIsReportedAsActionSevenAndLeavesTheCountAlone) {
+TEST_F(CapabilityQuery, NoBuiltInCameraIsReportedAndKeepsTheCount) {
   platform.SetPc({{}, {PlugInCamera()}});
   cameraNum = 77;
   EXPECT_EQ(Query(), -1000);
@@ -96,7 +99,7 @@ TEST_F(CapabilityQuery, NoBuiltInCameraIsReportedAsActionSevenAndLeavesTheCountA
   EXPECT_THAT(platform.Journal(), Contains("action callback null 1 type 7 \"440\""));
 }
 
-TEST_F(CapabilityQuery, ActionIsReportedBetweenItsTwoLines) {
+TEST_F(CapabilityQuery, ActionIsReportedBetweenTwoLogLines) {
   platform.SetPc({{}, {PlugInCamera()}});
   EXPECT_EQ(Query(), -1000);
   const std::vector<std::string> journal = platform.Journal();
@@ -108,10 +111,10 @@ TEST_F(CapabilityQuery, ActionIsReportedBetweenItsTwoLines) {
                                "(CameraOperator::GetCameraCapabilityInner)"));
 }
 
-TEST_F(CapabilityQuery, FailingActionCallbackIsLoggedAndChangesNothing) {
+TEST_F(CapabilityQuery, ActionCallbackErrorIsOnlyLogged) {
   platform.SetPc({{}, {PlugInCamera()}});
   for (const int answer : {55, -55}) {
-    host.AnswerAction(answer);
+    host.SetActionResult(answer);
     EXPECT_EQ(Query(), -1000);
     EXPECT_THAT(LogLines(), Contains(ErrorLine(795, "[CameraOperator]fail to update service action, error: " +
                                                         std::to_string(answer) +
@@ -132,7 +135,7 @@ TEST_F(CapabilityQuery, NullArgumentsAreRefused) {
   EXPECT_THAT(platform.Calls(), ElementsAre("CoInitialize()"));
 }
 
-TEST_F(CapabilityQuery, CameraThatCannotBeReadStillGetsItsRecordWhichIsReleased) {
+TEST_F(CapabilityQuery, RecordOfUnreadableCameraIsBuiltAndReleased) {
   platform.Answers("IPin::QueryPinInfo", Fails());
   NUVEQCameraCapabilities* records = nullptr;
   EXPECT_EQ(handler.GetCapability(&records, &cameraNum), -1000);
@@ -156,7 +159,7 @@ void PrintTo(const AllocationFailure& failure, std::ostream* out) { *out << fail
 class CapabilityAllocation : public CameraHandlerTest,
                              public ::testing::WithParamInterface<AllocationFailure> {};
 
-TEST_P(CapabilityAllocation, FailureHasItsCodeAndReleasesTheRecords) {
+TEST_P(CapabilityAllocation, FailureReturnsItsCodeAndReleasesTheRecords) {
   platform.AnswersNth("AllocateHostBlock", GetParam().number, Fails());
   NUVEQCameraCapabilities* records = nullptr;
   EXPECT_EQ(handler.GetCapability(&records, &cameraNum), GetParam().result);
@@ -177,19 +180,19 @@ INSTANTIATE_TEST_SUITE_P(Each, CapabilityAllocation,
                                            AllocationFailure{"Sizes", 5, -3}),
                          [](const auto& tested) { return std::string(tested.param.block); });
 
-TEST_F(CapabilityQuery, FailureToAllocateTheRecordClearsTheCallersPointerAndReleasesNothing) {
+TEST_F(CapabilityQuery, FailedRecordAllocationClearsTheHostsPointer) {
   ASSERT_EQ(Query(), 0);
   NUVEQCameraCapabilities* records = capabilities;
   platform.AnswersNth("AllocateHostBlock", 1, Fails());
   EXPECT_EQ(handler.GetCapability(&records, &cameraNum), -3);
   EXPECT_EQ(records, nullptr);
-  // The records of the query before are still the caller's.
+  // The records of the earlier query still belong to the host.
   EXPECT_STREQ(capabilities->id, "0");
   ReleaseCapabilities();
   EXPECT_THAT(platform.Alive(), IsEmpty());
 }
 
-TEST_F(CapabilityQuery, LaterFailureReleasesTheNewRecordAndNotTheOneOfTheQueryBefore) {
+TEST_F(CapabilityQuery, FailureKeepsTheRecordsOfAnEarlierQuery) {
   for (const unsigned block : {2U, 3U, 4U, 5U}) {
     ASSERT_EQ(Query(), 0);
     NUVEQCameraCapabilities* records = capabilities;
@@ -201,7 +204,7 @@ TEST_F(CapabilityQuery, LaterFailureReleasesTheNewRecordAndNotTheOneOfTheQueryBe
   }
 }
 
-TEST_F(CapabilityQuery, FailureBeforeARecordLeavesTheCallersPointerAlone) {
+TEST_F(CapabilityQuery, FailureBeforeTheFirstRecordKeepsTheHostsPointer) {
   ASSERT_EQ(Query(), 0);
   NUVEQCameraCapabilities* records = capabilities;
   EXPECT_EQ(handler.GetCapability(&records, nullptr), -2);
@@ -212,14 +215,14 @@ TEST_F(CapabilityQuery, FailureBeforeARecordLeavesTheCallersPointerAlone) {
   EXPECT_STREQ(capabilities->id, "0");
 }
 
-TEST_F(CapabilityQuery, AllocationFailureAfterAFailedReadingDecidesTheResult) {
+TEST_F(CapabilityQuery, AllocationFailureOverridesReadFailure) {
   platform.Answers("IPin::QueryPinInfo", Fails());
   platform.AnswersNth("AllocateHostBlock", 1, Fails());
   NUVEQCameraCapabilities* records = nullptr;
   EXPECT_EQ(handler.GetCapability(&records, &cameraNum), -3);
 }
 
-TEST_F(CapabilityQuery, SizeInTwoSubtypesIsOpenedInTheBetterOne) {
+TEST_F(CapabilityQuery, SizeWithTwoSubtypesIsOpenedInTheFasterOne) {
   platform.SetPc(
       LaptopPc({Mjpg(640, 480, 30), Yuy2(640, 480, 30), Mjpg(1280, 720, 30), Yuy2(1280, 720, 15)}));
   QueryAndRelease();
@@ -232,14 +235,14 @@ TEST_F(CapabilityQuery, SizeInTwoSubtypesIsOpenedInTheBetterOne) {
   EXPECT_EQ(Close(), 1);
 }
 
-TEST_F(CapabilityQuery, QueryWhileTheCameraIsOpenLeavesItOpen) {
+TEST_F(CapabilityQuery, QueryKeepsTheCameraOpen) {
   QueryAndOpen();
   EXPECT_EQ(Query(), 0);
   DeliverAndReceive(1);
   EXPECT_EQ(Close(), 1);
 }
 
-TEST_F(CapabilityQuery, RecordsMayBeReleasedAfterMoreQueries) {
+TEST_F(CapabilityQuery, RecordsCanBeReleasedAfterLaterQueries) {
   EXPECT_EQ(Query(), 0);
   NUVEQCameraCapabilities* const first = capabilities;
   EXPECT_EQ(Query(), 0);
@@ -247,18 +250,18 @@ TEST_F(CapabilityQuery, RecordsMayBeReleasedAfterMoreQueries) {
   EXPECT_STREQ(capabilities->id, "0");
 }
 
-// A block that ReleaseCapability may free.
+// Allocates a block that ReleaseCapability may free.
 template <typename T>
 T* Block(scripted::Platform& platform, std::size_t count) {
   T* const block = static_cast<T*>(std::calloc(count, sizeof(T)));
-  platform.Born(block, "block of the test's", [] {});
+  platform.Track(block, "block of the test's", [] {});
   return block;
 }
 
-TEST_F(CapabilityQuery, EveryRecordOfAnArrayIsReleasedWithWhatItHas) {
+TEST_F(CapabilityQuery, ReleasesEveryRecordAndItsBlocks) {
   auto* const records = Block<NUVEQCameraCapabilities>(platform, 3);
   records[1].id = Block<char>(platform, 64);
-  records[1].abilityNum = 1;  // of none
+  records[1].abilityNum = 1;  // without abilities
   records[2].id = Block<char>(platform, 64);
   records[2].abilities = Block<NUVEQCameraAbility>(platform, 1);
   records[2].abilityNum = 1;
@@ -269,7 +272,7 @@ TEST_F(CapabilityQuery, EveryRecordOfAnArrayIsReleasedWithWhatItHas) {
   EXPECT_THAT(platform.Alive(), IsEmpty());
 }
 
-TEST_F(CapabilityQuery, NoMoreRecordsAreReleasedThanTheCountSays) {
+TEST_F(CapabilityQuery, ReleasesOnlyTheGivenNumberOfRecords) {
   auto* const records = Block<NUVEQCameraCapabilities>(platform, 2);
   records[0].id = Block<char>(platform, 64);
   char* const kept = Block<char>(platform, 64);
@@ -279,12 +282,12 @@ TEST_F(CapabilityQuery, NoMoreRecordsAreReleasedThanTheCountSays) {
   platform::FreeHostBlock(kept);
 }
 
-TEST_F(CapabilityQuery, RecordsPointAtNothingThatHasBeenReleased) {
+TEST_F(CapabilityQuery, ReleasedPointersAreCleared) {
   ASSERT_EQ(Query(), 0);
   NUVEQCameraCapabilities* const records = std::exchange(capabilities, nullptr);
   NUVEQCameraCapabilities lastRecord = *records;
   NUVEQCameraAbility lastAbility = *records->abilities;
-  // Before each block goes: the ability goes after what it has, the record last.
+  // Runs before each block is freed: lists first, then the ability, then the record.
   platform.Before("FreeHostBlock", [&] {
     lastRecord = *records;
     lastAbility = records->abilities != nullptr ? *records->abilities : lastAbility;

@@ -1,8 +1,9 @@
-// The table from which an open request chooses a format.
+// CameraCapabilityMgr, the table from which an open request chooses a format.
 #include "support/CameraOperatorTest.h"
 
 namespace {
 
+using support::PlatformTest;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
@@ -11,7 +12,7 @@ class CapabilityTable : public PlatformTest {
   CameraCapabilityMgr table;
 };
 
-TEST_F(CapabilityTable, SizeThatNoEntryHasIsUncompressed) {
+TEST_F(CapabilityTable, UnlistedSizeIsUncompressed) {
   table.Add(640, 480, 30, MEDIASUBTYPE_MJPG);
   EXPECT_EQ(table.GetFormat(320, 240), CameraFormatCode::kUncompressed);
   EXPECT_EQ(table.GetFormat(640, 481), CameraFormatCode::kUncompressed);
@@ -25,7 +26,7 @@ TEST_F(CapabilityTable, FormatCodesAreThreeAndFour) {
   EXPECT_EQ(static_cast<int>(CameraFormatCode::kMjpg), 4);
 }
 
-TEST_F(CapabilityTable, AtAnEqualRateUncompressedWinsInEitherOrder) {
+TEST_F(CapabilityTable, UncompressedWinsAtEqualRates) {
   table.Add(640, 480, 30, MEDIASUBTYPE_MJPG);
   table.Add(640, 480, 30, MEDIASUBTYPE_YUY2);
   EXPECT_TRUE(IsEqualGUID(table.GetSubType(640, 480), MEDIASUBTYPE_YUY2));
@@ -35,7 +36,7 @@ TEST_F(CapabilityTable, AtAnEqualRateUncompressedWinsInEitherOrder) {
   EXPECT_TRUE(IsEqualGUID(table.GetSubType(640, 480), MEDIASUBTYPE_YUY2));
 }
 
-TEST_F(CapabilityTable, HigherRateWinsWhateverItsFormat) {
+TEST_F(CapabilityTable, HigherRateWinsOverFormat) {
   table.Add(640, 480, 30, MEDIASUBTYPE_MJPG);
   table.Add(640, 480, 15, MEDIASUBTYPE_YUY2);
   EXPECT_TRUE(IsEqualGUID(table.GetSubType(640, 480), MEDIASUBTYPE_MJPG));
@@ -44,20 +45,20 @@ TEST_F(CapabilityTable, HigherRateWinsWhateverItsFormat) {
   EXPECT_EQ(table.GetFormat(640, 480), CameraFormatCode::kUncompressed);
 }
 
-TEST_F(CapabilityTable, RatesCompareUnsigned) {
+TEST_F(CapabilityTable, RatesAreComparedAsUnsigned) {
   table.Add(640, 480, 30, MEDIASUBTYPE_YUY2);
   table.Add(640, 480, 0xFFFFFFFF, MEDIASUBTYPE_MJPG);
   EXPECT_EQ(table.GetFormat(640, 480), CameraFormatCode::kMjpg);
 }
 
-TEST_F(CapabilityTable, EntryWithoutARateIsOnlyFoundWhenUncompressed) {
+TEST_F(CapabilityTable, EntryWithZeroRateIsFoundOnlyIfUncompressed) {
   table.Add(640, 480, 0, MEDIASUBTYPE_MJPG);
   EXPECT_EQ(table.FindCapability(640, 480), CapabilityEntry{});
   table.Add(640, 480, 0, MEDIASUBTYPE_YUY2);
   EXPECT_EQ(table.FindCapability(640, 480), (CapabilityEntry{640, 480, 0, CameraFormatCode::kUncompressed}));
 }
 
-TEST_F(CapabilityTable, DuplicateIsLoggedWithoutATagAndNotAdded) {
+TEST_F(CapabilityTable, DuplicateIsLoggedAndNotAdded) {
   table.Add(640, 480, 30, MEDIASUBTYPE_NV12);
   EXPECT_THAT(LogLines(), IsEmpty());
   // Both subtypes count as uncompressed.
@@ -78,7 +79,7 @@ TEST_F(CapabilityTable, EntriesThatDifferInOneFieldAreDistinct) {
   EXPECT_EQ(CameraCapabilityMgrTestAccess::Size(table), 5U);
 }
 
-TEST_F(CapabilityTable, EveryByteOfTheSubtypeDecidesWhetherItIsMjpg) {
+TEST_F(CapabilityTable, AllBytesOfTheSubtypeAreCompared) {
   GUID almost = MEDIASUBTYPE_MJPG;
   almost.Data4[7] ^= 1;
   table.Add(640, 480, 30, almost);

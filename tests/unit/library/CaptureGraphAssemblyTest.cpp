@@ -1,4 +1,4 @@
-// Building the capture graph. How each of its steps fails is in OpenFailureTest.cpp.
+// Assembly of the capture graph. OpenFailureTest.cpp tests the failure of each step.
 #include <algorithm>
 
 #include "support/CameraOperatorTest.h"
@@ -10,11 +10,13 @@ using scripted::kBuiltInDisplayName;
 using scripted::kBuiltInId;
 using scripted::SFalse;
 using scripted::Yuy2;
+using support::CameraOperatorTest;
+using support::ErrorLine;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::Not;
 
-class Graph : public CameraOperatorTest {
+class CaptureGraphAssembly : public CameraOperatorTest {
  protected:
   void SetUp() override {
     CameraOperatorTest::SetUp();
@@ -27,7 +29,7 @@ class Graph : public CameraOperatorTest {
   bool Open() { return camera->OpenCamera(0, 640, 480, 30, MEDIASUBTYPE_YUY2); }
 };
 
-TEST_F(Graph, IsTwoFiltersConnectedAndNotRun) {
+TEST_F(CaptureGraphAssembly, ConnectsTwoFiltersWithoutRunning) {
   ExpectLeft("current media type");
   EXPECT_TRUE(Open());
   EXPECT_TRUE(Access::IsOpened(*camera));
@@ -39,7 +41,7 @@ TEST_F(Graph, IsTwoFiltersConnectedAndNotRun) {
                                     "built-in.capture: 1", "grabber: 1", "grabber.in: 1", "grabber.out: 1"));
 }
 
-TEST_F(Graph, CameraThatHasGoneIsNoneAlsoWhenTheGraphTakesItsMissingFilter) {
+TEST_F(CaptureGraphAssembly, RemovedCameraFailsEvenIfAddFilterAcceptsNull) {
   platform.SetPc({{{0, kBuiltInId}}, {scripted::PlugInCamera()}});
   platform.Answers("IFilterGraph::AddFilter", scripted::SucceedsWithNull());
   EXPECT_FALSE(Open());
@@ -47,7 +49,7 @@ TEST_F(Graph, CameraThatHasGoneIsNoneAlsoWhenTheGraphTakesItsMissingFilter) {
             ErrorLine("[CameraOperator]AddDeviceFilter fail.(CameraOperator::OpenCamera)"));
 }
 
-TEST_F(Graph, CameraWithInputPinsOnlyHasNoPinToConnect) {
+TEST_F(CaptureGraphAssembly, CameraWithoutOutputPinFails) {
   SetPins({{"control", PINDIR_INPUT, {}}, {"crossbar", PINDIR_INPUT, {}}});
   EXPECT_FALSE(Open());
   EXPECT_THAT(LogLines(),
@@ -57,7 +59,7 @@ TEST_F(Graph, CameraWithInputPinsOnlyHasNoPinToConnect) {
   EXPECT_FALSE(Access::IsOpened(*camera));
 }
 
-TEST_F(Graph, FirstPinOfTheDirectionWins) {
+TEST_F(CaptureGraphAssembly, UsesTheFirstPinOfTheDirection) {
   SetPins({{"control", PINDIR_INPUT, {}},
            {"capture", PINDIR_OUTPUT, {Yuy2(640, 480, 30)}},
            {"still", PINDIR_OUTPUT, {Yuy2(640, 480, 30)}}});
@@ -66,7 +68,7 @@ TEST_F(Graph, FirstPinOfTheDirectionWins) {
   EXPECT_THAT(platform.Calls(), Contains("IGraphBuilder::Connect(built-in.capture, grabber.in)"));
 }
 
-TEST_F(Graph, EnumeratorThatHandsOutANullPinIsAskedAgain) {
+TEST_F(CaptureGraphAssembly, SkipsNullPins) {
   scripted::Pin null;
   null.isNull = true;
   SetPins({null, null, {"capture", PINDIR_OUTPUT, {Yuy2(640, 480, 30)}}});
@@ -74,7 +76,7 @@ TEST_F(Graph, EnumeratorThatHandsOutANullPinIsAskedAgain) {
   EXPECT_TRUE(Open());
 }
 
-TEST_F(Graph, PinThatDoesNotTellItsDirectionIsPassedOver) {
+TEST_F(CaptureGraphAssembly, SkipsPinWhoseDirectionCannotBeQueried) {
   SetPins({{"mute", PINDIR_OUTPUT, {}}, {"capture", PINDIR_OUTPUT, {Yuy2(640, 480, 30)}}});
   ExpectLeft("current media type");
   platform.AnswersNth("IPin::QueryDirection", 1, SFalse());
@@ -82,7 +84,7 @@ TEST_F(Graph, PinThatDoesNotTellItsDirectionIsPassedOver) {
   EXPECT_THAT(platform.Calls(), Contains("IGraphBuilder::Connect(built-in.capture, grabber.in)"));
 }
 
-TEST_F(Graph, PinThatSaysNothingOfItsDirectionIsNoOutput) {
+TEST_F(CaptureGraphAssembly, PinWithUnwrittenDirectionIsNotAnOutput) {
   SetPins({{"mute", PINDIR_OUTPUT, {}}, {"capture", PINDIR_OUTPUT, {Yuy2(640, 480, 30)}}});
   ExpectLeft("current media type");
   platform.AnswersNth("IPin::QueryDirection", 1, scripted::SucceedsWithNull());
@@ -90,10 +92,10 @@ TEST_F(Graph, PinThatSaysNothingOfItsDirectionIsNoOutput) {
   EXPECT_THAT(platform.Calls(), Contains("IGraphBuilder::Connect(built-in.capture, grabber.in)"));
 }
 
-TEST_F(Graph, PinThatDoesNotTellItsDirectionIsNotTakenForAnInput) {
+TEST_F(CaptureGraphAssembly, PinWithFailedDirectionIsNotAnInput) {
   SetPins({{"capture", PINDIR_OUTPUT, {Yuy2(640, 480, 30)}}});
   ExpectLeft("current media type");
-  // The grabber's input pin is asked second.
+  // The second query is for the grabber's input pin.
   platform.AnswersNth("IPin::QueryDirection", 2, Fails());
   EXPECT_FALSE(Open());
   EXPECT_THAT(LogLines().back(),
@@ -101,7 +103,7 @@ TEST_F(Graph, PinThatDoesNotTellItsDirectionIsNotTakenForAnInput) {
   EXPECT_THAT(platform.Calls(), Not(Contains(::testing::StartsWith("IGraphBuilder::Connect"))));
 }
 
-TEST_F(Graph, FailedConnectionLeavesItBuiltUnconnectedAndNotOpen) {
+TEST_F(CaptureGraphAssembly, FailedConnectionLeavesTheCameraNotOpen) {
   ExpectLeft("current media type");
   platform.Answers("IGraphBuilder::Connect", Fails(VFW_E_CANNOT_CONNECT));
   EXPECT_FALSE(Open());
@@ -114,7 +116,7 @@ TEST_F(Graph, FailedConnectionLeavesItBuiltUnconnectedAndNotOpen) {
   EXPECT_THAT(platform.Alive(), Contains("graph: 2"));
 }
 
-TEST_F(Graph, SecondOneOverwritesTheInterfacesOfTheFirstWithoutReleasingThem) {
+TEST_F(CaptureGraphAssembly, SecondGraphOverwritesInterfacesWithoutReleasingThem) {
   ExpectLeft("current media type", 2);
   EXPECT_TRUE(Open());
   EXPECT_TRUE(Open());
@@ -122,7 +124,7 @@ TEST_F(Graph, SecondOneOverwritesTheInterfacesOfTheFirstWithoutReleasingThem) {
   EXPECT_EQ(platform.CallCount("PinModule"), 1U);
   camera->StopCapture();
   camera->UnpinModuleAfterClose();
-  // The first graph is left behind with both references and all that it holds.
+  // The first graph is leaked with both references and its filters.
   EXPECT_THAT(platform.Alive(), ::testing::UnorderedElementsAre(
                                     "current media type", "current media type", "graph: 2", "built-in: 1",
                                     "built-in.capture: 1", "grabber: 1", "grabber.in: 1", "grabber.out: 1"));
@@ -130,7 +132,7 @@ TEST_F(Graph, SecondOneOverwritesTheInterfacesOfTheFirstWithoutReleasingThem) {
   platform.DisposeOf("graph: 1");
 }
 
-TEST_F(Graph, WhatAPointerHeldBeforeIsNotTakenForWhatCouldNotBeMade) {
+TEST_F(CaptureGraphAssembly, StaleOutputPointerIsNotUsedAfterAFailure) {
   ComPtr<IGraphBuilder> graph;
   ASSERT_TRUE(camera->InitCameraBasicInfo(graph.Put()));
   ComPtr<IBaseFilter> grabber;
@@ -146,7 +148,7 @@ TEST_F(Graph, WhatAPointerHeldBeforeIsNotTakenForWhatCouldNotBeMade) {
   }
 }
 
-TEST_F(Graph, FailedOneKeepsTheOpenFlagOfTheOneBefore) {
+TEST_F(CaptureGraphAssembly, FailedGraphKeepsTheOpenFlag) {
   ExpectLeft("current media type");
   EXPECT_TRUE(Open());
   platform.AnswersNth("CoCreateInstance", 1, Fails());
@@ -154,10 +156,10 @@ TEST_F(Graph, FailedOneKeepsTheOpenFlagOfTheOneBefore) {
   EXPECT_TRUE(Access::IsOpened(*camera));
 }
 
-TEST_F(Graph, OpenFlagWithoutAControlInterfaceStopsNothing) {
+TEST_F(CaptureGraphAssembly, OpenFlagWithoutControlInterfaceSkipsTheStop) {
   ExpectLeft("current media type");
   EXPECT_TRUE(Open());
-  // The second graph has no control interface, and the first one's is overwritten by that.
+  // The second graph has no control interface, which overwrites that of the first.
   platform.AnswersNth("IUnknown::QueryInterface", 1, Fails(E_NOINTERFACE));
   EXPECT_FALSE(Open());
   EXPECT_TRUE(Access::IsOpened(*camera));
@@ -168,7 +170,7 @@ TEST_F(Graph, OpenFlagWithoutAControlInterfaceStopsNothing) {
   platform.DisposeOf("graph: 1");
 }
 
-TEST_F(Graph, WhatBuildingItTookIsReleasedInReverseOrder) {
+TEST_F(CaptureGraphAssembly, ReleasesTemporariesInReverseOrder) {
   ExpectLeft("current media type");
   EXPECT_TRUE(Open());
   const std::vector<std::string> journal = platform.JournalWithReferences();

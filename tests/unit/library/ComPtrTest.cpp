@@ -1,11 +1,11 @@
-// The owner of one reference.
+// Tests of ComPtr.
 #include "com/ComPtr.h"
 
 #include <gtest/gtest.h>
 
 namespace {
 
-// What an interface has that its owners use.
+// An interface that counts references.
 struct CountedInterface {
   void AddRef() { ++references; }
   void Release() { --references; }
@@ -14,13 +14,13 @@ struct CountedInterface {
 
 using Owner = ComPtr<CountedInterface>;
 
-class OwnedReference : public ::testing::Test {
+class OwningPointer : public ::testing::Test {
  protected:
   CountedInterface first;
   CountedInterface second;
 };
 
-TEST_F(OwnedReference, IsTakenBySharingAndReleasedAtTheEnd) {
+TEST_F(OwningPointer, AddsAReferenceWhenSharedAndReleasesItAtTheEnd) {
   {
     const Owner owner(&first);
     EXPECT_EQ(owner.Get(), &first);
@@ -29,17 +29,17 @@ TEST_F(OwnedReference, IsTakenBySharingAndReleasedAtTheEnd) {
   EXPECT_EQ(first.references, 0);
 }
 
-TEST_F(OwnedReference, OfNothingIsNone) {
+TEST_F(OwningPointer, OfNullHoldsNothing) {
   Owner nothing(nullptr);
   EXPECT_FALSE(nothing);
   nothing.Reset();
   EXPECT_EQ(nothing.Detach(), nullptr);
 }
 
-TEST_F(OwnedReference, IsTakenAgainByACopy) {
+TEST_F(OwningPointer, AddsAReferenceWhenCopied) {
   const Owner owner(&first);
   {
-    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): the copy is what this is about
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): under test
     const Owner copy(owner);
     EXPECT_EQ(copy.Get(), &first);
     EXPECT_EQ(first.references, 2);
@@ -47,15 +47,15 @@ TEST_F(OwnedReference, IsTakenAgainByACopy) {
   EXPECT_EQ(first.references, 1);
 }
 
-TEST_F(OwnedReference, GoesOverToWhoeverItIsMovedTo) {
+TEST_F(OwningPointer, TransfersTheReferenceWhenMoved) {
   Owner owner(&first);
   const Owner moved(std::move(owner));
-  EXPECT_FALSE(owner);  // NOLINT(bugprone-use-after-move): it is empty, and may be used again
+  EXPECT_FALSE(owner);  // NOLINT(bugprone-use-after-move): under test
   EXPECT_EQ(moved.Get(), &first);
   EXPECT_EQ(first.references, 1);
 }
 
-TEST_F(OwnedReference, IsReplacedByAssignment) {
+TEST_F(OwningPointer, ReplacesTheReferenceWhenAssigned) {
   const Owner owner(&first);
   Owner other(&second);
   other = owner;
@@ -67,7 +67,7 @@ TEST_F(OwnedReference, IsReplacedByAssignment) {
   EXPECT_EQ(first.references, 1);
 }
 
-TEST_F(OwnedReference, IsReleasedOnceByAReset) {
+TEST_F(OwningPointer, ReleasesOnceWhenReset) {
   Owner owner(&first);
   owner.Reset();
   EXPECT_FALSE(owner);
@@ -76,7 +76,7 @@ TEST_F(OwnedReference, IsReleasedOnceByAReset) {
   EXPECT_EQ(first.references, 0);
 }
 
-TEST_F(OwnedReference, IsReleasedBeforeAnotherIsPutInItsPlace) {
+TEST_F(OwningPointer, ReleasesBeforePut) {
   Owner owner(&first);
   CountedInterface** const place = owner.Put();
   EXPECT_EQ(first.references, 0);
@@ -85,7 +85,7 @@ TEST_F(OwnedReference, IsReleasedBeforeAnotherIsPutInItsPlace) {
   EXPECT_EQ(owner.Get(), &second);
 }
 
-TEST_F(OwnedReference, IsTheCallersOnceItIsDetached) {
+TEST_F(OwningPointer, KeepsTheReferenceWhenDetached) {
   Owner owner(&first);
   EXPECT_EQ(owner.Detach(), &first);
   EXPECT_FALSE(owner);

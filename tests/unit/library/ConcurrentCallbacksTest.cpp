@@ -1,4 +1,4 @@
-// A graph that calls from several threads at once, while it is being stopped, and after that.
+// A graph that calls back on several threads, while it is being stopped, and afterwards.
 #include <array>
 #include <atomic>
 #include <cstring>
@@ -8,6 +8,13 @@
 #include "support/CameraHandlerTest.h"
 
 namespace {
+
+using support::CameraHandlerTest;
+using support::Frame;
+using support::Gate;
+using support::kFrameSize;
+using support::Packet;
+using support::WaitFor;
 
 constexpr std::size_t kCallers = 4;
 constexpr std::uint32_t kTinySide = 16;
@@ -31,7 +38,7 @@ Origin OriginOf(const Packet& packet) {
   return origin;
 }
 
-// Runs one piece of work on several threads at once.
+// Runs a function on several threads.
 class Callers {
  public:
   explicit Callers(const std::function<void(std::size_t caller)>& work) {
@@ -55,7 +62,7 @@ class Callers {
   std::array<std::thread, kCallers> m_threads;
 };
 
-class UnrulyGraph : public CameraHandlerTest {
+class ConcurrentCallbacks : public CameraHandlerTest {
  protected:
   void SetUp() override {
     CameraHandlerTest::SetUp();
@@ -65,8 +72,8 @@ class UnrulyGraph : public CameraHandlerTest {
     platform.SetRecording(false);
     host.KeepPackets(false);
   }
-  // Expects of the packets that follow that each caller's frames come in their order, without gaps: what is
-  // lost at the end of a session is lost from its end.
+  // Expects that the frames of each thread arrive in order and without gaps. Only the last frames of a
+  // session may be lost.
   void ExpectOrder() {
     m_next = {};
     host.InData([this](const Packet& packet) {
@@ -95,7 +102,7 @@ class UnrulyGraph : public CameraHandlerTest {
   std::atomic<bool> m_closed = true;
 };
 
-TEST_F(UnrulyGraph, FramesFromSeveralThreadsArriveOnceEachInTheOrderOfTheirThread) {
+TEST_F(ConcurrentCallbacks, FramesOfEachThreadArriveOnceAndInOrder) {
   constexpr std::uint32_t kFrames = 2000;
   ExpectOrder();
   ASSERT_EQ(OpenTiny(), 0);
@@ -112,7 +119,7 @@ TEST_F(UnrulyGraph, FramesFromSeveralThreadsArriveOnceEachInTheOrderOfTheirThrea
   EXPECT_THAT(m_next, ::testing::Each(kFrames));
 }
 
-TEST_F(UnrulyGraph, ClosesWhileSeveralThreadsDeliverAndNothingArrivesAfterwards) {
+TEST_F(ConcurrentCallbacks, NoPacketArrivesAfterClose) {
   for (std::uint64_t round = 0; round < 100; ++round) {
     ExpectOrder();
     const std::uint64_t before = host.PacketCount();
@@ -127,7 +134,7 @@ TEST_F(UnrulyGraph, ClosesWhileSeveralThreadsDeliverAndNothingArrivesAfterwards)
     ASSERT_EQ(CloseTiny(), 1);
     callers.Join();
     const std::uint64_t arrived = host.PacketCount() - before;
-    // The rest was in the pool.
+    // The remaining frames were in the pool.
     EXPECT_LE(arrived, delivered);
     EXPECT_LE(delivered - arrived, 5U);
   }
@@ -135,14 +142,14 @@ TEST_F(UnrulyGraph, ClosesWhileSeveralThreadsDeliverAndNothingArrivesAfterwards)
   EXPECT_EQ(m_late, 0);
 }
 
-TEST_F(UnrulyGraph, CallbackAfterTheCloseReturnsAtOnceAndTheNextSessionHasAllItsBuffers) {
+TEST_F(ConcurrentCallbacks, CallbackAfterCloseReturnsAndUsesNoBuffer) {
   ExpectOrder();
   ASSERT_EQ(OpenTiny(), 0);
   ISampleGrabberCB* const callback = platform.GrabberCallback();
   ASSERT_NE(callback, nullptr);
   ASSERT_EQ(CloseTiny(), 1);
   std::vector<std::uint8_t> frame = FrameFrom(0, 0);
-  // More than the pool would have taken.
+  // More frames than buffers in the pool.
   for (int i = 0; i < 10; ++i) {
     for (const LONG length : {static_cast<LONG>(kTinySize), LONG{1}, LONG{0}, LONG{-1},
                               static_cast<LONG>(kTinySize) + 1, std::numeric_limits<LONG>::max()}) {
@@ -165,11 +172,11 @@ TEST_F(UnrulyGraph, CallbackAfterTheCloseReturnsAtOnceAndTheNextSessionHasAllIts
   EXPECT_EQ(m_outOfOrder, 0);
 }
 
-TEST_F(UnrulyGraph, FrameThatComesWhileThePoolIsFreedIsTurnedAway) {
+TEST_F(ConcurrentCallbacks, FrameDuringPoolTeardownIsRejected) {
   ASSERT_EQ(OpenTiny(), 0);
   ISampleGrabberCB* const callback = platform.GrabberCallback();
   std::vector<std::uint8_t> frame = FrameFrom(0, 0);
-  // In the middle of it, with the pool's locks taken: whoever asks for a buffer there waits for good.
+  // During the teardown, with the pool's locks held: a frame that requests a buffer would deadlock.
   unsigned calls = 0;
   platform.Before("VideoFrame::ReleaseBuffer", [&] {
     EXPECT_EQ(callback->BufferCB(0.0, frame.data(), static_cast<LONG>(frame.size())), S_OK);
@@ -180,9 +187,9 @@ TEST_F(UnrulyGraph, FrameThatComesWhileThePoolIsFreedIsTurnedAway) {
   EXPECT_EQ(host.PacketCount(), 0U);
 }
 
-// The threads hold still for nothing: they call before the graph runs, while it stops, and when it is gone.
-// Frames are large, so that there is time for them to go while they are being filled.
-TEST_F(UnrulyGraph, CallsThatOutliveTheStopTouchNothingThatIsGone) {
+// The threads call before the graph runs, while it stops and after it has been released. Large frames make a
+// teardown during a copy likely.
+TEST_F(ConcurrentCallbacks, CallbacksAfterStopUseNoFreedMemory) {
   platform.SetPc(scripted::LaptopPc());
   QueryAndRelease();
   platform.SetRecording(false);
@@ -209,9 +216,9 @@ TEST_F(UnrulyGraph, CallsThatOutliveTheStopTouchNothingThatIsGone) {
     EXPECT_TRUE(host.WaitForPackets(before + round % 8));
     EXPECT_EQ(Close(), 1);
     m_closed = true;
-    // Calls go on, and return, while nothing is open.
+    // Calls also return while the camera is closed.
     const std::uint64_t sofar = calls;
-    EXPECT_TRUE(WaitUntil([&] { return calls >= sofar + 2 * kCallers; }));
+    EXPECT_TRUE(WaitFor([&] { return calls >= sofar + 2 * kCallers; }));
   }
   done = true;
   callers.Join();

@@ -1,5 +1,4 @@
-// The library as it is built for a host without a logger of its own, in a process that has configured
-// nothing.
+// The default logger and allocation, in a process that has not configured log4cplus.
 #include <log4cplus/appender.h>
 #include <log4cplus/logger.h>
 #include <log4cplus/spi/loggingevent.h>
@@ -13,7 +12,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-// Keeps the names of the loggers and the lines that reach it.
+// Stores the logger names and messages of the events that it receives.
 class KeepingAppender : public log4cplus::Appender {
  public:
   ~KeepingAppender() override { destructorImpl(); }
@@ -27,7 +26,7 @@ class KeepingAppender : public log4cplus::Appender {
   }
 };
 
-TEST_F(Defaults, HostWithoutLoggingConfigurationGetsNoOutputAndNoWarning) {
+TEST_F(Defaults, UnconfiguredLoggingPrintsNothing) {
   testing::internal::CaptureStderr();
   testing::internal::CaptureStdout();
   EXPECT_EQ(handler.CloseCameraDevice("0", 1), 0);
@@ -36,7 +35,7 @@ TEST_F(Defaults, HostWithoutLoggingConfigurationGetsNoOutputAndNoWarning) {
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
 }
 
-TEST_F(Defaults, LinesGoToTheLoggerThatTheHostConfiguresByName) {
+TEST_F(Defaults, MessagesGoToTheNamedLogger) {
   auto* const appender = new KeepingAppender;
   const log4cplus::SharedAppenderPtr owner(appender);
   log4cplus::Logger logger = log4cplus::Logger::getInstance(L"nuveq.camera");
@@ -48,7 +47,7 @@ TEST_F(Defaults, LinesGoToTheLoggerThatTheHostConfiguresByName) {
       ElementsAre(L"nuveq.camera [CameraOperator]CloseCameraInner.(CameraOperator::CloseCameraInner)"));
 }
 
-TEST_F(Defaults, LinesReachTheRootLoggersAppenders) {
+TEST_F(Defaults, MessagesReachAppendersOfTheRootLogger) {
   auto* const appender = new KeepingAppender;
   const log4cplus::SharedAppenderPtr owner(appender);
   log4cplus::Logger::getRoot().addAppender(owner);
@@ -57,7 +56,7 @@ TEST_F(Defaults, LinesReachTheRootLoggersAppenders) {
   EXPECT_EQ(appender->lines.size(), 1U);
 }
 
-TEST_F(Defaults, LevelThatTheHostSetsHolds) {
+TEST_F(Defaults, LogLevelOfTheHostIsRespected) {
   auto* const appender = new KeepingAppender;
   const log4cplus::SharedAppenderPtr owner(appender);
   log4cplus::Logger logger = log4cplus::Logger::getInstance(L"nuveq.camera");
@@ -69,12 +68,12 @@ TEST_F(Defaults, LevelThatTheHostSetsHolds) {
   EXPECT_THAT(appender->lines, IsEmpty());
 }
 
-TEST_F(Defaults, RecordsComeFromTheRuntimesHeap) {
+TEST_F(Defaults, RecordsCanBeFreedWithFree) {
   NUVEQCameraCapabilities* records = nullptr;
   std::uint32_t count = 0;
   ASSERT_EQ(handler.GetCapability(&records, &count), 0);
   EXPECT_EQ(platform.CallCount("AllocateHostBlock"), 0U);
-  // A platform may take the records apart by itself.
+  // A host may free the records itself.
   std::free(records->id);
   std::free(records->abilities->fpsRanges);
   std::free(records->abilities->resolutions);

@@ -1,20 +1,20 @@
-// The fixture of tests with the built-in logger, allocation, module and thread.
+// Fixture for tests with the default logger, allocation, module and thread functions.
 #pragma once
 
 #include "support/LoadedLibrary.h"
 #include "support/PlatformTest.h"
 
-class Defaults : public PlatformTest {
+class Defaults : public support::PlatformTest {
  protected:
   void SetUp() override {
-    PlatformTest::SetUp();
+    support::PlatformTest::SetUp();
     ASSERT_EQ(library.Error(), "");
     ASSERT_EQ(library.GetCameraHandler(&handler), 0);
   }
 
   void TearDown() override {
     library.Unload();
-    PlatformTest::TearDown();
+    support::PlatformTest::TearDown();
   }
 
   void QueryAndOpen() {
@@ -23,11 +23,11 @@ class Defaults : public PlatformTest {
     ASSERT_EQ(handler.GetCapability(&records, &count), 0);
     handler.ReleaseCapability(0, records, count);
     const NUVEQCameraParam param{"0", 1, 640, 480, 30};
-    // An open asks for the camera's current format and never gives the structure back.
+    // Each open gets the camera's current format and does not free the structure.
     ExpectLeft("current media type");
     ASSERT_EQ(handler.OpenCameraDevice(&param), 0);
   }
 
-  LoadedLibrary library{NUVEQ_LIBRARY_FILE};
+  support::LoadedLibrary library{NUVEQ_LIBRARY_FILE};
   NUVEQCameraHandler handler{};
 };

@@ -1,17 +1,18 @@
-// Unloading with the camera open, when the system lets the library stop and join its thread meanwhile, and as
-// the way out of an open that not even a close can undo.
+// Unloading on Linux: while the camera is open, and to recover from an open that a close cannot undo.
 #include "DefaultsTest.h"
 
 namespace {
 
-TEST_F(Defaults, ModuleIsNotHeldAndUnloadsWhileTheCameraIsOpen) {
+using support::LoadedLibrary;
+
+TEST_F(Defaults, ModuleUnloadsWhileTheCameraIsOpen) {
   QueryAndOpen();
   library.Unload();
   EXPECT_FALSE(library.IsMapped());
   EXPECT_THAT(platform.Alive(), ::testing::ElementsAre("current media type"));
 }
 
-TEST_F(Defaults, LibraryLoadedAnewOpensAfterAnOpenThatCouldNotMakeAGraph) {
+TEST_F(Defaults, ReloadRecoversFromFailedGraphCreation) {
   const NUVEQCameraParam param{"0", 1, 640, 480, 30};
   platform.AnswersNth("CoCreateInstance", 1, scripted::Fails());
   ASSERT_EQ(handler.OpenCameraDevice(&param), NUVEQ_CAMERA_GRAPH_FAILED);

@@ -1,5 +1,5 @@
-// Unloading with the camera open: the system cannot let the library join its thread meanwhile, so the unload
-// waits until the camera is closed. The end of the process does not wait.
+// Unloading on Windows: a thread cannot be joined during an unload, so an unload takes effect when the camera
+// is closed. The end of the process does not wait.
 #include <windows.h>
 
 #include <atomic>
@@ -13,9 +13,16 @@
 
 namespace {
 
+using support::Frame;
+using support::Gate;
+using support::HostCallbacks;
+using support::kFrameSize;
+using support::LoadedLibrary;
+using support::Packet;
+using support::WaitFor;
 using ::testing::ElementsAre;
 
-// Holds the loader lock, as the system does around every DllMain.
+// Holds the loader lock, as the system does during every DllMain.
 class LoaderLock {
  public:
   LoaderLock() {
@@ -51,7 +58,7 @@ class PinnedModule : public Defaults {
 
   void TearDown() override {
     if (HasFailure() && library.IsMapped()) {
-      // What a failed test has left open would stay for the rest of the process.
+      // A camera that a failed test has left open would keep the module loaded.
       handler.CloseCameraDevice("0", 1);
     }
     Defaults::TearDown();
@@ -62,9 +69,9 @@ class PinnedModule : public Defaults {
 
   int Close() const { return handler.CloseCameraDevice("0", 1); }
 
-  // The pin is dropped on a thread of its own.
+  // A separate thread releases the pin.
   bool IsUnloadedInTheEnd() const {
-    return WaitUntil([&] { return !library.IsMapped(); });
+    return WaitFor([&] { return !library.IsMapped(); });
   }
 
   void DeliverAndReceive(std::uint8_t value) {
@@ -77,7 +84,7 @@ class PinnedModule : public Defaults {
   HostCallbacks& host = HostCallbacks::Get();
 };
 
-TEST_F(PinnedModule, UnloadWhileTheCameraIsOpenTakesEffectWhenItIsClosed) {
+TEST_F(PinnedModule, UnloadWhileOpenTakesEffectAtClose) {
   QueryAndOpen();
   DeliverAndReceive(1);
   library.Unload();
@@ -89,7 +96,7 @@ TEST_F(PinnedModule, UnloadWhileTheCameraIsOpenTakesEffectWhenItIsClosed) {
   EXPECT_THAT(platform.Alive(), ElementsAre("current media type"));
 }
 
-TEST_F(PinnedModule, LibraryWithTheCameraClosedUnloadsAtOnce) {
+TEST_F(PinnedModule, UnloadAfterCloseIsImmediate) {
   QueryAndOpen();
   DeliverAndReceive(1);
   EXPECT_EQ(Close(), 1);
@@ -98,13 +105,13 @@ TEST_F(PinnedModule, LibraryWithTheCameraClosedUnloadsAtOnce) {
   EXPECT_FALSE(library.IsMapped());
 }
 
-TEST_F(PinnedModule, LibraryThatNeverOpenedUnloadsAtOnce) {
+TEST_F(PinnedModule, UnloadWithoutOpenIsImmediate) {
   EXPECT_EQ(Close(), 0);
   library.Unload();
   EXPECT_FALSE(library.IsMapped());
 }
 
-TEST_F(PinnedModule, LibraryThatIsLoadedAgainWhilePinnedIsTheSameOneAndUnloadsOnceItIsClosed) {
+TEST_F(PinnedModule, ReloadWhilePinnedReturnsTheSameModule) {
   QueryAndOpen();
   library.Unload();
   LoadedLibrary again(NUVEQ_LIBRARY_FILE);
@@ -115,13 +122,13 @@ TEST_F(PinnedModule, LibraryThatIsLoadedAgainWhilePinnedIsTheSameOneAndUnloadsOn
   EXPECT_EQ(sameHandler.OpenCameraDevice(&param), -4);
   DeliverAndReceive(1);
   EXPECT_EQ(sameHandler.CloseCameraDevice("0", 1), 1);
-  // The host's own reference counts.
+  // The host's reference keeps the module loaded.
   EXPECT_TRUE(again.IsMapped());
   again.Unload();
   EXPECT_FALSE(again.IsMapped());
 }
 
-TEST_F(PinnedModule, PinIsOnePerOpenAndDroppedByEveryClose) {
+TEST_F(PinnedModule, EveryCloseReleasesThePinOfItsOpen) {
   constexpr int kRounds = 50;
   for (int round = 0; round < kRounds; ++round) {
     ASSERT_NO_FATAL_FAILURE(QueryAndOpen());
@@ -131,7 +138,7 @@ TEST_F(PinnedModule, PinIsOnePerOpenAndDroppedByEveryClose) {
   EXPECT_FALSE(library.IsMapped());
 }
 
-TEST_F(PinnedModule, UnloadsAndLoadsAgainWithFramesFlowing) {
+TEST_F(PinnedModule, UnloadsAndReloadsWhileStreaming) {
   platform.SetStreaming({true, [](std::uint64_t) { return Frame(kFrameSize, 1); }});
   platform.SetRecording(false);
   host.KeepPackets(false);
@@ -149,19 +156,19 @@ TEST_F(PinnedModule, UnloadsAndLoadsAgainWithFramesFlowing) {
   }
 }
 
-TEST_F(PinnedModule, UnloadsAfterEveryBufferWasLost) {
+TEST_F(PinnedModule, UnloadsAfterAllBuffersWereLost) {
   platform.SetStreaming({true, [](std::uint64_t) { return Frame(kFrameSize + 1, 1); }});
   QueryAndOpen();
-  ASSERT_TRUE(WaitUntil([&] { return platform.DeliveredFrames() == 5; }));
+  ASSERT_TRUE(WaitFor([&] { return platform.DeliveredFrames() == 5; }));
   library.Unload();
   EXPECT_TRUE(library.IsMapped());
   EXPECT_EQ(Close(), 1);
   EXPECT_TRUE(IsUnloadedInTheEnd());
 }
 
-// --- The pin is the last reference, and the closing thread still has to leave the library ---
+// --- The pin is the last reference while the closing thread is still in the library ---
 
-TEST_F(PinnedModule, ClosingThreadsLeaveBeforeTheLibraryIsUnmapped) {
+TEST_F(PinnedModule, ClosingThreadLeavesBeforeTheLibraryIsUnmapped) {
   platform.SetRecording(false);
   host.KeepPackets(false);
   library.Unload();
@@ -171,7 +178,7 @@ TEST_F(PinnedModule, ClosingThreadsLeaveBeforeTheLibraryIsUnmapped) {
     ASSERT_EQ(loaded.GetCameraHandler(&handler), 0);
     ASSERT_NO_FATAL_FAILURE(QueryAndOpen());
     loaded.Unload();
-    // One that goes on, or one that ends.
+    // The closing thread continues, or ends.
     if (round % 2 == 0) {
       ASSERT_EQ(Close(), 1);
     } else {
@@ -181,8 +188,8 @@ TEST_F(PinnedModule, ClosingThreadsLeaveBeforeTheLibraryIsUnmapped) {
   }
 }
 
-// The host's other thread unloads the library while the close is still returning.
-TEST_F(PinnedModule, ClosingThreadLeavesBeforeAnotherThreadsUnloadUnmapsTheLibrary) {
+// Another thread of the host unloads the library while the close is returning.
+TEST_F(PinnedModule, ClosingThreadLeavesBeforeUnloadByAnotherThread) {
   platform.SetRecording(false);
   host.KeepPackets(false);
   library.Unload();
@@ -210,7 +217,7 @@ TEST_F(PinnedModule, ClosingThreadLeavesBeforeAnotherThreadsUnloadUnmapsTheLibra
   }
 }
 
-TEST_F(PinnedModule, ThreadOfLowestPriorityLeavesToo) {
+TEST_F(PinnedModule, ClosingThreadOfLowestPriorityLeaves) {
   library.Unload();
   for (int round = 0; round < 3; ++round) {
     LoadedLibrary loaded(NUVEQ_LIBRARY_FILE);
@@ -225,8 +232,8 @@ TEST_F(PinnedModule, ThreadOfLowestPriorityLeavesToo) {
   }
 }
 
-// The open is still in the library when the close inside its report returns.
-TEST_F(PinnedModule, CloseInsideTheReportOfAnOpenWaitsForTheOpenToLeave) {
+// When the nested close returns, the open is still in the library.
+TEST_F(PinnedModule, CloseInsideTheReportOfAnOpenWaitsUntilTheOpenHasLeft) {
   const NUVEQServiceListener listener{&HostCallbacks::OnStatus, nullptr};
   ASSERT_EQ(handler.RegisterServiceListener(&listener), 0);
   ExpectLeft("current media type");
@@ -246,7 +253,7 @@ TEST_F(PinnedModule, CloseInsideTheReportOfAnOpenWaitsForTheOpenToLeave) {
   EXPECT_TRUE(IsUnloadedInTheEnd());
 }
 
-TEST_F(PinnedModule, CloseThatAnExceptionPassesThroughLeavesBeforeTheLibraryIsUnmapped) {
+TEST_F(PinnedModule, ThrowingCloseLeavesBeforeTheLibraryIsUnmapped) {
   const NUVEQServiceListener listener{&HostCallbacks::OnStatus, nullptr};
   ASSERT_EQ(handler.RegisterServiceListener(&listener), 0);
   QueryAndOpen();
@@ -258,7 +265,7 @@ TEST_F(PinnedModule, CloseThatAnExceptionPassesThroughLeavesBeforeTheLibraryIsUn
 
 // --- The loader lock ---
 
-TEST_F(PinnedModule, CloseOfAnOpenWithoutAnEncoderThreadDoesNotNeedTheLoaderLock) {
+TEST_F(PinnedModule, CloseWithoutEncoderThreadDoesNotNeedTheLoaderLock) {
   NUVEQCameraCapabilities* records = nullptr;
   std::uint32_t count = 0;
   ASSERT_EQ(handler.GetCapability(&records, &count), 0);
@@ -276,19 +283,19 @@ TEST_F(PinnedModule, CloseOfAnOpenWithoutAnEncoderThreadDoesNotNeedTheLoaderLock
 
 // --- The end of the process ---
 
-class PinnedAtTheEnd : public PinnedModule {
+class PinnedModuleAtExit : public PinnedModule {
  protected:
   static constexpr int kLeftAlone = 3;
   static constexpr int kTornDown = 4;
   static constexpr int kNeverOpened = 5;
 
-  // The code is kTornDown if the library makes any call of its teardown on the way.
+  // Exits with kTornDown if the library calls any function of its teardown.
   void OpenAndExit(bool unload) {
     platform.SetStreaming({true, [](std::uint64_t) {
                              std::this_thread::sleep_for(std::chrono::milliseconds(1));
                              return Frame(kFrameSize, 1);
                            }});
-    // The program's objects go while packets still arrive, so the callback uses none.
+    // Static objects are destroyed while packets still arrive, so the callback uses none.
     static std::atomic<unsigned> packets;
     handler.RegisterSendDataCallback(
         nullptr, 0,
@@ -297,10 +304,10 @@ class PinnedAtTheEnd : public PinnedModule {
           return 0;
         });
     QueryAndOpen();
-    // The thread library takes a lock of the whole process when a condition is waited on for the first time.
-    // A thread that ends in there leaves it locked, and no process can then end: that is long past.
+    // winpthreads takes a process-wide lock at the first wait on a condition variable. A thread that is
+    // killed there would leave it locked; the wait for packets ensures that this has passed.
     constexpr unsigned kWellUnderWay = 50;
-    if (!WaitUntil([] { return packets >= kWellUnderWay; })) {
+    if (!WaitFor([] { return packets >= kWellUnderWay; })) {
       std::_Exit(kNeverOpened);
     }
     if (unload) {
@@ -309,26 +316,26 @@ class PinnedAtTheEnd : public PinnedModule {
     for (const char* call : {"IMediaControl::Stop", "VideoEncoder::ReleaseEncoder", "CoUninitialize"}) {
       platform.Before(call, [] { std::_Exit(kTornDown); });
     }
-    std::exit(kLeftAlone);  // NOLINT(concurrency-mt-unsafe): how an exit meets a thread is the matter
+    std::exit(kLeftAlone);  // NOLINT(concurrency-mt-unsafe): under test
   }
 };
 
-TEST_F(PinnedAtTheEnd, ProcessEndsWithTheCameraOpenAndFramesFlowing) {
+TEST_F(PinnedModuleAtExit, ProcessEndsWhileStreaming) {
   EXPECT_EXIT(OpenAndExit(false), ::testing::ExitedWithCode(kLeftAlone), "");
 }
 
-TEST_F(PinnedAtTheEnd, ProcessEndsWithAnUnloadPending) {
+TEST_F(PinnedModuleAtExit, ProcessEndsWithPendingUnload) {
   EXPECT_EXIT(OpenAndExit(true), ::testing::ExitedWithCode(kLeftAlone), "");
 }
 
-TEST_F(PinnedAtTheEnd, ProcessMayEndFromInsideTheDataCallback) {
+TEST_F(PinnedModuleAtExit, ExitInsideTheDataCallbackSucceeds) {
   const auto endInTheCallback = [&] {
     host.InData([](const Packet&) {
-      std::exit(kLeftAlone);  // NOLINT(concurrency-mt-unsafe): what a host should not do, and may
+      std::exit(kLeftAlone);  // NOLINT(concurrency-mt-unsafe): under test
     });
     QueryAndOpen();
     platform.DeliverFrame(Frame(kFrameSize, 1));
-    WaitUntil([] { return false; });
+    WaitFor([] { return false; });
   };
   EXPECT_EXIT(endInTheCallback(), ::testing::ExitedWithCode(kLeftAlone), "");
 }

@@ -1,4 +1,4 @@
-// The encoder's set-up and the thread that turns frames into packets.
+// Encoder setup and the encoder thread.
 #include <atomic>
 #include <cstring>
 #include <stdexcept>
@@ -8,6 +8,15 @@
 #include "support/CameraOperatorTest.h"
 
 namespace {
+
+using support::CameraHandlerTest;
+using support::CameraOperatorTest;
+using support::ErrorLine;
+using support::Frame;
+using support::Gate;
+using support::kFrameSize;
+using support::Packet;
+using support::WaitFor;
 
 using EncodeThread = CameraHandlerTest;
 using scripted::Answer;
@@ -21,7 +30,7 @@ const std::string kEncodeError = "[CameraOperator]fail to encode frame, error: "
 const std::string kSendError = "[CameraOperator]fail to send encode data, error: ";
 const std::string kInEncodeH264 = "(CameraOperator::EncodeH264)";
 
-TEST_F(EncodeThread, PacketIsPassedWholeWithTheIdAndAOne) {
+TEST_F(EncodeThread, PassesCompletePacketWithIdAndOne) {
   QueryAndOpen();
   std::vector<std::uint8_t> frame = Frame(kFrameSize, 0);
   const std::vector<std::uint8_t> start = {1, 2, 3, 4, 5, 6, 7, 8};
@@ -35,10 +44,10 @@ TEST_F(EncodeThread, PacketIsPassedWholeWithTheIdAndAOne) {
   EXPECT_EQ(Close(), 1);
 }
 
-TEST_F(EncodeThread, EncodeErrorCostsOneFrameAndNoBuffer) {
+TEST_F(EncodeThread, EncodeErrorDropsTheFrameAndReturnsTheBuffer) {
   QueryAndOpen();
   platform.ClearJournal();
-  // More failures than the pool has buffers.
+  // More failures than buffers in the pool.
   for (unsigned nth = 2; nth <= 8; ++nth) {
     platform.AnswersNth("VideoEncoder::Encode", nth, Answer{-7, false});
   }
@@ -54,7 +63,7 @@ TEST_F(EncodeThread, EncodeErrorCostsOneFrameAndNoBuffer) {
   EXPECT_EQ(Close(), 1);
 }
 
-TEST_F(EncodeThread, PositiveEncodeErrorIsOneToo) {
+TEST_F(EncodeThread, PositiveEncodeErrorDropsTheFrame) {
   QueryAndOpen();
   platform.ClearJournal();
   platform.AnswersNth("VideoEncoder::Encode", 1, Answer{5, false});
@@ -65,34 +74,34 @@ TEST_F(EncodeThread, PositiveEncodeErrorIsOneToo) {
   EXPECT_EQ(Close(), 1);
 }
 
-TEST_F(EncodeThread, CallbackErrorIsLoggedOncePerPacketAndTheLoopGoesOn) {
+TEST_F(EncodeThread, LogsEachCallbackErrorAndContinues) {
   QueryAndOpen();
   platform.ClearJournal();
-  host.AnswerData(7);
+  host.SetDataResult(7);
   for (std::uint8_t value = 1; value <= 6; ++value) {
     DeliverAndReceive(value);
   }
-  ASSERT_TRUE(WaitUntil([&] { return platform.Logs().size() == 6; }));
+  ASSERT_TRUE(WaitFor([&] { return platform.Logs().size() == 6; }));
   EXPECT_THAT(LogLines(), ::testing::Each(ErrorLine(1156, kSendError + "7" + kInEncodeH264)));
   EXPECT_EQ(Close(), 1);
   EXPECT_EQ(host.PacketCount(), 6U) << "no packet is sent twice";
 }
 
-TEST_F(EncodeThread, NegativeAnswerOfTheCallbackIsAnErrorToo) {
+TEST_F(EncodeThread, LogsNegativeCallbackResult) {
   QueryAndOpen();
   platform.ClearJournal();
-  host.AnswerData(-7);
+  host.SetDataResult(-7);
   DeliverAndReceive(1);
-  ASSERT_TRUE(WaitUntil([&] { return platform.Logs().size() == 1; }));
+  ASSERT_TRUE(WaitFor([&] { return platform.Logs().size() == 1; }));
   EXPECT_THAT(LogLines(), ElementsAre(ErrorLine(1156, kSendError + "-7" + kInEncodeH264)));
   EXPECT_EQ(Close(), 1);
 }
 
-// Systems give the number of a thread that has ended to the next one.
-TEST_F(EncodeThread, NoLaterThreadIsTakenForIt) {
+// Systems reuse the ids of threads that have ended.
+TEST_F(EncodeThread, ThreadWithReusedIdIsNotTheEncoderThread) {
   QueryAndOpen();
   EXPECT_EQ(Close(), 1);
-  // Open cameras without an encoder thread, which would be known by its own number.
+  // Camera sessions without an encoder thread.
   platform.Answers("IMediaControl::Run", Fails());
   for (int round = 0; round < 8; ++round) {
     EXPECT_EQ(Open(), -1001);
@@ -101,33 +110,33 @@ TEST_F(EncodeThread, NoLaterThreadIsTakenForIt) {
   }
 }
 
-TEST_F(EncodeThread, PacketIsDestroyedAfterItsCallback) {
+TEST_F(EncodeThread, DestroysThePacketAfterTheCallback) {
   QueryAndOpen();
   platform.ClearJournal();
   DeliverAndReceive(1);
-  ASSERT_TRUE(WaitUntil([&] { return platform.Journal().size() == 4; }));
+  ASSERT_TRUE(WaitFor([&] { return platform.Journal().size() == 4; }));
   EXPECT_THAT(platform.Journal(), ElementsAre("AVEncodePacket::AVEncodePacket()", "VideoEncoder::Encode(1)",
                                               "data callback \"0\"", "AVEncodePacket::~AVEncodePacket()"));
   EXPECT_EQ(Close(), 1);
 }
 
-TEST_F(EncodeThread, BufferIsBackBeforeTheCallbackEnds) {
+TEST_F(EncodeThread, ReturnsTheBufferBeforeTheCallback) {
   QueryAndOpen();
-  Gate mayAnswer;
-  host.InData([&](const Packet&) { EXPECT_TRUE(mayAnswer.Wait()); });
-  // One in the callback and five in the pool: none of the calls blocks.
+  Gate mayReturn;
+  host.InData([&](const Packet&) { EXPECT_TRUE(mayReturn.Wait()); });
+  // One frame in the callback and five in the pool: no delivery blocks.
   for (std::uint8_t value = 1; value <= 6; ++value) {
     EXPECT_TRUE(platform.DeliverFrame(Frame(kFrameSize, value)));
     if (value == 1) {
-      ASSERT_TRUE(WaitUntil([&] { return platform.CallCount("VideoEncoder::Encode") == 1; }));
+      ASSERT_TRUE(WaitFor([&] { return platform.CallCount("VideoEncoder::Encode") == 1; }));
     }
   }
-  mayAnswer.Open();
+  mayReturn.Open();
   EXPECT_TRUE(host.WaitForPackets(6));
   EXPECT_EQ(Close(), 1);
 }
 
-TEST_F(EncodeThread, IsPreparedOnceAnOpenBeforeItsFirstFrame) {
+TEST_F(EncodeThread, IsConfiguredOncePerOpenBeforeTheFirstFrame) {
   std::atomic<int> prepared = 0;
   std::atomic<std::thread::id> preparedThread;
   Gate mayEncode;
@@ -154,7 +163,7 @@ TEST_F(EncodeThread, IsPreparedOnceAnOpenBeforeItsFirstFrame) {
   EXPECT_EQ(prepared, 2);
 }
 
-TEST_F(EncodeThread, IsNotPreparedByAnOpenThatStartsNone) {
+TEST_F(EncodeThread, IsNotConfiguredByAFailedOpen) {
   std::atomic<int> prepared = 0;
   platform.Before("ConfigureEncoderThread", [&] { ++prepared; });
   QueryAndRelease();
@@ -165,13 +174,13 @@ TEST_F(EncodeThread, IsNotPreparedByAnOpenThatStartsNone) {
   EXPECT_EQ(prepared, 0);
 }
 
-TEST_F(EncodeThread, ClosingWhileItWaitsForAFrameReturns) {
+TEST_F(EncodeThread, CloseReturnsWhileItWaitsForAFrame) {
   QueryAndOpen();
   EXPECT_EQ(Close(), 1);
   EXPECT_EQ(platform.CallCount("VideoEncoder::Encode"), 0U);
 }
 
-TEST_F(EncodeThread, CallbackThatThrowsCostsItsPacketOnly) {
+TEST_F(EncodeThread, ThrowingCallbackLosesOnlyItsPacket) {
   QueryAndOpen();
   std::atomic<int> calls = 0;
   host.InData([&](const Packet&) {
@@ -187,7 +196,7 @@ TEST_F(EncodeThread, CallbackThatThrowsCostsItsPacketOnly) {
   EXPECT_EQ(Close(), 1);
 }
 
-TEST_F(EncodeThread, EncoderThatThrowsCostsItsFrameAndNoBuffer) {
+TEST_F(EncodeThread, ThrowingEncoderLosesOnlyItsFrame) {
   QueryAndOpen();
   platform.Before("VideoEncoder::Encode", [&] {
     if (platform.CallCount("VideoEncoder::Encode") <= 6) {
@@ -207,19 +216,19 @@ class WithoutDataCallback : public CameraHandlerTest {
   bool RegistersDataCallback() const override { return false; }
 };
 
-TEST_F(WithoutDataCallback, FramesAreEncodedAndTheirBuffersComeBack) {
+TEST_F(WithoutDataCallback, FramesAreEncodedAndBuffersReturned) {
   QueryAndOpen();
   for (std::uint8_t value = 1; value <= 20; ++value) {
     EXPECT_TRUE(platform.DeliverFrame(Frame(kFrameSize, value)));
   }
-  EXPECT_TRUE(WaitUntil([&] { return platform.CallCount("AVEncodePacket::~AVEncodePacket") == 20; }));
+  EXPECT_TRUE(WaitFor([&] { return platform.CallCount("AVEncodePacket::~AVEncodePacket") == 20; }));
   EXPECT_EQ(Close(), 1);
   EXPECT_EQ(host.PacketCount(), 0U);
 }
 
-// --- Set-up, on an operator of the test's own ---
+// --- Setup, on an instance of CameraOperator ---
 
-class EncoderSetUp : public CameraOperatorTest {
+class EncoderSetup : public CameraOperatorTest {
  protected:
   static VideoEncoder::EncodeParam Param(std::uint32_t width = 16) {
     VideoEncoder::EncodeParam param{};
@@ -232,7 +241,7 @@ class EncoderSetUp : public CameraOperatorTest {
   static std::vector<std::uint8_t> SmallFrame() { return Frame(std::size_t{16} * 16 * 2, 1); }
 };
 
-TEST_F(EncoderSetUp, EncoderThatRefusesTheParametersIsReleased) {
+TEST_F(EncoderSetup, RefusingEncoderIsReleased) {
   platform.Answers("VideoEncoder::Initialize", Fails());
   EXPECT_FALSE(camera->InitVideoEncoder(Param()));
   EXPECT_THAT(LogLines(), ElementsAre(ErrorLine(537,
@@ -242,7 +251,7 @@ TEST_F(EncoderSetUp, EncoderThatRefusesTheParametersIsReleased) {
   EXPECT_THAT(platform.Alive(), IsEmpty());
 }
 
-TEST_F(EncoderSetUp, EncoderThatThrowsAtTheParametersIsReleased) {
+TEST_F(EncoderSetup, ThrowingEncoderIsReleased) {
   platform.Before("VideoEncoder::Initialize", [] { throw std::bad_alloc(); });
   EXPECT_FALSE(camera->InitVideoEncoder(Param()));
   EXPECT_THAT(LogLines(), ElementsAre(ErrorLine(537,
@@ -251,14 +260,14 @@ TEST_F(EncoderSetUp, EncoderThatThrowsAtTheParametersIsReleased) {
   EXPECT_THAT(platform.Alive(), IsEmpty());
 }
 
-TEST_F(EncoderSetUp, EncoderThatCannotBeMadeIsReleasedAsNull) {
+TEST_F(EncoderSetup, NullEncoderIsPassedToReleaseEncoder) {
   platform.Answers("VideoEncoder::CreateDefaultEncoder", SucceedsWithNull());
   EXPECT_FALSE(camera->InitVideoEncoder(Param()));
   EXPECT_THAT(platform.Calls(),
               ElementsAre("VideoEncoder::CreateDefaultEncoder()", "VideoEncoder::ReleaseEncoder(null)"));
 }
 
-TEST_F(EncoderSetUp, WidthOfZeroKeepsTheEncoderUntilTheTeardownWhichReleasesItOnce) {
+TEST_F(EncoderSetup, EncoderOfEmptySizeIsReleasedOnceByTeardown) {
   EXPECT_FALSE(camera->InitVideoEncoder(Param(0)));
   EXPECT_THAT(LogLines(), ElementsAre(ErrorLine(546,
                                                 "[CameraOperator]AllocBuffer fail."
@@ -270,7 +279,7 @@ TEST_F(EncoderSetUp, WidthOfZeroKeepsTheEncoderUntilTheTeardownWhichReleasesItOn
   EXPECT_EQ(platform.CallCount("VideoEncoder::ReleaseEncoder"), 1U);
 }
 
-TEST_F(EncoderSetUp, EncoderThatIsReplacedIsReleased) {
+TEST_F(EncoderSetup, ReplacedEncoderIsReleased) {
   EXPECT_FALSE(camera->InitVideoEncoder(Param(0)));
   platform.ClearJournal();
   EXPECT_TRUE(camera->InitVideoEncoder(Param()));
@@ -278,14 +287,14 @@ TEST_F(EncoderSetUp, EncoderThatIsReplacedIsReleased) {
   EXPECT_EQ(platform.Calls().at(2), "VideoEncoder::ReleaseEncoder()");
 }
 
-TEST_F(EncoderSetUp, RefusingEncoderLeavesTheOneBeforeInItsPlace) {
+TEST_F(EncoderSetup, RefusingEncoderDoesNotReplaceTheCurrentOne) {
   EXPECT_FALSE(camera->InitVideoEncoder(Param(0)));
   platform.Answers("VideoEncoder::Initialize", Fails());
   EXPECT_FALSE(camera->InitVideoEncoder(Param()));
   EXPECT_THAT(platform.Alive(), ::testing::ElementsAre("encoder"));
 }
 
-TEST_F(EncoderSetUp, RunningPoolRefusesASecondSetUp) {
+TEST_F(EncoderSetup, SecondSetupIsRefusedWhileThePoolRuns) {
   EXPECT_TRUE(camera->InitVideoEncoder(Param()));
   EXPECT_FALSE(camera->InitVideoEncoder(Param()));
   EXPECT_THAT(LogLines(), ElementsAre(ErrorLine(546,
@@ -295,7 +304,7 @@ TEST_F(EncoderSetUp, RunningPoolRefusesASecondSetUp) {
   EXPECT_THAT(platform.Alive(), Contains("frame").Times(5));
 }
 
-TEST_F(EncoderSetUp, TeardownReleasesAProducerThatWaitsForABuffer) {
+TEST_F(EncoderSetup, TeardownWakesAProducerThatWaitsForABuffer) {
   EXPECT_TRUE(camera->InitVideoEncoder(Param()));
   const std::vector<std::uint8_t> frame = SmallFrame();
   std::atomic<int> pushed = 0;
@@ -305,13 +314,13 @@ TEST_F(EncoderSetUp, TeardownReleasesAProducerThatWaitsForABuffer) {
       ++pushed;
     }
   });
-  EXPECT_TRUE(WaitUntil([&] { return pushed == 5; }));
+  EXPECT_TRUE(WaitFor([&] { return pushed == 5; }));
   camera->StopCapture();
   streaming.join();
   EXPECT_EQ(pushed, 6);
 }
 
-TEST_F(EncoderSetUp, FrameThatMeetsNoEncoderIsLoggedAndLost) {
+TEST_F(EncoderSetup, FrameWithoutEncoderIsLoggedAndLost) {
   EXPECT_TRUE(camera->InitVideoEncoder(Param()));
   const std::vector<std::uint8_t> frame = SmallFrame();
   platform.DisposeOf("encoder");
@@ -322,7 +331,7 @@ TEST_F(EncoderSetUp, FrameThatMeetsNoEncoderIsLoggedAndLost) {
   for (int i = 0; i < 2; ++i) {
     camera->PushFrame(frame.data(), static_cast<std::int32_t>(frame.size()));
   }
-  EXPECT_TRUE(WaitUntil([&] { return platform.Logs().size() == 2; }));
+  EXPECT_TRUE(WaitFor([&] { return platform.Logs().size() == 2; }));
   Access::Queue(*camera).Stop();
   encoding.join();
   const std::string line =
@@ -336,7 +345,7 @@ TEST_F(EncoderSetUp, FrameThatMeetsNoEncoderIsLoggedAndLost) {
   EXPECT_EQ(left, 3);
 }
 
-TEST_F(EncoderSetUp, LoopThatIsToldToStopTakesNoFrame) {
+TEST_F(EncoderSetup, StoppedLoopTakesNoFrame) {
   EXPECT_TRUE(camera->InitVideoEncoder(Param()));
   const std::vector<std::uint8_t> frame = SmallFrame();
   camera->PushFrame(frame.data(), static_cast<std::int32_t>(frame.size()));
@@ -344,7 +353,7 @@ TEST_F(EncoderSetUp, LoopThatIsToldToStopTakesNoFrame) {
   EXPECT_EQ(platform.CallCount("VideoEncoder::Encode"), 0U);
 }
 
-TEST_F(EncoderSetUp, ThreadThatHasRunTheLoopItselfMayCloseTheCamera) {
+TEST_F(EncoderSetup, ThreadThatRanEncodeH264MayCloseTheCamera) {
   EXPECT_TRUE(camera->InitVideoEncoder(Param()));
   camera->EncodeH264();
   EXPECT_FALSE(camera->IsOnEncodeThread());
@@ -354,7 +363,7 @@ TEST_F(EncoderSetUp, ThreadThatHasRunTheLoopItselfMayCloseTheCamera) {
   EXPECT_TRUE(camera->CloseCameraInner("0", 1));
 }
 
-TEST_F(EncoderSetUp, FramesThatWaitWhenTheLoopIsToldToStopAreNotEncoded) {
+TEST_F(EncoderSetup, QueuedFramesAreNotEncodedAfterStop) {
   EXPECT_TRUE(camera->InitVideoEncoder(Param()));
   const std::vector<std::uint8_t> frame = SmallFrame();
   for (int i = 0; i < 4; ++i) {
@@ -369,14 +378,14 @@ TEST_F(EncoderSetUp, FramesThatWaitWhenTheLoopIsToldToStopAreNotEncoded) {
   Access::ClearStopFlag(*camera);
   std::thread loop([&] { camera->EncodeH264(); });
   EXPECT_TRUE(encoding.Wait());
-  // There is no thread of the operator's to wait for: only the flag is raised.
+  // No thread to join: StopEncodeThread only sets the flag.
   camera->StopEncodeThread();
   mayFinish.Open();
   loop.join();
   EXPECT_EQ(platform.CallCount("VideoEncoder::Encode"), 1U);
 }
 
-TEST_F(EncoderSetUp, StoppingAThreadThatWasNeverStartedDoesNothing) {
+TEST_F(EncoderSetup, StopWithoutThreadHasNoEffect) {
   camera->StopEncodeThread();
   camera->StopEncodeThread();
   EXPECT_THAT(platform.Journal(), IsEmpty());

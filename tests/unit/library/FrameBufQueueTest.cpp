@@ -1,4 +1,4 @@
-// The pool of buffers between a producer and a consumer thread.
+// The frame pool between a producer and a consumer thread.
 #include "FrameBufQueue.h"
 
 #include <array>
@@ -10,6 +10,8 @@
 namespace {
 
 using scripted::Fails;
+using support::PlatformTest;
+using support::WaitFor;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
@@ -20,7 +22,7 @@ class FrameQueue : public PlatformTest {
   FrameBufQueue queue;
 };
 
-TEST_F(FrameQueue, SizeWithoutPixelsMakesNoBuffer) {
+TEST_F(FrameQueue, EmptySizeCreatesNoBuffer) {
   EXPECT_FALSE(queue.Init(5, 0, 16, ColorSpace::kYuy2));
   EXPECT_FALSE(queue.Init(5, 16, 0, ColorSpace::kYuy2));
   EXPECT_THAT(platform.Calls(), IsEmpty());
@@ -28,20 +30,20 @@ TEST_F(FrameQueue, SizeWithoutPixelsMakesNoBuffer) {
   queue.Uninit();
 }
 
-TEST_F(FrameQueue, FramesAreAllocatedInTheSizeAndLayoutAskedFor) {
+TEST_F(FrameQueue, FramesHaveTheRequestedSizeAndLayout) {
   EXPECT_TRUE(queue.Init(2, 32, 8, ColorSpace::kArgb32));
   EXPECT_THAT(platform.Calls(),
               ElementsAre("VideoFrame::AllocBuffer(32, 8, 4)", "VideoFrame::AllocBuffer(32, 8, 4)"));
   queue.Uninit();
 }
 
-TEST_F(FrameQueue, UnusedQueueWouldAllocateInTheFirstLayout) {
+TEST_F(FrameQueue, DefaultLayoutIsI420) {
   VideoFrame* const frame = queue.CreateBuffer();
   EXPECT_EQ(frame, nullptr);
   EXPECT_THAT(platform.Calls(), ElementsAre("VideoFrame::AllocBuffer(0, 0, 1)"));
 }
 
-TEST_F(FrameQueue, SecondInitIsRefusedAndLeavesThePoolAsItWas) {
+TEST_F(FrameQueue, SecondInitFailsAndKeepsThePool) {
   EXPECT_TRUE(Init());
   VideoFrame* const frame = queue.GetFreeBuffer();
   platform.ClearJournal();
@@ -57,7 +59,7 @@ TEST_F(FrameQueue, SecondInitIsRefusedAndLeavesThePoolAsItWas) {
   queue.Uninit();
 }
 
-TEST_F(FrameQueue, InitIsRefusedUntilAStoppedPoolIsGone) {
+TEST_F(FrameQueue, InitFailsUntilAStoppedPoolIsFreed) {
   EXPECT_TRUE(Init());
   queue.Stop();
   EXPECT_FALSE(Init());
@@ -66,7 +68,7 @@ TEST_F(FrameQueue, InitIsRefusedUntilAStoppedPoolIsGone) {
   queue.Uninit();
 }
 
-TEST_F(FrameQueue, InitIsRefusedWhileSomebodyHoldsAllBuffersOfAStoppedPool) {
+TEST_F(FrameQueue, InitFailsWhileAllBuffersOfAStoppedPoolAreInUse) {
   EXPECT_TRUE(Init(1));
   EXPECT_NE(queue.GetFreeBuffer(), nullptr);
   queue.Stop();
@@ -74,7 +76,7 @@ TEST_F(FrameQueue, InitIsRefusedWhileSomebodyHoldsAllBuffersOfAStoppedPool) {
   queue.Uninit();
 }
 
-TEST_F(FrameQueue, PoolThatIsGoneIsNotInTheWayOfTheNext) {
+TEST_F(FrameQueue, InitSucceedsAfterUninit) {
   EXPECT_TRUE(Init(2));
   queue.PutDataBuffer(queue.GetFreeBuffer());
   queue.Uninit();
@@ -82,12 +84,12 @@ TEST_F(FrameQueue, PoolThatIsGoneIsNotInTheWayOfTheNext) {
   queue.Uninit();
 }
 
-TEST_F(FrameQueue, PoolIsAllOrNothing) {
+TEST_F(FrameQueue, FailedFrameAllocationLeavesNoPool) {
   platform.AnswersNth("VideoFrame::AllocBuffer", 3, Fails());
   EXPECT_FALSE(Init());
   EXPECT_THAT(platform.Alive(), IsEmpty());
   EXPECT_EQ(platform.CallCount("VideoFrame::AllocBuffer"), 3U) << "it stops at the first failure";
-  // The frame that has no buffer is destroyed without releasing one.
+  // The frame whose allocation failed has no memory to release.
   EXPECT_EQ(platform.CallCount("VideoFrame::ReleaseBuffer"), 2U);
   EXPECT_EQ(queue.GetFreeBuffer(), nullptr);
   EXPECT_EQ(queue.GetDataBuffer(), nullptr);
@@ -95,7 +97,7 @@ TEST_F(FrameQueue, PoolIsAllOrNothing) {
   queue.Uninit();
 }
 
-TEST_F(FrameQueue, EmptyPoolIsAPool) {
+TEST_F(FrameQueue, PoolOfZeroFramesIsInitialised) {
   EXPECT_TRUE(Init(0));
   EXPECT_FALSE(Init());
   queue.Uninit();
@@ -118,7 +120,7 @@ TEST_F(FrameQueue, BuffersPassInOrder) {
   queue.Uninit();
 }
 
-TEST_F(FrameQueue, StoppedQueueHandsOutWhatItHoldsThenNull) {
+TEST_F(FrameQueue, StoppedQueueReturnsQueuedBuffersThenNull) {
   EXPECT_TRUE(Init(3));
   VideoFrame* const first = queue.GetFreeBuffer();
   VideoFrame* const second = queue.GetFreeBuffer();
@@ -133,7 +135,7 @@ TEST_F(FrameQueue, StoppedQueueHandsOutWhatItHoldsThenNull) {
   queue.Uninit();
 }
 
-TEST_F(FrameQueue, StoppedQueueTakesNothingAndStillDestroysIt) {
+TEST_F(FrameQueue, StoppedQueueIgnoresPutButFreesTheBuffer) {
   EXPECT_TRUE(Init(1));
   VideoFrame* const frame = queue.GetFreeBuffer();
   queue.Stop();
@@ -146,7 +148,7 @@ TEST_F(FrameQueue, StoppedQueueTakesNothingAndStillDestroysIt) {
   EXPECT_THAT(platform.Alive(), IsEmpty());
 }
 
-TEST_F(FrameQueue, WaitingGetsReturnNullWhenTheQueueStopsOrGoes) {
+TEST_F(FrameQueue, WaitingGetsReturnNullOnStopAndUninit) {
   for (const bool uninit : {false, true}) {
     EXPECT_TRUE(Init(1));
     VideoFrame* const taken = queue.GetFreeBuffer();
@@ -161,7 +163,7 @@ TEST_F(FrameQueue, WaitingGetsReturnNullWhenTheQueueStopsOrGoes) {
     std::array<std::thread, 4> threads = {
         wait(&FrameBufQueue::GetFreeBuffer), wait(&FrameBufQueue::GetFreeBuffer),
         wait(&FrameBufQueue::GetDataBuffer), wait(&FrameBufQueue::GetDataBuffer)};
-    EXPECT_TRUE(WaitUntil([&] { return waiting == 4; }));
+    EXPECT_TRUE(WaitFor([&] { return waiting == 4; }));
     uninit ? queue.Uninit() : queue.Stop();
     for (std::thread& thread : threads) {
       thread.join();
@@ -170,7 +172,7 @@ TEST_F(FrameQueue, WaitingGetsReturnNullWhenTheQueueStopsOrGoes) {
   }
 }
 
-TEST_F(FrameQueue, WaitingGetTakesTheBufferThatIsPut) {
+TEST_F(FrameQueue, WaitingGetReturnsTheNextBuffer) {
   EXPECT_TRUE(Init(1));
   VideoFrame* const frame = queue.GetFreeBuffer();
   std::thread consumer([&] { EXPECT_EQ(queue.GetDataBuffer(), frame); });
@@ -182,7 +184,7 @@ TEST_F(FrameQueue, WaitingGetTakesTheBufferThatIsPut) {
   queue.Uninit();
 }
 
-TEST_F(FrameQueue, StoppingAndUninitialisingTwiceIsHarmless) {
+TEST_F(FrameQueue, SecondStopAndUninitHaveNoEffect) {
   queue.Stop();
   queue.Uninit();
   EXPECT_TRUE(Init());
@@ -193,7 +195,7 @@ TEST_F(FrameQueue, StoppingAndUninitialisingTwiceIsHarmless) {
   EXPECT_THAT(platform.Alive(), IsEmpty());
 }
 
-TEST_F(FrameQueue, PuttingNullDoesNothing) {
+TEST_F(FrameQueue, PutOfNullHasNoEffect) {
   EXPECT_TRUE(Init(1));
   queue.PutDataBuffer(nullptr);
   queue.PutFreeBuffer(nullptr);
@@ -204,12 +206,12 @@ TEST_F(FrameQueue, PuttingNullDoesNothing) {
   queue.Uninit();
 }
 
-TEST_F(FrameQueue, DestroyingNullDoesNothing) {
+TEST_F(FrameQueue, DestroyBufferOfNullHasNoEffect) {
   queue.DestroyBuffer(nullptr);
   EXPECT_THAT(platform.Calls(), IsEmpty());
 }
 
-TEST_F(FrameQueue, RunningQueueFreesItsFramesWhenItIsDestroyed) {
+TEST_F(FrameQueue, DestructorFreesTheFramesOfARunningQueue) {
   {
     FrameBufQueue other;
     EXPECT_TRUE(other.Init(5, 16, 16, ColorSpace::kYuy2));
@@ -218,7 +220,7 @@ TEST_F(FrameQueue, RunningQueueFreesItsFramesWhenItIsDestroyed) {
   EXPECT_THAT(platform.Alive(), IsEmpty());
 }
 
-TEST_F(FrameQueue, FramesReleaseTheirBuffersBeforeTheyAreDestroyed) {
+TEST_F(FrameQueue, FramesReleaseTheirMemoryBeforeDestruction) {
   EXPECT_TRUE(Init(2));
   platform.ClearJournal();
   queue.Uninit();

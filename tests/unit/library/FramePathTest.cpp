@@ -1,5 +1,4 @@
-// Frames from the graph's thread to the platform's callback, with real threads, in every state of open and
-// close.
+// Frames from the streaming thread to the data callback, with real threads, during open and close.
 #include <atomic>
 #include <cstring>
 #include <thread>
@@ -11,8 +10,14 @@ namespace {
 using scripted::Answer;
 using scripted::kBuiltInId;
 using scripted::Yuy2;
+using support::CameraHandlerTest;
+using support::Frame;
+using support::Gate;
+using support::HostCallbacks;
+using support::Packet;
+using support::WaitFor;
 
-// Small pictures, so that rounds are about threads and not about memory.
+// Small frames, for many rounds.
 constexpr std::uint32_t kSide = 16;
 constexpr std::size_t kSize = std::size_t{kSide} * kSide * 2;
 
@@ -59,12 +64,12 @@ TEST_F(FramePath, EveryFrameArrivesOnceAndInOrder) {
   EXPECT_TRUE(host.WaitForPackets(20'000));
   EXPECT_EQ(Close(), 1);
   EXPECT_EQ(outOfOrder, 0U);
-  // Whatever else was delivered was in the pool when it closed.
+  // The remaining frames were in the pool at the close.
   EXPECT_LE(host.PacketCount(), platform.DeliveredFrames());
   EXPECT_LE(platform.DeliveredFrames() - host.PacketCount(), 6U);
 }
 
-TEST_F(FramePath, RefusedSecondOpensWhileFramesFlowChangeTheIdAndNothingElse) {
+TEST_F(FramePath, RefusedSecondOpensOnlyChangeTheId) {
   std::atomic<bool> strangeId = false;
   host.InData([&](const Packet& packet) {
     const bool known = packet.id == "0" || packet.id == "1" || packet.id == std::string(40, '2');
@@ -79,7 +84,7 @@ TEST_F(FramePath, RefusedSecondOpensWhileFramesFlowChangeTheIdAndNothingElse) {
   EXPECT_FALSE(strangeId);
 }
 
-TEST_F(FramePath, PacketsAfterARefusedOpenHasReturnedCarryItsId) {
+TEST_F(FramePath, PacketsAfterARefusedOpenCarryItsId) {
   std::atomic<bool> replaced = false;
   std::atomic<std::uint64_t> oldIds = 0;
   std::atomic<std::uint64_t> newIds = 0;
@@ -92,13 +97,13 @@ TEST_F(FramePath, PacketsAfterARefusedOpenHasReturnedCarryItsId) {
   EXPECT_TRUE(host.WaitForPackets(10));
   EXPECT_EQ(OpenSmall("5"), -4);
   replaced = true;
-  EXPECT_TRUE(WaitUntil([&] { return newIds >= 100; }));
-  // At most the one whose callback had begun.
+  EXPECT_TRUE(WaitFor([&] { return newIds >= 100; }));
+  // Only a packet whose callback had begun may carry the old id.
   EXPECT_LE(oldIds, 1U);
   EXPECT_EQ(Close(), 1);
 }
 
-TEST_F(FramePath, CallbacksMayBeReplacedWhileFramesFlow) {
+TEST_F(FramePath, CallbacksCanBeReplacedWhileStreaming) {
   static std::atomic<std::uint64_t> others = 0;
   others = 0;
   const SendDataCallback other = [](const char*, std::uint32_t, const std::uint8_t*, std::uint32_t,
@@ -115,7 +120,7 @@ TEST_F(FramePath, CallbacksMayBeReplacedWhileFramesFlow) {
   }
   EXPECT_EQ(handler.RegisterSendDataCallback(nullptr, 0, other), 0);
   const std::uint64_t before = others;
-  EXPECT_TRUE(WaitUntil([&] { return others > before; }));
+  EXPECT_TRUE(WaitFor([&] { return others > before; }));
   EXPECT_EQ(Close(), 1);
 }
 
@@ -138,32 +143,15 @@ TEST_F(FramePath, NoCallbackRunsAfterCloseHasReturned) {
   EXPECT_FALSE(late);
 }
 
-TEST_F(FramePath, ClosesWhileTheEncoderThreadWaitsForAFrame) {
+TEST_F(FramePath, CloseReturnsWhileTheEncoderThreadWaitsForAFrame) {
   platform.SetStreaming(
       {true, [](std::uint64_t number) { return number == 0 ? NumberedFrame(number) : Frame(0, 0); }});
   for (int round = 0; round < 1000; ++round) {
     const unsigned destroyed = platform.CallCount("AVEncodePacket::~AVEncodePacket");
     ASSERT_EQ(OpenSmall(), 0);
-    // Its one frame is encoded; there is nothing else for it to do.
-    ASSERT_TRUE(WaitUntil([&] { return platform.CallCount("AVEncodePacket::~AVEncodePacket") > destroyed; }));
+    // The only frame has been encoded.
+    ASSERT_TRUE(WaitFor([&] { return platform.CallCount("AVEncodePacket::~AVEncodePacket") > destroyed; }));
     ASSERT_EQ(Close(), 1);
-  }
-}
-
-TEST_F(FramePath, ClosesWhileTheCameraWaitsForABuffer) {
-  for (int round = 0; round < 300; ++round) {
-    Gate mayAnswer;
-    host.InData([&](const Packet&) { EXPECT_TRUE(mayAnswer.Wait()); });
-    const std::uint64_t full = platform.DeliveredFrames() + 6;
-    const unsigned stops = platform.CallCount("IMediaControl::Stop");
-    ASSERT_EQ(OpenSmall(), 0);
-    // One frame in the callback, five queued, one more at the door.
-    EXPECT_TRUE(
-        WaitUntil([&] { return platform.DeliveredFrames() == full && platform.FramesInDelivery() == 1; }));
-    std::thread closer([&] { EXPECT_EQ(Close(), 1); });
-    EXPECT_TRUE(WaitUntil([&] { return platform.CallCount("IMediaControl::Stop") > stops; }));
-    mayAnswer.Open();
-    closer.join();
   }
 }
 
@@ -172,17 +160,17 @@ class FramePathWithoutCallback : public FramePath {
   bool RegistersDataCallback() const override { return false; }
 };
 
-TEST_F(FramePathWithoutCallback, OpensAndClosesWithFramesFlowing) {
+TEST_F(FramePathWithoutCallback, OpensAndClosesWhileStreaming) {
   for (std::uint64_t round = 0; round < 1000; ++round) {
     const std::uint64_t frames = platform.DeliveredFrames() + 1 + round % 12;
     ASSERT_EQ(OpenSmall(), 0);
-    ASSERT_TRUE(WaitUntil([&] { return platform.DeliveredFrames() >= frames; }));
+    ASSERT_TRUE(WaitFor([&] { return platform.DeliveredFrames() >= frames; }));
     ASSERT_EQ(Close(), 1);
   }
   EXPECT_EQ(host.PacketCount(), 0U);
 }
 
-// What goes on while the camera is closed, round by round.
+// Parameters of repeated sessions that are closed at different times.
 enum class Weather { kFine, kCallbackFails, kEncodeFails, kSlowCallback, kSlowCamera, kOversizeFrames };
 
 struct Rounds {
@@ -194,14 +182,14 @@ void PrintTo(const Rounds& rounds, std::ostream* out) { *out << rounds.name; }
 
 class ManyRounds : public FramePath, public ::testing::WithParamInterface<Rounds> {};
 
-TEST_P(ManyRounds, OpenAndCloseWithFramesFlowing) {
+TEST_P(ManyRounds, OpenAndCloseWhileStreaming) {
   const Weather weather = GetParam().weather;
   constexpr int kRounds = 1000;
   switch (weather) {
     case Weather::kFine:
       break;
     case Weather::kCallbackFails:
-      host.AnswerData(3);
+      host.SetDataResult(3);
       break;
     case Weather::kEncodeFails:
       platform.Answers("VideoEncoder::Encode", Answer{5, false});
@@ -222,10 +210,10 @@ TEST_P(ManyRounds, OpenAndCloseWithFramesFlowing) {
       break;
   }
   for (int round = 0; round < kRounds; ++round) {
-    // Close early, late, and in between; at the latest when oversize frames have cost the whole pool.
+    // Vary the time of the close, at most until oversize frames have used up the pool.
     const std::uint64_t frames = platform.DeliveredFrames() + 1 + static_cast<std::uint64_t>(round % 8);
     ASSERT_EQ(OpenSmall(), 0);
-    ASSERT_TRUE(WaitUntil([&] { return platform.DeliveredFrames() >= frames; }));
+    ASSERT_TRUE(WaitFor([&] { return platform.DeliveredFrames() >= frames; }));
     ASSERT_EQ(Close(), 1);
   }
 }

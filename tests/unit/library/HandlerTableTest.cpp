@@ -1,13 +1,20 @@
-// The export and the handler table: what is in it, how arguments and results pass through it.
+// The exported function and the handler table: contents, arguments and results.
 #include <cstring>
 
 #include "support/CameraHandlerTest.h"
+
+namespace {
+
+using support::CameraHandlerTest;
+using support::ErrorLine;
+using support::HostCallbacks;
+using support::LoadedLibrary;
 
 using HandlerTable = CameraHandlerTest;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-TEST_F(HandlerTable, NullTableIsRefusedWithALogLineAndNothingElseHappens) {
+TEST_F(HandlerTable, NullTableIsRefusedAndLogged) {
   Unload();
   LoadedLibrary fresh(NUVEQ_LIBRARY_FILE);
   platform.ClearJournal();
@@ -18,7 +25,7 @@ TEST_F(HandlerTable, NullTableIsRefusedWithALogLineAndNothingElseHappens) {
   EXPECT_THAT(platform.Calls(), IsEmpty());
 }
 
-TEST_F(HandlerTable, FillingTheTableCreatesNoOperatorAndMayBeRepeated) {
+TEST_F(HandlerTable, FillingTheTableCreatesNoOperator) {
   Unload();
   LoadedLibrary fresh(NUVEQ_LIBRARY_FILE);
   const unsigned created = platform.CallCount("CoInitialize");
@@ -42,7 +49,7 @@ TEST_F(HandlerTable, EverySlotIsFilled) {
   EXPECT_NE(handler.Reserved8, nullptr);
 }
 
-TEST_F(HandlerTable, ReservedSlotsAnswerZeroForAnyArguments) {
+TEST_F(HandlerTable, ReservedFunctionsReturnZeroForAnyArguments) {
   platform.ClearJournal();
   int something = 1;
   EXPECT_EQ(handler.Reserved3(nullptr, 0, 0, nullptr), 0);
@@ -54,20 +61,20 @@ TEST_F(HandlerTable, ReservedSlotsAnswerZeroForAnyArguments) {
   EXPECT_THAT(platform.Journal(), IsEmpty());
 }
 
-TEST_F(HandlerTable, NullDataCallbackIsRefusedAndTheEarlierOneStays) {
+TEST_F(HandlerTable, NullDataCallbackIsRefusedAndTheEarlierOneKept) {
   EXPECT_EQ(handler.RegisterSendDataCallback(nullptr, 0, nullptr), -2);
   QueryAndOpen();
   DeliverAndReceive(1);
   EXPECT_EQ(Close(), 1);
 }
 
-TEST_F(HandlerTable, FirstTwoArgumentsOfTheDataCallbackSlotMayBeAnything) {
+TEST_F(HandlerTable, FirstTwoArgumentsOfRegisterSendDataCallbackAreIgnored) {
   int something = 1;
   EXPECT_EQ(handler.RegisterSendDataCallback(&something, 0xFFFFFFFF, &HostCallbacks::OnData), 0);
   EXPECT_EQ(handler.RegisterSendDataCallback(&something, 7, nullptr), -2);
 }
 
-TEST_F(HandlerTable, NullListenerIsRefusedAndTheEarlierOneStays) {
+TEST_F(HandlerTable, NullListenerIsRefusedAndTheEarlierOneKept) {
   EXPECT_EQ(handler.RegisterServiceListener(nullptr), -2);
   QueryAndOpen();
   EXPECT_EQ(Close(), 1);
@@ -75,7 +82,7 @@ TEST_F(HandlerTable, NullListenerIsRefusedAndTheEarlierOneStays) {
   EXPECT_THAT(platform.Journal(), ::testing::Contains("status callback \"0\" 1 3"));
 }
 
-TEST_F(HandlerTable, ListenerOfTwoNullsIsAcceptedAndDisablesBothReports) {
+TEST_F(HandlerTable, ListenerOfNullCallbacksDisablesBothReports) {
   const NUVEQServiceListener nobody{nullptr, nullptr};
   EXPECT_EQ(handler.RegisterServiceListener(&nobody), 0);
   QueryAndOpen();
@@ -87,15 +94,17 @@ TEST_F(HandlerTable, ListenerOfTwoNullsIsAcceptedAndDisablesBothReports) {
   EXPECT_THAT(platform.Journal(), ::testing::Not(::testing::Contains(::testing::HasSubstr("driver error"))));
 }
 
-TEST_F(HandlerTable, CloseAnswersZeroWhenNoCameraWasEverOpened) { EXPECT_EQ(Close(), 0); }
+TEST_F(HandlerTable, CloseReturnsZeroBeforeAnyOpen) { EXPECT_EQ(Close(), 0); }
 
-TEST_F(HandlerTable, CloseAnswersOneAfterAnOpenCamera) {
+TEST_F(HandlerTable, CloseReturnsOneAfterOpen) {
   QueryAndOpen();
   EXPECT_EQ(Close(), 1);
 }
 
-TEST_F(HandlerTable, ReleasingANullArrayDoesNothing) {
+TEST_F(HandlerTable, ReleaseOfNullHasNoEffect) {
   platform.ClearJournal();
   handler.ReleaseCapability(0, nullptr, 5);
   EXPECT_THAT(platform.Journal(), IsEmpty());
 }
+
+}  // namespace

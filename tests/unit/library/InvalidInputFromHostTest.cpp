@@ -1,4 +1,4 @@
-// A host that asks for what makes no sense, and callbacks that do what they should not.
+// Invalid arguments of the host, and callbacks that misbehave.
 #include <atomic>
 #include <cstring>
 #include <limits>
@@ -6,11 +6,19 @@
 #include <thread>
 
 #include "support/CameraHandlerTest.h"
-#include "support/EndOfPage.h"
+#include "support/GuardPageBuffer.h"
 
 namespace {
 
 using scripted::Yuy2;
+using support::CameraHandlerTest;
+using support::Frame;
+using support::Gate;
+using support::GuardPageBuffer;
+using support::HostCallbacks;
+using support::kFrameSize;
+using support::Packet;
+using support::WaitFor;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
@@ -19,13 +27,13 @@ using ::testing::Not;
 
 constexpr std::uint32_t kMax = std::numeric_limits<std::uint32_t>::max();
 
-class LyingHost : public CameraHandlerTest {
+class InvalidInputFromHost : public CameraHandlerTest {
  protected:
   void OpenListed() {
     QueryAndRelease();
     ASSERT_EQ(Open(), 0);
   }
-  // Whatever came before: a session works, and leaves nothing but what every open leaves.
+  // Checks that a whole session works.
   void ExpectASoundSession() {
     ASSERT_EQ(Open(), 0);
     DeliverAndReceive(1);
@@ -37,13 +45,13 @@ class LyingHost : public CameraHandlerTest {
 
 // --- Ids ---
 
-TEST_F(LyingHost, IdIsReadNoFurtherThanItsFirstCharacterThatIsNoDigit) {
+TEST_F(InvalidInputFromHost, IdIsNotReadBeyondItsFirstNonDigit) {
   QueryAndRelease();
-  // The last byte of each is the last that can be read.
+  // A guard page follows each id.
   std::vector<std::string> texts = {std::string("0\0", 2), "x", "00000000000000000000 "};
   texts.emplace_back(5000, '9').back() = '-';
   for (const std::string& text : texts) {
-    const EndOfPage id(text);
+    const GuardPageBuffer id(text);
     for (const std::uint32_t length :
          {static_cast<std::uint32_t>(text.size()), 100'000U, 0x7FFFFFFFU, kMax}) {
       const NUVEQCameraParam param{id.Text(), length, 640, 480, 30};
@@ -54,9 +62,9 @@ TEST_F(LyingHost, IdIsReadNoFurtherThanItsFirstCharacterThatIsNoDigit) {
   ExpectASoundSession();
 }
 
-TEST_F(LyingHost, IdWithoutALengthIsNotReadAtAll) {
+TEST_F(InvalidInputFromHost, EmptyIdIsNotRead) {
   QueryAndRelease();
-  const EndOfPage nothing(std::string{});
+  const GuardPageBuffer nothing(std::string{});
   const NUVEQCameraParam param{nothing.Text(), 0, 640, 480, 30};
   ASSERT_EQ(handler.OpenCameraDevice(&param), 0);
   DeliverAndReceive(1);
@@ -65,9 +73,9 @@ TEST_F(LyingHost, IdWithoutALengthIsNotReadAtAll) {
   ExpectFormatLeft();
 }
 
-TEST_F(LyingHost, IdOfTooManyDigitsIsACameraThatIsNotThereNeverOneThatIs) {
+TEST_F(InvalidInputFromHost, OverflowingIdNeverSelectsACamera) {
   QueryAndRelease();
-  // Numbers that would be 0 if they were cut off at 31, 32, 63 or 64 bits, and the greatest of them.
+  // Numbers that are 0 if truncated to 31, 32, 63 or 64 bits, and maxima.
   for (const char* const id :
        {"2147483648", "4294967295", "4294967296", "9223372036854775808", "18446744073709551615",
         "18446744073709551616", "99999999999999999999", "340282366920938463463374607431768211456"}) {
@@ -76,7 +84,7 @@ TEST_F(LyingHost, IdOfTooManyDigitsIsACameraThatIsNotThereNeverOneThatIs) {
     EXPECT_THAT(platform.Calls(), Not(Contains(HasSubstr("BindToObject"))));
     EXPECT_EQ(Close(id), 1);
   }
-  // Digits that make a small number are one, however many.
+  // Many digits, but a small number.
   EXPECT_EQ(Open("00000000000000000000"), 0);
   EXPECT_EQ(Close(), 1);
   EXPECT_EQ(Open(std::string(100'000, '0')), 0);
@@ -86,7 +94,7 @@ TEST_F(LyingHost, IdOfTooManyDigitsIsACameraThatIsNotThereNeverOneThatIs) {
   platform.DisposeOf("current media type");
 }
 
-TEST_F(LyingHost, IdOfACloseIsPassedOnWithoutBeingRead) {
+TEST_F(InvalidInputFromHost, IdOfACloseIsNotRead) {
   static std::atomic<const char*> idSeen = nullptr;
   static std::atomic<std::uint32_t> lengthSeen = 0;
   const NUVEQServiceListener listener{[](const char* id, std::uint32_t idLen, NUVEQServiceStatus) {
@@ -97,7 +105,7 @@ TEST_F(LyingHost, IdOfACloseIsPassedOnWithoutBeingRead) {
                                       nullptr};
   ASSERT_EQ(handler.RegisterServiceListener(&listener), 0);
   QueryAndOpen();
-  const EndOfPage nothing(std::string{});
+  const GuardPageBuffer nothing(std::string{});
   EXPECT_EQ(handler.CloseCameraDevice(nothing.Text(), kMax), 1);
   EXPECT_EQ(idSeen, nothing.Text());
   EXPECT_EQ(lengthSeen, kMax);
@@ -111,9 +119,9 @@ struct Request {
   int result;
 };
 
-TEST_F(LyingHost, SizesOfAnyNumbersAreOpenedOrRefusedAndLeaveNothing) {
+TEST_F(InvalidInputFromHost, ExtremeSizesAreOpenedOrRefusedWithoutLeaks) {
   QueryAndRelease();
-  // This encoder takes any size; what the pool refuses is an empty frame and one of more than 2 GiB.
+  // The scripted encoder accepts any size; the pool refuses empty frames and frames of more than 2 GiB.
   const std::vector<Request> requests = {
       {0, 0, -1004},
       {0, 480, -1004},
@@ -144,22 +152,22 @@ TEST_F(LyingHost, SizesOfAnyNumbersAreOpenedOrRefusedAndLeaveNothing) {
       EXPECT_EQ(platform.LastEncodeParam().height, request.height);
       EXPECT_THAT(platform.Calls(), Contains(HasSubstr(std::to_string(request.width) + "x" +
                                                        std::to_string(request.height) + ", 333333")));
-      // All the frame buffers that such a picture needs, filled and encoded.
+      // The pool can be filled and encoded.
       const std::size_t bytes = std::size_t{request.width} * request.height * 2;
       EXPECT_TRUE(platform.DeliverFrame(Frame(bytes, 1)));
       EXPECT_TRUE(platform.DeliverFrame(Frame(bytes + 1, 1)));
-      EXPECT_TRUE(WaitUntil([&] { return platform.EncodedFrames().size() == 1; }));
+      EXPECT_TRUE(WaitFor([&] { return platform.EncodedFrames().size() == 1; }));
       EXPECT_EQ(Close(), 1);
     } else {
       EXPECT_THAT(platform.Alive(), Not(Contains("frame")));
       EXPECT_EQ(Close(), 0) << "there is no graph";
     }
-    // Another request may follow at once.
+    // The next open succeeds.
     ExpectASoundSession();
   }
 }
 
-TEST_F(LyingHost, RateOfZeroAsksForTheShortestIntervalsAndOneKeyFrame) {
+TEST_F(InvalidInputFromHost, ZeroRateRequestsShortestIntervalAndOneKeyFrame) {
   QueryAndRelease();
   ASSERT_EQ(Open("0", 640, 480, 0), 0);
   EXPECT_THAT(platform.Calls(),
@@ -171,7 +179,7 @@ TEST_F(LyingHost, RateOfZeroAsksForTheShortestIntervalsAndOneKeyFrame) {
   ExpectASoundSession();
 }
 
-TEST_F(LyingHost, GreatestRateHasNoIntervalAndItsKeyFramesWrap) {
+TEST_F(InvalidInputFromHost, MaxRateHasZeroIntervalAndWrappedKeyFrameInterval) {
   QueryAndRelease();
   for (const std::uint32_t fps : {10'000'001U, 0x80000000U, kMax}) {
     platform.ClearJournal();
@@ -188,7 +196,7 @@ TEST_F(LyingHost, GreatestRateHasNoIntervalAndItsKeyFramesWrap) {
 
 // --- Callbacks ---
 
-TEST_F(LyingHost, CloseInsideTheReportOfARefusedOpenClosesTheCamera) {
+TEST_F(InvalidInputFromHost, CloseInsideTheReportOfARefusedOpenClosesTheCamera) {
   OpenListed();
   DeliverAndReceive(1);
   host.InStatus([&](int status) {
@@ -205,7 +213,7 @@ TEST_F(LyingHost, CloseInsideTheReportOfARefusedOpenClosesTheCamera) {
   ExpectASoundSession();
 }
 
-TEST_F(LyingHost, OpenInsideTheReportOfACloseIsRefusedAndTheCameraIsClosed) {
+TEST_F(InvalidInputFromHost, OpenInsideTheReportOfACloseIsRefused) {
   OpenListed();
   std::atomic<int> inside = 1;
   host.InStatus([&](int status) {
@@ -221,7 +229,7 @@ TEST_F(LyingHost, OpenInsideTheReportOfACloseIsRefusedAndTheCameraIsClosed) {
   ExpectASoundSession();
 }
 
-TEST_F(LyingHost, DataCallbackMayCallEverySlotOfTheTable) {
+TEST_F(InvalidInputFromHost, DataCallbackMayCallEveryTableFunction) {
   QueryAndOpen();
   std::atomic<int> opened = 1;
   std::atomic<int> closed = 1;
@@ -250,7 +258,7 @@ TEST_F(LyingHost, DataCallbackMayCallEverySlotOfTheTable) {
   EXPECT_EQ(Close(), 1);
 }
 
-TEST_F(LyingHost, DataCallbackThatThrowsWhileTheCameraClosesDoesNotHoldItUp) {
+TEST_F(InvalidInputFromHost, CloseReturnsWhileTheDataCallbackThrows) {
   OpenListed();
   Gate inside;
   Gate mayThrow;
@@ -262,7 +270,7 @@ TEST_F(LyingHost, DataCallbackThatThrowsWhileTheCameraClosesDoesNotHoldItUp) {
   ASSERT_TRUE(platform.DeliverFrame(Frame(kFrameSize, 1)));
   ASSERT_TRUE(inside.Wait());
   std::thread closer([&] { EXPECT_EQ(Close(), 1); });
-  EXPECT_TRUE(WaitUntil([&] { return platform.CallCount("IMediaControl::Stop") == 1; }));
+  EXPECT_TRUE(WaitFor([&] { return platform.CallCount("IMediaControl::Stop") == 1; }));
   mayThrow.Open();
   closer.join();
   host.InData(nullptr);
@@ -270,8 +278,8 @@ TEST_F(LyingHost, DataCallbackThatThrowsWhileTheCameraClosesDoesNotHoldItUp) {
   ExpectASoundSession();
 }
 
-// Ten seconds are longer than any wait of the library's would be, if it had one.
-TEST_F(LyingHost, DataCallbackThatBlocksForTenSecondsHoldsTheCameraAndCostsNothing) {
+// Longer than any timeout that the library might have.
+TEST_F(InvalidInputFromHost, DataCallbackThatBlocksForTenSecondsLosesNoFrame) {
   constexpr std::uint64_t kBlocking = 3;
   constexpr std::chrono::seconds kBlock{10};
   platform.SetPc(scripted::LaptopPc({Yuy2(16, 16, 30)}));
@@ -295,7 +303,7 @@ TEST_F(LyingHost, DataCallbackThatBlocksForTenSecondsHoldsTheCameraAndCostsNothi
     outOfOrder += number == next++ ? 0 : 1;
     if (number == kBlocking) {
       std::this_thread::sleep_for(kBlock);
-      // In all that time: what came before, this one, and a full pool behind it.
+      // The earlier frames, this frame, and a full pool.
       heldBack = platform.DeliveredFrames();
     } else if (number == 100 * kBlocking) {
       blocks.Open();
@@ -311,7 +319,7 @@ TEST_F(LyingHost, DataCallbackThatBlocksForTenSecondsHoldsTheCameraAndCostsNothi
     EXPECT_EQ(Close(), 1);
     EXPECT_TRUE(ended) << "closing waits for the callback";
   });
-  EXPECT_TRUE(WaitUntil([&] { return platform.CallCount("IMediaControl::Stop") == 1; }));
+  EXPECT_TRUE(WaitFor([&] { return platform.CallCount("IMediaControl::Stop") == 1; }));
   EXPECT_FALSE(ended);
   mayEnd.Open();
   closer.join();

@@ -1,4 +1,4 @@
-// The form of the log lines: pieces, levels, the function's signature, and the host's locale.
+// Format of log messages: text, level, function signature and independence of the locale.
 #include "Log.h"
 
 #include <locale>
@@ -6,6 +6,10 @@
 #include "support/CameraHandlerTest.h"
 
 namespace {
+
+using support::CameraHandlerTest;
+using support::Frame;
+using support::LoadedLibrary;
 
 using LogFormat = CameraHandlerTest;
 using ::testing::ElementsAre;
@@ -24,23 +28,23 @@ class GlobalLocale {
   std::locale m_before;
 };
 
-// Groups digits by threes, as many languages do.
+// Groups digits by threes.
 class Grouping : public std::numpunct<wchar_t> {
  protected:
   wchar_t do_thousands_sep() const override { return L'.'; }
   std::string do_grouping() const override { return "\3"; }
 };
 
-TEST_F(LogFormat, LineNamesTheFunctionsFullSignature) {
+TEST_F(LogFormat, MessageHasTheFullFunctionSignature) {
   EXPECT_EQ(Close(), 0);
   ASSERT_EQ(platform.Logs().size(), 1U);
   const std::string function = platform.Logs().at(0).function;
   EXPECT_THAT(function, HasSubstr("bool CameraOperator::CloseCameraInner(const char"));
 }
 
-TEST_F(LogFormat, EveryLineOfARunNamesItsOwnFunction) {
+TEST_F(LogFormat, EveryMessageHasTheSignatureOfItsFunction) {
   QueryAndOpen();
-  // The lines of other classes and of the export are signed as well.
+  // Other classes and the exported function use their signatures, too.
   EXPECT_TRUE(platform.DeliverFrame(Frame(0, 0)));
   EXPECT_EQ(Close(), 1);
   platform.SetPc(scripted::LaptopPc({scripted::Yuy2(640, 480, 30), scripted::Yuy2(640, 480, 30)}));
@@ -56,11 +60,11 @@ TEST_F(LogFormat, EveryLineOfARunNamesItsOwnFunction) {
   }
 }
 
-TEST_F(LogFormat, NumbersHaveNoSeparatorsWhateverTheLocale) {
+TEST_F(LogFormat, NumbersAreIndependentOfTheLocale) {
   const GlobalLocale locale(std::locale(std::locale::classic(), new Grouping));
   platform.ClearJournal();
   std::thread other([&] {
-    // A thread that has never logged takes its stream from the global locale.
+    // The stream of a new thread uses the global locale.
     camera_log::Write(log4cplus::ERROR_LOG_LEVEL, {"file", 1, "function"}, L"a ", -2147467259, L" b ",
                       844715353U, L" c ", 123456789012LL);
   });
@@ -68,7 +72,7 @@ TEST_F(LogFormat, NumbersHaveNoSeparatorsWhateverTheLocale) {
   EXPECT_THAT(LogLines(), ElementsAre("ERROR file:1 a -2147467259 b 844715353 c 123456789012"));
 }
 
-TEST_F(LogFormat, DisabledLevelsAreNotWritten) {
+TEST_F(LogFormat, DisabledLevelsAreNotLogged) {
   log4cplus::Logger logger = GetLogger();
   logger.setLogLevel(log4cplus::ERROR_LOG_LEVEL);
   QueryAndOpen();

@@ -1,10 +1,9 @@
-// A platform that answers success and hands out what it should not: through the table, on the way of a query
-// and on that of an open.
+// Malformed output of platform calls that succeed, in a query and in an open.
 #include <limits>
 #include <optional>
 
 #include "support/CameraHandlerTest.h"
-#include "support/EndOfPage.h"
+#include "support/GuardPageBuffer.h"
 
 namespace {
 
@@ -17,15 +16,19 @@ using scripted::MediaType;
 using scripted::Mjpg;
 using scripted::SucceedsWithNull;
 using scripted::Yuy2;
+using support::CameraHandlerTest;
+using support::Frame;
+using support::GuardPageBuffer;
+using support::kFrameSize;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::Not;
 using ::testing::StartsWith;
 
-class LyingPlatform : public CameraHandlerTest {
+class MalformedInputFromPlatform : public CameraHandlerTest {
  protected:
-  // The records say 640x480 at 30 and nothing else.
+  // Expects records with 640x480 at 30 frames per second only.
   void ExpectOneSizeListed() {
     ASSERT_EQ(Query(), 0);
     const NUVEQCameraAbility& ability = *capabilities->abilities;
@@ -43,7 +46,7 @@ class LyingPlatform : public CameraHandlerTest {
     EXPECT_EQ(capabilities->abilities->fpsRangeNum, 0U);
     ReleaseCapabilities();
   }
-  // Opens, gets a packet, closes. The format structure that each open leaves is put out of the way.
+  // Opens, receives a packet and closes. Disposes of the format structure that each open leaks.
   void ExpectASession() {
     ASSERT_EQ(Open(), 0);
     DeliverAndReceive(1);
@@ -56,15 +59,15 @@ class LyingPlatform : public CameraHandlerTest {
 
 struct NullInTheQuery {
   const char* operation;
-  unsigned nth;  // from the query's start
+  unsigned nth;  // counted from the start of the query
   int result;
 };
 
-TEST_F(LyingPlatform, NullWithSuccessFailsTheQueryAndLeavesNothing) {
+TEST_F(MalformedInputFromPlatform, NullWithSuccessFailsTheQueryWithoutLeak) {
   const std::vector<NullInTheQuery> lies = {
       {"CoCreateInstance", 1, -1000},
       {"ICreateDevEnum::CreateClassEnumerator", 1, -1000},
-      // The second name is the built-in camera's.
+      // The second name is that of the built-in camera.
       {"CoGetMalloc", 2, -1000},
       {"CreateBindCtx", 2, -1000},
       {"IMoniker::GetDisplayName", 2, -1000},
@@ -87,14 +90,14 @@ TEST_F(LyingPlatform, NullWithSuccessFailsTheQueryAndLeavesNothing) {
   ExpectASession();
 }
 
-TEST_F(LyingPlatform, PinThatDoesNotNameItsFilterIsReadAllTheSame) {
+TEST_F(MalformedInputFromPlatform, PinInformationWithoutFilterIsAccepted) {
   platform.SetPc(LaptopPc({Yuy2(640, 480, 30)}));
   platform.Answers("IPin::QueryPinInfo", SucceedsWithNull());
   ExpectOneSizeListed();
   ExpectASession();
 }
 
-TEST_F(LyingPlatform, NullsAmongTheEntriesOfEveryEnumeratorAreSkippedByQueryAndOpen) {
+TEST_F(MalformedInputFromPlatform, QueryAndOpenSkipNullEntriesOfEnumerators) {
   Camera nobody;
   nobody.isNull = true;
   scripted::Pin noPin;
@@ -109,7 +112,7 @@ TEST_F(LyingPlatform, NullsAmongTheEntriesOfEveryEnumeratorAreSkippedByQueryAndO
   ExpectASession();
 }
 
-TEST_F(LyingPlatform, EnumeratorsThatHandOutNothingButNullsAreEmpty) {
+TEST_F(MalformedInputFromPlatform, EnumeratorsOfNullsAreEmpty) {
   Camera nobody;
   nobody.isNull = true;
   platform.SetPc({{{0, kBuiltInId}}, {nobody, nobody}});
@@ -128,8 +131,8 @@ TEST_F(LyingPlatform, EnumeratorsThatHandOutNothingButNullsAreEmpty) {
 
 struct FormatLie {
   const char* name;
-  ULONG block;  // bytes
-  ULONG size;   // what the structure says
+  ULONG block;  // actual size in bytes
+  ULONG size;   // cbFormat
   bool hasBlock;
 };
 
@@ -143,10 +146,10 @@ MediaType Lie(const FormatLie& lie) {
   return type;
 }
 
-class MissingFormat : public LyingPlatform, public ::testing::WithParamInterface<FormatLie> {};
+class MissingFormat : public MalformedInputFromPlatform, public ::testing::WithParamInterface<FormatLie> {};
 
-// A block without room for the picture's size is neither read nor written: the pin keeps its own format.
-TEST_P(MissingFormat, ListsNothingAndIsOpenedAsItIs) {
+// A block without room for the picture size is neither read nor written: the pin keeps its format.
+TEST_P(MissingFormat, IsNotListedAndNotChangedByOpen) {
   platform.SetPc(LaptopPc({Lie(GetParam())}));
   ExpectNothingListed();
   platform.ClearJournal();
@@ -155,7 +158,7 @@ TEST_P(MissingFormat, ListsNothingAndIsOpenedAsItIs) {
 }
 
 constexpr ULONG kWhole = sizeof(VIDEOINFOHEADER);
-// Up to the end of the picture's height.
+// Up to the end of the picture height.
 constexpr ULONG kPictureSizeEnd = 60;
 constexpr ULONG kHuge = std::numeric_limits<ULONG>::max();
 
@@ -167,11 +170,10 @@ INSTANTIATE_TEST_SUITE_P(
                       FormatLie{"HugeSizeWithoutBlock", 0, kHuge, false}),
     [](const auto& tested) { return std::string(tested.param.name); });
 
-class ShortFormat : public LyingPlatform, public ::testing::WithParamInterface<FormatLie> {};
+class ShortFormat : public MalformedInputFromPlatform, public ::testing::WithParamInterface<FormatLie> {};
 
-// A block that is not a whole header is not listed, but its size and interval are set if it has room for
-// them.
-TEST_P(ShortFormat, ListsNothingAndIsOpenedWithTheRequestedSize) {
+// An incomplete header is not listed, but size and interval are set if the block has room for them.
+TEST_P(ShortFormat, IsNotListedButSetByOpen) {
   const MediaType lie = Lie(GetParam());
   // cbFormat 0 means that there is no block to free.
   const unsigned notFreed = lie.SizeField() == 0 ? 1 : 0;
@@ -193,7 +195,7 @@ INSTANTIATE_TEST_SUITE_P(
                       FormatLie{"OneByteShort", kWhole - 1, kWhole - 1, true}),
     [](const auto& tested) { return std::string(tested.param.name); });
 
-TEST_F(LyingPlatform, BlockIsReadAndWrittenAsFarAsItIsKnownHoweverLongItClaimsToBe) {
+TEST_F(MalformedInputFromPlatform, OverlongFormatBlockIsAccessedOnlyInTheHeader) {
   for (const ULONG size : {kWhole, kWhole + 1, ULONG{1} << 20, kHuge}) {
     SCOPED_TRACE(size);
     platform.SetPc(LaptopPc({Lie({"", kWhole, size, true})}));
@@ -209,13 +211,13 @@ TEST_F(LyingPlatform, BlockIsReadAndWrittenAsFarAsItIsKnownHoweverLongItClaimsTo
 
 // --- Names and ids ---
 
-// A device path of the form that display names have, with that many characters for the instance id.
+// Returns a display name with an instance id of the given length.
 std::wstring NameForId(std::size_t length) {
   return LR"(@device:pnp:\\?\usb#)" + std::wstring(length - 4, L'a') + L"#{65e8}";
 }
 
-TEST_F(LyingPlatform, InstanceIdOfTwoHundredFiftyFiveCharactersFindsItsCamera) {
-  // One less than there is room for, so that it is terminated; and one that fills the room, which is not.
+TEST_F(MalformedInputFromPlatform, InstanceIdOf255CharactersFindsItsCamera) {
+  // A terminated id of maximum length, and an id that fills the buffer without a terminator.
   for (const std::size_t length : {std::size_t{255}, std::size_t{256}}) {
     const scripted::UsbDevice device{0, "USB\\" + std::string(length - 4, 'A')};
     Camera camera = BuiltInCamera({Yuy2(640, 480, 30)});
@@ -223,14 +225,14 @@ TEST_F(LyingPlatform, InstanceIdOfTwoHundredFiftyFiveCharactersFindsItsCamera) {
     platform.SetPc({{{DN_REMOVABLE, scripted::kPlugInId}, device}, {scripted::PlugInCamera(), camera}});
     ExpectOneSizeListed();
     ExpectASession();
-    // One character less is another camera's.
+    // A shorter id belongs to another camera.
     camera.displayName = NameForId(length - 1);
     platform.SetPc({{device}, {camera}});
     EXPECT_EQ(Query(), -1000);
   }
 }
 
-TEST_F(LyingPlatform, DisplayNamesOfManyKilobytesAreTakenWholeByQueryAndOpen) {
+TEST_F(MalformedInputFromPlatform, QueryAndOpenAcceptLongDisplayNames) {
   const std::wstring padding(std::size_t{64} * 1024 / sizeof(wchar_t), L'x');
   Camera stranger = scripted::PlugInCamera();
   stranger.displayName = padding + stranger.displayName;
@@ -243,16 +245,15 @@ TEST_F(LyingPlatform, DisplayNamesOfManyKilobytesAreTakenWholeByQueryAndOpen) {
   EXPECT_THAT(platform.Calls(), Contains("IMoniker::BindToObject(built-in, IID_IBaseFilter)"));
 }
 
-TEST_F(LyingPlatform, DeviceWithoutANameIsPassedOverByQueryAndOpen) {
+TEST_F(MalformedInputFromPlatform, QueryAndOpenSkipDeviceWithoutName) {
   platform.SetPc({{{0, kBuiltInId}},
                   {{"nameless", {}, {}}, BuiltInCamera({Yuy2(640, 480, 30)}), {"nameless too", {}, {}}}});
   ExpectOneSizeListed();
   ExpectASession();
 }
 
-// Half a pair of surrogates is no text. Wherever in the name, whichever half: the slot's failure, no log line
-// of it, and nothing held.
-TEST_F(LyingPlatform, NameWithHalfAPairOfSurrogatesFailsQueryAndOpen) {
+// An unpaired surrogate at any position fails the call without logging or leaks.
+TEST_F(MalformedInputFromPlatform, NameWithUnpairedSurrogateFailsQueryAndOpen) {
   constexpr wchar_t kHigh = 0xD83D;
   constexpr wchar_t kLow = 0xDCF7;
   const std::wstring name = kBuiltInDisplayName;
@@ -276,23 +277,23 @@ TEST_F(LyingPlatform, NameWithHalfAPairOfSurrogatesFailsQueryAndOpen) {
 
 // --- Samples ---
 
-TEST_F(LyingPlatform, SamplesAreReadAsFarAsTheySayAndNotAtAllWhenTheyDoNotFit) {
+TEST_F(MalformedInputFromPlatform, SamplesAreReadUpToTheirLengthOrNotAtAll) {
   QueryAndOpen();
-  const EndOfPage whole(Frame(kFrameSize, 1));
-  const EndOfPage one(Frame(1, 2));
-  // None of them costs a buffer, and none is encoded.
+  const GuardPageBuffer whole(Frame(kFrameSize, 1));
+  const GuardPageBuffer one(Frame(1, 2));
+  // Ignored; no buffer is lost.
   for (const LONG length : {LONG{0}, LONG{-1}, std::numeric_limits<LONG>::min()}) {
     for (int i = 0; i < 5; ++i) {
       EXPECT_TRUE(platform.DeliverFrame(one.Bytes(), length));
       EXPECT_TRUE(platform.DeliverFrame(nullptr, length));
     }
   }
-  // These do not fit; each costs a buffer.
+  // Too long; each loses a buffer.
   for (const LONG length : {static_cast<LONG>(kFrameSize) + 1, std::numeric_limits<LONG>::max()}) {
     EXPECT_TRUE(platform.DeliverFrame(one.Bytes(), length));
     EXPECT_TRUE(platform.DeliverFrame(one.Bytes(), length));
   }
-  // The fifth goes on.
+  // The fifth buffer is still used.
   EXPECT_TRUE(platform.DeliverFrame(whole.Bytes(), static_cast<LONG>(kFrameSize)));
   EXPECT_TRUE(platform.DeliverFrame(one.Bytes(), 1));
   ASSERT_TRUE(host.WaitForPackets(2));

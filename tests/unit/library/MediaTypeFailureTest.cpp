@@ -1,4 +1,4 @@
-// What becomes of failures while the media types of a camera are read.
+// Failures while the media types of a camera are read.
 #include <string>
 #include <vector>
 
@@ -12,6 +12,7 @@ using scripted::kBuiltInId;
 using scripted::SFalse;
 using scripted::SucceedsWithNull;
 using scripted::Yuy2;
+using support::ErrorLine;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
@@ -23,7 +24,7 @@ TEST_F(MediaTypes, NullFilterHasNoPins) {
                   456, "[CameraOperator]invalid para, devFilter is nullptr(CameraOperator::EnumPins)")));
 }
 
-TEST_F(MediaTypes, CameraThatIsNotBoundIsNotRead) {
+TEST_F(MediaTypes, UnboundCameraIsNotRead) {
   EXPECT_EQ(camera->CameraCount(), 1U);
   platform.ClearJournal();
   EXPECT_FALSE(camera->GetCameraCapabilities(3, sizes, subTypes, fpsList));
@@ -32,7 +33,7 @@ TEST_F(MediaTypes, CameraThatIsNotBoundIsNotRead) {
                                                 "(CameraOperator::GetCameraCapabilities)")));
 }
 
-TEST_F(MediaTypes, CameraThatDisappearedIsNotReadAndTheTableStays) {
+TEST_F(MediaTypes, RemovedCameraKeepsTheTable) {
   EXPECT_TRUE(Read({Yuy2(640, 480, 30)}));
   platform.SetPc({{}, {scripted::PlugInCamera()}});
   platform.ClearJournal();
@@ -53,7 +54,7 @@ struct ReadFailure {
   bool clearsTable;
 };
 
-TEST_F(MediaTypes, EachFailureWhileReadingHasItsLineAndLeavesNothing) {
+TEST_F(MediaTypes, EachFailureIsLoggedWithoutLeak) {
   const std::string pinInfo = "(CameraOperator::QueryCameraPinInfo)";
   const std::vector<ReadFailure> failures = {
       {"IBaseFilter::EnumPins", Fails(),
@@ -95,7 +96,7 @@ TEST_F(MediaTypes, EachFailureWhileReadingHasItsLineAndLeavesNothing) {
   }
 }
 
-TEST_F(MediaTypes, FailureAtTheSecondPinKeepsWhatTheFirstGave) {
+TEST_F(MediaTypes, FailureAtTheSecondPinKeepsTheTypesOfTheFirst) {
   platform.SetPc(
       {{{0, kBuiltInId}},
        {{"built-in",
@@ -108,7 +109,7 @@ TEST_F(MediaTypes, FailureAtTheSecondPinKeepsWhatTheFirstGave) {
   EXPECT_EQ(CameraCapabilityMgr::GetInstance().FindCapability(640, 480).fps, 30U);
 }
 
-TEST_F(MediaTypes, TypeThatComesWithAnotherResultEndsTheListAndIsNeitherUsedNorFreed) {
+TEST_F(MediaTypes, TypeReturnedWithAFailureEndsTheList) {
   EXPECT_EQ(camera->CameraCount(), 1U);
   for (const scripted::Answer answer : {SFalse(), scripted::FailsWithOutput()}) {
     sizes.clear();
@@ -119,7 +120,7 @@ TEST_F(MediaTypes, TypeThatComesWithAnotherResultEndsTheListAndIsNeitherUsedNorF
   }
 }
 
-TEST_F(MediaTypes, PinThatComesWithAnotherResultEndsTheListAndIsNeitherReadNorReleased) {
+TEST_F(MediaTypes, PinReturnedWithAFailureEndsTheList) {
   EXPECT_EQ(camera->CameraCount(), 1U);
   for (const scripted::Answer answer : {SFalse(), scripted::FailsWithOutput()}) {
     platform.AnswersNth("IEnumPins::Next", 1, answer);
@@ -129,7 +130,7 @@ TEST_F(MediaTypes, PinThatComesWithAnotherResultEndsTheListAndIsNeitherReadNorRe
   }
 }
 
-TEST_F(MediaTypes, FilterThatComesWithAFailureOfThePinsInformationIsNotReleased) {
+TEST_F(MediaTypes, FilterReturnedWithAFailureIsNotReleased) {
   EXPECT_EQ(camera->CameraCount(), 1U);
   for (const scripted::Answer answer : {SFalse(), scripted::FailsWithOutput()}) {
     platform.AnswersNth("IPin::QueryPinInfo", 1, answer);
@@ -138,7 +139,7 @@ TEST_F(MediaTypes, FilterThatComesWithAFailureOfThePinsInformationIsNotReleased)
   }
 }
 
-TEST_F(MediaTypes, EnumerationOfPinsOrTypesThatBreaksOffEndsTheList) {
+TEST_F(MediaTypes, FailedEnumerationOfPinsOrTypesEndsTheList) {
   EXPECT_EQ(camera->CameraCount(), 1U);
   platform.AnswersNth("IEnumMediaTypes::Next", 2, Fails());
   EXPECT_TRUE(camera->GetCameraCapabilities(0, sizes, subTypes, fpsList));

@@ -1,4 +1,4 @@
-// How media types become sizes, subtypes and frame rates.
+// Conversion of media types to sizes, subtypes and frame rates.
 #include "MediaType.h"
 
 #include "MediaTypeTest.h"
@@ -8,11 +8,12 @@ namespace {
 using scripted::MediaType;
 using scripted::Mjpg;
 using scripted::Yuy2;
+using support::ErrorLine;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-TEST_F(MediaTypes, IntervalsBecomeRatesRoundedDown) {
+TEST_F(MediaTypes, ConvertsIntervalsToRatesRoundedDown) {
   EXPECT_EQ(camera->AvgTimePerFrameToFps(333333), 30U);
   EXPECT_EQ(camera->AvgTimePerFrameToFps(333334), 29U);
   EXPECT_EQ(camera->AvgTimePerFrameToFps(333667), 29U);
@@ -24,14 +25,14 @@ TEST_F(MediaTypes, IntervalsBecomeRatesRoundedDown) {
   EXPECT_THAT(LogLines(), IsEmpty());
 }
 
-TEST_F(MediaTypes, IntervalOfZeroIsTakenForThirtyFrames) {
+TEST_F(MediaTypes, ConvertsIntervalZeroToThirtyFrames) {
   EXPECT_EQ(camera->AvgTimePerFrameToFps(0), 30U);
   EXPECT_THAT(LogLines(), ElementsAre(ErrorLine(434,
                                                 "[CameraOperator]avgTimePerFrame is 0."
                                                 "(CameraOperator::AvgTimePerFrameToFps)")));
 }
 
-TEST_F(MediaTypes, RatesBecomeIntervalsRoundedDown) {
+TEST_F(MediaTypes, ConvertsRatesToIntervalsRoundedDown) {
   EXPECT_EQ(camera->FpsToAvgTimePerFrame(30), 333333);
   EXPECT_EQ(camera->FpsToAvgTimePerFrame(15), 666666);
   EXPECT_EQ(camera->FpsToAvgTimePerFrame(25), 400000);
@@ -42,26 +43,26 @@ TEST_F(MediaTypes, RatesBecomeIntervalsRoundedDown) {
   EXPECT_THAT(LogLines(), IsEmpty());
 }
 
-TEST_F(MediaTypes, RateOfZeroHasTheIntervalThirtyThree) {
+TEST_F(MediaTypes, ConvertsRateZeroToInterval33) {
   EXPECT_EQ(camera->FpsToAvgTimePerFrame(0), 33);
   EXPECT_THAT(LogLines(),
               ElementsAre(ErrorLine(445, "[CameraOperator]fps is 0.(CameraOperator::FpsToAvgTimePerFrame)")));
 }
 
-TEST_F(MediaTypes, SameSizeInTwoSubtypesIsOneSizeTwoSubtypesOneRateAndTwoTableEntries) {
+TEST_F(MediaTypes, SizeInTwoSubtypesIsListedOnce) {
   EXPECT_TRUE(Read({Mjpg(640, 480, 30), Yuy2(640, 480, 30)}));
   EXPECT_EQ(Sizes(), (Pairs{{640, 480}}));
   EXPECT_EQ(subTypes.size(), 2U);
   EXPECT_THAT(fpsList, ElementsAre(30000U));
   EXPECT_EQ(CameraCapabilityMgrTestAccess::Size(CameraCapabilityMgr::GetInstance()), 2U);
-  // Each entry is there: adding either again is refused.
+  // Both entries exist: adding either again is refused.
   platform.ClearJournal();
   CameraCapabilityMgr::GetInstance().Add(640, 480, 30, MEDIASUBTYPE_MJPG);
   CameraCapabilityMgr::GetInstance().Add(640, 480, 30, MEDIASUBTYPE_YUY2);
   EXPECT_EQ(platform.Logs().size(), 2U);
 }
 
-TEST_F(MediaTypes, EachAcceptedTypeIsLogged) {
+TEST_F(MediaTypes, AcceptedTypesAreLogged) {
   EXPECT_TRUE(Read({Mjpg(1280, 720, 30), Yuy2(640, 480, 15)}));
   EXPECT_THAT(LogLines(),
               ElementsAre(ErrorLine(427,
@@ -72,7 +73,7 @@ TEST_F(MediaTypes, EachAcceptedTypeIsLogged) {
                                     "subType:844715353(CameraOperator::ParseMediaType)")));
 }
 
-TEST_F(MediaTypes, OtherFormatTypesContributeNothingNotEvenALogLine) {
+TEST_F(MediaTypes, OtherFormatTypesAreIgnoredWithoutLogging) {
   MediaType other = Yuy2(640, 480, 30);
   other.formatType = FORMAT_VideoInfo2;
   EXPECT_TRUE(Read({other}));
@@ -83,7 +84,7 @@ TEST_F(MediaTypes, OtherFormatTypesContributeNothingNotEvenALogLine) {
   EXPECT_EQ(CameraCapabilityMgr::GetInstance().FindCapability(640, 480).fps, 0U);
 }
 
-TEST_F(MediaTypes, FormatBlocksThatAreShortOrMissingContributeNothing) {
+TEST_F(MediaTypes, ShortAndMissingFormatBlocksAreIgnored) {
   MediaType shortFormat = Yuy2(640, 480, 30);
   shortFormat.formatSize = 87;
   MediaType noFormat = Yuy2(640, 480, 30);
@@ -99,14 +100,14 @@ TEST_F(MediaTypes, FormatBlocksThatAreShortOrMissingContributeNothing) {
   EXPECT_THAT(LogLines(), IsEmpty());
 }
 
-TEST_F(MediaTypes, FormatBlocksThatAreLongerAreAccepted) {
+TEST_F(MediaTypes, LongerFormatBlocksAreAccepted) {
   MediaType longFormat = Yuy2(640, 480, 30);
   longFormat.formatSize = 5000;
   EXPECT_TRUE(Read({longFormat}));
   EXPECT_EQ(Sizes(), (Pairs{{640, 480}}));
 }
 
-TEST_F(MediaTypes, IntervalOneUnitTooLongLosesAFrame) {
+TEST_F(MediaTypes, IntervalAboveAWholeRateIsRoundedDown) {
   MediaType slow = Yuy2(640, 480, 30);
   slow.interval = 333334;
   EXPECT_TRUE(Read({slow}));
@@ -123,7 +124,7 @@ TEST_F(MediaTypes, NegativeHeightsAreKept) {
                                                 "(CameraOperator::ParseMediaType)")));
 }
 
-TEST_F(MediaTypes, CapturePinAndStillPinBothContribute) {
+TEST_F(MediaTypes, CapturePinAndStillPinAreRead) {
   EXPECT_TRUE(Read({{"capture", PINDIR_OUTPUT, {Yuy2(640, 480, 30)}},
                     {"still", PINDIR_OUTPUT, {Yuy2(1280, 960, 15)}},
                     {"control", PINDIR_INPUT, {Yuy2(320, 240, 5)}}}));
@@ -131,7 +132,7 @@ TEST_F(MediaTypes, CapturePinAndStillPinBothContribute) {
   EXPECT_THAT(fpsList, ElementsAre(5000U, 15000U, 30000U));
 }
 
-TEST_F(MediaTypes, CameraWithoutAnAcceptedTypeIsReadAllTheSame) {
+TEST_F(MediaTypes, CameraWithoutUsableTypeSucceeds) {
   EXPECT_TRUE(Read(std::vector<MediaType>{}));
   EXPECT_THAT(sizes, IsEmpty());
   EXPECT_THAT(subTypes, IsEmpty());
@@ -155,7 +156,7 @@ TEST_F(MediaTypes, NullEntriesOfAPinListAreSkipped) {
   EXPECT_THAT(platform.Journal(), IsEmpty());
 }
 
-TEST_F(MediaTypes, TypeWhoseContentsWereFreedHasNone) {
+TEST_F(MediaTypes, FreedTypeHasNoContents) {
   AM_MEDIA_TYPE type{};
   type.cbFormat = sizeof(VIDEOINFOHEADER);
   type.pbFormat = static_cast<BYTE*>(CoTaskMemAlloc(type.cbFormat));
@@ -169,14 +170,14 @@ TEST_F(MediaTypes, TypeWhoseContentsWereFreedHasNone) {
   EXPECT_THAT(platform.Alive(), IsEmpty());
 }
 
-TEST_F(MediaTypes, ObjectInATypeIsReleased) {
+TEST_F(MediaTypes, InterfaceInATypeIsReleased) {
   MediaType type = Yuy2(640, 480, 30);
   type.hasUnknown = true;
   EXPECT_TRUE(Read({type}));
   EXPECT_THAT(platform.Alive(), IsEmpty());
 }
 
-TEST_F(MediaTypes, TableDescribesTheCameraQueriedLast) {
+TEST_F(MediaTypes, TableDescribesTheLastQueriedCamera) {
   EXPECT_TRUE(Read({Yuy2(640, 480, 30)}));
   EXPECT_TRUE(Read({Yuy2(320, 240, 15)}));
   EXPECT_EQ(CameraCapabilityMgr::GetInstance().FindCapability(640, 480).fps, 0U);
@@ -191,9 +192,9 @@ TEST_F(MediaTypes, ListsAreAppendedTo) {
   EXPECT_THAT(fpsList, ElementsAre(1U, 30000U));
 }
 
-// --- The two orderings that are none ---
+// --- Sorting by comparisons that are not strict weak orderings ---
 
-TEST_F(MediaTypes, SizesThatComeBeforeEachOtherChangePlacesEveryTime) {
+TEST_F(MediaTypes, MutuallySmallerSizesAreSwapped) {
   sizes = {{1280, 480}, {640, 720}};
   camera->SortAndUniqueCapabilities(sizes, subTypes, fpsList);
   EXPECT_EQ(Sizes(), (Pairs{{640, 720}, {1280, 480}}));
@@ -201,25 +202,25 @@ TEST_F(MediaTypes, SizesThatComeBeforeEachOtherChangePlacesEveryTime) {
   EXPECT_EQ(Sizes(), (Pairs{{1280, 480}, {640, 720}}));
 }
 
-TEST_F(MediaTypes, SizesThatDifferInOneSideAreTwo) {
+TEST_F(MediaTypes, SizesThatDifferInOneSideAreDistinct) {
   sizes = {{640, 480}, {640, 360}, {480, 360}};
   camera->SortAndUniqueCapabilities(sizes, subTypes, fpsList);
   EXPECT_EQ(Sizes(), (Pairs{{480, 360}, {640, 360}, {640, 480}}));
 }
 
-TEST_F(MediaTypes, SizesThatGrowBothWaysAreInOrderOnce) {
+TEST_F(MediaTypes, OrderedSizesAreSortedAndDistinct) {
   sizes = {{1280, 720}, {320, 240}, {640, 480}, {320, 240}, {1280, 720}, {-1, -1}};
   camera->SortAndUniqueCapabilities(sizes, subTypes, fpsList);
   EXPECT_EQ(Sizes(), (Pairs{{-1, -1}, {320, 240}, {640, 480}, {1280, 720}}));
 }
 
-TEST_F(MediaTypes, EqualSizesMeetAlsoWhenTheSizeBetweenThemCannotBeOrdered) {
+TEST_F(MediaTypes, EqualSizesSeparatedByAnUnorderedSizeAreMerged) {
   sizes = {{1280, 480}, {640, 720}, {1280, 480}};
   camera->SortAndUniqueCapabilities(sizes, subTypes, fpsList);
   EXPECT_EQ(Sizes(), (Pairs{{640, 720}, {1280, 480}}));
 }
 
-TEST_F(MediaTypes, AnySmallerFieldPutsASubtypeBeforeAnother) {
+TEST_F(MediaTypes, SubtypeWithAnySmallerFieldComesFirst) {
   const GUID smallFirst{1, 9, 0, {}};
   const GUID smallSecond{9, 1, 0, {}};
   subTypes = {smallFirst, smallSecond};
@@ -229,7 +230,7 @@ TEST_F(MediaTypes, AnySmallerFieldPutsASubtypeBeforeAnother) {
   EXPECT_TRUE(IsEqualGUID(subTypes[0], smallFirst));
 }
 
-TEST_F(MediaTypes, EveryFieldOfASubtypeCounts) {
+TEST_F(MediaTypes, SubtypesThatDifferInOneFieldAreDistinct) {
   const GUID base{5, 5, 5, {5, 5, 5, 5, 5, 5, 5, 5}};
   std::vector<GUID> smaller(11, base);
   smaller[0].Data1 = 4;
@@ -247,7 +248,7 @@ TEST_F(MediaTypes, EveryFieldOfASubtypeCounts) {
   }
 }
 
-TEST_F(MediaTypes, RatesAreAscendingAndDistinctAndListsShrink) {
+TEST_F(MediaTypes, RatesAreAscendingAndDistinct) {
   fpsList = {60000, 15000, 30000, 15000, 60000, 5000};
   fpsList.reserve(100);
   camera->SortAndUniqueCapabilities(sizes, subTypes, fpsList);
@@ -255,7 +256,7 @@ TEST_F(MediaTypes, RatesAreAscendingAndDistinctAndListsShrink) {
   EXPECT_EQ(fpsList.capacity(), 4U);
 }
 
-TEST_F(MediaTypes, ListsOfSizesAndSubtypesShrinkToo) {
+TEST_F(MediaTypes, ListsOfSizesAndSubtypesShrink) {
   sizes.assign(50, {640, 480});
   subTypes.assign(50, MEDIASUBTYPE_YUY2);
   camera->SortAndUniqueCapabilities(sizes, subTypes, fpsList);
@@ -263,7 +264,7 @@ TEST_F(MediaTypes, ListsOfSizesAndSubtypesShrinkToo) {
   EXPECT_EQ(subTypes.capacity(), 1U);
 }
 
-TEST_F(MediaTypes, LongListsOfUnorderableSizesStayWithinBounds) {
+TEST_F(MediaTypes, LongListsOfUnorderedSizesStayWithinBounds) {
   for (int i = 0; i < 1000; ++i) {
     sizes.push_back({i % 37, (1000 - i) % 41});
   }

@@ -1,4 +1,4 @@
-// Fixture of tests that read the media types of a camera.
+// Fixture for tests that read the media types of a camera.
 #pragma once
 
 #include <utility>
@@ -6,7 +6,7 @@
 
 #include "support/CameraOperatorTest.h"
 
-class MediaTypes : public CameraOperatorTest {
+class MediaTypes : public support::CameraOperatorTest {
  protected:
   using Pairs = std::vector<std::pair<int, int>>;
 

@@ -1,5 +1,4 @@
-// Every way in which an open request fails: its result, its log lines, the call that it ends with, what it
-// leaves held, and how the platform goes on from there.
+// Every failure of an open request: result, log lines, last platform call, remaining state and recovery.
 #include "support/CameraHandlerTest.h"
 
 namespace {
@@ -9,10 +8,13 @@ using scripted::Fails;
 using scripted::FailsWithOutput;
 using scripted::SFalse;
 using scripted::SucceedsWithNull;
+using support::CameraHandlerTest;
+using support::ErrorLine;
+using support::WarnLine;
 using ::testing::ElementsAreArray;
 using ::testing::UnorderedElementsAreArray;
 
-// What a failed open may leave held, each stage on top of the ones before.
+// State that a failed open may leave; each stage includes the previous ones.
 enum class Held { kNothing, kEncoder, kPool, kControl, kGraph, kCamera, kBoth };
 
 std::vector<std::string> Labels(Held held) {
@@ -24,7 +26,7 @@ std::vector<std::string> Labels(Held held) {
   };
   add(Held::kEncoder, {"encoder"});
   add(Held::kPool, {"frame", "frame", "frame", "frame", "frame"});
-  // Only where a close can drop it.
+  // Only if a close can release it.
   add(Held::kControl, {"pin of the module"});
   if (held == Held::kControl) {
     labels.emplace_back("graph: 1");
@@ -44,7 +46,7 @@ struct Case {
   std::vector<std::string> errors;  // after "Start open camera"
   std::string lastCall;
   Held held;
-  bool asksForFormat = false;  // it got as far as the camera's current format
+  bool asksForFormat = false;  // the camera's current format was read
 };
 
 void PrintTo(const Case& c, std::ostream* out) { *out << c.name; }
@@ -53,7 +55,7 @@ std::string Text(const std::string& function, const std::string& text) {
   return "[CameraOperator]" + text + "(CameraOperator::" + function + ")";
 }
 
-// The lines that a failure inside OpenCamera is wrapped in.
+// Adds the log lines that surround a failure inside OpenCamera.
 std::vector<std::string> InOpenCamera(std::vector<std::string> inner) {
   inner.insert(inner.begin(),
                ErrorLine(Text("OpenCamera", "start OpenCamera, width:640, height:480, fps:30")));
@@ -277,7 +279,7 @@ std::vector<Case> Cases() {
 
 class OpenFailure : public CameraHandlerTest, public ::testing::WithParamInterface<Case> {};
 
-// The last call but for the giving back of memory.
+// Returns the last call except for those that free memory.
 std::string LastCall(std::vector<std::string> calls) {
   while (!calls.empty() && calls.back() == "CoTaskMemFree()") {
     calls.pop_back();
@@ -285,7 +287,7 @@ std::string LastCall(std::vector<std::string> calls) {
   return calls.empty() ? std::string() : calls.back();
 }
 
-TEST_P(OpenFailure, AnswersLogsAndLeavesWhatItShould) {
+TEST_P(OpenFailure, HasDocumentedResultLogAndState) {
   const Case& c = GetParam();
   QueryAndRelease();
   if (c.asksForFormat) {
@@ -308,7 +310,7 @@ TEST_P(OpenFailure, AnswersLogsAndLeavesWhatItShould) {
   EXPECT_THAT(platform.Alive(), UnorderedElementsAreArray(held));
 }
 
-TEST_P(OpenFailure, RefusesTheNextOpenWhileItsPoolIsThere) {
+TEST_P(OpenFailure, RefusesTheNextOpenWhileThePoolExists) {
   const Case& c = GetParam();
   QueryAndRelease();
   if (c.asksForFormat) {
@@ -328,14 +330,14 @@ TEST_P(OpenFailure, RefusesTheNextOpenWhileItsPoolIsThere) {
               ::testing::ElementsAre(WarnLine(708, Text("OpenCameraInner", "Start open camera")),
                                      ErrorLine(546, Text("InitVideoEncoder", "AllocBuffer fail.")),
                                      ErrorLine(743, Text("OpenCameraInner", "fail to init video encoder"))));
-  // The encoder is replaced, the graph is not touched.
+  // The encoder is replaced; the graph is unchanged.
   EXPECT_THAT(platform.Calls(),
               ::testing::ElementsAre("VideoEncoder::CreateDefaultEncoder()",
                                      "VideoEncoder::Initialize(640x480, 30 fps, colour space 3)",
                                      "VideoEncoder::ReleaseEncoder()"));
 }
 
-TEST_P(OpenFailure, ClosesAndOpensAgain) {
+TEST_P(OpenFailure, AllowsOpenAfterClose) {
   const Case& c = GetParam();
   QueryAndRelease();
   if (c.asksForFormat) {
@@ -348,7 +350,7 @@ TEST_P(OpenFailure, ClosesAndOpensAgain) {
   const bool hasControl = c.held >= Held::kControl;
   const bool hasEvent = c.held >= Held::kGraph;
   EXPECT_EQ(Close(), hasEvent ? 1 : 0);
-  // The graph never ran, so it is not stopped; without a control interface nothing happens at all.
+  // The graph never ran, so it is not stopped. Without a control interface the close has no effect.
   EXPECT_EQ(platform.CallCount("IMediaControl::Stop"), 0U);
   EXPECT_EQ(platform.CallCount("IMediaEvent::WaitForCompletion"), hasEvent ? 1U : 0U);
   EXPECT_THAT(
@@ -357,7 +359,7 @@ TEST_P(OpenFailure, ClosesAndOpensAgain) {
 
   platform.ClearJournal();
   if (c.held == Held::kPool) {
-    // With no graph there is nothing for close to work on, and the pool that is still there is in the way.
+    // Without a graph a close has no effect, and the remaining pool makes every open fail.
     EXPECT_EQ(Open(), -1004);
     EXPECT_THAT(LogLines(),
                 ::testing::Contains(ErrorLine(546, Text("InitVideoEncoder", "AllocBuffer fail."))));

@@ -1,7 +1,14 @@
-// The open request: what it checks, the order of its steps, and what it tells the encoder and the platform.
+// The open request: argument checks, order of steps, encoder parameters and reports.
 #include "support/CameraHandlerTest.h"
 
 namespace {
+
+using support::CameraHandlerTest;
+using support::ErrorLine;
+using support::Frame;
+using support::kFrameSize;
+using support::LoadedLibrary;
+using support::WarnLine;
 
 using OpenSequence = CameraHandlerTest;
 using scripted::Fails;
@@ -22,7 +29,7 @@ TEST_F(OpenSequence, NullRequestIsInvalid) {
   EXPECT_THAT(platform.Calls(), IsEmpty());
 }
 
-TEST_F(OpenSequence, IdWithALetterIsInvalidAndTheGraphIsNotTouched) {
+TEST_F(OpenSequence, IdWithALetterIsInvalid) {
   QueryAndRelease();
   EXPECT_EQ(Open("12a"), -2);
   EXPECT_THAT(
@@ -37,12 +44,12 @@ TEST_F(OpenSequence, NullIdIsInvalid) {
   EXPECT_EQ(handler.OpenCameraDevice(&param), -2);
 }
 
-TEST_F(OpenSequence, IdLengthBeyondTheTextIsNotFollowed) {
+TEST_F(OpenSequence, IdIsNotReadBeyondTheFirstNonDigit) {
   const NUVEQCameraParam param{"0", 0xFFFFFFFF, 640, 480, 30};
   EXPECT_EQ(handler.OpenCameraDevice(&param), -2);
 }
 
-TEST_F(OpenSequence, ComThatWasInitialisedAlreadyOrRefusesIsNoMatter) {
+TEST_F(OpenSequence, CoInitializeFailureIsIgnored) {
   for (const scripted::Answer answer : {SFalse(), Fails()}) {
     platform.Answers("CoInitialize", answer);
     Unload();
@@ -63,7 +70,7 @@ TEST_F(OpenSequence, EmptyIdSelectsCameraZero) {
   EXPECT_EQ(Close(), 1);
 }
 
-TEST_F(OpenSequence, LeadingZerosAreDigitsLikeOthers) {
+TEST_F(OpenSequence, LeadingZerosAreAccepted) {
   QueryAndRelease();
   ExpectFormatLeft();
   EXPECT_EQ(Open("000"), 0);
@@ -72,7 +79,7 @@ TEST_F(OpenSequence, LeadingZerosAreDigitsLikeOthers) {
   EXPECT_EQ(Close(), 1);
 }
 
-TEST_F(OpenSequence, UnknownCameraFailsWithoutABindMessage) {
+TEST_F(OpenSequence, UnknownCameraFailsWithoutBindMessage) {
   QueryAndRelease();
   EXPECT_EQ(Open("1"), -1001);
   EXPECT_THAT(
@@ -86,7 +93,7 @@ TEST_F(OpenSequence, UnknownCameraFailsWithoutABindMessage) {
   EXPECT_EQ(Close(), 1);
 }
 
-TEST_F(OpenSequence, IdOfTwentyDigitsIsSomeCameraThatIsNotThere) {
+TEST_F(OpenSequence, IdOfTwentyDigitsIsUnknownCamera) {
   QueryAndRelease();
   platform.AnswersNth("CoCreateInstance", 1, Fails());
   EXPECT_EQ(Open("99999999999999999999"), -1001);
@@ -94,7 +101,7 @@ TEST_F(OpenSequence, IdOfTwentyDigitsIsSomeCameraThatIsNotThere) {
                                              "(CameraOperator::OpenCamera)")));
 }
 
-TEST_F(OpenSequence, OnlyItsStartAndItsSuccessAreWarningsAllElseIsAnError) {
+TEST_F(OpenSequence, OnlyStartAndSuccessAreLoggedAsWarnings) {
   QueryAndOpen();
   EXPECT_THAT(
       LogLines(),
@@ -108,7 +115,7 @@ TEST_F(OpenSequence, OnlyItsStartAndItsSuccessAreWarningsAllElseIsAnError) {
   EXPECT_EQ(Close(), 1);
 }
 
-TEST_F(OpenSequence, SecondOpenIsRefusedReportsOpenAndReplacesTheId) {
+TEST_F(OpenSequence, RefusedSecondOpenReportsOpenAndReplacesTheId) {
   QueryAndOpen();
   DeliverAndReceive(1);
   platform.ClearJournal();
@@ -134,7 +141,7 @@ TEST_F(OpenSequence, InvalidSecondOpenKeepsTheId) {
   EXPECT_EQ(Close(), 1);
 }
 
-TEST_F(OpenSequence, EncoderIsToldTheRequestForAnUncompressedSize) {
+TEST_F(OpenSequence, EncoderGetsParametersOfUncompressedSize) {
   QueryAndOpen();
   const VideoEncoder::EncodeParam param = platform.LastEncodeParam();
   EXPECT_EQ(param.width, 640U);
@@ -152,7 +159,7 @@ TEST_F(OpenSequence, EncoderIsToldTheRequestForAnUncompressedSize) {
   EXPECT_EQ(Close(), 1);
 }
 
-TEST_F(OpenSequence, EncoderIsToldTheRequestForAnMjpgSize) {
+TEST_F(OpenSequence, EncoderGetsParametersOfMjpgSize) {
   QueryAndRelease();
   ExpectFormatLeft();
   EXPECT_EQ(Open("0", 1280, 720, 30), 0);
@@ -167,7 +174,7 @@ TEST_F(OpenSequence, EncoderIsToldTheRequestForAnMjpgSize) {
   EXPECT_EQ(Close(), 1);
 }
 
-TEST_F(OpenSequence, KeyFrameIntervalIsFiveSecondsOfFramesAndWrapsInSixteenBits) {
+TEST_F(OpenSequence, KeyFrameIntervalIsFiveSecondsModulo16Bits) {
   QueryAndRelease();
   ExpectFormatLeft(3);
   const std::vector<std::pair<std::uint32_t, int>> rates = {{30, 150}, {13107, 65535}, {13108, 4}};
@@ -178,7 +185,7 @@ TEST_F(OpenSequence, KeyFrameIntervalIsFiveSecondsOfFramesAndWrapsInSixteenBits)
   }
 }
 
-TEST_F(OpenSequence, GraphThatDoesNotRunLeavesTheCameraOpenUntilItIsClosed) {
+TEST_F(OpenSequence, FailedRunLeavesTheCameraOpenUntilClose) {
   QueryAndRelease();
   ExpectFormatLeft(2);
   platform.AnswersNth("IMediaControl::Run", 1, Fails(E_ACCESSDENIED));
@@ -216,7 +223,7 @@ TEST_F(OpenSequence, GraphThatDoesNotRunLeavesTheCameraOpenUntilItIsClosed) {
   EXPECT_EQ(Close(), 1);
 }
 
-TEST_F(OpenSequence, GraphThatRunsButNotAtOnceCountsAsNotRun) {
+TEST_F(OpenSequence, RunReturningSFalseIsAFailure) {
   QueryAndRelease();
   ExpectFormatLeft();
   platform.Answers("IMediaControl::Run", SFalse());
@@ -227,7 +234,7 @@ TEST_F(OpenSequence, GraphThatRunsButNotAtOnceCountsAsNotRun) {
   EXPECT_EQ(Close(), 1);
 }
 
-TEST_F(OpenSequence, WaitingForTheFirstFrameMayFailWithoutAnEffect) {
+TEST_F(OpenSequence, FailedWaitForFirstFrameIsIgnored) {
   QueryAndRelease();
   ExpectFormatLeft();
   platform.AnswersNth("IMediaEvent::WaitForCompletion", 1, Fails());
@@ -236,11 +243,11 @@ TEST_F(OpenSequence, WaitingForTheFirstFrameMayFailWithoutAnEffect) {
   EXPECT_EQ(Close(), 1);
 }
 
-TEST_F(OpenSequence, NothingIsEncodedBeforeTheGraphHasCompleted) {
+TEST_F(OpenSequence, NoFrameIsEncodedBeforeTheGraphHasCompleted) {
   QueryAndRelease();
   ExpectFormatLeft();
   platform.Before("IMediaEvent::WaitForCompletion", [&] {
-    // A full pool of frames waits, and no thread is there to take them.
+    // The pool is full, and no encoder thread runs.
     if (platform.CallCount("IMediaEvent::WaitForCompletion") == 1) {
       for (std::uint8_t value = 1; value <= 5; ++value) {
         EXPECT_TRUE(platform.DeliverFrame(Frame(kFrameSize, value)));
@@ -253,10 +260,10 @@ TEST_F(OpenSequence, NothingIsEncodedBeforeTheGraphHasCompleted) {
   EXPECT_EQ(Close(), 1);
 }
 
-TEST_F(OpenSequence, FailingStatusCallbackIsLoggedAndChangesNothing) {
+TEST_F(OpenSequence, StatusCallbackErrorIsOnlyLogged) {
   QueryAndRelease();
   ExpectFormatLeft();
-  host.AnswerStatus(-9);
+  host.SetStatusResult(-9);
   EXPECT_EQ(Open(), 0);
   EXPECT_THAT(LogLines(), Contains(ErrorLine(784,
                                              "[CameraOperator]fail to update service status, error: -9"
@@ -265,7 +272,7 @@ TEST_F(OpenSequence, FailingStatusCallbackIsLoggedAndChangesNothing) {
   EXPECT_EQ(Close(), 1);
 }
 
-TEST_F(OpenSequence, SizeWithoutPixelsIsRefusedByThePoolAndItsEncoderGoesWithTheNext) {
+TEST_F(OpenSequence, EmptySizeIsRefusedAndItsEncoderReleasedByTheNextOpen) {
   QueryAndRelease();
   EXPECT_EQ(Open("0", 0, 480, 30), -1004);
   EXPECT_THAT(LogLines(), Contains(ErrorLine(
@@ -282,7 +289,7 @@ TEST_F(OpenSequence, SizeWithoutPixelsIsRefusedByThePoolAndItsEncoderGoesWithThe
   EXPECT_EQ(platform.CallCount("VideoEncoder::ReleaseEncoder"), 2U);
 }
 
-TEST_F(OpenSequence, SizeThatTheCameraNeverOfferedIsAskedForInYuy2) {
+TEST_F(OpenSequence, UnlistedSizeIsRequestedAsYuy2) {
   QueryAndRelease();
   ExpectFormatLeft();
   EXPECT_EQ(Open("0", 1920, 1080, 60), 0);
@@ -292,7 +299,7 @@ TEST_F(OpenSequence, SizeThatTheCameraNeverOfferedIsAskedForInYuy2) {
   EXPECT_EQ(Close(), 1);
 }
 
-TEST_F(OpenSequence, CameraThatIsUnpluggedAfterTheQueryFailsInTheGraph) {
+TEST_F(OpenSequence, CameraUnpluggedAfterTheQueryFailsInAddFilter) {
   QueryAndRelease();
   platform.SetPc({{}, {scripted::PlugInCamera()}});
   EXPECT_EQ(Open(), -1001);

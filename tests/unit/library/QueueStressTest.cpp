@@ -1,4 +1,4 @@
-// The pool of frames alone, with more threads than it was made for, stopped and made anew again and again.
+// The frame pool with many threads, stopped and recreated repeatedly.
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -9,13 +9,16 @@
 
 namespace {
 
+using support::PlatformTest;
+using support::WaitFor;
+
 constexpr std::size_t kProducers = 8;
 constexpr std::size_t kConsumers = 8;
 constexpr std::uint32_t kPool = 5;
 constexpr std::uint32_t kStressSide = 16;
 
-// A frame carries its number in all of its places; 0 once it has been taken out. That is plain memory:
-// whoever holds the frame may touch it, and nothing but the queue makes that safe.
+// A frame carries its number in every element, and 0 after it has been taken. The memory is not atomic: only
+// the queue synchronises accesses, so that the thread sanitizer finds errors of the queue.
 std::uint64_t* PlacesOf(VideoFrame* frame) { return reinterpret_cast<std::uint64_t*>(frame->data); }
 std::size_t PlaceCount(const VideoFrame* frame) { return frame->size / sizeof(std::uint64_t); }
 
@@ -32,7 +35,7 @@ std::uint64_t TakeNumber(VideoFrame* frame) {
   return number;
 }
 
-// A pool whose frames know their place, and that says which numbers it still held when it was freed.
+// A pool whose frames have an index, and that records the numbers that it held when it was freed.
 class WatchedQueue : public FrameBufQueue {
  public:
   ~WatchedQueue() override { Uninit(); }
@@ -53,7 +56,7 @@ class WatchedQueue : public FrameBufQueue {
   std::uint32_t m_made = 0;
 };
 
-// Who holds a frame. The marks order nothing between threads, so that they hide no fault of the queue's.
+// Tracks which frames are in use. Relaxed atomics, so that they add no synchronisation between threads.
 class Holders {
  public:
   void Take(const VideoFrame* frame) {
@@ -65,8 +68,7 @@ class Holders {
   std::array<std::atomic<bool>, kPool> m_held{};
 };
 
-// One round: producers and consumers at a running queue. What went in and what came out is added up by
-// number.
+// One round of producers and consumers on a running queue. Counts the frames put and taken, by number.
 class Round {
  public:
   Round(WatchedQueue& queue, std::uint64_t framesEach) : m_queue(queue), m_framesEach(framesEach) {
@@ -81,7 +83,7 @@ class Round {
   Round& operator=(const Round&) = delete;
   ~Round() { End(); }
 
-  // Stops the queue, which ends every thread.
+  // Stops the queue, which ends all threads.
   void End() {
     m_queue.Stop();
     for (std::thread& thread : m_threads) {
@@ -91,7 +93,7 @@ class Round {
     }
   }
   bool WaitForConsumed(std::uint64_t frames) {
-    return WaitUntil([&] { return m_consumed.load(std::memory_order_relaxed) >= frames; });
+    return WaitFor([&] { return m_consumed.load(std::memory_order_relaxed) >= frames; });
   }
 
   std::uint64_t Consumed() const { return m_consumed; }
@@ -151,7 +153,7 @@ class QueueStress : public PlatformTest {
   WatchedQueue queue;
 };
 
-TEST_F(QueueStress, EveryFrameThatGoesInComesOutOnceWhateverTheNumberOfThreads) {
+TEST_F(QueueStress, EveryFramePassesOnceWithAnyNumberOfThreads) {
   constexpr std::uint64_t kFramesEach = 1000;
   ASSERT_TRUE(Init());
   Round round(queue, kFramesEach);
@@ -163,13 +165,13 @@ TEST_F(QueueStress, EveryFrameThatGoesInComesOutOnceWhateverTheNumberOfThreads) 
   EXPECT_EQ(queue.left, 0U);
 }
 
-TEST_F(QueueStress, FramesThatAStopCatchesAreStillInThePoolOrHaveComeOut) {
+TEST_F(QueueStress, StopLosesNoFrame) {
   constexpr std::uint64_t kEndless = 1'000'000;
   for (std::uint64_t number = 0; number < 15; ++number) {
     ASSERT_TRUE(Init());
     queue.left = 0;
     Round round(queue, kEndless);
-    // From at once to when everybody is at work.
+    // From immediately to after all threads have started.
     ASSERT_TRUE(round.WaitForConsumed(number * number));
     round.End();
     queue.Uninit();

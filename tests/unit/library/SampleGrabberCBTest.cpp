@@ -1,4 +1,4 @@
-// The grabber's callback object, and what becomes of the frames that it is called with.
+// The callback object of the sample grabber, and the frames that it receives.
 #include "SampleGrabberCB.h"
 
 #include <atomic>
@@ -10,16 +10,23 @@
 namespace {
 
 using scripted::SucceedsWithNull;
+using support::CameraHandlerTest;
+using support::CameraOperatorTest;
+using support::Frame;
+using support::Gate;
+using support::kFrameSize;
+using support::PlatformTest;
+using support::WaitFor;
 using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-class CallbackObject : public PlatformTest {
+class SampleGrabberCallback : public PlatformTest {
  protected:
   SampleGrabberCB object;
 };
 
-TEST_F(CallbackObject, AnswersItsTwoInterfacesWithAReference) {
+TEST_F(SampleGrabberCallback, QueryInterfaceReturnsBothInterfaces) {
   for (const IID& iid : {IID_IUnknown, IID_ISampleGrabberCB}) {
     void* out = nullptr;
     EXPECT_EQ(object.QueryInterface(iid, &out), 0);
@@ -28,25 +35,25 @@ TEST_F(CallbackObject, AnswersItsTwoInterfacesWithAReference) {
   }
 }
 
-TEST_F(CallbackObject, AnswersNoOtherInterface) {
+TEST_F(SampleGrabberCallback, QueryInterfaceRefusesOtherInterfaces) {
   void* out = &object;
   EXPECT_EQ(static_cast<std::uint32_t>(object.QueryInterface(IID_IBaseFilter, &out)), 0x80004002U);
   EXPECT_EQ(out, nullptr);
   EXPECT_EQ(object.AddRef(), 2U);
 }
 
-TEST_F(CallbackObject, NullOutPointerIsAnInvalidArgument) {
+TEST_F(SampleGrabberCallback, QueryInterfaceRefusesNullOutPointer) {
   EXPECT_EQ(static_cast<std::uint32_t>(object.QueryInterface(IID_IUnknown, nullptr)), 0x80070057U);
   EXPECT_EQ(static_cast<std::uint32_t>(object.QueryInterface(IID_IBaseFilter, nullptr)), 0x80070057U);
 }
 
-TEST_F(CallbackObject, CountStartsWithTheOwnersReference) {
+TEST_F(SampleGrabberCallback, ReferenceCountIncludesTheOwner) {
   EXPECT_EQ(object.AddRef(), 2U);
   EXPECT_EQ(object.Release(), 1U);
   EXPECT_EQ(object.AddRef(), 2U) << "it was not destroyed";
 }
 
-TEST_F(CallbackObject, LastReleaseDestroysAnObjectOnTheHeap) {
+TEST_F(SampleGrabberCallback, LastReleaseDeletesTheObject) {
   bool destroyed = false;
   class Watched : public SampleGrabberCB {
    public:
@@ -64,7 +71,7 @@ TEST_F(CallbackObject, LastReleaseDestroysAnObjectOnTheHeap) {
   EXPECT_TRUE(destroyed);
 }
 
-TEST_F(CallbackObject, ReferencesFromManyThreadsAddUp) {
+TEST_F(SampleGrabberCallback, ReferenceCountIsThreadSafe) {
   std::vector<std::thread> threads;
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([&] {
@@ -80,20 +87,20 @@ TEST_F(CallbackObject, ReferencesFromManyThreadsAddUp) {
   EXPECT_EQ(object.AddRef(), 2U);
 }
 
-TEST_F(CallbackObject, FrameThatCannotBeTakenIsLostAndTheStreamGoesOn) {
-  // The operator behind the callback cannot be made.
+TEST_F(SampleGrabberCallback, ExceptionDropsTheFrame) {
+  // The operator cannot be constructed.
   platform.Before("CoInitialize", [] { throw std::bad_alloc(); });
   std::uint8_t byte = 0;
   EXPECT_EQ(object.BufferCB(0.0, &byte, 1), 0);
 }
 
-TEST_F(CallbackObject, SamplesAreIgnored) { EXPECT_EQ(object.SampleCB(1.0, nullptr), 0); }
+TEST_F(SampleGrabberCallback, SamplesAreIgnored) { EXPECT_EQ(object.SampleCB(1.0, nullptr), 0); }
 
-// --- At the running graph ---
+// --- With a running graph ---
 
 using GrabbedFrames = CameraHandlerTest;
 
-TEST_F(GrabbedFrames, EmptyFrameIsLoggedWithoutATagAndWithoutABlank) {
+TEST_F(GrabbedFrames, EmptyFrameIsLogged) {
   QueryAndOpen();
   platform.ClearJournal();
   EXPECT_TRUE(platform.DeliverFrame(Frame(0, 0)));
@@ -103,7 +110,7 @@ TEST_F(GrabbedFrames, EmptyFrameIsLoggedWithoutATagAndWithoutABlank) {
   EXPECT_EQ(host.PacketCount(), 0U);
 }
 
-TEST_F(GrabbedFrames, NegativeLengthQueuesNothing) {
+TEST_F(GrabbedFrames, NegativeLengthIsIgnored) {
   QueryAndOpen();
   platform.ClearJournal();
   const std::vector<std::uint8_t> frame = Frame(kFrameSize, 1);
@@ -115,7 +122,7 @@ TEST_F(GrabbedFrames, NegativeLengthQueuesNothing) {
   EXPECT_EQ(Close(), 1);
 }
 
-TEST_F(GrabbedFrames, NullBytesQueueNothing) {
+TEST_F(GrabbedFrames, NullBytesAreIgnored) {
   QueryAndOpen();
   EXPECT_TRUE(platform.DeliverFrame(nullptr, 100));
   DeliverAndReceive(2);
@@ -123,7 +130,7 @@ TEST_F(GrabbedFrames, NullBytesQueueNothing) {
   EXPECT_EQ(Close(), 1);
 }
 
-TEST_F(GrabbedFrames, FrameAsLongAsTheBufferIsEncodedWhole) {
+TEST_F(GrabbedFrames, FrameOfBufferSizeIsEncodedCompletely) {
   QueryAndOpen();
   std::vector<std::uint8_t> frame = Frame(kFrameSize, 3);
   frame.back() = 99;
@@ -133,9 +140,9 @@ TEST_F(GrabbedFrames, FrameAsLongAsTheBufferIsEncodedWhole) {
   EXPECT_EQ(Close(), 1);
 }
 
-TEST_F(GrabbedFrames, RestOfTheBufferBehindAShortFrameIsZero) {
+TEST_F(GrabbedFrames, RestOfTheBufferIsClearedAfterAShortFrame) {
   QueryAndOpen();
-  // Every buffer has been full before.
+  // All buffers have been full before.
   for (std::uint8_t value = 1; value <= 5; ++value) {
     DeliverAndReceive(value);
   }
@@ -147,7 +154,7 @@ TEST_F(GrabbedFrames, RestOfTheBufferBehindAShortFrameIsZero) {
   EXPECT_EQ(Close(), 1);
 }
 
-TEST_F(GrabbedFrames, SixthCallbackBlocksUntilTheEncoderGivesABufferBack) {
+TEST_F(GrabbedFrames, SixthFrameWaitsForAFreeBuffer) {
   QueryAndOpen();
   Gate mayEncode;
   platform.Before("VideoEncoder::Encode", [&] { EXPECT_TRUE(mayEncode.Wait()); });
@@ -159,7 +166,7 @@ TEST_F(GrabbedFrames, SixthCallbackBlocksUntilTheEncoderGivesABufferBack) {
     EXPECT_TRUE(platform.DeliverFrame(Frame(kFrameSize, 6)));
     returned = true;
   });
-  EXPECT_TRUE(WaitUntil(
+  EXPECT_TRUE(WaitFor(
       [&] { return platform.CallCount("VideoEncoder::Encode") == 1 && platform.FramesInDelivery() == 1; }));
   EXPECT_FALSE(returned);
   mayEncode.Open();
@@ -171,9 +178,9 @@ TEST_F(GrabbedFrames, SixthCallbackBlocksUntilTheEncoderGivesABufferBack) {
   EXPECT_EQ(Close(), 1);
 }
 
-// --- At the pool ---
+// --- With the pool alone ---
 
-class PushedFrames : public CameraOperatorTest {
+class PushFrame : public CameraOperatorTest {
  protected:
   static constexpr std::size_t kSize = std::size_t{16} * 16 * 2;
 
@@ -192,14 +199,14 @@ class PushedFrames : public CameraOperatorTest {
   void Push(std::size_t size, std::uint8_t value) {
     camera->PushFrame(Frame(size, value).data(), static_cast<std::int32_t>(size));
   }
-  // A stopped queue takes nothing.
+  // A stopped queue ignores buffers.
   bool IsQueueRunning() {
     VideoFrame frame;
     Access::Queue(*camera).PutDataBuffer(&frame);
     Access::Queue(*camera).Stop();
     return Access::Queue(*camera).GetDataBuffer() == &frame;
   }
-  // Stops the queue and counts what it still hands out.
+  // Stops the queue and counts the buffers that it still returns.
   int CountAfterStop(VideoFrame* (FrameBufQueue::*get)()) {
     Access::Queue(*camera).Stop();
     int count = 0;
@@ -210,21 +217,21 @@ class PushedFrames : public CameraOperatorTest {
   }
 };
 
-TEST_F(PushedFrames, OversizeFrameIsNotQueuedAndCostsThePoolABuffer) {
+TEST_F(PushFrame, OversizeFrameIsRefusedAndLosesABuffer) {
   Push(kSize, 1);
   Push(kSize + 1, 2);
   EXPECT_EQ(CountAfterStop(&FrameBufQueue::GetFreeBuffer), 3);
   EXPECT_EQ(CountAfterStop(&FrameBufQueue::GetDataBuffer), 1);
 }
 
-TEST_F(PushedFrames, LosingTheLastBufferDoesNotStopTheQueue) {
+TEST_F(PushFrame, LosingTheLastBufferDoesNotStopTheQueue) {
   for (int i = 0; i < 5; ++i) {
     Push(kSize + 1, 1);
   }
   EXPECT_TRUE(IsQueueRunning());
 }
 
-TEST_F(PushedFrames, LosingTheLastBufferDoesNotStopTheQueueAfterAnEarlierGraphWasStopped) {
+TEST_F(PushFrame, LosingTheLastBufferAfterAnEarlierStopDoesNotStopTheQueue) {
   ExpectLeft("current media type");
   ASSERT_EQ(camera->CameraCount(), 1U);
   ASSERT_TRUE(camera->OpenCamera(0, 640, 480, 30, MEDIASUBTYPE_YUY2));
@@ -236,7 +243,7 @@ TEST_F(PushedFrames, LosingTheLastBufferDoesNotStopTheQueueAfterAnEarlierGraphWa
   EXPECT_TRUE(IsQueueRunning());
 }
 
-TEST_F(PushedFrames, OversizeFrameClearsTheBuffer) {
+TEST_F(PushFrame, OversizeFrameClearsTheBuffer) {
   VideoFrame* const next = Access::Queue(*camera).GetFreeBuffer();
   for (int i = 0; i < 4; ++i) {
     Access::Queue(*camera).PutFreeBuffer(Access::Queue(*camera).GetFreeBuffer());
@@ -250,13 +257,13 @@ TEST_F(PushedFrames, OversizeFrameClearsTheBuffer) {
   EXPECT_THAT(std::vector<std::uint8_t>(next->data, next->data + next->size), Each(0));
 }
 
-TEST_F(PushedFrames, LargestLengthIsRefusedBeforeABlockOfThatSizeIsRead) {
+TEST_F(PushFrame, LargestLengthIsRefusedWithoutReading) {
   const std::uint8_t byte = 1;
   camera->PushFrame(&byte, std::numeric_limits<std::int32_t>::max());
   EXPECT_EQ(CountAfterStop(&FrameBufQueue::GetFreeBuffer), 4);
 }
 
-TEST_F(PushedFrames, LengthThatIsNotPositiveTakesNoBuffer) {
+TEST_F(PushFrame, NonPositiveLengthUsesNoBuffer) {
   const std::uint8_t byte = 1;
   camera->PushFrame(&byte, 0);
   camera->PushFrame(&byte, -1);
@@ -264,7 +271,7 @@ TEST_F(PushedFrames, LengthThatIsNotPositiveTakesNoBuffer) {
   EXPECT_EQ(CountAfterStop(&FrameBufQueue::GetFreeBuffer), 5);
 }
 
-TEST_F(PushedFrames, StoppedQueueDiscardsTheFrame) {
+TEST_F(PushFrame, StoppedQueueDiscardsTheFrame) {
   for (int i = 0; i < 5; ++i) {
     Push(kSize, 1);
   }
@@ -274,7 +281,7 @@ TEST_F(PushedFrames, StoppedQueueDiscardsTheFrame) {
   EXPECT_EQ(CountAfterStop(&FrameBufQueue::GetDataBuffer), 5);
 }
 
-TEST_F(PushedFrames, FrameWithoutMemoryIsLost) {
+TEST_F(PushFrame, BufferWithoutMemoryIsLost) {
   camera->StopCapture();
   platform.AnswersNth("VideoFrame::AllocBuffer", 1, SucceedsWithNull());
   ASSERT_TRUE(camera->InitVideoEncoder(Param()));

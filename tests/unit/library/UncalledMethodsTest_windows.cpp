@@ -1,15 +1,17 @@
-// The scripted objects have all methods of the system's interfaces; those that the library has no business
-// with say so.
+// The scripted objects implement all methods of the Windows interfaces and report calls of those that the
+// library does not need.
 #include "DirectShow.h"
 #include "com/ComPtr.h"
 #include "support/PlatformTest.h"
 
 namespace {
 
+using support::PlatformTest;
+
 using UncalledMethods = PlatformTest;
 using ::testing::ElementsAre;
 
-TEST_F(UncalledMethods, FailAndAreMisuseOfThePlatform) {
+TEST_F(UncalledMethods, FailAndAreReportedAsMisuse) {
   ComPtr<IGraphBuilder> graph;
   ComPtr<IMalloc> allocator;
   ASSERT_EQ(

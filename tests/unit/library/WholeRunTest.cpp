@@ -1,12 +1,15 @@
-// A good run from the first query to the close: every call of the platform, log line and callback, in order.
+// A complete session from query to close: all platform calls, log lines and callbacks in order.
 #include "support/CameraHandlerTest.h"
 
 namespace {
 
+using support::CameraHandlerTest;
+using support::WaitFor;
+
 using WholeRun = CameraHandlerTest;
 using ::testing::ElementsAre;
 
-TEST_F(WholeRun, MakesItsCallsInOrder) {
+TEST_F(WholeRun, MakesCallsInDocumentedOrder) {
   ASSERT_EQ(Query(), 0);
   EXPECT_THAT(
       platform.Journal(),
@@ -19,7 +22,7 @@ TEST_F(WholeRun, MakesItsCallsInOrder) {
           "IEnumMoniker::Next()", "CoGetMalloc(1)", "CreateBindCtx(0)", "IMoniker::GetDisplayName(built-in)",
           "IMalloc::Free()",  //
           "IEnumMoniker::Next()",
-          // Which of the two cannot be unplugged.
+          // Find the fixed USB device.
           "SetupDiGetClassDevsW(GUID_DEVINTERFACE_USB_DEVICE, 26)",
           "SetupDiEnumDeviceInterfaces(GUID_DEVINTERFACE_USB_DEVICE, 0)",
           "SetupDiGetDeviceInterfaceDetailW(1024)", "SetupDiEnumDeviceInfo(0)", "CM_Get_DevNode_Status(0, 0)",
@@ -28,7 +31,7 @@ TEST_F(WholeRun, MakesItsCallsInOrder) {
           "CM_Get_Child(1, 0)", "CM_Get_Device_IDA(1, 256, 0)",
           "SetupDiEnumDeviceInterfaces(GUID_DEVINTERFACE_USB_DEVICE, 2, past the end)",
           "SetupDiDestroyDeviceInfoList()",
-          // What it can deliver.
+          // Read the media types.
           "CoCreateInstance(CLSID_SystemDeviceEnum, 1, IID_ICreateDevEnum)",
           "ICreateDevEnum::CreateClassEnumerator(CLSID_VideoInputDeviceCategory, 0)", "IEnumMoniker::Reset()",
           "IEnumMoniker::Next()", "CoGetMalloc(1)", "CreateBindCtx(0)", "IMoniker::GetDisplayName(plug-in)",
@@ -47,9 +50,9 @@ TEST_F(WholeRun, MakesItsCallsInOrder) {
           "(CameraOperator::ParseMediaType)",
           "CoTaskMemFree()", "CoTaskMemFree()",
           "IEnumMediaTypes::Next(built-in.capture media type enumerator)",
-          // The record, its id, the ability, its rates, its sizes.
-          "AllocateHostBlock(48)", "AllocateHostBlock(64)", "AllocateHostBlock(32)",
-          "AllocateHostBlock(8)", "AllocateHostBlock(16)"));
+          // Allocate the record, id, ability, rates and sizes.
+          "AllocateHostBlock(48)", "AllocateHostBlock(64)", "AllocateHostBlock(32)", "AllocateHostBlock(8)",
+          "AllocateHostBlock(16)"));
   ReleaseCapabilities();
 
   platform.ClearJournal();
@@ -93,7 +96,7 @@ TEST_F(WholeRun, MakesItsCallsInOrder) {
 
   platform.ClearJournal();
   DeliverAndReceive(1);
-  ASSERT_TRUE(WaitUntil([&] { return platform.Journal().size() == 4; }));
+  ASSERT_TRUE(WaitFor([&] { return platform.Journal().size() == 4; }));
   EXPECT_THAT(platform.Journal(), ElementsAre("AVEncodePacket::AVEncodePacket()", "VideoEncoder::Encode(1)",
                                               "data callback \"0\"", "AVEncodePacket::~AVEncodePacket()"));
 

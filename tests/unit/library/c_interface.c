@@ -1,4 +1,4 @@
-/* The public header in C: a platform written in C includes it, links the library and drives the table. */
+/* The public header and the library in a C program. */
 #include <stdio.h>
 #include <string.h>
 

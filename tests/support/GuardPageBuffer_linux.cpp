@@ -1,4 +1,4 @@
-#include "support/EndOfPage.h"
+#include "support/GuardPageBuffer.h"
 
 #include <sys/mman.h>
 #include <unistd.h>
@@ -6,7 +6,9 @@
 #include <algorithm>
 #include <new>
 
-EndOfPage::EndOfPage(const std::vector<std::uint8_t>& bytes) {
+namespace support {
+
+GuardPageBuffer::GuardPageBuffer(const std::vector<std::uint8_t>& bytes) {
   const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
   const std::size_t readable = (bytes.size() + page - 1) / page * page;
   m_size = readable + page;
@@ -20,4 +22,6 @@ EndOfPage::EndOfPage(const std::vector<std::uint8_t>& bytes) {
   std::copy(bytes.begin(), bytes.end(), m_bytes);
 }
 
-EndOfPage::~EndOfPage() { munmap(m_pages, m_size); }
+GuardPageBuffer::~GuardPageBuffer() { munmap(m_pages, m_size); }
+
+}  // namespace support

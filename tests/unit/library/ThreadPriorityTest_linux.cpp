@@ -1,5 +1,5 @@
-// What the product makes of its encoder thread: its name, and its place before threads that can wait. A
-// thread starts out with the policy, the nice value and the rights of the one that opens the camera.
+// Name and priority of the encoder thread. A thread inherits the scheduling policy, nice value and privileges
+// of the thread that opens the camera.
 #include <linux/capability.h>
 #include <pthread.h>
 #include <sched.h>
@@ -19,8 +19,13 @@
 
 namespace {
 
+using support::Frame;
+using support::HostCallbacks;
+using support::kFrameSize;
+using support::Packet;
+
 constexpr int kSteps = 4;
-// What every thread may take, whatever value the tests were started with.
+// A nice value that every thread may set, whatever value the tests were started with.
 constexpr int kWeakest = 19;
 
 struct Standing {
@@ -36,7 +41,7 @@ struct Standing {
   }
 };
 
-// False when the system refuses.
+// False if the system refuses.
 bool SetNice(int nice) { return setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), nice) == 0; }
 
 bool SetPolicy(int policy, int priority) {
@@ -45,7 +50,7 @@ bool SetPolicy(int policy, int priority) {
   return sched_setscheduler(0, policy, &param) == 0;
 }
 
-// Takes from the calling thread, and those that it starts, the right to raise a thread. Root has it mostly.
+// Removes the privilege to raise priorities from the calling thread and the threads that it starts.
 void GiveUpTheRight() {
   __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
   std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> rights{};
@@ -54,14 +59,14 @@ void GiveUpTheRight() {
     *set &= ~CAP_TO_MASK(CAP_SYS_NICE);
   }
   ASSERT_EQ(syscall(SYS_capset, &header, rights.data()), 0);
-  // The process's limit is the other way to it.
+  // RLIMIT_NICE grants it, too.
   rlimit limit{};
   ASSERT_EQ(getrlimit(RLIMIT_NICE, &limit), 0);
   limit.rlim_cur = 0;
   ASSERT_EQ(setrlimit(RLIMIT_NICE, &limit), 0);
 }
 
-class EncoderThread : public Defaults {
+class ThreadPriority : public Defaults {
  protected:
   void SetUp() override {
     Defaults::SetUp();
@@ -74,7 +79,7 @@ class EncoderThread : public Defaults {
     host.Reset();
   }
 
-  // Opens on a thread of its own that prepares itself first, and looks at the encoder thread.
+  // Opens on a new thread after running prepare on it, and inspects the encoder thread.
   void OpenOnThreadThat(const std::function<void()>& preparesItself) {
     host.Reset();
     host.InData([this](const Packet&) {
@@ -84,7 +89,7 @@ class EncoderThread : public Defaults {
       name = text.data();
     });
     std::thread([&] {
-      // Whatever the tests were started with.
+      // Independent of the nice value that the tests were started with.
       EXPECT_TRUE(SetPolicy(SCHED_OTHER, 0));
       preparesItself();
       opener = Standing::OfThisThread();
@@ -96,8 +101,8 @@ class EncoderThread : public Defaults {
     }).join();
   }
 
-  // What a thread that starts out as the opener's did gets when it asks, with this process's rights. One that
-  // is strong already does not ask.
+  // The nice value expected for the opener's value and the privileges of this process. A negative value is
+  // not changed.
   Standing WithinReach() const {
     Standing reached = opener;
     std::thread([&] {
@@ -108,7 +113,7 @@ class EncoderThread : public Defaults {
   }
 
   HostCallbacks& host = HostCallbacks::Get();
-  // Of the thread that brought the packet, and of the one that opened the camera.
+  // Scheduling of the thread of the data callback and of the thread that opened the camera.
   Standing standing;
   std::string name;
   Standing opener;
@@ -117,23 +122,23 @@ class EncoderThread : public Defaults {
   rlimit m_limit{};
 };
 
-TEST_F(EncoderThread, IsKnownByItsName) {
+TEST_F(ThreadPriority, HasTheDocumentedName) {
   OpenOnThreadThat([] {});
   EXPECT_EQ(name, "nuveq-encoder");
 }
 
-TEST_F(EncoderThread, GoesBeforeOthersWhereTheSystemLetsIt) {
+TEST_F(ThreadPriority, IsRaisedIfTheSystemPermits) {
   OpenOnThreadThat([] {});
   EXPECT_EQ(standing, WithinReach());
 }
 
-TEST_F(EncoderThread, StepsBackWithItsHost) {
+TEST_F(ThreadPriority, IsRelativeToTheHostsNiceValue) {
   OpenOnThreadThat([] { EXPECT_TRUE(SetNice(kWeakest)); });
   EXPECT_EQ(opener.nice, kWeakest);
   EXPECT_EQ(standing, WithinReach());
 }
 
-TEST_F(EncoderThread, StaysAsItIsWithoutTheRightToMore) {
+TEST_F(ThreadPriority, IsUnchangedWithoutPermission) {
   OpenOnThreadThat([] {
     EXPECT_TRUE(SetNice(kWeakest));
     ASSERT_NO_FATAL_FAILURE(GiveUpTheRight());
@@ -143,8 +148,8 @@ TEST_F(EncoderThread, StaysAsItIsWithoutTheRightToMore) {
   EXPECT_EQ(name, "nuveq-encoder");
 }
 
-// A host that may not choose these gets the usual.
-TEST_F(EncoderThread, KeepsAStrongerValueOfItsHosts) {
+// Without the privilege to set these, the default applies.
+TEST_F(ThreadPriority, KeepsNegativeNiceValueOfTheHost) {
   for (const int nice : {-1, -10}) {
     bool isChosen = false;
     OpenOnThreadThat([&] { isChosen = SetNice(nice); });
@@ -152,14 +157,14 @@ TEST_F(EncoderThread, KeepsAStrongerValueOfItsHosts) {
   }
 }
 
-TEST_F(EncoderThread, KeepsARealTimePolicyOfItsHosts) {
+TEST_F(ThreadPriority, KeepsRealTimePolicyOfTheHost) {
   bool isChosen = false;
   OpenOnThreadThat([&] { isChosen = SetPolicy(SCHED_RR, 1); });
   EXPECT_EQ(standing, isChosen ? opener : WithinReach());
   EXPECT_EQ(standing.policy, isChosen ? SCHED_RR : SCHED_OTHER);
 }
 
-TEST_F(EncoderThread, KeepsABackgroundPolicyOfItsHosts) {
+TEST_F(ThreadPriority, KeepsBackgroundPolicyOfTheHost) {
   OpenOnThreadThat([] { EXPECT_TRUE(SetPolicy(SCHED_BATCH, 0)); });
   EXPECT_EQ(opener.policy, SCHED_BATCH);
   EXPECT_EQ(standing, opener);

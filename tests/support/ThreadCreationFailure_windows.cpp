@@ -1,12 +1,14 @@
-#include "support/NoThreads.h"
+#include "support/ThreadCreationFailure.h"
 
 #include <windows.h>
 
 #include <cerrno>
 #include <cstring>
 
-// The standard library's threads are made by a library that asks the C runtime for them. While threads are
-// refused, that request ends up here.
+namespace support {
+
+// std::thread uses winpthreads, which calls _beginthreadex of the C runtime. This code replaces that entry of
+// the import table of winpthreads.
 
 namespace {
 
@@ -17,13 +19,14 @@ std::uintptr_t RefuseThread(void*, unsigned, unsigned (*)(void*), void*, unsigne
   return 0;
 }
 
-// What stands at an offset into a loaded module.
-template <typename What>
-What* At(HMODULE module, std::size_t offset) {
-  return reinterpret_cast<What*>(reinterpret_cast<BYTE*>(module) + offset);
+// Returns a pointer to the T at an offset into a loaded module.
+template <typename T>
+T* At(HMODULE module, std::size_t offset) {
+  return reinterpret_cast<T*>(reinterpret_cast<BYTE*>(module) + offset);
 }
 
-// Where the module keeps the address of the function that it imports under that name; null: it imports none.
+// Returns the entry of the module's import table for the function of that name; null if it does not import
+// it.
 ULONGLONG* FindImport(HMODULE module, const char* name) {
   const auto headerOffset = static_cast<std::size_t>(At<IMAGE_DOS_HEADER>(module, 0)->e_lfanew);
   const IMAGE_DATA_DIRECTORY& imports = At<IMAGE_NT_HEADERS64>(module, headerOffset)
@@ -51,22 +54,24 @@ void Write(ULONGLONG* place, ULONGLONG value) {
 
 }  // namespace
 
-struct NoThreads::Before {
+struct ThreadCreationFailure::SavedState {
   ULONGLONG* place = nullptr;
   ULONGLONG function = 0;
 };
 
-NoThreads::NoThreads() : m_before(std::make_unique<Before>()) {
+ThreadCreationFailure::ThreadCreationFailure() : m_savedState(std::make_unique<SavedState>()) {
   const HMODULE library = GetModuleHandleW(kThreadLibrary);
-  m_before->place = library == nullptr ? nullptr : FindImport(library, "_beginthreadex");
-  if (m_before->place != nullptr) {
-    m_before->function = *m_before->place;
-    Write(m_before->place, reinterpret_cast<ULONGLONG>(&RefuseThread));
+  m_savedState->place = library == nullptr ? nullptr : FindImport(library, "_beginthreadex");
+  if (m_savedState->place != nullptr) {
+    m_savedState->function = *m_savedState->place;
+    Write(m_savedState->place, reinterpret_cast<ULONGLONG>(&RefuseThread));
   }
 }
 
-NoThreads::~NoThreads() {
-  if (m_before->place != nullptr) {
-    Write(m_before->place, m_before->function);
+ThreadCreationFailure::~ThreadCreationFailure() {
+  if (m_savedState->place != nullptr) {
+    Write(m_savedState->place, m_savedState->function);
   }
 }
+
+}  // namespace support

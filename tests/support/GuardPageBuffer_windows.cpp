@@ -1,17 +1,19 @@
-#include "support/EndOfPage.h"
+#include "support/GuardPageBuffer.h"
 
 #include <windows.h>
 
 #include <algorithm>
 #include <new>
 
-EndOfPage::EndOfPage(const std::vector<std::uint8_t>& bytes) {
+namespace support {
+
+GuardPageBuffer::GuardPageBuffer(const std::vector<std::uint8_t>& bytes) {
   SYSTEM_INFO system{};
   GetSystemInfo(&system);
   const std::size_t page = system.dwPageSize;
   const std::size_t readable = (bytes.size() + page - 1) / page * page;
   m_size = readable + page;
-  // The last page stays reserved: there is nothing behind its address.
+  // The last page is reserved but never committed.
   m_pages = VirtualAlloc(nullptr, m_size, MEM_RESERVE, PAGE_NOACCESS);
   if (m_pages == nullptr) {
     throw std::bad_alloc();
@@ -24,4 +26,6 @@ EndOfPage::EndOfPage(const std::vector<std::uint8_t>& bytes) {
   std::copy(bytes.begin(), bytes.end(), m_bytes);
 }
 
-EndOfPage::~EndOfPage() { VirtualFree(m_pages, 0, MEM_RELEASE); }
+GuardPageBuffer::~GuardPageBuffer() { VirtualFree(m_pages, 0, MEM_RELEASE); }
+
+}  // namespace support
