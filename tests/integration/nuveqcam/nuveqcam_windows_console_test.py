@@ -54,8 +54,8 @@ class WindowsConsole(WindowsTool):
             self.assertEqual(err, f"nuveqcam: a terminal cannot show the {what}; pipe it into a program, or choose a file with -o\n")
 
     def code_pages_around(self, arguments, presses):
-        """The console's code page before and after the program, which writes to a full pipe until it is ended by a number
-        of Ctrl-C."""
+        """The console's code page before and after a run of the program, which blocks on a full pipe until Ctrl-C has
+        been pressed the given number of times."""
         reader, writer = os.pipe()
         self.addCleanup(os.close, reader)
         fcntl.fcntl(writer, fcntl.F_SETPIPE_SZ, 4096)

@@ -107,7 +107,7 @@ class WindowsListing(WindowsTool):
             out, err = self.run_tool("list", "--library", name, code=UNEXPECTED)
             self.assertEqual(out, "")
             self.assertRegex(err, rf"^nuveqcam: cannot load the camera library Z:\\.*\\{Path(name).name}: {reason}; "
-                                  r"give its file with --library\n$")
+                                  r"specify its file with --library\n$")
 
     def check_incomplete_copy(self, reason, *more):
         """Checks the error of a copy of the program that has only the files it needs to start, and some more."""

@@ -247,19 +247,19 @@ devices::UsbDetails HostUsbDetails() {
 // library never calls DescribeUsbDevices, so that call marks the inventory's query.
 class HotplugProvider : public HostProvider {
  public:
-  explicit HotplugProvider(bool stays) : HostProvider(false), m_stays(stays) {}
+  explicit HotplugProvider(bool isPermanent) : HostProvider(false), m_isPermanent(isPermanent) {}
   std::vector<devices::CaptureDevice> CaptureDevices() override {
-    return std::exchange(m_isThere, m_isThere && m_stays) ? HostProvider::CaptureDevices()
-                                                          : std::vector<devices::CaptureDevice>();
+    return std::exchange(m_isPresent, m_isPresent && m_isPermanent) ? HostProvider::CaptureDevices()
+                                                                    : std::vector<devices::CaptureDevice>();
   }
   std::vector<devices::UsbDetails> DescribeUsbDevices() override {
-    m_isThere = true;
+    m_isPresent = true;
     return {HostUsbDetails()};
   }
 
  private:
-  bool m_stays;
-  bool m_isThere = false;
+  bool m_isPermanent;
+  bool m_isPresent = false;
 };
 
 TEST_F(DoctorOnPc, RepeatsTheQueriesIfACameraWasAdded) {
@@ -285,7 +285,7 @@ class ChangingProvider : public HostProvider {
  public:
   ChangingProvider() : HostProvider(true) {}
   std::vector<devices::UsbDetails> DescribeUsbDevices() override {
-    return m_usbLooks++ % 2 == 0 ? std::vector<devices::UsbDetails>() : std::vector{HostUsbDetails()};
+    return m_usbQueries++ % 2 == 0 ? std::vector<devices::UsbDetails>() : std::vector{HostUsbDetails()};
   }
   std::vector<devices::VideoNodeDetails> DescribeVideoNodes() override {
     return {{"nowhere", "Node", "1-5", "there is no device behind it", ENODEV},
@@ -293,7 +293,7 @@ class ChangingProvider : public HostProvider {
   }
 
  private:
-  int m_usbLooks = 0;
+  int m_usbQueries = 0;
 };
 
 TEST_F(DoctorOnPc, PrintsNoOutdatedStateOfChangingDevices) {

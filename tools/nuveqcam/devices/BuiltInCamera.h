@@ -6,7 +6,7 @@
 
 namespace nuveqcam {
 
-// A USB device. Its functions are its children in the device tree.
+// A USB device. Its functions are its child devices.
 struct UsbDevice {
   bool isRemovable = true;
   std::string firstChildId;   // "USB\VID_04F2&PID_B6BE&MI_00\6&1A2B3C&0&0000"; empty: none
