@@ -38,7 +38,7 @@ void SimulatedDevice::SetFrozen(bool isFrozen) {
   {
     const std::lock_guard lock(m_mutex);
     if (m_isFrozen && !isFrozen) {
-      m_thawed = Clock::now();
+      m_freezeEnd = Clock::now();
     }
     m_isFrozen = isFrozen;
   }
@@ -149,7 +149,7 @@ graph::CaptureResult SimulatedCamera::Wait(Deadline deadline) {
       return graph::CaptureResult::kDisconnected;
     }
     // No frames are due for the time in which the camera was frozen.
-    m_due = std::max(m_due, m_device->m_thawed);
+    m_due = std::max(m_due, m_device->m_freezeEnd);
     const bool isReady = !m_device->m_isFrozen && m_outstanding == nullptr;
     const Deadline now = Clock::now();
     if (isReady && (m_device->m_pace == Pace::kUnpaced || m_due <= now)) {

@@ -37,7 +37,7 @@ class SimulatedDevice {
   std::condition_variable m_changed;
   bool m_isPresent = true;
   bool m_isFrozen = false;
-  graph::CaptureSource::Deadline m_thawed;            // the end of the last freeze
+  graph::CaptureSource::Deadline m_freezeEnd;         // of the last freeze
   const graph::CaptureSource* m_streaming = nullptr;  // the streaming source
 };
 

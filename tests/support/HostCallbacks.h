@@ -86,5 +86,5 @@ class Gate {
 
 using support::Gate;
 using support::HostCallbacks;
-using support::Packet;
 using support::kWaitTimeout;
+using support::Packet;

@@ -48,5 +48,5 @@ class PlatformTest : public ::testing::Test {
 
 using support::ErrorLine;
 using support::Frame;
-using support::WarnLine;
 using support::kFrameSize;
+using support::WarnLine;

@@ -291,11 +291,11 @@ TEST_F(EnumeratorTest, MonikersEndAndCanBeReset) {
   AddPluggedInCamera("1-2", 2);
   AddPluggedInCamera("1-3", 3);
   const ComPtr<IEnumMoniker> three = EnumerateMonikers();
-  std::array<IMoniker*, 4> fetchedMonikers{};
+  std::array<IMoniker*, 4> elements{};
   ULONG fetched = 99;
-  EXPECT_EQ(three->Next(2, fetchedMonikers.data(), &fetched), S_OK);
+  EXPECT_EQ(three->Next(2, elements.data(), &fetched), S_OK);
   EXPECT_EQ(fetched, 2U);
-  EXPECT_EQ(three->Next(2, fetchedMonikers.data() + 2, &fetched), S_FALSE);
+  EXPECT_EQ(three->Next(2, elements.data() + 2, &fetched), S_FALSE);
   EXPECT_EQ(fetched, 1U);
   ComPtr<IMoniker> none;
   EXPECT_EQ(three->Next(1, none.Put(), &fetched), S_FALSE);
@@ -304,7 +304,7 @@ TEST_F(EnumeratorTest, MonikersEndAndCanBeReset) {
   EXPECT_EQ(three->Reset(), S_OK);
   EXPECT_EQ(three->Next(1, none.Put(), nullptr), S_OK);
   EXPECT_TRUE(none);
-  for (IMoniker* const given : fetchedMonikers) {
+  for (IMoniker* const given : elements) {
     if (given != nullptr) {
       given->Release();
     }
@@ -312,9 +312,9 @@ TEST_F(EnumeratorTest, MonikersEndAndCanBeReset) {
 }
 
 TEST_F(EnumeratorTest, FetchingSeveralRequiresACount) {
-  std::array<IMoniker*, 2> fetchedMonikers{};
-  EXPECT_EQ(monikers->Next(2, fetchedMonikers.data(), nullptr), E_POINTER);
-  EXPECT_EQ(fetchedMonikers[0], nullptr);
+  std::array<IMoniker*, 2> elements{};
+  EXPECT_EQ(monikers->Next(2, elements.data(), nullptr), E_POINTER);
+  EXPECT_EQ(elements[0], nullptr);
 }
 
 TEST_F(EnumeratorTest, PinsEnd) {
@@ -328,15 +328,15 @@ TEST_F(EnumeratorTest, PinsEnd) {
 }
 
 TEST_F(EnumeratorTest, MediaTypesEnd) {
-  std::array<AM_MEDIA_TYPE*, 8> fetchedMonikers{};
+  std::array<AM_MEDIA_TYPE*, 8> elements{};
   ULONG fetched = 99;
-  EXPECT_EQ(types->Next(8, fetchedMonikers.data(), &fetched), S_FALSE);
+  EXPECT_EQ(types->Next(8, elements.data(), &fetched), S_FALSE);
   EXPECT_EQ(fetched, 6U);
   std::vector<MediaType> owned;
   for (ULONG i = 0; i < fetched; ++i) {
-    owned.emplace_back(fetchedMonikers.at(i));
+    owned.emplace_back(elements.at(i));
   }
-  AM_MEDIA_TYPE* none = fetchedMonikers[0];
+  AM_MEDIA_TYPE* none = elements[0];
   EXPECT_EQ(types->Next(1, &none, nullptr), S_FALSE);
 }
 

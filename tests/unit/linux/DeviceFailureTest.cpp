@@ -77,7 +77,7 @@ class DeviceFailureTest : public CaptureGraphTest {
 
 class EverySystemCallTest : public DeviceFailureTest, public ::testing::WithParamInterface<Failure> {};
 
-TEST_P(EverySystemCallTest, CanFail) {
+TEST_P(EverySystemCallTest, FailureCausesNoHangOrLeak) {
   AllowLostFrames();
   std::uint64_t number = 0;
   std::uint64_t successes = 0;

@@ -258,12 +258,12 @@ TEST(SimulatedCameraTest, FrozenCameraTimesOutAndThenContinues) {
   const auto deadline = steady_clock::now() + std::chrono::milliseconds(100);
   EXPECT_EQ(NextResult(*camera, deadline), graph::CaptureResult::kTimeout);
   EXPECT_GE(steady_clock::now(), deadline);
-  const auto thaw = steady_clock::now();
+  const auto freezeEnd = steady_clock::now();
   pc.Freeze(false);
   // No frames are due for the time of the freeze.
   for (std::uint32_t number = 1; number < 4; ++number) {
     EXPECT_THAT(TakeNumber(*camera), Optional(number));
-    EXPECT_GE(steady_clock::now() - thaw, (number - 1) * std::chrono::nanoseconds(33'333'300));
+    EXPECT_GE(steady_clock::now() - freezeEnd, (number - 1) * std::chrono::nanoseconds(33'333'300));
   }
 }
 

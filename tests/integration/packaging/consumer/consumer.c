@@ -1,4 +1,5 @@
-/* A host in C that links the library. Prints the results of NUVEQGetCameraHandler for a table and for NULL. */
+/* A host in C that links the library. Prints the results of NUVEQGetCameraHandler for a table and for NULL.
+ */
 #include <stdio.h>
 #include <string.h>
 
