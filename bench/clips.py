@@ -1,4 +1,4 @@
-"""The clips that bench/run encodes: raw YUY2 files in build/bench/clips, generated once."""
+"""The clips that bench/compare_encoders encodes: raw YUY2 files in build/bench/clips, generated once."""
 
 import contextlib
 

@@ -1,4 +1,4 @@
-// Encodes a raw YUY2 file at 30 frames per second for bench/run:
+// Encodes a raw YUY2 file at 30 frames per second for bench/compare_encoders:
 //
 //   encode_clip WIDTH HEIGHT IN OUT                     with the whole product, at its fixed bit rate
 //   encode_clip WIDTH HEIGHT IN OUT --paced             the same in real time, as from a camera

@@ -1,4 +1,4 @@
-"""The encoders that bench/run compares: the product, ffmpeg and GStreamer. All get the same clip, bit rate, frame rate
+"""The encoders that bench/compare_encoders compares: the product, ffmpeg and GStreamer. All get the same clip, bit rate, frame rate
 (30 per second) and key-frame interval (150 frames), and write an H.264 file in Annex B format."""
 
 FPS = 30

@@ -1,4 +1,4 @@
-"""The machine, the tools and the programs that bench/run uses."""
+"""The machine, the tools and the programs that bench/compare_encoders uses."""
 
 import os
 import platform

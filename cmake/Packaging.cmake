@@ -59,7 +59,7 @@ endif()
 
 # Header and documentation.
 install(FILES ${PROJECT_SOURCE_DIR}/include/NUVEQCameraHandler.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-install(FILES ${PROJECT_SOURCE_DIR}/packaging/README.md DESTINATION ${NUVEQ_INSTALL_README_DIR})
+install(FILES ${PROJECT_SOURCE_DIR}/packaging/package-readme.md DESTINATION ${NUVEQ_INSTALL_README_DIR} RENAME README.md)
 install(FILES ${PROJECT_SOURCE_DIR}/docs/integrating.md DESTINATION ${NUVEQ_INSTALL_DOC_DIR})
 
 # find_package(nuveqcamerahandler CONFIG).

@@ -9,7 +9,7 @@ usage: scripts/install-packages.sh [native | demo | bench | windows]...
 Installs the Debian 12 packages that are missing on this machine.
   native    compilers, build tools, test tools and libraries of the Linux build (default)
   demo      build dependencies of the library and of nuveqcam
-  bench     programs and libraries that bench/run uses for comparison; requires native too
+  bench     programs and libraries that bench/compare_encoders uses for comparison; requires native too
   windows   cross compiler, Wine, and other tools for building and testing the Windows library
 USAGE
 }

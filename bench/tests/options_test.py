@@ -1,4 +1,4 @@
-"""Tests of the options of bench/run."""
+"""Tests of the options of bench/compare_encoders."""
 
 import contextlib
 import importlib.machinery
@@ -8,7 +8,7 @@ import unittest
 from pathlib import Path
 from unittest import mock
 
-PATH = Path(__file__).resolve().parents[2] / "bench/run"
+PATH = Path(__file__).resolve().parents[2] / "bench/compare_encoders"
 loader = importlib.machinery.SourceFileLoader("bench_run", str(PATH))
 run = importlib.util.module_from_spec(importlib.util.spec_from_loader("bench_run", loader))
 loader.exec_module(run)

@@ -1,4 +1,4 @@
-"""Tests that child processes of bench/run are terminated and that failures are reported."""
+"""Tests that child processes of bench/compare_encoders are terminated and that failures are reported."""
 
 import os
 import signal

@@ -1,4 +1,4 @@
-"""Tests of the computations of bench/run: ratios, tables and goals."""
+"""Tests of the computations of bench/compare_encoders: ratios, tables and goals."""
 
 import unittest
 

@@ -25,9 +25,9 @@ struct UsbRemovability {
   bool isHubRemovable = false;  // kParentHub: the hub's own attribute is "removable"
 };
 
-// A device is fixed if the kernel's attribute says so for it and for all hubs above it. The kernel derives
-// the attribute from the firmware's description of the port or, below a hub, from the hub's descriptor.
-// device is the device's folder in /sys/devices.
+// A device is fixed if the attribute "removable" of the device and of all hubs above it is "fixed". The
+// kernel derives the attribute from the firmware's description of the port or, below a hub, from the hub's
+// descriptor. device is the device's folder in /sys/devices.
 UsbRemovability DetermineUsbRemovability(const std::filesystem::path& device);
 
 }  // namespace devices

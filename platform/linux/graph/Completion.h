@@ -1,12 +1,16 @@
 // Completion of a graph's run, and the threads that wait for it.
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 
 #include "com/Results.h"
 
 namespace graph {
+
+// A run without a good frame completes with EC_ERRORABORT after this time.
+constexpr std::chrono::seconds kFirstFrameTimeout{5};
 
 // May be called from any thread.
 class Completion {

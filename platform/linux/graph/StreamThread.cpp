@@ -11,8 +11,6 @@ namespace graph {
 
 namespace {
 
-// How long a wait for the graph's completion lasts at most if the camera delivers no good frame.
-constexpr std::chrono::seconds kFirstFrameTimeout{5};
 constexpr auto kNever = CaptureSource::Deadline::max();
 
 // The stream that the current thread runs.

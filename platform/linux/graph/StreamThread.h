@@ -19,8 +19,9 @@ class StreamThread {
   StreamThread& operator=(const StreamThread&) = delete;
   ~StreamThread() { Stop(); }
 
-  // Starts the camera and the thread. The graph completes with the first frame for which the sink says so,
-  // after five seconds without a good frame, or when the camera is disconnected.
+  // Starts the camera and the thread. The graph completes with the first frame for which
+  // IFrameSink::Receive returns true, after five seconds without a good frame, or when the camera is
+  // disconnected.
   HRESULT Start(const std::shared_ptr<Connection>& connection, const std::shared_ptr<Completion>& completion);
   // Returns after the last frame has been delivered and the camera has stopped. On the streaming thread
   // itself it returns at once, and the stream ends after the current frame.

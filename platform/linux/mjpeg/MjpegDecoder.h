@@ -14,9 +14,9 @@ class MjpegDecoder : public graph::FrameConverter {
   MjpegDecoder(std::uint32_t width, std::uint32_t height);
   ~MjpegDecoder() override;
 
-  // Returns false for a picture of another size and for truncated or corrupt data. Accepts what cameras leave
-  // out: Huffman tables, for which the standard ones are used, and the EOI marker (ITU-T T.81, B.1.1.3), if
-  // all rows are there. Damage that leaves a valid stream is not detected.
+  // Returns false for a picture of another size and for truncated or corrupt data. Missing Huffman
+  // tables are replaced by the standard ones, and a missing EOI marker (ITU-T T.81, B.1.1.3) is accepted
+  // after the last row: some cameras omit them. Damage that leaves a valid stream is not detected.
   bool Convert(const std::uint8_t* data, std::size_t size, Picture& picture) override;
 
  private:

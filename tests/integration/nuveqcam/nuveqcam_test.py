@@ -109,10 +109,10 @@ class Listing(Tool):
         self.assertRegex(err, r"(?m)^\d\d:\d\d:\d\d\.\d{3} ERROR \[CameraOperator\]ParseMediaType success")
 
     def test_library_can_be_specified(self):
-        beside = Path(PROGRAM).parent / "libnuveqcamerahandler.so"
-        shutil.copy(beside, self.file("copy.so"))
+        default_path = Path(PROGRAM).parent / "libnuveqcamerahandler.so"
+        shutil.copy(default_path, self.file("copy.so"))
         out, _ = self.run_tool("list", "--simulated", "--library", "copy.so",
-                               env={**os.environ, "LD_LIBRARY_PATH": str(beside.parent)})
+                               env={**os.environ, "LD_LIBRARY_PATH": str(default_path.parent)})
         self.assertIn("Camera 0", out)
 
     def test_invalid_library_is_rejected(self):

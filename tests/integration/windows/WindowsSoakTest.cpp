@@ -8,7 +8,6 @@
 #include <string>
 
 #include "WindowsCameraTest.h"
-#include "robustness/soak/SoakFailure.h"
 #include "support/video/NumberReader.h"
 
 namespace {
@@ -46,7 +45,7 @@ MemoryUse CurrentMemoryUse() {
 }
 
 // Covers both layouts, with and without the decoder.
-soak::PictureSize SizeOf(int round) {
+video::PictureSize SizeOf(int round) {
   switch (round % 10) {
     case 4:
       return {1280, 720};  // MJPG, which has the higher rate
@@ -60,7 +59,7 @@ soak::PictureSize SizeOf(int round) {
 class Soak : public WindowsCameraTest {
  protected:
   void Round(int round) {
-    const soak::PictureSize size = SizeOf(round);
+    const video::PictureSize size = SizeOf(round);
     const bool isDrained = round % 2 == 0;
     video::NumberReader reader(size);
     SetCallbacks(reader, isDrained);
@@ -90,7 +89,7 @@ class Soak : public WindowsCameraTest {
     host.InData([&reader](const Packet& packet) {
       try {
         reader.Read(packet.bytes.data(), static_cast<std::uint32_t>(packet.bytes.size()));
-      } catch (const soak::SoakFailure& failure) {
+      } catch (const video::StreamError& failure) {
         ADD_FAILURE() << failure.what();
       }
     });

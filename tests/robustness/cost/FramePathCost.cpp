@@ -23,7 +23,7 @@ TEST_F(FramePathCost, SingleFrames) {
   for (int i = 0; i < frames; ++i) {
     ASSERT_NO_FATAL_FAILURE(DeliverAndReceive(static_cast<std::uint8_t>(i)));
   }
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
 // The data callback refuses each packet, which the library would log at the ERROR level.
@@ -38,7 +38,7 @@ TEST_F(FramePathCost, FramesWithDisabledLogMessage) {
   for (int i = 0; i < frames; ++i) {
     ASSERT_NO_FATAL_FAILURE(DeliverAndReceive(static_cast<std::uint8_t>(i)));
   }
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   logger.setLogLevel(level);
 }
 

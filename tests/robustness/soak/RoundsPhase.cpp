@@ -121,7 +121,7 @@ std::string Rounds::Run(std::uint64_t rounds, long idleThreads) {
                           " blocks of task memory instead of " + std::to_string(blocks + m_opens) +
                           " are alive");
       }
-    } catch (const SoakFailure& failure) {
+    } catch (const std::runtime_error& failure) {
       throw SoakFailure("round " + std::to_string(number) + ": " + failure.what());
     }
     if (number == warmUp) {
@@ -215,7 +215,7 @@ void Rounds::CloseSession(Variation variation) {
     std::thread([&] {
       try {
         m_camera.Close();
-      } catch (const SoakFailure& failure) {
+      } catch (const std::runtime_error& failure) {
         message = failure.what();
       }
     }).join();

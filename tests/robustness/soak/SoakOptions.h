@@ -4,12 +4,11 @@
 #include <cstdint>
 #include <stdexcept>
 
+#include "support/video/NumberReader.h"
+
 namespace soak {
 
-struct PictureSize {
-  std::uint32_t width = 0;  // pixels
-  std::uint32_t height = 0;
-};
+using video::PictureSize;
 
 struct Options {
   std::uint64_t frames = 20'000;

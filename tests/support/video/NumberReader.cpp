@@ -3,7 +3,6 @@
 #include <array>
 #include <string>
 
-#include "robustness/soak/SoakFailure.h"
 #include "simulated/NumberedPicture.h"
 
 namespace video {
@@ -22,10 +21,10 @@ void NumberReader::DestroyDecoder::operator()(ISVCDecoder* decoder) const {
   WelsDestroyDecoder(decoder);
 }
 
-NumberReader::NumberReader(soak::PictureSize size) : m_size(size) {
+NumberReader::NumberReader(PictureSize size) : m_size(size) {
   ISVCDecoder* made = nullptr;
   if (WelsCreateDecoder(&made) != 0) {
-    throw soak::SoakFailure("cannot create the decoder");
+    throw StreamError("cannot create the decoder");
   }
   m_decoder.reset(made);
   int quiet = WELS_LOG_QUIET;
@@ -34,7 +33,7 @@ NumberReader::NumberReader(soak::PictureSize size) : m_size(size) {
   param.sVideoProperty.eVideoBsType = VIDEO_BITSTREAM_AVC;
   param.eEcActiveIdc = ERROR_CON_DISABLE;
   if (m_decoder->Initialize(&param) != 0) {
-    throw soak::SoakFailure("cannot initialize the decoder");
+    throw StreamError("cannot initialize the decoder");
   }
 }
 
@@ -58,15 +57,15 @@ void NumberReader::Finish() {
     Take(state, planes.data(), info);
   }
   if (m_pictures != m_packets) {
-    throw soak::SoakFailure(std::to_string(m_packets) + " packets were decoded to " +
-                            std::to_string(m_pictures) + " pictures");
+    throw StreamError(std::to_string(m_packets) + " packets were decoded to " + std::to_string(m_pictures) +
+                      " pictures");
   }
 }
 
 void NumberReader::Take(DECODING_STATE state, std::uint8_t* const* planes, const SBufferInfo& info) {
   if (state != dsErrorFree) {
-    throw soak::SoakFailure("decoding packet " + std::to_string(m_packets - 1) + " failed with state " +
-                            std::to_string(state));
+    throw StreamError("decoding packet " + std::to_string(m_packets - 1) + " failed with state " +
+                      std::to_string(state));
   }
   if (info.iBufferStatus == 1) {
     CheckPicture(planes[0], info.UsrData.sSystemBuffer);
@@ -78,13 +77,13 @@ void NumberReader::CheckPicture(const std::uint8_t* luma, const SSysMEMBuffer& m
   const auto width = static_cast<std::uint32_t>(memory.iWidth);
   const auto height = static_cast<std::uint32_t>(memory.iHeight);
   if (width != m_size.width || height != m_size.height) {
-    throw soak::SoakFailure("picture " + std::to_string(m_pictures) + " is " + std::to_string(width) + "x" +
-                            std::to_string(height));
+    throw StreamError("picture " + std::to_string(m_pictures) + " is " + std::to_string(width) + "x" +
+                      std::to_string(height));
   }
   const auto stride = static_cast<std::size_t>(memory.iStride[0]);
   const std::optional<std::uint32_t> number = simulated::ReadFrameNumber(luma, stride, width, height);
   if (number != static_cast<std::uint32_t>(m_pictures & simulated::kFrameNumberMask)) {
-    throw soak::SoakFailure("picture " + std::to_string(m_pictures) + " shows " + NumberText(number));
+    throw StreamError("picture " + std::to_string(m_pictures) + " shows " + NumberText(number));
   }
 }
 

@@ -5,15 +5,25 @@
 
 #include <cstdint>
 #include <memory>
-
-#include "robustness/soak/SoakOptions.h"
+#include <stdexcept>
 
 namespace video {
 
-// Not thread-safe. Errors in the stream are thrown as SoakFailure.
+struct PictureSize {
+  std::uint32_t width = 0;  // pixels
+  std::uint32_t height = 0;
+};
+
+// An error in a stream; what() is human-readable.
+class StreamError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// Not thread-safe. Throws StreamError.
 class NumberReader {
  public:
-  explicit NumberReader(soak::PictureSize size);
+  explicit NumberReader(PictureSize size);
 
   // Decodes the next packet. The pictures must have the numbers 0, 1, 2 and so on.
   void Read(const std::uint8_t* data, std::uint32_t length);
@@ -30,7 +40,7 @@ class NumberReader {
   void Take(DECODING_STATE state, std::uint8_t* const* planes, const SBufferInfo& info);
   void CheckPicture(const std::uint8_t* luma, const SSysMEMBuffer& memory) const;
 
-  const soak::PictureSize m_size;
+  const PictureSize m_size;
   std::unique_ptr<ISVCDecoder, DestroyDecoder> m_decoder;
   std::uint64_t m_packets = 0;
   std::uint64_t m_pictures = 0;

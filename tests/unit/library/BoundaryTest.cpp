@@ -30,7 +30,7 @@ Camera BrokenCamera() { return {"broken", std::wstring(1, wchar_t{0xD800}), {}};
 
 TEST_F(Boundary, InvalidUnicodeNameFailsTheQueryWithoutLogging) {
   platform.SetPc({{{0, kBuiltInId}}, {BrokenCamera(), BuiltInCamera({})}});
-  EXPECT_EQ(Query(), -1000);
+  EXPECT_EQ(Query(), NUVEQ_CAMERA_NOT_USABLE);
   EXPECT_THAT(LogLines(), IsEmpty());
   EXPECT_THAT(platform.Alive(), IsEmpty());
   platform.SetPc(LaptopPc());
@@ -40,36 +40,36 @@ TEST_F(Boundary, InvalidUnicodeNameFailsTheQueryWithoutLogging) {
 TEST_F(Boundary, InvalidUnicodeNameFailsTheOpenUntilClose) {
   QueryAndRelease();
   platform.SetPc({{}, {BrokenCamera()}});
-  EXPECT_EQ(Open(), -1001);
+  EXPECT_EQ(Open(), NUVEQ_CAMERA_GRAPH_FAILED);
   EXPECT_THAT(LogLines(), Not(Contains(HasSubstr("fail"))));
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   platform.SetPc(LaptopPc());
   ExpectFormatLeft();
   EXPECT_EQ(Open(), 0);
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
 TEST_F(Boundary, ThrowingStatusCallbackFailsTheOpenUntilClose) {
   QueryAndRelease();
   ExpectFormatLeft(2);
   host.InStatus([](int) { throw std::runtime_error("host"); });
-  EXPECT_EQ(Open(), -1001);
+  EXPECT_EQ(Open(), NUVEQ_CAMERA_GRAPH_FAILED);
   host.InStatus(nullptr);
-  EXPECT_EQ(Open(), -4) << "the graph was built";
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Open(), NUVEQ_CAMERA_ALREADY_OPEN) << "the graph was built";
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   EXPECT_EQ(Open(), 0);
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
 TEST_F(Boundary, ThrowingStatusCallbackMakesCloseReturnZeroAfterClosing) {
   QueryAndOpen();
   host.InStatus([](int) { throw std::runtime_error("host"); });
-  EXPECT_EQ(Close(), 0);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSE_INCOMPLETE);
   EXPECT_THAT(platform.Alive(), ::testing::ElementsAre("current media type"));
   host.InStatus(nullptr);
   ExpectFormatLeft();
   EXPECT_EQ(Open(), 0);
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
 TEST_F(Boundary, CloseInsideTheReportOfAnOpenFailsTheOpen) {
@@ -77,21 +77,21 @@ TEST_F(Boundary, CloseInsideTheReportOfAnOpenFailsTheOpen) {
   ExpectFormatLeft(2);
   host.InStatus([&](int status) {
     if (status == NUVEQ_SERVICE_STATUS_CAMERA_OPEN) {
-      EXPECT_EQ(Close(), 1);
+      EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
     }
   });
-  EXPECT_EQ(Open(), -1001);
+  EXPECT_EQ(Open(), NUVEQ_CAMERA_GRAPH_FAILED);
   EXPECT_EQ(platform.CallCount("IMediaControl::Run"), 0U);
   EXPECT_THAT(platform.Alive(), ::testing::ElementsAre("current media type"));
   host.InStatus(nullptr);
   EXPECT_EQ(Open(), 0);
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
 TEST_F(Boundary, CloseInsideTheReportOfACloseHasNoEffect) {
   QueryAndOpen();
-  host.InStatus([&](int) { EXPECT_EQ(Close(), 0); });
-  EXPECT_EQ(Close(), 1);
+  host.InStatus([&](int) { EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSE_INCOMPLETE); });
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   EXPECT_THAT(platform.Journal(), Contains("status callback \"0\" 1 3").Times(1));
 }
 
@@ -102,11 +102,11 @@ TEST_F(Boundary, CloseInsideTheReportOfAnOpenUnpinsWhenTheOpenReturns) {
   ExpectFormatLeft();
   host.InStatus([&](int status) {
     if (status == NUVEQ_SERVICE_STATUS_CAMERA_OPEN) {
-      EXPECT_EQ(Close(), 1);
+      EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
       EXPECT_EQ(platform.CallCount("UnpinModule"), 0U);
     }
   });
-  EXPECT_EQ(Open(), -1001);
+  EXPECT_EQ(Open(), NUVEQ_CAMERA_GRAPH_FAILED);
   EXPECT_EQ(platform.Calls().back(), "UnpinModule(soon)");
 }
 
@@ -114,11 +114,11 @@ TEST_F(Boundary, CloseInsideTheReportOfARefusedOpenUnpinsWhenItReturns) {
   QueryAndOpen();
   host.InStatus([&](int status) {
     if (status == NUVEQ_SERVICE_STATUS_CAMERA_OPEN) {
-      EXPECT_EQ(Close(), 1);
+      EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
       EXPECT_EQ(platform.CallCount("UnpinModule"), 0U);
     }
   });
-  EXPECT_EQ(Open(), -4);
+  EXPECT_EQ(Open(), NUVEQ_CAMERA_ALREADY_OPEN);
   EXPECT_EQ(platform.Calls().back(), "UnpinModule(before returning)");
 }
 
@@ -126,10 +126,10 @@ TEST_F(Boundary, CloseInsideTheReportOfAQueryUnpinsWhenTheQueryReturns) {
   QueryAndOpen();
   platform.SetPc({{}, {PlugInCamera()}});
   host.InAction([&] {
-    EXPECT_EQ(Close(), 1);
+    EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
     EXPECT_EQ(platform.CallCount("UnpinModule"), 0U);
   });
-  EXPECT_EQ(Query(), -1000);
+  EXPECT_EQ(Query(), NUVEQ_CAMERA_NOT_USABLE);
   EXPECT_EQ(platform.Calls().back(), "UnpinModule(before returning)");
 }
 
@@ -138,7 +138,7 @@ TEST_F(Boundary, ModuleIsUnpinnedAfterExceptionHandling) {
   int inFlight = -1;
   platform.Before("UnpinModule", [&] { inFlight = std::uncaught_exceptions(); });
   host.InStatus([](int) { throw std::runtime_error("host"); });
-  EXPECT_EQ(Close(), 0);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSE_INCOMPLETE);
   EXPECT_EQ(inFlight, 0);
 }
 
@@ -149,7 +149,7 @@ TEST_F(Boundary, ThrowingActionCallbackFailsTheQuery) {
                                       }};
   ASSERT_EQ(handler.RegisterServiceListener(&listener), 0);
   platform.SetPc({{}, {PlugInCamera()}});
-  EXPECT_EQ(Query(), -1000);
+  EXPECT_EQ(Query(), NUVEQ_CAMERA_NOT_USABLE);
 }
 
 TEST_F(Boundary, ThrowingPlatformCallFailsItsTableFunction) {
@@ -173,9 +173,9 @@ TEST_F(Boundary, FailedOperatorConstructionFailsEveryFunctionAndIsRetried) {
   const NUVEQServiceListener listener{};
   EXPECT_EQ(handler.RegisterSendDataCallback(nullptr, 0, &HostCallbacks::OnData), -2);
   EXPECT_EQ(handler.RegisterServiceListener(&listener), -2);
-  EXPECT_EQ(Open(), -1001);
-  EXPECT_EQ(Close(), 0);
-  EXPECT_EQ(Query(), -1000);
+  EXPECT_EQ(Open(), NUVEQ_CAMERA_GRAPH_FAILED);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSE_INCOMPLETE);
+  EXPECT_EQ(Query(), NUVEQ_CAMERA_NOT_USABLE);
   handler.ReleaseCapability(0, nullptr, 0);
   EXPECT_EQ(platform.CallCount("CoInitialize"), before + 6);
   // Failed initialisations are not balanced.
@@ -200,7 +200,7 @@ TEST_F(Boundary, ThrowingLoggerLosesOnlyTheMessages) {
   platform.AnswersNth("VideoEncoder::Encode", 1, scripted::Fails());
   EXPECT_TRUE(platform.DeliverFrame(Frame(kFrameSize, 1)));
   DeliverAndReceive(2);
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   EXPECT_THAT(platform.Logs(), IsEmpty());
 }
 
@@ -212,10 +212,10 @@ TEST_F(Boundary, ThrowingLoggerDuringConstructionLosesOnlyTheMessages) {
   EXPECT_EQ(handler.RegisterSendDataCallback(nullptr, 0, &HostCallbacks::OnData), 0);
   ASSERT_NO_FATAL_FAILURE(QueryAndOpen());
   DeliverAndReceive(1);
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   EXPECT_THAT(platform.Logs(), IsEmpty());
   platform.Before("GetLogger", nullptr);
-  EXPECT_EQ(Close(), 0);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSE_INCOMPLETE);
   EXPECT_EQ(platform.Logs().size(), 1U) << "a logger that works again is used";
   fresh.Unload();
 }
@@ -228,15 +228,15 @@ TEST_F(Boundary, FailedThreadStartFailsTheOpenUntilClose) {
   std::optional<ThreadCreationFailure> refusal;
   // The graph's thread is started before the encoder thread.
   platform.Before("IMediaEvent::WaitForCompletion", [&] { refusal.emplace(); });
-  EXPECT_EQ(Open(), -1001);
+  EXPECT_EQ(Open(), NUVEQ_CAMERA_GRAPH_FAILED);
   refusal.reset();
   platform.Before("IMediaEvent::WaitForCompletion", nullptr);
   // No thread encodes: five frames fill the pool.
   ASSERT_TRUE(WaitFor([&] { return platform.DeliveredFrames() == 5; }));
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   EXPECT_EQ(Open(), 0);
   EXPECT_TRUE(host.WaitForPackets(10));
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
 }  // namespace

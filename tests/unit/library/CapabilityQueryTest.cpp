@@ -88,7 +88,7 @@ TEST_F(CapabilityQuery, CameraWithoutUsableTypeHasNullLists) {
 TEST_F(CapabilityQuery, NoBuiltInCameraIsReportedAndKeepsTheCount) {
   platform.SetPc({{}, {PlugInCamera()}});
   cameraNum = 77;
-  EXPECT_EQ(Query(), -1000);
+  EXPECT_EQ(Query(), NUVEQ_CAMERA_NOT_USABLE);
   EXPECT_EQ(cameraNum, 77U);
   EXPECT_THAT(LogLines(), ElementsAre(ErrorLine(792,
                                                 "[CameraOperator]report camera driver error"
@@ -101,7 +101,7 @@ TEST_F(CapabilityQuery, NoBuiltInCameraIsReportedAndKeepsTheCount) {
 
 TEST_F(CapabilityQuery, ActionIsReportedBetweenTwoLogLines) {
   platform.SetPc({{}, {PlugInCamera()}});
-  EXPECT_EQ(Query(), -1000);
+  EXPECT_EQ(Query(), NUVEQ_CAMERA_NOT_USABLE);
   const std::vector<std::string> journal = platform.Journal();
   const std::vector<std::string> end(journal.end() - 3, journal.end());
   EXPECT_THAT(end, ElementsAre("log: [CameraOperator]report camera driver error"
@@ -115,7 +115,7 @@ TEST_F(CapabilityQuery, ActionCallbackErrorIsOnlyLogged) {
   platform.SetPc({{}, {PlugInCamera()}});
   for (const int answer : {55, -55}) {
     host.SetActionResult(answer);
-    EXPECT_EQ(Query(), -1000);
+    EXPECT_EQ(Query(), NUVEQ_CAMERA_NOT_USABLE);
     EXPECT_THAT(LogLines(), Contains(ErrorLine(795, "[CameraOperator]fail to update service action, error: " +
                                                         std::to_string(answer) +
                                                         "(CameraOperator::UpdateServiceActionToNuveq)")));
@@ -229,17 +229,17 @@ TEST_F(CapabilityQuery, SizeWithTwoSubtypesIsOpenedInTheFasterOne) {
   ExpectFormatLeft(2);
   EXPECT_EQ(Open("0", 640, 480), 0);
   EXPECT_EQ(platform.LastEncodeParam().colorSpace, ColorSpace::kYuy2);
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   EXPECT_EQ(Open("0", 1280, 720), 0);
   EXPECT_EQ(platform.LastEncodeParam().colorSpace, ColorSpace::kArgb32);
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
 TEST_F(CapabilityQuery, QueryKeepsTheCameraOpen) {
   QueryAndOpen();
   EXPECT_EQ(Query(), 0);
   DeliverAndReceive(1);
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
 TEST_F(CapabilityQuery, RecordsCanBeReleasedAfterLaterQueries) {

@@ -197,7 +197,7 @@ TEST_F(ConcurrentCallbacks, CallbacksAfterStopUseNoFreedMemory) {
   ExpectFormatLeft();
   ASSERT_EQ(Open(), 0);
   ISampleGrabberCB* const callback = platform.GrabberCallback();
-  ASSERT_EQ(Close(), 1);
+  ASSERT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   host.InData([&](const Packet&) { m_late += m_closed ? 1 : 0; });
   std::atomic<bool> done = false;
   std::atomic<std::uint64_t> calls = 0;
@@ -214,7 +214,7 @@ TEST_F(ConcurrentCallbacks, CallbacksAfterStopUseNoFreedMemory) {
     m_closed = false;
     EXPECT_EQ(Open(), 0);
     EXPECT_TRUE(host.WaitForPackets(before + round % 8));
-    EXPECT_EQ(Close(), 1);
+    EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
     m_closed = true;
     // Calls also return while the camera is closed.
     const std::uint64_t sofar = calls;

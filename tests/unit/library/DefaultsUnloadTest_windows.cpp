@@ -91,7 +91,7 @@ TEST_F(PinnedModule, UnloadWhileOpenTakesEffectAtClose) {
   EXPECT_TRUE(library.IsMapped());
   DeliverAndReceive(2);
   EXPECT_EQ(platform.CallCount("IMediaControl::Stop"), 0U);
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   EXPECT_TRUE(IsUnloadedInTheEnd());
   EXPECT_THAT(platform.Alive(), ElementsAre("current media type"));
 }
@@ -99,14 +99,14 @@ TEST_F(PinnedModule, UnloadWhileOpenTakesEffectAtClose) {
 TEST_F(PinnedModule, UnloadAfterCloseIsImmediate) {
   QueryAndOpen();
   DeliverAndReceive(1);
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   EXPECT_TRUE(library.IsMapped());
   library.Unload();
   EXPECT_FALSE(library.IsMapped());
 }
 
 TEST_F(PinnedModule, UnloadWithoutOpenIsImmediate) {
-  EXPECT_EQ(Close(), 0);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSE_INCOMPLETE);
   library.Unload();
   EXPECT_FALSE(library.IsMapped());
 }
@@ -132,7 +132,7 @@ TEST_F(PinnedModule, EveryCloseReleasesThePinOfItsOpen) {
   constexpr int kRounds = 50;
   for (int round = 0; round < kRounds; ++round) {
     ASSERT_NO_FATAL_FAILURE(QueryAndOpen());
-    ASSERT_EQ(Close(), 1);
+    ASSERT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   }
   library.Unload();
   EXPECT_FALSE(library.IsMapped());
@@ -151,7 +151,7 @@ TEST_F(PinnedModule, UnloadsAndReloadsWhileStreaming) {
     ASSERT_NO_FATAL_FAILURE(QueryAndOpen());
     loaded.Unload();
     ASSERT_TRUE(host.WaitForPackets(host.PacketCount() + 5));
-    ASSERT_EQ(Close(), 1);
+    ASSERT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
     ASSERT_TRUE(IsUnloadedInTheEnd());
   }
 }
@@ -162,7 +162,7 @@ TEST_F(PinnedModule, UnloadsAfterAllBuffersWereLost) {
   ASSERT_TRUE(WaitFor([&] { return platform.DeliveredFrames() == 5; }));
   library.Unload();
   EXPECT_TRUE(library.IsMapped());
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   EXPECT_TRUE(IsUnloadedInTheEnd());
 }
 
@@ -180,9 +180,9 @@ TEST_F(PinnedModule, ClosingThreadLeavesBeforeTheLibraryIsUnmapped) {
     loaded.Unload();
     // The closing thread continues, or ends.
     if (round % 2 == 0) {
-      ASSERT_EQ(Close(), 1);
+      ASSERT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
     } else {
-      std::thread([&] { ASSERT_EQ(Close(), 1); }).join();
+      std::thread([&] { ASSERT_EQ(Close(), NUVEQ_CAMERA_CLOSED); }).join();
     }
     ASSERT_TRUE(IsUnloadedInTheEnd());
   }
@@ -210,7 +210,7 @@ TEST_F(PinnedModule, ClosingThreadLeavesBeforeUnloadByAnotherThread) {
       closing.Wait();
       loaded.Unload();
     });
-    EXPECT_EQ(Close(), 1);
+    EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
     unloader.join();
     ASSERT_TRUE(IsUnloadedInTheEnd());
     host.InStatus(nullptr);
@@ -226,7 +226,7 @@ TEST_F(PinnedModule, ClosingThreadOfLowestPriorityLeaves) {
     loaded.Unload();
     std::thread([&] {
       EXPECT_TRUE(SetThreadPriority(GetCurrentThread(), THREAD_PRIORITY_IDLE));
-      EXPECT_EQ(Close(), 1);
+      EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
     }).join();
     ASSERT_TRUE(IsUnloadedInTheEnd());
   }
@@ -244,7 +244,7 @@ TEST_F(PinnedModule, CloseInsideTheReportOfAnOpenWaitsUntilTheOpenHasLeft) {
   host.InStatus([&](int status) {
     if (status == NUVEQ_SERVICE_STATUS_CAMERA_OPEN) {
       library.Unload();
-      EXPECT_EQ(Close(), 1);
+      EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
       EXPECT_TRUE(library.IsMapped());
     }
   });
@@ -259,7 +259,7 @@ TEST_F(PinnedModule, ThrowingCloseLeavesBeforeTheLibraryIsUnmapped) {
   QueryAndOpen();
   library.Unload();
   host.InStatus([](int) { throw std::runtime_error("host"); });
-  EXPECT_EQ(Close(), 0);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSE_INCOMPLETE);
   EXPECT_TRUE(IsUnloadedInTheEnd());
 }
 
@@ -275,7 +275,7 @@ TEST_F(PinnedModule, CloseWithoutEncoderThreadDoesNotNeedTheLoaderLock) {
   ASSERT_EQ(handler.OpenCameraDevice(&param), NUVEQ_CAMERA_GRAPH_FAILED);
   {
     const LoaderLock lock;
-    EXPECT_EQ(Close(), 1);
+    EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   }
   library.Unload();
   EXPECT_TRUE(IsUnloadedInTheEnd());

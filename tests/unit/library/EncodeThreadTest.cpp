@@ -41,7 +41,7 @@ TEST_F(EncodeThread, PassesCompletePacketWithIdAndOne) {
   EXPECT_EQ(packet.id, "0");
   EXPECT_EQ(packet.bytes, start);
   EXPECT_EQ(packet.reserved, 1);
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
 TEST_F(EncodeThread, EncodeErrorDropsTheFrameAndReturnsTheBuffer) {
@@ -60,7 +60,7 @@ TEST_F(EncodeThread, EncodeErrorDropsTheFrameAndReturnsTheBuffer) {
   EXPECT_THAT(LogLines(),
               ::testing::AllOf(::testing::SizeIs(7),
                                ::testing::Each(ErrorLine(1148, kEncodeError + "-7" + kInEncodeH264))));
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
 TEST_F(EncodeThread, PositiveEncodeErrorDropsTheFrame) {
@@ -71,7 +71,7 @@ TEST_F(EncodeThread, PositiveEncodeErrorDropsTheFrame) {
   DeliverAndReceive(2);
   EXPECT_EQ(host.Packets().at(0).bytes.at(0), 2);
   EXPECT_THAT(LogLines(), ElementsAre(ErrorLine(1148, kEncodeError + "5" + kInEncodeH264)));
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
 TEST_F(EncodeThread, LogsEachCallbackErrorAndContinues) {
@@ -83,7 +83,7 @@ TEST_F(EncodeThread, LogsEachCallbackErrorAndContinues) {
   }
   ASSERT_TRUE(WaitFor([&] { return platform.Logs().size() == 6; }));
   EXPECT_THAT(LogLines(), ::testing::Each(ErrorLine(1156, kSendError + "7" + kInEncodeH264)));
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   EXPECT_EQ(host.PacketCount(), 6U) << "no packet is sent twice";
 }
 
@@ -94,19 +94,19 @@ TEST_F(EncodeThread, LogsNegativeCallbackResult) {
   DeliverAndReceive(1);
   ASSERT_TRUE(WaitFor([&] { return platform.Logs().size() == 1; }));
   EXPECT_THAT(LogLines(), ElementsAre(ErrorLine(1156, kSendError + "-7" + kInEncodeH264)));
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
 // Systems reuse the ids of threads that have ended.
 TEST_F(EncodeThread, ThreadWithReusedIdIsNotTheEncoderThread) {
   QueryAndOpen();
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   // Camera sessions without an encoder thread.
   platform.Answers("IMediaControl::Run", Fails());
   for (int round = 0; round < 8; ++round) {
-    EXPECT_EQ(Open(), -1001);
+    EXPECT_EQ(Open(), NUVEQ_CAMERA_GRAPH_FAILED);
     ExpectFormatLeft();
-    std::thread([&] { EXPECT_EQ(Close(), 1); }).join();
+    std::thread([&] { EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED); }).join();
   }
 }
 
@@ -117,7 +117,7 @@ TEST_F(EncodeThread, DestroysThePacketAfterTheCallback) {
   ASSERT_TRUE(WaitFor([&] { return platform.Journal().size() == 4; }));
   EXPECT_THAT(platform.Journal(), ElementsAre("AVEncodePacket::AVEncodePacket()", "VideoEncoder::Encode(1)",
                                               "data callback \"0\"", "AVEncodePacket::~AVEncodePacket()"));
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
 TEST_F(EncodeThread, ReturnsTheBufferBeforeTheCallback) {
@@ -133,7 +133,7 @@ TEST_F(EncodeThread, ReturnsTheBufferBeforeTheCallback) {
   }
   mayReturn.Open();
   EXPECT_TRUE(host.WaitForPackets(6));
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
 TEST_F(EncodeThread, IsConfiguredOncePerOpenBeforeTheFirstFrame) {
@@ -155,11 +155,11 @@ TEST_F(EncodeThread, IsConfiguredOncePerOpenBeforeTheFirstFrame) {
   mayEncode.Open();
   EXPECT_TRUE(host.WaitForPackets(1));
   DeliverAndReceive(2);
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   EXPECT_EQ(prepared, 1);
   EXPECT_EQ(Open(), 0);
   ExpectFormatLeft();
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   EXPECT_EQ(prepared, 2);
 }
 
@@ -168,15 +168,15 @@ TEST_F(EncodeThread, IsNotConfiguredByAFailedOpen) {
   platform.Before("ConfigureEncoderThread", [&] { ++prepared; });
   QueryAndRelease();
   platform.Answers("IMediaControl::Run", Fails());
-  EXPECT_EQ(Open(), -1001);
+  EXPECT_EQ(Open(), NUVEQ_CAMERA_GRAPH_FAILED);
   ExpectFormatLeft();
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   EXPECT_EQ(prepared, 0);
 }
 
 TEST_F(EncodeThread, CloseReturnsWhileItWaitsForAFrame) {
   QueryAndOpen();
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   EXPECT_EQ(platform.CallCount("VideoEncoder::Encode"), 0U);
 }
 
@@ -193,7 +193,7 @@ TEST_F(EncodeThread, ThrowingCallbackLosesOnlyItsPacket) {
   }
   EXPECT_TRUE(host.WaitForPackets(1));
   EXPECT_EQ(host.Packets().at(0).bytes.at(0), 7);
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
 TEST_F(EncodeThread, ThrowingEncoderLosesOnlyItsFrame) {
@@ -208,7 +208,7 @@ TEST_F(EncodeThread, ThrowingEncoderLosesOnlyItsFrame) {
   }
   EXPECT_TRUE(host.WaitForPackets(1));
   EXPECT_EQ(host.Packets().at(0).bytes.at(0), 7);
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
 class WithoutDataCallback : public CameraHandlerTest {
@@ -222,7 +222,7 @@ TEST_F(WithoutDataCallback, FramesAreEncodedAndBuffersReturned) {
     EXPECT_TRUE(platform.DeliverFrame(Frame(kFrameSize, value)));
   }
   EXPECT_TRUE(WaitFor([&] { return platform.CallCount("AVEncodePacket::~AVEncodePacket") == 20; }));
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   EXPECT_EQ(host.PacketCount(), 0U);
 }
 

@@ -62,7 +62,7 @@ TEST_F(FramePath, EveryFrameArrivesOnceAndInOrder) {
   });
   ASSERT_EQ(OpenSmall(), 0);
   EXPECT_TRUE(host.WaitForPackets(20'000));
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   EXPECT_EQ(outOfOrder, 0U);
   // The remaining frames were in the pool at the close.
   EXPECT_LE(host.PacketCount(), platform.DeliveredFrames());
@@ -80,7 +80,7 @@ TEST_F(FramePath, RefusedSecondOpensOnlyChangeTheId) {
     EXPECT_EQ(OpenSmall(round % 2 == 0 ? "1" : std::string(40, '2')), -4);
   }
   EXPECT_TRUE(host.WaitForPackets(host.PacketCount() + 100));
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   EXPECT_FALSE(strangeId);
 }
 
@@ -95,12 +95,12 @@ TEST_F(FramePath, PacketsAfterARefusedOpenCarryItsId) {
   });
   ASSERT_EQ(OpenSmall(), 0);
   EXPECT_TRUE(host.WaitForPackets(10));
-  EXPECT_EQ(OpenSmall("5"), -4);
+  EXPECT_EQ(OpenSmall("5"), NUVEQ_CAMERA_ALREADY_OPEN);
   replaced = true;
   EXPECT_TRUE(WaitFor([&] { return newIds >= 100; }));
   // Only a packet whose callback had begun may carry the old id.
   EXPECT_LE(oldIds, 1U);
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
 TEST_F(FramePath, CallbacksCanBeReplacedWhileStreaming) {
@@ -121,7 +121,7 @@ TEST_F(FramePath, CallbacksCanBeReplacedWhileStreaming) {
   EXPECT_EQ(handler.RegisterSendDataCallback(nullptr, 0, other), 0);
   const std::uint64_t before = others;
   EXPECT_TRUE(WaitFor([&] { return others > before; }));
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
 TEST_F(FramePath, NoCallbackRunsAfterCloseHasReturned) {
@@ -137,7 +137,7 @@ TEST_F(FramePath, NoCallbackRunsAfterCloseHasReturned) {
     const std::uint64_t packets = host.PacketCount() + 1 + round % 4;
     ASSERT_EQ(OpenSmall(), 0);
     ASSERT_TRUE(host.WaitForPackets(packets));
-    ASSERT_EQ(Close(), 1);
+    ASSERT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
     closed = true;
   }
   EXPECT_FALSE(late);
@@ -151,7 +151,7 @@ TEST_F(FramePath, CloseReturnsWhileTheEncoderThreadWaitsForAFrame) {
     ASSERT_EQ(OpenSmall(), 0);
     // The only frame has been encoded.
     ASSERT_TRUE(WaitFor([&] { return platform.CallCount("AVEncodePacket::~AVEncodePacket") > destroyed; }));
-    ASSERT_EQ(Close(), 1);
+    ASSERT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   }
 }
 
@@ -165,7 +165,7 @@ TEST_F(FramePathWithoutCallback, OpensAndClosesWhileStreaming) {
     const std::uint64_t frames = platform.DeliveredFrames() + 1 + round % 12;
     ASSERT_EQ(OpenSmall(), 0);
     ASSERT_TRUE(WaitFor([&] { return platform.DeliveredFrames() >= frames; }));
-    ASSERT_EQ(Close(), 1);
+    ASSERT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   }
   EXPECT_EQ(host.PacketCount(), 0U);
 }
@@ -214,7 +214,7 @@ TEST_P(ManyRounds, OpenAndCloseWhileStreaming) {
     const std::uint64_t frames = platform.DeliveredFrames() + 1 + static_cast<std::uint64_t>(round % 8);
     ASSERT_EQ(OpenSmall(), 0);
     ASSERT_TRUE(WaitFor([&] { return platform.DeliveredFrames() >= frames; }));
-    ASSERT_EQ(Close(), 1);
+    ASSERT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   }
 }
 

@@ -65,7 +65,7 @@ TEST_F(HandlerTable, NullDataCallbackIsRefusedAndTheEarlierOneKept) {
   EXPECT_EQ(handler.RegisterSendDataCallback(nullptr, 0, nullptr), -2);
   QueryAndOpen();
   DeliverAndReceive(1);
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
 TEST_F(HandlerTable, FirstTwoArgumentsOfRegisterSendDataCallbackAreIgnored) {
@@ -77,7 +77,7 @@ TEST_F(HandlerTable, FirstTwoArgumentsOfRegisterSendDataCallbackAreIgnored) {
 TEST_F(HandlerTable, NullListenerIsRefusedAndTheEarlierOneKept) {
   EXPECT_EQ(handler.RegisterServiceListener(nullptr), -2);
   QueryAndOpen();
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   EXPECT_THAT(platform.Journal(), ::testing::Contains("status callback \"0\" 1 4"));
   EXPECT_THAT(platform.Journal(), ::testing::Contains("status callback \"0\" 1 3"));
 }
@@ -86,19 +86,19 @@ TEST_F(HandlerTable, ListenerOfNullCallbacksDisablesBothReports) {
   const NUVEQServiceListener nobody{nullptr, nullptr};
   EXPECT_EQ(handler.RegisterServiceListener(&nobody), 0);
   QueryAndOpen();
-  EXPECT_EQ(Open("1"), -4);
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Open("1"), NUVEQ_CAMERA_ALREADY_OPEN);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   platform.SetPc({});
-  EXPECT_EQ(Query(), -1000);
+  EXPECT_EQ(Query(), NUVEQ_CAMERA_NOT_USABLE);
   EXPECT_THAT(platform.Journal(), ::testing::Not(::testing::Contains(::testing::HasSubstr("callback"))));
   EXPECT_THAT(platform.Journal(), ::testing::Not(::testing::Contains(::testing::HasSubstr("driver error"))));
 }
 
-TEST_F(HandlerTable, CloseReturnsZeroBeforeAnyOpen) { EXPECT_EQ(Close(), 0); }
+TEST_F(HandlerTable, CloseReturnsZeroBeforeAnyOpen) { EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSE_INCOMPLETE); }
 
 TEST_F(HandlerTable, CloseReturnsOneAfterOpen) {
   QueryAndOpen();
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
 TEST_F(HandlerTable, ReleaseOfNullHasNoEffect) {

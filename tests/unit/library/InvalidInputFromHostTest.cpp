@@ -37,7 +37,7 @@ class InvalidInputFromHost : public CameraHandlerTest {
   void ExpectASoundSession() {
     ASSERT_EQ(Open(), 0);
     DeliverAndReceive(1);
-    EXPECT_EQ(Close(), 1);
+    EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
     platform.DisposeOf("current media type");
     EXPECT_THAT(platform.Alive(), IsEmpty());
   }
@@ -69,7 +69,7 @@ TEST_F(InvalidInputFromHost, EmptyIdIsNotRead) {
   ASSERT_EQ(handler.OpenCameraDevice(&param), 0);
   DeliverAndReceive(1);
   EXPECT_EQ(host.Packets().at(0).id, "");
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   ExpectFormatLeft();
 }
 
@@ -80,17 +80,17 @@ TEST_F(InvalidInputFromHost, OverflowingIdNeverSelectsACamera) {
        {"2147483648", "4294967295", "4294967296", "9223372036854775808", "18446744073709551615",
         "18446744073709551616", "99999999999999999999", "340282366920938463463374607431768211456"}) {
     platform.ClearJournal();
-    EXPECT_EQ(Open(id), -1001) << id;
+    EXPECT_EQ(Open(id), NUVEQ_CAMERA_GRAPH_FAILED) << id;
     EXPECT_THAT(platform.Calls(), Not(Contains(HasSubstr("BindToObject"))));
-    EXPECT_EQ(Close(id), 1);
+    EXPECT_EQ(Close(id), NUVEQ_CAMERA_CLOSED);
   }
   // Many digits, but a small number.
   EXPECT_EQ(Open("00000000000000000000"), 0);
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   EXPECT_EQ(Open(std::string(100'000, '0')), 0);
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   EXPECT_EQ(Open(std::string(100'000, '0') + "1"), -1001);
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   platform.DisposeOf("current media type");
 }
 
@@ -157,10 +157,10 @@ TEST_F(InvalidInputFromHost, ExtremeSizesAreOpenedOrRefusedWithoutLeaks) {
       EXPECT_TRUE(platform.DeliverFrame(Frame(bytes, 1)));
       EXPECT_TRUE(platform.DeliverFrame(Frame(bytes + 1, 1)));
       EXPECT_TRUE(WaitFor([&] { return platform.EncodedFrames().size() == 1; }));
-      EXPECT_EQ(Close(), 1);
+      EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
     } else {
       EXPECT_THAT(platform.Alive(), Not(Contains("frame")));
-      EXPECT_EQ(Close(), 0) << "there is no graph";
+      EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSE_INCOMPLETE) << "there is no graph";
     }
     // The next open succeeds.
     ExpectASoundSession();
@@ -175,7 +175,7 @@ TEST_F(InvalidInputFromHost, ZeroRateRequestsShortestIntervalAndOneKeyFrame) {
   EXPECT_EQ(platform.LastEncodeParam().frameRate, 0U);
   EXPECT_EQ(platform.LastEncodeParam().keyFrameInterval, 0);
   DeliverAndReceive(1);
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   ExpectASoundSession();
 }
 
@@ -189,7 +189,7 @@ TEST_F(InvalidInputFromHost, MaxRateHasZeroIntervalAndWrappedKeyFrameInterval) {
     EXPECT_EQ(platform.LastEncodeParam().frameRate, fps);
     EXPECT_EQ(platform.LastEncodeParam().keyFrameInterval, static_cast<std::uint16_t>(fps * 5));
     DeliverAndReceive(1);
-    EXPECT_EQ(Close(), 1);
+    EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
     ExpectASoundSession();
   }
 }
@@ -201,14 +201,14 @@ TEST_F(InvalidInputFromHost, CloseInsideTheReportOfARefusedOpenClosesTheCamera) 
   DeliverAndReceive(1);
   host.InStatus([&](int status) {
     if (status == NUVEQ_SERVICE_STATUS_CAMERA_OPEN) {
-      EXPECT_EQ(Close("inner"), 1);
+      EXPECT_EQ(Close("inner"), NUVEQ_CAMERA_CLOSED);
     }
   });
-  EXPECT_EQ(Open("7"), -4);
+  EXPECT_EQ(Open("7"), NUVEQ_CAMERA_ALREADY_OPEN);
   host.InStatus(nullptr);
   EXPECT_THAT(platform.Journal(), Contains("status callback \"inner\" 5 3").Times(1));
   EXPECT_THAT(platform.Alive(), ElementsAre("current media type"));
-  EXPECT_EQ(Close(), 0) << "it is closed";
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSE_INCOMPLETE) << "it is closed";
   platform.DisposeOf("current media type");
   ExpectASoundSession();
 }
@@ -221,7 +221,7 @@ TEST_F(InvalidInputFromHost, OpenInsideTheReportOfACloseIsRefused) {
       inside = Open("7");
     }
   });
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   host.InStatus(nullptr);
   EXPECT_EQ(inside, -4);
   EXPECT_THAT(platform.Alive(), ElementsAre("current media type"));
@@ -255,7 +255,7 @@ TEST_F(InvalidInputFromHost, DataCallbackMayCallEveryTableFunction) {
   DeliverAndReceive(2);
   EXPECT_EQ(host.Packets().at(0).id, "0");
   EXPECT_EQ(host.Packets().at(1).id, "7") << "a refused open renames what follows";
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
 TEST_F(InvalidInputFromHost, CloseReturnsWhileTheDataCallbackThrows) {
@@ -269,7 +269,7 @@ TEST_F(InvalidInputFromHost, CloseReturnsWhileTheDataCallbackThrows) {
   });
   ASSERT_TRUE(platform.DeliverFrame(Frame(kFrameSize, 1)));
   ASSERT_TRUE(inside.Wait());
-  std::thread closer([&] { EXPECT_EQ(Close(), 1); });
+  std::thread closer([&] { EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED); });
   EXPECT_TRUE(WaitFor([&] { return platform.CallCount("IMediaControl::Stop") == 1; }));
   mayThrow.Open();
   closer.join();
@@ -316,7 +316,7 @@ TEST_F(InvalidInputFromHost, DataCallbackThatBlocksForTenSecondsLosesNoFrame) {
   ASSERT_TRUE(blocks.Wait());
   EXPECT_EQ(heldBack, kBlocking + 1 + 5);
   std::thread closer([&] {
-    EXPECT_EQ(Close(), 1);
+    EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
     EXPECT_TRUE(ended) << "closing waits for the callback";
   });
   EXPECT_TRUE(WaitFor([&] { return platform.CallCount("IMediaControl::Stop") == 1; }));

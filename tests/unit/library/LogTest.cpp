@@ -36,7 +36,7 @@ class Grouping : public std::numpunct<wchar_t> {
 };
 
 TEST_F(LogFormat, MessageHasTheFullFunctionSignature) {
-  EXPECT_EQ(Close(), 0);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSE_INCOMPLETE);
   ASSERT_EQ(platform.Logs().size(), 1U);
   const std::string function = platform.Logs().at(0).function;
   EXPECT_THAT(function, HasSubstr("bool CameraOperator::CloseCameraInner(const char"));
@@ -46,7 +46,7 @@ TEST_F(LogFormat, EveryMessageHasTheSignatureOfItsFunction) {
   QueryAndOpen();
   // Other classes and the exported function use their signatures, too.
   EXPECT_TRUE(platform.DeliverFrame(Frame(0, 0)));
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   platform.SetPc(scripted::LaptopPc({scripted::Yuy2(640, 480, 30), scripted::Yuy2(640, 480, 30)}));
   EXPECT_EQ(Query(), 0);
   LoadedLibrary same(NUVEQ_LIBRARY_FILE);
@@ -76,14 +76,14 @@ TEST_F(LogFormat, DisabledLevelsAreNotLogged) {
   log4cplus::Logger logger = GetLogger();
   logger.setLogLevel(log4cplus::ERROR_LOG_LEVEL);
   QueryAndOpen();
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   EXPECT_EQ(platform.Logs().size(), 4U);
   for (const scripted::LogLine& log : platform.Logs()) {
     EXPECT_EQ(log.level, log4cplus::ERROR_LOG_LEVEL);
   }
   platform.ClearJournal();
   logger.setLogLevel(log4cplus::OFF_LOG_LEVEL);
-  EXPECT_EQ(Close(), 0);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSE_INCOMPLETE);
   EXPECT_THAT(platform.Logs(), IsEmpty());
   logger.setLogLevel(log4cplus::ALL_LOG_LEVEL);
 }

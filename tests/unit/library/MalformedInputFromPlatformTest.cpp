@@ -50,7 +50,7 @@ class MalformedInputFromPlatform : public CameraHandlerTest {
   void ExpectASession() {
     ASSERT_EQ(Open(), 0);
     DeliverAndReceive(1);
-    EXPECT_EQ(Close(), 1);
+    EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
     platform.DisposeOf("current media type");
   }
 };
@@ -116,15 +116,15 @@ TEST_F(MalformedInputFromPlatform, EnumeratorsOfNullsAreEmpty) {
   Camera nobody;
   nobody.isNull = true;
   platform.SetPc({{{0, kBuiltInId}}, {nobody, nobody}});
-  EXPECT_EQ(Query(), -1000);
+  EXPECT_EQ(Query(), NUVEQ_CAMERA_NOT_USABLE);
   scripted::Pin noPin;
   noPin.isNull = true;
   Camera camera = BuiltInCamera({});
   camera.pins = {noPin, noPin};
   platform.SetPc({{{0, kBuiltInId}}, {camera}});
   ExpectNothingListed();
-  EXPECT_EQ(Open(), -1001) << "there is no pin to connect";
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Open(), NUVEQ_CAMERA_GRAPH_FAILED) << "there is no pin to connect";
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
 // --- Format blocks ---
@@ -204,7 +204,7 @@ TEST_F(MalformedInputFromPlatform, OverlongFormatBlockIsAccessedOnlyInTheHeader)
     ASSERT_EQ(Open(), 0);
     EXPECT_THAT(platform.Calls(),
                 Contains("IAMStreamConfig::SetFormat(built-in.capture, MEDIASUBTYPE_YUY2, 640x480, 333333)"));
-    EXPECT_EQ(Close(), 1);
+    EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
     platform.DisposeOf("current media type");
   }
 }
@@ -228,7 +228,7 @@ TEST_F(MalformedInputFromPlatform, InstanceIdOf255CharactersFindsItsCamera) {
     // A shorter id belongs to another camera.
     camera.displayName = NameForId(length - 1);
     platform.SetPc({{device}, {camera}});
-    EXPECT_EQ(Query(), -1000);
+    EXPECT_EQ(Query(), NUVEQ_CAMERA_NOT_USABLE);
   }
 }
 
@@ -264,14 +264,14 @@ TEST_F(MalformedInputFromPlatform, NameWithUnpairedSurrogateFailsQueryAndOpen) {
     Camera broken = BuiltInCamera({Yuy2(640, 480, 30)});
     broken.displayName = text;
     platform.SetPc({{{0, kBuiltInId}}, {broken}});
-    EXPECT_EQ(Open(), -1001);
-    EXPECT_EQ(Close(), 1);
+    EXPECT_EQ(Open(), NUVEQ_CAMERA_GRAPH_FAILED);
+    EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
     cameraNum = 77;
-    EXPECT_EQ(Query(), -1000);
+    EXPECT_EQ(Query(), NUVEQ_CAMERA_NOT_USABLE);
     EXPECT_EQ(cameraNum, 77U);
     EXPECT_THAT(platform.Alive(), IsEmpty());
-    EXPECT_EQ(Open(), -1001) << "there is no camera";
-    EXPECT_EQ(Close(), 1);
+    EXPECT_EQ(Open(), NUVEQ_CAMERA_GRAPH_FAILED) << "there is no camera";
+    EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   }
 }
 
@@ -303,7 +303,7 @@ TEST_F(MalformedInputFromPlatform, SamplesAreReadUpToTheirLengthOrNotAtAll) {
   std::vector<std::uint8_t> shortFrame = Frame(kFrameSize, 0);
   shortFrame[0] = 2;
   EXPECT_EQ(encoded[1], shortFrame);
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
 }  // namespace

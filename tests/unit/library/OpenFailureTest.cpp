@@ -322,10 +322,10 @@ TEST_P(OpenFailure, RefusesTheNextOpenWhileThePoolExists) {
   if (c.held < Held::kPool) {
     ExpectFormatLeft();
     EXPECT_EQ(Open(), 0);
-    EXPECT_EQ(Close(), 1);
+    EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
     return;
   }
-  EXPECT_EQ(Open(), -1004);
+  EXPECT_EQ(Open(), NUVEQ_CAMERA_ENCODER_FAILED);
   EXPECT_THAT(LogLines(),
               ::testing::ElementsAre(WarnLine(708, Text("OpenCameraInner", "Start open camera")),
                                      ErrorLine(546, Text("InitVideoEncoder", "AllocBuffer fail.")),
@@ -360,13 +360,13 @@ TEST_P(OpenFailure, AllowsOpenAfterClose) {
   platform.ClearJournal();
   if (c.held == Held::kPool) {
     // Without a graph a close has no effect, and the remaining pool makes every open fail.
-    EXPECT_EQ(Open(), -1004);
+    EXPECT_EQ(Open(), NUVEQ_CAMERA_ENCODER_FAILED);
     EXPECT_THAT(LogLines(),
                 ::testing::Contains(ErrorLine(546, Text("InitVideoEncoder", "AllocBuffer fail."))));
   } else {
     ExpectFormatLeft();
     EXPECT_EQ(Open(), 0);
-    EXPECT_EQ(Close(), 1);
+    EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   }
 }
 

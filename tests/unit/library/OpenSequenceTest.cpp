@@ -31,7 +31,7 @@ TEST_F(OpenSequence, NullRequestIsInvalid) {
 
 TEST_F(OpenSequence, IdWithALetterIsInvalid) {
   QueryAndRelease();
-  EXPECT_EQ(Open("12a"), -2);
+  EXPECT_EQ(Open("12a"), NUVEQ_CAMERA_INVALID_ARGUMENT);
   EXPECT_THAT(
       LogLines(),
       ElementsAre(WarnLine(708, "[CameraOperator]Start open camera(CameraOperator::OpenCameraInner)"),
@@ -56,7 +56,7 @@ TEST_F(OpenSequence, CoInitializeFailureIsIgnored) {
     LoadedLibrary fresh(NUVEQ_LIBRARY_FILE);
     ASSERT_EQ(fresh.GetCameraHandler(&handler), 0);
     QueryAndOpen();
-    EXPECT_EQ(Close(), 1);
+    EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   }
 }
 
@@ -67,7 +67,7 @@ TEST_F(OpenSequence, EmptyIdSelectsCameraZero) {
   EXPECT_THAT(platform.Calls(), Contains("IMoniker::BindToObject(built-in, IID_IBaseFilter)"));
   DeliverAndReceive(1);
   EXPECT_EQ(host.Packets().at(0).id, "");
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
 TEST_F(OpenSequence, LeadingZerosAreAccepted) {
@@ -76,12 +76,12 @@ TEST_F(OpenSequence, LeadingZerosAreAccepted) {
   EXPECT_EQ(Open("000"), 0);
   DeliverAndReceive(1);
   EXPECT_EQ(host.Packets().at(0).id, "000");
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
 TEST_F(OpenSequence, UnknownCameraFailsWithoutBindMessage) {
   QueryAndRelease();
-  EXPECT_EQ(Open("1"), -1001);
+  EXPECT_EQ(Open("1"), NUVEQ_CAMERA_GRAPH_FAILED);
   EXPECT_THAT(
       LogLines(),
       ElementsAre(WarnLine(708, "[CameraOperator]Start open camera(CameraOperator::OpenCameraInner)"),
@@ -90,13 +90,13 @@ TEST_F(OpenSequence, UnknownCameraFailsWithoutBindMessage) {
                   ErrorLine("[CameraOperator]BindDeviceFilter fail.(CameraOperator::AddDeviceFilter)"),
                   ErrorLine("[CameraOperator]AddDeviceFilter fail.(CameraOperator::OpenCamera)"),
                   ErrorLine(754, "[CameraOperator]fail to open camera(CameraOperator::OpenCameraInner)")));
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
 TEST_F(OpenSequence, IdOfTwentyDigitsIsUnknownCamera) {
   QueryAndRelease();
   platform.AnswersNth("CoCreateInstance", 1, Fails());
-  EXPECT_EQ(Open("99999999999999999999"), -1001);
+  EXPECT_EQ(Open("99999999999999999999"), NUVEQ_CAMERA_GRAPH_FAILED);
   EXPECT_THAT(LogLines(), Contains(ErrorLine("[CameraOperator]InitCameraBasicInfo fail. cameraId:2147483647"
                                              "(CameraOperator::OpenCamera)")));
 }
@@ -112,14 +112,14 @@ TEST_F(OpenSequence, OnlyStartAndSuccessAreLoggedAsWarnings) {
                             "(CameraOperator::SetCameraFormat)"),
                   ErrorLine("[CameraOperator]OpenCamera success.(CameraOperator::OpenCamera)"),
                   WarnLine(775, "[CameraOperator]open camera success(CameraOperator::OpenCameraInner)")));
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
 TEST_F(OpenSequence, RefusedSecondOpenReportsOpenAndReplacesTheId) {
   QueryAndOpen();
   DeliverAndReceive(1);
   platform.ClearJournal();
-  EXPECT_EQ(Open("7"), -4);
+  EXPECT_EQ(Open("7"), NUVEQ_CAMERA_ALREADY_OPEN);
   EXPECT_THAT(
       LogLines(),
       ElementsAre(
@@ -130,15 +130,15 @@ TEST_F(OpenSequence, RefusedSecondOpenReportsOpenAndReplacesTheId) {
   DeliverAndReceive(2);
   EXPECT_EQ(host.Packets().at(0).id, "0");
   EXPECT_EQ(host.Packets().at(1).id, "7");
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
 TEST_F(OpenSequence, InvalidSecondOpenKeepsTheId) {
   QueryAndOpen();
-  EXPECT_EQ(Open("7x"), -2);
+  EXPECT_EQ(Open("7x"), NUVEQ_CAMERA_INVALID_ARGUMENT);
   DeliverAndReceive(1);
   EXPECT_EQ(host.Packets().at(0).id, "0");
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
 TEST_F(OpenSequence, EncoderGetsParametersOfUncompressedSize) {
@@ -156,7 +156,7 @@ TEST_F(OpenSequence, EncoderGetsParametersOfUncompressedSize) {
   EXPECT_EQ(param.unnamed36, 1);
   EXPECT_EQ(param.bitRate, 1536);
   EXPECT_EQ(param.unnamed40, 0U);
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
 TEST_F(OpenSequence, EncoderGetsParametersOfMjpgSize) {
@@ -171,7 +171,7 @@ TEST_F(OpenSequence, EncoderGetsParametersOfMjpgSize) {
                        "333333)"));
   EXPECT_THAT(platform.Calls(), Contains("ISampleGrabber::SetMediaType(MEDIATYPE_Video, MEDIASUBTYPE_ARGB32, "
                                          "FORMAT_VideoInfo, cbFormat 0)"));
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
 TEST_F(OpenSequence, KeyFrameIntervalIsFiveSecondsModulo16Bits) {
@@ -181,7 +181,7 @@ TEST_F(OpenSequence, KeyFrameIntervalIsFiveSecondsModulo16Bits) {
   for (const auto& [fps, interval] : rates) {
     EXPECT_EQ(Open("0", 640, 480, fps), 0);
     EXPECT_EQ(platform.LastEncodeParam().keyFrameInterval, interval);
-    EXPECT_EQ(Close(), 1);
+    EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   }
 }
 
@@ -189,7 +189,7 @@ TEST_F(OpenSequence, FailedRunLeavesTheCameraOpenUntilClose) {
   QueryAndRelease();
   ExpectFormatLeft(2);
   platform.AnswersNth("IMediaControl::Run", 1, Fails(E_ACCESSDENIED));
-  EXPECT_EQ(Open(), -1001);
+  EXPECT_EQ(Open(), NUVEQ_CAMERA_GRAPH_FAILED);
   EXPECT_THAT(LogLines(),
               ElementsAre(WarnLine(708, "[CameraOperator]Start open camera(CameraOperator::OpenCameraInner)"),
                           ErrorLine("[CameraOperator]start OpenCamera, width:640, height:480, fps:30"
@@ -208,10 +208,10 @@ TEST_F(OpenSequence, FailedRunLeavesTheCameraOpenUntilClose) {
   EXPECT_EQ(platform.Calls().back(), "IMediaControl::Run()");
   EXPECT_EQ(platform.CallCount("PinModule"), 1U) << "only a close can take the graph apart";
 
-  EXPECT_EQ(Open(), -4);
+  EXPECT_EQ(Open(), NUVEQ_CAMERA_ALREADY_OPEN);
 
   platform.ClearJournal();
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   EXPECT_THAT(
       platform.Journal(),
       ElementsAre("log: [CameraOperator]CloseCameraInner.(CameraOperator::CloseCameraInner)",
@@ -220,18 +220,18 @@ TEST_F(OpenSequence, FailedRunLeavesTheCameraOpenUntilClose) {
                   "VideoFrame::ReleaseBuffer()", "VideoFrame::ReleaseBuffer()",
                   "VideoEncoder::ReleaseEncoder()", "UnpinModule(soon)"));
   EXPECT_EQ(Open(), 0);
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
 TEST_F(OpenSequence, RunReturningSFalseIsAFailure) {
   QueryAndRelease();
   ExpectFormatLeft();
   platform.Answers("IMediaControl::Run", SFalse());
-  EXPECT_EQ(Open(), -1001);
+  EXPECT_EQ(Open(), NUVEQ_CAMERA_GRAPH_FAILED);
   EXPECT_THAT(LogLines(), Contains(ErrorLine(763,
                                              "[CameraOperator]fail to update service status, error: 1"
                                              "(CameraOperator::OpenCameraInner)")));
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
 TEST_F(OpenSequence, FailedWaitForFirstFrameIsIgnored) {
@@ -240,7 +240,7 @@ TEST_F(OpenSequence, FailedWaitForFirstFrameIsIgnored) {
   platform.AnswersNth("IMediaEvent::WaitForCompletion", 1, Fails());
   EXPECT_EQ(Open(), 0);
   DeliverAndReceive(1);
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
 TEST_F(OpenSequence, NoFrameIsEncodedBeforeTheGraphHasCompleted) {
@@ -257,7 +257,7 @@ TEST_F(OpenSequence, NoFrameIsEncodedBeforeTheGraphHasCompleted) {
   });
   EXPECT_EQ(Open(), 0);
   EXPECT_TRUE(host.WaitForPackets(5));
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
 TEST_F(OpenSequence, StatusCallbackErrorIsOnlyLogged) {
@@ -268,13 +268,13 @@ TEST_F(OpenSequence, StatusCallbackErrorIsOnlyLogged) {
   EXPECT_THAT(LogLines(), Contains(ErrorLine(784,
                                              "[CameraOperator]fail to update service status, error: -9"
                                              "(CameraOperator::UpdateServiceStatusToNuveq)")));
-  EXPECT_EQ(Open(), -4);
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Open(), NUVEQ_CAMERA_ALREADY_OPEN);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
 TEST_F(OpenSequence, EmptySizeIsRefusedAndItsEncoderReleasedByTheNextOpen) {
   QueryAndRelease();
-  EXPECT_EQ(Open("0", 0, 480, 30), -1004);
+  EXPECT_EQ(Open("0", 0, 480, 30), NUVEQ_CAMERA_ENCODER_FAILED);
   EXPECT_THAT(LogLines(), Contains(ErrorLine(
                               546, "[CameraOperator]AllocBuffer fail.(CameraOperator::InitVideoEncoder)")));
   EXPECT_THAT(platform.Alive(), ElementsAre("encoder"));
@@ -285,7 +285,7 @@ TEST_F(OpenSequence, EmptySizeIsRefusedAndItsEncoderReleasedByTheNextOpen) {
   EXPECT_EQ(Open(), 0);
   EXPECT_THAT(platform.Alive(), Contains("encoder").Times(1));
   EXPECT_THAT(platform.Calls(), Contains("VideoEncoder::ReleaseEncoder()").Times(1));
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   EXPECT_EQ(platform.CallCount("VideoEncoder::ReleaseEncoder"), 2U);
 }
 
@@ -296,16 +296,16 @@ TEST_F(OpenSequence, UnlistedSizeIsRequestedAsYuy2) {
   EXPECT_THAT(platform.Calls(),
               Contains("IAMStreamConfig::SetFormat(built-in.capture, MEDIASUBTYPE_YUY2, 1920x1080, "
                        "166666)"));
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
 TEST_F(OpenSequence, CameraUnpluggedAfterTheQueryFailsInAddFilter) {
   QueryAndRelease();
   platform.SetPc({{}, {scripted::PlugInCamera()}});
-  EXPECT_EQ(Open(), -1001);
+  EXPECT_EQ(Open(), NUVEQ_CAMERA_GRAPH_FAILED);
   EXPECT_THAT(LogLines(), Contains(ErrorLine("[CameraOperator]AddFilter fail, error: -2147467261"
                                              "(CameraOperator::AddDeviceFilter)")));
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
 }  // namespace

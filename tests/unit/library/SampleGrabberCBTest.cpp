@@ -106,7 +106,7 @@ TEST_F(GrabbedFrames, EmptyFrameIsLogged) {
   EXPECT_TRUE(platform.DeliverFrame(Frame(0, 0)));
   EXPECT_THAT(LogLines(),
               ElementsAre("ERROR SampleGrabberCB:60 error buffer size0(SampleGrabberCB::BufferCB)"));
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   EXPECT_EQ(host.PacketCount(), 0U);
 }
 
@@ -119,7 +119,7 @@ TEST_F(GrabbedFrames, NegativeLengthIsIgnored) {
   EXPECT_THAT(LogLines(), IsEmpty());
   DeliverAndReceive(2);
   EXPECT_EQ(host.Packets().at(0).bytes.at(0), 2);
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
 TEST_F(GrabbedFrames, NullBytesAreIgnored) {
@@ -127,7 +127,7 @@ TEST_F(GrabbedFrames, NullBytesAreIgnored) {
   EXPECT_TRUE(platform.DeliverFrame(nullptr, 100));
   DeliverAndReceive(2);
   EXPECT_EQ(host.PacketCount(), 1U);
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
 TEST_F(GrabbedFrames, FrameOfBufferSizeIsEncodedCompletely) {
@@ -137,7 +137,7 @@ TEST_F(GrabbedFrames, FrameOfBufferSizeIsEncodedCompletely) {
   EXPECT_TRUE(platform.DeliverFrame(frame));
   EXPECT_TRUE(host.WaitForPackets(1));
   EXPECT_EQ(platform.EncodedFrames().at(0), frame);
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
 TEST_F(GrabbedFrames, RestOfTheBufferIsClearedAfterAShortFrame) {
@@ -151,7 +151,7 @@ TEST_F(GrabbedFrames, RestOfTheBufferIsClearedAfterAShortFrame) {
   std::vector<std::uint8_t> wanted = Frame(kFrameSize, 0);
   std::fill_n(wanted.begin(), 1000, std::uint8_t{7});
   EXPECT_EQ(platform.EncodedFrames().at(5), wanted);
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
 TEST_F(GrabbedFrames, SixthFrameWaitsForAFreeBuffer) {
@@ -175,7 +175,7 @@ TEST_F(GrabbedFrames, SixthFrameWaitsForAFreeBuffer) {
   for (std::uint8_t value = 1; value <= 6; ++value) {
     EXPECT_EQ(host.Packets().at(value - 1U).bytes.at(0), value);
   }
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
 // --- With the pool alone ---

@@ -101,7 +101,7 @@ TEST_F(WholeRun, MakesCallsInDocumentedOrder) {
                                               "data callback \"0\"", "AVEncodePacket::~AVEncodePacket()"));
 
   platform.ClearJournal();
-  EXPECT_EQ(Close(), 1);
+  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   EXPECT_THAT(
       platform.Journal(),
       ElementsAre("log: [CameraOperator]CloseCameraInner.(CameraOperator::CloseCameraInner)",

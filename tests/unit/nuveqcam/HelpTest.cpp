@@ -13,8 +13,8 @@ using ::testing::HasSubstr;
 using ::testing::Not;
 
 constexpr SystemTraits kFull{
-    .recordsMp4 = true, .hasSimulatedPc = true, .libraryFile = "full.so", .librarySearchPlaces = "beside it"};
-constexpr SystemTraits kMinimal{.libraryFile = "plain.dll", .librarySearchPlaces = "beside it"};
+    .recordsMp4 = true, .hasSimulatedPc = true, .libraryFile = "full.so", .librarySearchPlaces = "next to it"};
+constexpr SystemTraits kMinimal{.libraryFile = "plain.dll", .librarySearchPlaces = "next to it"};
 constexpr std::array kCommands{Command::kNone, Command::kList, Command::kRecord, Command::kSnapshot,
                                Command::kDoctor};
 
@@ -22,7 +22,7 @@ TEST(Help, DescribesSupportedFeatures) {
   EXPECT_THAT(HelpText(Command::kRecord, kFull), HasSubstr("(default: camera.mp4)"));
   EXPECT_THAT(HelpText(Command::kList, kFull), HasSubstr("--simulated [CLIP]"));
   EXPECT_THAT(HelpText(Command::kList, kFull), HasSubstr("a CLIP that cannot be played"));
-  EXPECT_THAT(HelpText(Command::kList, kFull), HasSubstr("(default: full.so beside it)"));
+  EXPECT_THAT(HelpText(Command::kList, kFull), HasSubstr("(default: full.so next to it)"));
 }
 
 TEST(Help, OmitsUnsupportedFeatures) {
@@ -31,7 +31,7 @@ TEST(Help, OmitsUnsupportedFeatures) {
     EXPECT_THAT(HelpText(command, kMinimal), Not(HasSubstr("mp4")));
     EXPECT_THAT(HelpText(command, kMinimal), Not(HasSubstr("--simulated")));
     EXPECT_THAT(HelpText(command, kMinimal), Not(HasSubstr("CLIP")));
-    EXPECT_THAT(HelpText(command, kMinimal), HasSubstr("(default: plain.dll beside it)"));
+    EXPECT_THAT(HelpText(command, kMinimal), HasSubstr("(default: plain.dll next to it)"));
   }
 }
 
