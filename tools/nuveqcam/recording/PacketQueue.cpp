@@ -8,7 +8,7 @@ PacketQueue::PacketQueue(std::size_t capacity) : m_capacity(capacity) {}
 
 bool PacketQueue::Push(Packet packet) {
   std::unique_lock lock(m_mutex);
-  m_hasRoom.wait(lock, [&] { return m_isAbandoned || !IsFullLocked(); });
+  m_hasRoom.wait(lock, [&] { return m_isAbandoned || !IsFull(); });
   if (m_isAbandoned) {
     return false;
   }
@@ -32,20 +32,20 @@ PopResult PacketQueue::Pop(Packet& packet, std::chrono::milliseconds limit) {
   if (m_packets.empty()) {
     return PopResult::kTimeout;
   }
-  const bool wasFull = IsFullLocked();
+  const bool wasFull = IsFull();
   packet = std::move(m_packets.front());
   m_packets.pop_front();
   m_bytes -= packet.bytes.size();
-  NoteRoomLocked(wasFull);
+  NoteRoom(wasFull);
   m_hasRoom.notify_one();
   return PopResult::kPacket;
 }
 
 void PacketQueue::SetUnbounded() {
   const std::lock_guard lock(m_mutex);
-  const bool wasFull = IsFullLocked();
+  const bool wasFull = IsFull();
   m_isUnbounded = true;
-  NoteRoomLocked(wasFull);
+  NoteRoom(wasFull);
   m_hasRoom.notify_all();
 }
 
@@ -72,11 +72,6 @@ bool PacketQueue::HasLoss() const {
   return m_hasLoss;
 }
 
-bool PacketQueue::IsFull() const {
-  const std::lock_guard lock(m_mutex);
-  return IsFullLocked();
-}
-
 std::optional<Clock::time_point> PacketQueue::FirstArrival() const {
   const std::lock_guard lock(m_mutex);
   return m_firstArrival;
@@ -89,12 +84,12 @@ Clock::duration PacketQueue::ReceivedTime() const {
 
 Clock::duration PacketQueue::IdleTime(Clock::time_point now) const {
   const std::lock_guard lock(m_mutex);
-  return IsFullLocked() ? Clock::duration::zero() : now - m_waitingSince;
+  return IsFull() ? Clock::duration::zero() : now - m_waitingSince;
 }
 
 // While the queue was full, the camera waited for the reader; idle time starts now.
-void PacketQueue::NoteRoomLocked(bool wasFull) {
-  if (wasFull && !IsFullLocked()) {
+void PacketQueue::NoteRoom(bool wasFull) {
+  if (wasFull && !IsFull()) {
     m_waitingSince = Clock::now();
   }
 }

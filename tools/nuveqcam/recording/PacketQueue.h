@@ -47,7 +47,6 @@ class PacketQueue {
   void NoteLoss();
 
   bool HasLoss() const;
-  bool IsFull() const;
   // The arrival time of the first packet; nullopt before it.
   std::optional<Clock::time_point> FirstArrival() const;
   // The time from the arrival of the first packet to that of the latest one.
@@ -56,8 +55,9 @@ class PacketQueue {
   Clock::duration IdleTime(Clock::time_point now) const;
 
  private:
-  bool IsFullLocked() const { return !m_isUnbounded && !m_packets.empty() && m_bytes >= m_capacity; }
-  void NoteRoomLocked(bool wasFull);
+  // Both require m_mutex.
+  bool IsFull() const { return !m_isUnbounded && !m_packets.empty() && m_bytes >= m_capacity; }
+  void NoteRoom(bool wasFull);
 
   const std::size_t m_capacity;
   mutable std::mutex m_mutex;
