@@ -88,7 +88,7 @@ enum {
 
 /** @brief Results of CloseCameraDevice. */
 enum {
-  /** The camera is closed, but the capture graph had not completed; or no camera was open. */
+  /** The camera is closed, but the capture graph had not completed; or the call did nothing. */
   NUVEQ_CAMERA_CLOSE_INCOMPLETE = 0,
   /** The camera is closed, and the capture graph had completed. */
   NUVEQ_CAMERA_CLOSED = 1
@@ -107,12 +107,12 @@ typedef enum NUVEQServiceStatus {
 
 /** @brief Values of NUVEQServiceAction::type. */
 enum {
-  /** This PC has no usable camera. The content is ::NUVEQ_SERVICE_ACTION_NO_CAMERA. */
+  /** This PC has no usable camera. The content is ::NUVEQ_SERVICE_ACTION_CONTENT_NO_CAMERA. */
   NUVEQ_SERVICE_ACTION_CAMERA_DRIVER_ERROR = 7
 };
 
 /** @brief Content of a ::NUVEQ_SERVICE_ACTION_CAMERA_DRIVER_ERROR action. */
-#define NUVEQ_SERVICE_ACTION_NO_CAMERA "440"
+#define NUVEQ_SERVICE_ACTION_CONTENT_NO_CAMERA "440"
 
 /** @brief A condition that the host should act on. Valid during the callback only. */
 typedef struct NUVEQServiceAction {
@@ -167,7 +167,7 @@ typedef int32_t (*ServiceStatusCallback)(const char* id, uint32_t idLen, NUVEQSe
 /**
  * @brief Reports a condition that the host should act on.
  *
- * Runs on the calling thread, inside the call that causes the report. It must not open or query.
+ * Runs on the calling thread, inside the call that causes the report. It must not open, close or query.
  *
  * @param id      null with ::NUVEQ_SERVICE_ACTION_CAMERA_DRIVER_ERROR
  * @param idLen   1 with ::NUVEQ_SERVICE_ACTION_CAMERA_DRIVER_ERROR
@@ -186,7 +186,7 @@ typedef struct NUVEQServiceListener {
  * @brief An open request. Owned by the caller, and read during OpenCameraDevice only.
  *
  * The id consists of decimal digits; an empty id selects camera 0. Reading stops at the first other
- * character. An id that is larger than the largest index names a camera that does not exist.
+ * character. A value above 2147483647 is read as 2147483647, which names no camera.
  *
  * The encoder accepts 16 to 4096 pixels per side and at most as many 16x16 blocks as 4096x2304 has. It
  * refuses other sizes. If a side is odd, its last line or column is not encoded.
@@ -278,14 +278,15 @@ typedef struct NUVEQCameraHandler {
    *                                        not a decimal digit. Nothing has changed.
    * @retval NUVEQ_CAMERA_ALREADY_OPEN      A camera is open. ::NUVEQ_SERVICE_STATUS_CAMERA_OPEN is reported
    *                                        with this request's id, and the packets that follow carry this id.
-   * @retval NUVEQ_CAMERA_ENCODER_FAILED    The encoder or the frame pool refuses the request. Another open
-   * may follow at once.
-   * @retval NUVEQ_CAMERA_GRAPH_FAILED      The graph could not be built (the index names no camera, the
-   * camera is in use, the format is refused) or run, or a thread could not be started.
-   * ::NUVEQ_SERVICE_STATUS_CAMERA_OPEN may have been reported. Call CloseCameraDevice. Until then every open
-   * returns
-   *                                        ::NUVEQ_CAMERA_ENCODER_FAILED, or ::NUVEQ_CAMERA_ALREADY_OPEN if
-   *                                        the graph was built.
+   * @retval NUVEQ_CAMERA_ENCODER_FAILED    The encoder or the frame pool refuses the request.
+   *                                        Another open may follow at once.
+   * @retval NUVEQ_CAMERA_GRAPH_FAILED      The graph could not be built (the index names no
+   *                                        camera, the camera is in use, the format is refused)
+   *                                        or run, or a thread could not be started.
+   *                                        ::NUVEQ_SERVICE_STATUS_CAMERA_OPEN may have been
+   *                                        reported. Call CloseCameraDevice. Until then every
+   *                                        open returns ::NUVEQ_CAMERA_ENCODER_FAILED, or
+   *                                        ::NUVEQ_CAMERA_ALREADY_OPEN if the graph was built.
    *
    * @note If not even an empty graph could be created, for example on a thread without COM, the open returns
    *       ::NUVEQ_CAMERA_GRAPH_FAILED and leaves nothing to close: CloseCameraDevice returns

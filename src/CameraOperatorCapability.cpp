@@ -101,7 +101,7 @@ int CameraOperator::GetCameraCapabilityInner(NUVEQCameraCapabilities** allAbilit
   }
   const unsigned int count = CameraCount();
   if (count == 0) {
-    constexpr std::string_view kContent = NUVEQ_SERVICE_ACTION_NO_CAMERA;
+    constexpr std::string_view kContent = NUVEQ_SERVICE_ACTION_CONTENT_NO_CAMERA;
     NUVEQServiceAction action{NUVEQ_SERVICE_ACTION_CAMERA_DRIVER_ERROR, kContent.data(),
                               static_cast<std::uint32_t>(kContent.size())};
     UpdateServiceActionToNuveq(nullptr, 1, action);

@@ -16,7 +16,7 @@ namespace {
 // DirectShow's time unit is 100 ns.
 constexpr double kUnitsPerSecond = 10'000'000.0;
 constexpr unsigned int kDefaultFps = 30;
-// Interval for a rate of 0. It does not correspond to kDefaultFps; hosts depend on the value.
+// Interval for a rate of 0. It does not correspond to kDefaultFps; kept for compatibility.
 constexpr __int64 kDefaultInterval = 33;
 
 // Deleter of a media type that an enumerator returned: frees the contents and the structure.

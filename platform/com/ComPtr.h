@@ -7,7 +7,7 @@ template <typename Interface>
 class ComPtr {
  public:
   ComPtr() = default;
-  // Shares: takes a reference of its own.
+  // Adds a reference.
   explicit ComPtr(Interface* shared) : m_interface(shared) {
     if (m_interface != nullptr) {
       m_interface->AddRef();
@@ -31,14 +31,14 @@ class ComPtr {
     }
   }
 
-  // Where a call is to store an interface, with its reference. What is held already is released first.
+  // Output parameter for a call that returns a reference. Releases the current interface first.
   Interface** Put() {
     Reset();
     return &m_interface;
   }
   void** PutVoid() { return reinterpret_cast<void**>(Put()); }
 
-  // Gives the reference to the caller.
+  // Gives up ownership without releasing.
   [[nodiscard]] Interface* Detach() { return std::exchange(m_interface, nullptr); }
 
  private:

@@ -25,7 +25,7 @@ devices::CaptureDevice BuiltInCamera(const std::shared_ptr<SimulatedDevice>& dev
 devices::CaptureDevice PlugInCamera(const std::shared_ptr<SimulatedDevice>& device) {
   return {R"(@device:pnp:\\?\usb#vid_046d&pid_0825&mi_00#simulated-2.1&0000)"
           R"(#{65e8773d-8f56-11d0-a3b9-00a0c9223196}\video-index0)",
-          "USB Camera", "simulated", "it is plugged in: its USB device can be removed",
+          "USB Camera", "simulated", "its USB device is removable",
           [device] { return std::make_unique<SimulatedCamera>(device); }};
 }
 
@@ -52,9 +52,8 @@ void Check(const SimulatedPcSettings& settings) {
         format.width < kMinWidth || format.height < kMinHeight || format.width % 2 != 0 ||
         format.height % 2 != 0) {
       throw std::invalid_argument(
-          "simulated cameras require YUYV or MJPG, a positive frame interval, and even sides of at least 64 "
-          "by "
-          "48 pixels");
+          "simulated cameras require YUYV or MJPG, a positive frame interval, and even sides of at least "
+          "64 by 48 pixels");
     }
   }
   if (!settings.clip.empty()) {

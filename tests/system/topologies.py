@@ -73,8 +73,8 @@ BUILT_IN = Verdict("firmware", False, "built in: the firmware (ACPI) declares it
 REMOVABLE = Verdict("firmware", True, "removable: the firmware (ACPI) declares its port hot-pluggable")
 UNKNOWN = Verdict("nobody", True,
                   "treated as removable: neither the firmware nor its hub declares whether it can be removed")
-REMOVABLE_REASON = "it is plugged in: its USB device can be removed"
-UNKNOWN_REASON = "the PC's firmware does not say that its USB port is an internal one"
+REMOVABLE_REASON = "its USB device is removable"
+UNKNOWN_REASON = "the firmware does not declare its USB port internal"
 NO_USB_REASON = "it is not a USB device"
 METADATA_REASON = "it carries a camera's metadata, not its pictures"
 

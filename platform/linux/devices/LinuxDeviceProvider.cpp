@@ -25,14 +25,14 @@ std::string ExclusionReason(const UsbRemovability& removability) {
     return {};
   }
   if (removability.source == RemovabilitySource::kParentHub) {
-    return "it belongs to a USB hub that can be removed, or may be";
+    return "it is connected to a USB hub that is removable or treated as removable";
   }
   if (removability.attribute == "removable") {
-    return "it is plugged in: its USB device can be removed";
+    return "its USB device is removable";
   }
   return removability.attribute == "unknown"
-             ? "the PC's firmware does not say that its USB port is an internal one"
-             : "the kernel does not show whether its USB device can be removed";
+             ? "the firmware does not declare its USB port internal"
+             : "the kernel does not report whether its USB device is removable";
 }
 
 // The path of a device that is not on USB: "platform#vivid.0".
@@ -132,7 +132,7 @@ void SetExclusionReasons(const std::vector<UsbDevice>& usbDevices, std::vector<C
       continue;
     }
     if (camera.exclusionReason.empty()) {
-      camera.exclusionReason = isOfBuiltIn ? "it is another node of the camera that is taken"
+      camera.exclusionReason = isOfBuiltIn ? "it is another node of the selected camera"
                                : isOfFixed ? "another built-in camera comes first"
                                            : "it is not the first camera of its USB device";
     }

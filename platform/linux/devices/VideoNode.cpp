@@ -46,8 +46,8 @@ std::string FormatRejectionReason(const v4l2::V4l2Device& device) {
 }
 
 const char* CapabilityRejectionReason(std::uint32_t capabilities) {
-  constexpr std::uint32_t kConverts = V4L2_CAP_VIDEO_M2M | V4L2_CAP_VIDEO_M2M_MPLANE;
-  constexpr std::uint32_t kShows =
+  constexpr std::uint32_t kM2m = V4L2_CAP_VIDEO_M2M | V4L2_CAP_VIDEO_M2M_MPLANE;
+  constexpr std::uint32_t kOutput =
       V4L2_CAP_VIDEO_OUTPUT | V4L2_CAP_VIDEO_OUTPUT_MPLANE | V4L2_CAP_VIDEO_OVERLAY;
   if ((capabilities & V4L2_CAP_VIDEO_CAPTURE) != 0) {
     return (capabilities & V4L2_CAP_STREAMING) != 0 ? "" : "it cannot stream into memory";
@@ -56,17 +56,17 @@ const char* CapabilityRejectionReason(std::uint32_t capabilities) {
     return "it carries a camera's metadata, not its pictures";
   }
   if ((capabilities & V4L2_CAP_VIDEO_CAPTURE_MPLANE) != 0) {
-    return "it delivers pictures in several planes only, as image processors do";
+    return "it supports only multi-planar capture";
   }
-  if ((capabilities & kConverts) != 0) {
-    return "it converts pictures";
+  if ((capabilities & kM2m) != 0) {
+    return "it is a memory-to-memory device";
   }
-  return (capabilities & kShows) != 0 ? "it takes pictures in" : "it delivers no video";
+  return (capabilities & kOutput) != 0 ? "it is a video output device" : "it delivers no video";
 }
 
 VideoNodeStatus StatusOfUnopened(int error, const std::filesystem::path& sysfsEntry) {
   if (error == ENOENT || error == ENODEV || error == ENXIO) {
-    return {"there is no device behind it, or not where this program may see it", error};
+    return {"the device does not exist or is not visible to this process", error};
   }
   return {ReadSysfsLine(sysfsEntry / "index") == "0"
               ? ""
@@ -87,7 +87,7 @@ VideoNodeStatus ProbeVideoNode(const std::string& node, const std::filesystem::p
   }
   v4l2_capability capability{};
   if (device.Ioctl(VIDIOC_QUERYCAP, &capability) != 0) {
-    return {"it does not answer as a video device", 0};
+    return {"it does not support VIDIOC_QUERYCAP", 0};
   }
   std::string reason = CapabilityRejectionReason((capability.capabilities & V4L2_CAP_DEVICE_CAPS) != 0
                                                      ? capability.device_caps

@@ -219,8 +219,8 @@ std::optional<graph::CaptureResult> V4l2Source::TakeFrame(bool hasPollError, gra
   v4l2_buffer buffer{};
   const int error = m_buffers.Dequeue(buffer);
   if (error != 0) {
-    // A driver may fail single buffers with EIO and continue. Any other error, a poll error, or a long series
-    // of failures would repeat for ever.
+    // EAGAIN and single EIO errors are transient. Any other error, a poll error, or a long series of failures
+    // would repeat for ever.
     const bool isTransient = error == EAGAIN || (error == EIO && ++m_failures < kMaxFailures);
     m_isDisconnected = hasPollError || !isTransient;
     graph::CurrentStreamStats().damaged += error == EIO && !m_isDisconnected ? 1 : 0;

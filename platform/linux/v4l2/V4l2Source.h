@@ -41,7 +41,8 @@ class V4l2Source : public graph::CaptureSource {
   // Minimum size of a picture in the driver's buffer in bytes; 1 for compressed pictures, whose size varies.
   std::size_t MinBytes() const;
 
-  // Dequeues a buffer. Returns kFrame, kDisconnected, or nothing if the buffer has no good frame.
+  // Dequeues a buffer. Returns kFrame, or nothing if there is no good frame. Sets m_isDisconnected at the end
+  // of the stream.
   std::optional<graph::CaptureResult> TakeFrame(bool hasPollError, graph::CapturedFrame& frame);
   bool IsInOrder(const v4l2_buffer& buffer);
   bool IsWhole(const v4l2_buffer& buffer);

@@ -133,7 +133,7 @@ USB devices
   1-7   Fingerprint Reader (27c6:55a2)  built in: the firmware (ACPI) declares its port hard-wired
 
 Capture devices
-  simulated  USB Camera         not selected: it is plugged in: its USB device can be removed
+  simulated  USB Camera         not selected: its USB device is removable
   simulated  Integrated Camera  SELECTED: the first camera of USB device 1-5, which is built in
 
 Offered camera: Integrated Camera (simulated), 320x240 to 1920x1080, 10 to 30 fps

@@ -158,10 +158,10 @@ TEST_F(DeviceDetailsTest, DescribeTheKindOfDevice) {
 TEST_F(DeviceDetailsTest, GiveTheRejectionReasonOfAVideoNode) {
   AddLaptopCamera();
   const std::vector<std::pair<std::uint32_t, std::string>> kinds{
-      {V4L2_CAP_VIDEO_OUTPUT | V4L2_CAP_STREAMING, "takes pictures in"},
-      {V4L2_CAP_VIDEO_M2M | V4L2_CAP_STREAMING, "converts pictures"},
+      {V4L2_CAP_VIDEO_OUTPUT | V4L2_CAP_STREAMING, "video output device"},
+      {V4L2_CAP_VIDEO_M2M | V4L2_CAP_STREAMING, "memory-to-memory device"},
       {V4L2_CAP_VIDEO_CAPTURE | V4L2_CAP_READWRITE, "cannot stream into memory"},
-      {V4L2_CAP_VIDEO_CAPTURE_MPLANE | V4L2_CAP_STREAMING, "several planes"},
+      {V4L2_CAP_VIDEO_CAPTURE_MPLANE | V4L2_CAP_STREAMING, "multi-planar"},
       {V4L2_CAP_STREAMING, "delivers no video"}};
   for (std::size_t i = 0; i < kinds.size(); ++i) {
     VideoDeviceSettings settings;
@@ -234,14 +234,14 @@ TEST_F(DeviceDetailsTest, ReportTheOpenErrorOfANode) {
   nodes = devices::CurrentDeviceProvider()->DescribeVideoNodes();
   ASSERT_THAT(nodes, SizeIs(2));
   EXPECT_EQ(nodes[0].openError, ENOENT);
-  EXPECT_THAT(nodes[0].rejectionReason, HasSubstr("no device behind it"));
+  EXPECT_THAT(nodes[0].rejectionReason, HasSubstr("does not exist"));
   EXPECT_THAT(devices::CurrentDeviceProvider()->CaptureDevices(), IsEmpty());
   kernel.FailNothing();
   kernel.Fail(VIDIOC_QUERYCAP, EIO);
   nodes = devices::CurrentDeviceProvider()->DescribeVideoNodes();
   ASSERT_THAT(nodes, SizeIs(2));
   EXPECT_EQ(nodes[0].openError, 0);
-  EXPECT_THAT(nodes[0].rejectionReason, HasSubstr("does not answer"));
+  EXPECT_THAT(nodes[0].rejectionReason, HasSubstr("does not support VIDIOC_QUERYCAP"));
 }
 
 TEST_F(DeviceDetailsTest, DoNotChangeTheStateOfACamera) {

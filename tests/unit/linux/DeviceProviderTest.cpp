@@ -103,9 +103,8 @@ TEST_F(DeviceProviderTest, DistinguishesUndeclaredFromMissingRemovability) {
   AddCamera({"1-4", "046d", "0825", std::nullopt}, 4);
   const std::vector<devices::CaptureDevice> devices = devices::CurrentDeviceProvider()->CaptureDevices();
   ASSERT_THAT(devices, SizeIs(2));
-  EXPECT_EQ(devices[0].exclusionReason,
-            "the PC's firmware does not say that its USB port is an internal one");
-  EXPECT_EQ(devices[1].exclusionReason, "the kernel does not show whether its USB device can be removed");
+  EXPECT_EQ(devices[0].exclusionReason, "the firmware does not declare its USB port internal");
+  EXPECT_EQ(devices[1].exclusionReason, "the kernel does not report whether its USB device is removable");
 }
 
 TEST_F(DeviceProviderTest, ExclusionReasonsOfBuiltInCamerasDiffer) {
@@ -121,11 +120,11 @@ TEST_F(DeviceProviderTest, ExclusionReasonsOfBuiltInCamerasDiffer) {
   for (const devices::CaptureDevice& device : devices::CurrentDeviceProvider()->CaptureDevices()) {
     reasons[std::filesystem::path(device.node).filename().string()] = device.exclusionReason;
   }
-  EXPECT_THAT(reasons, ElementsAre(Pair("video0", ""),
-                                   Pair("video2", "it is another node of the camera that is taken"),
-                                   Pair("video3", "it is not the first camera of its USB device"),
-                                   Pair("video4", "another built-in camera comes first"),
-                                   Pair("video5", "it is not the first camera of its USB device")));
+  EXPECT_THAT(reasons,
+              ElementsAre(Pair("video0", ""), Pair("video2", "it is another node of the selected camera"),
+                          Pair("video3", "it is not the first camera of its USB device"),
+                          Pair("video4", "another built-in camera comes first"),
+                          Pair("video5", "it is not the first camera of its USB device")));
 }
 
 TEST_F(DeviceProviderTest, HostProviderReplacesTheSystemProvider) {

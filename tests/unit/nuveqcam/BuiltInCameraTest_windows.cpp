@@ -19,7 +19,7 @@ constexpr const char* kSoftware = R"(@device:sw:{860BB310-5D01-11D0-BD3B-00A0C91
 const std::string kBuiltInChild = R"(USB\VID_04F2&PID_B6BE&MI_00\6&1A2B3C&0&0000)";
 const std::string kPlugInChild = R"(USB\VID_046D&PID_0825&MI_00\7&2FD3C3A&0&0000)";
 
-constexpr const char* kRemovable = "it is plugged in: its USB device can be removed";
+constexpr const char* kRemovable = "its USB device is removable";
 constexpr const char* kNotFirst = "it is not the first function of its USB device";
 
 TEST(BuiltInCamera, IsTheFirstFunctionOfAFixedUsbDevice) {

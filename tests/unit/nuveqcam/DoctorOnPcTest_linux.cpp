@@ -83,7 +83,9 @@ TEST_F(DoctorOnPc, ExplainsTheSelectedCameraAndTheOthers) {
               HasSubstr("\n  1-8.1  Camera 1-8.1 (04f2:b6be)       treated as removable: it is fixed to "
                         "hub 1-8, which is treated as removable\n"));
   EXPECT_THAT(text, HasSubstr("SELECTED: the first camera of USB device 1-5, which is built in\n"));
-  EXPECT_THAT(text, HasSubstr("not selected: it belongs to a USB hub that can be removed, or may be\n"));
+  EXPECT_THAT(
+      text,
+      HasSubstr("not selected: it is connected to a USB hub that is removable or treated as removable\n"));
   EXPECT_THAT(text, HasSubstr("vivid              not selected: it is not a USB device\n"));
   EXPECT_THAT(text, HasSubstr("not selected: it is not the first camera of its USB device\n"));
   EXPECT_THAT(text, HasSubstr("not a capture device: it carries a camera's metadata, not its pictures\n"));
@@ -163,8 +165,8 @@ TEST_F(DoctorOnPc, DistinguishesTheSelectedCameraFromOtherBuiltInCameras) {
   EXPECT_EQ(Run(), ExitCode::kOk);
   EXPECT_THAT(out.str(),
               HasSubstr("  " + Node(3) + "  Camera 1-2  SELECTED: the first camera of USB device 1-2"));
-  EXPECT_THAT(out.str(),
-              HasSubstr("  " + Node(4) + "  Camera 1-2  not selected: it is another node of the camera"));
+  EXPECT_THAT(out.str(), HasSubstr("  " + Node(4) +
+                                   "  Camera 1-2  not selected: it is another node of the selected camera"));
   EXPECT_THAT(out.str(),
               HasSubstr("  " + Node(0) + "  Camera 1-7  not selected: another built-in camera comes"));
   EXPECT_THAT(out.str(), HasSubstr("\nOffered camera: Camera 1-2 (" + Node(3) + "), 352x288, 25 fps\n"));
@@ -181,7 +183,7 @@ TEST_F(DoctorOnPc, ReportsAMissingKernelAttribute) {
       out.str(),
       HasSubstr("treated as removable: the kernel has no attribute that tells whether it can be removed\n"));
   EXPECT_THAT(out.str(),
-              HasSubstr("not selected: the kernel does not show whether its USB device can be removed\n"));
+              HasSubstr("not selected: the kernel does not report whether its USB device is removable\n"));
   EXPECT_THAT(out.str(), HasSubstr("is inside the PC, run this outside containers and sandboxes, or use a"));
 }
 
@@ -206,9 +208,8 @@ TEST_F(DoctorOnPc, ReportsAnInaccessibleNode) {
   AddLaptopCamera();
   kernel.Fail(kOpenCall, ENOENT);
   EXPECT_EQ(Run(), ExitCode::kNoCamera);
-  EXPECT_THAT(out.str(),
-              HasSubstr("not examined: there is no device behind it, or not where this program may "
-                        "see it (No such file or directory)\n"));
+  EXPECT_THAT(out.str(), HasSubstr("not examined: the device does not exist or is not visible to this "
+                                   "process (No such file or directory)\n"));
   EXPECT_THAT(out.str(), HasSubstr("- " + Node(0) + ", " + Node(1) +
                                    " cannot be opened (No such file or directory): in a container"));
   EXPECT_THAT(out.str(), Not(HasSubstr("no driver")));

@@ -50,7 +50,7 @@ TEST(SimulatedPcTest, ListsThePlugInCameraBeforeTheBuiltInCamera) {
   const std::vector<devices::CaptureDevice> devices = pc.CaptureDevices();
   ASSERT_EQ(devices.size(), 2U);
   EXPECT_EQ(devices[0].name, "USB Camera");
-  EXPECT_THAT(devices[0].exclusionReason, HasSubstr("plugged in"));
+  EXPECT_THAT(devices[0].exclusionReason, HasSubstr("is removable"));
   EXPECT_EQ(devices[0].displayName, R"(@device:pnp:\\?\usb#vid_046d&pid_0825&mi_00#simulated-2.1&0000)"
                                     R"(#{65e8773d-8f56-11d0-a3b9-00a0c9223196}\video-index0)");
   EXPECT_EQ(devices[1].name, "Integrated Camera");

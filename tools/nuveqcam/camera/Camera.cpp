@@ -12,8 +12,6 @@
 namespace nuveqcam {
 namespace {
 
-constexpr std::uint32_t kNoUsableCamera = 7;
-
 // Global because the library's callbacks have no context argument.
 std::atomic<PacketQueue*> receivingQueue{nullptr};
 std::atomic<bool> libraryFoundNoCamera{false};
@@ -37,7 +35,7 @@ std::int32_t OnPacket(const char* /*id*/, std::uint32_t /*idLen*/, const std::ui
 }
 
 std::int32_t OnAction(const char* /*id*/, std::uint32_t /*idLen*/, NUVEQServiceAction* action) {
-  libraryFoundNoCamera = libraryFoundNoCamera || action->type == kNoUsableCamera;
+  libraryFoundNoCamera = libraryFoundNoCamera || action->type == NUVEQ_SERVICE_ACTION_CAMERA_DRIVER_ERROR;
   return 0;
 }
 

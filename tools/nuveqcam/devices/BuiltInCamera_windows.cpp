@@ -35,7 +35,7 @@ std::string ExclusionReasonOf(const std::string& displayName, const std::vector<
   if (!owner->isRemovable) {
     return "another built-in camera comes first";
   }
-  return owner->isStatusKnown ? "it is plugged in: its USB device can be removed"
+  return owner->isStatusKnown ? "its USB device is removable"
                               : "Windows does not report whether its USB device can be removed";
 }
 

@@ -32,7 +32,7 @@ struct VideoNodeInfo {
   std::string reason;               // why it is not selected or not a capture device; empty: it is selected
   std::string openError;            // empty: it can be opened, or that is not known
   std::string openAdvice;           // human-readable: what to do about openError
-  std::vector<std::string> openIn;  // programs that have it open, as far as the user may see them
+  std::vector<std::string> openIn;  // programs that have it open, if the user may inspect them
 };
 
 struct DeviceInventory {
