@@ -1,6 +1,6 @@
-// Runs a program and reports its resource usage. bench/compare_encoders cannot measure this itself: the kernel initialises
-// the peak memory of a process with that of its parent, and a Python interpreter is larger than the measured
-// programs.
+// Runs a program and reports its resource usage. bench/compare_encoders cannot measure this itself: the
+// kernel initialises the peak memory of a process with that of its parent, and a Python interpreter is larger
+// than the measured programs.
 //
 //   build/native/bin/resource_usage FILE PROGRAM [ARGUMENT]...
 //
