@@ -13,7 +13,8 @@ LoadedLibrary::LoadedLibrary(const std::string& fileName)
     m_error = dlerror();  // NOLINT(concurrency-mt-unsafe): tests load on one thread
     return;
   }
-  GetCameraHandler = reinterpret_cast<int (*)(NUVEQCameraHandler*)>(dlsym(m_handle, "NUVEQGetCameraHandler"));
+  GetCameraHandler =
+      reinterpret_cast<NUVEQGetCameraHandlerFunction>(dlsym(m_handle, "NUVEQGetCameraHandler"));
   if (GetCameraHandler == nullptr) {
     m_error = "no NUVEQGetCameraHandler in " + m_path.string();
   }

@@ -24,7 +24,7 @@ LoadedLibrary::LoadedLibrary(const std::string& fileName)
     m_error = "error " + std::to_string(GetLastError()) + " when loading " + m_path.string();
     return;
   }
-  GetCameraHandler = reinterpret_cast<int (*)(NUVEQCameraHandler*)>(
+  GetCameraHandler = reinterpret_cast<NUVEQGetCameraHandlerFunction>(
       reinterpret_cast<void*>(GetProcAddress(module, "NUVEQGetCameraHandler")));
   if (GetCameraHandler == nullptr) {
     m_error = "no NUVEQGetCameraHandler in " + m_path.string();

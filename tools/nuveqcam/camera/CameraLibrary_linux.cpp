@@ -45,8 +45,8 @@ CameraLibrary::CameraLibrary(const std::string& file) {
   if (m_handle == nullptr) {
     ThrowLoadFailure(path, LastLoadError());
   }
-  using GetTable = std::int32_t (*)(NUVEQCameraHandler*);
-  const auto getTable = reinterpret_cast<GetTable>(dlsym(m_handle, "NUVEQGetCameraHandler"));
+  const auto getTable =
+      reinterpret_cast<NUVEQGetCameraHandlerFunction>(dlsym(m_handle, "NUVEQGetCameraHandler"));
   if (getTable == nullptr || getTable(&m_table) != NUVEQ_CAMERA_OK) {
     dlclose(m_handle);
     ThrowLoadFailure(path, "it does not export a camera handler table");

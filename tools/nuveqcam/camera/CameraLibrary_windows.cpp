@@ -63,8 +63,7 @@ CameraLibrary::CameraLibrary(const std::string& file) {
   if (m_handle == nullptr) {
     ThrowLoadFailure(path, LoadError(path));
   }
-  using GetTable = std::int32_t (*)(NUVEQCameraHandler*);
-  const auto getTable = reinterpret_cast<GetTable>(
+  const auto getTable = reinterpret_cast<NUVEQGetCameraHandlerFunction>(
       reinterpret_cast<void*>(GetProcAddress(ModuleOf(m_handle), "NUVEQGetCameraHandler")));
   if (getTable == nullptr || getTable(&m_table) != NUVEQ_CAMERA_OK) {
     FreeLibrary(ModuleOf(m_handle));
