@@ -12,8 +12,10 @@ namespace {
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-constexpr SystemTraits kFull{
-    .recordsMp4 = true, .hasSimulatedPc = true, .libraryFile = "full.so", .librarySearchPlaces = "next to it"};
+constexpr SystemTraits kFull{.recordsMp4 = true,
+                             .hasSimulatedPc = true,
+                             .libraryFile = "full.so",
+                             .librarySearchPlaces = "next to it"};
 constexpr SystemTraits kMinimal{.libraryFile = "plain.dll", .librarySearchPlaces = "next to it"};
 constexpr std::array kCommands{Command::kNone, Command::kList, Command::kRecord, Command::kSnapshot,
                                Command::kDoctor};
