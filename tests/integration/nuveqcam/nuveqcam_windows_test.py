@@ -140,8 +140,8 @@ class WindowsDoctor(WindowsTool):
                       "device status in Windows\n", out)
         self.assertIn("  usb#vid_04f2&pid_b6be&mi_00#6&1a2b3c&0&0000   Integrated Camera  SELECTED: the first camera of "
                       "USB device USB\\VID_04F2&PID_B6BE\\0001, which is built in\n", out)
-        self.assertIn("  usb#vid_046d&pid_0825&mi_00#7&2fd3c3a&0&0000  USB Camera         not selected: it is plugged in: "
-                      "its USB device can be removed\n", out)
+        self.assertIn("  usb#vid_046d&pid_0825&mi_00#7&2fd3c3a&0&0000  USB Camera         not selected: its USB "
+                      "device is removable\n", out)
         self.assertTrue(out.endswith("\nOffered camera: Integrated Camera "
                                      "(usb#vid_04f2&pid_b6be&mi_00#6&1a2b3c&0&0000), 320x240 to 1920x1080, 10 to 30 fps\n"),
                         out)
