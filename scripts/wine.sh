@@ -91,9 +91,18 @@ finish() {
 trap finish EXIT
 trap 'exit 143' TERM
 trap 'exit 130' INT
-setpriv --pdeathsig KILL wine "$program" "$@" </dev/null >"$output" 2>&1 &
-child=$!
-status=0
-wait "$child" || status=$?
-child=
+
+run_program() {
+  setpriv --pdeathsig KILL wine "$program" "$@" </dev/null >"$output" 2>&1 &
+  child=$!
+  status=0
+  wait "$child" || status=$?
+  child=
+}
+run_program "$@"
+if [ "$status" -eq 1 ] && [ ! -s "$output" ]; then
+  # On a busy machine, Wine 8 rarely exits with 1 before it starts the program, without a message.
+  echo "wine.sh: $program did not start; trying again" >>"$WINEPREFIX.log"
+  run_program "$@"
+fi
 exit "$status"
