@@ -20,7 +20,7 @@ demo=(
 )
 native=(
   "${demo[@]}" acpica-tools busybox-static clang clang-format clang-tidy cpio ffmpeg gcovr git libbenchmark-dev
-  libclang-rt-14-dev libgmock-dev libgtest-dev libusbredirparser-dev llvm mandoc python3 python3-yaml
+  libclang-rt-14-dev libgmock-dev libgtest-dev libusbredirparser-dev llvm mandoc python3 python3-pytest python3-yaml
   qemu-system-x86 v4l-utils valgrind
 )
 bench=(
@@ -28,8 +28,8 @@ bench=(
   gstreamer1.0-tools libopenh264-dev libx264-dev make nasm pkg-config python3
 )
 windows=(
-  ca-certificates cmake dpkg-dev ffmpeg g++ g++-mingw-w64-x86-64-posix googletest make nasm ninja-build python3 wine
-  wine64
+  ca-certificates cmake dpkg-dev ffmpeg g++ g++-mingw-w64-x86-64-posix googletest make nasm ninja-build python3
+  python3-pytest wine wine64
 )
 
 packages=()

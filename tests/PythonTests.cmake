@@ -1,26 +1,28 @@
-# Adds one test for each test method in Python unittest scripts, named PREFIX.CLASS.METHOD.
+# Python tests run under pytest. Not with Python3_EXECUTABLE, since another Python may precede that of pytest.
+find_program(NUVEQ_PYTEST NAMES pytest-3 pytest REQUIRED)
+
+# Adds a test for each test function in Python scripts, named PREFIX.SCRIPT.FUNCTION without "_test" and "test_".
 #
-#   nuveq_add_python_tests(NAMES PREFIX prefix SCRIPTS script... [WITHOUT class...])
+#   nuveq_add_python_tests(NAMES PREFIX prefix SCRIPTS script...)
 #
-# The scripts are relative to the current folder. NAMES is set to the names of the added tests. Classes after WITHOUT
-# are omitted. Requires Python3_EXECUTABLE.
+# The scripts are relative to the current folder. NAMES is set to the names of the added tests. A skipped test prints
+# "DID NOT RUN: " and the reason, and ctest reports it as skipped.
 function(nuveq_add_python_tests names)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" PREFIX "SCRIPTS;WITHOUT")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" PREFIX SCRIPTS)
   set(added "")
   foreach(script IN LISTS arg_SCRIPTS)
-    set(script ${CMAKE_CURRENT_SOURCE_DIR}/${script})
-    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${script})
-    file(STRINGS ${script} declarations REGEX "^(class [A-Za-z]+\\(|    def test_)")
-    foreach(declaration IN LISTS declarations)
-      if(declaration MATCHES "^class ([A-Za-z]+)")
-        set(class ${CMAKE_MATCH_1})
-      elseif(declaration MATCHES "def (test_[a-z0-9_]+)" AND NOT class IN_LIST arg_WITHOUT)
-        set(method ${CMAKE_MATCH_1})
-        list(APPEND added ${arg_PREFIX}.${class}.${method})
-        add_test(NAME ${arg_PREFIX}.${class}.${method}
-                 COMMAND ${Python3_EXECUTABLE} -B ${script} ${class}.${method})
-      endif()
+    set(path ${CMAKE_CURRENT_SOURCE_DIR}/${script})
+    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${path})
+    string(REPLACE _test.py "" group ${script})
+    file(STRINGS ${path} functions REGEX "^def test_")
+    list(TRANSFORM functions REPLACE "^def test_([a-z0-9_]+).*" "\\1")
+    foreach(function IN LISTS functions)
+      set(test ${arg_PREFIX}.${group}.${function})
+      add_test(NAME ${test} COMMAND ${NUVEQ_PYTEST} -vv --no-header -p no:cacheprovider ${path}::test_${function})
+      list(APPEND added ${test})
     endforeach()
   endforeach()
+  set_tests_properties(${added} PROPERTIES
+      SKIP_RETURN_CODE 77 ENVIRONMENT_MODIFICATION PYTHONDONTWRITEBYTECODE=set:1)
   set(${names} ${added} PARENT_SCOPE)
 endfunction()

@@ -4,12 +4,13 @@ Environment: KERNEL_FOLDER is the output folder of scripts/fetch-kernel.sh.
 """
 
 import os
+import re
 import shutil
 import subprocess
 import sys
-import tempfile
-import unittest
 from pathlib import Path
+
+import pytest
 
 from virtual_machine import QemuUnavailable, require_qemu
 
@@ -42,10 +43,11 @@ def processes_with(text):
     return [line for line in lines if text in line]
 
 
-class Runner(unittest.TestCase):
-    def setUp(self):
-        self.folder = Path(tempfile.mkdtemp(prefix="nuveq-machine-"))
-        self.addCleanup(shutil.rmtree, self.folder)
+class Runner:
+    """kernel_test.py with programs in the folder scratch."""
+
+    def __init__(self, scratch):
+        self.folder = scratch
         for name, text in (("uvc_camera", CAMERA), ("kernel_tests", TESTS), ("nuveqcam", TOOL)):
             self.write_program(name, text)
 
@@ -53,101 +55,89 @@ class Runner(unittest.TestCase):
         (self.folder / name).write_text(text)
         (self.folder / name).chmod(0o755)
 
-    def run_topology(self, *options, path=None, kernel=KERNEL):
-        environment = dict(os.environ, PATH=path or os.environ["PATH"])
-        result = subprocess.run([sys.executable, "-B", str(RUNNER), "--bin", str(self.folder), "--kernel", str(kernel),
-                                 "--camera-timeout", "0", *options, "no_built_in"], env=environment,
+    def command(self, *options, kernel=KERNEL):
+        return [sys.executable, "-B", RUNNER, "--bin", self.folder, "--kernel", kernel, "--camera-timeout", "0", *options,
+                "no_built_in"]
+
+    def run(self, *options, code=1, path=None, **places):
+        """Runs a topology, checks the exit code and returns the output."""
+        result = subprocess.run(self.command(*options, **places), env={**os.environ, "PATH": path or os.environ["PATH"]},
                                 stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=280)
-        return result.returncode, result.stdout.decode(errors="replace")
-
-    def test_kernel_panic_fails_with_the_end_of_the_console(self):
-        code, output = self.run_topology("--append", "rdinit=/nothing")
-        self.assertEqual(code, 1, output)
-        self.assertIn("FAILED  the kernel did not boot; QEMU exited with 0; the end of the console:", output)
-        self.assertIn("Kernel panic", output.split("the end of the console:")[1])
-
-    def test_boot_timeout_fails_after_one_retry(self):
-        code, output = self.run_topology("--boot-timeout", "0.01")
-        self.assertEqual(code, 1, output)
-        self.assertIn("retrying:", output)
-        self.assertIn("FAILED  the kernel does not boot (waited 0.01 s); the end of the console:", output)
-
-    def test_invalid_kernel_image_fails(self):
-        kernel = self.folder / "kernel"
-        shutil.copytree(KERNEL / "modules", kernel / "modules")
-        (kernel / "vmlinux").write_text("not a kernel")
-        code, output = self.run_topology(kernel=kernel)
-        self.assertEqual(code, 1, output)
-        self.assertRegex(output, "FAILED  (QEMU did not start|the kernel did not boot); QEMU exited with 1;")
-
-    def test_missing_kernel_fails(self):
-        code, output = self.run_topology(kernel=self.folder / "nowhere")
-        self.assertEqual(code, 1, output)
-        self.assertIn("fetch the kernel with scripts/fetch-kernel.sh", output)
-
-    def test_camera_that_does_not_start_fails(self):
-        self.write_program("uvc_camera", "#!/bin/sh\nexit 4\n")
-        code, output = self.run_topology()
-        self.assertEqual(code, 1, output)
-        self.assertIn("FAILED  the camera plug_in did not start; it exited with 4", output)
-
-    def test_camera_that_exits_with_an_error_fails(self):
-        self.write_program("uvc_camera", "#!/bin/sh\necho ready\nexit 5\n")
-        code, output = self.run_topology()
-        self.assertEqual(code, 1, output)
-        self.assertIn("FAILED  the camera plug_in exited with 5", output)
-
-    def test_terminated_run_leaves_no_files_and_no_processes(self):
-        temporary = self.folder / "temporary"
-        temporary.mkdir()
-        self.write_program("kernel_tests", "#!/bin/sh\necho working\nsleep 100\n")
-        with subprocess.Popen([sys.executable, "-B", str(RUNNER), "--bin", str(self.folder), "--kernel", str(KERNEL),
-                               "--camera-timeout", "0", "no_built_in"], env=dict(os.environ, TMPDIR=str(temporary)),
-                              stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True) as runner:
-            while "working" not in (line := runner.stdout.readline()):
-                self.assertNotEqual(line, "", "the runner exited")
-            runner.terminate()
-            self.assertEqual(runner.wait(60), 1)
-        self.assertEqual(list(temporary.iterdir()), [])
-        self.assertEqual(processes_with(str(temporary)), [])
-
-    def test_crash_of_the_tests_and_invalid_tool_output_fail(self):
-        self.write_program("kernel_tests", "#!/bin/sh\nkill -SEGV $$\n")
-        code, output = self.run_topology()
-        self.assertEqual(code, 1, output)
-        self.assertIn("FAILED  the tests in the guest pass\n        they exited with 139", output)
-        self.assertIn("ok      list exits with 3\nFAILED  list prints JSON", output)
-
-    def test_early_power_off_of_the_guest_fails(self):
-        # A loop of builtins, because it has to keep running until the power-off, after the file systems are gone.
-        self.write_program("kernel_tests", "#!/bin/sh\necho o >/proc/sysrq-trigger\nwhile :; do :; done\n")
-        code, output = self.run_topology()
-        self.assertEqual(code, 1, output)
-        self.assertIn("FAILED  the guest powered off before it had finished; QEMU exited with 0;", output)
-
-    def test_guest_that_cannot_write_its_results_fails(self):
-        self.write_program("kernel_tests", "#!/bin/sh\nmount -o remount,bind,ro /run/share\n")
-        code, output = self.run_topology()
-        self.assertEqual(code, 1, output)
-        self.assertIn("tests.code: Read-only file system", output)
-        self.assertIn("FAILED  the guest powered off before it had finished; QEMU exited with 0;", output)
-
-    def test_run_without_qemu_is_skipped(self):
-        code, output = self.run_topology(path=str(self.folder))
-        self.assertEqual(code, DID_NOT_RUN, output)
-        self.assertIn("DID NOT RUN: qemu-system-x86_64 is not installed", output)
-
-    def test_run_with_unusable_qemu_is_skipped(self):
-        self.write_program("qemu-system-x86_64", "#!/bin/sh\necho no executable memory\nexit 1\n")
-        code, output = self.run_topology(path=f"{self.folder}:{os.environ['PATH']}")
-        self.assertEqual(code, DID_NOT_RUN, output)
-        self.assertIn("DID NOT RUN: qemu-system-x86_64 cannot run here: no executable memory", output)
+        output = result.stdout.decode(errors="replace")
+        assert result.returncode == code, output
+        return output
 
 
-if __name__ == "__main__":
+@pytest.fixture
+def runner(scratch):
     try:
         require_qemu()
     except QemuUnavailable as reason:
-        print(f"DID NOT RUN: {reason}")
-        sys.exit(DID_NOT_RUN)
-    unittest.main(verbosity=2)
+        pytest.skip(str(reason))
+    return Runner(scratch)
+
+
+def test_kernel_panic_fails_with_the_end_of_the_console(runner):
+    output = runner.run("--append", "rdinit=/nothing")
+    assert "FAILED  the kernel did not boot; QEMU exited with 0; the end of the console:" in output
+    assert "Kernel panic" in output.split("the end of the console:")[1]
+
+
+def test_boot_timeout_fails_after_one_retry(runner):
+    output = runner.run("--boot-timeout", "0.01")
+    assert "retrying:" in output
+    assert "FAILED  the kernel does not boot (waited 0.01 s); the end of the console:" in output
+
+
+def test_invalid_kernel_image_fails(runner):
+    kernel = runner.folder / "kernel"
+    shutil.copytree(KERNEL / "modules", kernel / "modules")
+    (kernel / "vmlinux").write_text("not a kernel")
+    assert re.search("FAILED  (QEMU did not start|the kernel did not boot); QEMU exited with 1;", runner.run(kernel=kernel))
+
+
+def test_missing_kernel_fails(runner):
+    assert "fetch the kernel with scripts/fetch-kernel.sh" in runner.run(kernel=runner.folder / "nowhere")
+
+
+POWERED_OFF = "FAILED  the guest powered off before it had finished; QEMU exited with 0;"
+
+
+@pytest.mark.parametrize("name, commands, reports", [
+    ("uvc_camera", "exit 4", ["FAILED  the camera plug_in did not start; it exited with 4"]),
+    ("uvc_camera", "echo ready; exit 5", ["FAILED  the camera plug_in exited with 5"]),
+    ("kernel_tests", "kill -SEGV $$", ["FAILED  the tests in the guest pass\n        they exited with 139",
+                                       "ok      list exits with 3\nFAILED  list prints JSON"]),
+    # A loop of builtins, because it has to keep running until the power-off, after the file systems are gone.
+    ("kernel_tests", "echo o >/proc/sysrq-trigger; while :; do :; done", [POWERED_OFF]),
+    ("kernel_tests", "mount -o remount,bind,ro /run/share", ["tests.code: Read-only file system", POWERED_OFF])])
+def test_failure_of_a_program_fails_with_its_cause(runner, name, commands, reports):
+    runner.write_program(name, f"#!/bin/sh\n{commands}\n")
+    output = runner.run()
+    for report in reports:
+        assert report in output
+
+
+def test_terminated_run_leaves_no_files_and_no_processes(runner):
+    temporary = runner.folder / "temporary"
+    temporary.mkdir()
+    runner.write_program("kernel_tests", "#!/bin/sh\necho working\nsleep 100\n")
+    with subprocess.Popen(runner.command(), env={**os.environ, "TMPDIR": str(temporary)}, text=True,
+                          stdin=subprocess.DEVNULL, stdout=subprocess.PIPE) as process:
+        while "working" not in (line := process.stdout.readline()):
+            assert line, "the runner exited"
+        process.terminate()
+        assert process.wait(60) == 1
+    assert list(temporary.iterdir()) == []
+    assert processes_with(str(temporary)) == []
+
+
+def test_run_without_qemu_is_skipped(runner):
+    output = runner.run(code=DID_NOT_RUN, path=str(runner.folder))
+    assert "DID NOT RUN: qemu-system-x86_64 is not installed" in output
+
+
+def test_run_with_unusable_qemu_is_skipped(runner):
+    runner.write_program("qemu-system-x86_64", "#!/bin/sh\necho no executable memory\nexit 1\n")
+    output = runner.run(code=DID_NOT_RUN, path=f"{runner.folder}:{os.environ['PATH']}")
+    assert "DID NOT RUN: qemu-system-x86_64 cannot run here: no executable memory" in output

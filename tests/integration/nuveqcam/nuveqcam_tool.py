@@ -1,18 +1,26 @@
-"""Helpers for tests that run nuveqcam: the program, its exit codes, and checks of its output files."""
+"""Runs nuveqcam: natively with the simulated PC, or nuveqcam.exe under Wine with the camera fixtures."""
 
-import json
 import os
 import re
-import shutil
 import signal
 import subprocess
-import tempfile
 import time
-import unittest
 from pathlib import Path
 
+from pictures import check_numbers, size_of
+
 PROGRAM = os.path.abspath(os.environ["NUVEQCAM"])
-MAN_PAGE = os.environ.get("NUVEQCAM_MAN")
+IS_WINDOWS = PROGRAM.endswith(".exe")
+# The options that select the camera of the tests, its id and the id of the camera that is not offered.
+CAMERA = [] if IS_WINDOWS else ["--simulated"]
+BUILT_IN = "usb#vid_04f2&pid_b6be&mi_00#6&1a2b3c&0&0000" if IS_WINDOWS else "simulated"
+PLUG_IN = "usb#vid_046d&pid_0825&mi_00#7&2fd3c3a&0&0000" if IS_WINDOWS else "simulated"
+# The default output of a recording.
+RECORDING = "camera.h264" if IS_WINDOWS else "camera.mp4"
+LIBRARY = Path(PROGRAM).parent / ("libnuveqcamerahandler.dll" if IS_WINDOWS else "libnuveqcamerahandler.so")
+if IS_WINDOWS:
+    RUNNER = os.path.abspath(os.environ["NUVEQCAM_RUNNER"])
+    USE_PC = os.path.abspath(os.environ["USE_PC"])
 
 # Timeout of every wait, in seconds. Sufficient for builds with sanitizers.
 TIMEOUT = 120
@@ -29,13 +37,93 @@ def reset_signals():
         signal.signal(number, signal.SIG_DFL)
 
 
+def use_pc(pc):
+    """Sets up the devices of the Wine prefix."""
+    subprocess.run([RUNNER, USE_PC, pc], stdin=subprocess.DEVNULL, timeout=TIMEOUT, check=True)
+
+
+class Tool:
+    """Runs the program in a folder. Redirects its output to files next to the folder: Wine's background processes can
+    keep pipes open after the program has ended."""
+
+    def __init__(self, scratch):
+        # With spaces and non-ASCII characters.
+        self.folder = scratch / "Meine Bilder \u00e4 \u4e2d"
+        self.folder.mkdir()
+        self._processes = []
+
+    def file(self, name):
+        return self.folder / name
+
+    def names(self):
+        """The names of the files that the program has left."""
+        return sorted(file.name for file in self.folder.iterdir())
+
+    def start(self, *arguments, program=PROGRAM, **options):
+        number = len(self._processes)
+        outputs = [self.folder.parent / f"{name}{number}" for name in ("out", "err")]
+        command = [RUNNER, "--live", program] if IS_WINDOWS else [program]
+        with open(outputs[0], "wb") as out, open(outputs[1], "wb") as err:
+            options = {"stdout": out, "stderr": err, "preexec_fn": reset_signals, **options}
+            process = subprocess.Popen([*command, *map(str, arguments)], cwd=self.folder, stdin=subprocess.DEVNULL,
+                                       **options)
+        process.outputs = outputs
+        self._processes.append(process)
+        return process
+
+    def start_recording(self, *arguments, **options):
+        """Starts an endless recording to a pipe, and returns once it has begun."""
+        process = self.start("record", *CAMERA, "--seconds", 0, "-o", "-", *SMALL, *arguments, stdout=subprocess.PIPE,
+                             **options)
+        assert process.stdout.read(4) == b"\0\0\0\1"
+        return process
+
+    def finish(self, process, code=OK):
+        """Waits for the program, checks its exit code, and returns its standard output (bytes) and error (text)."""
+        process.wait(timeout=TIMEOUT)
+        out, err = (file.read_bytes() for file in process.outputs)
+        assert process.returncode == code, err.decode()
+        return out, err.decode()
+
+    def run(self, *arguments, code=OK, **options):
+        """Runs the program, checks its exit code, and returns its standard output and standard error as text."""
+        out, err = self.finish(self.start(*arguments, **options), code)
+        return out.decode(), err
+
+    def wait_for_content(self, name, size, process):
+        """Waits until an output file has more bytes than size."""
+        wait_until(lambda: self.file(name).exists() and self.file(name).stat().st_size > size, process)
+
+    def end(self):
+        for process in self._processes:
+            if process.poll() is None:
+                process.kill()
+            process.wait()
+            if process.stdout:
+                process.stdout.close()
+
+
+def summary(text):
+    found = dict(re.findall(r"^  ([a-z ]+?)  +(\S+)", text, re.MULTILINE))
+    assert set(found) == {"request", "frames", "key frames", "duration", "bit rate", "first packet"}, text
+    return found
+
+
+def check_recording(file, text, size=(320, 240)):
+    """Checks that the recording has exactly the frames of the summary. Returns their number."""
+    if file.suffix.lower() in (".h264", ".264"):
+        assert file.read_bytes()[:5] == b"\0\0\0\1\x67"
+    count = int(summary(text)["frames"])
+    check_numbers(file, size, count)
+    assert size_of(file) == size
+    return count
+
+
 def wait_until(condition, process=None):
     end = time.monotonic() + TIMEOUT
     while not condition():
-        if time.monotonic() > end:
-            raise AssertionError("timeout")
-        if process is not None and process.poll() is not None:
-            raise AssertionError(f"the program ended with {process.returncode}")
+        assert time.monotonic() < end, "timeout"
+        assert process is None or process.poll() is None, f"the program ended with {process.returncode}"
         time.sleep(0.02)
 
 
@@ -76,17 +164,6 @@ def wait_until_blocked_writing(process):
     wait_until(lambda: is_blocked_writing(process.pid, process.stdout.fileno()), process)
 
 
-def wait_until_polling(process):
-    """Waits until a thread of the program is blocked in poll, which it calls for a full non-blocking pipe."""
-    poll = 7
-    wait_until(lambda: any(number == poll for number, _ in blocking_calls(process.pid)), process)
-
-
-def is_capturing(process):
-    """Whether the program's capture thread exists."""
-    return "nuveq-capture\n" in in_threads(process.pid, "comm")
-
-
 def signal_set(pid, name):
     """A signal set of /proc/PID/status as a bit mask; 0 once the process has ended."""
     try:
@@ -96,101 +173,6 @@ def signal_set(pid, name):
     return int(re.search(rf"(?m)^{name}:\s*([0-9a-f]+)$", status)[1], 16)
 
 
-def catches(process, number):
-    """Whether the program has installed a handler for the signal."""
-    return signal_set(process.pid, "SigCgt") >> (number - 1) & 1 == 1
-
-
 def is_pending(pid, number):
     """Whether the signal is pending. Another one would be merged with it."""
     return signal_set(pid, "ShdPnd") >> (number - 1) & 1 == 1
-
-
-class Tool(unittest.TestCase):
-    def setUp(self):
-        self.folder = Path(tempfile.mkdtemp(prefix="nuveqcam-test-"))
-        self.addCleanup(shutil.rmtree, self.folder, ignore_errors=True)
-
-    def start(self, *arguments, **options):
-        options = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, "stdin": subprocess.DEVNULL, **options}
-        process = subprocess.Popen([PROGRAM, *map(str, arguments)], cwd=self.folder, preexec_fn=reset_signals, **options)
-        self.addCleanup(self.end, process)
-        return process
-
-    @staticmethod
-    def end(process):
-        if process.poll() is None:
-            process.kill()
-        process.communicate()
-
-    def run_tool(self, *arguments, code=OK, **options):
-        """Runs the program, checks its exit code, and returns standard output and standard error as text."""
-        process = self.start(*arguments, **options)
-        out, err = process.communicate(timeout=TIMEOUT)
-        err = (err or b"").decode()
-        self.assertEqual(process.returncode, code, err)
-        return (out or b"").decode(errors="replace"), err
-
-    def check_snapshot(self, *arguments):
-        """Takes a snapshot of the simulated camera and checks that it is the tenth frame, upright and in color."""
-        out, err = self.run_tool("snapshot", *arguments, "--size", "640x480")
-        self.assertEqual((out, err), ("took camera.png\n  size     640x480\n  picture  10 of the stream\n", ""))
-        stream = self.stream("camera.png")
-        self.assertEqual((stream["codec_name"], stream["width"], stream["height"]), ("png", 640, 480))
-        [gray] = self.pictures("camera.png", 640, 480)
-        self.assertEqual(frame_number(gray, 640, 480), 9)
-        [rgb] = self.pictures("camera.png", 640, 480, "rgb24")
-        self.check_corners(rgb)
-
-    def file(self, name):
-        return self.folder / name
-
-    def probe(self, name, entries):
-        result = subprocess.run(
-            ["ffprobe", "-v", "error", "-count_frames", "-show_entries", entries, "-of", "json", str(self.file(name))],
-            capture_output=True, timeout=TIMEOUT, check=True)
-        self.assertEqual(result.stderr, b"")
-        return json.loads(result.stdout)
-
-    def stream(self, name):
-        streams = self.probe(name, "stream=codec_name,width,height,nb_read_frames,duration")["streams"]
-        self.assertEqual(len(streams), 1)
-        return streams[0]
-
-    def pictures(self, name, width, height, pixels="gray"):
-        """The decoded pictures' bytes; decoder messages are failures. Without -enc_time_base, ffmpeg would round the
-        times to a guessed rate and warn about duplicates."""
-        size = width * height * (3 if pixels == "rgb24" else 1)
-        result = subprocess.run(
-            ["ffmpeg", "-v", "error", "-i", str(self.file(name)), "-fps_mode", "passthrough", "-enc_time_base", "-1",
-             "-f", "rawvideo", "-pix_fmt", pixels, "-"], capture_output=True, stdin=subprocess.DEVNULL, timeout=TIMEOUT, check=True)
-        self.assertEqual(result.stderr, b"")
-        self.assertEqual(len(result.stdout) % size, 0)
-        return [result.stdout[i:i + size] for i in range(0, len(result.stdout), size)]
-
-    def summary(self, text):
-        found = dict(re.findall(r"^  ([a-z ]+?)  +(\S+)", text, re.MULTILINE))
-        self.assertEqual(set(found), {"request", "frames", "key frames", "duration", "bit rate", "first packet"}, text)
-        return found
-
-    def check_numbers(self, pictures, width, height):
-        """Checks that no frame was lost, repeated or reordered."""
-        self.assertEqual([frame_number(picture, width, height) for picture in pictures], list(range(len(pictures))))
-
-    def check_corners(self, rgb):
-        """Checks orientation and colors of a 640x480 picture by its corners."""
-        for x, y, color in ((10, 90, (255, 0, 0)), (629, 90, (0, 255, 0)), (10, 469, (0, 0, 255)),
-                             (629, 469, (255, 255, 255))):
-            pixel = rgb[3 * (640 * y + x):][:3]
-            self.assertTrue(all(abs(a - b) < 24 for a, b in zip(pixel, color)), (x, y, tuple(pixel), color))
-
-
-def frame_number(gray, width, height):
-    """The frame number in the simulated camera's picture: 16 bits as blocks along the top, lowest first, and 8 bits
-    below."""
-    number = 0
-    for bit in range(24):
-        x = (2 * (bit % 16) + 1) * width // 32
-        y = (2 * (bit // 16) + 1) * height // 24
-        number |= (gray[y * width + x] > 127) << bit
-    return number

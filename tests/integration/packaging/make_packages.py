@@ -2,19 +2,14 @@
 
 import shutil
 
-from package_tool import ARCHIVE, BUILD, CMAKE, CPACK, FOLDER, INSTALLED, UNPACKED, archive, run
+from package_tool import ARCHIVE, BUILD, CMAKE, CPACK, FOLDER, INSTALLED, PACKED, UNPACKED, run
 
-
-def main():
-    shutil.rmtree(FOLDER, ignore_errors=True)
-    FOLDER.mkdir(parents=True)
-    install_folder = FOLDER / "installed"
-    run(CMAKE, "--install", BUILD, "--prefix", install_folder, "--strip")
-    install_folder.rename(INSTALLED)
-    run(CPACK, "--config", BUILD / "CPackConfig.cmake", "-B", FOLDER / "packed")
-    shutil.rmtree(FOLDER / "packed/_CPack_Packages")
-    shutil.unpack_archive(archive(), UNPACKED)
-    print(f"created {ARCHIVE}, {archive().stat().st_size} bytes")
-
-
-main()
+shutil.rmtree(FOLDER, ignore_errors=True)
+FOLDER.mkdir(parents=True)
+install_folder = FOLDER / "installed"
+run(CMAKE, "--install", BUILD, "--prefix", install_folder, "--strip")
+install_folder.rename(INSTALLED)
+run(CPACK, "--config", BUILD / "CPackConfig.cmake", "-B", FOLDER / "packed")
+shutil.rmtree(FOLDER / "packed/_CPack_Packages")
+shutil.unpack_archive(PACKED, UNPACKED)
+print(f"created {ARCHIVE}, {PACKED.stat().st_size} bytes")

@@ -1,7 +1,6 @@
 // Sizes and rates of the built-in camera, and streams in each size and layout.
 //
-// EveryFormat saves its packets in streams/. check_stream.sh decodes them on the build machine and checks the
-// number, the orientation and the colours of each picture.
+// streams_test.py runs EveryFormat, which saves its packets in streams/, and decodes and checks them.
 #include <chrono>
 
 #include "WindowsCameraTest.h"

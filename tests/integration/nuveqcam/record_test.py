@@ -1,0 +1,157 @@
+"""Recordings and pictures, as a user makes them."""
+
+import os
+import pty
+import re
+import signal
+
+import pytest
+
+from nuveqcam_tool import (CAMERA, CANNOT_OPEN, CANNOT_WRITE, ENDED_EARLY, IS_WINDOWS, RECORDING, SMALL, USAGE,
+                           check_recording, wait_until)
+from pictures import check_corners, frame_number, pictures, size_of, stream
+
+
+@pytest.fixture
+def terminal():
+    """A pseudo terminal; under Wine a console."""
+    master, slave = pty.openpty()
+    yield slave
+    os.close(slave)
+    os.close(master)
+
+
+@pytest.mark.parametrize("name", [RECORDING, "CAMERA.264", "Aufnahme \u00fc \u4e2d.h264"])
+def test_recording_has_every_frame(tool, name):
+    out, err = tool.run("record", *CAMERA, "--seconds", 1, "-o", name, *SMALL)
+    assert err == ""
+    assert out.startswith(f"recorded {name}\n  request       320x240, 30 fps\n")
+    check_recording(tool.file(name), out)
+
+
+def test_size_and_rate_have_defaults(tool):
+    out, _ = tool.run("record", *CAMERA, "--seconds", 1)
+    assert out.startswith(f"recorded {RECORDING}\n  request       1280x720, 30 fps\n")
+    check_recording(tool.file(RECORDING), out, (1280, 720))
+    out, _ = tool.run("record", *CAMERA, "--seconds", 1, "--size=640x480", "--fps=15")
+    assert "  request       640x480, 15 fps\n" in out
+    check_recording(tool.file(RECORDING), out, (640, 480))
+
+
+def test_standard_output_gets_only_the_stream(tool):
+    out, err = tool.finish(tool.start("record", *CAMERA, "--seconds", 1, "-o", "-", *SMALL))
+    tool.file("copy.h264").write_bytes(out)
+    assert err.startswith("recorded standard output\n")
+    check_recording(tool.file("copy.h264"), err)
+
+
+@pytest.mark.parametrize("name", sorted({RECORDING, "camera.h264"}))
+def test_longer_earlier_recording_is_truncated(tool, name):
+    tool.file(name).write_bytes(bytes(20_000_000))
+    out, _ = tool.run("record", *CAMERA, "--seconds", 1, *SMALL, "-o", name)
+    assert tool.file(name).stat().st_size < 10_000_000
+    check_recording(tool.file(name), out)
+
+
+# Windows has one signal, Ctrl-C.
+@pytest.mark.parametrize("name, number",
+                         [("camera.h264", signal.SIGINT)] + ([] if IS_WINDOWS else [
+                             ("camera.mp4", number) for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)]))
+def test_interrupt_completes_the_recording(tool, name, number):
+    process = tool.start("record", *CAMERA, "--seconds", 0, "-o", name, *SMALL)
+    tool.wait_for_content(name, 10000, process)
+    process.send_signal(number)
+    out, err = tool.finish(process)
+    assert err == ""
+    assert out.decode().startswith(f"recorded {name} (interrupted)\n")
+    check_recording(tool.file(name), out.decode())
+
+
+def test_reader_that_exits_is_a_write_error(tool):
+    process = tool.start_recording()
+    process.stdout.close()
+    _, err = tool.finish(process, CANNOT_WRITE)
+    assert re.search("nuveqcam: cannot write standard output: .+; the program that reads it has exited; the recording can "
+                     "be played up to its end\n$", err)
+
+
+def test_full_device_ends_a_recording(tool):
+    with open("/dev/full", "wb") as full:
+        _, err = tool.run("record", *CAMERA, "-o", "-", *SMALL, stdout=full, code=CANNOT_WRITE)
+    assert re.search("nuveqcam: cannot write standard output: .+; write to a file with -o\n$", err)
+
+
+@pytest.mark.parametrize("command, name", [("record", f"no/such/{RECORDING}"), ("snapshot", "no/such/camera.png")])
+def test_missing_folder_is_reported_with_the_next_step(tool, command, name):
+    out, err = tool.run(command, *CAMERA, "-o", name, code=CANNOT_WRITE)
+    assert out == ""
+    assert re.fullmatch(f"nuveqcam: cannot write {name}: .+; create the folder first or choose another file with -o\n", err)
+
+
+def test_folder_as_output_is_rejected(tool):
+    tool.file(RECORDING).mkdir()
+    _, err = tool.run("record", *CAMERA, code=CANNOT_WRITE)
+    assert re.fullmatch(f"nuveqcam: cannot write {RECORDING}: .+; choose another file with -o\n", err)
+
+
+def test_size_that_the_camera_does_not_have_is_explained_and_changes_no_file(tool):
+    tool.file("kept.h264").write_bytes(b"an earlier recording")
+    for command, name in (("record", "kept.h264"), ("record", RECORDING), ("snapshot", "new.png")):
+        _, err = tool.run(command, *CAMERA, "--size", "334x222", "-o", name, code=CANNOT_OPEN)
+        assert re.fullmatch(
+            r"nuveqcam: cannot open the camera at 334x222, \d+ fps \(result -1001\): the camera does not deliver that format; "
+            r"choose one of the sizes of 'nuveqcam list' with --size \(library log: Set camera parameter fail, error:-\d+\)\n",
+            err)
+    assert tool.file("kept.h264").read_bytes() == b"an earlier recording"
+    assert tool.names() == ["kept.h264"]
+
+
+@pytest.mark.parametrize("command, what", [("record", "recording"), ("snapshot", "picture")])
+def test_terminal_as_output_is_rejected(tool, terminal, command, what):
+    _, err = tool.run(command, *CAMERA, "-o", "-", stdout=terminal, code=USAGE)
+    assert err == f"nuveqcam: a terminal cannot show the {what}; pipe it into a program, or choose a file with -o\n"
+
+
+def test_snapshot_is_the_tenth_picture_upright_and_in_color(tool):
+    assert tool.run("snapshot", *CAMERA, "--size", "640x480") == (
+        "took camera.png\n  size     640x480\n  picture  10 of the stream\n", "")
+    file, size = tool.file("camera.png"), (640, 480)
+    assert stream(file)["codec_name"] == "png"
+    assert size_of(file) == size
+    [gray] = pictures(file, size)
+    assert frame_number(gray, size) == 9
+    [rgb] = pictures(file, size, "rgb24")
+    check_corners(rgb, size)
+
+
+@pytest.mark.parametrize("skip", [0, 25])
+def test_skip_selects_the_picture_of_a_snapshot(tool, skip):
+    name = "Bild \u4e2d.png"
+    tool.file(name).write_bytes(bytes(20_000_000))
+    out, _ = tool.run("snapshot", *CAMERA, "--skip", skip, *SMALL, "-o", name)
+    assert f"picture  {skip + 1} of the stream" in out
+    [gray] = pictures(tool.file(name), (320, 240))
+    assert frame_number(gray, (320, 240)) == skip
+    assert tool.file(name).stat().st_size < 10_000_000
+
+
+def test_snapshot_of_a_size_that_is_not_a_multiple_of_macroblocks_is_cropped(tool):
+    tool.run("snapshot", *CAMERA, "--size", "1920x1080", "--skip", 0)
+    assert size_of(tool.file("camera.png")) == (1920, 1080)
+
+
+def test_snapshot_can_be_written_to_standard_output(tool):
+    out, err = tool.finish(tool.start("snapshot", *CAMERA, "-o", "-", *SMALL))
+    tool.file("copy.png").write_bytes(out)
+    assert err.startswith("took standard output\n")
+    assert len(pictures(tool.file("copy.png"), (320, 240))) == 1
+
+
+def test_snapshot_interrupted_before_the_picture_leaves_nothing(tool):
+    process = tool.start("snapshot", *CAMERA, "--skip", 100000, *SMALL)
+    # The signals are handled before the file is created.
+    wait_until(lambda: tool.file("camera.png").exists(), process)
+    process.send_signal(signal.SIGINT)
+    _, err = tool.finish(process, ENDED_EARLY)
+    assert "interrupted" in err
+    assert tool.names() == []

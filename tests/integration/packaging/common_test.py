@@ -1,0 +1,95 @@
+"""The package: its contents, and its use by hosts and from the command line after it was moved."""
+
+import os
+import re
+import tarfile
+import zipfile
+
+import pytest
+
+from package_tool import (ARCHIVE, BUILD, C_COMPILER, CMAKE, CONSUMER, FOLDER, INSTALLED, IS_WINDOWS, OBJDUMP,
+                          PACKAGE, PACKED, SOURCE, TOOLCHAIN, VERSION, binaries, expected_files, files_below, result_of,
+                          run)
+
+LICENCES = PACKAGE / ("share/licences" if IS_WINDOWS else "share/doc/nuveqcamerahandler/licences")
+# Binaries without code of other projects. On Windows the encoder library contains its dependencies.
+OWN = re.compile("nuveq" if IS_WINDOWS else "nuveq|MultiMediaEncoder")
+
+
+def names_in_archive():
+    if IS_WINDOWS:
+        with zipfile.ZipFile(PACKED) as packed:
+            return [name for name in packed.namelist() if not name.endswith("/")]
+    with tarfile.open(PACKED) as packed:
+        return [member.name for member in packed.getmembers() if not member.isdir()]
+
+
+def test_archive_contains_exactly_the_listed_files():
+    assert sorted(names_in_archive()) == [f"{ARCHIVE}/{name}" for name in expected_files()]
+
+
+def test_installation_contains_exactly_the_listed_files():
+    assert files_below(INSTALLED) == expected_files()
+
+
+def test_texts_contain_no_local_paths():
+    for path in PACKAGE.rglob("*"):
+        if path.suffix in (".cmake", ".pc", ".md", ".def", ".h", ".c", ".1"):
+            text = path.read_text()
+            assert not [place for place in (BUILD, SOURCE, FOLDER) if str(place) in text], path
+
+
+def test_binaries_have_64_bits_and_no_debug_information():
+    assert len(binaries()) >= 5
+    for path in binaries():
+        headers = run(OBJDUMP, "-f", "-h", path)
+        assert re.search("pei-x86-64" if IS_WINDOWS else "elf64-", headers), path
+        assert ".debug_" not in headers, path
+
+
+def test_licence_index_lists_every_licence_and_bundled_library():
+    index = (LICENCES / "THIRD-PARTY.md").read_text()
+    rows = [line.strip("| ").split(" | ") for line in index.splitlines() if line.startswith("| ")][1:]
+    for row in rows:
+        assert len(row) == 5, row
+        assert re.match(r"\d", row[1]), f"{row[0]} has no version"
+    named = {text for row in rows for text in row[4].split(", ")}
+    assert named == {path.name for path in LICENCES.glob("*.txt")}
+    files = [PACKAGE / name for row in rows for name in re.findall(r"(?:bin|lib)/[^\s,]+", row[3])]
+    assert all(file.is_file() for file in files)
+    assert ({file.name for file in files if not OWN.search(file.name)} ==
+            {file.name for file in binaries() if not OWN.search(file.name)})
+
+
+def configure_consumer(scratch, prefix, version=VERSION):
+    """Configures a host against the package in prefix and returns its build folder."""
+    build = scratch / "consumer build"
+    compilers = ([f"-DCMAKE_TOOLCHAIN_FILE={TOOLCHAIN}"] if TOOLCHAIN else
+                 [f"-DCMAKE_C_COMPILER={C_COMPILER}", f"-DCMAKE_CXX_COMPILER={os.environ['PACKAGE_CXX_COMPILER']}"])
+    run(CMAKE, "-S", CONSUMER, "-B", build, "-G", os.environ["PACKAGE_GENERATOR"], f"-DCMAKE_PREFIX_PATH={prefix}",
+        f"-DWANTED_VERSION={version}", *compilers)
+    return build
+
+
+@pytest.mark.parametrize("prefix", [INSTALLED, PACKAGE], ids=["moved installation", "unpacked archive"])
+def test_cmake_projects_in_c_and_cxx_use_the_package(scratch, prefix):
+    build = configure_consumer(scratch, prefix)
+    run(CMAKE, "--build", build)
+    cache = (build / "CMakeCache.txt").read_text()
+    assert re.search(r"^nuveqcamerahandler_DIR:PATH=(.*)$", cache, re.M)[1].startswith(str(prefix))
+    for name in ("consumer_c", "consumer_cxx"):
+        program = build / "bin" / (name + (".exe" if IS_WINDOWS else ""))
+        assert result_of(scratch, program) == (0, "table 0, null -2")
+
+
+def test_cmake_rejects_a_request_for_another_version(scratch):
+    major, minor, _ = map(int, VERSION.split("."))
+    for version in (f"{major + 1}.0", f"{major}.{minor + 1}"):
+        with pytest.raises(AssertionError, match="compatible with requested"):
+            configure_consumer(scratch, INSTALLED, version)
+
+
+def test_tool_prints_its_version(scratch):
+    code, output = result_of(scratch, INSTALLED / ("bin/nuveqcam.exe" if IS_WINDOWS else "bin/nuveqcam"), "--version")
+    assert code == 0
+    assert VERSION in output
