@@ -1,12 +1,19 @@
-"""Tests of the command lines: all encoders get the same input, size, bit rate, key-frame interval and threads."""
+"""The command lines: all encoders get the same input, size, bit rate, key-frame interval and threads."""
 
-import unittest
 from pathlib import Path
+
+import pytest
 
 import clips
 from encoders import KEY_INTERVAL, PRODUCT_BIT_RATE, Job, encoders, paced_encoders, slice_threads
 
 TOP = Path("/top")
+ENCODERS = encoders(TOP, TOP / "bin")
+PACED_ENCODERS = paced_encoders(TOP, TOP / "bin")
+
+
+def name_of(encoder):
+    return encoder.name
 
 
 def value_of(command, option):
@@ -39,63 +46,35 @@ def parameters(encoder, one_job):
             [word for word in command if word.startswith("location=")][-1][len("location="):])
 
 
-class EveryEncoder(unittest.TestCase):
-    def test_gets_the_same_parameters(self):
-        for kilobits in (768, PRODUCT_BIT_RATE, 3072):
-            for threads in (1, 2):
-                for encoder in encoders(TOP, TOP / "bin"):
-                    with self.subTest(encoder=encoder.name, kilobits=kilobits, threads=threads):
-                        self.assertEqual(parameters(encoder, job(kilobits, threads)),
-                                         ("CLIP", 1280, 720, kilobits, KEY_INTERVAL, threads, "OUT"))
-
-    def test_in_real_time_differs_by_one_option_only(self):
-        unpaced = {encoder.name: encoder for encoder in encoders(TOP, TOP / "bin")}
-        for encoder in paced_encoders(TOP, TOP / "bin"):
-            with self.subTest(encoder=encoder.name):
-                paced = encoder.command(job())
-                self.assertEqual([word for word in paced if word not in ("-re", "--paced")],
-                                 unpaced[encoder.name].command(job()))
-                self.assertEqual(len(paced), len(unpaced[encoder.name].command(job())) + 1)
-
-    def test_in_ffmpeg_gets_the_real_time_option_before_its_input(self):
-        for encoder in paced_encoders(TOP, TOP / "bin")[1:]:
-            command = encoder.command(job())
-            self.assertLess(command.index("-re"), command.index("-i"))
-
-    def test_has_a_unique_name(self):
-        names = [encoder.name for encoder in encoders(TOP, TOP / "bin")]
-        self.assertEqual(len(names), len(set(names)))
-
-    def test_with_openh264_has_the_settings_of_the_product(self):
-        for encoder in encoders(TOP, TOP / "bin"):
-            command = encoder.command(job())
-            if "libopenh264" in command:
-                for option, value in (("-profile:v", "high"), ("-coder", "cabac"), ("-rc_mode", "quality"),
-                                      ("-loopfilter", "1"), ("-allow_skip_frames", "0"), ("-slices", "1")):
-                    self.assertEqual(value_of(command, option), value, encoder.name)
+@pytest.mark.parametrize("encoder", ENCODERS, ids=name_of)
+@pytest.mark.parametrize("kilobits", [768, PRODUCT_BIT_RATE, 3072])
+@pytest.mark.parametrize("threads", [1, 2])
+def test_encoder_gets_the_same_parameters(encoder, kilobits, threads):
+    assert parameters(encoder, job(kilobits, threads)) == ("CLIP", 1280, 720, kilobits, KEY_INTERVAL, threads, "OUT")
 
 
-class SliceThreads(unittest.TestCase):
-    def test_are_two_from_1280x720_up_with_four_cores(self):
-        self.assertEqual(slice_threads(1280, 720, 4), 2)
-        self.assertEqual(slice_threads(1280, 720, 3), 1)
-        self.assertEqual(slice_threads(640, 480, 8), 1)
+@pytest.mark.parametrize("encoder", PACED_ENCODERS, ids=name_of)
+def test_encoder_in_real_time_differs_by_one_option_only(encoder):
+    [unpaced] = [other.command(job()) for other in ENCODERS if other.name == encoder.name]
+    paced = encoder.command(job())
+    assert [word for word in paced if word not in ("-re", "--paced")] == unpaced
+    assert len(paced) == len(unpaced) + 1
+    # An option of ffmpeg's input precedes it.
+    assert "-re" not in paced or paced.index("-re") < paced.index("-i")
 
 
-class Clips(unittest.TestCase):
-    def test_are_not_scaled_up(self):
-        self.assertFalse(clips.is_offered("webcam", "1920x1080"))
-        self.assertTrue(clips.is_offered("webcam", "1280x720"))
-        for clip in ("phone", "simulated"):
-            self.assertTrue(all(clips.is_offered(clip, size) for size in clips.SIZES), clip)
-
-    def test_are_scaled_to_their_size(self):
-        self.assertIn("crop=640:480", clips.filters("webcam", "640x480"))
-
-    def test_play_only_short_recordings_backwards(self):
-        self.assertIn("reverse", clips.filters("phone", "320x240"))
-        self.assertNotIn("reverse", clips.filters("webcam", "320x240"))
+def test_openh264_has_the_settings_of_the_product():
+    for command in (encoder.command(job()) for encoder in ENCODERS):
+        if "libopenh264" in command:
+            settings = ("-profile:v", "-coder", "-rc_mode", "-loopfilter", "-allow_skip_frames", "-slices")
+            assert [value_of(command, option) for option in settings] == ["high", "cabac", "quality", "1", "0", "1"]
 
 
-if __name__ == "__main__":
-    unittest.main()
+def test_slice_threads_are_two_from_1280x720_up_with_four_cores():
+    assert (slice_threads(1280, 720, 4), slice_threads(1280, 720, 3), slice_threads(640, 480, 8)) == (2, 1, 1)
+
+
+def test_clips_are_not_scaled_up():
+    assert not clips.is_offered("webcam", "1920x1080")
+    assert clips.is_offered("webcam", "1280x720")
+    assert "crop=640:480" in clips.filters("webcam", "640x480")
