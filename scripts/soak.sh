@@ -50,4 +50,4 @@ if [ -z "$folder" ]; then
   quietly cmake --build --preset native --target soak
 fi
 [ -x "$folder/bin/soak" ] || { echo "soak.sh: $folder/bin/soak does not exist; build it first" >&2; exit 1; }
-exec "$folder/bin/soak" --frames "${1:-1000000}" --rounds "${2:-10000}"
+exec "$folder/bin/soak" "${1:-1000000}" "${2:-10000}"

@@ -64,6 +64,14 @@ std::size_t HeapGrowth(const Footprint& from, const Footprint& to) {
   return to.heap - std::min(to.heap, expected);
 }
 
+std::size_t ResidentBytes() {
+  std::ifstream statm("/proc/self/statm");
+  std::size_t total = 0;
+  std::size_t resident = 0;
+  statm >> total >> resident;
+  return resident * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+}
+
 std::string InKib(std::size_t bytes) { return std::to_string((bytes + 512) / 1024) + " KiB"; }
 
 }  // namespace
@@ -81,14 +89,6 @@ Footprint MeasureFootprint(Detail detail) {
     footprint.resident = ResidentBytes();
   }
   return footprint;
-}
-
-std::size_t ResidentBytes() {
-  std::ifstream statm("/proc/self/statm");
-  std::size_t total = 0;
-  std::size_t resident = 0;
-  statm >> total >> resident;
-  return resident * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
 }
 
 void WaitForThreadCount(long count) {

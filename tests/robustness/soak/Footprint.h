@@ -22,8 +22,6 @@ struct Footprint {
 enum class Detail { kQuick, kFull };
 Footprint MeasureFootprint(Detail detail);
 
-std::size_t ResidentBytes();
-
 // Waits until the process has count threads: a joined thread may stay listed for a moment. Throws SoakFailure
 // on timeout.
 void WaitForThreadCount(long count);

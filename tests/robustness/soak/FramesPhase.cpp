@@ -5,6 +5,7 @@
 
 #include "Footprint.h"
 #include "Phases.h"
+#include "Progress.h"
 #include "SoakCamera.h"
 #include "SoakFailure.h"
 #include "SoakHost.h"
@@ -32,8 +33,8 @@ void WaitForFullPool(std::uint64_t packet) {
 // Checks the footprint inside the data callback, which blocks the whole pipeline.
 class PacketObserver {
  public:
-  PacketObserver(std::uint64_t frames, Progress& progress)
-      : m_step(std::max<std::uint64_t>(frames / kChecks, 1)), m_last(frames), m_progress(progress) {}
+  explicit PacketObserver(std::uint64_t frames)
+      : m_step(std::max<std::uint64_t>(frames / kChecks, 1)), m_last(frames), m_progress("frames", frames) {}
 
   void operator()(std::uint64_t packet) {
     const std::uint64_t count = packet + 1;
@@ -53,7 +54,7 @@ class PacketObserver {
  private:
   const std::uint64_t m_step;
   const std::uint64_t m_last;  // later packets arrive while the session closes
-  Progress& m_progress;
+  const Progress m_progress;
 };
 
 void CheckResult(const SessionResult& result, std::uint64_t frames) {
@@ -81,11 +82,11 @@ graph::VideoFormat ThirtyFps(std::uint32_t fourCc, PictureSize size) {
   return {fourCc, size.width, size.height, 10'000'000 / 30};
 }
 
-std::string RunFrames(std::uint64_t frames, PictureSize size, Progress& progress) {
+std::string RunFrames(std::uint64_t frames) {
+  constexpr PictureSize size{320, 240};
   UseLaptop({ThirtyFps(graph::kYuyv, size)});
   const std::uint64_t objects = com::LiveObjects();
-  progress.Begin("frames", frames);
-  PacketObserver observer(frames, progress);
+  PacketObserver observer(frames);
   SoakCamera camera;
   camera.Query(1);
   const auto begin = std::chrono::steady_clock::now();

@@ -6,11 +6,12 @@
 #include <string>
 #include <vector>
 
-#include "Progress.h"
-#include "SoakOptions.h"
 #include "simulated/SimulatedPc.h"
+#include "support/video/NumberReader.h"
 
 namespace soak {
+
+using video::PictureSize;
 
 // Number of frames in the pool of the library.
 constexpr std::uint64_t kPoolFrames = 5;
@@ -21,9 +22,9 @@ std::shared_ptr<simulated::SimulatedPc> UseLaptop(const std::vector<graph::Video
 graph::VideoFormat ThirtyFps(std::uint32_t fourCc, PictureSize size);
 
 // Runs one long session.
-std::string RunFrames(std::uint64_t frames, PictureSize size, Progress& progress);
+std::string RunFrames(std::uint64_t frames);
 
 // Runs many short sessions. idleThreads: number of threads of the process while no camera is open.
-std::string RunRounds(std::uint64_t rounds, long idleThreads, Progress& progress);
+std::string RunRounds(std::uint64_t rounds, long idleThreads);
 
 }  // namespace soak

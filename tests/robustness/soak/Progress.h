@@ -1,37 +1,36 @@
-// Prints the progress periodically, and ends the process if there is none for two minutes.
+// Prints the progress in steps of 5 %, and ends the process by SIGALRM if there is none for two minutes.
 #pragma once
 
-#include <atomic>
-#include <condition_variable>
+#include <unistd.h>
+
+#include <algorithm>
 #include <cstdint>
-#include <mutex>
-#include <thread>
+#include <cstdio>
 
 namespace soak {
 
 class Progress {
  public:
-  Progress();
+  // unit: "frames" or "rounds"; not copied.
+  Progress(const char* unit, std::uint64_t total) : m_unit(unit), m_total(total) { SetDone(0); }
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
-  ~Progress();
+  ~Progress() { alarm(0); }
 
-  // Starts counting from 0. units: "frames" or "rounds"; not copied.
-  void Begin(const char* units, std::uint64_t total);
   // Callable from any thread.
-  void SetDone(std::uint64_t done) { m_done = done; }
+  void SetDone(std::uint64_t done) const {
+    constexpr unsigned kTimeoutSeconds = 120;  // far above the duration of any call or frame
+    alarm(kTimeoutSeconds);
+    if (done % std::max<std::uint64_t>(m_total / 20, 1) == 0) {
+      std::printf("%llu of %llu %s\n", static_cast<unsigned long long>(done),
+                  static_cast<unsigned long long>(m_total), m_unit);
+      std::fflush(stdout);
+    }
+  }
 
  private:
-  void Run();
-  void Print(std::uint64_t before, double seconds) const;
-
-  std::atomic<const char*> m_units = "";
-  std::atomic<std::uint64_t> m_total = 0;
-  std::atomic<std::uint64_t> m_done = 0;
-  std::mutex m_mutex;
-  std::condition_variable m_changed;
-  bool m_isStopping = false;
-  std::thread m_thread;
+  const char* m_unit;
+  std::uint64_t m_total;
 };
 
 }  // namespace soak

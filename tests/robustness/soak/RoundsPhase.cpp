@@ -6,6 +6,7 @@
 
 #include "Footprint.h"
 #include "Phases.h"
+#include "Progress.h"
 #include "SoakCamera.h"
 #include "SoakFailure.h"
 #include "SoakHost.h"
@@ -77,8 +78,6 @@ Variation VariationOf(std::uint64_t round) {
 
 class Rounds {
  public:
-  explicit Rounds(Progress& progress) : m_progress(progress) {}
-
   std::string Run(std::uint64_t rounds, long idleThreads);
 
  private:
@@ -89,7 +88,6 @@ class Rounds {
   void CloseSession(Variation variation);
   void CheckResult(const SessionResult& result, Variation variation, bool awaitsAllPackets);
 
-  Progress& m_progress;
   const std::shared_ptr<simulated::SimulatedPc> m_pc = UseLaptop(Formats());
   SoakCamera m_camera;
   std::uint64_t m_opens = 0;  // opens that queried the format of the camera
@@ -104,7 +102,7 @@ std::uint64_t WarmUpRounds(std::uint64_t rounds) {
 }
 
 std::string Rounds::Run(std::uint64_t rounds, long idleThreads) {
-  m_progress.Begin("rounds", rounds);
+  const Progress progress("rounds", rounds);
   const std::uint64_t objects = com::LiveObjects();
   const std::uint64_t blocks = com::LiveTaskBlocks();
   const std::uint64_t warmUp = WarmUpRounds(rounds);
@@ -129,7 +127,7 @@ std::string Rounds::Run(std::uint64_t rounds, long idleThreads) {
     } else if (number > warmUp) {
       monitor.Check(number, number % step == 0 || number == rounds ? Detail::kFull : Detail::kQuick);
     }
-    m_progress.SetDone(number);
+    progress.SetDone(number);
   }
   const auto seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
   m_camera.Unload();
@@ -255,8 +253,6 @@ void Rounds::CheckResult(const SessionResult& result, Variation variation, bool 
 
 }  // namespace
 
-std::string RunRounds(std::uint64_t rounds, long idleThreads, Progress& progress) {
-  return Rounds(progress).Run(rounds, idleThreads);
-}
+std::string RunRounds(std::uint64_t rounds, long idleThreads) { return Rounds().Run(rounds, idleThreads); }
 
 }  // namespace soak

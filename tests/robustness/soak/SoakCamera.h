@@ -4,10 +4,12 @@
 #include <memory>
 #include <string>
 
-#include "SoakOptions.h"
 #include "support/LoadedLibrary.h"
+#include "support/video/NumberReader.h"
 
 namespace soak {
+
+using video::PictureSize;
 
 // All functions throw SoakFailure if a call does not return the expected result.
 class SoakCamera {

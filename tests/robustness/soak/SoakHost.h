@@ -10,10 +10,11 @@
 #include <vector>
 
 #include "NUVEQCameraHandler.h"
-#include "Progress.h"
 #include "support/video/NumberReader.h"
 
 namespace soak {
+
+using video::PictureSize;
 
 struct Expectations {
   PictureSize size;
