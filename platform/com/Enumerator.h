@@ -46,8 +46,6 @@ class Enumerator : public ComObject<Interface> {
   // Gives the caller its own copy of, or reference to, an item.
   virtual HRESULT CopyItem(const Item& item, Output** out) = 0;
 
-  const std::vector<Item>& Items() const { return m_items; }
-  std::size_t Position() const { return m_next; }
   void SeekTo(std::size_t position) { m_next = std::min(position, m_items.size()); }
 
  private:

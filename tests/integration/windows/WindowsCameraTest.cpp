@@ -88,6 +88,8 @@ void WindowsCameraTest::Record(std::uint32_t width, std::uint32_t height, std::u
   ASSERT_EQ(Query(), 0);
   ASSERT_EQ(Open(width, height, fps), 0);
   EXPECT_TRUE(host.WaitForPackets(packets));
+  EXPECT_GT(fixtures::LiveObjects(), 0);
+  EXPECT_EQ(fixtures::StreamingThreads(), 1);
   Close();
 }
 

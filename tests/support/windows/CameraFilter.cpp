@@ -3,7 +3,6 @@
 #include <turbojpeg.h>
 
 #include <algorithm>
-#include <cstring>
 
 #include "simulated/FramePacker.h"
 #include "simulated/NumberedPicture.h"
@@ -85,37 +84,12 @@ HRESULT STDMETHODCALLTYPE CameraPin::GetFormat(AM_MEDIA_TYPE** type) {
   });
 }
 
-HRESULT STDMETHODCALLTYPE CameraPin::GetNumberOfCapabilities(int* count, int* size) {
-  if (count == nullptr || size == nullptr) {
-    return E_POINTER;
-  }
-  *count = static_cast<int>(m_behaviour.formats.size());
-  *size = sizeof(VIDEO_STREAM_CONFIG_CAPS);
-  return S_OK;
+HRESULT STDMETHODCALLTYPE CameraPin::GetNumberOfCapabilities(int* /*count*/, int* /*size*/) {
+  return E_NOTIMPL;
 }
 
-HRESULT STDMETHODCALLTYPE CameraPin::GetStreamCaps(int index, AM_MEDIA_TYPE** type, BYTE* caps) {
-  if (type == nullptr || caps == nullptr) {
-    return E_POINTER;
-  }
-  *type = nullptr;
-  if (index < 0) {
-    return E_INVALIDARG;
-  }
-  if (static_cast<std::size_t>(index) >= m_behaviour.formats.size()) {
-    return S_FALSE;
-  }
-  return com::CatchToHresult([&] {
-    const Video video = ToVideo(m_behaviour.formats[static_cast<std::size_t>(index)]);
-    VIDEO_STREAM_CONFIG_CAPS description{};
-    description.guid = video.isVideoInfo2 ? FORMAT_VideoInfo2 : FORMAT_VideoInfo;
-    description.InputSize = {video.width, video.height};
-    description.MinCroppingSize = description.MaxCroppingSize = description.InputSize;
-    description.MinOutputSize = description.MaxOutputSize = description.InputSize;
-    description.MinFrameInterval = description.MaxFrameInterval = video.interval;
-    std::memcpy(caps, &description, sizeof(description));
-    return MakeVideoType(video).CopyTo(type);
-  });
+HRESULT STDMETHODCALLTYPE CameraPin::GetStreamCaps(int /*index*/, AM_MEDIA_TYPE** /*type*/, BYTE* /*caps*/) {
+  return E_NOTIMPL;
 }
 
 std::vector<MediaType> CameraPin::Types() { return m_selected ? std::vector{*m_selected} : AllTypes(); }
@@ -170,8 +144,7 @@ HRESULT CameraFilter::Start() {
   if (!video) {
     return S_OK;
   }
-  CountersOf(m_camera).delivered = 0;
-  ++CountersOf(m_camera).runs;
+  DeliveredFrameCount(m_camera) = 0;
   m_isStopping = false;
   m_thread = std::thread([this, video] { Stream(*video); });
   return S_OK;
@@ -206,7 +179,7 @@ void CameraFilter::DeliverFrames(const Video& video) {
   const graph::VideoFormat format = ToPackerFormat(video);
   simulated::NumberedPicture picture(format.width, format.height);
   simulated::FramePacker packer(format);
-  const bool isPaced = IsPaced(m_behaviour);
+  const bool isPaced = m_behaviour.pace == Pace::kRealTime;
   const Clock::time_point started = Clock::now();
   for (std::uint64_t number = 0;; ++number) {
     if (m_behaviour.lostAfter != 0 && number == m_behaviour.lostAfter) {
@@ -252,11 +225,11 @@ bool CameraFilter::DeliverFrame(std::span<const std::uint8_t> frame, std::uint64
   sample->SetSyncPoint(TRUE);
   sample->SetDiscontinuity(number == 0 ? TRUE : FALSE);
   // Counted first, so that the count is never below the number of frames that a consumer has received.
-  ++CountersOf(m_camera).delivered;
+  ++DeliveredFrameCount(m_camera);
   if (m_pin.Deliver(*sample.Get()) == S_OK) {
     return true;
   }
-  --CountersOf(m_camera).delivered;
+  --DeliveredFrameCount(m_camera);
   return false;
 }
 

@@ -23,34 +23,15 @@ class WithInterface : public Base, public Interface {
   }
 };
 
-// Adds the enumerator methods that the interfaces have on Windows only. Derived is the most derived class.
-template <typename Derived, typename Interface, typename Output, typename Item>
-class ClonableEnumerator : public com::Enumerator<Interface, Output, Item> {
+// Adds the enumerator methods that the interfaces have on Windows only.
+template <typename Interface, typename Output, typename Item>
+class Enumerator : public com::Enumerator<Interface, Output, Item> {
  public:
   using com::Enumerator<Interface, Output, Item>::Enumerator;
 
-  HRESULT STDMETHODCALLTYPE Skip(ULONG count) override {
-    const std::size_t start = this->Position();
-    this->SeekTo(start + count);
-    return this->Position() - start == count ? S_OK : S_FALSE;
-  }
-
-  HRESULT STDMETHODCALLTYPE Reset() override {
-    this->SeekTo(0);
-    return S_OK;
-  }
-
-  HRESULT STDMETHODCALLTYPE Clone(Interface** out) override {
-    if (out == nullptr) {
-      return E_POINTER;
-    }
-    *out = nullptr;
-    return com::CatchToHresult([&] {
-      ComPtr<Derived> clone = com::MakeComObject<Derived>(this->Items());
-      clone->SeekTo(this->Position());
-      return com::CopyTo(std::move(clone), out);
-    });
-  }
+  HRESULT STDMETHODCALLTYPE Skip(ULONG /*count*/) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE Reset() override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE Clone(Interface** /*out*/) override { return E_NOTIMPL; }
 };
 
 }  // namespace fixtures

@@ -1,7 +1,5 @@
 #include "support/windows/DecoderFilter.h"
 
-#include <libyuv.h>
-
 #include <new>
 
 #include "support/windows/Registration.h"
@@ -27,14 +25,10 @@ std::vector<MediaType> DecoderOutputPin::Types() {
     return {};
   }
   Video video = ReadVideoType(m_input.Type()).value();
-  const auto pixels = static_cast<DWORD>(video.width) * static_cast<DWORD>(video.height);
   video.isVideoInfo2 = false;
   video.subtype = MEDIASUBTYPE_ARGB32;
-  video.sampleSize = 4 * pixels;
-  const MediaType argb = MakeVideoType(video);
-  video.subtype = MEDIASUBTYPE_YUY2;
-  video.sampleSize = 2 * pixels;
-  return {argb, MakeVideoType(video)};
+  video.sampleSize = 4 * static_cast<DWORD>(video.width) * static_cast<DWORD>(video.height);
+  return {MakeVideoType(video)};
 }
 
 std::size_t DecoderOutputPin::SampleSize(const AM_MEDIA_TYPE& type) { return type.lSampleSize; }
@@ -72,20 +66,7 @@ HRESULT DecoderFilter::Decode(IMediaSample& sample) {
   return m_output.Deliver(*decoded.Get());
 }
 
-bool DecoderFilter::DecodeInto(std::span<BYTE> buffer, std::span<const BYTE> jpeg, const Video& video) {
-  if (buffer.size() < video.sampleSize) {
-    return false;
-  }
-  if (video.subtype == MEDIASUBTYPE_ARGB32) {
-    return DecodeArgb(buffer.data(), jpeg, video, TJFLAG_BOTTOMUP);
-  }
-  m_argb.resize(std::size_t{2} * video.sampleSize);
-  return DecodeArgb(m_argb.data(), jpeg, video, 0) &&
-         libyuv::ARGBToYUY2(m_argb.data(), 4 * video.width, buffer.data(), 2 * video.width, video.width,
-                            video.height) == 0;
-}
-
-bool DecoderFilter::DecodeArgb(BYTE* out, std::span<const BYTE> jpeg, const Video& video, int flags) {
+bool DecoderFilter::DecodeInto(std::span<BYTE> argb, std::span<const BYTE> jpeg, const Video& video) {
   int width = 0;
   int height = 0;
   int sampling = 0;
@@ -93,9 +74,9 @@ bool DecoderFilter::DecodeArgb(BYTE* out, std::span<const BYTE> jpeg, const Vide
   const auto size = static_cast<unsigned long>(jpeg.size());
   return tjDecompressHeader3(m_decompressor.get(), jpeg.data(), size, &width, &height, &sampling, &colours) ==
              0 &&
-         width == video.width && height == video.height &&
-         tjDecompress2(m_decompressor.get(), jpeg.data(), size, out, width, 4 * width, height, TJPF_BGRA,
-                       flags | TJFLAG_STOPONWARNING) == 0;
+         width == video.width && height == video.height && argb.size() >= video.sampleSize &&
+         tjDecompress2(m_decompressor.get(), jpeg.data(), size, argb.data(), width, 4 * width, height,
+                       TJPF_BGRA, TJFLAG_BOTTOMUP | TJFLAG_STOPONWARNING) == 0;
 }
 
 }  // namespace fixtures

@@ -1,4 +1,4 @@
-// Decodes MJPG to bottom-up ARGB32 or to YUY2. The graph inserts it into connections that need it.
+// Decodes MJPG to bottom-up ARGB32. The graph inserts it into connections that need it.
 #pragma once
 
 #include <turbojpeg.h>
@@ -55,14 +55,12 @@ class DecoderFilter : public Filter {
     void operator()(void* decompressor) const { tjDestroy(decompressor); }
   };
 
-  // Both return false if the JPEG is damaged or does not have the size of the video.
-  bool DecodeInto(std::span<BYTE> buffer, std::span<const BYTE> jpeg, const Video& video);
-  bool DecodeArgb(BYTE* out, std::span<const BYTE> jpeg, const Video& video, int flags);
+  // Returns false if the JPEG is damaged or does not have the size of the video.
+  bool DecodeInto(std::span<BYTE> argb, std::span<const BYTE> jpeg, const Video& video);
 
   DecoderInputPin m_input;
   DecoderOutputPin m_output;
   std::unique_ptr<void, DestroyDecompressor> m_decompressor;
-  std::vector<BYTE> m_argb;  // intermediate picture for YUY2
 };
 
 }  // namespace fixtures

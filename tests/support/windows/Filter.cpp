@@ -1,6 +1,5 @@
 #include "support/windows/Filter.h"
 
-#include <algorithm>
 #include <iterator>
 
 #include "support/windows/ComExtensions.h"
@@ -8,9 +7,9 @@
 namespace fixtures {
 namespace {
 
-class PinEnumerator final : public ClonableEnumerator<PinEnumerator, IEnumPins, IPin, ComPtr<IPin>> {
+class PinEnumerator final : public Enumerator<IEnumPins, IPin, ComPtr<IPin>> {
  public:
-  using ClonableEnumerator::ClonableEnumerator;
+  using Enumerator::Enumerator;
 
  protected:
   HRESULT CopyItem(const ComPtr<IPin>& pin, IPin** out) override { return com::CopyTo(pin, out); }
@@ -107,25 +106,7 @@ HRESULT STDMETHODCALLTYPE Filter::EnumPins(IEnumPins** enumerator) {
   });
 }
 
-HRESULT STDMETHODCALLTYPE Filter::FindPin(LPCWSTR id, IPin** pin) {
-  if (id == nullptr || pin == nullptr) {
-    return E_POINTER;
-  }
-  *pin = nullptr;
-  return com::CatchToHresult([&]() -> HRESULT {
-    for (IPin* const candidate : Pins()) {
-      LPWSTR text = nullptr;
-      if (SUCCEEDED(candidate->QueryId(&text))) {
-        const std::wstring candidateId = text;
-        CoTaskMemFree(text);
-        if (candidateId == id) {
-          return com::CopyTo(ComPtr(candidate), pin);
-        }
-      }
-    }
-    return VFW_E_NOT_FOUND;
-  });
-}
+HRESULT STDMETHODCALLTYPE Filter::FindPin(LPCWSTR /*id*/, IPin** /*pin*/) { return E_NOTIMPL; }
 
 HRESULT STDMETHODCALLTYPE Filter::QueryFilterInfo(FILTER_INFO* info) {
   if (info == nullptr) {

@@ -61,16 +61,9 @@ CameraBehaviour CurrentBehaviour(Camera camera) {
   return behaviour ? *behaviour : BehaviourFromEnvironment();
 }
 
-bool IsPaced(const CameraBehaviour& behaviour) {
-  if (behaviour.pace != Pace::kFromEnvironment) {
-    return behaviour.pace == Pace::kRealTime;
-  }
-  return std::wstring(ReadEnvironment(L"NUVEQ_FIXTURE_PACE").data()) != L"fast";
-}
-
-CameraCounters& CountersOf(Camera camera) {
-  static std::array<CameraCounters, 2> counters;
-  return counters[camera == Camera::kBuiltIn ? 0 : 1];
+std::atomic<std::uint64_t>& DeliveredFrameCount(Camera camera) {
+  static std::array<std::atomic<std::uint64_t>, 2> counts;
+  return counts[camera == Camera::kBuiltIn ? 0 : 1];
 }
 
 std::atomic<long>& StreamingThreadCount() {
@@ -80,8 +73,7 @@ std::atomic<long>& StreamingThreadCount() {
 
 long LiveObjects() { return static_cast<long>(com::LiveObjectCount()); }
 long StreamingThreads() { return StreamingThreadCount(); }
-std::uint64_t DeliveredFrames() { return CountersOf(Camera::kBuiltIn).delivered; }
-std::uint64_t Runs() { return CountersOf(Camera::kBuiltIn).runs; }
+std::uint64_t DeliveredFrames() { return DeliveredFrameCount(Camera::kBuiltIn); }
 
 }  // namespace fixtures
 

@@ -7,14 +7,9 @@
 
 namespace fixtures {
 
-struct CameraCounters {
-  std::atomic<std::uint64_t> delivered{0};
-  std::atomic<std::uint64_t> runs{0};
-};
-
 CameraBehaviour CurrentBehaviour(Camera camera);
-CameraCounters& CountersOf(Camera camera);
+// Since the camera's last Run.
+std::atomic<std::uint64_t>& DeliveredFrameCount(Camera camera);
 std::atomic<long>& StreamingThreadCount();
-bool IsPaced(const CameraBehaviour& behaviour);
 
 }  // namespace fixtures

@@ -1,7 +1,5 @@
 #include "support/windows/GrabberFilter.h"
 
-#include <algorithm>
-
 namespace fixtures {
 namespace {
 
@@ -38,38 +36,11 @@ HRESULT STDMETHODCALLTYPE GrabberFilter::SetMediaType(const AM_MEDIA_TYPE* type)
   });
 }
 
-HRESULT STDMETHODCALLTYPE GrabberFilter::GetConnectedMediaType(AM_MEDIA_TYPE* type) {
-  return m_input.ConnectionMediaType(type);
+HRESULT STDMETHODCALLTYPE GrabberFilter::GetConnectedMediaType(AM_MEDIA_TYPE* /*type*/) { return E_NOTIMPL; }
+HRESULT STDMETHODCALLTYPE GrabberFilter::SetBufferSamples(BOOL /*isBuffering*/) { return S_OK; }
+HRESULT STDMETHODCALLTYPE GrabberFilter::GetCurrentBuffer(LONG* /*size*/, LONG* /*buffer*/) {
+  return E_NOTIMPL;
 }
-
-HRESULT STDMETHODCALLTYPE GrabberFilter::SetBufferSamples(BOOL isBuffering) {
-  const std::lock_guard lock(m_mutex);
-  m_settings.isBuffering = isBuffering != FALSE;
-  return S_OK;
-}
-
-HRESULT STDMETHODCALLTYPE GrabberFilter::GetCurrentBuffer(LONG* size, LONG* buffer) {
-  if (size == nullptr) {
-    return E_POINTER;
-  }
-  const std::lock_guard lock(m_mutex);
-  if (!m_settings.isBuffering) {
-    return E_INVALIDARG;
-  }
-  if (!m_hasBuffered) {
-    return VFW_E_WRONG_STATE;
-  }
-  const auto length = static_cast<LONG>(m_buffered.size());
-  if (buffer != nullptr) {
-    if (*size < length) {
-      return E_OUTOFMEMORY;
-    }
-    std::copy(m_buffered.begin(), m_buffered.end(), reinterpret_cast<BYTE*>(buffer));
-  }
-  *size = length;
-  return S_OK;
-}
-
 HRESULT STDMETHODCALLTYPE GrabberFilter::GetCurrentSample(IMediaSample** /*sample*/) { return E_NOTIMPL; }
 
 HRESULT STDMETHODCALLTYPE GrabberFilter::SetCallback(ISampleGrabberCB* callback, LONG method) {
@@ -100,10 +71,6 @@ HRESULT GrabberFilter::Process(IMediaSample& sample) {
   {
     const std::lock_guard lock(m_mutex);
     settings = m_settings;
-    if (settings.isBuffering) {
-      m_buffered.assign(data.begin(), data.end());
-      m_hasBuffered = true;
-    }
   }
   if (settings.callback && settings.method == kCallBufferCB) {
     settings.callback->BufferCB(SampleTime(sample), data.data(), static_cast<LONG>(data.size()));

@@ -1,5 +1,5 @@
 // The sample grabber: passes every sample to its callback object. In one-shot mode, the first sample
-// completes the graph, and the callbacks continue.
+// completes the graph, and the callbacks continue. Does not keep samples.
 #pragma once
 
 #include "support/windows/Pin.h"
@@ -56,7 +56,6 @@ class GrabberFilter : public WithInterface<WithInterface<Filter, ISampleGrabber>
  private:
   struct Settings {
     bool isOneShot = false;
-    bool isBuffering = false;
     ComPtr<ISampleGrabberCB> callback;
     LONG method = 0;
   };
@@ -68,8 +67,6 @@ class GrabberFilter : public WithInterface<WithInterface<Filter, ISampleGrabber>
   std::mutex m_mutex;  // protects the members below; not held during callbacks
   Settings m_settings;
   MediaType m_wanted;
-  std::vector<BYTE> m_buffered;
-  bool m_hasBuffered = false;
 };
 
 }  // namespace fixtures

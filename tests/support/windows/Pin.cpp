@@ -10,24 +10,6 @@ namespace {
 constexpr LONG kMinBuffers = 3;
 constexpr LONG kMinAlignment = 16;
 
-std::vector<MediaType> EnumerateTypesOf(IPin& pin) {
-  std::vector<MediaType> types;
-  ComPtr<IEnumMediaTypes> enumerator;
-  if (FAILED(pin.EnumMediaTypes(enumerator.Put())) || !enumerator) {
-    return types;
-  }
-  AM_MEDIA_TYPE* type = nullptr;
-  while (enumerator->Next(1, &type, nullptr) == S_OK) {
-    types.emplace_back(*type);
-    CoTaskMemFree(type->pbFormat);
-    if (type->pUnk != nullptr) {
-      type->pUnk->Release();
-    }
-    CoTaskMemFree(type);
-  }
-  return types;
-}
-
 }  // namespace
 
 HRESULT STDMETHODCALLTYPE Pin::Disconnect() {
@@ -80,18 +62,7 @@ HRESULT STDMETHODCALLTYPE Pin::QueryDirection(PIN_DIRECTION* direction) {
   return S_OK;
 }
 
-HRESULT STDMETHODCALLTYPE Pin::QueryId(LPWSTR* id) {
-  if (id == nullptr) {
-    return E_POINTER;
-  }
-  const std::size_t length = std::wcslen(m_name) + 1;
-  *id = static_cast<LPWSTR>(CoTaskMemAlloc(length * sizeof(wchar_t)));
-  if (*id == nullptr) {
-    return E_OUTOFMEMORY;
-  }
-  std::copy_n(m_name, length, *id);
-  return S_OK;
-}
+HRESULT STDMETHODCALLTYPE Pin::QueryId(LPWSTR* /*id*/) { return E_NOTIMPL; }
 
 HRESULT STDMETHODCALLTYPE Pin::QueryAccept(const AM_MEDIA_TYPE* type) {
   if (type == nullptr) {
@@ -138,17 +109,12 @@ HRESULT STDMETHODCALLTYPE OutputPin::Connect(IPin* receiver, const AM_MEDIA_TYPE
     if (Owner().State() != State_Stopped) {
       return VFW_E_NOT_STOPPED;
     }
-    // A complete type is used as it is; a partial one selects from the types of both pins.
+    // A complete type is used as it is; a partial one selects from the types of this pin. Input pins have
+    // none.
     if (type != nullptr && type->formattype != GUID_NULL && type->pbFormat != nullptr) {
       return Accepts(*type) ? TryType(*receiver, *type) : VFW_E_TYPE_NOT_ACCEPTED;
     }
-    std::vector<MediaType> candidates = Types();
-    for (MediaType& offered : EnumerateTypesOf(*receiver)) {
-      if (Accepts(offered.Get())) {
-        candidates.push_back(std::move(offered));
-      }
-    }
-    for (const MediaType& candidate : candidates) {
+    for (const MediaType& candidate : Types()) {
       if ((type == nullptr || Matches(candidate.Get(), *type)) &&
           TryType(*receiver, candidate.Get()) == S_OK) {
         return S_OK;

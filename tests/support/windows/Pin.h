@@ -13,7 +13,6 @@ namespace fixtures {
 
 class Pin : public com::ComPart<IPin> {
  public:
-  // name: also the pin's id, for example "Out".
   Pin(Filter& filter, PIN_DIRECTION direction, const wchar_t* name)
       : ComPart(filter), m_filter(filter), m_direction(direction), m_name(name) {}
 

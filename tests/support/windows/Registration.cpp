@@ -20,8 +20,6 @@ constexpr const wchar_t* kPlugInInstance =
     L"usb#vid_046d&pid_0825&mi_00#7&2fd3c3a&0&0000#{65e8773d-8f56-11d0-a3b9-00a0c9223196}";
 constexpr const wchar_t* kUsbDeviceInterface = L"{a5dcbf10-6530-11d2-901f-00c04fb951ed}";
 constexpr const wchar_t* kUsbDeviceClass = L"{36fc9e60-c465-11cf-8056-444553540000}";
-// Value that keeps the server of a class that the fixtures replace.
-constexpr const wchar_t* kReplacedServer = L"ReplacedByCameraFixtures";
 
 struct ComClass {
   const CLSID& classId;
@@ -82,26 +80,8 @@ std::wstring InstanceKey(REFCLSID category, const std::wstring& instance) {
 void RegisterClass(const ComClass& comClass) {
   RegistryKey(ClassKey(comClass.classId)).SetText(L"", comClass.name);
   RegistryKey server(ClassKey(comClass.classId) + L"\\InprocServer32");
-  const std::wstring path = ModulePath();
-  if (const auto before = server.Text(L""); before && *before != path && !server.Text(kReplacedServer)) {
-    server.SetText(kReplacedServer, *before);
-  }
-  server.SetText(L"", path);
+  server.SetText(L"", ModulePath());
   server.SetText(L"ThreadingModel", L"Both");
-}
-
-void UnregisterClass(const ComClass& comClass) {
-  const std::wstring key = ClassKey(comClass.classId);
-  if (!HasRegistryKey(key)) {
-    return;
-  }
-  const auto replaced = RegistryKey(key + L"\\InprocServer32").Text(kReplacedServer);
-  DeleteRegistryKey(key);
-  if (replaced) {
-    RegistryKey server(key + L"\\InprocServer32");
-    server.SetText(L"", *replaced);
-    server.SetText(L"ThreadingModel", L"Both");
-  }
 }
 
 ComPtr<IFilterMapper2> CreateMapper() {
@@ -114,14 +94,13 @@ ComPtr<IFilterMapper2> CreateMapper() {
 
 void RegisterDecoder() {
   const REGPINTYPES in{&MEDIATYPE_Video, &MEDIASUBTYPE_MJPG};
-  const std::array out{REGPINTYPES{&MEDIATYPE_Video, &MEDIASUBTYPE_ARGB32},
-                       REGPINTYPES{&MEDIATYPE_Video, &MEDIASUBTYPE_YUY2}};
+  const REGPINTYPES out{&MEDIATYPE_Video, &MEDIASUBTYPE_ARGB32};
   std::array<REGFILTERPINS2, 2> pins{};
   pins[0].nMediaTypes = 1;
   pins[0].lpMediaType = &in;
   pins[1].dwFlags = REG_PINFLAG_B_OUTPUT;
-  pins[1].nMediaTypes = static_cast<UINT>(out.size());
-  pins[1].lpMediaType = out.data();
+  pins[1].nMediaTypes = 1;
+  pins[1].lpMediaType = &out;
   REGFILTER2 filter{};
   filter.dwVersion = 2;
   filter.dwMerit = MERIT_NORMAL;
@@ -210,15 +189,6 @@ void RegisterClasses() {
     RegisterClass(comClass);
   }
   RegisterDecoder();
-}
-
-void UnregisterClasses() {
-  SetFilterPresent(Camera::kBuiltIn, false);
-  SetFilterPresent(Camera::kPlugIn, false);
-  DeleteRegistryKey(InstanceKey(CLSID_LegacyAmFilterCategory, GuidText(kMjpgDecoderClass)));
-  for (const ComClass& comClass : kClasses) {
-    UnregisterClass(comClass);
-  }
 }
 
 void SetFilterPresent(Camera camera, bool isPresent) {

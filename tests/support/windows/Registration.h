@@ -15,9 +15,7 @@ inline constexpr CLSID kPlugInCameraClass{
 inline constexpr CLSID kMjpgDecoderClass{
     0xE761FF38, 0x1DD9, 0x4F9C, {0xA5, 0x48, 0x94, 0x06, 0xF8, 0x42, 0x9B, 0xD3}};
 
-// Registers the classes and the MJPG decoder filter, which do not depend on the PC. UnregisterClasses also
-// removes the cameras' filters.
+// Registers the classes and the MJPG decoder filter, which do not depend on the PC.
 void RegisterClasses();
-void UnregisterClasses();
 
 }  // namespace fixtures

@@ -1,6 +1,5 @@
 #include "support/windows/RegistryKey.h"
 
-#include <array>
 #include <system_error>
 
 namespace fixtures {
@@ -35,16 +34,6 @@ void RegistryKey::SetNumber(const std::wstring& name, std::uint32_t number) {
   CheckStatus(RegSetValueExW(m_key, name.c_str(), 0, REG_DWORD, reinterpret_cast<const BYTE*>(&number),
                              sizeof(number)),
               "write a registry value");
-}
-
-std::optional<std::wstring> RegistryKey::Text(const std::wstring& name) const {
-  std::array<wchar_t, 1024> text{};
-  auto size = static_cast<DWORD>((text.size() - 1) * sizeof(wchar_t));
-  if (RegQueryValueExW(m_key, name.c_str(), nullptr, nullptr, reinterpret_cast<BYTE*>(text.data()), &size) !=
-      ERROR_SUCCESS) {
-    return std::nullopt;
-  }
-  return text.data();
 }
 
 void DeleteRegistryKey(const std::wstring& path) {

@@ -1,4 +1,4 @@
-// Exports of the fixtures' COM server: class objects and registration.
+// Exports of the fixtures' COM server: its class objects.
 #include "support/windows/CameraFilter.h"
 #include "support/windows/DecoderFilter.h"
 #include "support/windows/FixtureState.h"
@@ -80,17 +80,3 @@ STDAPI DllGetClassObject(REFCLSID classId, REFIID iid, LPVOID* out) {
 }
 
 STDAPI DllCanUnloadNow() { return fixtures::LiveObjects() == 0 ? S_OK : S_FALSE; }
-
-STDAPI DllRegisterServer() {
-  return com::CatchToHresult([] {
-    fixtures::RegisterClasses();
-    return S_OK;
-  });
-}
-
-STDAPI DllUnregisterServer() {
-  return com::CatchToHresult([] {
-    fixtures::UnregisterClasses();
-    return S_OK;
-  });
-}

@@ -10,10 +10,9 @@
 namespace fixtures {
 namespace {
 
-class TypeEnumerator final
-    : public ClonableEnumerator<TypeEnumerator, IEnumMediaTypes, AM_MEDIA_TYPE, MediaType> {
+class TypeEnumerator final : public Enumerator<IEnumMediaTypes, AM_MEDIA_TYPE, MediaType> {
  public:
-  using ClonableEnumerator::ClonableEnumerator;
+  using Enumerator::Enumerator;
 
  protected:
   HRESULT CopyItem(const MediaType& type, AM_MEDIA_TYPE** out) override { return type.CopyTo(out); }
