@@ -152,15 +152,4 @@ bool HostCallbacks::WaitForPackets(std::uint64_t count) {
   return m_changed.wait_for(lock, kWaitTimeout, [&] { return m_packetCount >= count; });
 }
 
-void Gate::Open() {
-  const std::lock_guard lock(m_mutex);
-  m_open = true;
-  m_changed.notify_all();
-}
-
-bool Gate::Wait() {
-  std::unique_lock lock(m_mutex);
-  return m_changed.wait_for(lock, kWaitTimeout, [&] { return m_open; });
-}
-
 }  // namespace support

@@ -1,7 +1,6 @@
 // The host's callbacks: record what the library reports and return configurable results.
 #pragma once
 
-#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
@@ -10,11 +9,9 @@
 #include <vector>
 
 #include "NUVEQCameraHandler.h"
+#include "support/WaitFor.h"
 
 namespace support {
-
-// Timeout of all waits in tests: longer than any successful operation takes, so that a timeout is a failure.
-inline constexpr std::chrono::seconds kWaitTimeout{60};
 
 struct Packet {
   std::string id;
@@ -69,22 +66,7 @@ class HostCallbacks {
   std::function<void()> m_inAction;
 };
 
-// Blocks threads until it is opened.
-class Gate {
- public:
-  void Open();
-  // Waits until the gate is open. False after a timeout.
-  bool Wait();
-
- private:
-  std::mutex m_mutex;
-  std::condition_variable m_changed;
-  bool m_open = false;
-};
-
 }  // namespace support
 
-using support::Gate;
 using support::HostCallbacks;
-using support::kWaitTimeout;
 using support::Packet;

@@ -1,12 +1,15 @@
-// Polling for states of other threads and processes.
+// Waiting for other threads and processes.
 #pragma once
 
 #include <chrono>
+#include <condition_variable>
+#include <mutex>
 #include <thread>
 
-#include "support/HostCallbacks.h"
-
 namespace support {
+
+// Timeout of all waits in tests: longer than any successful operation takes, so that a timeout is a failure.
+inline constexpr std::chrono::seconds kWaitTimeout{60};
 
 // Polls until the condition is true. False after a timeout.
 template <typename Condition>
@@ -21,6 +24,28 @@ bool WaitFor(Condition condition) {
   return true;
 }
 
+// Blocks threads until it is opened.
+class Gate {
+ public:
+  void Open() {
+    const std::lock_guard lock(m_mutex);
+    m_isOpen = true;
+    m_changed.notify_all();
+  }
+  // Waits until the gate is open. False after a timeout.
+  bool Wait() {
+    std::unique_lock lock(m_mutex);
+    return m_changed.wait_for(lock, kWaitTimeout, [this] { return m_isOpen; });
+  }
+
+ private:
+  std::mutex m_mutex;
+  std::condition_variable m_changed;
+  bool m_isOpen = false;
+};
+
 }  // namespace support
 
+using support::Gate;
+using support::kWaitTimeout;
 using support::WaitFor;

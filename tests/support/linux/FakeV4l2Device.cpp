@@ -2,15 +2,14 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 
 #include <poll.h>
 #include <sys/eventfd.h>
 
+#include "support/WaitFor.h"
+
 namespace linux_support {
 namespace {
-
-constexpr std::chrono::seconds kDeliverTimeout{30};
 
 constexpr std::uint32_t kCapture = V4L2_BUF_TYPE_VIDEO_CAPTURE;
 
@@ -163,7 +162,7 @@ bool FakeV4l2Device::Deliver(FakeFrame frame) {
   m_supply.push_back(std::move(frame));
   const std::uint64_t number = ++m_supplied;
   FillBuffers();
-  return m_changed.wait_for(lock, kDeliverTimeout, [&] { return m_filled >= number; });
+  return m_changed.wait_for(lock, kWaitTimeout, [&] { return m_filled >= number; });
 }
 
 void FakeV4l2Device::Disconnect() {

@@ -2,20 +2,15 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
+#include "support/WaitFor.h"
 
 namespace linux_support {
-namespace {
-
-constexpr std::chrono::seconds kFrameTimeout{30};
-
-}  // namespace
 
 FrameCollector::~FrameCollector() { EXPECT_EQ(m_references, 0U); }
 
 bool FrameCollector::WaitForFrames(std::size_t count) {
   std::unique_lock lock(m_mutex);
-  return m_changed.wait_for(lock, kFrameTimeout, [&] { return m_frames.size() >= count; });
+  return m_changed.wait_for(lock, kWaitTimeout, [&] { return m_frames.size() >= count; });
 }
 
 std::size_t FrameCollector::Count() const {
@@ -41,7 +36,7 @@ void FrameCollector::UnblockCallbacks() {
 
 bool FrameCollector::WaitForBlockedCallback() {
   std::unique_lock lock(m_mutex);
-  return m_changed.wait_for(lock, kFrameTimeout, [&] { return m_isBlocked; });
+  return m_changed.wait_for(lock, kWaitTimeout, [&] { return m_isBlocked; });
 }
 
 HRESULT FrameCollector::QueryInterface(REFIID iid, void** object) {

@@ -1,8 +1,5 @@
 #include "support/linux/LinuxTest.h"
 
-#include <chrono>
-#include <thread>
-
 #include "v4l2/SystemCalls.h"
 
 namespace linux_support {
@@ -15,18 +12,6 @@ std::size_t CountDescriptors() {
 }
 
 }  // namespace
-
-bool WaitUntil(const std::function<bool()>& condition) {
-  constexpr std::chrono::seconds kTimeout{30};
-  const auto end = std::chrono::steady_clock::now() + kTimeout;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > end) {
-      return false;
-    }
-    std::this_thread::yield();
-  }
-  return true;
-}
 
 ResourceCounts ResourceCounts::Current(const FakeSystemCalls& kernel) {
   return {com::LiveObjects(), com::LiveTaskBlocks(), CountDescriptors(), kernel.OpenHandles(),

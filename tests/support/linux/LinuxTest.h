@@ -7,14 +7,12 @@
 #include "com/Com.h"
 #include "devices/DeviceProvider.h"
 #include "graph/StreamStats.h"
+#include "support/WaitFor.h"
 #include "support/linux/CaptureSession.h"
 #include "support/linux/FakeSystemCalls.h"
 #include "support/linux/FrameCollector.h"
 
 namespace linux_support {
-
-// Polls until the condition holds. Returns false on a timeout.
-bool WaitUntil(const std::function<bool()>& condition);
 
 // Resources that must return to their initial counts after a test.
 struct ResourceCounts {

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <string>
@@ -13,6 +12,7 @@
 #include "encoder/H264Encoder.h"
 #include "encoder/I420Converter.h"
 #include "support/ThreadCreationFailure.h"
+#include "support/WaitFor.h"
 #include "support/video/DecodedStream.h"
 
 namespace {
@@ -36,18 +36,6 @@ std::ptrdiff_t ThreadCount() {
 }
 
 // A joined thread may stay listed in /proc for a moment. Returns false on timeout.
-template <typename Condition>
-bool WaitFor(Condition condition) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline) {
-      return false;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  return true;
-}
-
 bool ThreadCountBecomes(std::ptrdiff_t count) {
   return WaitFor([&] { return ThreadCount() == count; });
 }

@@ -150,7 +150,7 @@ TEST_F(CaptureStreamTest, CallsSampleCbIfRequested) {
   BuildAndRun(settings);
   ASSERT_TRUE(device->Deliver(Picture(1)));
   ASSERT_TRUE(device->Deliver(Picture(2)));
-  EXPECT_TRUE(WaitUntil([&] { return callback.SampleCalls() == 2; }));
+  EXPECT_TRUE(WaitFor([&] { return callback.SampleCalls() == 2; }));
   EXPECT_EQ(WaitForEvent(), kEventComplete);
   EXPECT_EQ(callback.Count(), 0U);
 }

@@ -57,7 +57,7 @@ class DeviceFailureTest : public CaptureGraphTest {
       LONG code = 0;
       hasSucceeded = built.Wait(kInfinite, code) == S_OK && code == kEventComplete;
       // Fewer frames may arrive after a failure.
-      WaitUntil([&] { return frames.Count() >= kFrames || (m_mayLoseFrames && CallHasFailed()); });
+      WaitFor([&] { return frames.Count() >= kFrames || (m_mayLoseFrames && CallHasFailed()); });
       hasSucceeded = hasSucceeded && frames.Count() >= kFrames;
     }
     if (built.control) {

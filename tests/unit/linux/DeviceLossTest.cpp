@@ -22,7 +22,7 @@ TEST_F(DeviceLossTest, EndsAStreamThatCanStillBeStopped) {
   BuildAndRun();
   Stream({1, 2, 3});
   UnplugLaptopCamera();
-  ASSERT_TRUE(WaitUntil([] { return graph::LatestStreamStats().isDisconnected; }));
+  ASSERT_TRUE(WaitFor([] { return graph::LatestStreamStats().isDisconnected; }));
   EXPECT_EQ(Stop(), S_OK);
   EXPECT_EQ(WaitForEvent(), kEventComplete) << "the first frame had arrived";
   EXPECT_EQ(callback.Count(), 3U);
@@ -36,7 +36,7 @@ TEST_F(DeviceLossTest, EndsAStreamWithABlockedCallback) {
   ASSERT_TRUE(callback.WaitForBlockedCallback());
   UnplugLaptopCamera();
   callback.UnblockCallbacks();
-  ASSERT_TRUE(WaitUntil([] { return graph::LatestStreamStats().isDisconnected; }));
+  ASSERT_TRUE(WaitFor([] { return graph::LatestStreamStats().isDisconnected; }));
   EXPECT_EQ(Stop(), S_OK);
 }
 
@@ -98,7 +98,7 @@ TEST_F(DeviceLossTest, ReconnectedDeviceWorksInTheSameGraphWithoutStop) {
   BuildAndRun();
   Stream({1});
   UnplugLaptopCamera();
-  ASSERT_TRUE(WaitUntil([] { return graph::LatestStreamStats().isDisconnected; }));
+  ASSERT_TRUE(WaitFor([] { return graph::LatestStreamStats().isDisconnected; }));
   EXPECT_EQ(Run(), kDeviceGone);
   FakeV4l2Device* const before = device;
   device = &AddLaptopCamera();
@@ -128,10 +128,10 @@ TEST_F(DeviceLossTest, DamagedFramesAreNotALossUntilTheKernelRemovesTheDevice) {
   BuildAndRun();
   Stream({1, 2});
   device->Disconnect();
-  ASSERT_TRUE(WaitUntil([] { return graph::LatestStreamStats().damaged >= 4; })) << "at least all buffers";
+  ASSERT_TRUE(WaitFor([] { return graph::LatestStreamStats().damaged >= 4; })) << "at least all buffers";
   EXPECT_FALSE(graph::LatestStreamStats().isDisconnected);
   UnplugLaptopCamera();
-  ASSERT_TRUE(WaitUntil([] { return graph::LatestStreamStats().isDisconnected; }));
+  ASSERT_TRUE(WaitFor([] { return graph::LatestStreamStats().isDisconnected; }));
   EXPECT_EQ(Stop(), S_OK);
   const graph::StreamStats stats = graph::LatestStreamStats();
   EXPECT_EQ(stats.delivered, 2U);
@@ -142,7 +142,7 @@ TEST_F(DeviceLossTest, DamagedFramesAreNotALossUntilTheKernelRemovesTheDevice) {
 TEST_F(DeviceLossTest, StopWorksBeforeTheKernelRemovesTheDevice) {
   BuildAndRun();
   device->Disconnect();
-  ASSERT_TRUE(WaitUntil([] { return graph::LatestStreamStats().damaged >= 4; }));
+  ASSERT_TRUE(WaitFor([] { return graph::LatestStreamStats().damaged >= 4; }));
   EXPECT_EQ(Stop(), S_OK);
   EXPECT_FALSE(device->IsStreaming());
   EXPECT_NE(WaitResult(kInfinite), S_OK);

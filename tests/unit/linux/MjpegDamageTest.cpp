@@ -27,7 +27,7 @@ class StrayBytesTest : public CaptureGraphTest {
     // A valid, different picture marks the end.
     const Jpeg last = TestJpeg(kPictureWidth, kPictureHeight, TJSAMP_GRAY);
     Deliver(last);
-    EXPECT_TRUE(WaitUntil([&] {
+    EXPECT_TRUE(WaitFor([&] {
       return callback.Count() > before &&
              graph::LatestStreamStats().delivered + graph::LatestStreamStats().undecodable == m_delivered;
     }));

@@ -199,7 +199,7 @@ TEST_F(BadMjpegTest, AnyInvertedByteIsHandled) {
     ASSERT_TRUE(device->Deliver(Frame(bad)));
   }
   ASSERT_TRUE(device->Deliver(Frame(last)));
-  EXPECT_TRUE(WaitUntil([&] { return hasLastArrived.load(); }));
+  EXPECT_TRUE(WaitFor([&] { return hasLastArrived.load(); }));
   EXPECT_EQ(Stop(), S_OK);
 }
 

@@ -196,7 +196,7 @@ class LowMemoryGraphTest : public LowMemoryTest, public ::testing::WithParamInte
   static bool WaitForAllFrames(const CaptureGraph& built) {
     LONG code = 0;
     EXPECT_EQ(built.Wait(kInfinite, code), S_OK);
-    EXPECT_TRUE(WaitUntil([] {
+    EXPECT_TRUE(WaitFor([] {
       const graph::StreamStats stats = graph::LatestStreamStats();
       return stats.delivered + stats.undecodable >= kFrames;
     }));

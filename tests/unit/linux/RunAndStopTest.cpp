@@ -106,7 +106,7 @@ TEST_F(RunAndStopTest, GraphCanBeReleasedFromTheCallback) {
   ASSERT_EQ(Run(), S_OK);
   ASSERT_TRUE(device->Deliver(Picture(1)));
   ASSERT_TRUE(callback.WaitForFrames(1));
-  EXPECT_TRUE(WaitUntil([&] { return com::LiveObjects() == 0 && device->OpenHandles() == 0; }));
+  EXPECT_TRUE(WaitFor([&] { return com::LiveObjects() == 0 && device->OpenHandles() == 0; }));
 }
 
 TEST_F(RunAndStopTest, ReleasingARunningGraphStopsIt) {
@@ -136,31 +136,14 @@ TEST_F(RunAndStopTest, UnconnectedGraphCanBeStopped) {
 // --- Run and Stop that overlap ---
 
 // Blocks a camera until the test opens the gate.
-class CameraGate {
- public:
-  void Open() {
-    const std::lock_guard lock(m_mutex);
-    m_isOpen = true;
-    m_changed.notify_all();
-  }
+struct CameraGate {
   void Pass() {
-    std::unique_lock lock(m_mutex);
-    m_isReached = true;
-    m_changed.notify_all();
-    m_changed.wait_for(lock, kTimeout, [this] { return m_isOpen; });
-  }
-  bool WaitUntilReached() {
-    std::unique_lock lock(m_mutex);
-    return m_changed.wait_for(lock, kTimeout, [this] { return m_isReached; });
+    reached.Open();
+    EXPECT_TRUE(open.Wait());
   }
 
- private:
-  static constexpr std::chrono::seconds kTimeout{30};
-
-  std::mutex m_mutex;
-  std::condition_variable m_changed;
-  bool m_isReached = false;
-  bool m_isOpen = false;
+  Gate reached;
+  Gate open;
 };
 
 // A camera whose Start blocks at the gate and that delivers no frames.
@@ -178,23 +161,16 @@ class SlowCamera : public graph::CaptureSource {
     return S_OK;
   }
   graph::CaptureResult Next(Deadline /*deadline*/, graph::CapturedFrame& /*frame*/) override {
-    std::unique_lock lock(m_mutex);
-    m_changed.wait(lock, [this] { return m_isInterrupted; });
+    EXPECT_TRUE(m_interrupted.Wait());
     return graph::CaptureResult::kInterrupted;
   }
   void Recycle(const graph::CapturedFrame& /*frame*/) override {}
   void Stop() override {}
-  void Interrupt() override {
-    const std::lock_guard lock(m_mutex);
-    m_isInterrupted = true;
-    m_changed.notify_all();
-  }
+  void Interrupt() override { m_interrupted.Open(); }
 
  private:
   CameraGate& m_start;
-  std::mutex m_mutex;
-  std::condition_variable m_changed;
-  bool m_isInterrupted = false;
+  Gate m_interrupted;
 };
 
 // A camera that is disconnected at once and whose Stop blocks at the gate.
@@ -247,11 +223,11 @@ TEST_F(OverlappingCallsTest, StopDuringRunEndsTheRunAndItsWaits) {
       std::make_shared<SingleCameraProvider>([this] { return std::make_unique<SlowCamera>(gate); }));
   ASSERT_EQ(graph.Build(&callback), S_OK);
   std::thread running([&] { EXPECT_EQ(Run(), S_OK); });
-  ASSERT_TRUE(gate.WaitUntilReached());
+  ASSERT_TRUE(gate.reached.Wait());
   std::thread stopping([&] { EXPECT_EQ(Stop(), S_OK); });
   // Gives Stop the time to reach the point where it waits for Run, which no call can observe.
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
-  gate.Open();
+  gate.open.Open();
   running.join();
   stopping.join();
   // A graph that still runs would return E_ABORT here and block below.
@@ -266,11 +242,11 @@ TEST_F(OverlappingCallsTest, RunDuringTheStopOfALostCameraRestartsIt) {
   ASSERT_EQ(graph.Build(&callback), S_OK);
   ASSERT_EQ(Run(), S_OK);
   EXPECT_EQ(WaitForEvent(), kEventDeviceLost);
-  ASSERT_TRUE(gate.WaitUntilReached());
+  ASSERT_TRUE(gate.reached.Wait());
   std::thread running([&] { EXPECT_EQ(Run(), S_OK); });
   // Gives a Run that mistakes the lost stream for a running one the time to return.
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
-  gate.Open();
+  gate.open.Open();
   running.join();
   EXPECT_EQ(starts, 2);
 }
