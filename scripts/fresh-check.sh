@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Runs ./check of the committed tree on a minimal Debian 12, created with debootstrap in a scratch folder.
+# Runs ./check --all of the committed tree on a minimal Debian 12, created with debootstrap in a scratch folder.
 set -euo pipefail
 
 usage() {
@@ -7,7 +7,7 @@ usage() {
 usage: scripts/fresh-check.sh [--keep] [COMMAND...]
 
 Creates a minimal Debian 12 in a scratch folder in ${TMPDIR:-/tmp}, clones HEAD into it and runs COMMAND there
-(default: ./check). Requires root and about 9 GB of disk space. Installs debootstrap if it is missing.
+(default: ./check --all). Requires root and about 9 GB of disk space. Installs debootstrap if it is missing.
   --keep   keep the scratch folder and print its path
 USAGE
 }
@@ -19,7 +19,7 @@ case "${1:-}" in
   -*) usage >&2; exit 2 ;;
 esac
 command=("$@")
-[ "${#command[@]}" -gt 0 ] || command=(./check)
+[ "${#command[@]}" -gt 0 ] || command=(./check --all)
 
 [ "$(id -u)" -eq 0 ] || { echo "fresh-check: must run as root; use sudo" >&2; exit 1; }
 top=$(cd "$(dirname "$0")/.." && pwd)

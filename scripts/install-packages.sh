@@ -19,8 +19,8 @@ demo=(
   libopenh264-dev libswscale-dev libturbojpeg0-dev libyuv-dev ninja-build pkg-config
 )
 native=(
-  "${demo[@]}" acpica-tools busybox-static clang clang-format clang-tidy cpio ffmpeg gcovr git libbenchmark-dev
-  libclang-rt-14-dev libgmock-dev libgtest-dev libusbredirparser-dev llvm mandoc python3 python3-pytest python3-yaml
+  "${demo[@]}" acpica-tools busybox-static clang clang-format clang-tidy cpio ffmpeg git libbenchmark-dev
+  libclang-rt-14-dev libgmock-dev libgtest-dev libusbredirparser-dev llvm mandoc python3 python3-clang python3-pytest python3-yaml
   qemu-system-x86 v4l-utils valgrind
 )
 bench=(

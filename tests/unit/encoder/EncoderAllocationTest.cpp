@@ -87,6 +87,7 @@ class EncoderAllocationFailure : public ::testing::TestWithParam<FailureCase> {
 };
 
 TEST_P(EncoderAllocationFailure, IsReportedAndTheRetrySucceeds) {
+  std::uint64_t injectedFailures = 0;
   const auto failEveryAllocation = [&] {
     std::uint64_t number = 0;
     do {
@@ -97,7 +98,8 @@ TEST_P(EncoderAllocationFailure, IsReportedAndTheRetrySucceeds) {
       EXPECT_EQ(hasSucceeded, GetParam().persistence == Persistence::kTransient || !allocations.HasFailed());
       ASSERT_FALSE(HasFailure());
     } while (allocations.HasFailed());
-    std::cout << number << " runs\n";
+    injectedFailures += number;
+    RecordProperty("injected_failures", std::to_string(injectedFailures));
     EXPECT_GT(number, 2U) << "expected at least two allocations";
   };
   // After this many rounds the caches of the allocator no longer grow.
