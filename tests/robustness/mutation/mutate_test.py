@@ -1,200 +1,211 @@
-"""Tests of scripts/mutate.py: of its lists, and of whole runs over a program of one function."""
+"""Tests of scripts/mutate.py: the mutants of small functions, and whole runs over a project of one class."""
 
-import contextlib
 import io
 import os
+import pathlib
+import subprocess
 import sys
-import tempfile
-import unittest
-from pathlib import Path
-from unittest import mock
+import textwrap
 
-sys.path.insert(0, str(Path(__file__).resolve().parents[3] / "scripts"))
+import pytest
+
+sys.dont_write_bytecode = True
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[3] / "scripts"))
 
 import mutate  # noqa: E402
+from mutation import generate  # noqa: E402
 
-# Tells in the words of the test library what it does.
-PROGRAM = """
-#include <cstdio>
-#include "Sum.h"
 
-int main() {
-  std::puts("[ RUN      ] Sum.IsTheSum");
-  std::fflush(stdout);
-  const bool good = Sum(2, 3) == 5;
-  std::puts(good ? "[       OK ] Sum.IsTheSum (0 ms)" : "[  FAILED  ] Sum.IsTheSum (0 ms)");
-  return good ? 0 : 1;
+def mutants(tmp_path, source):
+    """The changes in the function f of a source."""
+    file = tmp_path / "f.cpp"
+    file.write_text(textwrap.dedent(source))
+    unit = generate.Unit(str(file), ["-x", "c++", "-std=c++20"], {str(file)})
+    assert not unit.errors
+    pairs = generate.mutants_of("f.cpp", file.read_bytes(), unit.sites[str(file)].values(), 0)
+    return sorted(f"{mutant.operator}: {mutant.change}" for _, mutant in pairs)
+
+
+@pytest.mark.parametrize("function, expected", [
+    ("bool f(int a, int b) { return a < b; }",
+     ["comparison: a < b -> a <= b", "comparison: a < b -> a >= b"]),
+    ("int f(int a, int b) { return a - b; }",
+     ["arithmetic: a - b -> (a) + (b)", "result: a - b -> (a - b) + 1"]),
+    ("void f(bool a, bool b) { if (a && b) g(); }",
+     ["boolean: a && b -> (a) || (b)", "boolean: a && b -> static_cast<bool>(a)",
+      "boolean: a && b -> static_cast<bool>(b)", "condition: a && b -> false", "condition: a && b -> true"]),
+    ("void f(int& a) { a = 1; g(); }",
+     ["assignment: a = 1 -> (dropped)", "call: g() -> (dropped)", "constant: 1 -> 1 + 1"]),
+    ("int f(int a, int b) { return h(a, b); }",
+     ["argument: h(a, b) -> h(b, a)", "result: h(a, b) -> (h(a, b)) + 1"]),
+    ("bool f(bool a) { return !a; }", ["boolean: !a -> !!(a)"]),
+    ("const char* f() { return TEXT; }", ["result: TEXT -> nullptr"]),
+    ("void f() { LOG(\"one\", 2); }",
+     ["call: LOG(\"one\", 2) -> (dropped)", "constant: 2 -> 2 + 1", "text: \"one\" -> \"\""]),
+    ("constexpr int f(int a) { return a + 1; }", []),
+    ("int f(int a) { static_assert(1 < 2); switch (a) { case 1: return a; } return a; }",
+     ["result: a -> (a) + 1", "result: a -> (a) + 1"]),
+])
+def test_operators(tmp_path, function, expected):
+    declarations = """
+        #define TEXT "text"
+        #define LOG(text, line) log(line, text)
+        void log(int line, const char* text);
+        void g();
+        int h(int, int);
+    """
+    assert mutants(tmp_path, declarations + function) == expected
+
+
+def test_key_survives_edits_of_other_functions(tmp_path):
+    def keys(source):
+        file = tmp_path / "f.cpp"
+        file.write_text(source)
+        unit = generate.Unit(str(file), ["-x", "c++", "-std=c++20"], {str(file)})
+        return [mutant.key for _, mutant in
+                generate.mutants_of("f.cpp", file.read_bytes(), unit.sites[str(file)].values(), 0)]
+
+    before = keys("struct S { int f() { return 1 + 2; } };")
+    after = keys("bool g(int a) {\n  return a == 3;\n}\nstruct S { int f() { return 1 + 2; } };")
+    assert [key for key in after if "S::f" in key] == before
+
+
+PROJECT = {
+    "CMakeLists.txt": """
+        cmake_minimum_required(VERSION 3.25)
+        project(counter LANGUAGES CXX)
+        set(CMAKE_CXX_STANDARD 20)
+        set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+        find_package(GTest REQUIRED)
+        add_executable(tests tests.cpp src/Counter.cpp)
+        target_link_libraries(tests PRIVATE GTest::gtest_main)
+    """,
+    "src/Counter.h": """
+        class Counter {
+         public:
+          void Add(int amount);
+          int Get() const { return m_count; }
+
+         private:
+          int m_count = 0;
+          bool m_isUsed = false;
+        };
+    """,
+    "src/Counter.cpp": """
+        #include "Counter.h"
+        void Counter::Add(int amount) {
+          while (amount > 0) {
+            ++m_count;
+            --amount;
+          }
+          m_isUsed = true;
+        }
+    """,
+    "tests.cpp": """
+        #include <gtest/gtest.h>
+        #include "src/Counter.h"
+        TEST(Counter, StartsAtZero) { EXPECT_EQ(Counter().Get(), 0); }
+        TEST(Counter, CountsWhatIsAdded) {
+          Counter counter;
+          counter.Add(2);
+          EXPECT_EQ(counter.Get(), 2);
+        }
+    """,
+    "survivors.txt": """
+        src/Counter.cpp Counter::Add assignment 3: m_isUsed = true -> (dropped)
+        src/Counter.cpp Counter::Add constant 2: true -> false
+        src/Counter.h Counter constant 2: false -> true
+          Nothing reads the member.
+    """,
 }
-"""
-PROJECT = """
-cmake_minimum_required(VERSION 3.25)
-project(sum LANGUAGES CXX)
-set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
-add_executable(unit_tests src/main.cpp)
-add_executable(defaults_tests src/main.cpp)
-add_custom_target(nuveqcamerahandler_scripted)
-"""
-SUM = """
-inline int Sum(int a, int b) {
-  int sum = a;
-  sum += b;
-  sum += 0;
-  return sum;
-}
-"""
-NOTICED = """
-[constant] the sum is one too great
--  int sum = a;
-+  int sum = a + 1;
-"""
-UNNOTICED = """
-[call dropped] nothing is not added
--  sum += 0;
-"""
-WITH_A_REASON = UNNOTICED + "survives: it is\nnothing.\n"
 
 
-class Project(unittest.TestCase):
-    """A folder with a source and a list of mistakes."""
-
-    def setUp(self):
-        folder = tempfile.TemporaryDirectory(prefix="mutate test ")
-        self.addCleanup(folder.cleanup)
-        self.root = Path(folder.name)
-        self.write("CMakeLists.txt", PROJECT)
-        self.write("src/main.cpp", PROGRAM)
-        self.write("src/Sum.h", SUM)
-        self.write("tests/robustness/mutation/copy.cmake", "")
-
-    def write(self, name, text):
-        path = self.root / name
+@pytest.fixture
+def project(tmp_path):
+    root = tmp_path / "counter"
+    for name, text in PROJECT.items():
+        path = root / name
         path.parent.mkdir(parents=True, exist_ok=True)
-        path.write_text(text)
-
-    def lists(self, text, source="Sum.h"):
-        self.write(f"tests/robustness/mutation/{source}.mutants", text)
-        return mutate.read_lists(self.root)
-
-    def run_script(self, text, *arguments):
-        """(exit code, output) of a run over the list."""
-        self.write("tests/robustness/mutation/Sum.h.mutants", text)
-        output = io.StringIO()
-        command = ["mutate.py", "--jobs", "1", "--build", str(self.root / "build"), *arguments]
-        with mock.patch.object(mutate, "ROOT", self.root), mock.patch.object(mutate, "PATIENCE_S", 5), \
-                mock.patch.object(sys, "argv", command), contextlib.redirect_stdout(output):
-            code = mutate.main()
-        return code, output.getvalue()
+        path.write_text(textwrap.dedent(text).lstrip())
+    return mutate.Project(root, ["src"], ["tests"], root / "survivors.txt", [])
 
 
-class ListTest(Project):
-    def refuse(self, text, message):
-        with self.assertRaises(mutate.Trouble) as caught:
-            self.lists(text)
-        self.assertIn(message, str(caught.exception))
-
-    def test_entry_is_a_small_patch(self):
-        entry, = self.lists("# Of the sum\n[constant] wrong\n   sum += b;\n-  sum += 0;\n+  sum += 1;\n")
-        self.assertEqual(str(entry), "Sum.h: [constant] wrong")
-        self.assertEqual(entry.apply(SUM), SUM.replace("+= 0", "+= 1"))
-        self.assertEqual(entry.reason, "")
-
-    def test_lines_behind_a_deletion_keep_their_numbers(self):
-        entry, = self.lists(UNNOTICED)
-        self.assertEqual(entry.apply(SUM), SUM.replace("  sum += 0;", ""))
-
-    def test_reason_goes_on_to_the_end_of_its_entry(self):
-        entries = self.lists(WITH_A_REASON + NOTICED)
-        self.assertEqual([entry.reason for entry in entries], ["it is nothing.", ""])
-
-    def test_text_that_is_gone_is_an_error_with_its_place(self):
-        self.refuse(NOTICED + "\n[constant] gone\n-  int sum = c;\n+  int sum = 0;\n",
-                    "Sum.h.mutants:6: not in Sum.h: int sum = c;")
-
-    def test_text_that_is_there_twice_is_an_error(self):
-        self.write("src/Sum.h", SUM + SUM)
-        self.refuse(NOTICED, "Sum.h.mutants:2: 2 times in Sum.h: int sum = a;")
-
-    def test_every_error_of_a_list_is_told(self):
-        gone = "[constant] gone\n-  gone;\n+  here;\n"
-        self.refuse(gone + "\n" + gone.replace("gone;", "lost;"), "lost;")
-        self.refuse(gone + "\n" + gone.replace("gone;", "lost;"), "gone;")
-
-    def test_entries_have_a_known_kind_and_a_title(self):
-        self.refuse(NOTICED.replace("constant", "mistake"), "Sum.h.mutants:2: does not begin with the kind")
-        self.refuse(NOTICED.replace(" the sum is one too great", ""), "Sum.h.mutants:2: does not begin with the kind")
-
-    def test_entries_change_something_and_add_no_lines(self):
-        self.refuse("[constant] same\n-  sum += 0;\n+  sum += 0;\n", "changes nothing")
-        self.refuse("[constant] more\n-  sum += 0;\n+  sum += 0;\n+  sum += 0;\n", "more lines")
-
-    def test_the_same_mistake_twice_is_an_error(self):
-        self.refuse(NOTICED + NOTICED.replace("great", "high"), "the same as Sum.h.mutants:2")
-        self.refuse(NOTICED + NOTICED.replace("a + 1", "a + 2"), "the same as Sum.h.mutants:2")
-
-    def test_list_without_a_source_is_an_error(self):
-        with self.assertRaises(mutate.Trouble) as caught:
-            self.lists(NOTICED, source="Product.h")
-        self.assertIn("there is no Product.h in src", str(caught.exception))
-
-    def test_sample_is_the_same_each_time_and_from_different_sources(self):
-        self.write("src/Other.h", SUM)
-        self.lists(NOTICED + UNNOTICED)
-        mutants = self.lists(NOTICED + UNNOTICED, source="Other.h")
-        chosen = mutate.sample(mutants, 2)
-        self.assertEqual({mutant.source for mutant in chosen}, {"Sum.h", "Other.h"})
-        self.assertEqual(mutate.sample(list(reversed(mutants)), 2), chosen)
-        self.assertEqual(len(mutate.sample(mutants, 9)), 4)
+def run(project, *words):
+    """Returns the exit code, the output and the outcomes by mutant."""
+    out = io.StringIO()
+    folder = project.root.parent / "build"
+    result = mutate.main(["--build", str(folder), *words], project, out)
+    file = folder / "outcomes.txt"
+    outcomes = {}
+    for line in file.read_text().splitlines() if file.exists() else []:
+        verdict, key, change = line.split(": ", 2)
+        outcomes[key] = (verdict, change)
+    return result, out.getvalue(), outcomes
 
 
-class RunTest(Project):
-    def test_run_tells_the_noticed_from_the_survivors(self):
-        hangs = "\n[condition] it does not end\n-  sum += b;\n+  for (;;) { sum += b; }\n"
-        crashes = "\n[constant] it crashes\n-  return sum;\n+  __builtin_trap();\n"
-        code, output = self.run_script(NOTICED + UNNOTICED + hangs + crashes)
-        self.assertEqual(code, 1, output)
-        self.assertIn("] noticed: Sum.h: [constant] the sum is one too great <- Sum.IsTheSum\n", output)
-        self.assertIn("] noticed: Sum.h: [condition] it does not end <- Sum.IsTheSum (hangs)\n", output)
-        self.assertIn("] noticed: Sum.h: [constant] it crashes <- Sum.IsTheSum (crashes)\n", output)
-        self.assertIn("\nSURVIVED: Sum.h: [call dropped] nothing is not added (Sum.h.mutants:6)", output)
-        self.assertIn("score: 3 of 4 noticed (75.0 %); 0 more", output)
-        self.assertIn("all                      4        3       0         1      0\n", output)
-        self.assertEqual((self.root / "src/Sum.h").read_text(), SUM, "only the copy is changed")
-        self.assertEqual((self.root / "build/1/tree/src/Sum.h").read_text(), SUM, "and put right again")
-
-    def test_survivors_with_a_reason_are_good(self):
-        code, output = self.run_script(NOTICED + WITH_A_REASON)
-        self.assertEqual(code, 0, output)
-        self.assertIn("score: 1 of 1 noticed (100.0 %); 1 more survive", output)
-
-    def test_reason_that_is_none_is_told(self):
-        code, output = self.run_script(NOTICED + "survives: nobody looks.\n")
-        self.assertEqual(code, 1, output)
-        self.assertIn("NOTICED AFTER ALL: Sum.h: [constant] the sum is one too great", output)
-
-    def test_either_is_good_where_it_is_a_matter_of_luck(self):
-        code, output = self.run_script(NOTICED + "may survive: it depends.\n" + UNNOTICED + "may survive: it depends.\n")
-        self.assertEqual(code, 0, output)
-        self.assertIn("score: 1 of 1 noticed (100.0 %); 1 more survive", output)
-
-    def test_mistake_that_does_not_compile_is_told(self):
-        code, output = self.run_script(NOTICED.replace("a + 1", "c") + UNNOTICED + "survives: it is nothing.\n")
-        self.assertEqual(code, 1, output)
-        self.assertIn("ERROR: Sum.h: [constant] the sum is one too great", output)
-        self.assertIn("does not compile", output)
-        self.assertIn("survived, as it says: Sum.h: [call dropped]", output)
-
-    def test_tests_that_fail_without_a_mistake_find_nothing_out(self):
-        self.write("src/Sum.h", SUM.replace("sum += 0", "sum += 1"))
-        with self.assertRaises(mutate.Trouble) as caught:
-            self.run_script(NOTICED)
-        self.assertIn("[  FAILED  ] Sum.IsTheSum", str(caught.exception))
-
-    def test_checking_the_list_builds_nothing(self):
-        code, output = self.run_script(NOTICED + UNNOTICED, "--check-list")
-        self.assertEqual((code, output), (0, "2 fit the sources\n"))
-        self.assertFalse((self.root / "build").exists())
+def edit(project, name, old, new):
+    file = project.root / name
+    assert old in file.read_text()
+    file.write_text(file.read_text().replace(old, new))
 
 
-if __name__ == "__main__":
-    os.environ.setdefault("CMAKE_BUILD_PARALLEL_LEVEL", "1")
-    unittest.main()
+def test_run_separates_noticed_mutants_from_listed_ones(project):
+    result, output, outcomes = run(project)
+    assert result == 0, output
+    assert outcomes["src/Counter.cpp Counter::Add assignment 3"][0] == "listed"
+    verdict, change = outcomes["src/Counter.h Counter constant 1"]
+    assert (verdict, "<- Counter.StartsAtZero" in change) == ("noticed", True)
+    # --amount becomes ++amount: the loop does not end soon.
+    assert any("(hangs)" in change for _, change in outcomes.values()), outcomes
+
+
+def test_run_reports_a_survivor_that_is_not_listed(project):
+    edit(project, "tests.cpp", "EXPECT_EQ(counter.Get(), 2);", "EXPECT_GT(counter.Get(), 0);")
+    result, output, outcomes = run(project)
+    assert result == 1
+    assert outcomes["src/Counter.cpp Counter::Add comparison 1"][0] == "noticed"
+    survived = {key for key, (verdict, _) in outcomes.items() if verdict == "SURVIVED"}
+    assert survived and all(f"SURVIVED: {key}" in output for key in survived)
+
+
+def test_run_reports_a_mutant_that_no_test_reaches(project):
+    edit(project, "src/Counter.cpp", "  m_isUsed = true;", "  if (amount == -7) {\n    m_count = 0;\n  }\n  m_isUsed = true;")
+    edit(project, "survivors.txt", "assignment 3", "assignment 4")
+    _, output, _ = run(project)
+    assert "m_count = 0 -> (dropped) (reached by no test)" in output
+
+
+def test_run_reports_a_listed_mutant_that_is_noticed_or_gone(project):
+    edit(project, "survivors.txt", "constant 2: false", "constant 1: 0")
+    edit(project, "survivors.txt", "0 -> true", "0 -> 0 + 1")
+    result, output, _ = run(project)
+    assert result == 1
+    assert "NOTICED, BUT LISTED: src/Counter.h Counter constant 1" in output
+    edit(project, "survivors.txt", "constant 1: 0", "constant 9: 0")
+    result, output, _ = run(project, "--only", "assignment")
+    assert (result, "no such mutant: src/Counter.h Counter constant 9" in output) == (1, True)
+
+
+def test_sample_prefers_changed_lines(project):
+    def git(*words):
+        subprocess.run(["git", "-C", project.root, "-c", "user.name=test", "-c", "user.email=test", *words], check=True,
+                       capture_output=True, env={**os.environ, "GIT_CONFIG_GLOBAL": os.devnull})
+
+    git("init")
+    git("add", ".")
+    git("commit", "-m", "first")
+    edit(project, "src/Counter.h", "return m_count;", "return m_count + 0;")
+    _, output, _ = run(project, "--list", "--sample", "1")
+    assert "Counter::Get" in output
+
+
+def test_failing_tests_end_the_run(project, capsys):
+    edit(project, "tests.cpp", "Get(), 0", "Get(), 1")
+    assert run(project)[0] == 2
+    assert "Counter.StartsAtZero fails without a mutant" in capsys.readouterr().err
+
+
+def test_compiler_errors_without_a_mutant_end_the_run(project, capsys):
+    edit(project, "src/Counter.cpp", "++m_count;", "++m_cuont;")
+    assert run(project)[0] == 2
+    assert "Counter.cpp" in capsys.readouterr().err

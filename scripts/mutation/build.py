@@ -1,0 +1,227 @@
+"""The instrumented build: a copy of the tree that contains all mutants."""
+import collections
+import concurrent.futures
+import fcntl
+import json
+import os
+import pathlib
+import re
+import shlex
+import shutil
+import subprocess
+
+from . import generate
+from .trouble import Trouble
+
+NOT_COPIED = shutil.ignore_patterns("build", "out", ".git", "__pycache__")
+SWITCH = pathlib.Path(__file__).resolve().parent / "Mutant.h"
+TIMEOUT_S = 1800
+
+
+def tail(output, lines=20):
+    return "\n".join(output.splitlines()[-lines:])
+
+
+def run(command, folder=None):
+    done = subprocess.run([str(part) for part in command], cwd=folder, stdin=subprocess.DEVNULL, text=True,
+                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=TIMEOUT_S, check=False)
+    return done.returncode, done.stdout
+
+
+def run_checked(command, folder=None):
+    result, output = run(command, folder)
+    if result != 0:
+        raise Trouble(f"{' '.join(str(part) for part in command[:3])} ... failed:\n{tail(output)}")
+    return output
+
+
+def synchronize(source, copy):
+    """Makes the copy equal to the source. Unchanged files keep their time stamps, so that they are not rebuilt."""
+    def copy_changed(old, new):
+        if not pathlib.Path(new).is_file() or pathlib.Path(new).read_bytes() != pathlib.Path(old).read_bytes():
+            shutil.copyfile(old, new)
+
+    shutil.copytree(source, copy, ignore=NOT_COPIED, copy_function=copy_changed, dirs_exist_ok=True)
+    for file in [path for path in copy.rglob("*") if path.is_file() and not (source / path.relative_to(copy)).exists()]:
+        file.unlink()
+
+
+def parse(task):
+    """Returns the sites of a translation unit, by file. Runs in a process of its own."""
+    path, arguments, wanted = task
+    unit = generate.Unit(path, arguments, wanted)
+    return unit.errors, {file: list(sites.values()) for file, sites in unit.sites.items()}
+
+
+class InstrumentedBuild:
+    """A copy of the tree in folder/tree, of which the sources in `mutated` contain mutants, built in folder/build."""
+
+    def __init__(self, root, folder, mutated, options=()):
+        self.root = root
+        self.folder = folder
+        self.tree = folder / "tree"
+        self.build = folder / "build"
+        self.mutated = mutated
+        self.options = options
+        self.jobs = len(os.sched_getaffinity(0))
+        self.mutants = []
+
+    def lock(self):
+        """Locks the folder until this process exits."""
+        self.folder.mkdir(parents=True, exist_ok=True)
+        self.lock_file = open(self.folder / "lock", "w")
+        try:
+            fcntl.flock(self.lock_file, fcntl.LOCK_EX | fcntl.LOCK_NB)
+        except BlockingIOError:
+            raise Trouble(f"another run is using {self.folder}") from None
+
+    def configure(self):
+        self.tree.mkdir(exist_ok=True)
+        synchronize(self.root, self.folder / "original")
+        if not (self.tree / "CMakeLists.txt").exists():
+            synchronize(self.root, self.tree)
+        run_checked(["cmake", "-S", self.tree, "-B", self.build, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=None",
+                     "-DCMAKE_EXPORT_COMPILE_COMMANDS=ON", f"-DCMAKE_CXX_FLAGS=-w -include {SWITCH}",
+                     "-DCMAKE_C_FLAGS=-w", "-DCMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE=PRE_TEST", *self.options])
+
+    def commands(self):
+        """The compiler's arguments for each source that is mutated."""
+        arguments = {}
+        for entry in json.loads((self.build / "compile_commands.json").read_text()):
+            source = pathlib.Path(entry["file"]).relative_to(self.tree) \
+                if pathlib.Path(entry["file"]).is_relative_to(self.tree) else None
+            if source is not None and source.suffix == ".cpp" and self.is_mutated(source):
+                arguments.setdefault(str(source), shlex.split(entry["command"]))
+        if not arguments:
+            raise Trouble(f"no sources to mutate in {' '.join(self.mutated)}")
+        return arguments
+
+    def is_mutated(self, source):
+        return any(source.is_relative_to(folder) for folder in self.mutated)
+
+    def collect(self):
+        """Returns the sites of each mutated file."""
+        original = self.folder / "original"
+        wanted = {str(file) for folder in self.mutated for file in (original / folder).rglob("*")
+                  if file.suffix in (".cpp", ".h")}
+        resources = run_checked(["clang", "-print-resource-dir"]).strip()
+        tasks = []
+        for source, command in self.commands().items():
+            flags = [part.replace(str(self.tree), str(original)) for part in command[1:]]
+            kept = [flag for flag, following in zip(flags, [*flags[1:], ""])
+                    if flag.startswith(("-I", "-D", "-std="))]
+            kept += [part for flag, folder in zip(flags, flags[1:]) if flag == "-isystem"
+                     for part in (flag, folder)]
+            tasks.append((str(original / source), ["-x", "c++", "-w", "-resource-dir", resources, *kept], wanted))
+        sites = collections.defaultdict(dict)
+        with concurrent.futures.ProcessPoolExecutor(self.jobs) as pool:
+            for (path, _, _), (errors, found) in zip(tasks, pool.map(parse, tasks)):
+                if errors:
+                    raise Trouble(f"{path} has errors: {errors[0]}")
+                for file, additional in found.items():
+                    sites[str(pathlib.Path(file).relative_to(original))].update(
+                        ((site.begin, site.end, site.replacement), site) for site in additional)
+        return {source: list(found.values()) for source, found in sorted(sites.items())}
+
+    def generate(self):
+        """Generates the mutants and writes the instrumented sources."""
+        self.sites = self.collect()
+        self.rejected = []
+        self.write()
+
+    def write(self):
+        """Numbers the mutants and writes the instrumented sources."""
+        self.mutants = []
+        self.pairs, self.instrumented, self.ranges = {}, {}, {}
+        for source, sites in self.sites.items():
+            text = (self.folder / "original" / source).read_bytes()
+            self.pairs[source] = generate.mutants_of(source, text, sites, len(self.mutants))
+            self.mutants += [mutant for _, mutant in self.pairs[source]]
+            self.instrumented[source], self.ranges[source] = generate.instrument(text, self.pairs[source])
+        synchronize_instrumented(self.folder / "original", self.tree, self.instrumented)
+
+    def reject_uncompilable(self):
+        """Removes the mutants that do not compile."""
+        commands = self.commands()
+        while commands:
+            errors = self.syntax_errors(commands)
+            bad = {}
+            for places in errors.values():
+                # An error may entail others elsewhere.
+                causes = [mutant for place in places for mutant in self.mutants_at(*place)]
+                if not causes:
+                    raise Trouble(f"no mutant causes the errors at {sorted(places)}")
+                bad.update((mutant.number, mutant) for mutant in causes)
+            for source, pairs in self.pairs.items():
+                self.sites[source] = [site for site, mutant in pairs if mutant.number not in bad]
+            self.rejected += bad.values()
+            self.write()
+            commands = {source: commands[source] for source in errors}
+
+    def mutants_at(self, source, line, column):
+        """The mutants to which an error at this place of the instrumented source is due."""
+        if source not in self.pairs:
+            return []
+        lines = self.instrumented[source].splitlines(keepends=True)
+        line_begin = sum(len(earlier) for earlier in lines[:line - 1])
+        place = line_begin + column - 1
+        around = [range_ for range_ in self.ranges[source] if range_.begin <= place < range_.end]
+        if around:
+            return min(around, key=lambda range_: range_.end - range_.begin).mutants
+        return [mutant for range_ in self.ranges[source] for mutant in range_.mutants
+                if line_begin <= range_.begin < line_begin + len(lines[line - 1])]
+
+    def syntax_errors(self, commands):
+        """Returns the places (source, line, column) of the errors, by compiled source."""
+        def check(command):
+            command = [part for part in command if part != "-c"]
+            at = command.index("-o")
+            del command[at:at + 2]
+            return run([*command, "-fsyntax-only", "-fno-diagnostics-show-caret"], self.build)[1]
+
+        with concurrent.futures.ThreadPoolExecutor(self.jobs) as pool:
+            found = zip(commands, pool.map(check, commands.values()))
+            return {source: places for source, output in found if (places := self.places(output))}
+
+    def places(self, output):
+        """Returns the places of the errors to deal with first."""
+        # The error of a constant that depends on the active mutant lies in the definition of the macro, and entails
+        # others.
+        constants = re.findall(r"^(\S+?):(\d+):(\d+): note: in expansion of macro .NUVEQ_MUTANT", output, re.M)
+        if constants:
+            return {self.place(*place) for place in constants}
+        # An error in a template of another library counts as one of the line that instantiates it.
+        places, instantiated_from = set(), None
+        for *position, text in re.findall(r"^(\S+?):(\d+):(\d+): +(required from here|(?:fatal )?error:.*)", output, re.M):
+            place = self.place(*position)
+            if text == "required from here":
+                instantiated_from = place or instantiated_from
+            elif place or instantiated_from:
+                places.add(place or instantiated_from)
+                instantiated_from = None
+            else:
+                raise Trouble(f"no mutant causes this error:\n{':'.join(position)}: {text}")
+        return places
+
+    def place(self, file, line, column):
+        path = pathlib.Path(os.path.normpath(self.build / file))
+        return (str(path.relative_to(self.tree)), int(line), int(column)) if path.is_relative_to(self.tree) else None
+
+    def compile(self, targets):
+        run_checked(["cmake", "--build", self.build, "--parallel", self.jobs, "--target", *targets])
+
+
+def synchronize_instrumented(original, tree, instrumented):
+    """Makes the tree equal to the original except for the instrumented files."""
+    def content(path):
+        return instrumented.get(str(path.relative_to(original)))
+
+    def copy_changed(old, new):
+        wanted = content(pathlib.Path(old)) or pathlib.Path(old).read_bytes()
+        if not pathlib.Path(new).is_file() or pathlib.Path(new).read_bytes() != wanted:
+            pathlib.Path(new).write_bytes(wanted)
+            shutil.copymode(old, new)
+
+    shutil.copytree(original, tree, copy_function=copy_changed, dirs_exist_ok=True)
+    for file in [path for path in tree.rglob("*") if path.is_file() and not (original / path.relative_to(tree)).exists()]:
+        file.unlink()

@@ -1,0 +1,2 @@
+class Trouble(Exception):
+    """Prevents the run. The text says why and, where possible, what to do next."""
