@@ -4,8 +4,6 @@
 
 namespace fault {
 
-using support::Persistence;
-
 TEST_P(EveryCall, FailsWithDocumentedResult) {
   const auto repeat = [this](Subject subject, const std::string& kind, scripted::Answer answer) {
     RepeatUntilNothingFails(kind, [&](std::uint64_t number) {
@@ -28,10 +26,6 @@ TEST_P(EveryCall, FailsWithDocumentedResult) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Of, EveryCall,
-                         ::testing::Combine(::testing::ValuesIn(Scenarios()),
-                                            ::testing::Values(Persistence::kTransient,
-                                                              Persistence::kPersistent)),
-                         EveryCall::NameOf);
+INSTANTIATE_TEST_SUITE_P(Of, EveryCall, EveryCall::TransientAndPersistent(Scenarios()), EveryCall::NameOf);
 
 }  // namespace fault

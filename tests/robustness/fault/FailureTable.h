@@ -1,4 +1,5 @@
-// What a host sees if a platform call fails: a row for every call that a session makes and that can fail.
+// What a host sees if a platform call fails: its result, and the log lines and callbacks. A row for every
+// call of a session that can fail.
 #pragma once
 
 #include <optional>
@@ -7,7 +8,7 @@
 
 namespace fault {
 
-// State of the library after an open, as far as later calls depend on it.
+// State of the library after an open, and what the host does next.
 enum class State {
   kClosed,        // no camera is open: open again
   kOpen,          // the graph is built, and running unless the open failed: close
@@ -24,7 +25,8 @@ struct Outcome {
   State state = State::kClosed;  // of a failed open
 };
 
-// A platform call. Without an outcome its failure has no effect: the step continues and succeeds.
+// A platform call. Without an outcome its failure has no effect: the step continues, and the host sees what
+// it sees without the failure.
 struct Row {
   Row(std::string row, const std::optional<Outcome>& outcome) : Row(std::move(row), outcome, outcome) {}
   Row(std::string row, std::optional<Outcome> outcome, std::optional<Outcome> null)

@@ -55,6 +55,7 @@ bool HasOutput(const std::string& operation) {
   return operations.contains(operation);
 }
 
+// True if the plan counts calls of the operation.
 bool IsSubject(const Plan& plan, const std::string& operation) {
   if (operation == kThreadStart || plan.subject == Subject::kThreadStarts) {
     return operation == kThreadStart && plan.subject == Subject::kThreadStarts;
@@ -123,11 +124,6 @@ HostRun::HostRun(std::function<std::uint64_t()> failedAllocations)
 HostRun::~HostRun() {
   m_waitingFrame = {};
   m_platform.Reset({});
-}
-
-void HostRun::BeginToFail(const Plan& plan) {
-  m_plan = plan;
-  m_count = 0;
 }
 
 std::optional<scripted::Answer> HostRun::Decide(const std::string& operation) {
@@ -222,11 +218,10 @@ void HostRun::Deliver(unsigned frames) {
       hasMemory.push_back(!entry.fails);
     }
   }
-  const bool canEncode =
-      m_steps.back().result == 0 && std::count(hasMemory.begin(), hasMemory.end(), true) != 0;
+  const bool isOpen = m_steps.back().result == NUVEQ_CAMERA_OK;
   bool isRunning = false;
   for (unsigned frame = 0; frame < frames; ++frame) {
-    if (canEncode && (frame >= kBuffers || hasMemory[frame])) {
+    if (isOpen && (frame >= kBuffers || hasMemory[frame])) {
       RecordStep("frame", [this] {
         const std::uint64_t packets = HostCallbacks::Get().PacketCount();
         EXPECT_TRUE(m_platform.DeliverFrame(SmallFrame()) && m_encodedFrames.try_acquire_for(kWaitTimeout));

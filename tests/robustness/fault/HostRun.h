@@ -56,7 +56,7 @@ class HostRun {
   HostRun& operator=(const HostRun&) = delete;
   ~HostRun();
 
-  void BeginToFail(const Plan& plan);
+  void BeginToFail(const Plan& plan) { m_plan = plan; }
   void FailNothing() { m_plan = {}; }
   bool HasFailed() const { return m_hasFailed; }
 
@@ -91,7 +91,7 @@ class HostRun {
 
   scripted::Platform& m_platform = scripted::Platform::Get();
   Plan m_plan;
-  std::uint64_t m_count = 0;
+  std::uint64_t m_count = 0;  // calls that the plan counts
   bool m_hasFailed = false;
   std::function<std::uint64_t()> m_failedAllocations;
   std::vector<Step> m_steps;

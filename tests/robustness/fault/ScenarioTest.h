@@ -31,6 +31,11 @@ Scenario DestroyWhileOpenScenario();
 
 class ScenarioTest : public ::testing::TestWithParam<std::tuple<Scenario, support::Persistence>> {
  public:
+  static auto TransientAndPersistent(const std::vector<Scenario>& scenarios) {
+    return ::testing::Combine(
+        ::testing::ValuesIn(scenarios),
+        ::testing::Values(support::Persistence::kTransient, support::Persistence::kPersistent));
+  }
   static std::string NameOf(const ::testing::TestParamInfo<ParamType>& info) {
     const bool isTransient = std::get<support::Persistence>(info.param) == support::Persistence::kTransient;
     return std::get<Scenario>(info.param).name + (isTransient ? "Transient" : "Persistent");

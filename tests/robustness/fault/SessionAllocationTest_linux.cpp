@@ -6,7 +6,6 @@
 namespace fault {
 
 using support::FailingAllocations;
-using support::Persistence;
 
 namespace {
 
@@ -36,10 +35,7 @@ std::vector<Scenario> AllScenarios() {
   return scenarios;
 }
 
-INSTANTIATE_TEST_SUITE_P(Of, EveryAllocation,
-                         ::testing::Combine(::testing::ValuesIn(AllScenarios()),
-                                            ::testing::Values(Persistence::kTransient,
-                                                              Persistence::kPersistent)),
+INSTANTIATE_TEST_SUITE_P(Of, EveryAllocation, EveryAllocation::TransientAndPersistent(AllScenarios()),
                          EveryAllocation::NameOf);
 
 }  // namespace
