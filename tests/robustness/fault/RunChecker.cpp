@@ -212,6 +212,8 @@ void RunChecker::CheckObjects(const Step& step) const {
   } else if (!mayCreateObjects) {
     EXPECT_EQ(step.alive, step.aliveBefore);
   }
+  // The module stays loaded while a graph exists.
+  EXPECT_EQ(Has(step.alive, "pin of the module"), Has(step.alive, "graph: 1") || Has(step.alive, "graph: 2"));
 }
 
 void RunChecker::UpdateState(const Step& step) {
