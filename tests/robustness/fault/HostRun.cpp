@@ -123,7 +123,7 @@ HostRun::HostRun(std::function<std::uint64_t()> failedAllocations)
 
 HostRun::~HostRun() {
   m_waitingFrame = {};
-  m_platform.Reset({});
+  m_platform.Decide(nullptr);
 }
 
 std::optional<scripted::Answer> HostRun::Decide(const std::string& operation) {
@@ -220,7 +220,8 @@ void HostRun::Deliver(unsigned frames) {
   }
   const bool isOpen = m_steps.back().result == NUVEQ_CAMERA_OK;
   bool isRunning = false;
-  for (unsigned frame = 0; frame < frames; ++frame) {
+  for (unsigned frame = 0; frame < frames && !m_waitingFrame.joinable() && !::testing::Test::HasFailure();
+       ++frame) {
     if (isOpen && (frame >= kBuffers || hasMemory[frame])) {
       RecordStep("frame", [this] {
         const std::uint64_t packets = HostCallbacks::Get().PacketCount();
@@ -232,7 +233,6 @@ void HostRun::Deliver(unsigned frames) {
     } else if (isRunning) {
       m_waitingFrame = std::jthread([this] { EXPECT_TRUE(m_platform.DeliverFrame(SmallFrame())); });
       EXPECT_TRUE(WaitFor([this] { return m_platform.FramesInDelivery() == 1; }));
-      return;
     }
   }
 }
