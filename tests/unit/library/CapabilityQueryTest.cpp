@@ -9,7 +9,6 @@
 namespace {
 
 using support::CameraHandlerTest;
-using support::ErrorLine;
 
 using CapabilityQuery = CameraHandlerTest;
 using scripted::Fails;
@@ -20,6 +19,7 @@ using scripted::PlugInCamera;
 using scripted::Yuy2;
 using ::testing::Contains;
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
 template <typename T>
@@ -38,19 +38,10 @@ bool IsZero(const void* record, std::size_t begin, std::size_t end) {
   return true;
 }
 
-TEST_F(CapabilityQuery, ReturnsOneRecordWithIdZero) {
-  EXPECT_EQ(Query(), 0);
-  EXPECT_EQ(cameraNum, 1U);
-  ASSERT_NE(capabilities, nullptr);
-  EXPECT_STREQ(capabilities->id, "0");
-  EXPECT_EQ(capabilities->idLen, 1U);
-  EXPECT_EQ(capabilities->abilityNum, 1U);
-  EXPECT_EQ(capabilities->abilities->abilityFlag, 1U);
-}
-
 TEST_F(CapabilityQuery, RecordsHaveTheDocumentedLayout) {
   platform.SetPc(LaptopPc({Mjpg(1280, 720, 30), Yuy2(640, 480, 30), Yuy2(640, 480, 15)}));
   ASSERT_EQ(Query(), 0);
+  EXPECT_EQ(cameraNum, 1U);
   const void* const record = capabilities;
   const auto* const id = ReadAt<const char*>(record, 0);
   EXPECT_EQ(id[0], '0');
@@ -88,15 +79,13 @@ TEST_F(CapabilityQuery, CameraWithoutUsableTypeHasNullLists) {
 TEST_F(CapabilityQuery, NoBuiltInCameraIsReportedAndKeepsTheCount) {
   platform.SetPc({{}, {PlugInCamera()}});
   cameraNum = 77;
-  EXPECT_EQ(Query(), NUVEQ_CAMERA_NOT_USABLE);
-  EXPECT_EQ(cameraNum, 77U);
-  EXPECT_THAT(LogLines(), ElementsAre(ErrorLine(792,
-                                                "[CameraOperator]report camera driver error"
-                                                "(CameraOperator::UpdateServiceActionToNuveq)"),
-                                      ErrorLine(981,
-                                                "[CameraOperator]Can not find PC Camera"
-                                                "(CameraOperator::GetCameraCapabilityInner)")));
-  EXPECT_THAT(platform.Journal(), Contains("action callback null 1 type 7 \"440\""));
+  for (const int refusal : {0, 55}) {
+    host.SetActionResult(refusal);
+    platform.ClearJournal();
+    EXPECT_EQ(Query(), NUVEQ_CAMERA_NOT_USABLE);
+    EXPECT_EQ(cameraNum, 77U);
+    EXPECT_THAT(platform.Journal(), Contains("action callback null 1 type 7 \"440\"").Times(1));
+  }
 }
 
 TEST_F(CapabilityQuery, ActionIsReportedBetweenTwoLogLines) {
@@ -104,34 +93,16 @@ TEST_F(CapabilityQuery, ActionIsReportedBetweenTwoLogLines) {
   EXPECT_EQ(Query(), NUVEQ_CAMERA_NOT_USABLE);
   const std::vector<std::string> journal = platform.Journal();
   const std::vector<std::string> end(journal.end() - 3, journal.end());
-  EXPECT_THAT(end, ElementsAre("log: [CameraOperator]report camera driver error"
-                               "(CameraOperator::UpdateServiceActionToNuveq)",
-                               "action callback null 1 type 7 \"440\"",
-                               "log: [CameraOperator]Can not find PC Camera"
-                               "(CameraOperator::GetCameraCapabilityInner)"));
-}
-
-TEST_F(CapabilityQuery, ActionCallbackErrorIsOnlyLogged) {
-  platform.SetPc({{}, {PlugInCamera()}});
-  for (const int answer : {55, -55}) {
-    host.SetActionResult(answer);
-    EXPECT_EQ(Query(), NUVEQ_CAMERA_NOT_USABLE);
-    EXPECT_THAT(LogLines(), Contains(ErrorLine(795, "[CameraOperator]fail to update service action, error: " +
-                                                        std::to_string(answer) +
-                                                        "(CameraOperator::UpdateServiceActionToNuveq)")));
-  }
+  EXPECT_THAT(end, ElementsAre(HasSubstr("report camera driver error"),
+                               "action callback null 1 type 7 \"440\"", HasSubstr("Can not find PC Camera")));
 }
 
 TEST_F(CapabilityQuery, NullArgumentsAreRefused) {
-  const std::string line = ErrorLine(968,
-                                     "[CameraOperator]input parameter error cameraNum or allAbilities null"
-                                     "(CameraOperator::GetCameraCapabilityInner)");
   NUVEQCameraCapabilities* records = nullptr;
   std::uint32_t count = 0;
   EXPECT_EQ(handler.GetCapability(nullptr, &count), -2);
   EXPECT_EQ(handler.GetCapability(&records, nullptr), -2);
   EXPECT_EQ(handler.GetCapability(nullptr, nullptr), -2);
-  EXPECT_THAT(LogLines(), ElementsAre(line, line, line));
   EXPECT_THAT(platform.Calls(), ElementsAre("CoInitialize()"));
 }
 
@@ -143,9 +114,6 @@ TEST_F(CapabilityQuery, RecordOfUnreadableCameraIsBuiltAndReleased) {
   EXPECT_NE(records, nullptr) << "it points at what was released";
   EXPECT_THAT(platform.Calls(), Contains("AllocateHostBlock(48)"));
   EXPECT_THAT(platform.Alive(), IsEmpty());
-  EXPECT_EQ(LogLines().back(), ErrorLine(1036,
-                                         "[CameraOperator]fail to get allAbilities -1000"
-                                         "(CameraOperator::GetCameraCapabilityInner)"));
 }
 
 struct AllocationFailure {
@@ -159,16 +127,20 @@ void PrintTo(const AllocationFailure& failure, std::ostream* out) { *out << fail
 class CapabilityAllocation : public CameraHandlerTest,
                              public ::testing::WithParamInterface<AllocationFailure> {};
 
-TEST_P(CapabilityAllocation, FailureReturnsItsCodeAndReleasesTheRecords) {
+TEST_P(CapabilityAllocation, FailureReturnsItsCodeAndReleasesOnlyItsRecord) {
+  ASSERT_EQ(Query(), 0);
+  NUVEQCameraCapabilities* records = capabilities;
+  cameraNum = 77;
+  const unsigned before = platform.CallCount("AllocateHostBlock");
   platform.AnswersNth("AllocateHostBlock", GetParam().number, Fails());
-  NUVEQCameraCapabilities* records = nullptr;
   EXPECT_EQ(handler.GetCapability(&records, &cameraNum), GetParam().result);
   EXPECT_EQ(cameraNum, 1U);
-  EXPECT_EQ(platform.CallCount("AllocateHostBlock"), GetParam().number) << "the first failure ends it";
+  EXPECT_EQ(platform.CallCount("AllocateHostBlock"), before + GetParam().number)
+      << "the first failure ends it";
   EXPECT_EQ(records == nullptr, GetParam().number == 1);
-  EXPECT_EQ(LogLines().back(),
-            ErrorLine(1036, "[CameraOperator]fail to get allAbilities " + std::to_string(GetParam().result) +
-                                "(CameraOperator::GetCameraCapabilityInner)"));
+  // The records of the earlier query still belong to the host.
+  EXPECT_STREQ(capabilities->id, "0");
+  ReleaseCapabilities();
   EXPECT_THAT(platform.Alive(), IsEmpty());
   EXPECT_EQ(Query(), 0) << "the next query works";
 }
@@ -179,30 +151,6 @@ INSTANTIATE_TEST_SUITE_P(Each, CapabilityAllocation,
                                            AllocationFailure{"Rates", 4, -1000},
                                            AllocationFailure{"Sizes", 5, -3}),
                          [](const auto& tested) { return std::string(tested.param.block); });
-
-TEST_F(CapabilityQuery, FailedRecordAllocationClearsTheHostsPointer) {
-  ASSERT_EQ(Query(), 0);
-  NUVEQCameraCapabilities* records = capabilities;
-  platform.AnswersNth("AllocateHostBlock", 1, Fails());
-  EXPECT_EQ(handler.GetCapability(&records, &cameraNum), -3);
-  EXPECT_EQ(records, nullptr);
-  // The records of the earlier query still belong to the host.
-  EXPECT_STREQ(capabilities->id, "0");
-  ReleaseCapabilities();
-  EXPECT_THAT(platform.Alive(), IsEmpty());
-}
-
-TEST_F(CapabilityQuery, FailureKeepsTheRecordsOfAnEarlierQuery) {
-  for (const unsigned block : {2U, 3U, 4U, 5U}) {
-    ASSERT_EQ(Query(), 0);
-    NUVEQCameraCapabilities* records = capabilities;
-    platform.AnswersNth("AllocateHostBlock", block, Fails());
-    EXPECT_NE(handler.GetCapability(&records, &cameraNum), 0);
-    EXPECT_STREQ(capabilities->id, "0");
-    ReleaseCapabilities();
-    EXPECT_THAT(platform.Alive(), IsEmpty());
-  }
-}
 
 TEST_F(CapabilityQuery, FailureBeforeTheFirstRecordKeepsTheHostsPointer) {
   ASSERT_EQ(Query(), 0);

@@ -99,37 +99,6 @@ TEST_F(ExhaustedPool, CloseReturnsWithoutEncoderThread) {
   EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
-TEST_F(ExhaustedPool, WaitingFrameIsEncodedOnceABufferIsFree) {
-  QueryAndRelease();
-  ExpectFormatLeft();
-  Gate mayReturn;
-  host.InData([&](const Packet&) { EXPECT_TRUE(mayReturn.Wait()); });
-  platform.SetStreaming({true, [](std::uint64_t number) {
-                           return number < 6 ? Frame(kFrameSize, static_cast<std::uint8_t>(number))
-                                             : Frame(0, 0);
-                         }});
-  EXPECT_EQ(Open(), NUVEQ_CAMERA_OK);
-  // One frame is in the data callback, its buffer has been returned, and five frames are queued.
-  ASSERT_TRUE(WaitFor([&] { return platform.DeliveredFrames() == 6; }));
-  mayReturn.Open();
-  EXPECT_TRUE(host.WaitForPackets(6));
-  EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
-}
-
-TEST_F(ExhaustedPool, CloseReturnsWhileTheCameraWaitsForABuffer) {
-  QueryAndRelease();
-  ExpectFormatLeft();
-  Gate mayReturn;
-  host.InData([&](const Packet&) { EXPECT_TRUE(mayReturn.Wait()); });
-  platform.SetStreaming({true, [](std::uint64_t) { return Frame(kFrameSize, 1); }});
-  EXPECT_EQ(Open(), NUVEQ_CAMERA_OK);
-  EXPECT_TRUE(WaitFor([&] { return platform.DeliveredFrames() == 6 && platform.FramesInDelivery() == 1; }));
-  std::thread closer([&] { EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED); });
-  EXPECT_TRUE(WaitFor([&] { return platform.CallCount("IMediaControl::Stop") == 1; }));
-  mayReturn.Open();
-  closer.join();
-}
-
 TEST_F(ExhaustedPool, CloseReturnsEveryTimeTheCameraWaitsForABuffer) {
   constexpr std::uint32_t kSide = 16;  // small frames for many rounds
   platform.SetPc({{{0, kBuiltInId}}, {BuiltInCamera({Yuy2(kSide, kSide, 30)})}});

@@ -76,14 +76,6 @@ TEST_F(FrameQueue, InitFailsWhileAllBuffersOfAStoppedPoolAreInUse) {
   queue.Uninit();
 }
 
-TEST_F(FrameQueue, InitSucceedsAfterUninit) {
-  EXPECT_TRUE(Init(2));
-  queue.PutDataBuffer(queue.GetFreeBuffer());
-  queue.Uninit();
-  EXPECT_TRUE(Init(2));
-  queue.Uninit();
-}
-
 TEST_F(FrameQueue, FailedFrameAllocationLeavesNoPool) {
   platform.AnswersNth("VideoFrame::AllocBuffer", 3, Fails());
   EXPECT_FALSE(Init());

@@ -161,6 +161,9 @@ TEST_F(QueueStress, EveryFramePassesOnceWithAnyNumberOfThreads) {
   round.End();
   EXPECT_EQ(round.Consumed(), kProducers * kFramesEach);
   EXPECT_EQ(round.Out(), round.In());
+  for (std::uint32_t i = 0; i < kPool; ++i) {
+    EXPECT_NE(queue.GetFreeBuffer(), nullptr);
+  }
   queue.Uninit();
   EXPECT_EQ(queue.left, 0U);
 }
