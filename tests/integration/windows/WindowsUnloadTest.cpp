@@ -15,6 +15,9 @@
 
 namespace {
 
+using ::testing::Contains;
+using ::testing::HasSubstr;
+
 // A loaded DLL of the fixtures.
 class FixtureLibrary {
  public:
@@ -128,9 +131,7 @@ class OpenWithoutCom : public WindowsCameraTest {
     ASSERT_EQ(Query(), 0);
     log.Clear();
     std::thread([&] { EXPECT_EQ(Open(width, height), NUVEQ_CAMERA_GRAPH_FAILED); }).join();
-    EXPECT_THAT(log.Lines(),
-                ::testing::Contains("ERROR CameraOperator:0 [CameraOperator]CoCreateInstance fail, "
-                                    "error: -2147221008(CameraOperator::InitCameraBasicInfo)"));
+    EXPECT_THAT(log.Lines(), Contains(HasSubstr("CoCreateInstance fail, error: -2147221008")));
     EXPECT_EQ(Close(), 0) << "there is no graph";
     EXPECT_EQ(Open(width, height), NUVEQ_CAMERA_ENCODER_FAILED) << "the frame pool exists already";
     EXPECT_EQ(Close(), 0);
@@ -186,10 +187,8 @@ TEST_F(OpenWithTestEncoder, UnloadsAnEncoderWithSliceThreadsBeforeTheFirstFrame)
 TEST_F(OpenWithTestEncoder, RecoversFromAFailedFramePoolAllocation) {
   ASSERT_EQ(Query(), 0);
   LimitFrames(3);
-  log.Clear();
   EXPECT_EQ(Open(), NUVEQ_CAMERA_ENCODER_FAILED);
-  EXPECT_THAT(log.Lines(), ::testing::Contains("ERROR CameraOperator:546 [CameraOperator]AllocBuffer fail."
-                                               "(CameraOperator::InitVideoEncoder)"));
+  EXPECT_THAT(log.Lines(), Contains(HasSubstr("AllocBuffer fail.")));
   EXPECT_EQ(Close(), 0) << "there is no graph";
   RemoveLimit();
   ASSERT_NO_FATAL_FAILURE(Record(640, 480, 30, 10));
