@@ -42,7 +42,18 @@ class CameraOperatorTest : public PlatformTest {
     PlatformTest::TearDown();
   }
 
+  // Parameters of an encoder for small frames.
+  static VideoEncoder::EncodeParam SmallParam(std::uint32_t width = 16) {
+    VideoEncoder::EncodeParam param{};
+    param.width = width;
+    param.height = 16;
+    param.frameRate = 30;
+    param.colorSpace = ColorSpace::kYuy2;
+    return param;
+  }
+
   using Access = CameraOperatorTestAccess;
+  static constexpr std::size_t kSmallFrameSize = std::size_t{16} * 16 * 2;
 
   std::optional<CameraOperator> camera;
 };

@@ -180,16 +180,8 @@ TEST_F(WithoutDataCallback, FramesAreEncodedAndBuffersReturned) {
 
 class EncoderSetup : public CameraOperatorTest {
  protected:
-  static VideoEncoder::EncodeParam Param(std::uint32_t width = 16) {
-    VideoEncoder::EncodeParam param{};
-    param.width = width;
-    param.height = 16;
-    param.frameRate = 30;
-    param.colorSpace = ColorSpace::kYuy2;
-    return param;
-  }
   void PushFrames(int count) {
-    const std::vector<std::uint8_t> frame = Frame(std::size_t{16} * 16 * 2, 1);
+    const std::vector<std::uint8_t> frame = Frame(kSmallFrameSize, 1);
     for (int i = 0; i < count; ++i) {
       camera->PushFrame(frame.data(), static_cast<std::int32_t>(frame.size()));
     }
@@ -198,12 +190,12 @@ class EncoderSetup : public CameraOperatorTest {
 
 TEST_F(EncoderSetup, ThrowingEncoderIsReleased) {
   platform.Before("VideoEncoder::Initialize", [] { throw std::bad_alloc(); });
-  EXPECT_FALSE(camera->InitVideoEncoder(Param()));
+  EXPECT_FALSE(camera->InitVideoEncoder(SmallParam()));
   EXPECT_THAT(platform.Alive(), IsEmpty());
 }
 
 TEST_F(EncoderSetup, EncoderOfEmptySizeIsReleasedOnceByTeardown) {
-  EXPECT_FALSE(camera->InitVideoEncoder(Param(0)));
+  EXPECT_FALSE(camera->InitVideoEncoder(SmallParam(0)));
   EXPECT_THAT(platform.Alive(), ElementsAre("encoder"));
   camera->StopCapture();
   EXPECT_THAT(platform.Alive(), IsEmpty());
@@ -212,14 +204,14 @@ TEST_F(EncoderSetup, EncoderOfEmptySizeIsReleasedOnceByTeardown) {
 }
 
 TEST_F(EncoderSetup, RefusingEncoderDoesNotReplaceTheCurrentOne) {
-  EXPECT_FALSE(camera->InitVideoEncoder(Param(0)));
+  EXPECT_FALSE(camera->InitVideoEncoder(SmallParam(0)));
   platform.Answers("VideoEncoder::Initialize", Fails());
-  EXPECT_FALSE(camera->InitVideoEncoder(Param()));
+  EXPECT_FALSE(camera->InitVideoEncoder(SmallParam()));
   EXPECT_THAT(platform.Alive(), ElementsAre("encoder"));
 }
 
 TEST_F(EncoderSetup, TeardownWakesAProducerThatWaitsForABuffer) {
-  EXPECT_TRUE(camera->InitVideoEncoder(Param()));
+  EXPECT_TRUE(camera->InitVideoEncoder(SmallParam()));
   std::atomic<bool> isFull = false;
   std::thread streaming([&] {
     PushFrames(5);
@@ -232,7 +224,7 @@ TEST_F(EncoderSetup, TeardownWakesAProducerThatWaitsForABuffer) {
 }
 
 TEST_F(EncoderSetup, FrameWithoutEncoderIsLost) {
-  EXPECT_TRUE(camera->InitVideoEncoder(Param()));
+  EXPECT_TRUE(camera->InitVideoEncoder(SmallParam()));
   platform.DisposeOf("encoder");
   Access::SetEncoder(*camera, nullptr);
   Access::ClearStopFlag(*camera);
@@ -248,14 +240,14 @@ TEST_F(EncoderSetup, FrameWithoutEncoderIsLost) {
 }
 
 TEST_F(EncoderSetup, StoppedLoopTakesNoFrame) {
-  EXPECT_TRUE(camera->InitVideoEncoder(Param()));
+  EXPECT_TRUE(camera->InitVideoEncoder(SmallParam()));
   PushFrames(1);
   camera->EncodeH264();
   EXPECT_EQ(platform.CallCount("VideoEncoder::Encode"), 0U);
 }
 
 TEST_F(EncoderSetup, ThreadThatRanEncodeH264MayCloseTheCamera) {
-  EXPECT_TRUE(camera->InitVideoEncoder(Param()));
+  EXPECT_TRUE(camera->InitVideoEncoder(SmallParam()));
   camera->EncodeH264();
   EXPECT_FALSE(camera->IsOnEncodeThread());
   ExpectLeft("current media type");
@@ -265,7 +257,7 @@ TEST_F(EncoderSetup, ThreadThatRanEncodeH264MayCloseTheCamera) {
 }
 
 TEST_F(EncoderSetup, QueuedFramesAreNotEncodedAfterStop) {
-  EXPECT_TRUE(camera->InitVideoEncoder(Param()));
+  EXPECT_TRUE(camera->InitVideoEncoder(SmallParam()));
   PushFrames(4);
   Gate encoding;
   Gate mayFinish;

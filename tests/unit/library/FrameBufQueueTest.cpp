@@ -17,6 +17,10 @@ using ::testing::IsEmpty;
 
 class FrameQueue : public PlatformTest {
  protected:
+  void TearDown() override {
+    queue.Uninit();
+    PlatformTest::TearDown();
+  }
   bool Init(std::uint32_t count = 5) { return queue.Init(count, 16, 16, ColorSpace::kYuy2); }
 
   FrameBufQueue queue;
@@ -27,14 +31,12 @@ TEST_F(FrameQueue, EmptySizeCreatesNoBuffer) {
   EXPECT_FALSE(queue.Init(5, 16, 0, ColorSpace::kYuy2));
   EXPECT_THAT(platform.Calls(), IsEmpty());
   EXPECT_TRUE(Init()) << "nothing was in the way";
-  queue.Uninit();
 }
 
 TEST_F(FrameQueue, FramesHaveTheRequestedSizeAndLayout) {
   EXPECT_TRUE(queue.Init(2, 32, 8, ColorSpace::kArgb32));
   EXPECT_THAT(platform.Calls(),
               ElementsAre("VideoFrame::AllocBuffer(32, 8, 4)", "VideoFrame::AllocBuffer(32, 8, 4)"));
-  queue.Uninit();
 }
 
 TEST_F(FrameQueue, DefaultLayoutIsI420) {
@@ -56,7 +58,6 @@ TEST_F(FrameQueue, SecondInitFailsAndKeepsThePool) {
     EXPECT_NE(queue.GetFreeBuffer(), nullptr);
   }
   EXPECT_EQ(queue.GetFreeBuffer(), nullptr);
-  queue.Uninit();
 }
 
 TEST_F(FrameQueue, InitFailsUntilAStoppedPoolIsFreed) {
@@ -65,7 +66,6 @@ TEST_F(FrameQueue, InitFailsUntilAStoppedPoolIsFreed) {
   EXPECT_FALSE(Init());
   queue.Uninit();
   EXPECT_TRUE(Init());
-  queue.Uninit();
 }
 
 TEST_F(FrameQueue, InitFailsWhileAllBuffersOfAStoppedPoolAreInUse) {
@@ -73,7 +73,6 @@ TEST_F(FrameQueue, InitFailsWhileAllBuffersOfAStoppedPoolAreInUse) {
   EXPECT_NE(queue.GetFreeBuffer(), nullptr);
   queue.Stop();
   EXPECT_FALSE(Init(1));
-  queue.Uninit();
 }
 
 TEST_F(FrameQueue, FailedFrameAllocationLeavesNoPool) {
@@ -86,13 +85,11 @@ TEST_F(FrameQueue, FailedFrameAllocationLeavesNoPool) {
   EXPECT_EQ(queue.GetFreeBuffer(), nullptr);
   EXPECT_EQ(queue.GetDataBuffer(), nullptr);
   EXPECT_TRUE(Init());
-  queue.Uninit();
 }
 
 TEST_F(FrameQueue, PoolOfZeroFramesIsInitialised) {
   EXPECT_TRUE(Init(0));
   EXPECT_FALSE(Init());
-  queue.Uninit();
 }
 
 TEST_F(FrameQueue, BuffersPassInOrder) {
@@ -109,7 +106,6 @@ TEST_F(FrameQueue, BuffersPassInOrder) {
   for (VideoFrame* const frame : frames) {
     EXPECT_EQ(queue.GetFreeBuffer(), frame);
   }
-  queue.Uninit();
 }
 
 TEST_F(FrameQueue, StoppedQueueReturnsQueuedBuffersThenNull) {
@@ -124,7 +120,6 @@ TEST_F(FrameQueue, StoppedQueueReturnsQueuedBuffersThenNull) {
   EXPECT_EQ(queue.GetDataBuffer(), nullptr);
   EXPECT_NE(queue.GetFreeBuffer(), nullptr);
   EXPECT_EQ(queue.GetFreeBuffer(), nullptr);
-  queue.Uninit();
 }
 
 TEST_F(FrameQueue, StoppedQueueIgnoresPutButFreesTheBuffer) {
@@ -173,7 +168,6 @@ TEST_F(FrameQueue, WaitingGetReturnsTheNextBuffer) {
   consumer.join();
   queue.PutFreeBuffer(frame);
   producer.join();
-  queue.Uninit();
 }
 
 TEST_F(FrameQueue, SecondStopAndUninitHaveNoEffect) {
@@ -195,7 +189,6 @@ TEST_F(FrameQueue, PutOfNullHasNoEffect) {
   queue.Stop();
   EXPECT_EQ(queue.GetDataBuffer(), nullptr);
   EXPECT_EQ(queue.GetFreeBuffer(), nullptr);
-  queue.Uninit();
 }
 
 TEST_F(FrameQueue, DestroyBufferOfNullHasNoEffect) {

@@ -124,25 +124,6 @@ TEST_F(FramePath, CallbacksCanBeReplacedWhileStreaming) {
   EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
 }
 
-TEST_F(FramePath, NoCallbackRunsAfterCloseHasReturned) {
-  std::atomic<bool> closed = true;
-  std::atomic<bool> late = false;
-  host.InData([&](const Packet&) {
-    late = late || closed;
-    std::this_thread::yield();
-    late = late || closed;
-  });
-  for (std::uint64_t round = 0; round < 200; ++round) {
-    closed = false;
-    const std::uint64_t packets = host.PacketCount() + 1 + round % 4;
-    ASSERT_EQ(OpenSmall(), 0);
-    ASSERT_TRUE(host.WaitForPackets(packets));
-    ASSERT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
-    closed = true;
-  }
-  EXPECT_FALSE(late);
-}
-
 TEST_F(FramePath, CloseReturnsWhileTheEncoderThreadWaitsForAFrame) {
   platform.SetStreaming(
       {true, [](std::uint64_t number) { return number == 0 ? NumberedFrame(number) : Frame(0, 0); }});

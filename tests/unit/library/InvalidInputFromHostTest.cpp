@@ -140,27 +140,25 @@ struct Request {
 TEST_F(InvalidInputFromHost, ExtremeSizesAreOpenedOrRefusedWithoutLeaks) {
   QueryAndRelease();
   // The scripted encoder accepts any size; the pool refuses empty frames and frames of more than 2 GiB.
-  const std::vector<Request> requests = {
-      {0, 0, -1004},
-      {0, 480, -1004},
-      {640, 0, -1004},
-      {0, kMax, -1004},
-      {kMax, 0, -1004},
-      {1, 1, 0},
-      {1, 480, 0},
-      {640, 1, 0},
-      {641, 481, 0},
-      {65535, 1, 0},
-      {1, 65535, 0},
-      {65535, 65535, -1004},
-      {kMax, 1, -1004},
-      {1, kMax, -1004},
-      {640, kMax, -1004},
-      {kMax, 480, -1004},
-      {kMax, kMax, -1004},
-      {0x80000000U, 2, -1004},
-      {0x80000000U, 0x80000000U, -1004},
-  };
+  const std::vector<Request> requests = {{0, 0, -1004},
+                                         {0, 480, -1004},
+                                         {640, 0, -1004},
+                                         {0, kMax, -1004},
+                                         {kMax, 0, -1004},
+                                         {1, 1, 0},
+                                         {1, 480, 0},
+                                         {640, 1, 0},
+                                         {641, 481, 0},
+                                         {65535, 1, 0},
+                                         {1, 65535, 0},
+                                         {65535, 65535, -1004},
+                                         {kMax, 1, -1004},
+                                         {1, kMax, -1004},
+                                         {640, kMax, -1004},
+                                         {kMax, 480, -1004},
+                                         {kMax, kMax, -1004},
+                                         {0x80000000U, 2, -1004},
+                                         {0x80000000U, 0x80000000U, -1004}};
   for (const Request& request : requests) {
     SCOPED_TRACE(std::to_string(request.width) + "x" + std::to_string(request.height));
     platform.ClearJournal();
@@ -190,7 +188,7 @@ TEST_F(InvalidInputFromHost, ExtremeSizesAreOpenedOrRefusedWithoutLeaks) {
 // --- Callbacks ---
 
 // The library may be unmapped once it is unpinned, so the outer call unpins it when it returns.
-class NestedClose : public InvalidInputFromHost {
+class InvalidInputNestedClose : public InvalidInputFromHost {
  protected:
   void CloseInsideTheReport() {
     EXPECT_EQ(Close("inner"), NUVEQ_CAMERA_CLOSED);
@@ -209,7 +207,7 @@ class NestedClose : public InvalidInputFromHost {
   }
 };
 
-TEST_F(NestedClose, InTheReportOfAnOpenFailsTheOpen) {
+TEST_F(InvalidInputNestedClose, InTheReportOfAnOpenFailsTheOpen) {
   QueryAndRelease();
   host.InStatus([&](int status) {
     if (status == NUVEQ_SERVICE_STATUS_CAMERA_OPEN) {
@@ -221,7 +219,7 @@ TEST_F(NestedClose, InTheReportOfAnOpenFailsTheOpen) {
   ExpectClosedAndUnpinned("soon");
 }
 
-TEST_F(NestedClose, InTheReportOfARefusedOpenClosesTheCamera) {
+TEST_F(InvalidInputNestedClose, InTheReportOfARefusedOpenClosesTheCamera) {
   OpenListed();
   host.InStatus([&](int status) {
     if (status == NUVEQ_SERVICE_STATUS_CAMERA_OPEN) {
@@ -232,7 +230,7 @@ TEST_F(NestedClose, InTheReportOfARefusedOpenClosesTheCamera) {
   ExpectClosedAndUnpinned("before returning");
 }
 
-TEST_F(NestedClose, InTheReportOfAQueryClosesTheCamera) {
+TEST_F(InvalidInputNestedClose, InTheReportOfAQueryClosesTheCamera) {
   OpenListed();
   platform.SetPc({{}, {scripted::PlugInCamera()}});
   host.InAction([&] { CloseInsideTheReport(); });
@@ -240,7 +238,7 @@ TEST_F(NestedClose, InTheReportOfAQueryClosesTheCamera) {
   ExpectClosedAndUnpinned("before returning");
 }
 
-TEST_F(NestedClose, InTheReportOfACloseHasNoEffect) {
+TEST_F(InvalidInputNestedClose, InTheReportOfACloseHasNoEffect) {
   QueryAndOpen();
   host.InStatus([&](int) { EXPECT_EQ(Close("inner"), NUVEQ_CAMERA_CLOSE_INCOMPLETE); });
   EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);

@@ -108,7 +108,7 @@ MediaType WithFormatBlock(ULONG block, ULONG size, bool hasBlock = true) {
   return type;
 }
 
-struct IncompleteFormat {
+struct FormatBlock {
   const char* name;
   ULONG block;  // actual size in bytes
   ULONG size;   // cbFormat
@@ -116,13 +116,13 @@ struct IncompleteFormat {
   bool isSet;  // by an open
 };
 
-void PrintTo(const IncompleteFormat& format, std::ostream* out) { *out << format.name; }
+void PrintTo(const FormatBlock& format, std::ostream* out) { *out << format.name; }
 
-class IncompleteFormatBlock : public MalformedInputFromPlatform,
-                              public ::testing::WithParamInterface<IncompleteFormat> {};
+class MalformedFormatBlock : public MalformedInputFromPlatform,
+                             public ::testing::WithParamInterface<FormatBlock> {};
 
 // An open sets size and interval if the block has room for them; otherwise the pin keeps its format.
-TEST_P(IncompleteFormatBlock, IsNotListed) {
+TEST_P(MalformedFormatBlock, IsNotListed) {
   const auto& [name, block, size, hasBlock, isSet] = GetParam();
   // cbFormat 0 means that there is no block to free.
   const unsigned notFreed = hasBlock && size == 0 ? 1 : 0;
@@ -138,16 +138,17 @@ TEST_P(IncompleteFormatBlock, IsNotListed) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Each, IncompleteFormatBlock,
-    ::testing::Values(
-        IncompleteFormat{"NoSizeNoBlock", 0, 0, false, false}, IncompleteFormat{"OneByte", 1, 1, true, false},
-        IncompleteFormat{"EndsBeforeThePictureSize", kPictureSizeEnd - 1, kPictureSizeEnd - 1, true, false},
-        IncompleteFormat{"SizeWithoutBlock", 0, kWhole, false, false},
-        IncompleteFormat{"HugeSizeWithoutBlock", 0, kHuge, false, false},
-        IncompleteFormat{"SizeOfNothing", kWhole, 0, true, true},
-        IncompleteFormat{"SizeOfNothingUpToThePictureSize", kPictureSizeEnd, 0, true, true},
-        IncompleteFormat{"EndsBehindThePictureSize", kPictureSizeEnd, kPictureSizeEnd, true, true},
-        IncompleteFormat{"OneByteShort", kWhole - 1, kWhole - 1, true, true}),
+    Each, MalformedFormatBlock,
+    ::testing::Values(FormatBlock{"NoSizeNoBlock", 0, 0, false, false},
+                      FormatBlock{"OneByte", 1, 1, true, false},
+                      FormatBlock{"EndsBeforeThePictureSize", kPictureSizeEnd - 1, kPictureSizeEnd - 1, true,
+                                  false},
+                      FormatBlock{"SizeWithoutBlock", 0, kWhole, false, false},
+                      FormatBlock{"HugeSizeWithoutBlock", 0, kHuge, false, false},
+                      FormatBlock{"SizeOfNothing", kWhole, 0, true, true},
+                      FormatBlock{"SizeOfNothingUpToThePictureSize", kPictureSizeEnd, 0, true, true},
+                      FormatBlock{"EndsBehindThePictureSize", kPictureSizeEnd, kPictureSizeEnd, true, true},
+                      FormatBlock{"OneByteShort", kWhole - 1, kWhole - 1, true, true}),
     [](const auto& tested) { return std::string(tested.param.name); });
 
 TEST_F(MalformedInputFromPlatform, OverlongFormatBlockIsAccessedOnlyInTheHeader) {

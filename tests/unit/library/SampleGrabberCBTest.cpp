@@ -128,19 +128,9 @@ TEST_F(GrabbedFrames, SixthFrameWaitsForAFreeBuffer) {
 
 class PushFrame : public CameraOperatorTest {
  protected:
-  static constexpr std::size_t kSize = std::size_t{16} * 16 * 2;
-
   void SetUp() override {
     CameraOperatorTest::SetUp();
-    ASSERT_TRUE(camera->InitVideoEncoder(Param()));
-  }
-  static VideoEncoder::EncodeParam Param() {
-    VideoEncoder::EncodeParam param{};
-    param.width = 16;
-    param.height = 16;
-    param.frameRate = 30;
-    param.colorSpace = ColorSpace::kYuy2;
-    return param;
+    ASSERT_TRUE(camera->InitVideoEncoder(SmallParam()));
   }
   void Push(std::size_t size, std::uint8_t value) {
     camera->PushFrame(Frame(size, value).data(), static_cast<std::int32_t>(size));
@@ -164,8 +154,8 @@ class PushFrame : public CameraOperatorTest {
 };
 
 TEST_F(PushFrame, OversizeFrameIsRefusedAndLosesABuffer) {
-  Push(kSize, 1);
-  Push(kSize + 1, 2);
+  Push(kSmallFrameSize, 1);
+  Push(kSmallFrameSize + 1, 2);
   EXPECT_EQ(CountAfterStop(&FrameBufQueue::GetFreeBuffer), 3);
   EXPECT_EQ(CountAfterStop(&FrameBufQueue::GetDataBuffer), 1);
 }
@@ -176,9 +166,9 @@ TEST_F(PushFrame, LosingEveryBufferOfARunningGraphDoesNotStopTheQueue) {
   ASSERT_TRUE(camera->OpenCamera(0, 640, 480, 30, MEDIASUBTYPE_YUY2));
   // After the stop of an earlier graph.
   ASSERT_TRUE(camera->CloseCameraInner("0", 1));
-  ASSERT_TRUE(camera->InitVideoEncoder(Param()));
+  ASSERT_TRUE(camera->InitVideoEncoder(SmallParam()));
   for (int i = 0; i < 5; ++i) {
-    Push(kSize + 1, 1);
+    Push(kSmallFrameSize + 1, 1);
   }
   EXPECT_TRUE(IsQueueRunning());
 }
@@ -190,18 +180,18 @@ TEST_F(PushFrame, OversizeFrameClearsTheBuffer) {
   }
   Access::Queue(*camera).PutFreeBuffer(next);
   for (int i = 0; i < 4; ++i) {
-    Push(kSize, 1);
+    Push(kSmallFrameSize, 1);
   }
   EXPECT_THAT(std::vector<std::uint8_t>(next->data, next->data + next->size), Each(0xCD));
-  Push(kSize + 1, 2);
+  Push(kSmallFrameSize + 1, 2);
   EXPECT_THAT(std::vector<std::uint8_t>(next->data, next->data + next->size), Each(0));
 }
 
 TEST_F(PushFrame, StoppedQueueDiscardsTheFrame) {
   for (int i = 0; i < 5; ++i) {
-    Push(kSize, 1);
+    Push(kSmallFrameSize, 1);
   }
-  std::thread streaming([&] { Push(kSize, 2); });
+  std::thread streaming([&] { Push(kSmallFrameSize, 2); });
   Access::Queue(*camera).Stop();
   streaming.join();
   EXPECT_EQ(CountAfterStop(&FrameBufQueue::GetDataBuffer), 5);
@@ -210,9 +200,9 @@ TEST_F(PushFrame, StoppedQueueDiscardsTheFrame) {
 TEST_F(PushFrame, BufferWithoutMemoryIsLost) {
   camera->StopCapture();
   platform.AnswersNth("VideoFrame::AllocBuffer", 1, SucceedsWithNull());
-  ASSERT_TRUE(camera->InitVideoEncoder(Param()));
-  Push(kSize, 1);
-  Push(kSize, 2);
+  ASSERT_TRUE(camera->InitVideoEncoder(SmallParam()));
+  Push(kSmallFrameSize, 1);
+  Push(kSmallFrameSize, 2);
   EXPECT_EQ(CountAfterStop(&FrameBufQueue::GetFreeBuffer), 3);
   EXPECT_EQ(CountAfterStop(&FrameBufQueue::GetDataBuffer), 1);
 }
