@@ -1,10 +1,8 @@
 // Every log message of the library: the situation that causes it, its level, location, function and text.
 #include <algorithm>
-#include <cctype>
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <iterator>
 #include <regex>
 #include <string>
 #include <vector>
@@ -32,121 +30,101 @@ using support::WaitFor;
 using ::testing::ElementsAreArray;
 using ::testing::HasSubstr;
 
-using log4cplus::ERROR_LOG_LEVEL;
-using log4cplus::WARN_LOG_LEVEL;
+// Line number of a message that logs the number of its statement.
+const std::string kOwnLine = "__LINE__";
 
-// Line number of a message that uses the number of its statement.
-constexpr const char* kOwnLine = "__LINE__";
+// "LEVEL file:line text(function)"
+using Messages = std::vector<std::string>;
 
-struct Message {
-  int level;
-  std::string file;
-  std::string line;      // a number or kOwnLine
-  std::string function;  // with its class
-  std::string text;      // without the function
-
-  friend bool operator==(const Message&, const Message&) = default;
-};
-
-void PrintTo(const Message& message, std::ostream* out) {
-  *out << (message.level == ERROR_LOG_LEVEL ? "ERROR " : "level " + std::to_string(message.level)) << " "
-       << message.file << ":" << message.line << " " << message.text << "(" << message.function << ")";
+std::string OfOperator(const std::string& levelAndLine, const std::string& function,
+                       const std::string& text) {
+  return levelAndLine + " [CameraOperator]" + text + "(CameraOperator::" + function + ")";
 }
 
-using Messages = std::vector<Message>;
-
-Message OfOperator(int level, const std::string& line, const std::string& function, const std::string& text) {
-  return {level, "CameraOperator", line, "CameraOperator::" + function, "[CameraOperator]" + text};
+std::string Error(int line, const std::string& function, const std::string& text) {
+  return OfOperator("ERROR CameraOperator:" + std::to_string(line), function, text);
 }
 
-Message Error(int line, const std::string& function, const std::string& text) {
-  return OfOperator(ERROR_LOG_LEVEL, std::to_string(line), function, text);
+std::string Error(const std::string& function, const std::string& text) {
+  return OfOperator("ERROR CameraOperator:" + kOwnLine, function, text);
 }
 
-Message Error(const std::string& function, const std::string& text) {
-  return OfOperator(ERROR_LOG_LEVEL, kOwnLine, function, text);
-}
-
-Message Warning(int line, const std::string& function, const std::string& text) {
-  return OfOperator(WARN_LOG_LEVEL, std::to_string(line), function, text);
+std::string Warning(int line, const std::string& function, const std::string& text) {
+  return OfOperator("WARN CameraOperator:" + std::to_string(line), function, text);
 }
 
 // --- Messages of the callers of the function that fails ---
 
-Messages operator+(Messages messages, const Messages& more) {
-  messages.insert(messages.end(), more.begin(), more.end());
-  return messages;
-}
+const std::string kOpenStarts = Warning(708, "OpenCameraInner", "Start open camera");
+const std::string kOpenSucceeds = Warning(775, "OpenCameraInner", "open camera success");
+const std::string kGraphSucceeds = Error("OpenCamera", "OpenCamera success.");
+const std::string kCloseStarts = Error(950, "CloseCameraInner", "CloseCameraInner.");
+const std::string kActionIsReported = Error(792, "UpdateServiceActionToNuveq", "report camera driver error");
+const std::string kNoCamera = Error(981, "GetCameraCapabilityInner", "Can not find PC Camera");
 
-Messages operator+(const Messages& messages, const Message& last) { return messages + Messages{last}; }
-
-const Messages kOpenStarts = {Warning(708, "OpenCameraInner", "Start open camera")};
-const Message kOpenSucceeds = Warning(775, "OpenCameraInner", "open camera success");
-const Message kGraphSucceeds = Error("OpenCamera", "OpenCamera success.");
-const Message kCloseStarts = Error(950, "CloseCameraInner", "CloseCameraInner.");
-const Message kActionIsReported = Error(792, "UpdateServiceActionToNuveq", "report camera driver error");
-const Message kNoCamera = Error(981, "GetCameraCapabilityInner", "Can not find PC Camera");
-
-Message GraphStarts(const std::string& fps = "30") {
+std::string GraphStarts(const std::string& fps = "30") {
   return Error("OpenCamera", "start OpenCamera, width:640, height:480, fps:" + fps);
 }
 
-Message FormatIsSet(const std::string& fps = "30") {
+std::string FormatIsSet(const std::string& fps = "30") {
   return Error("SetCameraFormat", "Set camera parameter, (640,480," + fps + ",844715353)");
 }
 
-Message StatusIsRefused(const std::string& result) {
+std::string StatusIsRefused(const std::string& result) {
   return Error(784, "UpdateServiceStatusToNuveq", "fail to update service status, error: " + result);
 }
 
-Message ActionIsRefused(const std::string& result) {
+std::string ActionIsRefused(const std::string& result) {
   return Error(795, "UpdateServiceActionToNuveq", "fail to update service action, error: " + result);
 }
 
-Message EncodingFails(const std::string& result) {
+std::string EncodingFails(const std::string& result) {
   return Error(1148, "EncodeH264", "fail to encode frame, error: " + result);
 }
 
-Message PacketIsRefused(const std::string& result) {
+std::string PacketIsRefused(const std::string& result) {
   return Error(1156, "EncodeH264", "fail to send encode data, error: " + result);
 }
 
-Messages QueryFindsNoCamera(const Message& cause) { return {cause, kActionIsReported, kNoCamera}; }
+Messages QueryFindsNoCamera(const std::string& cause) { return {cause, kActionIsReported, kNoCamera}; }
 
-Messages QueryFails(const Messages& causes) {
-  return causes + Error(1036, "GetCameraCapabilityInner", "fail to get allAbilities -1000");
+Messages QueryFails(const std::string& cause, const std::string& consequence) {
+  return {cause, consequence, Error(1036, "GetCameraCapabilityInner", "fail to get allAbilities -1000")};
 }
 
-Messages QueryCannotBind(const Message& cause) {
-  return QueryFails({cause, Error(337, "GetCameraCapabilities", "BindFilter fail, cameraIndex: 0")});
+Messages QueryCannotBind(const std::string& cause) {
+  return QueryFails(cause, Error(337, "GetCameraCapabilities", "BindFilter fail, cameraIndex: 0"));
 }
 
-Messages QueryFindsNoPins(const Message& cause) {
-  return QueryFails({cause, Error(343, "GetCameraCapabilities", "EnumPins fail, cameraIndex: 0")});
+Messages QueryFindsNoPins(const std::string& cause) {
+  return QueryFails(cause, Error(343, "GetCameraCapabilities", "EnumPins fail, cameraIndex: 0"));
 }
 
-Messages QueryCannotReadPins(const Message& cause) {
-  return QueryFails({cause, Error(349, "GetCameraCapabilities", "fail to query camera pin info.")});
+Messages QueryCannotReadPins(const std::string& cause) {
+  return QueryFails(cause, Error(349, "GetCameraCapabilities", "fail to query camera pin info."));
 }
 
-Messages EncoderSetupFails(const Message& cause) {
-  return kOpenStarts + Messages{cause, Error(743, "OpenCameraInner", "fail to init video encoder")};
+Messages EncoderSetupFails(const std::string& cause) {
+  return {kOpenStarts, cause, Error(743, "OpenCameraInner", "fail to init video encoder")};
 }
 
-Messages OpenFails(const Messages& causes) {
-  return kOpenStarts + GraphStarts() + causes + Error(754, "OpenCameraInner", "fail to open camera");
+Messages OpenFails(Messages causes) {
+  causes.insert(causes.begin(), {kOpenStarts, GraphStarts()});
+  causes.push_back(Error(754, "OpenCameraInner", "fail to open camera"));
+  return causes;
 }
 
-Messages GraphSetupFails(const Message& cause, const std::string& cameraIndex = "0") {
+Messages GraphSetupFails(const std::string& cause, const std::string& cameraIndex = "0") {
   return OpenFails({cause, Error("OpenCamera", "InitCameraBasicInfo fail. cameraId:" + cameraIndex)});
 }
 
-Messages AddingTheCameraFails(const Message& cause) {
+Messages AddingTheCameraFails(const std::string& cause) {
   return OpenFails({cause, Error("OpenCamera", "AddDeviceFilter fail.")});
 }
 
-Messages AddingTheGrabberFails(const Messages& causes) {
-  return OpenFails(causes + Error("OpenCamera", "AddSampleGrabberFilter fail."));
+Messages AddingTheGrabberFails(Messages causes) {
+  causes.push_back(Error("OpenCamera", "AddSampleGrabberFilter fail."));
+  return OpenFails(causes);
 }
 
 Messages GrabberSetupFails(const std::string& text) {
@@ -247,7 +225,7 @@ MediaType WithoutInterval() {
   return type;
 }
 
-const Message kTypeIsRead =
+const std::string kTypeIsRead =
     Error(427, "ParseMediaType", "ParseMediaType success, width: 640, height:480,fps:30,subType:844715353");
 
 std::vector<LoggedSituation> LoggedSituations() {
@@ -257,8 +235,8 @@ std::vector<LoggedSituation> LoggedSituations() {
          LoadedLibrary same(NUVEQ_LIBRARY_FILE);
          same.GetCameraHandler(nullptr);
        },
-       {{ERROR_LOG_LEVEL, "CameraOperator", "161", "NUVEQGetCameraHandler",
-         "[CameraOperator]error param, cameraHandler is nullptr."}}},
+       {"ERROR CameraOperator:161 [CameraOperator]error param, cameraHandler is "
+        "nullptr.(NUVEQGetCameraHandler)"}},
 
       // The query.
       {"QueryWithNullArgument",
@@ -309,21 +287,23 @@ std::vector<LoggedSituation> LoggedSituations() {
       {"TypeListedTwice",
        QueryOf(LaptopPc({Yuy2(640, 480, 30), Yuy2(640, 480, 30)})),
        {kTypeIsRead,
-        {ERROR_LOG_LEVEL, "CameraCapabilityMgr.cpp", "27", "CameraCapabilityMgr::Add",
-         "Add CameraCapabilitiy, Capabilitiy already exist."},
+        "ERROR CameraCapabilityMgr.cpp:27 Add CameraCapabilitiy, Capabilitiy already "
+        "exist.(CameraCapabilityMgr::Add)",
         kTypeIsRead}},
 
       // The open.
-      {"Open", OpenOf("0"),
-       kOpenStarts + Messages{GraphStarts(), FormatIsSet(), kGraphSucceeds, kOpenSucceeds}},
-      {"OpenOfNull", [](LogMessages& test) { test.handler.OpenCameraDevice(nullptr); },
-       kOpenStarts + Error(710, "OpenCameraInner", "invalid parameter")},
-      {"OpenOfInvalidId", OpenOf("x"), kOpenStarts + Error(716, "OpenCameraInner", "invalid camera id")},
-      {"SecondOpen", WithOpenCamera([](LogMessages& test) { test.Open(); }),
-       kOpenStarts + Error(721, "OpenCameraInner", "Camera is already open.")},
-      {"OpenWithoutRate", OpenOf("0", 0),
-       kOpenStarts + Messages{GraphStarts("0"), Error(445, "FpsToAvgTimePerFrame", "fps is 0."),
-                              FormatIsSet("0"), kGraphSucceeds, kOpenSucceeds}},
+      {"Open", OpenOf("0"), {kOpenStarts, GraphStarts(), FormatIsSet(), kGraphSucceeds, kOpenSucceeds}},
+      {"OpenOfNull",
+       [](LogMessages& test) { test.handler.OpenCameraDevice(nullptr); },
+       {kOpenStarts, Error(710, "OpenCameraInner", "invalid parameter")}},
+      {"OpenOfInvalidId", OpenOf("x"), {kOpenStarts, Error(716, "OpenCameraInner", "invalid camera id")}},
+      {"SecondOpen",
+       WithOpenCamera([](LogMessages& test) { test.Open(); }),
+       {kOpenStarts, Error(721, "OpenCameraInner", "Camera is already open.")}},
+      {"OpenWithoutRate",
+       OpenOf("0", 0),
+       {kOpenStarts, GraphStarts("0"), Error(445, "FpsToAvgTimePerFrame", "fps is 0."), FormatIsSet("0"),
+        kGraphSucceeds, kOpenSucceeds}},
       {"StatusCallbackFails",
        [](LogMessages& test) {
          test.host.SetStatusResult(-12);
@@ -331,8 +311,8 @@ std::vector<LoggedSituation> LoggedSituations() {
          test.host.SetStatusResult(12);
          test.Close();
        },
-       kOpenStarts + Messages{GraphStarts(), FormatIsSet(), kGraphSucceeds, StatusIsRefused("-12"),
-                              kOpenSucceeds, kCloseStarts, StatusIsRefused("12")}},
+       {kOpenStarts, GraphStarts(), FormatIsSet(), kGraphSucceeds, StatusIsRefused("-12"), kOpenSucceeds,
+        kCloseStarts, StatusIsRefused("12")}},
       {"EncoderNotInitialised", FailingOpen("VideoEncoder::Initialize"),
        EncoderSetupFails(Error(537, "InitVideoEncoder", "init video encoder failed"))},
       {"PoolNotCreated", FailingOpen("VideoFrame::AllocBuffer"),
@@ -382,18 +362,18 @@ std::vector<LoggedSituation> LoggedSituations() {
       {"NoCurrentFormat", FailingOpen("IAMStreamConfig::GetFormat"),
        OpenFails({Error("SetCameraFormat", "fail to get camera parameter, error: -2147467259")})},
       {"FormatRefused", FailingOpen("IAMStreamConfig::SetFormat"),
-       OpenFails(Messages{FormatIsSet()} +
-                 Error("SetCameraFormat", "Set camera parameter fail, error:-2147467259"))},
+       OpenFails({FormatIsSet(), Error("SetCameraFormat", "Set camera parameter fail, error:-2147467259")})},
       {"PinsNotConnected", FailingOpen("IGraphBuilder::Connect"),
-       OpenFails(Messages{FormatIsSet()} + Error("OpenCamera", "fail to Connect pin, error: -2147467259"))},
-      {"RunFails", FailingOpen("IMediaControl::Run", 1, SFalse()),
-       kOpenStarts + GraphStarts() + FormatIsSet() + kGraphSucceeds +
-           Error(763, "OpenCameraInner", "fail to update service status, error: 1")},
+       OpenFails({FormatIsSet(), Error("OpenCamera", "fail to Connect pin, error: -2147467259")})},
+      {"RunFails",
+       FailingOpen("IMediaControl::Run", 1, SFalse()),
+       {kOpenStarts, GraphStarts(), FormatIsSet(), kGraphSucceeds,
+        Error(763, "OpenCameraInner", "fail to update service status, error: 1")}},
 
       // Frames and the close.
       {"EmptyFrame",
        WithOpenCamera([](LogMessages& test) { test.platform.DeliverFrame(Frame(0, 0)); }),
-       {{ERROR_LOG_LEVEL, "SampleGrabberCB", "60", "SampleGrabberCB::BufferCB", "error buffer size0"}}},
+       {"ERROR SampleGrabberCB:60 error buffer size0(SampleGrabberCB::BufferCB)"}},
       {"EncoderFails",
        WithOpenCamera([](LogMessages& test) {
          test.platform.AnswersNth("VideoEncoder::Encode", 1, Answer{-7, false});
@@ -420,15 +400,15 @@ std::vector<LoggedSituation> LoggedSituations() {
 
 struct Statement {
   std::string file;
-  int firstNumber;
-  int lastNumber;
-  std::string function;  // without its class
-  std::string line;      // a number or kOwnLine
-  std::string text;      // up to the first argument
+  int firstLine;
+  int lastLine;
+  std::string function;
+  std::string loggedLine;  // a number or kOwnLine
+  std::string text;        // up to the first argument
 
-  bool Logs(const Message& message) const {
-    const std::string name = message.function.substr(message.function.rfind(':') + 1);
-    return name == function && message.line == line && message.text.starts_with(text);
+  bool Logs(const std::string& message) const {
+    return message.find(":" + loggedLine + " " + text) != std::string::npos &&
+           message.ends_with(function + ")");
   }
 };
 
@@ -440,9 +420,9 @@ std::vector<Statement> StatementsOf(const std::filesystem::path& path) {
   std::vector<Statement> statements;
   std::ifstream source(path);
   std::string function;
-  int number = 0;
+  int line = 0;
   for (std::string code; std::getline(source, code);) {
-    ++number;
+    ++line;
     std::smatch match;
     if (std::regex_search(code, match, kFunction)) {
       function = match[1];
@@ -450,12 +430,12 @@ std::vector<Statement> StatementsOf(const std::filesystem::path& path) {
     if (!std::regex_search(code, kStart)) {
       continue;
     }
-    const int firstNumber = number;
-    for (std::string more; code.find(");") == std::string::npos && std::getline(source, more); ++number) {
+    const int firstLine = line;
+    for (std::string more; code.find(");") == std::string::npos && std::getline(source, more); ++line) {
       code += more;
     }
-    EXPECT_TRUE(std::regex_search(code, match, kStatement)) << path << ":" << firstNumber << " " << code;
-    statements.push_back({path.filename().string(), firstNumber, number, function, match[2],
+    EXPECT_TRUE(std::regex_search(code, match, kStatement)) << path << ":" << firstLine << " " << code;
+    statements.push_back({path.filename().string(), firstLine, line, function, match[2],
                           (match[1] == "OPERATOR" ? "[CameraOperator]" : "") + match[3].str()});
   }
   return statements;
@@ -472,20 +452,20 @@ std::vector<Statement> Statements() {
   return all;
 }
 
-// Returns the logged message. The line is kOwnLine if it is that of a statement which uses its own line.
-Message Logged(const scripted::LogLine& log) {
-  const std::string text(log.text.begin(), log.text.end());
-  const std::size_t end = text.rfind('(');
-  Message message{log.level, log.file, kOwnLine, text.substr(end + 1, text.size() - end - 2),
-                  text.substr(0, end)};
+// Formats a message, with kOwnLine for the line of a statement that logs its own line.
+std::string Format(const scripted::LogLine& log) {
   static const std::vector<Statement> kStatements = Statements();
-  for (const Statement& statement : kStatements) {
-    if (statement.Logs(message) && log.line >= statement.firstNumber && log.line <= statement.lastNumber) {
-      return message;
-    }
-  }
-  message.line = std::to_string(log.line);
-  return message;
+  const auto format = [&](const std::string& line) {
+    return (log.level == log4cplus::ERROR_LOG_LEVEL  ? "ERROR "
+            : log.level == log4cplus::WARN_LOG_LEVEL ? "WARN "
+                                                     : "other level ") +
+           log.file + ":" + line + " " + std::string(log.text.begin(), log.text.end());
+  };
+  const std::string withOwnLine = format(kOwnLine);
+  const bool isOwnLine = std::any_of(kStatements.begin(), kStatements.end(), [&](const Statement& statement) {
+    return statement.Logs(withOwnLine) && log.line >= statement.firstLine && log.line <= statement.lastLine;
+  });
+  return isOwnLine ? withOwnLine : format(std::to_string(log.line));
 }
 
 TEST_P(LogMessages, AreLoggedAsDocumented) {
@@ -495,9 +475,10 @@ TEST_P(LogMessages, AreLoggedAsDocumented) {
   WaitFor([&] { return platform.Logs().size() >= c.messages.size(); });
   Messages messages;
   for (const scripted::LogLine& log : platform.Logs()) {
-    messages.push_back(Logged(log));
+    messages.push_back(Format(log));
     // The compiler's signature of the function.
-    EXPECT_THAT(log.function, HasSubstr(" " + messages.back().function + "("));
+    const std::string function = messages.back().substr(messages.back().rfind('(') + 1);
+    EXPECT_THAT(log.function, HasSubstr(" " + function.substr(0, function.size() - 1) + "("));
   }
   EXPECT_THAT(messages, ElementsAreArray(c.messages));
   Close();
@@ -516,8 +497,8 @@ TEST(LogMessageTable, HasEveryLogStatementOfTheSources) {
   EXPECT_FALSE(statements.empty());
   for (const Statement& statement : statements) {
     EXPECT_TRUE(std::any_of(messages.begin(), messages.end(),
-                            [&](const Message& message) { return statement.Logs(message); }))
-        << statement.file << ":" << statement.firstNumber << " " << statement.text;
+                            [&](const std::string& message) { return statement.Logs(message); }))
+        << statement.file << ":" << statement.firstLine << " " << statement.text;
   }
 }
 
