@@ -104,6 +104,16 @@ TEST_F(CameraSelection, CountRemovesADisconnectedCamera) {
   EXPECT_THAT(Access::CameraNames(*camera), IsEmpty());
 }
 
+TEST_F(CameraSelection, SkipsOnlyTheDeviceWhoseNameCannotBeRead) {
+  for (const char* operation : {"CoGetMalloc", "CreateBindCtx", "IMoniker::GetDisplayName"}) {
+    for (const scripted::Answer answer : {Fails(), FailsWithOutput(), SucceedsWithNull()}) {
+      // The first name is that of the plug-in camera.
+      platform.AnswersNth(operation, 1, answer);
+      EXPECT_EQ(camera->CameraCount(), 1U) << operation;
+    }
+  }
+}
+
 TEST_F(CameraSelection, FailedResetIsIgnored) {
   platform.Answers("IEnumMoniker::Reset", Fails());
   EXPECT_EQ(camera->CameraCount(), 1U);

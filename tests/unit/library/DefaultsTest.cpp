@@ -29,7 +29,7 @@ class KeepingAppender : public log4cplus::Appender {
 TEST_F(Defaults, UnconfiguredLoggingPrintsNothing) {
   testing::internal::CaptureStderr();
   testing::internal::CaptureStdout();
-  EXPECT_EQ(handler.CloseCameraDevice("0", 1), 0);
+  EXPECT_EQ(Close(), 0);
   library.Unload();
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
@@ -40,7 +40,7 @@ TEST_F(Defaults, MessagesGoToTheNamedLogger) {
   const log4cplus::SharedAppenderPtr owner(appender);
   log4cplus::Logger logger = log4cplus::Logger::getInstance(L"nuveq.camera");
   logger.addAppender(owner);
-  EXPECT_EQ(handler.CloseCameraDevice("0", 1), 0);
+  EXPECT_EQ(Close(), 0);
   logger.removeAppender(owner);
   EXPECT_THAT(
       appender->lines,
@@ -51,7 +51,7 @@ TEST_F(Defaults, MessagesReachAppendersOfTheRootLogger) {
   auto* const appender = new KeepingAppender;
   const log4cplus::SharedAppenderPtr owner(appender);
   log4cplus::Logger::getRoot().addAppender(owner);
-  EXPECT_EQ(handler.CloseCameraDevice("0", 1), 0);
+  EXPECT_EQ(Close(), 0);
   log4cplus::Logger::getRoot().removeAppender(owner);
   EXPECT_EQ(appender->lines.size(), 1U);
 }
@@ -62,7 +62,7 @@ TEST_F(Defaults, LogLevelOfTheHostIsRespected) {
   log4cplus::Logger logger = log4cplus::Logger::getInstance(L"nuveq.camera");
   logger.addAppender(owner);
   logger.setLogLevel(log4cplus::OFF_LOG_LEVEL);
-  EXPECT_EQ(handler.CloseCameraDevice("0", 1), 0);
+  EXPECT_EQ(Close(), 0);
   logger.setLogLevel(log4cplus::NOT_SET_LOG_LEVEL);
   logger.removeAppender(owner);
   EXPECT_THAT(appender->lines, IsEmpty());

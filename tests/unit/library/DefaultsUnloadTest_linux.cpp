@@ -13,11 +13,10 @@ TEST_F(Defaults, ModuleUnloadsWhileTheCameraIsOpen) {
 }
 
 TEST_F(Defaults, ReloadRecoversFromFailedGraphCreation) {
-  const NUVEQCameraParam param{"0", 1, 640, 480, 30};
   platform.AnswersNth("CoCreateInstance", 1, scripted::Fails());
-  ASSERT_EQ(handler.OpenCameraDevice(&param), NUVEQ_CAMERA_GRAPH_FAILED);
-  EXPECT_EQ(handler.CloseCameraDevice("0", 1), 0);
-  EXPECT_EQ(handler.OpenCameraDevice(&param), NUVEQ_CAMERA_ENCODER_FAILED);
+  ASSERT_EQ(Open(), NUVEQ_CAMERA_GRAPH_FAILED);
+  EXPECT_EQ(Close(), 0);
+  EXPECT_EQ(Open(), NUVEQ_CAMERA_ENCODER_FAILED);
   library.Unload();
   EXPECT_FALSE(library.IsMapped());
   EXPECT_THAT(platform.Alive(), ::testing::IsEmpty());
@@ -25,7 +24,7 @@ TEST_F(Defaults, ReloadRecoversFromFailedGraphCreation) {
   LoadedLibrary again(NUVEQ_LIBRARY_FILE);
   ASSERT_EQ(again.GetCameraHandler(&handler), 0);
   QueryAndOpen();
-  EXPECT_EQ(handler.CloseCameraDevice("0", 1), 1);
+  EXPECT_EQ(Close(), 1);
 }
 
 }  // namespace

@@ -97,7 +97,7 @@ class ThreadPriority : public Defaults {
       EXPECT_EQ(Standing::OfThisThread(), opener) << "the host's thread stays as it is";
       EXPECT_TRUE(platform.DeliverFrame(Frame(kFrameSize, 1)));
       EXPECT_TRUE(host.WaitForPackets(1));
-      EXPECT_EQ(handler.CloseCameraDevice("0", 1), 1);
+      EXPECT_EQ(Close(), 1);
     }).join();
   }
 
