@@ -374,6 +374,10 @@ std::vector<LoggedSituation> LoggedSituations() {
       {"EmptyFrame",
        WithOpenCamera([](LogMessages& test) { test.platform.DeliverFrame(Frame(0, 0)); }),
        {"ERROR SampleGrabberCB:60 error buffer size0(SampleGrabberCB::BufferCB)"}},
+      {"FrameOfNegativeLength",
+       WithOpenCamera(
+           [](LogMessages& test) { EXPECT_TRUE(test.platform.DeliverFrame(Frame(1, 1).data(), -1)); }),
+       {}},
       {"EncoderFails",
        WithOpenCamera([](LogMessages& test) {
          test.platform.AnswersNth("VideoEncoder::Encode", 1, Answer{-7, false});

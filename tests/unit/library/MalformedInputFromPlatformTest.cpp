@@ -241,6 +241,9 @@ TEST_F(MalformedInputFromPlatform, InvalidUnicodeNameFailsQueryAndOpen) {
         << "no camera is known";
     EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   }
+  platform.SetPc(LaptopPc());
+  QueryAndRelease();
+  ExpectASession();
 }
 
 // --- Samples ---
