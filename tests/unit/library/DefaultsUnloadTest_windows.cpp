@@ -5,6 +5,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
+#include <functional>
 #include <stdexcept>
 #include <thread>
 
@@ -53,7 +54,7 @@ class PinnedModule : public Defaults {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     Defaults::SetUp();
     host.Reset();
-    ASSERT_EQ(handler.RegisterSendDataCallback(nullptr, 0, &HostCallbacks::OnData), 0);
+    ASSERT_NO_FATAL_FAILURE(RegisterCallbacks());
   }
 
   void TearDown() override {
@@ -65,6 +66,27 @@ class PinnedModule : public Defaults {
     EXPECT_TRUE(IsUnloadedInTheEnd());
     EXPECT_EQ(platform.CallCount("CoInitialize"), platform.CallCount("CoUninitialize"));
     host.Reset();
+  }
+
+  void RegisterCallbacks() const {
+    ASSERT_EQ(handler.RegisterSendDataCallback(nullptr, 0, &HostCallbacks::OnData), 0);
+    const NUVEQServiceListener listener{&HostCallbacks::OnStatus, nullptr};
+    ASSERT_EQ(handler.RegisterServiceListener(&listener), 0);
+  }
+
+  // Loads the library and opens the camera, calls closeAndUnload and waits until the library is unloaded.
+  void RepeatSessions(int rounds, const std::function<void(LoadedLibrary&)>& closeAndUnload) {
+    platform.SetRecording(false);
+    host.KeepPackets(false);
+    library.Unload();
+    for (int round = 0; round < rounds; ++round) {
+      LoadedLibrary loaded(NUVEQ_LIBRARY_FILE);
+      ASSERT_EQ(loaded.GetCameraHandler(&handler), 0);
+      ASSERT_NO_FATAL_FAILURE(RegisterCallbacks());
+      ASSERT_NO_FATAL_FAILURE(QueryAndOpen());
+      closeAndUnload(loaded);
+      ASSERT_TRUE(IsUnloadedInTheEnd());
+    }
   }
 
   // A separate thread releases the pin.
@@ -130,20 +152,11 @@ TEST_F(PinnedModule, EveryCloseReleasesThePinOfItsOpen) {
 
 TEST_F(PinnedModule, UnloadsAndReloadsWhileStreaming) {
   platform.SetStreaming({true, [](std::uint64_t) { return Frame(kFrameSize, 1); }});
-  platform.SetRecording(false);
-  host.KeepPackets(false);
-  library.Unload();
-  constexpr int kRounds = 3;
-  for (int round = 0; round < kRounds; ++round) {
-    LoadedLibrary loaded(NUVEQ_LIBRARY_FILE);
-    ASSERT_EQ(loaded.GetCameraHandler(&handler), 0);
-    ASSERT_EQ(handler.RegisterSendDataCallback(nullptr, 0, &HostCallbacks::OnData), 0);
-    ASSERT_NO_FATAL_FAILURE(QueryAndOpen());
+  RepeatSessions(3, [&](LoadedLibrary& loaded) {
     loaded.Unload();
-    ASSERT_TRUE(host.WaitForPackets(host.PacketCount() + 5));
-    ASSERT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
-    ASSERT_TRUE(IsUnloadedInTheEnd());
-  }
+    EXPECT_TRUE(host.WaitForPackets(host.PacketCount() + 5));
+    EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
+  });
 }
 
 TEST_F(PinnedModule, UnloadsAfterAllBuffersWereLost) {
@@ -159,37 +172,22 @@ TEST_F(PinnedModule, UnloadsAfterAllBuffersWereLost) {
 // --- The pin is the last reference while the closing thread is still in the library ---
 
 TEST_F(PinnedModule, ClosingThreadLeavesBeforeTheLibraryIsUnmapped) {
-  platform.SetRecording(false);
-  host.KeepPackets(false);
-  library.Unload();
-  constexpr int kRounds = 40;
-  for (int round = 0; round < kRounds; ++round) {
-    LoadedLibrary loaded(NUVEQ_LIBRARY_FILE);
-    ASSERT_EQ(loaded.GetCameraHandler(&handler), 0);
-    ASSERT_NO_FATAL_FAILURE(QueryAndOpen());
+  RepeatSessions(20, [&](LoadedLibrary& loaded) {
     loaded.Unload();
-    // The closing thread continues, or ends.
-    if (round % 2 == 0) {
-      ASSERT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
-    } else {
-      std::thread([&] { ASSERT_EQ(Close(), NUVEQ_CAMERA_CLOSED); }).join();
-    }
-    ASSERT_TRUE(IsUnloadedInTheEnd());
-  }
+    EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
+  });
+}
+
+TEST_F(PinnedModule, ClosingThreadThatEndsLeavesBeforeTheLibraryIsUnmapped) {
+  RepeatSessions(20, [&](LoadedLibrary& loaded) {
+    loaded.Unload();
+    std::thread([&] { EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED); }).join();
+  });
 }
 
 // Another thread of the host unloads the library while the close is returning.
 TEST_F(PinnedModule, ClosingThreadLeavesBeforeUnloadByAnotherThread) {
-  platform.SetRecording(false);
-  host.KeepPackets(false);
-  library.Unload();
-  constexpr int kRounds = 40;
-  for (int round = 0; round < kRounds; ++round) {
-    LoadedLibrary loaded(NUVEQ_LIBRARY_FILE);
-    ASSERT_EQ(loaded.GetCameraHandler(&handler), 0);
-    const NUVEQServiceListener listener{&HostCallbacks::OnStatus, nullptr};
-    ASSERT_EQ(handler.RegisterServiceListener(&listener), 0);
-    ASSERT_NO_FATAL_FAILURE(QueryAndOpen());
+  RepeatSessions(40, [&](LoadedLibrary& loaded) {
     Gate closing;
     host.InStatus([&](int status) {
       if (status == NUVEQ_SERVICE_STATUS_CAMERA_CLOSED) {
@@ -202,30 +200,22 @@ TEST_F(PinnedModule, ClosingThreadLeavesBeforeUnloadByAnotherThread) {
     });
     EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
     unloader.join();
-    ASSERT_TRUE(IsUnloadedInTheEnd());
     host.InStatus(nullptr);
-  }
+  });
 }
 
 TEST_F(PinnedModule, ClosingThreadOfLowestPriorityLeaves) {
-  library.Unload();
-  for (int round = 0; round < 3; ++round) {
-    LoadedLibrary loaded(NUVEQ_LIBRARY_FILE);
-    ASSERT_EQ(loaded.GetCameraHandler(&handler), 0);
-    ASSERT_NO_FATAL_FAILURE(QueryAndOpen());
+  RepeatSessions(3, [&](LoadedLibrary& loaded) {
     loaded.Unload();
     std::thread([&] {
       EXPECT_TRUE(SetThreadPriority(GetCurrentThread(), THREAD_PRIORITY_IDLE));
       EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
     }).join();
-    ASSERT_TRUE(IsUnloadedInTheEnd());
-  }
+  });
 }
 
 // When the nested close returns, the open is still in the library.
 TEST_F(PinnedModule, CloseInsideTheReportOfAnOpenWaitsUntilTheOpenHasLeft) {
-  const NUVEQServiceListener listener{&HostCallbacks::OnStatus, nullptr};
-  ASSERT_EQ(handler.RegisterServiceListener(&listener), 0);
   ExpectLeft("current media type");
   ASSERT_NO_FATAL_FAILURE(Query());
   host.InStatus([&](int status) {
@@ -240,8 +230,6 @@ TEST_F(PinnedModule, CloseInsideTheReportOfAnOpenWaitsUntilTheOpenHasLeft) {
 }
 
 TEST_F(PinnedModule, ThrowingCloseLeavesBeforeTheLibraryIsUnmapped) {
-  const NUVEQServiceListener listener{&HostCallbacks::OnStatus, nullptr};
-  ASSERT_EQ(handler.RegisterServiceListener(&listener), 0);
   QueryAndOpen();
   library.Unload();
   host.InStatus([](int) { throw std::runtime_error("host"); });

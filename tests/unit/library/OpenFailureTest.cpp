@@ -37,7 +37,7 @@ std::vector<std::string> Labels(Held held) {
   return labels;
 }
 
-// What a call can return instead of success.
+// Results of a failing call: E_FAIL and S_FALSE; also success with null; only null.
 enum class Failures { kOfCall, kOfCallWithOutput, kOnlyNull };
 
 struct Step {

@@ -13,11 +13,11 @@ using ::testing::Contains;
 using ::testing::IsEmpty;
 using ::testing::StartsWith;
 
-// Which part of the query fails. Decides what is left of an earlier query.
+// Part of the query that fails, with the results of an earlier query that remain.
 enum class Part {
-  kEnumeration,  // everything
-  kSearch,       // no camera
-  kBinding,      // everything
+  kEnumeration,  // all
+  kSearch,       // none
+  kBinding,      // all
   kReading,      // the camera without its formats
 };
 
