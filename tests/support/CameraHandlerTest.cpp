@@ -72,6 +72,22 @@ void CameraHandlerTest::QueryAndOpen() {
   ASSERT_EQ(Open(), 0);
 }
 
+void CameraHandlerTest::QuerySmallCamera() {
+  platform.SetPc(
+      {{{0, scripted::kBuiltInId}}, {scripted::BuiltInCamera({scripted::Yuy2(kSmallSide, kSmallSide, 30)})}});
+  ASSERT_NO_FATAL_FAILURE(QueryAndRelease());
+  platform.SetRecording(false);
+  host.KeepPackets(false);
+}
+
+int CameraHandlerTest::OpenSmall(const std::string& id) {
+  const int result = Open(id, kSmallSide, kSmallSide, 30);
+  if (result == NUVEQ_CAMERA_OK) {
+    ExpectFormatLeft();
+  }
+  return result;
+}
+
 void CameraHandlerTest::DeliverAndReceive(std::uint8_t value) {
   const std::uint64_t packets = host.PacketCount();
   const unsigned destroyed = platform.CallCount("AVEncodePacket::~AVEncodePacket");

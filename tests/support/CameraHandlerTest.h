@@ -30,6 +30,10 @@ class CameraHandlerTest : public PlatformTest {
   // Queries, releases the records and opens. The journal starts after the query.
   void QueryAndOpen();
   void QueryAndRelease();
+  // Queries a PC whose only camera has small frames. Turns off the journal and the recording of packets.
+  void QuerySmallCamera();
+  // Opens that camera.
+  int OpenSmall(const std::string& id = "0");
   // Delivers one frame filled with value and waits for its packet.
   void DeliverAndReceive(std::uint8_t value);
 

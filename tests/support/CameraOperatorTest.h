@@ -43,17 +43,16 @@ class CameraOperatorTest : public PlatformTest {
   }
 
   // Parameters of an encoder for small frames.
-  static VideoEncoder::EncodeParam SmallParam(std::uint32_t width = 16) {
+  static VideoEncoder::EncodeParam SmallParam(std::uint32_t width = kSmallSide) {
     VideoEncoder::EncodeParam param{};
     param.width = width;
-    param.height = 16;
+    param.height = kSmallSide;
     param.frameRate = 30;
     param.colorSpace = ColorSpace::kYuy2;
     return param;
   }
 
   using Access = CameraOperatorTestAccess;
-  static constexpr std::size_t kSmallFrameSize = std::size_t{16} * 16 * 2;
 
   std::optional<CameraOperator> camera;
 };

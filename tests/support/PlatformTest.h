@@ -17,6 +17,10 @@ namespace support {
 // Size of a 640x480 YUY2 frame in bytes.
 inline constexpr std::size_t kFrameSize = std::size_t{640} * 480 * 2;
 
+// Side in pixels and size in bytes of small YUY2 frames, for many rounds.
+inline constexpr std::uint32_t kSmallSide = 16;
+inline constexpr std::size_t kSmallFrameSize = std::size_t{kSmallSide} * kSmallSide * 2;
+
 // Returns a frame of the given size in bytes, filled with value.
 std::vector<std::uint8_t> Frame(std::size_t size, std::uint8_t value);
 

@@ -6,13 +6,11 @@
 
 namespace {
 
-using scripted::BuiltInCamera;
-using scripted::kBuiltInId;
 using scripted::SFalse;
-using scripted::Yuy2;
 using support::Frame;
 using support::Gate;
 using support::kFrameSize;
+using support::kSmallFrameSize;
 using support::Packet;
 using support::WaitFor;
 using ::testing::Contains;
@@ -100,19 +98,14 @@ TEST_F(ExhaustedPool, CloseReturnsWithoutEncoderThread) {
 }
 
 TEST_F(ExhaustedPool, CloseReturnsEveryTimeTheCameraWaitsForABuffer) {
-  constexpr std::uint32_t kSide = 16;  // small frames for many rounds
-  platform.SetPc({{{0, kBuiltInId}}, {BuiltInCamera({Yuy2(kSide, kSide, 30)})}});
-  QueryAndRelease();
-  platform.SetStreaming({true, [](std::uint64_t) { return Frame(std::size_t{kSide} * kSide * 2, 1); }});
-  platform.SetRecording(false);
-  host.KeepPackets(false);
+  QuerySmallCamera();
+  platform.SetStreaming({true, [](std::uint64_t) { return Frame(kSmallFrameSize, 1); }});
   for (int round = 0; round < 300; ++round) {
     Gate mayReturn;
     host.InData([&](const Packet&) { EXPECT_TRUE(mayReturn.Wait()); });
     const std::uint64_t full = platform.DeliveredFrames() + 6;
     const unsigned stops = platform.CallCount("IMediaControl::Stop");
-    ASSERT_EQ(Open("0", kSide, kSide, 30), NUVEQ_CAMERA_OK);
-    ExpectFormatLeft();
+    ASSERT_EQ(OpenSmall(), NUVEQ_CAMERA_OK);
     // One frame is in the data callback, five are queued, and the next one waits.
     EXPECT_TRUE(
         WaitFor([&] { return platform.DeliveredFrames() == full && platform.FramesInDelivery() == 1; }));

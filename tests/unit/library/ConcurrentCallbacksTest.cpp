@@ -13,12 +13,11 @@ using support::CameraHandlerTest;
 using support::Frame;
 using support::Gate;
 using support::kFrameSize;
+using support::kSmallFrameSize;
 using support::Packet;
 using support::WaitFor;
 
 constexpr std::size_t kCallers = 4;
-constexpr std::uint32_t kTinySide = 16;
-constexpr std::size_t kTinySize = std::size_t{kTinySide} * kTinySide * 2;
 
 struct Origin {
   std::uint32_t caller = 0;
@@ -26,7 +25,7 @@ struct Origin {
 };
 
 std::vector<std::uint8_t> FrameFrom(std::size_t caller, std::uint32_t number) {
-  std::vector<std::uint8_t> frame(kTinySize);
+  std::vector<std::uint8_t> frame(kSmallFrameSize);
   const Origin origin{static_cast<std::uint32_t>(caller), number};
   std::memcpy(frame.data(), &origin, sizeof(origin));
   return frame;
@@ -66,11 +65,7 @@ class ConcurrentCallbacks : public CameraHandlerTest {
  protected:
   void SetUp() override {
     CameraHandlerTest::SetUp();
-    platform.SetPc(
-        {{{0, scripted::kBuiltInId}}, {scripted::BuiltInCamera({scripted::Yuy2(kTinySide, kTinySide, 30)})}});
-    QueryAndRelease();
-    platform.SetRecording(false);
-    host.KeepPackets(false);
+    QuerySmallCamera();
   }
   // Expects that the frames of each thread arrive in order and without gaps. Only the last frames of a
   // session may be lost.
@@ -83,11 +78,8 @@ class ConcurrentCallbacks : public CameraHandlerTest {
     });
   }
   int OpenTiny() {
-    const int result = Open("0", kTinySide, kTinySide, 30);
-    if (result == 0) {
-      ExpectFormatLeft();
-      m_closed = false;
-    }
+    const int result = OpenSmall();
+    m_closed = result != NUVEQ_CAMERA_OK;
     return result;
   }
   int CloseTiny() {
@@ -151,8 +143,8 @@ TEST_F(ConcurrentCallbacks, CallbackAfterCloseReturnsAndUsesNoBuffer) {
   std::vector<std::uint8_t> frame = FrameFrom(0, 0);
   // More frames than buffers in the pool.
   for (int i = 0; i < 10; ++i) {
-    for (const LONG length : {static_cast<LONG>(kTinySize), LONG{1}, LONG{0}, LONG{-1},
-                              static_cast<LONG>(kTinySize) + 1, std::numeric_limits<LONG>::max()}) {
+    for (const LONG length : {static_cast<LONG>(kSmallFrameSize), LONG{1}, LONG{0}, LONG{-1},
+                              static_cast<LONG>(kSmallFrameSize) + 1, std::numeric_limits<LONG>::max()}) {
       EXPECT_EQ(callback->BufferCB(0.0, frame.data(), length), S_OK);
     }
     EXPECT_EQ(callback->SampleCB(0.0, nullptr), S_OK);

@@ -13,6 +13,7 @@ using support::CameraOperatorTest;
 using support::Frame;
 using support::Gate;
 using support::kFrameSize;
+using support::kSmallFrameSize;
 using support::Packet;
 using support::WaitFor;
 

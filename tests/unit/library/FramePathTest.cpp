@@ -8,21 +8,16 @@
 namespace {
 
 using scripted::Answer;
-using scripted::kBuiltInId;
-using scripted::Yuy2;
 using support::CameraHandlerTest;
 using support::Frame;
 using support::Gate;
 using support::HostCallbacks;
+using support::kSmallFrameSize;
 using support::Packet;
 using support::WaitFor;
 
-// Small frames, for many rounds.
-constexpr std::uint32_t kSide = 16;
-constexpr std::size_t kSize = std::size_t{kSide} * kSide * 2;
-
 std::vector<std::uint8_t> NumberedFrame(std::uint64_t number) {
-  std::vector<std::uint8_t> frame(kSize);
+  std::vector<std::uint8_t> frame(kSmallFrameSize);
   std::memcpy(frame.data(), &number, sizeof(number));
   return frame;
 }
@@ -37,18 +32,8 @@ class FramePath : public CameraHandlerTest {
  protected:
   void SetUp() override {
     CameraHandlerTest::SetUp();
-    platform.SetPc({{{0, kBuiltInId}}, {scripted::BuiltInCamera({Yuy2(kSide, kSide, 30)})}});
-    QueryAndRelease();
+    QuerySmallCamera();
     platform.SetStreaming({true, NumberedFrame});
-    platform.SetRecording(false);
-    host.KeepPackets(false);
-  }
-  int OpenSmall(const std::string& id = "0") {
-    const int result = Open(id, kSide, kSide, 30);
-    if (result == 0) {
-      ExpectFormatLeft();
-    }
-    return result;
   }
 };
 
@@ -183,7 +168,7 @@ TEST_P(ManyRounds, OpenAndCloseWhileStreaming) {
       break;
     case Weather::kOversizeFrames:
       platform.SetStreaming({true, [](std::uint64_t number) {
-                               return number % 3 == 0 ? NumberedFrame(number) : Frame(kSize + 1, 0);
+                               return number % 3 == 0 ? NumberedFrame(number) : Frame(kSmallFrameSize + 1, 0);
                              }});
       break;
   }

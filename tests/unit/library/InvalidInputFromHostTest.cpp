@@ -10,13 +10,13 @@
 
 namespace {
 
-using scripted::Yuy2;
 using support::CameraHandlerTest;
 using support::Frame;
 using support::Gate;
 using support::GuardPageBuffer;
 using support::HostCallbacks;
 using support::kFrameSize;
+using support::kSmallFrameSize;
 using support::Packet;
 using support::WaitFor;
 using ::testing::Contains;
@@ -316,15 +316,12 @@ TEST_F(InvalidInputFromHost, CloseReturnsWhileTheDataCallbackThrows) {
 TEST_F(InvalidInputFromHost, DataCallbackThatBlocksForTenSecondsLosesNoFrame) {
   constexpr std::uint64_t kBlocking = 3;
   constexpr std::chrono::seconds kBlock{10};
-  platform.SetPc(scripted::LaptopPc({Yuy2(16, 16, 30)}));
-  QueryAndRelease();
-  platform.SetRecording(false);
+  QuerySmallCamera();
   platform.SetStreaming({true, [](std::uint64_t number) {
-                           std::vector<std::uint8_t> frame = Frame(std::size_t{16} * 16 * 2, 0);
+                           std::vector<std::uint8_t> frame = Frame(kSmallFrameSize, 0);
                            std::memcpy(frame.data(), &number, sizeof(number));
                            return frame;
                          }});
-  host.KeepPackets(false);
   std::atomic<std::uint64_t> next = 0;
   std::atomic<std::uint64_t> outOfOrder = 0;
   std::atomic<std::uint64_t> heldBack = 0;
@@ -345,8 +342,7 @@ TEST_F(InvalidInputFromHost, DataCallbackThatBlocksForTenSecondsLosesNoFrame) {
       ended = true;
     }
   });
-  ASSERT_EQ(Open("0", 16, 16, 30), 0);
-  ExpectFormatLeft();
+  ASSERT_EQ(OpenSmall(), 0);
   ASSERT_TRUE(blocks.Wait());
   EXPECT_EQ(heldBack, kBlocking + 1 + 5);
   std::thread closer([&] {
