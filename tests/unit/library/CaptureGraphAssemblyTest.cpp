@@ -26,6 +26,7 @@ class CaptureGraphAssembly : public CameraOperatorTest {
   bool Open() { return camera->OpenCamera(0, 640, 480, 30, MEDIASUBTYPE_YUY2); }
   void ExpectCapturePinToBeConnected() {
     ExpectLeft("current media type");
+    platform.ClearJournal();
     EXPECT_TRUE(Open());
     EXPECT_THAT(platform.Calls(), Contains("IGraphBuilder::Connect(built-in.capture, grabber.in)"));
     camera->StopCapture();
