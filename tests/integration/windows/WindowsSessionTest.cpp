@@ -1,7 +1,6 @@
 // Sessions on Windows: opening, streaming, closing, and their log messages.
 #include <windows.h>
 
-#include <atomic>
 #include <thread>
 
 #include "WindowsCameraTest.h"

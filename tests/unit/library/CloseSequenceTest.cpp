@@ -1,6 +1,5 @@
 // Close, unload and process exit.
 #include <algorithm>
-#include <atomic>
 
 #include "ProcessExitTest.h"
 #include "support/CameraHandlerTest.h"

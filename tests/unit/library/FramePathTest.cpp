@@ -10,7 +10,6 @@ namespace {
 using scripted::Answer;
 using support::CameraHandlerTest;
 using support::Frame;
-using support::Gate;
 using support::HostCallbacks;
 using support::kSmallFrameSize;
 using support::Packet;

@@ -1,6 +1,5 @@
 // Malformed output of platform calls that succeed, in a query and in an open.
 #include <limits>
-#include <optional>
 
 #include "support/CameraHandlerTest.h"
 #include "support/GuardPageBuffer.h"

@@ -19,8 +19,6 @@ using support::kSmallFrameSize;
 using support::PlatformTest;
 using support::WaitFor;
 using ::testing::Each;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 class SampleGrabberCallback : public PlatformTest {
  protected:
