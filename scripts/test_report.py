@@ -36,7 +36,7 @@ class Results:
             elif case.get("status") == "run":
                 self.counts["passed"] += 1
             self.injected_failures += sum(int(entry.get("value")) for entry in case.iter("property")
-                                          if entry.get("name") == "injected_failures")
+                                          if entry.get("name").startswith("injected_failures"))
 
     def skip(self, name, reason):
         self.counts["skipped"] += 1

@@ -76,7 +76,7 @@ void ScenarioTest::RepeatUntilNothingFails(const std::string& kind,
     hasFailed = run(number);
     ASSERT_FALSE(HasFailure()) << kind << " at number " << number;
   }
-  std::cout << GetScenario().name << ", " << kind << ": " << number << " runs\n";
+  RecordProperty("injected_failures, " + kind, std::to_string(number));
   EXPECT_GT(number, 1U) << "nothing has failed";
 }
 

@@ -79,7 +79,7 @@ def test_skipped_tests_are_reported_with_the_reason(build):
 
 def test_injected_failures_are_summed(build):
     build.add_test("fault_tests.Queue")
-    runs = '<properties><property name="injected_failures" value="{}"/></properties>'
+    runs = '<properties><property name="injected_failures, E_FAIL" value="{}"/></properties>'
     build.add_report("fault_tests.Queue", suite(case("Query", runs.format(52)), case("Open", runs.format(43))))
     assert "native: 2 passed, 0 failed; 95 runs with an injected failure" in build.report()[1]
 
