@@ -107,8 +107,8 @@ def in_parallel(count, work, items, cancel):
 
 
 def trace(runner, workers, mutant_count):
-    """Runs every test once. Returns the tests that reach each mutant."""
-    listed = [(program, name) for program, path in runner.programs.items() for name in run.list_tests(program, path)]
+    """Runs every test once. Returns the number of tests, and the tests that reach each mutant."""
+    listed = [(program, name) for program, path in runner.programs.items() for name in run.list_tests(path)]
     reaching = [[] for _ in range(mutant_count)]
     for traced in in_parallel(workers, lambda test: run.trace(runner, *test, mutant_count), listed, runner.cancel):
         if traced is not None:

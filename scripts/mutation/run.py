@@ -115,7 +115,7 @@ def wait(process, patience_s):
     return None
 
 
-def list_tests(program, path):
+def list_tests(path):
     listed = subprocess.run([path, "--gtest_list_tests"], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True,
                             timeout=60, check=True).stdout
     suite = ""
