@@ -1,17 +1,8 @@
 #include "support/ProductTest.h"
 
 #include <algorithm>
-#include <filesystem>
 
 namespace support {
-
-namespace {
-
-long EntriesIn(const char* folder) {
-  return std::distance(std::filesystem::directory_iterator(folder), std::filesystem::directory_iterator());
-}
-
-}  // namespace
 
 void ProductTest::SetUp() {
   m_objects = com::LiveObjects();
@@ -101,9 +92,5 @@ void ProductTest::ExpectNumbersFrom(std::uint32_t first) {
     EXPECT_EQ(NumberIn(decoded.pictures[i]), first + i);
   }
 }
-
-long ProductTest::Threads() { return EntriesIn("/proc/self/task"); }
-
-long ProductTest::Descriptors() { return EntriesIn("/proc/self/fd"); }
 
 }  // namespace support

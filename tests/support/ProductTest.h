@@ -41,10 +41,6 @@ class ProductTest : public ::testing::Test {
   // Expects the block that an open leaks if it fails after it has got the camera's format.
   void ExpectOneMoreBlock() { ++m_opens; }
 
-  // Numbers of threads and file descriptors of this process.
-  static long Threads();
-  static long Descriptors();
-
   void Unload();
 
   HostCallbacks& host = HostCallbacks::Get();

@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "SimulatedProductTest.h"
+#include "support/ScopedTempFolder.h"
 
 namespace {
 
@@ -19,30 +20,14 @@ constexpr std::uint64_t kClipFrames = 60;
 
 // The clip's first pictures, decoded by ffmpeg to BT.601 limited range.
 std::vector<Yuv> ReadClip() {
-  std::string folder = (std::filesystem::temp_directory_path() / "nuveq-clip-XXXXXX").string();
-  if (mkdtemp(folder.data()) == nullptr) {
-    return {};
-  }
+  const ScopedTempFolder folder;
   std::ostringstream command;
   command << NUVEQ_FFMPEG << " -v error -i " << NUVEQ_CLIP << " -frames:v " << kClipFrames
-          << " -vf scale=out_color_matrix=bt601:out_range=tv -pix_fmt yuv420p -f rawvideo " << folder
-          << "/clip.yuv </dev/null";
-  std::vector<Yuv> pictures;
+          << " -vf scale=out_color_matrix=bt601:out_range=tv -pix_fmt yuv420p -f rawvideo "
+          << (folder / "clip.yuv").string() << " </dev/null";
   // NOLINTNEXTLINE(concurrency-mt-unsafe,cert-env33-c): there are no other threads
-  if (std::system(command.str().c_str()) == 0) {
-    std::ifstream file(folder + "/clip.yuv", std::ios::binary);
-    constexpr std::size_t kLuma = std::size_t{kClipWidth} * kClipHeight;
-    Yuv picture{kClipWidth, kClipHeight, Bytes(kLuma), Bytes(kLuma / 4), Bytes(kLuma / 4)};
-    const auto read = [&](Bytes& plane) {
-      file.read(reinterpret_cast<char*>(plane.data()), static_cast<std::streamsize>(plane.size()));
-    };
-    for (read(picture.y), read(picture.u), read(picture.v); file;
-         read(picture.y), read(picture.u), read(picture.v)) {
-      pictures.push_back(picture);
-    }
-  }
-  std::filesystem::remove_all(folder);
-  return pictures;
+  const bool isDecoded = std::system(command.str().c_str()) == 0;
+  return isDecoded ? video::ReadI420(folder / "clip.yuv", kClipWidth, kClipHeight) : std::vector<Yuv>();
 }
 
 class ClipSessionTest : public SimulatedProductTest, public ::testing::WithParamInterface<std::uint32_t> {};

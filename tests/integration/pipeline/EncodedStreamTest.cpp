@@ -4,6 +4,7 @@
 #include <fstream>
 
 #include "support/CameraHandlerTest.h"
+#include "support/ScopedTempFolder.h"
 #include "support/video/DecodedStream.h"
 
 namespace {
@@ -116,33 +117,18 @@ TEST_P(EncodedStreamTest, SizesBelowTheEncodersMinimumAreRejected) {
 
 // Decodes with a decoder that is independent of the encoder. Warnings count as errors.
 Decoded DecodeWithFfmpeg(const std::vector<Bytes>& packets) {
-  std::string folder = (std::filesystem::temp_directory_path() / "nuveq-pipeline-XXXXXX").string();
-  if (mkdtemp(folder.data()) == nullptr) {
-    return {{}, 1};
-  }
-  std::ofstream stream(folder + "/in.h264", std::ios::binary);
+  const ScopedTempFolder folder;
+  std::ofstream stream(folder / "in.h264", std::ios::binary);
   for (const Bytes& packet : packets) {
     stream.write(reinterpret_cast<const char*>(packet.data()), static_cast<std::streamsize>(packet.size()));
   }
   stream.close();
-  const std::string command = "cd " + folder + " && " + NUVEQ_FFMPEG +
+  const std::string command = "cd " + folder.Path().string() + " && " + NUVEQ_FFMPEG +
                               " -v warning -i in.h264 -f rawvideo -pix_fmt yuv420p out.yuv </dev/null 2>log";
   Decoded decoded;
   decoded.errors += std::system(command.c_str()) != 0 ? 1 : 0;  // NOLINT(concurrency-mt-unsafe,cert-env33-c)
-  decoded.errors += std::filesystem::file_size(folder + "/log") != 0 ? 1 : 0;
-  std::ifstream pictures(folder + "/out.yuv", std::ios::binary);
-  constexpr std::size_t kLuma = std::size_t{kWidth} * kHeight;
-  for (;;) {
-    Yuv picture{kWidth, kHeight, Bytes(kLuma), Bytes(kLuma / 4), Bytes(kLuma / 4)};
-    for (Bytes* const plane : {&picture.y, &picture.u, &picture.v}) {
-      pictures.read(reinterpret_cast<char*>(plane->data()), static_cast<std::streamsize>(plane->size()));
-    }
-    if (!pictures) {
-      break;
-    }
-    decoded.pictures.push_back(std::move(picture));
-  }
-  std::filesystem::remove_all(folder);
+  decoded.errors += std::filesystem::file_size(folder / "log") != 0 ? 1 : 0;
+  decoded.pictures = video::ReadI420(folder / "out.yuv", kWidth, kHeight);
   return decoded;
 }
 

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "SimulatedProductTest.h"
+#include "support/ProcessCounts_linux.h"
 
 namespace {
 
@@ -76,8 +77,8 @@ TEST_F(SimulatedSessionTest, SecondOpenAndSecondCloseFail) {
 
 TEST_F(SimulatedSessionTest, TwoHundredSessionsLeakNothing) {
   ASSERT_NO_FATAL_FAILURE(Record(320, 240, 30, 2));
-  const long threads = Threads();
-  const long descriptors = Descriptors();
+  const long threads = support::ThreadCount();
+  const long descriptors = support::DescriptorCount();
   const std::uint64_t objects = com::LiveObjects();
   for (int round = 0; round < 200; ++round) {
     host.Reset();
@@ -87,8 +88,8 @@ TEST_F(SimulatedSessionTest, TwoHundredSessionsLeakNothing) {
     ASSERT_EQ(com::LiveObjects(), objects) << round;
   }
   ExpectNumbersFrom(0);
-  EXPECT_EQ(Threads(), threads);
-  EXPECT_EQ(Descriptors(), descriptors);
+  EXPECT_EQ(support::ThreadCount(), threads);
+  EXPECT_EQ(support::DescriptorCount(), descriptors);
 }
 
 TEST_F(SimulatedSessionTest, CanCloseWhileTheCameraWaitsForABuffer) {

@@ -16,6 +16,7 @@
 #include "com/Com.h"
 #include "devices/DeviceProvider.h"
 #include "graph/StreamStats.h"
+#include "support/ProcessCounts_linux.h"
 
 namespace soak {
 namespace {
@@ -26,12 +27,6 @@ constexpr std::size_t kHeapSlack = std::size_t{32} << 10;
 constexpr std::size_t kBlockSlack = 16;
 // Partially used pages and thread stacks. A leak of the largest frame is twice as large.
 constexpr std::size_t kResidentSlack = std::size_t{4} << 20;
-
-long EntriesOf(const char* folder) {
-  return std::distance(std::filesystem::directory_iterator(folder), std::filesystem::directory_iterator());
-}
-
-long Threads() { return EntriesOf("/proc/self/task"); }
 
 // Minimal heap cost of the block of task memory that an open leaks.
 std::size_t MeasureBlockCost() {
@@ -79,9 +74,8 @@ std::string InKib(std::size_t bytes) { return std::to_string((bytes + 512) / 102
 Footprint MeasureFootprint(Detail detail) {
   Footprint footprint;
   footprint.heap = HeapInUse();
-  footprint.threads = Threads();
-  // Excludes the descriptor that reads the folder.
-  footprint.descriptors = EntriesOf("/proc/self/fd") - 1;
+  footprint.threads = support::ThreadCount();
+  footprint.descriptors = support::DescriptorCount();
   footprint.objects = com::LiveObjects();
   footprint.blocks = com::LiveTaskBlocks();
   if (detail == Detail::kFull) {
@@ -94,14 +88,14 @@ Footprint MeasureFootprint(Detail detail) {
 void WaitForThreadCount(long count) {
   constexpr std::chrono::seconds kTimeout{60};
   const auto deadline = std::chrono::steady_clock::now() + kTimeout;
-  long threads = Threads();
+  long threads = support::ThreadCount();
   while (threads != count) {
     if (std::chrono::steady_clock::now() > deadline) {
       throw SoakFailure("there are " + std::to_string(threads) + " threads instead of " +
                         std::to_string(count));
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    threads = Threads();
+    threads = support::ThreadCount();
   }
 }
 

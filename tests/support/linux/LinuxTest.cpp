@@ -1,20 +1,11 @@
 #include "support/linux/LinuxTest.h"
 
+#include "support/ProcessCounts_linux.h"
 #include "v4l2/SystemCalls.h"
 
 namespace linux_support {
-namespace {
-
-// Open descriptors of the process.
-std::size_t CountDescriptors() {
-  const std::filesystem::directory_iterator all("/proc/self/fd");
-  return static_cast<std::size_t>(std::distance(begin(all), end(all)));
-}
-
-}  // namespace
-
 ResourceCounts ResourceCounts::Current(const FakeSystemCalls& kernel) {
-  return {com::LiveObjects(), com::LiveTaskBlocks(), CountDescriptors(), kernel.OpenHandles(),
+  return {com::LiveObjects(), com::LiveTaskBlocks(), support::DescriptorCount(), kernel.OpenHandles(),
           kernel.Mappings()};
 }
 

@@ -20,8 +20,8 @@ struct ResourceCounts {
 
   std::uint64_t objects = 0;
   std::uint64_t taskBlocks = 0;
-  std::size_t descriptors = 0;  // of the process
-  std::size_t handles = 0;      // of video devices
+  long descriptors = 0;     // of the process
+  std::size_t handles = 0;  // of video devices
   std::size_t mappings = 0;
 
   friend bool operator==(const ResourceCounts&, const ResourceCounts&) = default;

@@ -50,19 +50,9 @@ std::string ParentOf(const std::string& name) {
 }  // namespace
 
 SysfsTree::SysfsTree() {
-  std::string pattern = (fs::temp_directory_path() / "nuveq-linux-XXXXXX").string();
-  if (mkdtemp(pattern.data()) == nullptr) {
-    throw std::runtime_error("cannot create a temporary folder");
-  }
-  m_root = fs::canonical(pattern);
   for (const fs::path& folder : {Devices(), UsbLinks(), VideoLinks(), DevRoot()}) {
     fs::create_directories(folder);
   }
-}
-
-SysfsTree::~SysfsTree() {
-  std::error_code ignored;
-  fs::remove_all(m_root, ignored);
 }
 
 fs::path SysfsTree::UsbFolder(const std::string& name) const { return fs::canonical(UsbLinks() / name); }

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "support/ScopedTempFolder.h"
+
 namespace linux_support {
 
 // A USB device other than a root hub.
@@ -26,7 +28,6 @@ class SysfsTree {
   SysfsTree();
   SysfsTree(const SysfsTree&) = delete;
   SysfsTree& operator=(const SysfsTree&) = delete;
-  ~SysfsTree();
 
   std::filesystem::path SysfsRoot() const { return m_root / "sys"; }
   std::filesystem::path DevRoot() const { return m_root / "dev"; }
@@ -60,7 +61,7 @@ class SysfsTree {
   static void AddPort(const std::filesystem::path& device, const std::string& connectType);
   void AddInterface(const std::filesystem::path& device, const std::string& deviceName, int number);
 
-  std::filesystem::path m_root;
+  ScopedTempFolder m_root;
 };
 
 }  // namespace linux_support

@@ -2,24 +2,10 @@
 
 #include <cstdlib>
 #include <fstream>
-#include <stdexcept>
 
 #include "support/simulated/SimulatedCameraHelpers.h"
 
 namespace simulated_support {
-
-ScopedTempFolder::ScopedTempFolder() {
-  std::string path = (std::filesystem::temp_directory_path() / "nuveq-clips-XXXXXX").string();
-  if (mkdtemp(path.data()) == nullptr) {
-    throw std::runtime_error("cannot create a temporary folder");
-  }
-  m_path = path;
-}
-
-ScopedTempFolder::~ScopedTempFolder() {
-  std::error_code ignored;
-  std::filesystem::remove_all(m_path, ignored);
-}
 
 Yuv PlainPicture(std::uint32_t width, std::uint32_t height, std::uint8_t y, std::uint8_t u, std::uint8_t v) {
   const std::size_t chroma = std::size_t{(width + 1) / 2} * ((height + 1) / 2);

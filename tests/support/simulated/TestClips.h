@@ -5,24 +5,10 @@
 #include <string>
 #include <vector>
 
+#include "support/ScopedTempFolder.h"
 #include "support/video/TestPictures.h"
 
 namespace simulated_support {
-
-// A temporary folder, deleted by the destructor.
-class ScopedTempFolder {
- public:
-  ScopedTempFolder();
-  ScopedTempFolder(const ScopedTempFolder&) = delete;
-  ScopedTempFolder& operator=(const ScopedTempFolder&) = delete;
-  ~ScopedTempFolder();
-
-  std::filesystem::path operator/(const std::string& name) const { return m_path / name; }
-  const std::filesystem::path& Path() const { return m_path; }
-
- private:
-  std::filesystem::path m_path;
-};
 
 // A picture of one colour.
 video::Yuv PlainPicture(std::uint32_t width, std::uint32_t height, std::uint8_t y, std::uint8_t u = 128,

@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "support/video/H264Decoder.h"
+
 namespace video {
 namespace {
 
@@ -66,13 +68,6 @@ Bytes WithoutEmulationPrevention(const Bytes& packet, std::size_t begin, std::si
   }
   return payload;
 }
-
-struct DestroyDecoder {
-  void operator()(ISVCDecoder* decoder) const {
-    decoder->Uninitialize();
-    WelsDestroyDecoder(decoder);
-  }
-};
 
 void CopyPlane(const std::uint8_t* plane, int stride, std::uint32_t width, std::uint32_t height, Bytes& out) {
   for (std::uint32_t y = 0; y < height; ++y) {
@@ -181,38 +176,17 @@ bool IsKeyFrame(const Bytes& packet) {
 
 Decoded Decode(const std::vector<Bytes>& packets) {
   Decoded decoded;
-  ISVCDecoder* made = nullptr;
-  if (WelsCreateDecoder(&made) != 0) {
-    ++decoded.errors;
-    return decoded;
-  }
-  const std::unique_ptr<ISVCDecoder, DestroyDecoder> decoder(made);
-  int quiet = WELS_LOG_QUIET;
-  decoder->SetOption(DECODER_OPTION_TRACE_LEVEL, &quiet);
-  SDecodingParam param{};
-  param.sVideoProperty.eVideoBsType = VIDEO_BITSTREAM_AVC;
-  param.eEcActiveIdc = ERROR_CON_DISABLE;
-  decoded.errors += decoder->Initialize(&param) != 0 ? 1 : 0;
   const auto take = [&](DECODING_STATE state, std::uint8_t* const* planes, const SBufferInfo& info) {
     decoded.errors += state != dsErrorFree ? 1 : 0;
     if (info.iBufferStatus == 1) {
       decoded.pictures.push_back(CopyPicture(planes, info.UsrData.sSystemBuffer));
     }
   };
+  H264Decoder decoder;
   for (const Bytes& packet : packets) {
-    std::uint8_t* planes[3] = {};
-    SBufferInfo info{};
-    take(decoder->DecodeFrameNoDelay(packet.data(), static_cast<int>(packet.size()), planes, &info), planes,
-         info);
+    decoder.Decode(packet.data(), packet.size(), take);
   }
-  // In profiles that allow reordering the decoder delays the last pictures.
-  int remaining = 0;
-  decoder->GetOption(DECODER_OPTION_NUM_OF_FRAMES_REMAINING_IN_BUFFER, &remaining);
-  for (; remaining > 0; --remaining) {
-    std::uint8_t* planes[3] = {};
-    SBufferInfo info{};
-    take(decoder->FlushFrame(planes, &info), planes, info);
-  }
+  decoder.Flush(take);
   return decoded;
 }
 

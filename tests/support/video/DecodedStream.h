@@ -1,8 +1,6 @@
 // Parsing, decoding and encoding of H.264 streams in tests.
 #pragma once
 
-#include <wels/codec_api.h>
-
 #include <cstdint>
 #include <memory>
 #include <string>

@@ -1,6 +1,5 @@
 #include "support/video/NumberReader.h"
 
-#include <array>
 #include <string>
 
 #include "simulated/NumberedPicture.h"
@@ -8,54 +7,21 @@
 namespace video {
 namespace {
 
-using Planes = std::array<std::uint8_t*, 3>;
-
 std::string NumberText(std::optional<std::uint32_t> number) {
   return number ? "number " + std::to_string(*number) : "no number";
 }
 
 }  // namespace
 
-void NumberReader::DestroyDecoder::operator()(ISVCDecoder* decoder) const {
-  decoder->Uninitialize();
-  WelsDestroyDecoder(decoder);
-}
-
-NumberReader::NumberReader(PictureSize size) : m_size(size) {
-  ISVCDecoder* made = nullptr;
-  if (WelsCreateDecoder(&made) != 0) {
-    throw StreamError("cannot create the decoder");
-  }
-  m_decoder.reset(made);
-  int quiet = WELS_LOG_QUIET;
-  m_decoder->SetOption(DECODER_OPTION_TRACE_LEVEL, &quiet);
-  SDecodingParam param{};
-  param.sVideoProperty.eVideoBsType = VIDEO_BITSTREAM_AVC;
-  param.eEcActiveIdc = ERROR_CON_DISABLE;
-  if (m_decoder->Initialize(&param) != 0) {
-    throw StreamError("cannot initialize the decoder");
-  }
-}
+NumberReader::NumberReader(PictureSize size) : m_size(size) {}
 
 void NumberReader::Read(const std::uint8_t* data, std::uint32_t length) {
   ++m_packets;
-  Planes planes{};
-  SBufferInfo info{};
-  const DECODING_STATE state =
-      m_decoder->DecodeFrameNoDelay(data, static_cast<int>(length), planes.data(), &info);
-  Take(state, planes.data(), info);
+  m_decoder.Decode(data, length, [this](auto... picture) { Take(picture...); });
 }
 
 void NumberReader::Finish() {
-  // In profiles that allow reordering the decoder delays the last pictures.
-  int remaining = 0;
-  m_decoder->GetOption(DECODER_OPTION_NUM_OF_FRAMES_REMAINING_IN_BUFFER, &remaining);
-  for (; remaining > 0; --remaining) {
-    Planes planes{};
-    SBufferInfo info{};
-    const DECODING_STATE state = m_decoder->FlushFrame(planes.data(), &info);
-    Take(state, planes.data(), info);
-  }
+  m_decoder.Flush([this](auto... picture) { Take(picture...); });
   if (m_pictures != m_packets) {
     throw StreamError(std::to_string(m_packets) + " packets were decoded to " + std::to_string(m_pictures) +
                       " pictures");

@@ -1,11 +1,10 @@
 // Decodes a stream packet by packet and checks the frame number in each picture.
 #pragma once
 
-#include <wels/codec_api.h>
-
 #include <cstdint>
-#include <memory>
 #include <stdexcept>
+
+#include "support/video/H264Decoder.h"
 
 namespace video {
 
@@ -20,7 +19,7 @@ class StreamError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// Not thread-safe. Throws StreamError.
+// Not thread-safe. Throws StreamError for an error in the stream.
 class NumberReader {
  public:
   explicit NumberReader(PictureSize size);
@@ -33,15 +32,11 @@ class NumberReader {
   std::uint64_t Packets() const { return m_packets; }
 
  private:
-  struct DestroyDecoder {
-    void operator()(ISVCDecoder* decoder) const;
-  };
-
   void Take(DECODING_STATE state, std::uint8_t* const* planes, const SBufferInfo& info);
   void CheckPicture(const std::uint8_t* luma, const SSysMEMBuffer& memory) const;
 
   const PictureSize m_size;
-  std::unique_ptr<ISVCDecoder, DestroyDecoder> m_decoder;
+  H264Decoder m_decoder;
   std::uint64_t m_packets = 0;
   std::uint64_t m_pictures = 0;
 };

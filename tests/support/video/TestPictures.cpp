@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <fstream>
 #include <random>
 
 namespace video {
@@ -96,6 +97,22 @@ std::vector<std::uint8_t> PaintFrame(const Painter& painter, std::uint32_t width
       return PaintArgb32(painter, width, height);
   }
   return {};
+}
+
+std::vector<Yuv> ReadI420(const std::string& file, std::uint32_t width, std::uint32_t height) {
+  std::vector<Yuv> pictures;
+  std::ifstream stream(file, std::ios::binary);
+  const std::size_t luma = std::size_t{width} * height;
+  for (;;) {
+    Yuv picture{width, height, Bytes(luma), Bytes(luma / 4), Bytes(luma / 4)};
+    for (Bytes* const plane : {&picture.y, &picture.u, &picture.v}) {
+      stream.read(reinterpret_cast<char*>(plane->data()), static_cast<std::streamsize>(plane->size()));
+    }
+    if (!stream) {
+      return pictures;
+    }
+    pictures.push_back(std::move(picture));
+  }
 }
 
 Painter TestCard(std::uint32_t width, std::uint32_t height) {

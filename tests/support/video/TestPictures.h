@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <string>
 #include <vector>
 
 #include "MultiMediaEncoder.h"
@@ -36,6 +37,9 @@ Yuv PaintYuv(const Painter& painter, std::uint32_t width, std::uint32_t height);
 // The picture as the frame of a camera.
 std::vector<std::uint8_t> PaintFrame(const Painter& painter, std::uint32_t width, std::uint32_t height,
                                      ColorSpace layout);
+
+// The pictures of a file with raw I420 frames; empty if it cannot be read.
+std::vector<Yuv> ReadI420(const std::string& file, std::uint32_t width, std::uint32_t height);
 
 // Red, green, blue and white corners on a grey gradient, to check orientation and colours.
 Painter TestCard(std::uint32_t width, std::uint32_t height);

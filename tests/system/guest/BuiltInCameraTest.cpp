@@ -9,6 +9,7 @@
 #include "KernelTest.h"
 #include "OtherProgram.h"
 #include "camera/LibraryLog.h"
+#include "support/ProcessCounts_linux.h"
 
 namespace guest {
 namespace {
@@ -137,14 +138,14 @@ TEST_F(BuiltInCamera, OpensAndClosesTwentyTimesWithoutLeaks) {
     ASSERT_EQ(Close(), 1);
     EXPECT_THAT(TakeReports(), ElementsAre(kOpenReport, kClosedReport));
     if (round == 2) {
-      descriptors = Descriptors();
+      descriptors = support::DescriptorCount();
       objects = com::LiveObjects();
       blocks = com::LiveTaskBlocks() - round;
     }
   }
   // The kernel lists a joined thread for a short time.
-  EXPECT_TRUE(WaitFor([] { return Threads() == 1; })) << "threads are left";
-  EXPECT_EQ(Descriptors(), descriptors);
+  EXPECT_TRUE(WaitFor([] { return support::ThreadCount() == 1; })) << "threads are left";
+  EXPECT_EQ(support::DescriptorCount(), descriptors);
   EXPECT_EQ(com::LiveObjects(), objects);
   EXPECT_EQ(com::LiveTaskBlocks(), blocks + kRounds) << "one per open, by design";
   LatestStream();

@@ -11,12 +11,14 @@
 #include "encoder/EncoderSettings.h"
 #include "encoder/H264Encoder.h"
 #include "encoder/I420Converter.h"
+#include "support/ProcessCounts_linux.h"
 #include "support/ThreadCreationFailure.h"
 #include "support/WaitFor.h"
 #include "support/video/DecodedStream.h"
 
 namespace {
 
+using support::ThreadCount;
 using video::Bytes;
 using video::Decode;
 using video::Encode;
@@ -29,11 +31,6 @@ using video::NalTypes;
 using video::Param;
 
 constexpr int kSliceThreads = 2;
-
-std::ptrdiff_t ThreadCount() {
-  return std::distance(std::filesystem::directory_iterator("/proc/self/task"),
-                       std::filesystem::directory_iterator());
-}
 
 // A joined thread may stay listed in /proc for a moment. Returns false on timeout.
 bool ThreadCountBecomes(std::ptrdiff_t count) {

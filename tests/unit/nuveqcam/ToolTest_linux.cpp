@@ -22,10 +22,7 @@ using ::testing::StartsWith;
 
 class Tool : public TemporaryFolder {
  protected:
-  void TearDown() override {
-    devices::SetDeviceProvider(nullptr);
-    TemporaryFolder::TearDown();
-  }
+  void TearDown() override { devices::SetDeviceProvider(nullptr); }
 
   void UsePc(const simulated::SimulatedPcSettings& settings) {
     pc = std::make_shared<simulated::SimulatedPc>(settings);
