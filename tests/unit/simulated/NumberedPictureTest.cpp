@@ -3,17 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <random>
 #include <set>
 
-#include "encoder/H264Encoder.h"
 #include "support/simulated/SimulatedCameraHelpers.h"
-#include "support/video/DecodedStream.h"
 
 namespace simulated_support {
 namespace {
 
-using ::testing::Eq;
 using ::testing::Optional;
 
 constexpr double kGoodColour = 6;
@@ -86,81 +82,6 @@ INSTANTIATE_TEST_SUITE_P(Each, NumberedPictureSizeTest,
                            return std::to_string(tested.param.first) + "x" +
                                   std::to_string(tested.param.second);
                          });
-
-TEST(NumberedPictureTest, NumberCanBeReadWithLinePaddingAndInFullRange) {
-  simulated::NumberedPicture painter(320, 240);
-  const Yuv picture = Painted(painter, 0xABCDE, 320, 240);
-  constexpr std::size_t kStride = 384;
-  Bytes luma(kStride * 240, 77);
-  for (std::size_t y = 0; y < 240; ++y) {
-    std::transform(&picture.y[y * 320], &picture.y[y * 320] + 320, &luma[y * kStride],
-                   [](std::uint8_t value) { return static_cast<std::uint8_t>((value - 16) * 255 / 219); });
-  }
-  EXPECT_THAT(simulated::ReadFrameNumber(luma.data(), kStride, 320, 240), Optional(Eq(0xABCDEU)));
-}
-
-TEST(NumberedPictureTest, NumberCanBeReadThroughNoise) {
-  simulated::NumberedPicture painter(320, 240);
-  std::mt19937 random(5);
-  std::normal_distribution<double> noise(0, 60);
-  for (const std::uint32_t number : kNumbers) {
-    Yuv picture = Painted(painter, number, 320, 240);
-    for (std::uint8_t& value : picture.y) {
-      value = static_cast<std::uint8_t>(std::clamp(value + noise(random), 0.0, 255.0));
-    }
-    EXPECT_THAT(NumberIn(picture), Optional(number));
-  }
-}
-
-// The mean of 15x15 pixels; blocks are 20x20.
-std::uint8_t Blurred(const Yuv& picture, int x, int y) {
-  unsigned sum = 0;
-  for (int i = 0; i < 225; ++i) {
-    const auto fromX = static_cast<std::size_t>(std::clamp(x + i % 15 - 7, 0, 319));
-    const auto fromY = static_cast<std::size_t>(std::clamp(y + i / 15 - 7, 0, 239));
-    sum += picture.y[fromY * 320 + fromX];
-  }
-  return static_cast<std::uint8_t>(sum / 225);
-}
-
-TEST(NumberedPictureTest, NumberCanBeReadThroughBlur) {
-  simulated::NumberedPicture painter(320, 240);
-  for (const std::uint32_t number : kNumbers) {
-    const Yuv picture = Painted(painter, number, 320, 240);
-    Yuv blurred = picture;
-    auto pixel = blurred.y.begin();
-    for (int y = 0; y < 240; ++y) {
-      for (int x = 0; x < 320; ++x) {
-        *pixel++ = Blurred(picture, x, y);
-      }
-    }
-    EXPECT_THAT(NumberIn(blurred), Optional(number));
-  }
-}
-
-// 150 kbit/s is a tenth of the camera handler's bit rate.
-TEST(NumberedPictureTest, NumberCanBeReadFromALowBitRateStream) {
-  constexpr std::uint32_t kFrames = 90;
-  simulated::NumberedPicture painter(320, 240);
-  encoder::H264Encoder encoder;
-  ASSERT_TRUE(encoder.Initialize(video::Param(320, 240, ColorSpace::kI420, 30, 150, 150)));
-  std::vector<Bytes> packets;
-  for (std::uint32_t number = 0; number < kFrames; ++number) {
-    const Yuv picture = Painted(painter, number, 320, 240);
-    Bytes bytes = picture.y;
-    bytes.insert(bytes.end(), picture.u.begin(), picture.u.end());
-    bytes.insert(bytes.end(), picture.v.begin(), picture.v.end());
-    const auto frame = video::MakeFrame(bytes, 320, 240, ColorSpace::kI420);
-    ASSERT_NE(frame, nullptr);
-    packets.push_back(video::Encode(encoder, *frame));
-  }
-  const video::Decoded decoded = video::Decode(packets);
-  ASSERT_EQ(decoded.pictures.size(), kFrames);
-  for (std::uint32_t number = 0; number < kFrames; ++number) {
-    EXPECT_THAT(NumberIn(decoded.pictures[number]), Optional(number));
-    EXPECT_LT(ColourError(decoded.pictures[number]), 12);
-  }
-}
 
 // Fills one of the 32 blocks with a luma value.
 void FillBlock(Yuv& picture, std::uint32_t bit, std::uint8_t luma) {
