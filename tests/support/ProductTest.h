@@ -2,9 +2,6 @@
 // the real encoder. Derived fixtures set up the PC and its camera.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -12,20 +9,17 @@
 #include "devices/DeviceProvider.h"
 #include "graph/StreamStats.h"
 #include "simulated/NumberedPicture.h"
-#include "support/HostCallbacks.h"
-#include "support/LoadedLibrary.h"
+#include "support/HostTest.h"
 #include "support/WaitFor.h"
 #include "support/video/DecodedStream.h"
 
 namespace support {
 
-class ProductTest : public ::testing::Test {
+class ProductTest : public HostTest {
  protected:
   void SetUp() override;
   void TearDown() override;
 
-  // Queries and releases the records.
-  int Query();
   int Open(std::uint32_t width, std::uint32_t height, std::uint32_t fps, const std::string& id = "0");
   int Close(const std::string& id = "0") const;
 
@@ -43,15 +37,7 @@ class ProductTest : public ::testing::Test {
 
   void Unload();
 
-  HostCallbacks& host = HostCallbacks::Get();
-  NUVEQCameraHandler handler{};
-  // Results of the last successful query.
-  std::vector<std::string> cameraIds;
-  std::vector<NUVEQResolution> resolutions;
-  std::vector<std::uint32_t> rates;  // in thousandths of a frame per second
-
  private:
-  std::unique_ptr<LoadedLibrary> m_library;
   std::uint64_t m_objects = 0;
   std::uint64_t m_blocks = 0;
   std::uint64_t m_opens = 0;  // opens that have got the camera's format

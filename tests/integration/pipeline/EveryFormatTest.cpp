@@ -23,7 +23,7 @@ TEST_P(EveryFormatTest, FramesArriveCompleteInOrderUprightAndWithTheirColours) {
   const std::uint64_t frames = tested.width > 1280 ? 20 : 40;
   UseFormats(FormatsOf(tested.fourCc, tested.width, tested.height, tested.fps));
   ASSERT_NO_FATAL_FAILURE(Record(tested.width, tested.height, tested.fps, frames));
-  ASSERT_EQ(resolutions.size(), 1U);
+  ASSERT_EQ(sizes.size(), 1U);
   EXPECT_EQ(rates, std::vector<std::uint32_t>{tested.fps * 1000});
 
   const std::vector<video::Bytes> packets = PacketBytes();
@@ -66,10 +66,6 @@ using LaptopCameraTest = SimulatedProductTest;
 
 TEST_F(LaptopCameraTest, ReportsItsSizesAndRates) {
   ASSERT_EQ(Query(), 0);
-  std::vector<std::pair<int, int>> sizes;
-  for (const NUVEQResolution& size : resolutions) {
-    sizes.emplace_back(size.width, size.height);
-  }
   EXPECT_EQ(sizes, (std::vector<std::pair<int, int>>{{320, 240}, {640, 480}, {1280, 720}, {1920, 1080}}));
   EXPECT_EQ(rates, (std::vector<std::uint32_t>{10000, 15000, 30000}));
 }
@@ -77,9 +73,9 @@ TEST_F(LaptopCameraTest, ReportsItsSizesAndRates) {
 // If a size is offered in both pixel formats, the faster one is used: MJPG for 1280x720.
 TEST_F(LaptopCameraTest, EveryReportedSizeCanBeOpened) {
   ASSERT_EQ(Query(), 0);
-  for (const NUVEQResolution& size : resolutions) {
+  for (const auto& [width, height] : sizes) {
     host.Reset();
-    ASSERT_EQ(Open(static_cast<std::uint32_t>(size.width), static_cast<std::uint32_t>(size.height), 30), 0);
+    ASSERT_EQ(Open(static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height), 30), 0);
     EXPECT_TRUE(host.WaitForPackets(5));
     EXPECT_EQ(Close(), 1);
     ExpectNumbersFrom(0);

@@ -7,14 +7,11 @@
 
 #include <cstdint>
 #include <functional>
-#include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "LogCapture.h"
-#include "support/HostCallbacks.h"
-#include "support/LoadedLibrary.h"
+#include "support/HostTest.h"
 #include "support/WaitFor.h"
 #include "support/windows/CameraFixtures.h"
 
@@ -22,7 +19,7 @@
 // which DeliveredFrames includes, waits for a buffer.
 inline constexpr std::uint64_t kBlockedFrame = 7;
 
-class WindowsCameraTest : public ::testing::Test {
+class WindowsCameraTest : public support::HostTest {
  protected:
   using Size = std::pair<std::int32_t, std::int32_t>;
 
@@ -35,28 +32,11 @@ class WindowsCameraTest : public ::testing::Test {
   static fixtures::CameraBehaviour Unpaced();
   static void UseFormats(std::vector<fixtures::Format> formats);
 
-  // --- Calls through the function table ---
-  // Stores the capabilities in sizes and rates.
-  int Query();
-  int Open(std::uint32_t width = 640, std::uint32_t height = 480, std::uint32_t fps = 30,
-           const std::string& id = "0") const;
-  int Close(const std::string& id = "0") const;
   // Queries, opens, waits for this number of packets and closes.
   void Record(std::uint32_t width, std::uint32_t height, std::uint32_t fps, std::uint64_t packets);
   // Writes the received packets to NAME.h264 and their number to NAME.count.
   void SavePackets(const std::string& name) const;
 
-  void Load();
-  void Unload() { m_library->Unload(); }
-  bool IsMapped() const { return m_library->IsMapped(); }
-
-  HostCallbacks& host = HostCallbacks::Get();
   LogCapture log;
-  NUVEQCameraHandler handler{};
-  std::vector<Size> sizes;  // of the last query
-  std::vector<std::uint32_t> rates;
   std::vector<std::string> reports;  // status and action callbacks as text
-
- private:
-  std::unique_ptr<LoadedLibrary> m_library;
 };
