@@ -266,19 +266,6 @@ TEST_F(UsbDeviceListTest, FixedDeviceBehindAnUnknownHubIsRemovable) {
   EXPECT_NE(BuiltInCameraName(), "");
 }
 
-TEST_F(UsbDeviceListTest, FixedDeviceBehindFixedHubsIsFixed) {
-  kernel.Tree().AddUsb({"1-2", "05e3", "0610", "fixed", {0}});
-  kernel.Tree().AddUsb({"1-2.1", "05e3", "0610", "fixed", {0}});
-  AddCamera({"1-2.1.4"}, 0);
-  const std::vector<EnumeratedUsbDevice> devices = ListUsbDevices();
-  EXPECT_THAT(devices, SizeIs(3));
-  for (const EnumeratedUsbDevice& device : devices) {
-    EXPECT_FALSE(device.isRemovable) << device.id;
-  }
-  ASSERT_THAT(DisplayNames(), SizeIs(1));
-  EXPECT_EQ(BuiltInCameraName(), DisplayNames().front());
-}
-
 TEST_F(UsbDeviceListTest, ExcludesRootHubsAndInterfaces) {
   kernel.Tree().AddUsb({"1-5"});
   kernel.Tree().AddUsb({"2-1", "8087", "0026"});
