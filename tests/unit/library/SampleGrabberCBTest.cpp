@@ -183,6 +183,14 @@ TEST_F(PushFrame, OversizeFrameClearsTheBuffer) {
   EXPECT_THAT(std::vector<std::uint8_t>(next->data, next->data + next->size), Each(0));
 }
 
+TEST_F(PushFrame, NonPositiveLengthUsesNoBuffer) {
+  const std::uint8_t byte = 1;
+  camera->PushFrame(&byte, 0);
+  camera->PushFrame(&byte, -1);
+  camera->PushFrame(nullptr, 1);
+  EXPECT_EQ(CountAfterStop(&FrameBufQueue::GetFreeBuffer), 5);
+}
+
 TEST_F(PushFrame, StoppedQueueDiscardsTheFrame) {
   for (int i = 0; i < 5; ++i) {
     Push(kSmallFrameSize, 1);
