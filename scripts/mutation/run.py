@@ -16,13 +16,16 @@ from .trouble import Trouble
 QUICK_S = 0.1
 # The quick tests run in groups of about this duration, so that a hang is soon noticed.
 GROUP_S = 0.4
-# A group may take PATIENCE_S + PATIENCE_FACTOR times its usual duration.
-PATIENCE_S = 3
-PATIENCE_FACTOR = 10
-# Beyond that, a process that waits without using the CPU hangs. One that uses it hangs if it has used that much CPU
-# time: on a busy machine, elapsed time means little.
-IDLE_S = 2
-HARD_LIMIT_FACTOR = 20
+# A process hangs if it has used no CPU time for a while, or far more CPU time than the tests usually take. Elapsed time
+# means little on a busy machine.
+IDLE_S = 1.5
+IDLE_FACTOR = 2
+CPU_S = 2
+CPU_FACTOR = 6
+# Some CPU time is used for waiting in intervals.
+IDLE_SHARE = 0.03
+ELAPSED_LIMIT_S = 120
+TRACE_S = 30  # for a test whose duration is not known yet
 MEMORY_LIMIT = 8 << 30
 FILE_LIMIT = 64 << 20
 
@@ -64,7 +67,7 @@ class Runner:
                                            preexec_fn=limit_resources)
                 self.running.add(process)
             try:
-                result = wait(process, PATIENCE_S + PATIENCE_FACTOR * usual_s)
+                result = wait(process, usual_s)
             finally:
                 with self.lock:
                     self.running.discard(process)
@@ -96,21 +99,18 @@ def cpu_seconds(process):
     return sum(int(ticks) for ticks in fields[11:15]) / os.sysconf("SC_CLK_TCK")
 
 
-def wait(process, patience_s):
+def wait(process, usual_s):
     """Returns the exit code of the process, or None if it hangs."""
-    try:
-        return process.wait(timeout=patience_s)
-    except subprocess.TimeoutExpired:
-        pass
-    limit = time.monotonic() + HARD_LIMIT_FACTOR * patience_s
-    while time.monotonic() < limit:
+    idle_limit = IDLE_S + IDLE_FACTOR * usual_s
+    cpu_limit = CPU_S + CPU_FACTOR * usual_s
+    elapsed_limit = time.monotonic() + ELAPSED_LIMIT_S + IDLE_FACTOR * usual_s
+    while time.monotonic() < elapsed_limit:
         before = cpu_seconds(process)
-        if before > patience_s:
-            return None
         try:
-            return process.wait(timeout=IDLE_S)
+            return process.wait(timeout=idle_limit)
         except subprocess.TimeoutExpired:
-            if cpu_seconds(process) - before < 0.05 * IDLE_S:
+            used = cpu_seconds(process)
+            if used - before < IDLE_SHARE * idle_limit or used > cpu_limit:
                 return None
     return None
 
@@ -132,7 +132,7 @@ def trace(runner, program, name, mutant_count):
     with tempfile.NamedTemporaryFile(prefix="nuveq-reached-") as map_file:
         map_file.truncate(max(mutant_count, 1))
         begin = time.monotonic()
-        result, output = runner.run(program, [name], 60, {"NUVEQ_REACHED_MUTANTS": map_file.name})
+        result, output = runner.run(program, [name], TRACE_S, {"NUVEQ_REACHED_MUTANTS": map_file.name})
         seconds = time.monotonic() - begin
         if result != 0:
             raise Trouble(f"{program} {name} fails without a mutant:\n{output[-2000:]}")
