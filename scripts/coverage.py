@@ -15,10 +15,12 @@ MIN_LINES = 95  # percent
 KINDS = ["lines", "branches"]
 
 
-def is_instrumented(path):
+def is_elf(path):
     """Whether a file is a program or a shared library."""
+    if not path.is_file():
+        return False
     with open(path, "rb") as file:
-        return path.is_file() and file.read(4) == b"\x7fELF"
+        return file.read(4) == b"\x7fELF"
 
 
 def summaries():
@@ -28,7 +30,7 @@ def summaries():
     if not raw:
         sys.exit(f"{BUILD}/profiles has no profiles; run ctest --preset asan first")
     subprocess.run(["llvm-profdata", "merge", "-sparse", "-o", profile, *raw], check=True)
-    binaries = [path for path in sorted((BUILD / "bin").iterdir()) if path.is_file() and is_instrumented(path)]
+    binaries = [path for path in sorted((BUILD / "bin").iterdir()) if is_elf(path)]
     command = ["llvm-cov", "export", "-summary-only", f"-instr-profile={profile}", binaries[0]]
     command += [f"-object={path}" for path in binaries[1:]]
     command += [ROOT / folder for folder in FOLDERS]
@@ -43,6 +45,9 @@ def percent(covered, count):
 
 def main():
     files = summaries()
+    missing = {str(path.relative_to(ROOT)) for folder in FOLDERS for path in (ROOT / folder).rglob("*.cpp")} - {*files}
+    if missing:
+        sys.exit(f"no coverage data for {' '.join(sorted(missing))}")
     with open(BUILD / "coverage.txt", "w", encoding="utf-8") as report:
         for name, summary in sorted(files.items()):
             columns = [f"{kind} {summary[kind]['covered']:>4} of {summary[kind]['count']:>4}" for kind in KINDS]

@@ -11,7 +11,7 @@ the quickest first, until one fails, crashes or hangs. The work tree is not modi
   scripts/mutate.py --sample 100         run some, those of the most recently changed lines first
   scripts/mutate.py --list               list the mutants
 
-Mutants that no test can notice are listed with the reason in tests/robustness/mutation/survivors.txt.
+Mutants that no test can notice belong, with the reason, in tests/robustness/mutation/survivors.txt.
 All outcomes are written to outcomes.txt in the build folder.
 
 Exit codes: 0 if the tests noticed every mutant that is not listed, or, in folders other than src/, at least 90 % of

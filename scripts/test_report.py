@@ -1,13 +1,14 @@
 #!/usr/bin/env python3
-"""Sums up the test results in build folders: ctest's JUnit files and the reports of GoogleTest.
+"""Summarizes the test results in build folders: the reports of ctest (JUnit) and of GoogleTest.
 
-  scripts/test_report.py [--steps PASSED FAILED] FOLDER...
+  scripts/test_report.py [--steps PASSED FAILED] [--unsuccessful PRESET... --] FOLDER...
 
---steps adds to the totals the numbers of other steps that passed and failed. Prints a summary for each folder, the names of failed tests and the reasons of skipped ones. The last
-line is "N passed, M failed", with the number of skipped tests if there are any. The exit code is 0 if no test failed.
+Prints a summary for each folder, the names of failed tests and the reasons for skipped ones. The last line is "N passed,
+M failed", with the number of skipped tests if there are any. The exit code is 0 if no test failed.
 """
 import argparse
 import collections
+import datetime
 import pathlib
 import re
 import sys
@@ -17,63 +18,101 @@ JUNIT = "Testing/junit.xml"  # as in CMakePresets.json
 GTEST = "gtest-reports"  # as in tests/GoogleTests.cmake
 
 
+# GoogleTest programs, as opposed to other tests, have such names.
+GTEST_SUITE = re.compile(r"\w+_tests\.")
+NO_REASON = "no reason given"
+
+
+def skip_reason(text):
+    reason = re.search(r"DID NOT RUN: (.*)", text)
+    return reason[1] if reason else NO_REASON
+
+
 class Results:
     def __init__(self):
         self.counts = collections.Counter()
-        self.injected_failures = 0
+        self.fault_injection_runs = 0
         self.failed = []
         self.skipped = collections.defaultdict(list)  # reason -> tests
 
-    def add_program(self, report):
-        """Adds the tests of one run of a GoogleTest program."""
-        for case in report.iter("testcase"):
-            name = f"{case.get('classname')}.{case.get('name')}"
-            if case.find("failure") is not None:
-                self.counts["failed"] += 1
-                self.failed.append(name)
-            elif case.find("skipped") is not None:
-                self.skip(name, case.find("skipped").get("message", ""))
-            elif case.get("status") == "run":
-                self.counts["passed"] += 1
-            self.injected_failures += sum(int(entry.get("value")) for entry in case.iter("property")
-                                          if entry.get("name").startswith("injected_failures"))
+    def fail(self, name):
+        self.counts["failed"] += 1
+        self.failed.append(name)
 
     def skip(self, name, reason):
         self.counts["skipped"] += 1
         self.skipped[reason].append(name)
 
+    def add_program(self, report):
+        """Adds the tests of one run of a GoogleTest program."""
+        for case in report.iter("testcase"):
+            name = f"{case.get('classname')}.{case.get('name')}"
+            skipped = case.find("skipped")
+            if case.find("failure") is not None:
+                self.fail(name)
+            elif skipped is not None:
+                self.skip(name, skip_reason(skipped.get("message", "")))
+            elif case.get("status") == "run":
+                self.counts["passed"] += 1
+            else:
+                self.skip(name, "disabled")
+            self.fault_injection_runs += sum(int(entry.get("value")) for entry in case.iter("property")
+                                             if entry.get("name").startswith("fault_injection_runs"))
+
     def add_test(self, case, gtest_reports):
         """Adds a test of ctest."""
         name = case.get("name")
         output = case.findtext("system-out") or ""
-        if case.find("skipped") is not None:
-            reason = re.search(r"DID NOT RUN: (.*)", output)
-            self.skip(name, reason[1] if reason else "no reason given")
+        skipped = case.find("skipped")
+        if skipped is not None:
+            # ctest also marks tests as skipped that it could not start.
+            if skipped.get("message", "").startswith("SKIP_"):
+                self.skip(name, skip_reason(output))
+            else:
+                self.fail(f"{name} ({skipped.get('message') or 'not run'})")
             return
         is_failed = case.get("status") != "run"
-        try:
-            report = ElementTree.parse(gtest_reports / f"{name.replace('/', '-')}.xml")
-        except (OSError, ElementTree.ParseError):
-            report = None
-        failed_before = self.counts["failed"]
+        if not GTEST_SUITE.match(name):
+            if is_failed:
+                self.fail(name)
+            else:
+                self.counts["passed"] += 1
+            return
+        before = self.counts.copy()
+        report = gtest_reports.get(f"{name.replace('/', '-')}.xml")
         if report is not None:
             self.add_program(report)
-        elif not is_failed:
-            self.counts["passed"] += 1
-        # A program that crashes or hangs leaves no report, or one without a failure.
-        if is_failed and self.counts["failed"] == failed_before:
-            self.counts["failed"] += 1
-            self.failed.append(name)
+        if is_failed and self.counts["failed"] == before["failed"]:
+            self.fail(f"{name} (crashed or timed out)")
+        elif self.counts == before:
+            self.fail(f"{name} (no report)")
+
+
+def read_gtest_reports(folder, begin):
+    """Returns the reports by file name, without those of earlier runs."""
+    reports = {}
+    for path in folder.glob("*.xml"):
+        if path.stat().st_mtime >= begin:
+            try:
+                reports[path.name] = ElementTree.parse(path)
+            except ElementTree.ParseError:
+                pass  # written by a program that crashed
+    return reports
 
 
 def read(folder):
     results = Results()
     try:
-        for case in ElementTree.parse(folder / JUNIT).iter("testcase"):
-            results.add_test(case, folder / GTEST)
-    except OSError:
-        results.counts["failed"] += 1
-        results.failed.append("(no tests ran)")
+        junit = ElementTree.parse(folder / JUNIT).getroot()
+    except (OSError, ElementTree.ParseError):
+        junit = ElementTree.Element("testsuite")
+    # In seconds without a fraction.
+    begin = datetime.datetime.fromisoformat(junit.get("timestamp", "1970-01-01T00:00:00")).timestamp()
+    gtest_reports = read_gtest_reports(folder / GTEST, begin)
+    for case in junit.iter("testcase"):
+        results.add_test(case, gtest_reports)
+    if not results.counts:
+        results.fail("(no tests ran)")
     return results
 
 
@@ -86,17 +125,22 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("folders", type=pathlib.Path, nargs="+", metavar="FOLDER")
     parser.add_argument("--steps", type=int, nargs=2, default=[0, 0], metavar=("PASSED", "FAILED"))
+    parser.add_argument("--unsuccessful", nargs="*", default=[], metavar="PRESET",
+                        help="presets of which the workflow failed, for whatever reason")
     options = parser.parse_args()
     total = collections.Counter(passed=options.steps[0], failed=options.steps[1])
     for folder in options.folders:
         results = read(folder)
+        if folder.name in options.unsuccessful and not results.counts["failed"]:
+            results.fail("(the workflow failed)")
         total += results.counts
-        injected = f"; {results.injected_failures} runs with an injected failure" if results.injected_failures else ""
-        print(f"{folder.name}: {totals(results.counts)}{injected}")
+        runs = f"; {results.fault_injection_runs} fault injection runs" if results.fault_injection_runs else ""
+        print(f"{folder.name}: {totals(results.counts)}{runs}")
         for name in results.failed:
             print(f"  FAILED: {name}")
         for reason, names in results.skipped.items():
-            print(f"\n!!! {len(names)} tests of {folder.name} did not run on this machine: {' '.join(names)}. {reason}\n")
+            print(f"\n!!! {len(names)} tests of {folder.name} did not run on this machine: {' '.join(names)}. "
+                  f"{reason}\n")
     print(totals(total))
     return 0 if total["failed"] == 0 and total["passed"] > 0 else 1
 

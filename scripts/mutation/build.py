@@ -83,7 +83,7 @@ class InstrumentedBuild:
         run_checked(["cmake", "-S", self.tree, "-B", self.build, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=None",
                      "-DCMAKE_EXPORT_COMPILE_COMMANDS=ON", f"-DCMAKE_CXX_FLAGS=-w -include {SWITCH}",
                      "-DCMAKE_C_FLAGS=-w", f"-DNUVEQ_ORIGINAL_SOURCES={self.folder / 'original/src'}",
-                     "-DCMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE=PRE_TEST", *self.options])
+                     *self.options])
 
     def commands(self):
         """The compiler's arguments for each source that is mutated."""

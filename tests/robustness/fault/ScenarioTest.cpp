@@ -1,7 +1,5 @@
 #include "ScenarioTest.h"
 
-#include <iostream>
-
 #include "RunChecker.h"
 
 namespace fault {
@@ -76,7 +74,7 @@ void ScenarioTest::RepeatUntilNothingFails(const std::string& kind,
     hasFailed = run(number);
     ASSERT_FALSE(HasFailure()) << kind << " at number " << number;
   }
-  RecordProperty("injected_failures, " + kind, std::to_string(number));
+  RecordProperty("fault_injection_runs, " + kind, std::to_string(number));
   EXPECT_GT(number, 1U) << "nothing has failed";
 }
 

@@ -87,7 +87,7 @@ class EncoderAllocationFailure : public ::testing::TestWithParam<FailureCase> {
 };
 
 TEST_P(EncoderAllocationFailure, IsReportedAndTheRetrySucceeds) {
-  std::uint64_t injectedFailures = 0;
+  std::uint64_t runs = 0;
   const auto failEveryAllocation = [&] {
     std::uint64_t number = 0;
     do {
@@ -98,8 +98,8 @@ TEST_P(EncoderAllocationFailure, IsReportedAndTheRetrySucceeds) {
       EXPECT_EQ(hasSucceeded, GetParam().persistence == Persistence::kTransient || !allocations.HasFailed());
       ASSERT_FALSE(HasFailure());
     } while (allocations.HasFailed());
-    injectedFailures += number;
-    RecordProperty("injected_failures", std::to_string(injectedFailures));
+    runs += number;
+    RecordProperty("fault_injection_runs", std::to_string(runs));
     EXPECT_GT(number, 2U) << "expected at least two allocations";
   };
   // After this many rounds the caches of the allocator no longer grow.

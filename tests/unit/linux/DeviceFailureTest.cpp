@@ -87,7 +87,7 @@ TEST_P(EverySystemCallTest, FailureCausesNoHangOrLeak) {
     successes += RunSession(number, GetParam().error, GetParam().persistence) ? 1U : 0U;
     ASSERT_FALSE(HasFailure()) << "call " << number;
   } while (CallHasFailed());
-  RecordProperty("injected_failures", std::to_string(number));
+  RecordProperty("fault_injection_runs", std::to_string(number));
   RecordProperty("successful_sessions", std::to_string(successes));
   EXPECT_GT(number, 20U) << "a session makes more calls";
   EXPECT_TRUE(RunSession(0, 0, Persistence::kTransient)) << "without a failure";

@@ -56,7 +56,7 @@ class LowMemoryTest : public CaptureGraphTest {
       ASSERT_FALSE(HasFailure());
     } while (allocations.HasFailed());
     allocations.FailNothing();
-    RecordProperty("injected_failures", std::to_string(number));
+    RecordProperty("fault_injection_runs", std::to_string(number));
     EXPECT_GT(number, 20U) << "the action makes more allocations";
   }
 

@@ -2,6 +2,7 @@
 
 import pathlib
 import subprocess
+import time
 
 import pytest
 
@@ -13,10 +14,12 @@ def build(tmp_path):
     """A build folder. Its functions add a test of ctest, or the report of a GoogleTest program."""
     class Build:
         folder = tmp_path / "native"
-        tests = []
 
-        def add_test(self, name, status="run", output="", skipped=False):
-            element = "<skipped/>" if skipped else "<failure/>" if status == "fail" else ""
+        def __init__(self):
+            self.tests = []
+
+        def add_test(self, name, status="run", output="", skipped=None):
+            element = f'<skipped message="{skipped}"/>' if skipped else "<failure/>" if status == "fail" else ""
             self.tests.append(f'<testcase name="{name}" status="{status}">{element}'
                               f"<system-out>{output}</system-out></testcase>")
 
@@ -24,13 +27,14 @@ def build(tmp_path):
             (self.folder / "gtest-reports").mkdir(parents=True, exist_ok=True)
             (self.folder / f"gtest-reports/{name}.xml").write_text(text)
 
-        def report(self, *words):
+        def report(self, *words, timestamp=0):
             (self.folder / "Testing").mkdir(parents=True, exist_ok=True)
-            (self.folder / "Testing/junit.xml").write_text(f"<testsuite>{''.join(self.tests)}</testsuite>")
+            begin = time.strftime("%Y-%m-%dT%H:%M:%S", time.localtime(timestamp))
+            (self.folder / "Testing/junit.xml").write_text(
+                f'<testsuite timestamp="{begin}">{"".join(self.tests)}</testsuite>')
             done = subprocess.run([SCRIPT, *words, self.folder], capture_output=True, text=True, check=False)
             return done.returncode, done.stdout
 
-    Build.tests = []
     return Build()
 
 
@@ -45,7 +49,7 @@ def case(name, inner="", status="run"):
 def test_tests_within_a_suite_are_counted(build):
     build.add_test("Exports.LibraryExportsOneFunction")
     build.add_test("unit_tests.Each/Queue")
-    build.add_report("unit_tests.Each-Queue", suite(case("Stops"), case("Starts"), case("Later", status="notrun")))
+    build.add_report("unit_tests.Each-Queue", suite(case("Stops"), case("Starts")))
     assert build.report() == (0, "native: 3 passed, 0 failed\n3 passed, 0 failed\n")
 
 
@@ -65,23 +69,56 @@ def test_crash_is_a_failure_whatever_the_report_says(build, report):
     if report is not None:
         build.add_report("unit_tests.Queue", report)
     code, output = build.report()
-    assert (code, "FAILED: unit_tests.Queue" in output) == (1, True)
+    assert (code, "FAILED: unit_tests.Queue (crashed or timed out)" in output) == (1, True)
+
+
+@pytest.mark.parametrize("report", [None, "", suite()])
+def test_program_that_ends_before_its_tests_is_a_failure(build, report):
+    build.add_test("unit_tests.Queue")
+    if report is not None:
+        build.add_report("unit_tests.Queue", report)
+    assert "FAILED: unit_tests.Queue (no report)" in build.report()[1]
+
+
+def test_report_of_an_earlier_run_is_ignored(build):
+    build.add_test("unit_tests.Queue")
+    build.add_report("unit_tests.Queue", suite(case("Stops")))
+    code, output = build.report(timestamp=time.time() + 60)
+    assert (code, "FAILED: unit_tests.Queue (no report)" in output) == (1, True)
 
 
 def test_skipped_tests_are_reported_with_the_reason(build):
-    build.add_test("Kernel.own_port", "notrun", "DID NOT RUN: no QEMU", skipped=True)
-    build.add_test("Exports.LibraryExportsOneFunction")
+    build.add_test("Kernel.own_port", "notrun", "DID NOT RUN: no QEMU", skipped="SKIP_RETURN_CODE=77")
+    build.add_test("unit_tests.Queue")
+    build.add_report("unit_tests.Queue", suite(case("Stops"), case("Later", status="notrun"), case(
+        "Starts", '<skipped message="QueueTest.cpp:1&#x0A;DID NOT RUN: one core"/>', status="run")))
     code, output = build.report()
     assert code == 0
     assert "Kernel.own_port. no QEMU" in output
-    assert output.endswith("1 passed, 0 failed, 1 skipped\n")
+    assert "Queue.Starts. one core" in output
+    assert "Queue.Later. disabled" in output
+    assert output.endswith("1 passed, 0 failed, 3 skipped\n")
 
 
-def test_injected_failures_are_summed(build):
+@pytest.mark.parametrize("message", ["Unable to find executable: unit_tests", "Fixture dependency failed", ""])
+def test_tests_that_could_not_be_started_are_failures(build, message):
+    build.tests.append(f'<testcase name="package.archive" status="notrun"><skipped message="{message}"/></testcase>')
+    code, output = build.report()
+    assert (code, "FAILED: package.archive" in output) == (1, True)
+
+
+def test_fault_injection_runs_are_summed(build):
     build.add_test("fault_tests.Queue")
-    runs = '<properties><property name="injected_failures, E_FAIL" value="{}"/></properties>'
+    runs = '<properties><property name="fault_injection_runs, E_FAIL" value="{}"/></properties>'
     build.add_report("fault_tests.Queue", suite(case("Query", runs.format(52)), case("Open", runs.format(43))))
-    assert "native: 2 passed, 0 failed; 95 runs with an injected failure" in build.report()[1]
+    assert "native: 2 passed, 0 failed; 95 fault injection runs" in build.report()[1]
+
+
+def test_workflow_that_failed_otherwise_is_a_failure(build):
+    build.add_test("Exports.LibraryExportsOneFunction")
+    code, output = build.report("--unsuccessful", "native", "--")
+    assert (code, "FAILED: (the workflow failed)" in output) == (1, True)
+    assert build.report("--unsuccessful", "windows", "--")[0] == 0
 
 
 def test_steps_are_added_to_the_totals(build):
@@ -89,7 +126,11 @@ def test_steps_are_added_to_the_totals(build):
     assert build.report("--steps", "2", "1") == (1, "native: 1 passed, 0 failed\n3 passed, 1 failed\n")
 
 
-def test_folder_without_results_is_a_failure(tmp_path):
+@pytest.mark.parametrize("junit", [None, "<testsuite", "<testsuite/>"])
+def test_folder_without_results_is_a_failure(tmp_path, junit):
+    if junit is not None:
+        (tmp_path / "Testing").mkdir()
+        (tmp_path / "Testing/junit.xml").write_text(junit)
     done = subprocess.run([SCRIPT, tmp_path], capture_output=True, text=True, check=False)
     assert done.returncode == 1
     assert "(no tests ran)" in done.stdout
