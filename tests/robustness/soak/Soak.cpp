@@ -8,6 +8,8 @@
 #include "Footprint.h"
 #include "Heap.h"
 #include "Phases.h"
+#include "SoakFailure.h"
+#include "support/ProcessCounts_linux.h"
 
 namespace soak {
 namespace {
@@ -18,7 +20,9 @@ int Main(int argc, char** argv) try {
     std::fputs("usage: soak FRAMES ROUNDS\n", stderr);
     return EXIT_FAILURE;
   }
-  // The main thread, and possibly one of a sanitizer.
+  if (!support::StartSanitizerThread()) {
+    throw SoakFailure("a thread does not end");
+  }
   const long threads = MeasureFootprint(Detail::kQuick).threads;
   std::string summary;
   if (const auto frames = std::stoull(argv[1]); frames > 0) {

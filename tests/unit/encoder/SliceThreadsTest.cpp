@@ -1,12 +1,9 @@
 // Slice threads start with the first frame, end with the encoder, and do not change the stream.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstring>
-#include <filesystem>
 #include <string>
-#include <thread>
 
 #include "encoder/EncoderSettings.h"
 #include "encoder/H264Encoder.h"
@@ -37,16 +34,11 @@ bool ThreadCountBecomes(std::ptrdiff_t count) {
   return WaitFor([&] { return ThreadCount() == count; });
 }
 
-bool IsListed(pid_t thread) { return std::filesystem::exists("/proc/self/task/" + std::to_string(thread)); }
-
 class EncoderThreads : public ::testing::Test {
  protected:
   void SetUp() override {
     ASSERT_TRUE(frame.AllocBuffer(kWidth, kHeight, ColorSpace::kI420));
-    // Sanitizers start a background thread along with the first thread of the program.
-    pid_t first = 0;
-    std::thread([&] { first = gettid(); }).join();
-    ASSERT_TRUE(WaitFor([&] { return !IsListed(first); }));
+    ASSERT_TRUE(support::StartSanitizerThread());
     threadsBefore = ThreadCount();
   }
 
