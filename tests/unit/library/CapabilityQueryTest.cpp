@@ -2,6 +2,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <utility>
+#include <vector>
 
 #include "Allocation.h"
 #include "support/CameraHandlerTest.h"
@@ -22,6 +23,14 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
+// The bytes of a value, with those between its fields.
+template <typename T>
+std::vector<unsigned char> Bytes(const T& value) {
+  std::vector<unsigned char> bytes(sizeof(value));
+  std::memcpy(bytes.data(), &value, sizeof(value));
+  return bytes;
+}
+
 // The header asserts the layout. Bytes between the fields are zero.
 TEST_F(CapabilityQuery, ReturnsOneZeroFilledRecord) {
   platform.SetPc(LaptopPc({Mjpg(1280, 720, 30), Yuy2(640, 480, 30), Yuy2(640, 480, 15)}));
@@ -34,7 +43,7 @@ TEST_F(CapabilityQuery, ReturnsOneZeroFilledRecord) {
   record.idLen = 1;
   record.abilities = capabilities->abilities;
   record.abilityNum = 1;
-  EXPECT_EQ(std::memcmp(capabilities, &record, sizeof(record)), 0);
+  EXPECT_EQ(Bytes(*capabilities), Bytes(record));
   EXPECT_EQ(std::string(record.id, 64), "0" + std::string(63, '\0'));
 
   NUVEQCameraAbility ability;
@@ -44,7 +53,7 @@ TEST_F(CapabilityQuery, ReturnsOneZeroFilledRecord) {
   ability.resolutions = record.abilities->resolutions;
   ability.resolutionNum = 2;
   ability.abilityFlag = 1;
-  EXPECT_EQ(std::memcmp(record.abilities, &ability, sizeof(ability)), 0);
+  EXPECT_EQ(Bytes(*record.abilities), Bytes(ability));
 
   const NUVEQFpsRange ranges[] = {{15000, 15000}, {30000, 30000}};
   EXPECT_EQ(std::memcmp(ability.fpsRanges, ranges, sizeof(ranges)), 0);
