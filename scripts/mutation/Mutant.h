@@ -16,16 +16,17 @@ inline const int active = [] {
   return number == nullptr ? -1 : std::atoi(number);
 }();
 
-// A mapped file with one byte for each mutant, which records the mutants that the process reached. Null if the run is
-// not traced. A file, because a process that crashes or is killed leaves it.
+// A mapped file with one byte for each mutant, which records the mutants that the process reached. Null if
+// the run is not traced. A file, because a process that crashes or is killed leaves it.
 inline unsigned char* const reached = [] {
   const char* name = std::getenv("NUVEQ_REACHED_MUTANTS");
   const int file = name == nullptr ? -1 : open(name, O_RDWR | O_CLOEXEC);
-  struct stat status{};
+  struct stat status {};
   void* bytes = MAP_FAILED;
   if (file >= 0) {
     if (fstat(file, &status) == 0) {
-      bytes = mmap(nullptr, static_cast<std::size_t>(status.st_size), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+      bytes = mmap(nullptr, static_cast<std::size_t>(status.st_size), PROT_READ | PROT_WRITE, MAP_SHARED,
+                   file, 0);
     }
     close(file);
   }
