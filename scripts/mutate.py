@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Mutation testing: changes the product in many small ways, one at a time, and reports the changes that no test notices.
+"""Mutation testing: changes the product in many small ways, one at a time, and reports those that no test notices.
 
 The mutants are generated from the syntax tree of src/, encoder/, platform/com/ and platform/linux/: comparisons are
 moved, calls dropped, results replaced, and so on (--operators lists them). One build contains all of them, each behind
@@ -65,8 +65,8 @@ def recently_changed(project, mutants, count):
     chosen = []
     for commits in (0, 1, 3, 10, 30, 100):
         try:
-            diff = subprocess.run(["git", "-C", project.root, "diff", "--unified=0", "--no-renames", f"HEAD~{commits}", "--",
-                                   *project.folders], capture_output=True, text=True, check=True).stdout
+            diff = subprocess.run(["git", "-C", project.root, "diff", "--unified=0", "--no-renames", f"HEAD~{commits}",
+                                   "--", *project.folders], capture_output=True, text=True, check=True).stdout
         except (OSError, subprocess.CalledProcessError):
             break  # not a clone, or the end of the history
         lines, source = set(), ""
@@ -163,7 +163,8 @@ def mutate(project, options, out):
         print(f"[{time.monotonic() - begin:4.0f} s] {text}", file=out, flush=True)
 
     listed = survivors.read(project.survivors)
-    instrumented = build.InstrumentedBuild(project.root, options.build.resolve(), project.folders, project.cmake_options)
+    instrumented = build.InstrumentedBuild(project.root, options.build.resolve(), project.folders,
+                                           project.cmake_options)
     instrumented.lock()
     say("generating mutants")
     instrumented.configure()

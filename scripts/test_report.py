@@ -3,8 +3,8 @@
 
   scripts/test_report.py [--steps PASSED FAILED] [--unsuccessful PRESET... --] FOLDER...
 
-Prints a summary for each folder, the names of failed tests and the reasons for skipped ones. The last line is "N passed,
-M failed", with the number of skipped tests if there are any. The exit code is 0 if no test failed.
+Prints a summary for each folder, the names of failed tests and the reasons for skipped ones. The last line is
+"N passed, M failed", with the number of skipped tests if there are any. The exit code is 0 if no test failed.
 """
 import argparse
 import collections
@@ -16,8 +16,6 @@ import xml.etree.ElementTree as ElementTree
 
 JUNIT = "Testing/junit.xml"  # as in CMakePresets.json
 GTEST = "gtest-reports"  # as in tests/GoogleTests.cmake
-
-
 # GoogleTest programs, as opposed to other tests, have such names.
 GTEST_SUITE = re.compile(r"\w+_tests\.")
 NO_REASON = "no reason given"

@@ -1,5 +1,5 @@
-# Adds a test for each suite of a GoogleTest program, named PROGRAM.SUITE. A process for each single test would spend most
-# of the time on starting, especially under Wine.
+# Adds a test for each suite of a GoogleTest program, named PROGRAM.SUITE. A process for each test would spend most of
+# the time on starting, especially under Wine.
 #
 #   nuveq_add_suites(program [FILTER filter] PROPERTIES property value...)
 #

@@ -193,7 +193,8 @@ class InstrumentedBuild:
             return {self.place(*place) for place in constants}
         # An error in a template of another library counts as one of the line that instantiates it.
         places, instantiated_from = set(), None
-        for *position, text in re.findall(r"^(\S+?):(\d+):(\d+): +(required from here|(?:fatal )?error:.*)", output, re.M):
+        pattern = r"^(\S+?):(\d+):(\d+): +(required from here|(?:fatal )?error:.*)"
+        for *position, text in re.findall(pattern, output, re.M):
             place = self.place(*position)
             if text == "required from here":
                 instantiated_from = place or instantiated_from
@@ -224,5 +225,6 @@ def synchronize_instrumented(original, tree, instrumented):
             shutil.copymode(old, new)
 
     shutil.copytree(original, tree, copy_function=copy_changed, dirs_exist_ok=True)
-    for file in [path for path in tree.rglob("*") if path.is_file() and not (original / path.relative_to(tree)).exists()]:
+    for file in [path for path in tree.rglob("*")
+                 if path.is_file() and not (original / path.relative_to(tree)).exists()]:
         file.unlink()

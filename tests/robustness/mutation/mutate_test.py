@@ -169,7 +169,8 @@ def test_run_reports_a_survivor_that_is_not_listed(project):
 
 
 def test_run_reports_a_mutant_that_no_test_reaches(project):
-    edit(project, "src/Counter.cpp", "  m_isUsed = true;", "  if (amount == -7) {\n    m_count = 0;\n  }\n  m_isUsed = true;")
+    edit(project, "src/Counter.cpp", "  m_isUsed = true;",
+         "  if (amount == -7) {\n    m_count = 0;\n  }\n  m_isUsed = true;")
     edit(project, "survivors.txt", "assignment 3", "assignment 4")
     _, output, _ = run(project)
     assert "m_count = 0 -> (dropped) (reached by no test)" in output
