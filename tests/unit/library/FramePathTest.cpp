@@ -145,7 +145,7 @@ class ManyRounds : public FramePath, public ::testing::WithParamInterface<Rounds
 
 TEST_P(ManyRounds, OpenAndCloseWhileStreaming) {
   const Weather weather = GetParam().weather;
-  constexpr int kRounds = 1000;
+  constexpr int kRounds = 300;
   switch (weather) {
     case Weather::kFine:
     case Weather::kNoCallback:
