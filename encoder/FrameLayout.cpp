@@ -26,7 +26,7 @@ std::uint64_t LineBytes(std::uint32_t width, ColorSpace layout) {
 std::uint64_t FrameBytes(std::uint32_t width, std::uint32_t height, ColorSpace layout) {
   // Keeps the products below from overflowing 64 bits.
   constexpr std::uint32_t kMaxAllocatedSide = std::uint32_t{1} << 20;
-  if (width == 0 || height == 0 || width > kMaxAllocatedSide || height > kMaxAllocatedSide) {
+  if (width > kMaxAllocatedSide || height > kMaxAllocatedSide) {
     return 0;
   }
   const std::uint64_t bytes = LineBytes(width, layout) * height;

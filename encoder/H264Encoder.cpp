@@ -80,7 +80,6 @@ bool H264Encoder::Initialize(const EncodeParam& param) try {
                          : SliceThreads(param.width, param.height, std::thread::hardware_concurrency());
   m_converter.emplace(std::move(converter));
   m_param = param;
-  m_frameNumber = 0;
   m_encoder = std::move(handle);
   return true;
 } catch (const std::bad_alloc&) {
@@ -133,7 +132,6 @@ std::int32_t H264Encoder::EncodePlanes(const Planes& planes, AVEncodePacket& pac
   }
   if (error != cmResultSuccess) {
     // The host does not receive this picture, so later pictures must not reference it.
-    packet.length = 0;
     m_encoder->ForceIntraFrame(true);
   }
   return error;

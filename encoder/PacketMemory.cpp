@@ -75,7 +75,7 @@ Block Put(Block block) {
 
 bool Reserve(AVEncodePacket& packet, std::uint32_t bytes) {
   packet.length = 0;
-  if (packet.capacity >= bytes && packet.memory != nullptr) {
+  if (packet.capacity >= bytes) {
     return true;
   }
   Recycle(packet);

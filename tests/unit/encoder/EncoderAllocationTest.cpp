@@ -20,6 +20,15 @@ constexpr std::size_t kPackets = 6;
 // Exceeds the allocations of any run here; ends a loop that would not terminate.
 constexpr std::uint64_t kMaxAllocations = 1000;
 
+// A value of CM_RETURN.
+constexpr std::int32_t kOutOfMemory = 3;
+
+// Key frames begin with a sequence parameter set, NAL unit type 7.
+bool IsKeyFrame(const AVEncodePacket& packet) {
+  constexpr std::uint32_t kStartCode = 4;
+  return packet.length > kStartCode && (packet.data[kStartCode] & 0x1F) == 7;
+}
+
 struct ReleaseEncoder {
   void operator()(VideoEncoder* encoder) const { VideoEncoder::ReleaseEncoder(encoder); }
 };
@@ -64,14 +73,6 @@ class EncoderAllocationFailure : public ::testing::TestWithParam<FailureCase> {
     return hasSucceeded;
   }
 
-  FailingAllocations allocations = FailingAllocations::InLibraries({"libMultiMediaEncoder"});
-
- private:
-  template <typename Step>
-  bool TryTwice(Step&& step) {
-    const std::uint64_t failuresBefore = allocations.Failures();
-    return step() || (allocations.Failures() != failuresBefore && step());
-  }
   static VideoEncoder::EncodeParam Parameters() {
     VideoEncoder::EncodeParam param{};
     param.width = kSide;
@@ -83,6 +84,15 @@ class EncoderAllocationFailure : public ::testing::TestWithParam<FailureCase> {
     param.keyFrameInterval = 150;
     param.bitRate = 1536;
     return param;
+  }
+
+  FailingAllocations allocations = FailingAllocations::InLibraries({"libMultiMediaEncoder"});
+
+ private:
+  template <typename Step>
+  bool TryTwice(Step&& step) {
+    const std::uint64_t failuresBefore = allocations.Failures();
+    return step() || (allocations.Failures() != failuresBefore && step());
   }
 };
 
@@ -114,6 +124,31 @@ TEST_P(EncoderAllocationFailure, IsReportedAndTheRetrySucceeds) {
   // Smaller than any block that the library allocates.
   constexpr std::size_t kTolerance = std::size_t{1} << 10;
   EXPECT_LE(mallinfo2().uordblks, before + kTolerance);
+}
+
+TEST_P(EncoderAllocationFailure, OfAPacketLosesThePictureAndTheNextOneIsAKeyFrame) {
+  const EncoderHandle encoder(VideoEncoder::CreateDefaultEncoder());
+  ASSERT_TRUE(encoder->Initialize(Parameters()));
+  VideoFrame frame;
+  ASSERT_TRUE(frame.AllocBuffer(kSide, kSide, GetParam().layout));
+  std::memset(frame.data, 16, frame.size);
+  const auto encode = [&](AVEncodePacket& packet) { return encoder->Encode(&frame, &packet); };
+  // Leaves no block in the packet pool.
+  std::array<AVEncodePacket, kPackets> live;
+  for (AVEncodePacket& packet : live) {
+    ASSERT_EQ(encode(packet), 0);
+  }
+  EXPECT_FALSE(IsKeyFrame(live.back()));
+  const bool isLost = FailingAllocations::ReachesMalloc();
+  AVEncodePacket packet;
+  allocations.FailNth(1, GetParam().persistence);
+  EXPECT_EQ(encode(packet), isLost ? kOutOfMemory : 0);
+  EXPECT_EQ(packet.length == 0, isLost);
+  allocations.FailNothing();
+  ASSERT_EQ(encode(packet), 0);
+  EXPECT_EQ(IsKeyFrame(packet), isLost);
+  ASSERT_EQ(encode(packet), 0);
+  EXPECT_FALSE(IsKeyFrame(packet));
 }
 
 INSTANTIATE_TEST_SUITE_P(

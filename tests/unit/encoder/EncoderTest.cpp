@@ -113,11 +113,13 @@ TEST(Encoder, RejectsInvalidInputAndEmptiesThePacket) {
   EXPECT_EQ(encoder->Encode(nullptr, nullptr), kNotInitialised);
   ASSERT_TRUE(encoder->Initialize(Param(640, 480, ColorSpace::kYuy2)));
   EXPECT_EQ(encoder->Encode(nullptr, &packet), kUnsupportedData);
-  EXPECT_EQ(encoder->Encode(&frame, nullptr), kUnsupportedData);
   EXPECT_EQ(encoder->Encode(&frame, &packet), kUnsupportedData) << "no buffer";
+  frame.size = 640 * 480 * 2;
+  EXPECT_EQ(encoder->Encode(&frame, &packet), kUnsupportedData) << "a size but no buffer";
   ASSERT_TRUE(frame.AllocBuffer(640, 479, ColorSpace::kYuy2));
   EXPECT_EQ(encoder->Encode(&frame, &packet), kUnsupportedData) << "too small";
   ASSERT_TRUE(frame.AllocBuffer(640, 480, ColorSpace::kYuy2));
+  EXPECT_EQ(encoder->Encode(&frame, nullptr), kUnsupportedData);
   EXPECT_EQ(encoder->Encode(&frame, &packet), 0);
   EXPECT_GT(packet.length, 0U);
   EXPECT_EQ(encoder->Encode(nullptr, &packet), kUnsupportedData);

@@ -36,6 +36,9 @@ TEST(VideoFrame, AllocatesAnAlignedBufferForItsLayout) {
     VideoFrame frame;
     ASSERT_TRUE(frame.AllocBuffer(c.width, c.height, c.layout));
     EXPECT_EQ(frame.size, c.size);
+    EXPECT_EQ(frame.width, c.width);
+    EXPECT_EQ(frame.height, c.height);
+    EXPECT_EQ(frame.colorSpace, c.layout);
     EXPECT_EQ(reinterpret_cast<std::uintptr_t>(frame.data) % 64, 0U);
     frame.data[0] = 1;
     frame.data[frame.size - 1] = 1;
@@ -66,6 +69,11 @@ TEST(VideoFrame, CanBeReallocatedAndReleasedRepeatedly) {
   VideoFrame frame;
   frame.ReleaseBuffer();
   EXPECT_TRUE(frame.AllocBuffer(16, 16, ColorSpace::kYuy2));
+  frame.ReleaseBuffer();
+  EXPECT_EQ(frame.data, nullptr);
+  EXPECT_EQ(frame.size, 0U);
+  EXPECT_EQ(frame.width, 0U);
+  EXPECT_EQ(frame.height, 0U);
   EXPECT_TRUE(frame.AllocBuffer(32, 32, ColorSpace::kYuy2));
   EXPECT_EQ(frame.size, 2048U);
   EXPECT_FALSE(frame.AllocBuffer(0, 0, ColorSpace::kYuy2));
@@ -76,12 +84,14 @@ TEST(VideoFrame, CanBeReallocatedAndReleasedRepeatedly) {
 
 TEST(PacketMemory, ReusesTheBlockOfADestroyedPacket) {
   const void* block = nullptr;
+  std::uint32_t capacity = 0;
   {
     AVEncodePacket packet;
     ASSERT_TRUE(encoder::Reserve(packet, 100'000));
     block = packet.data;
+    capacity = packet.capacity;
   }
-  for (const std::uint32_t bytes : {100'000U, 1U, 120'000U}) {
+  for (const std::uint32_t bytes : {100'000U, 1U, capacity}) {
     AVEncodePacket packet;
     ASSERT_TRUE(encoder::Reserve(packet, bytes));
     EXPECT_EQ(packet.data, block);
@@ -100,6 +110,23 @@ TEST(PacketMemory, DoesNotShareBlocksBetweenLivePackets) {
     EXPECT_EQ(packet.data[0], &packet - packets.data());
     EXPECT_EQ(packet.data[4999], &packet - packets.data());
   }
+}
+
+TEST(PacketMemory, KeepsTheFourLargestFreeBlocks) {
+  constexpr std::uint32_t kMiB = 1U << 20;
+  {
+    std::array<AVEncodePacket, 5> packets;
+    for (std::size_t i = 0; i < packets.size(); ++i) {
+      ASSERT_TRUE(encoder::Reserve(packets[i], kMiB << ((i + 2) % packets.size())));
+    }
+  }
+  std::array<AVEncodePacket, 5> packets;
+  std::vector<std::uint32_t> capacities;
+  for (AVEncodePacket& packet : packets) {
+    ASSERT_TRUE(encoder::Reserve(packet, 1));
+    capacities.push_back(packet.capacity);
+  }
+  EXPECT_THAT(capacities, ::testing::UnorderedElementsAre(16 * kMiB, 8 * kMiB, 4 * kMiB, 2 * kMiB, 4096));
 }
 
 TEST(PacketMemory, GrowsThePacketOnDemand) {
