@@ -35,7 +35,7 @@ HRESULT QueryInterfaceImpl(Object* object, REFIID iid, void** out) {
   }
   *out = nullptr;
   const auto offer = [&]<typename Interface>(const IID& offered, Interface* found) {
-    if (*out == nullptr && iid == offered) {
+    if (iid == offered) {
       *out = found;
     }
   };
@@ -119,12 +119,9 @@ HRESULT CatchToHresult(Action&& action) noexcept try {
   return E_FAIL;
 }
 
-// Returns an interface through an out parameter, together with a reference.
+// Returns an interface through an out parameter, which must not be null, together with a reference.
 template <typename Interface, typename Object>
 HRESULT CopyTo(ComPtr<Object> object, Interface** out) {
-  if (out == nullptr) {
-    return E_POINTER;
-  }
   *out = object.Detach();
   return S_OK;
 }

@@ -1,8 +1,17 @@
 // The COM rules that every object of the platform follows.
+#include <array>
 #include <cwchar>
+#include <stdexcept>
 #include <thread>
 
+#include "com/Enumerator.h"
 #include "support/linux/LinuxTest.h"
+
+// Of the objects of this program; the platform library has its own.
+std::atomic<std::uint64_t>& com::LiveObjectCount() {
+  static std::atomic<std::uint64_t> count{0};
+  return count;
+}
 
 namespace linux_support {
 namespace {
@@ -235,6 +244,18 @@ TEST_F(ComRulesTest, ClassesCanBeCreatedByEveryInterface) {
   }
 }
 
+TEST_F(ComRulesTest, ClassesAreNeitherAggregatedNorCreatedInAnotherProcess) {
+  constexpr HRESULT kNoAggregation = static_cast<HRESULT>(0x80040110);
+  void* notNull = this;
+  EXPECT_EQ(
+      CoCreateInstance(CLSID_FilterGraph, graph.camera.Get(), CLSCTX_INPROC_SERVER, IID_IUnknown, &notNull),
+      kNoAggregation);
+  EXPECT_EQ(notNull, nullptr);
+  constexpr DWORD kLocalServer = 4;
+  EXPECT_EQ(CoCreateInstance(CLSID_FilterGraph, nullptr, kLocalServer, IID_IUnknown, &notNull),
+            REGDB_E_CLASSNOTREG);
+}
+
 TEST_F(ComRulesTest, AnotherCategoryIsEmpty) {
   ComPtr<IEnumMoniker> none;
   EXPECT_EQ(devices->CreateClassEnumerator(kUnknownId, none.Put(), 0), S_FALSE);
@@ -256,9 +277,9 @@ TEST_F(ComRulesTest, TaskMemoryIsSharedByAllocatorAndFunctions) {
 }
 
 TEST_F(ComRulesTest, NonzeroReservedArgumentsAreRejected) {
-  ComPtr<IBindCtx> refused;
-  EXPECT_EQ(CreateBindCtx(1, refused.Put()), E_INVALIDARG);
-  EXPECT_FALSE(refused);
+  auto* notNull = reinterpret_cast<IBindCtx*>(this);
+  EXPECT_EQ(CreateBindCtx(1, &notNull), E_INVALIDARG);
+  EXPECT_EQ(notNull, nullptr);
   EXPECT_EQ(CreateBindCtx(0, nullptr), E_POINTER);
   EXPECT_EQ(CoGetMalloc(1, nullptr), E_POINTER);
 }
@@ -359,6 +380,52 @@ TEST_F(EnumeratorTest, OutlivesTheEnumeratedObject) {
   AM_MEDIA_TYPE* type = nullptr;
   ASSERT_EQ(ofAnother->Next(1, &type, nullptr), S_OK);
   EXPECT_EQ(Describe(MediaType(type)), "YUY2 64x48 333333");
+}
+
+// Enumerates pins of which some cannot be copied.
+class FailingPins : public com::Enumerator<IEnumPins, IPin, HRESULT> {
+ public:
+  using Enumerator::Enumerator;
+
+ protected:
+  HRESULT CopyItem(const HRESULT& result, IPin** out) override {
+    if (result == E_FAIL) {
+      throw std::runtime_error("failed");
+    }
+    *out = nullptr;
+    return result;
+  }
+};
+
+TEST_F(EnumeratorTest, ReturnsTheItemsBeforeAFailureFirst) {
+  const auto failing =
+      com::MakeComObject<FailingPins>(std::vector<HRESULT>{S_OK, E_OUTOFMEMORY, S_OK, E_FAIL});
+  IPin* const notNull = graph.cameraPin.Get();
+  std::array<IPin*, 3> elements{notNull, notNull, notNull};
+  ULONG fetched = 99;
+  EXPECT_EQ(failing->Next(3, elements.data(), &fetched), S_FALSE);
+  EXPECT_EQ(fetched, 1U);
+  EXPECT_EQ(elements[1], nullptr);
+  EXPECT_EQ(elements[2], notNull) << "beyond the end";
+  elements[0] = notNull;
+  EXPECT_EQ(failing->Next(3, elements.data(), &fetched), E_OUTOFMEMORY);
+  EXPECT_EQ(fetched, 0U);
+  EXPECT_EQ(elements[0], nullptr);
+}
+
+TEST_F(EnumeratorTest, ReportsAnExceptionAsAFailure) {
+  const auto failing = com::MakeComObject<FailingPins>(std::vector<HRESULT>{E_FAIL});
+  IPin* notNull = graph.cameraPin.Get();
+  EXPECT_EQ(failing->Next(1, &notNull, nullptr), E_FAIL);
+  EXPECT_EQ(notNull, nullptr);
+}
+
+TEST_F(EnumeratorTest, ReturnsNothingIfNothingIsRequested) {
+  IPin* notNull = graph.cameraPin.Get();
+  ULONG fetched = 99;
+  EXPECT_EQ(pins->Next(0, &notNull, &fetched), S_OK);
+  EXPECT_EQ(fetched, 0U);
+  EXPECT_EQ(notNull, graph.cameraPin.Get());
 }
 
 }  // namespace
