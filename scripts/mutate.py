@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Mutation testing: changes the product in many small ways, one at a time, and reports those that no test notices.
+"""Mutation testing: changes the product in many small ways, one at a time, and reports those that survive the tests.
 
 The mutants are generated from the syntax tree of src/, encoder/, platform/com/ and platform/linux/: comparisons are
 moved, calls dropped, results replaced, and so on (--operators lists them). One build contains all of them, each behind
@@ -11,15 +11,16 @@ the quickest first, until one fails, crashes or hangs. The work tree is not modi
   scripts/mutate.py --sample 100         run some, those of the most recently changed lines first
   scripts/mutate.py --list               list the mutants
 
-Mutants that no test can notice belong, with the reason, in tests/robustness/mutation/survivors.txt.
+Mutants that no test can notice belong, with the reason, in tests/robustness/mutation/survivors.txt, and are not run.
 All outcomes are written to outcomes.txt in the build folder.
 
-Exit codes: 0 if the tests noticed every mutant that is not listed, or, in folders other than src/, at least 90 % of
-them; 1 if not, or if a listed mutant was noticed or no longer exists; 2 on other errors.
+Exit codes: 0 if the tests kill every mutant that is not listed, or, in folders other than src/, at least 90 % of them;
+1 if not, or if a listed mutant is killed (--recheck) or no longer exists; 2 on other errors.
 """
 import argparse
 import concurrent.futures
 import dataclasses
+import fnmatch
 import os
 import pathlib
 import random
@@ -34,7 +35,7 @@ sys.dont_write_bytecode = True
 
 try:
     from mutation import build, generate, report, run, survivors
-    from mutation.trouble import Trouble
+    from mutation.errors import MutationError
 except ModuleNotFoundError as missing:
     sys.exit(f"{missing}; run scripts/install-packages.sh native first")
 
@@ -42,8 +43,12 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 PROGRAMS = ["unit_tests", "defaults_tests", "linux_tests", "encoder_tests", "fault_tests", "linux_allocation_tests",
             "encoder_allocation_tests", "pipeline_tests"]
 MIN_SCORE = 90  # percent, outside src/
+# Left out because they take seconds per mutant: stress tests, a callback that blocks for ten seconds, and the largest
+# clips. The score can only be lower without them.
+LEFT_OUT = ["Each/ManyRounds.*", "InvalidInputFromHost.DataCallbackThatBlocksForTenSecondsLosesNoFrame",
+            "Sizes/BitRate.*1280x720*"]
 # Tests that hang use no CPU time.
-WORKERS_PER_CORE = 2
+WORKERS_PER_CORE = 3
 
 
 @dataclasses.dataclass(frozen=True)
@@ -57,7 +62,7 @@ class Project:
 
 THIS_PROJECT = Project(ROOT, ["src", "encoder", "platform/com", "platform/linux"], PROGRAMS,
                        ROOT / "tests/robustness/mutation/survivors.txt",
-                       [f"-DCMAKE_PREFIX_PATH={ROOT / 'build/deps/native'}", "-DNUVEQ_INSTRUMENTATION=-O0"])
+                       [f"-DCMAKE_PREFIX_PATH={ROOT / 'build/deps/native'}", "-DNUVEQ_INSTRUMENTATION=-O1"])
 
 
 def recently_changed(project, mutants, count):
@@ -108,7 +113,8 @@ def in_parallel(count, work, items, cancel):
 
 def trace(runner, workers, mutant_count):
     """Runs every test once. Returns the number of tests, and the tests that reach each mutant."""
-    listed = [(program, name) for program, path in runner.programs.items() for name in run.list_tests(path)]
+    listed = [(program, name) for program, path in runner.programs.items() for name in run.list_tests(path)
+              if not any(fnmatch.fnmatchcase(name, pattern) for pattern in LEFT_OUT)]
     reaching = [[] for _ in range(mutant_count)]
     for traced in in_parallel(workers, lambda test: run.trace(runner, *test, mutant_count), listed, runner.cancel):
         if traced is not None:
@@ -123,7 +129,7 @@ def test_mutants(runner, workers, mutants, reaching, listed, outcomes_file, out)
 
     def work(mutant):
         tests = reaching[mutant.number]
-        outcome = report.Outcome(mutant, run.who_noticed(runner, mutant, tests), listed.get(mutant.key), bool(tests))
+        outcome = report.Outcome(mutant, run.killing_test(runner, mutant, tests), listed.get(mutant.key), bool(tests))
         with file_lock:
             print(outcome, file=outcomes_file, flush=True)
         progress.add(outcome)
@@ -133,8 +139,8 @@ def test_mutants(runner, workers, mutants, reaching, listed, outcomes_file, out)
 
 
 def is_good(outcomes):
-    """Whether enough mutants were noticed."""
-    if any(outcome.verdict == "NOTICED, BUT LISTED" for outcome in outcomes):
+    """Whether enough mutants were killed."""
+    if any(outcome.verdict == "KILLED, BUT LISTED" for outcome in outcomes):
         return False
     survived = [outcome for outcome in outcomes if outcome.verdict == "SURVIVED"]
     if any(outcome.mutant.source.startswith("src/") for outcome in survived):
@@ -148,6 +154,7 @@ def arguments(words):
     parser.add_argument("--only", metavar="TEXT", action="append", default=[],
                         help="run only mutants with this text in their key; may be repeated")
     parser.add_argument("--sample", type=int, metavar="N", help="run only N mutants")
+    parser.add_argument("--recheck", action="store_true", help="run the mutants listed in survivors.txt, too")
     parser.add_argument("--list", action="store_true", help="list the mutants and exit")
     parser.add_argument("--operators", action="store_true", help="list the operators and exit")
     parser.add_argument("--build", type=pathlib.Path, default=ROOT / "build/mutation", metavar="FOLDER",
@@ -183,16 +190,21 @@ def mutate(project, options, out):
             print(f"{mutant.key}: {mutant.change}", file=out)
         return 0
     if not mutants:
-        raise Trouble("no mutants to run")
+        raise MutationError("no mutants to run")
     say("building the tests")
     instrumented.compile(project.programs)
     runner = run.Runner({program: instrumented.build / "bin" / program for program in project.programs})
     cores = len(os.sched_getaffinity(0))
     say("running the tests without a mutant")
     count, reaching = trace(runner, cores, len(instrumented.mutants))
-    say(f"{count} tests; running {len(mutants)} mutants")
+    skipped = [] if options.recheck else [mutant for mutant in mutants if mutant.key in listed]
+    wanted = [mutant for mutant in mutants if mutant not in skipped]
+    say(f"{count} tests; running {len(wanted)} mutants")
     with open(options.build / "outcomes.txt", "w", encoding="utf-8") as outcomes_file:
-        outcomes = test_mutants(runner, cores * WORKERS_PER_CORE, mutants, reaching, listed, outcomes_file, out)
+        outcomes = test_mutants(runner, cores * WORKERS_PER_CORE, wanted, reaching, listed, outcomes_file, out)
+        outcomes += [report.Outcome(mutant, None, listed[mutant.key]) for mutant in skipped]
+        for outcome in outcomes[len(wanted):]:
+            print(outcome, file=outcomes_file)
     report.print_summary(outcomes, out)
     say("done")
     return 0 if is_good(outcomes) and not stale else 1
@@ -207,8 +219,8 @@ def main(words=None, project=THIS_PROJECT, out=sys.stdout):
     signal.signal(signal.SIGTERM, signal.default_int_handler)
     try:
         return mutate(project, options, out)
-    except Trouble as trouble:
-        print(trouble, file=sys.stderr)
+    except MutationError as error:
+        print(error, file=sys.stderr)
         return 2
 
 

@@ -11,7 +11,7 @@ import shutil
 import subprocess
 
 from . import generate
-from .trouble import Trouble
+from .errors import MutationError
 
 NOT_COPIED = shutil.ignore_patterns("build", "out", ".git", "__pycache__")
 SWITCH = pathlib.Path(__file__).resolve().parent / "Mutant.h"
@@ -31,7 +31,7 @@ def run(command, folder=None):
 def run_checked(command, folder=None):
     result, output = run(command, folder)
     if result != 0:
-        raise Trouble(f"{' '.join(str(part) for part in command[:3])} ... failed:\n{tail(output)}")
+        raise MutationError(f"{' '.join(str(part) for part in command[:3])} ... failed:\n{tail(output)}")
     return output
 
 
@@ -73,7 +73,7 @@ class InstrumentedBuild:
         try:
             fcntl.flock(self.lock_file, fcntl.LOCK_EX | fcntl.LOCK_NB)
         except BlockingIOError:
-            raise Trouble(f"another run is using {self.folder}") from None
+            raise MutationError(f"another run is using {self.folder}") from None
 
     def configure(self):
         self.tree.mkdir(exist_ok=True)
@@ -94,7 +94,7 @@ class InstrumentedBuild:
             if source is not None and source.suffix == ".cpp" and self.is_mutated(source):
                 arguments.setdefault(str(source), shlex.split(entry["command"]))
         if not arguments:
-            raise Trouble(f"no sources to mutate in {' '.join(self.mutated)}")
+            raise MutationError(f"no sources to mutate in {' '.join(self.mutated)}")
         return arguments
 
     def is_mutated(self, source):
@@ -118,7 +118,7 @@ class InstrumentedBuild:
         with concurrent.futures.ProcessPoolExecutor(self.jobs) as pool:
             for (path, _, _), (errors, found) in zip(tasks, pool.map(parse, tasks)):
                 if errors:
-                    raise Trouble(f"{path} has errors: {errors[0]}")
+                    raise MutationError(f"{path} has errors: {errors[0]}")
                 for file, additional in found.items():
                     sites[str(pathlib.Path(file).relative_to(original))].update(
                         ((site.begin, site.end, site.replacement), site) for site in additional)
@@ -151,7 +151,7 @@ class InstrumentedBuild:
                 # An error may entail others elsewhere.
                 causes = [mutant for place in places for mutant in self.mutants_at(*place)]
                 if not causes:
-                    raise Trouble(f"no mutant causes the errors at {sorted(places)}")
+                    raise MutationError(f"no mutant causes the errors at {sorted(places)}")
                 bad.update((mutant.number, mutant) for mutant in causes)
             for source, pairs in self.pairs.items():
                 self.sites[source] = [site for site, mutant in pairs if mutant.number not in bad]
@@ -202,7 +202,7 @@ class InstrumentedBuild:
                 places.add(place or instantiated_from)
                 instantiated_from = None
             else:
-                raise Trouble(f"no mutant causes this error:\n{':'.join(position)}: {text}")
+                raise MutationError(f"no mutant causes this error:\n{':'.join(position)}: {text}")
         return places
 
     def place(self, file, line, column):

@@ -38,6 +38,8 @@ FUNCTIONS = {Kind.FUNCTION_DECL, Kind.CXX_METHOD, Kind.CONSTRUCTOR, Kind.DESTRUC
              Kind.CONVERSION_FUNCTION}
 CLASSES = {Kind.CLASS_DECL, Kind.STRUCT_DECL, Kind.CLASS_TEMPLATE, Kind.CLASS_TEMPLATE_PARTIAL_SPECIALIZATION}
 SCOPES = CLASSES | {Kind.NAMESPACE, Kind.LINKAGE_SPEC, Kind.UNEXPOSED_DECL}
+# Functions whose arguments can be swapped without an effect.
+COMMUTATIVE = {"min", "max"}
 # The compiler evaluates their operands, so these cannot depend on the mutant that is active.
 CONSTANT_CONTEXTS = {Kind.STATIC_ASSERT, Kind.ENUM_CONSTANT_DECL, Kind.TEMPLATE_NON_TYPE_PARAMETER}
 
@@ -271,7 +273,7 @@ class Unit:
             # The extent of a comparison that the compiler rewrites with <=> lacks the right operand.
             if not self.is_branch(cursor) and not self.spelling(cursor).endswith(("<", ">", "=")):
                 self.add(cursor, "comparison", f"!({self.spelling(cursor)})", function)
-        if is_operator:
+        if is_operator or cursor.spelling in COMMUTATIVE:
             return
         arguments = [argument for argument in cursor.get_arguments() if argument is not None and self.file(argument)]
         text = self.texts[self.file(cursor)]

@@ -11,19 +11,19 @@ from .survivors import Survivor
 @dataclasses.dataclass(frozen=True)
 class Outcome:
     mutant: Mutant
-    noticed_by: str | None
+    killed_by: str | None
     listed: Survivor | None = None
     is_reached: bool = True
 
     @property
     def verdict(self):
-        if self.noticed_by:
-            return "noticed" if self.listed is None else "NOTICED, BUT LISTED"
-        return "SURVIVED" if self.listed is None else "listed"
+        if self.killed_by:
+            return "killed" if self.listed is None else "KILLED, BUT LISTED"
+        return "SURVIVED" if self.listed is None else "equivalent"
 
     def __str__(self):
         mutant = self.mutant
-        by = f" <- {self.noticed_by}" if self.noticed_by else ""
+        by = f" <- {self.killed_by}" if self.killed_by else ""
         reach = "" if self.is_reached else " (reached by no test)"
         return f"{self.verdict}: {mutant.key}: {mutant.change}{by}{reach} [{mutant.source}:{mutant.line}]"
 
@@ -60,11 +60,11 @@ def percentage(part, whole):
 
 
 def table(title, rows, out):
-    print(f"\n{title:<18}{'mutants':>9}{'noticed':>9}{'score':>9}{'listed':>8}{'survived':>10}", file=out)
+    print(f"\n{title:<18}{'mutants':>9}{'killed':>9}{'score':>9}{'equivalent':>12}{'survived':>10}", file=out)
     for name, outcomes in rows:
         counts = collections.Counter(outcome.verdict for outcome in outcomes)
-        noticed = counts["noticed"] + counts["NOTICED, BUT LISTED"]
-        print(f"{name:<18}{len(outcomes):>9}{noticed:>9}{percentage(noticed, len(outcomes)):>9}{counts['listed']:>8}"
+        killed = counts["killed"] + counts["KILLED, BUT LISTED"]
+        print(f"{name:<18}{len(outcomes):>9}{killed:>9}{percentage(killed, len(outcomes)):>9}{counts['equivalent']:>12}"
               f"{counts['SURVIVED']:>10}", file=out)
 
 
@@ -78,7 +78,7 @@ def grouped(outcomes, key):
 def print_summary(outcomes, out):
     table("folder", [*grouped(outcomes, lambda outcome: folder_of(outcome.mutant.source)), ("all", outcomes)], out)
     table("operator", grouped(outcomes, lambda outcome: outcome.mutant.operator), out)
-    ways = collections.Counter("hang" if (outcome.noticed_by or "").endswith("(hangs)") else
-                               "crash" if (outcome.noticed_by or "").endswith("(crashes)") else "failed test"
-                               for outcome in outcomes if outcome.noticed_by)
-    print("\nnoticed by " + ", ".join(f"{way}: {count}" for way, count in ways.most_common()), file=out)
+    ways = collections.Counter("hang" if (outcome.killed_by or "").endswith("(hangs)") else
+                               "crash" if (outcome.killed_by or "").endswith("(crashes)") else "failed test"
+                               for outcome in outcomes if outcome.killed_by)
+    print("\nkilled by " + ", ".join(f"{way}: {count}" for way, count in ways.most_common()), file=out)

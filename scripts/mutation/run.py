@@ -10,11 +10,11 @@ import tempfile
 import threading
 import time
 
-from .trouble import Trouble
+from .errors import MutationError
 
 # Tests that take longer run on their own, after the others.
 QUICK_S = 0.1
-# The quick tests run in groups of about this duration, so that a hang is soon noticed.
+# The quick tests run in groups of about this duration, so that a hang is soon detected.
 GROUP_S = 0.4
 # A process hangs if it has used no CPU time for a while, or far more CPU time than the tests usually take. Elapsed time
 # means little on a busy machine.
@@ -25,6 +25,8 @@ CPU_FACTOR = 6
 # Some CPU time is used for waiting in intervals.
 IDLE_SHARE = 0.03
 ELAPSED_LIMIT_S = 120
+# A folder in memory, if there is one: many tests create small files.
+FOLDERS = "/dev/shm" if os.access("/dev/shm", os.W_OK | os.X_OK) else None
 TRACE_S = 30  # for a test whose duration is not known yet
 MEMORY_LIMIT = 8 << 30
 FILE_LIMIT = 64 << 20
@@ -54,13 +56,13 @@ class Runner:
 
     def run(self, program, tests, usual_s, variables):
         """Runs tests in one process until one fails. Returns its exit code, None if it hangs, and its output."""
-        with tempfile.TemporaryDirectory(prefix="nuveq-mutant-") as folder:
+        with tempfile.TemporaryDirectory(prefix="nuveq-mutant-", dir=FOLDERS) as folder:
             flags = pathlib.Path(folder) / "flags"
             flags.write_text(f"--gtest_filter={':'.join(tests)}\n")
             log_file = pathlib.Path(folder) / "log"
             with open(log_file, "wb") as log, self.lock:
                 if self.is_cancelled:
-                    raise Trouble("cancelled")
+                    raise MutationError("cancelled")
                 process = subprocess.Popen([self.programs[program], "--gtest_fail_fast", f"--gtest_flagfile={flags}"],
                                            stdin=subprocess.DEVNULL, stdout=log, stderr=subprocess.STDOUT, cwd=folder,
                                            env={**os.environ, "TMPDIR": folder, **variables}, start_new_session=True,
@@ -135,7 +137,7 @@ def trace(runner, program, name, mutant_count):
         result, output = runner.run(program, [name], TRACE_S, {"NUVEQ_REACHED_MUTANTS": map_file.name})
         seconds = time.monotonic() - begin
         if result != 0:
-            raise Trouble(f"{program} {name} fails without a mutant:\n{output[-2000:]}")
+            raise MutationError(f"{program} {name} fails without a mutant:\n{output[-2000:]}")
         passed = re.search(r"^\[       OK \] .* \((\d+) ms\)$", output, re.M)
         if passed is None:
             return None  # skipped
@@ -160,8 +162,8 @@ def groups(tests):
     return result + [[test] for test in sorted(tests, key=lambda test: test.seconds) if test.seconds > QUICK_S]
 
 
-def who_noticed(runner, mutant, tests):
-    """Returns the test that notices the mutant, or None."""
+def killing_test(runner, mutant, tests):
+    """Returns the test that kills the mutant, or None."""
     variables = {"NUVEQ_ACTIVE_MUTANT": str(mutant.number)}
     for group in groups(tests):
         result, output = runner.run(group[0].program, [test.name for test in group],

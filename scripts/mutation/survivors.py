@@ -9,7 +9,7 @@ Entries of the list are separated by blank lines:
 """
 import dataclasses
 
-from .trouble import Trouble
+from .errors import MutationError
 
 
 @dataclasses.dataclass(frozen=True)
@@ -32,13 +32,13 @@ def read(path):
             for mutant in mutants:
                 key, _, change = mutant.partition(": ")
                 if key in survivors:
-                    raise Trouble(f"{path.name}: {key} is listed twice")
+                    raise MutationError(f"{path.name}: {key} is listed twice")
                 survivors[key] = Survivor(key, change, " ".join(reason))
             mutants, reason = [], []
         if line:
             mutants.append(line)
     if mutants:
-        raise Trouble(f"{path.name}: {mutants[0]} has no reason")
+        raise MutationError(f"{path.name}: {mutants[0]} has no reason")
     return survivors
 
 

@@ -1,2 +1,2 @@
-class Trouble(Exception):
+class MutationError(Exception):
     """Prevents the run. The text says why and, where possible, what to do next."""
