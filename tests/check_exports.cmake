@@ -1,7 +1,8 @@
-# cmake -DNM=... | -DOBJDUMP=... -DLIBRARY=... [-DPATTERN=...] -P check_exports.cmake: fails unless every symbol that
-# the library exports matches the pattern (kind and name, as nm prints them), and there is one at least. Without a
-# pattern: unless it exports the camera handler's one function and nothing else. OBJDUMP is for DLLs, whose exports nm
-# does not list; they have no kind there and pass for functions.
+# cmake -DNM=... | -DOBJDUMP=... -DLIBRARY=... [-DPATTERN=...] -P check_exports.cmake
+#
+# Fails if the library exports nothing, or a symbol that does not match the pattern: its kind and name as nm prints them.
+# The default pattern is the camera handler's only function. OBJDUMP is for DLLs, whose exports nm does not list; they
+# count as functions.
 if(OBJDUMP)
   execute_process(COMMAND ${OBJDUMP} -p ${LIBRARY} OUTPUT_VARIABLE output COMMAND_ERROR_IS_FATAL ANY)
   string(REGEX MATCH "\\[Ordinal/Name Pointer\\] Table.*" output "${output}")
