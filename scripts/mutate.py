@@ -62,7 +62,7 @@ class Project:
 
 THIS_PROJECT = Project(ROOT, ["src", "encoder", "platform/com", "platform/linux"], PROGRAMS,
                        ROOT / "tests/robustness/mutation/survivors.txt",
-                       [f"-DCMAKE_PREFIX_PATH={ROOT / 'build/deps/native'}", "-DNUVEQ_INSTRUMENTATION=-O1"])
+                       [f"-DCMAKE_PREFIX_PATH={ROOT / 'build/deps/native'}", "-DNUVEQ_INSTRUMENTATION=-O1;-D_GLIBCXX_ASSERTIONS"])
 
 
 def recently_changed(project, mutants, count):

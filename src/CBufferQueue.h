@@ -131,9 +131,6 @@ class CBufferQueue {
   }
 
   void StopLocked() {
-    if (stopped) {
-      return;
-    }
     stopped = true;
     freeCond.notify_all();
     dataCond.notify_all();

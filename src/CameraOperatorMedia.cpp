@@ -32,15 +32,10 @@ struct PinList {
   PinList() = default;
   PinList(const PinList&) = delete;
   PinList& operator=(const PinList&) = delete;
-  ~PinList() { Release(); }
-
-  void Release() {
+  ~PinList() {
     for (IPin* const pin : pins) {
-      if (pin != nullptr) {
-        pin->Release();
-      }
+      pin->Release();
     }
-    pins.clear();
   }
 
   std::vector<IPin*> pins;
@@ -186,7 +181,6 @@ bool CameraOperator::GetCameraCapabilities(unsigned int cameraIndex, std::vector
     OPERATOR_LOG(ERROR_LOG_LEVEL, 349, L"fail to query camera pin info.");
     return false;
   }
-  pinList.Release();
   SortAndUniqueCapabilities(sizes, subTypes, fpsList);
   return true;
 }

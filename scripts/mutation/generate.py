@@ -39,7 +39,7 @@ FUNCTIONS = {Kind.FUNCTION_DECL, Kind.CXX_METHOD, Kind.CONSTRUCTOR, Kind.DESTRUC
 CLASSES = {Kind.CLASS_DECL, Kind.STRUCT_DECL, Kind.CLASS_TEMPLATE, Kind.CLASS_TEMPLATE_PARTIAL_SPECIALIZATION}
 SCOPES = CLASSES | {Kind.NAMESPACE, Kind.LINKAGE_SPEC, Kind.UNEXPOSED_DECL}
 # Functions whose arguments can be swapped without an effect.
-COMMUTATIVE = {"min", "max"}
+COMMUTATIVE = {"min", "max", "swap", "IsEqualGUID"}
 # The compiler evaluates their operands, so these cannot depend on the mutant that is active.
 CONSTANT_CONTEXTS = {Kind.STATIC_ASSERT, Kind.ENUM_CONSTANT_DECL, Kind.TEMPLATE_NON_TYPE_PARAMETER}
 

@@ -145,9 +145,12 @@ TEST_F(CameraSelection, FailedDeviceInformationSetFindsNoIds) {
 }
 
 TEST_F(CameraSelection, ReturnsIdsOfFixedDevicesInOrderOfTheSet) {
-  platform.SetPc(
-      {{{0, "A\\1"}, {DN_REMOVABLE, "B\\2"}, {0, "C\\3"}, {0x8000 | DN_REMOVABLE, "D\\4"}, {0x8000, "E\\5"}},
-       {}});
+  platform.SetPc({{{0, "A\\1"},
+                   {DN_REMOVABLE, "B\\2"},
+                   {0, "C\\3"},
+                   {0x8000 | DN_REMOVABLE, "D\\4"},
+                   {~ULONG{DN_REMOVABLE}, "E\\5"}},
+                  {}});
   EXPECT_THAT(camera->QueryFixedUsbDeviceIds(), ElementsAre("A\\1", "C\\3", "E\\5"));
   EXPECT_THAT(platform.Logs(), IsEmpty());
 }

@@ -19,8 +19,11 @@ using support::WaitFor;
 
 using scripted::Answer;
 using scripted::Fails;
+using ::testing::Contains;
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::Not;
 
 class EncodeThread : public CameraHandlerTest {
  protected:
@@ -175,6 +178,7 @@ TEST_F(WithoutDataCallback, FramesAreEncodedAndBuffersReturned) {
   EXPECT_TRUE(WaitFor([&] { return platform.CallCount("AVEncodePacket::~AVEncodePacket") == 20; }));
   EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
   EXPECT_EQ(host.PacketCount(), 0U);
+  EXPECT_THAT(platform.Journal(), Not(Contains(HasSubstr("fail to send"))));
 }
 
 // --- Setup, on an instance of CameraOperator ---
