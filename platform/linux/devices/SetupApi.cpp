@@ -4,13 +4,14 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
-#include "com/ComObject.h"
 #include "devices/DeviceProvider.h"
 
 namespace devices {
@@ -128,7 +129,6 @@ Entry MakeEntry(const UsbDevice& device) {
 void Fill(DEVINST handle, SP_DEVINFO_DATA& device) {
   device.ClassGuid = GUID{0x36FC9E60, 0xC465, 0x11CF, {0x80, 0x56, 0x44, 0x45, 0x53, 0x54, 0x00, 0x00}};
   device.DevInst = handle;
-  device.Reserved = 0;
 }
 
 // Returns the result of the action with the node, or CR_NO_SUCH_DEVNODE for an invalid handle.
@@ -140,10 +140,12 @@ CONFIGRET WithNode(DEVINST handle, Action&& action) noexcept try {
   return CR_OUT_OF_MEMORY;
 }
 
+// Returns FALSE if the action throws.
 template <typename Action>
-BOOL CatchToBool(Action&& action) {
-  return com::CatchToHresult([&] { return std::forward<Action>(action)() ? S_OK : E_FAIL; }) == S_OK ? TRUE
-                                                                                                     : FALSE;
+BOOL CatchToBool(Action&& action) noexcept try {
+  return std::forward<Action>(action)() ? TRUE : FALSE;
+} catch (...) {
+  return FALSE;
 }
 
 }  // namespace
@@ -151,18 +153,15 @@ BOOL CatchToBool(Action&& action) {
 }  // namespace devices
 
 NUVEQ_PLATFORM_EXPORT HDEVINFO WINAPI SetupDiGetClassDevsW(const GUID* classId, const WCHAR* /*enumerator*/,
-                                                           HWND /*parent*/, DWORD /*flags*/) {
-  HDEVINFO set = INVALID_HANDLE_VALUE;
-  static_cast<void>(com::CatchToHresult([&] {
-    std::vector<devices::Entry> entries;
-    if (classId != nullptr && *classId == GUID_DEVINTERFACE_USB_DEVICE) {
-      const std::vector<devices::UsbDevice> devices = devices::CurrentDeviceProvider()->UsbDevices();
-      std::transform(devices.begin(), devices.end(), std::back_inserter(entries), devices::MakeEntry);
-    }
-    set = devices::DeviceInfoSets::Get().Add(std::move(entries));
-    return S_OK;
-  }));
-  return set;
+                                                           HWND /*parent*/, DWORD /*flags*/) try {
+  std::vector<devices::Entry> entries;
+  if (classId != nullptr && *classId == GUID_DEVINTERFACE_USB_DEVICE) {
+    const std::vector<devices::UsbDevice> devices = devices::CurrentDeviceProvider()->UsbDevices();
+    std::transform(devices.begin(), devices.end(), std::back_inserter(entries), devices::MakeEntry);
+  }
+  return devices::DeviceInfoSets::Get().Add(std::move(entries));
+} catch (...) {
+  return INVALID_HANDLE_VALUE;
 }
 
 NUVEQ_PLATFORM_EXPORT BOOL WINAPI SetupDiEnumDeviceInterfaces(HDEVINFO set, SP_DEVINFO_DATA* /*device*/,

@@ -1,7 +1,8 @@
 // SetupAPI and configuration manager functions with invalid arguments and small buffers.
 #include <array>
 #include <cstring>
-#include <cwchar>
+#include <string>
+#include <utility>
 
 #include "support/linux/LinuxTest.h"
 
@@ -11,6 +12,12 @@ namespace {
 constexpr DWORD kFlags = DIGCF_PRESENT | DIGCF_PROFILE | DIGCF_DEVICEINTERFACE;
 constexpr GUID kOtherClass = FourCcSubtype(1);
 constexpr DWORD kDetailSize = sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_W);
+
+// Values of Windows, as literals.
+constexpr GUID kUsbSetupClass{0x36FC9E60, 0xC465, 0x11CF, {0x80, 0x56, 0x44, 0x45, 0x53, 0x54, 0x00, 0x00}};
+constexpr DWORD kActiveInterface = 1;
+constexpr CONFIGRET kInvalidPointer = 0x03;
+constexpr CONFIGRET kBufferSmall = 0x1A;
 
 class SetupApiTest : public LinuxTest {
  protected:
@@ -51,6 +58,7 @@ using DeviceNodeTest = SetupApiTest;
 TEST_F(DeviceInfoSetTest, EnumerationEndsAfterTheLastDevice) {
   EXPECT_EQ(EnumInterface(set, 0), TRUE);
   EXPECT_TRUE(data.InterfaceClassGuid == GUID_DEVINTERFACE_USB_DEVICE);
+  EXPECT_EQ(data.Flags, kActiveInterface);
   EXPECT_EQ(EnumInterface(set, 1), TRUE);
   EXPECT_EQ(EnumInterface(set, 2), FALSE);
   EXPECT_EQ(EnumInterface(set, 0xFFFFFFFF), FALSE);
@@ -66,13 +74,15 @@ TEST_F(DeviceInfoSetTest, IsASnapshot) {
   EXPECT_EQ(ListUsbDevices().size(), 1U);
 }
 
-TEST_F(DeviceInfoSetTest, IsEmptyForAnotherClass) {
-  EXPECT_EQ(SetupDiEnumDeviceInterfaces(set, nullptr, &kOtherClass, 0, &data), FALSE);
-  HDEVINFO other = SetupDiGetClassDevsW(&kOtherClass, nullptr, nullptr, kFlags);
-  EXPECT_EQ(SetupDiEnumDeviceInterfaces(other, nullptr, &kOtherClass, 0, &data), FALSE);
-  EXPECT_EQ(SetupDiEnumDeviceInfo(other, 0, &device), FALSE);
-  if (other != INVALID_HANDLE_VALUE) {
-    EXPECT_EQ(SetupDiDestroyDeviceInfoList(other), TRUE);
+TEST_F(DeviceInfoSetTest, IsEmptyForAnotherClassAndForNone) {
+  for (const GUID* const classId : {&kOtherClass, static_cast<const GUID*>(nullptr)}) {
+    EXPECT_EQ(SetupDiEnumDeviceInterfaces(set, nullptr, classId, 0, &data), FALSE);
+    HDEVINFO other = SetupDiGetClassDevsW(classId, nullptr, nullptr, kFlags);
+    EXPECT_EQ(SetupDiEnumDeviceInterfaces(other, nullptr, classId, 0, &data), FALSE);
+    EXPECT_EQ(SetupDiEnumDeviceInfo(other, 0, &device), FALSE);
+    if (other != INVALID_HANDLE_VALUE) {
+      EXPECT_EQ(SetupDiDestroyDeviceInfoList(other), TRUE);
+    }
   }
 }
 
@@ -127,14 +137,15 @@ TEST_F(DeviceInfoSetTest, PathsAreTerminatedAndMatchTheDevice) {
   detail->cbSize = kDetailSize;
   DWORD required = 0;
   ASSERT_EQ(SetupDiGetDeviceInterfaceDetailW(set, &data, detail, 2048, &required, &device), TRUE);
-  const WCHAR* const path = detail->DevicePath;
-  EXPECT_NE(std::wcsstr(path, L"vid_046d&pid_0825"), nullptr);
-  EXPECT_GE(required, offsetof(SP_DEVICE_INTERFACE_DETAIL_DATA_W, DevicePath) +
-                          (std::wcslen(path) + 1) * sizeof(WCHAR));
+  const std::wstring path = detail->DevicePath;
+  EXPECT_EQ(path, LR"(\\?\usb#vid_046d&pid_0825#0000:00:14.0-6&0000#{a5dcbf10-6530-11d2-901f-00c04fb951ed})");
+  EXPECT_EQ(required,
+            offsetof(SP_DEVICE_INTERFACE_DETAIL_DATA_W, DevicePath) + (path.size() + 1) * sizeof(WCHAR));
   SP_DEVINFO_DATA numbered{};
   numbered.cbSize = sizeof(numbered);
   ASSERT_EQ(SetupDiEnumDeviceInfo(set, 1, &numbered), TRUE);
   EXPECT_EQ(device.DevInst, numbered.DevInst);
+  EXPECT_TRUE(device.ClassGuid == kUsbSetupClass);
 }
 
 TEST_F(DeviceInfoSetTest, RejectsDetailsOfTheWrongSize) {
@@ -147,6 +158,8 @@ TEST_F(DeviceInfoSetTest, RejectsDetailsOfTheWrongSize) {
   EXPECT_EQ(SetupDiGetDeviceInterfaceDetailW(set, nullptr, detail, 2048, nullptr, &device), FALSE);
   SP_DEVICE_INTERFACE_DATA empty{};
   EXPECT_EQ(SetupDiGetDeviceInterfaceDetailW(set, &empty, detail, 2048, nullptr, &device), FALSE);
+  device.cbSize = sizeof(device) + 1;
+  EXPECT_EQ(SetupDiGetDeviceInterfaceDetailW(set, &data, detail, 2048, nullptr, &device), FALSE);
   EXPECT_EQ(SetupDiGetDeviceInterfaceDetailW(set, &data, detail, 2048, nullptr, nullptr), TRUE);
 }
 
@@ -160,6 +173,28 @@ TEST_F(DeviceNodeTest, InvalidNodesAreRejected) {
     EXPECT_EQ(CM_Get_Child(&child, none, 0), CR_NO_SUCH_DEVNODE);
     EXPECT_EQ(CM_Get_Device_IDA(none, id.data(), 256, 0), CR_NO_SUCH_DEVNODE);
   }
+}
+
+TEST_F(DeviceNodeTest, StatusIsRemovableOrEmpty) {
+  for (const auto& [index, expected] : {std::pair{0U, ULONG{0}}, std::pair{1U, DN_REMOVABLE}}) {
+    ULONG status = 0xFFFFFFFF;
+    ULONG problem = 0xFFFFFFFF;
+    ASSERT_EQ(SetupDiEnumDeviceInfo(set, index, &device), TRUE);
+    EXPECT_EQ(CM_Get_DevNode_Status(&status, &problem, device.DevInst, 0), CR_SUCCESS);
+    EXPECT_EQ(status, expected);
+    EXPECT_EQ(problem, 0U);
+  }
+}
+
+// Only the removability of USB devices is known.
+TEST_F(DeviceNodeTest, InterfacesCountAsRemovable) {
+  ASSERT_EQ(SetupDiEnumDeviceInfo(set, 0, &device), TRUE);
+  DEVINST child = 0;
+  ASSERT_EQ(CM_Get_Child(&child, device.DevInst, 0), CR_SUCCESS);
+  ULONG status = 0;
+  ULONG problem = 0;
+  EXPECT_EQ(CM_Get_DevNode_Status(&status, &problem, child, 0), CR_SUCCESS);
+  EXPECT_EQ(status, DN_REMOVABLE);
 }
 
 TEST_F(DeviceNodeTest, GetChildFailsWithoutAChild) {
@@ -193,11 +228,13 @@ TEST_F(DeviceNodeTest, IdStaysWithinTheBuffer) {
   for (ULONG size = 0; size < std::strlen(whole.data()) + 2; ++size) {
     std::array<char, 256> id{};
     id.fill('~');
-    if (CM_Get_Device_IDA(device.DevInst, id.data(), size, 0) == CR_SUCCESS) {
+    const CONFIGRET result = CM_Get_Device_IDA(device.DevInst, id.data(), size, 0);
+    if (result == CR_SUCCESS) {
       ASSERT_GT(size, 0U);
       EXPECT_LT(strnlen(id.data(), size), size) << "terminated";
       EXPECT_EQ(std::strncmp(id.data(), whole.data(), std::strlen(id.data())), 0);
     } else {
+      EXPECT_EQ(result, kBufferSmall);
       EXPECT_LE(size, std::strlen(whole.data())) << "the buffer is large enough";
     }
     for (std::size_t i = size; i < id.size(); ++i) {
@@ -208,9 +245,11 @@ TEST_F(DeviceNodeTest, IdStaysWithinTheBuffer) {
 
 TEST_F(DeviceNodeTest, NullOutPointersAreRejected) {
   ASSERT_EQ(SetupDiEnumDeviceInfo(set, 0, &device), TRUE);
-  EXPECT_NE(CM_Get_Device_IDA(device.DevInst, nullptr, 256, 0), CR_SUCCESS);
-  EXPECT_NE(CM_Get_Child(nullptr, device.DevInst, 0), CR_SUCCESS);
-  EXPECT_NE(CM_Get_DevNode_Status(nullptr, nullptr, device.DevInst, 0), CR_SUCCESS);
+  ULONG word = 0;
+  EXPECT_EQ(CM_Get_Device_IDA(device.DevInst, nullptr, 256, 0), kInvalidPointer);
+  EXPECT_EQ(CM_Get_Child(nullptr, device.DevInst, 0), kInvalidPointer);
+  EXPECT_EQ(CM_Get_DevNode_Status(nullptr, &word, device.DevInst, 0), kInvalidPointer);
+  EXPECT_EQ(CM_Get_DevNode_Status(&word, nullptr, device.DevInst, 0), kInvalidPointer);
 }
 
 }  // namespace
