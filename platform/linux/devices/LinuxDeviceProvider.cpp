@@ -125,15 +125,16 @@ void SetExclusionReasons(const std::vector<UsbDevice>& usbDevices, std::vector<C
   bool isFound = false;
   for (CaptureDevice& camera : cameras) {
     const bool isOfBuiltIn = builtIn != nullptr && IsFirstFunction(*builtIn, camera);
-    const bool isOfFixed = std::any_of(usbDevices.begin(), usbDevices.end(), [&](const UsbDevice& usbDevice) {
-      return !usbDevice.isRemovable && IsFirstFunction(usbDevice, camera);
+    const bool isFirst = std::any_of(usbDevices.begin(), usbDevices.end(), [&](const UsbDevice& usbDevice) {
+      return IsFirstFunction(usbDevice, camera);
     });
     if (isOfBuiltIn && !std::exchange(isFound, true)) {
       continue;
     }
+    // Cameras of removable devices have a reason already.
     if (camera.exclusionReason.empty()) {
       camera.exclusionReason = isOfBuiltIn ? "it is another node of the selected camera"
-                               : isOfFixed ? "another built-in camera comes first"
+                               : isFirst   ? "another built-in camera comes first"
                                            : "it is not the first camera of its USB device";
     }
   }

@@ -73,8 +73,9 @@ std::string ReadSysfsLine(const fs::path& file) {
   const OpenFile opened(file);
   std::array<char, kMaxAttributeSize> text{};
   std::size_t size = 0;
-  for (std::size_t count = 1; count > 0 && size < text.size(); size += count) {
-    count = opened.Read(text.data() + size, text.size() - size);
+  // Ends when the text is full, too: reading 0 bytes returns 0.
+  while (const std::size_t count = opened.Read(text.data() + size, text.size() - size)) {
+    size += count;
   }
   return {text.begin(), std::find(text.begin(), text.begin() + size, '\n')};
 }
@@ -88,9 +89,9 @@ std::vector<fs::path> ListSysfsEntries(const fs::path& folder) {
   }
   // NOLINTNEXTLINE(concurrency-mt-unsafe): this stream is not shared
   while (const dirent* const entry = readdir(opened.get())) {
-    const fs::path name(entry->d_name);
-    if (name != "." && name != "..") {
-      entries.push_back(folder / name);
+    // Skips "." and "..".
+    if (entry->d_name[0] != '.') {
+      entries.push_back(folder / entry->d_name);
     }
   }
   std::sort(entries.begin(), entries.end());

@@ -8,10 +8,10 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Finds the nearest hub above that is not fixed. Root hubs have no attribute and do not count.
+// Finds the nearest hub above that is not fixed. Root hubs do not count. Ends at the latest at a folder
+// without the attribute, which is not a hub.
 bool FindRemovableParentHub(const fs::path& device, UsbRemovability& result) {
-  for (fs::path hub = device.parent_path(); hub.has_relative_path() && !IsRootHub(hub);
-       hub = hub.parent_path()) {
+  for (fs::path hub = device.parent_path(); !IsRootHub(hub); hub = hub.parent_path()) {
     const std::string attribute = ReadSysfsLine(hub / "removable");
     if (attribute != "fixed") {
       result.hub = hub.filename().string();

@@ -60,6 +60,7 @@ fs::path SysfsTree::UsbFolder(const std::string& name) const { return fs::canoni
 void SysfsTree::AddRootHub(const std::string& bus, const fs::path& controller) {
   const fs::path folder = Devices() / controller / bus;
   fs::create_directories(folder);
+  WriteAttribute(Devices() / controller / "uevent", "DRIVER=xhci_hcd");
   WriteAttribute(folder / "idVendor", "1d6b");
   WriteAttribute(folder / "idProduct", "0002");
   // The kernel's value for root hubs.

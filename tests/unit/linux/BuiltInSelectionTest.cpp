@@ -178,12 +178,45 @@ TEST_F(CaptureDeviceListTest, OrderDoesNotDependOnDirectoryOrder) {
   v4l2::SetSystemCallsForTesting(&kernel);
 }
 
+TEST_F(CaptureDeviceListTest, OrderDoesNotDependOnNodeNumbers) {
+  AddCamera({"1-6"}, 0);
+  AddCamera({"1-5"}, 1);
+  const std::vector<std::string> names = DisplayNames();
+  EXPECT_THAT(names, SizeIs(2));
+  EXPECT_TRUE(std::is_sorted(names.begin(), names.end()));
+}
+
+TEST_F(CaptureDeviceListTest, DisplayNamesOfCamerasThatAreNotOnUsbContainTheirPath) {
+  const std::string prefix = R"(@device:pnp:\\?\)";
+  const std::string suffix = R"(#{65e8773d-8f56-11d0-a3b9-00a0c9223196}\video-index0)";
+  for (const auto& [folder, expected] : {std::pair{"platform/vivid.0", "platform#vivid.0"},
+                                         std::pair{"platform/CSI 0~!\x1F\x7F\x80", "platform#csi_0~!___"}}) {
+    kernel.Tree().AddVideoOf(2, folder, "Camera", 0);
+    kernel.AddDevice(2);
+    EXPECT_THAT(DisplayNames(), ::testing::ElementsAre(prefix + expected + suffix));
+    kernel.Tree().RemoveVideo(2);
+  }
+}
+
+TEST_F(CaptureDeviceListTest, IgnoresRadiosAndSubdevices) {
+  AddLaptopCamera();
+  for (const char* const other : {"radio0", "v4l-subdev0", "vbi0"}) {
+    std::filesystem::create_directory(kernel.SysfsRoot() / "class/video4linux" / other);
+  }
+  EXPECT_THAT(devices::CurrentDeviceProvider()->DescribeVideoNodes(), SizeIs(2));
+}
+
 TEST_F(CaptureDeviceListTest, SkipsDevicesThatDisappearDuringEnumeration) {
   AddLaptopCamera();
+  kernel.Tree().AddDanglingVideo(7);
   kernel.Tree().AddDanglingVideo(8);
+  kernel.AddDevice(8);  // can still be opened
   kernel.Tree().AddDanglingUsb("1-8");
-  kernel.Tree().AddUsb({"1-9"});
-  kernel.Tree().SetUsbAttribute("1-9", "idVendor", {});
+  for (const char* const attribute : {"idVendor", "idProduct"}) {
+    const std::string name = attribute == std::string("idVendor") ? "1-9" : "1-10";
+    kernel.Tree().AddUsb({name});
+    kernel.Tree().SetUsbAttribute(name, attribute, {});
+  }
   EXPECT_THAT(DisplayNames(), SizeIs(1));
   EXPECT_THAT(ListUsbDevices(), SizeIs(1));
   EXPECT_NE(BuiltInCameraName(), "");
@@ -277,10 +310,30 @@ TEST_F(UsbDeviceListTest, ExcludesRootHubsAndInterfaces) {
                                         StartsWith("USB\\VID_8087&PID_0026\\")));
 }
 
+TEST_F(UsbDeviceListTest, ExcludesFoldersThatAreNotBelowARootHub) {
+  kernel.Tree().AddUsb({"1-5"});
+  const std::filesystem::path links = kernel.SysfsRoot() / "bus/usb/devices";
+  const std::filesystem::path unplaced = kernel.SysfsRoot() / "devices/platform/1-7";
+  const std::filesystem::path unnamed = std::filesystem::canonical(links / "usb1") / "device";
+  for (const std::filesystem::path& folder : {unplaced, unnamed}) {
+    std::filesystem::create_directories(folder.parent_path());
+    std::filesystem::copy(links / "1-5", folder, std::filesystem::copy_options::skip_symlinks);
+    std::filesystem::create_directory_symlink(folder, links / folder.filename());
+  }
+  EXPECT_THAT(ListUsbDevices(), SizeIs(1));
+}
+
 TEST_F(UsbDeviceListTest, FirstChildIsTheLowestInterface) {
   kernel.Tree().AddUsb({"1-5", "04f2", "b6be", "fixed", {10, 3, 2}});
   ASSERT_THAT(ListUsbDevices(), SizeIs(1));
   EXPECT_THAT(ListUsbDevices().front().childId, StartsWith("USB\\VID_04F2&PID_B6BE&MI_02\\"));
+}
+
+TEST_F(UsbDeviceListTest, InterfaceThatDisappearsIsNotTheFirstChild) {
+  kernel.Tree().AddUsb({"1-5"});
+  kernel.Tree().SetUsbAttribute("1-5:1.0", "bInterfaceNumber", {});
+  ASSERT_THAT(ListUsbDevices(), SizeIs(1));
+  EXPECT_THAT(ListUsbDevices().front().childId, StartsWith("USB\\VID_04F2&PID_B6BE&MI_01\\"));
 }
 
 TEST_F(UsbDeviceListTest, FirstChildIsTheLowestInterfaceWithAUsableCamera) {

@@ -50,6 +50,7 @@ TEST_F(DeviceDetailsTest, RemovabilityComesFromTheFirmware) {
   EXPECT_EQ(DetailsOf("1-2").removability.connectType, "not used");
   EXPECT_EQ(DetailsOf("1-4.2").removability.connectType, "hotplug");
   EXPECT_EQ(DetailsOf("1-3").removability.attribute, "removable");
+  EXPECT_FALSE(DetailsOf("1-3").removability.isHubRemovable);
 }
 
 TEST_F(DeviceDetailsTest, RemovabilityComesFromTheHubIfTheFirmwareIsSilent) {
@@ -173,7 +174,9 @@ TEST_F(DeviceDetailsTest, GiveTheRejectionReasonOfAVideoNode) {
   const std::vector<devices::VideoNodeDetails> nodes = devices::CurrentDeviceProvider()->DescribeVideoNodes();
   ASSERT_THAT(nodes, SizeIs(7));
   EXPECT_EQ(nodes[0].node, (kernel.DevRoot() / "video0").string());
+  EXPECT_EQ(nodes[0].name, "Integrated Camera");
   EXPECT_EQ(nodes[0].rejectionReason, "");
+  EXPECT_EQ(nodes[0].openError, 0);
   EXPECT_EQ(nodes[0].usbPlace, "1-5");
   EXPECT_THAT(nodes[1].rejectionReason, HasSubstr("metadata"));
   EXPECT_EQ(nodes[1].usbPlace, "1-5");
@@ -216,6 +219,9 @@ TEST_F(DeviceDetailsTest, NameTheFormatsOfARejectedNode) {
   EXPECT_EQ(rejectionReason({V4L2_PIX_FMT_GREY, V4L2_PIX_FMT_NV12}), "");
   EXPECT_EQ(rejectionReason({}), "it delivers no format that the library can use (it lists none)");
   EXPECT_EQ(rejectionReason({0x1B5B0A41}), "it delivers no format that the library can use (A?[?)");
+  EXPECT_EQ(
+      rejectionReason(std::vector<std::uint32_t>(8, V4L2_PIX_FMT_GREY)),
+      "it delivers no format that the library can use (GREY, GREY, GREY, GREY, GREY, GREY, GREY, GREY)");
   EXPECT_EQ(rejectionReason(std::vector<std::uint32_t>(9, V4L2_PIX_FMT_GREY)),
             "it delivers no format that the library can use (GREY, GREY, GREY, GREY, GREY, GREY, GREY, GREY, "
             "...)");
@@ -223,19 +229,24 @@ TEST_F(DeviceDetailsTest, NameTheFormatsOfARejectedNode) {
 
 TEST_F(DeviceDetailsTest, ReportTheOpenErrorOfANode) {
   AddLaptopCamera();
-  kernel.Fail(kOpenCall, EACCES);
-  std::vector<devices::VideoNodeDetails> nodes = devices::CurrentDeviceProvider()->DescribeVideoNodes();
-  ASSERT_THAT(nodes, SizeIs(2));
-  EXPECT_EQ(nodes[0].openError, EACCES);
-  EXPECT_EQ(nodes[0].rejectionReason, "");
-  EXPECT_EQ(nodes[1].openError, EACCES);
-  EXPECT_THAT(nodes[1].rejectionReason, HasSubstr("not its camera's first node"));
-  kernel.Fail(kOpenCall, ENOENT);
-  nodes = devices::CurrentDeviceProvider()->DescribeVideoNodes();
-  ASSERT_THAT(nodes, SizeIs(2));
-  EXPECT_EQ(nodes[0].openError, ENOENT);
-  EXPECT_THAT(nodes[0].rejectionReason, HasSubstr("does not exist"));
-  EXPECT_THAT(devices::CurrentDeviceProvider()->CaptureDevices(), IsEmpty());
+  std::vector<devices::VideoNodeDetails> nodes;
+  for (const int error : {EACCES, EBUSY, ENOMEM}) {
+    kernel.Fail(kOpenCall, error);
+    nodes = devices::CurrentDeviceProvider()->DescribeVideoNodes();
+    ASSERT_THAT(nodes, SizeIs(2));
+    EXPECT_EQ(nodes[0].openError, error);
+    EXPECT_EQ(nodes[0].rejectionReason, "");
+    EXPECT_EQ(nodes[1].openError, error);
+    EXPECT_THAT(nodes[1].rejectionReason, HasSubstr("not its camera's first node"));
+  }
+  for (const int error : {ENOENT, ENODEV, ENXIO}) {
+    kernel.Fail(kOpenCall, error);
+    nodes = devices::CurrentDeviceProvider()->DescribeVideoNodes();
+    ASSERT_THAT(nodes, SizeIs(2));
+    EXPECT_EQ(nodes[0].openError, error);
+    EXPECT_THAT(nodes[0].rejectionReason, HasSubstr("does not exist"));
+    EXPECT_THAT(devices::CurrentDeviceProvider()->CaptureDevices(), IsEmpty());
+  }
   kernel.FailNothing();
   kernel.Fail(VIDIOC_QUERYCAP, EIO);
   nodes = devices::CurrentDeviceProvider()->DescribeVideoNodes();

@@ -1,5 +1,6 @@
 // Display names of cameras on equal ports of two buses, and of loopback cameras.
 #include <algorithm>
+#include <utility>
 
 #include "support/linux/LinuxTest.h"
 
@@ -64,13 +65,18 @@ TEST_F(TwoBusesTest, NamesDoNotDependOnBusNumbers) {
 }
 
 TEST_F(TwoBusesTest, FixedCameraOfTwoIsBuiltIn) {
-  AddTo(kernel, 1, "removable");
-  AddTo(kernel, 2, "fixed");
-  EXPECT_THAT(BuiltInCameraName(), HasSubstr("+1-5&"));
-  kernel.Tree().SetUsbAttribute("1-5", "removable", "fixed");
-  kernel.Tree().SetUsbAttribute("2-5", "removable", "removable");
-  EXPECT_NE(BuiltInCameraName(), "");
-  EXPECT_THAT(BuiltInCameraName(), Not(HasSubstr("+1-5&")));
+  for (const auto& [lower, higher] : {std::pair{1, 2}, std::pair{9, 10}}) {
+    FakeSystemCalls pc;
+    v4l2::SetSystemCallsForTesting(&pc);
+    AddTo(pc, lower, "removable");
+    AddTo(pc, higher, "fixed");
+    EXPECT_THAT(BuiltInCameraName(), HasSubstr("+1-5&"));
+    pc.Tree().SetUsbAttribute(std::to_string(lower) + "-5", "removable", "fixed");
+    pc.Tree().SetUsbAttribute(std::to_string(higher) + "-5", "removable", "removable");
+    EXPECT_NE(BuiltInCameraName(), "");
+    EXPECT_THAT(BuiltInCameraName(), Not(HasSubstr("+1-5&")));
+  }
+  v4l2::SetSystemCallsForTesting(&kernel);
 }
 
 TEST_F(LoopbackCameraTest, HaveDistinctNames) {
