@@ -316,8 +316,10 @@ TEST_F(UsbDeviceListTest, ExcludesFoldersThatAreNotBelowARootHub) {
   const std::filesystem::path unplaced = kernel.SysfsRoot() / "devices/platform/1-7";
   const std::filesystem::path unnamed = std::filesystem::canonical(links / "usb1") / "device";
   for (const std::filesystem::path& folder : {unplaced, unnamed}) {
-    std::filesystem::create_directories(folder.parent_path());
-    std::filesystem::copy(links / "1-5", folder, std::filesystem::copy_options::skip_symlinks);
+    std::filesystem::create_directories(folder);
+    for (const char* const attribute : {"idVendor", "idProduct"}) {
+      std::filesystem::copy_file(links / "1-5" / attribute, folder / attribute);
+    }
     std::filesystem::create_directory_symlink(folder, links / folder.filename());
   }
   EXPECT_THAT(ListUsbDevices(), SizeIs(1));
