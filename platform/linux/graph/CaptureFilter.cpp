@@ -113,8 +113,8 @@ void STDMETHODCALLTYPE CapturePin::ReleaseStream() {
 }
 
 HRESULT CapturePin::ListFormats() {
-  // While the pin is acquired the source belongs to the streaming thread.
-  if (m_isListed || m_isAcquired) {
+  // An acquired pin is listed. Its source belongs to the streaming thread.
+  if (m_isListed) {
     return S_OK;
   }
   std::vector<VideoFormat> offered;

@@ -28,7 +28,6 @@ void Completion::End() {
 }
 
 HRESULT Completion::Wait(LONG timeoutMs, LONG& eventCode) {
-  eventCode = 0;
   std::unique_lock lock(m_mutex);
   if (m_state == State::kIdle) {
     return VFW_E_WRONG_STATE;
@@ -37,8 +36,8 @@ HRESULT Completion::Wait(LONG timeoutMs, LONG& eventCode) {
   const auto isOver = [&] { return m_state != State::kRunning || m_run != run; };
   if (timeoutMs < 0) {
     m_changed.wait(lock, isOver);
-  } else if (!m_changed.wait_for(lock, std::chrono::milliseconds(timeoutMs), isOver)) {
-    return E_ABORT;
+  } else {
+    m_changed.wait_for(lock, std::chrono::milliseconds(timeoutMs), isOver);
   }
   if (m_state != State::kCompleted || m_run != run) {
     return E_ABORT;

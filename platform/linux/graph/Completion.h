@@ -22,8 +22,8 @@ class Completion {
   // The graph has been stopped: wakes all waiters. A completed run stays completed.
   void End();
 
-  // Waits at most timeoutMs milliseconds, -1 for ever.
-  //   S_OK                completed; eventCode is set
+  // Waits at most timeoutMs milliseconds, -1 for ever. Sets eventCode only on S_OK.
+  //   S_OK                completed
   //   E_ABORT             timed out, or the graph was stopped first
   //   VFW_E_WRONG_STATE   the graph is not running and has not completed
   HRESULT Wait(LONG timeoutMs, LONG& eventCode);

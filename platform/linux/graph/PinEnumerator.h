@@ -1,8 +1,8 @@
 // Enumerates the pins of a filter.
 #pragma once
 
-#include <cwchar>
 #include <iterator>
+#include <string_view>
 #include <vector>
 
 #include "com/Enumerator.h"
@@ -30,13 +30,13 @@ inline HRESULT EnumOnePin(IPin& pin, IEnumPins** enumerator) {
 }
 
 // IPin::QueryPinInfo of a filter's pin.
-inline HRESULT DescribePin(IBaseFilter& filter, PIN_DIRECTION direction, const wchar_t* name,
+inline HRESULT DescribePin(IBaseFilter& filter, PIN_DIRECTION direction, std::wstring_view name,
                            PIN_INFO* info) {
   if (info == nullptr) {
     return E_POINTER;
   }
   *info = {};
-  std::wcsncpy(info->achName, name, std::size(info->achName) - 1);
+  name.copy(info->achName, std::size(info->achName) - 1);
   info->dir = direction;
   info->pFilter = &filter;
   filter.AddRef();

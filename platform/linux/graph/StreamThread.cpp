@@ -24,21 +24,18 @@ class StreamThread::Stream {
   Stream(std::shared_ptr<Connection> connection, std::shared_ptr<Completion> completion)
       : m_connection(std::move(connection)), m_completion(std::move(completion)) {}
 
-  void RequestStop() {
-    m_isStopping = true;
-    m_connection->Camera().Interrupt();
-  }
+  void RequestStop() { m_connection->Camera().Interrupt(); }
 
   void Run() {
     pthread_setname_np(pthread_self(), "nuveq-capture");
     t_stream = this;
     m_deadline = std::chrono::steady_clock::now() + kFirstFrameTimeout;
-    while (!m_isStopping && ProcessNext()) {
+    while (ProcessNext()) {
     }
     m_connection->Camera().Stop();
-    m_isOver = true;
   }
 
+  // True after a disconnect.
   bool IsOver() const { return m_isOver; }
 
  private:
@@ -50,7 +47,7 @@ class StreamThread::Stream {
         Deliver(frame);
         m_connection->Camera().Recycle(frame);
         // A camera may keep delivering frames, none of which can be decoded.
-        if (m_deadline != kNever && std::chrono::steady_clock::now() >= m_deadline) {
+        if (std::chrono::steady_clock::now() >= m_deadline) {
           CompleteWithoutFrame();
         }
         return true;
@@ -106,7 +103,6 @@ class StreamThread::Stream {
   std::shared_ptr<Connection> m_connection;
   std::shared_ptr<Completion> m_completion;
   CaptureSource::Deadline m_deadline = kNever;
-  std::atomic<bool> m_isStopping = false;
   std::atomic<bool> m_isOver = false;
 };
 
