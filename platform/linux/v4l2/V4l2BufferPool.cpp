@@ -54,12 +54,11 @@ bool V4l2BufferPool::Reserve(std::uint32_t count) try {
 }
 
 int V4l2BufferPool::Allocate(std::uint32_t count, std::size_t minSize) {
-  Release();
-  int error = Request(count);
-  m_isRequested = error == 0;
-  if (error == 0 && (count == 0 || !Reserve(count))) {
-    error = ENOMEM;
+  if (const int error = Request(count); error != 0) {
+    return error;
   }
+  m_isRequested = true;
+  int error = count == 0 || !Reserve(count) ? ENOMEM : 0;
   for (std::uint32_t index = 0; error == 0 && index < count; ++index) {
     error = MapAndQueue(index, minSize);
   }

@@ -17,7 +17,7 @@ class V4l2BufferPool {
   ~V4l2BufferPool() { Release(); }
 
   // Requests buffers of at least minSize bytes from the driver, maps and queues them. Returns 0, or an error
-  // number with nothing allocated.
+  // number with nothing allocated. The pool must be empty.
   int Allocate(std::uint32_t count, std::size_t minSize);
   void Release();
 

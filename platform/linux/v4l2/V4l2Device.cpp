@@ -35,7 +35,6 @@ HRESULT HresultFromErrno(int error) {
 }
 
 int V4l2Device::Open(const std::string& path) {
-  Close();
   m_system = &CurrentSystemCalls();
   do {
     m_descriptor = m_system->Open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);

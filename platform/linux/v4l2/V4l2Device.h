@@ -18,7 +18,7 @@ class V4l2Device {
   V4l2Device& operator=(const V4l2Device&) = delete;
   ~V4l2Device() { Close(); }
 
-  // Returns 0 or an error number. Does not block.
+  // Returns 0 or an error number. Does not block. The device must be closed.
   int Open(const std::string& path);
   void Close();
   bool IsOpen() const { return m_descriptor >= 0; }

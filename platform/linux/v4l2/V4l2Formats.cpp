@@ -182,7 +182,6 @@ bool IsDeliverable(std::uint32_t pixelFormat) {
 }
 
 int ListPixelFormats(const V4l2Device& device, std::vector<std::uint32_t>& pixelFormats) {
-  pixelFormats.clear();
   for (std::uint32_t index = 0; index < kMaxEntries; ++index) {
     v4l2_fmtdesc entry{};
     entry.index = index;

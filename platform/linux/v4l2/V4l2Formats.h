@@ -20,7 +20,7 @@ struct V4l2Format {
 // True for pixel formats that can be delivered, unchanged or packed as YUY2.
 bool IsDeliverable(std::uint32_t pixelFormat);
 
-// Lists the device's pixel formats in its order. Returns 0 or an error number.
+// Appends the device's pixel formats in its order. Returns 0 or an error number.
 int ListPixelFormats(const V4l2Device& device, std::vector<std::uint32_t>& pixelFormats);
 
 // A frame interval in units of 100 ns, rounded down; 0 if the interval is invalid.

@@ -61,9 +61,6 @@ HRESULT V4l2Source::SetFormat(graph::VideoFormat& format) {
   if (const HRESULT hr = EnsureListed(); hr != S_OK) {
     return hr;
   }
-  if (m_isStreaming) {
-    return com::kDeviceInUse;
-  }
   if (format.fourCc != graph::kYuyv && format.fourCc != graph::kMjpg) {
     return VFW_E_INVALIDMEDIATYPE;
   }
@@ -71,7 +68,6 @@ HRESULT V4l2Source::SetFormat(graph::VideoFormat& format) {
   const HRESULT hr = Apply(format);
   if (hr == S_OK) {
     m_request = request;
-    m_format = format;
   }
   return hr;
 }
@@ -141,12 +137,6 @@ int V4l2Source::SetRate(const v4l2_fract& interval, REFERENCE_TIME& actual) {
 std::size_t V4l2Source::MinBytes() const { return IsCompressed() ? 1 : m_packer.SourceBytes(); }
 
 HRESULT V4l2Source::Start() {
-  if (m_format.fourCc == 0) {
-    return E_UNEXPECTED;
-  }
-  if (m_isStreaming) {
-    return com::kDeviceInUse;
-  }
   if (const HRESULT hr = EnsureListed(); hr != S_OK) {
     return hr;
   }
@@ -155,7 +145,6 @@ HRESULT V4l2Source::Start() {
   if (const HRESULT hr = Apply(format); hr != S_OK) {
     return hr;
   }
-  m_format = format;
   m_interrupt.Clear();
   m_isDisconnected = false;
   m_failures = 0;
@@ -208,8 +197,8 @@ graph::CaptureResult V4l2Source::Next(Deadline deadline, graph::CapturedFrame& f
       return *arrival;
     }
     // A run of damaged frames does not extend the deadline.
-    if (deadline != Deadline::max() && std::chrono::steady_clock::now() >= deadline) {
-      return m_isDisconnected ? graph::CaptureResult::kDisconnected : graph::CaptureResult::kTimeout;
+    if (!m_isDisconnected && std::chrono::steady_clock::now() >= deadline) {
+      return graph::CaptureResult::kTimeout;
     }
   }
   return graph::CaptureResult::kDisconnected;
@@ -267,7 +256,7 @@ void V4l2Source::FillFrame(const v4l2_buffer& buffer, graph::CapturedFrame& fram
 }
 
 void V4l2Source::Recycle(const graph::CapturedFrame& frame) {
-  m_isDisconnected = m_buffers.Queue(frame.buffer) != 0 || m_isDisconnected;
+  m_isDisconnected = m_buffers.Queue(frame.buffer) != 0;
 }
 
 }  // namespace v4l2

@@ -37,7 +37,7 @@ class V4l2Source : public graph::CaptureSource {
   // The offered format of that size and subtype with the nearest interval. For a size that is not offered,
   // the request itself.
   V4l2Format ChooseOffer(const graph::VideoFormat& wanted) const;
-  bool IsCompressed() const { return m_format.fourCc == graph::kMjpg; }
+  bool IsCompressed() const { return m_request.fourCc == graph::kMjpg; }
   // Minimum size of a picture in the driver's buffer in bytes; 1 for compressed pictures, whose size varies.
   std::size_t MinBytes() const;
 
@@ -52,8 +52,7 @@ class V4l2Source : public graph::CaptureSource {
   V4l2Device m_device;
   std::vector<V4l2Format> m_offered;
   bool m_isListed = false;
-  graph::VideoFormat m_request;  // as requested
-  graph::VideoFormat m_format;   // as the device delivers it; fourCc 0: not set
+  graph::VideoFormat m_request;  // of the last successful SetFormat
   v4l2_pix_format m_layout{};
   Yuy2Packer m_packer;  // for uncompressed pictures while streaming
   V4l2BufferPool m_buffers;
