@@ -4,7 +4,6 @@
 #include <array>
 #include <csetjmp>
 #include <cstdio>  // required by jpeglib.h
-#include <new>
 
 #include <jpeglib.h>
 
@@ -48,34 +47,20 @@ class MjpegDecoder::JpegLibrary {
     m_jpeg.err = jpeg_std_error(&m_errors.base);
     m_errors.base.error_exit = Escape;
     m_errors.base.emit_message = NoteWarning;
-    m_errors.base.output_message = IgnoreMessage;
-    if (setjmp(m_errors.escape) != 0) {
-      jpeg_destroy_decompress(&m_jpeg);
-      throw std::bad_alloc();
-    }
-    jpeg_create_decompress(&m_jpeg);
   }
   JpegLibrary(const JpegLibrary&) = delete;
   JpegLibrary& operator=(const JpegLibrary&) = delete;
-  ~JpegLibrary() { jpeg_destroy_decompress(&m_jpeg); }
 
   // Decodes to BGRA, bottom-up. On failure the target may be partly written.
   bool Decode(const std::uint8_t* data, std::size_t size, std::uint8_t* target) {
     m_errors.isDamaged = false;
     m_errors.hasReachedEnd = false;
     m_errors.trailingBytes = 0;
-    if (setjmp(m_errors.escape) != 0) {
-      jpeg_abort_decompress(&m_jpeg);
-      return false;
-    }
+    const bool isDecoded = DecodeOrEscape(data, size, target);
     // libjpeg keeps tables from picture to picture. Damaged tables would spoil later pictures that come
     // without.
     jpeg_destroy_decompress(&m_jpeg);
-    jpeg_create_decompress(&m_jpeg);
-    DecodePicture(data, size, target);
-    const bool isComplete = IsComplete(data, size);
-    jpeg_abort_decompress(&m_jpeg);
-    return isComplete;
+    return isDecoded && IsComplete(data, size);
   }
 
  private:
@@ -114,8 +99,6 @@ class MjpegDecoder::JpegLibrary {
     }
   }
 
-  static void IgnoreMessage(j_common_ptr /*info*/) {}
-
   bool IsComplete(const std::uint8_t* data, std::size_t size) const {
     if (m_errors.isDamaged || (m_errors.hasReachedEnd && !m_mayLackEoi)) {
       return false;
@@ -127,6 +110,16 @@ class MjpegDecoder::JpegLibrary {
     const auto trailing = static_cast<std::size_t>(m_errors.trailingBytes);
     return trailing <= size &&
            std::all_of(data + (size - trailing), data + size, [](std::uint8_t byte) { return byte == 0; });
+  }
+
+  // Returns false after a fatal error.
+  bool DecodeOrEscape(const std::uint8_t* data, std::size_t size, std::uint8_t* target) {
+    if (setjmp(m_errors.escape) != 0) {
+      return false;
+    }
+    jpeg_create_decompress(&m_jpeg);
+    DecodePicture(data, size, target);
+    return true;
   }
 
   void DecodePicture(const std::uint8_t* data, std::size_t size, std::uint8_t* target) {
@@ -147,7 +140,7 @@ class MjpegDecoder::JpegLibrary {
     while (HasMoreScanlines()) {
       const JDIMENSION lines = std::min(kMaxLines, m_jpeg.output_height - m_jpeg.output_scanline);
       for (JDIMENSION i = 0; i < lines; ++i) {
-        rows[i] = target + (m_jpeg.output_height - 1 - m_jpeg.output_scanline - i) * stride;
+        rows.at(i) = target + (m_jpeg.output_height - 1 - m_jpeg.output_scanline - i) * stride;
       }
       jpeg_read_scanlines(&m_jpeg, rows.data(), lines);
     }
