@@ -37,6 +37,10 @@ class Gate {
     std::unique_lock lock(m_mutex);
     return m_changed.wait_for(lock, kWaitTimeout, [this] { return m_isOpen; });
   }
+  bool IsOpen() {
+    const std::lock_guard lock(m_mutex);
+    return m_isOpen;
+  }
 
  private:
   std::mutex m_mutex;

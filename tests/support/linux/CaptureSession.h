@@ -23,7 +23,13 @@ inline constexpr LONG kEventDeviceLost = 0x1F;
 inline constexpr HRESULT kDeviceInUse = ResultCode(0x800700AA);
 inline constexpr HRESULT kDeviceGone = ResultCode(0x8007048F);
 inline constexpr HRESULT kDeviceIoError = ResultCode(0x8007045D);
+inline constexpr HRESULT kNoBandwidth = ResultCode(0x800705AA);
+inline constexpr HRESULT kTooManyOpen = ResultCode(0x80070004);
 inline constexpr HRESULT kInvalidMediaType = ResultCode(0x80040200);
+inline constexpr HRESULT kAlreadyConnected = ResultCode(0x80040204);
+inline constexpr HRESULT kNoTypes = ResultCode(0x80040207);
+inline constexpr HRESULT kNotConnected = ResultCode(0x80040209);
+inline constexpr HRESULT kNotInGraph = ResultCode(0x8004025F);
 
 inline constexpr LONG kCallSampleCB = 0;
 inline constexpr LONG kCallBufferCB = 1;

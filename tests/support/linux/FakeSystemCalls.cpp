@@ -56,6 +56,17 @@ void FakeSystemCalls::FailNothing() {
   m_plannedKinds.clear();
 }
 
+void FakeSystemCalls::AnswerIoctl(unsigned long request, std::function<int(void* argument)> answer) {
+  const std::lock_guard lock(m_mutex);
+  m_answers[request] = std::move(answer);
+}
+
+std::function<int(void*)> FakeSystemCalls::AnswerTo(unsigned long request) const {
+  const std::lock_guard lock(m_mutex);
+  const auto answer = m_answers.find(request);
+  return answer == m_answers.end() ? nullptr : answer->second;
+}
+
 std::uint64_t FakeSystemCalls::Calls() const {
   const std::lock_guard lock(m_mutex);
   return m_calls;
@@ -161,6 +172,9 @@ int FakeSystemCalls::Ioctl(int descriptor, unsigned long request, void* argument
   if (const int error = Count(request); error != 0) {
     device->CallFailed(request, argument);
     return ResultOf(error);
+  }
+  if (const auto answer = AnswerTo(request)) {
+    return ResultOf(answer(argument));
   }
   return ResultOf(device->Ioctl(descriptor, request, argument));
 }

@@ -32,6 +32,8 @@ class FakeSystemCalls : public v4l2::SystemCalls {
   // Makes the next call of one kind fail; if persistent, all calls of that kind.
   void Fail(unsigned long call, int error, Persistence persistence = Persistence::kPersistent);
   void FailNothing();
+  // Replaces the drivers' answer to an ioctl. The function returns an error number or 0.
+  void AnswerIoctl(unsigned long request, std::function<int(void* argument)> answer);
   std::uint64_t Calls() const;
   std::uint64_t Failures() const;
   // If set, finite poll timeouts expire at once.
@@ -67,6 +69,8 @@ class FakeSystemCalls : public v4l2::SystemCalls {
 
   // Counts a call. Returns the error number with which it must fail, or 0.
   int Count(unsigned long call);
+  // Empty: the driver answers.
+  std::function<int(void*)> AnswerTo(unsigned long request) const;
   FakeV4l2Device* DeviceOf(int descriptor) const;
   std::vector<FakeV4l2Device*> AllDevices() const;
   // Sets revents of the devices' entries. Returns how many are not 0.
@@ -83,6 +87,7 @@ class FakeSystemCalls : public v4l2::SystemCalls {
   std::uint64_t m_failures = 0;
   PlannedFailure m_plannedCall;
   std::map<unsigned long, PlannedFailure> m_plannedKinds;
+  std::map<unsigned long, std::function<int(void*)>> m_answers;
   std::atomic<bool> m_expiresTimeouts = false;
   std::atomic<bool> m_expiresTimeoutsOnFailure = false;
   std::atomic<int> m_openFlags = 0;

@@ -234,7 +234,7 @@ void FakeV4l2Device::Complete(v4l2_pix_format& format) const {
   const bool isCompressed = IsCompressed(format.pixelformat);
   const std::uint32_t line = LineBytes(format.pixelformat, format.width) + m_settings.linePadding;
   format.field = V4L2_FIELD_NONE;
-  format.bytesperline = isCompressed ? 0 : line;
+  format.bytesperline = isCompressed || !m_settings.reportsLineSize ? 0 : line;
   format.sizeimage = PictureBytes(format.pixelformat, line, format.height);
   format.colorspace = V4L2_COLORSPACE_SRGB;
 }
@@ -322,7 +322,7 @@ int FakeV4l2Device::RequestBuffers(int handle, v4l2_requestbuffers& request) {
     return EBUSY;
   }
   request.count = std::min(request.count, m_settings.maxBufferCount);
-  return m_queue.Request(handle, request.count, m_format.sizeimage);
+  return m_queue.Request(handle, request.count, m_settings.bufferSize.value_or(m_format.sizeimage));
 }
 
 // Called after every change: fills buffers and wakes all waiters.

@@ -27,7 +27,9 @@ struct VideoDeviceSettings {
   bool reportsNodeCapabilities = true;  // V4L2_CAP_DEVICE_CAPS
   std::vector<FormatOffer> formats = WebcamFormats();
   std::uint32_t linePadding = 0;  // bytes after each line of an uncompressed picture
+  bool reportsLineSize = true;
   std::uint32_t maxBufferCount = 32;
+  std::optional<std::uint32_t> bufferSize;  // bytes, rounded up to whole pages; by default a picture
   RateControl rate = RateControl::kSettable;
   // The first handle that sets the format or rate has exclusive access until it is closed.
   bool hasPrivileges = false;

@@ -52,7 +52,10 @@ HRESULT FrameCollector::QueryInterface(REFIID iid, void** object) {
   return E_NOINTERFACE;
 }
 
-HRESULT FrameCollector::SampleCB(double /*sampleTime*/, IMediaSample* /*sample*/) {
+HRESULT FrameCollector::SampleCB(double /*sampleTime*/, IMediaSample* sample) {
+  if (onSample) {
+    onSample(*sample);
+  }
   const std::lock_guard lock(m_mutex);
   ++m_sampleCalls;
   m_changed.notify_all();
@@ -70,7 +73,9 @@ HRESULT FrameCollector::BufferCB(double sampleTime, BYTE* buffer, LONG bufferLen
   m_changed.notify_all();
   m_changed.wait(lock, [&] { return !m_isBlocking; });
   m_isBlocked = false;
-  m_frames.push_back(frame);
+  if (m_keepsFrames) {
+    m_frames.push_back(frame);
+  }
   m_changed.notify_all();
   m_isInCallback = false;
   return S_OK;

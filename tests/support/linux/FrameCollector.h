@@ -28,7 +28,11 @@ class FrameCollector : public ISampleGrabberCB {
 
   // Called by the streaming thread for every frame. Set it before the graph runs.
   std::function<void(const CollectedFrame&)> onFrame;
+  // The same for every sample.
+  std::function<void(IMediaSample&)> onSample;
 
+  // By default frames are kept.
+  void KeepFrames(bool keeps) { m_keepsFrames = keeps; }
   // Returns false on a timeout.
   bool WaitForFrames(std::size_t count);
   std::size_t Count() const;
@@ -53,6 +57,7 @@ class FrameCollector : public ISampleGrabberCB {
   std::atomic<ULONG> m_references = 0;
   std::atomic<std::size_t> m_sampleCalls = 0;
   std::atomic<bool> m_isInCallback = false;
+  std::atomic<bool> m_keepsFrames = true;
   mutable std::mutex m_mutex;
   std::condition_variable m_changed;
   std::vector<CollectedFrame> m_frames;

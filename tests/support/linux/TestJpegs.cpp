@@ -65,21 +65,6 @@ std::vector<std::uint8_t> CompressLines(unsigned width, unsigned height, J_COLOR
   return {bytes, bytes + size};
 }
 
-struct Header {
-  int width = 0;
-  int height = 0;
-  int subsampling = 0;
-};
-Header ReadHeader(tjhandle handle, const Jpeg& jpeg) {
-  Header header;
-  int colours = 0;
-  if (tjDecompressHeader3(handle, jpeg.data(), jpeg.size(), &header.width, &header.height,
-                          &header.subsampling, &colours) != 0) {
-    throw std::runtime_error(tjGetErrorStr2(handle));
-  }
-  return header;
-}
-
 // The size of the segment at an offset, including its marker.
 std::size_t SegmentSize(const Jpeg& jpeg, std::size_t at) {
   return std::size_t{2} + (std::size_t{jpeg.at(at + 2)} << 8) + jpeg.at(at + 3);
@@ -127,8 +112,11 @@ Jpeg WaveJpeg(unsigned width, unsigned height, const JpegCoding& coding) {
     }
     compress.comp_info[0].h_samp_factor = coding.lumaHorizontal;
     compress.comp_info[0].v_samp_factor = coding.lumaVertical;
+    compress.comp_info[1].h_samp_factor = coding.cbHorizontal;
     compress.comp_info[1].v_samp_factor = coding.chromaVertical;
-    compress.comp_info[2].v_samp_factor = coding.chromaVertical;
+    compress.comp_info[2].h_samp_factor = coding.crHorizontal;
+    compress.comp_info[2].v_samp_factor = coding.crVertical != 0 ? coding.crVertical : coding.chromaVertical;
+    compress.arith_code = coding.isArithmetic ? TRUE : FALSE;
     if (coding.isProgressive) {
       jpeg_simple_progression(&compress);
     }
@@ -148,17 +136,34 @@ Jpeg WaveJpeg(unsigned width, unsigned height, const JpegCoding& coding) {
   return CompressLines(width, height, JCS_RGB, configure, paint);
 }
 
-Pixels DecodeWithLibjpegDefaults(const Jpeg& jpeg) {
-  const std::unique_ptr<void, decltype(&tjDestroy)> handle(tjInitDecompress(), &tjDestroy);
-  const Header header = ReadHeader(handle.get(), jpeg);
-  std::vector<std::uint8_t> bgra(static_cast<std::size_t>(header.width) *
-                                 static_cast<std::size_t>(header.height) * 4);
-  if (tjDecompress2(handle.get(), jpeg.data(), jpeg.size(), bgra.data(), header.width, 0, header.height,
-                    TJPF_BGRA, TJFLAG_ACCURATEDCT) != 0) {
-    throw std::runtime_error(tjGetErrorStr2(handle.get()));
+namespace {
+
+Pixels Decode(const Jpeg& jpeg, boolean interpolatesChroma) {
+  jpeg_decompress_struct decompress{};
+  jpeg_error_mgr errors{};
+  decompress.err = jpeg_std_error(&errors);
+  jpeg_create_decompress(&decompress);
+  jpeg_mem_src(&decompress, jpeg.data(), jpeg.size());
+  jpeg_read_header(&decompress, TRUE);
+  decompress.out_color_space = JCS_EXT_BGRA;
+  decompress.do_fancy_upsampling = interpolatesChroma;
+  jpeg_start_decompress(&decompress);
+  const std::size_t line = std::size_t{4} * decompress.output_width;
+  Pixels bgra(line * decompress.output_height);
+  while (decompress.output_scanline < decompress.output_height) {
+    JSAMPROW row = bgra.data() + decompress.output_scanline * line;
+    jpeg_read_scanlines(&decompress, &row, 1);
   }
+  jpeg_finish_decompress(&decompress);
+  jpeg_destroy_decompress(&decompress);
   return bgra;
 }
+
+}  // namespace
+
+Pixels DecodeWithLibjpegDefaults(const Jpeg& jpeg) { return Decode(jpeg, TRUE); }
+
+Pixels DecodeWithRepeatedChroma(const Jpeg& jpeg) { return Decode(jpeg, FALSE); }
 
 Jpeg WithoutHuffmanTables(const Jpeg& jpeg) {
   std::vector<std::uint8_t> stripped(jpeg.begin(), jpeg.begin() + 2);

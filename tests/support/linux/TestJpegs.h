@@ -28,7 +28,7 @@ Jpeg TestJpeg(int width, int height, TJSAMP subsampling = TJSAMP_422);
 // Noise compresses badly, so almost the whole file is scan data.
 Jpeg NoiseJpeg(int width, int height, TJSAMP subsampling = TJSAMP_422);
 
-// Sampling factors and coding mode. The horizontal sampling factor of both chroma components is 1.
+// Sampling factors and coding mode.
 struct JpegCoding {
   const char* name = "";
   int lumaHorizontal = 2;
@@ -37,11 +37,17 @@ struct JpegCoding {
   bool isProgressive = false;
   bool isMultiScan = false;  // sequential, one scan for each component
   bool isRgb = false;
+  int cbHorizontal = 1;
+  int crHorizontal = 1;
+  int crVertical = 0;  // 0: chromaVertical
+  bool isArithmetic = false;
 };
 // Smooth colour waves with some luma texture, without saturated values.
 Jpeg WaveJpeg(unsigned width, unsigned height, const JpegCoding& coding);
-// The picture decoded with libjpeg's default settings: BGRA, top-down.
+// The picture decoded with libjpeg's default settings, which interpolate chroma: BGRA, top-down.
 Pixels DecodeWithLibjpegDefaults(const Jpeg& jpeg);
+// The same with repeated instead of interpolated chroma.
+Pixels DecodeWithRepeatedChroma(const Jpeg& jpeg);
 
 // Greyscale with a restart marker after each row of blocks.
 Jpeg RestartJpeg(unsigned width, unsigned height);
