@@ -2,6 +2,8 @@
 #include <pthread.h>
 
 #include <array>
+#include <chrono>
+#include <cstdlib>
 #include <numeric>
 #include <thread>
 #include <utility>
@@ -66,15 +68,20 @@ TEST_F(CaptureStreamTest, CallsBackOnANamedThread) {
   EXPECT_STREQ(name.data(), "nuveq-capture");
 }
 
-TEST_F(CaptureStreamTest, TimestampsIncrease) {
-  BuildAndRun();
+TEST_F(CaptureStreamTest, TimestampsStartWithRunAndIncrease) {
+  using Clock = std::chrono::steady_clock;
+  Build();
+  const Clock::time_point start = Clock::now();
+  ASSERT_EQ(Run(), S_OK);
   Stream({1, 2, 3});
+  const double elapsed = std::chrono::duration<double>(Clock::now() - start).count();
   double latest = -1;
   for (const CollectedFrame& frame : callback.Frames()) {
     EXPECT_GE(frame.time, 0);
     EXPECT_GT(frame.time, latest);
     latest = frame.time;
   }
+  EXPECT_LE(latest, elapsed) << "counted from Run";
 }
 
 TEST_F(CaptureStreamTest, DeliversQueuedFramesAfterABlockedCallback) {
@@ -82,8 +89,8 @@ TEST_F(CaptureStreamTest, DeliversQueuedFramesAfterABlockedCallback) {
   callback.BlockCallbacks();
   ASSERT_TRUE(device->Deliver(Picture(1)));
   ASSERT_TRUE(callback.WaitForBlockedCallback());
-  device->Supply(Picture(2));
-  device->Supply(Picture(3));
+  ASSERT_TRUE(device->Deliver(Picture(2))) << "the driver has other buffers";
+  ASSERT_TRUE(device->Deliver(Picture(3)));
   callback.UnblockCallbacks();
   ASSERT_TRUE(callback.WaitForFrames(3));
   EXPECT_THAT(FirstBytes(callback.Frames()), ElementsAre(1, 2, 3));
@@ -108,6 +115,24 @@ TEST_F(CaptureStreamTest, RemovesLinePadding) {
   for (const CollectedFrame& frame : callback.Frames()) {
     EXPECT_EQ(frame.bytes, packed);
   }
+}
+
+TEST_F(CaptureStreamTest, RemovesLinePaddingOfOddWidths) {
+  constexpr std::size_t kLine = 2 * 63;
+  VideoDeviceSettings camera;
+  camera.formats = {{V4L2_PIX_FMT_YUYV, {Discrete(63, 48, {30})}}};
+  camera.linePadding = 2;
+  GraphSettings settings;
+  settings.width = 63;
+  BuildAndRun(settings, std::move(camera));
+  FakeFrame padded;
+  for (int line = 0; line < 48; ++line) {
+    padded.bytes.insert(padded.bytes.end(), kLine, 7);
+    padded.bytes.insert(padded.bytes.end(), 2, 0xEE);
+  }
+  ASSERT_TRUE(device->Deliver(padded));
+  ASSERT_TRUE(callback.WaitForFrames(1));
+  EXPECT_EQ(callback.Frames().front().bytes, std::vector<std::uint8_t>(kLine * 48, 7));
 }
 
 TEST_F(CaptureStreamTest, AcceptsFramesWithoutPaddingOfTheLastLine) {
@@ -153,6 +178,56 @@ TEST_F(CaptureStreamTest, CallsSampleCbIfRequested) {
   EXPECT_TRUE(WaitFor([&] { return callback.SampleCalls() == 2; }));
   EXPECT_EQ(WaitForEvent(), kEventComplete);
   EXPECT_EQ(callback.Count(), 0U);
+}
+
+TEST_F(CaptureStreamTest, SampleHoldsTheFrameDuringTheCallbackOnly) {
+  GraphSettings settings;
+  settings.whichMethod = kCallSampleCB;
+  Build(settings);
+  std::vector<std::uint8_t> bytes;
+  ComPtr<IMediaSample> kept;
+  Gate isKept;
+  callback.onSample = [&](IMediaSample& sample) {
+    BYTE* data = nullptr;
+    EXPECT_EQ(sample.GetPointer(nullptr), E_POINTER);
+    EXPECT_EQ(sample.GetPointer(&data), S_OK);
+    bytes.assign(data, data + sample.GetActualDataLength());
+    kept = ComPtr<IMediaSample>(&sample);
+    isKept.Open();
+  };
+  ASSERT_EQ(Run(), S_OK);
+  ASSERT_TRUE(device->Deliver(Picture(7)));
+  ASSERT_TRUE(isKept.Wait());
+  EXPECT_EQ(Stop(), S_OK);
+  EXPECT_EQ(bytes, Picture(7).bytes);
+  auto* notNull = bytes.data();
+  EXPECT_EQ(kept->GetPointer(&notNull), E_UNEXPECTED);
+  EXPECT_EQ(notNull, nullptr);
+  EXPECT_EQ(kept->GetActualDataLength(), 0);
+}
+
+TEST_F(CaptureStreamTest, GrabberRejectsInvalidSettings) {
+  Build();
+  AM_MEDIA_TYPE type{};
+  EXPECT_EQ(graph.grabber->SetMediaType(&type), S_OK) << "any type";
+  type.majortype = MEDIATYPE_Video;
+  EXPECT_EQ(graph.grabber->SetMediaType(&type), S_OK);
+  type.majortype = FourCcSubtype(0x73647561);
+  EXPECT_EQ(graph.grabber->SetMediaType(&type), kInvalidMediaType);
+  for (const LONG method : {-1, 2}) {
+    EXPECT_EQ(graph.grabber->SetCallback(nullptr, method), E_INVALIDARG);
+  }
+  ASSERT_EQ(Run(), S_OK);
+  Stream({1});
+}
+
+TEST_F(CaptureStreamTest, DeviceStaysOpenAndIsNotListedAgainBetweenRuns) {
+  BuildAndRun();
+  EXPECT_EQ(Stop(), S_OK);
+  EXPECT_EQ(device->OpenHandles(), 1U);
+  kernel.Fail(VIDIOC_ENUM_FMT, EIO);
+  kernel.Fail(kOpenCall, EIO);
+  EXPECT_EQ(Run(), S_OK);
 }
 
 TEST_F(CaptureStreamTest, CompletesWithoutACallback) {
@@ -204,6 +279,18 @@ TEST_F(CaptureStreamTest, RestoresItsFormatAfterAnotherProgramChangedIt) {
   EXPECT_EQ(device->Interval().denominator, 30U);
 }
 
+// In a new process, because every run changes them.
+TEST(StreamStatsDeathTest, AreZeroBeforeTheFirstRun) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const auto exitWithSum = [] {
+    const graph::StreamStats stats = graph::LatestStreamStats();
+    const std::uint64_t sum =
+        stats.delivered + stats.tooShort + stats.damaged + stats.undecodable + stats.missed;
+    std::exit(static_cast<int>(sum) + (stats.isDisconnected ? 1 : 0));
+  };
+  EXPECT_EXIT(exitWithSum(), ::testing::ExitedWithCode(0), "");
+}
+
 // --- Bad frames ---
 
 TEST_F(BadFrameTest, ShortAndEmptyFramesAreDroppedAndCounted) {
@@ -219,6 +306,29 @@ TEST_F(BadFrameTest, ShortAndEmptyFramesAreDroppedAndCounted) {
   EXPECT_EQ(Stop(), S_OK);
   EXPECT_EQ(graph::LatestStreamStats().tooShort, 2U);
   EXPECT_EQ(graph::LatestStreamStats().delivered, 1U);
+}
+
+TEST_F(BadFrameTest, FramesThatExceedTheirBufferAreDroppedAndCounted) {
+  BuildAndRun();
+  FakeFrame tooLong = Picture(1);
+  tooLong.bytesUsed = 1U << 20;
+  ASSERT_TRUE(device->Deliver(tooLong));
+  Stream({2});
+  EXPECT_EQ(Stop(), S_OK);
+  EXPECT_EQ(graph::LatestStreamStats().tooShort, 1U);
+}
+
+TEST_F(BadFrameTest, CompressedFramesMayHaveAnySizeButZero) {
+  BuildAndRun(MjpgTo(MEDIASUBTYPE_MJPG));
+  for (const std::size_t size : {0U, 1U}) {
+    FakeFrame frame;
+    frame.bytes.resize(size);
+    ASSERT_TRUE(device->Deliver(frame));
+  }
+  ASSERT_TRUE(callback.WaitForFrames(1));
+  EXPECT_EQ(Stop(), S_OK);
+  EXPECT_THAT(callback.Frames().front().bytes, SizeIs(1));
+  EXPECT_EQ(graph::LatestStreamStats().tooShort, 1U);
 }
 
 TEST_F(BadFrameTest, FramesWithTheErrorFlagAreDroppedAndCounted) {
@@ -250,11 +360,17 @@ TEST_F(BadFrameTest, MissedFramesAreCounted) {
 // Delivers frames with sequence numbers. Returns the first bytes of the frames that reach the callback.
 class FrameSequenceTest : public CaptureGraphTest {
  protected:
-  std::vector<int> Deliver(const std::vector<std::pair<std::uint8_t, std::uint32_t>>& frames) {
+  struct NumberedFrame {
+    std::uint8_t byte;
+    std::uint32_t sequence;
+    std::uint32_t flags = 0;
+  };
+  std::vector<int> Deliver(const std::vector<NumberedFrame>& frames) {
     BuildAndRun();
-    for (const auto& [byte, sequence] : frames) {
+    for (const auto& [byte, sequence, flags] : frames) {
       FakeFrame frame = Picture(byte);
       frame.sequence = sequence;
+      frame.flags = flags;
       EXPECT_TRUE(device->Deliver(frame));
     }
     constexpr std::uint8_t kLast = 200;
@@ -299,6 +415,40 @@ TEST_F(FrameSequenceTest, AcceptsConstantSequenceNumbers) {
 TEST_F(FrameSequenceTest, AcceptsSequenceNumbersThatRestart) {
   EXPECT_THAT(Deliver({{10, 7}, {11, 8}, {12, 0}, {13, 1}, {14, 0xFFFFFFFF}, {15, 0}}),
               ElementsAre(10, 11, 12, 13, 14, 15));
+}
+
+TEST_F(FrameSequenceTest, RestartedSequenceMayPassTheFormerOne) {
+  EXPECT_THAT(Deliver({{10, 7}, {11, 8}, {12, 0}, {13, 1}, {14, 2}, {15, 3}, {16, 4}, {17, 5}, {18, 6}}),
+              ElementsAre(10, 11, 12, 13, 14, 15, 16, 17, 18));
+  EXPECT_EQ(graph::LatestStreamStats().missed, 0U);
+}
+
+TEST_F(FrameSequenceTest, NumberThatArrivesTwiceIsARestart) {
+  EXPECT_THAT(Deliver({{10, 0}, {12, 2}, {11, 1}, {13, 1}, {14, 2}}), ElementsAre(10, 12, 13, 14));
+}
+
+TEST_F(FrameSequenceTest, NumbersOfDamagedFramesAreIgnoredIfTheyDecrease) {
+  EXPECT_THAT(Deliver({{10, 7}, {0, 0, V4L2_BUF_FLAG_ERROR}, {11, 8}}), ElementsAre(10, 11));
+  EXPECT_EQ(graph::LatestStreamStats().missed, 0U);
+}
+
+// Frames are remembered for 32 numbers.
+TEST_F(FrameSequenceTest, FramesBeforeALongGapAreForgotten) {
+  EXPECT_THAT(Deliver({{10, 0}, {11, 32}, {12, 27}, {13, 31}, {14, 32}}), ElementsAre(10, 11, 14));
+}
+
+TEST_F(FrameSequenceTest, EveryRunHasItsOwnNumbers) {
+  Build();
+  for (const std::uint32_t first : {0U, 5U, 3U}) {
+    ASSERT_EQ(Run(), S_OK);
+    FakeFrame frame = Picture(1);
+    frame.sequence = first;
+    const std::size_t before = callback.Count();
+    ASSERT_TRUE(device->Deliver(frame));
+    ASSERT_TRUE(callback.WaitForFrames(before + 1));
+    EXPECT_EQ(Stop(), S_OK);
+    EXPECT_EQ(graph::LatestStreamStats().missed, 0U);
+  }
 }
 
 TEST_F(BadFrameTest, CountersRestartWithEveryRun) {

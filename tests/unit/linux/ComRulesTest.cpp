@@ -2,7 +2,9 @@
 #include <array>
 #include <cwchar>
 #include <stdexcept>
+#include <string>
 #include <thread>
+#include <tuple>
 
 #include "com/Enumerator.h"
 #include "support/linux/LinuxTest.h"
@@ -174,9 +176,21 @@ TEST_F(ComRulesTest, PinKeepsItsFilterAlive) {
   ASSERT_EQ(pin->QueryPinInfo(&info), S_OK);
   EXPECT_EQ(Identity(*info.pFilter), identity);
   EXPECT_EQ(info.dir, PINDIR_OUTPUT);
-  EXPECT_LT(wcsnlen(info.achName, 128), 128U);
-  EXPECT_GT(wcsnlen(info.achName, 128), 0U);
   info.pFilter->Release();
+}
+
+TEST_F(ComRulesTest, PinInfoIsOverwrittenCompletely) {
+  for (const auto& [pin, filter, direction, name] :
+       {std::tuple{graph.cameraPin.Get(), graph.camera.Get(), PINDIR_OUTPUT, L"Capture"},
+        std::tuple{graph.grabberPin.Get(), graph.grabberFilter.Get(), PINDIR_INPUT, L"Input"}}) {
+    PIN_INFO info{};
+    std::fill(std::begin(info.achName), std::end(info.achName), L'x');
+    ASSERT_EQ(pin->QueryPinInfo(&info), S_OK);
+    EXPECT_EQ(info.pFilter, filter);
+    EXPECT_EQ(info.dir, direction);
+    EXPECT_EQ(std::wstring(info.achName, wcsnlen(info.achName, std::size(info.achName))), name);
+    info.pFilter->Release();
+  }
 }
 
 TEST_F(ComRulesTest, PinsHaveOneDirection) {
@@ -196,6 +210,10 @@ TEST_F(ComRulesTest, NullOutPointersAreRejected) {
   EXPECT_EQ(graph.cameraPin->QueryPinInfo(nullptr), E_POINTER);
   EXPECT_EQ(graph.cameraPin->QueryDirection(nullptr), E_POINTER);
   EXPECT_EQ(graph.cameraPin->EnumMediaTypes(nullptr), E_POINTER);
+  EXPECT_EQ(graph.grabberFilter->EnumPins(nullptr), E_POINTER);
+  EXPECT_EQ(graph.grabberPin->QueryPinInfo(nullptr), E_POINTER);
+  EXPECT_EQ(graph.grabberPin->QueryDirection(nullptr), E_POINTER);
+  EXPECT_EQ(graph.grabberPin->EnumMediaTypes(nullptr), E_POINTER);
   EXPECT_EQ(types->Next(1, nullptr, nullptr), E_POINTER);
   EXPECT_EQ(config->GetFormat(nullptr), E_POINTER);
   EXPECT_EQ(config->SetFormat(nullptr), E_POINTER);
@@ -222,10 +240,13 @@ TEST_F(ComRulesTest, OutPointersAreNullAfterAFailure) {
   auto* notNullAllocator = reinterpret_cast<IMalloc*>(this);
   EXPECT_EQ(CoGetMalloc(2, &notNullAllocator), E_INVALIDARG);
   EXPECT_EQ(notNullAllocator, nullptr);
+  auto* notNullTypes = reinterpret_cast<IEnumMediaTypes*>(this);
+  EXPECT_EQ(graph.grabberPin->EnumMediaTypes(&notNullTypes), E_NOTIMPL);
+  EXPECT_EQ(notNullTypes, nullptr);
   kernel.Fail(kOpenCall, EACCES);
   const ComPtr<IBaseFilter> closed = FirstCamera();
   const ComPtr<IPin> pin = FindPin(*closed.Get(), PINDIR_OUTPUT);
-  auto* notNullTypes = reinterpret_cast<IEnumMediaTypes*>(this);
+  notNullTypes = reinterpret_cast<IEnumMediaTypes*>(this);
   EXPECT_EQ(pin->EnumMediaTypes(&notNullTypes), E_ACCESSDENIED);
   EXPECT_EQ(notNullTypes, nullptr);
   auto* notNullType = reinterpret_cast<AM_MEDIA_TYPE*>(this);

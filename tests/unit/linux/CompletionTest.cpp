@@ -2,6 +2,7 @@
 #include <chrono>
 #include <thread>
 
+#include "graph/Completion.h"
 #include "support/linux/CaptureGraphTest.h"
 #include "support/linux/TestJpegs.h"
 
@@ -75,6 +76,60 @@ TEST_F(CompletionTest, StopEndsAWaitOfAnotherThread) {
   EXPECT_EQ(result, E_ABORT);
 }
 
+// Starts another run before a thread that waits for the first one wakes up. The thread must not wait for the
+// second run, nor take its result.
+class CompletionOfTwoRunsTest : public ::testing::Test {
+ protected:
+  // A thread that waits too late waits for the second run. Each attempt gives it more time. Returns false if
+  // no attempt succeeded.
+  static bool WaitEndsWithTheFirstRun(bool completesSecondRun) {
+    for (std::chrono::milliseconds pause{1}; pause < kMaxPause; pause *= 2) {
+      graph::Completion completion;
+      completion.Begin();
+      HRESULT result = S_OK;
+      Gate hasReturned;
+      std::thread waiter([&] {
+        LONG code = 0;
+        result = completion.Wait(kInfinite, code);
+        hasReturned.Open();
+      });
+      std::this_thread::sleep_for(pause);
+      completion.End();
+      completion.Begin();
+      bool isOver = completesSecondRun;
+      if (!completesSecondRun) {
+        std::this_thread::sleep_for(pause);
+        isOver = hasReturned.IsOpen();
+      }
+      completion.Complete(kEventComplete);
+      waiter.join();
+      if (isOver && result == E_ABORT) {
+        return true;
+      }
+    }
+    return false;
+  }
+};
+
+TEST_F(CompletionOfTwoRunsTest, WaitEndsAlthoughTheSecondRunHasStarted) {
+  EXPECT_TRUE(WaitEndsWithTheFirstRun(false));
+}
+
+TEST_F(CompletionOfTwoRunsTest, WaitDoesNotReturnTheResultOfTheSecondRun) {
+  EXPECT_TRUE(WaitEndsWithTheFirstRun(true));
+}
+
+TEST_F(CompletionTest, EventCodeIsZeroUnlessCompleted) {
+  Build();
+  LONG code = 99;
+  EXPECT_EQ(graph.Wait(0, code), VFW_E_WRONG_STATE);
+  EXPECT_EQ(code, 0);
+  ASSERT_EQ(Run(), S_OK);
+  code = 99;
+  EXPECT_EQ(graph.Wait(0, code), E_ABORT);
+  EXPECT_EQ(code, 0);
+}
+
 TEST_F(CompletionTest, EveryRunCompletesAnew) {
   BuildAndRun();
   Stream({1});
@@ -104,9 +159,10 @@ TEST_F(CompletionTest, AbortsWithoutFramesAndStreamingContinues) {
   kernel.ExpireTimeouts(true);
   ASSERT_EQ(Run(), S_OK);
   EXPECT_EQ(WaitForEvent(), kEventErrorAbort);
-  kernel.ExpireTimeouts(false);
+  const std::uint64_t polls = kernel.CallsOf(kPollCall);
   Stream({1, 2});
   EXPECT_EQ(callback.Count(), 2U);
+  EXPECT_LT(kernel.CallsOf(kPollCall), polls + 20) << "must wait without a timeout";
 }
 
 TEST_F(CompletionTest, DamagedFramesDoNotComplete) {
@@ -134,6 +190,14 @@ TEST_F(CompletionTest, AbortsIfAllFramesAreDamaged) {
   hasEnded = true;
   driver.join();
   Stream({2});
+}
+
+// Takes five seconds, the platform's timeout for the first frame.
+TEST_F(CompletionTest, AbortsIfDamagedFramesArriveWithoutAPause) {
+  BuildAndRun();
+  device->Disconnect();
+  EXPECT_EQ(WaitForEvent(), kEventErrorAbort);
+  EXPECT_EQ(Stop(), S_OK);
 }
 
 // Takes five seconds, the platform's timeout for the first frame.

@@ -90,8 +90,92 @@ TEST_F(DeviceLossTest, PersistentDequeueErrorsEndTheStream) {
   BuildAndRun();
   kernel.Fail(VIDIOC_DQBUF, EIO);
   device->Supply(Picture(1));
-  EXPECT_THAT(WaitForEvent(), ::testing::AnyOf(kEventDeviceLost, kEventErrorAbort));
+  EXPECT_EQ(WaitForEvent(), kEventDeviceLost);
+  EXPECT_EQ(graph::LatestStreamStats().damaged, 29U) << "without the last failure";
   EXPECT_EQ(Stop(), S_OK);
+  kernel.FailNothing();
+  ASSERT_EQ(Run(), S_OK);
+  kernel.Fail(VIDIOC_DQBUF, EIO, Persistence::kTransient);
+  Stream({1});
+}
+
+TEST_F(DeviceLossTest, TransientDequeueErrorsDoNotEndTheStream) {
+  BuildAndRun();
+  // More than the consecutive failures after which a device counts as disconnected.
+  constexpr std::uint64_t kRounds = 40;
+  for (std::uint64_t i = 0; i < kRounds; ++i) {
+    for (const int error : {EAGAIN, EIO}) {
+      kernel.Fail(VIDIOC_DQBUF, error, Persistence::kTransient);
+      Stream({1});
+      ASSERT_FALSE(HasFailure()) << "round " << i;
+    }
+  }
+  EXPECT_EQ(Stop(), S_OK);
+  EXPECT_EQ(graph::LatestStreamStats().damaged, kRounds);
+  EXPECT_FALSE(graph::LatestStreamStats().isDisconnected);
+}
+
+TEST_F(DeviceLossTest, OtherErrorsEndTheStream) {
+  for (const unsigned long call : std::initializer_list<unsigned long>{VIDIOC_DQBUF, kPollCall}) {
+    for (const int error : {EPERM, EINVAL, ENOMEM}) {
+      Build();
+      kernel.Fail(call, error);
+      ASSERT_EQ(Run(), S_OK);
+      device->Supply(Picture(1));
+      EXPECT_EQ(WaitForEvent(), kEventDeviceLost) << error << " of call " << call;
+      EXPECT_EQ(graph::LatestStreamStats().damaged, 0U);
+      kernel.FailNothing();
+      graph.Release();
+      UnplugLaptopCamera();
+    }
+  }
+}
+
+TEST_F(DeviceLossTest, PollErrorEndsTheStreamAlthoughNoBufferIsFilled) {
+  BuildAndRun();
+  kernel.AnswerIoctl(VIDIOC_DQBUF, [](void*) { return EAGAIN; });
+  UnplugLaptopCamera();
+  EXPECT_EQ(WaitForEvent(), kEventDeviceLost);
+}
+
+TEST_F(DeviceLossTest, InvalidBufferIndexEndsTheStream) {
+  Build();
+  kernel.AnswerIoctl(VIDIOC_DQBUF, [](void* argument) {
+    static_cast<v4l2_buffer*>(argument)->index = 4;
+    return 0;
+  });
+  ASSERT_EQ(Run(), S_OK);
+  device->Supply(Picture(1));
+  EXPECT_EQ(WaitForEvent(), kEventDeviceLost);
+  EXPECT_EQ(callback.Count(), 0U);
+}
+
+TEST_F(DeviceLossTest, FailureToReturnABufferEndsTheStream) {
+  BuildAndRun();
+  kernel.Fail(VIDIOC_QBUF, EIO, Persistence::kTransient);
+  Stream({1});
+  EXPECT_TRUE(WaitFor([] { return graph::LatestStreamStats().isDisconnected; }));
+}
+
+TEST_F(DeviceLossTest, SetFormatReportsTheLossAfterTheStreamHasEnded) {
+  BuildAndRun();
+  const ComPtr<IBaseFilter> camera = graph.camera;
+  UnplugLaptopCamera();
+  EXPECT_EQ(WaitForEvent(), kEventDeviceLost);
+  graph.Release();
+  const ComPtr<IPin> pin = FindPin(*camera.Get(), PINDIR_OUTPUT);
+  EXPECT_EQ(ChangeFormat(*pin.Get(), MEDIASUBTYPE_YUY2, 32, 24, 333333), kDeviceGone);
+}
+
+TEST_F(DeviceLossTest, ReconnectedDeviceMayHaveAnotherPixelFormat) {
+  BuildAndRun();
+  UnplugLaptopCamera();
+  EXPECT_EQ(WaitForEvent(), kEventDeviceLost);
+  VideoDeviceSettings camera;
+  camera.formats = {{V4L2_PIX_FMT_UYVY, {Discrete(64, 48, {30})}}};
+  device = &AddLaptopCamera(std::move(camera));
+  ASSERT_EQ(Run(), S_OK);
+  EXPECT_EQ(device->Format().pixelformat, V4L2_PIX_FMT_UYVY);
 }
 
 TEST_F(DeviceLossTest, ReconnectedDeviceWorksInTheSameGraphWithoutStop) {

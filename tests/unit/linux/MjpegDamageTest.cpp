@@ -77,6 +77,15 @@ TEST_F(StrayBytesTest, FewBytesBeforeAHeaderMarkerAreAccepted) {
   EXPECT_FALSE(IsAccepted(WithStrayBytes(whole, kAfterStart, kMaxStrayBytes + 1)));
 }
 
+TEST_F(StrayBytesTest, FewBytesDoNotHideMany) {
+  constexpr std::size_t kAfterStart = 2;
+  Jpeg jpeg = NoiseJpeg(kPictureWidth, kPictureHeight);
+  const std::size_t secondMarker = kAfterStart + 2 + (std::size_t{jpeg.at(4)} << 8) + jpeg.at(5);
+  jpeg = WithStrayBytes(jpeg, secondMarker, 4);
+  EXPECT_TRUE(IsAccepted(jpeg));
+  EXPECT_FALSE(IsAccepted(WithStrayBytes(jpeg, kAfterStart, kMaxStrayBytes + 1)));
+}
+
 TEST_F(StrayBytesTest, FewBytesBeforeTheEoiMarkerAreAccepted) {
   const Jpeg whole = NoiseJpeg(kPictureWidth, kPictureHeight);
   const std::size_t end = whole.size() - 2;
@@ -110,8 +119,18 @@ TEST_F(MissingEoiTest, IsAcceptedIfOnlyZerosFollow) {
   Jpeg padded = WithoutEoi(NoiseJpeg(kPictureWidth, kPictureHeight));
   padded.resize(padded.size() + 1000);
   EXPECT_TRUE(IsAccepted(padded));
-  padded.back() = 1;
-  EXPECT_FALSE(IsAccepted(padded)) << "trailing data could be the missing part of the picture";
+  for (const std::size_t fromEnd : {1U, 500U}) {
+    Jpeg other = padded;
+    other.at(other.size() - fromEnd) = 1;
+    EXPECT_FALSE(IsAccepted(other)) << "trailing data could be the missing part of the picture";
+  }
+}
+
+TEST_F(MissingEoiTest, IsAcceptedIfFewBytesFollow) {
+  const Jpeg jpeg = WithoutEoi(NoiseJpeg(kPictureWidth, kPictureHeight));
+  EXPECT_TRUE(IsAccepted(WithStrayBytes(jpeg, jpeg.size(), kMaxStrayBytes)));
+  // The decoder consumes some of them as data of the last block.
+  EXPECT_FALSE(IsAccepted(WithStrayBytes(jpeg, jpeg.size(), kMaxStrayBytes * 2)));
 }
 
 TEST_F(MissingEoiTest, DoesNotHideStrayBytesInThePicture) {
@@ -131,13 +150,16 @@ TEST_F(MissingEoiTest, IsRejectedIfDataIsMissing) {
   EXPECT_EQ(CountAccepted(cut), 0U);
 }
 
-TEST_F(MissingEoiTest, IsRejectedForMultiScanPictures) {
+TEST_F(MissingEoiTest, IsRejectedForMultiScanAndArithmeticPictures) {
   // A later scan could be missing.
   JpegCoding progressive;
   progressive.isProgressive = true;
   JpegCoding multiScan;
   multiScan.isMultiScan = true;
-  for (const JpegCoding& coding : {progressive, multiScan}) {
+  // Missing data of an arithmetic coder reads as zeros.
+  JpegCoding arithmetic;
+  arithmetic.isArithmetic = true;
+  for (const JpegCoding& coding : {progressive, multiScan, arithmetic}) {
     const Jpeg whole = WaveJpeg(kPictureWidth, kPictureHeight, coding);
     EXPECT_TRUE(IsAccepted(whole));
     EXPECT_FALSE(IsAccepted(WithoutEoi(whole)));

@@ -19,6 +19,11 @@ constexpr JpegCoding k411{"411", 4, 1, 1, false};
 constexpr JpegCoding kProgressive422{"Progressive422", 2, 1, 1, true};
 constexpr JpegCoding kMultiScan422{"MultiScan422", 2, 1, 1, false, true};
 constexpr JpegCoding kRgb422{"Rgb422", 2, 1, 1, false, false, true};
+// One chroma component has more samples than the other.
+constexpr JpegCoding kTallCb{"TallCb", 2, 2, 2, false, false, false, 1, 1, 1};
+constexpr JpegCoding kTallCr{"TallCr", 2, 2, 1, false, false, false, 1, 1, 2};
+constexpr JpegCoding kWideCb{"WideCb", 2, 1, 1, false, false, false, 2, 1};
+constexpr JpegCoding kWideCr{"WideCr", 2, 1, 1, false, false, false, 1, 2};
 
 struct Case {
   JpegCoding coding;
@@ -106,6 +111,14 @@ TEST_P(SubsampledMjpegTest, IsCloseToInterpolatedChroma) {
   EXPECT_LE(difference.Bias(), 0.1) << difference;
 }
 
+TEST_P(SubsampledMjpegTest, RepeatsChromaIfThatIsFaster) {
+  const Jpeg jpeg = WaveJpeg(GetParam().width, GetParam().height, GetParam().coding);
+  const Pixels bgra = Upright(Decode(jpeg, GetParam()), std::size_t{4} * GetParam().width);
+  // libjpeg upsamples and converts in one pass only if chroma is subsampled in both directions like luma.
+  const bool isFaster = GetParam().coding.chromaVertical == 1;
+  EXPECT_EQ(bgra, isFaster ? DecodeWithRepeatedChroma(jpeg) : DecodeWithLibjpegDefaults(jpeg));
+}
+
 const auto kNameOfCase = [](const auto& tested) {
   return std::string(tested.param.coding.name) + "Of" + std::to_string(tested.param.width) + "x" +
          std::to_string(tested.param.height);
@@ -131,7 +144,9 @@ TEST_P(ExactMjpegTest, EqualsLibjpegsDefaultDecoding) {
 INSTANTIATE_TEST_SUITE_P(Cases, ExactMjpegTest,
                          ::testing::Values(Case{k444, 150, 93}, Case{k440, 150, 93}, Case{k411, 150, 93},
                                            Case{kProgressive422, 150, 93}, Case{kMultiScan422, 150, 93},
-                                           Case{kRgb422, 150, 93}),
+                                           Case{kRgb422, 150, 93}, Case{kTallCb, 150, 93},
+                                           Case{kTallCr, 150, 93}, Case{kWideCb, 150, 93},
+                                           Case{kWideCr, 150, 93}),
                          kNameOfCase);
 
 }  // namespace

@@ -44,6 +44,14 @@ TEST_F(OfferedFormatsTest, DescribesUncompressedFormatsCompletely) {
   EXPECT_EQ(header.biBitCount, 16);
   EXPECT_EQ(header.biCompression, MEDIASUBTYPE_YUY2.Data1);
   EXPECT_EQ(header.biSizeImage, 640U * 480 * 2);
+  EXPECT_EQ(Video(types.front()).dwBitRate, 640ULL * 480 * 16 * 10'000'000 / 333'333);
+}
+
+TEST_F(OfferedFormatsTest, LimitsTheBitRateToItsType) {
+  AddCamera({{V4L2_PIX_FMT_YUYV, {Discrete(3840, 2160, {60})}}});
+  std::vector<MediaType> types;
+  ASSERT_EQ(ListMediaTypes(*pin.Get(), types), S_OK);
+  EXPECT_EQ(Video(types.at(0)).dwBitRate, 0xFFFFFFFFU);
 }
 
 TEST_F(OfferedFormatsTest, DescribesCompressedFormatsCompletely) {
@@ -56,6 +64,8 @@ TEST_F(OfferedFormatsTest, DescribesCompressedFormatsCompletely) {
   EXPECT_EQ(types.front()->bFixedSizeSamples, FALSE);
   ASSERT_EQ(types.front()->cbFormat, 88U);
   EXPECT_EQ(Video(types.front()).bmiHeader.biCompression, MEDIASUBTYPE_MJPG.Data1);
+  EXPECT_EQ(Video(types.front()).bmiHeader.biBitCount, 24) << "as on Windows";
+  EXPECT_EQ(Video(types.front()).bmiHeader.biSizeImage, 640U * 480 * 3);
 }
 
 TEST_F(OfferedFormatsTest, OffersEveryRawFormatAsYuy2) {
@@ -142,28 +152,186 @@ TEST_F(OfferedFormatsTest, SizeRangeOffersTheCommonSizes) {
   }
 }
 
-TEST_F(OfferedFormatsTest, SizeRangeWithoutACommonSizeIsNotEmpty) {
-  SizeOffer size = Discrete(100, 50, {30});
-  size.type = V4L2_FRMSIZE_TYPE_STEPWISE;
-  size.size = {100, 108, 4, 50, 58, 4};
-  AddCamera({{V4L2_PIX_FMT_YUYV, {size}}});
-  EXPECT_THAT(Offered(), ::testing::Not(IsEmpty()));
-  EXPECT_EQ(DescribeCurrentFormat(*pin.Get()), Offered().front());
+TEST_F(OfferedFormatsTest, SizeRangeOffersTheCommonSizesOnItsGridOrItsMaximum) {
+  struct Range {
+    v4l2_frmsize_stepwise size;
+    std::vector<std::string> expected;
+  };
+  for (const auto& [range, expected] : {
+           Range{{100, 640, 60, 120, 480, 1}, {"160x120", "640x360", "640x480"}},
+           Range{{160, 640, 1, 200, 480, 0}, {"320x240", "352x288", "424x240", "640x360", "640x480"}},
+           Range{{161, 641, 2, 120, 480, 1}, {"641x480"}},
+           Range{{160, 640, 1, 121, 481, 2}, {"640x481"}},
+           Range{{160, 640, 1, 100, 480, 20},
+                 {"160x120", "320x180", "320x240", "424x240", "640x360", "640x480"}},
+       }) {
+    SizeOffer size = Discrete(0, 0, {30});
+    size.type = V4L2_FRMSIZE_TYPE_STEPWISE;
+    size.size = range;
+    AddCamera({{V4L2_PIX_FMT_YUYV, {size}}});
+    std::vector<std::string> offers;
+    for (const std::string& offered : expected) {
+      offers.push_back("YUY2 " + offered + " 333333");
+    }
+    EXPECT_EQ(Offered(), offers);
+    EXPECT_EQ(DescribeCurrentFormat(*pin.Get()), offers.front());
+    UnplugLaptopCamera();
+  }
+}
+
+TEST_F(OfferedFormatsTest, IntervalRangeOffersTheCommonRatesOrItsMinimum) {
+  struct Range {
+    v4l2_fract min;
+    v4l2_fract max;
+    std::vector<std::string> expected;
+  };
+  for (const auto& [min, max, expected] :
+       {Range{{1, 35}, {1, 24}, {"333333", "400000", "416666"}},
+        Range{{1, 60}, {1, 50}, {"166666", "200000"}}, Range{{1, 7}, {1, 6}, {"1428571"}}}) {
+    SizeOffer size = Discrete(64, 48, {});
+    size.intervals = {V4L2_FRMIVAL_TYPE_STEPWISE, {min, max, min}};
+    AddCamera({{V4L2_PIX_FMT_YUYV, {size}}});
+    std::vector<std::string> offers;
+    for (const std::string& offered : expected) {
+      offers.push_back("YUY2 64x48 " + offered);
+    }
+    EXPECT_EQ(Offered(), offers);
+    UnplugLaptopCamera();
+  }
+}
+
+TEST_F(OfferedFormatsTest, ExcludesSizesThatAMediaTypeCannotHold) {
+  constexpr std::uint32_t kMaxSide = 0x7FFFFFFF;
+  for (const std::uint32_t pixelFormat : {V4L2_PIX_FMT_MJPEG, V4L2_PIX_FMT_YUYV}) {
+    std::vector<SizeOffer> sizes;
+    for (const auto& [width, height] : {std::pair{0U, 48U},
+                                        {64U, 0U},
+                                        {0U, 0U},
+                                        {kMaxSide + 1, 48U},
+                                        {64U, kMaxSide + 1},
+                                        {1U, 1U},
+                                        {63U, 47U},
+                                        {kMaxSide, 2U},
+                                        {2U, kMaxSide}}) {
+      sizes.push_back(Discrete(width, height, {30}));
+    }
+    AddCamera({{pixelFormat, sizes}});
+    const std::string name = pixelFormat == V4L2_PIX_FMT_MJPEG ? "MJPG " : "YUY2 ";
+    EXPECT_THAT(Offered(), ElementsAre(name + "1x1 333333", name + "63x47 333333",
+                                       name + "2147483647x2 333333", name + "2x2147483647 333333"));
+    UnplugLaptopCamera();
+  }
+}
+
+// --- Drivers that do not enumerate ---
+
+TEST_F(OfferedFormatsTest, OffersTheCurrentSizeIfTheDriverListsNone) {
+  for (const int error : {EINVAL, ENOTTY}) {
+    AddCamera({{V4L2_PIX_FMT_YUYV, {Discrete(64, 48, {30})}}});
+    kernel.Fail(VIDIOC_ENUM_FRAMESIZES, error);
+    EXPECT_THAT(Offered(), ElementsAre("YUY2 64x48 333333"));
+    UnplugLaptopCamera();
+  }
+}
+
+TEST_F(OfferedFormatsTest, OffersNothingIfTheDriverHasNoCurrentSizeEither) {
+  AddCamera({{V4L2_PIX_FMT_YUYV, {Discrete(64, 48, {30})}}});
+  kernel.Fail(VIDIOC_ENUM_FRAMESIZES, ENOTTY);
+  kernel.AnswerIoctl(VIDIOC_G_FMT, [](void* argument) {
+    auto& pix = static_cast<v4l2_format*>(argument)->fmt.pix;
+    pix.width = 64;
+    pix.height = 48;
+    return ENOTTY;
+  });
+  EXPECT_THAT(Offered(), IsEmpty());
+}
+
+TEST_F(OfferedFormatsTest, OffersTheCurrentRateIfTheDriverListsNone) {
+  struct Driver {
+    int error;  // of VIDIOC_G_PARM
+    v4l2_fract current;
+    std::string expected;
+  };
+  for (const auto& [error, current, expected] :
+       {Driver{0, {1, 15}, "666666"}, Driver{0, {1, 10'000'000}, "1"}, Driver{0, {0, 15}, "333333"},
+        Driver{0, {1, 0}, "333333"}, Driver{ENOTTY, {1, 15}, "333333"}, Driver{EINVAL, {1, 15}, "333333"}}) {
+    AddCamera({{V4L2_PIX_FMT_YUYV, {Discrete(64, 48, {30})}}});
+    kernel.Fail(VIDIOC_ENUM_FRAMEINTERVALS, ENOTTY);
+    kernel.AnswerIoctl(VIDIOC_G_PARM, [error = error, current = current](void* argument) {
+      auto& parameter = *static_cast<v4l2_streamparm*>(argument);
+      parameter.parm.capture.timeperframe = current;
+      return parameter.type == V4L2_BUF_TYPE_VIDEO_CAPTURE ? error : EINVAL;
+    });
+    EXPECT_THAT(Offered(), ElementsAre("YUY2 64x48 " + expected));
+    UnplugLaptopCamera();
+  }
+}
+
+TEST_F(OfferedFormatsTest, EndlessEnumerationsEnd) {
+  AddCamera();
+  kernel.AnswerIoctl(VIDIOC_ENUM_FMT, [](void* argument) {
+    static_cast<v4l2_fmtdesc*>(argument)->pixelformat = V4L2_PIX_FMT_YUYV;
+    return 0;
+  });
+  kernel.AnswerIoctl(VIDIOC_ENUM_FRAMESIZES, [](void* argument) {
+    auto& size = *static_cast<v4l2_frmsizeenum*>(argument);
+    size.type = V4L2_FRMSIZE_TYPE_DISCRETE;
+    size.discrete = {size.index + 1, 1};
+    return 0;
+  });
+  kernel.AnswerIoctl(VIDIOC_ENUM_FRAMEINTERVALS, [](void* argument) {
+    auto& interval = *static_cast<v4l2_frmivalenum*>(argument);
+    interval.type = V4L2_FRMIVAL_TYPE_DISCRETE;
+    interval.discrete = {1, interval.index + 1};
+    return 0;
+  });
+  EXPECT_THAT(Offered(), SizeIs(::testing::AllOf(::testing::Gt(100U), ::testing::Le(1024U))));
+}
+
+TEST_F(OfferedFormatsTest, EndlessSizesEnd) {
+  AddCamera({{V4L2_PIX_FMT_YUYV, {Discrete(64, 48, {30})}}});
+  kernel.AnswerIoctl(VIDIOC_ENUM_FRAMESIZES, [](void* argument) {
+    auto& size = *static_cast<v4l2_frmsizeenum*>(argument);
+    size.type = V4L2_FRMSIZE_TYPE_DISCRETE;
+    size.discrete = {64, 48};
+    return 0;
+  });
+  EXPECT_THAT(Offered(), ElementsAre("YUY2 64x48 333333"));
+}
+
+TEST_F(OfferedFormatsTest, ReportsTheErrorOfEveryEnumeration) {
+  AddCamera();
+  for (const unsigned long call : std::initializer_list<unsigned long>{
+           VIDIOC_ENUM_FMT, VIDIOC_ENUM_FRAMESIZES, VIDIOC_ENUM_FRAMEINTERVALS}) {
+    kernel.Fail(call, EIO);
+    EXPECT_THAT(Results(), ElementsAre(kDeviceIoError, kDeviceIoError, kDeviceIoError)) << call;
+    kernel.FailNothing();
+  }
+  kernel.Fail(VIDIOC_ENUM_FRAMESIZES, ENOTTY);
+  kernel.Fail(VIDIOC_G_FMT, EIO);
+  EXPECT_EQ(Results()[0], kDeviceIoError);
+  kernel.FailNothing();
+  kernel.Fail(VIDIOC_ENUM_FRAMEINTERVALS, ENOTTY);
+  kernel.Fail(VIDIOC_G_PARM, EIO);
+  EXPECT_EQ(Results()[0], kDeviceIoError);
 }
 
 TEST_F(OfferedFormatsTest, IsEmptyIfTheDeviceListsNoFormats) {
   AddCamera();
   kernel.Fail(VIDIOC_ENUM_FMT, EINVAL);
   EXPECT_THAT(Offered(), IsEmpty());
+  MediaType type;
+  EXPECT_EQ(CurrentFormat(*pin.Get(), type), kNoTypes);
 }
 
 TEST_F(OfferedFormatsTest, IgnoresIntervalsOfZero) {
   SizeOffer size = Discrete(64, 48, {30});
-  size.intervals.values.push_back({1, 0});
-  size.intervals.values.push_back({0, 30});
-  size.intervals.values.push_back({0, 0});
+  for (const v4l2_fract& interval :
+       {v4l2_fract{1, 0}, {0, 30}, {0, 0}, {1, 20'000'000}, {1, 10'000'000}, {10, 1}}) {
+    size.intervals.values.push_back(interval);
+  }
   AddCamera({{V4L2_PIX_FMT_YUYV, {size}}});
-  EXPECT_THAT(Offered(), ::testing::Contains("YUY2 64x48 333333"));
+  EXPECT_THAT(Offered(), ElementsAre("YUY2 64x48 333333", "YUY2 64x48 1", "YUY2 64x48 100000000"));
 }
 
 }  // namespace

@@ -228,10 +228,70 @@ INSTANTIATE_TEST_SUITE_P(
                                 Persistence::kPersistent}),
     [](const auto& tested) { return tested.param.name; });
 
+// --- Single calls ---
+
+class LowMemoryCallTest : public LowMemoryTest {
+ protected:
+  // Expects that the call fails and returns null, for every allocation that it makes.
+  template <typename Interface, typename Call>
+  void ExpectNullWithoutMemory(Call&& call) {
+    auto* const notNull = reinterpret_cast<Interface*>(this);
+    for (std::uint64_t number = 1; number < kMaxAllocations; ++number) {
+      Interface* out = notNull;
+      allocations.FailNth(number, Persistence::kTransient);
+      const HRESULT result = call(&out);
+      allocations.FailNothing();
+      if (!allocations.HasFailed()) {
+        EXPECT_EQ(result, S_OK);
+        Free(out);
+        EXPECT_GT(number, 1U) << "the call makes allocations";
+        return;
+      }
+      EXPECT_EQ(result, E_OUTOFMEMORY) << "allocation " << number;
+      EXPECT_EQ(out, nullptr) << "allocation " << number;
+    }
+    FAIL() << "endless";
+  }
+
+ private:
+  static void Free(IUnknown* object) { object->Release(); }
+  static void Free(AM_MEDIA_TYPE* type) { const MediaType owner(type); }
+};
+
+TEST_F(LowMemoryCallTest, ReturnsNullAndOutOfMemory) {
+  ComPtr<IBaseFilter> camera;
+  ASSERT_EQ(moniker->BindToObject(nullptr, nullptr, IID_IBaseFilter, camera.PutVoid()), S_OK);
+  ExpectNullWithoutMemory<IEnumPins>([&](IEnumPins** out) { return camera->EnumPins(out); });
+  const ComPtr<IPin> pin = FindPin(*camera.Get(), PINDIR_OUTPUT);
+  ExpectNullWithoutMemory<IEnumMediaTypes>([&](IEnumMediaTypes** out) { return pin->EnumMediaTypes(out); });
+  if (!FailingAllocations::ReachesMalloc()) {
+    return;
+  }
+  // Media types are allocated as task memory.
+  const ComPtr<IAMStreamConfig> config = StreamConfig(*pin.Get());
+  ExpectNullWithoutMemory<AM_MEDIA_TYPE>([&](AM_MEDIA_TYPE** out) { return config->GetFormat(out); });
+  ComPtr<IEnumMediaTypes> types;
+  ASSERT_EQ(pin->EnumMediaTypes(types.Put()), S_OK);
+  ExpectNullWithoutMemory<AM_MEDIA_TYPE>([&](AM_MEDIA_TYPE** out) { return types->Next(1, out, nullptr); });
+}
+
 // --- Memory that the platform's stats do not cover ---
 
 class LowMemoryDecoderTest : public LowMemoryTest {
  protected:
+  // Builds a graph on the built-in camera that decodes MJPG, up to the connection.
+  void BuildUnconnected(CaptureGraph& built) {
+    const GraphSettings settings = MjpgTo(MEDIASUBTYPE_ARGB32);
+    ComPtr<IBaseFilter> camera;
+    ASSERT_EQ(moniker->BindToObject(nullptr, nullptr, IID_IBaseFilter, camera.PutVoid()), S_OK);
+    ASSERT_EQ(built.Create(), S_OK);
+    ASSERT_EQ(built.AddCamera(camera), S_OK);
+    ASSERT_EQ(built.AddGrabber(&callback, settings), S_OK);
+    ASSERT_EQ(built.FindPins(), S_OK);
+    ASSERT_EQ(ChangeFormat(*built.cameraPin.Get(), settings.cameraSubtype, settings.width, settings.height,
+                           settings.interval),
+              S_OK);
+  }
   // Fails every allocation of a connection with an MJPEG decoder.
   void FailEveryAllocationOfAConnection() {
     std::uint64_t number = 0;
@@ -244,18 +304,9 @@ class LowMemoryDecoderTest : public LowMemoryTest {
 
  private:
   void Connect(std::uint64_t number) {
-    const GraphSettings settings = MjpgTo(MEDIASUBTYPE_ARGB32);
     CaptureGraph built;
-    ComPtr<IBaseFilter> camera;
     allocations.FailNothing();
-    ASSERT_EQ(moniker->BindToObject(nullptr, nullptr, IID_IBaseFilter, camera.PutVoid()), S_OK);
-    ASSERT_EQ(built.Create(), S_OK);
-    ASSERT_EQ(built.AddCamera(camera), S_OK);
-    ASSERT_EQ(built.AddGrabber(&callback, settings), S_OK);
-    ASSERT_EQ(built.FindPins(), S_OK);
-    ASSERT_EQ(ChangeFormat(*built.cameraPin.Get(), settings.cameraSubtype, settings.width, settings.height,
-                           settings.interval),
-              S_OK);
+    ASSERT_NO_FATAL_FAILURE(BuildUnconnected(built));
     allocations.FailNth(number, Persistence::kPersistent);
     const HRESULT result = built.Connect();
     EXPECT_EQ(result, allocations.HasFailed() ? E_OUTOFMEMORY : S_OK);
@@ -272,6 +323,31 @@ TEST_F(LowMemoryDecoderTest, LeaksNoMemory) {
   // Less than a leak in every round would be.
   constexpr std::size_t kTolerance = std::size_t{2} << 10;
   EXPECT_LE(mallinfo2().uordblks, before + kTolerance);
+}
+
+TEST_F(LowMemoryDecoderTest, PicturesLeakNoMemory) {
+  // mallinfo2 covers one arena; threads use others by default.
+  ASSERT_EQ(mallopt(M_ARENA_MAX, 1), 1);
+  ASSERT_NO_FATAL_FAILURE(BuildUnconnected(graph));
+  ASSERT_EQ(graph.Connect(), S_OK);
+  FakeFrame frame;
+  frame.bytes = TestJpeg(kPictureWidth, kPictureHeight);
+  constexpr std::uint64_t kPictures = 20;
+  const auto decode = [&] {
+    ASSERT_EQ(Run(), S_OK);
+    for (std::uint64_t i = 0; i < kPictures; ++i) {
+      ASSERT_TRUE(device->Deliver(frame));
+    }
+    ASSERT_TRUE(WaitFor([=] { return graph::LatestStreamStats().delivered == kPictures; }));
+    ASSERT_EQ(Stop(), S_OK);
+  };
+  // Received pictures must not count.
+  callback.KeepFrames(false);
+  ASSERT_NO_FATAL_FAILURE(decode());
+  const std::size_t before = mallinfo2().uordblks;
+  ASSERT_NO_FATAL_FAILURE(decode());
+  // Less than one decoder.
+  EXPECT_LE(mallinfo2().uordblks, before + (std::size_t{4} << 10));
 }
 
 }  // namespace

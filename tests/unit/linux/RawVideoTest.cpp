@@ -99,8 +99,9 @@ Bytes ExpectedYuy2(const RawFormat& format, const Geometry& geometry) {
 class RawVideoTest : public CaptureGraphTest, public ::testing::WithParamInterface<RawFormat> {
  protected:
   // Runs a graph on a camera with only this format.
-  void RunCamera(const Geometry& geometry) {
+  void RunCamera(const Geometry& geometry, bool reportsLineSize = true) {
     VideoDeviceSettings camera;
+    camera.reportsLineSize = reportsLineSize;
     camera.formats = {{GetParam().pixelFormat,
                        {Discrete(static_cast<std::uint32_t>(geometry.width),
                                  static_cast<std::uint32_t>(geometry.height), {30})}}};
@@ -115,8 +116,8 @@ class RawVideoTest : public CaptureGraphTest, public ::testing::WithParamInterfa
     frame.bytes = std::move(bytes);
     return frame;
   }
-  void ExpectDelivered(const Geometry& geometry) {
-    ASSERT_NO_FATAL_FAILURE(RunCamera(geometry));
+  void ExpectDelivered(const Geometry& geometry, bool reportsLineSize = true) {
+    ASSERT_NO_FATAL_FAILURE(RunCamera(geometry, reportsLineSize));
     const Bytes raw = RawPicture(GetParam(), geometry).Make();
     ASSERT_EQ(raw.size(), device->PictureSize());
     ASSERT_TRUE(device->Deliver(Frame(raw)));
@@ -132,6 +133,8 @@ TEST_P(RawVideoTest, WidthMayBeNoMultipleOfAVector) { ExpectDelivered({46, 30, 0
 TEST_P(RawVideoTest, HeightMayBeOdd) { ExpectDelivered({64, 47, 0}); }
 
 TEST_P(RawVideoTest, PaddingIsRemoved) { ExpectDelivered({64, 48, 32}); }
+
+TEST_P(RawVideoTest, DriverMayOmitTheLineSize) { ExpectDelivered({64, 48, 0}, false); }
 
 TEST_P(RawVideoTest, FramesWithoutTheLastSampleAreDropped) {
   const Geometry geometry{64, 48, 0};

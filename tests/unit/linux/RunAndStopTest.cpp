@@ -1,9 +1,12 @@
 // IMediaControl::Run and Stop: in turn, repeated, from other threads and from the callback.
 #include <chrono>
-#include <functional>
 #include <thread>
 
+#include <unistd.h>
+
+#include "support/ThreadCreationFailure.h"
 #include "support/linux/CaptureGraphTest.h"
+#include "support/linux/SingleCameraProvider.h"
 
 namespace linux_support {
 namespace {
@@ -27,8 +30,10 @@ TEST_F(RunAndStopTest, RedundantCallsSucceed) {
   Build();
   EXPECT_EQ(Stop(), S_OK) << "never run";
   ASSERT_EQ(Run(), S_OK);
-  EXPECT_GE(Run(), 0) << "running";
   Stream({1});
+  EXPECT_EQ(Run(), S_OK) << "running";
+  EXPECT_EQ(WaitResult(0), S_OK) << "the graph has not been restarted";
+  Stream({2});
   EXPECT_EQ(Stop(), S_OK);
   EXPECT_EQ(Stop(), S_OK) << "stopped";
 }
@@ -95,7 +100,8 @@ TEST_F(RunAndStopTest, StopFromTheCallbackDoesNotDeadlock) {
   callback.onFrame = [&](const CollectedFrame&) { result = Stop(); };
   ASSERT_EQ(Run(), S_OK);
   Stream({1});
-  EXPECT_NE(result, E_UNEXPECTED);
+  EXPECT_EQ(result, VFW_E_WRONG_STATE);
+  Stream({2});
   EXPECT_EQ(Stop(), S_OK);
   EXPECT_FALSE(device->IsStreaming());
 }
@@ -129,8 +135,81 @@ TEST_F(RunAndStopTest, AnyInterfaceKeepsTheGraphAlive) {
 
 TEST_F(RunAndStopTest, UnconnectedGraphCanBeStopped) {
   ASSERT_EQ(graph.Create(), S_OK);
-  static_cast<void>(Run());
+  EXPECT_EQ(Run(), kNotConnected);
   EXPECT_EQ(Stop(), S_OK);
+}
+
+TEST_F(RunAndStopTest, StopEndsWaitsBeforeTheCallbackReturns) {
+  GraphSettings settings;
+  settings.oneShot = FALSE;
+  BuildAndRun(settings);
+  callback.BlockCallbacks();
+  ASSERT_TRUE(device->Deliver(Picture(1)));
+  ASSERT_TRUE(callback.WaitForBlockedCallback());
+  std::thread stopper([&] { EXPECT_EQ(Stop(), S_OK); });
+  EXPECT_TRUE(WaitFor([&] { return WaitResult(0) == VFW_E_WRONG_STATE; }));
+  EXPECT_TRUE(callback.IsInCallback());
+  callback.UnblockCallbacks();
+  stopper.join();
+}
+
+TEST_F(RunAndStopTest, CallbackCanStopAnotherGraph) {
+  Build();
+  AddPluggedInCamera("1-6", 4);
+  FrameCollector otherCallback;
+  CaptureGraph other;
+  ASSERT_EQ(other.Create(), S_OK);
+  ComPtr<IBaseFilter> camera;
+  ASSERT_EQ(BindCamera("vid_046d", camera), S_OK);
+  ASSERT_EQ(other.AddCamera(camera), S_OK);
+  ASSERT_EQ(other.AddGrabber(&otherCallback, {}), S_OK);
+  ASSERT_EQ(other.FindPins(), S_OK);
+  ASSERT_EQ(other.Connect(), S_OK);
+  std::atomic<HRESULT> result = E_UNEXPECTED;
+  callback.onFrame = [&](const CollectedFrame&) { result = other.control->Stop(); };
+  ASSERT_EQ(Run(), S_OK);
+  ASSERT_EQ(other.control->Run(), S_OK);
+  Stream({1});
+  EXPECT_EQ(result, S_OK);
+}
+
+TEST_F(RunAndStopTest, RunWithoutAThreadFails) {
+  Build();
+  {
+    const ThreadCreationFailure refusal;
+    EXPECT_EQ(Run(), E_OUTOFMEMORY);
+  }
+  EXPECT_FALSE(device->IsStreaming());
+  EXPECT_EQ(WaitResult(0), VFW_E_WRONG_STATE);
+  ASSERT_EQ(Run(), S_OK);
+  Stream({1});
+}
+
+// A host that has closed its standard input opens files with the descriptor 0.
+TEST_F(RunAndStopTest, DescriptorZeroIsValid) {
+  device = &AddLaptopCamera();
+  for (const bool isFreeBeforeBind : {true, false}) {
+    const int saved = dup(STDIN_FILENO);
+    ComPtr<IBaseFilter> camera;
+    if (isFreeBeforeBind) {
+      close(STDIN_FILENO);
+    }
+    ASSERT_EQ(graph.Create(), S_OK);
+    ASSERT_EQ(graph.AddCamera(FirstCamera()), S_OK);
+    if (!isFreeBeforeBind) {
+      close(STDIN_FILENO);
+    }
+    ASSERT_EQ(graph.AddGrabber(&callback, {}), S_OK);
+    ASSERT_EQ(graph.FindPins(), S_OK);
+    EXPECT_EQ(graph.Connect(), S_OK);
+    EXPECT_EQ(Run(), S_OK);
+    Stream({1});
+    EXPECT_EQ(Stop(), S_OK);
+    graph.Release();
+    EXPECT_EQ(device->OpenHandles(), 0U);
+    dup2(saved, STDIN_FILENO);
+    close(saved);
+  }
 }
 
 // --- Run and Stop that overlap ---
@@ -191,21 +270,6 @@ class SlowDisconnectedCamera : public SlowCamera {
  private:
   CameraGate& m_gate;
   std::atomic<int>& m_starts;
-};
-
-// Provides one camera with the given source.
-class SingleCameraProvider : public devices::DeviceProvider {
- public:
-  explicit SingleCameraProvider(std::function<std::unique_ptr<graph::CaptureSource>()> make)
-      : m_make(std::move(make)) {}
-
-  std::vector<devices::CaptureDevice> CaptureDevices() override {
-    return {{"@device:slow", "Slow camera", "nowhere", "", m_make}};
-  }
-  std::vector<devices::UsbDevice> UsbDevices() override { return {}; }
-
- private:
-  std::function<std::unique_ptr<graph::CaptureSource>()> m_make;
 };
 
 class OverlappingCallsTest : public CaptureGraphTest {
