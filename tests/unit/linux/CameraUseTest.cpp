@@ -17,9 +17,9 @@ using graph::CaptureResult;
 using ::testing::ElementsAre;
 using Deadline = graph::CaptureSource::Deadline;
 
-// What the camera does, and what the graph has asked of it.
+// The behaviour of the camera, and a record of the calls.
 struct CameraScript {
-  // The result of Next, given the number of earlier calls. Later, Next waits for Interrupt.
+  // Answers the first nextCount calls of Next. Later calls wait for Interrupt.
   std::function<CaptureResult(Deadline, CapturedFrame&)> next;
   std::size_t nextCount = 1;
 

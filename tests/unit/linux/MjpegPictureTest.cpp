@@ -114,7 +114,7 @@ TEST_P(SubsampledMjpegTest, IsCloseToInterpolatedChroma) {
 TEST_P(SubsampledMjpegTest, RepeatsChromaIfThatIsFaster) {
   const Jpeg jpeg = WaveJpeg(GetParam().width, GetParam().height, GetParam().coding);
   const Pixels bgra = Upright(Decode(jpeg, GetParam()), std::size_t{4} * GetParam().width);
-  // libjpeg upsamples and converts in one pass only if chroma is subsampled in both directions like luma.
+  // libjpeg upsamples and converts in one pass only if each chroma component has one block in an MCU.
   const bool isFaster = GetParam().coding.chromaVertical == 1;
   EXPECT_EQ(bgra, isFaster ? DecodeWithRepeatedChroma(jpeg) : DecodeWithLibjpegDefaults(jpeg));
 }
