@@ -148,6 +148,7 @@ TEST_F(DeviceLossTest, InvalidBufferIndexEndsTheStream) {
   device->Supply(Picture(1));
   EXPECT_EQ(WaitForEvent(), kEventDeviceLost);
   EXPECT_EQ(callback.Count(), 0U);
+  EXPECT_EQ(graph::LatestStreamStats().tooShort, 0U) << "no such buffer may be inspected";
 }
 
 TEST_F(DeviceLossTest, FailureToReturnABufferEndsTheStream) {
