@@ -43,6 +43,7 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 PROGRAMS = ["unit_tests", "defaults_tests", "linux_tests", "encoder_tests", "fault_tests", "linux_allocation_tests",
             "encoder_allocation_tests", "pipeline_tests"]
 MIN_SCORE = 90  # percent, outside src/
+MIN_MUTANTS = 40  # fewer count as this many, since a small sample has no meaningful percentage
 # Left out because they take seconds per mutant: stress tests, a callback that blocks for ten seconds, and the largest
 # clips. The score can only be lower without them.
 LEFT_OUT = ["Each/ManyRounds.*", "InvalidInputFromHost.DataCallbackThatBlocksForTenSecondsLosesNoFrame",
@@ -146,7 +147,7 @@ def is_good(outcomes):
     if any(outcome.mutant.source.startswith("src/") for outcome in survived):
         return False
     elsewhere = [outcome for outcome in outcomes if not outcome.mutant.source.startswith("src/")]
-    return len(survived) * 100 <= len(elsewhere) * (100 - MIN_SCORE)
+    return len(survived) * 100 <= max(len(elsewhere), MIN_MUTANTS) * (100 - MIN_SCORE)
 
 
 def arguments(words):
@@ -197,6 +198,9 @@ def mutate(project, options, out):
     cores = len(os.sched_getaffinity(0))
     say("running the tests without a mutant")
     count, reaching = trace(runner, cores, len(instrumented.mutants))
+    # A mutant with another change than that of its entry is stale, and runs.
+    listed = {mutant.key: listed[mutant.key] for mutant in mutants
+              if mutant.key in listed and listed[mutant.key].change == mutant.change}
     skipped = [] if options.recheck else [mutant for mutant in mutants if mutant.key in listed]
     wanted = [mutant for mutant in mutants if mutant not in skipped]
     say(f"{count} tests; running {len(wanted)} mutants")

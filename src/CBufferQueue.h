@@ -131,6 +131,9 @@ class CBufferQueue {
   }
 
   void StopLocked() {
+    if (stopped) {
+      return;
+    }
     stopped = true;
     freeCond.notify_all();
     dataCond.notify_all();

@@ -32,10 +32,13 @@ struct PinList {
   PinList() = default;
   PinList(const PinList&) = delete;
   PinList& operator=(const PinList&) = delete;
-  ~PinList() {
+  ~PinList() { Release(); }
+
+  void Release() {
     for (IPin* const pin : pins) {
       pin->Release();
     }
+    pins.clear();
   }
 
   std::vector<IPin*> pins;
@@ -181,6 +184,7 @@ bool CameraOperator::GetCameraCapabilities(unsigned int cameraIndex, std::vector
     OPERATOR_LOG(ERROR_LOG_LEVEL, 349, L"fail to query camera pin info.");
     return false;
   }
+  pinList.Release();
   SortAndUniqueCapabilities(sizes, subTypes, fpsList);
   return true;
 }

@@ -89,7 +89,7 @@ std::vector<fs::path> ListSysfsEntries(const fs::path& folder) {
   }
   // NOLINTNEXTLINE(concurrency-mt-unsafe): this stream is not shared
   while (const dirent* const entry = readdir(opened.get())) {
-    // Skips "." and "..".
+    // Skips ".", ".." and hidden entries, which sysfs does not have.
     if (entry->d_name[0] != '.') {
       entries.push_back(folder / entry->d_name);
     }

@@ -45,10 +45,10 @@ class CaptureSource {
   // VFW_E_INVALIDMEDIATYPE if the device cannot deliver the size in that pixel format.
   virtual HRESULT SetFormat(VideoFormat& format) = 0;
 
-  // Starts streaming. Requires a successful SetFormat.
+  // Starts streaming. Requires a successful SetFormat; neither is called while streaming.
   virtual HRESULT Start() = 0;
-  // Waits for the next good frame; damaged frames are dropped and counted. Returns kInterrupted at every
-  // call between Interrupt and the next Start.
+  // Waits for the next good frame; damaged frames are dropped and counted. Returns kInterrupted, or
+  // kDisconnected, at every call between Interrupt and the next Start.
   virtual CaptureResult Next(Deadline deadline, CapturedFrame& frame) = 0;
   // Returns a frame's buffer to the device. Once per frame, before Stop.
   virtual void Recycle(const CapturedFrame& frame) = 0;

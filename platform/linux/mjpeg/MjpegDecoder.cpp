@@ -58,7 +58,7 @@ class MjpegDecoder::JpegLibrary {
     m_errors.trailingBytes = 0;
     const bool isDecoded = DecodeOrEscape(data, size, target);
     // libjpeg keeps tables from picture to picture. Damaged tables would spoil later pictures that come
-    // without.
+    // without. Destroying reports no errors.
     jpeg_destroy_decompress(&m_jpeg);
     return isDecoded && IsComplete(data, size);
   }

@@ -10,7 +10,8 @@ namespace mjpeg {
 
 class MjpegDecoder : public graph::FrameConverter {
  public:
-  // For pictures of one size in pixels. Throws std::bad_alloc.
+  // For pictures of one size in pixels. Throws std::bad_alloc. If libjpeg runs out of memory later, Convert
+  // returns false.
   MjpegDecoder(std::uint32_t width, std::uint32_t height);
   ~MjpegDecoder() override;
 

@@ -87,6 +87,9 @@ HRESULT STDMETHODCALLTYPE Filter::SetSyncSource(IReferenceClock* clock) {
 }
 
 HRESULT STDMETHODCALLTYPE Filter::GetSyncSource(IReferenceClock** clock) {
+  if (clock == nullptr) {
+    return E_POINTER;
+  }
   const std::lock_guard lock(m_mutex);
   return com::CopyTo(m_clock, clock);
 }

@@ -1,7 +1,9 @@
 // Encoder setup and the encoder thread.
+#include <array>
 #include <atomic>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 
 #include "support/CameraHandlerTest.h"
 #include "support/CameraOperatorTest.h"
@@ -242,6 +244,25 @@ TEST_F(EncoderSetup, FrameWithoutEncoderIsLost) {
     ++left;
   }
   EXPECT_EQ(left, 3);
+}
+
+TEST_F(EncoderSetup, FrameForABufferWithoutMemoryIsLost) {
+  EXPECT_TRUE(camera->InitVideoEncoder(SmallParam()));
+  constexpr std::size_t kBuffers = 5;
+  std::array<VideoFrame*, kBuffers> buffers{};
+  std::array<std::uint8_t*, kBuffers> memory{};
+  for (std::size_t i = 0; i < kBuffers; ++i) {
+    buffers.at(i) = Access::Queue(*camera).GetFreeBuffer();
+    memory.at(i) = std::exchange(buffers.at(i)->data, nullptr);
+  }
+  for (VideoFrame* const buffer : buffers) {
+    Access::Queue(*camera).PutFreeBuffer(buffer);
+  }
+  PushFrames(1);
+  EXPECT_EQ(Access::LostBuffers(*camera), 1U);
+  for (std::size_t i = 0; i < kBuffers; ++i) {
+    buffers.at(i)->data = memory.at(i);
+  }
 }
 
 TEST_F(EncoderSetup, StoppedLoopTakesNoFrame) {

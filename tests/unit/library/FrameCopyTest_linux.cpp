@@ -1,5 +1,4 @@
 // Closing while a frame is being copied into the pool.
-#include <fcntl.h>
 #include <semaphore.h>
 #include <sys/mman.h>
 #include <sys/syscall.h>
@@ -7,15 +6,16 @@
 
 #include <atomic>
 #include <csignal>
-#include <fstream>
 #include <thread>
 
 #include "support/CameraHandlerTest.h"
+#include "support/SystemCallOf_linux.h"
 
 namespace {
 
 using support::CameraHandlerTest;
 using support::kFrameSize;
+using support::SystemCallOf;
 using support::WaitFor;
 
 // A frame that cannot be read at first: a thread that copies it stops in the copy until Resume.
@@ -68,12 +68,6 @@ class StoppedFrame {
   std::atomic<bool> m_isResumed = false;
 };
 
-bool IsAsleep(pid_t thread) {
-  std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/syscall");
-  long number = -1;
-  return file >> number && number == SYS_clock_nanosleep;
-}
-
 TEST_F(CameraHandlerTest, CloseWaitsForAFrameThatIsBeingCopied) {
   QueryAndOpen();
   StoppedFrame frame;
@@ -88,7 +82,7 @@ TEST_F(CameraHandlerTest, CloseWaitsForAFrameThatIsBeingCopied) {
   });
   // Resumes the copy when the close waits for it, or has not waited.
   std::thread observer([&, closer = static_cast<pid_t>(syscall(SYS_gettid))] {
-    EXPECT_TRUE(WaitFor([&] { return IsAsleep(closer) || isFreed; }));
+    EXPECT_TRUE(WaitFor([&] { return SystemCallOf(closer) == SYS_clock_nanosleep || isFreed; }));
     frame.Resume();
   });
   EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);

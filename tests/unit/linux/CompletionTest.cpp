@@ -1,8 +1,13 @@
 // Waiting for the first frame of a graph.
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
 #include <chrono>
 #include <thread>
 
 #include "graph/Completion.h"
+#include "support/SystemCallOf_linux.h"
 #include "support/linux/CaptureGraphTest.h"
 #include "support/linux/TestJpegs.h"
 
@@ -10,6 +15,8 @@ namespace linux_support {
 namespace {
 
 constexpr std::chrono::seconds kMaxPause{10};
+
+using support::SystemCallOf;
 
 using CompletionTest = CaptureGraphTest;
 
@@ -76,57 +83,48 @@ TEST_F(CompletionTest, StopEndsAWaitOfAnotherThread) {
   EXPECT_EQ(result, E_ABORT);
 }
 
-// Starts another run before a thread that waits for the first one wakes up. The thread must not wait for the
-// second run, nor take its result.
+// Starts another run while a thread waits for the first one. The thread may wake up before or after that, so
+// the tests repeat it.
 class CompletionOfTwoRunsTest : public ::testing::Test {
  protected:
-  // A thread that waits too late waits for the second run, so later attempts give it more time. An attempt
-  // consists of several rounds, since the thread may happen to wake up before the second run starts.
-  static bool WaitsEndWithTheFirstRun(bool completesSecondRun) {
-    constexpr int kRounds = 20;
-    for (std::chrono::milliseconds pause{1}; pause * kRounds < kMaxPause; pause *= 2) {
-      int ended = 0;
-      while (ended < kRounds && WaitEndsWithTheFirstRun(completesSecondRun, pause)) {
-        ++ended;
-      }
-      if (ended == kRounds) {
-        return true;
-      }
-    }
-    return false;
-  }
+  static constexpr int kRounds = 20;
 
- private:
-  static bool WaitEndsWithTheFirstRun(bool completesSecondRun, std::chrono::milliseconds pause) {
+  // Returns the result of the wait for the first run.
+  static HRESULT WaitAcrossRuns(bool completesSecondRun) {
     graph::Completion completion;
     completion.Begin();
+    std::atomic<pid_t> waiterId = 0;
     HRESULT result = S_OK;
     Gate hasReturned;
     std::thread waiter([&] {
+      waiterId = gettid();
       LONG code = 0;
       result = completion.Wait(kInfinite, code);
       hasReturned.Open();
     });
-    std::this_thread::sleep_for(pause);
+    EXPECT_TRUE(WaitFor([&] { return SystemCallOf(waiterId) == SYS_futex; }));
     completion.End();
     completion.Begin();
-    bool isOver = completesSecondRun;
-    if (!completesSecondRun) {
-      std::this_thread::sleep_for(pause);
-      isOver = hasReturned.IsOpen();
+    if (completesSecondRun) {
+      completion.Complete(kEventComplete);
     }
+    EXPECT_TRUE(WaitFor([&] { return hasReturned.IsOpen(); }));
     completion.Complete(kEventComplete);
     waiter.join();
-    return isOver && result == E_ABORT;
+    return result;
   }
 };
 
 TEST_F(CompletionOfTwoRunsTest, WaitEndsAlthoughTheSecondRunHasStarted) {
-  EXPECT_TRUE(WaitsEndWithTheFirstRun(false));
+  for (int round = 0; round < kRounds && !HasFailure(); ++round) {
+    EXPECT_EQ(WaitAcrossRuns(false), E_ABORT);
+  }
 }
 
 TEST_F(CompletionOfTwoRunsTest, WaitDoesNotReturnTheResultOfTheSecondRun) {
-  EXPECT_TRUE(WaitsEndWithTheFirstRun(true));
+  for (int round = 0; round < kRounds && !HasFailure(); ++round) {
+    EXPECT_EQ(WaitAcrossRuns(true), E_ABORT);
+  }
 }
 
 TEST_F(CompletionTest, EventCodeIsZeroUnlessCompleted) {

@@ -327,15 +327,20 @@ TEST_F(LowMemoryDecoderTest, LeaksNoMemory) {
 
 TEST_F(LowMemoryDecoderTest, PicturesLeakNoMemory) {
   // mallinfo2 covers one arena; threads use others by default.
-  ASSERT_EQ(mallopt(M_ARENA_MAX, 1), 1);
+  mallopt(M_ARENA_MAX, 1);
   ASSERT_NO_FATAL_FAILURE(BuildUnconnected(graph));
   ASSERT_EQ(graph.Connect(), S_OK);
   FakeFrame frame;
   frame.bytes = TestJpeg(kPictureWidth, kPictureHeight);
+  // Decoding ends at the missing picture.
+  FakeFrame damaged = frame;
+  constexpr std::size_t kWithinTheHeader = 20;
+  damaged.bytes.resize(kWithinTheHeader);
   constexpr std::uint64_t kPictures = 20;
   const auto decode = [&] {
     ASSERT_EQ(Run(), S_OK);
     for (std::uint64_t i = 0; i < kPictures; ++i) {
+      ASSERT_TRUE(device->Deliver(damaged));
       ASSERT_TRUE(device->Deliver(frame));
     }
     ASSERT_TRUE(WaitFor([=] { return graph::LatestStreamStats().delivered == kPictures; }));

@@ -5,7 +5,6 @@
 #include <pthread.h>
 #include <sys/ioctl.h>
 #include <sys/prctl.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -15,24 +14,19 @@
 #include <cerrno>
 #include <csignal>
 #include <cstddef>
-#include <fstream>
 #include <new>
 #include <string>
 #include <thread>
 
+#include "support/SystemCallOf_linux.h"
 #include "support/linux/LinuxTest.h"
 
 namespace linux_support {
 namespace {
 
-constexpr std::size_t kMaxAttributeSize = 4096;  // a page
+using support::SystemCallOf;
 
-// The number of the system call in which a thread is blocked; -1: none.
-long SystemCallOf(pid_t thread) {
-  std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/syscall");
-  long number = -1;
-  return file >> number ? number : -1;
-}
+constexpr std::size_t kMaxAttributeSize = 4096;  // a page
 
 // The product name of a USB device is a pipe that the test writes while the platform reads it.
 class SlowAttributeTest : public LinuxTest {
@@ -115,6 +109,8 @@ TEST_F(SlowAttributeTest, IsReadOnAfterASignal) {
 }
 
 TEST_F(SlowAttributeTest, DescriptorIsClosedOnExec) {
+  // The pipe can be written before the reader has its descriptor.
+  EXPECT_TRUE(WaitFor([this] { return SystemCallOf(ReaderId()) == SYS_read; }));
   int found = 0;
   for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
     std::error_code error;
@@ -208,20 +204,6 @@ TEST_F(DescriptorZeroTest, CanBeTheInterruptOfACamera) {
   const ClosedStandardInput closed;
   EXPECT_TRUE(FirstCamera());
   EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1) << "left open";
-}
-
-TEST_F(DescriptorZeroTest, BindingFailsWithoutAFreeDescriptor) {
-  AddLaptopCamera();
-  const ComPtr<IMoniker> moniker = ListCaptureDevices().front().moniker;
-  rlimit before{};
-  getrlimit(RLIMIT_NOFILE, &before);
-  const rlimit none{0, before.rlim_max};
-  ComPtr<IBaseFilter> filter;
-  setrlimit(RLIMIT_NOFILE, &none);
-  const HRESULT result = moniker->BindToObject(nullptr, nullptr, IID_IBaseFilter, filter.PutVoid());
-  setrlimit(RLIMIT_NOFILE, &before);
-  EXPECT_EQ(result, E_FAIL);
-  EXPECT_FALSE(filter);
 }
 
 }  // namespace

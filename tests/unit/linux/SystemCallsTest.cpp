@@ -74,7 +74,8 @@ TEST_F(SystemCallsTest, FailuresSetErrno) {
   errno = 0;
   EXPECT_EQ(calls.Open("/nowhere", O_RDWR | O_CLOEXEC), -1);
   EXPECT_EQ(errno, ENOENT);
-  EXPECT_EQ(calls.Ioctl(-1, FIONREAD, nullptr), -1);
+  int unread = 0;
+  EXPECT_EQ(calls.Ioctl(-1, FIONREAD, &unread), -1);
   EXPECT_EQ(errno, EBADF);
 }
 
