@@ -1,9 +1,11 @@
 // IGraphBuilder::Connect, and graphs that share a device.
-#include <sys/resource.h>
+#include <sys/syscall.h>
 
+#include <cerrno>
 #include <utility>
 
 #include "com/ComObject.h"
+#include "support/FailingSystemCall_linux.h"
 #include "support/linux/CaptureGraphTest.h"
 
 namespace linux_support {
@@ -202,14 +204,11 @@ TEST_F(ConnectionTest, FormatCannotBeChangedWhileConnected) {
 TEST_F(ConnectionTest, CameraCannotBeBoundWithoutDescriptors) {
   AddLaptopCamera();
   const ComPtr<IMoniker> moniker = ListCaptureDevices().front().moniker;
-  rlimit saved{};
-  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &saved), 0);
-  const rlimit none{0, saved.rlim_max};
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
   ComPtr<IBaseFilter> camera;
-  EXPECT_EQ(moniker->BindToObject(nullptr, nullptr, IID_IBaseFilter, camera.PutVoid()), E_FAIL);
+  EXPECT_TRUE(support::WithFailingSystemCall(SYS_eventfd2, EMFILE, [&] {
+    EXPECT_EQ(moniker->BindToObject(nullptr, nullptr, IID_IBaseFilter, camera.PutVoid()), E_FAIL);
+  }));
   EXPECT_FALSE(camera);
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &saved), 0);
   EXPECT_EQ(moniker->BindToObject(nullptr, nullptr, IID_IBaseFilter, camera.PutVoid()), S_OK);
 }
 

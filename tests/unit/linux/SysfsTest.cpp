@@ -1,23 +1,19 @@
 // Reading of sysfs attributes that arrive in pieces, and the descriptors that it uses.
 #include <fcntl.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
 #include <pthread.h>
 #include <sys/ioctl.h>
-#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <array>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
-#include <cstddef>
 #include <new>
 #include <string>
 #include <thread>
 
+#include "support/FailingSystemCall_linux.h"
 #include "support/SystemCallOf_linux.h"
 #include "support/linux/LinuxTest.h"
 
@@ -25,6 +21,7 @@ namespace linux_support {
 namespace {
 
 using support::SystemCallOf;
+using support::WithFailingSystemCall;
 
 constexpr std::size_t kMaxAttributeSize = 4096;  // a page
 
@@ -125,29 +122,17 @@ TEST_F(SlowAttributeTest, DescriptorIsClosedOnExec) {
 
 // --- Out of memory ---
 
-// Lists the USB devices on a thread for which the kernel has no memory for a system call, unless it opens a
-// folder. Returns whether std::bad_alloc is thrown.
+// Lists the USB devices while the kernel has no memory for a system call, except for opening folders. Returns
+// whether std::bad_alloc is thrown.
 bool ListingThrowsWithoutMemoryFor(std::uint32_t systemCall) {
   bool hasThrown = false;
-  std::thread lister([&] {
-    std::array<sock_filter, 6> filter{{
-        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, systemCall, 0, 3),
-        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, args[2])),
-        BPF_JUMP(BPF_JMP | BPF_JSET | BPF_K, O_DIRECTORY, 1, 0),
-        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOMEM),
-        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
-    }};
-    const sock_fprog program{filter.size(), filter.data()};
-    EXPECT_EQ(prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0), 0);
-    EXPECT_EQ(prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program), 0);
+  EXPECT_TRUE(WithFailingSystemCall(systemCall, ENOMEM, [&] {
     try {
       static_cast<void>(devices::CurrentDeviceProvider()->DescribeUsbDevices());
     } catch (const std::bad_alloc&) {
       hasThrown = true;
     }
-  });
-  lister.join();
+  }));
   return hasThrown;
 }
 
