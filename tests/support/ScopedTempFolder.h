@@ -38,6 +38,7 @@ class ScopedTempFolder {
   static std::filesystem::path Parent() {
 #ifdef __linux__
     constexpr const char* kInMemory = "/dev/shm";
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): no test changes the environment
     if (std::getenv("TMPDIR") == nullptr && access(kInMemory, W_OK | X_OK) == 0) {
       return kInMemory;
     }

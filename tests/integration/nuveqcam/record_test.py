@@ -101,7 +101,7 @@ def test_size_that_the_camera_does_not_have_is_explained_and_changes_no_file(too
         assert re.fullmatch(
             r"nuveqcam: cannot open the camera at 334x222, \d+ fps \(result -1001\): the camera does not deliver that format; "
             r"choose one of the sizes of 'nuveqcam list' with --size \(library log: Set camera parameter fail, error:-\d+\)\n",
-            err)
+            err), err
     assert tool.file("kept.h264").read_bytes() == b"an earlier recording"
     assert tool.names() == ["kept.h264"]
 

@@ -193,7 +193,7 @@ TEST_F(CaptureDeviceListTest, DisplayNamesOfCamerasThatAreNotOnUsbContainTheirPa
                                          std::pair{"platform/CSI 0~!\x1F\x7F\x80", "platform#csi_0~!___"}}) {
     kernel.Tree().AddVideoOf(2, folder, "Camera", 0);
     kernel.AddDevice(2);
-    EXPECT_THAT(DisplayNames(), ::testing::ElementsAre(prefix + expected + suffix));
+    EXPECT_THAT(DisplayNames(), ::testing::ElementsAre(std::string(prefix).append(expected).append(suffix)));
     kernel.Tree().RemoveVideo(2);
   }
 }

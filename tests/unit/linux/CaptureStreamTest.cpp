@@ -118,7 +118,7 @@ TEST_F(CaptureStreamTest, RemovesLinePadding) {
 }
 
 TEST_F(CaptureStreamTest, RemovesLinePaddingOfOddWidths) {
-  constexpr std::size_t kLine = 2 * 63;
+  constexpr std::size_t kLine = std::size_t{2} * 63;
   VideoDeviceSettings camera;
   camera.formats = {{V4L2_PIX_FMT_YUYV, {Discrete(63, 48, {30})}}};
   camera.linePadding = 2;
@@ -286,6 +286,7 @@ TEST(StreamStatsDeathTest, AreZeroBeforeTheFirstRun) {
     const graph::StreamStats stats = graph::LatestStreamStats();
     const std::uint64_t sum =
         stats.delivered + stats.tooShort + stats.damaged + stats.undecodable + stats.missed;
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): the new process has one thread
     std::exit(static_cast<int>(sum) + (stats.isDisconnected ? 1 : 0));
   };
   EXPECT_EXIT(exitWithSum(), ::testing::ExitedWithCode(0), "");

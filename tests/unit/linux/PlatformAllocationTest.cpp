@@ -327,7 +327,7 @@ TEST_F(LowMemoryDecoderTest, LeaksNoMemory) {
 
 TEST_F(LowMemoryDecoderTest, PicturesLeakNoMemory) {
   // mallinfo2 covers one arena; threads use others by default.
-  mallopt(M_ARENA_MAX, 1);
+  mallopt(M_ARENA_MAX, 1);  // NOLINT(concurrency-mt-unsafe): no other thread runs yet
   ASSERT_NO_FATAL_FAILURE(BuildUnconnected(graph));
   ASSERT_EQ(graph.Connect(), S_OK);
   FakeFrame frame;
