@@ -6,7 +6,7 @@ moved, calls dropped, results replaced, and so on (--operators lists them). One 
 a switch. A first run of every test finds out which mutants it reaches; then the tests that reach a mutant run with it,
 the quickest first, until one fails, crashes or hangs. The work tree is not modified.
 
-  scripts/mutate.py                      run all mutants (about half an hour)
+  scripts/mutate.py                      run all mutants (about 20 minutes)
   scripts/mutate.py --only CBufferQueue  run those with this text in the source, function or operator
   scripts/mutate.py --sample 100         run some, those of the most recently changed lines first
   scripts/mutate.py --list               list the mutants
