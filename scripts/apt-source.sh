@@ -32,13 +32,16 @@ private_apt() {
     -o "Dir::State::Lists=$apt_folder/lists" -o "Dir::Cache=$apt_folder/cache" -o APT::Sandbox::User=root "$@" </dev/null
 }
 
-# fetch_sources PACKAGE...: unpacks the source of each package into $sources/PACKAGE.
+# fetch_sources PACKAGE...: unpacks the source of each package into $sources/PACKAGE. Waits for another script that is
+# doing the same.
 fetch_sources() {
   local package missing=()
+  exec {sources_lock}>"$sources/.lock"
+  flock "$sources_lock"
   for package in "$@"; do
     [ -d "$sources/$package" ] || missing+=("$package")
   done
-  [ "${#missing[@]}" -gt 0 ] || return 0
+  [ "${#missing[@]}" -gt 0 ] || { exec {sources_lock}>&-; return 0; }
   rm -rf "$apt_folder"
   mkdir -p "$apt_folder/lists/partial" "$apt_folder/cache/archives/partial"
   write_apt_sources "$apt_folder"
@@ -52,4 +55,5 @@ fetch_sources() {
     rm -rf "$sources/$package.tmp"
   done
   rm -rf "$apt_folder"
+  exec {sources_lock}>&-
 }
