@@ -200,7 +200,7 @@ void CameraOperator::StopCapture() {
 
 void CameraOperator::UnpinModuleAfterClose() {
   if (!m_mediaControl && std::exchange(m_isModulePinned, false)) {
-    platform::UnpinModule(std::exchange(m_unpinTiming, platform::UnpinTiming::kSoon));
+    platform::UnpinModule(m_unpinTiming);
   }
 }
 
