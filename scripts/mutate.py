@@ -2,7 +2,7 @@
 """Mutation testing: changes the product in many small ways, one at a time, and reports those that survive the tests.
 
 The mutants are generated from the syntax tree of src/, encoder/, platform/com/ and platform/linux/: comparisons are
-moved, calls dropped, results replaced, and so on (--operators lists them). One build contains all of them, each behind
+moved, calls dropped, results replaced, and so on (--operators lists them). One build contains all that run, each behind
 a switch. A first run of every test finds out which mutants it reaches; then the tests that reach a mutant run with it,
 the quickest first, until one fails, crashes or hangs. The work tree is not modified.
 
@@ -177,8 +177,7 @@ def mutate(project, options, out):
     say("generating mutants")
     instrumented.configure()
     instrumented.generate()
-    instrumented.reject_uncompilable()
-    say(f"{len(instrumented.mutants)} mutants; {len(instrumented.rejected)} more do not compile")
+    say(f"{len(instrumented.mutants)} mutants")
     stale = survivors.stale(listed, instrumented.mutants)
     for survivor in stale:
         print(f"{project.survivors.name}: no such mutant: {survivor.key}: {survivor.change}", file=out)
@@ -192,9 +191,13 @@ def mutate(project, options, out):
         return 0
     if not mutants:
         raise MutationError("no mutants to run")
-    say("building the tests")
-    instrumented.compile(project.programs)
-    runner = run.Runner({program: instrumented.build / "bin" / program for program in project.programs})
+    say("checking which of them compile")
+    count = len(mutants)
+    mutants = instrumented.instrument(mutants)
+    programs = instrumented.programs_with(mutants, project.programs)
+    say(f"{count - len(mutants)} of {count} do not compile; building {' '.join(programs)}")
+    instrumented.compile(programs)
+    runner = run.Runner({program: instrumented.build / "bin" / program for program in programs})
     cores = len(os.sched_getaffinity(0))
     say("running the tests without a mutant")
     count, reaching = trace(runner, cores, len(instrumented.mutants))

@@ -1,4 +1,4 @@
-"""The instrumented build: a copy of the tree that contains all mutants."""
+"""The instrumented build: a copy of the tree that contains mutants."""
 import collections
 import concurrent.futures
 import fcntl
@@ -115,49 +115,60 @@ class InstrumentedBuild:
                      for part in (flag, folder)]
             tasks.append((str(original / source), ["-x", "c++", "-w", "-resource-dir", resources, *kept], wanted))
         sites = collections.defaultdict(dict)
+        self.files = {}
         with concurrent.futures.ProcessPoolExecutor(self.jobs) as pool:
             for (path, _, _), (errors, found) in zip(tasks, pool.map(parse, tasks)):
                 if errors:
                     raise MutationError(f"{path} has errors: {errors[0]}")
+                self.files[str(pathlib.Path(path).relative_to(original))] = {
+                    str(pathlib.Path(file).relative_to(original)) for file in found}
                 for file, additional in found.items():
                     sites[str(pathlib.Path(file).relative_to(original))].update(
                         ((site.begin, site.end, site.replacement), site) for site in additional)
         return {source: list(found.values()) for source, found in sorted(sites.items())}
 
     def generate(self):
-        """Generates the mutants and writes the instrumented sources."""
-        self.sites = self.collect()
-        self.rejected = []
-        self.write()
-
-    def write(self):
-        """Numbers the mutants and writes the instrumented sources."""
-        self.mutants = []
-        self.pairs, self.instrumented, self.ranges = {}, {}, {}
-        for source, sites in self.sites.items():
+        """Generates all mutants."""
+        self.mutants, self.pairs = [], {}
+        for source, sites in self.collect().items():
             text = (self.folder / "original" / source).read_bytes()
             self.pairs[source] = generate.mutants_of(source, text, sites, len(self.mutants))
             self.mutants += [mutant for _, mutant in self.pairs[source]]
-            self.instrumented[source], self.ranges[source] = generate.instrument(text, self.pairs[source])
-        synchronize_instrumented(self.folder / "original", self.tree, self.instrumented)
 
-    def reject_uncompilable(self):
-        """Removes the mutants that do not compile."""
-        commands = self.commands()
+    def instrument(self, mutants):
+        """Writes the sources with these mutants. Returns those that compile."""
+        included = {mutant.number: mutant for mutant in mutants}
+        self.write(included)
+        changed = {mutant.source for mutant in mutants}
+        commands = {source: command for source, command in self.commands().items() if self.files[source] & changed}
         while commands:
             errors = self.syntax_errors(commands)
-            bad = {}
             for places in errors.values():
                 # An error may entail others elsewhere.
                 causes = [mutant for place in places for mutant in self.mutants_at(*place)]
                 if not causes:
                     raise MutationError(f"no mutant causes the errors at {sorted(places)}")
-                bad.update((mutant.number, mutant) for mutant in causes)
-            for source, pairs in self.pairs.items():
-                self.sites[source] = [site for site, mutant in pairs if mutant.number not in bad]
-            self.rejected += bad.values()
-            self.write()
+                for mutant in causes:
+                    included.pop(mutant.number, None)
+            self.write(included)
             commands = {source: commands[source] for source in errors}
+        return list(included.values())
+
+    def programs_with(self, mutants, programs):
+        """Returns the programs that contain one of the mutants, or load a library that does."""
+        changed = {mutant.source for mutant in mutants}
+        compiled = {str(self.tree / source) for source, files in self.files.items() if files & changed}
+        return [program for program in programs
+                if compiled & {*run_checked(["ninja", "-C", self.build, "-t", "inputs", program]).splitlines()}]
+
+    def write(self, included):
+        """Writes the sources with the included mutants."""
+        self.instrumented, self.ranges = {}, {}
+        for source, pairs in self.pairs.items():
+            text = (self.folder / "original" / source).read_bytes()
+            self.instrumented[source], self.ranges[source] = generate.instrument(
+                text, [pair for pair in pairs if pair[1].number in included])
+        synchronize_instrumented(self.folder / "original", self.tree, self.instrumented)
 
     def mutants_at(self, source, line, column):
         """The mutants to which an error at this place of the instrumented source is due."""
