@@ -1,13 +1,19 @@
 # Adds a test for each suite of a GoogleTest program, named PROGRAM.SUITE. A process for each test would spend most of
 # the time on starting, especially under Wine. The program is compiled with the precompiled headers of GoogleTest.
 #
-#   nuveq_add_suites(program [FILTER filter] PROPERTIES property value...)
+#   nuveq_add_suites(program [UNOPTIMIZED] [FILTER filter] PROPERTIES property value...)
 #
-# The name of the program ends in "_tests". Only tests that match FILTER are added. The reports of GoogleTest are in the
-# build folder's gtest-reports.
+# The name of the program ends in "_tests". UNOPTIMIZED is for tests that compute little: optimising instrumented code
+# would take longer than they gain. The code under test is optimised. Only tests that match FILTER are added. The reports
+# of GoogleTest are in the build folder's gtest-reports.
 function(nuveq_add_suites program)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "FILTER" PROPERTIES)
-  target_precompile_headers(${program} REUSE_FROM googletest_headers)
+  cmake_parse_arguments(PARSE_ARGV 1 arg UNOPTIMIZED FILTER PROPERTIES)
+  if(arg_UNOPTIMIZED AND NUVEQ_INSTRUMENTATION)
+    target_compile_options(${program} PRIVATE -O0)
+    target_precompile_headers(${program} REUSE_FROM googletest_headers_unoptimized)
+  else()
+    target_precompile_headers(${program} REUSE_FROM googletest_headers)
+  endif()
   if(NOT arg_FILTER)
     set(arg_FILTER *)
   endif()

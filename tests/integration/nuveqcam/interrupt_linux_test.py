@@ -14,7 +14,7 @@ INTERRUPT_AT_CALL = os.path.abspath(os.environ["INTERRUPT_AT_CALL"])
 SNAPSHOT = ["snapshot", *CAMERA, "--skip", "0", "-o", "camera.png", *SMALL]
 RECORD = ["record", *CAMERA, "--seconds", "1", "-o", "camera.mp4", *SMALL]
 
-# 1: interrupt at every call. 4 with sanitizers, which slow down the runs.
+# 1: interrupt at every call. 16 with sanitizers, which slow down the runs.
 STRIDE = int(os.environ.get("INTERRUPT_STRIDE", "1"))
 
 # The maximum number of runs. The program polls, so the number of calls depends on the machine's load.
