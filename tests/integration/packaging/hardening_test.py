@@ -46,6 +46,13 @@ def test_own_binaries_are_compiled_with_all_mitigations():
         assert lacking({path: missing_in_own_elf(path, OWN[name]) for name, path in found.items()}) == []
 
 
+def sources_of(command):
+    """The sources that a command of the compilation database compiles."""
+    path = Path(command["file"])
+    return [Path(name) for name in re.findall(r'^#include "(.*)"$', path.read_text(), re.M)] \
+        if "Unity" in path.parts else [path]
+
+
 def test_own_sources_are_compiled_with_all_mitigations():
     wanted = ["-fstack-protector-strong"]
     if not IS_WINDOWS:
@@ -54,12 +61,12 @@ def test_own_sources_are_compiled_with_all_mitigations():
         wanted += ["-fstack-clash-protection", "-fcf-protection=full"]
     missing = {}
     for command in json.loads((BUILD / "compile_commands.json").read_text()):
-        path = Path(command["file"])
-        # The stack protector cannot protect its own functions.
-        if path.suffix == ".rc" or path.name == "StackProtector.cpp" or not path.is_relative_to(SOURCE):
-            continue
-        if path.relative_to(SOURCE).parts[0] in ("src", "platform", "tools"):
-            missing[path] = [option for option in wanted if not re.search(f"{option}( |$)", command["command"])]
+        for path in sources_of(command):
+            # The stack protector cannot protect its own functions.
+            if path.suffix == ".rc" or path.name == "StackProtector.cpp" or not path.is_relative_to(SOURCE):
+                continue
+            if path.relative_to(SOURCE).parts[0] in ("src", "platform", "tools"):
+                missing[path] = [option for option in wanted if not re.search(f"{option}( |$)", command["command"])]
     assert len(missing) > 20
     assert lacking(missing) == []
 

@@ -15,6 +15,8 @@ namespace linux_support {
 namespace {
 
 constexpr std::chrono::seconds kMaxPause{10};
+// Frames without a pause would keep a core busy.
+constexpr std::chrono::milliseconds kFrameInterval{10};
 
 using support::SystemCallOf;
 
@@ -192,6 +194,7 @@ TEST_F(CompletionTest, AbortsIfAllFramesAreDamaged) {
   std::thread driver([&] {
     while (!hasEnded) {
       device->Deliver(damaged);
+      std::this_thread::sleep_for(kFrameInterval);
     }
   });
   EXPECT_EQ(WaitForEvent(), kEventErrorAbort);
@@ -218,6 +221,7 @@ TEST_F(CompletionTest, AbortsIfNoFrameCanBeDecoded) {
   std::thread driver([&] {
     while (!hasEnded) {
       device->Deliver(undecodable);
+      std::this_thread::sleep_for(kFrameInterval);
     }
   });
   EXPECT_EQ(WaitForEvent(), kEventErrorAbort);

@@ -1,4 +1,5 @@
 // The same host in C++.
+#include <cstdint>
 #include <iostream>
 
 #include <NUVEQCameraHandler.h>
