@@ -1,23 +1,36 @@
 #!/usr/bin/env bash
-# Runs ./check --all of the committed tree on a minimal Debian 12, created with debootstrap in a scratch folder.
+# Runs ./check --all of the committed tree on a minimal Debian, created with debootstrap in a scratch folder.
 set -euo pipefail
 
 usage() {
   cat <<'USAGE'
-usage: scripts/fresh-check.sh [--keep] [COMMAND...]
+usage: scripts/fresh-check.sh [--keep] [--release RELEASE] [COMMAND...]
 
-Creates a minimal Debian 12 in a scratch folder in ${TMPDIR:-/tmp}, clones HEAD into it and runs COMMAND there
+Creates a minimal Debian in a scratch folder in ${TMPDIR:-/tmp}, clones HEAD into it and runs COMMAND there
 (default: ./check --all). Requires root and about 9 GB of disk space. Installs debootstrap if it is missing.
-  --keep   keep the scratch folder and print its path
+  --keep              keep the scratch folder and print its path
+  --release RELEASE   bookworm (Debian 12) or trixie (Debian 13); the default is this machine's release
 USAGE
 }
 
 keep=no
-case "${1:-}" in
-  -h | --help) usage; exit 0 ;;
-  --keep) keep=yes; shift ;;
-  -*) usage >&2; exit 2 ;;
-esac
+host=$(. /etc/os-release && echo "${VERSION_CODENAME:-}")
+codename=$host
+while [ $# -gt 0 ]; do
+  case $1 in
+    -h | --help) usage; exit 0 ;;
+    --keep) keep=yes; shift ;;
+    --release)
+      codename=${2:-}
+      case $codename in
+        bookworm | trixie) shift 2 ;;
+        *) echo "fresh-check: unknown release: ${codename:-(none)}" >&2; usage >&2; exit 2 ;;
+      esac
+      ;;
+    -*) usage >&2; exit 2 ;;
+    *) break ;;
+  esac
+done
 command=("$@")
 [ "${#command[@]}" -gt 0 ] || command=(./check --all)
 
@@ -42,13 +55,12 @@ finish() {
 }
 trap finish EXIT
 
-# The mirror from which this machine installs this release.
-codename=bookworm
+# The mirror from which this machine installs its own release has the others, too.
 mirror=$(apt-get indextargets --format '$(REPO_URI) $(RELEASE)' 'Created-By: Packages' </dev/null |
-  awk -v codename="$codename" '$2 == codename { print $1; exit }')
-[ -n "$mirror" ] || { echo "fresh-check: no mirror found: this machine has no apt entry for $codename" >&2; exit 1; }
+  awk -v codename="$host" '$2 == codename { print $1; exit }')
+[ -n "$mirror" ] || { echo "fresh-check: no mirror found: this machine has no apt entry for $host" >&2; exit 1; }
 
-echo "fresh-check: creating a minimal Debian in $root"
+echo "fresh-check: creating a minimal Debian $codename in $root"
 debootstrap --variant=minbase "$codename" "$root" "$mirror" >"$root.log" 2>&1 </dev/null ||
   { tail -n 20 "$root.log" >&2; exit 1; }
 mv "$root.log" "$root/debootstrap.log"
