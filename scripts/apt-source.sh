@@ -32,8 +32,27 @@ private_apt() {
     -o "Dir::State::Lists=$apt_folder/lists" -o "Dir::Cache=$apt_folder/cache" -o APT::Sandbox::User=root "$@" </dev/null
 }
 
-# fetch_sources PACKAGE...: unpacks the source of each package into $sources/PACKAGE. Waits for another script that is
-# doing the same.
+# fetch_source PACKAGE: unpacks the source of the package into $sources/PACKAGE. A mirror may have the original tarball but
+# not Debian's changes to it; the tarball, too, is verified against the checksum in the package index.
+fetch_source() {
+  local package=$1 folder=$sources/$1.tmp
+  rm -rf "$folder"
+  mkdir -p "$folder"
+  if (cd "$folder" && private_apt source "$package" >>"$log" 2>&1); then
+    mv "$folder"/*/ "$sources/$package"
+  elif (cd "$folder" && rm -rf ./* && private_apt source --tar-only "$package" >>"$log" 2>&1); then
+    echo "$topic: the mirror lacks Debian's changes to $package; using the original source"
+    mkdir "$folder/source"
+    tar -xf "$folder"/*.orig.tar.* -C "$folder/source" --strip-components=1
+    mv "$folder/source" "$sources/$package"
+  else
+    echo "$topic: cannot fetch the source of $package; run this again later or use another Debian mirror" >&2
+    return 1
+  fi
+  rm -rf "$folder"
+}
+
+# fetch_sources PACKAGE...: fetches the sources that are missing. Waits for another script that is doing the same.
 fetch_sources() {
   local package missing=()
   exec {sources_lock}>"$sources/.lock"
@@ -48,11 +67,7 @@ fetch_sources() {
   echo "$topic: fetching the source of ${missing[*]}"
   private_apt update >>"$log" 2>&1
   for package in "${missing[@]}"; do
-    rm -rf "$sources/$package.tmp"
-    mkdir -p "$sources/$package.tmp"
-    (cd "$sources/$package.tmp" && private_apt source "$package" >>"$log" 2>&1)
-    mv "$sources/$package.tmp"/*/ "$sources/$package"
-    rm -rf "$sources/$package.tmp"
+    fetch_source "$package"
   done
   rm -rf "$apt_folder"
   exec {sources_lock}>&-

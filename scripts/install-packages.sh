@@ -6,7 +6,7 @@ usage() {
   cat <<'USAGE'
 usage: scripts/install-packages.sh [native | demo | bench | windows]...
 
-Installs the Debian 12 packages that are missing on this machine.
+Installs the packages of Debian 12 or 13 that are missing on this machine.
   native    compilers, build tools, test tools and libraries of the Linux build (default)
   demo      build dependencies of the library and of nuveqcam
   bench     programs and libraries that bench/compare_encoders uses for comparison; requires native too
@@ -14,13 +14,20 @@ Installs the Debian 12 packages that are missing on this machine.
 USAGE
 }
 
+# The version of clang in this release; the package of its sanitizer runtime has no name without it.
+case $(. /etc/os-release && echo "${ID:-}-${VERSION_ID:-}") in
+  debian-12) clang=14 ;;
+  debian-13) clang=19 ;;
+  *) echo "packages: this script supports Debian 12 and 13 only" >&2; exit 1 ;;
+esac
+
 demo=(
   binutils ca-certificates cmake dpkg-dev g++ libavcodec-dev libavformat-dev libavutil-dev libjpeg62-turbo-dev
   libopenh264-dev libswscale-dev libturbojpeg0-dev libyuv-dev ninja-build pkg-config
 )
 native=(
   "${demo[@]}" acpica-tools busybox-static clang clang-format clang-tidy cpio ffmpeg git libbenchmark-dev
-  libclang-rt-14-dev libgmock-dev libgtest-dev libusbredirparser-dev llvm mandoc python3 python3-clang
+  "libclang-rt-$clang-dev" libgmock-dev libgtest-dev libusbredirparser-dev llvm mandoc python3 python3-clang
   python3-pytest python3-yaml qemu-system-x86 v4l-utils valgrind
 )
 bench=(

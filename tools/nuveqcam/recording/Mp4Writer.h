@@ -21,7 +21,9 @@ class Mp4Writer : public PacketWriter {
  private:
   void Begin(const Packet& first);
   void Check(int result, const char* action);
-  static int WriteBytes(void* self, std::uint8_t* bytes, int size);
+  // Byte is const from FFmpeg 7 on.
+  template <typename Byte>
+  static int WriteBytes(void* self, Byte* bytes, int size);
   static std::int64_t Seek(void* self, std::int64_t offset, int whence);
 
   OutputFile& m_file;

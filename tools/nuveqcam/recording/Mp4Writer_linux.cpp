@@ -121,7 +121,8 @@ void Mp4Writer::Check(int result, const char* action) {
 }
 
 // Keeps exceptions from propagating through libav.
-int Mp4Writer::WriteBytes(void* self, std::uint8_t* bytes, int size) {
+template <typename Byte>
+int Mp4Writer::WriteBytes(void* self, Byte* bytes, int size) {
   auto& writer = *static_cast<Mp4Writer*>(self);
   if (writer.m_writeFailure != nullptr) {
     return AVERROR(EIO);
