@@ -23,8 +23,11 @@ def tail(output, lines=20):
 
 
 def run(command, folder=None):
-    done = subprocess.run([str(part) for part in command], cwd=folder, stdin=subprocess.DEVNULL, text=True,
-                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=TIMEOUT_S, check=False)
+    try:
+        done = subprocess.run([str(part) for part in command], cwd=folder, stdin=subprocess.DEVNULL, text=True,
+                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=TIMEOUT_S, check=False)
+    except subprocess.TimeoutExpired as error:
+        raise MutationError(f"{error}") from error
     return done.returncode, done.stdout
 
 
@@ -54,13 +57,18 @@ def parse(task):
 
 
 class InstrumentedBuild:
-    """A copy of the tree in folder/tree, of which the sources in `mutated` contain mutants, built in folder/build."""
+    """A copy of the tree in folder/tree, of which the sources in `mutated` contain mutants.
+
+    folder/build compiles several sources at a time, which is quicker. folder/commands is not built: it has the commands
+    that compile one source.
+    """
 
     def __init__(self, root, folder, mutated, options=()):
         self.root = root
         self.folder = folder
         self.tree = folder / "tree"
         self.build = folder / "build"
+        self.singly = folder / "commands"
         self.mutated = mutated
         self.options = options
         self.jobs = len(os.sched_getaffinity(0))
@@ -80,15 +88,16 @@ class InstrumentedBuild:
         synchronize(self.root, self.folder / "original")
         if not (self.tree / "CMakeLists.txt").exists():
             synchronize(self.root, self.tree)
-        run_checked(["cmake", "-S", self.tree, "-B", self.build, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=None",
-                     "-DCMAKE_EXPORT_COMPILE_COMMANDS=ON", f"-DCMAKE_CXX_FLAGS=-w -include {SWITCH}",
-                     "-DCMAKE_C_FLAGS=-w", f"-DNUVEQ_ORIGINAL_SOURCES={self.folder / 'original/src'}",
-                     *self.options])
+        for build, unity in (self.singly, "OFF"), (self.build, "ON"):
+            run_checked(["cmake", "-S", self.tree, "-B", build, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=None",
+                         "-DCMAKE_EXPORT_COMPILE_COMMANDS=ON", f"-DCMAKE_CXX_FLAGS=-w -include {SWITCH}",
+                         "-DCMAKE_C_FLAGS=-w", f"-DNUVEQ_ORIGINAL_SOURCES={self.folder / 'original/src'}",
+                         f"-DCMAKE_UNITY_BUILD={unity}", *self.options])
 
     def commands(self):
         """The compiler's arguments for each source that is mutated."""
         arguments = {}
-        for entry in json.loads((self.build / "compile_commands.json").read_text()):
+        for entry in json.loads((self.singly / "compile_commands.json").read_text()):
             source = pathlib.Path(entry["file"]).relative_to(self.tree) \
                 if pathlib.Path(entry["file"]).is_relative_to(self.tree) else None
             if source is not None and source.suffix == ".cpp" and self.is_mutated(source):
@@ -159,7 +168,7 @@ class InstrumentedBuild:
         changed = {mutant.source for mutant in mutants}
         compiled = {str(self.tree / source) for source, files in self.files.items() if files & changed}
         return [program for program in programs
-                if compiled & {*run_checked(["ninja", "-C", self.build, "-t", "inputs", program]).splitlines()}]
+                if compiled & {*run_checked(["ninja", "-C", self.singly, "-t", "inputs", program]).splitlines()}]
 
     def write(self, included):
         """Writes the sources with the included mutants."""
@@ -189,7 +198,7 @@ class InstrumentedBuild:
             command = [part for part in command if part != "-c"]
             at = command.index("-o")
             del command[at:at + 2]
-            return run([*command, "-fsyntax-only", "-fno-diagnostics-show-caret"], self.build)[1]
+            return run([*command, "-fsyntax-only", "-fno-diagnostics-show-caret"], self.singly)[1]
 
         with concurrent.futures.ThreadPoolExecutor(self.jobs) as pool:
             found = zip(commands, pool.map(check, commands.values()))
@@ -217,7 +226,7 @@ class InstrumentedBuild:
         return places
 
     def place(self, file, line, column):
-        path = pathlib.Path(os.path.normpath(self.build / file))
+        path = pathlib.Path(os.path.normpath(self.singly / file))
         return (str(path.relative_to(self.tree)), int(line), int(column)) if path.is_relative_to(self.tree) else None
 
     def compile(self, targets):

@@ -59,11 +59,21 @@ def percentage(part, whole):
     return f"{100 * part / whole:.1f} %" if whole else "-"
 
 
+def killed_count(outcomes):
+    return sum(outcome.killed_by is not None for outcome in outcomes)
+
+
+def scores(outcomes):
+    """Returns the percentage of killed mutants by folder."""
+    return {folder: 100 * killed_count(group) / len(group)
+            for folder, group in grouped(outcomes, lambda outcome: folder_of(outcome.mutant.source))}
+
+
 def table(title, rows, out):
     print(f"\n{title:<18}{'mutants':>9}{'killed':>9}{'score':>9}{'equivalent':>12}{'survived':>10}", file=out)
     for name, outcomes in rows:
         counts = collections.Counter(outcome.verdict for outcome in outcomes)
-        killed = counts["killed"] + counts["KILLED, BUT LISTED"]
+        killed = killed_count(outcomes)
         print(f"{name:<18}{len(outcomes):>9}{killed:>9}{percentage(killed, len(outcomes)):>9}{counts['equivalent']:>12}"
               f"{counts['SURVIVED']:>10}", file=out)
 

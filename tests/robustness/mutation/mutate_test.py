@@ -1,11 +1,13 @@
 """Tests of scripts/mutate.py: the mutants of small functions, and whole runs over a project of one class."""
 
+import dataclasses
 import io
 import os
 import pathlib
 import subprocess
 import sys
 import textwrap
+import types
 
 import pytest
 
@@ -13,7 +15,7 @@ sys.dont_write_bytecode = True
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[3] / "scripts"))
 
 import mutate  # noqa: E402
-from mutation import generate  # noqa: E402
+from mutation import generate, report  # noqa: E402
 
 
 def mutants(tmp_path, source):
@@ -83,6 +85,7 @@ PROJECT = {
         target_link_libraries(tests PRIVATE GTest::gtest_main)
     """,
     "src/Counter.h": """
+        #pragma once
         class Counter {
          public:
           void Add(int amount);
@@ -161,9 +164,16 @@ def test_run_separates_killed_mutants_from_listed_ones(project):
     assert any("(hangs)" in change for _, change in outcomes.values()), outcomes
 
 
+@pytest.mark.parametrize("killed, is_good", [(97, True), (96, False)])
+def test_run_of_all_mutants_requires_a_score(project, killed, is_good):
+    outcomes = [report.Outcome(types.SimpleNamespace(source="src/Counter.cpp"), "Counter.Test" if i < killed else None)
+                for i in range(100)]
+    assert mutate.has_good_scores(dataclasses.replace(project, min_scores={"src": 97}), outcomes) == is_good
+
+
 def test_run_reports_a_survivor_that_is_not_listed(project):
     edit(project, "tests.cpp", "EXPECT_EQ(counter.Get(), 2);", "EXPECT_GT(counter.Get(), 0);")
-    result, output, outcomes = run(project)
+    result, output, outcomes = run(project, "--only", "comparison")
     assert result == 1
     assert outcomes["src/Counter.cpp Counter::Add comparison 1"][0] == "killed"
     survived = {key for key, (verdict, _) in outcomes.items() if verdict == "SURVIVED"}
@@ -174,16 +184,16 @@ def test_run_reports_a_mutant_that_no_test_reaches(project):
     edit(project, "src/Counter.cpp", "  m_isUsed = true;",
          "  if (amount == -7) {\n    m_count = 0;\n  }\n  m_isUsed = true;")
     edit(project, "survivors.txt", "assignment 3", "assignment 4")
-    _, output, _ = run(project)
+    _, output, _ = run(project, "--only", "assignment")
     assert "m_count = 0 -> (dropped) (reached by no test)" in output
 
 
 def test_run_reports_a_listed_mutant_that_is_killed_or_gone(project):
     edit(project, "survivors.txt", "constant 2: false", "constant 1: 0")
     edit(project, "survivors.txt", "0 -> true", "0 -> 0 + 1")
-    _, output, _ = run(project)
+    _, output, _ = run(project, "--only", "Counter constant 1")
     assert "KILLED, BUT LISTED" not in output
-    result, output, _ = run(project, "--recheck")
+    result, output, _ = run(project, "--only", "Counter constant 1", "--recheck")
     assert result == 1
     assert "KILLED, BUT LISTED: src/Counter.h Counter constant 1" in output
     edit(project, "survivors.txt", "constant 1: 0", "constant 9: 0")
@@ -191,7 +201,7 @@ def test_run_reports_a_listed_mutant_that_is_killed_or_gone(project):
     assert (result, "no such mutant: src/Counter.h Counter constant 9" in output) == (1, True)
 
 
-def test_sample_prefers_changed_lines(project):
+def test_sample_prefers_the_latest_changes(project):
     def git(*words):
         subprocess.run(["git", "-C", project.root, "-c", "user.name=test", "-c", "user.email=test", *words], check=True,
                        capture_output=True, env={**os.environ, "GIT_CONFIG_GLOBAL": os.devnull})
@@ -199,9 +209,15 @@ def test_sample_prefers_changed_lines(project):
     git("init")
     git("add", ".")
     git("commit", "-m", "first")
+    edit(project, "src/Counter.cpp", "++m_count;", "++m_count; ++m_count;")
+    git("commit", "-a", "-m", "second")
     edit(project, "src/Counter.h", "return m_count;", "return m_count + 0;")
-    _, output, _ = run(project, "--list", "--sample", "1")
-    assert "Counter::Get" in output
+    _, all_mutants, _ = run(project, "--list")
+    latest = {line for line in all_mutants.splitlines() if "Counter::Get" in line}
+    earlier = {line for line in all_mutants.splitlines() if "Counter.cpp" in line and "++m_count" in line}
+    _, output, _ = run(project, "--list", "--sample", str(len(latest) + 1))
+    sample = {line for line in output.splitlines() if line.startswith("src/")}
+    assert latest < sample and sample - latest < earlier
 
 
 def test_failing_tests_end_the_run(project, capsys):
