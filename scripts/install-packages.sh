@@ -72,6 +72,8 @@ if [ "$(id -u)" -ne 0 ]; then
   as_root=(sudo)
 fi
 echo "packages: installing ${missing[*]}"
+# An interrupted installation would leave packages half installed.
+trap '' TERM
 export DEBIAN_FRONTEND=noninteractive
 "${as_root[@]}" apt-get -qq update </dev/null
 "${as_root[@]}" apt-get -qq -y --no-install-recommends -o Dpkg::Use-Pty=0 install "${missing[@]}" </dev/null >/dev/null
