@@ -47,9 +47,9 @@ double MedianRate(const Recording& recording) {
 
 class StreamOfBuiltInCamera : public BuiltInCamera {
  protected:
-  // Opens the camera, waits for 60 packets, closes the camera and checks every picture.
+  // Opens the camera, waits for 30 packets, closes the camera and checks every picture.
   Recording Record(const OfferedFormat& format) {
-    constexpr std::uint64_t kPackets = 60;
+    constexpr std::uint64_t kPackets = 30;
     Recording recording;
     host.Reset();
     host.InData([&](const Packet&) { recording.times.push_back(Clock::now()); });
