@@ -1,23 +1,28 @@
-# Functions for scripts that build Debian source packages: apt-get source with a private apt configuration, which leaves
-# the machine's configuration unchanged. The caller sets $apt_folder (a scratch folder, removed at the end), $sources
-# (the output folder), $log (the file for apt's output) and $topic (the prefix of messages).
+# Functions for scripts that fetch Debian packages without installing them, with a private apt configuration, which leaves
+# the machine's configuration unchanged. The caller sets $apt_folder (a scratch folder), $log (the file for apt's output)
+# and $topic (the prefix of messages); for source packages also $sources (the output folder).
 # shellcheck shell=bash
 
-# Writes deb-src entries for this release, derived from the machine's deb entries.
-write_apt_sources() {
-  local codename parts=$1/parts list=$1/sources.list file
+# update_private_apt TYPE [RELEASE]: writes entries of type deb or deb-src for a release (default: this machine's),
+# derived from the machine's deb entries, and fetches their package lists.
+update_private_apt() {
+  local type=$1 codename release parts=$apt_folder/parts list=$apt_folder/sources.list file
   codename=$(. /etc/os-release && echo "$VERSION_CODENAME")
-  mkdir -p "$parts"
+  release=${2:-$codename}
+  rm -rf "$apt_folder"
+  mkdir -p "$apt_folder/lists/partial" "$apt_folder/cache/archives/partial" "$parts"
   : >"$list"
   for file in /etc/apt/sources.list /etc/apt/sources.list.d/*.list; do
     [ -e "$file" ] || continue
-    sed -E -n "s/^deb( +\[[^]]*\])?( +[^ ]+ +$codename +.*)$/deb-src\1\2/p" "$file" >>"$list"
+    sed -E -n "s/^deb( +\[[^]]*\])?( +[^ ]+ +)$codename( +.*)$/$type\1\2$release\3/p" "$file" >>"$list"
   done
   for file in /etc/apt/sources.list.d/*.sources; do
     [ -e "$file" ] || continue
     # Selects stanzas in which one suite is this release's codename without a suffix.
-    awk -v RS= -v codename="$codename" '
-      $0 ~ "(^|\n)Suites:[^\n]*[ \t]" codename "([ \t\n]|$)" { sub(/(^|\n)Types:[^\n]*/, "\nTypes: deb-src"); print; print "" }
+    awk -v RS= -v codename="$codename" -v release="$release" -v type="$type" '
+      $0 ~ "(^|\n)Suites:[^\n]*[ \t]" codename "([ \t\n]|$)" {
+        sub(/(^|\n)Types:[^\n]*/, "\nTypes: " type); sub(/(^|\n)Suites:[^\n]*/, "\nSuites: " release); print; print ""
+      }
     ' "$file" >"$parts/$(basename "$file")"
     [ -s "$parts/$(basename "$file")" ] || rm "$parts/$(basename "$file")"
   done
@@ -25,6 +30,7 @@ write_apt_sources() {
     echo "$topic: cannot derive a source entry: this machine has no apt entry for $codename" >&2
     exit 1
   fi
+  private_apt update >>"$log" 2>&1
 }
 
 private_apt() {
@@ -61,11 +67,8 @@ fetch_sources() {
     [ -d "$sources/$package" ] || missing+=("$package")
   done
   [ "${#missing[@]}" -gt 0 ] || { exec {sources_lock}>&-; return 0; }
-  rm -rf "$apt_folder"
-  mkdir -p "$apt_folder/lists/partial" "$apt_folder/cache/archives/partial"
-  write_apt_sources "$apt_folder"
   echo "$topic: fetching the source of ${missing[*]}"
-  private_apt update >>"$log" 2>&1
+  update_private_apt deb-src
   for package in "${missing[@]}"; do
     fetch_source "$package"
   done

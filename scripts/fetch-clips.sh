@@ -26,13 +26,33 @@ mkdir -p "$folder"
 scratch=$(mktemp -d "$folder/fetch.XXXXXX")
 trap 'rm -rf "$scratch"' EXIT
 
+apt_folder=$scratch/apt
+topic=clips
+log=$scratch/log
+. "$(dirname "$0")/apt-source.sh"
+# The release whose packages contain the clips.
+release=bookworm
+codename=$(. /etc/os-release && echo "$VERSION_CODENAME")
+
+# download PACKAGE: downloads the package of that release into $scratch.
+download() {
+  if [ "$codename" = "$release" ]; then
+    # The machine may not have fetched package lists yet.
+    (cd "$scratch" && apt-get -qq -o APT::Sandbox::User=root download "$1" </dev/null 2>/dev/null) && return
+    apt-get -qq update </dev/null
+    (cd "$scratch" && apt-get -qq -o APT::Sandbox::User=root download "$1" </dev/null)
+  else
+    [ -d "$apt_folder" ] || update_private_apt deb "$release"
+    (cd "$scratch" && private_apt download "$1" >>"$log" 2>&1)
+  fi
+}
+
 # fetch PACKAGE FILE: extracts the file from the package.
 fetch() {
   local package=$1 file=$2 found
   echo "clips: fetching $package"
-  download() { (cd "$scratch" && apt-get -qq -o APT::Sandbox::User=root download "$package" </dev/null); }
-  # The machine may not have fetched package lists yet.
-  download 2>/dev/null || { apt-get -qq update </dev/null && download; }
+  download "$package" ||
+    { echo "clips: cannot fetch $package of Debian $release from this machine's mirror" >&2; cat "$log" >&2; exit 1; }
   dpkg-deb -x "$scratch/$package"_*.deb "$scratch/$package"
   found=$(find "$scratch/$package" -name "$file" | head -n 1)
   [ -n "$found" ] || { echo "clips: $package no longer contains $file; choose another clip" >&2; exit 1; }

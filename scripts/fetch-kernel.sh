@@ -21,7 +21,7 @@ esac
 deps=$(cd "$(dirname "$0")/.." && pwd)/build/deps
 kernel=$deps/kernel
 # Increment when the set of files changes: a folder with another number is fetched again.
-recipe=1
+recipe=2
 if [ -e "$kernel/.recipe-$recipe" ]; then
   echo "kernel: build/deps/kernel is up to date"
   exit 0
@@ -54,22 +54,44 @@ fi
 echo "kernel: unpacking $package"
 mkdir "$scratch/unpacked" "$scratch/kept"
 folders=()
-for folder in drivers/media drivers/usb drivers/virtio fs/9p fs/fscache fs/netfs net/9p; do
-  folders+=("./lib/modules/*/kernel/$folder/*")
+for folder in drivers/media drivers/usb drivers/virtio fs net/9p; do
+  # In ./usr/lib since Debian 13.
+  folders+=("./*lib/modules/*/kernel/$folder/*")
 done
 dpkg-deb --fsys-tarfile "$scratch/$package"_*.deb |
   tar -x -C "$scratch/unpacked" --wildcards './boot/vmlinuz-*' "${folders[@]}"
-mv "$scratch"/unpacked/lib/modules/*/kernel "$scratch/kept/modules"
-# Decompresses the kernel here, because under software emulation that takes longer than booting.
-python3 - "$scratch"/unpacked/boot/vmlinuz-* "$scratch/kept/vmlinux" <<'UNPACK'
+mv "$(find "$scratch/unpacked" -type d -path '*/modules/*/kernel')" "$scratch/kept/modules"
+# Decompresses the kernel and its modules here, because under software emulation that takes longer than booting.
+python3 - "$scratch"/unpacked/boot/vmlinuz-* "$scratch/kept" <<'UNPACK'
 import lzma
+import struct
+import subprocess
 import sys
+from pathlib import Path
 
-packed = open(sys.argv[1], "rb").read()
-begin = packed.find(b"\xfd7zXZ\0")
-if begin < 0:
-    sys.exit("kernel: the image is not compressed with xz; update scripts/fetch-kernel.sh")
-open(sys.argv[2], "wb").write(lzma.LZMADecompressor().decompress(packed[begin:]))
+
+def decompressed(packed):
+    """The data of an xz or zstd file, which other data may follow."""
+    if packed.startswith(b"\xfd7zXZ\0"):
+        return lzma.LZMADecompressor().decompress(packed)
+    if packed.startswith(b"\x28\xb5\x2f\xfd"):
+        return subprocess.run(["zstd", "-dc"], input=packed, stdout=subprocess.PIPE, check=True).stdout
+    sys.exit("kernel: unknown compression; update scripts/fetch-kernel.sh")
+
+
+def payload(image):
+    """The compressed kernel in a boot image (Linux/x86 boot protocol 2.08: setup_sects, payload_offset and _length)."""
+    offset, length = struct.unpack_from("<II", image, 0x248)
+    begin = (image[0x1F1] + 1) * 512 + offset
+    # The last four bytes are the size of the decompressed kernel.
+    return image[begin:begin + length - 4]
+
+
+image, kept = map(Path, sys.argv[1:])
+(kept / "vmlinux").write_bytes(decompressed(payload(image.read_bytes())))
+for module in (kept / "modules").rglob("*.ko.xz"):
+    module.with_suffix("").write_bytes(decompressed(module.read_bytes()))
+    module.unlink()
 UNPACK
 touch "$scratch/kept/.recipe-$recipe"
 rm -rf "$kernel"

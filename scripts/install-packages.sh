@@ -28,7 +28,7 @@ demo=(
 native=(
   "${demo[@]}" acpica-tools busybox-static clang clang-format clang-tidy cpio ffmpeg git libbenchmark-dev
   "libclang-rt-$clang-dev" libgmock-dev libgtest-dev libusbredirparser-dev llvm mandoc python3 python3-clang
-  python3-pytest python3-yaml qemu-system-x86 v4l-utils valgrind
+  python3-pytest python3-yaml qemu-system-x86 v4l-utils valgrind zstd
 )
 bench=(
   ca-certificates dpkg-dev ffmpeg gcc gstreamer1.0-plugins-bad gstreamer1.0-plugins-base gstreamer1.0-plugins-ugly
