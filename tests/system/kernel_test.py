@@ -13,7 +13,7 @@ import tempfile
 import time
 from pathlib import Path
 
-from virtual_machine import BootTimeout, Machine, MachineError, QemuUnavailable, environment_for_guest, require_qemu
+from virtual_machine import BootTimeout, Machine, MachineError, QemuUnavailable, require_qemu
 from topologies import METADATA_REASON, TOPOLOGIES
 
 # The exit code that ctest reports as "skipped".
@@ -83,8 +83,7 @@ def guest_script(topology, binaries, options):
     """The guest's script, which runs all scenes of the topology."""
     lines = [f"cd {shlex.quote(str(binaries))} || exit 1"]
     lines.append(f"TIMEOUT={10 * options.camera_timeout}  # in tenths of a second")
-    variables = {"NUVEQ_KERNEL_CONTROL": CONTROL_LINE, "NUVEQ_KERNEL_TOPOLOGY": topology.name,
-                 **environment_for_guest()}
+    variables = {"NUVEQ_KERNEL_CONTROL": CONTROL_LINE, "NUVEQ_KERNEL_TOPOLOGY": topology.name}
     lines += [f"export {name}={shlex.quote(value)}" for name, value in variables.items()]
     lines += [GUEST_FUNCTIONS, f"exec 3<>{CONTROL_LINE}"]
     # Loads the tool's libraries over 9p while the cameras are being enumerated.

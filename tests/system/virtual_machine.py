@@ -5,7 +5,6 @@ to a shared folder. Over a serial line it reports its progress and asks the host
 """
 
 import ctypes
-import os
 import platform
 import select
 import shutil
@@ -106,7 +105,7 @@ class CameraProcess:
         self.expect_success()
 
     def expect_success(self):
-        """Waits for the process, which exits on SIGTERM and at power-off. The exit code shows sanitizer findings."""
+        """Waits for the process, which exits on SIGTERM and at power-off."""
         if self._process is not None:
             code = self._process.wait(START_TIMEOUT)
             if code != 0:
@@ -275,8 +274,3 @@ class Machine:
         except (MachineError, OSError, subprocess.TimeoutExpired) as error:
             self.error = str(error)
         return "error " + self.error
-
-
-def environment_for_guest():
-    """The sanitizer options of this process, for the guest's programs."""
-    return {name: value for name, value in os.environ.items() if name.endswith("SAN_OPTIONS")}
