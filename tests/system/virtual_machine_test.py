@@ -1,4 +1,4 @@
-"""Tests of kernel_test.py with fake programs: every failure of the virtual machine is reported.
+"""Tests of topology_test.py with fake programs: every failure of the virtual machine is reported.
 
 Environment: KERNEL_FOLDER is the output folder of scripts/fetch-kernel.sh.
 """
@@ -14,7 +14,8 @@ import pytest
 
 from virtual_machine import QemuUnavailable, require_qemu
 
-RUNNER = Path(__file__).parent / "kernel_test.py"
+COMMAND = [sys.executable, "-B", "-m", "pytest", "-s", "--no-header",
+           f"{Path(__file__).parent}/topology_test.py::test_no_built_in"]
 KERNEL = Path(os.environ["KERNEL_FOLDER"])
 DID_NOT_RUN = 77
 
@@ -44,7 +45,7 @@ def processes_with(text):
 
 
 class Runner:
-    """kernel_test.py with programs in the folder scratch."""
+    """Runs a topology with programs in the folder scratch."""
 
     def __init__(self, scratch):
         self.folder = scratch
@@ -55,14 +56,14 @@ class Runner:
         (self.folder / name).write_text(text)
         (self.folder / name).chmod(0o755)
 
-    def command(self, *options, kernel=KERNEL):
-        return [sys.executable, "-B", RUNNER, "--bin", self.folder, "--kernel", kernel, "--camera-timeout", "0", *options,
-                "no_built_in"]
+    def environment(self, **variables):
+        """The variables of topology_test.py."""
+        return {**os.environ, "KERNEL_BIN": str(self.folder), "KERNEL_CAMERA_TIMEOUT": "0", **variables}
 
-    def run(self, *options, code=1, path=None, **places):
-        """Runs a topology, checks the exit code and returns the output."""
-        result = subprocess.run(self.command(*options, **places), env={**os.environ, "PATH": path or os.environ["PATH"]},
-                                stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=280)
+    def run(self, code=1, **variables):
+        """Checks the exit code and returns the output."""
+        result = subprocess.run(COMMAND, env=self.environment(**variables), stdin=subprocess.DEVNULL,
+                                stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=280)
         output = result.stdout.decode(errors="replace")
         assert result.returncode == code, output
         return output
@@ -78,36 +79,36 @@ def runner(scratch):
 
 
 def test_kernel_panic_fails_with_the_end_of_the_console(runner):
-    output = runner.run("--append", "rdinit=/nothing")
-    assert "FAILED  the kernel did not boot; QEMU exited with 0; the end of the console:" in output
+    output = runner.run(KERNEL_APPEND="rdinit=/nothing")
+    assert "the kernel did not boot; QEMU exited with 0; the end of the console:" in output
     assert "Kernel panic" in output.split("the end of the console:")[1]
 
 
 def test_boot_timeout_fails_after_one_retry(runner):
-    output = runner.run("--boot-timeout", "0.01")
-    assert "retrying:" in output
-    assert "FAILED  the kernel does not boot (waited 0.01 s); the end of the console:" in output
+    first, second = runner.run(KERNEL_BOOT_TIMEOUT="0.01").split("retrying:")
+    for output in (first, second):
+        assert "the kernel does not boot (waited 0.01 s); the end of the console:" in output
 
 
 def test_invalid_kernel_image_fails(runner):
     kernel = runner.folder / "kernel"
     shutil.copytree(KERNEL / "modules", kernel / "modules")
     (kernel / "vmlinux").write_text("not a kernel")
-    assert re.search("FAILED  (QEMU did not start|the kernel did not boot); QEMU exited with 1;", runner.run(kernel=kernel))
+    output = runner.run(KERNEL_FOLDER=str(kernel))
+    assert re.search("(QEMU did not start|the kernel did not boot); QEMU exited with 1;", output)
 
 
 def test_missing_kernel_fails(runner):
-    assert "fetch the kernel with scripts/fetch-kernel.sh" in runner.run(kernel=runner.folder / "nowhere")
+    assert "fetch the kernel with scripts/fetch-kernel.sh" in runner.run(KERNEL_FOLDER=str(runner.folder / "nowhere"))
 
 
-POWERED_OFF = "FAILED  the guest powered off before it had finished; QEMU exited with 0;"
+POWERED_OFF = "the guest powered off before it had finished; QEMU exited with 0;"
 
 
 @pytest.mark.parametrize("name, commands, reports", [
-    ("uvc_camera", "exit 4", ["FAILED  the camera plug_in did not start; it exited with 4"]),
-    ("uvc_camera", "echo ready; exit 5", ["FAILED  the camera plug_in exited with 5"]),
-    ("kernel_tests", "kill -SEGV $$", ["FAILED  the tests in the guest pass\n        they exited with 139",
-                                       "ok      list exits with 3\nFAILED  list prints JSON"]),
+    ("uvc_camera", "exit 4", ["the camera plug_in did not start; it exited with 4"]),
+    ("uvc_camera", "echo ready; exit 5", ["the camera plug_in exited with 5"]),
+    ("kernel_tests", "kill -SEGV $$", ["only, tests: exits with 139", "only, nuveqcam list: not JSON"]),
     # A loop of builtins, because it has to keep running until the power-off, after the file systems are gone.
     ("kernel_tests", "echo o >/proc/sysrq-trigger; while :; do :; done", [POWERED_OFF]),
     ("kernel_tests", "mount -o remount,bind,ro /run/share", ["tests.code: Read-only file system", POWERED_OFF])])
@@ -122,7 +123,7 @@ def test_terminated_run_leaves_no_files_and_no_processes(runner):
     temporary = runner.folder / "temporary"
     temporary.mkdir()
     runner.write_program("kernel_tests", "#!/bin/sh\necho working\nsleep 100\n")
-    with subprocess.Popen(runner.command(), env={**os.environ, "TMPDIR": str(temporary)}, text=True,
+    with subprocess.Popen(COMMAND, env=runner.environment(TMPDIR=str(temporary)), text=True,
                           stdin=subprocess.DEVNULL, stdout=subprocess.PIPE) as process:
         while "working" not in (line := process.stdout.readline()):
             assert line, "the runner exited"
@@ -133,11 +134,11 @@ def test_terminated_run_leaves_no_files_and_no_processes(runner):
 
 
 def test_run_without_qemu_is_skipped(runner):
-    output = runner.run(code=DID_NOT_RUN, path=str(runner.folder))
+    output = runner.run(code=DID_NOT_RUN, PATH=str(runner.folder))
     assert "DID NOT RUN: qemu-system-x86_64 is not installed" in output
 
 
 def test_run_with_unusable_qemu_is_skipped(runner):
     runner.write_program("qemu-system-x86_64", "#!/bin/sh\necho no executable memory\nexit 1\n")
-    output = runner.run(code=DID_NOT_RUN, path=f"{runner.folder}:{os.environ['PATH']}")
+    output = runner.run(code=DID_NOT_RUN, PATH=f"{runner.folder}:{os.environ['PATH']}")
     assert "DID NOT RUN: qemu-system-x86_64 cannot run here: no executable memory" in output

@@ -3,8 +3,8 @@
 Instruction counts hardly depend on the machine and its load. Environment: COST_PROGRAM (frame_path_cost),
 COST_ENCODER_LIBRARY (encoder_library_cost), COST_VALGRIND (valgrind).
 
-The limits are about 10 % above the measured values, more for small ones (bench/results/instructions.md). Lower them when
-the library improves; raise them only for a good reason.
+The limits are about 10 % above the measured values, more for small ones (bench/results/instructions.md). Lower them
+when the library improves; raise them only for a good reason.
 """
 
 import functools

@@ -72,7 +72,7 @@ std::string Environment(const char* name) {
   const char* const value = std::getenv(name);  // NOLINT(concurrency-mt-unsafe): no setenv in this program
   if (value == nullptr) {
     throw std::runtime_error(std::string(name) +
-                             " is not set; start this program with tests/system/kernel_test.py");
+                             " is not set; start this program with tests/system/topology_test.py");
   }
   return value;
 }
