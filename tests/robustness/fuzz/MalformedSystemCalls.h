@@ -2,6 +2,10 @@
 // as past the end of the input, means a well-formed result, other values an error or a malformed result.
 // Mapped memory always exists: the library cannot defend itself against a kernel that returns an invalid
 // mapping.
+//
+// Not based on FakeSystemCalls, which replaces formats that it does not offer and rejects calls that do not
+// fit its state, so that input after a malformed result would be without effect. Its buffers are whole pages,
+// in which AddressSanitizer does not detect overruns; the mappings here are heap blocks of the exact size.
 #pragma once
 
 #include <linux/videodev2.h>
