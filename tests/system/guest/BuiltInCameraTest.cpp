@@ -199,7 +199,7 @@ TEST_F(BuiltInCamera, CannotBeOpenedWhileAnotherProgramHoldsIt) {
   const nuveqcam::LibraryLog log(nullptr);
   EXPECT_EQ(OpenAt(smallest), -1001);
   ExpectOneMoreBlock();
-  EXPECT_THAT(log.Lines(), Contains(HasSubstr("Set camera parameter fail, error:-2147024726")));
+  EXPECT_THAT(log.Lines(), Contains(HasSubstr("-2147024726")));
   EXPECT_EQ(Close(), 0);
 
   other.End();

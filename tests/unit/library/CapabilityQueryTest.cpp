@@ -20,8 +20,8 @@ using scripted::PlugInCamera;
 using scripted::Yuy2;
 using ::testing::Contains;
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::StartsWith;
 
 // The bytes of a value, with those between its fields.
 template <typename T>
@@ -89,8 +89,8 @@ TEST_F(CapabilityQuery, ActionIsReportedBetweenTwoLogLines) {
   EXPECT_EQ(Query(), NUVEQ_CAMERA_NOT_USABLE);
   const std::vector<std::string> journal = platform.Journal();
   const std::vector<std::string> end(journal.end() - 3, journal.end());
-  EXPECT_THAT(end, ElementsAre(HasSubstr("report camera driver error"),
-                               "action callback null 1 type 7 \"440\"", HasSubstr("Can not find PC Camera")));
+  EXPECT_THAT(end,
+              ElementsAre(StartsWith("log: "), "action callback null 1 type 7 \"440\"", StartsWith("log: ")));
 }
 
 TEST_F(CapabilityQuery, NullArgumentsAreRefused) {
