@@ -119,24 +119,28 @@ Rows ReadCamera() {
 
 // --- The open ---
 
-Outcome NoEncoder(const std::string& event) {
-  return {NUVEQ_CAMERA_ENCODER_FAILED, {event, "fail to init video encoder"}};
+Outcome NoEncoder(const std::string& event, Left left = Left::kNothing) {
+  return {NUVEQ_CAMERA_ENCODER_FAILED, {event, "fail to init video encoder"}, left};
 }
 
-Outcome NotOpened(const Events& events, State state = State::kPartialGraph) {
-  return {NUVEQ_CAMERA_GRAPH_FAILED, events + Events{"fail to open camera"}, state};
+Outcome NotOpened(const Events& events, Left left = Left::kGrabber) {
+  return {NUVEQ_CAMERA_GRAPH_FAILED, events + Events{"fail to open camera"}, left};
 }
 
-Outcome NoGraph(const std::string& event, State state) {
-  return NotOpened({event, "InitCameraBasicInfo fail. cameraId:0"}, state);
+Outcome NoGraph(const std::string& event, Left left) {
+  return NotOpened({event, "InitCameraBasicInfo fail. cameraId:0"}, left);
 }
 
-Outcome NoDevice(const Events& events) { return NotOpened(events + Events{"AddDeviceFilter fail."}); }
+Outcome NoDevice(const Events& events) {
+  return NotOpened(events + Events{"AddDeviceFilter fail."}, Left::kGraph);
+}
 
 // The camera is not among the devices any more; the graph refuses the null filter.
 Outcome NoDeviceToAdd() { return NoDevice({"AddFilter fail, error: -2147467261"}); }
 
-Outcome NoGrabber(const Events& events) { return NotOpened(events + Events{"AddSampleGrabberFilter fail."}); }
+Outcome NoGrabber(const Events& events) {
+  return NotOpened(events + Events{"AddSampleGrabberFilter fail."}, Left::kCamera);
+}
 
 Outcome NotConfigured(const std::string& event) { return NoGrabber({event, "ConfigSampleGrabber fail."}); }
 
@@ -149,17 +153,17 @@ Rows SetUpEncoder() {
 
 // A buffer without memory loses its frame.
 Rows AllocateBuffers() {
-  return Rows(5, {"VideoFrame::AllocBuffer", NoEncoder("AllocBuffer fail."), kNoEffect});
+  return Rows(5, {"VideoFrame::AllocBuffer", NoEncoder("AllocBuffer fail.", Left::kEncoder), kNoEffect});
 }
 
 Rows CreateGraph() {
   return {
       {"CoCreateInstance(CLSID_FilterGraph, 3, IID_IGraphBuilder)",
-       NoGraph("CoCreateInstance fail, error: %", State::kNoGraph)},
+       NoGraph("CoCreateInstance fail, error: %", Left::kPool)},
       {"IUnknown::QueryInterface(graph, IID_IMediaControl)",
-       NoGraph("QueryInterface IID_IMediaControl fail, error: %", State::kNoGraph)},
+       NoGraph("QueryInterface IID_IMediaControl fail, error: %", Left::kPool)},
       {"IUnknown::QueryInterface(graph, IID_IMediaEvent)",
-       NoGraph("QueryInterface IID_IMediaEvent fail, error: %", State::kNoCompletion)},
+       NoGraph("QueryInterface IID_IMediaEvent fail, error: %", Left::kControl)},
   };
 }
 
@@ -193,9 +197,9 @@ Rows BuildAndRunGraph() {
       {"IGraphBuilder::Connect", NotOpened({"fail to Connect pin, error: %"})},
 
       {"IMediaControl::Run",
-       Outcome{NUVEQ_CAMERA_GRAPH_FAILED, {"fail to update service status, error: %"}, State::kOpen}},
+       Outcome{NUVEQ_CAMERA_GRAPH_FAILED, {"fail to update service status, error: %"}, Left::kGrabber}},
       {"IMediaEvent::WaitForCompletion", kNoEffect},
-      {"std::thread", Outcome{NUVEQ_CAMERA_GRAPH_FAILED, {}, State::kOpen}},
+      {"std::thread", Outcome{NUVEQ_CAMERA_GRAPH_FAILED, {}, Left::kGrabber}},
   };
 }
 
@@ -231,15 +235,52 @@ const std::map<std::string, Rows>& Table() {
   return table;
 }
 
-Outcome OpenAfterFailure(State state) {
+// Without a close, an open only replaces the encoder.
+DeterminedStep OpenWithoutClose(State state) {
   if (state == State::kOpen) {
-    return {NUVEQ_CAMERA_ALREADY_OPEN, {"Start open camera", "Camera is already open.", kOpenReport}};
+    return {{NUVEQ_CAMERA_ALREADY_OPEN, {"Start open camera", "Camera is already open.", kOpenReport}}, {}};
   }
-  return {NUVEQ_CAMERA_ENCODER_FAILED,
-          {"Start open camera", "AllocBuffer fail.", "fail to init video encoder"}};
+  return {
+      {NUVEQ_CAMERA_ENCODER_FAILED, {"Start open camera", "AllocBuffer fail.", "fail to init video encoder"}},
+      SetUpEncoder()};
+}
+
+DeterminedStep OpenWithoutCamera() {
+  return {NoDevice({"Start open camera", "start OpenCamera, width:64, height:48, fps:30",
+                    "BindDeviceFilter fail."}),
+          SetUpEncoder() + AllocateBuffers() + CreateGraph()};
+}
+
+// Only a complete graph is stopped, and only one with both interfaces is waited for.
+DeterminedStep CloseAfterFailedOpen(State state) {
+  switch (state) {
+    case State::kPartialGraph:
+      return {{NUVEQ_CAMERA_CLOSED, {"CloseCameraInner.", kCloseReport}},
+              {{"IMediaEvent::WaitForCompletion", kNoEffect}}};
+    case State::kNoCompletion:
+      return {{NUVEQ_CAMERA_CLOSE_INCOMPLETE, {"CloseCameraInner.", kCloseReport}}, {}};
+    default:
+      return {{NUVEQ_CAMERA_CLOSE_INCOMPLETE, {"CloseCameraInner."}}, {}};
+  }
 }
 
 }  // namespace
+
+std::vector<std::string> LabelsOf(Left left) {
+  std::vector<std::string> labels;
+  const auto add = [&](Left from, const std::vector<std::string>& more) {
+    if (left >= from) {
+      labels.insert(labels.end(), more.begin(), more.end());
+    }
+  };
+  add(Left::kEncoder, {"encoder"});
+  add(Left::kPool, std::vector<std::string>(5, "frame"));
+  // The module stays loaded while only a close can release the graph.
+  add(Left::kControl, {"pin of the module", left == Left::kControl ? "graph: 1" : "graph: 2"});
+  add(Left::kCamera, {"built-in: 1", "built-in.capture: 1"});
+  add(Left::kGrabber, {"grabber: 1", "grabber.in: 1", "grabber.out: 1"});
+  return labels;
+}
 
 bool CanFail(const std::string& operation) {
   static const std::set<std::string> withoutResult = {
@@ -260,21 +301,18 @@ std::vector<int> ResultsWithoutMemory(const std::string& step) {
   return step == "query" ? std::vector<int>{NUVEQ_CAMERA_NOT_USABLE} : std::vector<int>{};
 }
 
-std::optional<Outcome> OutcomeAfterFailure(const std::string& step, State state, bool hasCamera) {
+std::optional<DeterminedStep> StepAfterFailure(const std::string& step, State state, bool hasCamera) {
   if (step == "open" && state != State::kClosed) {
-    return OpenAfterFailure(state);
+    return OpenWithoutClose(state);
   }
   if (step == "open" && !hasCamera) {
-    return NoDevice(
-        {"Start open camera", "start OpenCamera, width:64, height:48, fps:30", "BindDeviceFilter fail."});
+    return OpenWithoutCamera();
   }
   if (step == "close" && state != State::kOpen) {
-    const bool hasGraph = state == State::kPartialGraph || state == State::kNoCompletion;
-    return Outcome{state == State::kPartialGraph ? NUVEQ_CAMERA_CLOSED : NUVEQ_CAMERA_CLOSE_INCOMPLETE,
-                   hasGraph ? Events{"CloseCameraInner.", kCloseReport} : Events{"CloseCameraInner."}};
+    return CloseAfterFailedOpen(state);
   }
   if (step == "unload" && state != State::kOpen) {
-    return Outcome{0, {}};
+    return DeterminedStep{{0, {}}, {}};
   }
   return std::nullopt;
 }

@@ -17,12 +17,26 @@ enum class State {
   kNoGraph        // no open succeeds, and a close has no effect: unload the library
 };
 
+// Objects that an open leaves. Each stage includes the previous ones.
+enum class Left {
+  kNothing,
+  kEncoder,
+  kPool,
+  kControl,  // the graph, and the pin of the module
+  kGraph,    // the graph with both interfaces
+  kCamera,
+  kGrabber
+};
+
+// Returns the labels of the objects, without that of the format, which each open reads and leaves by design.
+std::vector<std::string> LabelsOf(Left left);
+
 // What the host sees of a step, or of the rest of a step after a failure.
 struct Outcome {
   int result;
   // Log lines, callbacks and outputs, in order. "%" is the code of the failed call.
   std::vector<std::string> events;
-  State state = State::kClosed;  // of a failed open
+  Left left = Left::kNothing;  // by an open
 };
 
 // A platform call. Without an outcome its failure has no effect: the step continues, and the host sees what
@@ -48,8 +62,14 @@ const std::vector<Row>& RowsOf(const std::string& step);
 // allocated is lost without a failure.
 std::vector<int> ResultsWithoutMemory(const std::string& step);
 
-// Returns the outcome of a step if an earlier failure determines it: the state that an open has left, and
-// whether the last query has found a camera.
-std::optional<Outcome> OutcomeAfterFailure(const std::string& step, State state, bool hasCamera);
+// A step whose outcome an earlier failure determines.
+struct DeterminedStep {
+  Outcome outcome;
+  std::vector<Row> rows;  // its calls that can fail, in order
+};
+
+// Returns the step if it is determined by the state that an open has left, or because the last query has not
+// found a camera.
+std::optional<DeterminedStep> StepAfterFailure(const std::string& step, State state, bool hasCamera);
 
 }  // namespace fault

@@ -26,6 +26,8 @@ class RunChecker {
   void CheckCallFailures(const Step& step, const Outcome& unfailed) const;
   void CheckAllocationFailures(const Step& step, const Outcome& unfailed) const;
   void CheckObjects(const Step& step) const;
+  // Expects exactly the objects of a failed or successful open.
+  void CheckLeft(const Step& step, Left left) const;
   void UpdateState(const Step& step);
 
   // The first step of each name in the run without a failure.

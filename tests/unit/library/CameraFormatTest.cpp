@@ -1,4 +1,4 @@
-// Output format of the camera and of the sample grabber. OpenFailureTest.cpp tests their failures,
+// Output format of the camera and of the sample grabber. The fault injection tests their failures,
 // MalformedInputFromPlatformTest.cpp unusual format blocks.
 #include "support/CameraOperatorTest.h"
 

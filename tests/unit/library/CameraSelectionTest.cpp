@@ -1,4 +1,4 @@
-// Finding, counting and binding the built-in camera. QueryFailureTest.cpp tests the failure of each call.
+// Finding, counting and binding the built-in camera. The fault injection tests the failure of each call.
 #include "support/CameraOperatorTest.h"
 
 namespace {

@@ -1,4 +1,4 @@
-// Assembly of the capture graph. OpenFailureTest.cpp tests the failure of each step.
+// Assembly of the capture graph. The fault injection tests the failure of each call.
 #include "support/CameraOperatorTest.h"
 
 namespace {

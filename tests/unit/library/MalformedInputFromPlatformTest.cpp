@@ -53,7 +53,7 @@ class MalformedInputFromPlatform : public CameraHandlerTest {
   }
 };
 
-// --- Null with success, which QueryFailureTest.cpp and OpenFailureTest.cpp test for the other calls ---
+// --- Null with success, which the fault injection tests for the other calls ---
 
 TEST_F(MalformedInputFromPlatform, PinInformationWithoutFilterIsAccepted) {
   platform.SetPc(LaptopPc({Yuy2(640, 480, 30)}));

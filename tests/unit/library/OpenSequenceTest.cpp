@@ -1,4 +1,4 @@
-// The open request: order of steps, encoder parameters and reports. OpenFailureTest.cpp tests the failure of
+// The open request: order of steps, encoder parameters and reports. The fault injection tests the failure of
 // each call, InvalidInputFromHostTest.cpp the arguments.
 #include "support/CameraHandlerTest.h"
 
@@ -12,6 +12,7 @@ using support::LoadedLibrary;
 using OpenSequence = CameraHandlerTest;
 using scripted::Fails;
 using scripted::SFalse;
+using scripted::SucceedsWithNull;
 using ::testing::Contains;
 using ::testing::IsEmpty;
 
@@ -108,6 +109,13 @@ TEST_F(OpenSequence, RateDeterminesIntervalAndKeyFrameInterval) {
     EXPECT_EQ(Close(), NUVEQ_CAMERA_CLOSED);
     platform.DisposeOf("current media type");
   }
+}
+
+TEST_F(OpenSequence, NullEncoderIsReleased) {
+  QueryAndRelease();
+  platform.AnswersNth("VideoEncoder::CreateDefaultEncoder", 1, SucceedsWithNull());
+  EXPECT_EQ(Open(), NUVEQ_CAMERA_ENCODER_FAILED);
+  EXPECT_EQ(platform.Calls().back(), "VideoEncoder::ReleaseEncoder(null)");
 }
 
 TEST_F(OpenSequence, FailedWaitForFirstFrameIsIgnored) {
