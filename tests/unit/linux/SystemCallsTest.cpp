@@ -29,7 +29,7 @@ class SystemCallsTest : public ::testing::Test {
   }
 
   v4l2::SystemCalls calls;
-  std::unique_ptr<std::FILE, decltype(&std::fclose)> m_file{std::tmpfile(), &std::fclose};
+  std::unique_ptr<std::FILE, int (*)(std::FILE*)> m_file{std::tmpfile(), &std::fclose};
   std::string m_path;
 };
 
