@@ -18,11 +18,11 @@ function(nuveq_licence name)
   install(CODE "${code}")
 endfunction()
 
-# nuveq_dependency_licence(NAME INCLUDE_FOLDER): installs the licence of a library from the prefix of its headers,
-# where scripts/bootstrap-deps.sh or vcpkg has installed it.
+# nuveq_dependency_licence(NAME INCLUDE_FOLDER [CANDIDATE...]): installs the licence of a library from the prefix of its
+# headers, where scripts/bootstrap-deps.sh or vcpkg has installed it, or the first candidate that exists.
 function(nuveq_dependency_licence name include)
   get_filename_component(prefix ${include} DIRECTORY)
-  nuveq_licence(${name} ${prefix}/share/licences/${name}.txt ${prefix}/share/${name}/copyright)
+  nuveq_licence(${name} ${prefix}/share/licences/${name}.txt ${prefix}/share/${name}/copyright ${ARGN})
 endfunction()
 
 # nuveq_third_party(COMPONENT VERSION LICENCE FILES TEXTS): adds a row to the index.
@@ -51,6 +51,14 @@ else()
   set(file ${NUVEQ_INSTALL_PRIVATE_DIR}/$<TARGET_SONAME_FILE_NAME:log4cplus::log4cplus>)
 endif()
 nuveq_third_party(log4cplus "${log4cplus_VERSION}" "BSD-2-Clause or Apache-2.0, by file" ${file} log4cplus.txt)
+
+if(TARGET nuveqcam)
+  # A header with the implementation. Debian installs its licence in another place.
+  nuveq_dependency_licence(stb ${STB_INCLUDE_DIR} /usr/share/doc/libstb-dev/copyright)
+  file(STRINGS ${STB_INCLUDE_DIR}/stb_image_write.h line LIMIT_COUNT 1)
+  string(REGEX MATCH "[0-9.]+" version "${line}")
+  nuveq_third_party(stb_image_write "${version}" "MIT or public domain" "in bin/$<TARGET_FILE_NAME:nuveqcam>" stb.txt)
+endif()
 
 set(NUVEQ_THIRD_PARTY_NOTES "")
 if(WIN32)

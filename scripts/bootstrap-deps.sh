@@ -10,7 +10,7 @@ usage: scripts/bootstrap-deps.sh native | windows
 Builds the dependencies into build/deps/<target>, unless they are up to date.
   native    log4cplus with wide characters, shared (Debian's package supports only narrow characters)
   windows   log4cplus for Windows x86-64, and static libraries that Debian ships only for Linux: OpenH264, libyuv, and
-            for the tests GoogleTest and libjpeg-turbo
+            for the tests GoogleTest and libjpeg-turbo; the headers of stb
 USAGE
 }
 
@@ -102,6 +102,13 @@ build_turbojpeg() {
   rm -rf "$build"
 }
 
+# The system's folder of headers must not be searched by the cross compiler.
+copy_stb() {
+  mkdir -p "$prefix/include" "$prefix/share/licences"
+  cp /usr/include/stb/stb_image.h /usr/include/stb/stb_image_write.h "$prefix/include"
+  cp /usr/share/doc/libstb-dev/copyright "$prefix/share/licences/stb.txt"
+}
+
 build_for_windows() {
   fetch_sources log4cplus openh264 libyuv libjpeg-turbo
   build_log4cplus
@@ -109,6 +116,7 @@ build_for_windows() {
   # Debian's build of libyuv includes tools and cannot install for Windows.
   build_with_cmake libyuv "$top/cmake/libyuv" -DLIBYUV_SOURCE_DIR="$sources/libyuv"
   build_turbojpeg
+  copy_stb
   build_with_cmake googletest /usr/src/googletest
   keep_licences log4cplus openh264 libyuv
 }

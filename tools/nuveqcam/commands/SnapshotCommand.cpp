@@ -5,6 +5,7 @@
 #include "cli/Text.h"
 #include "commands/Commands.h"
 #include "picture/Picture.h"
+#include "picture/Png.h"
 #include "recording/OutputFile.h"
 
 namespace nuveqcam {

@@ -1,6 +1,9 @@
-// Pictures: decoded from packets, encoded as PNG.
+// Pictures decoded from packets.
 #pragma once
 
+#include <wels/codec_api.h>
+
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -17,24 +20,27 @@ struct Picture {
 
 class PictureDecoder {
  public:
-  // Throws Failure (kUnexpected) if there is no H.264 decoder.
+  // Throws Failure (kUnexpected) if the decoder cannot be started.
   PictureDecoder();
-  PictureDecoder(const PictureDecoder&) = delete;
-  PictureDecoder& operator=(const PictureDecoder&) = delete;
-  ~PictureDecoder();
 
   // Decodes the next packet. Returns true if it produced a picture, false also for invalid data.
   bool Decode(const Packet& packet);
-  // The picture; valid after Decode has returned true, until the next Decode. Colors are converted from
-  // BT.601 limited range, which cameras and the encoder library use. Throws Failure (kUnexpected).
+
+  // The picture and its size in pixels; valid after Decode has returned true, until the next Decode.
+  std::uint32_t Width() const;
+  std::uint32_t Height() const;
+  // Colors are converted from BT.601 limited range, which cameras and the encoder library use. Throws Failure
+  // (kUnexpected).
   Picture Current() const;
 
  private:
-  class Decoder;
-  std::unique_ptr<Decoder> m_decoder;
-};
+  struct DecoderDeleter {
+    void operator()(ISVCDecoder* decoder) const;
+  };
 
-// The picture as a PNG file. Throws Failure (kUnexpected).
-std::vector<std::uint8_t> EncodePng(const Picture& picture);
+  std::unique_ptr<ISVCDecoder, DecoderDeleter> m_decoder;
+  std::array<unsigned char*, 3> m_planes{};  // owned by the decoder
+  SBufferInfo m_info{};
+};
 
 }  // namespace nuveqcam
