@@ -1,5 +1,8 @@
-# The target windows_runtime copies the DLLs that the product needs into its folder, without debug information: log4cplus
-# and the compiler's runtime. The runtime is shared because C++ objects cross DLL boundaries.
+# The target windows_runtime copies the DLLs that the product needs into its folder, without debug information.
+#
+# NUVEQ_RUNTIME_DLLS  those that the library needs: log4cplus and the compiler's runtime. The runtime is shared because
+#                     C++ objects cross DLL boundaries.
+# NUVEQ_TOOL_DLLS     those that only nuveqcam needs: FFmpeg
 include_guard()
 
 set(NUVEQ_RUNTIME_DLLS)
@@ -18,8 +21,14 @@ endif()
 get_target_property(log4cplus_dll log4cplus::log4cplus IMPORTED_LOCATION_RELEASE)
 list(APPEND NUVEQ_RUNTIME_DLLS ${log4cplus_dll})
 
+set(NUVEQ_TOOL_DLLS)
+foreach(library avformat avcodec avutil)
+  get_target_property(file FFmpeg::${library} IMPORTED_LOCATION)
+  list(APPEND NUVEQ_TOOL_DLLS ${file})
+endforeach()
+
 set(copies)
-foreach(file IN LISTS NUVEQ_RUNTIME_DLLS)
+foreach(file IN LISTS NUVEQ_RUNTIME_DLLS NUVEQ_TOOL_DLLS)
   get_filename_component(name ${file} NAME)
   set(copy ${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/${name})
   if(MINGW)

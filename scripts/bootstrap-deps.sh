@@ -9,8 +9,8 @@ usage: scripts/bootstrap-deps.sh native | windows
 
 Builds the dependencies into build/deps/<target>, unless they are up to date.
   native    log4cplus with wide characters, shared (Debian's package supports only narrow characters)
-  windows   log4cplus for Windows x86-64, and static libraries that Debian ships only for Linux: OpenH264, libyuv, and
-            for the tests GoogleTest and libjpeg-turbo; the headers of stb
+  windows   log4cplus and FFmpeg's MP4 muxer for Windows x86-64, shared, and static libraries that Debian ships only for
+            Linux: OpenH264, libyuv, and for the tests GoogleTest and libjpeg-turbo; the headers of stb
 USAGE
 }
 
@@ -102,6 +102,28 @@ build_turbojpeg() {
   rm -rf "$build"
 }
 
+# The MP4 muxer as DLLs, for nuveqcam.
+build_ffmpeg() {
+  echo "dependencies: building ffmpeg for $target"
+  local build=$deps/build-$target-ffmpeg cross=x86_64-w64-mingw32
+  rm -rf "$build"
+  mkdir "$build"
+  # The libraries contain the options of configure and paths of sources, so neither may have paths of this machine.
+  ln -s "$sources/ffmpeg" "$build/src"
+  (
+    cd "$build"
+    src/configure --prefix=/ --enable-cross-compile --target-os=mingw32 --arch=x86_64 --cross-prefix=$cross- \
+      --cc=$cross-gcc-posix --enable-shared --disable-static --disable-everything --enable-muxer=mp4 --disable-autodetect \
+      --disable-network --disable-asm --enable-small --disable-debug --disable-programs --disable-doc --disable-avdevice \
+      --disable-avfilter --disable-swscale --disable-swresample \
+      --extra-ldflags=-Wl,--dynamicbase,--nxcompat,--high-entropy-va
+    make -j"$(nproc)" DESTDIR="$prefix" install-libs install-headers
+  ) >>"$log" 2>&1
+  mkdir -p "$prefix/share/licences"
+  cp "$sources/ffmpeg/COPYING.LGPLv2.1" "$prefix/share/licences/ffmpeg.txt"
+  rm -rf "$build"
+}
+
 # The system's folder of headers must not be searched by the cross compiler.
 copy_stb() {
   mkdir -p "$prefix/include" "$prefix/share/licences"
@@ -110,8 +132,9 @@ copy_stb() {
 }
 
 build_for_windows() {
-  fetch_sources log4cplus openh264 libyuv libjpeg-turbo
+  fetch_sources log4cplus ffmpeg openh264 libyuv libjpeg-turbo
   build_log4cplus
+  build_ffmpeg
   build_openh264
   # Debian's build of libyuv includes tools and cannot install for Windows.
   build_with_cmake libyuv "$top/cmake/libyuv" -DLIBYUV_SOURCE_DIR="$sources/libyuv"

@@ -42,8 +42,10 @@ def test_incomplete_installation_is_reported_with_the_path_of_the_library(tool, 
     """Only the files that the program needs to start are installed, and some more."""
     installed = tool.folder.parent / "bin"
     installed.mkdir()
-    for name in ("nuveqcam.exe", "liblog4cplus.dll", "libstdc++-6.dll", "libgcc_s_seh-1.dll", "libwinpthread-1.dll", *more):
-        shutil.copy(Path(PROGRAM).parent / name, installed)
+    for name in ("nuveqcam.exe", "liblog4cplus.dll", "libstdc++-6.dll", "libgcc_s_seh-1.dll", "libwinpthread-1.dll",
+                 "avcodec-*.dll", "avformat-*.dll", "avutil-*.dll", *more):
+        [file] = Path(PROGRAM).parent.glob(name)
+        shutil.copy(file, installed)
     _, err = tool.run("list", program=installed / "nuveqcam.exe", code=UNEXPECTED,
                       env={**os.environ, "NUVEQ_WINEPREFIX": str(Path(PROGRAM).parent.parent / "wine")})
     assert re.match("nuveqcam: cannot load the camera library "

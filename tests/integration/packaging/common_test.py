@@ -14,6 +14,9 @@ from package_tool import (ARCHIVE, BUILD, C_COMPILER, CMAKE, CONSUMER, FOLDER, I
 LICENCES = PACKAGE / ("share/licences" if IS_WINDOWS else "share/doc/nuveqcamerahandler/licences")
 # Binaries without code of other projects. On Windows the encoder library contains its dependencies.
 OWN = re.compile("nuveq" if IS_WINDOWS else "nuveq|MultiMediaEncoder")
+# The DLLs that a host needs.
+HOST_DLLS = {"libnuveqcamerahandler.dll", "MultiMediaEncoder.dll", "liblog4cplus.dll", "libstdc++-6.dll",
+             "libgcc_s_seh-1.dll", "libwinpthread-1.dll"} if IS_WINDOWS else set()
 
 
 def names_in_archive():
@@ -80,6 +83,8 @@ def test_cmake_projects_in_c_and_cxx_use_the_package(scratch, prefix):
     for name in ("consumer_c", "consumer_cxx"):
         program = build / "bin" / (name + (".exe" if IS_WINDOWS else ""))
         assert result_of(scratch, program) == (0, "table 0, null -2")
+    # The DLLs of the tool alone are not among them.
+    assert {path.name for path in (build / "bin").glob("*.dll")} == HOST_DLLS
 
 
 def test_cmake_rejects_a_request_for_another_version(scratch):

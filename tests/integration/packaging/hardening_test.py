@@ -13,7 +13,7 @@ from package_tool import BUILD, C_COMPILER, IS_WINDOWS, SOURCE, binaries, result
 OWN = ({"libnuveqcamerahandler.dll": False, "MultiMediaEncoder.dll": False, "nuveqcam.exe": False} if IS_WINDOWS else
        {"libnuveqcamerahandler.so": True, "libMultiMediaEncoder.so": False, "libnuveqplatform.so": True,
         "libnuveqsimulated.so": False, "nuveqcam": True})
-MIN_BINARIES = 6 if IS_WINDOWS else 5
+MIN_BINARIES = 10 if IS_WINDOWS else 5
 # Options that disable all mitigations.
 WEAK_COMPILE_OPTIONS = ["-O2", "-fno-stack-protector", "-U_FORTIFY_SOURCE"]
 WEAK_LINK_OPTIONS = (

@@ -64,6 +64,13 @@ def files_below(folder):
 
 
 def expected_files():
-    """Returns the package's file list."""
+    """Returns the package's file list. A pattern in the list stands for the file of the build folder that matches."""
     lines = (Path(__file__).parent / ("windows_files.txt" if IS_WINDOWS else "linux_files.txt")).read_text().splitlines()
-    return sorted(line for line in lines if line and not line.startswith("#"))
+    names = []
+    for line in lines:
+        if "*" in line:
+            [match] = BUILD.glob(line)
+            names.append(str(match.relative_to(BUILD)))
+        elif line and not line.startswith("#"):
+            names.append(line)
+    return sorted(names)

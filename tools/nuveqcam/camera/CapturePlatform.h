@@ -14,11 +14,11 @@ struct CaptureDeviceInfo {
   std::string exclusionReason;  // human-readable; empty for the built-in camera
 };
 
-// Initializes the OS and third-party libraries for a thread that calls the camera library. Must outlive all
-// such calls. Throws Failure (kUnexpected).
+// Initializes the OS for a thread that calls the camera library. Must outlive all such calls. Throws Failure
+// (kUnexpected).
 class SystemSession {
  public:
-  explicit SystemSession(bool isVerbose);
+  SystemSession();
   SystemSession(const SystemSession&) = delete;
   SystemSession& operator=(const SystemSession&) = delete;
   // NOLINTNEXTLINE(performance-trivially-destructible): not trivial on Windows

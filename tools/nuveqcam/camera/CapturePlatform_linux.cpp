@@ -8,13 +8,11 @@
 #include "cli/Text.h"
 #include "devices/DeviceProvider.h"
 #include "graph/StreamStats.h"
-#include "recording/Libav.h"
 #include "simulated/SimulatedPc.h"
 
 namespace nuveqcam {
 
-// libav's messages add nothing to those of the tool.
-SystemSession::SystemSession(bool isVerbose) { av_log_set_level(isVerbose ? AV_LOG_ERROR : AV_LOG_QUIET); }
+SystemSession::SystemSession() = default;
 
 SystemSession::~SystemSession() = default;
 

@@ -81,7 +81,7 @@ std::vector<NamedMoniker> EnumerateCaptureDevices() {
 }  // namespace
 
 // The camera library initializes COM for the same apartment type.
-SystemSession::SystemSession(bool /*isVerbose*/) {
+SystemSession::SystemSession() {
   if (const HRESULT result = CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED); result < 0) {
     throw Failure(ExitCode::kUnexpected, "cannot initialize COM: " + ComMessage(result));
   }

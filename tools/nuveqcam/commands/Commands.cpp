@@ -35,7 +35,7 @@ void PrintFailure(const Console& console, const std::string& text) {
 
 ExitCode RunTool(const Options& options, const Console& console, const Timeouts& timeouts) {
   try {
-    const SystemSession session(options.isVerbose);
+    const SystemSession session;
     if (options.isSimulated) {
       UseSimulatedPc(options.clip);
     }

@@ -38,7 +38,7 @@ class RawWriter : public PacketWriter {
 };
 
 // Creates the writer for a kind of recording at a nominal frame rate. The file must outlive it. Throws
-// Failure for a kind that the system does not support.
+// Failure (kCannotWrite) if an MP4 file cannot be written to the output.
 std::unique_ptr<PacketWriter> MakePacketWriter(OutputKind kind, OutputFile& file, std::uint32_t fps);
 
 }  // namespace nuveqcam

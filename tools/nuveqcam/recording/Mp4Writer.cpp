@@ -1,12 +1,23 @@
 #include "recording/Mp4Writer.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <new>
+#include <string>
 #include <utility>
 
+extern "C" {
+#include <libavutil/error.h>
+#include <libavutil/log.h>
+#include <libavutil/mathematics.h>
+#include <libavutil/mem.h>
+}
+
 #include "cli/Failure.h"
+#include "picture/Picture.h"
 #include "recording/AnnexB.h"
 
 namespace nuveqcam {
@@ -15,26 +26,37 @@ namespace {
 constexpr int kTicksPerSecond = 90000;
 constexpr int kBufferSize = 64 * 1024;
 
+// Throws std::bad_alloc for null, libav's out-of-memory result.
+template <typename T>
+LibavPtr<T> MakeLibavPtr(T* object) {
+  if (object == nullptr) {
+    throw std::bad_alloc();
+  }
+  return LibavPtr<T>(object);
+}
+
+// Throws Failure (kUnexpected) if the result is an error: "cannot <action>: <libav's message>; ...".
+void RequireLibav(int result, const char* action) {
+  if (result >= 0) {
+    return;
+  }
+  std::array<char, AV_ERROR_MAX_STRING_SIZE> text{};
+  av_strerror(result, text.data(), text.size());
+  throw Failure(ExitCode::kUnexpected, std::string("cannot ") + action + ": " + text.data() +
+                                           "; record to an .h264 file instead, or report this");
+}
+
 // Reads the size from the stream. It can differ from the requested one: the encoder uses the even size below
 // an odd size.
 void ReadStreamSize(const Packet& packet, AVCodecParameters& parameters) {
-  const auto parser = MakeLibavPtr(av_parser_init(AV_CODEC_ID_H264));
-  const auto context = MakeLibavPtr(avcodec_alloc_context3(nullptr));
-  parser->flags |= PARSER_FLAG_COMPLETE_FRAMES;
-  // libav reads past the end of its input.
-  std::vector<std::uint8_t> bytes = packet.bytes;
-  bytes.resize(bytes.size() + AV_INPUT_BUFFER_PADDING_SIZE);
-  std::uint8_t* unit = nullptr;
-  int unitSize = 0;
-  av_parser_parse2(parser.get(), context.get(), &unit, &unitSize, bytes.data(),
-                   static_cast<int>(packet.bytes.size()), AV_NOPTS_VALUE, AV_NOPTS_VALUE, 0);
-  if (parser->width <= 0 || parser->height <= 0) {
+  PictureDecoder decoder;
+  if (!decoder.Decode(packet)) {
     throw Failure(
         ExitCode::kCannotWrite,
         "cannot begin the MP4 file: the picture size cannot be read from the stream; try .h264 with -o");
   }
-  parameters.width = parser->width;
-  parameters.height = parser->height;
+  parameters.width = static_cast<int>(decoder.Width());
+  parameters.height = static_cast<int>(decoder.Height());
 }
 
 void SetExtradata(const std::vector<std::uint8_t>& bytes, AVCodecParameters& parameters) {
@@ -56,6 +78,8 @@ Mp4Writer::Mp4Writer(OutputFile& file, std::uint32_t fps)
                       ": an MP4 file must be seekable; choose a regular file, or .h264, "
                       "with -o");
   }
+  // The results of its functions name the errors.
+  av_log_set_level(AV_LOG_QUIET);
 }
 
 void Mp4Writer::Write(const Packet& packet, FrameClock::Seconds time) {
@@ -82,8 +106,13 @@ void Mp4Writer::Begin(const Packet& first) {
         ExitCode::kUnexpected,
         "the stream does not begin with a key frame; record to an .h264 file instead, or report this");
   }
-  m_io = MakeLibavPtr(avio_alloc_context(static_cast<unsigned char*>(av_malloc(kBufferSize)), kBufferSize, 1,
-                                         this, nullptr, WriteBytes, Seek));
+  auto* const buffer = static_cast<unsigned char*>(av_malloc(kBufferSize));
+  m_io.reset(buffer == nullptr ? nullptr
+                               : avio_alloc_context(buffer, kBufferSize, 1, this, nullptr, WriteBytes, Seek));
+  if (m_io == nullptr) {
+    av_free(buffer);
+    throw std::bad_alloc();
+  }
   AVFormatContext* container = nullptr;
   avformat_alloc_output_context2(&container, nullptr, "mp4", nullptr);
   m_container = MakeLibavPtr(container);

@@ -1,0 +1,41 @@
+# Finds FFmpeg's shared libraries. Defines FFmpeg_VERSION, and for each component NAME (avformat, avcodec, avutil) the
+# imported target FFmpeg::NAME. On Windows the location of a target is the DLL.
+include(FindPackageHandleStandardArgs)
+
+foreach(name IN LISTS FFmpeg_FIND_COMPONENTS)
+  find_path(FFmpeg_${name}_INCLUDE_DIR lib${name}/${name}.h)
+  find_library(FFmpeg_${name}_LIBRARY ${name})
+  mark_as_advanced(FFmpeg_${name}_INCLUDE_DIR FFmpeg_${name}_LIBRARY)
+  set(FFmpeg_${name}_FOUND FALSE)
+  if(FFmpeg_${name}_INCLUDE_DIR AND FFmpeg_${name}_LIBRARY)
+    set(FFmpeg_${name}_FOUND TRUE)
+  endif()
+  if(WIN32 AND FFmpeg_${name}_FOUND)
+    # The name of the DLL contains the version of its interface.
+    get_filename_component(prefix ${FFmpeg_${name}_INCLUDE_DIR} DIRECTORY)
+    file(GLOB dll ${prefix}/bin/${name}-*.dll)
+    list(LENGTH dll count)
+    if(NOT count EQUAL 1)
+      set(FFmpeg_${name}_FOUND FALSE)
+    endif()
+  endif()
+  if(FFmpeg_${name}_FOUND AND NOT TARGET FFmpeg::${name})
+    add_library(FFmpeg::${name} SHARED IMPORTED)
+    set_target_properties(FFmpeg::${name} PROPERTIES
+        INTERFACE_INCLUDE_DIRECTORIES ${FFmpeg_${name}_INCLUDE_DIR})
+    if(WIN32)
+      set_target_properties(FFmpeg::${name} PROPERTIES
+          IMPORTED_IMPLIB ${FFmpeg_${name}_LIBRARY} IMPORTED_LOCATION ${dll})
+    else()
+      set_target_properties(FFmpeg::${name} PROPERTIES IMPORTED_LOCATION ${FFmpeg_${name}_LIBRARY})
+    endif()
+  endif()
+endforeach()
+
+find_file(FFmpeg_VERSION_HEADER libavutil/ffversion.h)
+mark_as_advanced(FFmpeg_VERSION_HEADER)
+if(FFmpeg_VERSION_HEADER)
+  file(STRINGS ${FFmpeg_VERSION_HEADER} line REGEX "define FFMPEG_VERSION ")
+  string(REGEX REPLACE ".*\"(.*)\".*" "\\1" FFmpeg_VERSION "${line}")
+endif()
+find_package_handle_standard_args(FFmpeg REQUIRED_VARS FFmpeg_VERSION_HEADER VERSION_VAR FFmpeg_VERSION HANDLE_COMPONENTS)
