@@ -16,7 +16,7 @@ CAMERA = [] if IS_WINDOWS else ["--simulated"]
 BUILT_IN = "usb#vid_04f2&pid_b6be&mi_00#6&1a2b3c&0&0000" if IS_WINDOWS else "simulated"
 PLUG_IN = "usb#vid_046d&pid_0825&mi_00#7&2fd3c3a&0&0000" if IS_WINDOWS else "simulated"
 # The default output of a recording.
-RECORDING = "camera.h264" if IS_WINDOWS else "camera.mp4"
+RECORDING = "camera.mp4"
 LIBRARY = Path(PROGRAM).parent / ("libnuveqcamerahandler.dll" if IS_WINDOWS else "libnuveqcamerahandler.so")
 if IS_WINDOWS:
     RUNNER = os.path.abspath(os.environ["NUVEQCAM_RUNNER"])

@@ -7,7 +7,7 @@ import time
 
 import pytest
 
-from nuveqcam_tool import (CANNOT_OPEN, ENDED_EARLY, SMALL, check_recording, is_pending, wait_until,
+from nuveqcam_tool import (CANNOT_OPEN, ENDED_EARLY, RECORDING, SMALL, check_recording, is_pending, wait_until,
                            wait_until_blocked_writing)
 
 # The low eight bits of STATUS_CONTROL_C_EXIT: Wine's process exit status has only these.
@@ -45,7 +45,7 @@ def test_disconnect_ends_and_keeps_a_recording(tool, seconds, amount):
     out, err = run_with_camera(tool, {"NUVEQ_FIXTURE_LOST_AFTER": "20"}, "record", "--seconds", seconds, code=ENDED_EARLY)
     assert re.fullmatch(rf"nuveqcam: no packets from the camera for 10 s; recorded \d+\.\d\d s{amount}, complete up to that "
                         r"point; check with 'nuveqcam list' that the camera is present, then try again\n", err)
-    assert check_recording(tool.file("camera.h264"), out) == 20
+    assert check_recording(tool.file(RECORDING), out) == 20
 
 
 def test_disconnect_during_a_snapshot_leaves_nothing(tool):

@@ -4,7 +4,7 @@ namespace nuveqcam {
 
 const SystemTraits& ThisSystem() {
   static constexpr SystemTraits kWindows{
-      .recordsMp4 = false,
+      .recordsMp4 = true,
       .hasSimulatedPc = false,
       .libraryFile = "libnuveqcamerahandler.dll",
       .librarySearchPlaces = "in the program's\n                     folder",
