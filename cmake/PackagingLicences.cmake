@@ -2,6 +2,7 @@
 #
 # A missing licence text is an error only when a package is created, not for builds.
 include_guard()
+include(ReadHeaderVersion)
 
 # nuveq_licence(NAME CANDIDATE...): installs the first candidate that exists as NAME.txt.
 function(nuveq_licence name)
@@ -31,18 +32,6 @@ function(nuveq_third_party component version licence files texts)
                "| ${component} | ${version} | ${licence} | ${files} | ${texts} |\n")
 endfunction()
 
-# nuveq_read_version(VARIABLE HEADER EXPRESSION...): reads a version number from macros of a header.
-function(nuveq_read_version variable header)
-  set(numbers)
-  foreach(expression IN LISTS ARGN)
-    file(STRINGS ${header} line REGEX "define ${expression}[ (]")
-    string(REGEX MATCH "${expression}[ (]+([0-9]+)" found "${line}")
-    list(APPEND numbers ${CMAKE_MATCH_1})
-  endforeach()
-  list(JOIN numbers . numbers)
-  set(${variable} ${numbers} PARENT_SCOPE)
-endfunction()
-
 get_target_property(include log4cplus::log4cplus INTERFACE_INCLUDE_DIRECTORIES)
 nuveq_dependency_licence(log4cplus ${include})
 if(WIN32)
@@ -67,13 +56,10 @@ if(WIN32)
   if(TARGET nuveqcam)
     string(APPEND files ", in bin/nuveqcam.exe")
   endif()
-  nuveq_dependency_licence(openh264 ${OPENH264_INCLUDE_DIR})
-  nuveq_read_version(version ${OPENH264_INCLUDE_DIR}/wels/codec_ver.h
-                     OPENH264_MAJOR OPENH264_MINOR OPENH264_REVISION)
-  nuveq_third_party(OpenH264 ${version} BSD-2-Clause "${files}" openh264.txt)
-  nuveq_dependency_licence(libyuv ${LIBYUV_INCLUDE_DIR})
-  nuveq_read_version(version ${LIBYUV_INCLUDE_DIR}/libyuv/version.h LIBYUV_VERSION)
-  nuveq_third_party(libyuv ${version} BSD-3-Clause "${files}" libyuv.txt)
+  nuveq_dependency_licence(openh264 ${OpenH264_INCLUDE_DIR})
+  nuveq_third_party(OpenH264 ${OpenH264_VERSION} BSD-2-Clause "${files}" openh264.txt)
+  nuveq_dependency_licence(libyuv ${LibYUV_INCLUDE_DIR})
+  nuveq_third_party(libyuv ${LibYUV_VERSION} BSD-3-Clause "${files}" libyuv.txt)
   file(READ ${PROJECT_SOURCE_DIR}/packaging/openh264-note.md note)
   string(APPEND NUVEQ_THIRD_PARTY_NOTES "${note}")
   # DLLs that only the tool needs.
@@ -106,8 +92,8 @@ if(MINGW)
   find_file(NUVEQ_MINGW_VERSION_HEADER _mingw_mac.h
             PATHS /usr/share/mingw-w64/include /usr/x86_64-w64-mingw32/include REQUIRED)
   mark_as_advanced(NUVEQ_MINGW_VERSION_HEADER)
-  nuveq_read_version(version ${NUVEQ_MINGW_VERSION_HEADER}
-                     __MINGW64_VERSION_MAJOR __MINGW64_VERSION_MINOR __MINGW64_VERSION_BUGFIX)
+  nuveq_read_header_version(version ${NUVEQ_MINGW_VERSION_HEADER}
+                            __MINGW64_VERSION_MAJOR __MINGW64_VERSION_MINOR __MINGW64_VERSION_BUGFIX)
   nuveq_third_party("winpthreads, of mingw-w64" ${version} "MIT and BSD-3-Clause" bin/libwinpthread-1.dll
                     mingw-w64.txt)
   nuveq_third_party("mingw-w64 C runtime start-up" ${version} "public domain and ZPL-2.1"
