@@ -11,27 +11,27 @@ include(CheckCXXSourceCompiles)
 
 if(MINGW)
   # The defaults of ld since binutils 2.36, set explicitly because the documentation guarantees them.
-  add_link_options(LINKER:--dynamicbase,--nxcompat,--high-entropy-va)
+  list(APPEND NUVEQ_LINK_OPTIONS LINKER:--dynamicbase,--nxcompat,--high-entropy-va)
 
   # StackProtector.cpp replaces libssp, GCC's runtime for the stack protector. As a DLL, libssp would have to be shipped;
   # as a static library, it loads the system's random number provider from a constructor, where no DLL may be loaded.
   #
   # Fortified functions are not available without libssp. No call in this project would use one: the compiler knows none
   # of the buffer sizes.
-  add_library(stack_protector STATIC ${CMAKE_CURRENT_LIST_DIR}/../platform/windows/StackProtector.cpp)
+  list(APPEND NUVEQ_COMPILE_OPTIONS -fstack-protector-strong)
+  nuveq_add_library(stack_protector STATIC ${CMAKE_CURRENT_LIST_DIR}/../platform/windows/StackProtector.cpp)
   target_compile_options(stack_protector PRIVATE -fno-stack-protector)
-  add_compile_options(-fstack-protector-strong)
-  link_libraries(stack_protector)
+  list(APPEND NUVEQ_LINK_LIBRARIES stack_protector)
   return()
 endif()
 
-add_compile_options(-fstack-protector-strong)
+list(APPEND NUVEQ_COMPILE_OPTIONS -fstack-protector-strong)
 foreach(option -fstack-clash-protection -fcf-protection=full)
   # Not available on every architecture.
   string(MAKE_C_IDENTIFIER "NUVEQ_HAS${option}" has)
   check_cxx_compiler_flag(${option} ${has})
   if(${has})
-    add_compile_options(${option})
+    list(APPEND NUVEQ_COMPILE_OPTIONS ${option})
   endif()
 endforeach()
 
@@ -49,9 +49,10 @@ if(NUVEQ_HAS_FORTIFY_3)
   set(level 3)
 endif()
 set(optimised $<CONFIG:Release,RelWithDebInfo,MinSizeRel>)
-add_compile_options("$<${optimised}:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=${level}>")
+list(APPEND NUVEQ_COMPILE_OPTIONS
+     $<${optimised}:-U_FORTIFY_SOURCE> $<${optimised}:-D_FORTIFY_SOURCE=${level}>)
 
-add_link_options(LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack)
+list(APPEND NUVEQ_LINK_OPTIONS LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack)
 # Links programs as position-independent; CMAKE_POSITION_INDEPENDENT_CODE compiles them as such.
 include(CheckPIESupported)
 check_pie_supported(LANGUAGES C CXX)

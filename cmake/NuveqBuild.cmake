@@ -1,4 +1,4 @@
-# Settings that every target of the project shares.
+# Settings of all targets of the project.
 include_guard()
 
 set(CMAKE_CXX_STANDARD 20)
@@ -19,26 +19,49 @@ set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
 set(CMAKE_BUILD_RPATH $ORIGIN)
 
 set(NUVEQ_INSTRUMENTATION "" CACHE STRING "Compiler and linker options of a sanitizer or for coverage")
-add_compile_options(${NUVEQ_INSTRUMENTATION})
-add_link_options(${NUVEQ_INSTRUMENTATION})
+
+# What nuveq_add_library and nuveq_add_executable give to a target. Warnings are errors in the presets.
+set(NUVEQ_COMPILE_OPTIONS ${NUVEQ_INSTRUMENTATION})
+set(NUVEQ_LINK_OPTIONS ${NUVEQ_INSTRUMENTATION})
+set(NUVEQ_LINK_LIBRARIES)
 
 if(MSVC)
   # Not part of the automatic builds.
-  add_compile_options(/W4 /WX /permissive- /utf-8 /Zc:__cplusplus)
+  list(APPEND NUVEQ_COMPILE_OPTIONS /W4 /permissive- /utf-8 /Zc:__cplusplus)
 else()
-  set(NUVEQ_WARNINGS
-      -Wall -Wextra -Wpedantic -Werror -Wconversion -Wsign-conversion -Wcast-qual -Wformat=2 -Wundef
-      -Wnull-dereference -Wdouble-promotion)
+  list(APPEND NUVEQ_COMPILE_OPTIONS
+       -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wcast-qual -Wformat=2 -Wundef -Wnull-dereference
+       -Wdouble-promotion $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast>)
   if(NOT CMAKE_UNITY_BUILD)
     # In a unity build a local name may hide a name of another source.
-    list(APPEND NUVEQ_WARNINGS -Wshadow)
+    list(APPEND NUVEQ_COMPILE_OPTIONS -Wshadow)
   endif()
-  add_compile_options(${NUVEQ_WARNINGS} $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast>)
 endif()
 if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND NOT WIN32)
   # Libraries with GNU unique symbols cannot be unloaded.
-  add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-fno-gnu-unique>)
+  list(APPEND NUVEQ_COMPILE_OPTIONS $<$<COMPILE_LANGUAGE:CXX>:-fno-gnu-unique>)
 endif()
+
+# nuveq_add_library(NAME TYPE SOURCE...): add_library with the options above.
+function(nuveq_add_library target)
+  add_library(${target} ${ARGN})
+  nuveq_set_build_options(${target})
+endfunction()
+
+# nuveq_add_executable(NAME SOURCE...): add_executable with the options above.
+function(nuveq_add_executable target)
+  add_executable(${target} ${ARGN})
+  nuveq_set_build_options(${target})
+endfunction()
+
+function(nuveq_set_build_options target)
+  target_compile_options(${target} PRIVATE ${NUVEQ_COMPILE_OPTIONS})
+  get_target_property(type ${target} TYPE)
+  if(type MATCHES "EXECUTABLE|SHARED_LIBRARY|MODULE_LIBRARY")
+    target_link_options(${target} PRIVATE ${NUVEQ_LINK_OPTIONS})
+    target_link_libraries(${target} PRIVATE ${NUVEQ_LINK_LIBRARIES})
+  endif()
+endfunction()
 
 include(Hardening)
 
