@@ -1,4 +1,4 @@
-# Fails unless HEADER declares VERSION, the version of the CMake project.
+# Fails unless HEADER and the manifest of vcpkg, VCPKG, declare VERSION, the version of the CMake project.
 file(READ ${HEADER} header)
 string(REPLACE "." ";" parts ${VERSION})
 list(GET parts 0 MAJOR)
@@ -15,3 +15,9 @@ foreach(line IN LISTS expected)
     message(FATAL_ERROR "${HEADER} lacks '${line}'; the project's version is ${VERSION}")
   endif()
 endforeach()
+
+file(READ ${VCPKG} manifest)
+string(JSON declared GET "${manifest}" version)
+if(NOT declared STREQUAL VERSION)
+  message(FATAL_ERROR "${VCPKG} declares ${declared}; the project's version is ${VERSION}")
+endif()

@@ -11,8 +11,12 @@ import pytest
 from nuveqcam_tool import BUILT_IN, CAMERA, IS_WINDOWS, LIBRARY, PLUG_IN, PROGRAM, UNEXPECTED, USAGE
 
 
-def test_version(tool):
-    assert tool.run("--version") == (f"nuveqcam {os.environ['NUVEQCAM_VERSION']}\n", "")
+def test_version_of_the_tool_and_its_libraries(tool):
+    out, err = tool.run("--version")
+    assert err == ""
+    tool_line, *libraries = out.splitlines()
+    assert tool_line == f"nuveqcam {os.environ['NUVEQCAM_VERSION']}"
+    assert [re.fullmatch(r"(\w+) \d+(\.\d+)*", line)[1] for line in libraries][:3] == ["log4cplus", "OpenH264", "libyuv"]
 
 
 @pytest.mark.parametrize("command", ["", "list", "record", "snapshot", "doctor"])

@@ -2,6 +2,8 @@
 
 #include <string_view>
 
+#include "cli/Version.h"
+
 namespace nuveqcam {
 namespace {
 
@@ -110,7 +112,7 @@ constexpr const char* kGlobalRest =
   --library FILE     camera library to load
                      (default: @LIBRARY@)
   -h, --help         print this text
-  --version          print the version
+  --version          print the versions of nuveqcam and of its libraries
 
 exit codes:
   0  success
@@ -155,6 +157,6 @@ std::string HelpText(Command command, const SystemTraits& system) {
   return kTool + global;
 }
 
-std::string VersionText() { return "nuveqcam " NUVEQ_VERSION "\n"; }
+std::string VersionText() { return "nuveqcam " NUVEQ_VERSION "\n" + LibraryVersions(); }
 
 }  // namespace nuveqcam
