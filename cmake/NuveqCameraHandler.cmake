@@ -38,8 +38,11 @@ function(nuveq_add_camera_handler target)
     # The file name does not depend on the compiler, because hosts load the library by name.
     set_target_properties(${target} PROPERTIES PREFIX lib)
   endif()
-  target_link_libraries(${target} PUBLIC nuveq_headers
-                        PRIVATE camera_handler_objects ${host_logger} ${arg_PLATFORM})
+  # An interface library, because CMake exports the names of shared libraries that a target links directly.
+  add_library(${target}_platform INTERFACE)
+  target_link_libraries(${target}_platform INTERFACE ${host_logger} ${arg_PLATFORM})
+  target_link_libraries(${target} PUBLIC $<BUILD_INTERFACE:nuveq_headers>
+                        PRIVATE camera_handler_objects ${target}_platform)
   # Exports one symbol. Visibility settings are not enough: template instances of the standard library would stay
   # visible.
   nuveq_export_only(${target} ${PROJECT_SOURCE_DIR}/cmake/nuveqcamerahandler.map)

@@ -1,4 +1,4 @@
-# Licences of the third-party code in the packages, and the index that names each component.
+# The third-party code in the packages: the licences, the index that names each component, and the bill of materials.
 #
 # A missing licence text is an error only when a package is created, not for builds.
 include_guard()
@@ -8,7 +8,8 @@ include(ReadHeaderVersion)
 function(nuveq_licence name)
   foreach(candidate IN LISTS ARGN)
     if(EXISTS ${candidate})
-      install(FILES ${candidate} DESTINATION ${NUVEQ_INSTALL_LICENCE_DIR} RENAME ${name}.txt)
+      install(FILES ${candidate} DESTINATION ${NUVEQ_INSTALL_LICENCE_DIR} RENAME ${name}.txt COMPONENT archive)
+      set_property(GLOBAL PROPERTY NUVEQ_LICENCE_${name} ${candidate})
       return()
     endif()
   endforeach()
@@ -16,7 +17,7 @@ function(nuveq_licence name)
   string(CONCAT code
       "message(FATAL_ERROR \"Licence text of ${name} not found; searched: ${ARGN}. scripts/bootstrap-deps.sh installs "
       "the texts of the libraries that it builds: remove the dependency's prefix and run the script again\")")
-  install(CODE "${code}")
+  install(CODE "${code}" ALL_COMPONENTS)
 endfunction()
 
 # nuveq_dependency_licence(NAME INCLUDE_FOLDER [CANDIDATE...]): installs the licence of a library from the prefix of its
@@ -26,48 +27,74 @@ function(nuveq_dependency_licence name include)
   nuveq_licence(${name} ${prefix}/share/licences/${name}.txt ${prefix}/share/${name}/copyright ${ARGN})
 endfunction()
 
-# nuveq_third_party(COMPONENT VERSION LICENCE FILES TEXTS): adds a row to the index.
-function(nuveq_third_party component version licence files texts)
+# nuveq_third_party(NAME name VERSION version LICENCE expression [FILES file...] [IN file...] LICENCES name...)
+#
+# Adds a component to the index and to the bills of materials of the packages that contain it. LICENCE is an SPDX
+# expression. FILES are the files of the component, IN binaries of the project that contain its code; both are relative
+# to the install prefix. LICENCES are names of nuveq_licence.
+function(nuveq_third_party)
+  cmake_parse_arguments(PARSE_ARGV 0 arg "" "NAME;VERSION;LICENCE" "FILES;IN;LICENCES")
+  set(texts)
+  foreach(name IN LISTS arg_LICENCES)
+    get_property(text GLOBAL PROPERTY NUVEQ_LICENCE_${name})
+    list(APPEND texts ${text})
+  endforeach()
   set_property(GLOBAL APPEND_STRING PROPERTY NUVEQ_THIRD_PARTY
-               "| ${component} | ${version} | ${licence} | ${files} | ${texts} |\n")
+               "nuveq_component([[${arg_NAME}]] [[${arg_VERSION}]] [[${arg_LICENCE}]] [[${arg_FILES}]] [[${arg_IN}]] [[${texts}]])\n")
+  set(places ${arg_FILES} ${arg_IN})
+  list(TRANSFORM arg_IN PREPEND "in ")
+  list(JOIN arg_FILES ", " files)
+  list(JOIN arg_IN ", " in)
+  if(files AND in)
+    string(APPEND files ", ")
+  endif()
+  list(TRANSFORM arg_LICENCES APPEND .txt)
+  list(JOIN arg_LICENCES ", " licences)
+  set_property(GLOBAL APPEND_STRING PROPERTY NUVEQ_THIRD_PARTY_ROWS
+               "| ${arg_NAME} | ${arg_VERSION} | ${arg_LICENCE} | ${files}${in} | ${licences} |\n")
 endfunction()
 
 get_target_property(include log4cplus::log4cplus INTERFACE_INCLUDE_DIRECTORIES)
 nuveq_dependency_licence(log4cplus ${include})
 if(WIN32)
-  set(file bin/$<TARGET_FILE_NAME:log4cplus::log4cplus>)
+  set(file bin/liblog4cplus.dll)
 else()
-  set(file ${NUVEQ_INSTALL_PRIVATE_DIR}/$<TARGET_SONAME_FILE_NAME:log4cplus::log4cplus>)
+  get_target_property(configuration log4cplus::log4cplus IMPORTED_CONFIGURATIONS)
+  list(GET configuration 0 configuration)
+  get_target_property(soname log4cplus::log4cplus IMPORTED_SONAME_${configuration})
+  set(NUVEQ_LOG4CPLUS_FILE ${soname})
+  set(file ${NUVEQ_INSTALL_PRIVATE_DIR}/${soname})
 endif()
-nuveq_third_party(log4cplus "${log4cplus_VERSION}" "BSD-2-Clause or Apache-2.0, by file" ${file} log4cplus.txt)
+nuveq_third_party(NAME log4cplus VERSION "${log4cplus_VERSION}" LICENCE "BSD-2-Clause AND Apache-2.0"
+                  FILES ${file} LICENCES log4cplus)
 
 if(TARGET nuveqcam)
   # A header with the implementation. Debian installs its licence in another place.
   nuveq_dependency_licence(stb ${STB_INCLUDE_DIR} /usr/share/doc/libstb-dev/copyright)
   file(STRINGS ${STB_INCLUDE_DIR}/stb_image_write.h line LIMIT_COUNT 1)
   string(REGEX MATCH "[0-9.]+" version "${line}")
-  nuveq_third_party(stb_image_write "${version}" "MIT or public domain" "in bin/$<TARGET_FILE_NAME:nuveqcam>" stb.txt)
+  nuveq_third_party(NAME stb_image_write VERSION "${version}" LICENCE "MIT OR Unlicense"
+                    IN bin/nuveqcam${CMAKE_EXECUTABLE_SUFFIX} LICENCES stb)
 endif()
 
 set(NUVEQ_THIRD_PARTY_NOTES "")
 if(WIN32)
   # Static libraries.
-  set(files "in bin/MultiMediaEncoder.dll")
+  set(binaries bin/MultiMediaEncoder.dll)
   if(TARGET nuveqcam)
-    string(APPEND files ", in bin/nuveqcam.exe")
+    list(APPEND binaries bin/nuveqcam.exe)
   endif()
   nuveq_dependency_licence(openh264 ${OpenH264_INCLUDE_DIR})
-  nuveq_third_party(OpenH264 ${OpenH264_VERSION} BSD-2-Clause "${files}" openh264.txt)
+  nuveq_third_party(NAME OpenH264 VERSION ${OpenH264_VERSION} LICENCE BSD-2-Clause IN ${binaries} LICENCES openh264)
   nuveq_dependency_licence(libyuv ${LibYUV_INCLUDE_DIR})
-  nuveq_third_party(libyuv ${LibYUV_VERSION} BSD-3-Clause "${files}" libyuv.txt)
+  nuveq_third_party(NAME libyuv VERSION ${LibYUV_VERSION} LICENCE BSD-3-Clause IN ${binaries} LICENCES libyuv)
   file(READ ${PROJECT_SOURCE_DIR}/packaging/openh264-note.md note)
   string(APPEND NUVEQ_THIRD_PARTY_NOTES "${note}")
   # DLLs that only the tool needs.
   get_target_property(include FFmpeg::avformat INTERFACE_INCLUDE_DIRECTORIES)
   nuveq_dependency_licence(ffmpeg ${include})
   list(TRANSFORM NUVEQ_TOOL_DLLS REPLACE ".*/" "bin/" OUTPUT_VARIABLE files)
-  list(JOIN files ", " files)
-  nuveq_third_party(FFmpeg "${FFmpeg_VERSION}" LGPL-2.1-or-later "${files}" ffmpeg.txt)
+  nuveq_third_party(NAME FFmpeg VERSION "${FFmpeg_VERSION}" LICENCE LGPL-2.1-or-later FILES ${files} LICENCES ffmpeg)
   file(READ ${PROJECT_SOURCE_DIR}/packaging/ffmpeg-note.md note)
   string(APPEND NUVEQ_THIRD_PARTY_NOTES "\n${note}")
 endif()
@@ -86,18 +113,18 @@ if(MINGW)
       set(version ${debian_version})
     endif()
   endif()
-  nuveq_third_party("GCC runtime libraries" ${version}
-                    "GPL-3.0 with GCC Runtime Library Exception 3.1"
-                    "bin/libstdc++-6.dll, bin/libgcc_s_seh-1.dll" "gcc-runtime.txt, GPL-3.txt")
+  nuveq_third_party(NAME "GCC runtime libraries" VERSION ${version}
+                    LICENCE "GPL-3.0-or-later WITH GCC-exception-3.1"
+                    FILES bin/libstdc++-6.dll bin/libgcc_s_seh-1.dll LICENCES gcc-runtime GPL-3)
   find_file(NUVEQ_MINGW_VERSION_HEADER _mingw_mac.h
             PATHS /usr/share/mingw-w64/include /usr/x86_64-w64-mingw32/include REQUIRED)
   mark_as_advanced(NUVEQ_MINGW_VERSION_HEADER)
   nuveq_read_header_version(version ${NUVEQ_MINGW_VERSION_HEADER}
                             __MINGW64_VERSION_MAJOR __MINGW64_VERSION_MINOR __MINGW64_VERSION_BUGFIX)
-  nuveq_third_party("winpthreads, of mingw-w64" ${version} "MIT and BSD-3-Clause" bin/libwinpthread-1.dll
-                    mingw-w64.txt)
-  nuveq_third_party("mingw-w64 C runtime start-up" ${version} "public domain and ZPL-2.1"
-                    "in every binary of this project" mingw-w64.txt)
+  nuveq_third_party(NAME "winpthreads, of mingw-w64" VERSION ${version} LICENCE "MIT AND BSD-3-Clause"
+                    FILES bin/libwinpthread-1.dll LICENCES mingw-w64)
+  nuveq_third_party(NAME "mingw-w64 C runtime start-up" VERSION ${version} LICENCE ZPL-2.1
+                    IN ${binaries} bin/libnuveqcamerahandler.dll LICENCES mingw-w64)
   file(READ ${PROJECT_SOURCE_DIR}/packaging/gcc-runtime-note.md note)
   string(APPEND NUVEQ_THIRD_PARTY_NOTES "\n${note}")
 endif()
@@ -105,8 +132,27 @@ if(NOT WIN32)
   file(READ ${PROJECT_SOURCE_DIR}/packaging/linux-libraries-note.md NUVEQ_THIRD_PARTY_NOTES)
 endif()
 
-get_property(NUVEQ_THIRD_PARTY GLOBAL PROPERTY NUVEQ_THIRD_PARTY)
-configure_file(${PROJECT_SOURCE_DIR}/packaging/THIRD-PARTY.md.in ${CMAKE_BINARY_DIR}/packaging/THIRD-PARTY.md.in @ONLY)
-file(GENERATE OUTPUT ${CMAKE_BINARY_DIR}/packaging/THIRD-PARTY.md
-     INPUT ${CMAKE_BINARY_DIR}/packaging/THIRD-PARTY.md.in)
-install(FILES ${CMAKE_BINARY_DIR}/packaging/THIRD-PARTY.md DESTINATION ${NUVEQ_INSTALL_LICENCE_DIR})
+get_property(NUVEQ_THIRD_PARTY_ROWS GLOBAL PROPERTY NUVEQ_THIRD_PARTY_ROWS)
+configure_file(${PROJECT_SOURCE_DIR}/packaging/THIRD-PARTY.md.in ${CMAKE_BINARY_DIR}/packaging/THIRD-PARTY.md @ONLY)
+install(FILES ${CMAKE_BINARY_DIR}/packaging/THIRD-PARTY.md
+        DESTINATION ${NUVEQ_INSTALL_LICENCE_DIR} COMPONENT archive)
+get_property(components GLOBAL PROPERTY NUVEQ_THIRD_PARTY)
+file(WRITE ${CMAKE_BINARY_DIR}/packaging/third-party.cmake "${components}")
+
+# nuveq_describe_contents(COMPONENT NAME BILL [COPYRIGHT]): writes the bill of materials of the package NAME to the file
+# BILL, and the copyright file of a Debian package to COPYRIGHT, when a component is installed (archive: when all are). Must
+# come after the other rules of the component.
+function(nuveq_describe_contents component name bill)
+  set(exclude EXCLUDE_FROM_ALL)
+  if(component STREQUAL archive)
+    set(exclude)
+  endif()
+  install(CODE "set(NUVEQ_PACKAGE [[${name}]])
+set(NUVEQ_VERSION [[${PROJECT_VERSION}]])
+set(NUVEQ_BILL [[${bill}]])
+set(NUVEQ_COPYRIGHT [[${ARGN}]])
+set(NUVEQ_SCRATCH [[${CMAKE_BINARY_DIR}/packaging/${component}]])
+set(NUVEQ_THIRD_PARTY [[${CMAKE_BINARY_DIR}/packaging/third-party.cmake]])
+include([[${PROJECT_SOURCE_DIR}/packaging/describe-contents.cmake]])"
+          COMPONENT ${component} ${exclude})
+endfunction()

@@ -4,16 +4,18 @@ set -euo pipefail
 
 usage() {
   cat <<'USAGE'
-usage: scripts/fresh-check.sh [--keep] [--release RELEASE] [COMMAND...]
+usage: scripts/fresh-check.sh [--keep] [--release RELEASE] [--share FOLDER] [COMMAND...]
 
 Creates a minimal Debian in a scratch folder in ${TMPDIR:-/tmp}, clones HEAD into it and runs COMMAND there
 (default: ./check --all). Requires root and about 9 GB of disk space. Installs debootstrap if it is missing.
   --keep              keep the scratch folder and print its path
   --release RELEASE   bookworm (Debian 12) or trixie (Debian 13); the default is this machine's release
+  --share FOLDER      make the folder available as /share
 USAGE
 }
 
 keep=no
+share=
 host=$(. /etc/os-release && echo "${VERSION_CODENAME:-}")
 codename=$host
 while [ $# -gt 0 ]; do
@@ -26,6 +28,11 @@ while [ $# -gt 0 ]; do
         bookworm | trixie) shift 2 ;;
         *) echo "fresh-check: unknown release: ${codename:-(none)}" >&2; usage >&2; exit 2 ;;
       esac
+      ;;
+    --share)
+      [ -d "${2:-}" ] || { echo "fresh-check: not a folder: ${2:-(none)}" >&2; exit 2; }
+      share=$2
+      shift 2
       ;;
     -*) usage >&2; exit 2 ;;
     *) break ;;
@@ -44,7 +51,7 @@ fi
 root=$(mktemp -d "${TMPDIR:-/tmp}/fresh-check.XXXXXX")
 finish() {
   local mounted
-  for mounted in proc sys dev; do
+  for mounted in proc sys dev share; do
     ! mountpoint -q "$root/$mounted" || umount -R "$root/$mounted"
   done
   if [ "$keep" = yes ]; then
@@ -72,6 +79,10 @@ mount --rbind /sys "$root/sys"
 mount --make-rslave "$root/sys"
 mount --rbind /dev "$root/dev"
 mount --make-rslave "$root/dev"
+if [ -n "$share" ]; then
+  mkdir "$root/share"
+  mount --bind "$share" "$root/share"
+fi
 
 git clone -q --no-hardlinks "$top" "$root/project"
 # A clean environment, because the machine's locale and settings do not apply in the chroot.

@@ -22,7 +22,7 @@ case $(. /etc/os-release && echo "${ID:-}-${VERSION_ID:-}") in
 esac
 
 demo=(
-  binutils ca-certificates cmake dpkg-dev g++ libavcodec-dev libavformat-dev libavutil-dev libjpeg62-turbo-dev
+  binutils ca-certificates cmake dpkg-dev file g++ libavcodec-dev libavformat-dev libavutil-dev libjpeg62-turbo-dev
   libopenh264-dev libstb-dev libswscale-dev libturbojpeg0-dev libyuv-dev ninja-build pkg-config
 )
 native=(

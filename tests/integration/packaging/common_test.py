@@ -1,5 +1,7 @@
 """The package: its contents, and its use by hosts and from the command line after it was moved."""
 
+import hashlib
+import json
 import os
 import re
 import tarfile
@@ -7,8 +9,8 @@ import zipfile
 
 import pytest
 
-from package_tool import (ARCHIVE, BUILD, C_COMPILER, CMAKE, CONSUMER, FOLDER, INSTALLED, IS_WINDOWS, OBJDUMP,
-                          PACKAGE, PACKED, SOURCE, TOOLCHAIN, VERSION, binaries, expected_files, files_below, result_of,
+from package_tool import (ARCHIVE, BUILD, C_COMPILER, CMAKE, CONSUMER, DEBIAN_PACKAGES, FOLDER, INSTALLED, IS_WINDOWS,
+                          OBJDUMP, PACKAGE, PACKED, SOURCE, TOOLCHAIN, VERSION, binaries, expected_files, files_below, result_of,
                           run)
 
 LICENCES = PACKAGE / ("share/licences" if IS_WINDOWS else "share/doc/nuveqcamerahandler/licences")
@@ -37,7 +39,7 @@ def test_installation_contains_exactly_the_listed_files():
 
 def test_texts_contain_no_local_paths():
     for path in PACKAGE.rglob("*"):
-        if path.suffix in (".cmake", ".pc", ".md", ".def", ".h", ".c", ".1"):
+        if path.suffix in (".cmake", ".pc", ".md", ".def", ".h", ".c", ".json"):
             text = path.read_text()
             assert not [place for place in (BUILD, SOURCE, FOLDER) if str(place) in text], path
 
@@ -50,9 +52,13 @@ def test_binaries_have_64_bits_and_no_debug_information():
         assert ".debug_" not in headers, path
 
 
-def test_licence_index_lists_every_licence_and_bundled_library():
+def index_rows():
     index = (LICENCES / "THIRD-PARTY.md").read_text()
-    rows = [line.strip("| ").split(" | ") for line in index.splitlines() if line.startswith("| ")][1:]
+    return [line.strip("| ").split(" | ") for line in index.splitlines() if line.startswith("| ")][1:]
+
+
+def test_licence_index_lists_every_licence_and_bundled_library():
+    rows = index_rows()
     for row in rows:
         assert len(row) == 5, row
         assert re.match(r"\d", row[1]), f"{row[0]} has no version"
@@ -62,6 +68,44 @@ def test_licence_index_lists_every_licence_and_bundled_library():
     assert all(file.is_file() for file in files)
     assert ({file.name for file in files if not OWN.search(file.name)} ==
             {file.name for file in binaries() if not OWN.search(file.name)})
+
+
+def listed_files(components):
+    """Maps the names of the files in a bill of materials to their checksums."""
+    found = {}
+    for component in components:
+        if component["type"] == "file":
+            [checksum] = component["hashes"]
+            assert checksum["alg"] == "SHA-256"
+            found[component["name"]] = checksum["content"]
+        found |= listed_files(component.get("components", []))
+    return found
+
+
+def read_bill(path):
+    bill = json.loads(path.read_text())
+    assert (bill["bomFormat"], bill["specVersion"]) == ("CycloneDX", "1.5")
+    assert bill["metadata"]["component"]["version"] == VERSION
+    return bill["components"]
+
+
+def test_bills_of_materials_list_every_file_with_its_checksum():
+    packages = [INSTALLED, PACKAGE] + ([] if IS_WINDOWS else [path / "usr" for path in DEBIAN_PACKAGES.iterdir()])
+    assert len(packages) == (2 if IS_WINDOWS else 5)
+    for package in packages:
+        [bill] = package.rglob("*.cdx.json")
+        files = {str(path.relative_to(package)): hashlib.sha256(path.read_bytes()).hexdigest()
+                 for path in package.rglob("*") if path.is_file() and not path.is_symlink() and path != bill}
+        assert listed_files(read_bill(bill)) == files, package
+
+
+def test_bill_of_materials_lists_the_components_of_the_licence_index():
+    [bill] = PACKAGE.rglob("*.cdx.json")
+    libraries = [component for component in read_bill(bill) if component["type"] == "library"]
+    assert ([(library["name"], library["version"], library["licenses"][0]["expression"]) for library in libraries] ==
+            [tuple(row[:3]) for row in index_rows()])
+    for library in libraries:
+        assert "components" in library or "evidence" in library, library["name"]
 
 
 def configure_consumer(scratch, prefix, version=VERSION):

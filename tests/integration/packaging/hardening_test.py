@@ -7,11 +7,11 @@ from pathlib import Path
 
 from hardening import (WINDOWS_BITS, missing_in_elf, missing_in_own_elf, missing_in_own_pe, missing_in_pe,
                        needs_control_flow_property)
-from package_tool import BUILD, C_COMPILER, IS_WINDOWS, SOURCE, binaries, result_of, run
+from package_tool import BUILD, C_COMPILER, IS_WINDOWS, SOURCE, VERSION, binaries, result_of, run
 
 # Binaries of this project, and whether they call functions that have a fortified variant.
 OWN = ({"libnuveqcamerahandler.dll": False, "MultiMediaEncoder.dll": False, "nuveqcam.exe": False} if IS_WINDOWS else
-       {"libnuveqcamerahandler.so": True, "libMultiMediaEncoder.so": False, "libnuveqplatform.so": True,
+       {f"libnuveqcamerahandler.so.{VERSION}": True, "libMultiMediaEncoder.so": False, "libnuveqplatform.so": True,
         "libnuveqsimulated.so": False, "nuveqcam": True})
 MIN_BINARIES = 10 if IS_WINDOWS else 5
 # Options that disable all mitigations.

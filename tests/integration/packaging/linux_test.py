@@ -5,8 +5,8 @@ import re
 import shlex
 from pathlib import Path
 
-from package_tool import (BUILD, C_COMPILER, CMAKE, CONSUMER, ENVIRONMENT, INSTALLED, LIBRARY, PACKAGE, VERSION, binaries,
-                          expected_files, files_below, result_of, run)
+from package_tool import (BUILD, C_COMPILER, CMAKE, CONSUMER, ENVIRONMENT, INSTALLED, LIBDIR, LIBRARY, PACKAGE, VERSION,
+                          binaries, expected_files, files_below, result_of, run)
 
 
 def test_staged_installation_writes_only_below_destdir(scratch):
@@ -36,13 +36,19 @@ def test_own_libraries_are_loaded_from_the_package():
     assert loaded >= {"liblog4cplus-2.0.so.3", "libMultiMediaEncoder.so", "libnuveqplatform.so"}
 
 
+def test_library_has_a_versioned_soname():
+    major = VERSION.split(".", maxsplit=1)[0]
+    assert f"[libnuveqcamerahandler.so.{major}]" in run("readelf", "-d", LIBRARY)
+    assert LIBRARY.resolve().name == f"libnuveqcamerahandler.so.{VERSION}"
+
+
 def test_library_exports_one_function():
     symbols = run("nm", "-D", "--defined-only", LIBRARY).splitlines()
     assert [line.split()[-1].split("@")[0] for line in symbols] == ["NUVEQGetCameraHandler"]
 
 
 def pkg_config(*arguments):
-    environment = {**ENVIRONMENT, "PKG_CONFIG_LIBDIR": str(INSTALLED / "lib/pkgconfig")}
+    environment = {**ENVIRONMENT, "PKG_CONFIG_LIBDIR": str(INSTALLED / LIBDIR / "pkgconfig")}
     return shlex.split(run("pkg-config", *arguments, "nuveqcamerahandler", env=environment))
 
 
@@ -79,5 +85,5 @@ def test_tool_records_with_the_installed_encoder(scratch):
 
 
 def test_man_page_is_in_the_man_path():
-    page = run("mandoc", "-T", "utf8", INSTALLED / "share/man/man1/nuveqcam.1")
+    page = run("mandoc", "-T", "utf8", INSTALLED / "share/man/man1/nuveqcam.1.gz")
     assert "--simulated" in re.sub(".\b", "", page)

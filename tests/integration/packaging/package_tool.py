@@ -9,6 +9,7 @@ SOURCE = Path(os.environ["PACKAGE_SOURCE"])
 FOLDER = Path(os.environ["PACKAGE_FOLDER"])
 VERSION = os.environ["PACKAGE_VERSION"]
 ARCHIVE = os.environ["PACKAGE_ARCHIVE"]
+LIBDIR = os.environ["PACKAGE_LIBDIR"]
 CMAKE = os.environ["PACKAGE_CMAKE"]
 CPACK = os.environ["PACKAGE_CPACK"]
 C_COMPILER = os.environ["PACKAGE_C_COMPILER"]
@@ -23,7 +24,9 @@ INSTALLED = FOLDER / "moved here"
 UNPACKED = FOLDER / "unpacked"
 PACKAGE = UNPACKED / ARCHIVE
 PACKED = FOLDER / "packed" / (ARCHIVE + (".zip" if IS_WINDOWS else ".tar.gz"))
-LIBRARY = PACKAGE / ("bin/libnuveqcamerahandler.dll" if IS_WINDOWS else "lib/libnuveqcamerahandler.so")
+LIBRARY = PACKAGE / ("bin/libnuveqcamerahandler.dll" if IS_WINDOWS else f"{LIBDIR}/libnuveqcamerahandler.so")
+# The Debian packages, in folders of their names: unpacked, with the control files in DEBIAN.
+DEBIAN_PACKAGES = FOLDER / "debian"
 
 # The environment of programs that use the package: without paths to other libraries, and with a Wine prefix of the
 # package tests, which has no cameras.
@@ -56,21 +59,26 @@ def result_of(scratch, program, *arguments):
 def binaries():
     """The binaries of the package for the target system."""
     magic = b"MZ" if IS_WINDOWS else b"\x7fELF"
-    return sorted(path for path in PACKAGE.rglob("*") if path.is_file() and path.read_bytes()[:len(magic)] == magic)
+    return sorted(path for path in PACKAGE.rglob("*")
+                  if path.is_file() and not path.is_symlink() and path.read_bytes()[:len(magic)] == magic)
 
 
 def files_below(folder):
     return sorted(str(path.relative_to(folder)) for path in folder.rglob("*") if not path.is_dir())
 
 
+def lines_of(name):
+    """Returns the lines of a file list."""
+    lines = (Path(__file__).parent / name).read_text().splitlines()
+    return [line.format(lib=LIBDIR, version=VERSION) for line in lines if line and not line.startswith("#")]
+
+
 def expected_files():
-    """Returns the package's file list. A pattern in the list stands for the file of the build folder that matches."""
-    lines = (Path(__file__).parent / ("windows_files.txt" if IS_WINDOWS else "linux_files.txt")).read_text().splitlines()
+    """Returns the file list of the archive. A pattern in it stands for the file of the build folder that matches."""
     names = []
-    for line in lines:
+    for line in lines_of("windows_files.txt" if IS_WINDOWS else "linux_files.txt"):
         if "*" in line:
             [match] = BUILD.glob(line)
-            names.append(str(match.relative_to(BUILD)))
-        elif line and not line.startswith("#"):
-            names.append(line)
+            line = str(match.relative_to(BUILD))
+        names.append(line)
     return sorted(names)
