@@ -123,7 +123,8 @@ if(MINGW)
                             __MINGW64_VERSION_MAJOR __MINGW64_VERSION_MINOR __MINGW64_VERSION_BUGFIX)
   nuveq_third_party(NAME "winpthreads, of mingw-w64" VERSION ${version} LICENCE "MIT AND BSD-3-Clause"
                     FILES bin/libwinpthread-1.dll LICENCES mingw-w64)
-  nuveq_third_party(NAME "mingw-w64 C runtime start-up" VERSION ${version} LICENCE ZPL-2.1
+  nuveq_third_party(NAME "mingw-w64 C runtime start-up" VERSION ${version}
+                    LICENCE "ZPL-2.1 AND LicenseRef-Public-Domain"
                     IN ${binaries} bin/libnuveqcamerahandler.dll LICENCES mingw-w64)
   file(READ ${PROJECT_SOURCE_DIR}/packaging/gcc-runtime-note.md note)
   string(APPEND NUVEQ_THIRD_PARTY_NOTES "\n${note}")

@@ -98,7 +98,8 @@ build_hosts() {
   expect "table 0, null -2" /tmp/consumer
   cc "$example" -o /tmp/packets "${flags[@]}"
   run_example /tmp/packets
-  cmake -S "$consumer" -B /tmp/consumer-build -DEXAMPLE="$example" >>"$log"
+  # CMake searches the prefixes of PATH; here it finds the package through /lib, a link to /usr/lib.
+  PATH=/bin:$PATH cmake -S "$consumer" -B /tmp/consumer-build -DEXAMPLE="$example" >>"$log"
   cmake --build /tmp/consumer-build >>"$log"
   expect "table 0, null -2" /tmp/consumer-build/bin/consumer_c
   expect "table 0, null -2" /tmp/consumer-build/bin/consumer_cxx
