@@ -139,29 +139,32 @@ use_packages() {
   step "installed, used, upgraded and removed $version; no file is left"
 }
 
+# check_packages OPTION...: creates the roots.
+check_packages() {
+  local release=() output=
+  while [ $# -gt 0 ]; do
+    case $1 in
+      -h | --help) usage; return ;;
+      --release) release=(--release "${2:-}"); shift 2 ;;
+      --output) output=$(realpath -m "${2:?$(usage)}"); shift 2 ;;
+      *) usage >&2; exit 2 ;;
+    esac
+  done
+  cd "$(dirname "$0")/.."
+  share=$(mktemp -d "${TMPDIR:-/tmp}/package-check.XXXXXX")
+  trap 'rm -rf "$share"' EXIT
+  scripts/fresh-check.sh "${release[@]}" --share "$share" scripts/package-check.sh --build
+  scripts/fresh-check.sh "${release[@]}" --share "$share" scripts/package-check.sh --use
+  if [ -n "$output" ]; then
+    mkdir -p "$output"
+    cp "$share"/packages/* "$output"
+  fi
+}
+
 log=/tmp/package-check.log
 case "${1:-}" in
   # These run inside the roots.
-  --build) build_packages; exit 0 ;;
-  --use) use_packages; exit 0 ;;
+  --build) build_packages ;;
+  --use) use_packages ;;
+  *) check_packages "$@" ;;
 esac
-
-release=()
-output=
-while [ $# -gt 0 ]; do
-  case $1 in
-    -h | --help) usage; exit 0 ;;
-    --release) release=(--release "${2:-}"); shift 2 ;;
-    --output) output=${2:?$(usage)}; shift 2 ;;
-    *) usage >&2; exit 2 ;;
-  esac
-done
-cd "$(dirname "$0")/.."
-share=$(mktemp -d "${TMPDIR:-/tmp}/package-check.XXXXXX")
-trap 'rm -rf "$share"' EXIT
-scripts/fresh-check.sh "${release[@]}" --share "$share" scripts/package-check.sh --build
-scripts/fresh-check.sh "${release[@]}" --share "$share" scripts/package-check.sh --use
-if [ -n "$output" ]; then
-  mkdir -p "$output"
-  cp "$share"/packages/* "$output"
-fi
