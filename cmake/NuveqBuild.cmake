@@ -20,7 +20,7 @@ set(CMAKE_BUILD_RPATH $ORIGIN)
 
 set(NUVEQ_INSTRUMENTATION "" CACHE STRING "Compiler and linker options of a sanitizer or for coverage")
 
-# What nuveq_add_library and nuveq_add_executable give to a target. Warnings are errors in the presets.
+# The options that nuveq_add_library and nuveq_add_executable add to a target. Warnings are errors in the presets.
 set(NUVEQ_COMPILE_OPTIONS ${NUVEQ_INSTRUMENTATION})
 set(NUVEQ_LINK_OPTIONS ${NUVEQ_INSTRUMENTATION})
 set(NUVEQ_LINK_LIBRARIES)

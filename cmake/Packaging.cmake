@@ -139,7 +139,7 @@ if(WIN32)
 else()
   set(CPACK_GENERATOR TGZ)
 endif()
-# The rules that see what the others have installed come last.
+# These rules read the installed files, so they come last.
 nuveq_describe_contents(archive ${NUVEQ_PACKAGE_NAME} ${NUVEQ_INSTALL_DOC_DIR}/${PROJECT_NAME}.cdx.json)
 if(NOT WIN32 AND EXISTS /etc/debian_version)
   include(PackagingDebian)

@@ -1,4 +1,4 @@
-# Run by the installation scripts, after the files of a package were installed. Writes what the package carries:
+# Run by the installation scripts, after the files of a package were installed. Writes two descriptions of its contents:
 #
 #   NUVEQ_BILL       bill of materials in CycloneDX 1.5 (JSON): every file with its checksum, and the third-party
 #                    components with version and licence
