@@ -10,7 +10,7 @@ import pytest
 
 from nuveqcam_tool import (CAMERA, CANNOT_OPEN, CANNOT_WRITE, ENDED_EARLY, IS_WINDOWS, RECORDING, SMALL, TIMEOUT, USAGE,
                            check_recording, summary, wait_until)
-from pictures import check_corners, frame_number, pictures, probe, size_of, stream
+from pictures import check_corners, frame_number, keep_times, pictures, probe, size_of, stream
 
 
 @pytest.fixture
@@ -44,8 +44,7 @@ def test_mp4_plays_without_warnings_for_its_duration(tool):
     found = stream(tool.file(RECORDING))
     assert (found["codec_name"], found["nb_read_frames"]) == ("h264", summary(out)["frames"])
     assert float(found["duration"]) == pytest.approx(float(summary(out)["duration"]), abs=0.05)
-    played = subprocess.run(["ffmpeg", "-v", "warning", "-i", tool.file(RECORDING), "-enc_time_base", "-1", "-f", "null",
-                             "-"], capture_output=True, stdin=subprocess.DEVNULL, timeout=TIMEOUT)
+    played = subprocess.run(["ffmpeg", "-v", "warning", "-i", tool.file(RECORDING), *keep_times(), "-f", "null", "-"], capture_output=True, stdin=subprocess.DEVNULL, timeout=TIMEOUT)
     assert (played.returncode, played.stderr) == (0, b"")
 
 

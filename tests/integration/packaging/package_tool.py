@@ -10,6 +10,8 @@ FOLDER = Path(os.environ["PACKAGE_FOLDER"])
 VERSION = os.environ["PACKAGE_VERSION"]
 ARCHIVE = os.environ["PACKAGE_ARCHIVE"]
 LIBDIR = os.environ["PACKAGE_LIBDIR"]
+# File name of the private log4cplus; empty on Windows.
+LOG4CPLUS = os.environ["PACKAGE_LOG4CPLUS"]
 CMAKE = os.environ["PACKAGE_CMAKE"]
 CPACK = os.environ["PACKAGE_CPACK"]
 C_COMPILER = os.environ["PACKAGE_C_COMPILER"]
@@ -70,7 +72,7 @@ def files_below(folder):
 def lines_of(name):
     """Returns the lines of a file list."""
     lines = (Path(__file__).parent / name).read_text().splitlines()
-    return [line.format(lib=LIBDIR, version=VERSION) for line in lines if line and not line.startswith("#")]
+    return [line.format(lib=LIBDIR, version=VERSION, log4cplus=LOG4CPLUS) for line in lines if line and not line.startswith("#")]
 
 
 def expected_files():

@@ -1,10 +1,22 @@
 """Decodes recordings of the cameras of the tests with ffmpeg, and checks the pictures and the numbers in them."""
 
+import functools
 import json
+import re
 import subprocess
 
 # Seconds. Sufficient for a loaded machine.
 TIMEOUT = 120
+
+
+@functools.cache
+def keep_times():
+    """Options of ffmpeg that keep the times of the input, which it would round to a guessed rate, with a warning."""
+    version = subprocess.run(["ffmpeg", "-version"], capture_output=True, stdin=subprocess.DEVNULL, text=True,
+                             timeout=TIMEOUT, check=True).stdout
+    # FFmpeg 7 warns about the value of earlier versions.
+    return ["-enc_time_base", "-1" if int(re.match(r"ffmpeg version (\d+)", version)[1]) < 7 else "demux"]
+
 
 
 def probe(file, entries):
@@ -24,11 +36,11 @@ def size_of(file):
 
 
 def pictures(file, size, pixels="gray"):
-    """The decoded pictures' bytes; warnings of the decoder are failures. Without -enc_time_base, ffmpeg would round the
-    times to a guessed rate and warn about duplicates; without +genpts, about the missing times of a raw stream."""
+    """The decoded pictures' bytes; warnings of the decoder are failures. Without +genpts, ffmpeg would warn about the
+    missing times of a raw stream."""
     length = size[0] * size[1] * (3 if pixels == "rgb24" else 1)
     result = subprocess.run(
-        ["ffmpeg", "-v", "warning", "-fflags", "+genpts", "-i", file, "-fps_mode", "passthrough", "-enc_time_base", "-1", "-f", "rawvideo",
+        ["ffmpeg", "-v", "warning", "-fflags", "+genpts", "-i", file, "-fps_mode", "passthrough", *keep_times(), "-f", "rawvideo",
          "-pix_fmt", pixels, "-"], capture_output=True, stdin=subprocess.DEVNULL, timeout=TIMEOUT, check=True)
     assert result.stderr == b""
     assert len(result.stdout) % length == 0
