@@ -7,8 +7,8 @@ usage() {
 usage: scripts/fetch-kernel.sh
 
 Downloads Debian's kernel (the package on which linux-image-amd64 depends) without installing it, and extracts the
-files for the virtual machine of the tests into build/deps/kernel: vmlinux, and in modules/ the drivers for USB, cameras
-and shared folders.
+files for the virtual machine of the tests into build/deps/kernel: vmlinux, in modules/ the drivers for USB, cameras and
+shared folders, and modules.builtin, the list of the drivers that vmlinux contains.
 USAGE
 }
 
@@ -21,7 +21,7 @@ esac
 deps=$(cd "$(dirname "$0")/.." && pwd)/build/deps
 kernel=$deps/kernel
 # Increment when the set of files changes: a folder with another number is fetched again.
-recipe=2
+recipe=3
 if [ -e "$kernel/.recipe-$recipe" ]; then
   echo "kernel: build/deps/kernel is up to date"
   exit 0
@@ -59,7 +59,8 @@ for folder in drivers/media drivers/usb drivers/virtio fs net/9p; do
   folders+=("./*lib/modules/*/kernel/$folder/*")
 done
 dpkg-deb --fsys-tarfile "$scratch/$package"_*.deb |
-  tar -x -C "$scratch/unpacked" --wildcards './boot/vmlinuz-*' "${folders[@]}"
+  tar -x -C "$scratch/unpacked" --wildcards './boot/vmlinuz-*' './*lib/modules/*/modules.builtin' "${folders[@]}"
+mv "$(find "$scratch/unpacked" -name modules.builtin)" "$scratch/kept"
 mv "$(find "$scratch/unpacked" -type d -path '*/modules/*/kernel')" "$scratch/kept/modules"
 # Decompresses the kernel and its modules here, because under software emulation that takes longer than booting.
 python3 - "$scratch"/unpacked/boot/vmlinuz-* "$scratch/kept" <<'UNPACK'

@@ -8,8 +8,12 @@ from pathlib import Path
 REQUIRED_MODULES = ("virtio_pci", "9pnet_virtio", "9p", "xhci_pci", "uvcvideo")
 
 
+def module_name(file):
+    return Path(file).stem.replace("-", "_")
+
+
 def module_files(folder):
-    return {path.stem.replace("-", "_"): path for path in folder.rglob("*.ko")}
+    return {module_name(path): path for path in folder.rglob("*.ko")}
 
 
 def dependencies(path):
@@ -18,12 +22,12 @@ def dependencies(path):
     return [name.replace("-", "_") for name in names.split(",") if name]
 
 
-def load_order(files, names):
-    """The named modules and their dependencies, each after the modules that it depends on."""
+def load_order(files, built_in, names):
+    """The named modules and their dependencies, each after the modules that it depends on, without those built in."""
     order = []
 
     def add(name):
-        if name in order:
+        if name in order or name in built_in:
             return
         if name not in files:
             raise RuntimeError(f"the kernel has no module {name}; remove build/deps/kernel and fetch it again")
@@ -44,10 +48,11 @@ def build(kernel, topology, folder):
         (root / name).mkdir(parents=True)
     shutil.copy(shutil.which("busybox") or "/bin/busybox", root / "bin/busybox")
     files = module_files(kernel / "modules")
+    built_in = {module_name(line) for line in (kernel / "modules.builtin").read_text().splitlines()}
     names = REQUIRED_MODULES + (("vivid",) if topology.has_vivid else ())
     arguments = {"vivid": " n_devs=1 node_types=0x1"}
     lines = ""
-    for name in load_order(files, names):
+    for name in load_order(files, built_in, names):
         shutil.copy(files[name], root / "modules")
         lines += f"busybox insmod /modules/{files[name].name}{arguments.get(name, '')}\n"
     init = (Path(__file__).parent / "init").read_text()

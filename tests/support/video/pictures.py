@@ -18,7 +18,6 @@ def keep_times():
     return ["-enc_time_base", "-1" if int(re.match(r"ffmpeg version (\d+)", version)[1]) < 7 else "demux"]
 
 
-
 def probe(file, entries):
     result = subprocess.run(["ffprobe", "-v", "error", "-count_frames", "-show_entries", entries, "-of", "json", file],
                             capture_output=True, timeout=TIMEOUT, check=True)
