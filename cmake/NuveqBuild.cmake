@@ -80,6 +80,16 @@ function(nuveq_export_only target map)
   endif()
 endfunction()
 
+# nuveq_link_cli11(TARGET): links CLI11 to the code of a target, but not to its users.
+function(nuveq_link_cli11 target)
+  find_package(CLI11 CONFIG REQUIRED)
+  target_link_libraries(${target} PRIVATE CLI11::CLI11)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+    # False positives in code of CLI11 that gcc inlines.
+    target_compile_options(${target} PRIVATE -Wno-null-dereference)
+  endif()
+endfunction()
+
 # nuveq_describe(TARGET TEXT): adds the version resource of the file on Windows.
 function(nuveq_describe target text)
   if(NOT WIN32)

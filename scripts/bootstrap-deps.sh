@@ -10,7 +10,8 @@ usage: scripts/bootstrap-deps.sh native | windows
 Builds the dependencies into build/deps/<target>, unless they are up to date.
   native    log4cplus with wide characters, shared (Debian's package supports only narrow characters)
   windows   log4cplus and FFmpeg's MP4 muxer for Windows x86-64, shared, and static libraries that Debian ships only for
-            Linux: OpenH264, libyuv, and for the tests GoogleTest and libjpeg-turbo; the headers of stb
+            Linux: OpenH264, libyuv, and for the tests GoogleTest and libjpeg-turbo. Copies of the headers of CLI11,
+            nlohmann-json, stb and utfcpp
 USAGE
 }
 
@@ -124,9 +125,12 @@ build_ffmpeg() {
   rm -rf "$build"
 }
 
-# The system's folder of headers must not be searched by the cross compiler.
-copy_stb() {
-  mkdir -p "$prefix/include" "$prefix/share/licences"
+# The headers do not depend on the system, but those in their folder do: a cross compiler must not search it.
+copy_headers() {
+  echo "dependencies: copying headers for $target"
+  mkdir -p "$prefix/include" "$prefix/share/cmake" "$prefix/share/licences"
+  cp -r /usr/include/CLI /usr/include/nlohmann /usr/include/utf8 /usr/include/utf8.h "$prefix/include"
+  cp -r /usr/share/cmake/CLI11 /usr/share/cmake/nlohmann_json "$prefix/share/cmake"
   cp /usr/include/stb/stb_image.h /usr/include/stb/stb_image_write.h "$prefix/include"
   cp /usr/share/doc/libstb-dev/copyright "$prefix/share/licences/stb.txt"
 }
@@ -139,8 +143,8 @@ build_for_windows() {
   # Debian's build of libyuv includes tools and cannot install for Windows.
   build_with_cmake libyuv "$top/cmake/libyuv" -DLIBYUV_SOURCE_DIR="$sources/libyuv"
   build_turbojpeg
-  copy_stb
   build_with_cmake googletest /usr/src/googletest
+  copy_headers
   keep_licences log4cplus openh264 libyuv
 }
 

@@ -22,8 +22,9 @@ case $(. /etc/os-release && echo "${ID:-}-${VERSION_ID:-}") in
 esac
 
 demo=(
-  binutils ca-certificates cmake dpkg-dev file g++ libavcodec-dev libavformat-dev libavutil-dev libjpeg62-turbo-dev
-  libopenh264-dev libstb-dev libswscale-dev libturbojpeg0-dev libyuv-dev ninja-build pkg-config
+  binutils ca-certificates cmake dpkg-dev file g++ libavcodec-dev libavformat-dev libavutil-dev libcli11-dev
+  libjpeg62-turbo-dev libopenh264-dev libstb-dev libswscale-dev libturbojpeg0-dev libutfcpp-dev libyuv-dev ninja-build
+  nlohmann-json3-dev pkg-config
 )
 native=(
   "${demo[@]}" acpica-tools busybox-static clang clang-format clang-tidy cpio ffmpeg git libbenchmark-dev
@@ -35,8 +36,8 @@ bench=(
   gstreamer1.0-tools libopenh264-dev libx264-dev make nasm pkg-config python3
 )
 windows=(
-  ca-certificates cmake dpkg-dev ffmpeg g++ g++-mingw-w64-x86-64-posix googletest libstb-dev make nasm ninja-build
-  python3 python3-pytest wine wine64
+  ca-certificates cmake dpkg-dev ffmpeg g++ g++-mingw-w64-x86-64-posix googletest libcli11-dev libstb-dev libutfcpp-dev
+  make nasm ninja-build nlohmann-json3-dev python3 python3-pytest wine wine64
 )
 
 packages=()
