@@ -1,11 +1,12 @@
 // Finding and binding the built-in camera, and parsing camera ids.
+#include <utf8.h>
+
 #include <algorithm>
 #include <array>
 #include <cctype>
 #include <charconv>
-#include <codecvt>
+#include <iterator>
 #include <limits>
-#include <locale>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -88,14 +89,21 @@ std::string ToDisplayNameForm(std::string id) {
 }
 
 // Decodes surrogate pairs with 16-bit and with 32-bit wchar_t.
-std::string ToUtf8(const std::wstring& text) {
-  std::wstring_convert<std::codecvt_utf8_utf16<wchar_t>> converter;
-  std::string converted = converter.to_bytes(text);
-  // to_bytes silently drops an unpaired surrogate at the end.
-  if (converter.converted() != text.size()) {
-    throw std::range_error("bad conversion");
+std::string ToUtf8(const std::wstring& text) try {
+  const auto isSupplementary = [](wchar_t c) { return static_cast<std::uint32_t>(c) > 0xFFFF; };
+  std::string converted;
+  for (auto next = text.begin(); next != text.end();) {
+    // utf16to8 ignores the upper bits of a 32-bit wchar_t.
+    const auto supplementary = std::find_if(next, text.end(), isSupplementary);
+    utf8::utf16to8(next, supplementary, std::back_inserter(converted));
+    next = supplementary;
+    if (next != text.end()) {
+      utf8::append(static_cast<char32_t>(*next++), converted);
+    }
   }
   return converted;
+} catch (const utf8::exception&) {
+  throw std::range_error("bad conversion");
 }
 
 HRESULT CreateDeviceEnumerator(ComPtr<ICreateDevEnum>& devices) {

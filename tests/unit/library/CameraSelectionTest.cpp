@@ -1,4 +1,7 @@
 // Finding, counting and binding the built-in camera. The fault injection tests the failure of each call.
+#include <limits>
+#include <stdexcept>
+
 #include "support/CameraOperatorTest.h"
 
 namespace {
@@ -20,6 +23,7 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
+using ::testing::ThrowsMessage;
 
 const std::string kBuiltInUtf8(kBuiltInDisplayName.begin(), kBuiltInDisplayName.end());
 
@@ -133,6 +137,25 @@ TEST_F(CameraSelection, ConvertsSupplementaryCharactersToUtf8) {
     platform.SetPc({{{0, "X"}}, {{"emoji", name, {}}}});
     EXPECT_EQ(camera->CameraCount(), 1U);
     EXPECT_THAT(Access::CameraNames(*camera), ElementsAre("x \xF0\x9F\x93\xB7 \xC3\xA9"));
+  }
+}
+
+TEST_F(CameraSelection, NameThatIsNotUtf16IsABadConversion) {
+  constexpr wchar_t kHigh{0xD83D};
+  constexpr wchar_t kLow{0xDCF7};
+  std::vector<std::wstring> names{{L'x', kHigh},
+                                  {L'x', kHigh, L'x'},
+                                  {L'x', kHigh, kHigh, kLow},
+                                  {L'x', kLow, L'x'},
+                                  {L'x', kHigh, kLow, kLow}};
+  if constexpr (std::numeric_limits<wchar_t>::max() > 0xFFFF) {
+    names.push_back({L'x', static_cast<wchar_t>(0x110000)});
+    names.push_back({L'x', kHigh, static_cast<wchar_t>(0x1F4F7)});
+  }
+  for (const std::wstring& name : names) {
+    platform.SetPc({{{0, "X"}}, {{"malformed", name, {}}}});
+    EXPECT_THAT([&] { camera->CameraCount(); }, ThrowsMessage<std::range_error>("bad conversion"));
+    EXPECT_THAT(Access::CameraNames(*camera), IsEmpty());
   }
 }
 
