@@ -54,6 +54,28 @@ function(nuveq_third_party)
                "| ${arg_NAME} | ${arg_VERSION} | ${arg_LICENCE} | ${files}${in} | ${licences} |\n")
 endfunction()
 
+# nuveq_package_version(VARIABLE PACKAGE): the version of an installed Debian package; unchanged if it is not known.
+function(nuveq_package_version variable package)
+  find_program(NUVEQ_DPKG_QUERY dpkg-query)
+  mark_as_advanced(NUVEQ_DPKG_QUERY)
+  if(NUVEQ_DPKG_QUERY)
+    execute_process(COMMAND ${NUVEQ_DPKG_QUERY} -W -f "\${Version}" ${package}
+                    OUTPUT_VARIABLE version RESULT_VARIABLE result ERROR_QUIET)
+    if(result EQUAL 0)
+      set(${variable} ${version} PARENT_SCOPE)
+    endif()
+  endif()
+endfunction()
+
+# nuveq_header_library(NAME PACKAGE LICENCE BINARY...): a library of headers that a Debian package installs, with the
+# binaries that contain its code.
+function(nuveq_header_library name package licence)
+  nuveq_licence(${name} /usr/share/doc/${package}/copyright)
+  set(version unknown)
+  nuveq_package_version(version ${package})
+  nuveq_third_party(NAME ${name} VERSION ${version} LICENCE ${licence} IN ${ARGN} LICENCES ${name})
+endfunction()
+
 get_target_property(include log4cplus::log4cplus INTERFACE_INCLUDE_DIRECTORIES)
 nuveq_dependency_licence(log4cplus ${include})
 if(WIN32)
@@ -76,6 +98,19 @@ if(TARGET nuveqcam)
   nuveq_third_party(NAME stb_image_write VERSION "${version}" LICENCE "MIT OR Unlicense"
                     IN bin/nuveqcam${CMAKE_EXECUTABLE_SUFFIX} LICENCES stb)
 endif()
+
+if(WIN32)
+  set(library bin/libnuveqcamerahandler.dll)
+else()
+  set(library ${CMAKE_INSTALL_LIBDIR}/libnuveqcamerahandler.so.${PROJECT_VERSION})
+endif()
+set(tool)
+if(TARGET nuveqcam)
+  set(tool bin/nuveqcam${CMAKE_EXECUTABLE_SUFFIX})
+  nuveq_header_library(cli11 libcli11-dev BSD-3-Clause ${tool})
+  nuveq_header_library(nlohmann-json nlohmann-json3-dev MIT ${tool})
+endif()
+nuveq_header_library(utfcpp libutfcpp-dev BSL-1.0 ${library} ${tool})
 
 set(NUVEQ_THIRD_PARTY_NOTES "")
 if(WIN32)
@@ -104,15 +139,7 @@ if(MINGW)
   nuveq_licence(mingw-w64 /usr/share/doc/mingw-w64-x86-64-dev/copyright)
   # The compiler reports only its major version.
   set(version ${CMAKE_CXX_COMPILER_VERSION})
-  find_program(NUVEQ_DPKG_QUERY dpkg-query)
-  mark_as_advanced(NUVEQ_DPKG_QUERY)
-  if(NUVEQ_DPKG_QUERY)
-    execute_process(COMMAND ${NUVEQ_DPKG_QUERY} -W -f "\${Version}" gcc-mingw-w64-base
-                    OUTPUT_VARIABLE debian_version RESULT_VARIABLE result ERROR_QUIET)
-    if(result EQUAL 0)
-      set(version ${debian_version})
-    endif()
-  endif()
+  nuveq_package_version(version gcc-mingw-w64-base)
   nuveq_third_party(NAME "GCC runtime libraries" VERSION ${version}
                     LICENCE "GPL-3.0-or-later WITH GCC-exception-3.1"
                     FILES bin/libstdc++-6.dll bin/libgcc_s_seh-1.dll LICENCES gcc-runtime GPL-3)

@@ -34,6 +34,7 @@ def test_help_describes_the_features_of_this_system(tool, command):
 @pytest.mark.parametrize("arguments", [
     [], ["fly"], ["record", "--seconds"], ["record", "--size", "big"], ["list", "--fps", "3"], ["record", "--seconds", "86401"],
     ["record", "-o", "me.avi"], ["--bogus", "list"], ["snapshot", "-o", "me.jpg"], ["list", "list"], ["--simulated=", "list"],
+    ["--json", "list"], ["list", "--", "--json"], ["list", "/h"], ["record", "-o=me.png"],
     *([["list", "--simulated"]] if IS_WINDOWS else [])])
 def test_invalid_arguments_are_rejected(tool, arguments):
     out, err = tool.run(*arguments, code=USAGE)

@@ -15,7 +15,7 @@ using namespace nuveqcam;  // NOLINT(google-build-using-namespace)
 
 using Words = std::vector<std::string>;
 
-constexpr SystemTraits kAllFeatures{.recordsMp4 = true, .hasSimulatedPc = true};
+constexpr SystemTraits kAllFeatures{.hasSimulatedPc = true};
 constexpr SystemTraits kNoFeatures{};
 
 // Splits the input into arguments, one per line.
@@ -46,7 +46,7 @@ void RequireSupported(const Options& options, const SystemTraits& system) {
   Require(system.hasSimulatedPc || !options.isSimulated, "simulation is accepted only where it is supported");
   if (options.command == Command::kRecord) {
     const OutputKind kind = KindOfRecording(options.output);
-    Require(kind == OutputKind::kRawH264 || (kind == OutputKind::kMp4 && system.recordsMp4),
+    Require(kind == OutputKind::kRawH264 || kind == OutputKind::kMp4,
             "the recording has a supported file name extension", options.output);
   }
   if (options.command == Command::kSnapshot) {

@@ -241,6 +241,8 @@ def save_arguments():
         "numbers": "record --size 0x99999999999 --fps -1 --seconds 86401",
         "mistakes": "fly --bogus -x -- - list list",
         "lacks": "record --fps= --output",
+        "combined": "-vh record -voa.mp4 -- -x",
+        "misplaced": "--json --fps 3 record ++",
         "steers": "\x1b[2Jlist",
         "not_text": "record -o\xff\xfe.mp4",
     }

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "DoctorInventories.h"
+#include "commands/Json.h"
 
 namespace nuveqcam {
 namespace {

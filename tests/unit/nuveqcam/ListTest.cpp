@@ -3,6 +3,7 @@
 
 #include "cli/SystemTraits.h"
 #include "commands/Commands.h"
+#include "commands/Json.h"
 
 namespace nuveqcam {
 namespace {
@@ -53,10 +54,33 @@ TEST(ListJson, IsAnObjectAlsoWithoutACamera) {
   EXPECT_EQ(ListJson(nullptr, {}), "{\"cameras\":[],\"devices\":[]}\n");
 }
 
-TEST(ListJson, EscapesNames) {
-  EXPECT_THAT(ListJson(nullptr, {{"a\"\\\n", "", "\xff"}}),
-              HasSubstr(R"("name":"a\"\\\u000a","node":"","builtIn":false,"reason":")"
-                        "\uFFFD\""));
+// The name of a device, as written in the JSON text.
+std::string JsonOfName(const std::string& name) {
+  const std::string json = ListJson(nullptr, {{name, "", ""}});
+  const std::string head = R"({"cameras":[],"devices":[{"name":")";
+  const std::size_t end = json.find(R"(","node":"")");
+  EXPECT_EQ(json.substr(0, head.size()), head);
+  return json.substr(head.size(), end - head.size());
+}
+
+TEST(ListJson, QuotesAndEscapesTexts) {
+  EXPECT_EQ(JsonOfName(""), "");
+  EXPECT_EQ(JsonOfName(R"(a"b\c/)"), R"(a\"b\\c/)");
+  EXPECT_EQ(JsonOfName("\n\x1f\x7f"), R"(\n\u001f\u007f)");
+  EXPECT_EQ(JsonOfName({"\0", 1}), R"(\u0000)");
+}
+
+TEST(ListJson, IsAscii) {
+  EXPECT_EQ(JsonOfName("\u009b\u00e4\u202e\u4e2d\U0001F4F7"), R"(\u009b\u00e4\u202e\u4e2d\ud83d\udcf7)");
+}
+
+TEST(ListJson, ReplacesInvalidUtf8) {
+  for (const char* const invalid : {"\xff", "\x80", "\xc0", "\xc1", "\xf5", "\xc3", "\xfe", "\xe4\xb8"}) {
+    EXPECT_EQ(JsonOfName(invalid), R"(\ufffd)");
+  }
+  EXPECT_EQ(JsonOfName("\xe4\xb8"
+                       "a"),
+            R"(\ufffda)");
 }
 
 TEST(NoCameraText, HasTheReasonForEachDevice) {

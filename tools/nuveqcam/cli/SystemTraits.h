@@ -4,10 +4,9 @@
 namespace nuveqcam {
 
 struct SystemTraits {
-  bool recordsMp4 = false;               // otherwise Annex B only
   bool hasSimulatedPc = false;           // --simulated
   const char* libraryFile = "";          // file name of the camera library
-  const char* librarySearchPlaces = "";  // where it is searched, for the help's column
+  const char* librarySearchPlaces = "";  // where it is searched, for the help
   const char* noDriverAdvice = "";       // for a camera without a capture device
   const char* noStatusAdvice = "";       // if the system does not report whether a device is removable
   const char* noCameraAdvice = "";       // for a PC without a built-in camera

@@ -4,11 +4,9 @@ namespace nuveqcam {
 
 const SystemTraits& ThisSystem() {
   static constexpr SystemTraits kLinux{
-      .recordsMp4 = true,
       .hasSimulatedPc = true,
       .libraryFile = "libnuveqcamerahandler.so",
-      .librarySearchPlaces =
-          "in the program's\n                     folder, else found by the dynamic linker",
+      .librarySearchPlaces = "in the program's folder, else found by the dynamic linker",
       .noDriverAdvice = "load one with 'sudo modprobe uvcvideo', and look for messages with 'sudo dmesg'",
       .noStatusAdvice = "run this outside containers and sandboxes, or use a newer kernel",
       .noCameraAdvice = "try --simulated"};

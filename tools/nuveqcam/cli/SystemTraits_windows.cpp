@@ -4,10 +4,9 @@ namespace nuveqcam {
 
 const SystemTraits& ThisSystem() {
   static constexpr SystemTraits kWindows{
-      .recordsMp4 = true,
       .hasSimulatedPc = false,
       .libraryFile = "libnuveqcamerahandler.dll",
-      .librarySearchPlaces = "in the program's\n                     folder",
+      .librarySearchPlaces = "in the program's folder",
       .noDriverAdvice = "see its state under Cameras in Device Manager",
       .noStatusAdvice = "see the state of its USB device in Device Manager",
       .noCameraAdvice = "look for it under Cameras in Device Manager"};

@@ -1,7 +1,7 @@
-// Formatting of human-readable text and JSON.
+// Formatting of human-readable text.
 #pragma once
 
-#include <cstdint>
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -19,26 +19,6 @@ std::string PadLeft(std::string text, std::size_t columns);
 // Makes untrusted text (arguments, device names) safe to print: control characters and bidirectional
 // formatting characters become '?', invalid UTF-8 becomes U+FFFD.
 std::string SanitizeForTerminal(std::string_view text);
-
-// The text as a quoted JSON string. Invalid UTF-8 becomes U+FFFD.
-std::string JsonString(std::string_view text);
-
-inline std::string JsonBool(bool value) { return value ? "true" : "false"; }
-
-// null for an empty text.
-inline std::string JsonStringOrNull(const std::string& text) {
-  return text.empty() ? "null" : JsonString(text);
-}
-
-// A JSON array of the values that write returns for the entries.
-template <typename List, typename Write>
-std::string JsonArray(const List& list, const Write& write) {
-  std::string text;
-  for (const auto& entry : list) {
-    text += (text.empty() ? "" : ",") + write(entry);
-  }
-  return "[" + text + "]";
-}
 
 // Converts UTF-16 or UTF-32 to UTF-8, independent of the locale. Invalid code units become U+FFFD.
 std::string ToUtf8(std::wstring_view text);

@@ -6,13 +6,10 @@
 
 #include <sstream>
 
-#if __has_include(<libavformat/avformat.h>)
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
 }
-#define NUVEQ_HAS_LIBAV
-#endif
 
 namespace nuveqcam {
 
@@ -22,14 +19,12 @@ std::string LibraryVersions() {
   const OpenH264Version openH264 = WelsGetCodecVersion();
   text << "OpenH264 " << openH264.uMajor << '.' << openH264.uMinor << '.' << openH264.uRevision << '\n';
   text << "libyuv " << LIBYUV_VERSION << '\n';
-#ifdef NUVEQ_HAS_LIBAV
   const auto print = [&text](const char* name, unsigned version) {
     text << name << ' ' << AV_VERSION_MAJOR(version) << '.' << AV_VERSION_MINOR(version) << '.'
          << AV_VERSION_MICRO(version) << '\n';
   };
   print("libavcodec", avcodec_version());
   print("libavformat", avformat_version());
-#endif
   return text.str();
 }
 

@@ -2,8 +2,11 @@
 
 #include <windows.h>
 
+#include <utf8.h>
+
 #include <array>
 #include <charconv>
+#include <iterator>
 
 #include "cli/Text.h"
 
@@ -19,13 +22,9 @@ std::string CodeText(unsigned long code) {
 }  // namespace
 
 std::wstring ToWide(std::string_view text) {
-  if (text.empty()) {
-    return {};
-  }
-  const int bytes = static_cast<int>(text.size());
-  const int length = MultiByteToWideChar(CP_UTF8, 0, text.data(), bytes, nullptr, 0);
-  std::wstring wide(static_cast<std::size_t>(length), L'\0');
-  MultiByteToWideChar(CP_UTF8, 0, text.data(), bytes, wide.data(), length);
+  const std::string valid = utf8::replace_invalid(text);
+  std::wstring wide;
+  utf8::utf8to16(valid.begin(), valid.end(), std::back_inserter(wide));
   return wide;
 }
 

@@ -38,10 +38,6 @@ ExitCode RunDoctor(const CommandContext& context);
 
 // The output of list. The camera is the first device without an exclusion reason.
 std::string ListText(const Capabilities& camera, const std::vector<CaptureDeviceInfo>& devices);
-// The camera as a JSON object.
-std::string CameraJson(const Capabilities& camera);
-// The output of list --json: one object on one line. camera is null if there is none.
-std::string ListJson(const Capabilities* camera, const std::vector<CaptureDeviceInfo>& devices);
 
 // The size and rate in the options, or the best that the camera offers. Throws Failure (kCannotOpen) if
 // neither has a size.

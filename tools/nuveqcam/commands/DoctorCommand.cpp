@@ -5,6 +5,7 @@
 #include "cli/Text.h"
 #include "commands/Commands.h"
 #include "commands/DoctorReport.h"
+#include "commands/Json.h"
 
 namespace nuveqcam {
 namespace {
@@ -64,37 +65,6 @@ DoctorRow OtherNodeRow(const VideoNodeInfo& node) {
                                                   SanitizeForTerminal(node.openError) + ")");
 }
 
-std::string JsonUsbDevice(const UsbDeviceInfo& device) {
-  return "{\"place\":" + JsonString(device.place) + ",\"name\":" + JsonString(device.name) +
-         ",\"model\":" + JsonString(device.model) + ",\"id\":" + JsonString(device.id) +
-         ",\"hub\":" + JsonBool(device.isHub) +
-         ",\"video\":" + (device.hasVideo ? JsonBool(*device.hasVideo) : "null") +
-         ",\"removable\":" + JsonBool(device.isRemovable) +
-         ",\"verdictFrom\":" + JsonString(device.removabilitySource) +
-         ",\"verdict\":" + JsonString(device.removabilityText) +
-         ",\"connectType\":" + JsonStringOrNull(device.connectType) +
-         ",\"attribute\":" + JsonStringOrNull(device.attribute) +
-         ",\"verdictHub\":" + JsonStringOrNull(device.removabilityHub) +
-         ",\"firstFunction\":" + JsonStringOrNull(device.firstFunction) + "}";
-}
-
-std::string JsonNode(const VideoNodeInfo& node, const std::string& reason) {
-  return "\"node\":" + JsonString(node.node) + ",\"name\":" + JsonString(node.name) +
-         ",\"usbDevice\":" + JsonStringOrNull(node.usbPlace) + ",\"reason\":" + JsonStringOrNull(reason) +
-         ",\"openError\":" + JsonStringOrNull(node.openError) +
-         ",\"openIn\":" + JsonArray(node.openIn, JsonString);
-}
-
-std::string JsonCaptureDevice(const VideoNodeInfo& device, bool hasSelected) {
-  const bool isSelected = device.reason.empty() && hasSelected;
-  const std::string reason = device.reason.empty() && !isSelected
-                                 ? "the library did not select it, although it looks built in"
-                                 : device.reason;
-  return "{\"taken\":" + JsonBool(isSelected) + "," + JsonNode(device, reason) + "}";
-}
-
-std::string JsonOtherNode(const VideoNodeInfo& node) { return "{" + JsonNode(node, node.reason) + "}"; }
-
 LibraryResult QueryLibrary(Camera& camera) {
   LibraryResult result;
   try {
@@ -126,20 +96,6 @@ std::string DoctorText(const DeviceInventory& inventory, const DoctorReport& rep
     text += "  - " + line + "\n";
   }
   return text;
-}
-
-std::string DoctorJson(const DeviceInventory& inventory, const LibraryResult& result,
-                       const DoctorReport& report) {
-  return "{\"offered\":" + JsonBool(report.code == ExitCode::kOk) +
-         ",\"conclusion\":" + JsonString(report.conclusion) +
-         ",\"advice\":" + JsonArray(report.advice, JsonString) +
-         ",\"failure\":" + JsonStringOrNull(result.failure) +
-         ",\"camera\":" + (result.camera ? CameraJson(*result.camera) : "null") +
-         ",\"usbDevices\":" + JsonArray(inventory.usbDevices, JsonUsbDevice) + ",\"captureDevices\":" +
-         JsonArray(
-             inventory.captureDevices,
-             [&](const VideoNodeInfo& device) { return JsonCaptureDevice(device, report.hasSelected); }) +
-         ",\"otherNodes\":" + JsonArray(inventory.otherNodes, JsonOtherNode) + "}\n";
 }
 
 ExitCode RunDoctor(const CommandContext& context) {

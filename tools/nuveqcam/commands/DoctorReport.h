@@ -34,8 +34,5 @@ DoctorReport MakeDoctorReport(const DeviceInventory& inventory, const LibraryRes
                               const SystemTraits& system = ThisSystem());
 
 std::string DoctorText(const DeviceInventory& inventory, const DoctorReport& report);
-// One JSON object on one line.
-std::string DoctorJson(const DeviceInventory& inventory, const LibraryResult& result,
-                       const DoctorReport& report);
 
 }  // namespace nuveqcam

@@ -3,16 +3,10 @@
 
 #include "cli/Text.h"
 #include "commands/Commands.h"
+#include "commands/Json.h"
 
 namespace nuveqcam {
 namespace {
-
-std::string JsonDevice(const CaptureDeviceInfo& device) {
-  const std::string reason = device.exclusionReason.empty() ? "null" : JsonString(device.exclusionReason);
-  return "{\"name\":" + JsonString(device.name) + ",\"node\":" + JsonString(device.node) +
-         ",\"builtIn\":" + (device.exclusionReason.empty() ? "true" : "false") + ",\"reason\":" + reason +
-         "}";
-}
 
 // The width of a column for the devices that are not offered.
 template <typename Get>
@@ -59,14 +53,6 @@ std::string RateLines(const std::vector<std::uint32_t>& rates, std::string head)
 
 }  // namespace
 
-std::string CameraJson(const Capabilities& camera) {
-  const std::string sizes = JsonArray(camera.sizes, [](const Size& size) {
-    return "{\"width\":" + std::to_string(size.width) + ",\"height\":" + std::to_string(size.height) + "}";
-  });
-  const std::string rates = JsonArray(camera.rates, RateText);
-  return "{\"id\":" + JsonString(camera.id) + ",\"sizes\":" + sizes + ",\"rates\":" + rates + "}";
-}
-
 std::string ListText(const Capabilities& camera, const std::vector<CaptureDeviceInfo>& devices) {
   std::string text = "Camera " + SanitizeForTerminal(camera.id);
   for (const CaptureDeviceInfo& device : devices) {
@@ -84,11 +70,6 @@ std::string ListText(const Capabilities& camera, const std::vector<CaptureDevice
   }
   return text + RateLines(camera.rates, "  rates  ") + "Not every rate is available at every size.\n" +
          OtherDevices(devices);
-}
-
-std::string ListJson(const Capabilities* camera, const std::vector<CaptureDeviceInfo>& devices) {
-  const std::string cameras = camera != nullptr ? CameraJson(*camera) : "";
-  return "{\"cameras\":[" + cameras + "],\"devices\":" + JsonArray(devices, JsonDevice) + "}\n";
 }
 
 void RunList(const CommandContext& context) {

@@ -1,0 +1,20 @@
+// The output of list and doctor as JSON.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "commands/Commands.h"
+#include "commands/DoctorReport.h"
+
+namespace nuveqcam {
+
+// Each is one object on one line, in ASCII. Invalid UTF-8 in texts becomes U+FFFD. The man page describes the
+// members.
+
+// camera is null if there is none.
+std::string ListJson(const Capabilities* camera, const std::vector<CaptureDeviceInfo>& devices);
+std::string DoctorJson(const DeviceInventory& inventory, const LibraryResult& result,
+                       const DoctorReport& report);
+
+}  // namespace nuveqcam
