@@ -3,13 +3,14 @@
 //   encode_clip WIDTH HEIGHT IN OUT                     with the whole product, at its fixed bit rate
 //   encode_clip WIDTH HEIGHT IN OUT --paced             the same in real time, as from a camera
 //   encode_clip WIDTH HEIGHT IN OUT --direct KBIT_S     with the encoder library only, at any bit rate
-#include <charconv>
+#include <CLI/CLI.hpp>
 #include <condition_variable>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -34,33 +35,26 @@ struct Job {
   std::uint64_t FrameBytes() const { return std::uint64_t{width} * height * 2; }
 };
 
-std::uint32_t Number(const std::string& text) {
-  std::uint32_t number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc() || end != text.data() + text.size() || number == 0) {
-    throw std::invalid_argument("must be a positive integer: " + text);
+// Returns the exit code if the program is to end: after --help, or for invalid arguments.
+std::optional<int> Parse(int argc, char** argv, Job& job) {
+  CLI::App app("Encodes a raw YUY2 file at 30 frames per second.");
+  app.add_option("WIDTH", job.width)->required()->check(CLI::PositiveNumber);
+  app.add_option("HEIGHT", job.height)->required()->check(CLI::PositiveNumber);
+  app.add_option("IN", job.in)->required();
+  app.add_option("OUT", job.out)->required();
+  bool isPaced = false;
+  CLI::Option* const paced = app.add_flag("--paced", isPaced, "encode in real time, as from a camera");
+  app.add_option("--direct", job.directBitRate,
+                 "encode with the encoder library only, at this bit rate in kbit/s")
+      ->check(CLI::Range(1, 65535))
+      ->excludes(paced);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error);
   }
-  return number;
-}
-
-Job Parse(const std::vector<std::string>& arguments) {
-  const bool isDirect = arguments.size() == 6 && arguments[4] == "--direct";
-  const bool isPaced = arguments.size() == 5 && arguments[4] == "--paced";
-  if (arguments.size() != 4 && !isDirect && !isPaced) {
-    throw std::invalid_argument("usage: encode_clip WIDTH HEIGHT IN OUT [--paced | --direct KBIT_S]");
-  }
-  Job job{Number(arguments[0]), Number(arguments[1]), arguments[2], arguments[3]};
-  if (isPaced) {
-    job.pace = FilePace::kFrameRate;
-  }
-  if (isDirect) {
-    job.directBitRate = Number(arguments[5]);
-    constexpr std::uint32_t kMax = 65535;
-    if (job.directBitRate > kMax) {
-      throw std::invalid_argument("the bit rate must be at most 65535");
-    }
-  }
-  return job;
+  job.pace = isPaced ? FilePace::kFrameRate : FilePace::kUnpaced;
+  return std::nullopt;
 }
 
 void Require(bool condition, const std::string& error) {
@@ -208,7 +202,10 @@ void EncodeDirectly(const Job& job) {
 
 int main(int argc, char** argv) {
   try {
-    const bench::Job job = bench::Parse(std::vector<std::string>(argv + 1, argv + argc));
+    bench::Job job;
+    if (const std::optional<int> exitCode = bench::Parse(argc, argv, job)) {
+      return *exitCode;
+    }
     job.directBitRate == 0 ? bench::EncodeWithProduct(job) : bench::EncodeDirectly(job);
   } catch (const std::exception& failure) {
     std::fprintf(stderr, "encode_clip: %s\n", failure.what());

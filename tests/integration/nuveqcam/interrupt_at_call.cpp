@@ -17,6 +17,7 @@
 #include <cstdio>
 #include <fstream>
 #include <iostream>
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -141,10 +142,13 @@ class Tracer {
 
 void Write(const Report& report, const char* file) {
   std::ofstream stream(file);
-  stream << "{\"calls\": " << report.calls << ", \"handled\": " << report.handled
-         << ", \"created\": " << report.created << ", \"slept\": " << report.slept
-         << ", \"interrupted\": " << (report.isInterrupted ? "true" : "false")
-         << ", \"status\": " << report.status << "}\n";
+  stream << nlohmann::json{{"calls", report.calls},
+                           {"handled", report.handled},
+                           {"created", report.created},
+                           {"slept", report.slept},
+                           {"interrupted", report.isInterrupted},
+                           {"status", report.status}}
+         << "\n";
   if (!stream.flush()) {
     throw std::runtime_error("cannot write the report");
   }

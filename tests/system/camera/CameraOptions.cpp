@@ -1,36 +1,22 @@
 #include "CameraOptions.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <charconv>
 #include <functional>
-#include <limits>
-#include <map>
 #include <utility>
 
 namespace uvc {
 namespace {
 
-constexpr std::string_view kHelp =
+constexpr const char* kDescription =
     R"(uvc_camera: a USB video camera for a virtual machine
 
 Connects to the socket of QEMU's usb-redir device, which plugs the camera in, and streams numbered pictures.
-Terminating the program unplugs the camera. The program exits when QEMU closes the socket.
+Terminating the program unplugs the camera. The program exits when QEMU closes the socket.)";
 
-  --socket PATH     Unix socket on which QEMU listens; waits up to 15 seconds for it
-  --log FILE        log events to FILE
-  --speed SPEED     high or full (default: high)
-  --id VVVV:PPPP    vendor and product id, hexadecimal (default: 04f2:b6be)
-  --product TEXT    product name (default: "Integrated Camera")
-  --serial TEXT     serial number (default: "0001")
-  --function TEXT   add a video function with this name; the formats that follow belong to it. At most four;
-                    by default the camera has one function with the product's name
-  --format FORMAT:WIDTHxHEIGHT@RATE[,RATE...]
-                    add a frame size with its frame rates, the default rate first; may be repeated. FORMAT is
-                    YUYV, UYVY, NV12, GREY, MJPG or H264; H264 is offered but cannot be started
-  --no-eoi          omit the EOI marker at the end of MJPG frames
-  --help            print this text
-
-Prints "ready" when the camera is plugged in. Exit codes: 0 terminated by a signal or by QEMU, 1 error,
+constexpr const char* kNotes =
+    R"(Prints "ready" when the camera is plugged in. Exit codes: 0 terminated by a signal or by QEMU, 1 error,
 2 invalid arguments.
 
 Lines of the log:
@@ -43,8 +29,7 @@ Lines of the log:
   reset                        the host reset the camera
   stalled T R value V index I  the camera stalled control request R of request type T (all hexadecimal)
   closed                       QEMU closed the socket
-If the camera has several functions, the lines of a stream start with "function N: ", counted from 0.
-)";
+If the camera has several functions, the lines of a stream start with "function N: ", counted from 0.)";
 
 template <typename Number>
 bool Parse(std::string_view text, Number& number, int base = 10) {
@@ -168,51 +153,66 @@ void ApplyDefaults(CameraModel& model) {
   }
 }
 
-using Setter = std::function<void(Options&, std::string_view)>;
-
-const std::map<std::string_view, Setter>& Setters() {
-  static const std::map<std::string_view, Setter> setters{
-      {"--socket", [](Options& options, std::string_view value) { options.socket = value; }},
-      {"--log", [](Options& options, std::string_view value) { options.log = value; }},
-      {"--speed", [](Options& options, std::string_view value) { ParseSpeed(value, options.model); }},
-      {"--id", [](Options& options, std::string_view value) { ParseId(value, options.model); }},
-      {"--product", [](Options& options, std::string_view value) { options.model.name = ParseText(value); }},
-      {"--serial", [](Options& options, std::string_view value) { options.model.serial = ParseText(value); }},
-      {"--function",
-       [](Options& options, std::string_view value) { AddFunction(ParseText(value), options.model); }},
-      {"--format", [](Options& options, std::string_view value) { ParseFormat(value, options.model); }}};
-  return setters;
+void AddOptions(CLI::App& app, Options& options) {
+  // Called in the order of the command line: a format belongs to the function before it.
+  const auto add = [&](const std::string& name, const std::string& valueName,
+                       const std::function<void(const std::string&)>& apply, const std::string& description) {
+    return app.add_option_function<std::string>(name, apply, description)
+        ->type_name(valueName)
+        ->take_last()
+        ->trigger_on_parse();
+  };
+  CameraModel& model = options.model;
+  add(
+      "--socket", "PATH", [&](const std::string& path) { options.socket = path; },
+      "Unix socket on which QEMU listens; waits up to 15 seconds for it")
+      ->required();
+  add(
+      "--log", "FILE", [&](const std::string& file) { options.log = file; }, "log events to FILE");
+  add(
+      "--speed", "SPEED", [&](const std::string& speed) { ParseSpeed(speed, model); },
+      "high or full (default: high)");
+  add(
+      "--id", "VVVV:PPPP", [&](const std::string& id) { ParseId(id, model); },
+      "vendor and product id, hexadecimal (default: 04f2:b6be)");
+  add(
+      "--product", "TEXT", [&](const std::string& text) { model.name = ParseText(text); },
+      "product name (default: \"Integrated Camera\")");
+  add(
+      "--serial", "TEXT", [&](const std::string& text) { model.serial = ParseText(text); },
+      "serial number (default: \"0001\")");
+  add(
+      "--function", "TEXT", [&](const std::string& text) { AddFunction(ParseText(text), model); },
+      "add a video function with this name; the formats that follow\nbelong to it. At most four; by default "
+      "the "
+      "camera has one\nfunction with the product's name");
+  add(
+      "--format", "FORMAT:WIDTHxHEIGHT@RATE[,RATE...]",
+      [&](const std::string& format) { ParseFormat(format, model); },
+      "add a frame size with its frame rates, the default rate first;\nmay be repeated. FORMAT is YUYV, "
+      "UYVY, "
+      "NV12, GREY, MJPG or H264;\nH264 is offered but cannot be started");
+  app.add_flag("--no-eoi{false}", model.hasEndOfImage, "omit the EOI marker at the end of MJPG frames");
+  app.set_help_flag("--help", "print this text");
 }
 
 }  // namespace
 
 Options ParseOptions(std::span<const std::string_view> arguments) {
   Options options;
-  for (std::size_t i = 0; i < arguments.size(); ++i) {
-    if (arguments[i] == "--help") {
-      options.showHelp = true;
-      return options;
-    }
-    if (arguments[i] == "--no-eoi") {
-      options.model.hasEndOfImage = false;
-      continue;
-    }
-    const auto setter = Setters().find(arguments[i]);
-    if (setter == Setters().end()) {
-      ThrowUsageError("unknown option", arguments[i]);
-    }
-    if (i + 1 == arguments.size()) {
-      ThrowUsageError("option requires a value", arguments[i]);
-    }
-    setter->second(options, arguments[++i]);
-  }
-  if (options.socket.empty()) {
-    throw UsageError("--socket is required");
+  CLI::App app(kDescription, "uvc_camera");
+  AddOptions(app, options);
+  app.footer(kNotes);
+  try {
+    app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+  } catch (const CLI::CallForHelp&) {
+    options.help = app.help();
+    return options;
+  } catch (const CLI::ParseError& error) {
+    throw UsageError(error.what());
   }
   ApplyDefaults(options.model);
   return options;
 }
-
-std::string_view HelpText() { return kHelp; }
 
 }  // namespace uvc

@@ -14,7 +14,7 @@ struct Options {
   std::string socket;
   std::string log;
   CameraModel model;
-  bool showHelp = false;
+  std::string help;  // not empty: requested by --help
 };
 
 // Invalid arguments, with a human-readable message.
@@ -25,7 +25,5 @@ class UsageError : public std::runtime_error {
 
 // Throws UsageError. Without --format the camera has the formats of a typical laptop camera.
 Options ParseOptions(std::span<const std::string_view> arguments);
-
-std::string_view HelpText();
 
 }  // namespace uvc
