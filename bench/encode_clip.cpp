@@ -38,15 +38,16 @@ struct Job {
 // Returns the exit code if the program is to end: after --help, or for invalid arguments.
 std::optional<int> Parse(int argc, char** argv, Job& job) {
   CLI::App app("Encodes a raw YUY2 file at 30 frames per second.");
-  app.add_option("WIDTH", job.width)->required()->check(CLI::PositiveNumber);
-  app.add_option("HEIGHT", job.height)->required()->check(CLI::PositiveNumber);
+  const CLI::Range range(1, 65535);
+  app.add_option("WIDTH", job.width)->required()->check(range);
+  app.add_option("HEIGHT", job.height)->required()->check(range);
   app.add_option("IN", job.in)->required();
   app.add_option("OUT", job.out)->required();
   bool isPaced = false;
   CLI::Option* const paced = app.add_flag("--paced", isPaced, "encode in real time, as from a camera");
   app.add_option("--direct", job.directBitRate,
                  "encode with the encoder library only, at this bit rate in kbit/s")
-      ->check(CLI::Range(1, 65535))
+      ->check(range)
       ->excludes(paced);
   try {
     app.parse(argc, argv);

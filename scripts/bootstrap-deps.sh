@@ -129,7 +129,7 @@ build_ffmpeg() {
 copy_headers() {
   echo "dependencies: copying headers for $target"
   mkdir -p "$prefix/include" "$prefix/share/cmake" "$prefix/share/licences"
-  cp -r /usr/include/CLI /usr/include/nlohmann /usr/include/utf8 /usr/include/utf8.h "$prefix/include"
+  cp -rL /usr/include/CLI /usr/include/nlohmann /usr/include/utf8 /usr/include/utf8.h "$prefix/include"
   cp -r /usr/share/cmake/CLI11 /usr/share/cmake/nlohmann_json "$prefix/share/cmake"
   cp /usr/include/stb/stb_image.h /usr/include/stb/stb_image_write.h "$prefix/include"
   cp /usr/share/doc/libstb-dev/copyright "$prefix/share/licences/stb.txt"

@@ -90,7 +90,7 @@ std::string ToDisplayNameForm(std::string id) {
 
 // Decodes surrogate pairs with 16-bit and with 32-bit wchar_t.
 std::string ToUtf8(const std::wstring& text) try {
-  const auto isSupplementary = [](wchar_t c) { return static_cast<std::uint32_t>(c) > 0xFFFF; };
+  const auto isSupplementary = [](char32_t c) { return c > 0xFFFF; };
   std::string converted;
   for (auto next = text.begin(); next != text.end();) {
     // utf16to8 ignores the upper bits of a 32-bit wchar_t.

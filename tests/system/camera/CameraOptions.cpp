@@ -183,16 +183,17 @@ void AddOptions(CLI::App& app, Options& options) {
       "serial number (default: \"0001\")");
   add(
       "--function", "TEXT", [&](const std::string& text) { AddFunction(ParseText(text), model); },
-      "add a video function with this name; the formats that follow\nbelong to it. At most four; by default "
-      "the "
-      "camera has one\nfunction with the product's name");
+      "add a video function with this name; the formats that follow\n"
+      "belong to it. At most four; by default the camera has one\n"
+      "function with the product's name");
   add(
       "--format", "FORMAT:WIDTHxHEIGHT@RATE[,RATE...]",
       [&](const std::string& format) { ParseFormat(format, model); },
-      "add a frame size with its frame rates, the default rate first;\nmay be repeated. FORMAT is YUYV, "
-      "UYVY, "
-      "NV12, GREY, MJPG or H264;\nH264 is offered but cannot be started");
-  app.add_flag("--no-eoi{false}", model.hasEndOfImage, "omit the EOI marker at the end of MJPG frames");
+      "add a frame size with its frame rates, the default rate first;\n"
+      "may be repeated. FORMAT is YUYV, UYVY, NV12, GREY, MJPG or H264;\n"
+      "H264 is offered but cannot be started");
+  app.add_flag_callback(
+      "--no-eoi", [&] { model.hasEndOfImage = false; }, "omit the EOI marker at the end of MJPG frames");
   app.set_help_flag("--help", "print this text");
 }
 
