@@ -196,7 +196,7 @@ TEST(Arguments, UsageErrorsNameTheMistake) {
 TEST(Arguments, ControlCharactersAreReplacedInErrors) {
   EXPECT_EQ(ErrorOf({"\x1b[2Jlist"}),
             "unknown command '?[2Jlist'; the commands are list, record, snapshot and doctor");
-  EXPECT_EQ(ErrorOf({"list", "--\x1b[2J"}), "unknown option '--?[2J'");
+  EXPECT_EQ(ErrorOf({"list", "--a\x1b[2J"}), "unknown option '--a?[2J'");
   EXPECT_EQ(ErrorOf({"list", "\x1b[2J"}), "'?[2J': unexpected argument");
 }
 
