@@ -27,7 +27,7 @@ prefix=$deps/$target
 sources=$deps/sources
 log=$deps/$target.log
 # Increment when a recipe below changes: a prefix with another number is rebuilt.
-recipe=4
+recipe=5
 stamp=$prefix/.recipe-$recipe
 
 if [ -e "$stamp" ]; then
