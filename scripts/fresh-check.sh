@@ -72,8 +72,11 @@ debootstrap --variant=minbase "$codename" "$root" "$mirror" >"$root.log" 2>&1 </
   { tail -n 20 "$root.log" >&2; exit 1; }
 mv "$root.log" "$root/debootstrap.log"
 cp /etc/resolv.conf "$root/etc/resolv.conf"
-# The settings for reaching the mirror, such as proxies.
-cp -n /etc/apt/apt.conf.d/* "$root/etc/apt/apt.conf.d/"
+# The settings for reaching the mirror, such as proxies. Not those of packages, which would conflict with these packages'
+# own files if they are installed there, too.
+for settings in /etc/apt/apt.conf.d/*; do
+  dpkg-query -S "$settings" >/dev/null 2>&1 || cp -n "$settings" "$root/etc/apt/apt.conf.d/"
+done
 mount --bind /proc "$root/proc"
 mount --rbind /sys "$root/sys"
 mount --make-rslave "$root/sys"
