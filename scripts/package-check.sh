@@ -133,7 +133,8 @@ use_packages() {
 
   step "removing"
   apt_get purge "${packages[@]}" "${tools[@]}"
-  apt_get autoremove --purge
+  # Also those dependencies that another package recommends, as libc6 does libidn2-0 on Debian 13.
+  apt_get autoremove --purge -o APT::AutoRemove::RecommendsImportant=false -o APT::AutoRemove::SuggestsImportant=false
   list_files >/tmp/files-after
   diff /tmp/files-before /tmp/files-after || fail "removing the packages left or removed the files above"
   step "installed, used, upgraded and removed $version; no file is left"
