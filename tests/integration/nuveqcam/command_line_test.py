@@ -16,7 +16,7 @@ def test_version_of_the_tool_and_its_libraries(tool):
     assert err == ""
     tool_line, *libraries = out.splitlines()
     assert tool_line == f"nuveqcam {os.environ['NUVEQCAM_VERSION']}"
-    assert [re.fullmatch(r"(\w+) \d+(\.\d+)*", line)[1] for line in libraries][:3] == ["log4cplus", "OpenH264", "libyuv"]
+    assert [re.fullmatch(r"([\w-]+) \d+(\.\d+)*", line)[1] for line in libraries][:3] == ["log4cplus", "OpenH264", "libyuv"]
 
 
 @pytest.mark.parametrize("command", ["", "list", "record", "snapshot", "doctor"])

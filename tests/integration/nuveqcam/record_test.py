@@ -44,7 +44,8 @@ def test_mp4_plays_without_warnings_for_its_duration(tool):
     found = stream(tool.file(RECORDING))
     assert (found["codec_name"], found["nb_read_frames"]) == ("h264", summary(out)["frames"])
     assert float(found["duration"]) == pytest.approx(float(summary(out)["duration"]), abs=0.05)
-    played = subprocess.run(["ffmpeg", "-v", "warning", "-i", tool.file(RECORDING), *keep_times(), "-f", "null", "-"], capture_output=True, stdin=subprocess.DEVNULL, timeout=TIMEOUT)
+    played = subprocess.run(["ffmpeg", "-v", "warning", "-i", tool.file(RECORDING), *keep_times(), "-f", "null", "-"],
+                            capture_output=True, stdin=subprocess.DEVNULL, timeout=TIMEOUT)
     assert (played.returncode, played.stderr) == (0, b"")
 
 

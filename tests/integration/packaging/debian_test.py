@@ -85,4 +85,6 @@ def test_copyright_file_has_the_licences_of_the_bundled_libraries():
         assert "No licence has been chosen" in text
     assert "Files: log4cplus/*\n" in texts[LIBRARY_PACKAGE]
     assert "Two clause BSD license" in texts[LIBRARY_PACKAGE]
+    assert "Files: utfcpp/*\n" in texts[LIBRARY_PACKAGE]
+    assert "Files: cli11/*\n" in texts["nuveqcam"]
     assert "log4cplus" not in texts["libnuveqcamerahandler-dev"]

@@ -3,6 +3,8 @@
 #include <libyuv/version.h>
 #include <log4cplus/version.h>
 #include <wels/codec_api.h>
+#include <CLI/Version.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include <sstream>
 
@@ -25,6 +27,9 @@ std::string LibraryVersions() {
   };
   print("libavcodec", avcodec_version());
   print("libavformat", avformat_version());
+  text << "CLI11 " << CLI11_VERSION << '\n';
+  text << "nlohmann-json " << NLOHMANN_JSON_VERSION_MAJOR << '.' << NLOHMANN_JSON_VERSION_MINOR << '.'
+       << NLOHMANN_JSON_VERSION_PATCH << '\n';
   return text.str();
 }
 
