@@ -8,12 +8,9 @@ TEST_P(EveryCall, FailsWithDocumentedResult) {
   const auto repeat = [this](Subject subject, const std::string& kind, scripted::Answer answer) {
     RepeatUntilNothingFails(kind, [&](std::uint64_t number) {
       HostRun run;
-      RunAndCheck(
-          run,
-          [&] {
-            run.BeginToFail({subject, number, GetPersistence(), answer});
-          },
-          [&] { run.FailNothing(); }, answer);
+      const auto begin = [&] { run.BeginToFail({subject, number, GetPersistence(), answer}); };
+      const auto end = [&] { run.FailNothing(); };
+      RunAndCheck(run, begin, end, answer);
       return run.HasFailed();
     });
   };

@@ -35,8 +35,8 @@ Scenario DestroyWhileOpenScenario() {
 
 void ScenarioTest::SetUp() {
   HostRun run;
-  RunAndCheck(
-      run, [] {}, [] {});
+  const auto nothing = [] {};
+  RunAndCheck(run, nothing, nothing);
 }
 
 void ScenarioTest::RunAndCheck(HostRun& run, const std::function<void()>& begin,

@@ -167,8 +167,8 @@ void AddOptions(CLI::App& app, Options& options) {
       "--socket", "PATH", [&](const std::string& path) { options.socket = path; },
       "Unix socket on which QEMU listens; waits up to 15 seconds for it")
       ->required();
-  add(
-      "--log", "FILE", [&](const std::string& file) { options.log = file; }, "log events to FILE");
+  const auto setLog = [&](const std::string& file) { options.log = file; };
+  add("--log", "FILE", setLog, "log events to FILE");
   add(
       "--speed", "SPEED", [&](const std::string& speed) { ParseSpeed(speed, model); },
       "high or full (default: high)");

@@ -81,7 +81,10 @@ TEST_F(EncoderThreads, DoNotStartForARejectedFrame) {
 }
 
 TEST_F(EncoderThreads, DoNotStartBeforeTheFirstFrame) {
-  { encoder::H264Encoder never(kSliceThreads); }
+  {
+    // Destroyed at once.
+    encoder::H264Encoder never(kSliceThreads);
+  }
   {
     encoder::H264Encoder encoder(kSliceThreads);
     ASSERT_TRUE(encoder.Initialize(ClipParam()));

@@ -24,7 +24,7 @@ class StoppedFrame {
   StoppedFrame() {
     s_frame = this;
     m_bytes = mmap(nullptr, kFrameSize, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    struct sigaction stop {};
+    struct sigaction stop = {};
     stop.sa_handler = [](int) { s_frame->StopAccess(); };
     sigaction(SIGSEGV, &stop, &m_previous);
   }
@@ -62,7 +62,7 @@ class StoppedFrame {
 
   static inline StoppedFrame* s_frame = nullptr;
   void* m_bytes = nullptr;
-  struct sigaction m_previous {};
+  struct sigaction m_previous = {};
   Semaphore m_resume;
   std::atomic<bool> m_isStopped = false;
   std::atomic<bool> m_isResumed = false;

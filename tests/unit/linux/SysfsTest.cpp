@@ -93,9 +93,9 @@ TEST_F(SlowAttributeTest, IsCutAfterAPage) {
 TEST_F(SlowAttributeTest, IsReadOnAfterASignal) {
   static std::atomic<bool> hasHandled;
   hasHandled = false;
-  struct sigaction handler {};
+  struct sigaction handler = {};
   handler.sa_handler = [](int /*signal*/) { hasHandled = true; };  // without SA_RESTART
-  struct sigaction earlier {};
+  struct sigaction earlier = {};
   sigaction(SIGUSR1, &handler, &earlier);
   EXPECT_TRUE(WaitFor([this] { return SystemCallOf(ReaderId()) == SYS_read; }));
   pthread_kill(ReaderHandle(), SIGUSR1);

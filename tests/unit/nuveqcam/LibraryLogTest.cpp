@@ -42,7 +42,10 @@ TEST(LibraryLog, PrintsLinesInUtf8) {
 
 TEST(LibraryLog, DetachesFromTheLoggerOnDestruction) {
   std::ostringstream printed;
-  { const LibraryLog log(&printed); }
+  {
+    // Destroyed at once.
+    const LibraryLog log(&printed);
+  }
   const LibraryLog other(nullptr);
   LogLikeTheLibrary(L"later");
   EXPECT_EQ(printed.str(), "");

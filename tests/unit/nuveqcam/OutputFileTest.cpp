@@ -26,7 +26,10 @@ TEST_F(Output, HasTheWrittenContent) {
 
 TEST_F(Output, TruncatesAnExistingFileOnFirstWrite) {
   std::ofstream(folder / "a") << "earlier and longer";
-  { const OutputFile file(NameOf(folder / "a"), StopSignals()); }
+  {
+    // Destroyed at once.
+    const OutputFile file(NameOf(folder / "a"), StopSignals());
+  }
   EXPECT_EQ(ContentOf(folder / "a"), "earlier and longer");
   OutputFile file(NameOf(folder / "a"), StopSignals());
   Write(file, "new");
@@ -34,7 +37,10 @@ TEST_F(Output, TruncatesAnExistingFileOnFirstWrite) {
 }
 
 TEST_F(Output, RemovesANewFileIfNothingWasWritten) {
-  { const OutputFile file(NameOf(folder / "a"), StopSignals()); }
+  {
+    // Destroyed at once.
+    const OutputFile file(NameOf(folder / "a"), StopSignals());
+  }
   EXPECT_FALSE(std::filesystem::exists(folder / "a"));
 }
 

@@ -23,7 +23,10 @@ using OutputLink = TemporaryFolder;
 
 TEST_F(OutputLink, DanglingLinkStaysDanglingIfNothingWasWritten) {
   std::filesystem::create_symlink("target", folder / "link");
-  { const OutputFile file(NameOf(folder / "link"), StopSignals()); }
+  {
+    // Destroyed at once.
+    const OutputFile file(NameOf(folder / "link"), StopSignals());
+  }
   EXPECT_TRUE(std::filesystem::is_symlink(folder / "link"));
   EXPECT_FALSE(std::filesystem::exists(folder / "target"));
   OutputFile file(NameOf(folder / "link"), StopSignals());
@@ -34,7 +37,10 @@ TEST_F(OutputLink, DanglingLinkStaysDanglingIfNothingWasWritten) {
 TEST_F(OutputLink, TargetKeepsItsContentIfNothingWasWritten) {
   std::ofstream(folder / "target") << "earlier";
   std::filesystem::create_symlink("target", folder / "link");
-  { const OutputFile file(NameOf(folder / "link"), StopSignals()); }
+  {
+    // Destroyed at once.
+    const OutputFile file(NameOf(folder / "link"), StopSignals());
+  }
   EXPECT_EQ(ContentOf(folder / "target"), "earlier");
 }
 

@@ -31,7 +31,10 @@ TEST(StopSignals, SecondSignalOfAKindEndsTheProcess) {
 TEST(StopSignals, DoNotEndAProcessThatIsExiting) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const auto interruptTheEnd = [] {
-    { const StopSignals signals; }
+    {
+      // Destroyed at once.
+      const StopSignals signals;
+    }
     raise(SIGTERM);
     std::exit(7);  // NOLINT(concurrency-mt-unsafe): there is no other thread
   };
@@ -39,14 +42,14 @@ TEST(StopSignals, DoNotEndAProcessThatIsExiting) {
 }
 
 TEST(StopSignals, IgnoredSignalsStayIgnored) {
-  struct sigaction ignore {};
+  struct sigaction ignore = {};
   ignore.sa_handler = SIG_IGN;
-  struct sigaction earlier {};
+  struct sigaction earlier = {};
   sigaction(SIGINT, &ignore, &earlier);
   const StopSignals signals;
   raise(SIGINT);
   EXPECT_FALSE(signals.HasArrived());
-  struct sigaction now {};
+  struct sigaction now = {};
   sigaction(SIGINT, &earlier, &now);
   EXPECT_EQ(now.sa_handler, SIG_IGN);
 }

@@ -70,7 +70,10 @@ TEST(WriterThread, FailureAbandonsTheQueueAndIsThrownByFinish) {
 TEST(WriterThread, WithoutFinishCompletesNoFile) {
   PacketQueue queue(1000);
   FakeWriter writer;
-  { const WriterThread thread(queue, writer, 30); }
+  {
+    // Destroyed at once.
+    const WriterThread thread(queue, writer, 30);
+  }
   EXPECT_FALSE(writer.isFinished);
   EXPECT_FALSE(queue.Push(KeyPacket(1)));
 }

@@ -28,7 +28,7 @@ bool ReserveStandardDescriptors() {
 }
 
 void Ignore(int signal) {
-  struct sigaction action {};
+  struct sigaction action = {};
   action.sa_handler = SIG_IGN;
   sigemptyset(&action.sa_mask);
   sigaction(signal, &action, nullptr);

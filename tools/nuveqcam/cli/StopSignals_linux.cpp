@@ -20,8 +20,8 @@ extern "C" void OnStopRequest(int /*signal*/) { isStopRequested = true; }
 StopSignals::StopSignals() {
   isStopRequested = false;
   for (const int number : kStopSignals) {
-    struct sigaction previous {};
-    struct sigaction action {};
+    struct sigaction previous = {};
+    struct sigaction action = {};
     action.sa_handler = OnStopRequest;
     // SA_RESTART completes a write in progress; SA_RESETHAND lets a second signal end the process.
     action.sa_flags = SA_RESTART | static_cast<int>(SA_RESETHAND);

@@ -23,7 +23,7 @@ constexpr std::chrono::milliseconds kReaderPollInterval{20};
 static_assert(EAGAIN == EWOULDBLOCK);
 
 bool IsNamedPipe(const std::string& path) {
-  struct stat status {};
+  struct stat status = {};
   return stat(path.c_str(), &status) == 0 && S_ISFIFO(status.st_mode);
 }
 
@@ -74,7 +74,7 @@ OutputFile::OutputFile(const std::string& path, const StopSignals& signals)
   } else {
     Open(signals);
   }
-  struct stat status {};
+  struct stat status = {};
   m_isRegular = fstat(m_handle, &status) == 0 && S_ISREG(status.st_mode);
   m_canSeek = !m_isStandardOutput && m_isRegular;
 }
@@ -135,8 +135,8 @@ void OutputFile::TruncateOnFirstWrite() {
 }
 
 bool OutputFile::IsSameAs(const std::string& path) const {
-  struct stat other {};
-  struct stat own {};
+  struct stat other = {};
+  struct stat own = {};
   return stat(path.c_str(), &other) == 0 && fstat(m_handle, &own) == 0 && own.st_dev == other.st_dev &&
          own.st_ino == other.st_ino;
 }
