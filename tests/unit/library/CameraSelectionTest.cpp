@@ -137,6 +137,10 @@ TEST_F(CameraSelection, ConvertsSupplementaryCharactersToUtf8) {
     EXPECT_EQ(camera->CameraCount(), 1U);
     EXPECT_THAT(Access::CameraNames(*camera), ElementsAre("x \xF0\x9F\x93\xB7 \xC3\xA9"));
   }
+  // The last character without and the first with a surrogate pair.
+  platform.SetPc({{{0, "X"}}, {{"boundary", L"x\uFFFF\U00010000", {}}}});
+  EXPECT_EQ(camera->CameraCount(), 1U);
+  EXPECT_THAT(Access::CameraNames(*camera), ElementsAre("x\xEF\xBF\xBF\xF0\x90\x80\x80"));
 }
 
 TEST_F(CameraSelection, NameThatIsNotUtf16IsABadConversion) {
