@@ -29,6 +29,9 @@ trap 'rm -rf "$scratch"' EXIT
 apt_folder=$scratch/apt
 topic=clips
 log=$scratch/log
+: >"$log"
+as_root=()
+[ "$(id -u)" -eq 0 ] || as_root=(sudo)
 . "$(dirname "$0")/apt-source.sh"
 # The release whose packages contain the clips.
 release=bookworm
@@ -38,9 +41,9 @@ codename=$(. /etc/os-release && echo "$VERSION_CODENAME")
 download() {
   if [ "$codename" = "$release" ]; then
     # The machine may not have fetched package lists yet.
-    (cd "$scratch" && apt-get -qq -o APT::Sandbox::User=root download "$1" </dev/null 2>/dev/null) && return
-    apt-get -qq update </dev/null
-    (cd "$scratch" && apt-get -qq -o APT::Sandbox::User=root download "$1" </dev/null)
+    (cd "$scratch" && apt-get -qq -o APT::Sandbox::User=root download "$1" </dev/null >>"$log" 2>&1) && return
+    "${as_root[@]}" apt-get -qq update </dev/null
+    (cd "$scratch" && apt-get -qq -o APT::Sandbox::User=root download "$1" </dev/null >>"$log" 2>&1)
   else
     [ -d "$apt_folder" ] || update_private_apt deb "$release"
     (cd "$scratch" && private_apt download "$1" >>"$log" 2>&1)

@@ -49,18 +49,19 @@ if ! command -v debootstrap >/dev/null; then
 fi
 
 root=$(mktemp -d "${TMPDIR:-/tmp}/fresh-check.XXXXXX")
+child=
 finish() {
-  local mounted
-  for mounted in proc sys dev share; do
-    ! mountpoint -q "$root/$mounted" || umount -R "$root/$mounted"
-  done
+  # Ends the processes of the root, and with them its mounts.
+  [ -z "$child" ] || { kill -KILL "$child" 2>/dev/null && wait "$child" 2>/dev/null; } || true
   if [ "$keep" = yes ]; then
     echo "fresh-check: kept $root"
   else
-    rm -rf --one-file-system "$root"
+    rm -rf --one-file-system "$root" "$root.log"
   fi
 }
 trap finish EXIT
+trap 'exit 130' INT
+trap 'exit 143' TERM
 
 # The mirror from which this machine installs its own release has the others, too.
 mirror=$(apt-get indextargets --format '$(REPO_URI) $(RELEASE)' 'Created-By: Packages' </dev/null |
@@ -77,17 +78,28 @@ cp /etc/resolv.conf "$root/etc/resolv.conf"
 for settings in /etc/apt/apt.conf.d/*; do
   dpkg-query -S "$settings" >/dev/null 2>&1 || cp -n "$settings" "$root/etc/apt/apt.conf.d/"
 done
-mount --bind /proc "$root/proc"
-mount --rbind /sys "$root/sys"
-mount --make-rslave "$root/sys"
-mount --rbind /dev "$root/dev"
-mount --make-rslave "$root/dev"
-if [ -n "$share" ]; then
-  mkdir "$root/share"
-  mount --bind "$share" "$root/share"
-fi
-
 git clone -q --no-hardlinks "$top" "$root/project"
-# A clean environment, because the machine's locale and settings do not apply in the chroot.
-chroot "$root" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LC_ALL=C.UTF-8 \
-  bash -c 'cd /project && exec "$@"' fresh-check "${command[@]}" </dev/null
+
+# Runs in the namespaces of the root.
+enter_root='
+  set -e
+  root=$1 share=$2
+  shift 2
+  mount -t proc proc "$root/proc"
+  for folder in sys dev; do
+    mount --rbind "/$folder" "$root/$folder"
+  done
+  if [ -n "$share" ]; then
+    mkdir -p "$root/share"
+    mount --bind "$share" "$root/share"
+  fi
+  # A clean environment, because the settings of the machine do not apply in the root.
+  exec chroot "$root" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LC_ALL=C.UTF-8 \
+    bash -c '\''cd /project && exec "$@"'\'' fresh-check "$@"
+'
+unshare --mount --pid --fork --kill-child bash -c "$enter_root" fresh-check "$root" "$share" "${command[@]}" </dev/null &
+child=$!
+status=0
+wait "$child" || status=$?
+child=
+exit $status

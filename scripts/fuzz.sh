@@ -30,7 +30,7 @@ declare -A sources=(
   [session]='/src/'
   [v4l2]='/platform/linux/'
   [mjpeg]='/platform/linux/mjpeg/'
-  [arguments]='/tools/nuveqcam/(cli/Arguments|recording/OutputKind)[.]'
+  [arguments]='/tools/nuveqcam/(cli/(Arguments|CommandLine)|recording/OutputKind)[.]'
 )
 
 case "${1:-}" in
