@@ -4,10 +4,14 @@
 # Components: runtime (the library), dev (for building hosts), tool (nuveqcam). The component archive has the texts of the
 # archives; PackagingDebian.cmake installs those of the Debian packages.
 #
-# The handler table's layout is fixed. A version with another table would get another SOVERSION.
 include_guard()
+# Increment when the exported function or its table changes.
+set(NUVEQ_SOVERSION 1)
 if(NOT WIN32 AND EXISTS /etc/debian_version AND CMAKE_LIBRARY_ARCHITECTURE)
-  set(CMAKE_INSTALL_LIBDIR lib/${CMAKE_LIBRARY_ARCHITECTURE} CACHE PATH "Object code libraries")
+  # GNUInstallDirs chooses lib for all prefixes but /usr, and keeps it in the cache.
+  if(NOT DEFINED CMAKE_INSTALL_LIBDIR OR CMAKE_INSTALL_LIBDIR STREQUAL lib)
+    set(CMAKE_INSTALL_LIBDIR lib/${CMAKE_LIBRARY_ARCHITECTURE})
+  endif()
 endif()
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
@@ -31,7 +35,7 @@ set(NUVEQ_INSTALL_PRIVATE_DIR ${CMAKE_INSTALL_LIBDIR}/${private_dir})
 include(PackagingLicences)
 
 # The libraries and the tool. The encoder library has no import library: only the camera library links it.
-set_target_properties(nuveqcamerahandler PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+set_target_properties(nuveqcamerahandler PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${NUVEQ_SOVERSION})
 # Hosts load the library by its name without a version: that link belongs to the component runtime, too.
 install(TARGETS nuveqcamerahandler EXPORT nuveqcamerahandler
         RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime

@@ -18,14 +18,15 @@ set(CPACK_COMPONENT_TOOL_DEPENDS runtime)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
-set(CPACK_DEBIAN_PACKAGE_MAINTAINER "NUVEQ maintainers <nuveq@example.org>")
+set(NUVEQ_MAINTAINER "NUVEQ maintainers <nuveq@example.org>" CACHE STRING "Maintainer of the Debian packages")
+set(CPACK_DEBIAN_PACKAGE_MAINTAINER ${NUVEQ_MAINTAINER})
 set(CPACK_DEBIAN_PACKAGE_SOURCE ${PROJECT_NAME})
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY} ${CMAKE_BINARY_DIR}/packaging)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
     OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 
-set(library_package libnuveqcamerahandler${PROJECT_VERSION_MAJOR})
+set(library_package libnuveqcamerahandler${NUVEQ_SOVERSION})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${library_package})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "library for the PC's built-in camera
@@ -47,9 +48,9 @@ selected, and why others are not. A simulated PC can replace the real one.")
 
 # Control files of the library.
 set(control ${CMAKE_BINARY_DIR}/packaging/debian)
-file(WRITE ${control}/shlibs "libnuveqcamerahandler ${PROJECT_VERSION_MAJOR} ${library_package}\n")
+file(WRITE ${control}/shlibs "libnuveqcamerahandler ${NUVEQ_SOVERSION} ${library_package}\n")
 file(WRITE ${control}/symbols
-     "libnuveqcamerahandler.so.${PROJECT_VERSION_MAJOR} ${library_package} #MINVER#\n"
+     "libnuveqcamerahandler.so.${NUVEQ_SOVERSION} ${library_package} #MINVER#\n"
      "* Build-Depends-Package: ${CPACK_DEBIAN_DEV_PACKAGE_NAME}\n"
      " NUVEQGetCameraHandler@Base 1.0.0\n")
 file(WRITE ${control}/triggers "activate-noawait ldconfig\n")
@@ -62,7 +63,14 @@ execute_process(
     COMMAND awk -f ${PROJECT_SOURCE_DIR}/packaging/debian/changelog.awk -v version=${PROJECT_VERSION}
             -v debian_version=${NUVEQ_DEBIAN_VERSION} -v release=${codename}
             -v "maintainer=${CPACK_DEBIAN_PACKAGE_MAINTAINER}" ${PROJECT_SOURCE_DIR}/CHANGELOG.md
-    OUTPUT_FILE ${control}/changelog.Debian COMMAND_ERROR_IS_FATAL ANY)
+    OUTPUT_FILE ${control}/changelog.Debian RESULT_VARIABLE result ERROR_QUIET)
+if(NOT result EQUAL 0)
+  message(STATUS "CHANGELOG.md has no section for version ${PROJECT_VERSION}: building works, packing fails")
+  foreach(component runtime dev tool)
+    install(CODE "message(FATAL_ERROR \"CHANGELOG.md has no section for version ${PROJECT_VERSION}\")"
+            COMPONENT ${component} EXCLUDE_FROM_ALL)
+  endforeach()
+endif()
 execute_process(COMMAND gzip -9nf ${control}/changelog.Debian COMMAND_ERROR_IS_FATAL ANY)
 
 # Texts that only the Debian packages have.

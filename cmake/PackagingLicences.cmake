@@ -154,6 +154,8 @@ if(MINGW)
                     LICENCE "ZPL-2.1 AND LicenseRef-Public-Domain"
                     IN ${binaries} bin/libnuveqcamerahandler.dll LICENCES mingw-w64)
   file(READ ${PROJECT_SOURCE_DIR}/packaging/gcc-runtime-note.md note)
+  string(REGEX MATCH "^[0-9]+" NUVEQ_GCC ${CMAKE_CXX_COMPILER_VERSION})
+  string(CONFIGURE "${note}" note @ONLY)
   string(APPEND NUVEQ_THIRD_PARTY_NOTES "\n${note}")
 endif()
 if(NOT WIN32)

@@ -6,8 +6,8 @@ usage() {
   cat <<'USAGE'
 usage: scripts/make-windows-package.sh FOLDER
 
-Installs missing packages, builds, and writes the zip archive for Windows, its checksum and an archive of the binaries
-with debug information to FOLDER.
+Installs missing packages, builds, and writes to FOLDER: the zip archive for Windows, its checksum, the source of FFmpeg,
+whose licence requires it to be offered together with the archive, and an archive of the binaries with debug information.
 USAGE
 }
 
@@ -15,13 +15,18 @@ case "${1:-}" in
   -h | --help) usage; exit 0 ;;
   '' | -*) usage >&2; exit 2 ;;
 esac
-folder=$(realpath "$1")
+folder=$(realpath -m "$1")
 cd "$(dirname "$0")/.."
+# A folder of its own, because the preset's is configured with tests.
+build=build/windows-package
 scripts/install-packages.sh windows
 scripts/bootstrap-deps.sh windows
-cmake --preset windows -DBUILD_TESTING=OFF
-cmake --build --preset windows
-cpack --config build/windows/CPackConfig.cmake -B "$folder"
+rm -rf "$build"
+cmake --preset windows -B "$build" -DBUILD_TESTING=OFF
+cmake --build "$build"
+mkdir -p "$folder"
+cpack --config "$build/CPackConfig.cmake" -B "$folder"
 rm -rf "$folder/_CPack_Packages"
-archive=$(basename "$folder"/nuveqcamerahandler-*-windows-x86_64.zip .zip)
-tar -C build/windows -czf "$folder/$archive-unstripped.tar.gz" bin
+archive=$(sed -n 's/^set(CPACK_PACKAGE_FILE_NAME "\(.*\)")$/\1/p' "$build/CPackConfig.cmake")
+tar -C build/deps/sources -czf "$folder/$archive-ffmpeg-source.tar.gz" ffmpeg
+tar -C "$build" -czf "$folder/$archive-unstripped.tar.gz" bin

@@ -73,7 +73,10 @@ expect() {
 # use_tool: nuveqcam with the simulated camera, and the library by its name, as a host opens it.
 use_tool() {
   expect "640 x   480" nuveqcam list --simulated
-  expect "" nuveqcam record -o /tmp/camera.mp4 --size 320x240 --seconds 1 --simulated
+  rm -f /tmp/camera.mp4
+  expect "recorded /tmp/camera.mp4" nuveqcam record -o /tmp/camera.mp4 --size 320x240 --seconds 1 --simulated
+  # The boxes of a complete MP4 file.
+  { grep -q ftyp /tmp/camera.mp4 && grep -q moov /tmp/camera.mp4; } || fail "the recording is not an MP4 file"
   perl -MDynaLoader -e '
     my $library = DynaLoader::dl_load_file("libnuveqcamerahandler.so") or die DynaLoader::dl_error();
     DynaLoader::dl_find_symbol($library, "NUVEQGetCameraHandler") or die "no function table";' ||

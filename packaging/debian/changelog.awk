@@ -37,6 +37,6 @@ END {
     exit 1
   }
   print_item()
-  ("date -R -u -d " date) | getline time
+  if ((("date -R -u -d " date) | getline time) != 1) exit 1
   printf "\n -- %s  %s\n", maintainer, time
 }

@@ -31,6 +31,10 @@ def expected_files():
     return lists
 
 
+def test_libraries_are_in_the_folder_of_the_architecture():
+    assert LIBDIR == "lib/" + run("dpkg-architecture", "-qDEB_HOST_MULTIARCH").strip()
+
+
 def test_packages_contain_exactly_the_listed_files():
     assert sorted(path.name for path in DEBIAN_PACKAGES.iterdir()) == sorted(PACKAGES)
     for package, files in expected_files().items():
