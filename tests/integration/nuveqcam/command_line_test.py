@@ -16,7 +16,8 @@ def test_version_of_the_tool_and_its_libraries(tool):
     assert err == ""
     tool_line, *libraries = out.splitlines()
     assert tool_line == f"nuveqcam {os.environ['NUVEQCAM_VERSION']}"
-    assert [re.fullmatch(r"([\w-]+) \d+(\.\d+)*", line)[1] for line in libraries][:3] == ["log4cplus", "OpenH264", "libyuv"]
+    assert [re.fullmatch(r"([\w-]+) \d+(\.\d+)*", line)[1] for line in libraries] == [
+        "log4cplus", "OpenH264", "libyuv", "libavcodec", "libavformat", "libavutil", "CLI11", "nlohmann-json"]
 
 
 @pytest.mark.parametrize("command", ["", "list", "record", "snapshot", "doctor"])
@@ -32,9 +33,18 @@ def test_help_describes_the_features_of_this_system(tool, command):
 
 
 @pytest.mark.parametrize("arguments", [
+    ["record", "-o", "x.txt", "--help"], ["list", "--fps", "3", "--help"], ["--json", "--help", "list"]])
+def test_help_is_printed_despite_mistakes(tool, arguments):
+    out, err = tool.run(*arguments)
+    assert err == ""
+    assert out.startswith("usage: nuveqcam ")
+    assert tool.names() == []
+
+
+@pytest.mark.parametrize("arguments", [
     [], ["fly"], ["record", "--seconds"], ["record", "--size", "big"], ["list", "--fps", "3"], ["record", "--seconds", "86401"],
     ["record", "-o", "me.avi"], ["--bogus", "list"], ["snapshot", "-o", "me.jpg"], ["list", "list"], ["--simulated=", "list"],
-    ["--json", "list"], ["list", "--", "--json"], ["list", "/h"], ["record", "-o=me.png"],
+    ["--json", "list"], ["list", "--", "--json"], ["--list.json"], ["list.list"], ["list", "/h"], ["record", "-o=me.png"],
     *([["list", "--simulated"]] if IS_WINDOWS else [])])
 def test_invalid_arguments_are_rejected(tool, arguments):
     out, err = tool.run(*arguments, code=USAGE)

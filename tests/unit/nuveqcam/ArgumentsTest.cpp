@@ -76,6 +76,14 @@ TEST(Arguments, ShortOptionsCanBeCombined) {
   EXPECT_TRUE(options.isVerbose);
   EXPECT_EQ(options.output, "a.mp4");
   EXPECT_TRUE(Parse({"list", "-vh"}).wantsHelp);
+  EXPECT_EQ(Parse({"record", "-vo", "a.mp4"}).output, "a.mp4");
+}
+
+TEST(Arguments, ValuesMayLookLikeOptions) {
+  for (const char* const name : {"++", "--", "--help", "-v", "--fps=", "list", "list.json"}) {
+    EXPECT_EQ(Parse({"list", "--library", name}).library, name);
+    EXPECT_FALSE(Parse({"list", "--library", name}).wantsHelp);
+  }
 }
 
 TEST(Arguments, GlobalOptionsMayPrecedeOrFollowTheCommand) {
@@ -96,12 +104,20 @@ TEST(Arguments, OptionsOfACommandFollowIt) {
   EXPECT_EQ(ErrorOf({"--fps", "30", "list"}), "--fps is not valid for 'list'");
 }
 
-TEST(Arguments, WordsAfterTwoDashesAreNoOptions) {
+TEST(Arguments, WordsAfterTwoDashesAreNotOptions) {
   EXPECT_EQ(Parse({"list", "--"}).command, Command::kList);
   EXPECT_EQ(ErrorOf({"list", "--", "-v"}), "'-v': unexpected argument");
   EXPECT_EQ(ErrorOf({"list", "--", "--json"}), "'--json': unexpected argument");
   EXPECT_EQ(ErrorOf({"list", "--", "record"}), "'record': unexpected argument");
+  EXPECT_EQ(ErrorOf({"list", "--", "++"}), "'++': unexpected argument");
+  EXPECT_EQ(ErrorOf({"list", "--", "--fps="}), "'--fps=': unexpected argument");
   EXPECT_EQ(ErrorOf({"--", "list"}), "missing command before '--': list, record, snapshot or doctor");
+  EXPECT_EQ(ErrorOf({"--", "--help"}), "missing command before '--': list, record, snapshot or doctor");
+  EXPECT_TRUE(Parse({"list", "--simulated", "--"}).isSimulated);
+  EXPECT_EQ(ErrorOf({"list", "--simulated", "--", "--version"}), "'--version': unexpected argument");
+  EXPECT_EQ(ErrorOf({"list", "--simulated", "--", "a.mp4"}), "'a.mp4': unexpected argument");
+  EXPECT_EQ(ErrorOf({"--simulated", "--", "list"}),
+            "missing command before '--': list, record, snapshot or doctor");
 }
 
 TEST(Arguments, LastOccurrenceOfAnOptionApplies) {
@@ -133,6 +149,25 @@ TEST(Arguments, HelpAndVersionNeedNoCommand) {
   EXPECT_TRUE(Parse({"record", "--help"}).wantsHelp);
   EXPECT_EQ(Parse({"--help", "record"}).command, Command::kRecord);
   EXPECT_TRUE(Parse({"record", "--version"}).wantsVersion);
+}
+
+TEST(Arguments, HelpAndVersionIgnoreMistakes) {
+  for (const Words& mistake :
+       {Words{"-o", "x.txt"}, Words{"--skip", "3"}, Words{"--fps", "0"}, Words{"--fps="}, Words{"--bogus"},
+        Words{"--json=yes"}, Words{"++"}, Words{"list"}, Words{"-v5"}, Words{"list.record"}}) {
+    Words words{"record"};
+    words.insert(words.end(), mistake.begin(), mistake.end());
+    words.emplace_back("--help");
+    EXPECT_TRUE(Parse(words).wantsHelp) << mistake.front();
+    EXPECT_EQ(Parse(words).command, Command::kRecord);
+    words.back() = "--version";
+    EXPECT_TRUE(Parse(words).wantsVersion) << mistake.front();
+  }
+  EXPECT_EQ(Parse({"--json", "--help", "list"}).command, Command::kList);
+  EXPECT_TRUE(Parse({"--help", "record", "--fps"}).wantsHelp);
+  EXPECT_TRUE(Parse({"fly", "--help"}).wantsHelp);
+  EXPECT_TRUE(Parse({"--simulated", "--help"}, kMinimalSystem).wantsHelp);
+  EXPECT_EQ(ErrorOf({"record", "--fps", "--help"}), "--fps must be an integer from 1 to 1000, not '--help'");
 }
 
 TEST(Arguments, NumbersMustBeIntegersInRange) {
@@ -169,7 +204,11 @@ TEST(Arguments, UsageErrorsNameTheMistake) {
   EXPECT_EQ(ErrorOf({"list", "-x"}), "unknown option '-x'");
   EXPECT_EQ(ErrorOf({"list", "list"}), "'list': unexpected argument");
   EXPECT_EQ(ErrorOf({"list", "-"}), "'-': unexpected argument");
-  EXPECT_EQ(ErrorOf({"list", "-1"}), "'-1': unexpected argument");
+  EXPECT_EQ(ErrorOf({"list", "-1"}), "unknown option '-1'");
+  EXPECT_EQ(ErrorOf({"list", "-v5"}), "unknown option '-v5'");
+  EXPECT_EQ(ErrorOf({"list", "-vx"}), "unknown option '-vx'");
+  EXPECT_EQ(ErrorOf({"list", "-v=true"}), "unknown option '-v=true'");
+  EXPECT_EQ(ErrorOf({"list", "-v-help"}), "unknown option '-v-help'");
   EXPECT_EQ(ErrorOf({"list", "/h"}), "'/h': unexpected argument");
   EXPECT_EQ(ErrorOf({"list", "++"}), "'++': unexpected argument");
   EXPECT_EQ(ErrorOf({"list", ""}), "'': unexpected argument");
@@ -183,14 +222,28 @@ TEST(Arguments, UsageErrorsNameTheMistake) {
   EXPECT_EQ(ErrorOf({"list", "--simulated="}), "--simulated= requires a value");
   EXPECT_THAT(ErrorOf({"record", "-o="}), HasSubstr("unknown output format of '='"));
   EXPECT_EQ(ErrorOf({"record", "-o"}), "-o requires a value");
+  EXPECT_EQ(ErrorOf({"record", "-vo"}), "-vo requires a value");
   EXPECT_EQ(ErrorOf({"record", "-o", ""}), "--output requires a file name");
   EXPECT_EQ(ErrorOf({"list", "--library", ""}), "--library requires a file name");
-  EXPECT_EQ(ErrorOf({"list", "--json=yes"}), "--json does not take a value");
-  EXPECT_EQ(ErrorOf({"list", "--json="}), "--json= does not take a value");
+  EXPECT_EQ(ErrorOf({"list", "--simulated", ""}), "--simulated requires a file name");
+  for (const char* const value : {"yes", "true", "false", "1", ""}) {
+    EXPECT_EQ(ErrorOf({"list", std::string("--json=") + value}), "--json does not take a value");
+    EXPECT_EQ(ErrorOf({"list", std::string("--verbose=") + value}), "--verbose does not take a value");
+  }
   EXPECT_EQ(ErrorOf({"list", "--fps", "3"}), "--fps is not valid for 'list'");
   EXPECT_EQ(ErrorOf({"doctor", "--fps", "3"}), "--fps is not valid for 'doctor'");
   EXPECT_EQ(ErrorOf({"record", "--skip", "3"}), "--skip is not valid for 'record'");
   EXPECT_EQ(ErrorOf({"snapshot", "--seconds", "3"}), "--seconds is not valid for 'snapshot'");
+}
+
+TEST(Arguments, DotsDoNotSeparateCommandsAndOptions) {
+  EXPECT_EQ(ErrorOf({"--list.json"}), "unknown option '--list.json'");
+  EXPECT_EQ(ErrorOf({"list", "--list.json"}), "unknown option '--list.json'");
+  EXPECT_EQ(ErrorOf({"--record.fps=3"}), "unknown option '--record.fps=3'");
+  EXPECT_EQ(ErrorOf({"record", "--record.fps", "3"}), "unknown option '--record.fps'");
+  EXPECT_THAT(ErrorOf({"list.list"}), HasSubstr("unknown command 'list.list'"));
+  EXPECT_EQ(ErrorOf({"list", "list.list"}), "'list.list': unexpected argument");
+  EXPECT_EQ(Parse({"list", "--simulated", "list.record"}).clip, "list.record");
 }
 
 TEST(Arguments, ControlCharactersAreReplacedInErrors) {

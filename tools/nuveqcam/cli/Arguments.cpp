@@ -1,5 +1,6 @@
 #include "cli/Arguments.h"
 
+#include <algorithm>
 #include <string_view>
 
 #include "cli/CommandLine.h"
@@ -22,9 +23,9 @@ std::string CommandNames(const std::string& conjunction) {
   return names;
 }
 
-// The name of the option in a word: "--fps" of "--fps=30", "-o" of "-oFILE".
-std::string OptionName(const std::string& word) {
-  return word.starts_with("--") ? word.substr(0, word.find('=')) : word.substr(0, 2);
+bool IsCommand(const std::string& word) {
+  return std::ranges::any_of(CommandDefinitions(),
+                             [&](const auto& definition) { return word == definition.name; });
 }
 
 // An option for all commands or for any command; null if there is none.
@@ -36,71 +37,155 @@ const CLI::Option* FindOption(const CommandLine& line, const std::string& name) 
   return option;
 }
 
-// Rejects words to which CLI11 gives a meaning of its own.
-void CheckWords(const CommandLine& line, const std::vector<std::string>& words) {
-  for (const std::string& word : words) {
-    if (word == "++") {
-      // It would end the command.
-      throw UsageError{"'++': unexpected argument"};
+bool TakesValue(const CLI::Option& option) { return option.get_items_expected_max() != 0; }
+bool IsValueOptional(const CLI::Option& option) { return option.get_items_expected_min() == 0; }
+
+// All options have a long name. CLI::Option::get_name() is empty for hidden options.
+std::string LongName(const CLI::Option& option) { return "--" + option.get_lnames().front(); }
+
+// Converts a command line to the forms that every version of CLI11 parses alike: one command, "--flag",
+// "--option=value", and "--option" with the next word for an empty value.
+class Splitter {
+ public:
+  Splitter(const CommandLine& line, const std::vector<std::string>& words)
+      : m_line(line), m_next(words.begin()), m_end(words.end()) {
+    while (m_next != m_end) {
+      AddWord(*m_next++);
     }
-    if (word.starts_with("--") && word.find('=') == word.size() - 1) {
-      // The next word would be the value.
-      if (const CLI::Option* const option = FindOption(line, OptionName(word))) {
-        throw UsageError{
-            word + (option->get_items_expected_max() == 0 ? " does not take a value" : " requires a value")};
+  }
+
+  const std::vector<std::string>& Words() const { return m_words; }
+  // The first mistake. Words() does not contain words with mistakes.
+  const std::optional<UsageError>& Mistake() const { return m_mistake; }
+
+ private:
+  void AddWord(const std::string& word) {
+    if (word == "--") {
+      AddTwoDashes();
+    } else if (word.starts_with("--")) {
+      AddLongOption(word);
+    } else if (word.starts_with('-') && word != "-") {
+      AddShortOptions(word);
+    } else {
+      AddCommand(word);
+    }
+  }
+
+  void AddTwoDashes() {
+    if (!m_hasCommand) {
+      Reject("missing command before '--': " + CommandNames("or"));
+    } else if (m_next != m_end) {
+      Reject(Quote(*m_next) + ": unexpected argument");
+    }
+    m_next = m_end;
+  }
+
+  void AddCommand(const std::string& word) {
+    if (m_hasCommand) {
+      Reject(Quote(word) + ": unexpected argument");
+    } else if (!IsCommand(word)) {
+      Reject("unknown command " + Quote(word) + "; the commands are " + CommandNames("and"));
+    } else {
+      m_hasCommand = true;
+      m_words.push_back(word);
+    }
+  }
+
+  void AddLongOption(const std::string& word) {
+    const std::size_t equals = word.find('=');
+    const CLI::Option* const option = FindOption(m_line, word.substr(0, equals));
+    if (option == nullptr) {
+      Reject("unknown option " + Quote(word));
+    } else if (equals == std::string::npos) {
+      AddOption(*option, word);
+    } else if (!TakesValue(*option)) {
+      Reject(LongName(*option) + " does not take a value");
+    } else if (equals + 1 == word.size()) {
+      Reject(word + " requires a value");
+    } else {
+      m_words.push_back(word);
+    }
+  }
+
+  // One or more options, the last one possibly with its value: "-v", "-oFILE", "-voFILE".
+  void AddShortOptions(const std::string& word) {
+    for (std::size_t i = 1; i < word.size(); ++i) {
+      const CLI::Option* const option = FindOption(m_line, {'-', word[i]});
+      if (option == nullptr) {
+        Reject("unknown option " + Quote(word));
+        return;
       }
+      if (TakesValue(*option) && i + 1 < word.size()) {
+        AddValue(*option, word.substr(i + 1));
+        return;
+      }
+      AddOption(*option, word);
     }
   }
-}
 
-void CheckUnknownOption(const CommandLine& line, const std::string& word) {
-  const std::string name = OptionName(word);
-  const CLI::Option* const option = FindOption(line, name);
-  if (option == nullptr) {
-    throw UsageError{"unknown option " + Quote(word)};
+  // Adds an option whose value is not in its own word.
+  void AddOption(const CLI::Option& option, const std::string& word) {
+    const bool isLast = m_next == m_end;
+    if (!TakesValue(option) || (IsValueOptional(option) && (isLast || !IsOptionalValue(*m_next)))) {
+      m_words.push_back(LongName(option));
+    } else if (isLast) {
+      Reject(word + " requires a value");
+    } else if (IsValueOptional(option) && m_next->empty()) {
+      Reject(word + " requires a file name");
+      ++m_next;
+    } else {
+      AddValue(option, *m_next++);
+    }
   }
-  const Command command = line.options.command;
-  if (command != Command::kNone) {
-    const bool isValid = line.AppOf(command).get_option_no_throw(name) != nullptr;
-    throw UsageError{option->get_name() + (isValid ? " must follow '" : " is not valid for '") +
-                     NameOf(command) + "'"};
-  }
-}
 
-// Checks the words that CLI11 could not assign.
-void CheckUnknownWords(const CommandLine& line) {
-  const std::vector<std::string> unknown = line.tool.remaining();
-  if (unknown.empty()) {
+  static bool IsOptionalValue(const std::string& word) {
+    return (!word.starts_with('-') || word == "-") && !IsCommand(word);
+  }
+
+  void AddValue(const CLI::Option& option, const std::string& value) {
+    if (value.empty()) {
+      m_words.insert(m_words.end(), {LongName(option), value});
+    } else {
+      m_words.push_back(LongName(option) + "=" + value);
+    }
+  }
+
+  void Reject(const std::string& mistake) {
+    if (!m_mistake) {
+      m_mistake = UsageError{mistake};
+    }
+  }
+
+  const CommandLine& m_line;
+  std::vector<std::string>::const_iterator m_next;
+  std::vector<std::string>::const_iterator m_end;
+  bool m_hasCommand = false;
+  std::vector<std::string> m_words;
+  std::optional<UsageError> m_mistake;
+};
+
+// Checks the options that CLI11 could not assign: those of another command, or before their command.
+void CheckMisplacedOptions(const CommandLine& line) {
+  const std::vector<std::string> misplaced = line.tool.remaining();
+  if (misplaced.empty()) {
     return;
   }
-  const std::string& first = unknown.front();
-  if (first == "--") {
-    throw UsageError{"missing command before '--': " + CommandNames("or")};
-  }
-  if (!first.starts_with('-')) {
-    throw UsageError{"unknown command " + Quote(first) + "; the commands are " + CommandNames("and")};
-  }
-  CheckUnknownOption(line, first);
+  const Command command = line.options.command;
+  const std::string name = misplaced.front().substr(0, misplaced.front().find('='));
+  const bool isValid = line.AppOf(command).get_option_no_throw(name) != nullptr;
+  throw UsageError{name + (isValid ? " must follow '" : " is not valid for '") + NameOf(command) + "'"};
 }
 
 void Parse(CommandLine& line, const std::vector<std::string>& words) {
-  CheckWords(line, words);
   try {
     line.tool.parse(std::vector<std::string>(words.rbegin(), words.rend()));
-  } catch (const CLI::ArgumentMismatch&) {
-    // All options take at most one value, so only the last word can lack it.
-    throw UsageError{SanitizeForTerminal(words.back()) + " requires a value"};
   } catch (const CLI::ParseError& error) {
     throw UsageError{SanitizeForTerminal(error.what())};
   }
-  CheckUnknownWords(line);
-  const Options& options = line.options;
-  if (options.command == Command::kNone && !options.wantsHelp && !options.wantsVersion) {
+  if (line.options.command == Command::kNone) {
     throw UsageError{"missing command: " + CommandNames("or")};
   }
-  if (!line.extraWords.empty()) {
-    throw UsageError{Quote(line.extraWords.front()) + ": unexpected argument"};
-  }
+  CheckMisplacedOptions(line);
 }
 
 }  // namespace
@@ -108,10 +193,15 @@ void Parse(CommandLine& line, const std::vector<std::string>& words) {
 std::variant<Options, UsageError> ParseArguments(const std::vector<std::string>& arguments,
                                                  const SystemTraits& system) {
   CommandLine line(system);
+  const Splitter splitter(line, arguments);
+  std::optional<UsageError> mistake = splitter.Mistake();
   try {
-    Parse(line, arguments);
+    Parse(line, splitter.Words());
   } catch (const UsageError& error) {
-    return error;
+    mistake = mistake ? mistake : error;
+  }
+  if (mistake && !line.options.wantsHelp && !line.options.wantsVersion) {
+    return *mistake;
   }
   return line.options;
 }

@@ -32,13 +32,14 @@ struct Options {
   std::uint32_t skip = 9;            // snapshot: number of pictures to skip
 };
 
-// Human-readable description of an invalid command line.
+// Human-readable description of an invalid command line. Returned by ParseArguments; thrown within cli/.
 struct UsageError {
   std::string text;
 };
 
 // Parses the arguments, which do not include the program's name. The last occurrence of a repeated option
-// applies. Does not access the system; the only exception is std::bad_alloc.
+// applies. If help or the version is requested, mistakes are ignored. Does not access the system; the only
+// exception is std::bad_alloc.
 std::variant<Options, UsageError> ParseArguments(const std::vector<std::string>& arguments,
                                                  const SystemTraits& system = ThisSystem());
 

@@ -21,12 +21,15 @@ constexpr Range kFpsRange{1, 1000};
 constexpr Range kSecondsRange{0, 86400};
 constexpr Range kSkipRange{0, 100000};
 
+// "1 to 1000"
+std::string ToText(Range range) { return std::to_string(range.min) + " to " + std::to_string(range.max); }
+
 std::uint32_t ParseNumber(const std::string& option, std::string_view text, Range range) {
   std::uint32_t number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
   if (error != std::errc{} || end != text.data() + text.size() || number < range.min || number > range.max) {
-    throw UsageError{option + " must be an integer from " + std::to_string(range.min) + " to " +
-                     std::to_string(range.max) + ", not '" + SanitizeForTerminal(text) + "'"};
+    throw UsageError{option + " must be an integer from " + ToText(range) + ", not '" +
+                     SanitizeForTerminal(text) + "'"};
   }
   return number;
 }
@@ -41,16 +44,6 @@ Size ParseSize(std::string_view text) {
           ParseNumber("the height of --size", text.substr(cross + 1), kSizeRange)};
 }
 
-void AddFlag(CLI::App& app, const char* names, bool& flag, const char* description) {
-  CLI::Option* const option = app.add_flag(names, flag, description);
-  option->check([name = option->get_name()](const std::string& value) {
-    if (value != "true") {
-      throw UsageError{name + " does not take a value"};
-    }
-    return std::string();
-  });
-}
-
 CLI::Option* AddValue(CLI::App& app, const std::string& names, const char* valueName,
                       const std::string& description, const std::function<void(const std::string&)>& apply) {
   return app.add_option_function<std::string>(names, apply, description)->type_name(valueName);
@@ -59,7 +52,7 @@ CLI::Option* AddValue(CLI::App& app, const std::string& names, const char* value
 // Number: std::uint32_t or an optional one.
 template <typename Number>
 void AddNumber(CLI::App& app, const std::string& name, const char* valueName, Number& number, Range range,
-               const char* description) {
+               const std::string& description) {
   AddValue(app, name, valueName, description,
            [&number, name, range](const std::string& value) { number = ParseNumber(name, value, range); });
 }
@@ -75,20 +68,24 @@ void AddFileName(CLI::App& app, const std::string& shortName, const std::string&
 }
 
 void AddJson(CLI::App& app, Options& options, const char* members) {
-  AddFlag(app, "--json", options.wantsJson, members);
+  app.add_flag("--json", options.wantsJson, members);
 }
+
+// "65535x65535"
+std::string SizeToText(std::uint32_t side) { return std::to_string(side) + "x" + std::to_string(side); }
 
 void AddSize(CLI::App& app, Options& options) {
   AddValue(app, "--size", "WxH",
-           "picture size in pixels, 1x1 to 65535x65535 (default: the largest size up to 1280x720, else the "
-           "smallest)",
+           "picture size in pixels, " + SizeToText(kSizeRange.min) + " to " + SizeToText(kSizeRange.max) +
+               " (default: the largest size up to 1280x720, else the smallest)",
            [&options](const std::string& value) { options.size = ParseSize(value); });
 }
 
 // An output whose file name determines its format.
 void AddOutput(CLI::App& app, Options& options, const char* defaultName,
                OutputKind (*kindOf)(const std::string&), const char* extensions, const char* description) {
-  AddFileName(app, "-o,", "--output", options.output, description);
+  AddFileName(app, "-o,", "--output", options.output,
+              std::string(description) + "\n(default: " + defaultName + ")");
   app.callback([&options, defaultName, kindOf, extensions] {
     if (options.output.empty()) {
       options.output = defaultName;
@@ -113,21 +110,23 @@ void AddRecordOptions(CLI::App& app, Options& options) {
   AddOutput(
       app, options, "camera.mp4", &KindOfRecording, "the extension of a recording is .mp4, .h264 or .264",
       "output file: .mp4, or .h264 or .264 for the plain stream (Annex B); - writes the plain stream to "
-      "standard output\n(default: camera.mp4)");
+      "standard output");
   AddSize(app, options);
   AddNumber(app, "--fps", "N", options.fps, kFpsRange,
-            "frames per second, 1 to 1000 (default: 30 if offered, else the highest lower rate, else the "
-            "lowest)");
+            "frames per second, " + ToText(kFpsRange) +
+                " (default: 30 if offered, else the highest lower rate, else the lowest)");
   AddNumber(app, "--seconds", "S", options.seconds, kSecondsRange,
-            "duration, up to 86400; 0: until Ctrl-C (default: 5)");
+            "duration, up to " + std::to_string(kSecondsRange.max) +
+                "; 0: until Ctrl-C (default: " + std::to_string(options.seconds) + ")");
 }
 
 void AddSnapshotOptions(CLI::App& app, Options& options) {
   AddOutput(app, options, "camera.png", &KindOfPicture, "the extension of a picture is .png",
-            "output file: .png, or - for standard output\n(default: camera.png)");
+            "output file: .png, or - for standard output");
   AddSize(app, options);
   AddNumber(app, "--skip", "N", options.skip, kSkipRange,
-            "number of pictures to skip, up to 100000, while the camera adjusts its exposure (default: 9)");
+            "number of pictures to skip, up to " + std::to_string(kSkipRange.max) +
+                ", while the camera adjusts its exposure (default: " + std::to_string(options.skip) + ")");
 }
 
 void AddDoctorOptions(CLI::App& app, Options& options) {
@@ -183,26 +182,23 @@ void AddGlobalOptions(CLI::App& tool, Options& options, const SystemTraits& syst
   if (!hasSimulatedPc) {
     simulated->group("");
   }
-  AddFlag(tool, "-v,--verbose", options.isVerbose,
-          "print the camera library's log to standard error, and no progress line");
+  tool.add_flag("-v,--verbose", options.isVerbose,
+                "print the camera library's log to standard error, and no progress line");
   AddFileName(tool, "", "--library", options.library,
               std::string("camera library to load\n(default: ") + system.libraryFile + " " +
                   system.librarySearchPlaces + ")");
-  AddFlag(tool, "-h,--help", options.wantsHelp, "print this text");
-  AddFlag(tool, "--version", options.wantsVersion, "print the version");
+  // Set before the values of other options are checked.
+  tool.add_flag("-h,--help", options.wantsHelp, "print this text")->trigger_on_parse();
+  tool.add_flag("--version", options.wantsVersion, "print the versions of nuveqcam and of its libraries")
+      ->trigger_on_parse();
 }
 
 void AddCommand(CommandLine& line, const CommandDefinition& definition) {
   CLI::App* const app = line.tool.add_subcommand(definition.name, definition.summary);
   app->preparse_callback([&options = line.options, &definition](std::size_t /*remainingWords*/) {
-    if (options.command != Command::kNone) {
-      throw UsageError{std::string("'") + definition.name + "': unexpected argument"};
-    }
     options.command = definition.command;
   });
   definition.addOptions(*app, line.options);
-  // Without a positional argument, the command would end at "--", and options be accepted after it.
-  app->add_option("words", line.extraWords)->group("");
 }
 
 }  // namespace
@@ -214,7 +210,6 @@ CommandLine::CommandLine(const SystemTraits& system) {
   tool.set_help_flag();
   tool.fallthrough();
   tool.allow_extras();
-  tool.allow_windows_style_options(false);
   tool.option_defaults()->take_last();
   AddGlobalOptions(tool, options, system);
   for (const CommandDefinition& definition : kCommands) {

@@ -4,7 +4,6 @@
 #include <CLI/CLI.hpp>
 #include <span>
 #include <string>
-#include <vector>
 
 #include "cli/Arguments.h"
 
@@ -22,7 +21,8 @@ struct CommandDefinition {
 // All commands, in the order of the help.
 std::span<const CommandDefinition> CommandDefinitions();
 
-// Parses one command line: the checks of the values throw UsageError. Options without a group are hidden.
+// The definition of all commands and options. `tool.parse` fills `options`; invalid values throw UsageError.
+// Options with an empty group are not shown in the help.
 struct CommandLine {
   explicit CommandLine(const SystemTraits& system);
   CommandLine(const CommandLine&) = delete;
@@ -33,7 +33,6 @@ struct CommandLine {
 
   CLI::App tool;
   Options options;
-  std::vector<std::string> extraWords;  // after the command
 };
 
 }  // namespace nuveqcam

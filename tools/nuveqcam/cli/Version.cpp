@@ -11,6 +11,7 @@
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
+#include <libavutil/avutil.h>
 }
 
 namespace nuveqcam {
@@ -27,6 +28,7 @@ std::string LibraryVersions() {
   };
   print("libavcodec", avcodec_version());
   print("libavformat", avformat_version());
+  print("libavutil", avutil_version());
   text << "CLI11 " << CLI11_VERSION << '\n';
   text << "nlohmann-json " << NLOHMANN_JSON_VERSION_MAJOR << '.' << NLOHMANN_JSON_VERSION_MINOR << '.'
        << NLOHMANN_JSON_VERSION_PATCH << '\n';

@@ -5,8 +5,9 @@
 
 namespace nuveqcam {
 
-// A line "name version" for each library: the loaded version, except for libyuv, which does not report it at
-// run time.
+// A line "name version" for each library: the version that the library reports at run time, else (libyuv and
+// header-only libraries) the version in its headers. stb and utfcpp are omitted: their headers define no
+// version.
 std::string LibraryVersions();
 
 }  // namespace nuveqcam
