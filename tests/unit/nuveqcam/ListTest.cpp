@@ -81,6 +81,10 @@ TEST(ListJson, ReplacesInvalidUtf8) {
   EXPECT_EQ(JsonOfName("\xe4\xb8"
                        "a"),
             R"(\ufffda)");
+  // One character for each byte of an overlong sequence, a surrogate, and a code point beyond U+10FFFF.
+  EXPECT_EQ(JsonOfName("\xe0\x80\x80"), R"(\ufffd\ufffd\ufffd)");
+  EXPECT_EQ(JsonOfName("\xed\xa0\x80"), R"(\ufffd\ufffd\ufffd)");
+  EXPECT_EQ(JsonOfName("\xf4\x90\x80\x80"), R"(\ufffd\ufffd\ufffd\ufffd)");
 }
 
 TEST(NoCameraText, HasTheReasonForEachDevice) {

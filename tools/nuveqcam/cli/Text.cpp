@@ -61,6 +61,7 @@ std::string SanitizeForTerminal(std::string_view text) {
   return sanitized;
 }
 
+// Decodes surrogates itself, because utfcpp throws for unpaired ones instead of replacing them.
 std::string ToUtf8(std::wstring_view text) {
   constexpr char32_t kReplacement = 0xFFFD;
   std::string converted;

@@ -9,8 +9,8 @@
 
 namespace nuveqcam {
 
-// Each is one object on one line, in ASCII. Invalid UTF-8 in texts becomes U+FFFD. The man page describes the
-// members.
+// Each function returns one JSON object on one line, in ASCII. Invalid UTF-8 in texts becomes U+FFFD. The man
+// page describes the members.
 
 // camera is null if there is none.
 std::string ListJson(const Capabilities* camera, const std::vector<CaptureDeviceInfo>& devices);

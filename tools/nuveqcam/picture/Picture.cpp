@@ -2,6 +2,8 @@
 
 #include <libyuv/convert_argb.h>
 
+#include <new>
+
 #include "cli/Failure.h"
 
 namespace nuveqcam {
@@ -35,6 +37,9 @@ bool PictureDecoder::Decode(const Packet& packet) {
     // The decoder delays one picture in profiles that allow reordering. The stream has no reordered pictures.
     state = m_decoder->FlushFrame(m_planes.data(), &m_info);
   }
+  if ((state & dsOutOfMemory) != 0) {
+    throw std::bad_alloc();
+  }
   return state == dsErrorFree && m_info.iBufferStatus == 1;
 }
 
@@ -49,7 +54,7 @@ std::uint32_t PictureDecoder::Height() const {
 Picture PictureDecoder::Current() const {
   const SSysMEMBuffer& planes = m_info.UsrData.sSystemBuffer;
   Picture picture{Width(), Height(), std::vector<std::uint8_t>(std::size_t{Width()} * 3 * Height())};
-  // "RAW" is R, G, B in memory. The conversion is BT.601 limited range.
+  // "RAW" is R, G, B in memory.
   if (libyuv::I420ToRAW(m_planes[0], planes.iStride[0], m_planes[1], planes.iStride[1], m_planes[2],
                         planes.iStride[1], picture.rgb.data(), planes.iWidth * 3, planes.iWidth,
                         planes.iHeight) != 0) {

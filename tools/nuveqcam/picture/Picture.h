@@ -23,7 +23,8 @@ class PictureDecoder {
   // Throws Failure (kUnexpected) if the decoder cannot be started.
   PictureDecoder();
 
-  // Decodes the next packet. Returns true if it produced a picture, false also for invalid data.
+  // Decodes the next packet. Returns true if it produced a picture, false also for invalid data. Throws
+  // std::bad_alloc.
   bool Decode(const Packet& packet);
 
   // The picture and its size in pixels; valid after Decode has returned true, until the next Decode.

@@ -74,7 +74,7 @@ std::vector<std::uint8_t> EncodePng(const Picture& picture) {
                                              std::to_string(picture.height) +
                                              " pixels as PNG; use 'nuveqcam record'");
   }
-  const PngMemory memory;
+  PngMemory memory;
   std::vector<std::uint8_t> file;
   const int width = static_cast<int>(picture.width);
   if (stbi_write_png_to_func(Store, &file, width, static_cast<int>(picture.height), kBytesPerPixel,

@@ -47,7 +47,7 @@ void RequireLibav(int result, const char* action) {
 }
 
 // Reads the size from the stream. It can differ from the requested one: the encoder uses the even size below
-// an odd size.
+// an odd size. Uses the decoder of OpenH264, because FFmpeg for Windows is built with only the muxer.
 void ReadStreamSize(const Packet& packet, AVCodecParameters& parameters) {
   PictureDecoder decoder;
   if (!decoder.Decode(packet)) {
@@ -78,7 +78,7 @@ Mp4Writer::Mp4Writer(OutputFile& file, std::uint32_t fps)
                       ": an MP4 file must be seekable; choose a regular file, or .h264, "
                       "with -o");
   }
-  // The results of its functions name the errors.
+  // By default libav logs to standard error. Its error codes are reported instead.
   av_log_set_level(AV_LOG_QUIET);
 }
 
