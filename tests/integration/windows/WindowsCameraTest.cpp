@@ -50,6 +50,16 @@ void WindowsCameraTest::Record(std::uint32_t width, std::uint32_t height, std::u
   Close();
 }
 
+std::vector<std::string> WindowsCameraTest::LoggingFunctions() const {
+  std::vector<std::string> functions;
+  for (const std::string& line : log.Lines()) {
+    // "text(CameraOperator::Function)"
+    const std::size_t begin = line.rfind(':') + 1;
+    functions.push_back(line.substr(begin, line.size() - begin - 1));
+  }
+  return functions;
+}
+
 void WindowsCameraTest::SavePackets(const std::string& name) const {
   std::filesystem::create_directories(std::filesystem::path(name).parent_path());
   std::ofstream stream(name + ".h264", std::ios::binary);

@@ -34,6 +34,8 @@ class WindowsCameraTest : public support::HostTest {
 
   // Queries, opens, waits for this number of packets and closes.
   void Record(std::uint32_t width, std::uint32_t height, std::uint32_t fps, std::uint64_t packets);
+  // Names of the functions that have logged, in order.
+  std::vector<std::string> LoggingFunctions() const;
   // Writes the received packets to NAME.h264 and their number to NAME.count.
   void SavePackets(const std::string& name) const;
 

@@ -13,21 +13,7 @@ using ::testing::ElementsAreArray;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
-class FailureTest : public WindowsCameraTest {
- protected:
-  // Names of the functions that have logged, in order.
-  std::vector<std::string> LoggingFunctions() const {
-    std::vector<std::string> functions;
-    for (const std::string& line : log.Lines()) {
-      // "text(CameraOperator::Function)"
-      const std::size_t begin = line.rfind(':') + 1;
-      functions.push_back(line.substr(begin, line.size() - begin - 1));
-    }
-    return functions;
-  }
-};
-
-class NoUsableCamera : public FailureTest {
+class NoUsableCamera : public WindowsCameraTest {
  protected:
   void ExpectQueryFails() {
     EXPECT_EQ(Query(), NUVEQ_CAMERA_NOT_USABLE);
@@ -74,7 +60,7 @@ TEST_F(NoUsableCamera, OpenFailsBeforeAnyQuery) {
   EXPECT_EQ(Close(), 0);
 }
 
-class OpenFails : public FailureTest {
+class OpenFails : public WindowsCameraTest {
  protected:
   void SetUp() override {
     WindowsCameraTest::SetUp();
@@ -83,16 +69,20 @@ class OpenFails : public FailureTest {
   }
 
   // functions: those that log, between the two messages with which an open starts and the one with which it
-  // ends.
-  void ExpectOpenFailsIn(std::vector<std::string> functions, std::uint32_t width = 640,
-                         std::uint32_t height = 480) {
+  // ends. cause: text of one of the messages.
+  void ExpectOpenFailsIn(std::vector<std::string> functions, const std::string& cause,
+                         std::uint32_t width = 640, std::uint32_t height = 480) {
     EXPECT_EQ(Open(width, height), NUVEQ_CAMERA_GRAPH_FAILED);
+    EXPECT_THAT(log.Lines(), Contains(HasSubstr(cause)));
     functions.insert(functions.begin(), {"OpenCameraInner", "OpenCamera"});
     functions.emplace_back("OpenCameraInner");
     EXPECT_THAT(LoggingFunctions(), ElementsAreArray(functions));
     EXPECT_THAT(reports, IsEmpty());
     ExpectRecovery();
   }
+
+  // A result as the library logs it, at the end of a message.
+  static std::string ResultText(HRESULT result) { return std::to_string(result) + "("; }
 
   // Closes; then a session with a working camera succeeds.
   void ExpectRecovery() {
@@ -108,37 +98,38 @@ class OpenFails : public FailureTest {
 // No device has the known name any more, so the search succeeds without a filter.
 TEST_F(OpenFails, IfTheCameraWasRemovedAfterTheQuery) {
   fixtures::SetFilterPresent(fixtures::Camera::kBuiltIn, false);
-  ExpectOpenFailsIn({"AddDeviceFilter", "OpenCamera"});
+  ExpectOpenFailsIn({"AddDeviceFilter", "OpenCamera"}, ResultText(E_POINTER));
 }
 
 TEST_F(OpenFails, IfTheLastCameraWasRemovedAfterTheQuery) {
   fixtures::UsePc(fixtures::Pc::kNoCamera);
-  ExpectOpenFailsIn({"BindDeviceFilter", "AddDeviceFilter", "OpenCamera"});
+  ExpectOpenFailsIn({"BindDeviceFilter", "AddDeviceFilter", "OpenCamera"}, ResultText(S_FALSE));
 }
 
 TEST_F(OpenFails, IfTheFilterCannotBeCreated) {
   fixtures::CameraBehaviour behaviour = Unpaced();
   behaviour.bind = HRESULT_FROM_WIN32(ERROR_ACCESS_DENIED);
   fixtures::SetBehaviour(behaviour);
-  ExpectOpenFailsIn({"BindDeviceFilter", "AddDeviceFilter", "OpenCamera"});
+  // The message has no result code.
+  ExpectOpenFailsIn({"BindDeviceFilter", "AddDeviceFilter", "OpenCamera"}, "cameraIndex:0");
 }
 
 TEST_F(OpenFails, IfTheCameraRejectsTheFormat) {
   fixtures::CameraBehaviour behaviour = Unpaced();
   behaviour.setFormat = E_INVALIDARG;
   fixtures::SetBehaviour(behaviour);
-  ExpectOpenFailsIn({"SetCameraFormat", "SetCameraFormat"});
+  ExpectOpenFailsIn({"SetCameraFormat", "SetCameraFormat"}, ResultText(behaviour.setFormat));
 }
 
 TEST_F(OpenFails, IfTheCameraDoesNotSupportTheSize) {
-  ExpectOpenFailsIn({"SetCameraFormat", "SetCameraFormat"}, 800, 600);
+  ExpectOpenFailsIn({"SetCameraFormat", "SetCameraFormat"}, ResultText(VFW_E_INVALIDMEDIATYPE), 800, 600);
 }
 
 TEST_F(OpenFails, IfTheCameraCannotBeConnected) {
   fixtures::CameraBehaviour behaviour = Unpaced();
   behaviour.connect = VFW_E_NO_TRANSPORT;
   fixtures::SetBehaviour(behaviour);
-  ExpectOpenFailsIn({"SetCameraFormat", "OpenCamera"});
+  ExpectOpenFailsIn({"SetCameraFormat", "OpenCamera"}, "Connect pin");
 }
 
 TEST_F(OpenFails, IfTheCameraCannotBeStarted) {
@@ -146,7 +137,7 @@ TEST_F(OpenFails, IfTheCameraCannotBeStarted) {
   behaviour.run = HRESULT_FROM_WIN32(ERROR_BUSY);
   fixtures::SetBehaviour(behaviour);
   EXPECT_EQ(Open(), NUVEQ_CAMERA_GRAPH_FAILED);
-  EXPECT_THAT(log.Lines().back(), HasSubstr(std::to_string(behaviour.run)));
+  EXPECT_THAT(log.Lines().back(), HasSubstr(ResultText(behaviour.run)));
   // The open is reported before the graph runs.
   EXPECT_THAT(reports, ElementsAre("status callback \"0\" 1 4"));
   ExpectRecovery();
@@ -173,7 +164,7 @@ TEST_F(OpenFails, IfTheCameraHasOnlyVideoInfo2Formats) {
   EXPECT_THAT(rates, IsEmpty());
   EXPECT_THAT(log.Lines(), IsEmpty());
   // SetCameraFormat finds no format and logs nothing; the grabber rejects the pin's current format.
-  ExpectOpenFailsIn({"OpenCamera"});
+  ExpectOpenFailsIn({"OpenCamera"}, "Connect pin");
 }
 
 using VideoInfo2Formats = WindowsCameraTest;

@@ -27,16 +27,19 @@ TEST_F(LaptopCamera, IsFoundNextToAPlugInCamera) {
   EXPECT_THAT(rates, ElementsAre(25000U));
 }
 
-// 1280x720 as MJPG, which has a higher rate than YUY2.
 TEST_F(LaptopCamera, OpensWithEveryReportedSize) {
   ASSERT_EQ(Query(), 0);
+  std::vector<Layout> layouts;
   for (const auto& [width, height] : sizes) {
     host.Reset();
     EXPECT_EQ(Open(static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height)), 0);
     EXPECT_TRUE(host.WaitForPackets(5));
+    layouts.push_back(fixtures::StreamLayout());
     Close();
     EXPECT_EQ(fixtures::LiveObjects(), 0);
   }
+  // 1280x720 is streamed as MJPG, which has a higher rate than YUY2.
+  EXPECT_THAT(layouts, ElementsAre(Layout::kYuy2, Layout::kYuy2, Layout::kMjpg, Layout::kMjpg));
 }
 
 TEST_F(LaptopCamera, DeliversAtItsFrameRate) {

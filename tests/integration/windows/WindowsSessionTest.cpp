@@ -8,8 +8,6 @@
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using ::testing::Not;
 
 using WindowsSession = WindowsCameraTest;
 
@@ -17,17 +15,17 @@ using WindowsSession = WindowsCameraTest;
 constexpr int kClosed = 0;
 
 TEST_F(WindowsSession, LogsAndReportsEveryStep) {
-  const auto expectLog = [&] {
-    EXPECT_THAT(log.Lines(), Not(IsEmpty()));
-    log.Clear();
-  };
+  UseFormats({{fixtures::Layout::kYuy2, 640, 480, 30}});
   ASSERT_EQ(Query(), 0);
-  expectLog();
+  EXPECT_THAT(LoggingFunctions(), ElementsAre("ParseMediaType"));
+  log.Clear();
   ASSERT_EQ(Open(), 0);
-  expectLog();
+  EXPECT_THAT(LoggingFunctions(), ElementsAre("OpenCameraInner", "OpenCamera", "SetCameraFormat",
+                                              "OpenCamera", "OpenCameraInner"));
+  log.Clear();
   EXPECT_TRUE(host.WaitForPackets(1));
   EXPECT_EQ(Close(), kClosed);
-  expectLog();
+  EXPECT_THAT(LoggingFunctions(), ElementsAre("CloseCameraInner"));
   EXPECT_THAT(reports, ElementsAre("status callback \"0\" 1 4", "status callback \"0\" 1 3"));
 }
 

@@ -145,6 +145,7 @@ HRESULT CameraFilter::Start() {
     return S_OK;
   }
   DeliveredFrameCount(m_camera) = 0;
+  LastLayout(m_camera) = video->subtype == MEDIASUBTYPE_MJPG ? Layout::kMjpg : Layout::kYuy2;
   m_isStopping = false;
   m_thread = std::thread([this, video] { Stream(*video); });
   return S_OK;

@@ -66,6 +66,11 @@ std::atomic<std::uint64_t>& DeliveredFrameCount(Camera camera) {
   return counts[camera == Camera::kBuiltIn ? 0 : 1];
 }
 
+std::atomic<Layout>& LastLayout(Camera camera) {
+  static std::array<std::atomic<Layout>, 2> layouts;
+  return layouts[camera == Camera::kBuiltIn ? 0 : 1];
+}
+
 std::atomic<long>& StreamingThreadCount() {
   static std::atomic<long> count{0};
   return count;
@@ -74,6 +79,7 @@ std::atomic<long>& StreamingThreadCount() {
 long LiveObjects() { return static_cast<long>(com::LiveObjectCount()); }
 long StreamingThreads() { return StreamingThreadCount(); }
 std::uint64_t DeliveredFrames() { return DeliveredFrameCount(Camera::kBuiltIn); }
+Layout StreamLayout() { return LastLayout(Camera::kBuiltIn); }
 
 }  // namespace fixtures
 

@@ -10,6 +10,8 @@ namespace fixtures {
 CameraBehaviour CurrentBehaviour(Camera camera);
 // Since the camera's last Run.
 std::atomic<std::uint64_t>& DeliveredFrameCount(Camera camera);
+// Of the camera's last Run.
+std::atomic<Layout>& LastLayout(Camera camera);
 std::atomic<long>& StreamingThreadCount();
 
 }  // namespace fixtures
