@@ -1,8 +1,4 @@
-// Encodes a raw YUY2 file at 30 frames per second for bench/compare_encoders:
-//
-//   encode_clip WIDTH HEIGHT IN OUT                     with the whole product, at its fixed bit rate
-//   encode_clip WIDTH HEIGHT IN OUT --paced             the same in real time, as from a camera
-//   encode_clip WIDTH HEIGHT IN OUT --direct KBIT_S     with the encoder library only, at any bit rate
+// Encodes a raw YUY2 file for bench/compare_encoders.
 #include <CLI/CLI.hpp>
 #include <condition_variable>
 #include <cstdio>
@@ -37,7 +33,8 @@ struct Job {
 
 // Returns the exit code if the program is to end: after --help, or for invalid arguments.
 std::optional<int> Parse(int argc, char** argv, Job& job) {
-  CLI::App app("Encodes a raw YUY2 file at 30 frames per second.");
+  CLI::App app(
+      "Encodes a raw YUY2 file at 30 frames per second, with the whole product at its fixed bit rate.");
   const CLI::Range range(1, 65535);
   app.add_option("WIDTH", job.width)->required()->check(range);
   app.add_option("HEIGHT", job.height)->required()->check(range);
@@ -52,7 +49,8 @@ std::optional<int> Parse(int argc, char** argv, Job& job) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error);
+    // CLI11 has an exit code for each kind of error.
+    return app.exit(error) == 0 ? 0 : 1;
   }
   job.pace = isPaced ? FilePace::kFrameRate : FilePace::kUnpaced;
   return std::nullopt;

@@ -90,8 +90,8 @@ int main(int argc, char** argv) {
   try {
     const std::vector<std::string_view> arguments(argv + 1, argv + argc);
     const uvc::Options options = uvc::ParseOptions(arguments);
-    if (!options.help.empty()) {
-      std::cout << options.help << std::flush;
+    if (options.help) {
+      std::cout << *options.help << std::flush;
       return 0;
     }
     return uvc::Run(options);

@@ -1,6 +1,7 @@
 // Command line options of uvc_camera.
 #pragma once
 
+#include <optional>
 #include <span>
 #include <stdexcept>
 #include <string>
@@ -14,7 +15,7 @@ struct Options {
   std::string socket;
   std::string log;
   CameraModel model;
-  std::string help;  // not empty: requested by --help
+  std::optional<std::string> help;  // the text to print if --help is given
 };
 
 // Invalid arguments, with a human-readable message.
