@@ -71,7 +71,8 @@ TEST(ListJson, QuotesAndEscapesTexts) {
 }
 
 TEST(ListJson, IsAscii) {
-  EXPECT_EQ(JsonOfName("\u009b\u00e4\u202e\u4e2d\u202c\U0001F4F7"), R"(\u009b\u00e4\u202e\u4e2d\u202c\ud83d\udcf7)");
+  EXPECT_EQ(JsonOfName("\u009b\u00e4\u202e\u4e2d\u202c\U0001F4F7"),
+            R"(\u009b\u00e4\u202e\u4e2d\u202c\ud83d\udcf7)");
 }
 
 TEST(ListJson, ReplacesInvalidUtf8) {
