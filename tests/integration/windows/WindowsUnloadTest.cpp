@@ -213,8 +213,8 @@ TEST_F(LibraryUnload, FailedOpenCanBeClosedFromDllMain) {
   std::int32_t result = kNotCalled;
   FixtureLibrary closingHost("closinghost.dll");
   ASSERT_TRUE(closingHost.IsLoaded());
-  using Close = decltype(handler.CloseCameraDevice);
-  closingHost.Find<void(Close, std::int32_t*)>("CloseOnUnload")(handler.CloseCameraDevice, &result);
+  using CloseFunction = decltype(handler.CloseCameraDevice);
+  closingHost.Find<void(CloseFunction, std::int32_t*)>("CloseOnUnload")(handler.CloseCameraDevice, &result);
   closingHost.Unload();
   EXPECT_NE(result, kNotCalled);
   EXPECT_THAT(reports, ::testing::Contains("status callback \"0\" 1 3"));
