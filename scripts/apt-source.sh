@@ -39,7 +39,8 @@ private_apt() {
 }
 
 # fetch_source PACKAGE: unpacks the source of the package into $sources/PACKAGE. A mirror may have the original tarball but
-# not Debian's changes to it; the tarball, too, is verified against the checksum in the package index.
+# not Debian's changes to it, or neither, but those of Debian 12. All are verified against the checksums in the package
+# index.
 fetch_source() {
   local package=$1 folder=$sources/$1.tmp
   rm -rf "$folder"
@@ -51,6 +52,11 @@ fetch_source() {
     mkdir "$folder/source"
     tar -xf "$folder"/*.orig.tar.* -C "$folder/source" --strip-components=1
     mv "$folder/source" "$sources/$package"
+  elif (apt_folder+=-bookworm && update_private_apt deb-src bookworm && cd "$folder" && rm -rf ./* &&
+    private_apt source "$package" >>"$log" 2>&1); then
+    echo "$topic: the mirror lacks this release's source of $package; using that of Debian 12"
+    mv "$folder"/*/ "$sources/$package"
+    rm -rf "$apt_folder-bookworm"
   else
     echo "$topic: cannot fetch the source of $package; run this again later or use another Debian mirror" >&2
     return 1
