@@ -39,9 +39,9 @@ shift
 build=$(dirname "$(dirname "$program")")
 export WINEPREFIX=${NUVEQ_WINEPREFIX:-$build/wine}
 export WINEARCH=win64 WINEDEBUG=${WINEDEBUG:--all}
-# No Mono, browser or menus. A crash ends the program instead of starting a debugger. The tests' cfgmgr32, if there is
-# one, has precedence.
-export WINEDLLOVERRIDES="mscoree=;mshtml=;winemenubuilder.exe=;winedbg.exe=;cfgmgr32=n,b"
+# No Mono, browser, menus or Wayland, whose driver prints an error without a display. A crash ends the program instead of
+# starting a debugger. The tests' cfgmgr32, if there is one, has precedence.
+export WINEDLLOVERRIDES="mscoree=;mshtml=;winemenubuilder.exe=;winewayland.drv=;winedbg.exe=;cfgmgr32=n,b"
 # Search path for DLLs: the folders of the programs and of the test fixtures.
 export WINEPATH="Z:${build//\//\\}\\bin;Z:${build//\//\\}\\fixtures"
 unset DISPLAY

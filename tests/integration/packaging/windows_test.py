@@ -20,7 +20,8 @@ def imports(path):
     for line in run(OBJDUMP, "-p", path).splitlines():
         if name := re.match(r"\s*DLL Name: (\S+)", line):
             functions = found.setdefault(name.group(1), [])
-        elif function := re.match(r"\t[0-9a-f]+\s+\d+\s+(\w+)", line):
+        # "<none>" is printed by newer versions.
+        elif function := re.match(r"\t[0-9a-f]+\s+(?:<none>\s+)?[0-9a-f]+\s+(\w+)", line):
             if found:
                 functions.append(function.group(1))
     return found
