@@ -8,7 +8,8 @@ the quickest first, until one fails, crashes or hangs. The work tree is not modi
 
   scripts/mutate.py                      run all mutants (about 20 minutes)
   scripts/mutate.py --only CBufferQueue  run those with this text in the source, function or operator
-  scripts/mutate.py --sample 100         run some, those of the most recently changed lines first
+  scripts/mutate.py --sample 100         run some, those of the most recently changed lines first, and others that
+                                         each commit chooses anew
   scripts/mutate.py --list               list the mutants
 
 Mutants that no test can notice belong, with the reason, in tests/robustness/mutation/survivors.txt, and are not run.
@@ -45,6 +46,9 @@ PROGRAMS = ["unit_tests", "defaults_tests", "linux_tests", "encoder_tests", "fau
             "encoder_allocation_tests", "pipeline_tests"]
 MIN_SCORE = 90  # percent, outside src/
 MIN_MUTANTS = 40  # fewer count as this many, since a small sample has no meaningful percentage
+# A sample takes the lines changed by this many commits first, and assumes this many lines for a mutant, generously.
+RECENT_COMMITS = 30
+LINES_PER_MUTANT = 5
 # Left out because they take seconds per mutant: stress tests, a callback that blocks for ten seconds, and the largest
 # clips. The score can only be lower without them.
 LEFT_OUT = ["Each/ManyRounds.*", "InvalidInputFromHost.DataCallbackThatBlocksForTenSecondsLosesNoFrame",
@@ -87,11 +91,44 @@ def changed_lines(project, commits):
     return lines
 
 
+def commit_number(project):
+    """A number that depends on the current commit."""
+    try:
+        commit = subprocess.run(["git", "-c", "safe.directory=*", "-C", project.root, "rev-parse", "HEAD"],
+                                capture_output=True, text=True, check=True).stdout
+    except (OSError, subprocess.CalledProcessError):
+        return 0
+    return int(commit, 16)
+
+
+def sampled_files(project, files, count):
+    """Returns the files from which to take a sample: those that the last commits changed, and others from one folder.
+
+    A run over few files and folders generates and builds less. Each commit chooses others.
+    """
+    lines = changed_lines(project, RECENT_COMMITS)
+    if lines is None:
+        return files
+    chosen = {source for source, _ in lines if source in files}
+    number_of_lines = len(lines)
+    choice = random.Random(commit_number(project))
+    folders = list(project.folders)
+    choice.shuffle(folders)
+    for folder in folders:
+        others = [file for file in files if file.startswith(f"{folder}/") and file.endswith(".cpp") and file not in chosen]
+        choice.shuffle(others)
+        while others and number_of_lines < count * LINES_PER_MUTANT:
+            other = others.pop()
+            chosen.add(other)
+            number_of_lines += (project.root / other).read_text().count("\n")
+    return sorted(chosen)
+
+
 def sample(project, mutants, count):
     """Returns count mutants, those of the most recently changed lines first; at random among equals."""
-    choice = random.Random(len(mutants))
+    choice = random.Random(commit_number(project))
     chosen, rest = [], mutants
-    for commits in (0, 1, 3, 10, 30, 100, None):
+    for commits in (0, 1, 3, 10, RECENT_COMMITS, None):
         lines = None if commits is None else changed_lines(project, commits)
         candidates = rest if lines is None else [mutant for mutant in rest if (mutant.source, mutant.line) in lines]
         chosen += choice.sample(candidates, min(len(candidates), count - len(chosen)))
@@ -183,9 +220,11 @@ def mutate(project, options, out):
     instrumented.lock()
     say("generating mutants")
     instrumented.configure()
-    instrumented.generate()
-    say(f"{len(instrumented.mutants)} mutants")
-    stale = survivors.stale(listed, instrumented.mutants)
+    all_files = instrumented.mutated_files()
+    files = all_files if options.sample is None else sampled_files(project, all_files, options.sample)
+    instrumented.generate(files)
+    say(f"{len(instrumented.mutants)} mutants in {len(files)} of {len(all_files)} files")
+    stale = survivors.stale(listed, instrumented.mutants, set(all_files) - set(files))
     for survivor in stale:
         print(f"{project.survivors.name}: no such mutant: {survivor.key}: {survivor.change}", file=out)
     mutants = [mutant for mutant in instrumented.mutants

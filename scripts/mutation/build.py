@@ -15,6 +15,7 @@ from .errors import MutationError
 
 NOT_COPIED = shutil.ignore_patterns("build", "out", ".git", "__pycache__")
 SWITCH = pathlib.Path(__file__).resolve().parent / "Mutant.h"
+INCLUDED = re.compile(r'^#include "(?:[^"]*/)?([^"/]+)"', re.M)
 TIMEOUT_S = 1800
 
 
@@ -109,14 +110,35 @@ class InstrumentedBuild:
     def is_mutated(self, source):
         return any(source.is_relative_to(folder) for folder in self.mutated)
 
-    def collect(self):
-        """Returns the sites of each mutated file."""
+    def mutated_files(self):
+        """The sources and headers that are mutated."""
         original = self.folder / "original"
-        wanted = {str(file) for folder in self.mutated for file in (original / folder).rglob("*")
-                  if file.suffix in (".cpp", ".h")}
+        return sorted(str(file.relative_to(original)) for folder in self.mutated
+                      for file in (original / folder).rglob("*") if file.suffix in (".cpp", ".h"))
+
+    def including(self, files):
+        """Returns the compiled sources that are, or include, one of the files."""
+        includes = {file: set(INCLUDED.findall((self.folder / "original" / file).read_text()))
+                    for file in self.mutated_files()}
+        found = set(files)
+        while True:
+            # By name, since headers are found in several folders. A source too many only takes time.
+            names = {pathlib.PurePath(file).name for file in found}
+            including = {file for file, included in includes.items() if included & names}
+            if including <= found:
+                return found & self.commands().keys()
+            found |= including
+
+    def collect(self, files):
+        """Returns the sites of each of the files."""
+        original = self.folder / "original"
+        wanted = {str(original / file) for file in files}
+        compiled = self.including(files)
         resources = run_checked(["clang", "-print-resource-dir"]).strip()
         tasks = []
         for source, command in self.commands().items():
+            if source not in compiled:
+                continue
             flags = [part.replace(str(self.tree), str(original)) for part in command[1:]]
             kept = [flag for flag, following in zip(flags, [*flags[1:], ""])
                     if flag.startswith(("-I", "-D", "-std="))]
@@ -136,10 +158,10 @@ class InstrumentedBuild:
                         ((site.begin, site.end, site.replacement), site) for site in additional)
         return {source: list(found.values()) for source, found in sorted(sites.items())}
 
-    def generate(self):
-        """Generates all mutants."""
+    def generate(self, files=None):
+        """Generates the mutants of the files, or of all."""
         self.mutants, self.pairs = [], {}
-        for source, sites in self.collect().items():
+        for source, sites in self.collect(self.mutated_files() if files is None else files).items():
             text = (self.folder / "original" / source).read_bytes()
             self.pairs[source] = generate.mutants_of(source, text, sites, len(self.mutants))
             self.mutants += [mutant for _, mutant in self.pairs[source]]
@@ -149,7 +171,7 @@ class InstrumentedBuild:
         included = {mutant.number: mutant for mutant in mutants}
         self.write(included)
         changed = {mutant.source for mutant in mutants}
-        commands = {source: command for source, command in self.commands().items() if self.files[source] & changed}
+        commands = {source: command for source, command in self.commands().items() if self.files.get(source, set()) & changed}
         while commands:
             errors = self.syntax_errors(commands)
             for places in errors.values():

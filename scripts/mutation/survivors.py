@@ -42,7 +42,8 @@ def read(path):
     return survivors
 
 
-def stale(survivors, mutants):
-    """Returns the entries that fit no mutant."""
+def stale(survivors, mutants, files):
+    """Returns the entries that fit no mutant. `files` are those whose mutants are not known."""
     changes = {mutant.key: mutant.change for mutant in mutants}
-    return [survivor for survivor in survivors.values() if changes.get(survivor.key) != survivor.change]
+    return [survivor for survivor in survivors.values()
+            if changes.get(survivor.key) != survivor.change and survivor.key.partition(" ")[0] not in files]

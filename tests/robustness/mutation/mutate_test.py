@@ -15,7 +15,7 @@ sys.dont_write_bytecode = True
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[3] / "scripts"))
 
 import mutate  # noqa: E402
-from mutation import generate, report  # noqa: E402
+from mutation import build, generate, report  # noqa: E402
 
 
 def mutants(tmp_path, source):
@@ -218,6 +218,32 @@ def test_sample_prefers_the_latest_changes(project):
     _, output, _ = run(project, "--list", "--sample", str(len(latest) + 1))
     sample = {line for line in output.splitlines() if line.startswith("src/")}
     assert latest < sample and sample - latest < earlier
+
+
+def test_sample_is_from_changed_files_and_others_of_one_folder_that_each_commit_chooses(tmp_path, monkeypatch):
+    files = [f"{folder}/{i}.cpp" for folder in "ab" for i in range(9)]
+    for file in files:
+        path = tmp_path / file
+        path.parent.mkdir(exist_ok=True)
+        path.write_text("\n" * mutate.LINES_PER_MUTANT)
+    project = mutate.Project(tmp_path, ["a", "b"], [], tmp_path / "survivors.txt", [])
+    monkeypatch.setattr(mutate, "changed_lines", lambda *_: {("a/0.cpp", 1)})
+    choices = set()
+    for commit in range(9):
+        monkeypatch.setattr(mutate, "commit_number", lambda _, commit=commit: commit)
+        chosen = set(mutate.sampled_files(project, files, 4))
+        assert "a/0.cpp" in chosen
+        others = chosen - {"a/0.cpp"}
+        assert len(others) == 4 and len({file[0] for file in others}) == 1
+        choices.add(frozenset(others))
+    assert len(choices) > 1
+
+
+def test_sources_that_include_a_changed_header_are_parsed(project, tmp_path):
+    instrumented = build.InstrumentedBuild(project.root, tmp_path / "build", ["src"])
+    instrumented.lock()
+    instrumented.configure()
+    assert instrumented.including(["src/Counter.h"]) == {"src/Counter.cpp"}
 
 
 def test_failing_tests_end_the_run(project, capsys):
