@@ -27,7 +27,7 @@ prefix=$deps/$target
 sources=$deps/sources
 log=$deps/$target.log
 # Increment when a recipe below changes: a prefix with another number is rebuilt.
-recipe=5
+recipe=6
 stamp=$prefix/.recipe-$recipe
 
 if [ -e "$stamp" ]; then
@@ -77,20 +77,7 @@ build_log4cplus() {
   # Without the thread pool: fewer threads in the host's process and a clean process exit.
   build_with_cmake log4cplus "$sources/log4cplus" -DBUILD_SHARED_LIBS=ON -DUNICODE=ON \
     -DLOG4CPLUS_BUILD_TESTING=OFF -DLOG4CPLUS_BUILD_LOGGINGSERVER=OFF -DWITH_UNIT_TESTS=OFF \
-    -DLOG4CPLUS_ENABLE_DECORATED_LIBRARY_NAME=OFF -DLOG4CPLUS_ENABLE_THREAD_POOL=OFF
-}
-
-# The makefile builds in the source folder, so this uses a copy.
-build_openh264() {
-  echo "dependencies: building openh264 for $target"
-  local build=$deps/build-$target-openh264 cross=x86_64-w64-mingw32
-  rm -rf "$build"
-  cp -r "$sources/openh264" "$build"
-  make -C "$build" -j"$(nproc)" OS=mingw_nt ARCH=x86_64 CC=$cross-gcc-posix CXX=$cross-g++-posix AR=$cross-gcc-ar-posix \
-    PREFIX="$prefix" libopenh264.a >>"$log" 2>&1
-  make -C "$build" OS=mingw_nt ARCH=x86_64 CC=$cross-gcc-posix CXX=$cross-g++-posix AR=$cross-gcc-ar-posix \
-    PREFIX="$prefix" install-headers install-static-lib >>"$log" 2>&1
-  rm -rf "$build"
+    -DLOG4CPLUS_ENABLE_DECORATED_LIBRARY_NAME=OFF -DLOG4CPLUS_ENABLE_THREAD_POOL=OFF -DCMAKE_UNITY_BUILD=ON
 }
 
 # Builds only the TurboJPEG library.
@@ -139,7 +126,7 @@ build_for_windows() {
   fetch_sources log4cplus ffmpeg openh264 libyuv libjpeg-turbo
   build_log4cplus
   build_ffmpeg
-  build_openh264
+  build_with_cmake openh264 "$top/cmake/openh264" -DOPENH264_SOURCE_DIR="$sources/openh264"
   # Debian's build of libyuv includes tools and cannot install for Windows.
   build_with_cmake libyuv "$top/cmake/libyuv" -DLIBYUV_SOURCE_DIR="$sources/libyuv"
   build_turbojpeg
