@@ -1,5 +1,7 @@
 #include "graph/StreamStats.h"
 
+#include <initializer_list>
+
 namespace graph {
 
 LiveStreamStats& CurrentStreamStats() {
