@@ -5,7 +5,7 @@
 // If N is 0, no signal is sent. PROGRAM is a path. At the end, a JSON object is written to the file REPORT:
 //   calls        number of system calls of the main thread: all of them, or up to the N-th
 //   handled      number of the call that installed a SIGINT handler; 0: none
-//   created      number of the call that created the first file; 0: none
+//   created      number of the call that created the first file with a relative name; 0: none
 //   slept        number of the first call that sleeps; 0: none
 //   interrupted  whether the signal was sent
 //   status       the program's exit code, or -S if signal S ended it
@@ -122,7 +122,7 @@ class Tracer {
     const auto& call = info.entry;
     if (call.nr == SYS_rt_sigaction && call.args[0] == SIGINT && call.args[1] != 0) {
       NoteFirst(m_report.handled);
-    } else if (call.nr == SYS_openat && (call.args[2] & O_CREAT) != 0) {
+    } else if (call.nr == SYS_openat && (call.args[2] & O_CREAT) != 0 && IsRelativeName(call.args[1])) {
       NoteFirst(m_report.created);
     } else if (call.nr == SYS_clock_nanosleep || call.nr == SYS_nanosleep) {
       NoteFirst(m_report.slept);
@@ -131,6 +131,14 @@ class Tracer {
       Require(syscall(SYS_tgkill, m_child, m_child, SIGINT), "tgkill");
       m_report.isInterrupted = true;
     }
+  }
+
+  // ThreadSanitizer creates a file, too, with an absolute name.
+  bool IsRelativeName(std::uint64_t address) const {
+    errno = 0;
+    const long name = ptrace(PTRACE_PEEKDATA, m_child, address, nullptr);
+    Require(errno == 0 ? 0 : -1, "PTRACE_PEEKDATA");
+    return static_cast<char>(name & 0xFF) != '/';
   }
 
   void NoteFirst(std::uint64_t& which) const { which = which == 0 ? m_report.calls : which; }
