@@ -126,9 +126,10 @@ class Round {
       const std::uint64_t number = TakeNumber(frame);
       EXPECT_NE(number, 0U) << "a frame that comes twice";
       out += number;
-      m_consumed.fetch_add(1, std::memory_order_relaxed);
       m_holders.Give(frame);
       m_queue.PutFreeBuffer(frame);
+      // After the return of the buffer, since the queue may be stopped as soon as all frames are counted.
+      m_consumed.fetch_add(1, std::memory_order_relaxed);
     }
     m_out += out;
   }
