@@ -107,11 +107,9 @@ POWERED_OFF = "the guest powered off before it had finished; QEMU exited with 0;
 
 @pytest.mark.parametrize("name, commands, reports", [
     ("uvc_camera", "exit 4", ["the camera plug_in did not start; it exited with 4"]),
-    ("uvc_camera", "echo ready; exit 5", ["the camera plug_in exited with 5"]),
     ("kernel_tests", "kill -SEGV $$", ["only, tests: exits with 139", "only, nuveqcam list: not JSON"]),
     # A loop of builtins, because it has to keep running until the power-off, after the file systems are gone.
-    ("kernel_tests", "echo o >/proc/sysrq-trigger; while :; do :; done", [POWERED_OFF]),
-    ("kernel_tests", "mount -o remount,bind,ro /run/share", ["tests.code: Read-only file system", POWERED_OFF])])
+    ("kernel_tests", "echo o >/proc/sysrq-trigger; while :; do :; done", [POWERED_OFF])])
 def test_failure_of_a_program_fails_with_its_cause(runner, name, commands, reports):
     runner.write_program(name, f"#!/bin/sh\n{commands}\n")
     output = runner.run()

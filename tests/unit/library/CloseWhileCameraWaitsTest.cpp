@@ -100,7 +100,7 @@ TEST_F(ExhaustedPool, CloseReturnsWithoutEncoderThread) {
 TEST_F(ExhaustedPool, CloseReturnsEveryTimeTheCameraWaitsForABuffer) {
   QuerySmallCamera();
   platform.SetStreaming({true, [](std::uint64_t) { return Frame(kSmallFrameSize, 1); }});
-  for (int round = 0; round < 300; ++round) {
+  for (int round = 0; round < 100; ++round) {
     Gate mayReturn;
     host.InData([&](const Packet&) { EXPECT_TRUE(mayReturn.Wait()); });
     const std::uint64_t full = platform.DeliveredFrames() + 6;

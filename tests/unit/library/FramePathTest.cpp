@@ -97,7 +97,7 @@ TEST_F(FramePath, CallbacksCanBeReplacedWhileStreaming) {
   };
   ASSERT_EQ(OpenSmall(), 0);
   const NUVEQServiceListener listener{&HostCallbacks::OnStatus, nullptr};
-  for (int round = 0; round < 1000; ++round) {
+  for (int round = 0; round < 300; ++round) {
     EXPECT_EQ(handler.RegisterSendDataCallback(nullptr, 0, round % 2 == 0 ? other : &HostCallbacks::OnData),
               0);
     EXPECT_EQ(handler.RegisterServiceListener(&listener), 0);
@@ -111,7 +111,7 @@ TEST_F(FramePath, CallbacksCanBeReplacedWhileStreaming) {
 TEST_F(FramePath, CloseReturnsWhileTheEncoderThreadWaitsForAFrame) {
   platform.SetStreaming(
       {true, [](std::uint64_t number) { return number == 0 ? NumberedFrame(number) : Frame(0, 0); }});
-  for (int round = 0; round < 1000; ++round) {
+  for (int round = 0; round < 300; ++round) {
     const unsigned destroyed = platform.CallCount("AVEncodePacket::~AVEncodePacket");
     ASSERT_EQ(OpenSmall(), 0);
     // The only frame has been encoded.
@@ -145,7 +145,7 @@ class ManyRounds : public FramePath, public ::testing::WithParamInterface<Rounds
 
 TEST_P(ManyRounds, OpenAndCloseWhileStreaming) {
   const Weather weather = GetParam().weather;
-  constexpr int kRounds = 300;
+  constexpr int kRounds = 100;
   switch (weather) {
     case Weather::kFine:
     case Weather::kNoCallback:

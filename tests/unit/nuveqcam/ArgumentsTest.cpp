@@ -277,7 +277,7 @@ TEST(Arguments, SimulatedIsRejectedIfNotSupported) {
 }
 
 // Random command lines of meaningful words and concatenations of them: each is either parsed or rejected with
-// a message, and parsed options satisfy the invariants that the commands rely on.
+// a message, and parsed options satisfy the invariants that the commands rely on. ArgumentsFuzz tries more.
 TEST(Arguments, AnyCommandLineIsEitherParsedOrRejectedWithAMessage) {
   const Words pieces{
       "list",  "record",    "snapshot", "--simulated", "-o",     "--output", "--size",    "640x480",
@@ -286,7 +286,7 @@ TEST(Arguments, AnyCommandLineIsEitherParsedOrRejectedWithAMessage) {
       "",      "\xff",      "-o-",      "4294967296",  "doctor", "++",       "{}",        "-vo"};
   std::mt19937 random(1);  // NOLINT(cert-msc32-c,cert-msc51-cpp): reproducible
   std::size_t parsedLines = 0;
-  for (int line = 0; line < 20000; ++line) {
+  for (int line = 0; line < 1000; ++line) {
     Words words;
     for (auto count = random() % 6; count > 0; --count) {
       std::string word = pieces[random() % pieces.size()];
@@ -311,7 +311,7 @@ TEST(Arguments, AnyCommandLineIsEitherParsedOrRejectedWithAMessage) {
       ASSERT_LE(options.seconds, 86400U);
     }
   }
-  EXPECT_GT(parsedLines, 100U);
+  EXPECT_GT(parsedLines, 50U);
 }
 
 }  // namespace

@@ -43,7 +43,7 @@ TEST_P(NumberedPictureSizeTest, FlippedAndMirroredPicturesAreDetected) {
   simulated::NumberedPicture painter(width, height);
   const std::size_t line = std::size_t{4} * width;
   // Many positions of the ball; fewer for large pictures to limit the run time.
-  const std::uint32_t step = width > 640 ? 101 : 13;
+  const std::uint32_t step = width > 640 ? 211 : 53;
   for (std::uint32_t number = 0; number < 720; number += step) {
     const Bytes upright = painter.Paint(number);
     Bytes turned(upright.size());
