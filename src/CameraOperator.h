@@ -160,7 +160,7 @@ class CameraOperator {
   // A refused open request replaces the id while the encoder thread uses it.
   std::mutex m_cameraIdMutex;
   // Id of the encoder thread while it runs; set and cleared by EncodeThreadEntry.
-  std::atomic<std::thread::id> m_encodeThreadId{};
+  std::atomic<std::thread::id> m_encodeThreadId;
   // Buffers lost since the pool was created.
   std::atomic<std::uint32_t> m_lostBuffers = 0;
   // Set while a thread waits for the graph to stop.

@@ -69,8 +69,9 @@ std::string MakeId(const std::string& hardwareId, const std::string& function, c
              : UpperCase(hardwareId + function + "\\" + portPath + "&0000");
 }
 
+constexpr const char* kVideoClass = "0e";
+
 bool HasVideoInterface(const fs::path& device) {
-  constexpr const char* kVideoClass = "0e";
   const std::vector<fs::path> entries = ListSysfsEntries(device);
   return std::any_of(entries.begin(), entries.end(), [](const fs::path& entry) {
     return IsInterface(entry) && ReadSysfsLine(entry / "bInterfaceClass") == kVideoClass;
