@@ -17,8 +17,8 @@ import sys
 
 INCLUDE = re.compile(r'^#include "(.*\.cpp)"$', re.MULTILINE)
 
-# By default the static analyzer skips functions of included files.
-UNITY_OPTIONS = ["-Xclang", "-analyzer-opt-analyze-headers"]
+# The static analyzer skips functions of included files, except for sources that a file with this text in its name includes.
+UNITY_NAME = "UnifiedSource"
 
 
 def commands_of(build):
@@ -29,7 +29,7 @@ def commands_of(build):
         if file.name.startswith("cmake_pch"):
             continue
         if "Unity" in file.parts:
-            yield file, INCLUDE.findall(file.read_text()), arguments + UNITY_OPTIONS, entry["directory"]
+            yield file, INCLUDE.findall(file.read_text()), arguments, entry["directory"]
         else:
             yield file, [str(file)], arguments, entry["directory"]
 
@@ -59,11 +59,17 @@ def make_unity_sources(output, entries):
     chosen = {}
     for number, ((_, _, folder), sources) in enumerate(sorted(groups.items(), key=lambda group: str(group[0][1]))):
         first, arguments = next(iter(sources.items()))
-        unity = output / ("tests" if "tests" in first.parts else "") / f"windows_{number}.cpp"
-        unity.write_text("".join(f'#include "{source}"\n' for source in sorted(sources)))
-        command = [str(unity.resolve()) if a == str(first) else a for a in for_windows(arguments)]
-        chosen[unity] = (command + UNITY_OPTIONS, folder)
+        unity = write_unity_source(output, f"windows_{number}", sorted(sources))
+        chosen[unity] = ([str(unity) if a == str(first) else a for a in for_windows(arguments)], folder)
     return chosen
+
+
+def write_unity_source(output, name, sources):
+    """Writes a source that includes others, and returns its path. Those of the tests use the tests' configuration."""
+    are_tests = any("tests" in pathlib.Path(source).parts for source in sources)
+    unity = output / ("tests" if are_tests else "") / f"{UNITY_NAME}_{name}.cpp"
+    unity.write_text("".join(f'#include "{source}"\n' for source in sources))
+    return unity
 
 
 def main():
@@ -71,16 +77,21 @@ def main():
         sys.exit(__doc__)
     output = pathlib.Path(sys.argv[1]).resolve()
     build = pathlib.Path(sys.argv[2])
-    for tests in (output / "tests", build / "tests"):
-        # The unity sources of the tests use the tests' configuration.
-        tests.mkdir(parents=True, exist_ok=True)
-        shutil.copy("tests/.clang-tidy", tests)
+    shutil.rmtree(output, ignore_errors=True)
+    (output / "tests").mkdir(parents=True)
+    shutil.copy("tests/.clang-tidy", output / "tests")
     chosen = {}
     seen = set()
-    for file, members, arguments, folder in commands_of(build):
-        if not seen.issuperset(members):
+    for number, (file, members, arguments, folder) in enumerate(commands_of(build)):
+        added = [member for member in members if member not in seen]
+        if not added:
+            continue
+        seen.update(added)
+        if members == [str(file)]:
             chosen[file] = (arguments, folder)
-            seen.update(members)
+        else:
+            unity = write_unity_source(output, number, added)
+            chosen[unity] = ([str(unity) if a == str(file) else a for a in arguments], folder)
     if len(sys.argv) == 4:
         windows = [entry for entry in commands_of(pathlib.Path(sys.argv[3]))
                    if entry[0].suffix == ".cpp" and not seen.issuperset(entry[1])]

@@ -80,10 +80,12 @@ LibraryResult QueryLibrary(Camera& camera) {
 
 std::string DoctorText(const DeviceInventory& inventory, const DoctorReport& report) {
   std::vector<DoctorRow> usbDevices;
+  usbDevices.reserve(inventory.usbDevices.size());
   for (const UsbDeviceInfo& device : inventory.usbDevices) {
     usbDevices.push_back(ToRow(device));
   }
   std::vector<DoctorRow> nodes;
+  nodes.reserve(inventory.captureDevices.size() + inventory.otherNodes.size());
   for (const VideoNodeInfo& device : inventory.captureDevices) {
     nodes.push_back(CaptureDeviceRow(device, report.hasSelected));
   }
