@@ -11,7 +11,7 @@ Builds the dependencies into build/deps/<target>, unless they are up to date.
   native    log4cplus with wide characters, shared (Debian's package supports only narrow characters)
   windows   log4cplus and FFmpeg's MP4 muxer for Windows x86-64, shared, and static libraries that Debian ships only for
             Linux: OpenH264, libyuv, and for the tests GoogleTest and libjpeg-turbo. Copies of the headers of CLI11,
-            nlohmann-json, stb and utfcpp
+            nlohmann-json, stb and utfcpp, and a link to those of Boost
 USAGE
 }
 
@@ -27,7 +27,7 @@ prefix=$deps/$target
 sources=$deps/sources
 log=$deps/$target.log
 # Increment when a recipe below changes: a prefix with another number is rebuilt.
-recipe=6
+recipe=7
 stamp=$prefix/.recipe-$recipe
 
 if [ -e "$stamp" ]; then
@@ -118,6 +118,8 @@ copy_headers() {
   mkdir -p "$prefix/include" "$prefix/share/cmake" "$prefix/share/licences"
   cp -rL /usr/include/CLI /usr/include/nlohmann /usr/include/utf8 /usr/include/utf8.h "$prefix/include"
   cp -r /usr/share/cmake/CLI11 /usr/share/cmake/nlohmann_json "$prefix/share/cmake"
+  # A link, because they are many.
+  ln -s /usr/include/boost "$prefix/include/boost"
   cp /usr/include/stb/stb_image.h /usr/include/stb/stb_image_write.h "$prefix/include"
   cp /usr/share/doc/libstb-dev/copyright "$prefix/share/licences/stb.txt"
 }

@@ -4,12 +4,13 @@ set -euo pipefail
 
 usage() {
   cat <<'USAGE'
-usage: scripts/install-packages.sh [native | demo | bench | windows]...
+usage: scripts/install-packages.sh [native | demo | bench | browser | windows]...
 
 Installs the packages of Debian 12 or 13 that are missing on this machine.
   native    compilers, build tools, test tools and libraries of the Linux build (default)
   demo      build dependencies of the library and of nuveqcam
   bench     programs and libraries that bench/compare_encoders uses for comparison; requires native too
+  browser   Chromium and its driver, for the tests of the page of 'nuveqcam view'
   windows   cross compiler, Wine, and other tools for building and testing the Windows library
 USAGE
 }
@@ -22,7 +23,7 @@ case $(. /etc/os-release && echo "${ID:-}-${VERSION_ID:-}") in
 esac
 
 demo=(
-  binutils ca-certificates cmake dpkg-dev file g++ libavcodec-dev libavformat-dev libavutil-dev libcli11-dev
+  binutils ca-certificates cmake dpkg-dev file g++ libavcodec-dev libavformat-dev libavutil-dev libboost-dev libcli11-dev
   libjpeg62-turbo-dev libopenh264-dev libstb-dev libswscale-dev libturbojpeg0-dev libutfcpp-dev libyuv-dev ninja-build
   nlohmann-json3-dev pkg-config
 )
@@ -35,9 +36,10 @@ bench=(
   ca-certificates dpkg-dev ffmpeg gcc gstreamer1.0-plugins-bad gstreamer1.0-plugins-base gstreamer1.0-plugins-ugly
   gstreamer1.0-tools libopenh264-dev libx264-dev make nasm pkg-config python3
 )
+browser=(chromium chromium-driver fonts-dejavu-core python3-pytest python3-selenium)
 windows=(
-  ca-certificates cmake dpkg-dev ffmpeg g++ g++-mingw-w64-x86-64-posix googletest libcli11-dev libstb-dev libutfcpp-dev
-  make nasm ninja-build nlohmann-json3-dev python3 python3-pytest wine wine64
+  ca-certificates cmake dpkg-dev ffmpeg g++ g++-mingw-w64-x86-64-posix googletest libboost-dev libcli11-dev libstb-dev
+  libutfcpp-dev make nasm ninja-build nlohmann-json3-dev python3 python3-pytest wine wine64
 )
 
 packages=()
@@ -47,6 +49,7 @@ for set in "$@"; do
     native) packages+=("${native[@]}") ;;
     demo) packages+=("${demo[@]}") ;;
     bench) packages+=("${bench[@]}") ;;
+    browser) packages+=("${browser[@]}") ;;
     windows) packages+=("${windows[@]}") ;;
     -h | --help) usage; exit 0 ;;
     *) usage >&2; exit 2 ;;

@@ -1,0 +1,23 @@
+# Finds Boost.Beast and Boost.Asio, which consist of headers, and defines the target BoostBeast::BoostBeast.
+include(ReadHeaderVersion)
+set(not_host)
+if(CMAKE_CROSSCOMPILING)
+  # The build machine's headers include those of its C library.
+  set(not_host NO_SYSTEM_ENVIRONMENT_PATH NO_CMAKE_SYSTEM_PATH)
+endif()
+find_path(BOOST_BEAST_INCLUDE_DIR boost/beast/http.hpp ${not_host})
+mark_as_advanced(BOOST_BEAST_INCLUDE_DIR)
+if(BOOST_BEAST_INCLUDE_DIR)
+  # 107400 is version 1.74.0.
+  nuveq_read_header_version(number ${BOOST_BEAST_INCLUDE_DIR}/boost/version.hpp BOOST_VERSION)
+  math(EXPR major "${number} / 100000")
+  math(EXPR minor "${number} / 100 % 1000")
+  math(EXPR patch "${number} % 100")
+  set(BoostBeast_VERSION ${major}.${minor}.${patch})
+endif()
+include(FindPackageHandleStandardArgs)
+find_package_handle_standard_args(BoostBeast REQUIRED_VARS BOOST_BEAST_INCLUDE_DIR VERSION_VAR BoostBeast_VERSION)
+if(BoostBeast_FOUND AND NOT TARGET BoostBeast::BoostBeast)
+  add_library(BoostBeast::BoostBeast INTERFACE IMPORTED)
+  set_target_properties(BoostBeast::BoostBeast PROPERTIES INTERFACE_INCLUDE_DIRECTORIES ${BOOST_BEAST_INCLUDE_DIR})
+endif()
