@@ -16,6 +16,7 @@ targets (default: all):
   v4l2          responses of a camera's driver, through the Linux platform
   mjpeg         images, through the MJPEG decoder
   arguments     command lines of nuveqcam
+  view          requests to nuveqcam view
 
 The exit code is 0 if no input failed. Failing inputs are in build/fuzz/found; reproduce a failure with
   build/asan/bin/TARGET_fuzz build/fuzz/found/TARGET-crash-...
@@ -23,13 +24,14 @@ The environment variable FUZZ_BUILD overrides the build folder (default: build/a
 USAGE
 }
 
-all=(media_types session v4l2 mjpeg arguments)
+all=(media_types session v4l2 mjpeg arguments view)
 # The sources that each target exercises.
 declare -A sources=(
   [media_types]='/src/'
   [session]='/src/'
   [v4l2]='/platform/linux/'
   [mjpeg]='/platform/linux/mjpeg/'
+  [view]='/tools/nuveqcam/view/(AccessControl|Http|HttpParser|StreamBodies|ViewApi|ViewRecording|ViewService)[.]'
   [arguments]='/tools/nuveqcam/(cli/(Arguments|CommandLine)|recording/OutputKind)[.]'
 )
 

@@ -9,40 +9,55 @@ from pathlib import Path
 
 import pytest
 
-from nuveqcam_tool import CAMERA, CANNOT_OPEN, NO_CAMERA, OK, SMALL, TIMEOUT, USAGE, summary
+from nuveqcam_tool import CAMERA, CANNOT_OPEN, HAS_VIEW, NO_CAMERA, OK, SMALL, TIMEOUT, USAGE, summary
 from pictures import is_close, pictures, pixel
 
 MAN_PAGE = os.environ["NUVEQCAM_MAN"]
 
 
+@pytest.mark.skipif(not HAS_VIEW, reason="the man page describes view, without which the program was built")
 def test_help_and_man_page_cover_every_command_option_and_exit_code(tool):
-    helps = [tool.run(*words, "--help")[0] for words in ([], ["list"], ["record"], ["snapshot"], ["doctor"])]
+    commands = ("list", "record", "snapshot", "doctor", "probe", "view")
+    helps = [tool.run(*words, "--help")[0] for words in ([], *([command] for command in commands))]
     rendered = subprocess.run(["mandoc", "-T", "utf8", MAN_PAGE], capture_output=True, check=True).stdout.decode()
     page = re.sub(".\b", "", rendered).replace("\u2212", "-")
-    options = lambda text: set(re.findall(r"(?<![\w-])--?[a-z]+\b", text))
+    options = lambda text: set(re.findall(r"(?<![\w-])--?[a-z]+(?:-[a-z]+)*\b", text))
     everything = {"--help", "-h", "--version", "--simulated", "--verbose", "-v", "--library", "--json", "--output", "-o",
-                  "--size", "--fps", "--seconds", "--skip"}
+                  "--size", "--fps", "--seconds", "--skip", "--all-rates", "--port", "--no-open", "--keep-open"}
     assert set().union(*map(options, helps)) == everything
     # -f belongs to ffplay in an example.
     assert options(page) - {"-f"} == everything
-    for command in ("list", "record", "snapshot", "doctor"):
+    for command in commands:
         assert re.search(rf"(?m)^  {command} ", helps[0])
         assert re.search(rf"(?m)^     {command}\b", page)
     for text in helps:
-        assert re.findall(r"(?m)^  (\d)  ", text) == list("0123456")
+        assert re.findall(r"(?m)^  (\d)  ", text) == list("01234567")
     status = page[page.index("EXIT STATUS"):page.index("EXAMPLES")]
-    assert re.findall(r"(?m)^     (\d)  ", status) == list("0123456")
+    assert re.findall(r"(?m)^     (\d)  ", status) == list("01234567")
 
 
 def test_help_and_man_page_describe_every_member_of_the_json_of_doctor(tool):
     answer = json.loads(tool.run("doctor", "--json", *CAMERA)[0])
     words = set(answer).union(*answer["usbDevices"], *answer["captureDevices"])
     page = Path(MAN_PAGE).read_text()
-    page = page[page.index(".Cm doctor Fl -json"):page.index(".Sh EXIT STATUS")]
+    page = page[page.index(".Cm doctor Fl -json"):page.index(".Cm probe Fl -json")]
     help_text = tool.run("doctor", "--help")[0]
     for word in words:
         assert re.search(rf"(?m)^\.(It )?Li (.*\s)?{word}\b", page)
         assert re.search(rf"\b{word}\b", help_text)
+
+
+def test_help_and_man_page_describe_every_member_of_the_json_of_probe(tool):
+    answer = json.loads(tool.run_with_fake_camera("160x120@30", "probe", "--json", "--seconds", 1)[0])
+    words = set(answer).union(*answer["sizes"], *answer["checks"])
+    page = Path(MAN_PAGE).read_text()
+    page = page[page.index(".Cm probe Fl -json"):page.index(".Sh EXIT STATUS")]
+    help_text = tool.run("probe", "--help")[0]
+    for word in words:
+        assert re.search(rf"(?m)^\.(It )?Li (.*\s)?{word}\b", page), word
+        assert re.search(rf"\b{word}\b", help_text), word
+    for check in answer["checks"]:
+        assert re.sub(r"\d+$", "", check["check"]) in page
 
 
 def test_man_page_is_well_formed():
@@ -87,6 +102,7 @@ Capture devices
   simulated  Integrated Camera  SELECTED: the first camera of USB device 1-5, which is built in
 
 Offered camera: Integrated Camera (simulated), 320x240 to 1920x1080, 10 to 30 fps
+  - 'nuveqcam probe' measures what each size delivers
 """, "")
 
 

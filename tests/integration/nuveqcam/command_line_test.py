@@ -8,7 +8,7 @@ from pathlib import Path
 
 import pytest
 
-from nuveqcam_tool import BUILT_IN, CAMERA, IS_WINDOWS, LIBRARY, PLUG_IN, PROGRAM, UNEXPECTED, USAGE
+from nuveqcam_tool import BUILT_IN, CAMERA, HAS_VIEW, IS_WINDOWS, LIBRARY, PLUG_IN, PROGRAM, UNEXPECTED, USAGE
 
 
 def test_version_of_the_tool_and_its_libraries(tool):
@@ -17,19 +17,21 @@ def test_version_of_the_tool_and_its_libraries(tool):
     tool_line, *libraries = out.splitlines()
     assert tool_line == f"nuveqcam {os.environ['NUVEQCAM_VERSION']}"
     assert [re.fullmatch(r"([\w-]+) \d+(\.\d+)*", line)[1] for line in libraries] == [
-        "log4cplus", "OpenH264", "libyuv", "libavcodec", "libavformat", "libavutil", "CLI11", "nlohmann-json"]
+        "log4cplus", "OpenH264", "libyuv", "libavcodec", "libavformat", "libavutil", "CLI11", "nlohmann-json",
+        *(["Boost"] if HAS_VIEW else [])]
 
 
-@pytest.mark.parametrize("command", ["", "list", "record", "snapshot", "doctor"])
+@pytest.mark.parametrize("command", ["", "list", "record", "snapshot", "doctor", "probe",
+                                     *(["view"] if HAS_VIEW else [])])
 def test_help_describes_the_features_of_this_system(tool, command):
     out, err = tool.run(*command.split(), "--help")
     assert err == ""
     assert f"(default: {LIBRARY.name} " in out
     assert "\r" not in out
     assert ("--simulated" in out) != IS_WINDOWS
-    assert ("mp4" in out) == (command == "record")
-    assert ("--json" in out) == (command in ("list", "doctor"))
-    assert ("--fps" in out) == (command == "record")
+    assert (".mp4" in out) == (command in ("record", "view"))
+    assert ("--json" in out) == (command in ("list", "doctor", "probe", "view"))
+    assert ("--fps" in out) == (command in ("record", "view"))
 
 
 @pytest.mark.parametrize("arguments", [
@@ -44,6 +46,7 @@ def test_help_is_printed_despite_mistakes(tool, arguments):
 @pytest.mark.parametrize("arguments", [
     [], ["fly"], ["record", "--seconds"], ["record", "--size", "big"], ["list", "--fps", "3"], ["record", "--seconds", "86401"],
     ["record", "-o", "me.avi"], ["--bogus", "list"], ["snapshot", "-o", "me.jpg"], ["list", "list"], ["--simulated=", "list"],
+    ["probe", "--seconds", "0"], ["record", "--all-rates"],
     ["--json", "list"], ["list", "--", "--json"], ["--list.json"], ["list.list"], ["list", "/h"], ["record", "-o=me.png"],
     *([["list", "--simulated"]] if IS_WINDOWS else [])])
 def test_invalid_arguments_are_rejected(tool, arguments):
@@ -90,7 +93,8 @@ def test_doctor_prints_json_with_the_documented_members(tool):
     assert set(answer) == {"offered", "conclusion", "advice", "failure", "camera", "usbDevices", "captureDevices",
                            "otherNodes"}
     assert answer["offered"]
-    assert (answer["advice"], answer["failure"], answer["otherNodes"]) == ([], None, [])
+    assert (answer["failure"], answer["otherNodes"]) == (None, [])
+    assert answer["advice"] == ["'nuveqcam probe' measures what each size delivers"]
     assert answer["camera"] == json.loads(tool.run("list", "--json", *CAMERA)[0])["cameras"][0]
     removable = {device["name"]: device["removable"] for device in answer["usbDevices"]}
     assert (removable["Integrated Camera"], removable["USB Camera"]) == (False, True)

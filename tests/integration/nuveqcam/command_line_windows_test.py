@@ -17,7 +17,7 @@ def test_executable_has_version_information():
         assert text.encode("utf-16-le") in content
 
 
-@pytest.mark.parametrize("command", ["list", "record", "snapshot"])
+@pytest.mark.parametrize("command", ["list", "record", "snapshot", "probe"])
 def test_pc_without_any_camera_differs_from_one_with_another_camera(tool, command):
     use_pc("none")
     assert tool.run(command, code=NO_CAMERA) == (
@@ -63,7 +63,8 @@ def test_doctor_prints_every_device_and_the_offered_camera(tool):
                  "which is built in\n",
                  f"  {PLUG_IN}  USB Camera         not selected: its USB device is removable\n"):
         assert line in out
-    assert out.endswith(f"\nOffered camera: Integrated Camera ({BUILT_IN}), 320x240 to 1920x1080, 10 to 30 fps\n")
+    assert out.endswith(f"\nOffered camera: Integrated Camera ({BUILT_IN}), 320x240 to 1920x1080, 10 to 30 fps\n"
+                        "  - 'nuveqcam probe' measures what each size delivers\n")
 
 
 def test_doctor_prints_the_ids_of_windows_as_json(tool):

@@ -11,6 +11,8 @@ from pictures import check_numbers, size_of
 
 PROGRAM = os.path.abspath(os.environ["NUVEQCAM"])
 IS_WINDOWS = PROGRAM.endswith(".exe")
+# Whether the program is built with the command view.
+HAS_VIEW = os.environ.get("NUVEQCAM_HAS_VIEW") == "1"
 # The options that select the camera of the tests, its id and the id of the camera that is not offered.
 CAMERA = [] if IS_WINDOWS else ["--simulated"]
 BUILT_IN = "usb#vid_04f2&pid_b6be&mi_00#6&1a2b3c&0&0000" if IS_WINDOWS else "simulated"
@@ -18,6 +20,8 @@ PLUG_IN = "usb#vid_046d&pid_0825&mi_00#7&2fd3c3a&0&0000" if IS_WINDOWS else "sim
 # The default output of a recording.
 RECORDING = "camera.mp4"
 LIBRARY = Path(PROGRAM).parent / ("libnuveqcamerahandler.dll" if IS_WINDOWS else "libnuveqcamerahandler.so")
+# A camera library whose camera behaves as the environment describes.
+FAKE_LIBRARY = os.path.abspath(os.environ["FAKE_LIBRARY"])
 if IS_WINDOWS:
     RUNNER = os.path.abspath(os.environ["NUVEQCAM_RUNNER"])
     USE_PC = os.path.abspath(os.environ["USE_PC"])
@@ -25,10 +29,15 @@ if IS_WINDOWS:
 # Timeout of every wait, in seconds. Sufficient for builds with sanitizers.
 TIMEOUT = 120
 
-OK, UNEXPECTED, USAGE, NO_CAMERA, CANNOT_OPEN, CANNOT_WRITE, ENDED_EARLY = range(7)
+OK, UNEXPECTED, USAGE, NO_CAMERA, CANNOT_OPEN, CANNOT_WRITE, ENDED_EARLY, PROBE_FAULT = range(8)
 
 # A size that builds with sanitizers encode in real time.
 SMALL = ["--size", "320x240"]
+
+
+def fake_camera(description):
+    """The environment of a program that uses the fake camera library."""
+    return {**os.environ, "NUVEQ_FAKE_CAMERA": description}
 
 
 def reset_signals():
@@ -85,6 +94,10 @@ class Tool:
         assert process.returncode == code, err.decode()
         # Rarely, a thread of the ending process prints this: its connection to Wine's server is closed already.
         return out, re.sub(r"^wine client error:\w+: .*\n", "", err.decode(), flags=re.MULTILINE)
+
+    def run_with_fake_camera(self, description, *arguments, **options):
+        """Runs the program with the fake camera library. support/fakecamera/FakeCameraSettings.h defines the description."""
+        return self.run(*arguments, "--library", FAKE_LIBRARY, env=fake_camera(description), **options)
 
     def run(self, *arguments, code=OK, **options):
         """Runs the program, checks its exit code, and returns its standard output and standard error as text."""

@@ -30,13 +30,60 @@ def test_recording_has_every_frame(tool, name):
     check_recording(tool.file(name), out)
 
 
-def test_size_and_rate_have_defaults(tool):
-    out, _ = tool.run("record", *CAMERA, "--seconds", 1)
-    assert out.startswith(f"recorded {RECORDING}\n  request       1280x720, 30 fps\n")
-    check_recording(tool.file(RECORDING), out, (1280, 720))
+def test_size_and_rate_can_be_specified(tool):
     out, _ = tool.run("record", *CAMERA, "--seconds", 1, "--size=640x480", "--fps=15")
     assert "  request       640x480, 15 fps\n" in out
     check_recording(tool.file(RECORDING), out, (640, 480))
+
+
+def test_default_size_is_1280x720_unless_this_machine_is_too_slow(tool):
+    """The camera has 30 frames per second at every size, but this machine may not encode them."""
+    out, err = tool.run("record", *CAMERA, "--seconds", 1)
+    width, height = re.match(rf"recorded {RECORDING}\n  request       (\d+)x(\d+), 30 fps\n", out).groups()
+    assert err == "" if width == "1280" else re.match("nuveqcam: 1280x720 delivers only about ", err)
+    check_recording(tool.file(RECORDING), out, (int(width), int(height)))
+
+
+# The fake camera lists its rates for all sizes. The largest size up to 1280x720 is preferred, then smaller ones.
+@pytest.mark.parametrize("camera, size, message", [
+    ("rates=30 160x120@30 320x240@30", "320x240", None),
+    ("rates=30 160x120@30 320x240@24", "320x240", None),
+    ("rates=30 160x120@30 320x240@30 480x360@15", "320x240",
+     r"480x360 delivers only about 1\d of 30 frames per second; using 320x240"),
+    ("rates=10,30 160x120@10 320x240@30 400x300@10 480x360@10", "320x240",
+     r"480x360 delivers only about \d+ of 30 .*; using 320x240"),
+    ("rates=30 160x120@30 320x240@30:refuse 480x360@10", "160x120", "480x360 delivers only .*; using 160x120"),
+    ("rates=30 160x120@10 320x240@10 480x360@10", "480x360",
+     "no size delivers 30 frames per second, .*; using 480x360, .*"),
+    ("rates=30 160x120@30 1600x900@10", "160x120", None),
+    ("rates=30 1296x32@5 1312x32@30", "1312x32", "1296x32 delivers only .*; using 1312x32"),
+    ("rates=10 160x120@10 320x240@5", "320x240", None)])
+def test_default_size_delivers_the_rate(tool, camera, size, message):
+    out, err = tool.run_with_fake_camera(camera, "record", "--seconds", 1)
+    fps = 10 if camera.startswith("rates=10 ") else 30
+    assert f"  request       {size}, {fps} fps\n" in out
+    assert err == "" if message is None else re.match(f"nuveqcam: {message}", err)
+    assert stream(tool.file(RECORDING))["nb_read_frames"] == summary(out)["frames"]
+
+
+def test_recording_of_the_default_size_has_the_packets_that_were_judged(tool):
+    """The judgement takes a quarter of a second, which is part of the recording."""
+    out, _ = tool.run_with_fake_camera("160x120@30 320x240@30", "record", "--seconds", 1)
+    assert int(summary(out)["frames"]) >= 25
+    assert float(summary(out)["duration"]) == pytest.approx(1, abs=0.2)
+
+
+def test_snapshot_has_the_default_size_of_a_recording(tool):
+    out, err = tool.run_with_fake_camera("rates=30 160x120@30 320x240@10", "snapshot", "--skip", 0)
+    assert "  size     160x120\n" in out
+    assert err.startswith("nuveqcam: 320x240 delivers only about 10 of 30 frames per second; using 160x120")
+    assert size_of(tool.file("camera.png")) == (160, 120)
+
+
+def test_requested_size_is_kept_at_any_rate(tool):
+    out, err = tool.run_with_fake_camera("rates=30 160x120@30 320x240@10", "record", "--seconds", 1, "--size", "320x240")
+    assert "  request       320x240, 30 fps\n" in out
+    assert err == ""
 
 
 def test_mp4_plays_without_warnings_for_its_duration(tool):

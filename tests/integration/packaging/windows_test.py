@@ -11,7 +11,7 @@ RUNTIME = {"libstdc++-6.dll", "libgcc_s_seh-1.dll", "libwinpthread-1.dll"}
 # DLLs of Windows that the library and the other binaries may import.
 LIBRARY_SYSTEM_DLLS = {"kernel32.dll", "msvcrt.dll", "ole32.dll", "setupapi.dll", "cfgmgr32.dll"}
 SYSTEM_DLLS = LIBRARY_SYSTEM_DLLS | {
-    "advapi32.dll", "bcrypt.dll", "gdi32.dll", "oleaut32.dll", "shell32.dll", "shlwapi.dll", "user32.dll", "ws2_32.dll"}
+    "advapi32.dll", "bcrypt.dll", "gdi32.dll", "mswsock.dll", "oleaut32.dll", "shell32.dll", "shlwapi.dll", "user32.dll", "ws2_32.dll"}
 
 
 def imports(path):

@@ -15,7 +15,7 @@ using namespace nuveqcam;  // NOLINT(google-build-using-namespace)
 
 using Words = std::vector<std::string>;
 
-constexpr SystemTraits kAllFeatures{.hasSimulatedPc = true};
+constexpr SystemTraits kAllFeatures{.hasSimulatedPc = true, .hasView = true};
 constexpr SystemTraits kNoFeatures{};
 
 // Splits the input into arguments, one per line.
@@ -39,11 +39,14 @@ void RequireInRange(const Options& options) {
   Require(!options.fps || (*options.fps >= 1 && *options.fps <= 1000), "the frame rate is in range");
   Require(options.seconds <= 86400, "the duration is in range");
   Require(options.skip <= 100000, "the number of skipped pictures is in range");
+  Require(options.port <= 65535, "the port is in range");
+  Require(options.probeSeconds >= 1 && options.probeSeconds <= 60, "the duration of a probe is in range");
 }
 
 void RequireSupported(const Options& options, const SystemTraits& system) {
   Require(options.command != Command::kNone, "a command is set");
   Require(system.hasSimulatedPc || !options.isSimulated, "simulation is accepted only where it is supported");
+  Require(system.hasView || options.command != Command::kView, "view is accepted only where it is built");
   if (options.command == Command::kRecord) {
     const OutputKind kind = KindOfRecording(options.output);
     Require(kind == OutputKind::kRawH264 || kind == OutputKind::kMp4,
@@ -75,7 +78,12 @@ Words ToCommandLine(const Options& options) {
     add(true, "--fps=" + std::to_string(*options.fps));
   }
   add(options.command == Command::kRecord, "--seconds=" + std::to_string(options.seconds));
+  add(options.command == Command::kView, "--port=" + std::to_string(options.port));
+  add(!options.opensBrowser, "--no-open");
+  add(options.keepsCameraOpen, "--keep-open");
   add(options.command == Command::kSnapshot, "--skip=" + std::to_string(options.skip));
+  add(options.command == Command::kProbe, "--seconds=" + std::to_string(options.probeSeconds));
+  add(options.wantsAllRates, "--all-rates");
   return words;
 }
 
@@ -84,7 +92,10 @@ bool AreEqual(const Options& a, const Options& b) {
                            (!a.size || (a.size->width == b.size->width && a.size->height == b.size->height));
   return a.command == b.command && a.isSimulated == b.isSimulated && a.clip == b.clip &&
          a.isVerbose == b.isVerbose && a.library == b.library && a.wantsJson == b.wantsJson &&
-         a.output == b.output && hasSameSize && a.fps == b.fps && a.seconds == b.seconds && a.skip == b.skip;
+         a.output == b.output && hasSameSize && a.fps == b.fps && a.seconds == b.seconds &&
+         a.skip == b.skip && a.port == b.port && a.opensBrowser == b.opensBrowser &&
+         a.keepsCameraOpen == b.keepsCameraOpen && a.probeSeconds == b.probeSeconds &&
+         a.wantsAllRates == b.wantsAllRates;
 }
 
 void RequireReadable(const UsageError& error) {

@@ -235,6 +235,8 @@ def save_arguments():
         "record_mp4": "-v record -oa=b.mp4 --size=640x480",
         "record_to_standard_output": "record -o - --seconds=0",
         "snapshot": "snapshot --output=picture.PNG --skip 3 --size 65535x65535",
+        "probe": "probe --json --seconds 10 --all-rates",
+        "view": "view --port 8080 --no-open --keep-open --json --size=640x480 --fps 15",
         "simulated": "--simulated clip.mp4 list --simulated",
         "library": "--library ./x.so snapshot",
         "help": "record --help -h --version",
@@ -250,7 +252,51 @@ def save_arguments():
         save("arguments", name, "\n".join(line.split(" ")).encode("latin-1"))
 
 
-for save_all in (save_media_types, save_sessions, save_v4l2, save_mjpeg, save_arguments):
+# --- View: the size of the pieces in which the bytes arrive, less one; then HTTP requests ---
+
+TOKEN = "abcdefghijklmnopqrstuvwxyz-_0123"
+
+
+def request(resource="", method="GET", body="", version="1.1", **fields):
+    """Underscores in the names of fields stand for hyphens."""
+    fields = {"Host": "localhost:4711", **fields}
+    if body:
+        fields = {"X_Nuveqcam": "1", "Content_Type": "application/json", "Content_Length": str(len(body)), **fields}
+    lines = [f"{method} /{TOKEN}/{resource} HTTP/{version}",
+             *(f"{name.replace('_', '-')}: {value}" for name, value in fields.items())]
+    return "\r\n".join([*lines, "", body])
+
+
+def save_view():
+    change = '{"width":640,"height":480,"fps":29.97}'
+    requests = {
+        "page": request(),
+        "files": request("view.js") + request("view.css", method="HEAD") + request("icon.svg?x", version="1.0"),
+        "streams": request("stream") + request("stream.h264") + request("stream.mp4"),
+        "state": request("state") + request("time"),
+        "snapshot": request("snapshot.png"),
+        "camera": request("camera", "POST", change),
+        "camera_invalid": request("camera", "POST", '{"width":-1,"height":1e9,"fps":"x"}') + request("camera", "POST", "[[[["),
+        "record": request("record", "POST", '{"record":true}') + request("record", "POST", '{"record":false}')
+        + request("recording.mp4"),
+        "form": request("camera", "POST", change, Content_Type="text/plain"),
+        "other_site": request(Origin="http://example.org") + request(Sec_Fetch_Site="cross-site"),
+        "own_site": request(Origin="http://localhost:4711", Sec_Fetch_Site="same-origin"),
+        "rebound": request(Host="example.org:4711"),
+        "without_token": "GET / HTTP/1.1\r\nHost: [::1]:4711\r\n\r\n",
+        "methods": request(method="PUT") + request("camera") + request("state", "POST", "{}"),
+        "chunked": request("camera", "POST", Transfer_Encoding="chunked") + "1\r\n{\r\n0\r\n\r\n",
+        "repeated_fields": f"GET /{TOKEN}/ HTTP/1.1\r\nHost: a\r\nHost: b\r\nX:\r\n y\r\n\r\n",
+        "long": request("x" * 9000),
+        "long_body": request("camera", "POST", "x" * 4097),
+        "not_http": "\x16\x03\x01\x00\xa5",
+    }
+    for name, text in requests.items():
+        save("view", name, b"\xff" + text.encode("latin-1"))
+    save("view", "byte_by_byte", b"\0" + (request("state") + request("camera", "POST", change)).encode())
+
+
+for save_all in (save_media_types, save_sessions, save_v4l2, save_mjpeg, save_arguments, save_view):
     save_all()
 if __name__ == "__main__":
     for path, content in seeds.items():

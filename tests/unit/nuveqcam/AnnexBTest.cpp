@@ -22,10 +22,21 @@ TEST(AnnexB, ParameterSetsAreCopiedWithStartCodes) {
   EXPECT_THAT(ParameterSets(Bytes{0, 0, 0, 1, 0x61, 4}), IsEmpty());
 }
 
+TEST(AnnexB, NalUnitsAreInOrderWithTheirBytes) {
+  const Bytes accessUnit{0, 0, 1, 0x67, 1, 0, 0, 0, 1, 0x65, 2, 3};
+  const std::vector<NalUnit> units = SplitNalUnits(accessUnit);
+  ASSERT_EQ(units.size(), 2);
+  EXPECT_EQ(units[0].type, kSps);
+  EXPECT_THAT(units[0].bytes, ElementsAre(0x67, 1, 0));
+  EXPECT_EQ(units[1].type, kIdrSlice);
+  EXPECT_THAT(units[1].bytes, ElementsAre(0x65, 2, 3));
+}
+
 TEST(AnnexB, DataWithoutNalUnitsIsEmpty) {
   for (const Bytes& bytes : {Bytes{}, Bytes{0}, Bytes{0, 0, 1}, Bytes{0, 0, 1, 0, 0, 1}, Bytes{0x65, 0x67}}) {
     EXPECT_FALSE(IsKeyFrame(bytes));
     EXPECT_THAT(ParameterSets(bytes), IsEmpty());
+    EXPECT_TRUE(SplitNalUnits(bytes).empty());
   }
 }
 

@@ -14,8 +14,8 @@ namespace {
 using ::testing::HasSubstr;
 using Words = std::vector<std::string>;
 
-constexpr SystemTraits kSystem{.hasSimulatedPc = true};
-// Without a simulated PC.
+constexpr SystemTraits kSystem{.hasSimulatedPc = true, .hasView = true};
+// Without a simulated PC and view.
 constexpr SystemTraits kMinimalSystem{};
 
 Options Parse(const Words& words, const SystemTraits& system = kSystem) {
@@ -46,6 +46,29 @@ TEST(Arguments, CommandsHaveDefaults) {
   EXPECT_EQ(snapshot.output, "camera.png");
   EXPECT_EQ(snapshot.skip, 9);
   EXPECT_EQ(Parse({"doctor"}).command, Command::kDoctor);
+  const Options probe = Parse({"probe"});
+  EXPECT_EQ(probe.command, Command::kProbe);
+  EXPECT_EQ(probe.probeSeconds, 3);
+  EXPECT_FALSE(probe.wantsAllRates);
+  const Options view = Parse({"view"});
+  EXPECT_EQ(view.command, Command::kView);
+  EXPECT_EQ(view.port, 0);
+  EXPECT_EQ(view.size, std::nullopt);
+  EXPECT_EQ(view.fps, std::nullopt);
+  EXPECT_TRUE(view.opensBrowser);
+  EXPECT_FALSE(view.keepsCameraOpen);
+}
+
+TEST(Arguments, ProbeHasItsOwnSeconds) {
+  const Options probe = Parse({"probe", "--seconds", "60", "--all-rates", "--json"});
+  EXPECT_EQ(probe.probeSeconds, 60);
+  EXPECT_EQ(probe.seconds, Options().seconds);
+  EXPECT_TRUE(probe.wantsAllRates);
+  EXPECT_TRUE(probe.wantsJson);
+  EXPECT_EQ(ErrorOf({"probe", "--seconds", "0"}), "--seconds must be an integer from 1 to 60, not '0'");
+  EXPECT_EQ(ErrorOf({"probe", "--seconds", "61"}), "--seconds must be an integer from 1 to 60, not '61'");
+  EXPECT_EQ(ErrorOf({"record", "--all-rates"}), "--all-rates is not valid for 'record'");
+  EXPECT_EQ(ErrorOf({"probe", "--size", "640x480"}), "--size is not valid for 'probe'");
 }
 
 TEST(Arguments, OptionsAreParsedInEveryForm) {
@@ -66,6 +89,14 @@ TEST(Arguments, OptionsAreParsedInEveryForm) {
   EXPECT_TRUE(Parse({"list", "--json", "--verbose"}).wantsJson);
   EXPECT_TRUE(Parse({"--simulated", "doctor", "--json"}).wantsJson);
   EXPECT_EQ(Parse({"snapshot", "--skip", "0"}).skip, 0);
+  const Options view = Parse(
+      {"view", "--port", "8080", "--no-open", "--keep-open", "--json", "--size=640x480", "--fps", "15"});
+  EXPECT_EQ(view.port, 8080);
+  EXPECT_FALSE(view.opensBrowser);
+  EXPECT_TRUE(view.keepsCameraOpen);
+  EXPECT_TRUE(view.wantsJson);
+  EXPECT_EQ(view.size, (Size{640, 480}));
+  EXPECT_EQ(view.fps, 15);
   EXPECT_EQ(Parse({"--library=[a,b]", "list"}).library, "[a,b]");
   EXPECT_EQ(Parse({"list", "--library", "{}"}).library, "{}");
   EXPECT_EQ(Parse({"list", "--library", "--"}).library, "--");
@@ -111,13 +142,15 @@ TEST(Arguments, WordsAfterTwoDashesAreNotOptions) {
   EXPECT_EQ(ErrorOf({"list", "--", "record"}), "'record': unexpected argument");
   EXPECT_EQ(ErrorOf({"list", "--", "++"}), "'++': unexpected argument");
   EXPECT_EQ(ErrorOf({"list", "--", "--fps="}), "'--fps=': unexpected argument");
-  EXPECT_EQ(ErrorOf({"--", "list"}), "missing command before '--': list, record, snapshot or doctor");
-  EXPECT_EQ(ErrorOf({"--", "--help"}), "missing command before '--': list, record, snapshot or doctor");
+  EXPECT_EQ(ErrorOf({"--", "list"}),
+            "missing command before '--': list, record, snapshot, doctor, probe or view");
+  EXPECT_EQ(ErrorOf({"--", "--help"}),
+            "missing command before '--': list, record, snapshot, doctor, probe or view");
   EXPECT_TRUE(Parse({"list", "--simulated", "--"}).isSimulated);
   EXPECT_EQ(ErrorOf({"list", "--simulated", "--", "--version"}), "'--version': unexpected argument");
   EXPECT_EQ(ErrorOf({"list", "--simulated", "--", "a.mp4"}), "'a.mp4': unexpected argument");
   EXPECT_EQ(ErrorOf({"--simulated", "--", "list"}),
-            "missing command before '--': list, record, snapshot or doctor");
+            "missing command before '--': list, record, snapshot, doctor, probe or view");
 }
 
 TEST(Arguments, LastOccurrenceOfAnOptionApplies) {
@@ -192,6 +225,8 @@ TEST(Arguments, NumbersMustBeIntegersInRange) {
             "--seconds must be an integer from 0 to 86400, not '86401'");
   EXPECT_EQ(ErrorOf({"record", "--seconds", "5s"}), "--seconds must be an integer from 0 to 86400, not '5s'");
   EXPECT_NE(ErrorOf({"snapshot", "--skip", "100001"}), "");
+  EXPECT_EQ(Parse({"view", "--port", "65535"}).port, 65535);
+  EXPECT_EQ(ErrorOf({"view", "--port", "65536"}), "--port must be an integer from 0 to 65535, not '65536'");
 }
 
 TEST(Arguments, UsageErrorsNameTheMistake) {
@@ -248,7 +283,7 @@ TEST(Arguments, DotsDoNotSeparateCommandsAndOptions) {
 
 TEST(Arguments, ControlCharactersAreReplacedInErrors) {
   EXPECT_EQ(ErrorOf({"\x1b[2Jlist"}),
-            "unknown command '?[2Jlist'; the commands are list, record, snapshot and doctor");
+            "unknown command '?[2Jlist'; the commands are list, record, snapshot, doctor, probe and view");
   EXPECT_EQ(ErrorOf({"list", "--a\x1b[2J"}), "unknown option '--a?[2J'");
   EXPECT_EQ(ErrorOf({"list", "\x1b[2J"}), "'?[2J': unexpected argument");
 }
@@ -276,14 +311,22 @@ TEST(Arguments, SimulatedIsRejectedIfNotSupported) {
   EXPECT_EQ(ErrorOf({"list"}, kMinimalSystem), "");
 }
 
+TEST(Arguments, ViewIsUnknownIfItIsNotBuilt) {
+  EXPECT_EQ(ErrorOf({"view"}, kMinimalSystem),
+            "unknown command 'view'; the commands are list, record, snapshot, doctor and probe");
+  EXPECT_EQ(ErrorOf({"list", "--port", "1"}, kMinimalSystem), "unknown option '--port'");
+  EXPECT_EQ(ErrorOf({}, kMinimalSystem), "missing command: list, record, snapshot, doctor or probe");
+}
+
 // Random command lines of meaningful words and concatenations of them: each is either parsed or rejected with
 // a message, and parsed options satisfy the invariants that the commands rely on. ArgumentsFuzz tries more.
 TEST(Arguments, AnyCommandLineIsEitherParsedOrRejectedWithAMessage) {
   const Words pieces{
-      "list",  "record",    "snapshot", "--simulated", "-o",     "--output", "--size",    "640x480",
-      "--fps", "--seconds", "--skip",   "--json",      "-v",     "--help",   "--version", "--library",
-      "=",     "x",         "9",        "0",           "-",      "--",       "a.mp4",     "a.png",
-      "",      "\xff",      "-o-",      "4294967296",  "doctor", "++",       "{}",        "-vo"};
+      "list",  "record",      "snapshot", "--simulated", "-o",       "--output", "--size",    "640x480",
+      "--fps", "--seconds",   "--skip",   "--json",      "-v",       "--help",   "--version", "--library",
+      "=",     "x",           "9",        "0",           "-",        "--",       "a.mp4",     "a.png",
+      "",      "\xff",        "-o-",      "4294967296",  "doctor",   "++",       "{}",        "-vo",
+      "probe", "--all-rates", "view",     "--port",      "--no-open"};
   std::mt19937 random(1);  // NOLINT(cert-msc32-c,cert-msc51-cpp): reproducible
   std::size_t parsedLines = 0;
   for (int line = 0; line < 1000; ++line) {
@@ -306,9 +349,10 @@ TEST(Arguments, AnyCommandLineIsEitherParsedOrRejectedWithAMessage) {
     ASSERT_TRUE(options.command != Command::kNone || options.wantsHelp || options.wantsVersion);
     if (options.command != Command::kNone && !options.wantsHelp && !options.wantsVersion) {
       ASSERT_EQ(options.output.empty(),
-                options.command == Command::kList || options.command == Command::kDoctor);
+                options.command != Command::kRecord && options.command != Command::kSnapshot);
       ASSERT_TRUE(!options.size || (options.size->width > 0 && options.size->height > 0));
       ASSERT_LE(options.seconds, 86400U);
+      ASSERT_LE(options.port, 65535U);
     }
   }
   EXPECT_GT(parsedLines, 50U);

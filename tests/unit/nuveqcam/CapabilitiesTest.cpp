@@ -8,24 +8,19 @@
 namespace nuveqcam {
 namespace {
 
-TEST(DefaultSize, IsTheLargestUpTo1280By720) {
-  EXPECT_EQ(ChooseSize({{320, 240}, {1280, 720}, {1920, 1080}, {640, 480}}), (Size{1280, 720}));
-  EXPECT_EQ(ChooseSize({{640, 480}, {320, 240}, {1920, 1080}}), (Size{640, 480}));
+using ::testing::ElementsAre;
+
+TEST(ListedRate, IsTheHighestOfASize) {
+  const Capabilities camera{
+      "0", {{640, 480}, {320, 240}}, {15000, 30000}, {{{640, 480}, 15}, {{640, 480}, 30}, {{640, 480}, 20}}};
+  EXPECT_EQ(ListedFps(camera, {640, 480}), 30);
+  EXPECT_EQ(ListedFps(camera, {320, 240}), std::nullopt);
 }
 
-TEST(DefaultSize, LimitsBothDimensions) {
-  EXPECT_EQ(ChooseSize({{640, 360}, {1024, 768}, {720, 1280}}), (Size{640, 360}));
+TEST(Size, IsThatOfAPictureInEitherLineOrder) {
+  EXPECT_EQ(ToSize(640, 480), (Size{640, 480}));
+  EXPECT_EQ(ToSize(640, -480), (Size{640, 480}));
 }
-
-TEST(DefaultSize, IsTheSmallestIfAllAreLarger) {
-  EXPECT_EQ(ChooseSize({{3840, 2160}, {1920, 1080}, {2560, 1440}}), (Size{1920, 1080}));
-}
-
-TEST(DefaultSize, ComparesAreasThatExceed32Bits) {
-  EXPECT_EQ(ChooseSize({{65536, 65536}, {65535, 65535}}), (Size{65535, 65535}));
-}
-
-TEST(DefaultSize, IsAbsentWithoutSizes) { EXPECT_EQ(ChooseSize({}), std::nullopt); }
 
 TEST(DefaultRate, Is30IfOffered) {
   EXPECT_EQ(ChooseFps({10000, 15000, 30000, 60000}), 30);
@@ -44,21 +39,26 @@ TEST(DefaultRate, HandlesExtremeRates) {
   EXPECT_EQ(ChooseFps({4294967295U}), 4294967);
 }
 
-TEST(Request, PrefersTheOptionsToTheDefaults) {
+TEST(RequestPlan, PrefersTheOptionsToTheDefaults) {
   Options options;
-  const Capabilities camera{"0", {{640, 480}}, {15000}};
-  EXPECT_EQ(ChooseRequest(options, camera).size, (Size{640, 480}));
-  EXPECT_EQ(ChooseRequest(options, camera).fps, 15);
+  const Capabilities camera{"0", {{640, 480}, {320, 240}}, {15000}};
+  const CameraPlan defaults = PlanRequests(options, camera);
+  EXPECT_THAT(defaults.sizes.sizes, ElementsAre(Size{640, 480}, Size{320, 240}));
+  EXPECT_EQ(defaults.sizes.fps, 15);
   options.size = {100, 50};
   options.fps = 7;
-  EXPECT_EQ(ChooseRequest(options, camera).size, (Size{100, 50}));
-  EXPECT_EQ(ChooseRequest(options, camera).fps, 7);
-  EXPECT_EQ(ChooseRequest(options, {"7", {}, {}}).id, "7");
+  const CameraPlan plan = PlanRequests(options, camera);
+  EXPECT_THAT(plan.sizes.sizes, ElementsAre(Size{100, 50}));
+  EXPECT_EQ(plan.sizes.fps, 7);
+  const CameraRequest request = PlanRequests(options, {"7", {}, {}}).Request({100, 50});
+  EXPECT_EQ(request.id, "7");
+  EXPECT_EQ(request.size, (Size{100, 50}));
+  EXPECT_EQ(request.fps, 7);
 }
 
-TEST(Request, WithoutAnySizeFails) {
+TEST(RequestPlan, WithoutAnySizeFails) {
   try {
-    ChooseRequest({}, {"0", {}, {}});
+    PlanRequests({}, {"0", {}, {}});
     FAIL() << "no failure without a size";
   } catch (const Failure& failure) {
     EXPECT_EQ(failure.Code(), ExitCode::kCannotOpen);

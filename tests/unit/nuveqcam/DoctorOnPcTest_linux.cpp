@@ -89,7 +89,8 @@ TEST_F(DoctorOnPc, ExplainsTheSelectedCameraAndTheOthers) {
   EXPECT_THAT(text, HasSubstr("vivid              not selected: it is not a USB device\n"));
   EXPECT_THAT(text, HasSubstr("not selected: it is not the first camera of its USB device\n"));
   EXPECT_THAT(text, HasSubstr("not a capture device: it carries a camera's metadata, not its pictures\n"));
-  EXPECT_THAT(text, MatchesRegex("(.|\n)*\nOffered camera: [^\n]* \\(" + Node(0) + "\\), [^\n]* fps\n"));
+  EXPECT_THAT(text, MatchesRegex("(.|\n)*\nOffered camera: [^\n]* \\(" + Node(0) +
+                                 "\\), [^\n]* fps\n  - 'nuveqcam probe' measures [^\n]*\n"));
 }
 
 TEST_F(DoctorOnPc, UsesTheDeclarationsOfFirmwareAndHubs) {

@@ -38,7 +38,8 @@ TEST(Doctor, PrintsTablesAndConclusion) {
       "  /dev/video1   Camera  not a capture device: it carries metadata\n"
       "  /dev/video2   Camera  not examined: it was not examined (Permission denied)\n"
       "\n"
-      "Offered camera: Camera (/dev/video0), 320x240 to 1280x720, 7.5 to 30 fps\n");
+      "Offered camera: Camera (/dev/video0), 320x240 to 1280x720, 7.5 to 30 fps\n"
+      "  - 'nuveqcam probe' measures what each size delivers\n");
 }
 
 TEST(Doctor, PrintsAPcWithoutDevices) {
@@ -155,7 +156,8 @@ TEST(DoctorJson, HasAllMembers) {
   EXPECT_EQ(
       DoctorJson(inventory, answer, MakeDoctorReport(inventory, answer)),
       R"({"offered":true,)"
-      R"("conclusion":"Offered camera: Camera (/dev/video0), 640x480, 7.5 fps","advice":[],)"
+      R"("conclusion":"Offered camera: Camera (/dev/video0), 640x480, 7.5 fps",)"
+      R"("advice":["'nuveqcam probe' measures what each size delivers"],)"
       R"("failure":null,"camera":{"id":"0","sizes":[{"width":640,"height":480}],"rates":[7.5]},)"
       R"("usbDevices":[{"place":"1-5","name":"Camera 1-5","model":"04f2:b6be","id":"ID 1-5","hub":false,)"
       R"("video":true,"removable":false,"verdictFrom":"firmware","verdict":"according to firmware",)"

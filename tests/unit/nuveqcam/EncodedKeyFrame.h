@@ -1,4 +1,4 @@
-// A picture that OpenH264 has encoded.
+// Pictures that OpenH264 has encoded.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -28,8 +28,9 @@ struct EncoderDeleter {
   }
 };
 
-// A key frame with a red left half and a blue right half. The size is even.
-inline Packet EncodeKeyFrame(int width, int height) {
+// A stream of pictures with a red left half and a blue right half, with a key frame at every multiple of the
+// interval. The size is even.
+inline std::vector<Packet> EncodePictures(int width, int height, int count, int keyFrameInterval) {
   ISVCEncoder* created = nullptr;
   EXPECT_EQ(WelsCreateSVCEncoder(&created), 0);
   const std::unique_ptr<ISVCEncoder, EncoderDeleter> encoder(created);
@@ -62,11 +63,22 @@ inline Packet EncodeKeyFrame(int width, int height) {
   source.pData[0] = y.data();
   source.pData[1] = u.data();
   source.pData[2] = v.data();
-  SFrameBSInfo info{};
-  EXPECT_EQ(encoder->EncodeFrame(&source, &info), 0);
-  // The layers are contiguous in memory.
-  const unsigned char* const begin = info.sLayerInfo[0].pBsBuf;
-  return {{begin, begin + info.iFrameSizeInBytes}, Clock::now()};
+  std::vector<Packet> packets;
+  for (int i = 0; i < count; ++i) {
+    if (i % keyFrameInterval == 0) {
+      encoder->ForceIntraFrame(true);
+    }
+    constexpr long long kInterval = 33;
+    source.uiTimeStamp = i * kInterval;
+    SFrameBSInfo info{};
+    EXPECT_EQ(encoder->EncodeFrame(&source, &info), 0);
+    // The layers are contiguous in memory.
+    const unsigned char* const begin = info.sLayerInfo[0].pBsBuf;
+    packets.push_back({{begin, begin + info.iFrameSizeInBytes}, Clock::now()});
+  }
+  return packets;
 }
+
+inline Packet EncodeKeyFrame(int width, int height) { return EncodePictures(width, height, 1, 1).front(); }
 
 }  // namespace nuveqcam

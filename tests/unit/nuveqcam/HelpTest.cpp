@@ -14,10 +14,10 @@ using ::testing::Not;
 using ::testing::StartsWith;
 
 constexpr SystemTraits kFull{
-    .hasSimulatedPc = true, .libraryFile = "full.so", .librarySearchPlaces = "next to it"};
+    .hasSimulatedPc = true, .hasView = true, .libraryFile = "full.so", .librarySearchPlaces = "next to it"};
 constexpr SystemTraits kMinimal{.libraryFile = "plain.dll", .librarySearchPlaces = "next to it"};
-constexpr std::array kCommands{Command::kNone, Command::kList, Command::kRecord, Command::kSnapshot,
-                               Command::kDoctor};
+constexpr std::array kCommands{Command::kNone,   Command::kList,  Command::kRecord, Command::kSnapshot,
+                               Command::kDoctor, Command::kProbe, Command::kView};
 
 TEST(Help, DescribesSupportedFeatures) {
   EXPECT_THAT(HelpText(Command::kRecord, kFull), HasSubstr("(default: camera.mp4)"));
@@ -47,7 +47,7 @@ recording is kept and the exit code is 6.
                      (Annex B); - writes the plain stream to standard output
                      (default: camera.mp4)
   --size WxH         picture size in pixels, 1x1 to 65535x65535 (default: the
-                     largest size up to 1280x720, else the smallest)
+                     largest size up to 1280x720 that delivers the frame rate)
 )"));
 }
 
@@ -57,6 +57,13 @@ TEST(Help, OmitsUnsupportedFeatures) {
     EXPECT_THAT(HelpText(command, kMinimal), Not(HasSubstr("CLIP")));
     EXPECT_THAT(HelpText(command, kMinimal), HasSubstr("(default: plain.dll next to it)"));
   }
+}
+
+TEST(Help, OmitsViewIfItIsNotBuilt) {
+  EXPECT_THAT(HelpText(Command::kNone, kFull),
+              HasSubstr("  view        show the camera live in the browser\n"));
+  EXPECT_THAT(HelpText(Command::kView, kFull), StartsWith("usage: nuveqcam view [--size WxH]"));
+  EXPECT_THAT(HelpText(Command::kNone, kMinimal), Not(HasSubstr("view")));
 }
 
 TEST(Help, FitsIn80Columns) {

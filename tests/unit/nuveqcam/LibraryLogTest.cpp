@@ -52,6 +52,31 @@ TEST(LibraryLog, DetachesFromTheLoggerOnDestruction) {
   EXPECT_THAT(other.Lines(), ElementsAre("later"));
 }
 
+TEST(LibraryLog, CollectsTheFormatsOfAllLinesUntilCleared) {
+  LibraryLog log(nullptr);
+  LogLikeTheLibrary(L"[C]ParseMediaType success, width: 640, height:480,fps:30,subType:844715353(C::P)");
+  for (int i = 0; i < 1000; ++i) {
+    LogLikeTheLibrary(L"many");
+  }
+  EXPECT_THAT(log.Formats(), ElementsAre(SizeRate{{640, 480}, 30}));
+  log.Clear();
+  EXPECT_THAT(log.Formats(), IsEmpty());
+}
+
+TEST(LoggedFormat, IsASizeAndARate) {
+  const std::string head = "[CameraOperator]ParseMediaType success, ";
+  EXPECT_EQ(
+      FormatIn(head + "width: 1280, height:720,fps:10,subType:1196444237(CameraOperator::ParseMediaType)"),
+      (SizeRate{{1280, 720}, 10}));
+  EXPECT_EQ(FormatIn(head + "width: 640, height:-480,fps:30,subType:1"), (SizeRate{{640, 480}, 30}));
+  for (const char* const rest :
+       {"", "width: , height:480,fps:30", "width: 640, height:480,fps:", "width: 640",
+        "width: 99999999999, height:480,fps:30", "width: x, height:480,fps:30"}) {
+    EXPECT_EQ(FormatIn(head + rest), std::nullopt) << rest;
+  }
+  EXPECT_EQ(FormatIn("Set camera parameter, width: 640, height:480,fps:30"), std::nullopt);
+}
+
 TEST(FailedStep, IsTheInnermostLineWithAnErrorCode) {
   EXPECT_EQ(
       FailedStep(

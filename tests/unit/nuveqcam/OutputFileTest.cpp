@@ -57,6 +57,15 @@ TEST_F(Output, IsSameAsEachOfItsPaths) {
   EXPECT_FALSE(file.IsSameAs(""));
 }
 
+TEST_F(Output, FailureNamesTheOption) {
+  try {
+    const OutputFile file(NameOf(folder / "missing" / "a"), StopSignals(), "TMPDIR");
+    FAIL() << "no failure in a missing folder";
+  } catch (const Failure& failure) {
+    EXPECT_THAT(failure.what(), HasSubstr("create the folder first or choose another file with TMPDIR"));
+  }
+}
+
 TEST_F(Output, IsSeekable) {
   OutputFile file(NameOf(folder / "a"), StopSignals());
   ASSERT_TRUE(file.CanSeek());

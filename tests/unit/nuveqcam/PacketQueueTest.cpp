@@ -60,6 +60,18 @@ TEST(PacketQueue, ReturnsPacketsInOrder) {
   EXPECT_EQ(queue.Pop(packet, kNoWait), PopResult::kTimeout);
 }
 
+TEST(PacketQueue, HasTheArrivalsOfQueuedPackets) {
+  PacketQueue queue(100);
+  const auto first = Clock::now();
+  const auto second = first + milliseconds(33);
+  queue.Push({{1}, first});
+  queue.Push({{2}, second});
+  EXPECT_THAT(queue.QueuedArrivals(), testing::ElementsAre(first, second));
+  Packet packet;
+  ASSERT_EQ(queue.Pop(packet, kNoWait), PopResult::kPacket);
+  EXPECT_THAT(queue.QueuedArrivals(), testing::ElementsAre(second));
+}
+
 TEST(PacketQueue, AcceptsAPacketLargerThanItsCapacity) {
   PacketQueue queue(10);
   EXPECT_TRUE(queue.Push(OfSize(100)));

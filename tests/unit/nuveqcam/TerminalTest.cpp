@@ -33,6 +33,18 @@ TEST(ProgressLine, IsOverwrittenAndEndedOnce) {
   EXPECT_EQ(out.str(), "");
 }
 
+TEST(ProgressLine, OverwritesALongerText) {
+  std::ostringstream out;
+  std::ostringstream err;
+  {
+    ProgressLine line({out, err, true});
+    line.ShowText("long text");
+    line.ShowText("short");
+    line.ShowText("s");
+  }
+  EXPECT_EQ(err.str(), "\rlong text\rshort    \rs    \n");
+}
+
 TEST(ProgressLine, IsNotPrintedWithoutATerminal) {
   std::ostringstream out;
   std::ostringstream err;

@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <memory>
 #include <sstream>
 #include <thread>
@@ -87,8 +88,10 @@ TEST_F(Tool, ListsTheDevicesIfThereIsNoBuiltInCamera) {
   UsePc(WithoutBuiltInCamera());
   const std::vector<CaptureDeviceInfo> devices = ListCaptureDevices();
   ASSERT_EQ(devices.size(), 1);
-  for (const std::vector<std::string>& words :
-       {std::vector<std::string>{"list"}, {"record", "-o", "OUT.mp4"}, {"snapshot", "-o", "OUT.png"}}) {
+  for (const std::vector<std::string>& words : {std::vector<std::string>{"list"},
+                                                {"record", "-o", "OUT.mp4"},
+                                                {"snapshot", "-o", "OUT.png"},
+                                                {"probe"}}) {
     err.str("");
     EXPECT_EQ(Run(words), ExitCode::kNoCamera);
     EXPECT_THAT(err.str(), StartsWith("nuveqcam: this PC has no built-in camera; "));
@@ -110,6 +113,10 @@ TEST_F(Tool, PrintsJsonAlsoWithoutACamera) {
   UsePc(WithoutBuiltInCamera());
   EXPECT_EQ(Run({"list", "--json"}), ExitCode::kNoCamera);
   EXPECT_THAT(out.str(), StartsWith(R"({"cameras":[],"devices":[{"name":")"));
+  out.str("");
+  EXPECT_EQ(Run({"probe", "--json"}), ExitCode::kNoCamera);
+  EXPECT_THAT(out.str(), HasSubstr(R"("complete":false,)"));
+  EXPECT_THAT(out.str(), HasSubstr(R"("camera":null,"sizes":[],)"));
 }
 
 std::vector<std::string> Recording(const std::string& seconds, const std::string& file) {
@@ -168,6 +175,143 @@ TEST_F(Tool, RecordingOfASlowCameraIsComplete) {
     // lag behind the arrivals by less than half a second.
     EXPECT_GT(DurationIn(out.str()), 0.5) << out.str();
   }
+}
+
+// A frame interval in the platform's unit.
+constexpr REFERENCE_TIME IntervalOf(int fps) { return 10'000'000 / fps; }
+
+// The largest size up to 1280x720 has ten frames per second, the next one thirty.
+TEST_F(Tool, DefaultSizeHasTheFrameRate) {
+  simulated::SimulatedPcSettings settings;
+  settings.formats = {{graph::FourCc("YUYV"), 160, 120, IntervalOf(30)},
+                      {graph::FourCc("YUYV"), 320, 240, IntervalOf(10)},
+                      {graph::FourCc("YUYV"), 320, 240, IntervalOf(30)},
+                      {graph::FourCc("YUYV"), 640, 480, IntervalOf(10)}};
+  for (const std::vector<std::string>& words :
+       {std::vector<std::string>{"record", "--seconds", "1", "-o", "OUT.h264"},
+        {"snapshot", "-o", "OUT.png"}}) {
+    UsePc(settings);
+    out.str("");
+    EXPECT_EQ(Run(words), ExitCode::kOk) << err.str();
+    EXPECT_THAT(out.str(), HasSubstr(" 320x240")) << err.str();
+  }
+}
+
+// The rates that the simulated camera delivers by picture width; other widths have their listed rate.
+using RatesByWidth = std::map<std::uint32_t, int>;
+
+// The simulated camera, which lists all sizes with thirty frames per second.
+class OverstatingSource : public graph::CaptureSource {
+ public:
+  OverstatingSource(std::unique_ptr<graph::CaptureSource> camera, RatesByWidth rates)
+      : m_camera(std::move(camera)), m_rates(std::move(rates)) {}
+
+  HRESULT ListFormats(std::vector<graph::VideoFormat>& formats) override {
+    const HRESULT hr = m_camera->ListFormats(formats);
+    for (graph::VideoFormat& format : formats) {
+      format.interval = IntervalOf(30);
+    }
+    return hr;
+  }
+  HRESULT SetFormat(graph::VideoFormat& format) override {
+    graph::VideoFormat actual = format;
+    if (const auto rate = m_rates.find(format.width); rate != m_rates.end()) {
+      actual.interval = IntervalOf(rate->second);
+    }
+    return m_camera->SetFormat(actual);
+  }
+  HRESULT Start() override { return m_camera->Start(); }
+  graph::CaptureResult Next(Deadline deadline, graph::CapturedFrame& frame) override {
+    return m_camera->Next(deadline, frame);
+  }
+  void Recycle(const graph::CapturedFrame& frame) override { m_camera->Recycle(frame); }
+  void Stop() override { m_camera->Stop(); }
+  void Interrupt() override { m_camera->Interrupt(); }
+
+ private:
+  std::unique_ptr<graph::CaptureSource> m_camera;
+  const RatesByWidth m_rates;
+};
+
+// A PC whose camera lists thirty frames per second for each size and delivers other rates.
+class OverstatingPc : public devices::DeviceProvider {
+ public:
+  explicit OverstatingPc(RatesByWidth rates) : m_pc(Settings(rates)), m_rates(std::move(rates)) {}
+
+  std::vector<devices::CaptureDevice> CaptureDevices() override {
+    std::vector<devices::CaptureDevice> devices = m_pc.CaptureDevices();
+    for (devices::CaptureDevice& device : devices) {
+      device.makeSource = [make = device.makeSource, rates = m_rates] {
+        return std::make_unique<OverstatingSource>(make(), rates);
+      };
+    }
+    return devices;
+  }
+  std::vector<devices::UsbDevice> UsbDevices() override { return m_pc.UsbDevices(); }
+
+ private:
+  static simulated::SimulatedPcSettings Settings(const RatesByWidth& rates) {
+    simulated::SimulatedPcSettings settings;
+    settings.hasPlugInCamera = false;
+    settings.formats.clear();
+    for (const auto& [width, fps] : rates) {
+      settings.formats.push_back({graph::FourCc("YUYV"), width, width * 3 / 4, IntervalOf(fps)});
+    }
+    return settings;
+  }
+
+  simulated::SimulatedPc m_pc;
+  RatesByWidth m_rates;
+};
+
+TEST_F(Tool, DefaultSizeDeliversTheRateThatIsListed) {
+  devices::SetDeviceProvider(std::make_shared<OverstatingPc>(RatesByWidth{{160, 30}, {320, 30}, {640, 10}}));
+  EXPECT_EQ(Run({"record", "--seconds", "1", "-o", "OUT.h264"}), ExitCode::kOk);
+  EXPECT_THAT(out.str(), HasSubstr("  request       320x240, 30 fps\n"));
+  EXPECT_EQ(
+      err.str(),
+      "nuveqcam: 640x480 delivers only about 10 of 30 frames per second; using 320x240 (--size chooses a "
+      "size)\n");
+}
+
+TEST_F(Tool, DefaultSizeOfASlowCameraIsThePreferredOne) {
+  devices::SetDeviceProvider(std::make_shared<OverstatingPc>(RatesByWidth{{160, 10}, {320, 10}, {640, 10}}));
+  EXPECT_EQ(Run({"snapshot", "--skip", "0", "-o", "OUT.png"}), ExitCode::kOk);
+  EXPECT_THAT(out.str(), HasSubstr("  size     640x480\n"));
+  EXPECT_THAT(err.str(), StartsWith("nuveqcam: no size delivers 30 frames per second, as in dim light"));
+}
+
+TEST_F(Tool, RequestedSizeIsKeptAtAnyRate) {
+  devices::SetDeviceProvider(std::make_shared<OverstatingPc>(RatesByWidth{{320, 30}, {640, 10}}));
+  EXPECT_EQ(Run({"record", "--seconds", "1", "--size", "640x480", "-o", "OUT.h264"}), ExitCode::kOk);
+  EXPECT_THAT(out.str(), HasSubstr("  request       640x480, 30 fps\n"));
+  EXPECT_EQ(err.str(), "");
+}
+
+TEST_F(Tool, ProbeReportsACameraThatListsMoreThanItDelivers) {
+  devices::SetDeviceProvider(std::make_shared<OverstatingPc>(RatesByWidth{{160, 30}, {320, 15}}));
+  EXPECT_EQ(Run({"probe", "--seconds", "1"}), ExitCode::kProbeFault);
+  EXPECT_THAT(out.str(), HasSubstr("320x240 at 30 fps delivers 1"));
+  EXPECT_THAT(out.str(), HasSubstr("  - best: 160x120 at 30 fps"));
+  EXPECT_THAT(out.str(), HasSubstr("\nBehavior: 16 of 16 checks as documented\n"));
+}
+
+TEST_F(Tool, ProbeEndsIfTheCameraIsDisconnected) {
+  simulated::SimulatedPcSettings settings;
+  settings.formats = {{graph::FourCc("YUYV"), 320, 240, IntervalOf(30)}};
+  UsePc(settings);
+  // Only the third session, which is measured, has more than a few frames.
+  const auto isMeasured = [earlier = graph::LatestStreamStats().delivered] {
+    const auto delivered = graph::LatestStreamStats().delivered;
+    return delivered > 30 && delivered != earlier;
+  };
+  EXPECT_EQ(RunAndDisturbWhen({"probe", "--seconds", "60", "--json"}, isMeasured,
+                              [&] { pc->RemoveBuiltInCamera(); }),
+            ExitCode::kProbeFault);
+  EXPECT_THAT(out.str(), HasSubstr(R"("complete":false,)"));
+  EXPECT_THAT(out.str(), HasSubstr(R"("findings":["stopped"])"));
+  EXPECT_THAT(out.str(), HasSubstr("320x240 at 30 fps is disconnected after "));
+  EXPECT_THAT(out.str(), HasSubstr(R"("checks":[])"));
 }
 
 TEST_F(Tool, SnapshotReportsADisconnect) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <exception>
+#include <mutex>
 #include <utility>
 
 #include "cli/Failure.h"
@@ -16,20 +17,47 @@ namespace {
 std::atomic<PacketQueue*> receivingQueue{nullptr};
 std::atomic<bool> libraryFoundNoCamera{false};
 
-std::int32_t OnPacket(const char* /*id*/, std::uint32_t /*idLen*/, const std::uint8_t* data,
-                      std::uint32_t dataLen, std::int32_t /*reserved*/) {
-  constexpr std::int32_t kAccepted = 0;
-  constexpr std::int32_t kRejected = -1;
+struct SharedCallbackRecord {
+  std::mutex mutex;
+  CallbackRecord record;
+};
+
+SharedCallbackRecord& CallbackState() {
+  static SharedCallbackRecord state;
+  return state;
+}
+
+constexpr std::int32_t kAccepted = 0;
+constexpr std::int32_t kRejected = -1;
+
+std::int32_t OnPacket(const char* id, std::uint32_t idLen, const std::uint8_t* data, std::uint32_t dataLen,
+                      std::int32_t /*reserved*/) {
+  const auto arrival = Clock::now();
   PacketQueue* const queue = receivingQueue;
   if (queue == nullptr) {
+    const std::lock_guard lock(CallbackState().mutex);
+    ++CallbackState().record.packetsAfterClose;
     return kRejected;
   }
-  const auto arrival = Clock::now();
   try {
+    {
+      const std::lock_guard lock(CallbackState().mutex);
+      CallbackState().record.packetId.assign(id, idLen);
+    }
     return queue->Push({{data, data + dataLen}, arrival}) ? kAccepted : kRejected;
   } catch (const std::exception&) {
     // Out of memory. The library only logs a callback's failure.
     queue->NoteLoss();
+    return kRejected;
+  }
+}
+
+std::int32_t OnStatus(const char* id, std::uint32_t idLen, NUVEQServiceStatus status) {
+  try {
+    const std::lock_guard lock(CallbackState().mutex);
+    CallbackState().record.statuses.push_back({std::string(id, idLen), status});
+    return kAccepted;
+  } catch (const std::exception&) {
     return kRejected;
   }
 }
@@ -45,10 +73,7 @@ Capabilities ToCapabilities(const NUVEQCameraCapabilities& record) {
   for (std::uint32_t i = 0; i < record.abilityNum; ++i) {
     const NUVEQCameraAbility& ability = record.abilities[i];
     for (std::uint32_t j = 0; j < ability.resolutionNum; ++j) {
-      const auto& [width, height] = ability.resolutions[j];
-      // The sign of the height is the line order in memory.
-      const Size size{static_cast<std::uint32_t>(width), height < 0 ? 0U - static_cast<std::uint32_t>(height)
-                                                                    : static_cast<std::uint32_t>(height)};
+      const Size size = ToSize(ability.resolutions[j].width, ability.resolutions[j].height);
       if (std::find(copy.sizes.begin(), copy.sizes.end(), size) == copy.sizes.end()) {
         copy.sizes.push_back(size);
       }
@@ -78,7 +103,8 @@ class RecordsOwner {
 }  // namespace
 
 Camera::Camera(const CameraLibrary& library, LibraryLog& log) : m_table(library.Table()), m_log(log) {
-  const NUVEQServiceListener listener{nullptr, OnAction};
+  const NUVEQServiceListener listener{OnStatus, OnAction};
+  ClearCallbacks();
   m_table.RegisterSendDataCallback(nullptr, 0, OnPacket);
   m_table.RegisterServiceListener(&listener);
 }
@@ -91,7 +117,9 @@ Capabilities Camera::Query() {
   const std::int32_t result = m_table.GetCapability(&records, &count);
   if (result == NUVEQ_CAMERA_OK && records != nullptr && count > 0) {
     const RecordsOwner owner(m_table, records, count);
-    return ToCapabilities(records[0]);
+    Capabilities camera = ToCapabilities(records[0]);
+    camera.formats = m_log.Formats();
+    return camera;
   }
   if (libraryFoundNoCamera) {
     throw Failure(ExitCode::kNoCamera, NoCameraText(ListCaptureDevices()));
@@ -135,11 +163,24 @@ void Camera::Open(const CameraRequest& request, PacketQueue& queue) {
                                      "see the library's log"));
 }
 
-void Camera::Close() {
-  if (std::exchange(m_isOpen, false)) {
-    m_table.CloseCameraDevice(m_openId.data(), static_cast<std::uint32_t>(m_openId.size()));
-    receivingQueue = nullptr;
+std::int32_t Camera::Close() {
+  if (!std::exchange(m_isOpen, false)) {
+    return NUVEQ_CAMERA_CLOSE_INCOMPLETE;
   }
+  const std::int32_t result =
+      m_table.CloseCameraDevice(m_openId.data(), static_cast<std::uint32_t>(m_openId.size()));
+  receivingQueue = nullptr;
+  return result;
+}
+
+CallbackRecord Camera::Callbacks() {
+  const std::lock_guard lock(CallbackState().mutex);
+  return CallbackState().record;
+}
+
+void Camera::ClearCallbacks() {
+  const std::lock_guard lock(CallbackState().mutex);
+  CallbackState().record = {};
 }
 
 std::string NoCameraText(const std::vector<CaptureDeviceInfo>& devices) {

@@ -19,6 +19,17 @@ struct CameraRequest {
   std::uint32_t fps = 0;
 };
 
+// What the library has reported through its callbacks.
+struct CallbackRecord {
+  struct Status {
+    std::string id;
+    NUVEQServiceStatus status;
+  };
+  std::vector<Status> statuses;
+  std::string packetId;                 // the id that came with the latest packet
+  std::uint64_t packetsAfterClose = 0;  // packets that arrived although the camera was closed
+};
+
 class Camera {
  public:
   // The library and the log must outlive the object. Only one object may exist at a time, because the
@@ -34,8 +45,14 @@ class Camera {
   // Opens the camera and returns after its first frame. Packets go to the queue, which must outlive the
   // session. Throws Failure (kCannotOpen).
   void Open(const CameraRequest& request, PacketQueue& queue);
-  // No packet arrives after it returns. Does nothing if the camera is not open.
-  void Close();
+  // No packet arrives after it returns. Does nothing if the camera is not open, and returns
+  // NUVEQ_CAMERA_CLOSE_INCOMPLETE; else returns the library's result.
+  std::int32_t Close();
+
+  // For checks of the library's behavior: its functions, and what it has reported since the last Clear.
+  const NUVEQCameraHandler& Table() const { return m_table; }
+  static CallbackRecord Callbacks();
+  static void ClearCallbacks();
 
  private:
   const NUVEQCameraHandler& m_table;

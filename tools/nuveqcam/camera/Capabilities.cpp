@@ -5,35 +5,22 @@
 namespace nuveqcam {
 namespace {
 
-constexpr Size kPreferredSize{1280, 720};
 constexpr std::uint32_t kPreferredFps = 30;
 
-std::uint64_t AreaOf(const Size& size) { return std::uint64_t{size.width} * size.height; }
+}  // namespace
 
-bool IsSmaller(const Size& a, const Size& b) { return AreaOf(a) < AreaOf(b); }
-
-bool IsWithinPreferred(const Size& size) {
-  return size.width <= kPreferredSize.width && size.height <= kPreferredSize.height;
-}
-
-// Requests are in whole frames per second: 30 for a rate of 29.97.
 std::uint32_t WholeFps(std::uint32_t rate) {
   return std::max<std::uint32_t>(1, static_cast<std::uint32_t>((std::uint64_t{rate} + 500) / 1000));
 }
 
-}  // namespace
-
-std::optional<Size> ChooseSize(const std::vector<Size>& sizes) {
-  if (sizes.empty()) {
-    return std::nullopt;
-  }
-  std::optional<Size> best;
-  for (const Size& size : sizes) {
-    if (IsWithinPreferred(size) && (!best || IsSmaller(*best, size))) {
-      best = size;
+std::optional<std::uint32_t> ListedFps(const Capabilities& camera, const Size& size) {
+  std::optional<std::uint32_t> highest;
+  for (const SizeRate& format : camera.formats) {
+    if (format.size == size) {
+      highest = std::max(highest.value_or(0), format.fps);
     }
   }
-  return best ? best : *std::min_element(sizes.begin(), sizes.end(), IsSmaller);
+  return highest;
 }
 
 std::uint32_t ChooseFps(const std::vector<std::uint32_t>& rates) {

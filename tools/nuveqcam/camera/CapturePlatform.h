@@ -2,6 +2,8 @@
 // and the simulated PC.
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -33,6 +35,15 @@ void UseSimulatedPc(const std::string& clip);
 // True if the platform has detected that the most recently opened camera was disconnected. Always false on
 // Windows.
 bool IsCameraDisconnected();
+
+// Frames of the most recently opened camera that did not reach the camera library.
+struct CaptureCounters {
+  std::uint64_t missed = 0;   // gaps in the driver's frame numbers
+  std::uint64_t damaged = 0;  // dropped: incomplete, marked as damaged by the driver, or undecodable
+};
+// Final once the camera has been closed. nullopt if the platform counts no frames: always on Windows, and for
+// a camera library that does not use this platform.
+std::optional<CaptureCounters> LatestCaptureCounters();
 
 // All capture devices that are present now; empty if they cannot be listed.
 std::vector<CaptureDeviceInfo> ListCaptureDevices();

@@ -36,6 +36,15 @@ void UseSimulatedPc(const std::string& clip) {
 
 bool IsCameraDisconnected() { return graph::LatestStreamStats().isDisconnected; }
 
+std::optional<CaptureCounters> LatestCaptureCounters() {
+  const graph::StreamStats stats = graph::LatestStreamStats();
+  const CaptureCounters counters{stats.missed, stats.tooShort + stats.damaged + stats.undecodable};
+  if (stats.delivered + counters.missed + counters.damaged == 0) {
+    return std::nullopt;
+  }
+  return counters;
+}
+
 std::vector<CaptureDeviceInfo> ListCaptureDevices() {
   std::vector<CaptureDeviceInfo> devices;
   try {

@@ -95,6 +95,8 @@ void UseSimulatedPc(const std::string& /*clip*/) {
 
 bool IsCameraDisconnected() { return false; }
 
+std::optional<CaptureCounters> LatestCaptureCounters() { return std::nullopt; }
+
 std::vector<CaptureDeviceInfo> ListCaptureDevices() {
   const std::vector<NamedMoniker> monikers = EnumerateCaptureDevices();
   std::vector<std::string> displayNames;

@@ -4,6 +4,7 @@
 #include <deque>
 #include <mutex>
 #include <ostream>
+#include <string_view>
 #include <utility>
 
 #include <log4cplus/layout.h>
@@ -17,8 +18,23 @@ namespace {
 
 constexpr const wchar_t* kLoggerName = L"nuveq.camera";
 constexpr std::size_t kMaxLines = 24;
+constexpr std::size_t kMaxFormats = 4096;
 
 bool Contains(const std::string& text, const char* part) { return text.find(part) != std::string::npos; }
+
+// The number after a mark and optional spaces.
+template <typename Number>
+std::optional<Number> NumberAfter(const std::string& line, std::string_view mark) {
+  const std::size_t found = line.find(mark);
+  const std::size_t digits =
+      found == std::string::npos ? found : line.find_first_not_of(' ', found + mark.size());
+  if (digits == std::string::npos) {
+    return std::nullopt;
+  }
+  Number number{};
+  const auto [end, error] = std::from_chars(line.data() + digits, line.data() + line.size(), number);
+  return error == std::errc{} ? std::optional(number) : std::nullopt;
+}
 
 // "[CameraOperator]AddFilter fail, error: -1(CameraOperator::AddDeviceFilter)"
 std::string WithoutSource(std::string line) {
@@ -51,10 +67,15 @@ class LibraryLog::Appender : public log4cplus::Appender {
   void Clear() {
     const std::lock_guard lock(m_mutex);
     m_lines.clear();
+    m_formats.clear();
   }
   std::vector<std::string> Lines() const {
     const std::lock_guard lock(m_mutex);
     return {m_lines.begin(), m_lines.end()};
+  }
+  std::vector<SizeRate> Formats() const {
+    const std::lock_guard lock(m_mutex);
+    return m_formats;
   }
 
  protected:
@@ -66,6 +87,9 @@ class LibraryLog::Appender : public log4cplus::Appender {
     }
     const std::lock_guard lock(m_mutex);
     m_lines.push_back(ToUtf8(event.getMessage()));
+    if (const auto format = FormatIn(m_lines.back()); format && m_formats.size() < kMaxFormats) {
+      m_formats.push_back(*format);
+    }
     if (m_lines.size() > kMaxLines) {
       m_lines.pop_front();
     }
@@ -75,6 +99,7 @@ class LibraryLog::Appender : public log4cplus::Appender {
   std::ostream* m_output;
   mutable std::mutex m_mutex;
   std::deque<std::string> m_lines;
+  std::vector<SizeRate> m_formats;
 };
 
 LibraryLog::LibraryLog(std::ostream* output) : m_appender(new Appender(output)) {
@@ -88,6 +113,8 @@ LibraryLog::~LibraryLog() {
 void LibraryLog::Clear() { m_appender->Clear(); }
 
 std::vector<std::string> LibraryLog::Lines() const { return m_appender->Lines(); }
+
+std::vector<SizeRate> LibraryLog::Formats() const { return m_appender->Formats(); }
 
 std::string FailedStep(const std::vector<std::string>& lines) {
   // The innermost step logs first, its callers after it. Only the innermost line has an error code.
@@ -104,21 +131,22 @@ std::string FailedStep(const std::vector<std::string>& lines) {
 }
 
 std::optional<std::uint32_t> ErrorCodeIn(const std::string& line) {
-  constexpr std::string_view kMark = "error:";
-  const std::size_t mark = line.find(kMark);
-  if (mark == std::string::npos) {
+  const std::optional<std::int32_t> code = NumberAfter<std::int32_t>(line, "error:");
+  return code ? std::optional(static_cast<std::uint32_t>(*code)) : std::nullopt;
+}
+
+// "[CameraOperator]ParseMediaType success, width: 640, height:480,fps:30,subType:844715353(...)"
+std::optional<SizeRate> FormatIn(const std::string& line) {
+  if (!Contains(line, "ParseMediaType success")) {
     return std::nullopt;
   }
-  const std::size_t digits = line.find_first_not_of(' ', mark + kMark.size());
-  if (digits == std::string::npos) {
+  const auto width = NumberAfter<std::int32_t>(line, "width:");
+  const auto height = NumberAfter<std::int32_t>(line, "height:");
+  const auto fps = NumberAfter<std::uint32_t>(line, "fps:");
+  if (!width || !height || !fps) {
     return std::nullopt;
   }
-  std::int32_t code = 0;
-  const auto [end, error] = std::from_chars(line.data() + digits, line.data() + line.size(), code);
-  if (error != std::errc{}) {
-    return std::nullopt;
-  }
-  return static_cast<std::uint32_t>(code);
+  return SizeRate{ToSize(*width, *height), *fps};
 }
 
 std::optional<Explanation> Explain(std::uint32_t errorCode) {

@@ -1,4 +1,5 @@
-// The camera library's log. The library's result codes do not tell which step failed; its log does.
+// The camera library's log. The library's result codes do not tell which step failed, and its lists of sizes
+// and rates not which rate a size has; its log does.
 #pragma once
 
 #include <cstdint>
@@ -9,6 +10,8 @@
 #include <vector>
 
 #include <log4cplus/appender.h>
+
+#include "camera/Capabilities.h"
 
 namespace nuveqcam {
 
@@ -25,6 +28,8 @@ class LibraryLog {
   void Clear();
   // The most recent lines, oldest first, in UTF-8.
   std::vector<std::string> Lines() const;
+  // The formats that the library has logged since the last Clear, also those in lines that are not kept.
+  std::vector<SizeRate> Formats() const;
 
  private:
   class Appender;
@@ -37,6 +42,9 @@ std::string FailedStep(const std::vector<std::string>& lines);
 
 // The system error code in a line: 0x800700AA for "..., error:-2147024726".
 std::optional<std::uint32_t> ErrorCodeIn(const std::string& line);
+
+// The size and rate in a line that reports a format of the camera; nullopt for any other line.
+std::optional<SizeRate> FormatIn(const std::string& line);
 
 // Human-readable meaning of an error code.
 struct Explanation {

@@ -12,26 +12,24 @@ namespace {
 std::string Quote(std::string_view word) { return "'" + SanitizeForTerminal(word) + "'"; }
 
 // "list, record, snapshot or doctor"
-std::string CommandNames(const std::string& conjunction) {
-  const auto definitions = CommandDefinitions();
+std::string CommandNames(const CommandLine& line, const std::string& conjunction) {
   std::string names;
-  for (const CommandDefinition& definition : definitions) {
-    const bool isLast = &definition == &definitions.back();
+  for (const CommandDefinition& definition : line.commands) {
+    const bool isLast = &definition == &line.commands.back();
     names += names.empty() ? "" : isLast ? " " + conjunction + " " : ", ";
     names += definition.name;
   }
   return names;
 }
 
-bool IsCommand(const std::string& word) {
-  return std::ranges::any_of(CommandDefinitions(),
-                             [&](const auto& definition) { return word == definition.name; });
+bool IsCommand(const CommandLine& line, const std::string& word) {
+  return std::ranges::any_of(line.commands, [&](const auto& definition) { return word == definition.name; });
 }
 
 // An option for all commands or for any command; null if there is none.
 const CLI::Option* FindOption(const CommandLine& line, const std::string& name) {
   const CLI::Option* option = line.tool.get_option_no_throw(name);
-  for (const CommandDefinition& definition : CommandDefinitions()) {
+  for (const CommandDefinition& definition : line.commands) {
     option = option != nullptr ? option : line.AppOf(definition.command).get_option_no_throw(name);
   }
   return option;
@@ -73,7 +71,7 @@ class Splitter {
 
   void AddTwoDashes() {
     if (!m_hasCommand) {
-      Reject("missing command before '--': " + CommandNames("or"));
+      Reject("missing command before '--': " + CommandNames(m_line, "or"));
     } else if (m_next != m_end) {
       Reject(Quote(*m_next) + ": unexpected argument");
     }
@@ -83,8 +81,8 @@ class Splitter {
   void AddCommand(const std::string& word) {
     if (m_hasCommand) {
       Reject(Quote(word) + ": unexpected argument");
-    } else if (!IsCommand(word)) {
-      Reject("unknown command " + Quote(word) + "; the commands are " + CommandNames("and"));
+    } else if (!IsCommand(m_line, word)) {
+      Reject("unknown command " + Quote(word) + "; the commands are " + CommandNames(m_line, "and"));
     } else {
       m_hasCommand = true;
       m_words.push_back(word);
@@ -138,8 +136,8 @@ class Splitter {
     }
   }
 
-  static bool IsOptionalValue(const std::string& word) {
-    return (!word.starts_with('-') || word == "-") && !IsCommand(word);
+  bool IsOptionalValue(const std::string& word) const {
+    return (!word.starts_with('-') || word == "-") && !IsCommand(m_line, word);
   }
 
   void AddValue(const CLI::Option& option, const std::string& value) {
@@ -183,7 +181,7 @@ void Parse(CommandLine& line, const std::vector<std::string>& words) {
     throw UsageError{SanitizeForTerminal(error.what())};
   }
   if (line.options.command == Command::kNone) {
-    throw UsageError{"missing command: " + CommandNames("or")};
+    throw UsageError{"missing command: " + CommandNames(line, "or")};
   }
   CheckMisplacedOptions(line);
 }
@@ -207,7 +205,7 @@ std::variant<Options, UsageError> ParseArguments(const std::vector<std::string>&
 }
 
 std::string NameOf(Command command) {
-  for (const CommandDefinition& definition : CommandDefinitions()) {
+  for (const CommandDefinition& definition : CommandDefinitions({.hasView = true})) {
     if (definition.command == command) {
       return definition.name;
     }

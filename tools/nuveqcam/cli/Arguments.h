@@ -12,7 +12,7 @@
 
 namespace nuveqcam {
 
-enum class Command { kNone, kList, kRecord, kSnapshot, kDoctor };
+enum class Command { kNone, kList, kRecord, kSnapshot, kDoctor, kProbe, kView };
 
 struct Options {
   Command command = Command::kNone;  // kNone only with wantsHelp or wantsVersion
@@ -24,12 +24,17 @@ struct Options {
   bool isVerbose = false;
   std::string library;  // empty: the default library
 
-  bool wantsJson = false;            // list, doctor
+  bool wantsJson = false;            // list, doctor, probe, view
   std::string output;                // record, snapshot: a file name, or "-" for standard output
-  std::optional<Size> size;          // record, snapshot
-  std::optional<std::uint32_t> fps;  // record
+  std::optional<Size> size;          // record, snapshot, view
+  std::optional<std::uint32_t> fps;  // record, view
   std::uint32_t seconds = 5;         // record; 0: until interrupted
   std::uint32_t skip = 9;            // snapshot: number of pictures to skip
+  std::uint32_t probeSeconds = 3;    // probe: for each size
+  bool wantsAllRates = false;        // probe
+  std::uint32_t port = 0;            // view; 0: any free one
+  bool opensBrowser = true;          // view
+  bool keepsCameraOpen = false;      // view: also while nobody looks
 };
 
 // Human-readable description of an invalid command line. Returned by ParseArguments; thrown within cli/.

@@ -20,6 +20,9 @@ constexpr Range kSizeRange{1, 65535};
 constexpr Range kFpsRange{1, 1000};
 constexpr Range kSecondsRange{0, 86400};
 constexpr Range kSkipRange{0, 100000};
+// A measurement keeps its packets in memory.
+constexpr Range kProbeSecondsRange{1, 60};
+constexpr Range kPortRange{0, 65535};
 
 // "1 to 1000"
 std::string ToText(Range range) { return std::to_string(range.min) + " to " + std::to_string(range.max); }
@@ -77,8 +80,14 @@ std::string SizeToText(std::uint32_t side) { return std::to_string(side) + "x" +
 void AddSize(CLI::App& app, Options& options) {
   AddValue(app, "--size", "WxH",
            "picture size in pixels, " + SizeToText(kSizeRange.min) + " to " + SizeToText(kSizeRange.max) +
-               " (default: the largest size up to 1280x720, else the smallest)",
+               " (default: the largest size up to 1280x720 that delivers the frame rate)",
            [&options](const std::string& value) { options.size = ParseSize(value); });
+}
+
+void AddFps(CLI::App& app, Options& options) {
+  AddNumber(app, "--fps", "N", options.fps, kFpsRange,
+            "frames per second, " + ToText(kFpsRange) +
+                " (default: 30 if offered, else the highest lower rate, else the lowest)");
 }
 
 // An output whose file name determines its format.
@@ -112,9 +121,7 @@ void AddRecordOptions(CLI::App& app, Options& options) {
       "output file: .mp4, or .h264 or .264 for the plain stream (Annex B); - writes the plain stream to "
       "standard output");
   AddSize(app, options);
-  AddNumber(app, "--fps", "N", options.fps, kFpsRange,
-            "frames per second, " + ToText(kFpsRange) +
-                " (default: 30 if offered, else the highest lower rate, else the lowest)");
+  AddFps(app, options);
   AddNumber(app, "--seconds", "S", options.seconds, kSecondsRange,
             "duration, up to " + std::to_string(kSecondsRange.max) +
                 "; 0: until Ctrl-C (default: " + std::to_string(options.seconds) + ")");
@@ -129,6 +136,20 @@ void AddSnapshotOptions(CLI::App& app, Options& options) {
                 ", while the camera adjusts its exposure (default: " + std::to_string(options.skip) + ")");
 }
 
+void AddViewOptions(CLI::App& app, Options& options) {
+  AddSize(app, options);
+  AddFps(app, options);
+  AddNumber(app, "--port", "N", options.port, kPortRange,
+            "port to listen on, " + ToText(kPortRange) +
+                "; 0: any free one (default: " + std::to_string(options.port) + ")");
+  app.add_flag_callback(
+      "--no-open", [&options] { options.opensBrowser = false; }, "do not open the browser");
+  app.add_flag("--keep-open", options.keepsCameraOpen, "keep the camera open while nobody looks or records");
+  AddJson(app, options,
+          "print one JSON object on one line instead of text:\n"
+          "  address  of the page");
+}
+
 void AddDoctorOptions(CLI::App& app, Options& options) {
   AddJson(app, options,
           "print one JSON object on one line:\n"
@@ -141,6 +162,28 @@ void AddDoctorOptions(CLI::App& app, Options& options) {
           "  captureDevices  [{taken, node, name, usbDevice, reason,\n"
           "                  openError, openIn}]\n"
           "  otherNodes      as captureDevices, without taken");
+}
+
+void AddProbeOptions(CLI::App& app, Options& options) {
+  AddJson(app, options,
+          "print one JSON object on one line:\n"
+          "  version, ok, complete, seconds, name, node,\n"
+          "  camera   null or as in list\n"
+          "  sizes    [{width, height, asked, listed, delivered,\n"
+          "           firstPacketMedian, firstPacketWorst, jitterP99,\n"
+          "           missed, damaged, bitRate, largestPacket,\n"
+          "           cpuPerFrame, packets, pictureWidth,\n"
+          "           pictureHeight, faultyPackets, packetFault,\n"
+          "           failure, findings: [word]}]\n"
+          "  checks   [{check, fault}]\n"
+          "  best     null or {width, height, asked}\n"
+          "  advice   [line]\n"
+          "also printed if there is no camera (exit code 3)");
+  AddNumber(app, "--seconds", "S", options.probeSeconds, kProbeSecondsRange,
+            "duration of the measurement of each size, " + ToText(kProbeSecondsRange) +
+                " (default: " + std::to_string(options.probeSeconds) + ")");
+  app.add_flag("--all-rates", options.wantsAllRates,
+               "measure each size at every rate (default: at its highest rate only)");
 }
 
 // To add a command, add it here, its member to Options, and its function to Commands.h.
@@ -163,7 +206,24 @@ constexpr std::array kCommands{
         "is not selected, and finally the offered camera, or why there is none and what to do about it.",
         AddDoctorOptions,
         "The exit code is 0 if a camera is offered, 3 if there is none, and 4 if there is one that cannot be "
-        "read. None of these prints an error message."}};
+        "read. None of these prints an error message. 'nuveqcam probe' measures the camera."},
+    CommandDefinition{
+        Command::kProbe, "probe", "measure what each picture size delivers",
+        "Opens every picture size three times and measures its frame rate, the time to its first packet, its "
+        "jitter, lost frames, bit rate and CPU time; checks that every packet is a whole picture; and checks "
+        "that the camera opens and closes as documented. The last lines name the best size and rate, and "
+        "what is wrong. Ctrl-C ends it early and prints what is known.",
+        AddProbeOptions,
+        "The exit code is 0 if every size can be opened and delivers its rate within 10 %, every packet is a "
+        "whole picture, and every check succeeds; 7 if not; 6 if it was ended early without a fault."},
+    // The last one, because it may be missing.
+    CommandDefinition{Command::kView, "view", "show the camera live in the browser",
+                      "Shows the camera live on a page in the browser, where pictures can be taken and "
+                      "recordings made. Prints the page's address and opens it. Ctrl-C ends the program.",
+                      AddViewOptions,
+                      "The page can only be reached from this computer and with the address. The camera runs "
+                      "while the page is open. Other programs can play the address followed by "
+                      "stream.h264 or stream.mp4."}};
 
 void AddGlobalOptions(CLI::App& tool, Options& options, const SystemTraits& system) {
   const bool hasSimulatedPc = system.hasSimulatedPc;
@@ -203,16 +263,18 @@ void AddCommand(CommandLine& line, const CommandDefinition& definition) {
 
 }  // namespace
 
-std::span<const CommandDefinition> CommandDefinitions() { return kCommands; }
+std::span<const CommandDefinition> CommandDefinitions(const SystemTraits& system) {
+  return std::span(kCommands).first(kCommands.size() - (system.hasView ? 0 : 1));
+}
 
-CommandLine::CommandLine(const SystemTraits& system) {
+CommandLine::CommandLine(const SystemTraits& system) : commands(CommandDefinitions(system)) {
   // The commands inherit these settings.
   tool.set_help_flag();
   tool.fallthrough();
   tool.allow_extras();
   tool.option_defaults()->take_last();
   AddGlobalOptions(tool, options, system);
-  for (const CommandDefinition& definition : kCommands) {
+  for (const CommandDefinition& definition : commands) {
     AddCommand(*this, definition);
   }
 }

@@ -18,8 +18,8 @@ struct CommandDefinition {
   const char* notes;  // in the command's help, after the options
 };
 
-// All commands, in the order of the help.
-std::span<const CommandDefinition> CommandDefinitions();
+// The system's commands, in the order of the help.
+std::span<const CommandDefinition> CommandDefinitions(const SystemTraits& system);
 
 // The definition of all commands and options. `tool.parse` fills `options`; invalid values throw UsageError.
 // Options with an empty group are not shown in the help.
@@ -31,6 +31,7 @@ struct CommandLine {
 
   const CLI::App& AppOf(Command command) const { return *tool.get_subcommand(NameOf(command)); }
 
+  const std::span<const CommandDefinition> commands;
   CLI::App tool;
   Options options;
 };

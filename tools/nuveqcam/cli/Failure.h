@@ -14,7 +14,8 @@ enum class ExitCode : int {
   kNoCamera = 3,     // the PC has no built-in camera
   kCannotOpen = 4,   // the camera is present but cannot be read or opened
   kCannotWrite = 5,  // the output cannot be written
-  kEndedEarly = 6,   // the stream ended before it was complete
+  kEndedEarly = 6,   // the stream or the probe ended before it was complete
+  kProbeFault = 7,   // probe has found a fault
 };
 
 // Ends a command. The message is human-readable, names the cause and the next step, and does not contain the

@@ -88,10 +88,10 @@ std::string CommandHelp(const CommandDefinition& definition, const CLI::App& app
          (notes.empty() ? "" : Wrap(notes) + "\n");
 }
 
-std::string ToolHelp() {
+std::string ToolHelp(const CommandLine& line) {
   std::string text =
       "usage: nuveqcam [OPTION...] COMMAND [OPTION...]\n\n" + Wrap(kDescription) + "\ncommands:\n";
-  for (const CommandDefinition& definition : CommandDefinitions()) {
+  for (const CommandDefinition& definition : line.commands) {
     text += "  " + PadRight(definition.name, 10) + "  " + definition.summary + "\n";
   }
   return text + "\n'nuveqcam COMMAND --help' describes a command and its options.\n\n";
@@ -109,15 +109,17 @@ std::string ExitCodes(const SystemTraits& system) {
          "  4  the camera cannot be opened: in use, permission denied, size not supported\n"
          "  5  the output cannot be written\n"
          "  6  the stream ended early: the camera was disconnected or stopped delivering\n"
-         "     frames, or the program was interrupted before the first picture\n";
+         "     frames, or the program was interrupted before the first picture\n"
+         "  7  probe: the camera does not deliver what it offers, or does not behave as\n"
+         "     documented\n";
 }
 
 }  // namespace
 
 std::string HelpText(Command command, const SystemTraits& system) {
   const CommandLine line(system);
-  std::string text = ToolHelp();
-  for (const CommandDefinition& definition : CommandDefinitions()) {
+  std::string text = ToolHelp(line);
+  for (const CommandDefinition& definition : line.commands) {
     if (definition.command == command) {
       text = CommandHelp(definition, line.AppOf(command));
     }

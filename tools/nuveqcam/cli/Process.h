@@ -1,6 +1,7 @@
-// The process's command line and standard streams.
+// The process's command line, standard streams and CPU time.
 #pragma once
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -25,6 +26,9 @@ class StandardStreams {
 // Windows only: restores the console's output code page, which StandardStreams changes and other programs on
 // the console share. For process exits that skip StandardStreams's destructor. Thread-safe and idempotent.
 void RestoreCodePage();
+
+// The CPU time that all threads of the process have used, in user and kernel mode.
+std::chrono::nanoseconds ProcessCpuTime();
 
 bool IsStandardOutputTerminal();
 bool IsStandardErrorTerminal();

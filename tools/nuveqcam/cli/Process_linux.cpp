@@ -2,6 +2,7 @@
 
 #include <array>
 #include <csignal>
+#include <ctime>
 #include <utility>
 
 #include <fcntl.h>
@@ -49,6 +50,12 @@ StandardStreams::StandardStreams() {
 }
 
 StandardStreams::~StandardStreams() = default;
+
+std::chrono::nanoseconds ProcessCpuTime() {
+  timespec time{};
+  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+  return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+}
 
 bool IsStandardOutputTerminal() { return isatty(STDOUT_FILENO) == 1; }
 bool IsStandardErrorTerminal() { return isatty(STDERR_FILENO) == 1; }

@@ -8,8 +8,10 @@
 #include <shellapi.h>
 
 #include <atomic>
+#include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <ratio>
 
 #include "cli/Failure.h"
 #include "cli/Text.h"
@@ -42,6 +44,13 @@ bool IsConsole(DWORD name) {
 BOOL WINAPI RestoreBeforeExit(DWORD /*kind*/) {
   RestoreCodePage();
   return FALSE;
+}
+
+// A FILETIME counts units of 100 ns.
+std::chrono::nanoseconds ToDuration(const FILETIME& time) {
+  using Ticks = std::chrono::duration<std::int64_t, std::ratio<1, 10'000'000>>;
+  constexpr unsigned kHalfBits = 32;
+  return Ticks(std::int64_t{time.dwHighDateTime} << kHalfBits | std::int64_t{time.dwLowDateTime});
 }
 
 struct LocalFreer {
@@ -82,6 +91,17 @@ StandardStreams::StandardStreams() {
 }
 
 StandardStreams::~StandardStreams() { RestoreCodePage(); }
+
+std::chrono::nanoseconds ProcessCpuTime() {
+  FILETIME created{};
+  FILETIME ended{};
+  FILETIME kernel{};
+  FILETIME user{};
+  if (GetProcessTimes(GetCurrentProcess(), &created, &ended, &kernel, &user) == FALSE) {
+    return {};
+  }
+  return ToDuration(kernel) + ToDuration(user);
+}
 
 bool IsStandardOutputTerminal() { return IsConsole(STD_OUTPUT_HANDLE); }
 bool IsStandardErrorTerminal() { return IsConsole(STD_ERROR_HANDLE); }

@@ -14,10 +14,11 @@ std::string ProgressText(const Progress& progress) {
          " frames  " + PadLeft(Decimal(fps, 1), 5) + " fps  " + PadLeft(Decimal(kbits, 0), 6) + " kbit/s";
 }
 
-void ProgressLine::Show(const Progress& progress) {
+void ProgressLine::ShowText(const std::string& text) {
   if (m_console.isErrTerminal) {
-    // The text never gets shorter, so it overwrites the previous one completely.
-    m_console.err << '\r' + ProgressText(progress) << std::flush;
+    // Spaces overwrite the rest of a longer text.
+    m_console.err << '\r' + PadRight(text, m_columns) << std::flush;
+    m_columns = CodePointCount(text);
     m_isShown = true;
   }
 }

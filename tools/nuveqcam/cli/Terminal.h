@@ -1,6 +1,7 @@
 // Output streams and the progress line.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <iosfwd>
 #include <string>
@@ -33,13 +34,15 @@ class ProgressLine {
   ProgressLine& operator=(const ProgressLine&) = delete;
   ~ProgressLine() { End(); }
 
-  void Show(const Progress& progress);
+  void Show(const Progress& progress) { ShowText(ProgressText(progress)); }
+  void ShowText(const std::string& text);
   // Ends the line; further output starts on a new one.
   void End();
 
  private:
   Console m_console;
   bool m_isShown = false;
+  std::size_t m_columns = 0;  // of the previous text
 };
 
 }  // namespace nuveqcam

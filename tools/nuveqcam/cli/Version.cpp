@@ -32,6 +32,7 @@ std::string LibraryVersions() {
   text << "CLI11 " << CLI11_VERSION << '\n';
   text << "nlohmann-json " << NLOHMANN_JSON_VERSION_MAJOR << '.' << NLOHMANN_JSON_VERSION_MINOR << '.'
        << NLOHMANN_JSON_VERSION_PATCH << '\n';
+  text << ViewLibraryVersions();
   return text.str();
 }
 

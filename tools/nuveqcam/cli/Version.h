@@ -9,5 +9,7 @@ namespace nuveqcam {
 // header-only libraries) the version in its headers. stb and utfcpp are omitted: their headers define no
 // version.
 std::string LibraryVersions();
+// The same for the libraries of `view` only; empty if the program is built without it.
+std::string ViewLibraryVersions();
 
 }  // namespace nuveqcam

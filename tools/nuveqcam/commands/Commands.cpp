@@ -18,8 +18,13 @@ ExitCode RunCommand(const CommandContext& context) {
     case Command::kSnapshot:
       RunSnapshot(context);
       break;
+    case Command::kView:
+      RunView(context);
+      break;
     case Command::kDoctor:
       return RunDoctor(context);
+    case Command::kProbe:
+      return RunProbe(context);
     case Command::kNone:
       break;
   }
@@ -59,12 +64,20 @@ ExitCode RunTool(const Options& options, const Console& console, const Timeouts&
   return ExitCode::kUnexpected;
 }
 
-CameraRequest ChooseRequest(const Options& options, const Capabilities& camera) {
-  const std::optional<Size> size = options.size ? options.size : ChooseSize(camera.sizes);
-  if (!size) {
+CameraPlan PlanOnly(const CameraRequest& request) {
+  return {request.id, {{request.size}, request.fps, static_cast<double>(request.fps), false}};
+}
+
+CameraPlan PlanRequests(const Options& options, const Capabilities& camera) {
+  const std::uint32_t fps = options.fps.value_or(ChooseFps(camera.rates));
+  if (options.size) {
+    return PlanOnly({camera.id, *options.size, fps});
+  }
+  CameraPlan plan{camera.id, PlanSizes(camera, fps)};
+  if (plan.sizes.sizes.empty()) {
     throw Failure(ExitCode::kCannotOpen, "the camera reports no picture sizes; specify one with --size");
   }
-  return {camera.id, *size, options.fps.value_or(ChooseFps(camera.rates))};
+  return plan;
 }
 
 }  // namespace nuveqcam

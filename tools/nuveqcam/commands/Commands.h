@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "camera/Camera.h"
+#include "camera/DefaultSize.h"
 #include "cli/Arguments.h"
 #include "cli/Failure.h"
 #include "cli/Terminal.h"
@@ -33,14 +34,26 @@ ExitCode RunTool(const Options& options, const Console& console, const Timeouts&
 void RunList(const CommandContext& context);
 void RunRecord(const CommandContext& context);
 void RunSnapshot(const CommandContext& context);
+void RunView(const CommandContext& context);
 // Returns the exit code: for this command, a missing camera is a result and not a failure.
 ExitCode RunDoctor(const CommandContext& context);
+// Returns the exit code: for this command, a camera that fails is a result.
+ExitCode RunProbe(const CommandContext& context);
 
 // The output of list. The camera is the first device without an exclusion reason.
 std::string ListText(const Capabilities& camera, const std::vector<CaptureDeviceInfo>& devices);
 
-// The size and rate in the options, or the best that the camera offers. Throws Failure (kCannotOpen) if
-// neither has a size.
-CameraRequest ChooseRequest(const Options& options, const Capabilities& camera);
+// How a command may open the camera.
+struct CameraPlan {
+  std::string id;
+  SizePlan sizes;
+
+  CameraRequest Request(const Size& size) const { return {id, size, sizes.fps}; }
+};
+// A plan without a choice.
+CameraPlan PlanOnly(const CameraRequest& request);
+// The size and rate in the options, or those that the camera offers. Throws Failure (kCannotOpen) if neither
+// has a size.
+CameraPlan PlanRequests(const Options& options, const Capabilities& camera);
 
 }  // namespace nuveqcam

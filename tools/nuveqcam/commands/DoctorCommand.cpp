@@ -45,10 +45,7 @@ DoctorRow ToRow(const VideoNodeInfo& node, std::string text) {
 }
 
 DoctorRow CaptureDeviceRow(const VideoNodeInfo& device, bool hasSelected) {
-  const std::string usbDevice =
-      device.usbPlace.empty() ? "a USB device" : "USB device " + SanitizeForTerminal(device.usbPlace);
-  std::string text = hasSelected ? "SELECTED: " : "would be selected: ";
-  text += "the first camera of " + usbDevice + ", which is built in";
+  std::string text = (hasSelected ? "SELECTED: " : "would be selected: ") + SelectionReason(device);
   if (!device.reason.empty()) {
     text = "not selected: " + SanitizeForTerminal(device.reason);
   }
@@ -63,17 +60,6 @@ DoctorRow OtherNodeRow(const VideoNodeInfo& node) {
   return ToRow(node, node.openError.empty() ? "not a capture device: " + SanitizeForTerminal(node.reason)
                                             : "not examined: " + SanitizeForTerminal(node.reason) + " (" +
                                                   SanitizeForTerminal(node.openError) + ")");
-}
-
-LibraryResult QueryLibrary(Camera& camera) {
-  LibraryResult result;
-  try {
-    result.camera = camera.Query();
-  } catch (const Failure& failure) {
-    // The inventory has the reasons if no camera was selected.
-    result.failure = failure.Code() == ExitCode::kNoCamera ? "" : failure.what();
-  }
-  return result;
 }
 
 }  // namespace
@@ -102,12 +88,7 @@ std::string DoctorText(const DeviceInventory& inventory, const DoctorReport& rep
 
 ExitCode RunDoctor(const CommandContext& context) {
   LibraryResult result = QueryLibrary(context.camera);
-  DeviceInventory inventory = GetDeviceInventory();
-  if (!AreConsistent(inventory, result)) {
-    // A device was added or removed between the two queries.
-    result = QueryLibrary(context.camera);
-    inventory = GetDeviceInventory();
-  }
+  const DeviceInventory inventory = GetMatchingInventory(context.camera, result);
   const DoctorReport report = MakeDoctorReport(inventory, result);
   context.console.out << (context.options.wantsJson ? DoctorJson(inventory, result, report)
                                                     : DoctorText(inventory, report));

@@ -4,16 +4,11 @@
 #include <cstdint>
 #include <utility>
 
+#include "camera/Camera.h"
 #include "cli/Text.h"
 
 namespace nuveqcam {
 namespace {
-
-const VideoNodeInfo* FindSelected(const DeviceInventory& inventory) {
-  const auto selected = std::find_if(inventory.captureDevices.begin(), inventory.captureDevices.end(),
-                                     [](const VideoNodeInfo& device) { return device.reason.empty(); });
-  return selected == inventory.captureDevices.end() ? nullptr : &*selected;
-}
 
 const UsbDeviceInfo* FindUsbDevice(const DeviceInventory& inventory, const VideoNodeInfo& node) {
   const auto found = std::find_if(
@@ -184,9 +179,8 @@ DoctorReport ReportOffered(const VideoNodeInfo* selected, const Capabilities& ca
   const std::string name =
       selected != nullptr ? NameAndNode(*selected) : "camera " + SanitizeForTerminal(camera.id);
   DoctorReport report{ExitCode::kOk, "Offered camera: " + name + CapabilitiesText(camera), {}, true};
-  if (selected == nullptr) {
-    report.advice.emplace_back(kDeviceRemoved);
-  }
+  report.advice.emplace_back(selected == nullptr ? kDeviceRemoved
+                                                 : "'nuveqcam probe' measures what each size delivers");
   return report;
 }
 
@@ -211,6 +205,39 @@ DoctorReport ReportUnusable(const VideoNodeInfo* selected, const LibraryResult& 
 }
 
 }  // namespace
+
+LibraryResult QueryLibrary(Camera& camera) {
+  LibraryResult result;
+  try {
+    result.camera = camera.Query();
+  } catch (const Failure& failure) {
+    // The inventory has the reasons if no camera was selected.
+    result.failure = failure.Code() == ExitCode::kNoCamera ? "" : failure.what();
+  }
+  return result;
+}
+
+DeviceInventory GetMatchingInventory(Camera& camera, LibraryResult& result) {
+  DeviceInventory inventory = GetDeviceInventory();
+  if (!AreConsistent(inventory, result)) {
+    result = QueryLibrary(camera);
+    inventory = GetDeviceInventory();
+  }
+  return inventory;
+}
+
+const VideoNodeInfo* FindSelected(const DeviceInventory& inventory) {
+  const auto selected = std::find_if(inventory.captureDevices.begin(), inventory.captureDevices.end(),
+                                     [](const VideoNodeInfo& device) { return device.reason.empty(); });
+  return selected == inventory.captureDevices.end() ? nullptr : &*selected;
+}
+
+std::string SelectionReason(const VideoNodeInfo& selected) {
+  return "the first camera of " +
+         (selected.usbPlace.empty() ? "a USB device"
+                                    : "USB device " + SanitizeForTerminal(selected.usbPlace)) +
+         ", which is built in";
+}
 
 bool AreConsistent(const DeviceInventory& inventory, const LibraryResult& result) {
   return (FindSelected(inventory) != nullptr) == result.HasSelected();

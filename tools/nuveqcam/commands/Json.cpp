@@ -2,6 +2,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <cmath>
+
 namespace nuveqcam {
 namespace {
 
@@ -76,6 +78,52 @@ Json CaptureDeviceToJson(const VideoNodeInfo& device, bool hasSelected) {
   return object;
 }
 
+// With up to three decimals; null if there is none.
+Json NumberOrNull(const std::optional<double>& number) {
+  constexpr double kThousandths = 1000;
+  return number ? Json(std::round(*number * kThousandths) / kThousandths) : Json();
+}
+
+Json MillisecondsOrNull(const std::optional<Milliseconds>& time) {
+  return NumberOrNull(time ? std::optional(time->count()) : std::nullopt);
+}
+
+template <typename Number>
+Json CountOrNull(const std::optional<Number>& count) {
+  return count ? Json(*count) : Json();
+}
+
+Json SizeResultToJson(const SizeResult& result) {
+  const StreamFigures& figures = result.figures;
+  const auto& start = result.start;
+  const auto& counters = result.counters;
+  const auto& picture = result.units.picture;
+  return Json::object({{"width", result.request.size.width},
+                       {"height", result.request.size.height},
+                       {"asked", result.request.fps},
+                       {"listed", CountOrNull(result.listedFps)},
+                       {"delivered", NumberOrNull(figures.fps)},
+                       {"firstPacketMedian", start ? MillisecondsOrNull(start->median) : Json()},
+                       {"firstPacketWorst", start ? MillisecondsOrNull(start->worst) : Json()},
+                       {"jitterP99", MillisecondsOrNull(figures.jitterP99)},
+                       {"missed", counters ? Json(counters->missed) : Json()},
+                       {"damaged", counters ? Json(counters->damaged) : Json()},
+                       {"bitRate", NumberOrNull(figures.kbits)},
+                       {"largestPacket", figures.packets != 0 ? Json(figures.largestPacket) : Json()},
+                       {"cpuPerFrame", MillisecondsOrNull(result.cpuPerFrame)},
+                       {"packets", figures.packets},
+                       {"pictureWidth", picture ? Json(picture->width) : Json()},
+                       {"pictureHeight", picture ? Json(picture->height) : Json()},
+                       {"faultyPackets", result.units.faulty},
+                       {"packetFault", TextOrNull(result.units.firstFault)},
+                       {"failure", TextOrNull(result.failure)},
+                       {"findings", ToArray(result.findings, WordFor)}});
+}
+
+Json CheckToJson(const BehaviourResult& check) {
+  return Json::object({{"check", check.check}, {"fault", TextOrNull(check.fault)}});
+}
+
 Json OtherNodeToJson(const VideoNodeInfo& node) { return NodeToJson(node, node.reason); }
 
 }  // namespace
@@ -102,6 +150,24 @@ std::string DoctorJson(const DeviceInventory& inventory, const LibraryResult& re
                                                                                       report.hasSelected);
                                                          })},
                               {"otherNodes", ToArray(inventory.otherNodes, OtherNodeToJson)}}));
+}
+
+std::string ProbeJson(const ProbeReport& report) {
+  const SizeResult* const best = FindBest(report);
+  return ToLine(Json::object({{"version", NUVEQ_VERSION},
+                              {"ok", ProbeExitCode(report) == ExitCode::kOk},
+                              {"complete", report.isComplete},
+                              {"seconds", report.seconds},
+                              {"name", TextOrNull(report.name)},
+                              {"node", TextOrNull(report.node)},
+                              {"camera", report.camera ? CameraToJson(*report.camera) : Json()},
+                              {"sizes", ToArray(report.sizes, SizeResultToJson)},
+                              {"checks", ToArray(report.checks, CheckToJson)},
+                              {"best", best != nullptr ? Json::object({{"width", best->request.size.width},
+                                                                       {"height", best->request.size.height},
+                                                                       {"asked", best->request.fps}})
+                                                       : Json()},
+                              {"advice", ProbeAdvice(report)}}));
 }
 
 }  // namespace nuveqcam

@@ -1,4 +1,4 @@
-// The output of list and doctor as JSON.
+// The output of list, doctor and probe as JSON.
 #pragma once
 
 #include <string>
@@ -6,6 +6,7 @@
 
 #include "commands/Commands.h"
 #include "commands/DoctorReport.h"
+#include "probe/ProbeReport.h"
 
 namespace nuveqcam {
 
@@ -16,5 +17,6 @@ namespace nuveqcam {
 std::string ListJson(const Capabilities* camera, const std::vector<CaptureDeviceInfo>& devices);
 std::string DoctorJson(const DeviceInventory& inventory, const LibraryResult& result,
                        const DoctorReport& report);
+std::string ProbeJson(const ProbeReport& report);
 
 }  // namespace nuveqcam

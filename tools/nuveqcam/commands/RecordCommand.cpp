@@ -1,9 +1,11 @@
 #include <algorithm>
+#include <optional>
 #include <ostream>
+#include <utility>
 
 #include "cli/StopSignals.h"
 #include "cli/Text.h"
-#include "commands/Commands.h"
+#include "commands/StartedCamera.h"
 #include "recording/PacketWriter.h"
 #include "recording/WriterThread.h"
 
@@ -16,14 +18,13 @@ using Seconds = std::chrono::duration<double>;
 
 class Recording {
  public:
-  Recording(const CommandContext& context, OutputFile& file, const CameraRequest& request)
+  Recording(const CommandContext& context, OutputFile& file, CameraPlan plan)
       : m_context(context),
         m_file(file),
-        m_request(request),
+        m_plan(std::move(plan)),
         m_kind(KindOfRecording(context.options.output)),
         m_limit(context.options.seconds),
-        m_writer(MakePacketWriter(m_kind, file, request.fps)),
-        m_thread(m_queue, *m_writer, request.fps) {}
+        m_writer(MakePacketWriter(m_kind, file, m_plan.sizes.fps)) {}
 
   void Run(const StopSignals& signals) {
     RunCamera(signals);
@@ -36,37 +37,39 @@ class Recording {
   void RunCamera(const StopSignals& signals) {
     m_isInterrupted = signals.HasArrived();
     if (!m_isInterrupted) {
-      m_openedAt = Clock::now();
-      const OpenCamera open(m_context.camera, m_request, m_queue);
-      Wait(signals);
+      StartedCamera& camera = m_camera.emplace(m_context, m_plan, [&] { return signals.HasArrived(); });
+      const WriterThread& thread = m_thread.emplace(camera.Queue(), *m_writer, m_plan.sizes.fps);
+      Wait(signals, camera, thread);
+      camera.Close();
     }
   }
 
-  void Wait(const StopSignals& signals) {
+  void Wait(const StopSignals& signals, StartedCamera& camera, const WriterThread& thread) {
     const Console& console = m_context.console;
     // Log lines would break up the progress line.
     ProgressLine line({console.out, console.err, console.isErrTerminal && !m_context.options.isVerbose});
-    const auto begin = Clock::now();
+    PacketQueue& queue = camera.Queue();
+    const auto begin = camera.OpenedAt();
     auto nextProgress = begin;
-    while (!m_thread.HasFailed() && !m_queue.HasLoss()) {
+    while (!thread.HasFailed() && !queue.HasLoss()) {
       m_isInterrupted = signals.HasArrived();
       if (m_isInterrupted) {
         return;
       }
       const auto now = Clock::now();
       // Count from the arrival and not from the write, which may wait for a reader indefinitely.
-      const auto elapsed = now - m_queue.FirstArrival().value_or(now);
+      const auto elapsed = now - queue.FirstArrival().value_or(now);
       if (m_limit.count() != 0 && elapsed >= m_limit) {
         // The packet that completes the recording must not wait for room in the queue.
-        m_queue.SetUnbounded();
+        queue.SetUnbounded();
       }
       m_end = DetermineStreamEnd(
-          {m_queue.ReceivedTime(), std::min(now - begin, m_queue.IdleTime(now)), IsCameraDisconnected()},
-          m_limit, m_context.timeouts);
+          {queue.ReceivedTime(), std::min(now - begin, queue.IdleTime(now)), IsCameraDisconnected()}, m_limit,
+          m_context.timeouts);
       if (m_end != StreamEnd::kNone) {
         return;
       }
-      const WriterStats written = m_thread.Stats();
+      const WriterStats written = thread.Stats();
       if (now >= nextProgress && written.frames > 0) {
         line.Show({Seconds(elapsed).count(), written.frames, written.bytes});
         nextProgress = now + kProgressInterval;
@@ -77,9 +80,13 @@ class Recording {
 
   void Finish() {
     try {
-      m_thread.Finish();
+      if (m_thread) {
+        m_thread->Finish();
+      } else {
+        m_writer->Finish();
+      }
     } catch (const Failure& failure) {
-      if (failure.Code() != ExitCode::kCannotWrite || m_thread.Stats().frames == 0) {
+      if (failure.Code() != ExitCode::kCannotWrite || Written().frames == 0) {
         throw;
       }
       const char* const remainder = m_kind == OutputKind::kMp4
@@ -90,15 +97,17 @@ class Recording {
     }
   }
 
+  WriterStats Written() const { return m_thread ? m_thread->Stats() : WriterStats(); }
+
   void ReportOutcome() {
-    const WriterStats written = m_thread.Stats();
-    if (m_queue.HasLoss()) {
+    const WriterStats written = Written();
+    if (m_camera && m_camera->Queue().HasLoss()) {
       throw Failure(
           ExitCode::kUnexpected,
           "out of memory for a packet, the recording ends before it; close other programs and try again");
     }
-    if (written.frames > 0) {
-      PrintSummary(written);
+    if (m_camera && written.frames > 0) {
+      PrintSummary(*m_camera, written);
     }
     if (m_isInterrupted && written.frames == 0) {
       throw Failure(ExitCode::kEndedEarly, "interrupted before the first picture; nothing was written");
@@ -119,14 +128,17 @@ class Recording {
     return "recorded " + Decimal(written.duration.count(), 2) + " s" + wanted + ", complete up to that point";
   }
 
-  void PrintSummary(const WriterStats& written) {
+  void PrintSummary(const StartedCamera& camera, const WriterStats& written) {
+    const CameraRequest& request = camera.Request();
     const double seconds = written.duration.count();
     const double kbits = static_cast<double>(written.bytes) * 8 / 1000 / seconds;
-    const double toFirst = Seconds(m_queue.FirstArrival().value_or(m_openedAt) - m_openedAt).count() * 1000;
+    const auto requested = camera.RequestedAt();
+    const double toFirst =
+        Seconds(camera.Queue().FirstArrival().value_or(requested) - requested).count() * 1000;
     // Standard output may be the recording itself.
     std::ostream& out = m_context.options.output == "-" ? m_context.console.err : m_context.console.out;
     out << "recorded " + m_file.Name() + (m_isInterrupted ? " (interrupted)" : "") + "\n" +
-               "  request       " + ToText(m_request.size) + ", " + std::to_string(m_request.fps) + " fps\n" +
+               "  request       " + ToText(request.size) + ", " + std::to_string(request.fps) + " fps\n" +
                "  frames        " + std::to_string(written.frames) + "\n" + "  key frames    " +
                std::to_string(written.keyFrames) + "\n" + "  duration      " + Decimal(seconds, 2) + " s\n" +
                "  bit rate      " + Decimal(kbits, 0) + " kbit/s\n" + "  first packet  " +
@@ -136,13 +148,13 @@ class Recording {
 
   const CommandContext& m_context;
   OutputFile& m_file;
-  const CameraRequest m_request;
+  const CameraPlan m_plan;
   const OutputKind m_kind;
   const std::chrono::seconds m_limit;  // 0: none
-  PacketQueue m_queue{kQueueBytes};
   std::unique_ptr<PacketWriter> m_writer;
-  WriterThread m_thread;
-  Clock::time_point m_openedAt;
+  // Empty if the recording was interrupted before. The camera's queue outlives the thread.
+  std::optional<StartedCamera> m_camera;
+  std::optional<WriterThread> m_thread;
   StreamEnd m_end = StreamEnd::kNone;
   bool m_isInterrupted = false;
 };
@@ -160,8 +172,7 @@ void RunRecord(const CommandContext& context) {
   if (file.IsSameAs(context.options.clip)) {
     throw Failure(ExitCode::kUsage, "the recording would overwrite the clip; choose another file with -o");
   }
-  const CameraRequest request = ChooseRequest(context.options, context.camera.Query());
-  Recording(context, file, request).Run(signals);
+  Recording(context, file, PlanRequests(context.options, context.camera.Query())).Run(signals);
 }
 
 }  // namespace nuveqcam

@@ -3,7 +3,7 @@
 
 #include "cli/StopSignals.h"
 #include "cli/Text.h"
-#include "commands/Commands.h"
+#include "commands/StartedCamera.h"
 #include "picture/Picture.h"
 #include "picture/Png.h"
 #include "recording/OutputFile.h"
@@ -20,9 +20,10 @@ void ThrowIfInterrupted(const StopSignals& signals) {
 }
 
 // Decodes until the first picture after the skipped ones.
-void WaitForPicture(const CommandContext& context, const StopSignals& signals, PacketQueue& queue,
+void WaitForPicture(const CommandContext& context, const StopSignals& signals, StartedCamera& camera,
                     PictureDecoder& decoder) {
-  const auto begin = Clock::now();
+  PacketQueue& queue = camera.Queue();
+  const auto begin = camera.OpenedAt();
   std::uint32_t pictures = 0;
   Packet packet;
   for (;;) {
@@ -60,12 +61,11 @@ void RunSnapshot(const CommandContext& context) {
     throw Failure(ExitCode::kUsage, "the picture would overwrite the clip; choose another file with -o");
   }
   PictureDecoder decoder;
-  const CameraRequest request = ChooseRequest(context.options, context.camera.Query());
+  const CameraPlan plan = PlanRequests(context.options, context.camera.Query());
   ThrowIfInterrupted(signals);
-  PacketQueue queue(kQueueBytes);
   {
-    const OpenCamera open(context.camera, request, queue);
-    WaitForPicture(context, signals, queue, decoder);
+    StartedCamera camera(context, plan, [&] { return signals.HasArrived(); });
+    WaitForPicture(context, signals, camera, decoder);
   }
   const Picture picture = decoder.Current();
   file.Write(EncodePng(picture));

@@ -7,9 +7,6 @@ namespace nuveqcam {
 namespace {
 
 constexpr std::array<std::uint8_t, 3> kStartCode{0, 0, 1};
-constexpr unsigned kIdrSlice = 5;
-constexpr unsigned kSps = 7;
-constexpr unsigned kPps = 8;
 
 // Calls visit(type, unit) for each NAL unit, without start codes. The leading zero of a four-byte start code
 // is passed as a trailing zero of the previous unit.
@@ -26,6 +23,12 @@ void VisitNalUnits(ByteView bytes, const Visit& visit) {
 }
 
 }  // namespace
+
+std::vector<NalUnit> SplitNalUnits(ByteView accessUnit) {
+  std::vector<NalUnit> units;
+  VisitNalUnits(accessUnit, [&](unsigned type, ByteView unit) { units.push_back({type, unit}); });
+  return units;
+}
 
 bool IsKeyFrame(ByteView accessUnit) {
   bool hasIdr = false;

@@ -25,6 +25,8 @@ class FrameClock {
 
   // The time of the next picture, relative to the first one. Times increase by at least 1 ms.
   Seconds TimeOf(Clock::time_point arrival);
+  // The expected time from the latest picture to the next one.
+  Seconds Interval() const { return m_interval; }
 
  private:
   void DetectFasterCamera(Seconds elapsed);

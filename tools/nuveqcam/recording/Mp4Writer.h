@@ -3,29 +3,11 @@
 
 #include <cstdint>
 #include <exception>
-#include <memory>
 
-extern "C" {
-#include <libavcodec/avcodec.h>
-#include <libavformat/avformat.h>
-}
-
+#include "recording/Mp4Track.h"
 #include "recording/PacketWriter.h"
 
 namespace nuveqcam {
-
-struct FreeLibav {
-  void operator()(AVFormatContext* context) const { avformat_free_context(context); }
-  void operator()(AVPacket* packet) const { av_packet_free(&packet); }
-  // The context may have replaced its buffer.
-  void operator()(AVIOContext* io) const {
-    av_freep(&io->buffer);
-    avio_context_free(&io);
-  }
-};
-
-template <typename T>
-using LibavPtr = std::unique_ptr<T, FreeLibav>;
 
 class Mp4Writer : public PacketWriter {
  public:

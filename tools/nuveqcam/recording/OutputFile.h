@@ -27,8 +27,8 @@ class OutputFile {
   // stop signal ends the wait.
   //
   // Takes the signals to ensure that they are installed before the file is created: an interrupt then cannot
-  // leave an empty file.
-  OutputFile(const std::string& path, const StopSignals& signals);
+  // leave an empty file. Failures name the option or the environment variable that selects another file.
+  OutputFile(const std::string& path, const StopSignals& signals, std::string option = "-o");
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
   // Removes the file if the constructor created it and nothing was written.
@@ -56,6 +56,7 @@ class OutputFile {
 
   std::string m_path;
   std::string m_name;
+  std::string m_option;
   std::filesystem::path m_createdPath;  // empty: the constructor did not create a file
   FileHandle m_handle = kNoFile;
   bool m_isStandardOutput = false;

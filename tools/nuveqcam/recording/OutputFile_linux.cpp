@@ -47,7 +47,7 @@ int OpenNamedPipe(const std::string& path, const std::string& name, const StopSi
                 "interrupted before a program opened " + name + " for reading; nothing was written");
 }
 
-std::string NextStepAfter(int errorCode, bool isStandardOutput) {
+std::string NextStepAfter(int errorCode, bool isStandardOutput, const std::string& option) {
   if (errorCode == EPIPE) {
     return "the program that reads it has exited";
   }
@@ -55,19 +55,20 @@ std::string NextStepAfter(int errorCode, bool isStandardOutput) {
     return "write to a file with -o";
   }
   if (errorCode == ENOSPC || errorCode == EDQUOT || errorCode == EFBIG) {
-    return "free some space there or choose another place with -o";
+    return "free some space there or choose another place with " + option;
   }
   if (errorCode == ENOENT) {
-    return "create the folder first or choose another file with -o";
+    return "create the folder first or choose another file with " + option;
   }
-  return "choose another file with -o";
+  return "choose another file with " + option;
 }
 
 }  // namespace
 
-OutputFile::OutputFile(const std::string& path, const StopSignals& signals)
+OutputFile::OutputFile(const std::string& path, const StopSignals& signals, std::string option)
     : m_path(path),
       m_name(path == "-" ? "standard output" : SanitizeForTerminal(path)),
+      m_option(std::move(option)),
       m_isStandardOutput(path == "-") {
   if (m_isStandardOutput) {
     m_handle = STDOUT_FILENO;
@@ -156,7 +157,7 @@ void OutputFile::Close() {
 void OutputFile::Fail(int errorCode) const {
   throw Failure(ExitCode::kCannotWrite, "cannot write " + m_name + ": " +
                                             std::generic_category().message(errorCode) + "; " +
-                                            NextStepAfter(errorCode, m_isStandardOutput));
+                                            NextStepAfter(errorCode, m_isStandardOutput, m_option));
 }
 
 }  // namespace nuveqcam

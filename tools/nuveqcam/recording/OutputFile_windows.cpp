@@ -25,7 +25,7 @@ using UniqueHandle = std::unique_ptr<void, HandleCloser>;
 
 int LastError() { return static_cast<int>(GetLastError()); }
 
-std::string NextStepAfter(int errorCode, bool isStandardOutput) {
+std::string NextStepAfter(int errorCode, bool isStandardOutput, const std::string& option) {
   switch (errorCode) {
     case ERROR_BROKEN_PIPE:
     case ERROR_NO_DATA:
@@ -42,13 +42,13 @@ std::string NextStepAfter(int errorCode, bool isStandardOutput) {
     case ERROR_HANDLE_DISK_FULL:
     case ERROR_FILE_TOO_LARGE:
     case kDiskQuotaExceeded:
-      return "free some space there or choose another place with -o";
+      return "free some space there or choose another place with " + option;
     case ERROR_PATH_NOT_FOUND:
-      return "create the folder first or choose another file with -o";
+      return "create the folder first or choose another file with " + option;
     case ERROR_SHARING_VIOLATION:
-      return "close the program that uses it or choose another file with -o";
+      return "close the program that uses it or choose another file with " + option;
     default:
-      return "choose another file with -o";
+      return "choose another file with " + option;
   }
 }
 
@@ -62,9 +62,10 @@ std::wstring PathOf(HANDLE file) {
 
 }  // namespace
 
-OutputFile::OutputFile(const std::string& path, const StopSignals& signals)
+OutputFile::OutputFile(const std::string& path, const StopSignals& signals, std::string option)
     : m_path(path),
       m_name(path == "-" ? "standard output" : SanitizeForTerminal(path)),
+      m_option(std::move(option)),
       m_isStandardOutput(path == "-") {
   if (m_isStandardOutput) {
     m_handle = GetStdHandle(STD_OUTPUT_HANDLE);
@@ -165,7 +166,7 @@ void OutputFile::Close() {
 void OutputFile::Fail(int errorCode) const {
   throw Failure(ExitCode::kCannotWrite, "cannot write " + m_name + ": " +
                                             SystemMessage(static_cast<DWORD>(errorCode)) + "; " +
-                                            NextStepAfter(errorCode, m_isStandardOutput));
+                                            NextStepAfter(errorCode, m_isStandardOutput, m_option));
 }
 
 }  // namespace nuveqcam

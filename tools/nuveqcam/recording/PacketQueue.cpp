@@ -77,6 +77,16 @@ std::optional<Clock::time_point> PacketQueue::FirstArrival() const {
   return m_firstArrival;
 }
 
+std::vector<Clock::time_point> PacketQueue::QueuedArrivals() const {
+  const std::lock_guard lock(m_mutex);
+  std::vector<Clock::time_point> arrivals;
+  arrivals.reserve(m_packets.size());
+  for (const Packet& packet : m_packets) {
+    arrivals.push_back(packet.arrival);
+  }
+  return arrivals;
+}
+
 Clock::duration PacketQueue::ReceivedTime() const {
   const std::lock_guard lock(m_mutex);
   return m_receivedTime;

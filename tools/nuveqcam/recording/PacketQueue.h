@@ -49,6 +49,8 @@ class PacketQueue {
   bool HasLoss() const;
   // The arrival time of the first packet; nullopt before it.
   std::optional<Clock::time_point> FirstArrival() const;
+  // The arrival times of the queued packets, oldest first.
+  std::vector<Clock::time_point> QueuedArrivals() const;
   // The time from the arrival of the first packet to that of the latest one.
   Clock::duration ReceivedTime() const;
   // How long the queue has had room without receiving a packet. Zero while it is full.

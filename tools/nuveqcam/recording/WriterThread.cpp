@@ -1,7 +1,5 @@
 #include "recording/WriterThread.h"
 
-#include <utility>
-
 #include "recording/AnnexB.h"
 
 namespace nuveqcam {
@@ -27,11 +25,16 @@ WriterStats WriterThread::Stats() const {
   return m_stats;
 }
 
+std::exception_ptr WriterThread::WriteFailure() const {
+  const std::lock_guard lock(m_mutex);
+  return m_failure;
+}
+
 void WriterThread::Finish() {
   m_queue.End();
   m_thread.join();
-  if (m_failure != nullptr) {
-    std::rethrow_exception(std::exchange(m_failure, nullptr));
+  if (const std::exception_ptr failure = WriteFailure(); failure != nullptr) {
+    std::rethrow_exception(failure);
   }
   m_writer.Finish();
 }
@@ -40,7 +43,10 @@ void WriterThread::Run() {
   try {
     WriteAll();
   } catch (...) {
-    m_failure = std::current_exception();
+    {
+      const std::lock_guard lock(m_mutex);
+      m_failure = std::current_exception();
+    }
     m_hasFailed = true;
     m_queue.Abandon();
   }

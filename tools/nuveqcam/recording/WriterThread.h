@@ -32,6 +32,8 @@ class WriterThread {
 
   // True once a write has failed; the queue is abandoned then.
   bool HasFailed() const { return m_hasFailed; }
+  // The exception of a failed write; null if there is none.
+  std::exception_ptr WriteFailure() const;
   WriterStats Stats() const;
 
   // Writes the remaining packets and completes the recording. Call it once, after the camera is closed.
