@@ -10,7 +10,7 @@ namespace nuveqcam {
 
 std::function<bool()> OpenBrowser(const std::string& address) {
   constexpr INT_PTR kMaxError = 32;
-  const HINSTANCE result =
+  auto* const result =
       ShellExecuteW(nullptr, L"open", ToWide(address).c_str(), nullptr, nullptr, SW_SHOWNORMAL);
   return [hasFailed = reinterpret_cast<INT_PTR>(result) <= kMaxError] { return hasFailed; };
 }
