@@ -113,7 +113,7 @@ class Client {
       at = m_received.find(end);
     }
     EXPECT_NE(at, std::string::npos) << m_received;
-    const std::string text = m_received.substr(0, at + end.size());
+    std::string text = m_received.substr(0, at + end.size());
     m_received.erase(0, text.size());
     return text;
   }
