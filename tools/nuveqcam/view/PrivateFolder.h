@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <string>
 
 namespace nuveqcam {
 
@@ -20,6 +21,10 @@ class PrivateFolder {
   const std::filesystem::path& Path() const { return m_path; }
 
  private:
+  // Creates a folder that only this user can read in the parent folder. Throws Failure, whose text ends with
+  // the advice.
+  static std::filesystem::path Create(const std::filesystem::path& parent, const std::string& advice);
+
   std::filesystem::path m_path;
   bool m_isKept = false;
 };
