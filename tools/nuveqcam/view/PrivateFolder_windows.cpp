@@ -15,7 +15,7 @@ namespace nuveqcam {
 std::filesystem::path PrivateFolder::Create(const std::filesystem::path& parent, const std::string& advice) {
   std::random_device random;
   for (;;) {
-    const std::filesystem::path path = parent / ("nuveqcam-" + std::to_string(random()));
+    std::filesystem::path path = parent / ("nuveqcam-" + std::to_string(random()));
     if (CreateDirectoryW(path.c_str(), nullptr) != FALSE) {
       return path;
     }
