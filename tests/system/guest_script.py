@@ -2,11 +2,19 @@
 
 import shlex
 
+from topologies import FAULTS
+
 SHARE = "/run/share"
 CONTROL_LINE = "/dev/ttyS1"
 # Number of frames that v4l2-ctl captures. The streaming tests of v4l2-compliance (-s) do not pass with uvcvideo: they
 # expect EINVAL from a start without buffers, and the driver returns EBUSY.
 STREAMED = 10
+
+# The duration of each measurement of nuveqcam probe, and the frames of the one of v4l2-ctl with which it is compared.
+PROBE_SECONDS = 2
+PROBE_FRAMES = 61
+# The streams of a probed camera: one of v4l2-ctl, and three of each size that can be opened. The last one is measured.
+UNPLUGGED_STREAM = 1 + 3 * len([text for text in FAULTS if not text.endswith(":refuse")])
 
 FUNCTIONS = """\
 step() { name=$1; shift; "$@" >$S/$name.out 2>$S/$name.err; echo $? >$S/$name.code; }
@@ -30,6 +38,14 @@ wait_until() {
     [ $left -gt 0 ] || { echo "timeout: $*"; return; }
     sleep 0.1
   done
+}
+# Whether a camera has sent a damaged frame in its N-th stream.
+has_damaged() {
+  streams=0
+  while read -r word rest; do
+    case $word in stream) streams=$((streams + 1)); damaged= ;; damaged) damaged=yes ;; esac
+  done <$S/$1.log
+  [ $streams -ge $2 ] && [ -n "$damaged" ]
 }
 # Sends a request to the host and waits for the reply.
 ask() { echo "$*" >&3; read -r answer <&3; [ "$answer" = ok ] || echo "$*: $answer"; }
@@ -58,6 +74,8 @@ def _run(scene, test_filter):
     nodes = [(camera, function, camera.node_name(function)) for camera in scene.cameras
              for function in camera.functions]
     lines += [f"wait_until node_of {shlex.quote(node)}" for _, _, node in nodes]
+    if scene.is_probed:
+        return lines + _probe(*nodes[0])
     lines += ["step list ./nuveqcam list --json", "step doctor ./nuveqcam doctor",
               "step doctor_json ./nuveqcam doctor --json"]
     for camera, function, node in nodes:
@@ -69,6 +87,18 @@ def _run(scene, test_filter):
             lines.append(f"step stream_{name} v4l2-ctl -d $node --stream-mmap --stream-count={STREAMED}")
     return lines + [f"./kernel_tests --gtest_color=no --gtest_filter={shlex.quote(test_filter)}",
                     "echo $? >$S/tests.code"]
+
+
+def _probe(camera, function, node):
+    """The commands that measure a camera with v4l2-ctl and nuveqcam probe."""
+    layout, rest = function.formats[0].split(":")
+    size, rate = rest.split("@")
+    width, height = size.split("x")
+    return [f"step stream v4l2-ctl -d $(node_of {shlex.quote(node)}) --stream-mmap --verbose "
+            f"--set-fmt-video=width={width},height={height},pixelformat={layout} --set-parm={rate} "
+            f"--stream-count={PROBE_FRAMES}",
+            f"{{ wait_until has_damaged {camera.name} {UNPLUGGED_STREAM}; ask unplug {camera.name}; }} &",
+            f"step probe ./nuveqcam probe --json --seconds {PROBE_SECONDS}"]
 
 
 def _change(before, after):

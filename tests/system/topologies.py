@@ -104,6 +104,7 @@ class Scene:
     expected: Expected
     checked: tuple = ()  # names of the cameras on which v4l2-compliance runs
     streamed: tuple = ()  # names of the cameras from whose functions v4l2-ctl captures frames
+    is_probed: bool = False  # runs only nuveqcam probe, and unplugs the camera while its last size is measured
 
 
 @dataclass(frozen=True)
@@ -136,6 +137,8 @@ MJPG_AND_NV12 = ("MJPG:320x240@30", "MJPG:160x120@60", "NV12:320x240@30", "NV12:
 H264_AND_UYVY = ("H264:1280x720@24", "MJPG:320x240@30", "UYVY:320x240@30", "UYVY:160x120@60", "YUYV:160x120@60")
 NV12_ONLY = ("NV12:320x240@30", "NV12:160x120@60,15")
 MJPG_ONLY = ("MJPG:320x240@30", "MJPG:160x120@60,15")
+# Without a fault; refused; damaged; and unplugged after a damaged frame. In the order in which they are measured.
+FAULTS = ("YUYV:160x120@30", "YUYV:176x144@30:refuse", "MJPG:192x144@30:damage=3", "MJPG:208x160@30:damage=4")
 
 
 def built_in(port, *functions, **details):
@@ -153,6 +156,10 @@ UNDECLARED = Camera("undeclared", "7", Port.UNDECLARED, "05a3:9230", "Inspection
 PICTURES = "BuiltInCamera.IsTheOnlyCameraOffered:BuiltInCamera.Offers*:StreamOfBuiltInCamera.*"
 ONLY_BUILT_IN = {"Integrated Camera": BUILT_IN}
 INFRARED_REASON = no_format_reason("GREY")
+
+
+PROBED = Scene("probed", (built_in("5", Function("Integrated Camera", FAULTS)),), "",
+               Expected(offered="Integrated Camera", verdicts=ONLY_BUILT_IN, reasons={}), is_probed=True)
 
 
 def single_scene(cameras, tests, expected, checked=()):
@@ -175,7 +182,7 @@ TOPOLOGIES = {topology.name: topology for topology in (
                 verdicts={"Integrated Camera": BUILT_IN, "USB Camera": REMOVABLE,
                           "Inspection Camera": UNKNOWN},
                 reasons={"USB Camera": REMOVABLE_REASON, "Inspection Camera": UNKNOWN_REASON,
-                         "vivid": NO_USB_REASON}))),
+                         "vivid": NO_USB_REASON})) + (PROBED,)),
     Topology(
         "internal_hub", hubs=(Hub("5", Port.HARD_WIRED),), scenes=single_scene(
             (PLUG_IN, built_in("5.2", Function("Integrated Camera", MJPG_FIRST))),

@@ -23,7 +23,7 @@ from pathlib import Path
 
 import pytest
 
-from guest_script import STREAMED, function_id, guest_script
+from guest_script import PROBE_FRAMES, STREAMED, UNPLUGGED_STREAM, function_id, guest_script
 from topologies import METADATA_REASON, TOPOLOGIES, Verdict
 from virtual_machine import BootTimeout, Machine, MachineError, QemuUnavailable, require_qemu
 
@@ -36,6 +36,8 @@ BOOT_TIMEOUT = float(os.environ.get("KERNEL_BOOT_TIMEOUT", 60))
 CAMERA_TIMEOUT = int(os.environ.get("KERNEL_CAMERA_TIMEOUT", 60))
 KEEP = os.environ.get("KERNEL_KEEP")
 CONSOLE_LINES = 25
+# Exit codes of nuveqcam.
+OK, NO_CAMERA, PROBE_FAULT = 0, 3, 7
 
 
 def test_own_port(run):
@@ -150,6 +152,13 @@ class Results:
         return failures
 
     def _checks(self):
+        if self._scene.is_probed:
+            yield "nuveqcam probe", self._check_probe
+            yield "rate", self._check_probed_rate
+            yield "refused size", self._check_refused_size
+            yield "damaged frames", self._check_damaged_frames
+            yield "unplugged camera", self._check_unplugged_camera
+            return
         yield "tests", functools.partial(self._check_exit_code, "tests")
         yield "nuveqcam list", self._check_list
         yield "nuveqcam doctor", self._check_doctor
@@ -173,7 +182,7 @@ class Results:
 
     def _json(self, step):
         """The parsed output of a step, which finds a camera or reports by its exit code that there is none."""
-        self._check_exit_code(step, 0 if self._scene.expected.offered else 3)
+        self._check_exit_code(step, OK if self._scene.expected.offered else NO_CAMERA)
         text = self._read(f"{step}.out")
         try:
             return json.loads(text)
@@ -189,7 +198,7 @@ class Results:
 
     def _check_doctor(self):
         expected = self._scene.expected
-        self._check_exit_code("doctor", 0 if expected.offered else 3)
+        self._check_exit_code("doctor", OK if expected.offered else NO_CAMERA)
         text = self._read("doctor.out")
         for name, verdict in expected.verdicts.items():
             assert re.search(re.escape(name) + r" .*" + re.escape(verdict.text) + "$", text, re.M), f"{name} in\n{text}"
@@ -241,3 +250,60 @@ class Results:
         self._check_exit_code(f"stream_{name}")
         # v4l2-ctl prints a "<" for each captured frame.
         assert (self._read(f"stream_{name}.out") + self._read(f"stream_{name}.err")).count("<") == STREAMED
+
+    def _probed_sizes(self):
+        """The measurements of probe, in the order of the formats."""
+        return json.loads(self._read("probe.out"))["sizes"]
+
+    def _streams(self):
+        """The lines of each stream in the camera's log."""
+        streams = []
+        for line in self._read(f"{self._scene.cameras[0].name}.log").splitlines():
+            if line.startswith("stream "):
+                streams.append([])
+            elif streams:
+                streams[-1].append(line)
+        return streams
+
+    def _check_probe(self):
+        self._check_exit_code("probe", PROBE_FAULT)
+        report = json.loads(self._read("probe.out"))
+        assert (report["ok"], report["complete"], report["checks"]) == (False, False, [])
+        assert len(report["sizes"]) == len(self._scene.cameras[0].formats), report
+        assert [size["faultyPackets"] for size in report["sizes"]] == [0] * len(report["sizes"]), report
+
+    def _check_probed_rate(self):
+        """probe reports the rate of the driver's frame numbers and time stamps, which v4l2-ctl prints."""
+        self._check_exit_code("stream")
+        frames = [(int(number), float(time)) for number, time in
+                  re.findall(r"dqbuf.* seq: +(\d+) .* ts: ([\d.]+)", self._read("stream.err"))]
+        assert len(frames) == PROBE_FRAMES
+        (first, begin), (last, end) = frames[0], frames[-1]
+        size = self._probed_sizes()[0]
+        assert not set(size["findings"]) & {"noPackets", "stopped", "faultyPacket", "otherPicture"}, size
+        # The third stream of probe, after that of v4l2-ctl.
+        skipped = [number for number in range(size["packets"]) if f"skipped {number}" in self._streams()[3]]
+        if skipped or size["missed"] or "jitter" in size["findings"]:
+            print("  | (rates not compared: the machine is overloaded)", flush=True)
+            return
+        assert size["delivered"] == pytest.approx((last - first) / (end - begin), rel=0.02), size
+        assert not set(size["findings"]) & {"tooSlow", "tooFast"}, size
+
+    def _check_refused_size(self):
+        size = self._probed_sizes()[1]
+        assert size["findings"] == ["cannotOpen"], size
+        assert "cannot open the camera at 176x144, 30 fps (result -1001)" in size["failure"], size
+
+    def _check_damaged_frames(self):
+        size = self._probed_sizes()[2]
+        assert set(size["findings"]) >= {"tooSlow", "framesLost"}, size
+        damaged = len([line for line in self._streams()[UNPLUGGED_STREAM - 4] if line.startswith("damaged")])
+        assert size["damaged"] > 0, size
+        # The last ones may still be on their way when the camera is closed, and the driver may lose others.
+        assert size["damaged"] <= damaged <= size["damaged"] + size["missed"] + 3, (damaged, size)
+
+    def _check_unplugged_camera(self):
+        report = json.loads(self._read("probe.out"))
+        size = report["sizes"][3]
+        assert "stopped" in size["findings"], size
+        assert f"208x160 at 30 fps is disconnected after {size['packets']} packets" in report["advice"][-1], report

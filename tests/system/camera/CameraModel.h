@@ -20,6 +20,8 @@ struct FrameSize {
   std::uint16_t height = 0;
   std::vector<std::uint32_t> intervals;
   std::uint32_t defaultInterval = 0;
+  bool isRefused = false;    // the camera stalls the commit request
+  std::uint32_t damage = 0;  // every so many frames, one lacks its second half; 0: none
 };
 
 // A format with its frame sizes. Format and frame indexes start at 1, in the order of the lists.

@@ -23,6 +23,7 @@ Lines of the log:
   ready                        the camera is plugged in
   stream MJPG 640x480 30 fps   the host started a stream; its frames are numbered from 0
   skipped N                    frame N was not sent, because the host had not fetched the previous frame
+  damaged N                    frame N is sent without its second half
   unfinished N                 the stream stopped before the host had fetched all of frame N
   stopped after N frames       the stream stopped; N frames were fetched completely
   brightness N                 the host set the brightness
@@ -96,6 +97,17 @@ void ParseRates(std::string_view text, FrameSize& size) {
   std::ranges::sort(size.intervals);
 }
 
+// text: empty, "refuse" or "damage=N".
+void ParseFault(std::string_view text, FrameSize& size) {
+  std::string_view rest = text;
+  const std::string_view fault = Cut(rest, '=');
+  size.isRefused = text == "refuse";
+  const bool isDamage = fault == "damage" && Parse(rest, size.damage) && size.damage != 0;
+  if (!text.empty() && !size.isRefused && !isDamage) {
+    ThrowUsageError("a fault must be refuse or damage=N", text);
+  }
+}
+
 void AddFunction(std::string name, CameraModel& model) {
   const bool isUnique =
       std::ranges::find(model.functions, name, &VideoFunction::name) == model.functions.end();
@@ -119,7 +131,8 @@ void ParseFormat(std::string_view text, CameraModel& model) {
     ThrowUsageError("format must be like MJPG:640x480@30,15, with an even size from 64x48 to 4096x4096",
                     text);
   }
-  ParseRates(rest, size);
+  ParseRates(Cut(rest, ':'), size);
+  ParseFault(rest, size);
   if (model.functions.empty()) {
     AddFunction("", model);
   }
@@ -187,11 +200,13 @@ void AddOptions(CLI::App& app, Options& options) {
       "belong to it. At most four; by default the camera has one\n"
       "function with the product's name");
   add(
-      "--format", "FORMAT:WIDTHxHEIGHT@RATE[,RATE...]",
+      "--format", "FORMAT:WIDTHxHEIGHT@RATE[,RATE...][:FAULT]",
       [&](const std::string& format) { ParseFormat(format, model); },
       "add a frame size with its frame rates, the default rate first;\n"
       "may be repeated. FORMAT is YUYV, UYVY, NV12, GREY, MJPG or H264;\n"
-      "H264 is offered but cannot be started");
+      "H264 is offered but cannot be started. FAULT is refuse (the size\n"
+      "cannot be started) or damage=N (every N-th frame lacks its second\n"
+      "half)");
   app.add_flag_callback(
       "--no-eoi", [&] { model.hasEndOfImage = false; }, "omit the EOI marker at the end of MJPG frames");
   app.set_help_flag("--help", "print this text");

@@ -85,7 +85,7 @@ std::optional<Bytes> FunctionControl::Commit(const Setup& setup, std::span<const
       if (!m_commit.Set(data)) {
         return Stall(kInvalidRequest);
       }
-      if (!PixelFormatOf(m_commit.CurrentFormat().fourCc).canStream) {
+      if (m_commit.CurrentSize().isRefused || !PixelFormatOf(m_commit.CurrentFormat().fourCc).canStream) {
         return Stall(kWrongState);
       }
       m_callbacks.start(m_commit);

@@ -50,6 +50,7 @@ class ProbeControl {
 
   const StreamSettings& Current() const { return m_current; }
   graph::VideoFormat CurrentFormat() const;
+  const FrameSize& CurrentSize() const { return SizeOf(m_current); }
   std::uint32_t PayloadSize() const { return PayloadSize(m_current); }
 
  private:

@@ -41,7 +41,8 @@ FunctionCallbacks Camera::CallbacksOf(std::size_t function) {
   VideoStream& stream = *m_streams[function];
   return {.start =
               [this, &stream](const ProbeControl& committed) {
-                stream.Start(committed.CurrentFormat(), committed.PayloadSize(), m_model.hasEndOfImage);
+                stream.Start(committed.CurrentFormat(), committed.PayloadSize(), m_model.hasEndOfImage,
+                             committed.CurrentSize().damage);
               },
           .stop = [&stream] { stream.Stop(); },
           .setBrightness = [&stream](int brightness) { stream.SetBrightness(brightness); }};

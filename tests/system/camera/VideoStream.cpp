@@ -29,8 +29,10 @@ std::uint32_t VideoStream::DeviceTime(Clock::time_point time) const {
   return static_cast<std::uint32_t>(static_cast<std::uint64_t>(age) * kTicksPerMicrosecond / 1000);
 }
 
-void VideoStream::Start(const graph::VideoFormat& format, std::size_t payloadSize, bool hasEndOfImage) {
+void VideoStream::Start(const graph::VideoFormat& format, std::size_t payloadSize, bool hasEndOfImage,
+                        std::uint32_t damage) {
   Stop();
+  m_damage = damage;
   m_source = std::make_unique<FrameSource>(format, hasEndOfImage);
   m_sender.Start(payloadSize);
   Log("stream " + TextOf(format));
@@ -59,8 +61,18 @@ void VideoStream::Tick() {
   }
   if (due.number) {
     m_number = *due.number;
-    m_sender.Send(m_source->Make(m_number, m_brightness), DeviceTime(m_pacer->TimeOf(m_number)));
+    m_sender.Send(MakeFrame(), DeviceTime(m_pacer->TimeOf(m_number)));
   }
+}
+
+// The frame m_number.
+std::span<const std::uint8_t> VideoStream::MakeFrame() {
+  const std::span<const std::uint8_t> frame = m_source->Make(m_number, m_brightness);
+  if (m_damage == 0 || m_number % m_damage != m_damage - 1) {
+    return frame;
+  }
+  Log("damaged " + std::to_string(m_number));
+  return frame.first(frame.size() / 2);
 }
 
 void VideoStream::SetBrightness(int brightness) {

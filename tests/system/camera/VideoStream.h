@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 
 #include "EventLog.h"
@@ -22,8 +23,9 @@ class VideoStream {
   // prefix: prepended to each log line of the stream.
   VideoStream(EventLog& log, std::string prefix);
 
-  // Stops a running stream. Frame 0 is due immediately.
-  void Start(const graph::VideoFormat& format, std::size_t payloadSize, bool hasEndOfImage);
+  // Stops a running stream. Frame 0 is due immediately. damage: as in FrameSize.
+  void Start(const graph::VideoFormat& format, std::size_t payloadSize, bool hasEndOfImage,
+             std::uint32_t damage);
   void Stop();
 
   // Sends the frame that is due, if any. Must be called at Deadline() or earlier.
@@ -35,6 +37,7 @@ class VideoStream {
 
  private:
   void Log(const std::string& line) { m_log.Write(m_prefix + line); }
+  std::span<const std::uint8_t> MakeFrame();
   std::uint32_t DeviceTime(Clock::time_point time) const;
 
   EventLog& m_log;
@@ -42,6 +45,7 @@ class VideoStream {
   const Clock::time_point m_created = Clock::now();
   PayloadSender m_sender;
   int m_brightness = 0;
+  std::uint32_t m_damage = 0;
   std::unique_ptr<FrameSource> m_source;
   std::optional<FramePacer> m_pacer;  // set while streaming
   std::uint64_t m_number = 0;         // of the latest frame sent
