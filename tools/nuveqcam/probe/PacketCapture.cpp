@@ -45,6 +45,7 @@ class CaptureRun {
         throw std::bad_alloc();
       }
       if (m_queue.Pop(packet, kStopCheckInterval) == PopResult::kPacket) {
+        m_counted += packet.arrival >= m_countedFrom ? 1U : 0U;
         m_stream.packets.push_back(std::move(packet));
         if (m_stream.packets.size() == 1) {
           NoteFirstPacket();
@@ -80,13 +81,15 @@ class CaptureRun {
 
   bool IsGoalReached() const {
     const std::vector<Packet>& packets = m_stream.packets;
-    return packets.size() >= m_goal.packets &&
-           packets.back().arrival - packets.front().arrival >= m_goal.time;
+    return m_counted >= m_goal.packets && packets.back().arrival - packets.front().arrival >= m_goal.time;
   }
 
   void NoteFirstPacket() {
     if (m_goal.afterFirstPacket) {
       m_goal.afterFirstPacket();
+      // Packets may have arrived in the meantime.
+      m_counted = 0;
+      m_countedFrom = Clock::now();
     }
     m_cpuAtFirst = ProcessCpuTime();
   }
@@ -102,6 +105,8 @@ class CaptureRun {
   const CaptureGoal& m_goal;
   PacketQueue m_queue{kCaptureQueueBytes};
   Clock::time_point m_opened;
+  Clock::time_point m_countedFrom;
+  std::uint64_t m_counted = 0;  // packets since then
   std::chrono::nanoseconds m_cpuAtFirst{0};
   CapturedStream m_stream;
 };

@@ -21,7 +21,7 @@ struct ProbeSetup {
 };
 
 struct CaptureGoal {
-  std::uint64_t packets = 1;  // at least 1
+  std::uint64_t packets = 1;  // at least 1; of those that arrive after `afterFirstPacket` if it is set
   Clock::duration time{0};    // from the first packet to the last one
   // Called once on the calling thread, after the first packet.
   std::function<void()> afterFirstPacket = {};
