@@ -44,7 +44,8 @@ def test_all_rates_are_measured_on_request(tool):
         (320, 30, []), (320, 15, []), (160, 30, ["tooSlow"]), (160, 15, [])]
 
 
-def test_report_is_a_table_with_advice(tool):
+def test_report_is_a_table_with_advice(tool, monkeypatch):
+    monkeypatch.setenv("TMPDIR", str(tool.folder))
     out, err = tool.run_with_fake_camera("rates=30 320x240@15 160x120@30", "probe", "--seconds", 1, code=PROBE_FAULT)
     assert err == ""
     assert re.search(r"(?m)^ +320x240 +30 +1\d\.\d\d +\d+/\d+ .* 320x240  tooSlow\b", out)
@@ -52,6 +53,7 @@ def test_report_is_a_table_with_advice(tool):
     assert "\nBehavior: 16 of 16 checks as documented\n" in out
     assert re.search(r"\n  - best: 160x120 at 30 fps, which delivers \d\d\.\d fps\n"
                      r"  - wrong: 320x240 at 30 fps delivers 1\d\.\d fps\n$", out)
+    assert tool.names() == [], "no files, not even temporary ones"
 
 
 def test_pc_without_a_camera_has_a_report(tool):

@@ -2,6 +2,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <malloc.h>
+
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -10,10 +12,12 @@
 #include <thread>
 
 #include "TemporaryFolder.h"
+#include "com/Com.h"
 #include "commands/Commands.h"
 #include "devices/DeviceProvider.h"
 #include "graph/StreamStats.h"
 #include "simulated/SimulatedPc.h"
+#include "support/ProcessCounts_linux.h"
 
 namespace nuveqcam {
 namespace {
@@ -294,6 +298,56 @@ TEST_F(Tool, ProbeReportsACameraThatListsMoreThanItDelivers) {
   EXPECT_THAT(out.str(), HasSubstr("320x240 at 30 fps delivers 1"));
   EXPECT_THAT(out.str(), HasSubstr("  - best: 160x120 at 30 fps"));
   EXPECT_THAT(out.str(), HasSubstr("\nBehavior: 16 of 16 checks as documented\n"));
+}
+
+// What a command could leave behind in the process.
+struct Resources {
+  long threads = 0;
+  long descriptors = 0;
+  std::uint64_t objects = 0;
+  std::size_t heap = 0;  // bytes; 0 with sanitizers
+};
+
+Resources CurrentResources() {
+  // Each open leaves a block by design.
+  constexpr std::size_t kBlockBytes = 112;
+  const std::size_t byDesign = com::LiveTaskBlocks() * kBlockBytes;
+  const std::size_t heap = mallinfo2().uordblks;
+  return {support::ThreadCount(), support::DescriptorCount(), com::LiveObjects(),
+          heap > byDesign ? heap - byDesign : 0};
+}
+
+TEST_F(Tool, TwentyProbesLeaveNothingBehind) {
+  ASSERT_TRUE(support::StartSanitizerThread());
+  // mallinfo2 covers one arena; threads use others by default.
+  mallopt(M_ARENA_MAX, 1);  // NOLINT(concurrency-mt-unsafe): no other thread runs yet
+  Options options = OptionsOf({"probe"});
+  options.probeSeconds = 0;
+  timeouts.afterClose = std::chrono::milliseconds(1);
+  const auto probe = [&] {
+    devices::SetDeviceProvider(std::make_shared<OverstatingPc>(RatesByWidth{{64, 5000}}));
+    out.str("");
+    EXPECT_EQ(RunTool(options, {out, err}, timeouts), ExitCode::kProbeFault) << "faster than listed";
+    EXPECT_THAT(out.str(), HasSubstr("\nBehavior: 16 of 16 checks as documented\n"));
+    devices::SetDeviceProvider(nullptr);
+  };
+  const long threads = support::ThreadCount();
+  // A joined thread may stay listed for a moment.
+  const auto hasOnlyThreadsFromBefore = [&] { return support::ThreadCount() == threads; };
+  probe();
+  EXPECT_TRUE(WaitFor(hasOnlyThreadsFromBefore)) << "threads are left";
+  const Resources first = CurrentResources();
+  constexpr int kFurtherProbes = 19;
+  for (int i = 0; i < kFurtherProbes; ++i) {
+    probe();
+  }
+  EXPECT_TRUE(WaitFor(hasOnlyThreadsFromBefore)) << "threads are left";
+  const Resources last = CurrentResources();
+  EXPECT_EQ(last.descriptors, first.descriptors);
+  EXPECT_EQ(last.objects, first.objects);
+  // Freed blocks stay in the allocator's caches. A leak of 200 bytes per open exceeds this.
+  constexpr std::size_t kHeapTolerance = std::size_t{64} << 10;
+  EXPECT_LE(last.heap, first.heap + kHeapTolerance);
 }
 
 TEST_F(Tool, ProbeEndsIfTheCameraIsDisconnected) {

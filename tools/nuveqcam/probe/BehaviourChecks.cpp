@@ -20,9 +20,6 @@ constexpr std::array<std::uint64_t, 10> kCloseAfter{1, 2, 3, 5, 8, 13, 21, 34, 5
 // How many packets have to follow something that must not disturb the stream.
 constexpr std::uint64_t kUndisturbedPackets = 10;
 
-// A packet that is delivered after a close would follow within this time.
-constexpr std::chrono::milliseconds kQuietTime{100};
-
 std::string StatusText(const CallbackRecord::Status& status) {
   const std::string name = status.status == NUVEQ_SERVICE_STATUS_CAMERA_OPEN     ? "open"
                            : status.status == NUVEQ_SERVICE_STATUS_CAMERA_CLOSED ? "closed"
@@ -92,7 +89,7 @@ std::string BehaviourChecks::CloseWithoutOpen() const {
 std::string BehaviourChecks::CloseAfter(std::uint64_t packets) const {
   std::string fault = PlainSession({packets});
   if (fault.empty()) {
-    std::this_thread::sleep_for(kQuietTime);
+    std::this_thread::sleep_for(m_setup.timeouts.afterClose);
     if (Camera::Callbacks().packetsAfterClose != 0) {
       fault = "packets arrive after the close";
     }

@@ -12,6 +12,8 @@ struct Timeouts {
   std::chrono::milliseconds packet{10'000};
   // The same after a disconnect, for packets in flight that were captured before it.
   std::chrono::milliseconds afterDisconnect{500};
+  // A packet that is delivered after a close would follow within this time. Only probe waits for it.
+  std::chrono::milliseconds afterClose{100};
 };
 
 struct StreamStatus {
