@@ -52,7 +52,7 @@ def test_report_is_a_table_with_advice(tool, monkeypatch):
     assert re.search(r"(?m)^ +160x120 +30 +\d\d\.\d\d +\d+/\d+ .* 160x120  (ok|jitter)$", out)
     assert "\nBehavior: 16 of 16 checks as documented\n" in out
     assert re.search(r"\n  - best: 160x120 at 30 fps, which delivers \d\d\.\d fps\n"
-                     r"  - wrong: 320x240 at 30 fps delivers 1\d\.\d fps\n$", out)
+                     r"  - wrong: 320x240 at 30 fps delivers 1\d\.\d fps\n  - hint: more light, .*\n$", out)
     assert tool.names() == [], "no files, not even temporary ones"
 
 

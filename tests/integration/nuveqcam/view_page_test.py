@@ -52,6 +52,15 @@ window.VideoDecoder = class extends RealDecoder {
 };
 """
 
+# Replaces what the program has measured by window.measured.
+SCRIPTED_MEASUREMENT = """
+const {parse} = JSON;
+JSON.parse = (text) => {
+  const value = parse(text);
+  return window.measured && value.measured ? {...value, measured: window.measured} : value;
+};
+"""
+
 # Lets the page's clock run five times as fast, so that it takes a connection for broken after two seconds.
 FAST_CLOCK = """
 const {now} = performance;
@@ -499,19 +508,25 @@ def test_full_screen_shows_the_whole_picture_and_messages(start_server, browser,
 
 
 def test_page_follows_the_color_scheme_and_fits_a_narrow_window(view, browser, screenshots):
-    browser.open(view.address)
+    browser.open(view.address, before=SCRIPTED_MEASUREMENT)
     browser.check_pictures()
     wait_until(lambda: browser.text("plot-text") != "")
     for scheme in ("light", "dark"):
         browser.emulate(prefers_color_scheme=scheme)
         browser.wait("nuveqView.drawn > arguments[0]", browser.figures()["drawn"] + 15)
+        wait_until(lambda: re.fullmatch(r"\d\d\.\d of 30", browser.text("camera-rate")))
         browser.screenshot(screenshots / f"{scheme}.png")
         assert browser.low_contrasts() == []
         background = browser.run("return getComputedStyle(document.body).backgroundColor")
         assert (sum(map(int, re.findall(r"\d+", background)[:3])) < 384) == (scheme == "dark")
+    browser.run("window.measured = arguments[0]", {"delivered": 15.04, "promised": 30, "findings": [
+        {"finding": "tooSlow", "text": "15.0 fps", "advice": "more light may help"}]})
+    browser.wait_for_text("camera-rate", "15.0 of 30")
+    assert browser.text("findings") == "15.0 fps; more light may help."
     browser.set_width(320)
     browser.check_pictures()
     browser.screenshot(screenshots / "narrow.png")
+    assert browser.low_contrasts() == []
     assert browser.run("return document.documentElement.scrollWidth") <= 320
     width, height = browser.run("""
         const box = document.getElementById('picture').getBoundingClientRect();

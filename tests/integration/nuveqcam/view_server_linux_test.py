@@ -202,7 +202,7 @@ def test_streams_for_other_programs_have_every_picture(start_server, scratch):
 def test_camera_is_open_while_there_are_viewers(start_server):
     view = start_server()
     state = view.state()
-    assert set(state) == {"camera", "recording", "viewers", "skipped", "version"}
+    assert set(state) == {"camera", "measured", "recording", "viewers", "skipped", "version"}
     assert set(state["camera"]) == {"phase", "name", "error", "conclusion", "advice", "sizes", "rates", "width",
                                     "height", "fps"}
     assert set(state["recording"]) == {"running", "frames", "seconds", "bytes", "error", "file"}

@@ -17,6 +17,9 @@ using ::testing::StartsWith;
 
 const std::vector<std::uint32_t> kRates{10000, 15000, 30000};
 
+constexpr const char* kSlownessHint =
+    "hint: more light, a smaller size, or fewer programs at the same time may help";
+
 // A measurement without findings.
 SizeResult GoodResult(const Size& size, std::uint32_t fps = 30) {
   SizeResult result;
@@ -167,7 +170,8 @@ TEST(ProbeAdvice, NamesWhatIsWrong) {
   EXPECT_THAT(ProbeAdvice(report),
               ElementsAre("best: 640x480 at 30 fps, which delivers 30.0 fps",
                           "wrong: 960x540 at 30 fps delivers 10.0 fps; closeAfter55: the "
-                          "camera stops after 50 packets"));
+                          "camera stops after 50 packets",
+                          kSlownessHint));
 }
 
 TEST(ProbeAdvice, NamesAtMostThreeFaults) {
@@ -176,7 +180,13 @@ TEST(ProbeAdvice, NamesAtMostThreeFaults) {
                                     DeliveringAt({1280, 720}, 14)})),
               ElementsAre("best: none, because every measured size has a fault",
                           "wrong: 640x360 at 30 fps delivers 10.0 fps; 640x480 at 30 fps delivers 11.0 fps; "
-                          "800x600 at 30 fps delivers 12.0 fps; and 2 more"));
+                          "800x600 at 30 fps delivers 12.0 fps; and 2 more",
+                          kSlownessHint));
+}
+
+TEST(ProbeAdvice, HasAHintForEachWrongRate) {
+  EXPECT_THAT(ProbeAdvice(ReportOf({DeliveringAt({640, 360}, 10), DeliveringAt({640, 480}, 60)})).back(),
+              std::string(kSlownessHint) + "; the camera does not keep to this rate; another rate may help");
 }
 
 TEST(ProbeAdvice, DescribesEveryFault) {

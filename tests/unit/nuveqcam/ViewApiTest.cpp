@@ -21,6 +21,7 @@ TEST(ViewApi, StateHasTheDocumentedMembers) {
   state.camera.capabilities.sizes = {{640, 480}, {1280, 720}};
   state.camera.capabilities.rates = {30000, 29970};
   state.camera.request = CameraRequest{"0", {640, 480}, 30};
+  state.measured = {14.5, 30, {{"tooSlow", "slow", "light"}}};
   state.recording = {
       .isRunning = true, .frames = 7, .bytes = 8, .seconds = 0.5, .error = "", .hasFile = false};
   state.viewers = 2;
@@ -31,12 +32,15 @@ TEST(ViewApi, StateHasTheDocumentedMembers) {
                  R"("conclusion":"Offered camera",)"
                  R"("advice":["one","two"],"sizes":[{"width":640,"height":480},{"width":1280,"height":720}],)"
                  R"("rates":[30,29.97],"width":640,"height":480,"fps":30},)"
+                 R"("measured":{"delivered":14.5,"promised":30,)"
+                 R"("findings":[{"finding":"tooSlow","text":"slow","advice":"light"}]},)"
                  R"("recording":{"running":true,"frames":7,"seconds":0.5,"bytes":8,"error":"","file":null},)"
                  R"("viewers":2,"skipped":3,"version":")"));
 }
 
 TEST(ViewApi, StateWithoutARequestHasNoSize) {
-  EXPECT_THAT(StateJson({}), HasSubstr(R"("sizes":[],"rates":[],"width":null,"height":null,"fps":null})"));
+  EXPECT_THAT(StateJson({}), HasSubstr(R"("sizes":[],"rates":[],"width":null,"height":null,"fps":null},)"
+                                       R"("measured":{"delivered":null,"promised":null,"findings":[]},)"));
 }
 
 TEST(ViewApi, PhasesHaveNames) {

@@ -320,6 +320,19 @@ TEST_F(Service, StateIsThatOfTheCamera) {
   EXPECT_THAT(Get("state").body, HasSubstr(R"("name":"Integrated Camera")"));
 }
 
+TEST_F(Service, StateHasTheRateOfARunningCamera) {
+  Start();
+  OpenCamera();
+  for (int i = 0; i < 40; ++i) {
+    stream.Publish(NonIdrSlice(10, now + i * std::chrono::milliseconds(100)));
+  }
+  EXPECT_THAT(Get("state").body,
+              HasSubstr(R"("measured":{"delivered":10.0,"promised":15,"findings":[{"finding":"tooSlow",)"
+                        R"("text":"64x48 at 15 fps delivers 10.0 fps","advice":")"));
+  camera.phase = CameraPhase::kOpening;
+  EXPECT_THAT(Get("state").body, HasSubstr(R"("measured":{"delivered":null,"promised":null,"findings":[]})"));
+}
+
 TEST_F(Service, ChangeOfTheCameraIsPassedOn) {
   Start();
   EXPECT_EQ(Post("camera", R"({"width":640,"height":480,"fps":15})").status, 202);

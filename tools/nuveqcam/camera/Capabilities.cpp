@@ -1,6 +1,7 @@
 #include "camera/Capabilities.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace nuveqcam {
 namespace {
@@ -21,6 +22,24 @@ std::optional<std::uint32_t> ListedFps(const Capabilities& camera, const Size& s
     }
   }
   return highest;
+}
+
+std::vector<std::uint32_t> OfferedFps(const Capabilities& camera, const Size& size) {
+  std::vector<std::uint32_t> rates;
+  for (const SizeRate& format : camera.formats) {
+    if (format.size == size) {
+      rates.push_back(std::max<std::uint32_t>(format.fps, 1));
+    }
+  }
+  if (rates.empty()) {
+    std::transform(camera.rates.begin(), camera.rates.end(), std::back_inserter(rates), WholeFps);
+  }
+  if (rates.empty()) {
+    rates.push_back(ChooseFps(camera.rates));
+  }
+  std::sort(rates.rbegin(), rates.rend());
+  rates.erase(std::unique(rates.begin(), rates.end()), rates.end());
+  return rates;
 }
 
 std::uint32_t ChooseFps(const std::vector<std::uint32_t>& rates) {

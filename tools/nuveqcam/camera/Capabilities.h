@@ -46,6 +46,10 @@ std::optional<std::uint32_t> ListedFps(const Capabilities& camera, const Size& s
 // Requests are in whole frames per second: 30 for a rate of 29.97.
 std::uint32_t WholeFps(std::uint32_t rate);
 
+// The rates that a size may have, in whole frames per second, the highest first: those that the driver lists
+// for it, or all of the camera if that is not known. At least one.
+std::vector<std::uint32_t> OfferedFps(const Capabilities& camera, const Size& size);
+
 // 30 frames per second if offered, else the highest lower rate, else the lowest rate; rounded to whole frames
 // per second. 30 if there are no rates.
 std::uint32_t ChooseFps(const std::vector<std::uint32_t>& rates);

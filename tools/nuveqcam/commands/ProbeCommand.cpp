@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <functional>
-#include <iterator>
 #include <ostream>
 #include <utility>
 
@@ -22,30 +21,10 @@ struct ProbeStep {
   bool isHighestRate = true;
 };
 
-// The rates to request at a size, the highest first: those that the driver lists for it, or the camera's if
-// that is not known.
-std::vector<std::uint32_t> RatesOf(const Capabilities& camera, const Size& size) {
-  std::vector<std::uint32_t> rates;
-  for (const SizeRate& format : camera.formats) {
-    if (format.size == size) {
-      rates.push_back(std::max<std::uint32_t>(format.fps, 1));
-    }
-  }
-  if (rates.empty()) {
-    std::transform(camera.rates.begin(), camera.rates.end(), std::back_inserter(rates), WholeFps);
-  }
-  if (rates.empty()) {
-    rates.push_back(ChooseFps(camera.rates));
-  }
-  std::sort(rates.rbegin(), rates.rend());
-  rates.erase(std::unique(rates.begin(), rates.end()), rates.end());
-  return rates;
-}
-
 std::vector<ProbeStep> PlanSteps(const Capabilities& camera, bool wantsAllRates) {
   std::vector<ProbeStep> steps;
   for (const Size& size : camera.sizes) {
-    const std::vector<std::uint32_t> rates = RatesOf(camera, size);
+    const std::vector<std::uint32_t> rates = OfferedFps(camera, size);
     for (const std::uint32_t fps : rates) {
       const bool isHighest = fps == rates.front();
       if (isHighest || wantsAllRates) {

@@ -69,33 +69,12 @@ std::string RequestText(const CameraRequest& request) {
   return ToText(request.size) + " at " + std::to_string(request.fps) + " fps";
 }
 
-std::string FaultText(const SizeResult& result, Finding finding) {
-  const std::string request = RequestText(result.request);
-  switch (finding) {
-    case Finding::kCannotOpen:
-      return request + " cannot be opened";
-    case Finding::kNoPackets:
-    case Finding::kStopped:
-      return request + " " + CaptureEndText(result.end, result.figures.packets);
-    case Finding::kTooSlow:
-    case Finding::kTooFast:
-      return request + " delivers " + Decimal(result.figures.fps.value_or(0), 1) + " fps";
-    case Finding::kFaultyPacket:
-      return request + " has " + std::to_string(result.units.faulty) + " faulty of " +
-             std::to_string(result.figures.packets) + " packets (" + result.units.firstFault + ")";
-    case Finding::kOtherPicture:
-      return request + " delivers pictures of " + ToText(result.units.picture.value_or(Size()));
-    default:
-      return {};
-  }
-}
-
 std::vector<std::string> FaultTexts(const ProbeReport& report) {
   std::vector<std::string> texts;
   for (const SizeResult& result : report.sizes) {
     for (const Finding finding : result.findings) {
       if (IsFault(finding)) {
-        texts.push_back(FaultText(result, finding));
+        texts.push_back(FindingText(result, finding));
       }
     }
   }
@@ -105,6 +84,20 @@ std::vector<std::string> FaultTexts(const ProbeReport& report) {
     }
   }
   return texts;
+}
+
+// The advice about the faults, each one once.
+std::string FaultAdvice(const ProbeReport& report) {
+  std::string text;
+  for (const SizeResult& result : report.sizes) {
+    for (const Finding finding : result.findings) {
+      const std::string advice = IsFault(finding) ? AdviceFor(finding) : "";
+      if (text.find(advice) == std::string::npos) {
+        text += (text.empty() ? "" : "; ") + advice;
+      }
+    }
+  }
+  return text;
 }
 
 using ProbeRow = std::vector<std::string>;
@@ -217,6 +210,18 @@ const char* WordFor(Finding finding) {
       ->word;
 }
 
+const char* AdviceFor(Finding finding) {
+  switch (finding) {
+    case Finding::kTooSlow:
+      return "more light, a smaller size, or fewer programs at the same time may help";
+    case Finding::kTooFast:
+    case Finding::kOtherRate:
+      return "the camera does not keep to this rate; another rate may help";
+    default:
+      return "";
+  }
+}
+
 std::vector<Finding> FindingsOf(const SizeResult& result, const std::vector<std::uint32_t>& rates) {
   if (!result.failure.empty()) {
     return {Finding::kCannotOpen};
@@ -244,6 +249,28 @@ std::vector<Finding> FindingsOf(const SizeResult& result, const std::vector<std:
 
 bool HasFault(const SizeResult& result) {
   return std::any_of(result.findings.begin(), result.findings.end(), IsFault);
+}
+
+std::string FindingText(const SizeResult& result, Finding finding) {
+  const std::string request = RequestText(result.request);
+  switch (finding) {
+    case Finding::kCannotOpen:
+      return request + " cannot be opened";
+    case Finding::kNoPackets:
+    case Finding::kStopped:
+      return request + " " + CaptureEndText(result.end, result.figures.packets);
+    case Finding::kTooSlow:
+    case Finding::kTooFast:
+    case Finding::kOtherRate:
+      return request + " delivers " + Decimal(result.figures.fps.value_or(0), 1) + " fps";
+    case Finding::kFaultyPacket:
+      return request + " has " + std::to_string(result.units.faulty) + " faulty of " +
+             std::to_string(result.figures.packets) + " packets (" + result.units.firstFault + ")";
+    case Finding::kOtherPicture:
+      return request + " delivers pictures of " + ToText(result.units.picture.value_or(Size()));
+    default:
+      return {};
+  }
 }
 
 const SizeResult* FindBest(const ProbeReport& report) {
@@ -293,6 +320,9 @@ std::vector<std::string> ProbeAdvice(const ProbeReport& report) {
   }
   if (!wrong.empty()) {
     advice.push_back(wrong);
+  }
+  if (const std::string help = FaultAdvice(report); !help.empty()) {
+    advice.push_back("hint: " + help);
   }
   return advice;
 }

@@ -34,6 +34,8 @@ enum class Finding {
 bool IsFault(Finding finding);
 // "tooSlow" etc., as in the JSON output.
 const char* WordFor(Finding finding);
+// What may help against it, human-readable; empty if that depends on the cause.
+const char* AdviceFor(Finding finding);
 
 // The measurement of one size at one rate.
 struct SizeResult {
@@ -55,6 +57,9 @@ std::vector<Finding> FindingsOf(const SizeResult& result, const std::vector<std:
 
 bool HasFault(const SizeResult& result);
 
+// "640x480 at 30 fps delivers 15.0 fps" etc.; empty for a remark that is not about the rate.
+std::string FindingText(const SizeResult& result, Finding finding);
+
 struct ProbeReport {
   std::optional<Capabilities> camera;  // nullopt: there is none, or it cannot be read
   std::string name;                    // of the device; empty: not known
@@ -69,7 +74,7 @@ struct ProbeReport {
 // there is one; then the default size of those. nullptr if every size has a fault.
 const SizeResult* FindBest(const ProbeReport& report);
 
-// One or two lines: the best size and rate, and what is wrong.
+// One to three lines: the best size and rate, what is wrong, and what may help.
 std::vector<std::string> ProbeAdvice(const ProbeReport& report);
 
 // kOk, kProbeFault for a fault, or kEndedEarly if there is none but the probe is incomplete.

@@ -50,6 +50,18 @@ Json CameraToJson(const CameraState& camera) {
                        {"fps", request ? Json(request->fps) : Json()}});
 }
 
+Json MeasuredToJson(const RunningRate& measured) {
+  Json findings = Json::array();
+  for (const RateFinding& finding : measured.findings) {
+    findings.push_back(
+        Json::object({{"finding", finding.word}, {"text", finding.text}, {"advice", finding.advice}}));
+  }
+  const auto& delivered = measured.delivered;
+  return Json::object({{"delivered", delivered ? Json(*delivered) : Json()},
+                       {"promised", delivered ? Json(measured.promised) : Json()},
+                       {"findings", findings}});
+}
+
 Json RecordingToJson(const RecordingState& recording) {
   return Json::object({{"running", recording.isRunning},
                        {"frames", recording.frames},
@@ -84,6 +96,7 @@ void AppendLittleEndian(std::vector<std::uint8_t>& bytes, std::uint64_t number, 
 
 std::string StateJson(const ViewState& state) {
   return ToText(Json::object({{"camera", CameraToJson(state.camera)},
+                              {"measured", MeasuredToJson(state.measured)},
                               {"recording", RecordingToJson(state.recording)},
                               {"viewers", state.viewers},
                               {"skipped", state.skippedFrames},

@@ -22,6 +22,9 @@
 //   camera     phase ("closed", "opening", "open", "failed"), name, error (empty: none), conclusion, advice
 //              (list of texts), sizes (list of {width, height}), rates (list of frames per second), width,
 //              height, fps (of the request; null before the first one)
+//   measured   delivered (frames per second in the last five seconds; null: not known yet), promised (frames
+//              per second; null like delivered), findings (list of {finding, text, advice} about the rate:
+//              word and texts of `probe`)
 //   recording  running, frames, seconds, bytes, error (empty: none), file (name of the path; null: none)
 //   viewers    number of streams that are open
 //   skipped    frames that this viewer missed because it was slow
@@ -34,6 +37,7 @@
 #include <string_view>
 #include <vector>
 
+#include "probe/RunningRate.h"
 #include "recording/PacketQueue.h"
 #include "view/CameraSession.h"
 
@@ -50,6 +54,7 @@ struct RecordingState {
 
 struct ViewState {
   CameraState camera;
+  RunningRate measured;
   RecordingState recording;
   std::size_t viewers = 0;
   std::uint64_t skippedFrames = 0;  // by the viewer that receives the state

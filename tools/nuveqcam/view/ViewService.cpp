@@ -148,7 +148,7 @@ const ViewService::Route* ViewService::FindRoute(const std::string& resource) {
 }
 
 ViewService::ViewService(AccessControl access, ViewBackend backend)
-    : m_access(std::move(access)), m_backend(std::move(backend)) {
+    : m_access(std::move(access)), m_backend(std::move(backend)), m_arrivals(m_backend.stream) {
   UpdateCamera();
 }
 
@@ -232,7 +232,12 @@ void ViewService::SendMp4(const HttpRequest& /*request*/, const HttpReply& reply
 }
 
 std::string ViewService::StateText(std::uint64_t skippedFrames) const {
-  return StateJson({m_backend.cameraState(), CurrentRecording(), *m_viewers, skippedFrames});
+  const CameraState camera = m_backend.cameraState();
+  RunningRate measured;
+  if (camera.phase == CameraPhase::kOpen && camera.request) {
+    measured = JudgeRunningRate(camera.capabilities, *camera.request, m_arrivals.Arrivals());
+  }
+  return StateJson({camera, std::move(measured), CurrentRecording(), *m_viewers, skippedFrames});
 }
 
 void ViewService::BroadcastState() {

@@ -12,6 +12,7 @@
 
 #include "recording/PacketQueue.h"
 #include "view/AccessControl.h"
+#include "view/ArrivalWindow.h"
 #include "view/BackgroundThread.h"
 #include "view/CameraSession.h"
 #include "view/Http.h"
@@ -95,6 +96,7 @@ class ViewService {
 
   AccessControl m_access;
   const ViewBackend m_backend;
+  const ArrivalWindow m_arrivals;
   std::atomic<bool> m_isCancelled = false;
 
   const ViewerCount m_viewers = std::make_shared<std::size_t>(0);

@@ -1181,6 +1181,19 @@ function renderCamera(camera) {
   byId('video').hidden = !page.hasPicture || isDecoding;
 }
 
+// What the program has found about the camera's rate. The notice is not updated with the rate, since a screen reader
+// would announce it again each time.
+function renderMeasured(camera, measured) {
+  const { delivered, promised, findings } = measured ?? { delivered: null, promised: null, findings: [] };
+  setText(byId('camera-rate'), delivered === null ? '-' : `${delivered.toFixed(1)} of ${promised}`);
+  const notice = byId('findings');
+  const key = JSON.stringify([camera?.width, camera?.height, promised, findings.map(({ finding }) => finding)]);
+  if (notice.dataset.key !== key) {
+    notice.dataset.key = key;
+    setMessage(notice, findings.map(({ text, advice }) => `${text}; ${advice}.`).join(' '));
+  }
+}
+
 // Everything but the figures.
 function render() {
   const { state } = page;
@@ -1188,6 +1201,7 @@ function render() {
   const isUsable = camera !== undefined && camera.phase === 'open';
   renderCamera(state?.camera);
   renderProblem(currentProblem());
+  renderMeasured(camera, isUsable ? state.measured : undefined);
   setMessage(byId('camera-error'), isUsable ? camera.error : '');
   if (state !== null) {
     // While the camera opens or has failed, another size may be chosen.
