@@ -75,13 +75,14 @@ TEST(SizePlan, DoesNotWantMoreThanTheCameraHas) {
 TEST(SizePlan, IsEmptyWithoutSizes) { EXPECT_THAT(PlanSizes({"0", {}, {30000}}, 30).sizes, IsEmpty()); }
 
 // A stream whose packets arrive at times in milliseconds, judged at the time of the last packet or later.
-StartJudgement JudgeAt(const std::vector<int>& times, int now, double wanted = 30) {
+StartJudgement JudgeAt(const std::vector<int>& times, int now, double wanted = 30,
+                       StartLook look = StartLook::kFull) {
   const Clock::time_point begin;
   std::vector<Clock::time_point> arrivals;
   for (const int time : times) {
     arrivals.push_back(begin + milliseconds(time));
   }
-  return JudgeStart(arrivals, begin + milliseconds(now), wanted).judgement;
+  return JudgeStart(arrivals, begin + milliseconds(now), wanted, look).judgement;
 }
 
 // Packets of a steady stream up to a time.
@@ -145,6 +146,25 @@ TEST(StartJudgement, EstimatesTheRate) {
   EXPECT_NEAR(JudgeStart(arrivals, begin + milliseconds(550), 30).fps, 10, 0.1);
 }
 
+TEST(StartJudgement, ShortLookRejectsAClearlySlowRateEarly) {
+  for (const int interval : {67, 100, 200}) {
+    const std::vector<int> times = PacketsEvery(interval, interval + 150);
+    EXPECT_EQ(JudgeAt(times, interval + 140, 30, StartLook::kShort), StartJudgement::kUndecided) << interval;
+    EXPECT_EQ(JudgeAt(times, interval + 151, 30, StartLook::kShort), StartJudgement::kTooSlow) << interval;
+  }
+  // A quarter of a second at a lower rate.
+  EXPECT_EQ(JudgeAt(PacketsEvery(67, 230), 230, 15, StartLook::kShort), StartJudgement::kUndecided);
+  EXPECT_EQ(JudgeAt({0, 200}, 470, 15, StartLook::kShort), StartJudgement::kTooSlow);
+}
+
+TEST(StartJudgement, ShortLookJudgesOtherStreamsLikeAFullOne) {
+  EXPECT_EQ(JudgeAt(PacketsEvery(33, 6 * 33), 6 * 33, 30, StartLook::kShort), StartJudgement::kUndecided);
+  EXPECT_EQ(JudgeAt(PacketsEvery(33, 7 * 33), 7 * 33, 30, StartLook::kShort), StartJudgement::kFastEnough);
+  // Twenty frames per second.
+  EXPECT_EQ(JudgeAt(PacketsEvery(50, 400), 400, 30, StartLook::kShort), StartJudgement::kUndecided);
+  EXPECT_EQ(JudgeAt(PacketsEvery(50, 450), 460, 30, StartLook::kShort), StartJudgement::kTooSlow);
+}
+
 SizePlan PlanOf(std::vector<Size> sizes, bool isListed) { return {std::move(sizes), 30, 30, isListed}; }
 
 TEST(SizeSearch, KeepsASizeThatIsFastEnough) {
@@ -168,7 +188,8 @@ TEST(SizeSearch, DoesNotJudgeALowRate) {
 }
 
 // Notes the rates of the sizes that the search opens, until it ends. Returns the opened sizes.
-std::vector<Size> RunSearch(SizeSearch& search, const std::vector<std::pair<Size, double>>& rates) {
+std::vector<Size> RunSearch(SizeSearch& search, const std::vector<std::pair<Size, double>>& rates,
+                            int maxShortLooks = 10) {
   std::vector<Size> opened{search.Current()};
   while (search.IsOpenEnded()) {
     for (const auto& [size, fps] : rates) {
@@ -180,6 +201,9 @@ std::vector<Size> RunSearch(SizeSearch& search, const std::vector<std::pair<Size
         }
         break;
       }
+    }
+    if (search.IsOpenEnded() && search.Look() == StartLook::kShort && maxShortLooks-- == 0) {
+      search.EndShortLooks();
     }
     if (!(opened.back() == search.Current())) {
       opened.push_back(search.Current());
@@ -209,13 +233,31 @@ TEST(SizeSearch, ReturnsToTheSmallestSizeIfItIsTheOnlyFastOne) {
   EXPECT_THAT(search.Message(), HasSubstr("using 320x240"));
 }
 
-TEST(SizeSearch, EndsAtThePreferredSizeIfTheSmallestIsAsSlow) {
+TEST(SizeSearch, TakesShortLooksAtTheOthersIfTheSmallestIsSlow) {
   SizeSearch search(PlanOf({kSize720, kSize540, kSize480, kSize240}, true));
-  EXPECT_THAT(RunSearch(search, {{kSize720, 14.6}, {kSize240, 15}}),
-              ElementsAre(kSize720, kSize240, kSize720));
+  EXPECT_THAT(RunSearch(search, {{kSize720, 10}, {kSize540, 10}, {kSize480, 30}, {kSize240, 10}}),
+              ElementsAre(kSize720, kSize240, kSize540, kSize480));
+  EXPECT_EQ(search.Message(),
+            "1280x720 delivers only about 10 of 30 frames per second; using 640x480 (--size chooses a size)");
+}
+
+TEST(SizeSearch, EndsAtThePreferredSizeIfAllAreAsSlow) {
+  SizeSearch search(PlanOf({kSize720, kSize540, kSize240}, true));
+  EXPECT_THAT(RunSearch(search, {{kSize720, 14.6}, {kSize540, 13.3}, {kSize240, 15}}),
+              ElementsAre(kSize720, kSize240, kSize540, kSize720));
   EXPECT_EQ(search.Message(),
             "no size delivers 30 frames per second, as in dim light or on a busy PC; using 1280x720, which "
             "delivers about 15");
+}
+
+TEST(SizeSearch, TellsThatSizesWereNotTried) {
+  SizeSearch search(PlanOf({kSize720, kSize540, kSize480, kSize240}, true));
+  EXPECT_THAT(RunSearch(search, {{kSize720, 14.6}, {kSize540, 13.3}, {kSize480, 30}, {kSize240, 15}}, 1),
+              ElementsAre(kSize720, kSize240, kSize540, kSize720));
+  EXPECT_EQ(search.Message(),
+            "no size that was tried delivers 30 frames per second, as in dim light or on a busy PC; using "
+            "1280x720, which delivers about 15; trying 1 more would delay the start: 'nuveqcam probe' "
+            "measures all sizes");
 }
 
 TEST(SizeSearch, UsesTheFastestOfSlowSizes) {
@@ -224,9 +266,10 @@ TEST(SizeSearch, UsesTheFastestOfSlowSizes) {
               ElementsAre(kSize720, kSize480, kSize240, kSize480));
 }
 
-TEST(SizeSearch, EndsIfThePreferredSizeIsTheSmallest) {
+TEST(SizeSearch, TakesShortLooksIfThePreferredSizeIsTheSmallest) {
   SizeSearch search(PlanOf({kSize1080, {2560, 1440}}, true));
-  EXPECT_THAT(RunSearch(search, {{kSize1080, 10}}), ElementsAre(kSize1080));
+  EXPECT_THAT(RunSearch(search, {{kSize1080, 10}, {{2560, 1440}, 10}}),
+              ElementsAre(kSize1080, Size{2560, 1440}, kSize1080));
 }
 
 }  // namespace

@@ -278,6 +278,13 @@ TEST_F(Tool, DefaultSizeDeliversTheRateThatIsListed) {
       "size)\n");
 }
 
+TEST_F(Tool, DefaultSizeIsFoundIfOnlyAMiddleOneDeliversTheRateThatIsListed) {
+  devices::SetDeviceProvider(std::make_shared<OverstatingPc>(RatesByWidth{{160, 10}, {320, 30}, {640, 10}}));
+  EXPECT_EQ(Run({"snapshot", "--skip", "0", "-o", "OUT.png"}), ExitCode::kOk);
+  EXPECT_THAT(out.str(), HasSubstr("  size     320x240\n"));
+  EXPECT_THAT(err.str(), HasSubstr("640x480 delivers only about 10 of 30 frames per second; using 320x240"));
+}
+
 TEST_F(Tool, DefaultSizeOfASlowCameraIsThePreferredOne) {
   devices::SetDeviceProvider(std::make_shared<OverstatingPc>(RatesByWidth{{160, 10}, {320, 10}, {640, 10}}));
   EXPECT_EQ(Run({"snapshot", "--skip", "0", "-o", "OUT.png"}), ExitCode::kOk);

@@ -21,6 +21,12 @@ constexpr double kMinIntervals = 6;
 // A delay within this time is made up for by the frames that wait meanwhile.
 constexpr StartTime kJudgingTime{0.4};
 
+// A short look rejects a stream of less than this part of the wanted rate, after this time and after the time
+// of so many intervals.
+constexpr double kClearlySlow = 0.5;
+constexpr StartTime kShortTime{0.15};
+constexpr double kShortIntervals = 4;
+
 // A lower rate would take longer to judge than a recording may be.
 constexpr double kMinJudgedFps = 15;
 
@@ -66,7 +72,8 @@ SizePlan PlanSizes(const Capabilities& camera, std::uint32_t fps) {
   return plan;
 }
 
-StartRate JudgeStart(std::span<const Clock::time_point> arrivals, Clock::time_point now, double wantedFps) {
+StartRate JudgeStart(std::span<const Clock::time_point> arrivals, Clock::time_point now, double wantedFps,
+                     StartLook look) {
   if (arrivals.empty()) {
     return {};
   }
@@ -78,6 +85,11 @@ StartRate JudgeStart(std::span<const Clock::time_point> arrivals, Clock::time_po
   const double enough = kEnough * wantedFps;
   if (intervals >= kMinIntervals && fps >= enough) {
     return {StartJudgement::kFastEnough, fps};
+  }
+  if (look == StartLook::kShort && elapsed >= std::max(kShortTime, StartTime(kShortIntervals / wantedFps)) &&
+      intervals < kClearlySlow * wantedFps * elapsed.count()) {
+    // So few packets may have waited and arrived at once: their distances are not the rate.
+    return {StartJudgement::kTooSlow, intervals / elapsed.count()};
   }
   if (elapsed < std::max(kJudgingTime, StartTime(kMinIntervals / enough))) {
     return {};
@@ -100,13 +112,15 @@ void SizeSearch::NoteFastEnough() {
 
 void SizeSearch::NoteTooSlow(double fps) {
   m_candidates[m_current] = {State::kTooSlow, fps};
-  if (m_plan.isListed && m_current == SmallestIndex()) {
-    EndWith(FastestIndex());
-  } else if (m_plan.isListed && m_current == 0) {
-    m_current = SmallestIndex();
-  } else {
-    GoOn();
+  const std::size_t smallest = SmallestIndex();
+  if (m_plan.isListed && m_current == 0 && smallest != 0) {
+    m_current = smallest;
+    return;
   }
+  if (m_plan.isListed && m_current == smallest) {
+    m_look = StartLook::kShort;
+  }
+  GoOn();
 }
 
 // Takes the preferred size that is fast enough or not judged yet.
@@ -151,9 +165,16 @@ std::string SizeSearch::Message() const {
   const std::string wanted = " of " + Decimal(m_plan.wantedFps, 0) + " frames per second";
   const Candidate& chosen = m_candidates[m_current];
   if (chosen.state == State::kTooSlow) {
-    return "no size delivers " + Decimal(m_plan.wantedFps, 0) +
-           " frames per second, as in dim light or on a busy PC; using " + ToText(Current()) +
-           ", which delivers about " + Decimal(chosen.fps, 0);
+    const auto untried =
+        std::count_if(m_candidates.begin(), m_candidates.end(),
+                      [](const Candidate& candidate) { return candidate.state == State::kUnknown; });
+    const std::string text = std::string(untried == 0 ? "no size" : "no size that was tried") + " delivers " +
+                             Decimal(m_plan.wantedFps, 0) +
+                             " frames per second, as in dim light or on a busy PC; using " +
+                             ToText(Current()) + ", which delivers about " + Decimal(chosen.fps, 0);
+    return untried == 0 ? text
+                        : text + "; trying " + std::to_string(untried) +
+                              " more would delay the start: 'nuveqcam probe' measures all sizes";
   }
   return ToText(m_plan.sizes.front()) + " delivers only about " + Decimal(m_candidates.front().fps, 0) +
          wanted + "; using " + ToText(Current()) + " (--size chooses a size)";

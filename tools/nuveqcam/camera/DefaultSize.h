@@ -38,18 +38,22 @@ struct StartRate {
   double fps = 0;  // roughly, as far as it is known
 };
 
+// A short look rejects a clearly slow stream early, and may reject one that is only delayed.
+enum class StartLook { kFull, kShort };
+
 // Judges a stream by the arrivals of its first packets. Decides after about half a second at the latest if
 // the wanted rate is 15 frames per second or more. A stream is fast enough from three quarters of the wanted
 // rate on: the judgement must tolerate short delays, and a camera that delivers 25 of 30 frames per second is
 // not worth a smaller picture.
-StartRate JudgeStart(std::span<const Clock::time_point> arrivals, Clock::time_point now, double wantedFps);
+StartRate JudgeStart(std::span<const Clock::time_point> arrivals, Clock::time_point now, double wantedFps,
+                     StartLook look = StartLook::kFull);
 
 // Goes through the sizes of a plan until one is fast enough.
 //
 // After the first size, the smallest one is tried if the driver lists the rate for both: if that is slow as
-// well, the cause is not the size but for example dim light, and the search ends. Otherwise the sizes are
-// tried in order of preference. If none is fast enough, the fastest one is used, or the preferred one of
-// several that are about equally fast.
+// well, the cause is probably not the size but for example dim light. The other sizes then get short looks,
+// which the owner ends when they take too long. In both cases they are tried in order of preference. If none
+// is fast enough, the fastest one is used, or the preferred one of several that are about equally fast.
 class SizeSearch {
  public:
   // The plan must have a size.
@@ -61,12 +65,17 @@ class SizeSearch {
   // rate is so low that a judgement would take more than half a second.
   bool IsOpenEnded() const { return !m_isOver; }
 
+  // How to judge the current size.
+  StartLook Look() const { return m_look; }
+  // Ends a search that only needs short looks. The fastest size so far becomes the current one.
+  void EndShortLooks() { EndWith(FastestIndex()); }
+
   // The judgement of the current size. They may change the current size and end the search.
   void NoteFastEnough();
   void NoteTooSlow(double fps);
 
-  // Human-readable: why the size differs from the preferred one, or that no size is fast enough; empty if the
-  // preferred size is.
+  // Human-readable: why the size differs from the preferred one, or that no size is fast enough and whether
+  // all were tried; empty if the preferred size is.
   std::string Message() const;
 
  private:
@@ -85,6 +94,7 @@ class SizeSearch {
   SizePlan m_plan;
   std::vector<Candidate> m_candidates;  // of the same index in m_plan.sizes
   std::size_t m_current = 0;
+  StartLook m_look = StartLook::kFull;
   bool m_isOver = false;
 };
 

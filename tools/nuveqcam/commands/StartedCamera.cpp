@@ -1,6 +1,7 @@
 #include "commands/StartedCamera.h"
 
 #include <algorithm>
+#include <optional>
 #include <ostream>
 #include <thread>
 
@@ -9,6 +10,9 @@ namespace {
 
 // How often the first packets are judged.
 constexpr std::chrono::milliseconds kJudgingInterval{5};
+
+// No further short look begins after this time.
+constexpr std::chrono::milliseconds kShortLooksTime{500};
 
 }  // namespace
 
@@ -30,15 +34,27 @@ void StartedCamera::Open(const CameraRequest& request) {
 
 void StartedCamera::Search(const CameraPlan& plan, const std::function<bool()>& isInterrupted) {
   SizeSearch search(plan.sizes);
+  std::optional<Clock::time_point> shortLooksEnd;
+  const auto noteTooSlow = [&](double fps) {
+    search.NoteTooSlow(fps);
+    if (!search.IsOpenEnded() || search.Look() != StartLook::kShort) {
+      return;
+    }
+    const auto now = Clock::now();
+    shortLooksEnd = shortLooksEnd.value_or(now + kShortLooksTime);
+    if (now >= *shortLooksEnd) {
+      search.EndShortLooks();
+    }
+  };
   while (search.IsOpenEnded()) {
-    const StartRate rate = Assess(plan.sizes.wantedFps, isInterrupted);
+    const StartRate rate = Assess(plan.sizes.wantedFps, search.Look(), isInterrupted);
     if (rate.judgement == StartJudgement::kUndecided) {
       return;
     }
     if (rate.judgement == StartJudgement::kFastEnough) {
       search.NoteFastEnough();
     } else {
-      search.NoteTooSlow(rate.fps);
+      noteTooSlow(rate.fps);
     }
     while (m_open == nullptr || !(search.Current() == m_request.size)) {
       try {
@@ -48,7 +64,7 @@ void StartedCamera::Search(const CameraPlan& plan, const std::function<bool()>& 
         if (!search.IsOpenEnded()) {
           throw;
         }
-        search.NoteTooSlow(0);
+        noteTooSlow(0);
       }
     }
   }
@@ -58,7 +74,8 @@ void StartedCamera::Search(const CameraPlan& plan, const std::function<bool()>& 
   }
 }
 
-StartRate StartedCamera::Assess(double wantedFps, const std::function<bool()>& isInterrupted) const {
+StartRate StartedCamera::Assess(double wantedFps, StartLook look,
+                                const std::function<bool()>& isInterrupted) const {
   for (;;) {
     const auto now = Clock::now();
     const StreamEnd end = DetermineStreamEnd({.idle = std::min(now - m_openedAt, m_queue->IdleTime(now))}, {},
@@ -66,7 +83,7 @@ StartRate StartedCamera::Assess(double wantedFps, const std::function<bool()>& i
     if (end != StreamEnd::kNone || IsCameraDisconnected() || m_queue->HasLoss() || isInterrupted()) {
       return {};
     }
-    const StartRate rate = JudgeStart(m_queue->QueuedArrivals(), now, wantedFps);
+    const StartRate rate = JudgeStart(m_queue->QueuedArrivals(), now, wantedFps, look);
     if (rate.judgement != StartJudgement::kUndecided) {
       return rate;
     }

@@ -38,7 +38,7 @@ class StartedCamera {
   void Open(const CameraRequest& request);
   void Search(const CameraPlan& plan, const std::function<bool()>& isInterrupted);
   // kUndecided if the stream has ended or is to end.
-  StartRate Assess(double wantedFps, const std::function<bool()>& isInterrupted) const;
+  StartRate Assess(double wantedFps, StartLook look, const std::function<bool()>& isInterrupted) const;
 
   const CommandContext& m_context;
   std::unique_ptr<PacketQueue> m_queue;  // outlives the open camera
