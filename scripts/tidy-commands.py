@@ -20,6 +20,9 @@ INCLUDE = re.compile(r'^#include "(.*\.cpp)"$', re.MULTILINE)
 # The static analyzer skips functions of included files, except for sources that a file with this text in its name includes.
 UNITY_NAME = "UnifiedSource"
 
+# Folders with a configuration of their own.
+CONFIGURED = ["tests", "tools/nuveqcam"]
+
 
 def commands_of(build):
     """Yields (file, sources that it includes, arguments, folder) for each compilation of the build."""
@@ -65,9 +68,9 @@ def make_unity_sources(output, entries):
 
 
 def write_unity_source(output, name, sources):
-    """Writes a source that includes others, and returns its path. Those of the tests use the tests' configuration."""
-    are_tests = any("tests" in pathlib.Path(source).parts for source in sources)
-    unity = output / ("tests" if are_tests else "") / f"{UNITY_NAME}_{name}.cpp"
+    """Writes a source that includes others, and returns its path, with their folder's configuration."""
+    part = next((part for part in CONFIGURED if any(f"/{part}/" in source for source in map(str, sources))), "")
+    unity = output / part / f"{UNITY_NAME}_{name}.cpp"
     unity.write_text("".join(f'#include "{source}"\n' for source in sources))
     return unity
 
@@ -78,8 +81,9 @@ def main():
     output = pathlib.Path(sys.argv[1]).resolve()
     build = pathlib.Path(sys.argv[2])
     shutil.rmtree(output, ignore_errors=True)
-    (output / "tests").mkdir(parents=True)
-    shutil.copy("tests/.clang-tidy", output / "tests")
+    for part in CONFIGURED:
+        (output / part).mkdir(parents=True)
+        shutil.copy(f"{part}/.clang-tidy", output / part)
     chosen = {}
     seen = set()
     for number, (file, members, arguments, folder) in enumerate(commands_of(build)):
