@@ -1,5 +1,7 @@
-"""The machine, the tools and the programs that bench/compare_encoders uses."""
+"""The machine, the tools and the programs that the comparisons use."""
 
+import contextlib
+import fcntl
 import os
 import platform
 import shutil
@@ -42,17 +44,17 @@ def check_configured(build):
                      "use a build of the preset native")
 
 
-def versions(top):
-    def first_line(*command):
-        try:
-            return processes.run(command)[0].partition("\n")[0]
-        except BenchError:
-            return "unknown"
+def first_line(*command):
+    """The first line of a program's output, such as its version."""
+    try:
+        return processes.run(command)[0].partition("\n")[0]
+    except BenchError:
+        return "unknown"
 
-    found = {"project": first_line("git", "-C", top, "describe", "--always", "--dirty"),
-             "ffmpeg built here": first_line(top / "build/bench/ffmpeg/ffmpeg", "-version"),
-             "gst-launch-1.0": first_line("gst-launch-1.0", "--version")}
-    for package in PACKAGES:
+
+def versions(top, packages):
+    found = {"project": first_line("git", "-C", top, "describe", "--always", "--dirty")}
+    for package in packages:
         found[package] = first_line("dpkg-query", "-W", "-f", "${Version}", package)
     return found
 
@@ -64,3 +66,15 @@ def describe():
     return {"model": model[0] if model else platform.machine(), "cores": os.cpu_count(),
             "usable_cores": len(os.sched_getaffinity(0)), "memory_mib": memory, "kernel": platform.release(),
             "load_at_start": os.getloadavg()[0]}
+
+
+@contextlib.contextmanager
+def exclusive(folder):
+    """Prevents concurrent comparisons, which would disturb each other and write the same files."""
+    folder.mkdir(parents=True, exist_ok=True)
+    with open(folder / "lock", "w", encoding="ascii") as lock:
+        try:
+            fcntl.flock(lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
+        except BlockingIOError:
+            raise BenchError("another comparison is running") from None
+        yield

@@ -99,6 +99,24 @@ def run(command, name=None, timeout=TIMEOUT, is_shown=False):
     return texts
 
 
+@contextlib.contextmanager
+def background(command, log=None, **options):
+    """Runs a program during the context. Its output goes to the file; without one, it is discarded. Yields the process."""
+    command = [str(word) for word in command]
+    with open(log or os.devnull, "wb") as output:
+        try:
+            process = _signals.start(command, **{"stdin": subprocess.DEVNULL, "stdout": output, "stderr": output,
+                                                 "start_new_session": True, **options})
+        except OSError as error:
+            raise BenchError(f"{command[0]} cannot be started: {error}") from error
+        try:
+            if _signals.received is not None:
+                raise Stopped(_signals.received)
+            yield process
+        finally:
+            _terminate(process)
+
+
 def _wait(process, name, command, timeout):
     try:
         if _signals.received is not None:

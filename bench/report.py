@@ -92,6 +92,14 @@ def goals(rows, recorded, frames):
     ]
 
 
+def viewer_goals(rows):
+    """The page of `nuveqcam view` shows the frames before the other viewers do."""
+    others = [row for row in rows if row["viewer"] != "page" and "p50_ratio" in row]
+    return [_goal(f"{key} of the delay above that of the page",
+                  [(row["viewer"], row[f"{key}_ratio"] > 1, f"{row[f'{key}_ratio']:.2f} ({row[f'{key}_span']})")
+                   for row in others]) for key in ("p50", "p99")]
+
+
 def _x264_goals(rows, timed, name):
     candidates = [(own, other, psnr_at(rows, other, own["kilobits"])) for own, other in pairs(rows, name)]
     known = [case for case in candidates if case[2] is not None]

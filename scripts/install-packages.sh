@@ -9,7 +9,7 @@ usage: scripts/install-packages.sh [native | demo | bench | browser | windows]..
 Installs the packages of Debian 12 or 13 that are missing on this machine.
   native    compilers, build tools, test tools and libraries of the Linux build (default)
   demo      build dependencies of the library and of nuveqcam
-  bench     programs and libraries that bench/compare_encoders uses for comparison; requires native too
+  bench     programs and libraries that the comparisons in bench/ use; requires native too
   browser   Chromium and its driver, for the tests of the page of 'nuveqcam view'
   windows   cross compiler, Wine, and other tools for building and testing the Windows library
 USAGE
@@ -34,7 +34,7 @@ native=(
 )
 bench=(
   ca-certificates dpkg-dev ffmpeg gcc gstreamer1.0-plugins-bad gstreamer1.0-plugins-base gstreamer1.0-plugins-ugly
-  gstreamer1.0-tools libopenh264-dev libx264-dev make nasm pkg-config python3
+  gstreamer1.0-tools libopenh264-dev libx264-dev make nasm pkg-config python3 xvfb
 )
 browser=(chromium chromium-driver fonts-dejavu-core python3-pytest python3-selenium)
 windows=(

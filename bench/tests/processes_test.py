@@ -1,4 +1,4 @@
-"""Child processes of bench/compare_encoders are terminated, failures are reported, and figures are converted."""
+"""Child processes of the comparisons are terminated, failures are reported, and figures are converted."""
 
 import os
 import signal
@@ -81,6 +81,14 @@ def test_timeout_terminates_descendants(background, prefix):
         with pytest.raises(BenchError, match=f"sh did not finish within {timeout} s: sh -c"):
             processes.run(["sh", "-c", prefix + background.script], timeout=timeout)
     wait_until(lambda: not background.is_running())
+
+
+def test_end_of_the_context_terminates_descendants(background, tmp_path):
+    log = tmp_path / "log"
+    with processes.background(["sh", "-c", f"echo started; {background.script}"], log=log):
+        wait_until(background.is_running)
+    wait_until(lambda: not background.is_running())
+    assert log.read_text() == "started\n"
 
 
 def test_failure_terminates_descendants(background):
