@@ -1,13 +1,15 @@
-"""The running `nuveqcam view` of bench/compare_viewers: its packets and their arrival times."""
+"""The running `nuveqcam view` of bench/compare_viewers: its packets, their arrival times, and its CPU time."""
 
 import contextlib
 import http.client
 import json
 import struct
 import subprocess
+import sys
 import threading
 import time
 import urllib.request
+from pathlib import Path
 
 import processes
 from processes import BenchError
@@ -16,6 +18,7 @@ from screen import BLOCK_HEIGHT, COLUMNS, ROWS, number_of
 FPS = 30
 HEADER = struct.Struct("<IBBHQQ")
 PACKET = 1
+ENCODER_THREAD = "nuveq-encoder"
 TIMEOUT = 30
 
 
@@ -26,10 +29,23 @@ class Server:
         self.process = process
         self.address = address
 
+    def state(self):
+        return json.loads(self._get("state"))
+
+    def wait_for(self, condition):
+        end = time.monotonic() + TIMEOUT
+        while not condition(state := self.state()):
+            if time.monotonic() > end:
+                raise BenchError(f"the program's state is still {state}")
+            time.sleep(0.05)
+
+    def _get(self, resource):
+        with urllib.request.urlopen(f"{self.address}{resource}", timeout=TIMEOUT) as response:
+            return response.read()
+
     def require_same_clock(self):
         before = time.monotonic()
-        with urllib.request.urlopen(f"{self.address}time", timeout=TIMEOUT) as response:
-            found = int(response.read()) / 1e6
+        found = int(self._get("time")) / 1e6
         if not before - 0.001 <= found <= time.monotonic() + 0.001:
             raise BenchError("the program and this script have different clocks")
 
@@ -45,7 +61,45 @@ def server(program, size):
             raise BenchError(f"{program} did not start")
         running = Server(process, json.loads(line)["address"])
         running.require_same_clock()
+        running.wait_for(lambda state: state["camera"]["phase"] == "open")
         yield running
+
+
+def thread_times(pid):
+    """The CPU time in seconds of the threads of a process, as pairs with their names, by their id."""
+    times = {}
+    for folder in Path(f"/proc/{pid}/task").iterdir():
+        with contextlib.suppress(OSError):  # the thread has ended
+            nanoseconds = int((folder / "schedstat").read_text(encoding="ascii").split()[0])
+            times[int(folder.name)] = (folder / "comm").read_text().strip(), nanoseconds / 1e9
+    return times
+
+
+def cost(before, after, server_thread):
+    """The CPU time of the server's thread relative to that of the encoder's threads."""
+    server = after[server_thread][1] - before[server_thread][1]
+    encoder = sum(seconds - before[thread][1] for thread, (name, seconds) in after.items()
+                  if name == ENCODER_THREAD and thread in before)
+    if encoder <= 0:
+        raise BenchError("the encoder's thread has not run")
+    return server / encoder
+
+
+@contextlib.contextmanager
+def readers(server, count):
+    """Programs that read the page's stream and do nothing with it, in a process of their own."""
+    with processes.background([sys.executable, "-B", Path(__file__).parent / "read_streams.py", server.address, count]):
+        server.wait_for(lambda state: state["viewers"] == count)
+        yield
+
+
+def cost_of_readers(server, count, seconds):
+    """The cost while so many programs read the stream."""
+    with readers(server, count):
+        before = thread_times(server.process.pid)
+        time.sleep(seconds)
+        # The server runs on the main thread.
+        return cost(before, thread_times(server.process.pid), server.process.pid)
 
 
 class Recorder:
@@ -80,8 +134,8 @@ class Recorder:
             raise BenchError(f"the stream ended early: {self._error}")
         numbers = numbers_in(b"".join(payload for _, payload in self._packets))
         if len(numbers) != len(self._packets) or None in numbers:
-            raise BenchError(f"{len(self._packets)} packets have {len(numbers)} pictures, {numbers.count(None)} of them "
-                             "without a number")
+            raise BenchError(f"{len(self._packets)} packets have {len(numbers)} pictures, {numbers.count(None)} of "
+                             "them without a number")
         return {number: arrival for number, (arrival, _) in zip(numbers, self._packets)}
 
 

@@ -10,6 +10,8 @@ _CASE = (("clip", "{}", "clip"), ("size", "{}", "size"), ("encoder", "{}", "enco
 COLUMNS = (*_CASE, ("kbit/s", "{}", "asked"), ("real", "{:.0f}", "kilobits"), *_COST, ("PSNR Y", "{:.2f}", "psnr_y"),
            ("SSIM Y", "{:.4f}", "ssim_y"))
 PACED_COLUMNS = (*_CASE, *_COST)
+# Of the CPU time of the encoder's thread.
+MAX_STREAM_COST = 0.05
 LEGEND = ("CPU time and MiB are those of whole processes, including startup. user, sys, both: CPU time per frame in ms. "
           "ratio: product to this encoder, below 1.00 if the product costs less; median of the ratios of the rounds. "
           "of rounds: minimum and maximum of these ratios.")
@@ -98,6 +100,14 @@ def viewer_goals(rows):
     return [_goal(f"{key} of the delay above that of the page",
                   [(row["viewer"], row[f"{key}_ratio"] > 1, f"{row[f'{key}_ratio']:.2f} ({row[f'{key}_span']})")
                    for row in others]) for key in ("p50", "p99")]
+
+
+def cost_goal(rows, streams):
+    """rows: the medians of the cost by number of streams."""
+    limit = f"{100 * MAX_STREAM_COST:.0f} %"
+    return _goal(f"CPU time of the server's thread for {streams} streams below {limit} of the encoder's",
+                 [(f"{row['streams']} streams", row["cost"] < MAX_STREAM_COST, f"{100 * row['cost']:.1f} %")
+                  for row in rows if row["streams"] == streams])
 
 
 def _x264_goals(rows, timed, name):

@@ -2,11 +2,13 @@
 
 import importlib.machinery
 import importlib.util
+import os
 from pathlib import Path
 from unittest import mock
 
 import pytest
 
+import live
 import report
 import screen
 from processes import BenchError
@@ -94,3 +96,21 @@ def test_goal_is_missed_if_another_viewer_is_as_fast():
     p50, p99 = report.viewer_goals(rows([(20, 30), (20, 20), (90, 60)]))
     assert p50["missed"] == []
     assert p99["missed"] == ["other: 1.00 (0.50-1.50)"]
+
+
+def test_cost_is_the_time_of_the_server_relative_to_the_encoder():
+    before = {7: ("nuveqcam", 1.0), 8: ("nuveq-encoder", 10.0), 9: ("nuveq-capture", 5.0)}
+    after = {7: ("nuveqcam", 1.3), 8: ("nuveq-encoder", 16.0), 9: ("nuveq-capture", 6.0), 10: ("new", 1.0)}
+    assert live.cost(before, after, 7) == pytest.approx(0.05)
+    with pytest.raises(BenchError, match="has not run"):
+        live.cost(before, before, 7)
+
+
+@pytest.mark.parametrize("costs, missed", [([0.03, 0.049, 0.2], []), ([0.02, 0.05, 0.06], ["8 streams: 5.0 %"])])
+def test_goal_of_the_cost_is_about_the_median(costs, missed):
+    assert report.cost_goal(compare.cost_rows({1: [1.0], 8: costs}), 8)["missed"] == missed
+
+
+def test_times_of_threads_are_found():
+    [(_, seconds), *_] = live.thread_times(os.getpid()).values()
+    assert seconds > 0

@@ -8,6 +8,7 @@
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/write.hpp>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <memory>
@@ -500,6 +501,25 @@ TEST(HttpServer, EmptyPartDoesNotEndTheBody) {
   Client client(server);
   client.Send(Get("/"));
   EXPECT_THAT(client.ReceiveAll(), EndsWith("\r\n\r\n"));
+}
+
+TEST(HttpServer, SourcesThatAreReadyTogetherContinueIfOneOfThemFails) {
+  // The second one is too long.
+  const std::array bodies{std::make_shared<ScriptedBody>(), std::make_shared<ScriptedBody>(1),
+                          std::make_shared<ScriptedBody>()};
+  RunningServer server([&](const HttpRequest& request, const HttpReply& reply) {
+    reply(SourceResponse(bodies.at(static_cast<std::size_t>(std::stoi(request.target.substr(1))))));
+  });
+  std::array clients{Client(server), Client(server), Client(server)};
+  for (std::size_t i = 0; i < bodies.size(); ++i) {
+    clients.at(i).Send(Get("/" + std::to_string(i)));
+    ASSERT_TRUE(WaitFor([&] { return bodies.at(i)->HasStarted(); }));
+  }
+  // On the server's thread, so that none continues before all are ready.
+  server.Post([&] { std::ranges::for_each(bodies, [](const auto& body) { body->Add("part"); }); });
+  clients.front().ReceiveThrough("part");
+  clients.back().ReceiveThrough("part");
+  EXPECT_THAT(clients.at(1).ReceiveAll(), EndsWith("\r\n\r\n"));
 }
 
 TEST(HttpServer, ExceptionClosesOnlyItsConnection) {

@@ -1,6 +1,7 @@
 #include <boost/version.hpp>
 
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <ostream>
@@ -21,6 +22,10 @@
 
 namespace nuveqcam {
 namespace {
+
+// For a signal, a change of the camera or a viewer that comes or goes to be noticed. Waking up costs as much
+// as sending two packets, so that it is longer than kPollInterval.
+constexpr std::chrono::milliseconds kTickInterval{50};
 
 void PrintAddress(const CommandContext& context, const std::string& address) {
   context.console.out << (context.options.wantsJson
@@ -75,7 +80,7 @@ void RunView(const CommandContext& context) {
   };
   try {
     server.Run([&](const HttpRequest& request, const HttpReply& reply) { service.Handle(request, reply); },
-               kPollInterval, onTick);
+               kTickInterval, onTick);
   } catch (...) {
     SaveRecording(context, service);
     throw;

@@ -2,11 +2,11 @@
 
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/error.hpp>
+#include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/ip/v6_only.hpp>
 #include <boost/asio/post.hpp>
-#include <boost/asio/steady_timer.hpp>
 #include <boost/beast/http/error.hpp>
 #include <boost/beast/http/message.hpp>
 #include <boost/beast/http/serializer.hpp>
@@ -103,7 +103,12 @@ struct Shared {
   asio::io_context context{1};
   // The oldest first. Their sockets must not outlive the context.
   std::vector<std::shared_ptr<Connection>> connections;
+  // A call of ContinueReady is posted: one for all connections that a packet makes ready.
+  std::atomic<bool> isContinuing = false;
 };
+
+// Lets the connections whose sources are ready continue.
+void ContinueReady(Shared& shared);
 
 class Connection : public std::enable_shared_from_this<Connection> {
  public:
@@ -123,6 +128,13 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void CloseIfExpired(Clock::time_point now) {
     if (now >= m_deadline) {
       Close();
+    }
+  }
+
+  // Its source may have a part.
+  void ContinueIfReady() {
+    if (m_isReady->exchange(false)) {
+      Do({}, [this] { OnReady(); });
     }
   }
 
@@ -275,23 +287,18 @@ class Connection : public std::enable_shared_from_this<Connection> {
     m_serializer->split(m_isHead || m_source);
   }
 
-  // The source may call it often: one posted call at a time suffices.
+  // The source may call it often, and on another thread.
   std::function<void()> ReadyFunction() {
-    return [weak = weak_from_this(), &context = m_shared.context,
-            isPosted = std::make_shared<std::atomic<bool>>(false)] {
-      if (isPosted->exchange(true)) {
+    return [&shared = m_shared, isReady = m_isReady] {
+      *isReady = true;
+      if (shared.isContinuing.exchange(true)) {
         return;
       }
       try {
-        asio::post(context, [weak, isPosted] {
-          *isPosted = false;
-          if (const auto self = weak.lock()) {
-            self->Do({}, [&] { self->OnReady(); });
-          }
-        });
+        asio::post(shared.context, [&shared] { ContinueReady(shared); });
       } catch (...) {
-        // Out of memory: the next call tries again.
-        *isPosted = false;
+        // Out of memory: the next call tries again, for all connections.
+        shared.isContinuing = false;
         throw;
       }
     };
@@ -423,6 +430,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   bool m_isHead = false;
   bool m_isHttp10 = false;
   bool m_isWaiting = false;  // for the source
+  const std::shared_ptr<std::atomic<bool>> m_isReady = std::make_shared<std::atomic<bool>>(false);
   std::shared_ptr<BodySource> m_source;
   std::optional<std::uint64_t> m_remaining;  // of a body of known size
 
@@ -430,6 +438,18 @@ class Connection : public std::enable_shared_from_this<Connection> {
   std::optional<http::response<PartBody>> m_message;
   std::optional<http::response_serializer<PartBody>> m_serializer;
 };
+
+void ContinueReady(Shared& shared) {
+  shared.isContinuing = false;
+  // Without a copy of the list, which could lack memory. A connection that fails leaves it.
+  for (std::size_t i = 0; i < shared.connections.size();) {
+    const std::shared_ptr<Connection> connection = shared.connections[i];
+    connection->ContinueIfReady();
+    if (i < shared.connections.size() && shared.connections[i] == connection) {
+      ++i;
+    }
+  }
+}
 
 tcp::acceptor Listen(asio::io_context& context, const tcp::endpoint& endpoint, error_code& error) {
   tcp::acceptor acceptor(context);
@@ -494,13 +514,16 @@ class HttpServer::Impl {
 
   std::uint16_t Port() const { return m_listeners.front().acceptor.local_endpoint().port(); }
 
-  void Run(HttpHandler handler, std::chrono::milliseconds interval, std::function<bool()> onTick) {
+  void Run(HttpHandler handler, std::chrono::milliseconds interval, const std::function<bool()>& onTick) {
     m_shared.handler = std::move(handler);
-    m_interval = interval;
-    m_onTick = std::move(onTick);
     try {
-      Tick();
-      m_shared.context.run();
+      // Waiting up to a time costs less than a timer, which Asio sets twice for each tick.
+      const auto work = asio::make_work_guard(m_shared.context);
+      while (onTick()) {
+        AcceptOnAll();
+        CloseExpired();
+        m_shared.context.run_for(interval);
+      }
     } catch (...) {
       CloseAll();
       throw;
@@ -516,24 +539,13 @@ class HttpServer::Impl {
     bool isAccepting = false;
   };
 
-  void Tick() {
-    if (!m_onTick()) {
-      m_shared.context.stop();
-      return;
-    }
+  void AcceptOnAll() {
     for (Listener& listener : m_listeners) {
       // Accepting stops after an error, for example a lack of descriptors.
       if (!listener.isAccepting) {
         Accept(listener);
       }
     }
-    CloseExpired();
-    m_timer.expires_after(m_interval);
-    m_timer.async_wait([this](const error_code& error) {
-      if (!error && !m_isEnding) {
-        Tick();
-      }
-    });
   }
 
   void CloseExpired() const {
@@ -588,8 +600,6 @@ class HttpServer::Impl {
   }
 
   void CloseAll() {
-    m_isEnding = true;
-    m_timer.cancel();
     for (Listener& listener : m_listeners) {
       error_code ignored;
       listener.acceptor.close(ignored);
@@ -602,11 +612,7 @@ class HttpServer::Impl {
   }
 
   Shared m_shared;
-  asio::steady_timer m_timer{m_shared.context};
   std::vector<Listener> m_listeners;
-  std::chrono::milliseconds m_interval{0};
-  std::function<bool()> m_onTick;
-  bool m_isEnding = false;
 };
 
 HttpServer::HttpServer(std::uint16_t port, const std::vector<HttpField>& fields, const HttpLimits& limits)
@@ -616,8 +622,9 @@ HttpServer::~HttpServer() = default;
 
 std::uint16_t HttpServer::Port() const { return m_impl->Port(); }
 
-void HttpServer::Run(HttpHandler handler, std::chrono::milliseconds interval, std::function<bool()> onTick) {
-  m_impl->Run(std::move(handler), interval, std::move(onTick));
+void HttpServer::Run(HttpHandler handler, std::chrono::milliseconds interval,
+                     const std::function<bool()>& onTick) {
+  m_impl->Run(std::move(handler), interval, onTick);
 }
 
 void HttpServer::Post(std::function<void()> task) { m_impl->Post(std::move(task)); }

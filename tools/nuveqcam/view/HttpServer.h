@@ -45,7 +45,7 @@ class HttpServer {
 
   // Answers requests until `onTick`, which is called once in each interval, returns false. Then closes all
   // connections. An exception of `onTick` or of a posted task does so, too, and is passed on.
-  void Run(HttpHandler handler, std::chrono::milliseconds interval, std::function<bool()> onTick);
+  void Run(HttpHandler handler, std::chrono::milliseconds interval, const std::function<bool()>& onTick);
   // Calls the task on the thread of Run, or never if Run has returned. Thread-safe.
   void Post(std::function<void()> task);
 

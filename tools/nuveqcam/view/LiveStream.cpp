@@ -55,7 +55,6 @@ void LiveStream::Subscription::Add(const LivePacketPtr& packet, Clock::time_poin
   if (!m_needsKeyFrame) {
     m_entries.push_back({packet, now});
     m_bytes += packet->packet.bytes.size();
-    m_onPacket();
   }
 }
 
@@ -110,6 +109,12 @@ void LiveStream::Publish(Packet packet) {
   const auto now = Clock::now();
   for (Subscription* const subscription : m_subscriptions) {
     subscription->Add(live, now);
+  }
+  // Not before all have it, since they continue at once and need the mutex.
+  for (const Subscription* const subscription : m_subscriptions) {
+    if (!subscription->m_entries.empty()) {
+      subscription->m_onPacket();
+    }
   }
   for (LiveReceiver* const receiver : m_receivers) {
     receiver->OnPacket(live);
