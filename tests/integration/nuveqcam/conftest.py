@@ -3,9 +3,10 @@ from pathlib import Path
 
 import pytest
 
-pytest.register_assert_rewrite("nuveqcam_tool", "pictures", "probe_reports", "view_client")
+pytest.register_assert_rewrite("nuveqcam_tool", "pictures", "probe_reports", "view_browser", "view_client")
 
 from nuveqcam_tool import IS_WINDOWS, Tool, use_pc  # noqa: E402
+from view_browser import Browser, Chromium  # noqa: E402
 from view_client import View  # noqa: E402
 
 
@@ -50,3 +51,24 @@ def start_server(tool):
     yield start
     for view in views:
         view.close()
+
+
+@pytest.fixture(scope="module")
+def chromium():
+    """The browser program, which runs on the build machine."""
+    with tempfile.TemporaryDirectory(prefix="nuveq-test-", ignore_cleanup_errors=True) as downloads:
+        chromium = Chromium(Path(downloads))
+        yield chromium
+        chromium.quit()
+
+
+@pytest.fixture
+def make_browser(chromium):
+    """A function that opens a window, or a tab, of the browser."""
+    yield lambda kind="window": Browser(chromium, kind)
+    chromium.clear()
+
+
+@pytest.fixture
+def browser(make_browser):
+    return make_browser()

@@ -7,17 +7,14 @@ Environment, optional:
 import os
 import re
 import signal
-import tempfile
 from pathlib import Path
 
 import pytest
 
-pytest.register_assert_rewrite("view_browser")
-
-from nuveqcam_tool import wait_until  # noqa: E402
-from pictures import check_corners, frame_number, pictures, size_of  # noqa: E402
-from view_browser import Browser, Chromium, number_in  # noqa: E402
-from view_client import PACKET, make_noise  # noqa: E402
+from nuveqcam_tool import wait_until
+from pictures import check_corners, frame_number, pictures, size_of
+from view_browser import number_in
+from view_client import PACKET, make_noise
 
 # A library that removes the simulated PC's camera while a file exists.
 CAMERA_SWITCH = os.environ["CAMERA_SWITCH"]
@@ -66,25 +63,6 @@ FAST_CLOCK = """
 const {now} = performance;
 performance.now = () => 5 * now.call(performance);
 """
-
-
-@pytest.fixture(scope="module")
-def chromium():
-    with tempfile.TemporaryDirectory(prefix="nuveq-test-", ignore_cleanup_errors=True) as downloads:
-        chromium = Chromium(Path(downloads))
-        yield chromium
-        chromium.quit()
-
-
-@pytest.fixture
-def make_browser(chromium):
-    yield lambda kind="window": Browser(chromium, kind)
-    chromium.clear()
-
-
-@pytest.fixture
-def browser(make_browser):
-    return make_browser()
 
 
 @pytest.fixture
