@@ -27,6 +27,8 @@ VIEWERS = 8
 WARM_UP = 0.2
 # Between the viewers' comings and goings, so that the resources of the remaining ones can be counted.
 ROUND = 20
+# Shorter runs may not have time for everything.
+MIN_CONTROLLED = 60
 # What the server says about requests that come at a bad moment.
 REFUSED = {"snapshot.png": {503}, "recording.mp4": {404}, "record": {409, 500}, "camera": set(), "state": set(),
            "time": set(), "": set()}
@@ -280,7 +282,8 @@ def soak(scratch):
             print(f"soak: {time.monotonic() - begin:.0f} s: {last}", flush=True)
         print(f"soak: {counts}")
         check_growth(first, last)
-        for name in (*STREAMS, "packets", "request: camera", "request: snapshot.png", "request: record"):
+        controls = ["request: camera", "request: snapshot.png", "request: record", "recordings"]
+        for name in (*STREAMS, "packets", *(controls if chosen.seconds >= MIN_CONTROLLED else [])):
             assert counts[name] > 0, f"nothing was tested: {name}"
         check_end(view)
     except BaseException:
