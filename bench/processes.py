@@ -12,6 +12,7 @@ from pathlib import Path
 # Default timeout of a program, and time between SIGTERM and SIGKILL, in seconds.
 TIMEOUT = 900
 TERMINATION_TIMEOUT = 5
+_AUTOGROUP = Path("/proc/self/autogroup")
 
 
 class BenchError(Exception):
@@ -112,9 +113,27 @@ def background(command, log=None, **options):
         try:
             if _signals.received is not None:
                 raise Stopped(_signals.received)
+            _inherit_autogroup(process)
             yield process
         finally:
             _terminate(process)
+
+
+def raise_autogroup():
+    """Gives this session, and those of programs that run in the background, precedence over others. A nice value has an
+    effect only within a session."""
+    try:
+        _AUTOGROUP.write_text("-15", encoding="ascii")
+    except OSError as error:
+        raise BenchError(f"the priority cannot be raised: {error}") from error
+
+
+def _inherit_autogroup(process):
+    """The session of a new process begins with the nice value 0."""
+    with contextlib.suppress(OSError):  # the kernel has no autogroups, or the process has ended
+        nice = _AUTOGROUP.read_text(encoding="ascii").split()[-1]
+        if nice != "0":
+            Path(f"/proc/{process.pid}/autogroup").write_text(nice, encoding="ascii")
 
 
 def _wait(process, name, command, timeout):
