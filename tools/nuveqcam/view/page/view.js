@@ -654,7 +654,10 @@ const RECORDING_LOCK = 'recording';
 const RECORDING_LOCK_MS = 5000;
 // Browsers open six connections to a server. A stream occupies one, and the other requests need one, too.
 const MAX_STREAMS = 4;
-const MAX_VIDEO_DELAY_S = 3;
+// A video that is later than the first plays faster; one that is later than the second continues at its end.
+const VIDEO_DELAY_S = 3;
+const MAX_VIDEO_DELAY_S = 10;
+const VIDEO_CATCH_UP_RATE = 1.25;
 const PROBLEM_ENDED = {
   title: 'nuveqcam has ended',
   text: 'Run "nuveqcam view" again and open the address that it prints. If nuveqcam still runs, and only the ' +
@@ -887,12 +890,15 @@ async function playVideo(signal) {
   }
 }
 
-// Keeps a video near its end, because its delay would otherwise grow with each interruption.
+// Keeps a video near its end, because its delay would otherwise grow with each interruption. A seek is the last resort:
+// Firefox then waits for seconds of the video before it continues.
 function followVideo(video) {
   const end = video.buffered.length === 0 ? 0 : video.buffered.end(video.buffered.length - 1);
-  if (end - video.currentTime > MAX_VIDEO_DELAY_S) {
-    video.currentTime = end;
+  const delay = end - video.currentTime;
+  if (delay > MAX_VIDEO_DELAY_S) {
+    video.currentTime = end - VIDEO_DELAY_S;
   }
+  video.playbackRate = delay > VIDEO_DELAY_S ? VIDEO_CATCH_UP_RATE : 1;
   figures.replaced = video.getVideoPlaybackQuality().droppedVideoFrames;
 }
 
