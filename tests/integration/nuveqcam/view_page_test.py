@@ -242,7 +242,16 @@ def test_recordings_by_button_and_key_have_every_frame_from_a_key_frame_to_the_e
         file.unlink()
 
 
-def test_recording_is_downloaded_once_by_the_tab_that_stops_it_or_when_it_ends_by_itself(start_server, make_browser):
+def check_nothing_is_downloaded(browser):
+    """Checks that the tab does not download the recording that it has not stopped."""
+    # Another action is done after the end of the recording.
+    browser.wait_for_text("record", "Record")
+    browser.press("s")
+    browser.downloaded(".png").unlink()
+    assert [*browser.downloads.iterdir()] == []
+
+
+def test_recording_is_downloaded_once_by_who_stops_it_or_when_it_ends_by_itself(start_server, make_browser):
     view = start_server()
     starter, other = make_browser(), make_browser()
     for browser in (starter, other):
@@ -255,11 +264,13 @@ def test_recording_is_downloaded_once_by_the_tab_that_stops_it_or_when_it_ends_b
     other.wait_for_text("action-notice", "Recorded ")
     other.downloaded(".mp4").unlink()
     other.close()
-    # Another action of the first tab is done after the end of the recording.
-    starter.wait_for_text("record", "Record")
-    starter.press("s")
-    starter.downloaded(".png").unlink()
-    assert [*starter.downloads.iterdir()] == []
+    check_nothing_is_downloaded(starter)
+
+    starter.press("r")
+    wait_until_recorded(starter)
+    # Another program, which downloads it.
+    assert view.post("record", {"record": False}).status == 200
+    check_nothing_is_downloaded(starter)
 
     starter.press("r")
     wait_until_recorded(starter)

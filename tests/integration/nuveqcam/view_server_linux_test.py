@@ -205,7 +205,7 @@ def test_camera_is_open_while_there_are_viewers(start_server):
     assert set(state) == {"camera", "measured", "recording", "viewers", "skipped", "version"}
     assert set(state["camera"]) == {"phase", "name", "error", "conclusion", "advice", "sizes", "rates", "width",
                                     "height", "fps"}
-    assert set(state["recording"]) == {"running", "frames", "seconds", "bytes", "error", "file"}
+    assert set(state["recording"]) == {"running", "stopped", "frames", "seconds", "bytes", "error", "file"}
     head = view.connect()
     head.request("stream.mp4", method="HEAD")
     assert head.read_head().fields["content-type"] == "video/mp4"

@@ -28,14 +28,15 @@ TEST(ViewApi, StateHasTheDocumentedMembers) {
   state.skippedFrames = 3;
   EXPECT_THAT(
       StateJson(state),
-      StartsWith(R"({"camera":{"phase":"open","name":"Camera \u00e4","error":"\ufffd",)"
-                 R"("conclusion":"Offered camera",)"
-                 R"("advice":["one","two"],"sizes":[{"width":640,"height":480},{"width":1280,"height":720}],)"
-                 R"("rates":[30,29.97],"width":640,"height":480,"fps":30},)"
-                 R"("measured":{"delivered":14.5,"promised":30,)"
-                 R"("findings":[{"finding":"tooSlow","text":"slow","advice":"light"}]},)"
-                 R"("recording":{"running":true,"frames":7,"seconds":0.5,"bytes":8,"error":"","file":null},)"
-                 R"("viewers":2,"skipped":3,"version":")"));
+      StartsWith(
+          R"({"camera":{"phase":"open","name":"Camera \u00e4","error":"\ufffd",)"
+          R"("conclusion":"Offered camera",)"
+          R"("advice":["one","two"],"sizes":[{"width":640,"height":480},{"width":1280,"height":720}],)"
+          R"("rates":[30,29.97],"width":640,"height":480,"fps":30},)"
+          R"("measured":{"delivered":14.5,"promised":30,)"
+          R"("findings":[{"finding":"tooSlow","text":"slow","advice":"light"}]},)"
+          R"("recording":{"running":true,"stopped":false,"frames":7,"seconds":0.5,"bytes":8,"error":"","file":null},)"
+          R"("viewers":2,"skipped":3,"version":")"));
 }
 
 TEST(ViewApi, StateWithoutARequestHasNoSize) {

@@ -514,13 +514,13 @@ TEST_F(Service, RecordingIsDownloaded) {
   StartRecording();
   EXPECT_EQ(recordedFps, 15);
   EXPECT_THAT(wanted, ElementsAre(true));
-  EXPECT_THAT(Get("state").body, HasSubstr(R"("recording":{"running":true)"));
+  EXPECT_THAT(Get("state").body, HasSubstr(R"("recording":{"running":true,"stopped":false)"));
   EXPECT_EQ(Get("recording.mp4").status, 404);
   EXPECT_EQ(Post("record", R"({"record":true})").status, 409);
 
   const Received finished = Post("record", R"({"record":false})");
   EXPECT_EQ(finished.status, 200);
-  EXPECT_THAT(finished.body, HasSubstr(R"("running":false,"frames":1,)"));
+  EXPECT_THAT(finished.body, HasSubstr(R"("running":false,"stopped":true,"frames":1,)"));
   EXPECT_THAT(finished.body, HasSubstr(R"("file":"recording.mp4")"));
   EXPECT_THAT(wanted, ElementsAre(true, false));
 
@@ -544,7 +544,9 @@ TEST_F(Service, RecordingThatEndsOnItsOwnCanBeDownloaded) {
   }));
   EXPECT_EQ(Get("recording.mp4").status, 200);
   // The page may have asked for the end at the same time.
-  EXPECT_EQ(Post("record", R"({"record":false})").status, 200);
+  const Received finished = Post("record", R"({"record":false})");
+  EXPECT_EQ(finished.status, 200);
+  EXPECT_THAT(finished.body, HasSubstr(R"("stopped":false)"));
 }
 
 TEST_F(Service, NextRecordingReplacesTheFile) {

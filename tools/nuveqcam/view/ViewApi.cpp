@@ -64,6 +64,7 @@ Json MeasuredToJson(const RunningRate& measured) {
 
 Json RecordingToJson(const RecordingState& recording) {
   return Json::object({{"running", recording.isRunning},
+                       {"stopped", recording.isStopped},
                        {"frames", recording.frames},
                        {"seconds", recording.seconds},
                        {"bytes", recording.bytes},

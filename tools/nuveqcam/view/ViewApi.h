@@ -25,7 +25,8 @@
 //   measured   delivered (frames per second in the last five seconds; null: not known yet), promised (frames
 //              per second; null like delivered), findings (list of {finding, text, advice} about the rate:
 //              word and texts of `probe`)
-//   recording  running, frames, seconds, bytes, error (empty: none), file (name of the path; null: none)
+//   recording  running, stopped (by a request, whose sender downloads it; false: it has ended by itself),
+//              frames, seconds, bytes, error (empty: none), file (name of the path; null: none)
 //   viewers    number of streams that are open
 //   skipped    frames that this viewer missed because it was slow
 //   version    of the program
@@ -45,6 +46,7 @@ namespace nuveqcam {
 
 struct RecordingState {
   bool isRunning = false;
+  bool isStopped = false;  // by a request; false: it is running or has ended by itself
   std::uint64_t frames = 0;
   std::uint64_t bytes = 0;
   double seconds = 0;

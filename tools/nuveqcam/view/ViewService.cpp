@@ -367,6 +367,7 @@ void ViewService::Record(const HttpRequest& request, const HttpReply& reply) {
   } else {
     m_finishReplies.push_back(reply);
     if (m_recordingPhase == RecordingPhase::kRunning) {
+      m_isRecordingStopped = m_recording->Current().isRunning;
       FinishRecording();
     } else if (m_recordingPhase == RecordingPhase::kFinished) {
       OnRecordingFinished(m_recordingError);
@@ -392,6 +393,7 @@ void ViewService::StartRecording(const HttpReply& reply) {
   // An earlier recording is removed, once it is no longer being downloaded.
   m_recording.reset();
   m_recordingError.clear();
+  m_isRecordingStopped = false;
   m_downloadName = DownloadName();
   SetRecordingPhase(RecordingPhase::kStarting);
   const std::uint32_t fps = camera.request ? camera.request->fps : kDefaultFps;
@@ -464,6 +466,7 @@ RecordingState ViewService::CurrentRecording() const {
   if (m_recording) {
     const ViewRecording::Stats stats = m_recording->Current();
     state.isRunning = m_recordingPhase == RecordingPhase::kRunning && stats.isRunning;
+    state.isStopped = m_isRecordingStopped;
     state.frames = stats.frames;
     state.bytes = stats.bytes;
     state.seconds = stats.seconds;

@@ -110,6 +110,7 @@ class ViewService {
 
   RecordingPhase m_recordingPhase = RecordingPhase::kNone;
   std::shared_ptr<ViewRecording> m_recording;  // null: none, or being started
+  bool m_isRecordingStopped = false;           // by a request
   std::string m_recordingError;                // of starting or finishing it
   std::string m_downloadName;
   std::vector<HttpReply> m_finishReplies;

@@ -649,9 +649,6 @@ const NOTICE_MS = 15000;
 const CHOICE_MS = 5000;
 // An arrow key on a closed list chooses each option on the way, and each one would reopen the camera.
 const CHOICE_DELAY_MS = 500;
-// Held by the tab that completes and downloads a recording. The other tabs know of its end within this time.
-const RECORDING_LOCK = 'recording';
-const RECORDING_LOCK_MS = 5000;
 // Browsers open six connections to a server. A stream occupies one, and the other requests need one, too.
 const MAX_STREAMS = 4;
 // A video that is later than the first plays faster; one that is later than the second continues at its end.
@@ -774,8 +771,11 @@ function onState(state) {
   if (recording !== undefined && recording.running !== state.recording.running) {
     setText(byId('recording-change'), `The recording has ${state.recording.running ? 'begun' : 'ended'}.`);
     if (!state.recording.running && page.isRecordingOwn && !page.isStopping) {
-      // It has ended by itself, for example because the size has changed, or another page has stopped it.
-      act(saveEndedRecording);
+      page.isRecordingOwn = false;
+      // Otherwise it has ended by itself, for example because the size has changed.
+      if (!state.recording.stopped) {
+        act(stopRecording);
+      }
     }
   }
   render();
@@ -1060,30 +1060,10 @@ function takeSnapshot() {
   });
 }
 
-// Tells the other tabs that this one completes the recording.
-function claimRecording() {
-  return new Promise((resolve) => {
-    if (!navigator.locks) {
-      resolve();
-      return;
-    }
-    navigator.locks.request(RECORDING_LOCK, { steal: true }, () => {
-      resolve();
-      return sleep(RECORDING_LOCK_MS);
-    }).catch(resolve);  // stolen by another tab
-  });
-}
-
-async function isRecordingClaimed() {
-  const locks = await navigator.locks?.query();
-  return locks?.held.some(({ name }) => name === RECORDING_LOCK) ?? false;
-}
-
 // Completes the recording and downloads it.
 async function stopRecording() {
   page.isStopping = true;
   try {
-    await claimRecording();
     const { file, frames, seconds } = await (await post('record', { record: false })).json();
     const link = document.createElement('a');
     link.download = '';  // the server's response has the name
@@ -1094,12 +1074,6 @@ async function stopRecording() {
     page.isRecordingOwn = false;
     page.isStopping = false;
   }
-}
-
-// Downloads the recording of this page, unless another tab has ended it and downloads it.
-async function saveEndedRecording() {
-  page.isRecordingOwn = false;
-  return await isRecordingClaimed() ? '' : stopRecording();
 }
 
 async function startRecording() {
