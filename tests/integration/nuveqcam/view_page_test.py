@@ -11,7 +11,7 @@ from pathlib import Path
 
 import pytest
 
-from nuveqcam_tool import wait_until
+from nuveqcam_tool import FAKE_LIBRARY, fake_camera, wait_until
 from pictures import check_corners, frame_number, pictures, size_of
 from view_browser import number_in
 from view_client import PACKET, make_noise
@@ -276,6 +276,15 @@ def test_recording_is_downloaded_once_by_who_stops_it_or_when_it_ends_by_itself(
     wait_until_recorded(starter)
     starter.choose("size", "640x480")
     check_consecutive(starter.downloaded(".mp4"))
+
+
+def test_page_says_why_the_size_is_not_the_default_one(start_server, browser):
+    view = start_server("--library", FAKE_LIBRARY, size=[],
+                        env=fake_camera("rates=30 160x120@30 320x240@30 480x360@10"))
+    browser.open(view.address)
+    browser.wait_for_text("camera-notice", "480x360 delivers only about")
+    browser.choose("size", "160x120")
+    wait_until(lambda: browser.value("size") == "160x120" and not browser.element("camera-notice").is_displayed())
 
 
 def test_recording_that_cannot_be_written_is_explained_once(start_server, browser, scratch):

@@ -203,8 +203,8 @@ def test_camera_is_open_while_there_are_viewers(start_server):
     view = start_server()
     state = view.state()
     assert set(state) == {"camera", "measured", "recording", "viewers", "skipped", "version"}
-    assert set(state["camera"]) == {"phase", "name", "error", "conclusion", "advice", "sizes", "rates", "width",
-                                    "height", "fps"}
+    assert set(state["camera"]) == {"phase", "name", "error", "notice", "conclusion", "advice", "sizes", "rates",
+                                    "width", "height", "fps"}
     assert set(state["recording"]) == {"running", "stopped", "frames", "seconds", "bytes", "error", "file"}
     head = view.connect()
     head.request("stream.mp4", method="HEAD")
@@ -275,6 +275,7 @@ def test_default_size_is_judged_once_and_before_it_is_shown(start_server, scratc
     log = scratch / "opens"
     view = start_server("--library", FAKE_LIBRARY, size=[],
                         env=fake_camera(f"rates=30 160x120@30 320x240@30 480x360@10 log={log}"))
+    notices = []
     for first in (True, False):
         connection = view.open("stream")
         packet = connection.packet()
@@ -283,11 +284,13 @@ def test_default_size_is_judged_once_and_before_it_is_shown(start_server, scratc
         assert (packet.number == 0) == first
         camera = view.state()["camera"]
         assert (camera["width"], camera["height"], camera["error"]) == (320, 240, "")
+        notices.append(camera["notice"])
         connection.close()
         view.wait_for_state(lambda state: state["camera"]["phase"] == "closed")
     _, err = view.stop()
     assert log.read_text().splitlines() == ["480x360 30", "320x240 30", "320x240 30"]
     assert re.fullmatch(r"nuveqcam: 480x360 delivers only about \d+ of 30 .*; using 320x240 .*\n", err)
+    assert {f"nuveqcam: {notice}\n" for notice in notices} == {err}
 
 
 # --- Control ---

@@ -18,6 +18,7 @@ TEST(ViewApi, StateHasTheDocumentedMembers) {
   state.camera.conclusion = "Offered camera";
   state.camera.advice = {"one", "two"};
   state.camera.error = "\xff";
+  state.camera.notice = "slow";
   state.camera.capabilities.sizes = {{640, 480}, {1280, 720}};
   state.camera.capabilities.rates = {30000, 29970};
   state.camera.request = CameraRequest{"0", {640, 480}, 30};
@@ -29,7 +30,7 @@ TEST(ViewApi, StateHasTheDocumentedMembers) {
   EXPECT_THAT(
       StateJson(state),
       StartsWith(
-          R"({"camera":{"phase":"open","name":"Camera \u00e4","error":"\ufffd",)"
+          R"({"camera":{"phase":"open","name":"Camera \u00e4","error":"\ufffd","notice":"slow",)"
           R"("conclusion":"Offered camera",)"
           R"("advice":["one","two"],"sizes":[{"width":640,"height":480},{"width":1280,"height":720}],)"
           R"("rates":[30,29.97],"width":640,"height":480,"fps":30},)"

@@ -69,8 +69,9 @@ void StartedCamera::Search(const CameraPlan& plan, const std::function<bool()>& 
     }
   }
   m_isBestSize = true;
-  if (const std::string text = search.Message(); !text.empty()) {
-    m_context.console.err << "nuveqcam: " + text << std::endl;
+  m_sizeMessage = search.Message();
+  if (!m_sizeMessage.empty()) {
+    m_context.console.err << "nuveqcam: " + m_sizeMessage << std::endl;
   }
 }
 

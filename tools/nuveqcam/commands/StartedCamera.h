@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <memory>
+#include <string>
 
 #include "commands/Commands.h"
 
@@ -30,6 +31,8 @@ class StartedCamera {
   const CameraRequest& Request() const { return m_request; }
   // False if the judgement was stopped before the best size was found.
   bool IsBestSize() const { return m_isBestSize; }
+  // What was reported about the size: human-readable. Empty: it is the first one of the plan.
+  const std::string& SizeMessage() const { return m_sizeMessage; }
   // The times of the open request and of its return.
   Clock::time_point RequestedAt() const { return m_requestedAt; }
   Clock::time_point OpenedAt() const { return m_openedAt; }
@@ -45,6 +48,7 @@ class StartedCamera {
   std::unique_ptr<OpenCamera> m_open;
   CameraRequest m_request;
   bool m_isBestSize = false;
+  std::string m_sizeMessage;
   Clock::time_point m_requestedAt;
   Clock::time_point m_openedAt;
 };

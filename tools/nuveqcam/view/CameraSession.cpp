@@ -279,7 +279,8 @@ CameraSession::SessionEnd CameraSession::RunSession() {
   StartedCamera camera(m_context, m_defaultPlan.value_or(PlanOnly(*m_request)),
                        [this] { return IsInterrupted(); });
   m_request = camera.Request();
-  if (camera.IsBestSize()) {
+  if (camera.IsBestSize() && m_defaultPlan) {
+    m_sizeNotice = camera.SizeMessage();
     m_defaultPlan.reset();
   }
   const SessionEnd end = Forward(camera);
@@ -341,6 +342,7 @@ void CameraSession::NoteFirstPacket() {
     state.phase = CameraPhase::kOpen;
     state.request = m_request;
     state.error = m_changeError;
+    state.notice = m_sizeNotice;
   });
 }
 
@@ -355,9 +357,11 @@ bool CameraSession::TakeChange() {
     return false;
   }
   m_defaultPlan.reset();
+  m_sizeNotice.clear();
   if (m_request && m_request->size == change->size && m_request->fps == change->fps) {
     m_changeError.clear();
     Update([](CameraState& state) {
+      state.notice.clear();
       if (state.phase != CameraPhase::kFailed) {
         state.error.clear();
       }

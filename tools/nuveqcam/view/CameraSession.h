@@ -29,6 +29,8 @@ struct CameraState {
   // Why the camera cannot be opened (kFailed), or why the last change of size and rate failed although the
   // earlier picture is shown (kOpen): human-readable, with the next step. Empty: no error.
   std::string error;
+  // Why the size is not the default one, which is too slow: human-readable. Empty: it is, or was chosen.
+  std::string notice;
   // Human-readable: the camera's name and why the library selected it, or why there is none (the words of
   // doctor).
   std::string cameraName;
@@ -124,6 +126,7 @@ class CameraSession {
   std::optional<CameraRequest> m_workingRequest;  // the latest one with which packets have arrived
   bool m_isChanging = false;                      // m_request is a change that has not succeeded yet
   std::string m_changeError;                      // of the latest change
+  std::string m_sizeNotice;                       // about the default size
   std::string m_lossError;  // why the latest session ended early; empty while packets arrive
   std::optional<SearchResult> m_searchResult;
 

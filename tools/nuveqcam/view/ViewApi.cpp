@@ -41,6 +41,7 @@ Json CameraToJson(const CameraState& camera) {
   return Json::object({{"phase", NameOf(camera.phase)},
                        {"name", camera.cameraName},
                        {"error", camera.error},
+                       {"notice", camera.notice},
                        {"conclusion", camera.conclusion},
                        {"advice", camera.advice},
                        {"sizes", sizes},

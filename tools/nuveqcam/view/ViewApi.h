@@ -19,9 +19,9 @@
 // {"error": "human-readable text"}; a request without the token gets 404 without a body.
 //
 // The state:
-//   camera     phase ("closed", "opening", "open", "failed"), name, error (empty: none), conclusion, advice
-//              (list of texts), sizes (list of {width, height}), rates (list of frames per second), width,
-//              height, fps (of the request; null before the first one)
+//   camera     phase ("closed", "opening", "open", "failed"), name, error and notice (texts; empty:
+//              none), conclusion, advice (list of texts), sizes (list of {width, height}), rates (list of
+//              frames per second), width, height, fps (of the request; null before the first one)
 //   measured   delivered (frames per second in the last five seconds; null: not known yet), promised (frames
 //              per second; null like delivered), findings (list of {finding, text, advice} about the rate:
 //              word and texts of `probe`)

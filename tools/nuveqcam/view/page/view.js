@@ -1183,6 +1183,7 @@ function render() {
   renderProblem(currentProblem());
   renderMeasured(camera, isUsable ? state.measured : undefined);
   setMessage(byId('camera-error'), isUsable ? camera.error : '');
+  setMessage(byId('camera-notice'), isUsable ? camera.notice : '');
   if (state !== null) {
     // While the camera opens or has failed, another size may be chosen.
     renderFormat(state.camera, page.isConnected);
