@@ -6,17 +6,12 @@
 namespace bench {
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 using ReferenceTime = std::chrono::duration<REFERENCE_TIME, std::ratio<1, 10'000'000>>;
 
 }  // namespace
 
-FileCamera::FileCamera(std::string path, const graph::VideoFormat& format, FilePace pace)
-    : m_path(std::move(path)),
-      m_format(format),
-      m_pace(pace),
-      m_picture(std::size_t{format.width} * format.height * 2) {}
+FileCamera::FileCamera(std::string path, const graph::VideoFormat& format)
+    : m_path(std::move(path)), m_format(format), m_picture(std::size_t{format.width} * format.height * 2) {}
 
 HRESULT FileCamera::ListFormats(std::vector<graph::VideoFormat>& formats) {
   formats = {m_format};
@@ -41,19 +36,9 @@ HRESULT FileCamera::Start() {
     return com::kDeviceIoError;
   }
   m_number = 0;
-  m_start = Clock::now();
   const std::lock_guard lock(m_mutex);
   m_isInterrupted = false;
   return S_OK;
-}
-
-graph::CaptureSource::Deadline FileCamera::Due() const {
-  if (!m_file) {
-    return Deadline::max();
-  }
-  const auto elapsed = ReferenceTime(m_format.interval) * m_number;
-  return m_pace == FilePace::kFrameRate ? m_start + std::chrono::duration_cast<Clock::duration>(elapsed)
-                                        : m_start;
 }
 
 graph::CaptureResult FileCamera::Next(Deadline deadline, graph::CapturedFrame& frame) {
@@ -62,14 +47,10 @@ graph::CaptureResult FileCamera::Next(Deadline deadline, graph::CapturedFrame& f
     if (m_isInterrupted) {
       return graph::CaptureResult::kInterrupted;
     }
-    const Deadline due = Due();
-    if (due > Clock::now()) {
-      if (m_interrupted.wait_until(lock, std::min(due, deadline), [this] { return m_isInterrupted; })) {
-        return graph::CaptureResult::kInterrupted;
-      }
-      if (due > deadline) {
-        return graph::CaptureResult::kTimeout;
-      }
+    // After the last frame.
+    if (!m_file) {
+      m_interrupted.wait_until(lock, deadline, [this] { return m_isInterrupted; });
+      return m_isInterrupted ? graph::CaptureResult::kInterrupted : graph::CaptureResult::kTimeout;
     }
   }
   if (!m_file.read(m_picture.data(), static_cast<std::streamsize>(m_picture.size()))) {
@@ -97,9 +78,8 @@ void FileCamera::Interrupt() {
 std::vector<devices::CaptureDevice> FileDeviceProvider::CaptureDevices() {
   return {{R"(@device:pnp:\\?\usb#vid_04f2&pid_b6be&mi_00#file-1.5&0000)"
            R"(#{65e8773d-8f56-11d0-a3b9-00a0c9223196}\video-index0)",
-           "File Camera", m_path, "", [path = m_path, format = m_format, pace = m_pace] {
-             return std::make_unique<FileCamera>(path, format, pace);
-           }}};
+           "File Camera", m_path, "",
+           [path = m_path, format = m_format] { return std::make_unique<FileCamera>(path, format); }}};
 }
 
 std::vector<devices::UsbDevice> FileDeviceProvider::UsbDevices() {

@@ -1,4 +1,4 @@
-// A built-in camera that delivers the frames of a raw YUY2 file once.
+// A built-in camera that delivers the frames of a raw YUY2 file once, as fast as they are consumed.
 #pragma once
 
 #include <chrono>
@@ -13,14 +13,9 @@
 
 namespace bench {
 
-enum class FilePace {
-  kUnpaced,    // as fast as frames are consumed
-  kFrameRate,  // at the frame rate of the format
-};
-
 class FileCamera final : public graph::CaptureSource {
  public:
-  FileCamera(std::string path, const graph::VideoFormat& format, FilePace pace);
+  FileCamera(std::string path, const graph::VideoFormat& format);
 
   HRESULT ListFormats(std::vector<graph::VideoFormat>& formats) override;
   HRESULT SetFormat(graph::VideoFormat& format) override;
@@ -32,13 +27,8 @@ class FileCamera final : public graph::CaptureSource {
   void Interrupt() override;
 
  private:
-  // The time at which the next frame is due.
-  Deadline Due() const;
-
   const std::string m_path;
   const graph::VideoFormat m_format;
-  const FilePace m_pace;
-  Deadline m_start;
   std::ifstream m_file;
   std::vector<char> m_picture;  // one frame; read, not mapped, like the programs it is compared with
   std::uint64_t m_number = 0;
@@ -49,8 +39,8 @@ class FileCamera final : public graph::CaptureSource {
 
 class FileDeviceProvider final : public devices::DeviceProvider {
  public:
-  FileDeviceProvider(std::string path, const graph::VideoFormat& format, FilePace pace)
-      : m_path(std::move(path)), m_format(format), m_pace(pace) {}
+  FileDeviceProvider(std::string path, const graph::VideoFormat& format)
+      : m_path(std::move(path)), m_format(format) {}
 
   std::vector<devices::CaptureDevice> CaptureDevices() override;
   std::vector<devices::UsbDevice> UsbDevices() override;
@@ -58,7 +48,6 @@ class FileDeviceProvider final : public devices::DeviceProvider {
  private:
   const std::string m_path;
   const graph::VideoFormat m_format;
-  const FilePace m_pace;
 };
 
 }  // namespace bench

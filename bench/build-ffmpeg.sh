@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Builds ffmpeg for comparison with the product, once, into build/bench/ffmpeg: Debian's source with the openh264 and x264
-# libraries (Debian's binary lacks openh264), restricted to reading raw video and writing H.264 files. There are two
+# libraries (Debian's binary lacks openh264), restricted to reading raw video and MJPEG and writing H.264. There are two
 # builds: ffmpeg is unmodified, ffmpeg-same has the product's settings where ffmpeg's openh264 wrapper has no option.
 set -euo pipefail
 
@@ -14,7 +14,7 @@ top=$(cd "$(dirname "$0")/.." && pwd)
 folder=$top/build/bench
 prefix=$folder/ffmpeg
 # Increment when the configuration below changes.
-recipe=2
+recipe=3
 stamp=$prefix/.recipe-$recipe
 [ ! -e "$stamp" ] || exit 0
 
@@ -44,9 +44,9 @@ compiler=cc
 ! command -v ccache >/dev/null || compiler="ccache cc"
 "$sources/ffmpeg/configure" --cc="$compiler" --prefix="$prefix" --disable-everything --disable-autodetect --disable-doc \
   --disable-network --disable-debug --disable-ffplay --disable-ffprobe --enable-gpl --enable-libopenh264 --enable-libx264 \
-  --enable-encoder=libopenh264,libx264 --enable-demuxer=rawvideo --enable-decoder=rawvideo --enable-muxer=h264,null \
+  --enable-encoder=libopenh264,libx264 --enable-demuxer=rawvideo,mpjpeg --enable-decoder=rawvideo,mjpeg --enable-muxer=h264,null \
   --enable-encoder=rawvideo,wrapped_avframe --enable-protocol=file,pipe \
-  --enable-filter=scale,format,null --extra-version=bench >>"$log" 2>&1
+  --enable-parser=mjpeg --enable-filter=scale,format,null --extra-version=bench >>"$log" 2>&1
 make -j"$(nproc)" ffmpeg >>"$log" 2>&1
 cp ffmpeg "$prefix"
 

@@ -1,6 +1,7 @@
-"""The clips that bench/compare_encoders encodes: raw YUY2 files in build/bench/clips, generated once."""
+"""The clips that bench/run encodes: files in build/bench/clips, generated once."""
 
 import contextlib
+from pathlib import Path
 
 import processes
 from processes import BenchError
@@ -15,6 +16,8 @@ RECORDED = {
 }
 # Part of the file names. Increment when the generation or the picture of the simulated camera changes.
 RECIPE = 1
+# The same for the JPEG pictures.
+JPEG_RECIPE = 1
 CLIPS = ("webcam", "phone", "simulated")
 MAX_FRAMES = 280
 
@@ -72,3 +75,43 @@ def _generate(top, programs, clip, size, frames, part):
     processes.run(["ffmpeg", "-nostdin", "-v", "error", "-y", "-noautorotate", "-i", recording, "-filter_complex",
                    filters(clip, size), "-map", "[out]", "-fps_mode", "passthrough", "-frames:v", frames, "-f",
                    "rawvideo", part])
+
+
+def multipart(jpeg):
+    """Returns a JPEG picture as a part of a multipart stream."""
+    return b"--frame\r\nContent-type: image/jpeg\r\nContent-length: %d\r\n\r\n%s\r\n" % (len(jpeg), jpeg)
+
+
+class PacedClip:
+    """A clip in all forms in which its frames arrive one by one. yuy2: the file of prepare."""
+
+    def __init__(self, yuy2):
+        self.yuy2 = Path(yuy2)
+
+    def input(self, form):
+        """form: YUY2, MJPG or mpjpeg (multipart). Returns the file with the frames and the file with their sizes in
+        bytes."""
+        path = self.yuy2 if form == "YUY2" else self.yuy2.with_suffix(f".{JPEG_RECIPE}.{form.lower()}")
+        return path, path.with_name(path.name + ".sizes")
+
+    def sizes(self, path):
+        return [int(line) for line in path.with_name(path.name + ".sizes").read_text().split()]
+
+
+def prepare_paced(top, programs, clip, size, frames, log):
+    """Returns the PacedClip of a clip and generates its files if they do not exist."""
+    paced = PacedClip(prepare(top, programs, clip, size, frames, log))
+    width, height = SIZES[size]
+    paced.input("YUY2")[1].write_text(f"{width * height * 2}\n" * frames)
+    multipart_path, multipart_sizes = paced.input("mpjpeg")
+    # Written last.
+    if multipart_sizes.exists():
+        return paced
+    log(f"generating JPEG pictures of {paced.yuy2.name}")
+    jpegs, sizes = paced.input("MJPG")
+    processes.run([programs / "jpeg_clip", width, height, paced.yuy2, jpegs, sizes])
+    with open(jpegs, "rb") as file:
+        parts = [multipart(file.read(length)) for length in paced.sizes(jpegs)]
+    multipart_path.write_bytes(b"".join(parts))
+    multipart_sizes.write_text("".join(f"{len(part)}\n" for part in parts))
+    return paced

@@ -1,4 +1,4 @@
-// Encodes a raw YUY2 file for bench/compare_encoders.
+// Encodes a raw YUY2 file for bench/run --unpaced.
 #include <CLI/CLI.hpp>
 #include <condition_variable>
 #include <cstdio>
@@ -25,8 +25,7 @@ struct Job {
   std::uint32_t height = 0;
   std::string in;
   std::string out;
-  FilePace pace = FilePace::kUnpaced;  // with the whole product only
-  std::uint32_t directBitRate = 0;     // kbit/s; 0: the whole product
+  std::uint32_t directBitRate = 0;  // kbit/s; 0: the whole product
 
   std::uint64_t FrameBytes() const { return std::uint64_t{width} * height * 2; }
 };
@@ -40,19 +39,15 @@ std::optional<int> Parse(int argc, char** argv, Job& job) {
   app.add_option("HEIGHT", job.height)->required()->check(range);
   app.add_option("IN", job.in)->required();
   app.add_option("OUT", job.out)->required();
-  bool isPaced = false;
-  CLI::Option* const paced = app.add_flag("--paced", isPaced, "encode in real time, as from a camera");
   app.add_option("--direct", job.directBitRate,
                  "encode with the encoder library only, at this bit rate in kbit/s")
-      ->check(range)
-      ->excludes(paced);
+      ->check(range);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     // CLI11 has an exit code for each kind of error.
     return app.exit(error) == 0 ? 0 : 1;
   }
-  job.pace = isPaced ? FilePace::kFrameRate : FilePace::kUnpaced;
   return std::nullopt;
 }
 
@@ -139,7 +134,7 @@ void EncodeWithProduct(const Job& job) {
   session.out.Open(job.out);
   constexpr REFERENCE_TIME kSecond = 10'000'000;
   devices::SetDeviceProvider(std::make_shared<FileDeviceProvider>(
-      job.in, graph::VideoFormat{graph::kYuyv, job.width, job.height, kSecond / kFps}, job.pace));
+      job.in, graph::VideoFormat{graph::kYuyv, job.width, job.height, kSecond / kFps}));
 
   LoadedLibrary library(NUVEQ_LIBRARY_FILE);
   Require(library.Error().empty(), library.Error());

@@ -1,5 +1,5 @@
-"""The encoders that bench/compare_encoders compares: the product, ffmpeg and GStreamer. All get the same clip, bit rate, frame rate
-(30 per second) and key-frame interval (150 frames), and write an H.264 file in Annex B format."""
+"""The encoders that bench/run compares: the product, ffmpeg and GStreamer. All get the same clip, bit rate, frame rate
+(30 per second) and key-frame interval (150 frames), and write H.264 in Annex B format."""
 
 FPS = 30
 KEY_INTERVAL = 150
@@ -15,7 +15,7 @@ class Encoder:
 
 
 class Job:
-    """One clip at one bit rate into one file."""
+    """One file at one bit rate into one file."""
 
     def __init__(self, clip, width, height, kilobits, out, threads):
         self.clip = str(clip)
@@ -100,13 +100,88 @@ def encoders(top, programs):
     ]
 
 
+class PacedJob:
+    """One clip whose frames arrive at a camera's pace on standard input; packets go to standard output."""
+
+    kilobits = PRODUCT_BIT_RATE
+
+    def __init__(self, clip, format, width, height, threads, tree, times):
+        self.clip = clip  # clips.PacedClip
+        self.format = format  # YUY2 or MJPG
+        self.width = width
+        self.height = height
+        self.threads = threads
+        self.tree = str(tree)  # the product's camera
+        self.times = str(times)  # output of the product
+
+
+def _paced_product(programs):
+    def command(job):
+        return [str(programs / "camera_host"), job.tree, str(job.width), str(job.height), job.format,
+                str(job.clip.input(job.format)[1]), job.times]
+    return command
+
+
+def paced_ffmpeg(binary, options, source="pipe:0", out="pipe:1", kilobits=PRODUCT_BIT_RATE):
+    """Returns a function from a job to a command line. ffmpeg neither probes its input nor buffers its output."""
+    def command(job):
+        if job.format == "YUY2":
+            form = ["-f", "rawvideo", "-pix_fmt", "yuyv422", "-s", f"{job.width}x{job.height}"]
+        else:
+            # Each part has its length. ffmpeg's reader of bare pictures would wait for the next one.
+            form = ["-f", "mpjpeg"]
+        return [str(binary), "-nostdin", "-v", "error", "-y", "-probesize", "32",
+                "-analyzeduration", "0", "-fpsprobesize", "0", "-threads", "1", *form, "-r", str(FPS), "-i", str(source),
+                "-fps_mode", "passthrough", "-threads", str(job.threads), "-pix_fmt", "yuv420p", "-g",
+                str(KEY_INTERVAL), "-b:v", f"{kilobits}k", *options(job), "-flush_packets", "1", "-f", "h264", str(out)]
+    return command
+
+
+def _paced_gstreamer(element, caps):
+    def command(job):
+        frames, _ = job.clip.input(job.format)
+        if job.format == "YUY2":
+            # One matrix at both ends, so that only the layout is converted.
+            source = [f"blocksize={job.width * job.height * 2}", "!", "rawvideoparse", "format=yuy2", "colorimetry=bt601",
+                      f"width={job.width}", f"height={job.height}", f"framerate={FPS}/1"]
+        else:
+            # A block holds any picture. videoconvert ignores JPEG's full range unless it converts through RGB.
+            source = [f"blocksize={max(job.clip.sizes(frames))}", "!", f"image/jpeg,framerate={FPS}/1", "!", "jpegparse",
+                      "!", "jpegdec", "!", "videoconvert", "!", "video/x-raw,format=BGRx"]
+        return ["gst-launch-1.0", "-q", "fdsrc", "fd=0", *source, "!", "videoconvert", "!",
+                "video/x-raw,format=I420,colorimetry=bt601", "!", *element(job), "!", caps, "!", "fdsink", "fd=1",
+                "sync=false"]
+    return command
+
+
+def x264_options(job):
+    return _x264_options("-tune", "zerolatency")(job)
+
+
+class PacedEncoder(Encoder):
+    def __init__(self, name, command, note, mjpg="MJPG"):
+        super().__init__(name, command, note)
+        self._mjpg = mjpg
+
+    def input(self, job):
+        """Returns the file with the job's frames in the form that this encoder reads, and the file with their sizes."""
+        return job.clip.input("YUY2" if job.format == "YUY2" else self._mjpg)
+
+
+def product_before(programs):
+    """Returns the product of another build, for a paired run of before and after a change."""
+    return PacedEncoder("product before", _paced_product(programs), "the build given by --before")
+
+
 def paced_encoders(top, programs):
-    """Returns the encoders for real-time input, the product first. The names are those of encoders()."""
+    """Returns the encoders for frames that arrive at a camera's pace, the product first."""
     ffmpeg = top / "build/bench/ffmpeg"
+    stream = "video/x-h264,stream-format=byte-stream,alignment=au"
     return [
-        Encoder("product", _product(programs, "--paced"), "frames arrive in real time"),
-        Encoder("ffmpeg openh264 same", _ffmpeg(ffmpeg / "ffmpeg-same", _openh264_options, "-re"),
-                "with -re: ffmpeg polls every 10 ms"),
-        Encoder("ffmpeg x264", _ffmpeg(ffmpeg / "ffmpeg", _x264_options("-tune", "zerolatency"), "-re"),
-                "with -re"),
+        PacedEncoder("product", _paced_product(programs), "the library through its table, on a V4L2 camera"),
+        PacedEncoder("ffmpeg openh264 same", paced_ffmpeg(ffmpeg / "ffmpeg-same", _openh264_options),
+                     "the same encoder with all settings of the product", "mpjpeg"),
+        PacedEncoder("ffmpeg x264", paced_ffmpeg(ffmpeg / "ffmpeg", x264_options), "superfast, zerolatency", "mpjpeg"),
+        PacedEncoder("gst openh264", _paced_gstreamer(_gst_openh264, stream + ",profile=high"),
+                     "the same encoder, but CAVLC: the element has no CABAC option"),
     ]

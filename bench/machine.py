@@ -1,6 +1,7 @@
 """The machine, the tools and the programs that the comparisons use."""
 
 import contextlib
+import datetime
 import fcntl
 import os
 import platform
@@ -10,8 +11,8 @@ from pathlib import Path
 import processes
 from processes import BenchError
 
-PACKAGES = ("ffmpeg", "gstreamer1.0-plugins-bad", "gstreamer1.0-plugins-base", "gstreamer1.0-plugins-ugly",
-            "gstreamer1.0-tools", "libopenh264-7", "libx264-164", "libyuv0")
+PACKAGES = ("ffmpeg", "gstreamer1.0-plugins-bad", "gstreamer1.0-plugins-base", "gstreamer1.0-plugins-good",
+            "gstreamer1.0-plugins-ugly", "gstreamer1.0-tools", "libjpeg62-turbo", "libopenh264-7", "libx264-164", "libyuv0")
 INSTALL = "scripts/install-packages.sh native bench"
 
 
@@ -20,7 +21,7 @@ def build_programs(top, build, log):
     for program in ("ffmpeg", "ffprobe", "gst-inspect-1.0", "gst-launch-1.0", "nasm"):
         if shutil.which(program) is None:
             raise BenchError(f"{program} is missing: {INSTALL}")
-    for element in ("rawvideoparse", "videoconvert", "openh264enc", "x264enc"):
+    for element in ("rawvideoparse", "videoconvert", "jpegparse", "jpegdec", "openh264enc", "x264enc"):
         # Also fills the plugin cache of GStreamer, which would otherwise slow down the first run.
         try:
             processes.run(["gst-inspect-1.0", element])
@@ -28,7 +29,8 @@ def build_programs(top, build, log):
             raise BenchError(f"GStreamer's element {element} is missing: {INSTALL}") from None
     check_configured(build)
     log("building the programs")
-    processes.run(["cmake", "--build", build, "--target", "encode_clip", "simulated_clip", "resource_usage"], timeout=3600)
+    processes.run(["cmake", "--build", build, "--target", "camera_host", "encode_clip", "jpeg_clip", "paced_run",
+                   "resource_usage", "simulated_clip"], timeout=3600)
     processes.run([top / "bench/build-ffmpeg.sh"], timeout=3600, is_shown=True)
     return build / "bin"
 
@@ -63,8 +65,8 @@ def describe():
     model = [line.partition(":")[2].strip() for line in Path("/proc/cpuinfo").read_text().splitlines()
              if line.startswith("model name")]
     memory = os.sysconf("SC_PHYS_PAGES") * os.sysconf("SC_PAGE_SIZE") >> 20
-    return {"model": model[0] if model else platform.machine(), "cores": os.cpu_count(),
-            "usable_cores": len(os.sched_getaffinity(0)), "memory_mib": memory, "kernel": platform.release(),
+    return {"date": datetime.date.today().isoformat(), "model": model[0] if model else platform.machine(),
+            "cores": os.cpu_count(), "usable_cores": len(os.sched_getaffinity(0)), "memory_mib": memory, "kernel": platform.release(),
             "load_at_start": os.getloadavg()[0]}
 
 

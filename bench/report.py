@@ -9,7 +9,6 @@ _COST = (("user ms", "{:.3f}", "user_ms"), ("ratio", "{:.2f}", "ratio"), ("of ro
 _CASE = (("clip", "{}", "clip"), ("size", "{}", "size"), ("encoder", "{}", "encoder"))
 COLUMNS = (*_CASE, ("kbit/s", "{}", "asked"), ("real", "{:.0f}", "kilobits"), *_COST, ("PSNR Y", "{:.2f}", "psnr_y"),
            ("SSIM Y", "{:.4f}", "ssim_y"))
-PACED_COLUMNS = (*_CASE, *_COST)
 # Of the CPU time of the encoder's thread.
 MAX_STREAM_COST = 0.05
 LEGEND = ("CPU time and MiB are those of whole processes, including startup. user, sys, both: CPU time per frame in ms. "
@@ -53,8 +52,13 @@ def table(rows, columns=COLUMNS):
 def psnr_at(rows, like, kilobits):
     """Interpolates the PSNR of an encoder at an actual bit rate, linearly over the logarithm of the bit rate. Returns None
     with fewer than two rows, more than 10 % outside their range, or if PSNR does not increase with the bit rate."""
-    points = sorted((row["kilobits"], row["psnr_y"]) for row in rows
-                    if all(row[key] == like[key] for key in ("clip", "size", "encoder")))
+    return interpolate([(row["kilobits"], row["psnr_y"]) for row in rows
+                        if all(row[key] == like[key] for key in ("clip", "size", "encoder"))], kilobits)
+
+
+def interpolate(points, kilobits):
+    """See psnr_at. points: (actual bit rate, PSNR) of one encoder."""
+    points = sorted(points)
     is_rising = all(worse < better for (_, worse), (_, better) in zip(points, points[1:]))
     if len(points) < 2 or not is_rising or not points[0][0] / 1.1 <= kilobits <= points[-1][0] * 1.1:
         return None
@@ -65,7 +69,7 @@ def psnr_at(rows, like, kilobits):
     return worse + (better - worse) * math.log(kilobits / low) / math.log(high / low)
 
 
-def _goal(name, cases, unknown=""):
+def goal(name, cases, unknown=""):
     """cases: (name, is reached, figures). unknown: why cases are missing."""
     missed = [f"{case}: {figures}" for case, is_reached, figures in cases if not is_reached]
     return {"goal": name, "cases": len(cases), "missed": missed, "unknown": unknown}
@@ -80,14 +84,14 @@ def goals(rows, recorded, frames):
     openh264 = [(own, other) for own, other in timed if other["encoder"] == "ffmpeg openh264 same"]
     found = [
         _same_pictures(rows),
-        _goal("user CPU per frame at or under 1.00 of ffmpeg openh264 same",
+        goal("user CPU per frame at or under 1.00 of ffmpeg openh264 same",
               [(_case_name(own), other["ratio"] <= 1.0, f"{other['ratio']:.3f} ({other['ratio_span']})")
                for own, other in openh264]),
     ]
     for name in ("ffmpeg x264 delay", "ffmpeg x264"):
         found += _x264_goals(rows, [pair for pair in timed if pair[1]["encoder"] == name], name)
     return found + [
-        _goal("peak memory under ffmpeg openh264 same's",
+        goal("peak memory under ffmpeg openh264 same's",
               [(_case_name(own), own["peak_mib"] < other["peak_mib"],
                 f"{own['peak_mib']:.1f} against {other['peak_mib']:.1f} MiB") for own, other in openh264]),
         _against_recorded(rows, recorded, frames),
@@ -116,15 +120,15 @@ def _x264_goals(rows, timed, name):
     unknown = (f"{len(candidates) - len(known)} without bit rates on either side" if len(known) < len(candidates)
                else "")
     return [
-        _goal(f"user CPU per frame under 0.65 of {name}",
+        goal(f"user CPU per frame under 0.65 of {name}",
               [(_case_name(own), other["ratio"] < 0.65, f"{other['ratio']:.3f} ({other['ratio_span']})")
                for own, other in timed]),
-        _goal(f"PSNR not below that of {name} at the same asked bit rate",
+        goal(f"PSNR not below that of {name} at the same asked bit rate",
               [(f"{_case_name(own)} {own['asked']}", own["psnr_y"] >= other["psnr_y"],
                 f"{own['psnr_y']:.2f} against {other['psnr_y']:.2f} dB at {own['kilobits']:.0f} and "
                 f"{other['kilobits']:.0f} kbit/s")
                for own, other in pairs(rows, name)]),
-        _goal(f"PSNR not below that of {name} at the same real bit rate",
+        goal(f"PSNR not below that of {name} at the same real bit rate",
               [(f"{_case_name(own)} {own['asked']}", own["psnr_y"] >= psnr,
                 f"{own['psnr_y']:.2f} against {psnr:.2f} dB at {own['kilobits']:.0f} kbit/s")
                for own, _, psnr in known], unknown),
@@ -144,7 +148,7 @@ def _against_recorded(rows, recorded, frames):
             cases.append((_case_name(row), all(row[key] >= then[key] - tolerance[key] for key in tolerance),
                           f"PSNR {row['psnr_y']:.3f} against {then['psnr_y']:.3f} dB, SSIM {row['ssim_y']:.4f} against "
                           f"{then['ssim_y']:.4f}"))
-    return _goal("quality at the product's bit rate not below the recorded one (bench/quality.json)", cases,
+    return goal("quality at the product's bit rate not below the recorded one (bench/quality.json)", cases,
                  f"nothing is recorded for {missing} more with {frames} frames" if missing else "")
 
 
@@ -160,7 +164,7 @@ def quality_key(row, frames):
 def _same_pictures(rows):
     """Comparing the cost with ffmpeg openh264 same is meaningful only if its settings, and so its pictures, are those of
     the product."""
-    return _goal("ffmpeg openh264 same makes the product's pictures (otherwise adapt bench/build-ffmpeg.sh)",
+    return goal("ffmpeg openh264 same makes the product's pictures (otherwise adapt bench/build-ffmpeg.sh)",
                  [(f"{_case_name(own)} {own['asked']}",
                    abs(own["psnr_y"] - other["psnr_y"]) <= 0.01
                    and abs(own["kilobits"] / other["kilobits"] - 1) <= 0.005,

@@ -1,4 +1,4 @@
-// Runs a program and reports its resource usage. bench/compare_encoders cannot measure this itself: the
+// Runs a program and reports its resource usage. bench/run --unpaced cannot measure this itself: the
 // kernel initialises the peak memory of a process with that of its parent, and a Python interpreter is larger
 // than the measured programs.
 //

@@ -1,4 +1,4 @@
-// Writes a clip of the simulated camera as raw YUY2 frames, for bench/compare_encoders.
+// Writes a clip of the simulated camera as raw YUY2 frames, for bench/run --unpaced.
 //
 //   build/native/bin/simulated_clip WIDTH HEIGHT FRAMES FILE
 #include <charconv>

@@ -33,8 +33,8 @@ native=(
   python3-pytest python3-yaml qemu-system-x86 v4l-utils valgrind zstd
 )
 bench=(
-  ca-certificates dpkg-dev ffmpeg gcc gstreamer1.0-plugins-bad gstreamer1.0-plugins-base gstreamer1.0-plugins-ugly
-  gstreamer1.0-tools libopenh264-dev libx264-dev make nasm pkg-config python3 xvfb
+  ca-certificates dpkg-dev ffmpeg gcc gstreamer1.0-plugins-bad gstreamer1.0-plugins-base gstreamer1.0-plugins-good
+  gstreamer1.0-plugins-ugly gstreamer1.0-tools libopenh264-dev libx264-dev make nasm pkg-config python3 xvfb
 )
 browser=(chromium chromium-driver fonts-dejavu-core python3-pytest python3-selenium)
 windows=(

@@ -5,11 +5,19 @@ from pathlib import Path
 import pytest
 
 import clips
-from encoders import KEY_INTERVAL, PRODUCT_BIT_RATE, Job, encoders, paced_encoders, slice_threads
+from encoders import KEY_INTERVAL, PRODUCT_BIT_RATE, Job, PacedJob, encoders, paced_encoders, slice_threads
 
 TOP = Path("/top")
 ENCODERS = encoders(TOP, TOP / "bin")
 PACED_ENCODERS = paced_encoders(TOP, TOP / "bin")
+
+
+class FakeClip(clips.PacedClip):
+    def sizes(self, path):
+        return [1000, 2000]
+
+
+CLIP = FakeClip("CLIP.yuy2")
 
 
 def name_of(encoder):
@@ -53,14 +61,38 @@ def test_encoder_gets_the_same_parameters(encoder, kilobits, threads):
     assert parameters(encoder, job(kilobits, threads)) == ("CLIP", 1280, 720, kilobits, KEY_INTERVAL, threads, "OUT")
 
 
+def paced_job(form, threads=1):
+    return PacedJob(CLIP, form, 1280, 720, threads, "TREE", "TIMES")
+
+
+# Options of a paced encoder that its unpaced command has too: name, number of words.
+SHARED = {"-c:v": 2, "-profile:v": 2, "-coder": 2, "-rc_mode": 2, "-loopfilter": 2, "-allow_skip_frames": 2, "-slices": 2,
+          "-preset": 2, "-tune": 2, "-g": 2, "-b:v": 2}
+
+
+@pytest.mark.parametrize("form", ["YUY2", "MJPG"])
+@pytest.mark.parametrize("encoder", PACED_ENCODERS[1:], ids=name_of)
+def test_encoder_at_a_cameras_pace_has_the_settings_of_the_unpaced_one(encoder, form):
+    [unpaced] = [other.command(job(threads=2)) for other in ENCODERS if other.name == encoder.name]
+    paced = encoder.command(paced_job(form, threads=2))
+    if "fdsrc" in paced:
+        first, last = (unpaced.index(word) for word in ("openh264enc", "filesink"))
+        settings = unpaced[first:last]
+        assert settings == paced[paced.index("openh264enc"):paced.index("fdsink")]
+    else:
+        shared = [option for option in SHARED if option in unpaced]
+        assert [value_of(paced, option) for option in shared] == [value_of(unpaced, option) for option in shared]
+        assert shared
+        # The last one is the encoder's; the first one the decoder's.
+        assert paced[len(paced) - paced[::-1].index("-threads")] == "2"
+        assert "-re" not in paced
+
+
 @pytest.mark.parametrize("encoder", PACED_ENCODERS, ids=name_of)
-def test_encoder_in_real_time_differs_by_one_option_only(encoder):
-    [unpaced] = [other.command(job()) for other in ENCODERS if other.name == encoder.name]
-    paced = encoder.command(job())
-    assert [word for word in paced if word not in ("-re", "--paced")] == unpaced
-    assert len(paced) == len(unpaced) + 1
-    # An option of ffmpeg's input precedes it.
-    assert "-re" not in paced or paced.index("-re") < paced.index("-i")
+@pytest.mark.parametrize("form", ["YUY2", "MJPG"])
+def test_encoder_at_a_cameras_pace_gets_the_frames_in_a_form_that_it_reads(encoder, form):
+    form_read = "YUY2" if form == "YUY2" else "mpjpeg" if encoder.name.startswith("ffmpeg") else "MJPG"
+    assert encoder.input(paced_job(form)) == CLIP.input(form_read)
 
 
 def test_openh264_has_the_settings_of_the_product():

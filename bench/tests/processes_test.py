@@ -150,9 +150,3 @@ def test_missing_figures_are_reported(tmp_path):
 
 def test_median_of_each_figure_is_computed():
     assert measure.medians([{"a": 3, "b": 1}, {"a": 1, "b": 2}, {"a": 2, "b": 9}]) == {"a": 2, "b": 2}
-
-
-def test_run_faster_than_real_time_is_rejected():
-    measure.require_real_time({"frames_per_second": 30.1}, ["encoder"], 30, 240)
-    with pytest.raises(BenchError, match="not real time"):
-        measure.require_real_time({"frames_per_second": 31}, ["encoder"], 30, 240)

@@ -1,4 +1,4 @@
-"""The computations of bench/compare_encoders: ratios and goals."""
+"""The computations of bench/run: ratios and goals."""
 
 import pytest
 
