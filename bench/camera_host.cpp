@@ -35,6 +35,7 @@ void Require(bool condition, const std::string& error) {
 
 // State of the callback, which has no context argument.
 struct Session {
+  std::size_t expectedPackets = 0;
   std::mutex mutex;
   std::condition_variable changed;
   std::size_t packets = 0;  // guarded by mutex
@@ -63,12 +64,19 @@ std::int32_t OnPacket(const char* /*id*/, std::uint32_t /*idLen*/, const std::ui
                       std::uint32_t length, std::int32_t /*reserved*/) {
   const bool isWritten = WriteAll(data, length);
   Session& session = CurrentSession();
-  const std::lock_guard lock(session.mutex);
-  if (session.packets++ == 0) {
-    session.first = Clock::now();
+  bool isOver = false;
+  {
+    const std::lock_guard lock(session.mutex);
+    if (session.packets++ == 0) {
+      session.first = Clock::now();
+    }
+    session.hasFailed = session.hasFailed || !isWritten;
+    isOver = session.packets == session.expectedPackets || session.hasFailed;
   }
-  session.hasFailed = session.hasFailed || !isWritten;
-  session.changed.notify_one();
+  // The main thread sleeps during the measurement.
+  if (isOver) {
+    session.changed.notify_one();
+  }
   return 0;
 }
 
@@ -94,6 +102,8 @@ void Run(Clock::time_point start, char** argv) {
                                   static_cast<std::uint32_t>(std::stoul(argv[3])), kSecond / kFps};
   PipeCamera camera(argv[1], format, ReadSizes(argv[5]), STDIN_FILENO);
   v4l2::SetSystemCallsForTesting(&camera);
+  Session& session = CurrentSession();
+  session.expectedPackets = camera.FrameCount();
   std::vector<Point> points{{"main", start}};
 
   LoadedLibrary library(NUVEQ_LIBRARY_FILE);
@@ -114,13 +124,12 @@ void Run(Clock::time_point start, char** argv) {
   Require(result == NUVEQ_CAMERA_OK, "OpenCameraDevice returned " + std::to_string(result));
   points.push_back({"opened", Clock::now()});
 
-  Session& session = CurrentSession();
   bool isComplete = false;
   {
     constexpr std::chrono::minutes kTimeout{5};
     std::unique_lock lock(session.mutex);
     isComplete = session.changed.wait_for(
-        lock, kTimeout, [&] { return session.packets >= camera.FrameCount() || session.hasFailed; });
+        lock, kTimeout, [&] { return session.packets >= session.expectedPackets || session.hasFailed; });
     isComplete = isComplete && !session.hasFailed;
     points.push_back({"first packet", session.first});
   }
