@@ -1,19 +1,23 @@
 // Cost of decoding a camera's JPEG pictures to ARGB32: the platform's decoder, compared in the same run with
-// reading libjpeg's BGRA lines one by one with its default settings.
+// reading libjpeg's BGRA lines one by one with its default settings. Also the path from a JPEG picture to the
+// encoder's I420, with the copy into the frame pool, through BGRA as in the product and without BGRA.
 //
 //   build/native/bin/mjpeg_bench --benchmark_repetitions=9 --benchmark_enable_random_interleaving=true
 //
 // Absolute times depend on the machine and its load; compare results of the same run only.
 #include <benchmark/benchmark.h>
+#include <libyuv.h>
 #include <turbojpeg.h>
 
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <stdexcept>
 #include <vector>
 
 #include "Clip.h"
 #include "Failures.h"
+#include "encoder/I420Converter.h"
 #include "mjpeg/MjpegDecoder.h"
 
 #include <cstdio>  // required by jpeglib.h
@@ -112,6 +116,71 @@ void DecodeLineByLine(benchmark::State& state) {
   }
 }
 
+// The frame pool of the library: its memory is cold when a frame is copied into it.
+class Pool {
+ public:
+  explicit Pool(std::size_t bytes) : m_frames(kFrames, Bytes(bytes)) {}
+  std::uint8_t* Next() { return m_frames[m_next++ % kFrames].data(); }
+
+ private:
+  static constexpr std::size_t kFrames = 5;
+  std::vector<Bytes> m_frames;
+  std::size_t m_next = 0;
+};
+
+void PathThroughBgra(benchmark::State& state) {
+  const Pictures pictures = MakePictures(state);
+  const auto width = static_cast<std::uint32_t>(pictures.width);
+  const auto height = static_cast<std::uint32_t>(pictures.height);
+  mjpeg::MjpegDecoder decoder(width, height);
+  encoder::I420Converter converter(width, height, ColorSpace::kArgb32);
+  Pool pool(std::size_t{4} * width * height);
+  std::size_t next = 0;
+  for (auto _ : state) {
+    const Bytes& jpeg = pictures.jpegs[next++ % pictures.jpegs.size()];
+    graph::FrameConverter::Picture picture;
+    if (!decoder.Convert(jpeg.data(), jpeg.size(), picture)) {
+      Fail(state, "decoding failed");
+      return;
+    }
+    std::uint8_t* const frame = pool.Next();
+    std::memcpy(frame, picture.data, picture.size);
+    converter.Convert(frame);
+    benchmark::ClobberMemory();
+  }
+}
+
+// The picture stays in planes and keeps JPEG's full range.
+void PathWithoutBgra(benchmark::State& state) {
+  const Pictures pictures = MakePictures(state);
+  const int width = pictures.width;
+  const int height = pictures.height;
+  const bool is420 = state.range(2) == 420;
+  const auto luma = static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
+  const std::size_t chroma = luma / (is420 ? 4 : 2);
+  Bytes decoded(luma + 2 * chroma);
+  Bytes i420(luma + luma / 2);
+  Pool pool(decoded.size());
+  const std::unique_ptr<void, decltype(&tjDestroy)> handle(tjInitDecompress(), &tjDestroy);
+  std::size_t next = 0;
+  for (auto _ : state) {
+    const Bytes& jpeg = pictures.jpegs[next++ % pictures.jpegs.size()];
+    if (tjDecompressToYUV2(handle.get(), jpeg.data(), jpeg.size(), decoded.data(), width, 1, height,
+                           TJFLAG_ACCURATEDCT) != 0) {
+      Fail(state, tjGetErrorStr2(handle.get()));
+      return;
+    }
+    std::uint8_t* const frame = pool.Next();
+    std::memcpy(frame, decoded.data(), decoded.size());
+    if (!is420) {
+      libyuv::I422ToI420(frame, width, frame + luma, width / 2, frame + luma + chroma, width / 2, i420.data(),
+                         width, i420.data() + luma, width / 2, i420.data() + luma + luma / 4, width / 2,
+                         width, height);
+    }
+    benchmark::ClobberMemory();
+  }
+}
+
 void Sizes(benchmark::internal::Benchmark* bench) {
   bench->Unit(benchmark::kMillisecond);
   for (const std::int64_t sampling : {422, 420}) {
@@ -123,6 +192,8 @@ void Sizes(benchmark::internal::Benchmark* bench) {
 
 BENCHMARK(DecodeLineByLine)->Apply(Sizes);
 BENCHMARK(Decode)->Apply(Sizes);
+BENCHMARK(PathThroughBgra)->Apply(Sizes);
+BENCHMARK(PathWithoutBgra)->Apply(Sizes);
 
 }  // namespace
 }  // namespace bench

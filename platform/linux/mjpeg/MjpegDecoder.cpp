@@ -1,9 +1,9 @@
 #include "mjpeg/MjpegDecoder.h"
 
 #include <algorithm>
-#include <array>
 #include <csetjmp>
 #include <cstdio>  // required by jpeglib.h
+#include <vector>
 
 #include <jpeglib.h>
 
@@ -16,9 +16,6 @@ namespace {
 // Many cameras insert a few bytes between markers, and their pictures are complete. With more, the decoder
 // has lost synchronisation and skips picture data.
 constexpr int kMaxStrayBytes = 16;
-
-// One row of MCUs, the most that one call can return.
-constexpr JDIMENSION kMaxLines = 2 * DCTSIZE;
 
 constexpr std::size_t kBytesPerPixel = 4;
 
@@ -43,7 +40,12 @@ bool CanMergeUpsampling(const jpeg_decompress_struct& jpeg) {
 // NOLINTBEGIN(cert-err52-cpp,modernize-avoid-setjmp-longjmp)
 class MjpegDecoder::JpegLibrary {
  public:
-  JpegLibrary(std::uint32_t width, std::uint32_t height) : m_width(width), m_height(height) {
+  // target: memory for a picture.
+  JpegLibrary(std::uint32_t width, std::uint32_t height, std::uint8_t* target)
+      : m_width(width), m_height(height), m_lines(height) {
+    for (std::size_t i = 0; i < height; ++i) {
+      m_lines[i] = target + (height - 1 - i) * kBytesPerPixel * width;
+    }
     m_jpeg.err = jpeg_std_error(&m_errors.base);
     m_errors.base.error_exit = Escape;
     m_errors.base.emit_message = NoteWarning;
@@ -52,11 +54,11 @@ class MjpegDecoder::JpegLibrary {
   JpegLibrary& operator=(const JpegLibrary&) = delete;
 
   // Decodes to BGRA, bottom-up. On failure the target may be partly written.
-  bool Decode(const std::uint8_t* data, std::size_t size, std::uint8_t* target) {
+  bool Decode(const std::uint8_t* data, std::size_t size) {
     m_errors.isDamaged = false;
     m_errors.hasReachedEnd = false;
     m_errors.trailingBytes = 0;
-    const bool isDecoded = DecodeOrEscape(data, size, target);
+    const bool isDecoded = DecodeOrEscape(data, size);
     // libjpeg keeps tables from picture to picture. Damaged tables would spoil later pictures that come
     // without. Destroying reports no errors.
     jpeg_destroy_decompress(&m_jpeg);
@@ -113,16 +115,16 @@ class MjpegDecoder::JpegLibrary {
   }
 
   // Returns false after a fatal error.
-  bool DecodeOrEscape(const std::uint8_t* data, std::size_t size, std::uint8_t* target) {
+  bool DecodeOrEscape(const std::uint8_t* data, std::size_t size) {
     if (setjmp(m_errors.escape) != 0) {
       return false;
     }
     jpeg_create_decompress(&m_jpeg);
-    DecodePicture(data, size, target);
+    DecodePicture(data, size);
     return true;
   }
 
-  void DecodePicture(const std::uint8_t* data, std::size_t size, std::uint8_t* target) {
+  void DecodePicture(const std::uint8_t* data, std::size_t size) {
     jpeg_mem_src(&m_jpeg, data, size);
     jpeg_read_header(&m_jpeg, TRUE);
     // In a single Huffman-coded scan the decoder detects a missing block. Later scans could be missing
@@ -135,14 +137,9 @@ class MjpegDecoder::JpegLibrary {
     m_jpeg.out_color_space = JCS_EXT_BGRA;
     m_jpeg.do_fancy_upsampling = CanMergeUpsampling(m_jpeg) ? FALSE : TRUE;
     jpeg_start_decompress(&m_jpeg);
-    const std::size_t stride = kBytesPerPixel * m_width;
-    std::array<JSAMPROW, kMaxLines> rows{};
     while (HasMoreScanlines()) {
-      const JDIMENSION lines = std::min(kMaxLines, m_jpeg.output_height - m_jpeg.output_scanline);
-      for (JDIMENSION i = 0; i < lines; ++i) {
-        rows.at(i) = target + (m_jpeg.output_height - 1 - m_jpeg.output_scanline - i) * stride;
-      }
-      jpeg_read_scanlines(&m_jpeg, rows.data(), lines);
+      jpeg_read_scanlines(&m_jpeg, m_lines.data() + m_jpeg.output_scanline,
+                          m_jpeg.output_height - m_jpeg.output_scanline);
     }
     if (!m_errors.isDamaged) {
       jpeg_finish_decompress(&m_jpeg);
@@ -156,6 +153,7 @@ class MjpegDecoder::JpegLibrary {
 
   const JDIMENSION m_width;
   const JDIMENSION m_height;
+  std::vector<JSAMPROW> m_lines;  // of the target, from the top of the picture
   Errors m_errors{};
   jpeg_decompress_struct m_jpeg{};
   bool m_mayLackEoi = false;  // of the current picture
@@ -163,15 +161,17 @@ class MjpegDecoder::JpegLibrary {
 // NOLINTEND(cert-err52-cpp,modernize-avoid-setjmp-longjmp)
 
 MjpegDecoder::MjpegDecoder(std::uint32_t width, std::uint32_t height)
-    : m_library(std::make_unique<JpegLibrary>(width, height)), m_picture(kBytesPerPixel * width * height) {}
+    : m_size(kBytesPerPixel * width * height),
+      m_picture(std::make_unique_for_overwrite<std::uint8_t[]>(m_size)),
+      m_library(std::make_unique<JpegLibrary>(width, height, m_picture.get())) {}
 
 MjpegDecoder::~MjpegDecoder() = default;
 
 bool MjpegDecoder::Convert(const std::uint8_t* data, std::size_t size, Picture& picture) {
-  if (!m_library->Decode(data, size, m_picture.data())) {
+  if (!m_library->Decode(data, size)) {
     return false;
   }
-  picture = {m_picture.data(), m_picture.size()};
+  picture = {m_picture.get(), m_size};
   return true;
 }
 

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <memory>
-#include <vector>
 
 #include "graph/FrameConverter.h"
 
@@ -23,8 +22,9 @@ class MjpegDecoder : public graph::FrameConverter {
  private:
   class JpegLibrary;
 
-  std::unique_ptr<JpegLibrary> m_library;
-  std::vector<std::uint8_t> m_picture;
+  const std::size_t m_size;                   // of the picture, in bytes
+  std::unique_ptr<std::uint8_t[]> m_picture;  // not cleared: only complete pictures are passed on
+  std::unique_ptr<JpegLibrary> m_library;     // writes to m_picture
 };
 
 }  // namespace mjpeg

@@ -196,7 +196,7 @@ def test_decoding_without_the_jpeg_library(expect_at_most):
     calls = mjpg_frames()
     library, _ = total(calls, r"MjpegDecoder::", LIBJPEG)
     assert library > 0, "no instructions counted for the JPEG library"
-    expect_at_most(87000, (decoding_cost(calls) - library) / JPEG_FRAMES)
+    expect_at_most(8200, (decoding_cost(calls) - library) / JPEG_FRAMES)
 
 
 def test_capture_of_a_frame_without_system_calls(expect_at_most):
