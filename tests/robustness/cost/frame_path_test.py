@@ -21,7 +21,7 @@ FRAMES = 100
 PIXELS = 640 * 480
 FRAME_BYTES = PIXELS * 2
 # Decoding takes many more instructions than the rest.
-JPEG_FRAMES = 20
+JPEG_FRAMES = 5
 # Timeout of one run in seconds; the two runs of a test stay below its timeout.
 RUN_TIMEOUT = 120
 
