@@ -2,7 +2,6 @@
 // uses its own capture code; reading the pipe takes the place of the driver's work.
 #pragma once
 
-#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <filesystem>

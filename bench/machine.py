@@ -12,7 +12,7 @@ import processes
 from processes import BenchError
 
 PACKAGES = ("ffmpeg", "gstreamer1.0-plugins-bad", "gstreamer1.0-plugins-base", "gstreamer1.0-plugins-good",
-            "gstreamer1.0-plugins-ugly", "gstreamer1.0-tools", "libjpeg62-turbo", "libopenh264-7", "libx264-164", "libyuv0")
+            "gstreamer1.0-plugins-ugly", "gstreamer1.0-tools", "libjpeg62-turbo", "libopenh264-dev", "libx264-dev", "libyuv-dev")
 INSTALL = "scripts/install-packages.sh native bench"
 
 

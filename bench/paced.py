@@ -56,8 +56,7 @@ def figures(text, stream):
     [[cpu, switches]], [[peak, shared]] = found["steady"], found["peak"]
     steady = len(arrivals) - SKIP
     return {"cpu_ms": cpu / 1e6 / steady, "switches": switches / steady, "latencies": latencies[SKIP:],
-            "first_ms": latencies[0], "first_cpu_ms": found["start"][0][0] / 1e6, "peak_mib": (peak - shared) / 1024,
-            "begin": found["begin"][0][0]}
+            "first_ms": latencies[0], "peak_mib": (peak - shared) / 1024, "begin": found["begin"][0][0]}
 
 
 def start_parts(text, begin):

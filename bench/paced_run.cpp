@@ -34,7 +34,6 @@
 #include <ctime>
 #include <filesystem>
 #include <fstream>
-#include <memory>
 #include <span>
 #include <stdexcept>
 #include <string>
@@ -355,12 +354,14 @@ int Measure(const Arguments& arguments) {
       if (number < frames.Count()) {
         feeder.Stage(frames.At(number));
       }
-      std::this_thread::sleep_until(begin + nanoseconds(std::chrono::seconds(1)) * number / arguments.fps);
+      const Clock::time_point due = begin + nanoseconds(std::chrono::seconds(1)) * number / arguments.fps;
+      std::this_thread::sleep_until(due);
       if (number == arguments.skip) {
         atSkip = UsageOf(child.Id());
       }
       if (number < frames.Count()) {
-        arrivals.push_back(Clock::now());
+        // A program that does not keep up delays the later frames, too.
+        arrivals.push_back(due);
         feeder.Deliver();
       }
     }

@@ -101,7 +101,7 @@ def goals(rows, recorded, frames):
 def viewer_goals(rows):
     """The page of `nuveqcam view` shows the frames before the other viewers do."""
     others = [row for row in rows if row["viewer"] != "page" and "p50_ratio" in row]
-    return [_goal(f"{key} of the delay above that of the page",
+    return [goal(f"{key} of the delay above that of the page",
                   [(row["viewer"], row[f"{key}_ratio"] > 1, f"{row[f'{key}_ratio']:.2f} ({row[f'{key}_span']})")
                    for row in others]) for key in ("p50", "p99")]
 
@@ -109,7 +109,7 @@ def viewer_goals(rows):
 def cost_goal(rows, streams):
     """rows: the medians of the cost by number of streams."""
     limit = f"{100 * MAX_STREAM_COST:.0f} %"
-    return _goal(f"CPU time of the server's thread for {streams} streams below {limit} of the encoder's",
+    return goal(f"CPU time of the server's thread for {streams} streams below {limit} of the encoder's",
                  [(f"{row['streams']} streams", row["cost"] < MAX_STREAM_COST, f"{100 * row['cost']:.1f} %")
                   for row in rows if row["streams"] == streams])
 

@@ -73,6 +73,8 @@ debootstrap --variant=minbase "$codename" "$root" "$mirror" >"$root.log" 2>&1 </
   { tail -n 20 "$root.log" >&2; exit 1; }
 mv "$root.log" "$root/debootstrap.log"
 cp /etc/resolv.conf "$root/etc/resolv.conf"
+# Each installation has it, but debootstrap does not create it.
+printf '127.0.0.1 localhost\n::1 localhost\n' >"$root/etc/hosts"
 # The settings for reaching the mirror, such as proxies. Not those of packages, which would conflict with these packages'
 # own files if they are installed there, too.
 for settings in /etc/apt/apt.conf.d/*; do

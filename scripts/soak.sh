@@ -59,7 +59,7 @@ fi
 [ -x "$folder/bin/$program" ] || { echo "soak.sh: $folder/bin/$program does not exist; build it first" >&2; exit 1; }
 if [ "$program" = nuveqcam ]; then
   options=()
-  if grep -q '^NUVEQ_INSTRUMENTATION:.*=.' "$folder/CMakeCache.txt"; then
+  if grep -qs '^NUVEQ_INSTRUMENTATION:.*=.' "$folder/CMakeCache.txt"; then
     # Sanitizers keep freed memory.
     options=(--max-growth 100)
   fi

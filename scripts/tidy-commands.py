@@ -52,12 +52,21 @@ def for_windows(arguments):
             [word for folder in folders for word in ("-isystem", folder)])
 
 
+def windows_only(build, seen):
+    """Yields (file, arguments, folder) for each source of the product that is compiled only for Windows."""
+    for file, members, arguments, folder in commands_of(build):
+        for member in map(pathlib.Path, members):
+            if member.suffix == ".cpp" and str(member) not in seen and "tests" not in member.parts:
+                # Other arguments that contain the file's name are those of its output.
+                kept = [a for a in arguments if a == str(file) or file.name not in a]
+                yield member, [str(member) if a == str(file) else a for a in kept], folder
+
+
 def make_unity_sources(output, entries):
     """Writes one unity source for each folder of a target, and returns their commands."""
     groups = {}
-    for file, _, arguments, folder in entries:
-        # Arguments that contain the source's name differ between the sources of a target.
-        common = tuple(a for a in arguments if file.name not in a)
+    for file, arguments, folder in entries:
+        common = tuple(a for a in arguments if a != str(file))
         groups.setdefault((common, file.parent, folder), {})[file] = arguments
     chosen = {}
     for number, ((_, _, folder), sources) in enumerate(sorted(groups.items(), key=lambda group: str(group[0][1]))):
@@ -97,9 +106,7 @@ def main():
             unity = write_unity_source(output, number, added)
             chosen[unity] = ([str(unity) if a == str(file) else a for a in arguments], folder)
     if len(sys.argv) == 4:
-        windows = [entry for entry in commands_of(pathlib.Path(sys.argv[3]))
-                   if entry[0].suffix == ".cpp" and not seen.issuperset(entry[1])]
-        chosen.update(make_unity_sources(output, windows))
+        chosen.update(make_unity_sources(output, windows_only(pathlib.Path(sys.argv[3]), seen)))
     (output / "compile_commands.json").write_text(json.dumps(
         [{"file": str(file), "directory": folder, "arguments": arguments}
          for file, (arguments, folder) in chosen.items()], indent=1))

@@ -147,8 +147,9 @@ class Results:
         for name, check in self._checks():
             try:
                 check()
-            except AssertionError as failure:
-                failures.append(f"{self._scene.name}, {name}: {failure}")
+            except (AssertionError, LookupError, ValueError) as failure:
+                # A program that fails may leave its output empty or incomplete.
+                failures.append(f"{self._scene.name}, {name}: {failure!r}")
         return failures
 
     def _checks(self):
@@ -281,9 +282,9 @@ class Results:
         (first, begin), (last, end) = frames[0], frames[-1]
         size = self._probed_sizes()[0]
         assert not set(size["findings"]) & {"noPackets", "stopped", "faultyPacket", "otherPicture"}, size
-        # The third stream of probe, after that of v4l2-ctl.
-        skipped = [number for number in range(size["packets"]) if f"skipped {number}" in self._streams()[3]]
-        if skipped or size["missed"] or "jitter" in size["findings"]:
+        # An overloaded camera skips frames, which no program sees. The third stream of probe follows that of v4l2-ctl.
+        streams = self._streams()
+        if any(line.startswith("skipped") for line in streams[0] + streams[3]):
             print("  | (rates not compared: the machine is overloaded)", flush=True)
             return
         assert size["delivered"] == pytest.approx((last - first) / (end - begin), rel=0.02), size

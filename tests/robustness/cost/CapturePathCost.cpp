@@ -22,9 +22,10 @@ TEST_F(CapturePathCost, MjpgFrames) {
   settings.oneShot = FALSE;
   VideoDeviceSettings camera;
   camera.formats = {{V4L2_PIX_FMT_MJPEG, {Discrete(kWidth, kHeight, {30})}}};
-  BuildAndRun(settings, std::move(camera));
+  // Before the start, because the stream waits for the first frame only for a limited time.
   FakeFrame picture;
   picture.bytes = WaveJpeg(kWidth, kHeight, {});
+  BuildAndRun(settings, std::move(camera));
   for (int i = 1; i <= std::atoi(frames); ++i) {
     ASSERT_TRUE(device->Deliver(picture));
     ASSERT_TRUE(callback.WaitForFrames(static_cast<std::size_t>(i)));

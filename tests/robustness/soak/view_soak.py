@@ -225,17 +225,22 @@ class Footprint:
 
 def footprint_at_rest(view):
     """The resources once all viewers have left and the camera is closed."""
-    # A recording would keep the camera open.
-    view.post("record", {"record": False})
-    view.wait_for_state(lambda state: state["viewers"] == 0 and state["camera"]["phase"] == "closed")
+
+    def is_closed(state):
+        # A recording would keep the camera open. One that is about to start cannot be stopped yet.
+        if state["recording"]["running"] or state["camera"]["phase"] != "closed":
+            view.post("record", {"record": False})
+        return state["viewers"] == 0 and state["camera"]["phase"] == "closed"
+
+    view.wait_for_state(is_closed)
     # The server may not have closed all connections yet.
     before = None
 
     def is_steady():
         nonlocal before
-        latest, before = before, str(Footprint(view.process.pid)).rsplit(",", 1)[0]
+        previous, before = before, str(Footprint(view.process.pid)).rsplit(",", 1)[0]
         time.sleep(0.2)
-        return latest == before
+        return previous == before
 
     wait_until(is_steady, view.process)
     return Footprint(view.process.pid)
@@ -272,6 +277,8 @@ def soak(scratch):
     counts = Counts()
     try:
         view = View(tool)
+        # Starts the thread that takes snapshots and finishes recordings, which remains.
+        wait_until(lambda: view.get("snapshot.png").status == 200, view.process)
         begin = time.monotonic()
         first = visit(view, counts, WARM_UP * chosen.seconds, chosen.seed)
         print(f"soak: after the warm-up: {first}", flush=True)

@@ -31,7 +31,8 @@ class StartedCamera {
   const CameraRequest& Request() const { return m_request; }
   // False if the judgement was stopped before the best size was found.
   bool IsBestSize() const { return m_isBestSize; }
-  // What was reported about the size: human-readable. Empty: it is the first one of the plan.
+  // What was reported about the size: human-readable. Empty: the first one of the plan was
+  // not judged, or is fast enough.
   const std::string& SizeMessage() const { return m_sizeMessage; }
   // The times of the open request and of its return.
   Clock::time_point RequestedAt() const { return m_requestedAt; }

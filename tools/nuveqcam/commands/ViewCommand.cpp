@@ -23,8 +23,8 @@
 namespace nuveqcam {
 namespace {
 
-// For a signal, a change of the camera or a viewer that comes or goes to be noticed. Waking up costs as much
-// as sending two packets, so that it is longer than kPollInterval.
+// The interval in which signals, changes of the camera and viewers that come or go are noticed. A wake-up
+// costs as much as sending two packets, so it is longer than kPollInterval.
 constexpr std::chrono::milliseconds kTickInterval{50};
 
 void PrintAddress(const CommandContext& context, const std::string& address) {

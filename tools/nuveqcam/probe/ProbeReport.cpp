@@ -91,8 +91,8 @@ std::string FaultAdvice(const ProbeReport& report) {
   std::string text;
   for (const SizeResult& result : report.sizes) {
     for (const Finding finding : result.findings) {
-      const std::string advice = IsFault(finding) ? AdviceFor(finding) : "";
-      if (text.find(advice) == std::string::npos) {
+      const std::string advice = AdviceFor(finding);
+      if (IsFault(finding) && !advice.empty() && text.find(advice) == std::string::npos) {
         text += (text.empty() ? "" : "; ") + advice;
       }
     }

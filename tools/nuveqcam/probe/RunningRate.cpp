@@ -10,12 +10,16 @@ namespace {
 // A shorter time is too inaccurate: a single late packet could seem to be a wrong rate.
 constexpr std::chrono::seconds kMinTime{2};
 
+// After a longer time without a packet, the rate is that of the past.
+constexpr std::chrono::seconds kMaxSilence{1};
+
 }  // namespace
 
 RunningRate JudgeRunningRate(const Capabilities& camera, const CameraRequest& request,
-                             std::span<const Clock::time_point> arrivals) {
+                             std::span<const Clock::time_point> arrivals, Clock::time_point now) {
   RunningRate rate;
-  if (arrivals.empty() || arrivals.back() - arrivals.front() < kMinTime) {
+  if (arrivals.empty() || arrivals.back() - arrivals.front() < kMinTime ||
+      now - arrivals.back() > kMaxSilence) {
     return rate;
   }
   const std::uint32_t highest = OfferedFps(camera, request.size).front();

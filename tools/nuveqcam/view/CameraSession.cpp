@@ -280,7 +280,9 @@ CameraSession::SessionEnd CameraSession::RunSession() {
                        [this] { return IsInterrupted(); });
   m_request = camera.Request();
   if (camera.IsBestSize() && m_defaultPlan) {
-    m_sizeNotice = camera.SizeMessage();
+    // If no size is fast, the measured rate says so.
+    const bool isPreferred = m_request->size == m_defaultPlan->sizes.sizes.front();
+    m_sizeNotice = isPreferred ? std::string() : camera.SizeMessage();
     m_defaultPlan.reset();
   }
   const SessionEnd end = Forward(camera);
@@ -337,6 +339,7 @@ void CameraSession::NoteFirstPacket() {
   m_lossError.clear();
   if (std::exchange(m_isChanging, false)) {
     m_changeError.clear();
+    m_sizeNotice.clear();
   }
   Update([this](CameraState& state) {
     state.phase = CameraPhase::kOpen;
@@ -357,9 +360,9 @@ bool CameraSession::TakeChange() {
     return false;
   }
   m_defaultPlan.reset();
-  m_sizeNotice.clear();
   if (m_request && m_request->size == change->size && m_request->fps == change->fps) {
     m_changeError.clear();
+    m_sizeNotice.clear();
     Update([](CameraState& state) {
       state.notice.clear();
       if (state.phase != CameraPhase::kFailed) {
@@ -398,6 +401,7 @@ void CameraSession::ShowFailure(const std::string& error) {
 void CameraSession::ShowRequest() {
   Update([this](CameraState& state) {
     state.request = m_request;
+    state.notice = m_isChanging ? std::string() : m_sizeNotice;
     if (state.phase == CameraPhase::kOpen) {
       state.phase = CameraPhase::kOpening;
     }

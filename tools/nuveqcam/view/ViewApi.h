@@ -25,7 +25,7 @@
 //   measured   delivered (frames per second in the last five seconds; null: not known yet), promised (frames
 //              per second; null like delivered), findings (list of {finding, text, advice} about the rate:
 //              word and texts of `probe`)
-//   recording  running, stopped (by a request, whose sender downloads it; false: it has ended by itself),
+//   recording  running, stopped (true: by a request, whose sender downloads it),
 //              frames, seconds, bytes, error (empty: none), file (name of the path; null: none)
 //   viewers    number of streams that are open
 //   skipped    frames that this viewer missed because it was slow

@@ -235,7 +235,7 @@ std::string ViewService::StateText(std::uint64_t skippedFrames) const {
   const CameraState camera = m_backend.cameraState();
   RunningRate measured;
   if (camera.phase == CameraPhase::kOpen && camera.request) {
-    measured = JudgeRunningRate(camera.capabilities, *camera.request, m_arrivals.Arrivals());
+    measured = JudgeRunningRate(camera.capabilities, *camera.request, m_arrivals.Arrivals(), Clock::now());
   }
   return StateJson({camera, std::move(measured), CurrentRecording(), *m_viewers, skippedFrames});
 }

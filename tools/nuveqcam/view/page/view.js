@@ -645,6 +645,7 @@ const PLOT_INTERVAL_MS = 250;
 const PLOT_TEXT_INTERVAL_MS = 2000;
 const CALM_PLOT_INTERVAL_MS = 2000;  // for prefers-reduced-motion
 const NOTICE_MS = 15000;
+const FINDING_MS = 2500;
 // A chosen size or rate is shown until the server's state has it, at most for this long.
 const CHOICE_MS = 5000;
 // An arrow key on a closed list chooses each option on the way, and each one would reopen the camera.
@@ -1161,14 +1162,22 @@ function renderCamera(camera) {
   byId('video').hidden = !page.hasPicture || isDecoding;
 }
 
+// Which finding about the rate is the latest one, and since when.
+const rateNotice = { key: '', since: 0 };
+
 // What the program has found about the camera's rate. The notice is not updated with the rate, since a screen reader
-// would announce it again each time.
+// would announce it again each time, and not before the finding is steady: a rate near the limit would make it come and
+// go.
 function renderMeasured(camera, measured) {
   const { delivered, promised, findings } = measured ?? { delivered: null, promised: null, findings: [] };
   setText(byId('camera-rate'), delivered === null ? '-' : `${delivered.toFixed(1)} of ${promised}`);
   const notice = byId('findings');
   const key = JSON.stringify([camera?.width, camera?.height, promised, findings.map(({ finding }) => finding)]);
-  if (notice.dataset.key !== key) {
+  if (rateNotice.key !== key) {
+    Object.assign(rateNotice, { key, since: performance.now() });
+  }
+  const isSteady = delivered === null || performance.now() - rateNotice.since >= FINDING_MS;
+  if (notice.dataset.key !== key && isSteady) {
     notice.dataset.key = key;
     setMessage(notice, findings.map(({ text, advice }) => `${text}; ${advice}.`).join(' '));
   }
