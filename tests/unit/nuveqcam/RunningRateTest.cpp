@@ -35,8 +35,8 @@ std::vector<Clock::time_point> ArrivalsAt(int fps, milliseconds time = milliseco
 }
 
 // Judges a stream whose latest packet has just arrived.
-RunningRate Judge(const Capabilities& camera, const CameraRequest& request,
-                  const std::vector<Clock::time_point>& arrivals) {
+RunningRate RateNow(const Capabilities& camera, const CameraRequest& request,
+                    const std::vector<Clock::time_point>& arrivals) {
   return JudgeRunningRate(camera, request, arrivals, arrivals.empty() ? Clock::now() : arrivals.back());
 }
 
@@ -51,7 +51,7 @@ TEST(RunningRate, OfACameraThatHasGoneSilentIsNotKnown) {
 }
 
 TEST(RunningRate, AsPromisedHasNoFindings) {
-  const RunningRate rate = Judge(CameraListing({30}), RequestAt(30), ArrivalsAt(30));
+  const RunningRate rate = RateNow(CameraListing({30}), RequestAt(30), ArrivalsAt(30));
   ASSERT_TRUE(rate.delivered);
   EXPECT_NEAR(*rate.delivered, 30, 0.1);
   EXPECT_EQ(rate.promised, 30);
@@ -59,7 +59,7 @@ TEST(RunningRate, AsPromisedHasNoFindings) {
 }
 
 TEST(RunningRate, BelowThePromisedOneIsFoundInTheWordsOfProbe) {
-  const RunningRate rate = Judge(CameraListing({30}), RequestAt(30), ArrivalsAt(15));
+  const RunningRate rate = RateNow(CameraListing({30}), RequestAt(30), ArrivalsAt(15));
   ASSERT_THAT(rate.findings, SizeIs(1));
   EXPECT_EQ(rate.findings[0].word, WordFor(Finding::kTooSlow));
   EXPECT_EQ(rate.findings[0].text, "640x480 at 30 fps delivers 15.0 fps");
@@ -67,13 +67,13 @@ TEST(RunningRate, BelowThePromisedOneIsFoundInTheWordsOfProbe) {
 }
 
 TEST(RunningRate, IsNotPromisedAboveTheListedOne) {
-  const RunningRate rate = Judge(CameraListing({15, 10}), RequestAt(30), ArrivalsAt(15));
+  const RunningRate rate = RateNow(CameraListing({15, 10}), RequestAt(30), ArrivalsAt(15));
   EXPECT_EQ(rate.promised, 15);
   EXPECT_THAT(rate.findings, IsEmpty());
 }
 
 TEST(RunningRate, OfAnotherOfferedRateIsARemark) {
-  const RunningRate rate = Judge(CameraListing({30, 15}), RequestAt(15), ArrivalsAt(30));
+  const RunningRate rate = RateNow(CameraListing({30, 15}), RequestAt(15), ArrivalsAt(30));
   ASSERT_THAT(rate.findings, SizeIs(1));
   EXPECT_EQ(rate.findings[0].word, WordFor(Finding::kOtherRate));
   EXPECT_EQ(rate.findings[0].text, "640x480 at 15 fps delivers 30.0 fps");
@@ -81,11 +81,11 @@ TEST(RunningRate, OfAnotherOfferedRateIsARemark) {
 
 TEST(RunningRate, IsNotKnownBeforeTwoSeconds) {
   for (const milliseconds time : {milliseconds(0), milliseconds(1900)}) {
-    const RunningRate rate = Judge(CameraListing({30}), RequestAt(30), ArrivalsAt(15, time));
+    const RunningRate rate = RateNow(CameraListing({30}), RequestAt(30), ArrivalsAt(15, time));
     EXPECT_FALSE(rate.delivered);
     EXPECT_THAT(rate.findings, IsEmpty());
   }
-  EXPECT_FALSE(Judge(CameraListing({30}), RequestAt(30), {}).delivered);
+  EXPECT_FALSE(RateNow(CameraListing({30}), RequestAt(30), {}).delivered);
 }
 
 TEST(RunningRate, IsNotJudgedByJitter) {
@@ -93,7 +93,7 @@ TEST(RunningRate, IsNotJudgedByJitter) {
   for (std::size_t i = 0; i < arrivals.size(); i += 2) {
     arrivals[i] += milliseconds(25);
   }
-  EXPECT_THAT(Judge(CameraListing({30}), RequestAt(30), arrivals).findings, IsEmpty());
+  EXPECT_THAT(RateNow(CameraListing({30}), RequestAt(30), arrivals).findings, IsEmpty());
 }
 
 }  // namespace

@@ -26,8 +26,8 @@ struct RunningRate {
 };
 
 // arrivals are those of consecutive packets of the request. The promised rate is the requested one, or the
-// highest one that the camera offers at the size if that is lower. Jitter is not judged: it comes and goes. The
-// rate is not known if no packet has arrived for a second.
+// highest one that the camera offers at the size if that is lower. Jitter is not judged: it comes and goes.
+// The rate is not known if no packet has arrived for a second.
 RunningRate JudgeRunningRate(const Capabilities& camera, const CameraRequest& request,
                              std::span<const Clock::time_point> arrivals, Clock::time_point now);
 
