@@ -7,18 +7,16 @@
 // its pages are moved from other pipes. OUT receives the program's standard output, REPORT the measurements,
 // one a line:
 //
-//   frame NS                arrival of the next frame, in nanoseconds since the start of the program
+//   frame NS                when the next frame was due, in nanoseconds since the start of the program
 //   output NS BYTES         when this many bytes in total had been received
 //   steady CPU_NS SWITCHES  CPU time and context switches from the arrival of frame SKIP to one interval
 //                           after the last frame
-//   start CPU_NS            CPU time until the first output was received
 //   peak KIB SHARED_KIB     peak resident memory, and shared memory at the end
 //   begin NS                start of the program on CLOCK_MONOTONIC
 //
 // Exits with the status of the program, or terminates by the signal that terminated it.
 #include <fcntl.h>
 #include <sys/mman.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -42,6 +40,8 @@
 #include <utility>
 #include <vector>
 
+#include "ChildExit.h"
+
 namespace bench {
 namespace {
 
@@ -49,8 +49,6 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::nanoseconds;
 
-constexpr int kExitMeasureFailed = 125;
-constexpr int kExitNotStarted = 127;
 // The size of a new pipe.
 constexpr std::size_t kMinPipe = 65536;
 
@@ -234,9 +232,8 @@ struct Output {
 // Reads the program's output on a thread of its own.
 class Receiver {
  public:
-  Receiver(int descriptor, const std::string& path, pid_t process)
-      : m_file(path, std::ios::binary),
-        m_thread([this, descriptor, process] { Read(descriptor, process); }) {}
+  Receiver(int descriptor, const std::string& path)
+      : m_file(path, std::ios::binary), m_thread([this, descriptor] { Read(descriptor); }) {}
   Receiver(const Receiver&) = delete;
   Receiver& operator=(const Receiver&) = delete;
   ~Receiver() { Finish(); }
@@ -250,17 +247,13 @@ class Receiver {
   }
   bool IsWritten() const { return m_file.good(); }
   const std::vector<Output>& Outputs() const { return m_outputs; }
-  std::int64_t CpuAtFirst() const { return m_cpuAtFirst; }
 
  private:
-  void Read(int descriptor, pid_t process) try {
+  void Read(int descriptor) try {
     std::vector<char> buffer(std::size_t{1} << 20);
     std::uint64_t total = 0;
     for (ssize_t count = 0; (count = read(descriptor, buffer.data(), buffer.size())) > 0;) {
       const Clock::time_point now = Clock::now();
-      if (m_outputs.empty()) {
-        m_cpuAtFirst = CpuTime(process);
-      }
       total += static_cast<std::uint64_t>(count);
       m_outputs.push_back({now, total});
       m_file.write(buffer.data(), count);
@@ -271,7 +264,6 @@ class Receiver {
 
   std::ofstream m_file;
   std::vector<Output> m_outputs;
-  std::int64_t m_cpuAtFirst = 0;
   std::thread m_thread;
 };
 
@@ -347,7 +339,7 @@ int Measure(const Arguments& arguments) {
   std::int64_t shared = 0;
   std::vector<Clock::time_point> arrivals{begin};
   int result = 0;
-  Receiver receiver(out.read.Get(), arguments.out, child.Id());
+  Receiver receiver(out.read.Get(), arguments.out);
   try {
     feeder.Deliver();
     for (std::size_t number = 1; number <= frames.Count(); ++number) {
@@ -388,21 +380,11 @@ int Measure(const Arguments& arguments) {
     report << "output " << nanoseconds(output.time - begin).count() << ' ' << output.bytes << '\n';
   }
   report << "steady " << atEnd.cpu - atSkip.cpu << ' ' << atEnd.switches - atSkip.switches << '\n'
-         << "start " << receiver.CpuAtFirst() << '\n'
          << "peak " << peak << ' ' << shared << '\n';
   if (!report.flush()) {
     throw std::runtime_error("cannot write " + arguments.report);
   }
   return result;
-}
-
-// Terminates by the signal, so that the caller sees how the program ended. Suppresses a second core dump.
-[[noreturn]] void TerminateBy(int signal) {
-  const rlimit noCore{0, 0};
-  setrlimit(RLIMIT_CORE, &noCore);
-  std::signal(signal, SIG_DFL);
-  std::raise(signal);
-  std::abort();  // reached only if the signal is blocked
 }
 
 }  // namespace
@@ -427,8 +409,5 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "paced_run: %s\n", failure.what());
     return bench::kExitMeasureFailed;
   }
-  if (WIFSIGNALED(status)) {
-    bench::TerminateBy(WTERMSIG(status));
-  }
-  return WEXITSTATUS(status);
+  return bench::ExitLike(status);
 }

@@ -12,16 +12,13 @@
 
 #include <cerrno>
 #include <chrono>
-#include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <memory>
+
+#include "ChildExit.h"
 
 namespace bench {
 namespace {
-
-constexpr int kExitMeasureFailed = 125;
-constexpr int kExitNotStarted = 127;
 
 long long Microseconds(const timeval& time) { return time.tv_sec * 1'000'000LL + time.tv_usec; }
 
@@ -33,15 +30,6 @@ bool WriteLine(const char* path, const rusage& used, std::chrono::steady_clock::
              static_cast<long long>(std::chrono::duration_cast<std::chrono::microseconds>(elapsed).count()),
              used.ru_maxrss) > 0 &&
          std::fflush(file.get()) == 0;
-}
-
-// Terminates by the signal, so that the caller sees how the program ended. Suppresses a second core dump.
-[[noreturn]] void TerminateBy(int signal) {
-  const rlimit noCore{0, 0};
-  setrlimit(RLIMIT_CORE, &noCore);
-  std::signal(signal, SIG_DFL);
-  std::raise(signal);
-  std::abort();  // reached only if the signal is blocked
 }
 
 }  // namespace
@@ -72,8 +60,5 @@ int main(int argc, char** argv) {
     std::perror("resource_usage");
     return bench::kExitMeasureFailed;
   }
-  if (WIFSIGNALED(status)) {
-    bench::TerminateBy(WTERMSIG(status));
-  }
-  return WEXITSTATUS(status);
+  return bench::ExitLike(status);
 }
