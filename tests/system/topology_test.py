@@ -147,7 +147,9 @@ class Results:
         for name, check in self._checks():
             try:
                 check()
-            except (AssertionError, LookupError, ValueError) as failure:
+            except AssertionError as failure:
+                failures.append(f"{self._scene.name}, {name}: {failure}")
+            except (LookupError, ValueError) as failure:
                 # A program that fails may leave its output empty or incomplete.
                 failures.append(f"{self._scene.name}, {name}: {failure!r}")
         return failures
