@@ -592,6 +592,7 @@ class HttpServer::Impl {
           std::ranges::find_if(connections, [](const auto& connection) { return connection->IsUnknown(); });
       if (oldest != connections.end()) {
         // A copy, because closing removes it from the list.
+        // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): it leaves the list when it is closed
         const std::shared_ptr<Connection> closed = *oldest;
         closed->Close();
       }
