@@ -3,8 +3,8 @@
 
   scripts/test_report.py [--steps PASSED FAILED] [--unsuccessful PRESET... --] FOLDER...
 
-Prints a summary for each folder, the names of failed tests and the reasons for skipped ones. The last line is
-"N passed, M failed", with the number of skipped tests if there are any. The exit code is 0 if no test failed.
+Prints a summary for each folder, the failed tests with their messages and the reasons for skipped ones. The last line
+is "N passed, M failed", with the number of skipped tests if there are any. The exit code is 0 if no test failed.
 """
 import argparse
 import collections
@@ -19,6 +19,9 @@ GTEST = "gtest-reports"  # as in tests/GoogleTests.cmake
 # GoogleTest programs, as opposed to other tests, have such names.
 GTEST_SUITE = re.compile(r"\w+_tests\.")
 NO_REASON = "no reason given"
+# What pytest prints of failures, without the output of the test.
+PYTEST_FAILURES = re.compile(r"^=+ FAILURES =+\n(.*?)^(?:-+ Captured|=+ )", re.DOTALL | re.MULTILINE)
+MESSAGE_LINES = 30
 
 
 def skip_reason(text):
@@ -26,16 +29,22 @@ def skip_reason(text):
     return reason[1] if reason else NO_REASON
 
 
+def failure_message(output):
+    """Returns the part of a test's output that explains its failure."""
+    found = PYTEST_FAILURES.search(output)
+    return found[1] if found else output
+
+
 class Results:
     def __init__(self):
         self.counts = collections.Counter()
         self.fault_injection_runs = 0
-        self.failed = []
+        self.failed = []  # (test, message)
         self.skipped = collections.defaultdict(list)  # reason -> tests
 
-    def fail(self, name):
+    def fail(self, name, message=""):
         self.counts["failed"] += 1
-        self.failed.append(name)
+        self.failed.append((name, message))
 
     def skip(self, name, reason):
         self.counts["skipped"] += 1
@@ -47,7 +56,7 @@ class Results:
             name = f"{case.get('classname')}.{case.get('name')}"
             skipped = case.find("skipped")
             if case.find("failure") is not None:
-                self.fail(name)
+                self.fail(name, "\n".join(failure.get("message", "") for failure in case.iter("failure")))
             elif skipped is not None:
                 self.skip(name, skip_reason(skipped.get("message", "")))
             elif case.get("status") == "run":
@@ -72,7 +81,7 @@ class Results:
         is_failed = case.get("status") != "run"
         if not GTEST_SUITE.match(name):
             if is_failed:
-                self.fail(name)
+                self.fail(name, failure_message(output))
             else:
                 self.counts["passed"] += 1
             return
@@ -81,9 +90,9 @@ class Results:
         if report is not None:
             self.add_program(report)
         if is_failed and self.counts["failed"] == before["failed"]:
-            self.fail(f"{name} (crashed or timed out)")
+            self.fail(f"{name} (crashed or timed out)", output)
         elif self.counts == before:
-            self.fail(f"{name} (no report)")
+            self.fail(f"{name} (no report)", output)
 
 
 def read_gtest_reports(folder, begin):
@@ -134,8 +143,10 @@ def main():
         total += results.counts
         runs = f"; {results.fault_injection_runs} fault injection runs" if results.fault_injection_runs else ""
         print(f"{folder.name}: {totals(results.counts)}{runs}")
-        for name in results.failed:
+        for name, message in results.failed:
             print(f"  FAILED: {name}")
+            for line in message.strip().splitlines()[-MESSAGE_LINES:]:
+                print(f"    {line}")
         for reason, names in results.skipped.items():
             print(f"\n!!! {len(names)} tests of {folder.name} did not run on this machine: {' '.join(names)}. "
                   f"{reason}\n")

@@ -53,14 +53,28 @@ def test_tests_within_a_suite_are_counted(build):
     assert build.report() == (0, "native: 3 passed, 0 failed\n3 passed, 0 failed\n")
 
 
-def test_failed_tests_are_named(build):
-    build.add_test("unit_tests.Queue", "fail")
-    build.add_report("unit_tests.Queue", suite(case("Stops"), case("Starts", '<failure message="no"/>')))
-    build.add_test("package.archive", "fail")
+def test_failed_tests_are_reported_with_their_messages(build):
+    build.add_test("unit_tests.Queue", "fail", "[ RUN      ] Queue.Starts")
+    build.add_report("unit_tests.Queue", suite(case("Stops"), case(
+        "Starts", '<failure message="QueueTest.cpp:1&#x0A;not started"/><failure message="QueueTest.cpp:2"/>')))
+    build.add_test("package.archive", "fail", "\n".join(f"line {number}" for number in range(100)))
+    build.add_test("Kernel.own_port", "fail", """
+=========================== FAILURES ===========================
+________________________ test_own_port _________________________
+cameras, rate: 24.1
+--------------------- Captured stdout call ---------------------
+booted
+=================== short test summary info ====================
+FAILED topology_test.py::test_own_port
+""")
     code, output = build.report()
     assert code == 1
-    assert output.splitlines() == ["native: 1 passed, 2 failed", "  FAILED: Queue.Starts", "  FAILED: package.archive",
-                                   "1 passed, 2 failed"]
+    assert output.splitlines() == [
+        "native: 1 passed, 3 failed",
+        "  FAILED: Queue.Starts", "    QueueTest.cpp:1", "    not started", "    QueueTest.cpp:2",
+        "  FAILED: package.archive", *(f"    line {number}" for number in range(70, 100)),
+        "  FAILED: Kernel.own_port", "    ________________________ test_own_port _________________________",
+        "    cameras, rate: 24.1", "1 passed, 3 failed"]
 
 
 @pytest.mark.parametrize("report", [None, "", suite(case("Stops"))])
