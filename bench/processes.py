@@ -131,9 +131,10 @@ def raise_autogroup():
 def _inherit_autogroup(process):
     """The session of a new process begins with the nice value 0."""
     with contextlib.suppress(OSError):  # the kernel has no autogroups, or the process has ended
-        nice = _AUTOGROUP.read_text(encoding="ascii").split()[-1]
-        if nice != "0":
-            Path(f"/proc/{process.pid}/autogroup").write_text(nice, encoding="ascii")
+        # Empty if this process belongs to a control group with its own share of the processors, as in a container.
+        fields = _AUTOGROUP.read_text(encoding="ascii").split()
+        if fields and fields[-1] != "0":
+            Path(f"/proc/{process.pid}/autogroup").write_text(fields[-1], encoding="ascii")
 
 
 def _wait(process, name, command, timeout):

@@ -91,6 +91,16 @@ def test_end_of_the_context_terminates_descendants(background, tmp_path):
     assert log.read_text() == "started\n"
 
 
+@pytest.mark.parametrize("content", ["", "/autogroup-1 nice 0\n", None])
+def test_background_process_runs_without_a_priority_to_inherit(monkeypatch, tmp_path, content):
+    autogroup = tmp_path / "autogroup"
+    if content is not None:
+        autogroup.write_text(content)
+    monkeypatch.setattr(processes, "_AUTOGROUP", autogroup)
+    with processes.background(["true"]) as process:
+        assert process.wait(timeout=TIMEOUT) == 0
+
+
 def test_failure_terminates_descendants(background):
     with pytest.raises(BenchError, match="sh exited with status 4"):
         processes.run(["sh", "-c", background.script.replace("; wait", "; exit 4")])
