@@ -2,8 +2,6 @@
 
 import shlex
 
-from topologies import FAULTS
-
 SHARE = "/run/share"
 CONTROL_LINE = "/dev/ttyS1"
 # Number of frames that v4l2-ctl captures. The streaming tests of v4l2-compliance (-s) do not pass with uvcvideo: they
@@ -13,9 +11,6 @@ STREAMED = 10
 # The duration of each measurement of nuveqcam probe, and the frames of the one of v4l2-ctl with which it is compared.
 PROBE_SECONDS = 2
 PROBE_FRAMES = 61
-# The streams of a probed camera: one of v4l2-ctl, and three of each size that can be opened. The last one is measured.
-UNPLUGGED_STREAM = 1 + 3 * len([text for text in FAULTS if not text.endswith(":refuse")])
-
 FUNCTIONS = """\
 step() { name=$1; shift; "$@" >$S/$name.out 2>$S/$name.err; echo $? >$S/$name.code; }
 node_of() {
@@ -38,14 +33,6 @@ wait_until() {
     [ $left -gt 0 ] || { echo "timeout: $*"; return; }
     sleep 0.1
   done
-}
-# Whether a camera has sent a damaged frame in its N-th stream.
-has_damaged() {
-  streams=0
-  while read -r word rest; do
-    case $word in stream) streams=$((streams + 1)); damaged= ;; damaged) damaged=yes ;; esac
-  done <$S/$1.log
-  [ $streams -ge $2 ] && [ -n "$damaged" ]
 }
 # Sends a request to the host and waits for the reply.
 ask() { echo "$*" >&3; read -r answer <&3; [ "$answer" = ok ] || echo "$*: $answer"; }
@@ -97,7 +84,6 @@ def _probe(camera, function, node):
     return [f"step stream v4l2-ctl -d $(node_of {shlex.quote(node)}) --stream-mmap --verbose "
             f"--set-fmt-video=width={width},height={height},pixelformat={layout} --set-parm={rate} "
             f"--stream-count={PROBE_FRAMES}",
-            f"{{ wait_until has_damaged {camera.name} {UNPLUGGED_STREAM}; ask unplug {camera.name}; }} &",
             f"step probe ./nuveqcam probe --json --seconds {PROBE_SECONDS}"]
 
 

@@ -29,6 +29,7 @@ class Camera:
     product: str
     functions: tuple
     has_end_of_image: bool = True  # whether MJPG frames end with the EOI marker
+    unplugged_stream: int = 0  # number of the stream in which the camera unplugs itself; 0: none
 
     @property
     def speed(self):
@@ -42,7 +43,8 @@ class Camera:
         for function in self.functions:
             arguments += ["--function", function.name]
             arguments += [part for text in function.formats for part in ("--format", text)]
-        return arguments + ([] if self.has_end_of_image else ["--no-eoi"])
+        arguments += [] if self.has_end_of_image else ["--no-eoi"]
+        return arguments + (["--unplug", str(self.unplugged_stream)] if self.unplugged_stream else [])
 
     @property
     def formats(self):
@@ -104,7 +106,7 @@ class Scene:
     expected: Expected
     checked: tuple = ()  # names of the cameras on which v4l2-compliance runs
     streamed: tuple = ()  # names of the cameras from whose functions v4l2-ctl captures frames
-    is_probed: bool = False  # runs only nuveqcam probe, and unplugs the camera while its last size is measured
+    is_probed: bool = False  # runs only v4l2-ctl and nuveqcam probe
 
 
 @dataclass(frozen=True)
@@ -137,8 +139,10 @@ MJPG_AND_NV12 = ("MJPG:320x240@30", "MJPG:160x120@60", "NV12:320x240@30", "NV12:
 H264_AND_UYVY = ("H264:1280x720@24", "MJPG:320x240@30", "UYVY:320x240@30", "UYVY:160x120@60", "YUYV:160x120@60")
 NV12_ONLY = ("NV12:320x240@30", "NV12:160x120@60,15")
 MJPG_ONLY = ("MJPG:320x240@30", "MJPG:160x120@60,15")
-# Without a fault; refused; damaged; and unplugged after a damaged frame. In the order in which they are measured.
-FAULTS = ("YUYV:160x120@30", "YUYV:176x144@30:refuse", "MJPG:192x144@30:damage=3", "MJPG:208x160@30:damage=4")
+# Without a fault; refused; damaged; and one during which the camera is unplugged. In the order of the measurements.
+PROBED_FORMATS = ("YUYV:160x120@30", "YUYV:176x144@30:refuse", "MJPG:192x144@30:damage=3", "MJPG:208x160@30")
+# v4l2-ctl starts the first stream, and nuveqcam probe three of each size that can be opened; it measures the last one.
+CAPTURED_STREAM, FAULTLESS_STREAM, DAMAGED_STREAM, UNPLUGGED_STREAM = 1, 4, 7, 10
 
 
 def built_in(port, *functions, **details):
@@ -158,7 +162,12 @@ ONLY_BUILT_IN = {"Integrated Camera": BUILT_IN}
 INFRARED_REASON = no_format_reason("GREY")
 
 
-PROBED = Scene("probed", (built_in("5", Function("Integrated Camera", FAULTS)),), "",
+NO_BUILT_IN = Scene("no_built_in", (PLUG_IN, UNDECLARED), "NoBuiltInCamera.*",
+                    Expected(offered="", verdicts={"USB Camera": REMOVABLE, "Inspection Camera": UNKNOWN},
+                             reasons={"USB Camera": REMOVABLE_REASON, "Inspection Camera": UNKNOWN_REASON,
+                                      "vivid": NO_USB_REASON}), checked=("plug_in",))
+PROBED = Scene("probed", (built_in("5", Function("Integrated Camera", PROBED_FORMATS),
+                                   unplugged_stream=UNPLUGGED_STREAM),), "",
                Expected(offered="Integrated Camera", verdicts=ONLY_BUILT_IN, reasons={}), is_probed=True)
 
 
@@ -182,7 +191,7 @@ TOPOLOGIES = {topology.name: topology for topology in (
                 verdicts={"Integrated Camera": BUILT_IN, "USB Camera": REMOVABLE,
                           "Inspection Camera": UNKNOWN},
                 reasons={"USB Camera": REMOVABLE_REASON, "Inspection Camera": UNKNOWN_REASON,
-                         "vivid": NO_USB_REASON})) + (PROBED,)),
+                         "vivid": NO_USB_REASON})) + (NO_BUILT_IN, PROBED)),
     Topology(
         "internal_hub", hubs=(Hub("5", Port.HARD_WIRED),), scenes=single_scene(
             (PLUG_IN, built_in("5.2", Function("Integrated Camera", MJPG_FIRST))),
@@ -192,15 +201,6 @@ TOPOLOGIES = {topology.name: topology for topology in (
                 verdicts={"Integrated Camera": BUILT_IN, "USB Camera": REMOVABLE, "QEMU USB Hub": BUILT_IN},
                 reasons={"USB Camera": REMOVABLE_REASON}),
             checked=("built_in",))),
-    Topology(
-        "no_built_in", has_vivid=True, scenes=single_scene(
-            (PLUG_IN, UNDECLARED), "NoBuiltInCamera.*",
-            Expected(
-                offered="",
-                verdicts={"USB Camera": REMOVABLE, "Inspection Camera": UNKNOWN},
-                reasons={"USB Camera": REMOVABLE_REASON, "Inspection Camera": UNKNOWN_REASON,
-                         "vivid": NO_USB_REASON}),
-            checked=("plug_in",))),
     Topology(
         "undeclared", scenes=single_scene(
             (Camera("first", "1", Port.UNDECLARED, "05a3:9230", "Inspection Camera",

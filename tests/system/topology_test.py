@@ -23,8 +23,8 @@ from pathlib import Path
 
 import pytest
 
-from guest_script import PROBE_FRAMES, STREAMED, UNPLUGGED_STREAM, function_id, guest_script
-from topologies import METADATA_REASON, TOPOLOGIES, Verdict
+from guest_script import PROBE_FRAMES, STREAMED, function_id, guest_script
+from topologies import CAPTURED_STREAM, DAMAGED_STREAM, FAULTLESS_STREAM, METADATA_REASON, TOPOLOGIES, Verdict
 from virtual_machine import BootTimeout, Machine, MachineError, QemuUnavailable, require_qemu
 
 BUILD = Path(__file__).parents[2] / "build"
@@ -46,10 +46,6 @@ def test_own_port(run):
 
 def test_internal_hub(run):
     run("internal_hub")
-
-
-def test_no_built_in(run):
-    run("no_built_in")
 
 
 def test_undeclared(run):
@@ -258,15 +254,10 @@ class Results:
         """The measurements of probe, in the order of the formats."""
         return json.loads(self._read("probe.out"))["sizes"]
 
-    def _streams(self):
-        """The lines of each stream in the camera's log."""
-        streams = []
-        for line in self._read(f"{self._scene.cameras[0].name}.log").splitlines():
-            if line.startswith("stream "):
-                streams.append([])
-            elif streams:
-                streams[-1].append(line)
-        return streams
+    def _stream(self, number):
+        """The lines of a stream in the camera's log. The first stream has the number 1."""
+        log = self._read(f"{self._scene.cameras[0].name}.log")
+        return re.split("^stream .*\n", log, flags=re.M)[number].splitlines()
 
     def _check_probe(self):
         self._check_exit_code("probe", PROBE_FAULT)
@@ -284,12 +275,12 @@ class Results:
         (first, begin), (last, end) = frames[0], frames[-1]
         size = self._probed_sizes()[0]
         assert not set(size["findings"]) & {"noPackets", "stopped", "faultyPacket", "otherPicture"}, size
-        # An overloaded camera skips frames, which no program sees. The third stream of probe follows that of v4l2-ctl.
-        streams = self._streams()
-        if any(line.startswith("skipped") for line in streams[0] + streams[3]):
+        # An overloaded camera skips frames, which no program sees.
+        if any(line.startswith("skipped") for line in self._stream(CAPTURED_STREAM) + self._stream(FAULTLESS_STREAM)):
             print("  | (rates not compared: the machine is overloaded)", flush=True)
             return
-        assert size["delivered"] == pytest.approx((last - first) / (end - begin), rel=0.02), size
+        # probe measures when packets arrive, which is late on a busy machine.
+        assert size["delivered"] == pytest.approx((last - first) / (end - begin), rel=0.1), size
         assert not set(size["findings"]) & {"tooSlow", "tooFast"}, size
 
     def _check_refused_size(self):
@@ -300,7 +291,7 @@ class Results:
     def _check_damaged_frames(self):
         size = self._probed_sizes()[2]
         assert set(size["findings"]) >= {"tooSlow", "framesLost"}, size
-        damaged = len([line for line in self._streams()[UNPLUGGED_STREAM - 4] if line.startswith("damaged")])
+        damaged = len([line for line in self._stream(DAMAGED_STREAM) if line.startswith("damaged")])
         assert size["damaged"] > 0, size
         # The last ones may still be on their way when the camera is closed, and the driver may lose others.
         assert size["damaged"] <= damaged <= size["damaged"] + size["missed"] + 3, (damaged, size)

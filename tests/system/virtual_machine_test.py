@@ -15,7 +15,7 @@ import pytest
 from virtual_machine import QemuUnavailable, require_qemu
 
 COMMAND = [sys.executable, "-B", "-m", "pytest", "-s", "--no-header",
-           f"{Path(__file__).parent}/topology_test.py::test_no_built_in"]
+           f"{Path(__file__).parent}/topology_test.py::test_undeclared"]
 KERNEL = Path(os.environ["KERNEL_FOLDER"])
 DID_NOT_RUN = 77
 
@@ -106,7 +106,7 @@ POWERED_OFF = "the guest powered off before it had finished; QEMU exited with 0;
 
 
 @pytest.mark.parametrize("name, commands, reports", [
-    ("uvc_camera", "exit 4", ["the camera plug_in did not start; it exited with 4"]),
+    ("uvc_camera", "exit 4", ["the camera first did not start; it exited with 4"]),
     ("kernel_tests", "kill -SEGV $$", ["only, tests: exits with 139", "only, nuveqcam list: not JSON"]),
     # A loop of builtins, because it has to keep running until the power-off, after the file systems are gone.
     ("kernel_tests", "echo o >/proc/sysrq-trigger; while :; do :; done", [POWERED_OFF])])

@@ -13,11 +13,12 @@ constexpr const char* kDescription =
     R"(uvc_camera: a USB video camera for a virtual machine
 
 Connects to the socket of QEMU's usb-redir device, which plugs the camera in, and streams numbered pictures.
-Terminating the program unplugs the camera. The program exits when QEMU closes the socket.)";
+Terminating the program unplugs the camera. The program exits when QEMU closes the socket, or when the camera unplugs
+itself.)";
 
 constexpr const char* kNotes =
-    R"(Prints "ready" when the camera is plugged in. Exit codes: 0 terminated by a signal or by QEMU, 1 error,
-2 invalid arguments.
+    R"(Prints "ready" when the camera is plugged in. Exit codes: 0 unplugged or terminated by QEMU, 1 error, 2 invalid
+arguments.
 
 Lines of the log:
   ready                        the camera is plugged in
@@ -30,6 +31,7 @@ Lines of the log:
   reset                        the host reset the camera
   stalled T R value V index I  the camera stalled control request R of request type T (all hexadecimal)
   closed                       QEMU closed the socket
+  unplugged                    the camera unplugged itself
 If the camera has several functions, the lines of a stream start with "function N: ", counted from 0.)";
 
 template <typename Number>
@@ -105,6 +107,12 @@ void ParseFault(std::string_view text, FrameSize& size) {
   const bool isDamage = fault == "damage" && Parse(rest, size.damage) && size.damage != 0;
   if (!text.empty() && !size.isRefused && !isDamage) {
     ThrowUsageError("a fault must be refuse or damage=N", text);
+  }
+}
+
+void ParseUnpluggedStream(std::string_view text, CameraModel& model) {
+  if (!Parse(text, model.unpluggedStream) || model.unpluggedStream == 0) {
+    ThrowUsageError("invalid number of a stream", text);
   }
 }
 
@@ -207,6 +215,9 @@ void AddOptions(CLI::App& app, Options& options) {
       "H264 is offered but cannot be started. FAULT is refuse (the size\n"
       "cannot be started) or damage=N (every N-th frame lacks its second\n"
       "half)");
+  add(
+      "--unplug", "N", [&](const std::string& stream) { ParseUnpluggedStream(stream, model); },
+      "unplug the camera in its N-th stream, after 10 frames");
   app.add_flag_callback(
       "--no-eoi", [&] { model.hasEndOfImage = false; }, "omit the EOI marker at the end of MJPG frames");
   app.set_help_flag("--help", "print this text");

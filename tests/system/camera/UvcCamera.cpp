@@ -41,6 +41,7 @@ FunctionCallbacks Camera::CallbacksOf(std::size_t function) {
   VideoStream& stream = *m_streams[function];
   return {.start =
               [this, &stream](const ProbeControl& committed) {
+                ++m_startedStreams;
                 stream.Start(committed.CurrentFormat(), committed.PayloadSize(), m_model.hasEndOfImage,
                              committed.CurrentSize().damage);
               },
@@ -70,6 +71,11 @@ void Camera::Run(int stop) {
     const bool isOpen = descriptors[0].revents == 0 || m_link.Read();
     Tick();
     SendAnswers();
+    if (IsUnplugged()) {
+      StopStreams();
+      m_log.Write("unplugged");
+      return;
+    }
     if (!isOpen || !m_link.Write()) {
       StopStreams();
       m_log.Write("closed");
@@ -82,6 +88,13 @@ void Camera::Tick() {
   for (const auto& stream : m_streams) {
     stream->Tick();
   }
+}
+
+bool Camera::IsUnplugged() const {
+  constexpr std::uint64_t kFrames = 10;
+  return m_startedStreams != 0 && m_startedStreams == m_model.unpluggedStream &&
+         std::ranges::any_of(m_streams,
+                             [](const auto& stream) { return stream->Sender().FramesSent() >= kFrames; });
 }
 
 void Camera::StopStreams() {

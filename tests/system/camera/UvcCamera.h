@@ -19,7 +19,8 @@ class Camera final : private RedirDevice {
  public:
   Camera(FileDescriptor socket, const CameraModel& model, EventLog& log);
 
-  // Runs until the virtual machine closes the connection or the descriptor stop becomes readable.
+  // Runs until the virtual machine closes the connection, the descriptor stop becomes readable, or the camera
+  // unplugs itself.
   void Run(int stop);
 
  private:
@@ -36,6 +37,7 @@ class Camera final : private RedirDevice {
   std::vector<FunctionCallbacks> AllCallbacks();
   std::optional<VideoStream::Clock::time_point> Deadline() const;
   void Tick();
+  bool IsUnplugged() const;
   void StopStreams();
   void SendAnswers();
   void Wait(std::span<pollfd> descriptors) const;
@@ -43,6 +45,7 @@ class Camera final : private RedirDevice {
   const CameraModel& m_model;
   EventLog& m_log;
   std::vector<std::unique_ptr<VideoStream>> m_streams;  // one per function
+  std::uint32_t m_startedStreams = 0;
   ControlPipe m_pipe;
   RedirLink m_link;
 };
