@@ -42,6 +42,11 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND NOT WIN32)
   list(APPEND NUVEQ_COMPILE_OPTIONS $<$<COMPILE_LANGUAGE:CXX>:-fno-gnu-unique>)
 endif()
 
+if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+  # The compiler collects garbage less often, which takes a tenth of its time.
+  list(APPEND NUVEQ_COMPILE_OPTIONS "SHELL:--param ggc-min-expand=100 --param ggc-min-heapsize=400000")
+endif()
+
 # nuveq_add_library(NAME TYPE SOURCE...): add_library with the options above.
 function(nuveq_add_library target)
   add_library(${target} ${ARGN})

@@ -45,8 +45,9 @@ def for_windows(arguments):
     # clang needs its own intrinsics instead of the compiler's.
     folders = [folder for folder in folders if not re.search(r"/lib/gcc/[^/]+/[^/]+/include(-fixed)?$", folder)]
     kept = [a for a in arguments[1:] if a not in ("-fno-keep-inline-dllexport", "-Winvalid-pch", "-Wshadow")]
-    for at in reversed([i for i, a in enumerate(kept) if a == "-include" and "cmake_pch" in kept[i + 1]]):
-        # clang cannot read the precompiled header; the sources include what they use.
+    # clang cannot read the precompiled header; the sources include what they use.
+    for at in reversed([i for i, a in enumerate(kept)
+                        if a == "--param" or (a == "-include" and "cmake_pch" in kept[i + 1])]):
         del kept[at:at + 2]
     return (["clang++", "--target=x86_64-w64-windows-gnu", "-nostdinc++"] + kept +
             [word for folder in folders for word in ("-isystem", folder)])
