@@ -19,8 +19,9 @@ GTEST = "gtest-reports"  # as in tests/GoogleTests.cmake
 # GoogleTest programs, as opposed to other tests, have such names.
 GTEST_SUITE = re.compile(r"\w+_tests\.")
 NO_REASON = "no reason given"
-# What pytest prints of failures, without the output of the test.
-PYTEST_FAILURES = re.compile(r"^=+ FAILURES =+\n(.*?)^(?:-+ Captured|=+ )", re.DOTALL | re.MULTILINE)
+# What pytest prints of failures, and the output of a failed test in it.
+PYTEST_FAILURES = re.compile(r"^=+ FAILURES =+\n(.*?)^=+ ", re.DOTALL | re.MULTILINE)
+PYTEST_OUTPUT = re.compile(r"^-+ Captured .*?(?=^_+ |^-+ Captured |\Z)", re.DOTALL | re.MULTILINE)
 MESSAGE_LINES = 30
 
 
@@ -32,7 +33,7 @@ def skip_reason(text):
 def failure_message(output):
     """Returns the part of a test's output that explains its failure."""
     found = PYTEST_FAILURES.search(output)
-    return found[1] if found else output
+    return PYTEST_OUTPUT.sub("", found[1]) if found else output
 
 
 class Results:

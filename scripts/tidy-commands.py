@@ -45,7 +45,7 @@ def for_windows(arguments):
     # clang needs its own intrinsics instead of the compiler's.
     folders = [folder for folder in folders if not re.search(r"/lib/gcc/[^/]+/[^/]+/include(-fixed)?$", folder)]
     kept = [a for a in arguments[1:] if a not in ("-fno-keep-inline-dllexport", "-Winvalid-pch", "-Wshadow")]
-    # clang cannot read the precompiled header; the sources include what they use.
+    # clang does not have GCC's parameters and cannot read the precompiled header; the sources include what they use.
     for at in reversed([i for i, a in enumerate(kept)
                         if a == "--param" or (a == "-include" and "cmake_pch" in kept[i + 1])]):
         del kept[at:at + 2]

@@ -4,12 +4,12 @@
 #   nuveq_add_suites(program [UNOPTIMIZED] [FILTER filter] PROPERTIES property value...)
 #
 # The name of the program ends in "_tests". UNOPTIMIZED is for tests that compute little: optimising them would take
-# longer than they gain. The code under test is optimised. Only tests that match FILTER are added. The reports
-# of GoogleTest are in the build folder's gtest-reports.
+# longer than they gain. The code under test is optimised. Only tests that match FILTER are added. The reports of
+# GoogleTest are in the build folder's gtest-reports.
 function(nuveq_add_suites program)
   cmake_parse_arguments(PARSE_ARGV 1 arg UNOPTIMIZED FILTER PROPERTIES)
-  if(arg_UNOPTIMIZED AND NOT MSVC)
-    target_compile_options(${program} PRIVATE -O0)
+  if(arg_UNOPTIMIZED AND NUVEQ_UNOPTIMIZED)
+    target_compile_options(${program} PRIVATE ${NUVEQ_UNOPTIMIZED})
     target_precompile_headers(${program} REUSE_FROM googletest_headers_unoptimized)
   else()
     target_precompile_headers(${program} REUSE_FROM googletest_headers)

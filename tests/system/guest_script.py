@@ -11,6 +11,7 @@ STREAMED = 10
 # The duration of each measurement of nuveqcam probe, and the frames of the one of v4l2-ctl with which it is compared.
 PROBE_SECONDS = 2
 PROBE_FRAMES = 61
+
 FUNCTIONS = """\
 step() { name=$1; shift; "$@" >$S/$name.out 2>$S/$name.err; echo $? >$S/$name.code; }
 node_of() {
@@ -62,7 +63,8 @@ def _run(scene, test_filter):
              for function in camera.functions]
     lines += [f"wait_until node_of {shlex.quote(node)}" for _, _, node in nodes]
     if scene.is_probed:
-        return lines + _probe(*nodes[0])
+        [(_, function, node)] = nodes
+        return lines + _probe(function, node)
     lines += ["step list ./nuveqcam list --json", "step doctor ./nuveqcam doctor",
               "step doctor_json ./nuveqcam doctor --json"]
     for camera, function, node in nodes:
@@ -76,7 +78,7 @@ def _run(scene, test_filter):
                     "echo $? >$S/tests.code"]
 
 
-def _probe(camera, function, node):
+def _probe(function, node):
     """The commands that measure a camera with v4l2-ctl and nuveqcam probe."""
     layout, rest = function.formats[0].split(":")
     size, rate = rest.split("@")

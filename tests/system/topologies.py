@@ -29,7 +29,8 @@ class Camera:
     product: str
     functions: tuple
     has_end_of_image: bool = True  # whether MJPG frames end with the EOI marker
-    unplugged_stream: int = 0  # number of the stream in which the camera unplugs itself; 0: none
+    # Number of the stream in which the camera unplugs itself, in the last scene; 0: none.
+    unplugged_stream: int = 0
 
     @property
     def speed(self):
@@ -120,7 +121,7 @@ class Topology:
 
     @property
     def cameras(self):
-        """One camera per port. Cameras of different scenes that share a port differ only in their functions."""
+        """One camera per port. Cameras of different scenes that share a port have the same identity."""
         return tuple({camera.name: camera for scene in self.scenes for camera in scene.cameras}.values())
 
 

@@ -24,7 +24,8 @@ from pathlib import Path
 import pytest
 
 from guest_script import PROBE_FRAMES, STREAMED, function_id, guest_script
-from topologies import CAPTURED_STREAM, DAMAGED_STREAM, FAULTLESS_STREAM, METADATA_REASON, TOPOLOGIES, Verdict
+from topologies import (CAPTURED_STREAM, DAMAGED_STREAM, FAULTLESS_STREAM, METADATA_REASON, TOPOLOGIES,
+                        UNPLUGGED_STREAM, Verdict)
 from virtual_machine import BootTimeout, Machine, MachineError, QemuUnavailable, require_qemu
 
 BUILD = Path(__file__).parents[2] / "build"
@@ -299,5 +300,6 @@ class Results:
     def _check_unplugged_camera(self):
         report = json.loads(self._read("probe.out"))
         size = report["sizes"][3]
+        assert "unplugged" in self._stream(UNPLUGGED_STREAM)
         assert "stopped" in size["findings"], size
         assert f"208x160 at 30 fps is disconnected after {size['packets']} packets" in report["advice"][1], report

@@ -50,7 +50,7 @@ struct CameraModel {
   std::string name = "Integrated Camera";
   std::string serial = "0001";
   bool hasEndOfImage = true;             // false: MJPG frames end without the EOI marker
-  std::uint32_t unpluggedStream = 0;     // counted from 1; the camera unplugs itself in it; 0: never
+  std::uint32_t unpluggedStream = 0;     // in which the camera unplugs itself, counted from 1; 0: none
   std::vector<VideoFunction> functions;  // at least one
 };
 

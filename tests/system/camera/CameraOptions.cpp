@@ -17,8 +17,8 @@ Terminating the program unplugs the camera. The program exits when QEMU closes t
 itself.)";
 
 constexpr const char* kNotes =
-    R"(Prints "ready" when the camera is plugged in. Exit codes: 0 unplugged or terminated by QEMU, 1 error, 2 invalid
-arguments.
+    R"(Prints "ready" when the camera is plugged in. Exit codes: 0 unplugged, or QEMU closed the socket, 1 error, 2
+invalid arguments.
 
 Lines of the log:
   ready                        the camera is plugged in
@@ -217,7 +217,7 @@ void AddOptions(CLI::App& app, Options& options) {
       "half)");
   add(
       "--unplug", "N", [&](const std::string& stream) { ParseUnpluggedStream(stream, model); },
-      "unplug the camera in its N-th stream, after 10 frames");
+      "unplug the camera in its N-th stream, counted from 1, after 10 frames");
   app.add_flag_callback(
       "--no-eoi", [&] { model.hasEndOfImage = false; }, "omit the EOI marker at the end of MJPG frames");
   app.set_help_flag("--help", "print this text");

@@ -42,6 +42,7 @@ FunctionCallbacks Camera::CallbacksOf(std::size_t function) {
   return {.start =
               [this, &stream](const ProbeControl& committed) {
                 ++m_startedStreams;
+                m_latest = &stream;
                 stream.Start(committed.CurrentFormat(), committed.PayloadSize(), m_model.hasEndOfImage,
                              committed.CurrentSize().damage);
               },
@@ -92,9 +93,8 @@ void Camera::Tick() {
 
 bool Camera::IsUnplugged() const {
   constexpr std::uint64_t kFrames = 10;
-  return m_startedStreams != 0 && m_startedStreams == m_model.unpluggedStream &&
-         std::ranges::any_of(m_streams,
-                             [](const auto& stream) { return stream->Sender().FramesSent() >= kFrames; });
+  return m_latest != nullptr && m_startedStreams == m_model.unpluggedStream &&
+         m_latest->Sender().FramesSent() >= kFrames;
 }
 
 void Camera::StopStreams() {

@@ -46,6 +46,7 @@ class Camera final : private RedirDevice {
   EventLog& m_log;
   std::vector<std::unique_ptr<VideoStream>> m_streams;  // one per function
   std::uint32_t m_startedStreams = 0;
+  const VideoStream* m_latest = nullptr;  // started last
   ControlPipe m_pipe;
   RedirLink m_link;
 };

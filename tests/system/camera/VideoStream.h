@@ -34,6 +34,7 @@ class VideoStream {
 
   void SetBrightness(int brightness);
   PayloadSender& Sender() { return m_sender; }
+  const PayloadSender& Sender() const { return m_sender; }
 
  private:
   void Log(const std::string& line) { m_log.Write(m_prefix + line); }

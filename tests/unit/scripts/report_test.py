@@ -64,6 +64,10 @@ ________________________ test_own_port _________________________
 cameras, rate: 24.1
 --------------------- Captured stdout call ---------------------
 booted
+--------------------- Captured stderr call ---------------------
+a warning
+________________________ test_undeclared _______________________
+the kernel does not boot
 =================== short test summary info ====================
 FAILED topology_test.py::test_own_port
 """)
@@ -74,7 +78,8 @@ FAILED topology_test.py::test_own_port
         "  FAILED: Queue.Starts", "    QueueTest.cpp:1", "    not started", "    QueueTest.cpp:2",
         "  FAILED: package.archive", *(f"    line {number}" for number in range(70, 100)),
         "  FAILED: Kernel.own_port", "    ________________________ test_own_port _________________________",
-        "    cameras, rate: 24.1", "1 passed, 3 failed"]
+        "    cameras, rate: 24.1", "    ________________________ test_undeclared _______________________",
+        "    the kernel does not boot", "1 passed, 3 failed"]
 
 
 @pytest.mark.parametrize("report", [None, "", suite(case("Stops"))])
