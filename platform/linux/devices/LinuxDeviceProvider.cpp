@@ -45,14 +45,20 @@ std::string DevicePathText(const fs::path& device, const fs::path& sysfsRoot) {
   return ToDisplayNameForm(place);
 }
 
+// The folder of the device that a video node belongs to; empty if it has none or has disappeared.
+fs::path FolderOfDevice(const fs::path& entry) {
+  const fs::path node = ResolveSysfsLink(entry);
+  return node.empty() ? node : ResolveSysfsLink(node / "device");
+}
+
 // Returns nothing for a node that has disappeared.
 std::optional<CaptureDevice> Describe(const fs::path& entry, const std::string& path,
                                       const fs::path& sysfsRoot) {
   const SysfsUsb usb(sysfsRoot);
-  fs::path parent = ResolveSysfsPath(entry / "device");
+  fs::path parent = FolderOfDevice(entry);
   if (parent.empty()) {
     // A node without a device, such as a loopback camera.
-    parent = ResolveSysfsPath(entry);
+    parent = ResolveSysfsLink(entry);
   }
   if (parent.empty()) {
     return std::nullopt;
@@ -96,7 +102,7 @@ CameraFolders FoldersOfCameras(const std::vector<VideoNode>& nodes) {
   CameraFolders folders;
   for (const VideoNode& node : nodes) {
     if (node.status.IsCapture()) {
-      folders.insert(ResolveSysfsPath(node.entry / "device"));
+      folders.insert(FolderOfDevice(node.entry));
     }
   }
   return folders;
@@ -180,7 +186,7 @@ std::vector<VideoNodeDetails> LinuxDeviceProvider::DescribeVideoNodes() {
     details.name = ReadSysfsLine(node.entry / "name");
     details.rejectionReason = node.status.rejectionReason;
     details.openError = node.status.openError;
-    if (const fs::path parent = ResolveSysfsPath(node.entry / "device"); !usb.InterfaceId(parent).empty()) {
+    if (const fs::path parent = FolderOfDevice(node.entry); !usb.InterfaceId(parent).empty()) {
       details.usbPlace = parent.parent_path().filename().string();
     }
     described.push_back(std::move(details));

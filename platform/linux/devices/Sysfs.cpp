@@ -9,7 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdlib>
+#include <climits>
 #include <memory>
 #include <new>
 
@@ -24,10 +24,6 @@ constexpr std::size_t kMaxAttributeSize = 4096;
 
 struct CloseFolder {
   void operator()(DIR* folder) const { closedir(folder); }
-};
-
-struct FreeText {
-  void operator()(char* text) const { std::free(text); }
 };
 
 void ThrowIfOutOfMemory() {
@@ -98,13 +94,27 @@ std::vector<fs::path> ListSysfsEntries(const fs::path& folder) {
   return entries;
 }
 
-fs::path ResolveSysfsPath(const fs::path& path) {
-  const std::unique_ptr<char, FreeText> place(realpath(path.c_str(), nullptr));
-  if (place == nullptr) {
+// The targets of links in sysfs contain no links. realpath would ask the kernel about each folder on the way,
+// for each link on a PC with dozens of USB devices.
+fs::path ResolveSysfsLink(const fs::path& path) {
+  std::array<char, PATH_MAX> target{};
+  const ssize_t size = readlinkat(AT_FDCWD, path.c_str(), target.data(), target.size());
+  if (size < 0 && errno != EINVAL) {
     ThrowIfOutOfMemory();
     return {};
   }
-  return place.get();
+  fs::path resolved = path;
+  if (size >= 0) {
+    const std::string relative(target.data(), static_cast<std::size_t>(size));
+    // The last element is empty after "..", and then not part of the name.
+    resolved = (path.parent_path() / relative / "").lexically_normal().parent_path();
+  }
+  // A device that is being removed leaves its links for a moment.
+  if (faccessat(AT_FDCWD, resolved.c_str(), F_OK, 0) != 0) {
+    ThrowIfOutOfMemory();
+    return {};
+  }
+  return resolved;
 }
 
 bool IsRootHub(const fs::path& device) { return device.filename().string().starts_with("usb"); }

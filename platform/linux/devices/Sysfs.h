@@ -14,8 +14,9 @@ std::string ReadSysfsLine(const std::filesystem::path& file);
 // The entries of a folder, sorted.
 std::vector<std::filesystem::path> ListSysfsEntries(const std::filesystem::path& folder);
 
-// The path with all links resolved; empty if it does not exist.
-std::filesystem::path ResolveSysfsPath(const std::filesystem::path& path);
+// The folder that a link leads to; the path itself if it is not a link. Empty if it does not exist. No folder
+// above it may be a link: below a linked folder, resolve that folder first.
+std::filesystem::path ResolveSysfsLink(const std::filesystem::path& path);
 
 // True for the folder of a USB root hub, such as "usb1".
 bool IsRootHub(const std::filesystem::path& device);

@@ -109,7 +109,7 @@ std::string SysfsUsb::FirstChildId(const fs::path& device, const CameraFolders& 
 std::vector<fs::path> SysfsUsb::Folders() const {
   std::map<std::string, fs::path> byPortPath;
   for (const fs::path& entry : ListSysfsEntries(m_root / "bus" / "usb" / "devices")) {
-    const fs::path device = ResolveSysfsPath(entry);
+    const fs::path device = ResolveSysfsLink(entry);
     if (!device.empty() && !IsInterface(device) && !IsRootHub(device)) {
       byPortPath.emplace(PortPath(device), device);
     }

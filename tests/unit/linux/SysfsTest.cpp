@@ -146,6 +146,12 @@ TEST_F(SysfsMemoryTest, AttributeThatCannotBeReadIsNotEmpty) {
   EXPECT_FALSE(ListingThrowsWithoutMemoryFor(SYS_write));
 }
 
+TEST_F(SysfsMemoryTest, DeviceWhoseLinkCannotBeReadIsNotOmitted) {
+  AddLaptopCamera();
+  EXPECT_TRUE(ListingThrowsWithoutMemoryFor(SYS_readlinkat));
+  EXPECT_TRUE(ListingThrowsWithoutMemoryFor(SYS_faccessat2));
+}
+
 // --- Descriptors ---
 
 // Closes standard input, so that 0 is the next descriptor.
