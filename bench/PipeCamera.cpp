@@ -3,21 +3,19 @@
 #include <fcntl.h>
 #include <linux/videodev2.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <utility>
 
+#include "BufferMemory.h"
+
 namespace bench {
 namespace {
 
 constexpr v4l2_fract kInterval{1, 30};
-
-std::size_t RoundUpToPage(std::size_t bytes) {
-  const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-  return (bytes + page - 1) / page * page;
-}
 
 }  // namespace
 
@@ -27,12 +25,6 @@ PipeCamera::PipeCamera(std::filesystem::path tree, const graph::VideoFormat& for
       m_format(format),
       m_frameSizes(std::move(frameSizes)),
       m_descriptor(descriptor) {}
-
-PipeCamera::~PipeCamera() {
-  if (m_memory >= 0) {
-    close(m_memory);
-  }
-}
 
 // The pipe itself, so that the library's poll waits for the next frame.
 int PipeCamera::Open(const char* path, int /*flags*/) {
@@ -50,7 +42,9 @@ int PipeCamera::Ioctl(int /*descriptor*/, unsigned long request, void* argument)
 }
 
 void* PipeCamera::Map(std::size_t size, int /*descriptor*/, off_t offset) {
-  void* const address = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, m_memory, offset);
+  // Populated, as a driver maps its buffers.
+  void* const address =
+      mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_POPULATE, kBufferMemory, offset);
   if (address != MAP_FAILED) {
     m_buffers.at(static_cast<std::size_t>(offset) / BufferSize()) = static_cast<std::uint8_t*>(address);
   }
@@ -58,7 +52,7 @@ void* PipeCamera::Map(std::size_t size, int /*descriptor*/, off_t offset) {
 }
 
 std::size_t PipeCamera::BufferSize() const {
-  return RoundUpToPage(*std::max_element(m_frameSizes.begin(), m_frameSizes.end()));
+  return BufferBytes(*std::max_element(m_frameSizes.begin(), m_frameSizes.end()));
 }
 
 // Returns an error number or 0.
@@ -125,12 +119,15 @@ int PipeCamera::Answer(unsigned long request, void* argument) {
 }
 
 int PipeCamera::RequestBuffers(std::uint32_t& count) {
+  struct stat memory {};
+  if (fstat(kBufferMemory, &memory) != 0) {
+    return ENOMEM;
+  }
+  count =
+      std::min(count, static_cast<std::uint32_t>(static_cast<std::size_t>(memory.st_size) / BufferSize()));
   m_queued.clear();
   m_buffers.assign(count, nullptr);
-  if (m_memory < 0) {
-    m_memory = memfd_create("camera", MFD_CLOEXEC);
-  }
-  return m_memory >= 0 && ftruncate(m_memory, static_cast<off_t>(count * BufferSize())) == 0 ? 0 : ENOMEM;
+  return 0;
 }
 
 // Reads one whole frame, after poll has reported its beginning. At the end of the pipe the device is gone.

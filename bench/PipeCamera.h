@@ -1,5 +1,6 @@
 // System calls with a built-in V4L2 camera that delivers the frames arriving on a pipe. The camera library
-// uses its own capture code; reading the pipe takes the place of the driver's work.
+// uses its own capture code; reading the pipe takes the place of the driver's work. The buffers are in the
+// memory of BufferMemory.h.
 #pragma once
 
 #include <chrono>
@@ -22,9 +23,6 @@ class PipeCamera final : public v4l2::SystemCalls {
   // The descriptor is the pipe's; the end of the pipe disconnects the camera.
   PipeCamera(std::filesystem::path tree, const graph::VideoFormat& format,
              std::vector<std::size_t> frameSizes, int descriptor);
-  ~PipeCamera() override;
-  PipeCamera(const PipeCamera&) = delete;
-  PipeCamera& operator=(const PipeCamera&) = delete;
 
   // When the library took the first frame from the camera. To be read after its packet.
   Clock::time_point FirstFrame() const { return m_firstFrame; }
@@ -46,8 +44,6 @@ class PipeCamera final : public v4l2::SystemCalls {
   const graph::VideoFormat m_format;
   const std::vector<std::size_t> m_frameSizes;
   const int m_descriptor;
-  // The driver's memory: shared, so that it can be told from the library's.
-  int m_memory = -1;
   std::vector<std::uint8_t*> m_buffers;  // where the library has mapped them
   std::vector<std::uint32_t> m_queued;
   std::size_t m_next = 0;

@@ -5,7 +5,7 @@
 //
 // TREE: folder with the camera's sysfs and dev. FORMAT: YUY2 or MJPG. SIZES: file with the size of each frame
 // in bytes. TIMES: file for the points of time of the start on CLOCK_MONOTONIC, in nanoseconds, one a line
-// with its name.
+// with its name. Descriptor 3: memory for the camera's buffers, from paced_run.
 #include <unistd.h>
 
 #include <chrono>

@@ -4,14 +4,15 @@
 //
 // FRAMES has the frames one after another, SIZES the size of each in bytes. Frame 0 is waiting on the
 // program's standard input when it starts, frame n arrives n / FPS seconds later. A frame arrives as a whole:
-// its pages are moved from other pipes. OUT receives the program's standard output, REPORT the measurements,
+// its pages are moved from other pipes. Descriptor 3 of the program is memory for a camera's buffers
+// (BufferMemory.h). OUT receives the program's standard output, REPORT the measurements,
 // one a line:
 //
 //   frame NS                when the next frame was due, in nanoseconds since the start of the program
 //   output NS BYTES         when this many bytes in total had been received
 //   steady CPU_NS SWITCHES  CPU time and context switches from the arrival of frame SKIP to one interval
 //                           after the last frame
-//   peak KIB SHARED_KIB     peak resident memory, and shared memory at the end
+//   peak KIB SHARED_KIB FILES_KIB  peak resident memory; at the end, shared memory and the pages of files
 //   begin NS                start of the program on CLOCK_MONOTONIC
 //
 // Exits with the status of the program, or terminates by the signal that terminated it.
@@ -40,6 +41,7 @@
 #include <utility>
 #include <vector>
 
+#include "BufferMemory.h"
 #include "ChildExit.h"
 
 namespace bench {
@@ -95,6 +97,23 @@ Pipe MakePipe(std::size_t bytes) {
   made.capacity = static_cast<std::size_t>(fcntl(ends[1], F_GETPIPE_SZ));
   // NOLINTEND(cppcoreguidelines-pro-type-vararg, hicpp-vararg)
   return made;
+}
+
+// Makes memory for a camera's buffers whose pages exist already.
+Descriptor MakeBufferMemory(std::size_t maxFrame) {
+  const std::size_t bytes = kMaxBuffers * BufferBytes(maxFrame);
+  // Inherited by the program.
+  Descriptor memory(memfd_create("camera", 0));
+  if (memory.Get() < 0 || ftruncate(memory.Get(), static_cast<off_t>(bytes)) != 0) {
+    ThrowErrno("memfd_create");
+  }
+  void* const pages =
+      mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_POPULATE, memory.Get(), 0);
+  if (pages == MAP_FAILED) {
+    ThrowErrno("mmap");
+  }
+  munmap(pages, bytes);
+  return memory;
 }
 
 // The frames of a clip, in memory that belongs to the page cache.
@@ -277,7 +296,7 @@ struct Arguments {
   char** program = nullptr;
 };
 
-pid_t Start(char** program, const Pipe& in, const Pipe& out) {
+pid_t Start(char** program, const Pipe& in, const Pipe& out, const Descriptor& bufferMemory) {
   const pid_t child = fork();
   if (child < 0) {
     ThrowErrno("fork");
@@ -286,6 +305,7 @@ pid_t Start(char** program, const Pipe& in, const Pipe& out) {
     std::signal(SIGPIPE, SIG_DFL);
     dup2(in.read.Get(), STDIN_FILENO);
     dup2(out.write.Get(), STDOUT_FILENO);
+    dup2(bufferMemory.Get(), kBufferMemory);
     execvp(program[0], program);
     std::perror(program[0]);
     _exit(kExitNotStarted);
@@ -326,10 +346,11 @@ int Measure(const Arguments& arguments) {
   const Frames frames(arguments.frames, arguments.sizes);
   Pipe in = MakePipe(4 * frames.MaxSize());
   Pipe out = MakePipe(std::size_t{1} << 20);
+  const Descriptor bufferMemory = MakeBufferMemory(frames.MaxSize());
   Feeder feeder(frames.MaxSize(), in.write.Get());
   feeder.Stage(frames.At(0));
   const Clock::time_point begin = Clock::now();
-  Child child(Start(arguments.program, in, out));
+  Child child(Start(arguments.program, in, out, bufferMemory));
   in.read.Close();
   out.write.Close();
   const std::filesystem::path status = std::filesystem::path("/proc") / std::to_string(child.Id()) / "status";
@@ -337,6 +358,7 @@ int Measure(const Arguments& arguments) {
   Usage atEnd;
   std::int64_t peak = 0;
   std::int64_t shared = 0;
+  std::int64_t files = 0;
   std::vector<Clock::time_point> arrivals{begin};
   int result = 0;
   Receiver receiver(out.read.Get(), arguments.out);
@@ -360,6 +382,7 @@ int Measure(const Arguments& arguments) {
     atEnd = UsageOf(child.Id());
     peak = StatusValue(status, "VmHWM");
     shared = StatusValue(status, "RssShmem");
+    files = StatusValue(status, "RssFile");
     in.write.Close();
     receiver.Finish();
     result = child.Wait();
@@ -380,7 +403,7 @@ int Measure(const Arguments& arguments) {
     report << "output " << nanoseconds(output.time - begin).count() << ' ' << output.bytes << '\n';
   }
   report << "steady " << atEnd.cpu - atSkip.cpu << ' ' << atEnd.switches - atSkip.switches << '\n'
-         << "peak " << peak << ' ' << shared << '\n';
+         << "peak " << peak << ' ' << shared << ' ' << files << '\n';
   if (!report.flush()) {
     throw std::runtime_error("cannot write " + arguments.report);
   }

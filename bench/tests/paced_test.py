@@ -46,14 +46,14 @@ def report_of(latencies_ms, interval=1_000_000_000):
     lines = [f"frame {time}" for time in arrivals]
     lines += [f"output {time + int(ms * 1e6)} {(number + 1) * len(FIRST_SLICE)}"
               for number, (time, ms) in enumerate(zip(arrivals, latencies_ms))]
-    return "\n".join(["begin 77", *lines, "steady 10000000 30", "peak 4096 1024"])
+    return "\n".join(["begin 77", *lines, "steady 10000000 30", "peak 4096 1024 512"])
 
 
 def test_figures_of_a_run_exclude_the_start():
     count = paced.SKIP + 5
     found = paced.figures(report_of([90.0] + [9.0] * (paced.SKIP - 1) + [4.0] * 5), FIRST_SLICE * count)
     assert found == {"cpu_ms": 2.0, "switches": 6.0, "latencies": [4.0] * 5, "first_ms": 90.0,
-                     "peak_mib": 3.0, "begin": 77}
+                     "peak_mib": 3.0, "files_mib": 0.5, "begin": 77}
 
 
 def test_a_missing_packet_is_reported():
@@ -66,7 +66,7 @@ def test_parts_of_the_start_are_in_order():
 
 
 def test_figures_are_the_medians_of_the_rounds():
-    runs = [{"cpu_ms": ms, "switches": 1, "first_ms": 1, "peak_mib": 1, "latencies": latencies}
+    runs = [{"cpu_ms": ms, "switches": 1, "first_ms": 1, "peak_mib": 1, "files_mib": 1, "latencies": latencies}
             for ms, latencies in ((3.0, [1.0] * 50), (1.0, [2.0] * 48 + [3.0, 9.0]), (2.0, [3.0]))]
     found = pace_report.summary(runs)
     assert (found["cpu_ms"], found["latency_p50"], found["latency_p99"]) == (2.0, 2.0, 3.0)
@@ -74,7 +74,7 @@ def test_figures_are_the_medians_of_the_rounds():
 
 def row(encoder, cpu=(4.0, 4.0), **others):
     made = {"clip": "webcam", "size": "1280x720", "format": "YUY2", "encoder": encoder, "kilobits": 1500.0, "psnr_y": 40.0,
-            "latency_p50": 5.0, "latency_p99": 9.0, "first_ms": 100.0, "peak_mib": 20.0, **others}
+            "latency_p50": 5.0, "latency_p99": 9.0, "first_ms": 100.0, "peak_mib": 20.0, "files_mib": 5.0, **others}
     medians = {name: made[name] for name in ("latency_p50", "latency_p99", "first_ms")}
     return {"runs": [{**medians, "cpu_ms": ms} for ms in cpu], **made}
 
@@ -142,8 +142,8 @@ def test_table_has_a_line_for_each_encoder_and_case():
     rows = [row("product", cpu_ms=4.0, switches=5.0), row(SAME, cpu_ms=5.0, switches=6.0)]
     pace_report.add_ratios(rows)
     assert report.table(rows, pace_report.COLUMNS).splitlines()[2:] == [
-        "| webcam | 1280x720 | YUY2 | product | 4.00 |  |  | 5.0 | 9.0 | 100 | 20.0 | 5.0 | 1500 | 40.00 |",
-        f"| webcam | 1280x720 | YUY2 | {SAME} | 5.00 | 1.00 | 1.00-1.00 | 5.0 | 9.0 | 100 | 20.0 | 6.0 | 1500 | 40.00 |"]
+        "| webcam | 1280x720 | YUY2 | product | 4.00 |  |  | 5.0 | 9.0 | 100 | 20.0 | 5.0 | 5.0 | 1500 | 40.00 |",
+        f"| webcam | 1280x720 | YUY2 | {SAME} | 5.00 | 1.00 | 1.00-1.00 | 5.0 | 9.0 | 100 | 20.0 | 5.0 | 6.0 | 1500 | 40.00 |"]
 
 
 def test_starts_are_listed_in_words():
