@@ -22,10 +22,12 @@ get_target_property(log4cplus_dll log4cplus::log4cplus IMPORTED_LOCATION_RELEASE
 list(APPEND NUVEQ_RUNTIME_DLLS ${log4cplus_dll})
 
 set(NUVEQ_TOOL_DLLS)
-foreach(library avformat avcodec avutil)
-  get_target_property(file FFmpeg::${library} IMPORTED_LOCATION)
-  list(APPEND NUVEQ_TOOL_DLLS ${file})
-endforeach()
+if(NOT NUVEQ_LIBRARY_ONLY)
+  foreach(library avformat avcodec avutil)
+    get_target_property(file FFmpeg::${library} IMPORTED_LOCATION)
+    list(APPEND NUVEQ_TOOL_DLLS ${file})
+  endforeach()
+endif()
 
 set(copies)
 foreach(file IN LISTS NUVEQ_RUNTIME_DLLS NUVEQ_TOOL_DLLS)

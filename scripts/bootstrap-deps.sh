@@ -5,18 +5,21 @@ set -euo pipefail
 
 usage() {
   cat <<'USAGE'
-usage: scripts/bootstrap-deps.sh native | windows
+usage: scripts/bootstrap-deps.sh native | windows-library | windows
 
-Builds the dependencies into build/deps/<target>, unless they are up to date.
-  native    log4cplus with wide characters, shared (Debian's package supports only narrow characters)
-  windows   log4cplus and FFmpeg's MP4 muxer for Windows x86-64, shared, and static libraries that Debian ships only for
-            Linux: OpenH264, libyuv, and for the tests GoogleTest and libjpeg-turbo. Copies of the headers of CLI11,
-            nlohmann-json, stb and utfcpp, and a link to those of Boost
+Builds the dependencies into build/deps/native or build/deps/windows, unless they are up to date.
+  native           log4cplus with wide characters, shared (Debian's package supports only narrow characters)
+  windows-library  the dependencies of the library and its tests for Windows x86-64: log4cplus, shared, and static
+                   libraries that Debian ships only for Linux: OpenH264, libyuv, and for the tests GoogleTest and
+                   libjpeg-turbo
+  windows          these, and those of nuveqcam: FFmpeg's MP4 muxer, shared, copies of the headers of CLI11,
+                   nlohmann-json, stb and utfcpp, and a link to those of Boost
 USAGE
 }
 
 case "${1:-}" in
   native | windows) target=$1 ;;
+  windows-library) target=windows ;;
   -h | --help) usage; exit 0 ;;
   *) usage >&2; exit 2 ;;
 esac
@@ -28,13 +31,15 @@ sources=$deps/sources
 log=$deps/$target.log
 # Increment when a recipe below changes: a prefix with another number is rebuilt.
 recipe=7
+# All dependencies; on Windows, those of the library alone.
 stamp=$prefix/.recipe-$recipe
+library_stamp=$prefix/.library-$recipe
 
-if [ -e "$stamp" ]; then
+if [ -e "$stamp" ] || { [ "$1" = windows-library ] && [ -e "$library_stamp" ]; }; then
   echo "dependencies: build/deps/$target is up to date"
   exit 0
 fi
-rm -rf "$prefix"
+[ -e "$library_stamp" ] || rm -rf "$prefix"
 mkdir -p "$prefix" "$sources"
 : >"$log"
 trap 'status=$?; [ $status -eq 0 ] || { echo "dependencies: failed; the end of build/deps/$target.log:" >&2; tail -n 25 "$log" >&2; }' EXIT
@@ -119,22 +124,20 @@ copy_headers() {
   cp -rL /usr/include/CLI /usr/include/nlohmann /usr/include/utf8 /usr/include/utf8.h "$prefix/include"
   cp -r /usr/share/cmake/CLI11 /usr/share/cmake/nlohmann_json "$prefix/share/cmake"
   # A link, because they are many.
-  ln -s /usr/include/boost "$prefix/include/boost"
+  ln -sfn /usr/include/boost "$prefix/include/boost"
   cp /usr/include/stb/stb_image.h /usr/include/stb/stb_image_write.h "$prefix/include"
   cp /usr/share/doc/libstb-dev/copyright "$prefix/share/licences/stb.txt"
 }
 
-build_for_windows() {
-  fetch_sources log4cplus ffmpeg openh264 libyuv libjpeg-turbo
+build_library_for_windows() {
   build_log4cplus
-  build_ffmpeg
   build_with_cmake openh264 "$top/cmake/openh264" -DOPENH264_SOURCE_DIR="$sources/openh264"
   # Debian's build of libyuv includes tools and cannot install for Windows.
   build_with_cmake libyuv "$top/cmake/libyuv" -DLIBYUV_SOURCE_DIR="$sources/libyuv"
   build_turbojpeg
   build_with_cmake googletest /usr/src/googletest
-  copy_headers
   keep_licences log4cplus openh264 libyuv
+  touch "$library_stamp"
 }
 
 # keep_licences PACKAGE...: copies the licences of libraries that this project's packages contain.
@@ -154,7 +157,20 @@ case "$target" in
     build_log4cplus
     keep_licences log4cplus
     ;;
-  windows) build_for_windows ;;
+  windows)
+    packages=(log4cplus openh264 libyuv libjpeg-turbo)
+    [ "$1" = windows-library ] || packages+=(ffmpeg)
+    fetch_sources "${packages[@]}"
+    if [ ! -e "$library_stamp" ]; then
+      build_library_for_windows
+    fi
+    if [ "$1" = windows-library ]; then
+      echo "dependencies: build/deps/$target is ready for the library"
+      exit 0
+    fi
+    build_ffmpeg
+    copy_headers
+    ;;
 esac
 touch "$stamp"
 echo "dependencies: build/deps/$target is ready"

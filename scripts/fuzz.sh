@@ -55,7 +55,7 @@ mkdir -p "$kept/logs" "$found"
 
 set_up() {
   # Joined with &&, because set -e has no effect in a function whose result is tested.
-  scripts/install-packages.sh native && scripts/bootstrap-deps.sh native && cmake --preset asan -B "$build" &&
+  scripts/install-packages.sh native clang && scripts/bootstrap-deps.sh native && cmake --preset asan -B "$build" &&
     cmake --build "$build" --target "${targets[@]/%/_fuzz}"
 }
 echo "fuzz: building (log: $kept/logs/build.log)"

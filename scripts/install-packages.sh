@@ -4,11 +4,13 @@ set -euo pipefail
 
 usage() {
   cat <<'USAGE'
-usage: scripts/install-packages.sh [native | demo | bench | browser | windows]...
+usage: scripts/install-packages.sh [native | demo | clang | qemu | bench | browser | windows]...
 
 Installs the packages of Debian 12 or 13 that are missing on this machine.
   native    compilers, build tools, test tools and libraries of the Linux build (default)
   demo      build dependencies of the library and of nuveqcam
+  clang     clang with its sanitizers and tools, for the preset asan, clang-tidy, fuzzing and mutants; requires native too
+  qemu      the virtual machine of the tests with real drivers, and what its guest consists of; requires native too
   bench     programs and libraries that the comparisons in bench/ use; requires native too
   browser   Chromium and its driver, for the tests of the page of 'nuveqcam view'
   windows   cross compiler, Wine, and other tools for building and testing the Windows library
@@ -17,8 +19,8 @@ USAGE
 
 # The version of clang in this release; the package of its sanitizer runtime has no name without it.
 case $(. /etc/os-release && echo "${ID:-}-${VERSION_ID:-}") in
-  debian-12) clang=14 ;;
-  debian-13) clang=19 ;;
+  debian-12) clang_version=14 ;;
+  debian-13) clang_version=19 ;;
   *) echo "packages: this script supports Debian 12 and 13 only" >&2; exit 1 ;;
 esac
 
@@ -28,10 +30,11 @@ demo=(
   nlohmann-json3-dev pkg-config
 )
 native=(
-  "${demo[@]}" acpica-tools busybox-static clang clang-format clang-tidy cpio ffmpeg git libbenchmark-dev
-  "libclang-rt-$clang-dev" libgmock-dev libgtest-dev libusbredirparser-dev llvm mandoc python3 python3-clang
-  python3-pytest python3-yaml qemu-system-x86 v4l-utils valgrind zstd
+  "${demo[@]}" clang-format ffmpeg git libbenchmark-dev libgmock-dev libgtest-dev libusbredirparser-dev mandoc python3
+  python3-pytest valgrind
 )
+clang=(clang clang-tidy "libclang-rt-$clang_version-dev" llvm python3-clang python3-yaml)
+qemu=(acpica-tools busybox-static cpio qemu-system-x86 v4l-utils zstd)
 bench=(
   ca-certificates dpkg-dev ffmpeg gcc gstreamer1.0-plugins-bad gstreamer1.0-plugins-base gstreamer1.0-plugins-good
   gstreamer1.0-plugins-ugly gstreamer1.0-tools libopenh264-dev libx264-dev make nasm pkg-config python3 xvfb
@@ -48,6 +51,8 @@ for set in "$@"; do
   case "$set" in
     native) packages+=("${native[@]}") ;;
     demo) packages+=("${demo[@]}") ;;
+    clang) packages+=("${clang[@]}") ;;
+    qemu) packages+=("${qemu[@]}") ;;
     bench) packages+=("${bench[@]}") ;;
     browser) packages+=("${browser[@]}") ;;
     windows) packages+=("${windows[@]}") ;;

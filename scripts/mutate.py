@@ -39,7 +39,7 @@ try:
     from mutation import build, generate, report, run, survivors
     from mutation.errors import MutationError
 except ModuleNotFoundError as missing:
-    sys.exit(f"{missing}; run scripts/install-packages.sh native first")
+    sys.exit(f"{missing}; run scripts/install-packages.sh native clang first")
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 PROGRAMS = ["unit_tests", "defaults_tests", "linux_tests", "encoder_tests", "fault_tests", "linux_allocation_tests",

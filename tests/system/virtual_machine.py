@@ -44,7 +44,7 @@ def require_qemu():
     if platform.machine() != "x86_64":
         raise QemuUnavailable(f"the kernel is built for x86_64, but this machine is {platform.machine()}")
     if not shutil.which(QEMU):
-        raise QemuUnavailable(f"{QEMU} is not installed; scripts/install-packages.sh native installs it")
+        raise QemuUnavailable(f"{QEMU} is not installed; scripts/install-packages.sh qemu installs it")
     try:
         result = subprocess.run([QEMU, "-M", "none", "-accel", "tcg", "-nodefaults", "-display", "none",
                                  "-monitor", "stdio"], input=b"quit\n", stdout=subprocess.PIPE,
