@@ -9,11 +9,11 @@ usage: scripts/bootstrap-deps.sh native | windows-library | windows
 
 Builds the dependencies into build/deps/native or build/deps/windows, unless they are up to date.
   native           log4cplus with wide characters, shared (Debian's package supports only narrow characters)
-  windows-library  the dependencies of the library and its tests for Windows x86-64: log4cplus, shared, and static
-                   libraries that Debian ships only for Linux: OpenH264, libyuv, and for the tests GoogleTest and
-                   libjpeg-turbo
+  windows-library  the dependencies of the library and its tests for Windows x86-64: log4cplus, shared, static libraries
+                   that Debian ships only for Linux (OpenH264, libyuv, and for the tests GoogleTest and libjpeg-turbo), and
+                   a copy of the headers of utfcpp
   windows          these, and those of nuveqcam: FFmpeg's MP4 muxer, shared, copies of the headers of CLI11,
-                   nlohmann-json, stb and utfcpp, and a link to those of Boost
+                   nlohmann-json and stb, and a link to those of Boost
 USAGE
 }
 
@@ -118,10 +118,15 @@ build_ffmpeg() {
 }
 
 # The headers do not depend on the system, but those in their folder do: a cross compiler must not search it.
-copy_headers() {
+copy_library_headers() {
+  mkdir -p "$prefix/include"
+  cp -rL /usr/include/utf8 /usr/include/utf8.h "$prefix/include"
+}
+
+copy_tool_headers() {
   echo "dependencies: copying headers for $target"
   mkdir -p "$prefix/include" "$prefix/share/cmake" "$prefix/share/licences"
-  cp -rL /usr/include/CLI /usr/include/nlohmann /usr/include/utf8 /usr/include/utf8.h "$prefix/include"
+  cp -rL /usr/include/CLI /usr/include/nlohmann "$prefix/include"
   cp -r /usr/share/cmake/CLI11 /usr/share/cmake/nlohmann_json "$prefix/share/cmake"
   # A link, because they are many.
   ln -sfn /usr/include/boost "$prefix/include/boost"
@@ -136,6 +141,7 @@ build_library_for_windows() {
   build_with_cmake libyuv "$top/cmake/libyuv" -DLIBYUV_SOURCE_DIR="$sources/libyuv"
   build_turbojpeg
   build_with_cmake googletest /usr/src/googletest
+  copy_library_headers
   keep_licences log4cplus openh264 libyuv
   touch "$library_stamp"
 }
@@ -169,7 +175,7 @@ case "$target" in
       exit 0
     fi
     build_ffmpeg
-    copy_headers
+    copy_tool_headers
     ;;
 esac
 touch "$stamp"
