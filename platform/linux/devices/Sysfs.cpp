@@ -94,27 +94,28 @@ std::vector<fs::path> ListSysfsEntries(const fs::path& folder) {
   return entries;
 }
 
-// The targets of links in sysfs contain no links. realpath would ask the kernel about each folder on the way,
-// for each link on a PC with dozens of USB devices.
+// The target of a link in sysfs contains no links. realpath would ask the kernel about each folder on the
+// way, for each link on a PC with dozens of USB devices.
 fs::path ResolveSysfsLink(const fs::path& path) {
   std::array<char, PATH_MAX> target{};
-  const ssize_t size = readlinkat(AT_FDCWD, path.c_str(), target.data(), target.size());
-  if (size < 0 && errno != EINVAL) {
-    ThrowIfOutOfMemory();
-    return {};
-  }
+  const auto read = [&target](const fs::path& link) {
+    return readlinkat(AT_FDCWD, link.c_str(), target.data(), target.size());
+  };
   fs::path resolved = path;
+  ssize_t size = read(path);
   if (size >= 0) {
     const std::string relative(target.data(), static_cast<std::size_t>(size));
-    // The last element is empty after "..", and then not part of the name.
+    // Normalizing a path that ends in ".." leaves a slash at its end. With the empty element, every path has
+    // one.
     resolved = (path.parent_path() / relative / "").lexically_normal().parent_path();
+    // A device that is being removed leaves its links for a moment.
+    size = read(resolved);
   }
-  // A device that is being removed leaves its links for a moment.
-  if (faccessat(AT_FDCWD, resolved.c_str(), F_OK, 0) != 0) {
-    ThrowIfOutOfMemory();
-    return {};
+  if (size < 0 && errno == EINVAL) {
+    return resolved;  // exists, and is not a link
   }
-  return resolved;
+  ThrowIfOutOfMemory();
+  return {};
 }
 
 bool IsRootHub(const fs::path& device) { return device.filename().string().starts_with("usb"); }
