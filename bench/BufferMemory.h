@@ -1,5 +1,5 @@
-// Memory for the buffers of PipeCamera, which paced_run passes to the program. A driver allocates its buffers
-// in the kernel; if the program allocated them, that would count as its time.
+// Memory for the buffers of PipeCamera, which paced_run passes to the program. The other programs read a pipe
+// and have no capture buffers, so allocating those of the driver is not part of the comparison.
 #pragma once
 
 #include <unistd.h>

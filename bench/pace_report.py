@@ -18,16 +18,17 @@ BYTES_PER_PIXEL = {"YUY2": 2, "MJPG": 4}
 COLUMNS = (("clip", "{}", "clip"), ("size", "{}", "size"), ("frames", "{}", "format"), ("encoder", "{}", "encoder"),
            ("CPU ms", "{:.2f}", "cpu_ms"), ("ratio", "{:.2f}", "ratio"), ("of rounds", "{}", "ratio_span"),
            ("p50 ms", "{:.1f}", "latency_p50"), ("p99 ms", "{:.1f}", "latency_p99"), ("first ms", "{:.0f}", "first_ms"),
-           ("MiB", "{:.1f}", "peak_mib"), ("of it files", "{:.1f}", "files_mib"), ("switches", "{:.1f}", "switches"), ("kbit/s", "{:.0f}", "kilobits"),
-           ("PSNR Y", "{:.2f}", "psnr_y"))
+           ("MiB", "{:.1f}", "peak_mib"), ("file MiB", "{:.1f}", "files_mib"), ("switches", "{:.1f}", "switches"),
+           ("kbit/s", "{:.0f}", "kilobits"), ("PSNR Y", "{:.2f}", "psnr_y"))
 LEGEND = (
-    "CPU: user and system time per frame, without the start and its key frame. ratio: product to this encoder, below 1.00 if the product "
-    "costs less; median of the rounds' ratios, with minimum and maximum. p50, p99: latency from the time at which a "
-    "frame is due on the program's standard input to the end of its packet on standard output; with the default number "
-    "of frames, none of them is a key frame. first: from the start of the process, "
-    "when the first frame is waiting, to the first packet. MiB: peak resident memory, for the product without "
-    "the driver's buffers. of it files: pages of the program and its libraries, which programs share. "
-    "switches: context switches per frame. PSNR: against the clip before JPEG compression.")
+    "CPU: user and system time per frame, without the start and its key frame. ratio: product to this encoder, below "
+    "1.00 if the product costs less; median of the rounds' ratios, with minimum and maximum. p50, p99: latency from the "
+    "time at which a frame is due on the program's standard input to the end of its packet on standard output; with the "
+    "default number of frames, none of them is a key frame. first: from the start of the process, when the first frame "
+    "is waiting, to the first packet, for the product without the allocation of the driver's buffers. MiB: peak resident "
+    "memory, for the product without the driver's buffers. file MiB: its part that is pages of the program and its "
+    "libraries, which processes share, at the end of the run. switches: context switches per frame. PSNR: against the "
+    "clip before JPEG compression.")
 
 
 def percentile(values, percent):
@@ -127,7 +128,7 @@ def goals(rows):
         report.goal(f"peak memory at most the frame pool above {SAME}",
                     [(_name(own), own["peak_mib"] - other["peak_mib"] <= pool_mib(own),
                       f"{own['peak_mib'] - other['peak_mib']:.1f} MiB more, {own['files_mib'] - other['files_mib']:.1f} of "
-                      f"them files; the pool has {pool_mib(own):.1f}")
+                      f"them file pages; the pool has {pool_mib(own):.1f}")
                      for own, other in same]),
     ]
 

@@ -56,7 +56,8 @@ def figures(text, stream):
     [[cpu, switches]], [[peak, shared, files]] = found["steady"], found["peak"]
     steady = len(arrivals) - SKIP
     return {"cpu_ms": cpu / 1e6 / steady, "switches": switches / steady, "latencies": latencies[SKIP:],
-            "first_ms": latencies[0], "peak_mib": (peak - shared) / 1024, "files_mib": files / 1024, "begin": found["begin"][0][0]}
+            "first_ms": latencies[0], "peak_mib": (peak - shared) / 1024, "files_mib": files / 1024,
+            "begin": found["begin"][0][0]}
 
 
 def start_parts(text, begin):

@@ -5,15 +5,14 @@
 // FRAMES has the frames one after another, SIZES the size of each in bytes. Frame 0 is waiting on the
 // program's standard input when it starts, frame n arrives n / FPS seconds later. A frame arrives as a whole:
 // its pages are moved from other pipes. Descriptor 3 of the program is memory for a camera's buffers
-// (BufferMemory.h). OUT receives the program's standard output, REPORT the measurements,
-// one a line:
+// (BufferMemory.h). OUT receives the program's standard output, REPORT the measurements, one a line:
 //
-//   frame NS                when the next frame was due, in nanoseconds since the start of the program
-//   output NS BYTES         when this many bytes in total had been received
-//   steady CPU_NS SWITCHES  CPU time and context switches from the arrival of frame SKIP to one interval
-//                           after the last frame
+//   frame NS                       when the next frame was due, in nanoseconds since the start of the program
+//   output NS BYTES                when this many bytes in total had been received
+//   steady CPU_NS SWITCHES         CPU time and context switches from the arrival of frame SKIP to one
+//                                  interval after the last frame
 //   peak KIB SHARED_KIB FILES_KIB  peak resident memory; at the end, shared memory and the pages of files
-//   begin NS                start of the program on CLOCK_MONOTONIC
+//   begin NS                       start of the program on CLOCK_MONOTONIC
 //
 // Exits with the status of the program, or terminates by the signal that terminated it.
 #include <fcntl.h>
