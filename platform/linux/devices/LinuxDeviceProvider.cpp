@@ -186,8 +186,7 @@ std::vector<VideoNodeDetails> LinuxDeviceProvider::DescribeVideoNodes() {
     details.name = ReadSysfsLine(node.entry / "name");
     details.rejectionReason = node.status.rejectionReason;
     details.openError = node.status.openError;
-    if (const fs::path parent = FolderOfDevice(node.entry);
-        !parent.empty() && !usb.InterfaceId(parent).empty()) {
+    if (const fs::path parent = FolderOfDevice(node.entry); !usb.InterfaceId(parent).empty()) {
       details.usbPlace = parent.parent_path().filename().string();
     }
     described.push_back(std::move(details));

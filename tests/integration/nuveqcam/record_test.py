@@ -76,7 +76,7 @@ def test_recording_of_the_default_size_has_the_packets_that_were_judged(tool):
 def test_snapshot_has_the_default_size_of_a_recording(tool):
     out, err = tool.run_with_fake_camera("rates=30 160x120@30 320x240@10", "snapshot", "--skip", 0)
     assert "  size     160x120\n" in out
-    assert err.startswith("nuveqcam: 320x240 delivers only about 10 of 30 frames per second; using 160x120")
+    assert re.match(r"nuveqcam: 320x240 delivers only about \d+ of 30 frames per second; using 160x120", err)
     assert size_of(tool.file("camera.png")) == (160, 120)
 
 

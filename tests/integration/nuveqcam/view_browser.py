@@ -179,6 +179,8 @@ class Browser:
         if before:
             self.driver.execute_cdp_cmd("Page.addScriptToEvaluateOnNewDocument", {"source": before})
         self.driver.get(address)
+        # On a busy computer, the driver may return while the new window still shows an empty page.
+        self.wait("window.nuveqView")
         self.run(OBSERVE)
 
     def run(self, script, *arguments):
