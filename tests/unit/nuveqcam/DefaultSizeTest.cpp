@@ -141,9 +141,20 @@ TEST(StartJudgement, WaitsLongerForALowRate) {
 
 TEST(StartJudgement, EstimatesTheRate) {
   const Clock::time_point begin;
-  const std::vector<Clock::time_point> arrivals{begin, begin + milliseconds(100), begin + milliseconds(200),
-                                                begin + milliseconds(300)};
+  std::vector<Clock::time_point> arrivals;
+  for (const int time : PacketsEvery(100, 500)) {
+    arrivals.push_back(begin + milliseconds(time));
+  }
   EXPECT_NEAR(JudgeStart(arrivals, begin + milliseconds(550), 30).fps, 10, 0.1);
+}
+
+// Otherwise the smallest of several slow sizes could seem to be the fastest one.
+TEST(StartJudgement, EstimatesNoHighRateFromPacketsThatArriveTogether) {
+  const Clock::time_point begin;
+  const std::vector<Clock::time_point> arrivals{begin, begin + milliseconds(300), begin + milliseconds(301)};
+  const StartRate rate = JudgeStart(arrivals, begin + milliseconds(800), 30);
+  EXPECT_EQ(rate.judgement, StartJudgement::kTooSlow);
+  EXPECT_NEAR(rate.fps, 4, 0.1);
 }
 
 TEST(StartJudgement, ShortLookRejectsAClearlySlowRateEarly) {

@@ -288,7 +288,8 @@ TEST_F(Tool, DefaultSizeIsFoundIfOnlyAMiddleOneDeliversTheRateThatIsListed) {
 }
 
 TEST_F(Tool, DefaultSizeOfASlowCameraIsThePreferredOne) {
-  devices::SetDeviceProvider(std::make_shared<OverstatingPc>(RatesByWidth{{160, 10}, {320, 10}, {640, 10}}));
+  // The preferred one is much faster than the others and still slow, so that it is chosen on a busy PC, too.
+  devices::SetDeviceProvider(std::make_shared<OverstatingPc>(RatesByWidth{{160, 3}, {320, 3}, {640, 8}}));
   EXPECT_EQ(Run({"snapshot", "--skip", "0", "-o", "OUT.png"}), ExitCode::kOk);
   EXPECT_THAT(out.str(), HasSubstr("  size     640x480\n"));
   EXPECT_THAT(err.str(), StartsWith("nuveqcam: no size delivers 30 frames per second, as in dim light"));

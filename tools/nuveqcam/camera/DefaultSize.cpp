@@ -97,7 +97,8 @@ StartRate JudgeStart(std::span<const Clock::time_point> arrivals, Clock::time_po
   if (intervals >= enough * elapsed.count()) {
     return {StartJudgement::kFastEnough, fps};
   }
-  return {StartJudgement::kTooSlow, intervals > 0 ? fps : 1 / elapsed.count()};
+  // Packets that have waited arrive at once. The next packet is still to come.
+  return {StartJudgement::kTooSlow, std::min(fps, (intervals + 1) / elapsed.count())};
 }
 
 SizeSearch::SizeSearch(SizePlan plan)
